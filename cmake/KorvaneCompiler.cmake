@@ -1,0 +1,39 @@
+# Compiler settings that every target of the project shares.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+if(PROJECT_IS_TOP_LEVEL AND NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+find_program(KORVANE_CCACHE ccache)
+mark_as_advanced(KORVANE_CCACHE)
+if(KORVANE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${KORVANE_CCACHE}")
+endif()
+
+# Warnings and arithmetic for one target of ours. Results must not depend on whether the compiler fuses a multiply and
+# an add, hence -ffp-contract=off. GCC leaves sign conversions out of -Wconversion in C++, Clang does not: both leave
+# them out here.
+function(korvane_compile_settings target)
+    target_compile_options(${target} PRIVATE
+        -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion -Wshadow -Wimplicit-fallthrough -Wundef
+        -ffp-contract=off)
+    if(KORVANE_WERROR)
+        target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(KORVANE_BUILD_FUZZ)
+        target_compile_options(${target} PRIVATE
+            -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+        target_link_options(${target} PRIVATE -fsanitize=address,undefined)
+    endif()
+    set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endfunction()

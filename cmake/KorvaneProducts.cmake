@@ -1,0 +1,83 @@
+# The products made of the rooms: the module Korvane, the toolkit archive KorvaneDicom, and the include tree
+# <build>/include/Korvane, which looks like the installed one.
+
+# Text "#include" lines for the public headers of the given rooms, in order.
+function(korvane_include_lines out)
+    set(lines "")
+    foreach(room IN LISTS ARGN)
+        get_property(headers GLOBAL PROPERTY "KORVANE_HEADERS_${room}")
+        foreach(header IN LISTS headers)
+            string(APPEND lines "#include \"${header}\"\n")
+        endforeach()
+    endforeach()
+    set(${out} "${lines}" PARENT_SCOPE)
+endfunction()
+
+# Links each room into the include tree and writes the umbrella headers there.
+function(korvane_include_tree rooms)
+    set(tree "${PROJECT_BINARY_DIR}/include/Korvane")
+    file(MAKE_DIRECTORY "${tree}")
+    foreach(room IN LISTS rooms)
+        string(REGEX REPLACE "/.*" "" folder "${room}")
+        file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}" "${tree}/${folder}" SYMBOLIC)
+    endforeach()
+
+    set(module_rooms ${rooms})
+    list(REMOVE_ITEM module_rooms ${KORVANE_ARCHIVE_ROOMS})
+    korvane_include_lines(KORVANE_MODULE_INCLUDES ${module_rooms})
+    korvane_include_lines(KORVANE_TOOLKIT_INCLUDES Dicom/Lib)
+    foreach(header Korvane Dicom Version)
+        configure_file("${PROJECT_SOURCE_DIR}/cmake/${header}.h.in" "${tree}/${header}.h" @ONLY)
+    endforeach()
+endfunction()
+
+function(korvane_products)
+    get_property(rooms GLOBAL PROPERTY KORVANE_PRESENT_ROOMS)
+    korvane_include_tree("${rooms}")
+    if(NOT rooms)
+        return()
+    endif()
+
+    set(module_objects "")
+    set(archive_objects "")
+    foreach(room IN LISTS rooms)
+        korvane_room_name("${room}" name)
+        list(APPEND module_objects $<TARGET_OBJECTS:room_${name}>)
+        if(room IN_LIST KORVANE_ARCHIVE_ROOMS)
+            list(APPEND archive_objects $<TARGET_OBJECTS:room_${name}>)
+        endif()
+    endforeach()
+
+    add_library(Korvane SHARED ${module_objects})
+    add_library(Korvane::Korvane ALIAS Korvane)
+    set_target_properties(Korvane PROPERTIES
+        LINKER_LANGUAGE CXX VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    if(NOT WIN32)
+        # Templates of the standard library that the module instantiated are nobody else's business.
+        set(version_script "${PROJECT_SOURCE_DIR}/cmake/Korvane.map")
+        target_link_options(Korvane PRIVATE "LINKER:--version-script=${version_script}" LINKER:--no-undefined)
+        set_target_properties(Korvane PROPERTIES LINK_DEPENDS "${version_script}")
+    endif()
+    if(export IN_LIST rooms)
+        target_link_libraries(Korvane PRIVATE ftp)
+    endif()
+    target_link_libraries(Korvane PRIVATE ${CMAKE_DL_LIBS})
+    set(products Korvane)
+
+    if(archive_objects)
+        add_library(KorvaneDicom STATIC ${archive_objects})
+        add_library(Korvane::Dicom ALIAS KorvaneDicom)
+        set_target_properties(KorvaneDicom PROPERTIES LINKER_LANGUAGE CXX EXPORT_NAME Dicom)
+        target_link_libraries(KorvaneDicom PUBLIC ${CMAKE_DL_LIBS})
+        list(APPEND products KorvaneDicom)
+    endif()
+
+    foreach(product IN LISTS products)
+        target_compile_features(${product} PUBLIC cxx_std_20)
+        target_include_directories(${product} INTERFACE
+            $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> $<INSTALL_INTERFACE:include>)
+        if(KORVANE_BUILD_FUZZ)
+            target_link_options(${product} PRIVATE -fsanitize=address,undefined)
+        endif()
+    endforeach()
+endfunction()

@@ -1,0 +1,39 @@
+# Tests and fuzz targets.
+#
+#   korvane_test(<room> SOURCES <file>... [LIBS <library>...])
+#       test_<name>, a GoogleTest program on the module and the toolkit archive; ctest sees every case in it.
+#   korvane_fuzz(<name> SOURCES <file>... [LIBS <library>...])
+#       fuzz_<name>, a libFuzzer program; a no-op unless KORVANE_BUILD_FUZZ.
+
+include(GoogleTest)
+
+function(korvane_link_program target)
+    korvane_compile_settings(${target})
+    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${target} PRIVATE ${ARGN} Korvane)
+    if(TARGET KorvaneDicom)
+        target_link_libraries(${target} PRIVATE KorvaneDicom)
+    endif()
+endfunction()
+
+function(korvane_test room)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
+    if(NOT KORVANE_BUILD_TESTS)
+        return()
+    endif()
+    korvane_room_name("${room}" name)
+    add_executable(test_${name} ${arg_SOURCES})
+    korvane_link_program(test_${name} ${arg_LIBS} GTest::gtest_main)
+    gtest_discover_tests(test_${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+                         PROPERTIES TIMEOUT 120)
+endfunction()
+
+function(korvane_fuzz name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBS")
+    if(NOT KORVANE_BUILD_FUZZ)
+        return()
+    endif()
+    add_executable(fuzz_${name} ${arg_SOURCES})
+    korvane_link_program(fuzz_${name} ${arg_LIBS})
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
