@@ -1,0 +1,44 @@
+// Numbers in byte streams: loads and stores in a stated byte order, at any alignment.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace platform {
+
+constexpr std::uint16_t SwapBytes(std::uint16_t value) {
+    return static_cast<std::uint16_t>((value << 8) | (value >> 8));
+}
+constexpr std::uint32_t SwapBytes(std::uint32_t value) {
+    return (value << 24) | ((value & 0xFF00u) << 8) | ((value >> 8) & 0xFF00u) | (value >> 24);
+}
+constexpr std::uint64_t SwapBytes(std::uint64_t value) {
+    return (static_cast<std::uint64_t>(SwapBytes(static_cast<std::uint32_t>(value))) << 32) |
+           SwapBytes(static_cast<std::uint32_t>(value >> 32));
+}
+
+
+template <class T>
+T LoadLittle(const void* bytes) {
+    T value;
+    std::memcpy(&value, bytes, sizeof value);
+    return value;
+}
+template <class T>
+T LoadBig(const void* bytes) {
+    return SwapBytes(LoadLittle<T>(bytes));
+}
+template <class T>
+void StoreLittle(void* bytes, T value) {
+    std::memcpy(bytes, &value, sizeof value);
+}
+template <class T>
+void StoreBig(void* bytes, T value) {
+    StoreLittle(bytes, SwapBytes(value));
+}
+
+/// Reverses the bytes of each unit of 2, 4 or 8 bytes in place; bytes behind the last whole unit stay as they are.
+void SwapUnits(void* bytes, std::size_t count, unsigned unit);
+
+} // namespace platform

@@ -1,0 +1,177 @@
+#include "platform/File.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <sys/stat.h>
+#include <vector>
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace platform {
+
+namespace {
+
+constexpr std::size_t kLargestRead = std::size_t{1} << 30;
+
+#if defined(_WIN32)
+
+std::wstring WidePath(const char* path) {
+    for (const unsigned codePage : {CP_UTF8, CP_ACP}) {
+        const DWORD flags = codePage == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0;
+        const int length = MultiByteToWideChar(codePage, flags, path, -1, nullptr, 0);
+        if (length == 0) continue;
+        std::wstring wide(static_cast<std::size_t>(length), L'\0');
+        MultiByteToWideChar(codePage, flags, path, -1, wide.data(), length);
+        wide.pop_back();
+        return wide;
+    }
+    return {};
+}
+
+bool IsDirectory(const std::wstring& path) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+#endif
+
+} // namespace
+
+#if defined(_WIN32)
+
+std::string NativePath(const char* path) {
+    std::string native(path);
+    std::replace(native.begin(), native.end(), '/', '\\');
+    return native;
+}
+
+std::FILE* OpenFile(const char* path, const char* mode) {
+    const std::wstring wide = WidePath(NativePath(path).c_str());
+    if (IsDirectory(wide)) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return _wfopen(wide.c_str(), WidePath(mode).c_str());
+}
+
+bool FileExists(const char* path) {
+    return GetFileAttributesW(WidePath(NativePath(path).c_str()).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool InputFile::Open(const char* path) {
+    Close();
+    const std::wstring wide = WidePath(NativePath(path).c_str());
+    if (IsDirectory(wide)) {
+        errno = EISDIR;
+        return false;
+    }
+    m_Handle = _wopen(wide.c_str(), _O_RDONLY | _O_BINARY | _O_SEQUENTIAL);
+    if (m_Handle < 0) return false;
+    const long long size = _filelengthi64(m_Handle);
+    m_Size = size > 0 ? static_cast<std::uint64_t>(size) : 0;
+    return true;
+}
+
+#else
+
+std::string NativePath(const char* path) {
+    std::string native(path);
+    std::replace(native.begin(), native.end(), '\\', '/');
+    return native;
+}
+
+std::FILE* OpenFile(const char* path, const char* mode) {
+    const std::string native = NativePath(path);
+    struct stat status;
+    if (stat(native.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return std::fopen(native.c_str(), mode);
+}
+
+bool FileExists(const char* path) {
+    return access(NativePath(path).c_str(), F_OK) == 0;
+}
+
+bool InputFile::Open(const char* path) {
+    Close();
+    m_Handle = open(NativePath(path).c_str(), O_RDONLY | O_CLOEXEC);
+    if (m_Handle < 0) return false;
+    struct stat status;
+    if (fstat(m_Handle, &status) != 0 || S_ISDIR(status.st_mode)) {
+        Close();
+        errno = EISDIR;
+        return false;
+    }
+    m_Size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    return true;
+}
+
+#endif
+
+InputFile::~InputFile() {
+    Close();
+}
+
+void InputFile::Close() {
+    if (m_Handle >= 0) close(m_Handle);
+    m_Handle = -1;
+    m_Size = 0;
+    m_bFailed = false;
+}
+
+std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
+    auto* const first = static_cast<unsigned char*>(bytes);
+    std::size_t done = 0;
+    while (done < capacity && m_Handle >= 0) {
+        const std::size_t wanted = std::min(capacity - done, kLargestRead);
+#if defined(_WIN32)
+        const auto got = read(m_Handle, first + done, static_cast<unsigned>(wanted));
+#else
+        const auto got = read(m_Handle, first + done, wanted);
+#endif
+        if (got == 0) break;
+        if (got < 0) {
+            if (errno == EINTR) continue;
+            m_bFailed = true;
+            break;
+        }
+        done += static_cast<std::size_t>(got);
+    }
+    return done;
+}
+
+OutputFile::~OutputFile() {
+    Close();
+}
+
+bool OutputFile::Open(const char* path) {
+    Close();
+    m_bFailed = false;
+    m_pFile = OpenFile(path, "wb");
+    return m_pFile != nullptr;
+}
+
+bool OutputFile::Write(const void* bytes, std::size_t count) {
+    if (m_pFile == nullptr || std::fwrite(bytes, 1, count, m_pFile) != count) m_bFailed = true;
+    return !m_bFailed;
+}
+
+bool OutputFile::Close() {
+    if (m_pFile == nullptr) return !m_bFailed;
+    if (std::fclose(m_pFile) != 0) m_bFailed = true;
+    m_pFile = nullptr;
+    return !m_bFailed;
+}
+
+} // namespace platform

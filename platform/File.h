@@ -1,0 +1,68 @@
+// Files by path. Both separators, slash and backslash, are accepted in every path; a directory is never opened as a
+// file. Paths are UTF-8 where they are valid UTF-8, else in the system's code page.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace platform {
+
+/// The path with the system's own separators.
+std::string NativePath(const char* path);
+
+/// `fopen`. Null with `errno` set on failure; EISDIR for a directory.
+std::FILE* OpenFile(const char* path, const char* mode);
+
+/// Whether anything stands under the path (no access rights checked).
+bool FileExists(const char* path);
+
+/// A file read from front to back without a buffer of its own.
+class InputFile {
+  public:
+    InputFile() = default;
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
+
+    /// False with `errno` set on failure.
+    bool Open(const char* path);
+    void Close();
+
+    /// Bytes in a regular file when it was opened; 0 for what has no size (a pipe, a device).
+    std::uint64_t GetSize() const { return m_Size; }
+
+    /// Reads up to `capacity` bytes; fewer only at the end of the file or on an error. The count read.
+    std::size_t Read(void* bytes, std::size_t capacity);
+
+    /// True once a read has failed.
+    bool HasFailed() const { return m_bFailed; }
+
+  private:
+    int m_Handle = -1;
+    std::uint64_t m_Size = 0;
+    bool m_bFailed = false;
+};
+
+/// A file written from front to back. A failed write, flush or close is kept and reported by `Close`.
+class OutputFile {
+  public:
+    OutputFile() = default;
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    /// Creates or truncates. False with `errno` set on failure.
+    bool Open(const char* path);
+    bool Write(const void* bytes, std::size_t count);
+
+    /// False when anything since `Open` has failed.
+    bool Close();
+
+  private:
+    std::FILE* m_pFile = nullptr;
+    bool m_bFailed = false;
+};
+
+} // namespace platform

@@ -1,0 +1,46 @@
+#include "platform/Signals.h"
+
+#if !defined(_WIN32)
+#include <csignal>
+#include <ctime>
+#endif
+
+namespace platform {
+
+#if defined(_WIN32)
+
+struct BlockBrokenPipe::State {};
+
+BlockBrokenPipe::BlockBrokenPipe() = default;
+BlockBrokenPipe::~BlockBrokenPipe() = default;
+
+#else
+
+struct BlockBrokenPipe::State {
+    sigset_t pipe;
+    sigset_t before;
+    bool wasPending;
+};
+
+BlockBrokenPipe::BlockBrokenPipe() : m_pState(std::make_unique<State>()) {
+    sigset_t pending;
+    sigpending(&pending);
+    m_pState->wasPending = sigismember(&pending, SIGPIPE) == 1;
+    sigemptyset(&m_pState->pipe);
+    sigaddset(&m_pState->pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &m_pState->pipe, &m_pState->before);
+}
+
+BlockBrokenPipe::~BlockBrokenPipe() {
+    // One that was raised while it was blocked is taken off, or it would strike as soon as it is let through.
+    const timespec noWait{};
+    if (!m_pState->wasPending) {
+        while (sigtimedwait(&m_pState->pipe, nullptr, &noWait) == SIGPIPE) {
+        }
+    }
+    pthread_sigmask(SIG_SETMASK, &m_pState->before, nullptr);
+}
+
+#endif
+
+} // namespace platform
