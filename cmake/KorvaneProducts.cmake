@@ -13,11 +13,14 @@ function(korvane_include_lines out)
     set(${out} "${lines}" PARENT_SCOPE)
 endfunction()
 
-# Links each room into the include tree and writes the umbrella headers there.
+# Links each room into the include tree and writes the umbrella headers there. The list of all public headers goes to
+# <build>/public-headers.txt, for the checks that go through them.
 function(korvane_include_tree rooms)
     set(tree "${PROJECT_BINARY_DIR}/include/Korvane")
     file(MAKE_DIRECTORY "${tree}")
     foreach(room IN LISTS rooms)
+        get_property(headers GLOBAL PROPERTY "KORVANE_HEADERS_${room}")
+        list(APPEND public_headers ${headers})
         string(REGEX REPLACE "/.*" "" folder "${room}")
         file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}" "${tree}/${folder}" SYMBOLIC)
     endforeach()
@@ -29,6 +32,8 @@ function(korvane_include_tree rooms)
     foreach(header Korvane Dicom Version)
         configure_file("${PROJECT_SOURCE_DIR}/cmake/${header}.h.in" "${tree}/${header}.h" @ONLY)
     endforeach()
+    list(JOIN public_headers "\n" lines)
+    file(WRITE "${PROJECT_BINARY_DIR}/public-headers.txt" "${lines}\n")
 endfunction()
 
 function(korvane_products)

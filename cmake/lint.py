@@ -1,0 +1,244 @@
+#!/usr/bin/env python3
+"""House rules that a machine can check. `./dev lint` calls this; each finding is one line "file:line: what"."""
+
+import argparse
+import concurrent.futures
+import hashlib
+import json
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+
+# A room may include itself and these. Arrows run one way: no room is listed before one that it may use.
+ARROWS = {
+    "platform": [],
+    "math": ["platform"],
+    "volume": ["platform"],
+    "Dicom/Lib": ["platform"],
+    "automation": ["Dicom/Lib", "math", "platform"],
+    "series": ["volume", "Dicom/Lib", "automation", "platform"],
+    "slicing": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
+    "export": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
+    "media": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
+}
+OUTSIDERS = ["host", "examples", "tests", "bench"]  # on <Korvane/...> only
+FOREIGN = {"export": ["ftplib.h"]}  # third-party headers, and who may include them
+
+SOURCE_SUFFIXES = {".cpp", ".h", ".H", ".hpp", ".inc"}
+SKIPPED_FOLDERS = {".git", "build", "out", "__pycache__"}
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
+SYSTEM_MACRO = re.compile(
+    r"\b(_WIN32|_WIN64|WIN32|__linux__|__linux|__unix__|__unix|__APPLE__|_MSC_VER|__MINGW32__|__MINGW64__|_POSIX_\w+)\b")
+SYSTEM_HEADER = re.compile(
+    r"^(windows|winsock2?|ws2tcpip|oleauto|oaidl|io|direct|process|unistd|fcntl|dlfcn|netdb|poll|dirent|pthread|"
+    r"ifaddrs|termios|utime|strings|sched|langinfo)\.h$|^(sys|netinet|arpa|net|linux|asm)/")
+FORBIDDEN = re.compile(
+    r"\bthe spec(ification)?\b|\bspec(ification)?\.md\b|\bParts? [1-8]\.[1-9]\b|\.\./shared/(spec|design|models)"
+    r"|/wor" r"k/|/tmp/bri" r"ef|\bdesign\.md\b|\bmodels\.md\b", re.IGNORECASE)
+MAX_LINES = 700
+
+
+def project_files():
+    for folder, folders, names in os.walk(ROOT):
+        folders[:] = sorted(f for f in folders if f not in SKIPPED_FOLDERS)
+        for name in sorted(names):
+            yield (Path(folder) / name).relative_to(ROOT)
+
+
+def is_source(path):
+    return path.suffix in SOURCE_SUFFIXES
+
+
+def is_generated(path):
+    return "generated" in path.name
+
+
+def room_of(path):
+    text = path.as_posix()
+    return next((r for r in [*ARROWS, *OUTSIDERS] if text.startswith(r + "/")), None)
+
+
+def includes(path):
+    for number, line in enumerate((ROOT / path).read_text(encoding="utf-8", errors="replace").splitlines(), 1):
+        match = INCLUDE.match(line)
+        if match:
+            yield number, match.group(1) == "<", match.group(2)
+
+
+def target_of(path, name):
+    """The project file that an include names, relative to the root, or None."""
+    if name.startswith("Korvane/"):
+        return Path(name.removeprefix("Korvane/"))
+    for base in (path.parent, Path()):
+        candidate = Path(os.path.normpath(base / name))
+        if (ROOT / candidate).is_file():
+            return candidate
+    return None
+
+
+def check_arrows(files):
+    for path in files:
+        room = room_of(path)
+        if room is None or not is_source(path):
+            continue
+        for number, angled, name in includes(path):
+            target = target_of(path, name)
+            other = room_of(target) if target else None
+            if room in OUTSIDERS:
+                if other in ARROWS and not name.startswith("Korvane/"):
+                    yield f"{path}:{number}: {room}/ includes the library as <Korvane/...>, not {name}"
+            elif other and other != room and other not in ARROWS[room]:
+                yield f"{path}:{number}: {room}/ must not include {other}/ ({name})"
+            elif not angled and target is None:
+                yield f"{path}:{number}: no such file in the project: {name}"
+            elif name.startswith("Korvane/"):
+                yield f"{path}:{number}: inside the library include by folder, not {name}"
+            elif path.suffix in {".h", ".H"} and target and not (ROOT / path.parent / name).is_file():
+                yield f"{path}:{number}: headers include headers relatively: {name}"
+            elif any(name in names and room != owner for owner, names in FOREIGN.items()):
+                yield f"{path}:{number}: {room}/ must not include {name}"
+
+
+def check_portability(files):
+    for path in files:
+        room = room_of(path)
+        if not is_source(path) or room in (None, "platform"):
+            continue
+        for number, _, name in includes(path):
+            if SYSTEM_HEADER.match(name):
+                yield f"{path}:{number}: operating-system header {name} outside platform/"
+        for number, line in enumerate((ROOT / path).read_text(encoding="utf-8", errors="replace").splitlines(), 1):
+            if SYSTEM_MACRO.search(line.split("//")[0]):
+                yield f"{path}:{number}: operating-system macro outside platform/: {line.strip()}"
+
+
+def check_words(files):
+    for path in files:
+        if path.as_posix() == "cmake/lint.py":
+            continue
+        data = (ROOT / path).read_bytes()
+        if b"\0" in data:
+            continue
+        for number, line in enumerate(data.decode("utf-8", "replace").splitlines(), 1):
+            match = FORBIDDEN.search(line)
+            if match:
+                yield f"{path}:{number}: \"{match.group(0)}\" does not belong into the project"
+
+
+def check_length(files):
+    for path in files:
+        if is_source(path) and not is_generated(path):
+            lines = len((ROOT / path).read_text(encoding="utf-8", errors="replace").splitlines())
+            if lines > MAX_LINES:
+                yield f"{path}:{MAX_LINES}: {lines} lines; split it"
+
+
+def run_all(commands):
+    """Runs (label, command) pairs on all processors; yields (label, exit status, output) in order."""
+    def run(item):
+        done = subprocess.run(item[1], capture_output=True, text=True, check=False, cwd=ROOT)
+        return item[0], done.returncode, done.stdout + done.stderr
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        yield from pool.map(run, commands)
+
+
+def check_format(files):
+    paths = [str(p) for p in files if is_source(p) and not is_generated(p)]
+    for path, status, output in run_all([(p, ["clang-format", "--dry-run", "-Werror", p]) for p in paths]):
+        if status:
+            lines = re.findall(r":(\d+):\d+: error:", output)
+            yield f"{path}:{lines[0] if lines else 1}: not as clang-format would have it ({len(lines)} places)"
+
+
+def check_headers(build):
+    """Each public header compiles alone, as a user includes it, without a compiler extension."""
+    names = ["Korvane.h", "Dicom.h", "Version.h", *(build / "public-headers.txt").read_text().split()]
+    flags = ["-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-x", "c++",
+             f"-I{build}/include", "-include"]
+    commands = [(name, ["clang++", *flags, f"Korvane/{name}", "/dev/null"]) for name in names]
+    for name, status, output in run_all(commands):
+        if status:
+            yield f"{name}: does not compile alone\n{output}"
+
+
+def stamp(entry, dependencies, settings):
+    """Changes when the source, a project header that it includes, its flags or the settings change."""
+    digest = hashlib.sha256(settings + entry["command"].encode())
+    for path in sorted({entry["file"], *dependencies}):
+        digest.update(Path(path).read_bytes())
+    return digest.hexdigest()
+
+
+def read_dependencies(build):
+    """Object file -> project files that it was compiled from, as Ninja remembers them."""
+    text = subprocess.run(["ninja", "-C", str(build), "-t", "deps"], capture_output=True, text=True, check=True).stdout
+    result, current = {}, None
+    for line in text.splitlines():
+        if line.startswith("    "):
+            path = Path(os.path.normpath(build / line.strip()))
+            if current is not None and path.is_relative_to(ROOT) and path.is_file():
+                current.append(str(path))
+        elif ": #deps" in line:
+            current = result.setdefault(line.split(":")[0], [])
+    return result
+
+
+def check_tidy(build):
+    """clang-tidy over every compiled file; a file that was clean and has not changed since is not read again."""
+    settings = (ROOT / ".clang-tidy").read_bytes()
+    for extra in ROOT.glob("*/.clang-tidy"):
+        settings += extra.read_bytes()
+    dependencies = read_dependencies(build)
+    stamps_file = build / "lint-stamps.json"
+    stamps = json.loads(stamps_file.read_text()) if stamps_file.is_file() else {}
+    commands, fresh = [], {}
+    for entry in json.loads((build / "compile_commands.json").read_text()):
+        if not Path(entry["file"]).is_relative_to(ROOT) or Path(entry["file"]).is_relative_to(build):
+            continue
+        fresh[entry["file"]] = stamp(entry, dependencies.get(entry.get("output", ""), []), settings)
+        if stamps.get(entry["file"]) != fresh[entry["file"]]:
+            commands.append((entry["file"], ["clang-tidy", "-p", str(build), "--quiet", entry["file"]]))
+    for name, status, output in run_all(commands):
+        findings = [line for line in output.splitlines() if ": warning:" in line or ": error:" in line]
+        if status or findings:
+            fresh.pop(name)
+            yield "\n".join(findings) or output
+    stamps_file.write_text(json.dumps(fresh))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--build", type=Path, required=True, help="a configured and built Ninja build folder")
+    parser.add_argument("checks", nargs="*", help="which checks to run (all)")
+    arguments = parser.parse_args()
+    build = arguments.build.resolve()
+    files = list(project_files())
+    checks = {
+        "arrows": lambda: check_arrows(files),
+        "portability": lambda: check_portability(files),
+        "words": lambda: check_words(files),
+        "length": lambda: check_length(files),
+        "format": lambda: check_format(files),
+        "headers": lambda: check_headers(build),
+        "tidy": lambda: check_tidy(build),
+    }
+    failed = 0
+    for name, check in checks.items():
+        if arguments.checks and name not in arguments.checks:
+            continue
+        findings = list(dict.fromkeys(line for text in check() for line in text.splitlines()))
+        print(f"{name}: {'clean' if not findings else ''}", flush=True)
+        for finding in findings:
+            print(f"  {finding}")
+        failed += len(findings)
+    print(f"lint: {failed} findings")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
