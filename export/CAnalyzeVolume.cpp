@@ -1,0 +1,251 @@
+#include "export/CAnalyzeVolume.h"
+
+#include "Dicom/Lib/DICOMObject.h"
+#include "export/AnalyzeStream.h"
+#include "platform/Bytes.h"
+#include "platform/Integer.h"
+#include "series/CDicomVolume.h"
+#include "series/ValueHelpers.h"
+#include "volume/CImagePlane.h"
+#include "volume/CVolume.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+using korvane_detail::AnalyzeStream;
+
+namespace {
+
+constexpr std::int32_t kUnsignedChar = 2;
+constexpr std::int32_t kSignedShort = 4;
+constexpr std::int32_t kFloat = 16;
+
+bool IsXRayAngiography(DICOMDataObject* dataSet) {
+    char modality[64];
+    if (dataSet == nullptr || !ReadDCMStringTag(dataSet, 0x0008, 0x0060, modality, sizeof modality)) {
+        return false;
+    }
+    return (modality[0] == 'X' || modality[0] == 'x') && (modality[1] == 'A' || modality[1] == 'a') &&
+           modality[2] == '\0';
+}
+
+/// One row of 16-bit samples as the file holds them. The float product is exact where the scale is 1, so that it can be
+/// left out, which is what nearly every volume takes.
+template <class Sample>
+void ConvertRow(const Sample* source, std::vector<std::uint16_t>& row, float scale, int offset) {
+    const auto shift = static_cast<std::uint16_t>(offset);
+    const std::size_t count = row.size();
+    std::uint16_t* const out = row.data();
+    if (scale == 1.0f) {
+        for (std::size_t i = 0; i < count; ++i) {
+            out[i] = platform::SwapBytes(static_cast<std::uint16_t>(source[i] - shift));
+        }
+    } else {
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto scaled = static_cast<std::int32_t>(static_cast<float>(source[i]) * scale);
+            out[i] = platform::SwapBytes(static_cast<std::uint16_t>(scaled - shift));
+        }
+    }
+}
+
+[[noreturn]] void RefuseDatatype(std::int32_t datatype) {
+    static char bit[] = "BIT data type not supported";
+    static char i32[] = "I32 data type not supported";
+    static char complex[] = "COMPLEX data type not supported";
+    static char real[] = "DOUBLE data type not supported";
+    static char unknown[] = "0 Unknown data type not supported";  // the number is not the code, and means nothing
+    char* text = unknown;
+    switch (datatype) {
+    case 0: text = bit; break;
+    case 8: text = i32; break;
+    case 32: text = complex; break;
+    case 64: text = real; break;
+    default: break;
+    }
+    throw text;
+}
+
+CVolume::PixelType PixelTypeOf(std::int32_t datatype) {
+    switch (datatype) {
+    case kUnsignedChar: return CVolume::PT_BYTE;
+    case kSignedShort: return CVolume::PT_SHORT;
+    case kFloat: return CVolume::PT_FLOAT;
+    default: RefuseDatatype(datatype);
+    }
+}
+
+/// Bytes of a slice; throws unless the data file holds all slices, before memory is taken for them.
+std::size_t CheckedSliceSize(const AnalyzeHeader& header, std::size_t voxelSize, std::uint64_t fileSize) {
+    if (header.dim[1] < 0 || header.dim[2] < 0 || header.dim[3] < 0) {
+        throw EINVAL;
+    }
+    const std::uint64_t slice = static_cast<std::uint64_t>(header.dim[1]) * header.dim[2] * voxelSize;
+    if (slice * header.dim[3] > fileSize) {
+        throw EIO;
+    }
+    return static_cast<std::size_t>(slice);
+}
+
+}  // namespace
+
+CAnalyzeVolume::CAnalyzeVolume() : m_Header{}, m_bBigEndian(false), m_fScale(1.0f), m_nOffset(0) {}
+
+CVolumeExport& CAnalyzeVolume::operator=(CDicomVolume& series) {
+    TakeReference(series.GetVolume());
+    m_Header = AnalyzeHeader{};
+    m_bBigEndian = false;
+    if (m_pVolume == nullptr) {
+        return *this;
+    }
+    DICOMDataObject* const first = series.GetDDOList().empty() ? nullptr : series.GetDDOList().front();
+    int dimensions[4];
+    float spacing[4];
+    m_pVolume->GetDimensions(dimensions);
+    m_pVolume->GetSpacing(spacing);
+
+    m_Header.sizeof_hdr = 348;
+    m_Header.regular = 'r';
+    m_Header.dim[0] = 4;
+    m_Header.dim[4] = 1;
+    for (int axis = 0; axis < 3; ++axis) {
+        m_Header.dim[axis + 1] = static_cast<std::int16_t>(dimensions[axis]);
+        m_Header.pixdim[axis + 1] = spacing[axis];
+        m_Header.originator[axis] = static_cast<std::int16_t>(m_Header.dim[axis + 1] / 2);
+    }
+    std::strcpy(m_Header.vox_units, "mm");
+    std::strcpy(m_Header.descrip, "Converted from dicom");
+    ChooseVoxelMapping(first);
+    m_Header.bitpix = first == nullptr ? std::int16_t{0} : static_cast<std::int16_t>(first->GetUINT16(0x0028, 0x0101));
+    m_Header.funused1 = 1.0f;
+    m_Header.glmax = platform::Low32(m_pVolume->GetMax());
+    m_bBigEndian = true;
+    return *this;
+}
+
+void CAnalyzeVolume::ChooseVoxelMapping(DICOMDataObject* first) {
+    m_Header.datatype = HasSamples() ? kSignedShort : kUnsignedChar;
+    if (m_pVolume->GetType() != CVolume::PT_USHORT) {
+        return;
+    }
+    // Neither is set back when another volume is assigned: required.
+    if (IsXRayAngiography(first)) {
+        m_fScale = 0.5f;
+    } else {
+        m_nOffset = 32767;
+    }
+}
+
+bool CAnalyzeVolume::HasSamples() const {
+    const CVolume::PixelType type = m_pVolume->GetType();
+    return type == CVolume::PT_SHORT || type == CVolume::PT_USHORT;
+}
+
+bool CAnalyzeVolume::HeaderIsOfVolume() {
+    int dimensions[4];
+    m_pVolume->GetDimensions(dimensions);
+    return m_Header.dim[1] == dimensions[0] && m_Header.dim[2] == dimensions[1] && m_Header.dim[3] == dimensions[2];
+}
+
+bool CAnalyzeVolume::Save(const char* dir, const char* name) {
+    if (m_pVolume == nullptr || !HeaderIsOfVolume()) {
+        return false;
+    }
+    const std::string path = std::string(dir) + "/" + name;
+    try {
+        AnalyzeStream stream(m_pWriter);
+        stream.Open(path + ".hdr");
+        stream.Header(m_Header);
+        stream.Close();
+        stream.Open(path + ".img");
+        WriteVoxels(stream);
+        stream.Close();
+    } catch (int) {
+        return false;
+    }
+    return true;
+}
+
+void CAnalyzeVolume::WriteVoxels(AnalyzeStream& stream) {
+    const bool samples = HasSamples();
+    if (!samples && m_pVolume->GetType() != CVolume::PT_BYTE) {
+        return;
+    }
+    std::vector<std::uint16_t> row(samples ? m_Header.dim[1] : 0);
+    const std::size_t sliceSize = static_cast<std::size_t>(m_Header.dim[1]) * m_Header.dim[2];
+    for (int slice = m_Header.dim[3] - 1; slice >= 0; --slice) {
+        if (AdvanceProgress()) {
+            return;
+        }
+        if (samples) {
+            WriteSlice16(stream, slice, row);
+        } else {
+            stream.Bytes(PlanePixels(slice), sliceSize);
+        }
+    }
+}
+
+void CAnalyzeVolume::WriteSlice16(AnalyzeStream& stream, int slice, std::vector<std::uint16_t>& row) {
+    const bool isSigned = m_pVolume->GetType() == CVolume::PT_SHORT;
+    const auto* const pixels = static_cast<const std::uint16_t*>(PlanePixels(slice));
+    const std::size_t width = row.size();
+    for (int y = 0; y < m_Header.dim[2]; ++y) {
+        const std::uint16_t* const source = pixels + y * width;
+        if (m_bBigEndian) {  // otherwise the row stays zero
+            if (isSigned) {
+                ConvertRow(reinterpret_cast<const std::int16_t*>(source), row, m_fScale, m_nOffset);
+            } else {
+                ConvertRow(source, row, m_fScale, m_nOffset);
+            }
+        }
+        stream.Bytes(row.data(), 2 * width);  // one call of the writer for each row: a host's writer may count on it
+    }
+}
+
+bool CAnalyzeVolume::ReadHeader(const char* path) {
+    AnalyzeHeader header{};
+    AnalyzeStream stream;
+    stream.Open(path);
+    m_bBigEndian = stream.Header(header);
+    m_Header = header;
+    return true;
+}
+
+bool CAnalyzeVolume::Load(const char* base) {
+    AdoptReference(CVolume::New());
+    int failure = ENOMEM;
+    try {
+        LoadPair(base);
+        return true;
+    } catch (int error) {
+        failure = error;
+    } catch (const std::bad_alloc&) {
+    }
+    AdoptReference(nullptr);
+    throw std::strerror(failure);
+}
+
+void CAnalyzeVolume::LoadPair(const std::string& base) {
+    ReadHeader((base + ".hdr").c_str());
+    const CVolume::PixelType type = PixelTypeOf(m_Header.datatype);
+    AnalyzeStream stream;
+    stream.Open(base + ".img");
+    m_pVolume->SetType(type);
+    const std::size_t sliceSize =
+        CheckedSliceSize(m_Header, static_cast<std::size_t>(m_pVolume->GetTypeSize()), stream.GetSize());
+
+    m_pVolume->Init(type, m_Header.dim[1], m_Header.dim[2], m_Header.dim[3], 1);
+    m_pVolume->Alloc(false);
+    for (int slice = 0; slice < m_Header.dim[3]; ++slice) {
+        void* const pixels = PlanePixels(slice);
+        stream.Bytes(pixels, sliceSize);
+        if (m_bBigEndian && type != CVolume::PT_BYTE) {
+            platform::SwapUnits(pixels, sliceSize, 2);  // floats too: required
+        }
+        AdvanceProgress();
+    }
+    stream.Close();
+    m_pVolume->Update();
+    float spacing[4] = {m_Header.pixdim[1], m_Header.pixdim[2], m_Header.pixdim[3], 1.0f};
+    m_pVolume->SetSpacing(spacing);
+}

@@ -1,0 +1,153 @@
+#include "export/CFTPSend.h"
+
+#include "platform/Signals.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ftplib.h>
+#include <limits>
+
+namespace {
+
+char g_NoReply[] = "";
+
+/// Throws a reply as text that outlives the connection whose buffer it stands in.
+[[noreturn]] void ThrowReply(const char* reply) {
+    static char text[512];
+    std::snprintf(text, sizeof text, "%s", reply);
+    throw static_cast<char*>(text);
+}
+
+}  // namespace
+
+bool CFTPSend::Init = false;
+
+CFTPSend::CFTPSend() : m_pControl(nullptr), m_pData(nullptr), m_bControlBorrowed(false), m_bDataBorrowed(false) {
+    if (!Init) {
+        FtpInit();
+        Init = true;
+    }
+}
+
+CFTPSend::CFTPSend(const CFTPSend& source)
+    : CFileWriter(source), m_pControl(source.m_pControl), m_pData(source.m_pData),
+      m_bControlBorrowed(source.m_pControl != nullptr), m_bDataBorrowed(source.m_pData != nullptr) {}
+
+CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
+    CFileWriter::operator=(source);
+    if (m_pData != source.m_pData) {
+        CFTPSend::Close();
+        m_pData = source.m_pData;
+        m_bDataBorrowed = m_pData != nullptr;
+    }
+    if (m_pControl != source.m_pControl) {
+        NetBuf* const data = m_pData;
+        m_pData = nullptr;  // already the source's: not to be closed with the old session
+        Disconnect();
+        m_pData = data;
+        m_pControl = source.m_pControl;
+        m_bControlBorrowed = m_pControl != nullptr;
+    }
+    return *this;
+}
+
+CFTPSend::~CFTPSend() {
+    Disconnect();
+}
+
+void CFTPSend::Disconnect() {
+    const platform::BlockBrokenPipe guard;
+    CFTPSend::Close();
+    if (m_pControl != nullptr && !m_bControlBorrowed) {
+        FtpQuit(m_pControl);
+    }
+    m_pControl = nullptr;
+    m_bControlBorrowed = false;
+}
+
+void CFTPSend::Connect(const char* host, const char* user, const char* password) {
+    const platform::BlockBrokenPipe guard;
+    Disconnect();
+    if (FtpConnect(host, &m_pControl) == 0) {
+        m_pControl = nullptr;
+        ThrowReply(StrError());
+    }
+    if (FtpLogin(user, password, m_pControl) == 0) {
+        ThrowReply(StrError());
+    }
+}
+
+void CFTPSend::ChDir(const char* dir) {
+    const platform::BlockBrokenPipe guard;
+    if (m_pControl == nullptr || FtpChdir(dir, m_pControl) == 0) {
+        ThrowReply(CFTPSend::StrError());
+    }
+}
+
+bool CFTPSend::Open(const char* path, const char* mode) {
+    const platform::BlockBrokenPipe guard;
+    if (m_pData != nullptr) {
+        Close();
+        CFTPSend::Close();  // a derived Close may have left it open
+    }
+    if (m_pControl == nullptr) {
+        return false;
+    }
+    const char kind = mode[0] != '\0' && mode[1] == 't' ? FTPLIB_ASCII : FTPLIB_IMAGE;
+    if (FtpAccess(path, FTPLIB_FILE_WRITE, kind, m_pControl, &m_pData) == 0) {
+        m_pData = nullptr;
+    }
+    return m_pData != nullptr;
+}
+
+int CFTPSend::Close() {
+    int result = 0;
+    if (m_pData != nullptr && !m_bDataBorrowed) {
+        const platform::BlockBrokenPipe guard;
+        result = FtpClose(m_pData);
+    }
+    m_pData = nullptr;
+    m_bDataBorrowed = false;
+    return result;
+}
+
+unsigned CFTPSend::Write(void* buf, unsigned size, unsigned count) {
+    const unsigned long long bytes = static_cast<unsigned long long>(size) * count;
+    if (bytes > static_cast<unsigned long long>(std::numeric_limits<int>::max())) {
+        return static_cast<unsigned>(-1);
+    }
+    return static_cast<unsigned>(Send(buf, static_cast<int>(bytes)));
+}
+
+int CFTPSend::Print(const char* format, ...) {
+    char text[512];
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return length < 0 ? -1 : Send(text, static_cast<int>(std::strlen(text)));
+}
+
+unsigned CFTPSend::Seek(unsigned long offset) {
+    const char zero = 0;
+    for (unsigned long i = 0; i < offset; ++i) {
+        if (Send(&zero, 1) != 1) {
+            break;  // the connection is gone, and the result is fixed
+        }
+    }
+    return static_cast<unsigned>(offset);
+}
+
+char* CFTPSend::StrError() {
+    char* const reply = m_pControl == nullptr ? nullptr : FtpLastResponse(m_pControl);
+    return reply == nullptr ? g_NoReply : reply;
+}
+
+int CFTPSend::Send(const void* bytes, int count) {
+    if (m_pData == nullptr) {
+        return -1;
+    }
+    const platform::BlockBrokenPipe guard;
+    return FtpWrite(bytes, count, m_pData);
+}

@@ -1,0 +1,94 @@
+#include "export/CFileReader.h"
+
+#include "platform/File.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+bool IsSpace(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+/// Cuts comment and trailing white space off; whether anything but white space is left.
+bool CutLine(char* line) {
+    char* const first = std::find_if_not(line, line + std::strlen(line), IsSpace);
+    char* end = first + std::strcspn(first, "#");
+    while (end > first && IsSpace(end[-1])) {
+        --end;
+    }
+    *end = '\0';
+    return end > first;
+}
+
+}  // namespace
+
+CFileReader::CFileReader() : m_nLine(0), m_pFile(nullptr), m_Line{}, m_bBorrowed(false) {}
+
+CFileReader::CFileReader(const char* path) : CFileReader() {
+    m_pFile = platform::OpenFile(path, "rt");
+    if (m_pFile == nullptr) {
+        throw std::strerror(errno);
+    }
+}
+
+CFileReader::CFileReader(const CFileReader& source) : CFileReader() {
+    *this = source;
+}
+
+CFileReader& CFileReader::operator=(const CFileReader& source) {
+    if (m_pFile != source.m_pFile) {
+        Close();
+        m_pFile = source.m_pFile;
+        m_bBorrowed = m_pFile != nullptr;
+    }
+    m_nLine = source.m_nLine;
+    std::memmove(m_Line, source.m_Line, sizeof m_Line);
+    return *this;
+}
+
+CFileReader::~CFileReader() {
+    Close();
+}
+
+void CFileReader::Close() {
+    if (m_pFile != nullptr && !m_bBorrowed) {
+        std::fclose(m_pFile);
+    }
+    m_pFile = nullptr;
+    m_bBorrowed = false;
+}
+
+bool CFileReader::ReadNextLine(char* dst, int size) {
+    if (m_pFile == nullptr) {
+        return false;
+    }
+    do {
+        if (std::fgets(m_Line, sizeof m_Line, m_pFile) == nullptr) {
+            if (std::feof(m_pFile) != 0) {
+                return false;
+            }
+            throw std::strerror(errno);
+        }
+        ++m_nLine;
+    } while (!CutLine(m_Line));
+    if (size > 0) {
+        std::strncpy(dst, m_Line, static_cast<std::size_t>(size));
+        dst[size - 1] = '\0';
+    }
+    return true;
+}
+
+bool CFileReader::Eof() const {
+    return m_pFile == nullptr || std::feof(m_pFile) != 0;
+}
+
+void CFileReader::Reset() {
+    m_nLine = 0;
+    if (m_pFile != nullptr) {
+        std::fseek(m_pFile, 0, SEEK_SET);
+    }
+}
