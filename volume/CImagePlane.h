@@ -28,18 +28,21 @@ public:
     /// does not fit.
     void Alloc(int a, int b, int c, int d);
 
-    /// Adopts the caller's pixels; the plane will not free them. What it owned before is freed.
+    /// Adopts the caller's pixels; the plane will not free them. What it owned before is freed,
+    /// unless `p` is that very buffer: then it becomes the caller's.
     void Alloc(void* p) noexcept;
 
-    float m_Org[3];        ///< Origin in millimetres (x, y, z); z orders and spaces the planes of a volume.
-    void* m_pData;         ///< Row after row; null without pixels.
-    bool m_bOwner = false; ///< Whether `m_pData` was allocated by a plane (this one, or the one it was copied from).
+    float m_Org[3];         ///< Origin in millimetres (x, y, z); z orders and spaces the planes of a volume.
+    void* m_pData;          ///< Row after row; null without pixels.
+    bool m_bOwner = false;  ///< Whether `m_pData` was allocated by a plane (this one, or the one it was copied from).
 
 private:
     friend class CVolume;
 
     bool Owns() const noexcept { return m_bOwner && !m_bBorrowed; }
     void Release() noexcept;
+    void Borrow(const CImagePlane& source) noexcept;
+    void TakePixels(CImagePlane& source) noexcept;
 
-    bool m_bBorrowed = false; // m_pData is the business of the plane that this one was copied from
+    bool m_bBorrowed = false;  // m_pData is the business of the plane that this one was copied from
 };

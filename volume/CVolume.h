@@ -28,12 +28,12 @@
 class KORVANE_API CVolume {
 public:
     enum PixelType : int {
-        PT_SHORT = 0,  ///< signed 16-bit
-        PT_USHORT = 1, ///< unsigned 16-bit
-        PT_BYTE = 2,   ///< unsigned 8-bit
-        PT_FLOAT = 3,  ///< 32-bit float
-        PT_LONG = 4,   ///< signed 32-bit
-        PT_ULONG = 5,  ///< unsigned 32-bit
+        PT_SHORT = 0,   ///< signed 16-bit
+        PT_USHORT = 1,  ///< unsigned 16-bit
+        PT_BYTE = 2,    ///< unsigned 8-bit
+        PT_FLOAT = 3,   ///< 32-bit float
+        PT_LONG = 4,    ///< signed 32-bit
+        PT_ULONG = 5,   ///< unsigned 32-bit
     };
 
     /// No pixels, count 1, spacing (1, 1, 1, 0), orientation ((1, 0, 0), (0, 1, 0)), everything else zero.
@@ -67,12 +67,13 @@ public:
     /// `Free`, then dimensions 0, not initialised, table empty. Geometry and voxel type stay.
     void Reset();
 
-    bool GetContig() const; ///< Whether there is one contiguous block.
-    void* GetVolumePt();    ///< That block; null for separate planes.
+    bool GetContig() const;  ///< Whether there is one contiguous block.
+    void* GetVolumePt();     ///< That block; null for separate planes.
     /// Plane k of 0 to nz - 1, not checked.
     CImagePlane* GetPlane(int k);
     /// Bytes of a voxel; -1 for a value that is no `PixelType`.
     int GetTypeSize();
+    /// For use before `Alloc`: pixels that are there are neither converted nor given more room.
     void SetType(PixelType type);
     PixelType GetType();
 
@@ -85,9 +86,9 @@ public:
     /// plane addresses allow for it. They are plain ints and wrap beyond 2 GB: address by `GetPlane` there.
     void GetIncrements(int* const inc) const;
 
-    void SetOrigin(float* const org); ///< Four values.
+    void SetOrigin(float* const org);  ///< Four values.
     void GetOrigin(float* const org) const;
-    void SetSpacing(float* const space); ///< Four values: column distance, row distance, plane distance, fourth.
+    void SetSpacing(float* const space);  ///< Four values: column distance, row distance, plane distance, fourth.
     void GetSpacing(float* const space) const;
     /// Direction cosines of the row direction (along x), then of the column direction (along y).
     void SetOrientation(float (*const orient)[3]);
@@ -169,15 +170,15 @@ protected:
     std::vector<ZInterpVector> m_ZInterp;
     std::vector<CImagePlane> m_Planes;
     int m_nRefs = 1;
-    int m_AllocMode = 0; // 0 no pixel memory, 1 one block, 2 one block for each plane
+    int m_AllocMode = 0;  // 0 no pixel memory, 1 one block, 2 one block for each plane
 
 private:
     void AllocPlanes();
     void AllocContiguous();
     void ReleaseBlock() noexcept;
-    float PlaneZ(int k) const; // millimetres from plane 0
+    float PlaneZ(int k) const;  // millimetres from plane 0
     ZInterpVector InterpolateAt(float z, int low, int high);
     const ZInterpVector& RecordAt(double z) const;
 
-    bool m_bBorrowed = false; // m_pVolume is the business of the volume that this one was copied from
+    bool m_bBorrowed = false;  // m_pVolume is the business of the volume that this one was copied from
 };

@@ -1,0 +1,26 @@
+#include "volume/CPercentGenerator.h"
+
+#include "volume/ProgressStep.h"
+
+CPercentGenerator::CPercentGenerator() = default;
+CPercentGenerator::CPercentGenerator(const CPercentGenerator& other) = default;
+CPercentGenerator& CPercentGenerator::operator=(const CPercentGenerator& other) = default;
+CPercentGenerator::~CPercentGenerator() = default;
+
+void CPercentGenerator::SetTotElab(long total) {
+    m_lTotElab = platform::Low32(total);
+}
+
+void CPercentGenerator::StartProgress() {
+    m_lElab = 0;
+    m_nPercent = 0;
+    m_bCancel = false;
+}
+
+bool CPercentGenerator::SetProgress(long delta) {
+    if (!korvane_detail::AdvanceProgress(m_lElab, m_lTotElab, delta, m_nPercent)) {
+        return false;
+    }
+    FireOnChanged();
+    return m_bCancel;
+}
