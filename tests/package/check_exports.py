@@ -1,0 +1,63 @@
+#!/usr/bin/env python3
+"""The module exports each class and function that a public header marks KORVANE_API, and nothing else.
+
+usage: check_exports.py MODULE SOURCE_ROOT PUBLIC_HEADERS_LIST
+"""
+
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+TOOLKIT = {"VR", "DICOMObject", "DICOMDataObject", "DcmDictionary", "CursorList", "TransferSyntaxCodec", "Buffer"}
+
+
+def declared(root, headers):
+    """Names of the classes and of the functions that the headers mark."""
+    classes, functions = set(), set()
+    for header in headers:
+        text = re.sub(r"//[^\n]*|/\*.*?\*/", " ", (root / header).read_text(encoding="utf-8"), flags=re.DOTALL)
+        if header.endswith("Export.h"):
+            continue
+        for match in re.finditer(r"\b(class|struct|union)\s+KORVANE_API\s+(\w+)|\bKORVANE_API\b([^;{]*?)"
+                                 r"(operator\s*[^\s\w(]+|operator\s*\(\)|\w+)\s*\(", text):
+            if match.group(2):
+                classes.add(match.group(2))
+            else:
+                functions.add(re.sub(r"\s", "", match.group(4)))
+    return classes, functions
+
+
+def exported(module):
+    """Demangled names of the defined dynamic symbols."""
+    text = subprocess.run(["nm", "-D", "--defined-only", "-C", module], capture_output=True, text=True, check=True).stdout
+    return [line.split(" ", 2)[2] for line in text.splitlines()]
+
+
+def owner(symbol):
+    """The class or function that a symbol belongs to: "vtable for CVolume" and "CVolume::Init(...)" are CVolume's."""
+    symbol = re.sub(r"^((construction )?vtable|VTT|typeinfo name|typeinfo|guard variable|"
+                    r"(non-virtual|virtual|covariant return) thunk) (for|to) ", "", symbol)
+    if symbol.startswith("operator"):
+        return re.sub(r"\s", "", re.match(r"operator\s*(\(\)|[^(]+)", symbol).group(0))
+    return re.match(r"[\w~]+", symbol).group(0)
+
+
+def main():
+    module, root, headers = sys.argv[1], Path(sys.argv[2]), Path(sys.argv[3]).read_text(encoding="utf-8").split()
+    classes, functions = declared(root, headers)
+    found = {}
+    for symbol in exported(module):
+        found.setdefault(owner(symbol), symbol)
+    wrong = [f"not exported: {name}" for name in sorted((classes | functions) - found.keys())]
+    wrong += [f"exported, yet no public header says so: {symbol}"
+              for name, symbol in sorted(found.items()) if name not in classes | functions]
+    wrong += [f"a toolkit class marked for export: {name}" for name in sorted(TOOLKIT & classes)]
+    if not classes:
+        wrong.append("no exported class in any header")
+    print("\n".join(wrong) or f"{len(classes)} classes and {len(functions)} functions, as declared")
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
