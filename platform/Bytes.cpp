@@ -15,7 +15,7 @@ void SwapAll(unsigned char* bytes, std::size_t units) {
     }
 }
 
-} // namespace
+}  // namespace
 
 void SwapUnits(void* bytes, std::size_t count, unsigned unit) {
     auto* const first = static_cast<unsigned char*>(bytes);
@@ -27,4 +27,4 @@ void SwapUnits(void* bytes, std::size_t count, unsigned unit) {
     }
 }
 
-} // namespace platform
+}  // namespace platform

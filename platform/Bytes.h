@@ -18,7 +18,6 @@ constexpr std::uint64_t SwapBytes(std::uint64_t value) {
            SwapBytes(static_cast<std::uint32_t>(value >> 32));
 }
 
-
 template <class T>
 T LoadLittle(const void* bytes) {
     T value;
@@ -41,4 +40,4 @@ void StoreBig(void* bytes, T value) {
 /// Reverses the bytes of each unit of 2, 4 or 8 bytes in place; bytes behind the last whole unit stay as they are.
 void SwapUnits(void* bytes, std::size_t count, unsigned unit);
 
-} // namespace platform
+}  // namespace platform

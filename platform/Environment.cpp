@@ -6,7 +6,7 @@
 namespace platform {
 
 std::string GetEnvironment(const char* name, bool* found) {
-    const char* const value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
+    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
     if (found != nullptr) *found = value != nullptr;
     return value != nullptr ? value : "";
 }
@@ -24,4 +24,4 @@ std::string LocalTimeText() {
     return std::string(text, length);
 }
 
-} // namespace platform
+}  // namespace platform

@@ -11,4 +11,4 @@ std::string GetEnvironment(const char* name, bool* found = nullptr);
 /// The local time by strftime's "%c", at most 128 characters.
 std::string LocalTimeText();
 
-} // namespace platform
+}  // namespace platform

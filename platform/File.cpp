@@ -44,7 +44,7 @@ bool IsDirectory(const std::wstring& path) {
 
 #endif
 
-} // namespace
+}  // namespace
 
 #if defined(_WIN32)
 
@@ -174,4 +174,4 @@ bool OutputFile::Close() {
     return !m_bFailed;
 }
 
-} // namespace platform
+}  // namespace platform

@@ -20,7 +20,7 @@ bool FileExists(const char* path);
 
 /// A file read from front to back without a buffer of its own.
 class InputFile {
-  public:
+public:
     InputFile() = default;
     ~InputFile();
     InputFile(const InputFile&) = delete;
@@ -39,7 +39,7 @@ class InputFile {
     /// True once a read has failed.
     bool HasFailed() const { return m_bFailed; }
 
-  private:
+private:
     int m_Handle = -1;
     std::uint64_t m_Size = 0;
     bool m_bFailed = false;
@@ -47,7 +47,7 @@ class InputFile {
 
 /// A file written from front to back. A failed write, flush or close is kept and reported by `Close`.
 class OutputFile {
-  public:
+public:
     OutputFile() = default;
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
@@ -60,9 +60,9 @@ class OutputFile {
     /// False when anything since `Open` has failed.
     bool Close();
 
-  private:
+private:
     std::FILE* m_pFile = nullptr;
     bool m_bFailed = false;
 };
 
-} // namespace platform
+}  // namespace platform

@@ -46,4 +46,4 @@ constexpr bool MultiplyChecked(std::uint64_t& total, std::uint64_t factor) {
     return true;
 }
 
-} // namespace platform
+}  // namespace platform

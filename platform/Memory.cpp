@@ -54,16 +54,17 @@ namespace {
 constexpr std::size_t kAlignment = 64;
 constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kRegionBytes = std::size_t{32} << 20;
-constexpr std::size_t kSmallest = std::size_t{32} << 10;   // below: the C heap
-constexpr std::size_t kLargest = std::size_t{8} << 20;     // above: a mapping of its own
-constexpr std::size_t kKeptWhenEmpty = std::size_t{8} << 20; // an emptied region that used more goes back to the system
+constexpr std::size_t kSmallest = std::size_t{32} << 10;  // below: the C heap
+constexpr std::size_t kLargest = std::size_t{8} << 20;    // above: a mapping of its own
+constexpr std::size_t kKeptWhenEmpty = std::size_t{8}
+                                       << 20;  // an emptied region that used more goes back to the system
 
 struct Region;
 
 /// Stands in front of each block.
 struct alignas(kAlignment) Header {
-    Region* region;          // null: not from a region
-    std::size_t mappedBytes; // of a mapping of its own; 0: from the C heap
+    Region* region;           // null: not from a region
+    std::size_t mappedBytes;  // of a mapping of its own; 0: from the C heap
 };
 
 /// Stands at the start of each region. The allocating module's copy of this code holds one count while the region is
@@ -91,7 +92,7 @@ void* MapPages(std::size_t bytes) {
     const std::uintptr_t end = aligned + bytes;
     if (end != start + withSlack) munmap(reinterpret_cast<void*>(end), start + withSlack - end);
     auto* const pages = reinterpret_cast<void*>(aligned);
-    madvise(pages, bytes, MADV_HUGEPAGE); // a wish: without it the pages are small ones
+    madvise(pages, bytes, MADV_HUGEPAGE);  // a wish: without it the pages are small ones
     return pages;
 }
 
@@ -124,7 +125,7 @@ void FreeInRegion(Region* region) noexcept {
     LetGo(region);
 }
 
-} // namespace
+}  // namespace
 
 void* AllocateBuffer(std::size_t bytes) {
     if (bytes > SIZE_MAX / 2) throw std::bad_alloc();
@@ -153,4 +154,4 @@ void FreeBuffer(void* block) noexcept {
 
 #endif
 
-} // namespace platform
+}  // namespace platform

@@ -15,4 +15,4 @@ void* AllocateBuffer(std::size_t bytes);
 /// Gives a block back; null is ignored.
 void FreeBuffer(void* block) noexcept;
 
-} // namespace platform
+}  // namespace platform

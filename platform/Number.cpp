@@ -28,8 +28,8 @@ bool TakeReal(std::string_view& text, T& value) {
     if (result.ec == std::errc::result_out_of_range) {
         // from_chars leaves the value open: an exponent below zero means too small, otherwise too large.
         const std::string_view number(digits.data(), static_cast<std::size_t>(result.ptr - digits.data()));
-        const bool tiny = number.find("e-") != number.npos || number.find("E-") != number.npos ||
-                          number.find("0.0") != number.npos;
+        const bool tiny =
+            number.find("e-") != number.npos || number.find("E-") != number.npos || number.find("0.0") != number.npos;
         parsed = tiny ? T{0} : std::numeric_limits<T>::infinity();
         if (number.front() == '-') parsed = -parsed;
     }
@@ -57,7 +57,7 @@ std::string Shortest(T value) {
     return std::string(text, result.ptr);
 }
 
-} // namespace
+}  // namespace
 
 std::int32_t ParseInteger(std::string_view text) {
     const std::string_view digits = NumberStart(text);
@@ -91,4 +91,4 @@ std::string FormatReal(float value) {
     return Shortest(value);
 }
 
-} // namespace platform
+}  // namespace platform

@@ -28,4 +28,4 @@ std::size_t ScanReals(std::string_view text, float* values, std::size_t count, c
 std::string FormatReal(double value);
 std::string FormatReal(float value);
 
-} // namespace platform
+}  // namespace platform

@@ -43,4 +43,4 @@ BlockBrokenPipe::~BlockBrokenPipe() {
 
 #endif
 
-} // namespace platform
+}  // namespace platform

@@ -24,7 +24,7 @@ constexpr bool IsStrictlyAscending() {
 // Lookup searches by halves: a row out of order would hide its neighbours.
 static_assert(IsStrictlyAscending());
 
-} // namespace
+}  // namespace
 
 const DcmDictionaryRow* PublicDictionaryRows(std::size_t& count) {
     count = std::size(kRows);

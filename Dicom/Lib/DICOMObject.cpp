@@ -1,0 +1,69 @@
+#include "Dicom/Lib/DICOMObject.h"
+
+#include "platform/Bytes.h"
+
+#include <memory>
+#include <new>
+
+DICOMObject::~DICOMObject() {
+    m_Tree.DestroyAll();
+}
+
+int DICOMObject::Push(VR* element) {
+    if (element->m_Length == 0xFFFFFFFFu) element->m_Length = 0;
+    if (m_pPushTarget != nullptr) return m_pPushTarget->Push(element);
+    if (!m_Tree.Insert(element)) {
+        try {
+            m_Rejected.Append(element);
+        } catch (const std::bad_alloc&) {
+            return 0;
+        }
+    }
+    m_pLastPushed = element;
+    m_bIterating = 0;
+    return 1;
+}
+
+int DICOMObject::PushItemToLast(DICOMObject* item) {
+    if (m_pLastPushed == nullptr) return 0;
+    const bool begins = m_pLastPushed->m_pSequence == nullptr;
+    if (m_pLastPushed->AddItem(item) == 0) return 0;
+    m_NestedLength += (begins ? 32u : 16u) + item->m_NestedLength;
+    return 1;
+}
+
+VR* DICOMObject::Pop() {
+    if (m_bIterating == 0) {
+        m_pWalk = m_Tree.GetFirst();
+        m_bIterating = 1;
+    }
+    VR* const element = m_pWalk;
+    if (element == nullptr) return nullptr;
+    m_pWalk = ElementTree::GetNext(element);
+    m_Tree.Remove(element);
+    if (element == m_pLastPushed) m_pLastPushed = nullptr;
+    return element;
+}
+
+int DICOMObject::Reset() {
+    m_Tree.DestroyAll();
+    m_Rejected.Clear();
+    m_pLastPushed = nullptr;
+    m_pWalk = nullptr;
+    m_bIterating = 0;
+    return 1;
+}
+
+std::uint16_t DICOMObject::GetUINT16(std::uint16_t group, std::uint16_t element) const {
+    const VR* const found = GetVR(group, element);
+    if (found == nullptr || found->m_pData == nullptr || found->m_Length != 2) return 0;
+    return platform::LoadLittle<std::uint16_t>(found->m_pData);
+}
+
+DICOMObject* DICOMObject::Clone(bool deep) const {
+    auto copy = std::make_unique<DICOMDataObject>();
+    for (const VR* element = GetFirst(); element != nullptr; element = GetNext(element)) {
+        copy->Push(element->Clone(deep));
+    }
+    return copy.release();
+}

@@ -1,0 +1,68 @@
+// A DICOM data set: elements in tag order, at most one for each tag (PS3.5 7).
+#pragma once
+
+#include "ElementTree.h"
+#include "VR.h"
+
+/// A data set, or an item of a sequence. It owns the elements in it, and through them everything nested.
+///
+/// Order: ascending by the signed 32-bit tag, so groups 0x8000 to 0xFFFF come before group 0x0000 (see `ElementTree`).
+/// Results are 1 and 0 or null; only `Clone` may throw `std::bad_alloc`.
+class DICOMObject {
+public:
+    DICOMObject() = default;
+    DICOMObject(const DICOMObject&) = delete;
+    DICOMObject& operator=(const DICOMObject&) = delete;
+
+    // The order of the virtual operations is part of the interface: destructor, PushItemToLast, Push, Pop.
+    virtual ~DICOMObject();
+
+    /// Appends an item to the sequence of the element pushed last, which then owns it. 0, the item still the caller's,
+    /// when nothing was pushed yet or memory runs out.
+    virtual int PushItemToLast(DICOMObject* item);
+
+    /// Takes the element over. With a push target set, hands it on to that. 1; 0 when memory runs out.
+    ///
+    /// An element of a tag that is there already does not replace it: the present one stays, and the new one, though
+    /// taken over (and reachable for `PushItemToLast`), is kept aside until the set is reset or destroyed. Callers rely
+    /// on the first element staying; to change a value in place use `VR::TakeValueFrom`.
+    virtual int Push(VR* element);
+
+    /// Takes the elements out one by one in tag order; null when none is left. The caller owns what it gets. A `Push` in
+    /// between starts over at the smallest tag.
+    virtual VR* Pop();
+
+    /// The element, which stays in the set and valid until it is popped or the set reset or destroyed; null when absent.
+    VR* GetVR(std::uint16_t group, std::uint16_t element) const { return m_Tree.Find(group, element); }
+
+    /// The value of a present element of exactly 2 bytes; 0 otherwise.
+    std::uint16_t GetUINT16(std::uint16_t group, std::uint16_t element) const;
+
+    /// Destroys all elements. Returns 1.
+    int Reset();
+
+    /// A new data set with a copy of every element (see `VR::Clone`); the caller owns it.
+    DICOMObject* Clone(bool deep) const;
+
+    /// Elements pushed from now on go to another set instead (null: no longer). Not owned.
+    void SetPushTarget(DICOMObject* target) { m_pPushTarget = target; }
+
+    /// Sum over the items added with `PushItemToLast`: 16 and the nested length each, and 16 for each sequence begun so.
+    std::uint32_t GetNestedLength() const { return m_NestedLength; }
+
+    /// Walking without taking out: the first element and the one behind another, null at the end.
+    VR* GetFirst() const { return m_Tree.GetFirst(); }
+    VR* GetNext(const VR* element) const { return ElementTree::GetNext(element); }
+
+private:
+    VR* m_pLastPushed = nullptr;
+    std::uint32_t m_NestedLength = 0;
+    std::int32_t m_bIterating = 0;
+    CursorList<VR> m_Rejected;  // elements whose tag was there already
+    DICOMObject* m_pPushTarget = nullptr;
+    ElementTree m_Tree;
+    VR* m_pWalk = nullptr;
+};
+
+/// A whole data set, or one item of a sequence.
+class DICOMDataObject : public DICOMObject {};
