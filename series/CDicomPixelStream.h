@@ -5,6 +5,12 @@
 #include "../platform/Export.h"
 
 class DICOMDataObject;
+class VR;
+
+namespace korvane_detail {
+struct PixelRange;
+struct WordForm;
+}  // namespace korvane_detail
 
 /// Reads the native (uncompressed) Pixel Data (7FE0,0010) of one data set (PS3.3 C.7.6.3, PS3.5 8.1).
 ///
@@ -43,7 +49,7 @@ public:
     /// element is missing (Rows, Columns, Bits Stored, Bits Allocated, High Bit, Photometric Interpretation, Samples per
     /// Pixel, Pixel Data); the fields set so far then stay, and there are no pixels.
     bool SetDDO(DICOMDataObject* ddo);
-    bool IsValid() const;  ///< whether the last SetDDO succeeded
+    bool IsValid() const { return m_bValid; }  ///< whether the last SetDDO succeeded
 
     /// The sequential cursor. Reset takes it to the first word and forgets the range; SetImg takes it to a sample plane
     /// of a frame (a negative frame does not move it); GetNextPixel returns the raw value of the next word and widens
@@ -51,7 +57,7 @@ public:
     /// low bits of the raw values.
     void Reset();
     void SetImg(int frame, int sample);
-    int GetImg() const;
+    int GetImg() const { return m_nImg; }
     long GetNextPixel();
     void ReadPixels(void* out, std::size_t count);
     int GetWordSize() const;  ///< 1, 2 or 4
@@ -77,114 +83,111 @@ public:
 
     /// Overlay planes in the bits above the stored ones; off after SetDDO.
     void SetOverlay(bool on);
-    bool GetOverlay() const;
+    bool GetOverlay() const { return m_bOverlay; }
 
     /// After SetDDO the range is in modality units; what the cursor reads afterwards widens it by raw values.
-    int GetMin() const;
-    int GetMax() const;
-    int GetVOIWinMin() const;
-    int GetVOIWinMax() const;
+    int GetMin() const { return m_nMin; }
+    int GetMax() const { return m_nMax; }
+    int GetVOIWinMin() const { return m_nWinMin; }
+    int GetVOIWinMax() const { return m_nWinMax; }
 
-    int GetPixelMask() const;
-    int GetOverlayMask() const;
-    int GetXORMask() const;
-    int GetPixelShift() const;
-    bool GetInvert() const;
-    int GetBytesPerPixel() const;  ///< for more than one sample per pixel: the number of samples
-    bool IsSigned() const;
-    int GetNRows() const;
-    int GetNCols() const;
-    int GetBitsAllocated() const;
-    int GetBitsStored() const;
-    int GetHighBit() const;
-    int GetNumberOfFrames() const;
-    int GetNSamples() const;  ///< 3 for palette colour
-    float GetModalitLUTIntercept() const;
-    float GetModalitLUTRescale() const;
-    PhotometricInterpretation GetPhotometricInterpretation() const;
+    int GetPixelMask() const { return m_nPixelMask; }
+    int GetOverlayMask() const { return m_nOverlayMask; }
+    int GetXORMask() const { return m_nXORMask; }
+    int GetPixelShift() const { return m_nPixelShift; }
+    bool GetInvert() const { return m_bInvert; }
+    int GetBytesPerPixel() const {
+        return m_nBytesPerPixel;
+    }  ///< for more than one sample per pixel: the number of samples
+    bool IsSigned() const { return m_bSigned; }
+    int GetNRows() const { return m_nRows; }
+    int GetNCols() const { return m_nCols; }
+    int GetBitsAllocated() const { return m_nBitsAllocated; }
+    int GetBitsStored() const { return m_nBitsStored; }
+    int GetHighBit() const { return m_nHighBit; }
+    int GetNumberOfFrames() const { return m_nFrames; }
+    int GetNSamples() const { return m_nSamples; }  ///< 3 for palette colour
+    float GetModalitLUTIntercept() const { return m_fIntercept; }
+    float GetModalitLUTRescale() const { return m_fRescale; }
+    PhotometricInterpretation GetPhotometricInterpretation() const { return m_Photometric; }
 
     /// Byte steps to the next column, row, frame and sample (low 32 bits).
     void GetIncrements(int* const inc) const;
 
     /// Millimetres; x is the first value of the spacing element, y the second. 1.0 without such an element.
-    double GetXSpacing() const;
-    double GetYSpacing() const;
+    double GetXSpacing() const { return m_dXSpacing; }
+    double GetYSpacing() const { return m_dYSpacing; }
 
 private:
-    friend class CDicomVolume;  ///< opens without the scan, which it does together with its own reading
+    friend class CDicomVolume;  // opens without the scan, which it does together with its own reading
 
     using Interpreter = long (CDicomPixelStream::*)(long word) const;
-    struct Range {
-        int min;
-        int max;
-    };
 
+    static korvane_detail::PixelRange ScanStart();
     bool ReadLayout(DICOMDataObject* ddo);
+    bool ReadMatrix(DICOMDataObject* ddo);
     bool ReadBits(DICOMDataObject* ddo);
     bool ReadPhotometric(DICOMDataObject* ddo);
     bool ReadSamples(DICOMDataObject* ddo);
-    bool ReadPixelData(DICOMDataObject* ddo);
     void DeriveMasks();
     void SetDefaultRange();
-    void ApplyRange(DICOMDataObject* ddo, const Range& raw);
-    void ReadModality(DICOMDataObject* ddo);
+    void ReadMapping(DICOMDataObject* ddo, const korvane_detail::PixelRange& raw);
     bool ReadWindow(DICOMDataObject* ddo);
     void ReadSpacing(DICOMDataObject* ddo);
 
     bool IsMonochrome() const;
     bool IsColour() const;
     unsigned long long FrameBytes() const;
-    std::size_t OffsetOf(long long row, long long col, long long frame, long long sample) const;
-    Range ScanFrom(std::size_t offset) const;
-    Range ReadWords(void* out, std::size_t count);
-    long WordAt(const unsigned char* p) const;
-    long RawOf(long word) const;
+    std::size_t OffsetOf(int row, int col, int frame, int sample) const;
+    std::size_t BytesLeft() const;
+    korvane_detail::WordForm Form() const;
+    korvane_detail::PixelRange ScanRest() const;
+    korvane_detail::PixelRange ReadWords(void* out, std::size_t count);
+    void Widen(const korvane_detail::PixelRange& raw);
+    unsigned WordAt(const void* p) const;
+    long RawAt(const void* p) const;
 
-    void SelectInterpreter();
     long Interpret8(long word) const;
     long Interpret8Inv(long word) const;
     long Interpret16(long word) const;
     long Interpret16Inv(long word) const;
     long Interpret32Inv(long word) const;
-    long Interpret8Overlay(long word) const;
-    long Interpret8InvOverlay(long word) const;
-    long Interpret16Overlay(long word) const;
-    long Interpret16InvOverlay(long word) const;
-    long Interpret32InvOverlay(long word) const;
+    template <Interpreter kForm>
+    long InterpretOverlay(long word) const;
 
-    bool m_bValid;
-    bool m_bInvert;
-    Interpreter m_pInterpret;
-    int m_nMaxPossible;
-    int m_nBitsAllocated;
-    int m_nBitsStored;
-    int m_nFrames;
-    int m_nHighBit;
-    int m_nSignOffset;
-    int m_nXORMask;
-    int m_nOverlayMask;
-    bool m_bOverlay;
-    int m_nPixelShift;
-    unsigned short m_nSamples;
-    bool m_bSigned;
-    int m_nBytesPerPixel;
-    unsigned char* m_pData;
-    unsigned char* m_pCursor;
-    int m_nPixelMask;
-    int m_nMin;
-    int m_nMax;
-    int m_nRows;
-    int m_nCols;
-    PhotometricInterpretation m_Photometric;
-    int m_Inc[4];
-    int m_nWinMin;
-    int m_nWinMax;
-    double m_dXSpacing;
-    double m_dYSpacing;
-    float m_fIntercept;
-    float m_fRescale;
-    int m_nImg;
-    std::size_t m_nDataLength;  ///< bytes behind m_pData
-    bool m_bPlanar;             ///< sample planes one after another
-    int m_nStoredSamples;       ///< Samples per Pixel as read
+    bool m_bValid = false;
+    bool m_bInvert = false;
+    Interpreter m_pInterpret = &CDicomPixelStream::Interpret16;
+    int m_nMaxPossible = 0;
+    int m_nBitsAllocated = 0;
+    int m_nBitsStored = 0;
+    int m_nFrames = 1;
+    int m_nHighBit = 0;
+    int m_nSignOffset = 0;
+    int m_nXORMask = 0;
+    int m_nOverlayMask = 0;
+    bool m_bOverlay = false;
+    int m_nPixelShift = 0;
+    unsigned short m_nSamples = 0;
+    bool m_bSigned = false;
+    int m_nBytesPerPixel = 0;
+    unsigned char* m_pData = nullptr;
+    unsigned char* m_pCursor = nullptr;
+    int m_nPixelMask = 0;
+    int m_nMin = 0;
+    int m_nMax = 0;
+    int m_nRows = 0;
+    int m_nCols = 0;
+    PhotometricInterpretation m_Photometric = PI_MONO16;
+    int m_Inc[4] = {0, 0, 0, 0};
+    int m_nWinMin = 0;
+    int m_nWinMax = 0;
+    double m_dXSpacing = 1.0;
+    double m_dYSpacing = 1.0;
+    float m_fIntercept = 0.0F;
+    float m_fRescale = 1.0F;
+    int m_nImg = 0;
+    std::size_t m_nDataLength = 0;        // bytes behind m_pData
+    bool m_bPlanar = false;               // sample planes one after another
+    unsigned short m_nSamplesStored = 0;  // Samples per Pixel as read
 };

@@ -13,9 +13,9 @@ class DICOMDataObject;
 /// Turns the data sets of one series (one data set a slice, or a single multi-frame object) into a CVolume.
 ///
 ///     CDicomVolume series;
-///     series.SetIODList(dataSets, nullptr);     ///< geometry and an empty volume
-///     series.Alloc(true);                       ///< pixel memory and pixels
-///     CVolume* volume = series.GetVolume();     ///< AddRef() it to keep it longer than `series`
+///     series.SetIODList(dataSets, nullptr);     // geometry and an empty volume
+///     series.Alloc(true);                       // pixel memory and pixels
+///     CVolume* volume = series.GetVolume();     // AddRef() it to keep it longer than `series`
 ///
 /// GEOMETRY. Let R be the position of the reference data set, row and col the unit direction cosines, N = row x col, and
 /// Q the position of a slice, all in patient millimetres (PS3.3 C.7.6.2.1.1; x to the left, y to the back, z to the
@@ -39,8 +39,8 @@ class DICOMDataObject;
 class KORVANE_API CDicomVolume {
 public:
     CDicomVolume();
-    CDicomVolume(const CDicomVolume& other);
-    CDicomVolume& operator=(const CDicomVolume& other);
+    CDicomVolume(const CDicomVolume&) = default;
+    CDicomVolume& operator=(const CDicomVolume&) = default;
     virtual ~CDicomVolume();
 
     /// Builds the geometry and a new volume without pixels; the previous volume is released. `mask`, which may be null,
@@ -49,7 +49,7 @@ public:
     /// multi-frame object, and the others are ignored: drop that element where it says "1" on every slice.
     ///
     /// The reference is the first data set, unless some selected one has an Instance Number below 1: then the lowest.
-    /// The volume's minimum and maximum start at 4294967295 and 4026531839 and are narrowed by Alloc only.
+    /// The volume's minimum and maximum start at 4294967295 and 4026531839 and are changed by Alloc only.
     void SetIODList(std::vector<DICOMDataObject*>& list, std::vector<bool>* mask);
 
     /// Allocates the volume's pixels (one block, or one a plane) and reads them: the stored values with their sign, not
@@ -73,47 +73,62 @@ public:
     void SetCallback(CPercent* callback);         ///< not owned, may be null
 
     /// Settings, to be made before SetIODList; no operation changes them.
-    bool m_bUseSliceLocation;  ///< take z from Slice Location (0020,1041) instead of Image Position (Patient)
-    bool m_bReverse;           ///< planes by descending z
+    bool m_bUseSliceLocation = false;  ///< take z from Slice Location (0020,1041) instead of Image Position (Patient)
+    bool m_bReverse = false;           ///< planes by descending z
 
     /// Results of SetIODList: plane -> index in the caller's list (or frame number), and back (-1: takes no part).
     std::vector<int> m_SliceToIndex;
     std::vector<int> m_IndexToSlice;
 
 private:
-    CVolume* m_pVolume;
+    /// One reference to a volume; a copy holds one of its own.
+    class Reference {
+    public:
+        Reference() = default;
+        Reference(const Reference& other);
+        Reference& operator=(const Reference& other);
+        ~Reference();
+        void Renew();  // lets go, then holds a new volume
+        CVolume* Get() const { return m_pVolume; }
+
+    private:
+        CVolume* m_pVolume = nullptr;
+    };
+
+    Reference m_pVolume;
     std::vector<DICOMDataObject*> m_DDOList;
-    DICOMDataObject* m_pRefDDO;
-    CPercent* m_pCallback;
-    bool m_bMultiframe;
-    int m_nFrames;
+    DICOMDataObject* m_pRefDDO = nullptr;
+    CPercent* m_pCallback = nullptr;
+    bool m_bMultiframe = false;
+    int m_nFrames = 0;
 
 public:
     /// More results of SetIODList: the list indices (or frame numbers) that take part, in list order, and the unit
     /// vectors of the geometry.
     std::vector<int> m_Selected;
-    float m_Row[3];
-    float m_Col[3];
-    float m_Normal[3];
+    float m_Row[3] = {1, 0, 0};
+    float m_Col[3] = {0, 1, 0};
+    float m_Normal[3] = {0, 0, 1};
 
 private:
     struct SliceRecord;
     struct Placement;
 
     void Restart();
-    bool Select(const std::vector<DICOMDataObject*>& list, const std::vector<bool>* mask);
+    std::size_t Select(const std::vector<DICOMDataObject*>& list, const std::vector<bool>* mask);
     void FindReference(const std::vector<DICOMDataObject*>& list);
     Placement ReadPlacement(DICOMDataObject* first);
-    void ReadOrientation(DICOMDataObject* first, Placement& placement);
+    bool ReadOrientation(DICOMDataObject* first);
     bool ReadPosition(DICOMDataObject* slice, float (&position)[3]) const;
     void ReadOffsets(Placement& placement) const;
+    void ReadPitch(Placement& placement) const;
     std::vector<SliceRecord> MakeRecords(const std::vector<DICOMDataObject*>& list, const Placement& placement) const;
     SliceRecord Place(const double (&p)[3], const Placement& placement) const;
-    void SortRecords(std::vector<SliceRecord>& records, bool descending) const;
     void SetSpacing(const std::vector<SliceRecord>& records);
     void TakeOrder(const std::vector<SliceRecord>& records, std::size_t entries);
     void InitVolume(const std::vector<SliceRecord>& records);
     bool SlicesFit(const CDicomPixelStream& reference) const;
     void FillPlane(CDicomPixelStream& stream, int plane);
-    void FillColourPlane(CDicomPixelStream& stream, int plane);
+    void FillColourPlane(const CDicomPixelStream& stream, int plane);
+    void TakeRange(const CDicomPixelStream& stream);
 };

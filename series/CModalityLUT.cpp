@@ -1,0 +1,49 @@
+#include "series/CModalityLUT.h"
+
+#include "Dicom/Lib/DICOMObject.h"
+#include "platform/Integer.h"
+#include "platform/Number.h"
+
+CModalityLUT::CModalityLUT() : m_fRescale(1.0F), m_fIntercept(0.0F) {}
+
+CModalityLUT::CModalityLUT(DICOMDataObject* ddo) {
+    if (ddo != nullptr) {
+        SetDDO(ddo);
+    }
+}
+
+CModalityLUT::~CModalityLUT() = default;
+
+void CModalityLUT::SetDDO(DICOMDataObject* ddo) {
+    const VR* intercept = ddo->GetVR(0x0028, 0x1052);
+    const VR* slope = ddo->GetVR(0x0028, 0x1053);
+    if (intercept == nullptr || slope == nullptr || intercept->GetText().empty() || slope->GetText().empty()) {
+        return;
+    }
+    m_fIntercept = static_cast<float>(platform::ParseReal(intercept->GetText()));
+    m_fRescale = static_cast<float>(platform::ParseReal(slope->GetText()));
+}
+
+void CModalityLUT::SetRescale(float slope) {
+    m_fRescale = slope;
+}
+
+void CModalityLUT::SetIntercept(float intercept) {
+    m_fIntercept = intercept;
+}
+
+float CModalityLUT::GetRescale() const {
+    return m_fRescale;
+}
+
+float CModalityLUT::GetIntercept() const {
+    return m_fIntercept;
+}
+
+long CModalityLUT::MapValue(long v) const {
+    return platform::TruncateToInt32(static_cast<double>(platform::Low32(v)) * m_fRescale + m_fIntercept);
+}
+
+long CModalityLUT::MapInvValue(long v) const {
+    return platform::TruncateToInt32((platform::Low32(v) - double{m_fIntercept}) / m_fRescale);
+}

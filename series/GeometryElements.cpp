@@ -1,0 +1,73 @@
+#include "series/GeometryElements.h"
+
+#include "Dicom/Lib/DICOMObject.h"
+#include "platform/Bytes.h"
+#include "platform/Number.h"
+#include "series/ValueHelpers.h"
+
+#include <algorithm>
+
+namespace korvane_detail {
+
+namespace {
+
+// Longer than any text that is read here: six decimal strings and their separators (PS3.5 6.2) take 101 bytes.
+struct Text {
+    char m_Chars[256];
+};
+
+bool ReadText(DICOMDataObject* ddo, unsigned short group, unsigned short element, Text& text) {
+    return ReadDCMStringTag(ddo, group, element, text.m_Chars, sizeof text.m_Chars);
+}
+
+}  // namespace
+
+bool ReadReals(DICOMDataObject* ddo, unsigned short group, unsigned short element, float* values, std::size_t count) {
+    Text text;
+    if (!ReadText(ddo, group, element, text)) {
+        return false;
+    }
+    platform::ScanReals(text.m_Chars, values, count);
+    return true;
+}
+
+bool ReadWhole(DICOMDataObject* ddo, unsigned short group, unsigned short element, std::int32_t* value) {
+    Text text;
+    if (!ReadText(ddo, group, element, text)) {
+        return false;
+    }
+    *value = platform::ParseInteger(text.m_Chars);
+    return true;
+}
+
+DecimalValues::DecimalValues(const VR& vr) : m_Rest(vr.GetText()) {}
+
+float DecimalValues::Next() {
+    if (!m_Rest.empty()) {
+        const std::size_t end = std::min(m_Rest.find('\\'), m_Rest.size());
+        m_Value = static_cast<float>(platform::ParseReal(m_Rest.substr(0, end)));
+        m_Rest.remove_prefix(std::min(end + 1, m_Rest.size()));
+    }
+    return m_Value;
+}
+
+const VR* FindFrameOffsets(DICOMDataObject* ddo, bool* relative) {
+    const VR* pointer = ddo->GetVR(0x0028, 0x0009);
+    if (pointer == nullptr) {
+        return nullptr;
+    }
+    const std::string_view tags = pointer->GetText();
+    for (std::size_t at = 0; at + 4 <= tags.size(); at += 4) {
+        const auto group = platform::LoadLittle<std::uint16_t>(tags.data() + at);
+        const auto element = platform::LoadLittle<std::uint16_t>(tags.data() + at + 2);
+        *relative = group == 0x3004 && element == 0x000C;
+        if (*relative || (group == 0x0018 && element == 0x2005)) {
+            if (const VR* offsets = ddo->GetVR(group, element); offsets != nullptr) {
+                return offsets;
+            }
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace korvane_detail
