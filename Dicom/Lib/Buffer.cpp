@@ -151,8 +151,9 @@ bool Buffer::WriteUINT32(std::uint32_t value) {
 
 bool Buffer::Write(const void* bytes, std::size_t count) {
     if (m_bWriteFailed) return false;
-    if (m_WriteUsed + count > kWriteArea && !Buffer::Flush()) return false;
-    if (count > kWriteArea / 2) {
+    const bool goesPastTheArea = count > kWriteArea / 2;
+    if ((goesPastTheArea || m_WriteUsed + count > kWriteArea) && !Buffer::Flush()) return false;
+    if (goesPastTheArea) {
         m_bWriteFailed = !Drain(bytes, count);
         m_Drained += count;
         return !m_bWriteFailed;
