@@ -1,0 +1,15 @@
+// Paths: UTF-8 texts in the program, whatever the system has outside.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+/// Slashes and backslashes both separate.
+std::filesystem::path PathFromText(const std::string& text);
+std::string TextFromPath(const std::filesystem::path& path);
+
+/// Creates a directory and those above it. Throws `HostError`.
+void MakeDirectory(const std::string& directory);
+
+/// Removes a file; false, silently, when that does not work.
+bool RemoveFile(const std::string& path) noexcept;

@@ -1,0 +1,119 @@
+#include "platform/Terminal.h"
+
+#include <csignal>
+#include <cstdio>
+
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+#include <shellapi.h>
+#else
+#include <sys/ioctl.h>
+#include <unistd.h>
+#endif
+
+namespace platform {
+
+namespace {
+
+volatile std::sig_atomic_t s_interrupted = 0;
+
+}  // namespace
+
+bool WasInterrupted() {
+    return s_interrupted != 0;
+}
+
+#if defined(_WIN32)
+
+namespace {
+
+BOOL WINAPI OnControl(DWORD) {
+    if (s_interrupted != 0) return FALSE;
+    s_interrupted = 1;
+    return TRUE;
+}
+
+std::string Utf8(const wchar_t* wide) {
+    const int length = WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
+    if (length <= 1) return {};
+    std::string text(static_cast<std::size_t>(length), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, wide, -1, text.data(), length, nullptr, nullptr);
+    text.pop_back();
+    return text;
+}
+
+}  // namespace
+
+bool IsErrorTerminal() {
+    return _isatty(_fileno(stderr)) != 0;
+}
+
+int GetTerminalWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO info;
+    if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info) == 0) return 80;
+    return info.srWindow.Right - info.srWindow.Left + 1;
+}
+
+void CatchInterrupts() {
+    SetConsoleCtrlHandler(OnControl, TRUE);
+}
+
+void PrepareStandardOutput() {
+    SetConsoleOutputCP(CP_UTF8);
+    _setmode(_fileno(stdout), _O_BINARY);
+}
+
+std::vector<std::string> GetArguments(int argc, char** argv) {
+    int count = 0;
+    wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    if (wide == nullptr) return {argv, argv + argc};
+    std::vector<std::string> arguments;
+    for (int i = 0; i < count; ++i) arguments.push_back(Utf8(wide[i]));
+    LocalFree(wide);
+    return arguments;
+}
+
+#else
+
+namespace {
+
+void OnSignal(int) {
+    s_interrupted = 1;
+}
+
+}  // namespace
+
+bool IsErrorTerminal() {
+    return isatty(STDERR_FILENO) != 0;
+}
+
+int GetTerminalWidth() {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+void CatchInterrupts() {
+    // One of the two may be ignored already (nohup, a background job of a shell script): that stays.
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction before {};
+        if (sigaction(number, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
+        struct sigaction action {};
+        action.sa_handler = OnSignal;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigemptyset(&action.sa_mask);
+        sigaction(number, &action, nullptr);
+    }
+}
+
+void PrepareStandardOutput() {}
+
+std::vector<std::string> GetArguments(int argc, char** argv) {
+    return {argv, argv + argc};
+}
+
+#endif
+
+}  // namespace platform

@@ -1,0 +1,28 @@
+// The program's surroundings when a person runs it: the terminal, Ctrl-C, the command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace platform {
+
+/// Whether standard error goes to a terminal that understands a carriage return.
+bool IsErrorTerminal();
+
+/// Columns of that terminal; 80 where it does not tell.
+int GetTerminalWidth();
+
+/// From now on the first Ctrl-C (SIGINT) or request to end (SIGTERM) only sets a flag; system calls that wait return
+/// with an error. The next one ends the program as usual.
+void CatchInterrupts();
+
+/// Whether one has come.
+bool WasInterrupted();
+
+/// Standard output takes UTF-8 and bytes as they are, without line-end translation.
+void PrepareStandardOutput();
+
+/// The arguments of `main` in UTF-8, the program's name first.
+std::vector<std::string> GetArguments(int argc, char** argv);
+
+}  // namespace platform
