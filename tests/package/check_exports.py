@@ -17,7 +17,7 @@ def declared(root, headers):
     classes, functions = set(), set()
     for header in headers:
         text = re.sub(r"//[^\n]*|/\*.*?\*/", " ", (root / header).read_text(encoding="utf-8"), flags=re.DOTALL)
-        if header.endswith("Export.h"):
+        if header == "platform/Export.h":  # the macro itself
             continue
         for match in re.finditer(r"\b(class|struct|union)\s+KORVANE_API\s+(\w+)|\bKORVANE_API\b([^;{]*?)"
                                  r"(operator\s*[^\s\w(]+|operator\s*\(\)|\w+)\s*\(", text):
@@ -40,7 +40,8 @@ def owner(symbol):
                     r"(non-virtual|virtual|covariant return) thunk) (for|to) ", "", symbol)
     if symbol.startswith("operator"):
         return re.sub(r"\s", "", re.match(r"operator\s*(\(\)|[^(]+)", symbol).group(0))
-    return re.match(r"[\w~]+", symbol).group(0)
+    name = re.match(r"[^(<]+", symbol).group(0)  # of a template the tool shows the result type too: "long C::F<...>"
+    return name.split(" ")[-1].split("::")[0]
 
 
 def main():
