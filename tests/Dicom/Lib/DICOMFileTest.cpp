@@ -1,0 +1,158 @@
+#include "DataSetBytes.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class DicomFile : public testing::Test {
+protected:
+    void SetUp() override {
+        m_Folder = fs::path(testing::TempDir()) /
+                   (std::string("korvane-file-") + testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(m_Folder);
+        fs::create_directories(m_Folder);
+    }
+    void TearDown() override { fs::remove_all(m_Folder); }
+
+    std::string Path(const char* name) const { return (m_Folder / name).string(); }
+    void Write(const char* name, const Bytes& bytes) const {
+        std::ofstream(Path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    }
+    std::unique_ptr<DICOMDataObject> Load(const char* name) { return m_Reader.Load(Path(name).c_str()); }
+
+    fs::path m_Folder;
+    TransferSyntaxCodec m_Codec{&PublicDictionary()};
+    DICOMFileReader m_Reader{m_Codec};
+};
+
+std::unique_ptr<DICOMDataObject> SmallImage() {
+    auto set = std::make_unique<DICOMDataObject>();
+    set->Push(MakeText(0x0008, 0x0016, "UI", std::string("1.2.840.10008.5.1.4.1.1.2\0", 26)));
+    set->Push(MakeText(0x0008, 0x0018, "UI", "1.2.3.44"));
+    set->Push(MakeText(0x0010, 0x0010, "PN", "Doe^Jane"));
+    set->Push(MakeU16(0x0028, 0x0010, 300));
+    set->Push(MakeText(0x7FE0, 0x0010, "OW", std::string(100000, 'p')));
+    return set;
+}
+
+/// What stands behind group 0002.
+std::string DataSetListing(const DICOMObject& set) {
+    const std::string listing = Listing(set);
+    return listing.substr(listing.find("0008,0016"));
+}
+
+}  // namespace
+
+TEST_F(DicomFile, EveryModeWritesWhatIsReadBack) {
+    const std::string expected = DataSetListing(*SmallImage());
+    for (const int mode : {1, 2, 3}) {
+        const auto set = SmallImage();
+        ASSERT_EQ(SaveDICOMFile(Path("a.dcm").c_str(), mode, set.get(), &m_Codec), 1);
+        EXPECT_EQ(set->GetFirst(), nullptr);
+        const auto loaded = Load("a.dcm");
+        EXPECT_TRUE(m_Reader.IsComplete());
+        EXPECT_EQ(m_Reader.HasPreamble(), mode != 1);
+        EXPECT_EQ(m_Reader.GetSyntax(), mode == 3 ? kExplicitLittleEndian : kImplicitLittleEndian);
+        EXPECT_EQ(DataSetListing(*loaded), expected);
+        if (mode == 1) continue;
+        EXPECT_EQ(m_Reader.GetTransferSyntax(), mode == 2 ? kImplicitLittleEndianUid : kExplicitLittleEndianUid);
+        EXPECT_EQ(TrimmedUid(loaded->GetVR(0x0002, 0x0002)->GetText()), "1.2.840.10008.5.1.4.1.1.2");
+        EXPECT_EQ(TrimmedUid(loaded->GetVR(0x0002, 0x0003)->GetText()), "1.2.3.44");
+        EXPECT_EQ(TrimmedUid(loaded->GetVR(0x0002, 0x0012)->GetText()), "1.2.999.0.1.7310057.2.555.20000624");
+        EXPECT_EQ(loaded->GetVR(0x0002, 0x0013)->GetText(), "/QX/W32//1.6.7");
+        std::uint32_t groupLength;
+        std::memcpy(&groupLength, loaded->GetVR(0x0002, 0x0000)->m_pData, 4);
+        EXPECT_EQ(loaded->GetVR(0x0002, 0x0000)->m_StreamOffset, 132U);
+        EXPECT_EQ(loaded->GetVR(0x0008, 0x0016)->m_StreamOffset, 132 + 12 + groupLength);
+    }
+}
+
+TEST_F(DicomFile, WhatCannotBeWrittenTouchesNoFile) {
+    auto set = SmallImage();
+    EXPECT_EQ(SaveDICOMFile(Path("no.dcm").c_str(), 4, set.get()), 0);
+    AppendFragment(*set->GetVR(0x7FE0, 0x0010), "", 0);
+    for (const int mode : {1, 2, 3}) EXPECT_EQ(SaveDICOMFile(Path("no.dcm").c_str(), mode, set.get()), 0);
+    EXPECT_FALSE(fs::exists(Path("no.dcm")));
+    ReplaceText(*set, 0x0002, 0x0010, TypeCode("UI"), "1.2.840.10008.1.2.4.70");
+    EXPECT_EQ(SaveDICOMFile(Path("yes.dcm").c_str(), 3, set.get()), 1);
+    Load("yes.dcm");
+    EXPECT_EQ(m_Reader.GetTransferSyntax(), "1.2.840.10008.1.2.4.70") << "compressed data keeps its syntax";
+    EXPECT_EQ(SaveDICOMFile((Path("missing") + "/a.dcm").c_str(), 3, SmallImage().get()), 0);
+    if (fs::exists("/dev/full")) {
+        EXPECT_EQ(SaveDICOMFile("/dev/full", 3, SmallImage().get()), 0);
+    }
+}
+
+TEST_F(DicomFile, TheSixthByteDecidesAsASignedNumber) {
+    const struct {
+        unsigned secondLengthByte;
+        int syntax;
+    } cases[] = {{10, kImplicitLittleEndian},
+                 {11, kExplicitLittleEndian},
+                 {127, kExplicitLittleEndian},
+                 {128, kImplicitLittleEndian}};
+    for (const auto& [secondByte, syntax] : cases) {
+        Write("raw",
+              DataSetBytes().Tag(0x0008, 0x0000).U32(secondByte << 8).Text(std::string(secondByte << 8, 'a')).Get());
+        Load("raw");
+        EXPECT_EQ(m_Reader.GetSyntax(), syntax) << secondByte;
+    }
+}
+
+TEST_F(DicomFile, TheTransferSyntaxOfTheMetaInformationRules) {
+    const auto file = [](const std::string& uid, const Bytes& rest) {
+        return DataSetBytes()
+            .Text(std::string(128, 'x'))
+            .Text("DICM")
+            .Short(0x0002, 0x0010, "UI", uid)
+            .Append(rest)
+            .Get();
+    };
+    Write("big", file("1.2.840.10008.1.2.2 ", DataSetBytes(true).Short(0x0028, 0x0010, "US", "\x01\x02").Get()));
+    EXPECT_EQ(Load("big")->GetUINT16(0x0028, 0x0010), 0x0102);
+    EXPECT_EQ(m_Reader.GetTransferSyntax(), kExplicitBigEndianUid) << "padding is not part of a UID";
+    Write("unknown", file("1.2.3.99", DataSetBytes().Short(0x0028, 0x0010, "US", "\x01\x02").Get()));
+    EXPECT_EQ(Load("unknown")->GetUINT16(0x0028, 0x0010), 0x0201);
+    const Bytes implicitSet = DataSetBytes().Implicit(0x0028, 0x0010, "\x01\x02").Get();
+    Write("implicit", file(std::string("1.2.840.10008.1.2\0", 18), implicitSet));
+    EXPECT_EQ(Load("implicit")->GetUINT16(0x0028, 0x0010), 0x0201);
+    Write("none", DataSetBytes().Short(0x0002, 0x0012, "UI", "1.2.").Append(implicitSet).Get());
+    EXPECT_EQ(Load("none")->GetUINT16(0x0028, 0x0010), 0x0201) << "no (0002,0010): tested again behind the group";
+    Write("deflated", file("1.2.840.10008.1.2.1.99", {1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_EQ(Load("deflated")->GetNext(m_Reader.Load(Path("deflated").c_str())->GetFirst()), nullptr);
+    EXPECT_TRUE(m_Reader.IsDeflated());
+    EXPECT_FALSE(m_Reader.IsComplete());
+    EXPECT_EQ(Load("missing"), nullptr);
+    EXPECT_EQ(m_Reader.Load(m_Folder.string().c_str()), nullptr) << "a directory";
+}
+
+TEST(TransferSyntaxTableTest, HasTheRowsAndTakesMore) {
+    EXPECT_STREQ(TransferSyntaxTable[3].uid, "1.2.840.10008.1.2.5");
+    EXPECT_STREQ(TransferSyntaxTable[20].uid, "1.2.840.10008.1.2.4.66");
+    EXPECT_STREQ(TransferSyntaxTable[21].uid, "1.2.840.10008.1.2.4.70");
+    EXPECT_EQ(FindTransferSyntax("1.2.840.10008.1.2.2", 0), 102);
+    EXPECT_EQ(FindTransferSyntax("1.2.840.10008.1.2.4", 7), 7);
+    EXPECT_EQ(GetTransferSyntax(22), nullptr);
+    EXPECT_EQ(RegisterTransferSyntax("1.2.840.10008.1.2.4.80", 101), 1);
+    EXPECT_EQ(RegisterTransferSyntax("1.2.840.10008.1.2.4.80", 101), 0);
+    EXPECT_EQ(RegisterTransferSyntax(std::string(64, '1'), 101), 0);
+    EXPECT_STREQ(GetTransferSyntax(22)->uid, "1.2.840.10008.1.2.4.80");
+}
+
+TEST_F(DicomFile, UniqueNamesCountUpToAHundred) {
+    const UniqueFileName name{m_Folder.string(), "out", "dcm"};
+    EXPECT_EQ(name.Make(), Path("out.dcm"));
+    Write("out.dcm", {});
+    for (int i = 1; i <= 100; ++i) {
+        char number[16];
+        std::snprintf(number, sizeof number, "out.%2.2d.dcm", i);
+        ASSERT_EQ(name.Make(), Path(number));
+        Write(number, {});
+    }
+    EXPECT_EQ(name.Make(), Path("out.100.dcm")) << "taken, and returned all the same";
+    EXPECT_EQ((UniqueFileName{m_Folder.string(), "", "img"}.Make()), Path("Unnamed.img"));
+}

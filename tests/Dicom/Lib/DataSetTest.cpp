@@ -1,0 +1,183 @@
+#include "DataSetBytes.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+
+namespace {
+
+std::string PopAll(DICOMObject& dataSet) {
+    std::string order;
+    while (const auto element = std::unique_ptr<VR>(dataSet.Pop())) {
+        char text[16];
+        std::snprintf(text, sizeof text, "%04X%04X ", element->m_Group, element->m_Element);
+        order += text;
+    }
+    return order;
+}
+
+}  // namespace
+
+TEST(DataSet, ElementsComeOutInSignedTagOrderAndAPushStartsOver) {
+    DICOMDataObject set;
+    for (const auto group : {0x0008, 0xFFFE, 0x7FE0, 0x8001, 0x0000}) {
+        set.Push(MakeText(static_cast<std::uint16_t>(group), 0x0010, "LO", "x"));
+    }
+    std::unique_ptr<VR> first(set.Pop());
+    EXPECT_EQ(first->m_Group, 0x8001);
+    set.Push(MakeText(0x8001, 0x0001, "LO", "y"));
+    EXPECT_EQ(PopAll(set), "80010001 FFFE0010 00000010 00080010 7FE00010 ");
+    EXPECT_EQ(set.Pop(), nullptr);
+    EXPECT_EQ(set.PushItemToLast(nullptr), 0) << "the element pushed last has been popped";
+}
+
+TEST(DataSet, TheTreeAgreesWithAMapUnderRandomUse) {
+    std::mt19937 random(7);
+    DICOMDataObject set;
+    std::map<std::int32_t, unsigned> model;
+    for (unsigned step = 0; step < 20000; ++step) {
+        const auto key = static_cast<std::uint32_t>(random() % 512) * 0x01010101U;
+        const auto group = static_cast<std::uint16_t>(key >> 16);
+        const auto element = static_cast<std::uint16_t>(key);
+        if (random() % 3 != 0) {
+            auto* const vr = new VR(group, element, 4, 1);
+            std::memcpy(vr->m_pData, &step, 4);
+            set.Push(vr);
+            model.emplace(static_cast<std::int32_t>(key), step);  // the first one stays
+        } else if (!model.empty()) {
+            set.Push(new VR(0, 1, 0, 0));  // any push starts the walk over at the smallest key
+            model.emplace(1, 0);
+            const std::unique_ptr<VR> popped(set.Pop());
+            ASSERT_EQ(ElementTree::Key(popped->m_Group, popped->m_Element), model.begin()->first);
+            model.erase(model.begin());
+        }
+        const VR* const found = set.GetVR(group, element);
+        const auto expected = model.find(static_cast<std::int32_t>(key));
+        ASSERT_EQ(found != nullptr, expected != model.end());
+        if (found != nullptr && found->m_Length == 4) {
+            ASSERT_EQ(std::memcmp(found->m_pData, &expected->second, 4), 0);
+        }
+    }
+    auto walk = model.begin();
+    for (const VR* vr = set.GetFirst(); vr != nullptr; vr = set.GetNext(vr), ++walk) {
+        ASSERT_EQ(ElementTree::Key(vr->m_Group, vr->m_Element), walk->first);
+    }
+    EXPECT_TRUE(walk == model.end());
+}
+
+TEST(DataSet, TheFirstElementOfATagStaysAndItemsOfARejectedOneHaveAHome) {
+    DICOMDataObject set;
+    set.Push(MakeText(0x0008, 0x0016, "UI", "1.2"));
+    EXPECT_EQ(set.Push(MakeText(0x0008, 0x0016, "UI", "9.9")), 1);
+    EXPECT_EQ(set.PushItemToLast(new DICOMDataObject), 1);
+    EXPECT_EQ(set.GetVR(0x0008, 0x0016)->GetText().substr(0, 3), "1.2");
+    EXPECT_EQ(set.GetVR(0x0008, 0x0016)->GetItemCount(), 0U);
+    set.Reset();
+    EXPECT_EQ(set.GetFirst(), nullptr);
+    EXPECT_EQ(set.PushItemToLast(nullptr), 0);
+
+    DICOMDataObject target;
+    set.SetPushTarget(&target);
+    auto* const undefined = new VR(0x0040, 0xA730, 0, 0);
+    undefined->m_Length = 0xFFFFFFFF;
+    set.Push(undefined);
+    EXPECT_EQ(target.GetVR(0x0040, 0xA730), undefined) << "forwarded";
+    EXPECT_EQ(undefined->m_Length, 0U);
+    EXPECT_EQ(set.GetFirst(), nullptr);
+}
+
+TEST(DataSet, NestedLengthCountsSequencesAndItems) {
+    DICOMDataObject outer;
+    auto* const inner = new DICOMDataObject;
+    inner->Push(new VR(0x0040, 0x0001, 0, 0));
+    inner->PushItemToLast(new DICOMDataObject);
+    EXPECT_EQ(inner->GetNestedLength(), 32U);
+    outer.Push(new VR(0x0040, 0x0002, 0, 0));
+    outer.PushItemToLast(inner);
+    outer.PushItemToLast(new DICOMDataObject);
+    EXPECT_EQ(outer.GetNestedLength(), 32U + 32U + 16U);
+}
+
+TEST(DataSet, UINT16NeedsExactlyTwoBytes) {
+    DICOMDataObject set;
+    set.Push(MakeU16(0x0028, 0x0010, 0xFEDC));
+    set.Push(new VR(0x0028, 0x0011, 4, 1));
+    set.Push(new VR(0x0028, 0x0012, 2, 0));
+    EXPECT_EQ(set.GetUINT16(0x0028, 0x0010), 0xFEDC);
+    EXPECT_EQ(set.GetUINT16(0x0028, 0x0011), 0);
+    EXPECT_EQ(set.GetUINT16(0x0028, 0x0012), 0);
+    EXPECT_EQ(set.GetUINT16(0x0028, 0x0013), 0);
+}
+
+TEST(Element, OddLengthsAreRaisedWithAZero) {
+    const VR five(0x0010, 0x0010, 5, 1);
+    EXPECT_EQ(five.m_Length, 6U);
+    EXPECT_EQ(five.m_pData[5], 0);
+    const VR large(0x7FE0, 0x0010, 100001, 1);
+    EXPECT_EQ(large.m_Length, 100002U);
+    EXPECT_EQ(large.m_pData[100001], 0);
+    const VR unallocated(0x0010, 0x0010, 3, 0);
+    EXPECT_EQ(unallocated.m_Length, 4U);
+    EXPECT_EQ(unallocated.m_pData, nullptr);
+}
+
+TEST(Element, TakeValueMovesValuesOfEverySizeAndItems) {
+    for (const std::size_t size : {2U, 22U, 24U, 1000U, 200000U}) {
+        VR taker(0x0009, 0x0001, 30, 1);
+        taker.AddItem(new DICOMDataObject);
+        const std::unique_ptr<VR> source(MakeText(0x0009, 0x0001, "UT", std::string(size, 'q')));
+        EXPECT_EQ(taker.TakeValueFrom(nullptr), 0);
+        VR other(0x0009, 0x0002, 2, 1);
+        EXPECT_EQ(taker.TakeValueFrom(&other), 0);
+        EXPECT_EQ(taker.GetItemCount(), 1U);
+        ASSERT_EQ(taker.TakeValueFrom(source.get()), 1);
+        EXPECT_EQ(taker.GetText(), std::string(size, 'q'));
+        EXPECT_EQ(taker.m_TypeCode, TypeCode("UT"));
+        EXPECT_EQ(taker.GetItemCount(), 0U);
+        EXPECT_EQ(source->m_pData, nullptr);
+        EXPECT_EQ(source->m_Length, 0U);
+        EXPECT_EQ(source->m_bOwnsData, 0);
+        EXPECT_EQ(source->m_bValueMoved, 1);
+    }
+}
+
+TEST(Element, CopiesShareOrOwnTheirBytesAndAlwaysOwnTheirItems) {
+    VR source(0x0040, 0xA730, 4, 1);
+    std::memcpy(source.m_pData, "abcd", 4);
+    int reference = 0;
+    source.m_pReference = &reference;
+    auto* const item = new DICOMDataObject;
+    item->Push(MakeText(0x0008, 0x0100, "SH", "code"));
+    source.AddItem(item);
+    const std::unique_ptr<VR> deep(source.Clone(true));
+    const std::unique_ptr<VR> shallow(source.Clone(false));
+    source.m_pData[0] = 'X';
+    EXPECT_EQ(deep->GetText(), "abcd");
+    EXPECT_EQ(shallow->GetText(), "Xbcd");
+    EXPECT_EQ(shallow->m_pData, source.m_pData);
+    EXPECT_EQ(shallow->m_bOwnsData, 0);
+    EXPECT_EQ(deep->m_pReference, &reference);
+    EXPECT_EQ(shallow->m_pReference, nullptr);
+    EXPECT_NE(shallow->GetItem(0), item);
+    EXPECT_EQ(Listing(*deep->GetItem(0)), Listing(*item));
+    const std::unique_ptr<DICOMObject> popped(source.PopItem());
+    EXPECT_EQ(popped.get(), item);
+    EXPECT_EQ(shallow->GetItemCount(), 1U);
+}
+
+TEST(CursorList, FindsEveryIndexFromWhereverTheCursorStands) {
+    CursorList<int> list;
+    list.SetOwnsItems(false);
+    int values[50];
+    for (int& value : values) list.Append(&value);
+    std::mt19937 random(3);
+    for (int i = 0; i < 2000; ++i) {
+        const auto index = static_cast<std::uint32_t>(random() % 50);
+        ASSERT_EQ(list.At(index), &values[index]);
+        ASSERT_EQ(list.At(index + 1), index + 1 < 50 ? &values[index + 1] : nullptr);
+    }
+    EXPECT_EQ(list.At(50), nullptr);
+    EXPECT_EQ(list.PopFirst(), &values[0]);
+    EXPECT_EQ(list.At(0), &values[1]);
+    EXPECT_EQ(list.At(48), &values[49]);
+}

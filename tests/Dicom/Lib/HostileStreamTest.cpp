@@ -1,0 +1,147 @@
+// Streams that lie: a result in bounded time and memory, whatever they hold.
+#include "DataSetBytes.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+/// A small file with everything that has a length: short and long forms, both sequence forms, fragments.
+Bytes SmallFile(bool isExplicit) {
+    DataSetBytes meta;
+    meta.Text(std::string(128, '\0')).Text("DICM");
+    const std::string uid =
+        isExplicit ? std::string("1.2.840.10008.1.2.1\0", 20) : std::string("1.2.840.10008.1.2\0", 18);
+    meta.Short(0x0002, 0x0010, "UI", uid);
+    if (isExplicit) {
+        return meta.Short(0x0008, 0x0060, "CS", "CT")
+            .Long(0x0040, 0xA730, "SQ", 18)
+            .Item(10)
+            .Short(0x0008, 0x0060, "CS", "MR")
+            .Long(0x0040, 0xA043, "SQ", 0xFFFFFFFF)
+            .Item(0xFFFFFFFF)
+            .ItemEnds()
+            .SequenceEnds()
+            .Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF)
+            .Item(0)
+            .Item(4)
+            .Text("abcd")
+            .SequenceEnds()
+            .Get();
+    }
+    return meta.Implicit(0x0008, 0x0060, "CT")
+        .Tag(0x0040, 0xA730)
+        .U32(18)
+        .Item(10)
+        .Implicit(0x0008, 0x0060, "MR")
+        .Tag(0x0040, 0xA043)
+        .U32(0xFFFFFFFF)
+        .Item(0xFFFFFFFF)
+        .ItemEnds()
+        .SequenceEnds()
+        .Implicit(0x7FE0, 0x0010, "abcd")
+        .Get();
+}
+
+/// Loads, and encodes what came of it in every syntax.
+void LoadAndEncode(const Bytes& bytes) {
+    TransferSyntaxCodec codec(&PublicDictionary());
+    DICOMFileReader reader(codec);
+    const auto set = reader.LoadMemory(bytes.data(), bytes.size());
+    ASSERT_NE(set, nullptr);
+    for (const int syntax : {kImplicitLittleEndian, kExplicitLittleEndian, kExplicitBigEndian}) {
+        const std::unique_ptr<DICOMObject> copy(set->Clone(true));
+        MemoryOutputBuffer buffer;
+        EXPECT_EQ(codec.EncodeStream(syntax, buffer, copy.get()), 1);
+    }
+}
+
+/// A source whose end is not known, as a socket's is not.
+class Endless : public Buffer {
+public:
+    explicit Endless(const Bytes& bytes) : m_Bytes(bytes) {}
+
+protected:
+    std::size_t Fill(void* bytes, std::size_t capacity) override {
+        const std::size_t count = std::min({capacity, m_Bytes.size() - m_Done, std::size_t{7}});
+        std::memcpy(bytes, m_Bytes.data() + m_Done, count);
+        m_Done += count;
+        return count;
+    }
+
+private:
+    const Bytes& m_Bytes;
+    std::size_t m_Done = 0;
+};
+
+}  // namespace
+
+TEST(HostileStream, TruncatedAtEveryByteAndEveryLengthFalsified) {
+    for (const bool isExplicit : {true, false}) {
+        const Bytes whole = SmallFile(isExplicit);
+        TransferSyntaxCodec codec(&PublicDictionary());
+        DICOMFileReader reader(codec);
+        ASSERT_NE(reader.LoadMemory(whole.data(), whole.size()), nullptr);
+        ASSERT_TRUE(reader.IsComplete());
+        for (std::size_t size = 0; size < whole.size(); ++size) {
+            LoadAndEncode(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
+        }
+        for (std::size_t at = 132; at < whole.size(); ++at) {
+            for (const std::uint32_t value : {0U, 1U, 0x7FFFFFFFU, 0xFFFFFFFEU, 0xFFFFFFFFU}) {
+                Bytes changed = whole;
+                std::memcpy(changed.data() + at, &value, std::min<std::size_t>(4, changed.size() - at));
+                LoadAndEncode(changed);
+            }
+        }
+    }
+}
+
+TEST(HostileStream, ATruncatedValueIsRefusedAndWhatCameBeforeStays) {
+    const Bytes stream =
+        DataSetBytes().Short(0x0008, 0x0060, "CS", "CT").Long(0x7FE0, 0x0010, "OW", 100).Text("ab").Get();
+    TransferSyntaxCodec codec;
+    DICOMFileReader reader(codec);
+    const auto set = reader.LoadMemory(stream.data(), stream.size());
+    EXPECT_FALSE(reader.IsComplete());
+    EXPECT_NE(set->GetVR(0x0008, 0x0060), nullptr);
+    EXPECT_EQ(set->GetVR(0x7FE0, 0x0010), nullptr);
+}
+
+TEST(HostileStream, NestingBeyondTheLimitIsRefused) {
+    for (const bool definedLength : {false, true}) {
+        DataSetBytes stream;
+        for (unsigned level = 0; level < 100000; ++level) {
+            const unsigned left = 20 * (100000 - level);
+            stream.Long(0x0040, 0xA730, "SQ", definedLength ? left - 12 : 0xFFFFFFFF);
+            stream.Item(definedLength ? left - 20 : 0xFFFFFFFF);
+        }
+        TransferSyntaxCodec codec;
+        DICOMFileReader reader(codec);
+        const auto set = reader.LoadMemory(stream.Get().data(), stream.Get().size());
+        EXPECT_FALSE(reader.IsComplete());
+        EXPECT_NE(set->GetVR(0x0040, 0xA730), nullptr);
+    }
+    DataSetBytes deepest;
+    for (int level = 0; level < 256; ++level) deepest.Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF).Item(0xFFFFFFFF);
+    for (int level = 0; level < 256; ++level) deepest.ItemEnds().SequenceEnds();
+    LoadAndEncode(deepest.Get());
+}
+
+TEST(HostileStream, AStreamWithoutAKnownEndIsReadInSteps) {
+    const std::string pixels(3'000'000, 'p');
+    const Bytes stream = DataSetBytes()
+                             .Long(0x0040, 0xA730, "SQ", 18)
+                             .Item(10)
+                             .Short(0x0008, 0x0060, "CS", "MR")
+                             .Long(0x7FE0, 0x0010, "OW", static_cast<unsigned>(pixels.size()))
+                             .Text(pixels)
+                             .Long(0x7FE1, 0x0010, "OW", 0xFFFFFFF0)
+                             .Text("little")
+                             .Get();
+    Endless buffer(stream);
+    DICOMDataObject set;
+    TransferSyntaxCodec codec;
+    EXPECT_EQ(codec.ParseExplicitLittleEndian(buffer, &set), 0) << "the last length is a lie";
+    EXPECT_EQ(set.GetVR(0x7FE0, 0x0010)->GetText(), pixels);
+    EXPECT_EQ(set.GetVR(0x0040, 0xA730)->GetItem(0)->GetVR(0x0008, 0x0060)->GetText(), "MR");
+    EXPECT_EQ(set.GetVR(0x7FE1, 0x0010), nullptr);
+}

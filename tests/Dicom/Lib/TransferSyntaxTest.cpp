@@ -1,0 +1,247 @@
+#include "DataSetBytes.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+enum class Syntax { Implicit, Explicit, Big };
+
+class TransferSyntax : public testing::Test {
+protected:
+    int Parse(Syntax syntax, const Bytes& bytes) {
+        m_Set.Reset();
+        MemoryInputBuffer buffer(bytes.data(), bytes.size());
+        int result = 0;
+        switch (syntax) {
+        case Syntax::Implicit: result = m_Codec.ParseImplicitLittleEndian(buffer, &m_Set); break;
+        case Syntax::Explicit: result = m_Codec.ParseExplicitLittleEndian(buffer, &m_Set); break;
+        case Syntax::Big: result = m_Codec.ParseExplicitBigEndian(buffer, &m_Set); break;
+        }
+        m_Left = buffer.GetRemaining();
+        return result;
+    }
+
+    /// Encodes a copy of the set.
+    Bytes Encode(Syntax syntax) {
+        const std::unique_ptr<DICOMObject> copy(m_Set.Clone(true));
+        MemoryOutputBuffer buffer;
+        switch (syntax) {
+        case Syntax::Implicit: EXPECT_EQ(m_Codec.EncodeImplicitLittleEndian(buffer, copy.get()), 1); break;
+        case Syntax::Explicit: EXPECT_EQ(m_Codec.EncodeExplicitLittleEndian(buffer, copy.get()), 1); break;
+        case Syntax::Big: EXPECT_EQ(m_Codec.EncodeExplicitBigEndian(buffer, copy.get()), 1); break;
+        }
+        EXPECT_EQ(copy->GetFirst(), nullptr) << "encoding drains the set";
+        return buffer.GetBytes();
+    }
+
+    DICOMDataObject m_Set;
+    TransferSyntaxCodec m_Codec{&PublicDictionary()};
+    std::uint64_t m_Left = 0;
+};
+
+}  // namespace
+
+TEST_F(TransferSyntax, NestedSequencesOfBothLengthFormsRoundTripInEverySyntax) {
+    const Bytes inner = DataSetBytes().Short(0x0008, 0x0100, "SH", "T-11501 ").Get();
+    const Bytes item = DataSetBytes()
+                           .Long(0x0040, 0xA043, "SQ", static_cast<unsigned>(inner.size()) + 8)
+                           .Item(static_cast<unsigned>(inner.size()))
+                           .Append(inner)
+                           .Get();
+    const Bytes stream = DataSetBytes()
+                             .Short(0x0008, 0x0005, "CS", "ISO_IR 100")
+                             .Long(0x0008, 0x1140, "SQ", 0)
+                             .Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF)
+                             .Item(static_cast<unsigned>(item.size()))
+                             .Append(item)
+                             .Item(0xFFFFFFFF)
+                             .Short(0x0028, 0x0010, "US", std::string("\x00\x02", 2))
+                             .ItemEnds()
+                             .SequenceEnds()
+                             .Short(0x0054, 0x0010, "US", std::string("\x01\x00", 2))
+                             .Get();
+    ASSERT_EQ(Parse(Syntax::Explicit, stream), 1);
+    const std::string listing = Listing(m_Set);
+    EXPECT_NE(listing.find("T-11501"), std::string::npos);
+    EXPECT_EQ(m_Set.GetVR(0x0040, 0xA730)->GetItemCount(), 2U);
+    EXPECT_EQ(m_Set.GetVR(0x0008, 0x1140)->m_pSequence, nullptr);
+    EXPECT_EQ(m_Set.GetVR(0x0040, 0xA730)->GetItem(1)->GetUINT16(0x0028, 0x0010), 512);
+    for (const Syntax syntax : {Syntax::Implicit, Syntax::Explicit, Syntax::Big}) {
+        const Bytes bytes = Encode(syntax);
+        ASSERT_EQ(Parse(syntax, bytes), 1);
+        EXPECT_EQ(Listing(m_Set), listing);
+        EXPECT_EQ(Encode(syntax), bytes) << "always undefined length, whatever was read";
+    }
+}
+
+TEST_F(TransferSyntax, BytesOfASequenceInTheExplicitEncoding) {
+    auto* const sequence = new VR(0x0040, 0xA730, 0, 0);
+    sequence->m_TypeCode = TypeCode("SQ");
+    m_Set.Push(sequence);
+    auto* const item = new DICOMDataObject;
+    item->Push(MakeU16(0x0028, 0x0010, 0x0102));
+    m_Set.PushItemToLast(item);
+    const DataSetBytes expected = DataSetBytes(true)
+                                      .Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF)
+                                      .Item(0xFFFFFFFF)
+                                      .Short(0x0028, 0x0010, "US", "\x01\x02")
+                                      .ItemEnds()
+                                      .SequenceEnds();
+    EXPECT_EQ(Encode(Syntax::Big), expected.Get());
+}
+
+TEST_F(TransferSyntax, BigEndianValuesAreSwappedByTheirType) {
+    const Bytes stream = DataSetBytes(true)
+                             .Short(0x0008, 0x0060, "CS", "CT")
+                             .Short(0x0018, 0x9087, "FD", std::string("\x3F\xF8\0\0\0\0\0\0", 8))
+                             .Short(0x0020, 0x5000, "AT", std::string("\x00\x08\x00\x60", 4))
+                             .Long(0x5400, 0x1010, "OB", 2)
+                             .Text("ab")
+                             .Long(0x7FE0, 0x0010, "OW", 4)
+                             .Text("abcd")
+                             .Get();
+    ASSERT_EQ(Parse(Syntax::Big, stream), 1);
+    EXPECT_EQ(m_Set.GetVR(0x0020, 0x5000)->GetText(), std::string_view("\x08\x00\x60\x00", 4));
+    EXPECT_EQ(ValueText(*m_Set.GetVR(0x0018, 0x9087)), "1.5");
+    EXPECT_EQ(m_Set.GetVR(0x5400, 0x1010)->GetText(), "ab");
+    EXPECT_EQ(m_Set.GetVR(0x7FE0, 0x0010)->GetText(), "badc");
+    EXPECT_EQ(Encode(Syntax::Big), stream);
+}
+
+TEST_F(TransferSyntax, MetaInformationInsideAnImplicitStreamHasExplicitTypes) {
+    const Bytes stream = DataSetBytes()
+                             .Short(0x0002, 0x0010, "UI", std::string("1.2.840\0", 8))
+                             .Implicit(0x0008, 0x0060, "MR")
+                             .Implicit(0x0028, 0x0103, std::string("\x01\x00", 2))
+                             .Implicit(0x0028, 0x0106, std::string("\xFE\xFF", 2))
+                             .Implicit(0x0099, 0x1001, "odd")
+                             .Get();
+    ASSERT_EQ(Parse(Syntax::Implicit, stream), 1);
+    EXPECT_EQ(m_Set.GetVR(0x0002, 0x0010)->m_TypeCode, TypeCode("UI"));
+    EXPECT_EQ(m_Set.GetVR(0x0008, 0x0060)->m_TypeCode, TypeCode("CS"));
+    EXPECT_EQ(m_Set.GetVR(0x0028, 0x0106)->m_TypeCode, TypeCode("SS")) << "US or SS, decided by (0028,0103)";
+    EXPECT_EQ(m_Set.GetVR(0x0099, 0x1001)->m_Length, 4U);
+    EXPECT_EQ(m_Set.GetVR(0x0099, 0x1001)->GetText(), std::string_view("odd\0", 4));
+    EXPECT_EQ(m_Set.GetVR(0x0099, 0x1001)->m_StreamOffset, stream.size() - 11);
+    // Written again: without the meta information, the unknown element in the implicit syntax only.
+    const Bytes explicitBytes = Encode(Syntax::Explicit);
+    const Bytes implicitBytes = Encode(Syntax::Implicit);
+    EXPECT_EQ(Bytes(implicitBytes.end() - 4, implicitBytes.end()), (Bytes{'o', 'd', 'd', 0}));
+    ASSERT_EQ(Parse(Syntax::Explicit, explicitBytes), 1);
+    EXPECT_EQ(m_Set.GetVR(0x0002, 0x0010), nullptr);
+    EXPECT_EQ(m_Set.GetVR(0x0099, 0x1001), nullptr);
+    EXPECT_EQ(m_Set.GetUINT16(0x0028, 0x0106), 0xFFFE);
+}
+
+TEST_F(TransferSyntax, GroupLengthsAreDroppedButTheCommandGroupsInTheImplicitSyntax) {
+    m_Set.Push(MakeText(0x0000, 0x0000, "UL", "abcd"));
+    m_Set.Push(MakeText(0x0008, 0x0000, "UL", "abcd"));
+    m_Set.Push(MakeText(0x0002, 0x0002, "UI", "1.2."));
+    EXPECT_EQ(Encode(Syntax::Implicit), DataSetBytes().Implicit(0, 0, "abcd").Get());
+    EXPECT_EQ(Encode(Syntax::Explicit), Bytes());
+}
+
+TEST_F(TransferSyntax, OddLengthsArePaddedAndLongValuesOutgrowTheShortForm) {
+    auto* const odd = MakeText(0x0010, 0x0010, "PN", "abcd");
+    odd->m_Length = 3;
+    DICOMDataObject set;
+    set.Push(odd);
+    set.Push(MakeText(0x0018, 0x1000, "LO", std::string(65536, 'x')));
+    set.Push(MakeText(0x7FE0, 0x0010, "OX", std::string(2, 'p')));
+    MemoryOutputBuffer buffer;
+    ASSERT_EQ(m_Codec.EncodeExplicitLittleEndian(buffer, &set), 1);
+    const Bytes expected = DataSetBytes()
+                               .Short(0x0010, 0x0010, "PN", std::string("abc\0", 4))
+                               .Long(0x0018, 0x1000, "UN", 65536)
+                               .Text(std::string(65536, 'x'))
+                               .Long(0x7FE0, 0x0010, "OW", 2)
+                               .Text("pp")
+                               .Get();
+    EXPECT_EQ(buffer.GetBytes(), expected);
+}
+
+TEST_F(TransferSyntax, EncapsulatedPixelDataKeepsItsFragments) {
+    const Bytes stream = DataSetBytes()
+                             .Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF)
+                             .Item(4)
+                             .U32(0)
+                             .Item(0)
+                             .Item(6)
+                             .Text("abcdef")
+                             .SequenceEnds()
+                             .Long(0xFFFC, 0xFFFC, "OB", 2)
+                             .Text("zz")
+                             .Get();
+    ASSERT_EQ(Parse(Syntax::Explicit, stream), 1);
+    VR* const pixels = m_Set.GetVR(0x7FE0, 0x0010);
+    ASSERT_EQ(pixels->GetItemCount(), 3U);
+    EXPECT_TRUE(IsEncapsulated(pixels));
+    EXPECT_EQ(GetFragment(*pixels, 1), nullptr);
+    EXPECT_EQ(GetFragment(*pixels, 2)->GetText(), "abcdef");
+    EXPECT_EQ(AppendFragment(*pixels, "xyz", 3), 1);
+    const std::unique_ptr<VR> trailing(m_Set.Pop());
+    EXPECT_EQ(trailing->m_Group, 0xFFFC);
+    const Bytes expected = DataSetBytes()
+                               .Append(Bytes(stream.begin(), stream.end() - 22))
+                               .Item(4)
+                               .Text(std::string("xyz\0", 4))
+                               .SequenceEnds()
+                               .Get();
+    EXPECT_EQ(Encode(Syntax::Explicit), expected);
+    const Bytes implicitBytes = Encode(Syntax::Implicit);
+    ASSERT_EQ(Parse(Syntax::Implicit, implicitBytes), 1);
+    EXPECT_EQ(GetFragment(*m_Set.GetVR(0x7FE0, 0x0010), 3)->GetText(), std::string_view("xyz\0", 4));
+    const Bytes unfinished(stream.begin(), stream.begin() + 32);
+    EXPECT_EQ(Parse(Syntax::Explicit, unfinished), 0);
+}
+
+TEST_F(TransferSyntax, AnUnknownElementOfUndefinedLengthHoldsImplicitItems) {
+    for (const bool big : {false, true}) {
+        const Bytes items = DataSetBytes()
+                                .Item(0xFFFFFFFF)
+                                .Implicit(0x0028, 0x0010, std::string("\x00\x02", 2))
+                                .ItemEnds()
+                                .SequenceEnds()
+                                .Get();
+        const Bytes stream = DataSetBytes(big)
+                                 .Long(0x0099, 0x1001, "UN", 0xFFFFFFFF)
+                                 .Append(items)
+                                 .Short(0x0099, 0x1002, "LO", "next")
+                                 .Get();
+        ASSERT_EQ(Parse(big ? Syntax::Big : Syntax::Explicit, stream), 1);
+        EXPECT_EQ(m_Set.GetVR(0x0099, 0x1001)->GetItem(0)->GetUINT16(0x0028, 0x0010), 512);
+        EXPECT_EQ(m_Set.GetVR(0x0099, 0x1002)->GetText(), "next");
+    }
+}
+
+TEST_F(TransferSyntax, DelimitersAndTheHookEndAParseWithSuccess) {
+    const Bytes delimiter = DataSetBytes().ItemEnds().Short(0x0008, 0x0060, "CS", "CT").Get();
+    EXPECT_EQ(Parse(Syntax::Explicit, delimiter), 1);
+    EXPECT_EQ(m_Set.GetFirst(), nullptr);
+    EXPECT_EQ(m_Left, 10U);
+    EXPECT_EQ(Parse(Syntax::Implicit, delimiter), 1);
+    EXPECT_EQ(Parse(Syntax::Explicit, DataSetBytes().Tag(0xFFFE, 0xE123).U32(0).Get()), 0);
+    EXPECT_EQ(Parse(Syntax::Implicit, DataSetBytes().Tag(0xFFFE, 0xE123).U32(0).Get()), 0);
+    EXPECT_EQ(Parse(Syntax::Explicit, DataSetBytes().Item(0).Get()), 0) << "an item without a sequence";
+
+    const Bytes nested = DataSetBytes().Long(0x7FE0, 0x0010, "OW", 2).Text("in").Get();
+    const Bytes stream = DataSetBytes()
+                             .Long(0x0088, 0x0200, "SQ", 0xFFFFFFFF)
+                             .Item(0xFFFFFFFF)
+                             .Append(nested)
+                             .ItemEnds()
+                             .SequenceEnds()
+                             .Long(0x7FE0, 0x0010, "OW", 4)
+                             .Text("rest")
+                             .Get();
+    MemoryInputBuffer buffer(stream.data(), stream.size());
+    m_Set.Reset();
+    EXPECT_EQ(m_Codec.ParseStream(kExplicitLittleEndian, buffer, &m_Set, kStopBeforePixelData), 1);
+    EXPECT_TRUE(m_Codec.HasStopped());
+    EXPECT_EQ(m_Codec.GetStoppedLength(), 4U);
+    EXPECT_EQ(buffer.GetRemaining(), 4U);
+    EXPECT_EQ(m_Set.GetVR(0x7FE0, 0x0010), nullptr);
+    EXPECT_EQ(m_Set.GetVR(0x0088, 0x0200)->GetItem(0)->GetVR(0x7FE0, 0x0010)->GetText(), "in");
+    EXPECT_EQ(Parse(Syntax::Explicit, stream), 1) << "the option does not stay";
+    EXPECT_EQ(m_Set.GetVR(0x7FE0, 0x0010)->GetText(), "rest");
+}

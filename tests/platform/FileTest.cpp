@@ -1,0 +1,43 @@
+#include <Korvane/platform/File.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+using namespace platform;
+namespace fs = std::filesystem;
+
+TEST(File, BothSeparatorsWorkAndDirectoriesAreRefused) {
+    const fs::path folder = fs::path(testing::TempDir()) / "korvane-file-test";
+    fs::create_directories(folder);
+    const std::string path = folder.string() + "\\a.bin";
+    OutputFile out;
+    ASSERT_TRUE(out.Open(path.c_str()));
+    EXPECT_TRUE(out.Write("abcdef", 6));
+    EXPECT_TRUE(out.Close());
+    EXPECT_EQ(fs::file_size(folder / "a.bin"), 6U);
+    EXPECT_TRUE(FileExists(path.c_str()));
+
+    InputFile in;
+    char bytes[8];
+    ASSERT_TRUE(in.Open((folder / "a.bin").string().c_str()));
+    EXPECT_EQ(in.GetSize(), 6U);
+    EXPECT_EQ(in.Read(bytes, 4), 4U);
+    EXPECT_EQ(in.Read(bytes, 8), 2U);
+    EXPECT_FALSE(in.HasFailed());
+
+    EXPECT_FALSE(in.Open(folder.string().c_str()));
+    EXPECT_EQ(errno, EISDIR);
+    EXPECT_EQ(OpenFile(folder.string().c_str(), "rb"), nullptr);
+    EXPECT_FALSE(in.Open((folder / "missing").string().c_str()));
+    EXPECT_EQ(errno, ENOENT);
+    fs::remove_all(folder);
+}
+
+TEST(File, AFullDiskIsReportedByClose) {
+    if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+    OutputFile out;
+    ASSERT_TRUE(out.Open("/dev/full"));
+    out.Write("x", 1);
+    EXPECT_FALSE(out.Close());
+}

@@ -1,0 +1,42 @@
+#include <Korvane/platform/Memory.h>
+
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <new>
+#include <vector>
+
+using namespace platform;
+
+TEST(Memory, BlocksOfEverySizeAreApartAlignedAndReusable) {
+    const std::size_t sizes[] = {0, 1, 1000, 40'000, 524'288, 3'000'000, 9'000'000, 40'000'000};
+    for (int round = 0; round < 3; ++round) {
+        std::vector<unsigned char*> blocks;
+        for (int copy = 0; copy < 20; ++copy) {
+            const std::size_t size = sizes[static_cast<std::size_t>(copy) % std::size(sizes)];
+            auto* const block = static_cast<unsigned char*>(AllocateBuffer(size));
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U);
+            std::memset(block, copy, size);
+            blocks.push_back(block);
+        }
+        for (int copy = 0; copy < 20; ++copy) {
+            const auto index = static_cast<std::size_t>(copy);
+            const std::size_t size = sizes[index % std::size(sizes)];
+            if (size > 0) {
+                EXPECT_EQ(blocks[index][0], copy);
+                EXPECT_EQ(blocks[index][size - 1], copy);
+            }
+            FreeBuffer(blocks[index]);
+        }
+    }
+    FreeBuffer(nullptr);
+}
+
+TEST(Memory, AnImpossibleSizeIsRefused) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer's heap ends the program instead";
+#else
+    EXPECT_THROW(AllocateBuffer(SIZE_MAX), std::bad_alloc);
+    EXPECT_THROW(AllocateBuffer(SIZE_MAX / 4), std::bad_alloc);
+#endif
+}
