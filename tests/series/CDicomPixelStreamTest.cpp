@@ -1,0 +1,231 @@
+#include "SeriesFixture.h"
+
+#include <algorithm>
+#include <limits>
+#include <random>
+
+namespace {
+
+// What the stream must make of words, worked out one at a time from the meaning of the attributes: bits `high` down to
+// `high - stored + 1` of a word are a number, in two's complement when signed.
+struct Meaning {
+    int allocated;
+    int stored;
+    int high;
+    bool isSigned;
+    bool inverted;
+
+    long long Highest() const { return (1LL << (isSigned ? stored - 1 : stored)) - 1; }
+    long long Raw(std::uint32_t word) const {
+        const int shift = high - stored + 1;
+        const long long number = shift < 0 || shift > 31 ? 0 : (word >> shift) % (1LL << stored);
+        return isSigned && number >= (1LL << (stored - 1)) ? number - (1LL << stored) : number;
+    }
+    long long Pixel(std::uint32_t word, bool overlay) const {
+        if (overlay && word >> stored != 0) {
+            return -1;
+        }
+        if (allocated == 8) {
+            return inverted ? 255 - static_cast<long long>(word) : word;
+        }
+        const long long offsetBinary = Raw(word) + (isSigned ? 1LL << (stored - 1) : 0);
+        return inverted ? Highest() - offsetBinary : offsetBinary;
+    }
+    DataSet Describe() const {
+        return Image()
+            .Form(allocated, stored, high, isSigned)
+            .Text(0x00280004, inverted ? "MONOCHROME1" : "MONOCHROME2");
+    }
+};
+
+template <class Word>
+void CheckStream(const Meaning& meaning, std::mt19937& random) {
+    // An odd number of columns, and three words more than the image: they count for the range only.
+    const int rows = 3;
+    const int columns = 37;
+    std::vector<Word> words(rows * columns + 3);
+    std::generate(words.begin(), words.end(), [&random] { return static_cast<Word>(random()); });
+    const auto set = meaning.Describe().Matrix(rows, columns).Pixels(words).Make();
+    CDicomPixelStream stream;
+    ASSERT_TRUE(stream.SetDDO(set.get()));
+
+    std::vector<long long> raws;
+    for (const Word word : words) {
+        raws.push_back(meaning.Raw(word));
+    }
+    EXPECT_EQ(stream.GetMin(), *std::min_element(raws.begin(), raws.end()));
+    EXPECT_EQ(stream.GetMax(), *std::max_element(raws.begin(), raws.end()));
+    std::vector<Word> read(words.size() + 1);
+    stream.Reset();
+    stream.ReadPixels(read.data(), read.size());
+    EXPECT_EQ(stream.GetMax(), std::max(0LL, *std::max_element(raws.begin(), raws.end())));
+    stream.SetImg(0, 0);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const int row = static_cast<int>(i) / columns;
+        const int column = static_cast<int>(i) % columns;
+        ASSERT_EQ(stream.GetNextPixel(), raws[i]);
+        ASSERT_EQ(read[i], static_cast<Word>(raws[i]));
+        ASSERT_EQ(stream.GetRawValue(row, column, 0, 0), row < rows ? raws[i] : 0);
+        for (const bool overlay : {false, true}) {
+            stream.SetOverlay(overlay);
+            ASSERT_EQ(stream.GetPixelValue(row, column, 0, 0), row < rows ? meaning.Pixel(words[i], overlay) : -1);
+        }
+    }
+    EXPECT_EQ(stream.GetNextPixel(), 0) << "behind the end the word is 0";
+    EXPECT_EQ(read.back(), 0);
+}
+
+}  // namespace
+
+TEST(CDicomPixelStream, EveryBitDepthShiftAndSignReadsAsTheAttributesMean) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 400; ++round) {
+        Meaning meaning{};
+        meaning.allocated = random() % 2 != 0 ? 8 : 16;
+        meaning.stored = 1 + static_cast<int>(random() % static_cast<unsigned>(meaning.allocated));
+        meaning.high = meaning.stored - 2 + static_cast<int>(random() % 40);  // shifts of -1 to 38
+        meaning.isSigned = random() % 2 != 0;
+        meaning.inverted = random() % 2 != 0;
+        SCOPED_TRACE(::testing::Message() << meaning.allocated << "/" << meaning.stored << "/" << meaning.high);
+        if (meaning.allocated == 8) {
+            CheckStream<std::uint8_t>(meaning, random);
+        } else {
+            CheckStream<std::uint16_t>(meaning, random);
+        }
+    }
+}
+
+TEST(CDicomPixelStream, FourByteWordsHaveNoMaskAndHalfTheRange) {
+    const std::vector<std::uint32_t> words = {70000, 0x80000003, 0xFFFFFFFF};
+    auto set = Image().Matrix(1, 3).Form(32, 32, 31, false).Text(0x00280004, "MONOCHROME1").Pixels(words).Make();
+    CDicomPixelStream stream(set.get());
+    EXPECT_EQ(stream.GetPhotometricInterpretation(), CDicomPixelStream::PI_MONO32);
+    EXPECT_EQ(stream.GetPixelMask(), 0xFFFF);
+    EXPECT_EQ(stream.GetMaxPossibleValue(), 65535);
+    EXPECT_EQ(stream.GetMax(), 70000);
+    EXPECT_EQ(stream.GetMin(), static_cast<std::int32_t>(0x80000003));
+    EXPECT_EQ(stream.GetPixelValue(0, 0, 0, 0), 65535 - 70000);
+
+    set = Image().Matrix(1, 3).Form(32, 32, 31, true).Pixels(words).Make();
+    ASSERT_TRUE(stream.SetDDO(set.get()));
+    EXPECT_EQ(stream.GetMaxPossibleValue(), 32767);
+    EXPECT_EQ(stream.GetXORMask(), 0);
+    EXPECT_EQ(stream.GetRawValue(0, 0, 0, 0), 70000 - 2147483648LL);
+    EXPECT_EQ(stream.GetPixelValue(0, 0, 0, 0), 70000 % 65536);
+}
+
+TEST(CDicomPixelStream, MasksOfTwelveBits) {
+    const auto set = Image({0x0FFF}).Form(16, 12, 11, true).Make();
+    const CDicomPixelStream stream(set.get());
+    EXPECT_EQ(stream.GetPixelShift(), 0);
+    EXPECT_EQ(stream.GetPixelMask(), 0x0FFF);
+    EXPECT_EQ(stream.GetXORMask(), 0x800);
+    EXPECT_EQ(stream.GetOverlayMask(), 0xF000);
+    EXPECT_EQ(stream.PixelToRaw(0), -2048);
+    EXPECT_EQ(stream.RawToPixel(-1), 0x7FF);
+    EXPECT_EQ(stream.GetPixelValue(0, 0, 0, 0), 0x7FF);
+    EXPECT_EQ(stream.GetRawValue(0, 0, 0, 0), -1);
+    EXPECT_EQ(stream.GetMax(), -1);
+}
+
+TEST(CDicomPixelStream, WindowAndRangeAreInModalityUnits) {
+    const auto image = Image({100, 200}).Text(0x00281052, "-24").Text(0x00281053, "0.5");
+    const auto window = [&image](const char* center, const char* width, bool isSigned) {
+        const auto set =
+            DataSet(image).Form(16, 16, 15, isSigned).Text(0x00281050, center).Text(0x00281051, width).Make();
+        const CDicomPixelStream stream(set.get());
+        return std::pair(stream.GetVOIWinMin(), stream.GetVOIWinMax());
+    };
+    EXPECT_EQ(window("40", "400", true), std::pair(-159, 240));
+    EXPECT_EQ(window("40", "401", true), std::pair(-160, 240));
+    EXPECT_EQ(window("10", "100", false), std::pair(0, 60));
+    EXPECT_EQ(window("-90", "100", false), std::pair(0, 0));
+    EXPECT_EQ(window("", "100", false), std::pair(26, 76));
+
+    const auto set = image.Make();
+    const CDicomPixelStream stream(set.get());
+    EXPECT_EQ(stream.GetMin(), 26);
+    EXPECT_EQ(stream.GetMax(), 76);
+    EXPECT_EQ(stream.GetModalityValue(0, 1, 0, 0), 76);
+    EXPECT_EQ(stream.ModalityToRaw(76), 176) << "v / slope - intercept";
+}
+
+TEST(CDicomPixelStream, SpacingComesFromTheFirstElementThatIsThere) {
+    DataSet image = Image();
+    const Tag inOrder[] = {0x00181164, 0x30061164, 0x30020011, 0x00280030, 0x00182010};
+    for (int i = 0; i < 5; ++i) {
+        image.Text(inOrder[i], Numbers({i + 0.25, i + 0.5}));
+    }
+    for (int i = 0; i <= 5; ++i) {
+        const auto set = image.Make();
+        const CDicomPixelStream stream(set.get());
+        EXPECT_EQ(stream.GetXSpacing(), i < 5 ? i + 0.25 : 1.0);
+        EXPECT_EQ(stream.GetYSpacing(), i < 5 ? i + 0.5 : 1.0);
+        image.Drop(inOrder[std::min(i, 4)]);
+    }
+}
+
+TEST(CDicomPixelStream, ColourSamplesLieInterleavedOrInPlanes) {
+    std::vector<std::uint8_t> bytes(2 * 3 * 3 * 2);  // two frames of 3 rows, 2 columns, 3 samples
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<std::uint8_t>(i);
+    }
+    DataSet image = Image().Matrix(3, 2).Form(8, 8, 7, false).Pixels(bytes).Text(0x00280008, "2");
+    image.Text(0x00280004, "RGB").US(0x00280002, 3);
+    for (const bool planar : {false, true}) {
+        const auto set = image.US(0x00280006, planar).Make();
+        CDicomPixelStream stream(set.get());
+        int inc[4];
+        stream.GetIncrements(inc);
+        EXPECT_EQ(std::vector<int>(inc, inc + 4), planar ? (std::vector{1, 2, 18, 6}) : (std::vector{3, 6, 18, 1}));
+        EXPECT_EQ(stream.GetBytesPerPixel(), 3);
+        EXPECT_EQ(stream.GetPixelValue(2, 1, 1, 2), planar ? 18 + 12 + 5 : 18 + 15 + 2);
+        EXPECT_EQ(stream.GetPixelValue(2, 1, 2, 0), -1);
+        EXPECT_EQ(stream.GetPixelPt(0, 0, 2, 0), nullptr) << "behind the end";
+        stream.SetImg(1, 1);
+        EXPECT_EQ(stream.GetNextPixel(), planar ? 24 : 19);
+    }
+    const auto palette = image.Text(0x00280004, "PALETTE COLOR").US(0x00280002, 1).Make();
+    EXPECT_EQ(CDicomPixelStream(palette.get()).GetNSamples(), 3);
+}
+
+TEST(CDicomPixelStream, KeywordsMatchAsFarAsTheShorterGoes) {
+    const std::map<std::string, CDicomPixelStream::PhotometricInterpretation> keywords = {
+        {"MONOCHROME2", CDicomPixelStream::PI_MONO16},
+        {"MONO", CDicomPixelStream::PI_MONO16},
+        {"RGB", CDicomPixelStream::PI_RGB},
+        {"PAL", CDicomPixelStream::PI_PALETTE},
+        {"RGBA", CDicomPixelStream::PI_RGB},
+        {"YBR_FULL", CDicomPixelStream::PI_MONO16}};
+    CDicomPixelStream stream;
+    for (const auto& [keyword, expected] : keywords) {
+        ASSERT_TRUE(stream.SetDDO(Image().Text(0x00280004, keyword).Make().get()));
+        EXPECT_EQ(stream.GetPhotometricInterpretation(), expected) << keyword;
+        EXPECT_EQ(stream.GetInvert(), keyword == "MONO") << "a beginning matches MONOCHROME1 first";
+    }
+}
+
+TEST(CDicomPixelStream, RefusesWhatLacksARequiredElementAndSurvivesTheRest) {
+    for (const Tag tag :
+         {0x00280010, 0x00280011, 0x00280100, 0x00280101, 0x00280102, 0x00280004, 0x00280002, 0x7FE00010}) {
+        EXPECT_FALSE(CDicomPixelStream(Image().Drop(tag).Make().get()).IsValid()) << std::hex << tag;
+    }
+    EXPECT_FALSE(CDicomPixelStream(Image().US(0x00280002, 0).Make().get()).IsValid());
+    EXPECT_FALSE(CDicomPixelStream(nullptr).IsValid());
+
+    constexpr int kMost = std::numeric_limits<int>::max();
+    for (const int bits : {0, 1, 7, 24, 32, 33, 64, 65535}) {
+        for (const int samples : {1, 2, 3, 4, 65535}) {
+            const auto set = Image().Matrix(65535, 65535).Form(bits, bits, bits, true).US(0x00280002, samples).Make();
+            CDicomPixelStream stream(set.get());
+            for (const int index : {-1, 0, 1, 65534, kMost}) {
+                stream.GetPixelPt(index, index, index, index);
+                stream.GetRawValue(index, index, index, index);
+                stream.GetPixelValue(65534, 65534, 0, 0);
+                stream.SetImg(index, index);
+                stream.GetNextPixel();
+            }
+            EXPECT_EQ(stream.GetRawValue(65534, 65534, kMost, 0), stream.InterpretRawValue(nullptr));
+        }
+    }
+}
