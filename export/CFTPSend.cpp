@@ -42,10 +42,7 @@ CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
         m_bDataBorrowed = m_pData != nullptr;
     }
     if (m_pControl != source.m_pControl) {
-        NetBuf* const data = m_pData;
-        m_pData = nullptr;  // already the source's: not to be closed with the old session
-        Disconnect();
-        m_pData = data;
+        EndSession();
         m_pControl = source.m_pControl;
         m_bControlBorrowed = m_pControl != nullptr;
     }
@@ -53,13 +50,13 @@ CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
 }
 
 CFTPSend::~CFTPSend() {
-    Disconnect();
+    CFTPSend::Close();
+    EndSession();
 }
 
-void CFTPSend::Disconnect() {
-    const platform::BlockBrokenPipe guard;
-    CFTPSend::Close();
+void CFTPSend::EndSession() {
     if (m_pControl != nullptr && !m_bControlBorrowed) {
+        const platform::BlockBrokenPipe guard;
         FtpQuit(m_pControl);
     }
     m_pControl = nullptr;
@@ -68,7 +65,8 @@ void CFTPSend::Disconnect() {
 
 void CFTPSend::Connect(const char* host, const char* user, const char* password) {
     const platform::BlockBrokenPipe guard;
-    Disconnect();
+    CFTPSend::Close();
+    EndSession();
     if (FtpConnect(host, &m_pControl) == 0) {
         m_pControl = nullptr;
         ThrowReply(StrError());

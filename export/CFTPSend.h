@@ -53,7 +53,7 @@ public:
 
 private:
     int Send(const void* bytes, int count);
-    void Disconnect();
+    void EndSession();
 
     NetBuf* m_pControl;
     NetBuf* m_pData;

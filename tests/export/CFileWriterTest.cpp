@@ -1,0 +1,69 @@
+#include "export/ExportFixture.h"
+
+namespace {
+
+class CFileWriterTest : public ExportTest {
+protected:
+    CFileWriter m_Writer;
+    char m_Text[9] = "abcdefgh";
+};
+
+TEST_F(CFileWriterTest, WritesItemsTextAndSeeksFromTheStart) {
+    std::filesystem::create_directory(m_Folder / "sub");
+    ASSERT_TRUE(m_Writer.Open((m_Folder.string() + "\\sub/f").c_str(), "wb"));  // both separators
+    EXPECT_EQ(m_Writer.Write(m_Text, 3, 2), 2u);                                // items, not bytes
+    EXPECT_EQ(m_Writer.Print("<%d %s>", 42, "x"), 6);
+    EXPECT_EQ(m_Writer.Seek(1), 0u);
+    EXPECT_EQ(m_Writer.Write(m_Text + 6, 1, 2), 2u);
+    EXPECT_EQ(m_Writer.Close(), 0);
+    EXPECT_EQ(ReadBack("sub/f"), "aghdef<42 x>");
+}
+
+TEST_F(CFileWriterTest, FailsQuietlyWithoutAFile) {
+    EXPECT_FALSE(m_Writer.Open(m_Folder.string().c_str(), "rb"));  // a directory is no file
+    EXPECT_STREQ(m_Writer.StrError(), std::strerror(EISDIR));
+    EXPECT_EQ(m_Writer.Write(m_Text, 1, 8), 0u);
+    EXPECT_LT(m_Writer.Print("text"), 0);
+    EXPECT_NE(m_Writer.Seek(0), 0u);
+    EXPECT_EQ(m_Writer.Close(), 0);
+}
+
+// The buffer serves the next file too, so the file before must be complete by then.
+TEST_F(CFileWriterTest, OpenClosesTheFileBeforeEvenUnderACloseThatForgetsTo) {
+    struct Forgetful : CFileWriter {
+        int Close() override { return ++m_nCloses; }
+        int m_nCloses = 0;
+    } writer;
+    for (const char* name : {"a", "b"}) {
+        ASSERT_TRUE(writer.Open(Path(name).c_str(), "wb"));
+        EXPECT_EQ(writer.Write(m_Text, 1, 8), 8u);
+    }
+    EXPECT_EQ(writer.m_nCloses, 1);
+    EXPECT_EQ(ReadBack("a"), m_Text);
+}
+
+TEST_F(CFileWriterTest, ACopySharesTheFileAndNeverClosesIt) {
+    ASSERT_TRUE(m_Writer.Open(Path("f").c_str(), "wb"));
+    {
+        CFileWriter copy(m_Writer);
+        EXPECT_EQ(copy.Write(m_Text, 1, 3), 3u);
+        EXPECT_EQ(copy.Close(), 0);
+        EXPECT_EQ(ReadBack("f"), "abc");  // flushed, though not closed
+        copy = m_Writer;
+        m_Writer = copy;  // the source stays the owner
+    }
+    EXPECT_EQ(m_Writer.Write(m_Text + 3, 1, 5), 5u);
+    EXPECT_EQ(m_Writer.Close(), 0);
+    EXPECT_EQ(ReadBack("f"), m_Text);
+}
+
+TEST_F(CFileWriterTest, AFullDiskShowsAtTheLatestInClose) {
+    if (!std::filesystem::exists("/dev/full")) {
+        GTEST_SKIP() << "no /dev/full here";
+    }
+    ASSERT_TRUE(m_Writer.Open("/dev/full", "wb"));
+    EXPECT_EQ(m_Writer.Write(m_Text, 1, 8), 8u);
+    EXPECT_EQ(m_Writer.Close(), EOF);
+}
+
+}  // namespace
