@@ -1,5 +1,7 @@
 #include "platform/Memory.h"
 
+#include "platform/Sanitizer.h"
+
 #include <cstdlib>
 #include <new>
 
@@ -10,15 +12,6 @@
 #include <cstdint>
 #include <mutex>
 #include <sys/mman.h>
-#endif
-
-// A sanitizer watches each block by itself only when each comes from the heap by itself.
-#if defined(__SANITIZE_ADDRESS__)
-#define KORVANE_PLAIN_HEAP 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
-#define KORVANE_PLAIN_HEAP 1
-#endif
 #endif
 
 namespace platform {

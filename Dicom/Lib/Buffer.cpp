@@ -1,9 +1,6 @@
 #include "Dicom/Lib/Buffer.h"
 
-#include "platform/Bytes.h"
-
 #include <algorithm>
-#include <cstring>
 
 std::size_t Buffer::Fill(void* /*bytes*/, std::size_t /*capacity*/) {
     return 0;
@@ -54,33 +51,6 @@ bool Buffer::Refill(std::size_t wanted) {
     m_pFilled = m_pCursor + kept;
     ClipToWindow();
     return static_cast<std::size_t>(m_pEnd - m_pCursor) >= wanted;
-}
-
-template <class T>
-bool Buffer::ReadNumber(T& value) {
-    if (static_cast<std::size_t>(m_pEnd - m_pCursor) < sizeof(T) && !Refill(sizeof(T))) return false;
-    value = m_ByteOrder == kLittleEndian ? platform::LoadLittle<T>(m_pCursor) : platform::LoadBig<T>(m_pCursor);
-    m_pCursor += sizeof(T);
-    return true;
-}
-
-bool Buffer::ReadUINT8(std::uint8_t& value) {
-    return Read(&value, 1);
-}
-
-bool Buffer::ReadUINT16(std::uint16_t& value) {
-    return ReadNumber(value);
-}
-
-bool Buffer::ReadUINT32(std::uint32_t& value) {
-    return ReadNumber(value);
-}
-
-bool Buffer::Read(void* bytes, std::size_t count) {
-    if (static_cast<std::size_t>(m_pEnd - m_pCursor) < count) return ReadAcross(bytes, count);
-    if (count > 0) std::memcpy(bytes, m_pCursor, count);
-    m_pCursor += count;
-    return true;
 }
 
 bool Buffer::ReadAcross(void* bytes, std::size_t count) {

@@ -2,8 +2,11 @@
 // from or go to: memory, a file, a socket.
 #pragma once
 
+#include "../../platform/Bytes.h"
+
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 
 /// Reading: every operation returns false, with nothing more to be had, at the end of the stream or of the innermost
@@ -25,12 +28,17 @@ public:
     /// Whether a read of one byte would succeed now. May wait where the stream does.
     virtual bool HasData() { return m_pCursor != m_pEnd || Refill(1); }
 
-    bool ReadUINT8(std::uint8_t& value);
-    bool ReadUINT16(std::uint16_t& value);
-    bool ReadUINT32(std::uint32_t& value);
+    bool ReadUINT8(std::uint8_t& value) { return Read(&value, 1); }
+    bool ReadUINT16(std::uint16_t& value) { return ReadNumber(value); }
+    bool ReadUINT32(std::uint32_t& value) { return ReadNumber(value); }
 
     /// Exactly `count` bytes. What is large goes straight to its place.
-    bool Read(void* bytes, std::size_t count);
+    bool Read(void* bytes, std::size_t count) {
+        if (static_cast<std::size_t>(m_pEnd - m_pCursor) < count) return ReadAcross(bytes, count);
+        if (count > 0) std::memcpy(bytes, m_pCursor, count);
+        m_pCursor += count;
+        return true;
+    }
     bool Skip(std::uint64_t count);
 
     /// The next `count` bytes (at most 512) without taking them; null when there are fewer.
@@ -91,7 +99,13 @@ private:
     bool ReadAcross(void* bytes, std::size_t count);
     void ClipToWindow();
     template <class T>
-    bool ReadNumber(T& value);
+    bool ReadNumber(T& value) {
+        if (static_cast<std::size_t>(m_pEnd - m_pCursor) < sizeof(T) && !Refill(sizeof(T))) return false;
+        value = platform::LoadLittle<T>(m_pCursor);
+        if (m_ByteOrder != kLittleEndian) value = platform::SwapBytes(value);
+        m_pCursor += sizeof(T);
+        return true;
+    }
     template <class T>
     bool WriteNumber(T value);
 

@@ -2,11 +2,13 @@
 // step a call. It holds a sequence's items.
 #pragma once
 
+#include "../../platform/SmallBlocks.h"
+
 #include <cstdint>
 
 /// `T` needs a virtual destructor when objects of derived classes are held.
 template <class T>
-class CursorList {
+class CursorList : public platform::SmallObject {
 public:
     CursorList() = default;
     ~CursorList() { Clear(); }
@@ -17,7 +19,7 @@ public:
 
     /// Appends at the tail. Throws `std::bad_alloc`, leaving the list as it was.
     void Append(T* object) {
-        Node* const node = new Node{object, m_pTail, nullptr};
+        Node* const node = new Node(object, m_pTail);
         (m_pTail != nullptr ? m_pTail->m_pNext : m_pHead) = node;
         m_pTail = node;
         ++m_Count;
@@ -64,10 +66,12 @@ public:
     }
 
 private:
-    struct Node {
+    struct Node : platform::SmallObject {
+        Node(T* object, Node* previous) : m_pObject(object), m_pPrevious(previous) {}
+
         T* m_pObject;
         Node* m_pPrevious;
-        Node* m_pNext;
+        Node* m_pNext = nullptr;
     };
 
     Node* m_pHead = nullptr;

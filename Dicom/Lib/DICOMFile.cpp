@@ -28,7 +28,8 @@ std::unique_ptr<DICOMDataObject> DICOMFileReader::Load(const char* path, int opt
     FileInputBuffer buffer;
     if (!buffer.Open(path)) return nullptr;
     auto dataSet = Read(buffer, option);
-    return buffer.HasFailed() ? nullptr : std::move(dataSet);
+    if (buffer.HasFailed()) dataSet.reset();
+    return dataSet;
 }
 
 std::unique_ptr<DICOMDataObject> DICOMFileReader::LoadMemory(const void* bytes, std::size_t count, int option) {
@@ -40,8 +41,12 @@ std::unique_ptr<DICOMDataObject> DICOMFileReader::Read(Buffer& buffer, int optio
     m_bComplete = false;
     m_bDeflated = false;
     m_TransferSyntax.clear();
-    std::unique_ptr<DICOMDataObject> dataSet(new (std::nothrow) DICOMDataObject);
-    if (dataSet == nullptr) return nullptr;
+    std::unique_ptr<DICOMDataObject> dataSet;
+    try {
+        dataSet = std::make_unique<DICOMDataObject>();
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
     const unsigned char* const head = buffer.Peek(kMarkedBytes);
     m_bPreamble = head != nullptr && std::memcmp(head + kPreambleBytes, kMarker, sizeof kMarker) == 0;
     if (m_bPreamble) buffer.Skip(kMarkedBytes);

@@ -8,7 +8,7 @@
 ///
 /// Order: ascending by the signed 32-bit tag, so groups 0x8000 to 0xFFFF come before group 0x0000 (see `ElementTree`).
 /// Results are 1 and 0 or null; only `Clone` may throw `std::bad_alloc`.
-class DICOMObject {
+class DICOMObject : public platform::SmallObject {
 public:
     DICOMObject() = default;
     DICOMObject(const DICOMObject&) = delete;

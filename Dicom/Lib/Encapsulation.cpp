@@ -11,10 +11,6 @@ constexpr std::uint16_t kItemElement = 0xE000;
 
 }  // namespace
 
-bool IsPixelData(const VR& element) {
-    return element.m_Group == 0x7FE0 && element.m_Element == 0x0010;
-}
-
 bool IsEncapsulated(const VR* pixelData) {
     return pixelData != nullptr && pixelData->GetItemCount() > 0;
 }

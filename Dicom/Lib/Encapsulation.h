@@ -7,7 +7,9 @@
 #include <cstdint>
 
 /// Whether an element is (7FE0,0010).
-bool IsPixelData(const VR& element);
+inline bool IsPixelData(const VR& element) {
+    return element.m_Group == 0x7FE0 && element.m_Element == 0x0010;
+}
 
 /// Whether an element is pixel data with fragments as its items; false for null.
 bool IsEncapsulated(const VR* pixelData);

@@ -57,6 +57,7 @@ void VR::FreeValue() {
     if (m_pData == nullptr || m_bOwnsData == 0) return;
     switch (m_Storage) {
     case Storage::Inline: break;
+    case Storage::Small: platform::FreeSmall(m_pData); break;
     case Storage::Buffer: platform::FreeBuffer(m_pData); break;
     case Storage::Heap: std::free(m_pData); break;
     }

@@ -1,6 +1,7 @@
 // One DICOM data element (PS3.5 7.1): tag, value representation, value.
 #pragma once
 
+#include "../../platform/SmallBlocks.h"
 #include "CursorList.h"
 #include "TypeCode.h"
 
@@ -14,7 +15,7 @@ class DICOMObject;
 /// to even length by whoever wrote them. A sequence has items instead.
 ///
 /// Elements belong to the data set that they are pushed into. Nothing is thrown but `std::bad_alloc`.
-class VR {
+class VR : public platform::SmallObject {
 public:
     VR() = default;
 
@@ -77,7 +78,7 @@ private:
     friend class ElementTree;
 
     /// Where the value memory comes from, so that it goes back there.
-    enum class Storage : std::uint8_t { Heap, Inline, Buffer };
+    enum class Storage : std::uint8_t { Heap, Inline, Small, Buffer };
 
     void FreeValue();
     void FreeSequence();
