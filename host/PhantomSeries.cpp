@@ -135,8 +135,8 @@ PhantomSeries::Place PhantomSeries::PlaceOf(int slice) const {
     const double offset = gap * (m_Offsets[static_cast<std::size_t>(slice)] - (m_Options.slices - 1) / 2.0);
     Place place{{}, gap};
     for (int axis = 0; axis < 3; ++axis) {
-        place.m_Position[axis] = offset * m_Normal[axis] - m_Pixel * (m_Options.columns - 1) / 2.0 * m_Row[axis] -
-                                 m_Pixel * (m_Options.rows - 1) / 2.0 * m_Col[axis];
+        place.position[axis] = offset * m_Normal[axis] - m_Pixel * (m_Options.columns - 1) / 2.0 * m_Row[axis] -
+                               m_Pixel * (m_Options.rows - 1) / 2.0 * m_Col[axis];
     }
     return place;
 }
@@ -206,9 +206,9 @@ void PhantomSeries::PutGeometry(DICOMDataObject& dataSet, int slice) const {
     const double cosines[] = {m_Row[0], m_Row[1], m_Row[2], m_Col[0], m_Col[1], m_Col[2]};
     const double pixel[] = {m_Pixel, m_Pixel};
     double along = 0;
-    for (int axis = 0; axis < 3; ++axis) along += place.m_Position[axis] * m_Normal[axis];
-    PutText(dataSet, 0x00180050, DecimalString(place.m_Gap, 1e-6));
-    PutText(dataSet, 0x00200032, DecimalStrings(place.m_Position, 1e-6));
+    for (int axis = 0; axis < 3; ++axis) along += place.position[axis] * m_Normal[axis];
+    PutText(dataSet, 0x00180050, DecimalString(place.gap, 1e-6));
+    PutText(dataSet, 0x00200032, DecimalStrings(place.position, 1e-6));
     PutText(dataSet, 0x00200037, DecimalStrings(cosines, 1e-8));
     PutText(dataSet, 0x00201041, DecimalString(along, 1e-6));
     PutText(dataSet, 0x00280030, DecimalStrings(pixel, 1e-6));
@@ -241,14 +241,14 @@ void PhantomSeries::PutPixels(DICOMDataObject& dataSet, int image) const {
     auto noise = static_cast<std::uint32_t>(Scramble(m_Key + static_cast<std::uint64_t>(image))) | 1U;
     std::vector<std::int16_t> line(columns);
     for (int row = 0; row < m_Options.rows; ++row) {
-        Paint(line.data(), place.m_Position, image / m_Options.slices);
+        Paint(line.data(), place.position, image / m_Options.slices);
         for (const std::int16_t hounsfield : line) {
             noise = noise * 1664525U + 1013904223U;
             const int value = hounsfield + offset + static_cast<int>((noise >> 16) % (2 * kNoise + 1)) - kNoise;
             platform::StoreLittle(out, static_cast<std::uint16_t>(value));
             out += 2;
         }
-        for (int axis = 0; axis < 3; ++axis) place.m_Position[axis] += m_Pixel * m_Col[axis];
+        for (int axis = 0; axis < 3; ++axis) place.position[axis] += m_Pixel * m_Col[axis];
     }
     dataSet.Push(pixels.release());
 }

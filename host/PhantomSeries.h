@@ -39,8 +39,8 @@ public:
 
 private:
     struct Place {
-        double m_Position[3];  // centre of the first voxel
-        double m_Gap;          // nominal distance of planes
+        double position[3];  // centre of the first voxel
+        double gap;          // nominal distance of planes
     };
 
     Place PlaceOf(int slice) const;

@@ -5,4 +5,6 @@ namespace CLI {
 class App;
 }
 
+void AddExportVerb(CLI::App& program);
+void AddInfoVerb(CLI::App& program);
 void AddPhantomVerb(CLI::App& program);

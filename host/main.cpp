@@ -17,6 +17,8 @@ constexpr int kWrongUsage = 2;
 void AddVerbs(CLI::App& program) {
     program.require_subcommand(1);
     AddPhantomVerb(program);
+    AddInfoVerb(program);
+    AddExportVerb(program);
     program.set_version_flag("--version", "korvane " KORVANE_VERSION);
     for (CLI::App* const verb : program.get_subcommands({})) {
         verb->set_version_flag("--version", "korvane " KORVANE_VERSION);

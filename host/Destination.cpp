@@ -1,0 +1,59 @@
+#include "Destination.h"
+
+#include "HostError.h"
+
+#include <string_view>
+
+namespace {
+
+constexpr char kForms[] = "a destination is file:path/name or ftp:user%password@host/path/name";
+
+/// Takes what stands in front of the separator off the text.
+std::string TakeUntil(std::string_view& text, char separator) {
+    const std::size_t at = text.find(separator);
+    if (at == std::string_view::npos || at == 0) throw UsageError(kForms);
+    const std::string part(text.substr(0, at));
+    text.remove_prefix(at + 1);
+    return part;
+}
+
+void SplitPath(std::string_view path, std::string_view separators, Destination& destination) {
+    const std::size_t at = path.find_last_of(separators);
+    destination.name = path.substr(at == std::string_view::npos ? 0 : at + 1);
+    destination.directory = at == std::string_view::npos ? "" : path.substr(0, at);
+    if (destination.name.empty() || destination.name == "." || destination.name == "..") {
+        throw UsageError("the destination lacks a file name: " + std::string(kForms));
+    }
+}
+
+}  // namespace
+
+std::string Destination::Describe() const {
+    if (isFtp) return "ftp:" + user + "@" + host + "/" + (directory.empty() ? "" : directory + "/") + name;
+    return directory == "." ? name : directory + "/" + name;
+}
+
+Destination ParseDestination(const std::string& url) {
+    for (const char character : url) {
+        if (static_cast<unsigned char>(character) < 0x20) throw UsageError("control characters in the destination");
+    }
+    Destination destination;
+    std::string_view rest(url);
+    if (rest.starts_with("file:")) {
+        rest.remove_prefix(5);
+        SplitPath(rest, "/\\", destination);
+        if (rest.find_first_of("/\\") == std::string_view::npos) destination.directory = ".";
+        return destination;
+    }
+    if (!rest.starts_with("ftp:")) throw UsageError(kForms);
+    rest.remove_prefix(4);
+    destination.isFtp = true;
+    destination.user = TakeUntil(rest, '%');
+    const std::size_t at = rest.find('@');
+    if (at == std::string_view::npos) throw UsageError(kForms);
+    destination.password = rest.substr(0, at);
+    rest.remove_prefix(at + 1);
+    destination.host = TakeUntil(rest, '/');
+    SplitPath(rest, "/", destination);
+    return destination;
+}
