@@ -30,23 +30,22 @@ bool IsXRayAngiography(DICOMDataObject* dataSet) {
            modality[2] == '\0';
 }
 
-/// One row of 16-bit samples as the file holds them. The float product is exact where the scale is 1, so that it can be
-/// left out, which is what nearly every volume takes.
-template <class Sample>
-void ConvertRow(const Sample* source, std::vector<std::uint16_t>& row, float scale, int offset) {
+/// One row of 16-bit samples as the file holds them: sample * scale, truncated, less `offset`. A scale of 1 / Divisor is
+/// exact on 16 bits, so the integer division, which truncates too, gives the same.
+template <int Divisor, class Sample>
+void ConvertRow(const Sample* source, std::vector<std::uint16_t>& row, int offset) {
     const auto shift = static_cast<std::uint16_t>(offset);
-    const std::size_t count = row.size();
     std::uint16_t* const out = row.data();
-    if (scale == 1.0f) {
-        for (std::size_t i = 0; i < count; ++i) {
-            out[i] = platform::SwapBytes(static_cast<std::uint16_t>(source[i] - shift));
-        }
-    } else {
-        for (std::size_t i = 0; i < count; ++i) {
-            const auto scaled = static_cast<std::int32_t>(static_cast<float>(source[i]) * scale);
-            out[i] = platform::SwapBytes(static_cast<std::uint16_t>(scaled - shift));
-        }
+    for (std::size_t i = 0; i < row.size(); ++i) {
+        const auto scaled = static_cast<Sample>(source[i] / Divisor);
+        out[i] = platform::SwapBytes(static_cast<std::uint16_t>(scaled - shift));
     }
+}
+
+template <class Sample>
+void ConvertRow(const void* source, std::vector<std::uint16_t>& row, bool halve, int offset) {
+    const auto* const samples = static_cast<const Sample*>(source);
+    halve ? ConvertRow<2>(samples, row, offset) : ConvertRow<1>(samples, row, offset);
 }
 
 [[noreturn]] void RefuseDatatype(std::int32_t datatype) {
@@ -89,7 +88,7 @@ std::size_t CheckedSliceSize(const AnalyzeHeader& header, std::size_t voxelSize,
 
 }  // namespace
 
-CAnalyzeVolume::CAnalyzeVolume() : m_Header{}, m_bBigEndian(false), m_fScale(1.0f), m_nOffset(0) {}
+CAnalyzeVolume::CAnalyzeVolume() : m_Header{}, m_bBigEndian(false), m_bHalve(false), m_nOffset(0) {}
 
 CVolumeExport& CAnalyzeVolume::operator=(CDicomVolume& series) {
     TakeReference(series.GetVolume());
@@ -130,7 +129,7 @@ void CAnalyzeVolume::ChooseVoxelMapping(DICOMDataObject* first) {
     }
     // Neither is set back when another volume is assigned: required.
     if (IsXRayAngiography(first)) {
-        m_fScale = 0.5f;
+        m_bHalve = true;
     } else {
         m_nOffset = 32767;
     }
@@ -192,11 +191,8 @@ void CAnalyzeVolume::WriteSlice16(AnalyzeStream& stream, int slice, std::vector<
     for (int y = 0; y < m_Header.dim[2]; ++y) {
         const std::uint16_t* const source = pixels + y * width;
         if (m_bBigEndian) {  // otherwise the row stays zero
-            if (isSigned) {
-                ConvertRow(reinterpret_cast<const std::int16_t*>(source), row, m_fScale, m_nOffset);
-            } else {
-                ConvertRow(source, row, m_fScale, m_nOffset);
-            }
+            isSigned ? ConvertRow<std::int16_t>(source, row, m_bHalve, m_nOffset)
+                     : ConvertRow<std::uint16_t>(source, row, m_bHalve, m_nOffset);
         }
         stream.Bytes(row.data(), 2 * width);  // one call of the writer for each row: a host's writer may count on it
     }

@@ -78,6 +78,7 @@ private:
 
     AnalyzeHeader m_Header;
     bool m_bBigEndian;  // the data file's samples, or those to be written, are big-endian
-    float m_fScale;     // 16-bit samples are written as trunc(sample * scale) - offset; never above 1
+    // 16-bit samples are written as trunc(sample * scale) - offset.
+    bool m_bHalve;  // a scale of 0.5 instead of 1
     int m_nOffset;
 };

@@ -29,7 +29,7 @@ TEST_F(CFileReaderTest, SkipsBlanksAndCommentsButKeepsLeadingWhiteSpace) {
 
 TEST_F(CFileReaderTest, FailsWithTheSystemsText) {
     EXPECT_EQ(ThrownText([this] { CFileReader reader(Path("none").c_str()); }), std::strerror(ENOENT));
-    EXPECT_EQ(ThrownText([this] { CFileReader reader(m_Folder.string().c_str()); }), std::strerror(EISDIR));
+    EXPECT_EQ(ThrownText([this] { CFileReader reader(Path("sub").c_str()); }), std::strerror(EISDIR));
 }
 
 }  // namespace

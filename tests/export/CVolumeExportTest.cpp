@@ -61,14 +61,14 @@ TEST(CVolumeExportTest, OwnsWriterAndReferenceAndACopyOwnsNothing) {
         ~Mortal() override { ++m_nDeaths; }
         int& m_nDeaths;
     };
-    TestSeries series({});
+    TestSeries series(TestSeries::Form{});
     int deaths = 0;
     {
         Recorder source;
         source = series;
         source = series;
         source.SetFileWriter(new Mortal(deaths));
-        EXPECT_EQ(series.Volume()->GetNRefs(), 2);
+        EXPECT_EQ(series.m_Series.GetVolume()->GetNRefs(), 2);
         {
             Recorder copy(source);
             source = copy;  // what they share stays the source's
@@ -76,16 +76,16 @@ TEST(CVolumeExportTest, OwnsWriterAndReferenceAndACopyOwnsNothing) {
             other = series;
             other = copy;   // drops nothing that is shared
             copy = series;  // a reference of its own
-            EXPECT_EQ(series.Volume()->GetNRefs(), 4);
+            EXPECT_EQ(series.m_Series.GetVolume()->GetNRefs(), 4);
             copy.SetFileWriter(new CFileWriter);
         }
         EXPECT_EQ(deaths, 0);
-        EXPECT_EQ(series.Volume()->GetNRefs(), 2);
+        EXPECT_EQ(series.m_Series.GetVolume()->GetNRefs(), 2);
         source.SetFileWriter(new Mortal(deaths));
         EXPECT_EQ(deaths, 1);
     }
     EXPECT_EQ(deaths, 2);
-    EXPECT_EQ(series.Volume()->GetNRefs(), 1);
+    EXPECT_EQ(series.m_Series.GetVolume()->GetNRefs(), 1);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // An FTP server (RFC 959, passive mode) for one session on the loopback interface. It takes the password "secret",
-// refuses "/refused.hdr", and hangs up in the middle of files named "cut".
+// refuses "/refused.hdr", and hangs up in the middle of a file named "cut".
 #pragma once
 
 #include <arpa/inet.h>
@@ -18,7 +18,7 @@ public:
     /// Waits for the session's end; then what has been received may be looked at.
     void Finish() {
         if (m_Thread.joinable()) {
-            shutdown(m_Listener, SHUT_RDWR);  // where nobody has connected yet
+            shutdown(m_Listener, SHUT_RDWR);  // where nobody has connected
             m_Thread.join();
             close(m_Listener);
         }
@@ -41,43 +41,39 @@ private:
     }
 
     void Serve() {
-        const int control = accept(m_Listener, nullptr, nullptr);
+        m_Control = accept(m_Listener, nullptr, nullptr);
         std::string reply = "220 Ready";
-        std::string line;
-        do {
-            reply += "\r\n";
-            send(control, reply.data(), reply.size(), MSG_NOSIGNAL);
-            line.clear();
-            for (char c; read(control, &c, 1) == 1 && c != '\n';) {
-                line += c == '\r' ? ' ' : c;
+        for (std::string command = " "; !command.empty() && !reply.empty();) {
+            Say(reply);
+            command.clear();
+            for (char c; read(m_Control, &c, 1) == 1 && c != '\n';) {
+                command += c == '\r' ? ' ' : c;
             }
-            m_Log += line;
-            reply = line.empty() ? "" : Reply(control, line.substr(0, line.find(' ')), line);
-        } while (!reply.empty());
-        close(control);
-    }
-
-    std::string Reply(int control, const std::string& verb, const std::string& line) {
-        const std::string name = line.substr(verb.size() + 1, line.size() - verb.size() - 2);
-        if (verb == "PASV") {
-            m_Passive = Listen();
-            return "227 Passive (127,0,0,1," + std::to_string(Port(m_Passive) / 256) + "," +
-                   std::to_string(Port(m_Passive) % 256) + ")";
+            m_Log += command;
+            reply = Reply(command.substr(0, command.find_last_not_of(' ') + 1));
         }
+        close(m_Control);
+    }
+    void Say(const std::string& reply) { send(m_Control, (reply + "\r\n").c_str(), reply.size() + 2, MSG_NOSIGNAL); }
+
+    std::string Reply(const std::string& command) {
         static const std::map<std::string, std::string> replies{
-            {"USER", "331 Password, please"},         {"PASS", "530 Login incorrect"},
-            {"PASS secret", "230 Welcome"},           {"CWD missing", "550 No such folder"},
-            {"STOR /refused.hdr", "553 Not allowed"}, {"QUIT", ""}};
-        for (const std::string& key : {verb + " " + name, verb}) {
-            if (const auto found = replies.find(key); found != replies.end()) {
-                return found->second;
-            }
+            {"USER me", "331 Password?"},          {"PASS secret", "230 Welcome"},
+            {"PASS wrong", "530 Login incorrect"}, {"CWD missing", "550 No folder"},
+            {"STOR /refused.hdr", "553 Not here"}, {"QUIT", ""}};
+        if (command == "PASV") {
+            m_Passive = Listen();
+            const int port = Port(m_Passive);
+            return "227 (127,0,0,1," + std::to_string(port / 256) + "," + std::to_string(port % 256) + ")";
         }
-        return verb == "STOR" ? Receive(control, name) : "200 Done";
+        const auto found = replies.find(command);
+        return found != replies.end()           ? found->second
+               : command.substr(0, 4) == "STOR" ? Receive(command.substr(5))
+                                                : "200 Done";
     }
 
-    std::string Receive(int control, const std::string& name) {
-        send(control, "150 Go on\r\n", 11, MSG_NOSIGNAL);
+    std::string Receive(const std::string& name) {
+        Say("150 Go on");
         const int data = accept(m_Passive, nullptr, nullptr);
         char block[4096];
         for (ssize_t got; (got = read(data, block, sizeof block)) > 0 && name != "cut";) {
@@ -88,7 +84,8 @@ private:
         return name == "cut" ? "" : "226 Stored";
     }
 
-    int m_Listener = Listen();
+    const int m_Listener = Listen();
+    int m_Control = -1;
     int m_Passive = -1;
     std::thread m_Thread{[this] { Serve(); }};
 };
