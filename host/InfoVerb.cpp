@@ -1,5 +1,6 @@
 // korvane info: what series lie under some paths.
 #include "HostError.h"
+#include "InfoJson.h"
 #include "SeriesFinder.h"
 #include "SeriesText.h"
 #include "Verbs.h"
@@ -26,7 +27,11 @@ void PrintText(const Findings& findings) {
 
 void Info(const Arguments& arguments) {
     const Findings findings = FindSeries(arguments.paths);
-    PrintText(findings);
+    if (arguments.json) {
+        WriteInfoJson(findings, stdout);
+    } else {
+        PrintText(findings);
+    }
     for (const std::string& line : findings.unreadable) Warn(line);
     if (!findings.unreadable.empty()) throw HostError("some files could not be read");
     if (findings.files.empty()) throw HostError(arguments.paths.front() + ": no DICOM files");
@@ -38,5 +43,6 @@ void AddInfoVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("info", "Tell what series lie under some paths");
     const auto arguments = std::make_shared<Arguments>();
     verb->add_option("PATH", arguments->paths, "Folders, searched with all below them, or files")->required();
+    verb->add_flag("--json", arguments->json, "For programs");
     verb->callback([arguments] { Info(*arguments); });
 }

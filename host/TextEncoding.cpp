@@ -1,7 +1,6 @@
 #include "TextEncoding.h"
 
 #include <cstddef>
-#include <cstdint>
 
 namespace {
 
@@ -89,6 +88,7 @@ TextDecoder::TextDecoder(std::string_view characterSet) {
     }
     if (characterSet == "ISO_IR 100") m_Set = Set::Latin1;
     if (characterSet == "ISO_IR 192") m_Set = Set::Utf8;
+    m_bKnown = m_Set != Set::Ascii || characterSet.empty() || characterSet == "ISO_IR 6";
 }
 
 std::string TextDecoder::ToUtf8(std::string_view bytes) const {
@@ -109,23 +109,6 @@ std::string TextDecoder::ToUtf8(std::string_view bytes) const {
             out += static_cast<char>(0x80 | (byte & 0x3F));
         } else {
             escape(byte);
-        }
-    }
-    return out;
-}
-
-std::string Base64(std::string_view bytes) {
-    static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    out.reserve((bytes.size() + 2) / 3 * 4);
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const std::size_t count = bytes.size() - i < 3 ? bytes.size() - i : 3;
-        std::uint32_t group = 0;
-        for (std::size_t k = 0; k < 3; ++k) {
-            group = (group << 8) | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0U);
-        }
-        for (std::size_t k = 0; k < 4; ++k) {
-            out += k <= count ? kDigits[(group >> (18 - 6 * k)) & 63U] : '=';
         }
     }
     return out;

@@ -19,10 +19,11 @@ public:
 
     std::string ToUtf8(std::string_view bytes) const;
 
+    /// Whether everything that the set has is converted.
+    bool IsKnown() const { return m_bKnown; }
+
 private:
     enum class Set { Ascii, Latin1, Utf8 };
     Set m_Set = Set::Ascii;
+    bool m_bKnown = false;
 };
-
-/// Bytes in base 64 (RFC 4648 4).
-std::string Base64(std::string_view bytes);

@@ -5,6 +5,7 @@ namespace CLI {
 class App;
 }
 
+void AddDumpVerb(CLI::App& program);
 void AddExportVerb(CLI::App& program);
 void AddInfoVerb(CLI::App& program);
 void AddPhantomVerb(CLI::App& program);

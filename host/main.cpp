@@ -18,6 +18,7 @@ void AddVerbs(CLI::App& program) {
     program.require_subcommand(1);
     AddPhantomVerb(program);
     AddInfoVerb(program);
+    AddDumpVerb(program);
     AddExportVerb(program);
     program.set_version_flag("--version", "korvane " KORVANE_VERSION);
     for (CLI::App* const verb : program.get_subcommands({})) {
