@@ -22,6 +22,7 @@ CImagePlane::~CImagePlane() {
     Release();
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): no assignment is handled.
 CImagePlane& CImagePlane::operator=(const CImagePlane&) {
     throw std::logic_error("CImagePlane cannot be assigned");
 }

@@ -36,8 +36,8 @@ void CVolume::UpdateZInterpArray() {
         return;
     }
     const double extent = static_cast<double>(m_Planes.back().m_Org[2]) - m_Planes.front().m_Org[2];
-    const bool usable = m_VoxelSize > 0 && std::isfinite(m_VoxelSize);
-    const double steps = usable ? std::fabs(extent) / m_VoxelSize : 0.0;
+    // An infinite size makes no step either, and NaN is not above 0.
+    const double steps = m_VoxelSize > 0 ? std::fabs(extent) / m_VoxelSize : 0.0;
     if (steps >= kLargestTable) {
         throw std::length_error("CVolume: too many z samples");
     }

@@ -25,8 +25,8 @@ void ExpectIncrements(const CVolume& volume, const std::array<int, 4>& expected)
 void Touch(CVolume& volume) {
     int d[4];
     volume.GetDimensions(d);
-    const auto bytes = static_cast<std::size_t>(d[0] * d[1] * d[3] * volume.GetTypeSize());
-    for (int k = 0; k < d[2]; ++k) std::memset(volume.GetPlane(k)->m_pData, 1, bytes);
+    const int bytes = d[0] * d[1] * d[3] * volume.GetTypeSize();
+    for (int k = 0; k < d[2]; ++k) std::memset(volume.GetPlane(k)->m_pData, 1, static_cast<std::size_t>(bytes));
 }
 
 // Minimum and maximum after `Update` on one plane that lies one byte off any alignment.
@@ -101,7 +101,7 @@ TEST(CVolume, AllocRefusesBeforeInitAndWhatCannotBe) {
     volume.Init(CVolume::PT_LONG, INT_MAX, INT_MAX, 2, INT_MAX);
     EXPECT_THROW(volume.Alloc(true), std::bad_alloc);
     EXPECT_THROW(volume.Alloc(false), std::bad_alloc);
-    volume.Init(CVolume::PT_BYTE, 2, 2, -1, 1);
+    volume.Init(CVolume::PT_BYTE, 0, 1, -1, 1);
     EXPECT_THROW(volume.Alloc(true), std::bad_alloc);
     for (const bool contig : {false, true}) {
         volume.Init(CVolume::PT_BYTE, 4, 4, 5, 1);
@@ -110,8 +110,10 @@ TEST(CVolume, AllocRefusesBeforeInitAndWhatCannotBe) {
         volume.Alloc(!contig);  // still initialised: the planes come back
         Touch(volume);
     }
+    volume.UpdateZInterpArray();
     int d[4] = {4, 4, 2, 1};
     volume.SetDimensions(d);
+    EXPECT_EQ(volume.MapVoxToZInterp(0), nullptr);
     volume.Update();  // dimensions without planes
     EXPECT_THROW(volume.Alloc(true), int);
 }
@@ -156,7 +158,7 @@ TEST(CVolume, UpdateWidensTheStoredRange) {
     for (std::size_t at = 0; at < 19; ++at) {
         std::vector<float> floats(19, kNan);
         floats[at] = -7.9F;
-        ASSERT_EQ(RangeOf(CVolume::PT_FLOAT, floats), (Range{-7, 0}));
+        ASSERT_EQ(RangeOf(CVolume::PT_FLOAT, floats, 0, -100), (Range{-7, -7}));
     }
     EXPECT_EQ(RangeOf<float>(CVolume::PT_FLOAT, {kNan}, 5, -5), (Range{5, -5}));
     EXPECT_EQ(RangeOf<float>(CVolume::PT_FLOAT, {kInfinity, -kInfinity}), (Range{LLONG_MIN, LLONG_MAX}));
