@@ -1,8 +1,9 @@
+// The pixels of one data set.
 #pragma once
 
-#include <cstddef>
-
 #include "../platform/Export.h"
+
+#include <cstddef>
 
 class DICOMDataObject;
 class VR;
@@ -32,9 +33,9 @@ struct WordForm;
 class KORVANE_API CDicomPixelStream {
 public:
     enum PhotometricInterpretation {
-        PI_MONO8 = 0,   // MONOCHROME1 or 2, words of 1 byte
-        PI_MONO16 = 1,  // monochrome, any other size; also what none of the four keywords names
-        PI_MONO32 = 2,  // monochrome, words of 4 bytes
+        PI_MONO8 = 0,   ///< MONOCHROME1 or 2, words of 1 byte
+        PI_MONO16 = 1,  ///< monochrome, any other size; also what none of the four keywords names
+        PI_MONO32 = 2,  ///< monochrome, words of 4 bytes
         PI_PALETTE = 3,
         PI_RGB = 4
     };
@@ -96,9 +97,8 @@ public:
     int GetXORMask() const { return m_nXORMask; }
     int GetPixelShift() const { return m_nPixelShift; }
     bool GetInvert() const { return m_bInvert; }
-    int GetBytesPerPixel() const {
-        return m_nBytesPerPixel;
-    }  ///< for more than one sample per pixel: the number of samples
+    /// For more than one sample per pixel: the number of samples.
+    int GetBytesPerPixel() const { return m_nBytesPerPixel; }
     bool IsSigned() const { return m_bSigned; }
     int GetNRows() const { return m_nRows; }
     int GetNCols() const { return m_nCols; }

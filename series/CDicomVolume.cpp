@@ -93,6 +93,8 @@ void CDicomVolume::Reference::Renew() {
 }
 
 CDicomVolume::CDicomVolume() = default;
+CDicomVolume::CDicomVolume(const CDicomVolume& other) = default;
+CDicomVolume& CDicomVolume::operator=(const CDicomVolume& other) = default;
 CDicomVolume::~CDicomVolume() = default;
 
 void CDicomVolume::Restart() {

@@ -1,10 +1,11 @@
+// A series of data sets made into a volume.
 #pragma once
-
-#include <cstddef>
-#include <vector>
 
 #include "../platform/Export.h"
 #include "../volume/CVolume.h"
+
+#include <cstddef>
+#include <vector>
 
 class CDicomPixelStream;
 class CPercent;
@@ -39,8 +40,8 @@ class DICOMDataObject;
 class KORVANE_API CDicomVolume {
 public:
     CDicomVolume();
-    CDicomVolume(const CDicomVolume&) = default;
-    CDicomVolume& operator=(const CDicomVolume&) = default;
+    CDicomVolume(const CDicomVolume& other);
+    CDicomVolume& operator=(const CDicomVolume& other);
     virtual ~CDicomVolume();
 
     /// Builds the geometry and a new volume without pixels; the previous volume is released. `mask`, which may be null,

@@ -1,3 +1,4 @@
+// The rescale of stored values to modality units.
 #pragma once
 
 #include "../platform/Export.h"

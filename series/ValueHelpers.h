@@ -1,13 +1,12 @@
+// Free functions that read and write single elements of a data set, and the colour conversion of series assembly.
+//
+// Numbers are read independently of the locale: the decimal mark is always a point (PS3.5 6.2, DS and IS). A `long` here
+// is a 32-bit quantity, whatever its width: results lie in -2^31 .. 2^31 - 1.
 #pragma once
 
-/// Free functions that read and write single elements of a data set, and the colour conversion of series assembly.
-///
-/// Numbers are read independently of the locale: the decimal mark is always a point (PS3.5 6.2, DS and IS).
-/// A `long` here is a 32-bit quantity, whatever its width: results lie in -2^31 .. 2^31 - 1.
+#include "../platform/Export.h"
 
 #include <cstddef>
-
-#include "../platform/Export.h"
 
 class DICOMDataObject;
 class VR;

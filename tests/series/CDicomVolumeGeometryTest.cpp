@@ -1,7 +1,7 @@
 #include "SeriesFixture.h"
 
+#include <algorithm>
 #include <cmath>
-#include <limits>
 
 using Ints = std::vector<int>;
 using Floats = std::vector<float>;
@@ -14,12 +14,15 @@ TEST_F(CDicomVolumeGeometry, PlanesRunByAscendingNegatedZ) {
     EXPECT_EQ(PlaneOrder(), (Ints{0, 2, 1}));
     EXPECT_EQ(m_Series.m_IndexToSlice, (Ints{0, 2, 1}));
     EXPECT_EQ(m_Series.GetDDOList(), (std::vector{m_List[0], m_List[2], m_List[1]}));
-    EXPECT_EQ(Spacing()[2], 5);
 
     m_Series.m_bReverse = true;
-    Assemble({SliceAt(10), SliceAt(5), SliceAt(5), SliceAt(0)});
-    EXPECT_EQ(PlaneZ(), (Floats{0, -5, -5, -10}));
-    EXPECT_EQ(PlaneOrder(), (Ints{3, 1, 2, 0})) << "equal places keep the list's order";
+    Assemble({SliceAt(10), SliceAt(0), SliceAt(5)});
+    EXPECT_EQ(PlaneZ(), (Floats{0, -5, -10}));
+
+    Ints listOrder(100);
+    std::iota(listOrder.begin(), listOrder.end(), 0);
+    Assemble(std::vector<DataSet>(100, SliceAt(3)));
+    EXPECT_EQ(PlaneOrder(), listOrder) << "equal places keep the list's order";
 }
 
 TEST_F(CDicomVolumeGeometry, MaskChoosesWhoTakesPart) {
@@ -28,73 +31,51 @@ TEST_F(CDicomVolumeGeometry, MaskChoosesWhoTakesPart) {
     EXPECT_EQ(m_Series.GetNumFrames(), 2);
     EXPECT_EQ(m_Series.m_Selected, (Ints{1, 3}));
     EXPECT_EQ(m_Series.m_IndexToSlice, (Ints{-1, 1, -1, 0}));
-    EXPECT_EQ(m_Series.GetRefDDO(), m_List[0]) << "even though it takes no part";
-
-    mask = {true};
     Assemble({SliceAt(0), SliceAt(1)}, &mask);
-    EXPECT_EQ(m_Series.m_Selected, (Ints{0})) << "entries that the mask lacks are false";
-    mask.assign(9, true);
-    Assemble({SliceAt(0), SliceAt(1)}, &mask);
-    EXPECT_EQ(m_Series.m_Selected, (Ints{0, 1}));
+    EXPECT_EQ(m_Series.m_Selected, (Ints{1})) << "as far as the list goes";
+    Assemble(std::vector<DataSet>(5, SliceAt(0)), &mask);
+    EXPECT_EQ(m_Series.m_Selected, (Ints{1, 3})) << "entries that the mask lacks are false";
 }
 
 TEST_F(CDicomVolumeGeometry, LowestInstanceNumberBelowOneIsTheReference) {
-    const auto reference = [this](const std::vector<std::string>& numbers) {
-        std::vector<DataSet> slices;
-        for (const std::string& number : numbers) {
-            slices.push_back(SliceAt(static_cast<double>(slices.size())));
-            if (!number.empty()) {
-                slices.back().Text(0x00200013, number);
-            }
-        }
-        DICOMDataObject* found = Assemble(slices).GetRefDDO();
-        return std::find(m_List.begin(), m_List.end(), found) - m_List.begin();
-    };
-    EXPECT_EQ(reference({"3", "1", "2"}), 0);
-    EXPECT_EQ(reference({"", "0", "-4", "-4"}), 2);
-    EXPECT_EQ(reference({"", "", "0"}), 2);
+    const auto numbered = [](const char* number) { return SliceAt(0).Text(0x00200013, number); };
+    Assemble({numbered("3"), numbered("1"), numbered("2")});
+    EXPECT_EQ(m_Series.GetRefDDO(), m_List[0]);
+    Assemble({SliceAt(0), numbered("0"), numbered("-4"), numbered("-4")});
+    EXPECT_EQ(m_Series.GetRefDDO(), m_List[2]);
 }
 
 // An oblique stack with uneven gaps: patient position and plane origin must belong together both ways.
 TEST_F(CDicomVolumeGeometry, ObliqueSlicesLandOnTheirNormalAndMapBack) {
-    const double a = 0.5;
-    const double b = 0.3;
-    const std::vector<double> row = {2 * std::cos(a), 2 * std::sin(a), 0};  // twice the unit length: gets normalised
-    const std::vector<double> col = {-std::sin(a) * std::cos(b), std::cos(a) * std::cos(b), std::sin(b)};
-    const std::vector<double> normal = {std::sin(a) * std::sin(b), -std::cos(a) * std::sin(b), std::cos(b)};
-    const std::vector<double> first = {-120.5, 33, 700.25};
-    std::vector<DataSet> slices;
-    for (const double along : {0.0, 7.5, 2.0, -3.0}) {
-        std::vector<double> position;
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            position.push_back(first[axis] + along * normal[axis]);
-        }
-        std::vector<double> cosines = row;
-        cosines.insert(cosines.end(), col.begin(), col.end());
-        slices.push_back(Image().Text(0x00200037, Numbers(cosines)).Text(0x00200032, Numbers(position)));
-    }
-    Assemble(slices);
+    const double ca = std::cos(0.5), sa = std::sin(0.5), cb = std::cos(0.3), sb = std::sin(0.3);
+    const double row[] = {ca, sa, 0}, col[] = {-sa * cb, ca * cb, sb}, normal[] = {sa * sb, -ca * sb, cb};
+    const double first[] = {-120.5, 33, 700.25};
+    const auto at = [&](double along, double x, double y, int i) {
+        return first[i] + along * normal[i] + x * row[i] + y * col[i];
+    };
+    const auto slice = [&](double along) {  // the row direction has twice the unit length
+        return Image()
+            .Text(0x00200037, Numbers({2 * row[0], 2 * row[1], 0, col[0], col[1], col[2]}))
+            .Text(0x00200032, Numbers({at(along, 0, 0, 0), at(along, 0, 0, 1), at(along, 0, 0, 2)}));
+    };
+    Assemble({slice(0), slice(7.5), slice(2), slice(-3)});
     EXPECT_EQ(PlaneOrder(), (Ints{1, 2, 0, 3}));
     const double alongOfPlane[] = {7.5, 2.0, 0.0, -3.0};
     for (int k = 0; k < 4; ++k) {
         const float* org = Volume().GetPlane(k)->m_Org;
-        EXPECT_NEAR(org[0], first[0], 1e-3);
-        EXPECT_NEAR(org[1], first[1], 1e-3);
+        for (int i = 0; i < 2; ++i) EXPECT_NEAR(org[i], first[i], 1e-3);
         EXPECT_NEAR(org[2], -(alongOfPlane[k] + first[2]), 1e-3);
-        float vol[3] = {4, 6, org[2] - Volume().GetPlane(0)->m_Org[2]};
+        float vol[3] = {4, 6, org[2] - PlaneZ()[0]};
         float patient[3];
         m_Series.VolToDicom(vol, patient);
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            EXPECT_NEAR(patient[axis], first[axis] + alongOfPlane[k] * normal[axis] + 4 * row[axis] / 2 + 6 * col[axis],
-                        1e-3);
-        }
+        for (int i = 0; i < 3; ++i) EXPECT_NEAR(patient[i], at(alongOfPlane[k], 4, 6, i), 1e-3);
     }
     float orientation[2][3];
     Volume().GetOrientation(orientation);
-    EXPECT_NEAR(orientation[0][0], row[0], 1e-6) << "the volume gets the cosines as they were read";
-    float origin[4];
-    Volume().GetOrigin(origin);
-    EXPECT_EQ((Floats{origin, origin + 4}), (Floats{-120.5F, 33, 700.25F, 0}));
+    EXPECT_NEAR(orientation[0][0], 2 * row[0], 1e-6) << "the volume gets the cosines as they were read";
+    Floats origin(4);
+    Volume().GetOrigin(origin.data());
+    EXPECT_EQ(origin, (Floats{-120.5F, 33, 700.25F, 0}));
 
     // A slice off the normal moves within the plane: x, y follow P . row and P . col, added to the reference.
     Assemble({SliceAt(0), SliceAt(4).Text(0x00200032, "3\\-2\\4")});
@@ -103,11 +84,10 @@ TEST_F(CDicomVolumeGeometry, ObliqueSlicesLandOnTheirNormalAndMapBack) {
 }
 
 TEST_F(CDicomVolumeGeometry, SliceLocationReplacesZWhenAskedFor) {
-    const std::vector<DataSet> slices = {SliceAt(0).Text(0x00201041, "20"), SliceAt(1).Text(0x00201041, "10"),
-                                         SliceAt(5)};
+    const std::vector<DataSet> slices = {SliceAt(0).Text(0x00201041, "20"), SliceAt(1), SliceAt(5)};
     EXPECT_EQ((Assemble(slices), PlaneZ()), (Floats{-5, -1, 0}));
     m_Series.m_bUseSliceLocation = true;
-    EXPECT_EQ((Assemble(slices), PlaneZ()), (Floats{-20, -10, -5}));
+    EXPECT_EQ((Assemble(slices), PlaneZ()), (Floats{-20, -5, -1}));
 }
 
 TEST_F(CDicomVolumeGeometry, SlicesWithoutPositionsStandAPitchApart) {
@@ -125,11 +105,14 @@ TEST_F(CDicomVolumeGeometry, SlicesWithoutPositionsStandAPitchApart) {
 }
 
 TEST_F(CDicomVolumeGeometry, SpacingFallsBackStepByStep) {
-    EXPECT_EQ((Assemble({SliceAt(0).Text(0x00280030, "0.5\\0.7"), SliceAt(2), SliceAt(6)}), Spacing()),
-              (Floats{0.5F, 0.7F, 3}));
-    EXPECT_EQ((Assemble({SliceAt(0).Text(0x00280030, "0\\0").Text(0x00180050, "2.5")}), Spacing()),
-              (Floats{1, 1, 2.5F}));
-    EXPECT_EQ((Assemble({SliceAt(0).Text(0x00280030, "2\\3")}), Spacing()), (Floats{2, 3, 2.5F}));
+    const auto spacing = [this](const std::vector<DataSet>& slices) {
+        Floats space(4);
+        Assemble(slices).GetVolume()->GetSpacing(space.data());
+        return space;
+    };
+    EXPECT_EQ(spacing({SliceAt(0).Text(0x00280030, "0.5\\0.7"), SliceAt(2), SliceAt(6)}), (Floats{0.5F, 0.7F, 3, 0}));
+    EXPECT_EQ(spacing({SliceAt(0).Text(0x00280030, "0\\0").Text(0x00180050, "2.5")}), (Floats{1, 1, 2.5F, 0}));
+    EXPECT_EQ(spacing({SliceAt(0).Text(0x00280030, "2\\3")}), (Floats{2, 3, 2.5F, 0}));
 }
 
 TEST_F(CDicomVolumeGeometry, FramesKeepTheirPlaceAndTheirPixels) {
@@ -141,9 +124,8 @@ TEST_F(CDicomVolumeGeometry, FramesKeepTheirPlaceAndTheirPixels) {
         Assemble({frames}, mask).Alloc(false);
         EXPECT_EQ(PlaneZ(), z);
         EXPECT_EQ(PlaneOrder(), order);
-        for (int k = 0; k < Planes(); ++k) {
-            EXPECT_EQ(Voxels<std::uint16_t>(k)[0], order[static_cast<std::size_t>(k)]);
-        }
+        for (std::size_t k = 0; k < order.size(); ++k)
+            EXPECT_EQ(Voxels<std::uint16_t>(static_cast<int>(k))[0], order[k]);
     };
     check({-103, -102, -101, -100}, {3, 2, 1, 0}, nullptr);  // no pointer: a millimetre apart
     frames.Bytes(0x00280009, gridOffsets, 4);
@@ -172,8 +154,6 @@ TEST_F(CDicomVolumeGeometry, MissingPositionIsThrownAsText) {
     } catch (char* text) {
         EXPECT_STREQ(text, "Cannor find Image Plane");
     }
-    ASSERT_NE(m_Series.GetVolume(), nullptr);
-    EXPECT_EQ(Planes(), 0);
     m_Series.Alloc(true);
     EXPECT_EQ(Planes(), 0);
 }
@@ -183,36 +163,33 @@ TEST_F(CDicomVolumeGeometry, WhatCannotBecomeAVolumeLeavesItEmpty) {
         Assemble(slices, mask).Alloc(true);
         return Planes();
     };
+    const std::vector<std::uint16_t> three(3);
+    const DataSet good = SliceAt(1);
+    for (const DataSet& other :
+         {SliceAt(0).Matrix(2, 2), SliceAt(0).Matrix(1, 3), SliceAt(0).Form(16, 16, 15, true),
+          SliceAt(0).Form(8, 8, 7, false), SliceAt(0).Drop(0x7FE00010), SliceAt(0).Pixels(three)}) {
+        EXPECT_EQ(planes({other, good}), 0);
+        EXPECT_EQ(planes({good, other}), 0);
+    }
+    for (const DataSet& useless :
+         {DataSet(), SliceAt(0).Form(0, 0, 0, false), SliceAt(0).Form(64, 64, 63, false).Matrix(1, 1),
+          SliceAt(0).Matrix(65535, 65535), SliceAt(0).Matrix(0, 4), SliceAt(0).Pixels(three)}) {
+        EXPECT_EQ(planes({useless, useless}), 0);
+    }
     EXPECT_EQ(planes({}), 0);
-    EXPECT_EQ(planes({DataSet()}), 0);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1)}), 2);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1).Matrix(2, 2)}), 0);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1).Matrix(1, 3)}), 0);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1).Form(16, 16, 15, true)}), 0);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1).Form(8, 8, 7, false)}), 0);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1).Drop(0x7FE00010)}), 0);
-    EXPECT_EQ(planes({SliceAt(0), SliceAt(1).Pixels(std::vector<std::uint16_t>(3))}), 0);
-    EXPECT_EQ(planes({SliceAt(0).Form(0, 0, 0, false)}), 0);
-    EXPECT_EQ(planes({SliceAt(0).Form(64, 64, 63, false)}), 0);
-    EXPECT_EQ(planes({SliceAt(0).Matrix(65535, 65535)}), 0);
-    EXPECT_EQ(planes({SliceAt(0).Matrix(0, 4)}), 0);
-    EXPECT_EQ(planes({Frames(3).Text(0x00280008, "2000000000")}), 0);
-    EXPECT_EQ(planes({Frames(3).Text(0x00280008, "-1")}), 0);
-    EXPECT_EQ(planes({Frames(3).Text(0x00280008, "4")}), 0);
-    EXPECT_EQ(planes({Frames(3)}), 3);
+    for (const char* claim : {"2000000000", "4", "0", "-1", "x"}) {
+        EXPECT_EQ(planes({Frames(3).Text(0x00280008, claim)}), 0) << claim;
+    }
     std::vector<bool> fourth = {true, false, false, true};
     EXPECT_EQ(planes({Frames(3)}, &fourth), 0);
-
     m_List = {nullptr};
     m_Series.SetIODList(m_List, nullptr);
     EXPECT_EQ(Planes(), 0);
 }
 
 TEST_F(CDicomVolumeGeometry, PositionsThatAreNoNumbersStillGiveAnOrder) {
-    Assemble({SliceAt(0), SliceAt(1).Text(0x00200032, "nan\\inf\\1e400"), SliceAt(2).Text(0x00200032, "x"),
-              SliceAt(1).Text(0x00200037, "0\\0\\0\\0\\0\\0"), SliceAt(3)});
-    EXPECT_EQ(Planes(), 5);
-    EXPECT_EQ(Ints(m_Series.m_IndexToSlice).size(), 5U);
+    Assemble({SliceAt(0), SliceAt(1).Text(0x00200032, "nan\\inf\\1e400"), SliceAt(2).Text(0x00200032, "x")});
+    EXPECT_EQ(PlaneOrder(), (Ints{0, 2, 1}));
     Assemble({SliceAt(0).Text(0x00200037, "0\\0\\0\\0\\0\\0"), SliceAt(1)});
     EXPECT_EQ(PlaneZ(), (Floats{0, 0}));
 }

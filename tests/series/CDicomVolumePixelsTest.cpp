@@ -2,18 +2,14 @@
 
 namespace {
 
-/// Notes what it is told and stops when `stopAt` is reached.
-class Recorder : public CPercent {
-public:
-    explicit Recorder(short stopAt = 101) : m_StopAt(stopAt) {}
+/// Counts what it is told and stops at a percentage.
+struct Recorder : CPercent {
     bool OnProgress(short percent) override {
-        m_Seen.push_back(percent);
+        ++m_nCalls;
         return percent >= m_StopAt;
     }
-    std::vector<short> m_Seen;
-
-private:
-    short m_StopAt;
+    int m_nCalls = 0;
+    int m_StopAt = 101;
 };
 
 }  // namespace
@@ -21,27 +17,19 @@ private:
 class CDicomVolumePixels : public SeriesTest {};
 
 TEST_F(CDicomVolumePixels, VoxelsAreRawValuesOfTheFormsOwnType) {
-    const std::vector<std::uint16_t> words = {0x7FFF, 0x0800, 0xF001, 0x0000};
-    const auto shorts = [&](const DataSet& image) { return Assemble({image}).Alloc(true), Voxels<std::int16_t>(0); };
-    EXPECT_EQ(shorts(Image(words).Form(16, 16, 15, true)), (std::vector<std::int16_t>{0x7FFF, 0x800, -4095, 0}));
-    EXPECT_EQ(Volume().GetType(), CVolume::PT_SHORT);
-    EXPECT_EQ(shorts(Image(words).Form(16, 12, 11, true)), (std::vector<std::int16_t>{-1, -2048, 1, 0}));
-    EXPECT_EQ(shorts(Image(words).Form(16, 12, 15, false)), (std::vector<std::int16_t>{0x7FF, 0x80, 0xF00, 0}));
-    EXPECT_EQ(Volume().GetType(), CVolume::PT_USHORT);
-
-    const std::vector<std::uint32_t> wide = {1, 0x80000000, 70000};
-    Assemble({Image().Matrix(1, 3).Form(32, 32, 31, false).Pixels(wide)}).Alloc(false);
-    EXPECT_EQ(Volume().GetType(), CVolume::PT_ULONG);
-    EXPECT_EQ(Voxels<std::uint32_t>(0), wide);
-    Assemble({Image().Matrix(1, 3).Form(32, 32, 31, true).Pixels(wide)});
-    EXPECT_EQ(Volume().GetType(), CVolume::PT_LONG);
-
-    const std::vector<std::uint8_t> bytes = {1, 200, 255, 0};
-    Assemble({Image().Matrix(3, 1).Form(8, 8, 7, false).Pixels(bytes)}).Alloc(true);
-    EXPECT_EQ(Volume().GetType(), CVolume::PT_BYTE);
-    EXPECT_EQ(Voxels<std::uint8_t>(0), (std::vector<std::uint8_t>{1, 200, 255}));
-    EXPECT_EQ(Dimension(0), 1);
-    EXPECT_EQ(Dimension(1), 3);
+    const auto typeOf = [this](int bits, bool isSigned, const std::vector<std::uint32_t>& words) {
+        Assemble({Image().Matrix(2, 1).Form(bits, bits, bits - 1, isSigned).Pixels(words)}).Alloc(true);
+        EXPECT_EQ(Dimensions(), (std::vector{1, 2, 1, 1}));
+        return Volume().GetType();
+    };
+    EXPECT_EQ(typeOf(8, true, {0xFF07}), CVolume::PT_BYTE);
+    EXPECT_EQ(Voxels<std::uint8_t>(0), (std::vector<std::uint8_t>{7, 255}));
+    EXPECT_EQ(typeOf(16, true, {0xFFFF0007}), CVolume::PT_SHORT);
+    EXPECT_EQ(Voxels<std::int16_t>(0), (std::vector<std::int16_t>{7, -1}));
+    EXPECT_EQ(typeOf(16, false, {0xFFFF0007}), CVolume::PT_USHORT);
+    EXPECT_EQ(typeOf(32, true, {7, 0x80000000}), CVolume::PT_LONG);
+    EXPECT_EQ(Voxels<std::uint32_t>(0), (std::vector<std::uint32_t>{0x80000007, 0})) << "less 2^31, wrapped around";
+    EXPECT_EQ(typeOf(32, false, {7, 0x80000000}), CVolume::PT_ULONG);
 }
 
 TEST_F(CDicomVolumePixels, RangeStartsHighAndIsLoweredByWhatWasReadAndScanned) {
@@ -60,12 +48,9 @@ TEST_F(CDicomVolumePixels, RangeStartsHighAndIsLoweredByWhatWasReadAndScanned) {
     const DataSet rescaled = SliceAt(0, 1000).Text(0x00281052, "-24").Text(0x00281053, "0.5");
     EXPECT_EQ(range({rescaled}), 476 * 2 + 24);
     // Frames know raw values only.
-    EXPECT_EQ(range({Frames(4)
-                         .Pixels(std::vector<std::uint16_t>{90, 80, 70, 60})
-                         .Text(0x00281052, "-24")
-                         .Text(0x00281053, "0.5")}),
-              60 * 2 + 24);
-    EXPECT_EQ(range({Frames(2).Pixels(std::vector<std::uint16_t>{90, 80, 5})}), 80);
+    const DataSet frames = Frames(3).Pixels(std::vector<std::uint16_t>{90, 80, 60, 5});
+    EXPECT_EQ(range({DataSet(frames).Text(0x00281052, "-24").Text(0x00281053, "0.5")}), 60 * 2 + 24);
+    EXPECT_EQ(range({DataSet(frames).Text(0x00281052, "0").Text(0x00281053, "-1")}), -90) << "each frame on its own";
 }
 
 TEST_F(CDicomVolumePixels, ColourBecomesHue) {
@@ -80,6 +65,10 @@ TEST_F(CDicomVolumePixels, ColourBecomesHue) {
     EXPECT_EQ(Voxels<std::uint8_t>(0), hues);
     EXPECT_EQ(Volume().GetMin(), 0);
     EXPECT_EQ(Volume().GetMax(), 255);
+    const auto shrunk = DataSet(image).Pixels(std::vector<std::uint8_t>{0, 0, 255, 9}).Make();
+    m_Series.GetDDOList()[0] = shrunk.get();
+    m_Series.Alloc(true);
+    EXPECT_EQ(Voxels<std::uint8_t>(0), std::vector<std::uint8_t>(4)) << "not beyond the end of the samples";
 
     std::vector<std::uint8_t> twice(24, 0);
     std::copy(planes.begin(), planes.end(), twice.begin() + 12);
@@ -92,21 +81,19 @@ TEST_F(CDicomVolumePixels, ColourBecomesHue) {
 }
 
 TEST_F(CDicomVolumePixels, ProgressGoesBySliceAndStopsAtOnce) {
-    const std::vector<DataSet> slices = {SliceAt(0, 10), SliceAt(1, 20), SliceAt(2, 30), SliceAt(3, 40)};
-    Recorder all;
-    all.SetTotElab(4);
-    m_Series.SetCallback(&all);
-    Assemble(slices).Alloc(true);
-    EXPECT_EQ(all.m_Seen, (std::vector<short>{25, 50, 75, 100}));
+    Recorder recorder;
+    recorder.SetTotElab(4);
+    m_Series.SetCallback(&recorder);
+    Assemble({SliceAt(0, 10), SliceAt(1, 20), SliceAt(2, 30), SliceAt(3, 40)}).Alloc(true);
+    EXPECT_EQ(recorder.m_nCalls, 4);
     EXPECT_EQ(Volume().GetMin(), 10);
-
-    Recorder stopping(75);
-    stopping.SetTotElab(4);
-    m_Series.SetCallback(&stopping);
-    Assemble(slices).Alloc(true);
-    EXPECT_EQ(stopping.m_Seen, (std::vector<short>{25, 50, 75}));
+    recorder.StartProgress();
+    recorder.m_StopAt = 75;
+    m_Series.SetIODList(m_List, nullptr);
+    m_Series.Alloc(true);
+    EXPECT_EQ(recorder.m_nCalls, 4 + 3);
+    EXPECT_EQ(Volume().GetMin(), 30) << "slices run from 40 down; the third was not read";
     EXPECT_EQ(Voxels<std::uint16_t>(1)[0], 30);
-    EXPECT_EQ(Volume().GetMin(), 30) << "two slices were read, the third was not";
 }
 
 TEST_F(CDicomVolumePixels, CopiesHoldAReferenceEachAndSetIODListLetsGo) {
@@ -129,16 +116,14 @@ TEST_F(CDicomVolumePixels, CopiesHoldAReferenceEachAndSetIODListLetsGo) {
 }
 
 TEST_F(CDicomVolumePixels, PixelsThatChangedBehindAssemblyStayWithinTheirPlanes) {
+    const std::vector<std::uint16_t> two = {9, 8};
+    const std::unique_ptr<DICOMDataObject> others[] = {SliceAt(0).Matrix(500, 500).Pixels(two).Make(), DataSet().Make(),
+                                                       SliceAt(0).Form(8, 8, 7, false).Pixels(two).Make(),
+                                                       SliceAt(0).US(0x00280002, 3).Text(0x00280004, "RGB").Make()};
     Assemble({SliceAt(0, 1), SliceAt(1, 2), SliceAt(2, 3), SliceAt(3, 4)});
-    const std::unique_ptr<DICOMDataObject> others[] = {
-        SliceAt(0).Matrix(500, 500).Pixels(std::vector<std::uint16_t>{9, 9}).Make(), DataSet().Make(),
-        SliceAt(0).Form(8, 8, 7, false).Pixels(std::vector<std::uint8_t>{5, 6, 7, 8}).Make(),
-        SliceAt(0).US(0x00280002, 3).Text(0x00280004, "RGB").Make()};
-    for (std::size_t k = 0; k < 4; ++k) {
-        m_Series.GetDDOList()[k] = others[k].get();
-    }
+    for (std::size_t k = 0; k < 4; ++k) m_Series.GetDDOList()[k] = others[k].get();
     m_Series.Alloc(true);
-    EXPECT_EQ(Voxels<std::uint16_t>(0), (std::vector<std::uint16_t>{9, 9, 0, 0}));
+    EXPECT_EQ(Voxels<std::uint16_t>(0), (std::vector<std::uint16_t>{9, 8, 0, 0}));
     EXPECT_EQ(Voxels<std::uint16_t>(1), (std::vector<std::uint16_t>{0, 0, 0, 0}));
-    EXPECT_EQ(Voxels<std::uint16_t>(2), (std::vector<std::uint16_t>{5, 6, 7, 8}));
+    EXPECT_EQ(Voxels<std::uint16_t>(2), (std::vector<std::uint16_t>{9, 0, 8, 0}));
 }

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -19,24 +20,17 @@ using Tag = std::uint32_t;
 class DataSet {
 public:
     DataSet& Bytes(Tag tag, const void* bytes, std::size_t count) {
-        m_Values[tag].assign(static_cast<const char*>(bytes), count);
-        return *this;
+        return m_Values[tag].assign(static_cast<const char*>(bytes), count), *this;
     }
     DataSet& Text(Tag tag, const std::string& text) {
-        return Bytes(tag, (text + (text.size() % 2 != 0 ? " " : "")).data(), text.size() + text.size() % 2);
+        return m_Values[tag] = text + (text.size() % 2 != 0 ? " " : ""), *this;
     }
-    DataSet& US(Tag tag, int value) {
-        const auto word = static_cast<std::uint16_t>(value);
-        return Bytes(tag, &word, 2);
-    }
+    DataSet& US(Tag tag, int value) { return Bytes(tag, &value, 2); }
     template <class Word>
     DataSet& Pixels(const std::vector<Word>& words) {
         return Bytes(0x7FE00010, words.data(), words.size() * sizeof(Word));
     }
-    DataSet& Drop(Tag tag) {
-        m_Values.erase(tag);
-        return *this;
-    }
+    DataSet& Drop(Tag tag) { return m_Values.erase(tag), *this; }
     DataSet& Form(int allocated, int stored, int highBit, bool isSigned) {
         return US(0x00280100, allocated).US(0x00280101, stored).US(0x00280102, highBit).US(0x00280103, isSigned);
     }
@@ -47,9 +41,7 @@ public:
         for (const auto& [tag, value] : m_Values) {
             auto* vr = new VR(static_cast<std::uint16_t>(tag >> 16), static_cast<std::uint16_t>(tag),
                               static_cast<std::uint32_t>(value.size()), 1);
-            if (!value.empty()) {
-                std::memcpy(vr->m_pData, value.data(), value.size());
-            }
+            if (!value.empty()) std::memcpy(vr->m_pData, value.data(), value.size());
             made->Push(vr);
         }
         return made;
@@ -68,9 +60,7 @@ inline DataSet Image(const std::vector<std::uint16_t>& pixels = {1, 2, 3, 4}) {
 
 inline std::string Numbers(const std::vector<double>& values) {
     std::string text;
-    for (const double value : values) {
-        text += (text.empty() ? "" : "\\") + std::to_string(value);
-    }
+    for (const double value : values) text += (text.empty() ? "" : "\\") + std::to_string(value);
     return text;
 }
 
@@ -84,10 +74,8 @@ inline DataSet SliceAt(double z, int pixel = 0) {
 
 /// A multi-frame object of 1 x 1 frames that hold their own number.
 inline DataSet Frames(int count) {
-    std::vector<std::uint16_t> pixels;
-    for (int frame = 0; frame < count; ++frame) {
-        pixels.push_back(static_cast<std::uint16_t>(frame));
-    }
+    std::vector<std::uint16_t> pixels(static_cast<std::size_t>(count));
+    std::iota(pixels.begin(), pixels.end(), std::uint16_t{0});
     return Image(pixels).Matrix(1, 1).Text(0x00280008, std::to_string(count));
 }
 
@@ -106,29 +94,22 @@ protected:
     }
 
     CVolume& Volume() { return *m_Series.GetVolume(); }
-    int Planes() { return Dimension(2); }
-    int Dimension(int axis) {
-        int dim[4];
-        Volume().GetDimensions(dim);
-        return dim[axis];
+    int Planes() { return Dimensions()[2]; }
+    std::vector<int> Dimensions() {
+        std::vector<int> dim(4);
+        Volume().GetDimensions(dim.data());
+        return dim;
     }
     const std::vector<int>& PlaneOrder() { return m_Series.m_SliceToIndex; }
     std::vector<float> PlaneZ() {
-        std::vector<float> z;
-        for (int k = 0; k < Planes(); ++k) {
-            z.push_back(Volume().GetPlane(k)->m_Org[2]);
-        }
+        std::vector<float> z(static_cast<std::size_t>(Planes()));
+        for (int k = 0; k < Planes(); ++k) z[static_cast<std::size_t>(k)] = Volume().GetPlane(k)->m_Org[2];
         return z;
-    }
-    std::vector<float> Spacing() {
-        float space[4];
-        Volume().GetSpacing(space);
-        return {space, space + 3};
     }
     template <class Voxel>
     std::vector<Voxel> Voxels(int plane) {
         const auto* voxels = static_cast<const Voxel*>(Volume().GetPlane(plane)->m_pData);
-        return {voxels, voxels + Dimension(0) * Dimension(1)};
+        return {voxels, voxels + Dimensions()[0] * Dimensions()[1]};
     }
 
     std::vector<std::unique_ptr<DICOMDataObject>> m_DataSets;
