@@ -212,6 +212,8 @@ std::vector<Row> MakeRows(const Series& series, const Readers& readers) {
     rows.push_back(
         MakeParseRow("elements, explicit", MakeNestedStream(kElements, true), kElements, kElements / 200, readers));
     rows.back().aim = {.leastOfDcmtk = 7, .leastOfGdcm = 4, .leastPerSecond = 6e6};
+    rows.push_back(MakeParseRow("elements, report", MakeReportStream(kElements), kElements, kElements / 200, readers));
+    rows.back().aim = {.leastOfDcmtk = 7, .leastOfGdcm = 4, .leastPerSecond = 6e6};
     rows.push_back(
         MakeParseRow("elements, implicit", MakeNestedStream(kElements, false), kElements, kElements / 200, readers));
     rows.push_back(MakeParseRow("private, ascending", MakePrivateStream(kPrivate, false), kPrivate, kPrivate, readers));

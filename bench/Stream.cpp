@@ -110,11 +110,46 @@ void PutGroup(Writer& out) {
     out.PutSequence(0x0040A730, 9, [&](std::size_t i) { PutContent(out, i); });
 }
 
+/// Four elements: a sequence of one coded entry (PS3.3 8.8).
+void PutCode(Writer& out, std::uint32_t tag, const char* code, const char* meaning) {
+    out.PutSequence(tag, 1, [&](std::size_t) {
+        out.Put(0x00080100, "SH", code);
+        out.Put(0x00080102, "SH", "DCM ");
+        out.Put(0x00080104, "LO", meaning);
+    });
+}
+
+/// 12 elements in four items: a measured number (PS3.3 C.18.1).
+void PutNumber(Writer& out) {
+    out.Put(0x0040A010, "CS", "CONTAINS");
+    out.Put(0x0040A040, "CS", "NUM ");
+    PutCode(out, 0x0040A043, "112031", "Attenuation Coefficient ");
+    out.PutSequence(0x0040A300, 1, [&](std::size_t) {
+        PutCode(out, 0x004008EA, "HU", "Hounsfield unit ");
+        out.Put(0x0040A30A, "DS", "17.25 ");
+    });
+}
+
+/// 200 elements: a container of 16 numbers.
+void PutContainer(Writer& out) {
+    out.Put(0x0040A010, "CS", "CONTAINS");
+    out.Put(0x0040A040, "CS", "CONTAINER ");
+    PutCode(out, 0x0040A043, "125007", "Measurement Group ");
+    out.Put(0x0040A050, "CS", "SEPARATE");
+    out.PutSequence(0x0040A730, 16, [&](std::size_t) { PutNumber(out); });
+}
+
 }  // namespace
 
 std::string MakeNestedStream(std::size_t elements, bool explicitVR) {
     Writer out(explicitVR);
     out.PutSequence(0x0040A730, elements / 200, [&](std::size_t) { PutGroup(out); });
+    return out.Take();
+}
+
+std::string MakeReportStream(std::size_t elements) {
+    Writer out(true);
+    out.PutSequence(0x0040A730, elements / 200, [&](std::size_t) { PutContainer(out); });
     return out.Take();
 }
 
