@@ -90,6 +90,7 @@ std::size_t CheckedSliceSize(const AnalyzeHeader& header, std::size_t voxelSize,
 
 CAnalyzeVolume::CAnalyzeVolume() : m_Header{}, m_bBigEndian(false), m_bHalve(false), m_nOffset(0) {}
 
+// NOLINTNEXTLINE(misc-unconventional-assign-operator)
 CVolumeExport& CAnalyzeVolume::operator=(CDicomVolume& series) {
     TakeReference(series.GetVolume());
     m_Header = AnalyzeHeader{};

@@ -37,6 +37,7 @@ public:
     /// Takes the volume of `series` and fills the header from it and from the first data set of the series (Modality,
     /// and Bits Stored (0028,0101); 0 where it is missing). Halving and shift, once chosen, stay for volumes assigned
     /// later, signed ones included: use a new exporter for each series.
+    // NOLINTNEXTLINE(misc-unconventional-assign-operator): callers chain it as the base declares it
     CVolumeExport& operator=(CDicomVolume& series) override;
 
     /// Writes dir + "/" + name + ".hdr" and ".img" through the writer, the callback being called before each slice.

@@ -35,6 +35,9 @@ CFTPSend::CFTPSend(const CFTPSend& source)
       m_bControlBorrowed(source.m_pControl != nullptr), m_bDataBorrowed(source.m_pData != nullptr) {}
 
 CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
+    if (this == &source) {
+        return *this;
+    }
     CFileWriter::operator=(source);
     if (m_pData != source.m_pData) {
         CFTPSend::Close();

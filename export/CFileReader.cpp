@@ -2,26 +2,20 @@
 
 #include "platform/File.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
 
 namespace {
 
-bool IsSpace(char c) {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
-}
-
 /// Cuts comment and trailing white space off; whether anything but white space is left.
 bool CutLine(char* line) {
-    char* const first = std::find_if_not(line, line + std::strlen(line), IsSpace);
-    char* end = first + std::strcspn(first, "#");
-    while (end > first && IsSpace(end[-1])) {
-        --end;
+    std::size_t length = std::strcspn(line, "#");
+    while (length > 0 && std::isspace(static_cast<unsigned char>(line[length - 1])) != 0) {
+        --length;
     }
-    *end = '\0';
-    return end > first;
+    line[length] = '\0';
+    return length > 0;
 }
 
 }  // namespace
@@ -40,13 +34,16 @@ CFileReader::CFileReader(const CFileReader& source) : CFileReader() {
 }
 
 CFileReader& CFileReader::operator=(const CFileReader& source) {
+    if (this == &source) {
+        return *this;
+    }
     if (m_pFile != source.m_pFile) {
         Close();
         m_pFile = source.m_pFile;
         m_bBorrowed = m_pFile != nullptr;
     }
     m_nLine = source.m_nLine;
-    std::memmove(m_Line, source.m_Line, sizeof m_Line);
+    std::memcpy(m_Line, source.m_Line, sizeof m_Line);
     return *this;
 }
 

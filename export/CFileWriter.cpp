@@ -18,7 +18,7 @@ CFileWriter::CFileWriter() : m_pFile(nullptr), m_bBorrowed(false) {}
 CFileWriter::CFileWriter(const CFileWriter& source) : m_pFile(source.m_pFile), m_bBorrowed(source.m_pFile != nullptr) {}
 
 CFileWriter& CFileWriter::operator=(const CFileWriter& source) {
-    if (m_pFile != source.m_pFile) {
+    if (this != &source && m_pFile != source.m_pFile) {
         CFileWriter::Close();
         m_pFile = source.m_pFile;
         m_bBorrowed = m_pFile != nullptr;

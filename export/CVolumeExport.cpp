@@ -60,6 +60,9 @@ CVolumeExport::CVolumeExport(const CVolumeExport& source)
       m_Error(source.m_Error), m_bVolumeBorrowed(true), m_bWriterBorrowed(true) {}
 
 CVolumeExport& CVolumeExport::operator=(const CVolumeExport& source) {
+    if (this == &source) {
+        return *this;
+    }
     // What both share already keeps its owner: assigning a copy back to its source must not turn that into a borrower.
     if (m_pVolume != source.m_pVolume) {
         ReleaseVolume();

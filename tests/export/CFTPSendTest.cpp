@@ -13,7 +13,7 @@ protected:
     CFTPSend m_Sender;
     char m_Text[6] = "a\nbcd";
     TestSeries m_Series{TestSeries::Form{}};
-    CAnalyzeVolume m_Exporter;
+    Recorder m_Exporter;
 };
 
 TEST_F(CFTPSendTest, DoesNothingWithoutAConnection) {
@@ -64,6 +64,7 @@ TEST_F(CFTPSendTest, ABrokenConnectionFailsWithoutEndingTheProcess) {
 
 TEST_F(CFTPSendTest, AnFtpUrlSavesTheSameFilesAsToDisk) {
     ASSERT_TRUE(Save("me%secret", "/a/b/vol"));
+    EXPECT_EQ(m_Exporter.m_Saved, "a/b|vol");
     EXPECT_FALSE(m_Exporter.SaveUrl("file:refused"));
     EXPECT_STREQ(m_Exporter.GetError(), "");
     EXPECT_TRUE(m_Exporter.SaveUrl("file:vol"));  // the session stays the writer

@@ -41,6 +41,17 @@ inline std::string ThrownText(const std::function<void()>& call) {
     return "nothing thrown";
 }
 
+/// An exporter that notes what it is asked to save, and then saves it or does what the test wants.
+struct Recorder : CAnalyzeVolume {
+    using CAnalyzeVolume::operator=;
+    bool Save(const char* dir, const char* name) override {
+        m_Saved = std::string(dir) + "|" + name;
+        return m_OnSave ? m_OnSave() : CAnalyzeVolume::Save(dir, name);
+    }
+    std::string m_Saved = "nothing";
+    std::function<bool()> m_OnSave;
+};
+
 /// A series of slices of 3 columns by 2 rows, the voxels counting up from `first` all the way; plane k is slice k.
 struct TestSeries {
     struct Form {
