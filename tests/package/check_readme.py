@@ -14,7 +14,9 @@ readme = (root / "README.md").read_text(encoding="utf-8")
 programs = re.findall(r"```cpp\n(.*?)```", readme, re.DOTALL)
 if programs != [(root / "examples/series_to_analyze.cpp").read_text(encoding="utf-8")]:
     wrong.append("README.md: the program differs from examples/series_to_analyze.cpp")
-for page in [root / "README.md", *sorted(root.glob("docs/*.md"))]:
+for page in sorted(root.rglob("*.md")):
+    if page.relative_to(root).parts[0] in ("build", "out"):
+        continue
     for link in re.findall(r"\]\(([^)#:]+)\)", page.read_text(encoding="utf-8")):
         if not (page.parent / link).exists():
             wrong.append(f"{page.relative_to(root)}: no such page: {link}")
