@@ -26,13 +26,16 @@ std::string_view WithoutFill(std::string_view text) {
 }  // namespace
 
 std::vector<const VR*> SortedElements(const DICOMObject& dataSet) {
-    std::vector<const VR*> low;
-    std::vector<const VR*> high;
-    for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
-        (element->m_Group < 0x8000 ? low : high).push_back(element);
-    }
-    low.insert(low.end(), high.begin(), high.end());
-    return low;
+    std::vector<const VR*> sorted;
+    const auto take = [&](auto belongs) {
+        for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+            if (belongs(element->m_Group)) sorted.push_back(element);
+        }
+    };
+    take([](unsigned group) { return group == 0x0002; });
+    take([](unsigned group) { return group != 0x0002 && group < 0x8000; });
+    take([](unsigned group) { return group >= 0x8000; });
+    return sorted;
 }
 
 std::string ElementName(const VR& element) {

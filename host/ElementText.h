@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-/// All elements by ascending tag (a data set itself puts groups 8000 and up first).
+/// All elements by ascending tag, group 0002 first as in a file (a data set itself puts groups 8000 and up first).
 std::vector<const VR*> SortedElements(const DICOMObject& dataSet);
 
 /// Its name in the public dictionary; for what is not there a word on what it is.

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 /// What could not be done: exit status 1.
 class HostError : public std::runtime_error {
@@ -10,10 +11,17 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// Arguments that make no sense together: exit status 2.
+/// Arguments that make no sense: exit status 2.
 class UsageError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    /// `choices`: what could have been asked for, whole lines that are safe to print.
+    explicit UsageError(const std::string& text, std::string choices = {})
+        : std::runtime_error(text), m_Choices(std::move(choices)) {}
+
+    const std::string& GetChoices() const { return m_Choices; }
+
+private:
+    std::string m_Choices;
 };
 
 /// The first Ctrl-C ended the work: exit status 1.

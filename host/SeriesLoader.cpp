@@ -12,8 +12,8 @@ namespace {
 constexpr Tag kNumberOfFrames = MakeTag(0x0028, 0x0008);
 constexpr Tag kPixelData = MakeTag(0x7FE0, 0x0010);
 
-std::string ListChoices(const Findings& findings, const std::string& why) {
-    return why + "; choose with --series:\n" + ListSeries(findings);
+[[noreturn]] void AskForSeries(const Findings& findings, const std::string& why) {
+    throw UsageError(why + "; choose with --series:", ListSeries(findings));
 }
 
 [[noreturn]] void Refuse(const ImageHeader& header, const std::string& why) {
@@ -56,15 +56,11 @@ const Series& ChooseSeries(const Findings& findings, const std::string& choice) 
         if (chosen) matches.push_back(&series);
     }
     if (matches.size() == 1) return *matches.front();
-    if (findings.series.size() == 1) {
-        if (!choice.empty()) throw UsageError(ListChoices(findings, "no series " + choice));
-        return findings.series.front();  // refused further on, with its reason
-    }
-    if (matches.empty() && choice.empty()) throw HostError("none of the series found has pixels");
+    if (matches.empty() && !choice.empty()) AskForSeries(findings, "no series " + choice);
+    if (findings.series.size() == 1) return findings.series.front();  // refused further on, with its reason
+    if (matches.empty()) throw HostError("none of the series found has pixels");
     const std::string count = std::to_string(matches.size());
-    throw UsageError(ListChoices(findings, matches.empty()  ? "no series " + choice
-                                           : choice.empty() ? count + " series found"
-                                                            : count + " series have this UID"));
+    AskForSeries(findings, count + (choice.empty() ? " series found" : " series have this UID"));
 }
 
 std::vector<Slice> ChooseVolume(const Series& series, int number) {

@@ -106,7 +106,10 @@ std::string DescribePixels(const PixelForm& form) {
 std::size_t CountImages(const Findings& findings, const Series& series) {
     std::size_t count = 0;
     for (const Slice& slice : series.slices) {
-        count += slice.frame < 0 ? static_cast<std::size_t>(findings.files[slice.file].frames) : 1;
+        const ImageHeader& header = findings.files[slice.file];
+        const auto claimed = static_cast<std::uint64_t>(slice.frame < 0 ? header.frames : 1);
+        const std::uint64_t present = std::max<std::uint64_t>(header.FramesPresent(), 1);
+        count += static_cast<std::size_t>(header.encapsulated ? claimed : std::min(claimed, present));
     }
     return count;
 }

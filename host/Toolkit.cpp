@@ -53,8 +53,11 @@ std::string FindText(const DICOMObject& dataSet, Tag tag) {
 int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {
     const VR* const element = FindElement(dataSet, tag);
     if (element == nullptr || element->GetText().empty()) return otherwise;
-    const ValueKind kind = GetValueKind(element->m_TypeCode);
-    if (kind == ValueKind::Text) return platform::ParseInteger(FindText(dataSet, tag));
+    // Some writers call UN what they might have named.
+    const bool unnamed = element->m_TypeCode == TypeCode("UN") || element->m_TypeCode == 0;
+    const std::uint16_t type =
+        unnamed ? PublicDictionary().LookupTypeCode(GroupOf(tag), ElementOf(tag)) : element->m_TypeCode;
+    if (GetValueKind(type) == ValueKind::Text) return platform::ParseInteger(FindText(dataSet, tag));
     return element->m_Length == 2 ? dataSet.GetUINT16(GroupOf(tag), ElementOf(tag)) : otherwise;
 }
 

@@ -41,6 +41,7 @@ int Run(const std::vector<std::string>& arguments) {
         return kWrongUsage;
     } catch (const UsageError& error) {
         Warn(error.what());
+        std::fputs(error.GetChoices().c_str(), stderr);
         return kWrongUsage;
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) throw HostError("cannot write to standard output");

@@ -1,0 +1,273 @@
+#!/usr/bin/env python3
+"""The korvane program as its users meet it: usage, warnings, refusals, and how it stops."""
+
+import os
+import pty
+import resource
+import signal
+import subprocess
+import threading
+import time
+
+import host_test
+import numpy
+import pydicom
+from host_test import KORVANE, WORK, edited, export, info, korvane, leftovers, phantom
+
+SMALL = ("--size", 16, "--slices", 6)
+
+
+def files_of(folder):
+    """Paths of a series in the order of its instance numbers."""
+    return sorted(folder.iterdir(), key=lambda path: int(pydicom.dcmread(path, stop_before_pixels=True).InstanceNumber))
+
+
+def warnings(folder):
+    (series,) = info(folder)
+    return series["warnings"]
+
+
+def usage():
+    for arguments in ((), ("nonsense",), ("export",), ("info",), ("phantom", "x", "--slices", "0"), ("dump", "a", "b")):
+        out, err = korvane(*arguments, status=2)
+        assert not out and err.startswith("korvane: "), (arguments, out, err)
+    for arguments in ((), ("phantom",), ("info",), ("dump",), ("export",)):
+        assert korvane(*arguments, "--version")[0].startswith("korvane 0.")
+        assert "Usage" in korvane(*arguments, "--help")[0]
+    series = phantom("one", *SMALL)
+    for url in ("vol", "file:", "file:a/", "ftp:user@host/x", "ftp:u%p@host", "ftp:u%secret/x", "http:x"):
+        err = korvane("export", series, "--format", "analyze", "--to", url, status=2)[1]
+        assert "file:path/name" in err and "secret" not in err, err
+    korvane("export", series, "--format", "bob", "--to", "file:x", status=2)
+
+
+def several_series():
+    folder = phantom("both", *SMALL)
+    korvane("phantom", folder, *SMALL, "--seed", 2, "--signed")
+    _, out, err = export(folder, status=2)
+    assert not out and "2 series found" in err and err.count("UID 2.25.") == 2, err
+    listed = info(folder)
+    volumes = [export(folder, "--series", choice)[0].voxels for choice in ("1", "2", listed[0]["uid"])]
+    assert (volumes[0] == volumes[2]).all() and (volumes[0] != volumes[1]).any()
+    assert "no series 3" in export(folder, "--series", "3", status=2)[2]
+    # Under several paths, and copies: each image counts once.
+    edited(folder, "copy", lambda ds, n: None)
+    assert [series["slices"] for series in info(folder, WORK / "copy", folder)] == [6, 6]
+
+
+def where_a_volume_may_be_wrong():
+    source = phantom("source", *SMALL)
+    assert warnings(source) == []
+    paths = files_of(source)
+    paths[3].unlink()
+    (gap,) = warnings(source)
+    assert "10 mm between" in gap and "(1 slice missing?)" in gap and paths[2].name in gap and paths[4].name in gap, gap
+
+    def lean(ds, n):
+        ds.ImagePositionPatient[1] += 1.0 * n
+
+    tilt = warnings(edited(source, "lean", lean))[-1]  # 4 slices further on, 25 mm higher and 4 mm to the back
+    assert tilt.startswith("tilt: the positions run 9.09"), tilt
+    (turned,) = {line for series in info(edited(source, "turned", lambda ds, n: setattr(
+        ds, "ImageOrientationPatient", [1, 0, 0, 0, 1, 0] if n % 2 else [0, 1, 0, 0, 0, -1])))
+        for line in series["warnings"] if line.startswith("mixed")}
+    assert "2 orientations" in turned
+
+    def crop(ds, n):
+        if n == 2:
+            ds.Rows, ds.PixelData = 8, ds.PixelData[:256]
+
+    assert sorted(series["rows"] for series in info(edited(source, "crop", crop))) == [8, 16]
+    (rescale,) = warnings(edited(phantom("pet", *SMALL), "pet2", lambda ds, n: setattr(ds, "RescaleSlope", str(n + 1))))
+    assert "rescale slope" in rescale
+    times = phantom("times", *SMALL, "--volumes", 4)
+    assert "makes 4 volumes" in warnings(times)[0]
+    files_of(times)[-1].unlink()
+    assert "fewer at" in warnings(times)[0]
+    assert export(times, "--volume", 4)[0].voxels.shape[0] == 5
+    assert "makes 4" in export(times, "--volume", 5, status=2)[2]
+
+
+def refusals():
+    source = phantom("source", *SMALL)
+
+    def refused(change, *words, only=None):
+        def one(ds, n):
+            if only is None or n == only:
+                change(ds)
+
+        folder = edited(source, f"case{len(list(WORK.iterdir()))}", one)
+        _, out, err = export(folder, status=1)
+        lines = [line for line in err.splitlines() if "warning" not in line]
+        assert not out and len(lines) == 1, (out, err)
+        assert all(word in lines[0] for word in words), lines
+        if only is not None:
+            assert f"{only:04}.dcm" in lines[0], lines
+        assert leftovers() == []
+
+    def delete(*words):
+        return lambda ds: [delattr(ds, word) for word in words]
+
+    refused(delete("ImagePositionPatient"), "Image Position", only=3)
+    refused(delete("ImagePositionPatient"), "Image Position", only=0)
+    refused(lambda ds: setattr(ds, "PixelData", ds.PixelData[:-20]), "ends early", "492 of 512", only=4)
+    refused(delete("PixelData"), "no pixel data")
+    refused(lambda ds: setattr(ds, "PhotometricInterpretation", "RGB"), "RGB")
+    refused(lambda ds: setattr(ds, "HighBit", 3), "high bit 3")
+    refused(lambda ds: (setattr(ds, "BitsAllocated", 32), setattr(ds, "PixelData", 2 * ds.PixelData)), "32-bit")
+    refused(lambda ds: (setattr(ds, "BitsAllocated", 8), setattr(ds, "BitsStored", 8), setattr(ds, "HighBit", 7),
+                        setattr(ds, "PixelRepresentation", 1)), "signed 8-bit")
+    one = phantom("one", "--size", 16, "--slices", 1)
+    frames = edited(one, "frames", lambda ds, n: setattr(ds, "NumberOfFrames", "2147483647"))
+    assert "ends early: 512 of" in export(frames, status=1)[2]
+
+    def floats(ds):
+        del ds.PixelData
+        ds.add_new(0x7FE00008, "OF", b"\0" * 1024)
+
+    refused(floats, "floating-point")
+
+    def full_range(ds, n):
+        ds.BitsStored, ds.HighBit = 16, 15
+        ds.PixelData = b"\xff\xff" + ds.PixelData[2:]
+
+    volume, out, _ = export(edited(source, "wide", full_range))
+    assert "65535 wraps" in out and volume.voxels[0, 0, 0] == -32768
+
+
+def not_dicom():
+    folder = WORK / "texts"
+    folder.mkdir()
+    assert "no DICOM files" in korvane("info", folder, status=1)[1]
+    (folder / "a\nb.txt").write_text("DICM is mentioned here, but not at byte 128")
+    (folder / "empty").touch()
+    out, err = korvane("info", folder, status=1)
+    assert "2 files are not DICOM" in out and "no DICOM files" in err
+    assert "a\\nb.txt: not a DICOM file" in korvane("dump", folder / "a\nb.txt", status=1)[1]
+    for verb in ("info", "dump"):
+        assert "missing" in korvane(verb, folder / "missing", status=1)[1]
+    whole = phantom("one", "--size", 8, "--slices", 1)
+    (path,) = whole.iterdir()
+    data = path.read_bytes()
+    for length in range(0, len(data), 7):  # cut anywhere: a result, never a crash
+        path.write_bytes(data[:length])
+        for arguments in (("info", whole), ("dump", path)):
+            done = subprocess.run([KORVANE, *map(str, arguments)], capture_output=True, timeout=20, check=False)
+            assert done.returncode in (0, 1), (length, arguments, done)
+    deep = data[:132] + b"".join(b"\x08\x00\x40\x11SQ\0\0\xff\xff\xff\xff\xfe\xff\x00\xe0\xff\xff\xff\xff"
+                                 for _ in range(100000))
+    path.write_bytes(deep)
+    assert "damaged" in korvane("dump", path, status=1)[1]
+
+
+def where_files_cannot_be_written():
+    source = phantom("source", *SMALL)
+    before = export(source, name="kept")[0].voxels
+    os.symlink("/dev/full", WORK / "kept.img.part")
+    err = export(source, name="kept", status=1)[2]
+    assert "kept.img" in err and "No space left" in err, err
+    assert leftovers() == ["kept.hdr", "kept.img"] and (host_test.Analyze(WORK / "kept").voxels == before).all()
+    for url, word in ((f"file:{WORK}/none/vol", "none/vol.hdr"), ("file:/proc/vol", "/proc/vol.hdr"),
+                      (f"file:{WORK}/kept.hdr/vol", "kept.hdr/vol.hdr")):
+        err = korvane("export", source, "--format", "analyze", "--to", url, status=1)[1]
+        assert "cannot create" in err and word in err, err
+
+    def small_disk():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (40000, 40000))
+
+    err = korvane("phantom", WORK / "full", "--size", 256, "--slices", 3, status=1, preexec_fn=small_disk,
+                  restore_signals=False)[1]
+    assert "cannot write" in err and list((WORK / "full").iterdir()) == []
+    err = korvane("phantom", WORK / "kept.hdr", status=1)[1]
+    assert "kept.hdr" in err
+    with open("/dev/full", "w", encoding="ascii") as full:
+        done = subprocess.run([KORVANE, "info", source], stdout=full, stderr=subprocess.PIPE, check=False)
+    assert done.returncode == 1 and b"standard output" in done.stderr
+
+
+def interrupted(arguments, ready):
+    """Starts the program, waits for `ready`, sends Ctrl-C: it must say so, and nothing else."""
+    with subprocess.Popen([KORVANE, *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        ready()
+        process.send_signal(signal.SIGINT)
+        out, err = process.communicate(timeout=30)
+    assert process.returncode == 1 and not out, (process.returncode, out, err)
+    assert err == b"korvane: stopped\n", err
+
+
+def stopped():
+    source = phantom("source", "--size", 256, "--slices", 6)
+    before = export(source, name="kept")[0].voxels
+    # A pipe in place of the output: the export waits in the middle of a slice.
+    os.mkfifo(WORK / "kept.img.part")
+    reader = []
+
+    def half_way():
+        reader.append(open(WORK / "kept.img.part", "rb"))  # pylint: disable=consider-using-with
+        reader[0].read(100000)
+        time.sleep(0.2)
+        threading.Timer(0.5, reader[0].read).start()  # what the signal found in the pipe goes through
+
+    interrupted(("export", source, "--format", "analyze", "--to", f"file:{WORK}/kept"), half_way)
+    reader[0].close()
+    assert leftovers() == ["kept.hdr", "kept.img"] and (host_test.Analyze(WORK / "kept").voxels == before).all()
+
+    interrupted(("phantom", WORK / "long", "--slices", 5000), lambda: wait_for(lambda: any((WORK / "long").glob("*"))))
+    assert list((WORK / "long").iterdir()) == []
+
+    os.mkfifo(WORK / "pipe")
+    interrupted(("info", WORK / "pipe"), lambda: time.sleep(0.5))
+
+
+def wait_for(condition):
+    for _ in range(1000):
+        if condition():
+            return
+        time.sleep(0.01)
+    raise AssertionError("waited for nothing")
+
+
+def progress_on_terminals_only():
+    source = phantom("source", *SMALL)
+    _, _, err = export(source)
+    assert err == "", err
+    master, slave = pty.openpty()
+    shown = []
+    reader = threading.Thread(target=lambda: shown.extend(iter(lambda: read_or_end(master), b"")))
+    reader.start()
+    korvane_on_terminal = subprocess.run([KORVANE, "export", source, "--format", "analyze", "--to", f"file:{WORK}/x"],
+                                         stdout=subprocess.PIPE, stderr=slave, check=True)
+    os.close(slave)
+    reader.join()
+    text = b"".join(shown)
+    assert b"100 %" in text and text.endswith(b"\r\x1b[K") and b"\r" not in korvane_on_terminal.stdout
+
+
+def read_or_end(master):
+    try:
+        return os.read(master, 4096)
+    except OSError:  # what a terminal says when its other end has gone
+        return b""
+
+
+def balls_in_patient_space():
+    """The phantom's three balls lie where its description says, whichever way the planes run."""
+    for options in ((), ("--oblique",), ("--uneven", "--oblique"), ("--signed", "--descending")):
+        folder = WORK / f"balls{len(list(WORK.iterdir()))}"
+        korvane("phantom", folder, "--size", 120, "--rows", 100, "--slices", 80, *options)
+        values, sets = host_test.read_volume(folder)
+        row, column = (numpy.array(sets[0].ImageOrientationPatient[i:i + 3], float) for i in (0, 3))
+        normal = numpy.cross(row, column)
+        spacing = float(sets[0].PixelSpacing[0])
+        for centre, hounsfield in (((58, 0, 10), 300), ((0, -64, 30), 600), ((6, 10, 66), 900)):
+            heights = [abs(host_test.height(ds) - numpy.dot(normal, centre)) for ds in sets]
+            nearest = int(numpy.argmin(heights))
+            offset = numpy.array(centre) - numpy.array(sets[nearest].ImagePositionPatient, float)
+            x, y = (int(round(numpy.dot(offset, axis) / spacing)) for axis in (row, column))
+            value = values[nearest, y, x] + float(sets[nearest].RescaleIntercept)
+            assert abs(value - hounsfield) <= 8, (options, centre, value)
+
+
+host_test.run(usage, several_series, where_a_volume_may_be_wrong, refusals, not_dicom, where_files_cannot_be_written,
+              stopped, progress_on_terminals_only, balls_in_patient_space)
