@@ -1,5 +1,6 @@
 #include "platform/Memory.h"
 
+#include "platform/Pages.h"
 #include "platform/Sanitizer.h"
 
 #include <cstdlib>
@@ -11,7 +12,6 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
-#include <sys/mman.h>
 #endif
 
 namespace platform {
@@ -45,7 +45,6 @@ void FreeBuffer(void* block) noexcept {
 namespace {
 
 constexpr std::size_t kAlignment = 64;
-constexpr std::size_t kHugePage = std::size_t{2} << 20;
 constexpr std::size_t kRegionBytes = std::size_t{32} << 20;
 constexpr std::size_t kSmallest = std::size_t{32} << 10;  // below: the C heap
 constexpr std::size_t kLargest = std::size_t{8} << 20;    // above: a mapping of its own
@@ -74,23 +73,8 @@ std::size_t RoundUp(std::size_t value, std::size_t unit) {
     return (value + unit - 1) / unit * unit;
 }
 
-/// Fresh pages, a multiple of the huge page and aligned to it, so that the system can serve them as huge ones.
-void* MapPages(std::size_t bytes) {
-    const std::size_t withSlack = bytes + kHugePage;
-    void* const mapped = mmap(nullptr, withSlack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (mapped == MAP_FAILED) throw std::bad_alloc();
-    const auto start = reinterpret_cast<std::uintptr_t>(mapped);
-    const std::uintptr_t aligned = RoundUp(start, kHugePage);
-    if (aligned != start) munmap(mapped, aligned - start);
-    const std::uintptr_t end = aligned + bytes;
-    if (end != start + withSlack) munmap(reinterpret_cast<void*>(end), start + withSlack - end);
-    auto* const pages = reinterpret_cast<void*>(aligned);
-    madvise(pages, bytes, MADV_HUGEPAGE);  // a wish: without it the pages are small ones
-    return pages;
-}
-
 void LetGo(Region* region) noexcept {
-    if (region->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) munmap(region, kRegionBytes);
+    if (region->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) UnmapPages(region, kRegionBytes);
 }
 
 void* AllocateFromRegion(std::size_t bytes) {
@@ -139,7 +123,7 @@ void FreeBuffer(void* block) noexcept {
     if (header->region != nullptr) {
         FreeInRegion(header->region);
     } else if (header->mappedBytes != 0) {
-        munmap(header, header->mappedBytes);
+        UnmapPages(header, header->mappedBytes);
     } else {
         std::free(header);
     }

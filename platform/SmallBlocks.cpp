@@ -1,96 +1,184 @@
 #include "platform/SmallBlocks.h"
 
+#include "platform/Pages.h"
 #include "platform/Sanitizer.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
-#include <new>
 
 namespace platform {
 
-namespace {
-
-constexpr std::size_t kAlignment = 2 * sizeof(void*);  // what the C heap gives too
-constexpr std::size_t kSlabBytes = 64 * 1024;
 #if defined(KORVANE_PLAIN_HEAP)
-constexpr std::size_t kLargest = 0;
-#else
-constexpr std::size_t kLargest = 1024;  // larger ones are few, and would leave too much of a slab unused
-#endif
 
-/// Counts the blocks that are still to come back. It starts with the bias, from which the thread that fills the slab
-/// takes off, once it is done with it, what it has not given out: giving out costs no atomic operation.
-struct alignas(kAlignment) Slab {
-    static constexpr std::size_t kBias = kSlabBytes;
-    std::atomic<std::size_t> holders{kBias};
-};
-
-/// Stands right in front of each block.
-struct Header {
-    Slab* slab;  // null: the block came from the heap, kAlignment bytes in front of it
-};
-static_assert(sizeof(Header) <= kAlignment);
-
-void TakeOff(Slab* slab, std::size_t count) noexcept {
-    if (slab->holders.fetch_sub(count, std::memory_order_acq_rel) == count) std::free(slab);
+void* AllocateSmall(std::size_t bytes) {
+    void* const block = std::malloc(bytes);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
 }
 
-/// What a thread fills at the moment.
+void FreeSmall(void* block) noexcept {
+    std::free(block);
+}
+
+#else
+
+namespace {
+
+constexpr std::size_t kAlignment = 8;
+constexpr std::size_t kPrefetchBytes = 512;
+
+// A slab is one chunk or several, each aligned to its size; no block crosses from one into the next. So the chunk of a
+// block follows from its address, and blocks need no header of their own.
+constexpr std::size_t kChunkBytes = 64 * 1024;
+
+struct Slab;
+
+struct Chunk {
+    Slab* slab;
+};
+
+/// Stands at the start of a slab's first chunk. `holders` counts the blocks that are still to come back. It starts with
+/// the bias, from which the thread that fills the slab takes off, once it is done with it, what it has not given out:
+/// giving out costs no atomic operation.
+struct Slab : Chunk {
+    static constexpr std::size_t kBias = kHugePageBytes;
+    std::atomic<std::size_t> holders{kBias};
+    std::size_t bytes;
+};
+
+/// One emptied slab of the smallest size stays with each thread, so that a program that reads one small file after the
+/// other does not ask the system for memory each time.
+class Spare {
+public:
+    ~Spare() {
+        if (m_pSlab != nullptr) UnmapPages(m_pSlab, kChunkBytes);
+        m_bClosed = true;
+    }
+
+    Slab* Take() noexcept {
+        Slab* const slab = m_pSlab;
+        m_pSlab = nullptr;
+        return slab;
+    }
+
+    bool Keep(Slab* slab) noexcept {
+        if (m_pSlab != nullptr || m_bClosed) return false;
+        m_pSlab = slab;
+        return true;
+    }
+
+private:
+    Slab* m_pSlab = nullptr;
+    bool m_bClosed = false;
+};
+
+thread_local Spare t_spare;
+
+Slab* MakeSlab(std::size_t bytes) {
+    void* memory = bytes == kChunkBytes ? t_spare.Take() : nullptr;
+    if (memory == nullptr) memory = MapPages(bytes);
+    auto* const slab = new (memory) Slab;
+    slab->slab = slab;
+    slab->bytes = bytes;
+    return slab;
+}
+
+/// True when the slab has gone back with this.
+bool TakeOff(Slab* slab, std::size_t count) noexcept {
+    if (slab->holders.fetch_sub(count, std::memory_order_acq_rel) != count) return false;
+    if (slab->bytes != kChunkBytes || !t_spare.Keep(slab)) UnmapPages(slab, slab->bytes);
+    return true;
+}
+
+/// What a thread fills at the moment. As long as blocks stay out, each slab is twice as large as the one before it, up
+/// to a huge page.
 class Filling {
 public:
     ~Filling() { Retire(); }
 
     void* Cut(std::size_t bytes) {
-        const std::size_t step = (bytes + sizeof(Header) + kAlignment - 1) / kAlignment * kAlignment;
-        if (m_pSlab == nullptr || m_Used + step > kSlabBytes) Begin();
-        auto* const header = reinterpret_cast<Header*>(reinterpret_cast<unsigned char*>(m_pSlab) + m_Used) - 1;
-        header->slab = m_pSlab;
-        m_Used += step;
+        const std::size_t step = (bytes + kAlignment - 1) / kAlignment * kAlignment;
+        if (static_cast<std::size_t>(m_pChunkEnd - m_pNext) < step) BeginChunk();
+        unsigned char* const block = m_pNext;
+        m_pNext += step;
         ++m_Given;
-        return header + 1;
+        __builtin_prefetch(block + kPrefetchBytes, 1);  // fresh memory: most of the cost is waiting for it
+        __builtin_prefetch(block + kPrefetchBytes + 64, 1);
+        return block;
     }
 
 private:
-    void Retire() {
-        if (m_pSlab != nullptr) TakeOff(m_pSlab, Slab::kBias - m_Given);
+    void Retire() noexcept {
+        if (m_pSlab == nullptr) return;
+        const bool allCameBack = TakeOff(m_pSlab, Slab::kBias - m_Given);
+        m_NextBytes = allCameBack ? kChunkBytes : std::min(m_NextBytes * 2, kHugePageBytes);
         m_pSlab = nullptr;
+        m_pNext = m_pChunkEnd = nullptr;
     }
 
-    void Begin() {
+    void BeginChunk() {
+        const bool hasMore =
+            m_pSlab != nullptr && m_pChunkEnd < reinterpret_cast<unsigned char*>(m_pSlab) + m_pSlab->bytes;
+        if (hasMore) {
+            new (m_pChunkEnd) Chunk{m_pSlab};
+            m_pNext = m_pChunkEnd + sizeof(Chunk);
+            m_pChunkEnd += kChunkBytes;
+            return;
+        }
         Retire();
-        void* const memory = std::malloc(kSlabBytes);
-        if (memory == nullptr) throw std::bad_alloc();
-        m_pSlab = new (memory) Slab;
-        m_Used = sizeof(Slab) + kAlignment;
+        m_pSlab = MakeSlab(m_NextBytes);
         m_Given = 0;
+        m_pNext = reinterpret_cast<unsigned char*>(m_pSlab + 1);
+        m_pChunkEnd = reinterpret_cast<unsigned char*>(m_pSlab) + kChunkBytes;
     }
 
     Slab* m_pSlab = nullptr;
-    std::size_t m_Used = 0;  // where the next block begins; its header stands in front of that
+    unsigned char* m_pNext = nullptr;
+    unsigned char* m_pChunkEnd = nullptr;
+    std::size_t m_NextBytes = kChunkBytes;
     std::size_t m_Given = 0;
 };
 
+/// Blocks that come back to the same slab one after the other are counted here first, for one atomic operation.
+class Returning {
+public:
+    ~Returning() { Flush(); }
+
+    void Add(Slab* slab) noexcept {
+        if (slab != m_pSlab) {
+            Flush();
+            m_pSlab = slab;
+        }
+        ++m_Count;
+    }
+
+private:
+    void Flush() noexcept {
+        if (m_Count != 0) TakeOff(m_pSlab, m_Count);
+        m_Count = 0;
+    }
+
+    Slab* m_pSlab = nullptr;
+    std::size_t m_Count = 0;
+};
+
 thread_local Filling t_filling;
+thread_local Returning t_returning;
 
 }  // namespace
 
 void* AllocateSmall(std::size_t bytes) {
-    if (bytes <= kLargest) return t_filling.Cut(bytes);
-    void* const memory = std::malloc(bytes + kAlignment);
-    if (memory == nullptr) throw std::bad_alloc();
-    void* const block = static_cast<unsigned char*>(memory) + kAlignment;
-    (static_cast<Header*>(block) - 1)->slab = nullptr;
-    return block;
+    return t_filling.Cut(bytes);
 }
 
 void FreeSmall(void* block) noexcept {
     if (block == nullptr) return;
-    Slab* const slab = (static_cast<Header*>(block) - 1)->slab;
-    if (slab != nullptr) {
-        TakeOff(slab, 1);
-    } else {
-        std::free(static_cast<unsigned char*>(block) - kAlignment);
-    }
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(block);
+    t_returning.Add(reinterpret_cast<const Chunk*>(address & ~std::uintptr_t{kChunkBytes - 1})->slab);
 }
+
+#endif
 
 }  // namespace platform

@@ -3,24 +3,33 @@
 #pragma once
 
 #include <cstddef>
+#include <new>
 
 namespace platform {
 
-/// Uninitialised memory, aligned as the C heap's, for `FreeSmall` to give back. Throws `std::bad_alloc`.
-/// Blocks are cut one behind the other from slabs of 64 KB, each thread from its own; a slab goes back with its last
-/// block. A block may be freed by another thread, or by another module of the process, than the one it came from.
+/// The largest small block; larger ones are few, and belong on the heap.
+inline constexpr std::size_t kLargestSmallBlock = 1024;
+
+/// Uninitialised memory, aligned to 8 bytes, for `FreeSmall` to give back. `bytes` is at most `kLargestSmallBlock`.
+/// Throws `std::bad_alloc`.
+/// Blocks are cut one behind the other from slabs (64 KB, later up to 2 MB), each thread from its own; a slab goes back
+/// with its last block. A block may be freed by another thread, or by another module of the process, than the one it
+/// came from.
 void* AllocateSmall(std::size_t bytes);
 
 /// Gives a block back; null is ignored.
 void FreeSmall(void* block) noexcept;
 
-/// Base of classes whose objects come from there, those of derived classes included.
+/// Base of classes whose objects come from there, those of derived classes included. Destructors must be virtual where
+/// objects are deleted through a base: the size tells where an object came from.
 class SmallObject {
 public:
-    static void* operator new(std::size_t bytes) { return AllocateSmall(bytes); }
-    static void operator delete(void* block) noexcept { FreeSmall(block); }
-    static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void operator delete(void*, void*) noexcept {}
+    static void* operator new(std::size_t bytes) {
+        return bytes <= kLargestSmallBlock ? AllocateSmall(bytes) : ::operator new(bytes);
+    }
+    static void operator delete(void* block, std::size_t bytes) noexcept {
+        bytes <= kLargestSmallBlock ? FreeSmall(block) : ::operator delete(block);
+    }
 };
 
 }  // namespace platform

@@ -14,7 +14,8 @@ int DICOMObject::Push(VR* element) {
     if (m_pPushTarget != nullptr) return m_pPushTarget->Push(element);
     if (!m_Tree.Insert(element)) {
         try {
-            m_Rejected.Append(element);
+            if (m_pRejected == nullptr) m_pRejected = std::make_unique<CursorList<VR>>();
+            m_pRejected->Append(element);
         } catch (const std::bad_alloc&) {
             return 0;
         }
@@ -47,7 +48,7 @@ VR* DICOMObject::Pop() {
 
 int DICOMObject::Reset() {
     m_Tree.DestroyAll();
-    m_Rejected.Clear();
+    m_pRejected.reset();
     m_pLastPushed = nullptr;
     m_pWalk = nullptr;
     m_bIterating = 0;

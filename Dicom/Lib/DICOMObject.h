@@ -4,6 +4,8 @@
 #include "ElementTree.h"
 #include "VR.h"
 
+#include <memory>
+
 /// A data set, or an item of a sequence. It owns the elements in it, and through them everything nested.
 ///
 /// Order: ascending by the signed 32-bit tag, so groups 0x8000 to 0xFFFF come before group 0x0000 (see `ElementTree`).
@@ -58,7 +60,7 @@ private:
     VR* m_pLastPushed = nullptr;
     std::uint32_t m_NestedLength = 0;
     std::int32_t m_bIterating = 0;
-    CursorList<VR> m_Rejected;  // elements whose tag was there already
+    std::unique_ptr<CursorList<VR>> m_pRejected;  // elements whose tag was there already; rarely any
     DICOMObject* m_pPushTarget = nullptr;
     ElementTree m_Tree;
     VR* m_pWalk = nullptr;

@@ -1,7 +1,6 @@
 #include "Dicom/Lib/ElementTree.h"
 
 #include "Dicom/Lib/DICOMObject.h"
-#include "Dicom/Lib/TemplateStack.H"
 
 bool ElementTree::Insert(VR* node) {
     const std::int32_t key = KeyOf(node);
@@ -183,15 +182,19 @@ void ElementTree::MendAfterRemove(VR* node, VR* parent) {
 }
 
 void ElementTree::DestroyAll() {
-    if (m_pRoot == nullptr) return;
-    TemplateStack<VR> rest;
-    rest.Push(m_pRoot);
+    VR* node = m_pRoot;
     m_pRoot = nullptr;
     m_pLast = nullptr;
-    while (!rest.IsEmpty()) {
-        VR* const node = rest.Pop();
-        if (node->m_pRight != nullptr) rest.Push(node->m_pRight);
-        if (node->m_pLeft != nullptr) rest.Push(node->m_pLeft);
-        delete node;
+    // Left children are rotated up until there is none: in order, without a stack that would cost an allocation a tree.
+    while (node != nullptr) {
+        if (VR* const left = node->m_pLeft; left != nullptr) {
+            node->m_pLeft = left->m_pRight;
+            left->m_pRight = node;
+            node = left;
+        } else {
+            VR* const right = node->m_pRight;
+            delete node;
+            node = right;
+        }
     }
 }

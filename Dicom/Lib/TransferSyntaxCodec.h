@@ -104,7 +104,7 @@ private:
     int ParseNested(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
     int ParseWindow(Buffer& buffer, DICOMObject* target, std::uint32_t length, int depth, bool explicitVR);
     Outcome ParseElement(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth, bool explicitVR);
-    Outcome ParseDelimiter(Buffer& buffer, DICOMObject* target, const VR& element, int depth, bool explicitVR);
+    Outcome ParseDelimiter(Buffer& buffer, DICOMObject* target, std::uint16_t element, int depth, bool explicitVR);
     Outcome ParseItem(Buffer& buffer, DICOMObject* target, std::uint32_t length, int depth, bool explicitVR);
     Outcome ParseUndefinedLength(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth,
                                  bool explicitVR);
@@ -119,6 +119,7 @@ private:
 
     DcmDictionary* m_pDictionary;
     int m_Option = kParseAll;
+    bool m_bTracing = false;  // looked up once a parse
     bool m_bStopped = false;
     bool m_bSignedPixels = false;  // (0028,0103) of the data set at hand: decides what is "US or SS"
     std::uint32_t m_StoppedLength = 0;

@@ -13,6 +13,31 @@ namespace {
 constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFu;
 constexpr std::uint32_t kFirstStep = 1u << 20;
 
+// Elements of group 0xFFFE (PS3.5 7.5).
+constexpr std::uint16_t kItem = 0xE000;
+constexpr std::uint16_t kItemEnds = 0xE00D;
+constexpr std::uint16_t kSequenceEnds = 0xE0DD;
+
+/// What every element begins with.
+struct Start {
+    std::uint32_t offset;
+    std::uint16_t group;
+    std::uint16_t element;
+};
+
+bool ReadStart(Buffer& buffer, Start& start) {
+    start.offset = buffer.GetPosition();
+    return buffer.ReadUINT16(start.group) && buffer.ReadUINT16(start.element);
+}
+
+std::unique_ptr<VR> MakeElement(const Start& start) {
+    auto element = std::make_unique<VR>();
+    element->m_Group = start.group;
+    element->m_Element = start.element;
+    element->m_StreamOffset = start.offset;
+    return element;
+}
+
 /// Where the stream's end is not known, a length is believed step by step: memory never exceeds twice what has come.
 bool ReadInSteps(Buffer& buffer, VR& element, std::uint32_t length) {
     std::uint32_t have = std::min(length, kFirstStep);
@@ -58,6 +83,54 @@ bool ReadTypeAndLength(Buffer& buffer, VR& element, std::uint32_t& length) {
     return !HasLongLength(element.m_TypeCode) || buffer.ReadUINT32(length);
 }
 
+void TraceImplicitDelimiter(std::uint16_t element, std::uint32_t length) {
+    Trace(kDumpTransferSyntax, "[%4.4X,%4.4X][%6d]", 0xFFFE, element, static_cast<int>(length));
+    if (element == kItemEnds || element == kSequenceEnds) {
+        Trace(kDumpTransferSyntax, "Implicit terminator\n");
+    } else if (length == kUndefinedLength) {
+        Trace(kDumpTransferSyntax, "Implicit length of sequence\n");
+    } else if (element == kItem) {
+        Trace(kDumpTransferSyntax, "explicit length, sequence item begin\n");
+    } else {
+        Trace(kDumpTransferSyntax, "UNKNOWN ERROR IN Implicit_ParseRawVRIntoDCM\n");
+    }
+}
+
+void TraceExplicitDelimiter(std::uint16_t element, std::uint32_t length) {
+    if (element == kItemEnds) {
+        Trace(kDumpTransferSyntax, "[FFFE][E00D] Implicit item terminator\n");
+    } else if (element == kSequenceEnds) {
+        Trace(kDumpTransferSyntax, "[FFFE][E0DD] Implicit Seq. terminator\n");
+    } else if (element != kItem) {
+        Trace(kDumpTransferSyntax, "ERRORE Parsing raw explicit data\n");
+    } else if (length == kUndefinedLength) {
+        Trace(kDumpTransferSyntax, "[FFFE][%4.4X][FFFFFFFFF] Start Implicit length sequence\n", element);
+    } else {
+        Trace(kDumpTransferSyntax, "[FFFE][%4.4X][%d] Start Explicit length sequence\n", element,
+              static_cast<int>(length));
+    }
+}
+
+void TraceDelimiter(std::uint16_t element, std::uint32_t length, bool explicitVR) {
+    explicitVR ? TraceExplicitDelimiter(element, length) : TraceImplicitDelimiter(element, length);
+}
+
+/// A sequence begins, or encapsulated pixel data does.
+void TraceSequence(const VR& element, std::uint32_t length, bool explicitVR) {
+    const bool isUndefined = length == kUndefinedLength;
+    if (!explicitVR) {
+        Trace(kDumpTransferSyntax,
+              isUndefined ? "Variable length item [sequence, etc]\n" : " Explicit length Sequence (TypeCode='SQ')\n");
+        if (isUndefined && IsPixelData(element)) Trace(kDumpTransferSyntax, "\tEncapsulated pixel data\n");
+    } else if (isUndefined) {
+        Trace(kDumpTransferSyntax, "[%4.4X][%4.4X][FFFFFFFFF] Variable length sequence\n", element.m_Group,
+              element.m_Element);
+    } else {
+        Trace(kDumpTransferSyntax, "[%4.4X][%4.4X][%d][SQ] Explicit length sequence\n", element.m_Group,
+              element.m_Element, static_cast<int>(length));
+    }
+}
+
 }  // namespace
 
 int TransferSyntaxCodec::Implicit_ParseRawVRIntoDCM(Buffer& buffer, DICOMObject* target, int depth) {
@@ -71,6 +144,7 @@ int TransferSyntaxCodec::ExplicitParse(Buffer& buffer, DICOMObject* target, int 
 int TransferSyntaxCodec::ParseElements(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR) {
     if (target == nullptr || depth > kDeepest) return 0;
     if (depth > 0) return ParseLevel(buffer, target, depth, explicitVR);
+    m_bTracing = IsDebugFlagOn(kDumpTransferSyntax);
     m_bStopped = false;
     m_bSignedPixels = false;
     try {
@@ -82,12 +156,11 @@ int TransferSyntaxCodec::ParseElements(Buffer& buffer, DICOMObject* target, int 
 
 int TransferSyntaxCodec::ParseLevel(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR) {
     while (buffer.HasData()) {
-        auto element = std::make_unique<VR>();
-        element->m_StreamOffset = buffer.GetPosition();
-        if (!buffer.ReadUINT16(element->m_Group) || !buffer.ReadUINT16(element->m_Element)) return 0;
-        const Outcome outcome = element->m_Group == 0xFFFE
-                                    ? ParseDelimiter(buffer, target, *element, depth, explicitVR)
-                                    : ParseElement(buffer, target, std::move(element), depth, explicitVR);
+        Start start;
+        if (!ReadStart(buffer, start)) return 0;
+        const Outcome outcome = start.group == 0xFFFE
+                                    ? ParseDelimiter(buffer, target, start.element, depth, explicitVR)
+                                    : ParseElement(buffer, target, MakeElement(start), depth, explicitVR);
         if (outcome != Outcome::GoOn) return outcome == Outcome::LevelEnds ? 1 : 0;
     }
     return 1;
@@ -95,12 +168,12 @@ int TransferSyntaxCodec::ParseLevel(Buffer& buffer, DICOMObject* target, int dep
 
 int TransferSyntaxCodec::ParseMetaInformation(Buffer& buffer, DICOMObject* target) {
     buffer.SetByteOrder(Buffer::kLittleEndian);
+    m_bTracing = IsDebugFlagOn(kDumpTransferSyntax);
     try {
         for (const unsigned char* next; (next = buffer.Peek(2)) != nullptr && next[0] == 0x02 && next[1] == 0x00;) {
-            auto element = std::make_unique<VR>();
-            element->m_StreamOffset = buffer.GetPosition();
-            if (!buffer.ReadUINT16(element->m_Group) || !buffer.ReadUINT16(element->m_Element)) return 0;
-            if (ParseElement(buffer, target, std::move(element), 0, true) != Outcome::GoOn) return 0;
+            Start start;
+            if (!ReadStart(buffer, start)) return 0;
+            if (ParseElement(buffer, target, MakeElement(start), 0, true) != Outcome::GoOn) return 0;
         }
     } catch (const std::bad_alloc&) {
         return 0;
@@ -122,44 +195,15 @@ int TransferSyntaxCodec::ParseWindow(Buffer& buffer, DICOMObject* target, std::u
 }
 
 /// An element of group 0xFFFE: an item, or the end of one or of a sequence.
-TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseDelimiter(Buffer& buffer, DICOMObject* target, const VR& element,
-                                                                 int depth, bool explicitVR) {
+TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseDelimiter(Buffer& buffer, DICOMObject* target,
+                                                                 std::uint16_t element, int depth, bool explicitVR) {
     std::uint32_t length;
     if (!buffer.ReadUINT32(length)) return Outcome::Failed;
-    const bool itemEnds = element.m_Element == 0xE00D;
-    const bool sequenceEnds = element.m_Element == 0xE0DD;
-    if (!explicitVR) {
-        Trace(kDumpTransferSyntax, "[%4.4X,%4.4X][%6d]", element.m_Group, element.m_Element, static_cast<int>(length));
-        if (itemEnds || sequenceEnds) {
-            Trace(kDumpTransferSyntax, "Implicit terminator\n");
-            return Outcome::LevelEnds;
-        }
-        if (length == kUndefinedLength) {
-            Trace(kDumpTransferSyntax, "Implicit length of sequence\n");
-        } else if (element.m_Element != 0xE000) {
-            Trace(kDumpTransferSyntax, "UNKNOWN ERROR IN Implicit_ParseRawVRIntoDCM\n");
-            return Outcome::Failed;
-        } else {
-            Trace(kDumpTransferSyntax, "explicit length, sequence item begin\n");
-        }
-    } else {
-        if (itemEnds || sequenceEnds) {
-            Trace(kDumpTransferSyntax,
-                  itemEnds ? "[FFFE][E00D] Implicit item terminator\n" : "[FFFE][E0DD] Implicit Seq. terminator\n");
-            return Outcome::LevelEnds;
-        }
-        if (element.m_Element != 0xE000) {
-            Trace(kDumpTransferSyntax, "ERRORE Parsing raw explicit data\n");
-            return Outcome::Failed;
-        }
-        if (length == kUndefinedLength) {
-            Trace(kDumpTransferSyntax, "[FFFE][%4.4X][FFFFFFFFF] Start Implicit length sequence\n", element.m_Element);
-        } else {
-            Trace(kDumpTransferSyntax, "[FFFE][%4.4X][%d] Start Explicit length sequence\n", element.m_Element,
-                  static_cast<int>(length));
-        }
-    }
-    return ParseItem(buffer, target, length, depth, explicitVR);
+    if (m_bTracing) TraceDelimiter(element, length, explicitVR);
+    if (element == kItemEnds || element == kSequenceEnds) return Outcome::LevelEnds;
+    // Of undefined length, the implicit syntax takes any other element for an item.
+    const bool isItem = element == kItem || (!explicitVR && length == kUndefinedLength);
+    return isItem ? ParseItem(buffer, target, length, depth, explicitVR) : Outcome::Failed;
 }
 
 TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseItem(Buffer& buffer, DICOMObject* target, std::uint32_t length,
@@ -190,12 +234,7 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseElement(Buffer& buffer, D
     if (!isSequence || (explicitVR && length == 0)) {
         return ParseValue(buffer, target, std::move(element), length, depth);
     }
-    if (explicitVR) {
-        Trace(kDumpTransferSyntax, "[%4.4X][%4.4X][%d][SQ] Explicit length sequence\n", element->m_Group,
-              element->m_Element, static_cast<int>(length));
-    } else {
-        Trace(kDumpTransferSyntax, " Explicit length Sequence (TypeCode='SQ')\n");
-    }
+    if (m_bTracing) TraceSequence(*element, length, explicitVR);
     if (target->Push(element.get()) == 0) return Outcome::Failed;
     element.release();
     return ParseWindow(buffer, target, length, depth, explicitVR) != 0 ? Outcome::GoOn : Outcome::Failed;
@@ -211,13 +250,7 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseUndefinedLength(Buffer& b
         m_StoppedLength = kUndefinedLength;
         return Outcome::LevelEnds;
     }
-    if (explicitVR) {
-        Trace(kDumpTransferSyntax, "[%4.4X][%4.4X][FFFFFFFFF] Variable length sequence\n", element->m_Group,
-              element->m_Element);
-    } else {
-        Trace(kDumpTransferSyntax, "Variable length item [sequence, etc]\n");
-        if (isPixelData) Trace(kDumpTransferSyntax, "\tEncapsulated pixel data\n");
-    }
+    if (m_bTracing) TraceSequence(*element, kUndefinedLength, explicitVR);
     const bool isUnknown = explicitVR && element->m_TypeCode == TypeCode("UN") && !isPixelData;
     if (isUnknown) element->m_TypeCode = TypeCode("SQ");
     if (target->Push(element.get()) == 0) return Outcome::Failed;
@@ -250,7 +283,7 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseValue(Buffer& buffer, DIC
     if (depth == 0 && element->m_Group == 0x0028 && element->m_Element == 0x0103 && length == 2) {
         m_bSignedPixels = platform::LoadLittle<std::uint16_t>(element->m_pData) != 0;
     }
-    if (IsDebugFlagOn(kDumpTransferSyntax)) DumpElement(kDumpTransferSyntax, *element, this);
+    if (m_bTracing) DumpElement(kDumpTransferSyntax, *element, this);
     if (target->Push(element.get()) == 0) return Outcome::Failed;
     element.release();
     return Outcome::GoOn;
@@ -258,15 +291,12 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseValue(Buffer& buffer, DIC
 
 int TransferSyntaxCodec::ParseEncapsulated(Buffer& buffer, DICOMObject* target) {
     for (;;) {
-        auto fragment = std::make_unique<VR>();
-        fragment->m_StreamOffset = buffer.GetPosition();
+        Start start;
         std::uint32_t length;
-        if (!buffer.ReadUINT16(fragment->m_Group) || !buffer.ReadUINT16(fragment->m_Element) ||
-            !buffer.ReadUINT32(length) || fragment->m_Group != 0xFFFE) {
-            return 0;
-        }
-        if (fragment->m_Element == 0xE0DD) return 1;
-        if (fragment->m_Element != 0xE000) return 0;
+        if (!ReadStart(buffer, start) || !buffer.ReadUINT32(length) || start.group != 0xFFFE) return 0;
+        if (start.element == kSequenceEnds) return 1;
+        if (start.element != kItem) return 0;
+        auto fragment = MakeElement(start);
         fragment->m_TypeCode = TypeCode("OB");
         auto item = std::make_unique<DICOMDataObject>();
         if (!ReadValue(buffer, *fragment, length)) return 0;

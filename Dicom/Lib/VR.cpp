@@ -2,6 +2,7 @@
 
 #include "Dicom/Lib/DICOMObject.h"
 #include "platform/Memory.h"
+#include "platform/SmallBlocks.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -77,6 +78,23 @@ void VR::ClearValue() {
     m_Storage = Storage::Heap;
 }
 
+/// Memory for a value that does not fit into the element itself; the toolkit throws nothing, a null tells.
+void VR::AllocateOutside(std::uint32_t bytes) {
+    try {
+        if (bytes <= platform::kLargestSmallBlock) {
+            m_pData = static_cast<unsigned char*>(platform::AllocateSmall(bytes));
+            m_Storage = Storage::Small;
+        } else if (bytes >= kBufferBytes) {
+            m_pData = static_cast<unsigned char*>(platform::AllocateBuffer(bytes));
+            m_Storage = Storage::Buffer;
+        } else {
+            m_pData = static_cast<unsigned char*>(std::malloc(bytes));
+        }
+    } catch (const std::bad_alloc&) {
+        m_pData = nullptr;
+    }
+}
+
 unsigned char* VR::AllocateValue(std::uint32_t length) {
     FreeValue();
     m_pData = nullptr;
@@ -88,17 +106,10 @@ unsigned char* VR::AllocateValue(std::uint32_t length) {
     if (even <= kInlineBytes) {
         m_pData = m_Inline;
         m_Storage = Storage::Inline;
-    } else if (even < kBufferBytes) {
-        m_pData = static_cast<unsigned char*>(std::malloc(even));
     } else {
-        try {
-            m_pData = static_cast<unsigned char*>(platform::AllocateBuffer(even));
-            m_Storage = Storage::Buffer;
-        } catch (const std::bad_alloc&) {
-            m_pData = nullptr;  // the toolkit throws nothing: the null tells
-        }
+        AllocateOutside(even);
+        if (m_pData == nullptr) return nullptr;
     }
-    if (m_pData == nullptr) return nullptr;
     m_Length = even;
     if (even != length) m_pData[even - 1] = 0;
     return m_pData;

@@ -80,6 +80,7 @@ private:
     /// Where the value memory comes from, so that it goes back there.
     enum class Storage : std::uint8_t { Heap, Inline, Small, Buffer };
 
+    void AllocateOutside(std::uint32_t bytes);
     void FreeValue();
     void FreeSequence();
 

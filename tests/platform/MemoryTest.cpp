@@ -1,9 +1,11 @@
 #include <Korvane/platform/Memory.h>
+#include <Korvane/platform/SmallBlocks.h>
 
 #include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <new>
+#include <thread>
 #include <vector>
 
 using namespace platform;
@@ -39,4 +41,26 @@ TEST(Memory, AnImpossibleSizeIsRefused) {
     EXPECT_THROW(AllocateBuffer(SIZE_MAX), std::bad_alloc);
     EXPECT_THROW(AllocateBuffer(SIZE_MAX / 4), std::bad_alloc);
 #endif
+}
+
+TEST(SmallBlocks, KeepTheirBytesAndMayComeBackInAnotherThread) {
+    for (int round = 0; round < 3; ++round) {
+        std::vector<unsigned char*> blocks;
+        std::thread([&blocks] {
+            for (std::size_t i = 0; i < 50'000; ++i) {
+                const std::size_t size = i * 7919 % kLargestSmallBlock + 1;
+                auto* const block = static_cast<unsigned char*>(AllocateSmall(size));
+                std::memset(block, static_cast<int>(i % 251), size);
+                blocks.push_back(block);
+            }
+        }).join();
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            const std::size_t size = i * 7919 % kLargestSmallBlock + 1;
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(blocks[i]) % 8, 0U);
+            ASSERT_EQ(blocks[i][0], i % 251);
+            ASSERT_EQ(blocks[i][size - 1], i % 251);
+            FreeSmall(blocks[i]);
+        }
+    }
+    FreeSmall(nullptr);
 }

@@ -181,3 +181,11 @@ TEST(CursorList, FindsEveryIndexFromWhereverTheCursorStands) {
     EXPECT_EQ(list.At(0), &values[1]);
     EXPECT_EQ(list.At(48), &values[49]);
 }
+
+TEST(TemplateStack, GivesBackInReverseOrderBeyondItsFirstSixteen) {
+    TemplateStack<int> stack;
+    int values[100];
+    for (int& value : values) stack.Push(&value);
+    for (int i = 99; i >= 0; --i) ASSERT_EQ(stack.Pop(), &values[i]);
+    EXPECT_TRUE(stack.IsEmpty());
+}
