@@ -60,7 +60,11 @@ function(korvane_products)
     if(NOT WIN32)
         # Templates of the standard library that the module instantiated are nobody else's business.
         set(version_script "${PROJECT_SOURCE_DIR}/cmake/Korvane.map")
-        target_link_options(Korvane PRIVATE "LINKER:--version-script=${version_script}" LINKER:--no-undefined)
+        target_link_options(Korvane PRIVATE "LINKER:--version-script=${version_script}")
+        # Clang's sanitizers leave their runtime to the program.
+        if(NOT KORVANE_BUILD_FUZZ AND NOT (CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize"))
+            target_link_options(Korvane PRIVATE LINKER:--no-undefined)
+        endif()
         set_target_properties(Korvane PROPERTIES LINK_DEPENDS "${version_script}")
     endif()
     if(export IN_LIST rooms)

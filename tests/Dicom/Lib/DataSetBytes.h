@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -81,8 +80,30 @@ inline DcmDictionary& PublicDictionary() {
         const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
         return dictionary.Build(rows, count);
     }();
-    EXPECT_EQ(built, 1);
+    if (built == 0) dictionary.Clear();
     return dictionary;
+}
+
+/// A small file with everything that has a length: short and long forms, both sequence forms, fragments.
+inline Bytes SmallFile(bool isExplicit) {
+    DataSetBytes file;
+    file.Text(std::string(128, '\0')).Text("DICM");
+    const std::string uid =
+        isExplicit ? std::string("1.2.840.10008.1.2.1\0", 20) : std::string("1.2.840.10008.1.2\0", 18);
+    file.Short(0x0002, 0x0010, "UI", uid);
+    if (isExplicit) {
+        file.Short(0x0008, 0x0060, "CS", "CT")
+            .Long(0x0040, 0xA730, "SQ", 18)
+            .Item(10)
+            .Short(0x0008, 0x0060, "CS", "MR");
+        file.Long(0x0040, 0xA043, "SQ", 0xFFFFFFFF).Item(0xFFFFFFFF).ItemEnds().SequenceEnds();
+        file.Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF).Item(0).Item(4).Text("abcd").SequenceEnds();
+    } else {
+        file.Implicit(0x0008, 0x0060, "CT").Tag(0x0040, 0xA730).U32(18).Item(10).Implicit(0x0008, 0x0060, "MR");
+        file.Tag(0x0040, 0xA043).U32(0xFFFFFFFF).Item(0xFFFFFFFF).ItemEnds().SequenceEnds();
+        file.Implicit(0x7FE0, 0x0010, "abcd");
+    }
+    return file.Get();
 }
 
 /// Every element with its items, one line each: two data sets are equal when these texts are.

@@ -5,43 +5,6 @@
 
 namespace {
 
-/// A small file with everything that has a length: short and long forms, both sequence forms, fragments.
-Bytes SmallFile(bool isExplicit) {
-    DataSetBytes meta;
-    meta.Text(std::string(128, '\0')).Text("DICM");
-    const std::string uid =
-        isExplicit ? std::string("1.2.840.10008.1.2.1\0", 20) : std::string("1.2.840.10008.1.2\0", 18);
-    meta.Short(0x0002, 0x0010, "UI", uid);
-    if (isExplicit) {
-        return meta.Short(0x0008, 0x0060, "CS", "CT")
-            .Long(0x0040, 0xA730, "SQ", 18)
-            .Item(10)
-            .Short(0x0008, 0x0060, "CS", "MR")
-            .Long(0x0040, 0xA043, "SQ", 0xFFFFFFFF)
-            .Item(0xFFFFFFFF)
-            .ItemEnds()
-            .SequenceEnds()
-            .Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF)
-            .Item(0)
-            .Item(4)
-            .Text("abcd")
-            .SequenceEnds()
-            .Get();
-    }
-    return meta.Implicit(0x0008, 0x0060, "CT")
-        .Tag(0x0040, 0xA730)
-        .U32(18)
-        .Item(10)
-        .Implicit(0x0008, 0x0060, "MR")
-        .Tag(0x0040, 0xA043)
-        .U32(0xFFFFFFFF)
-        .Item(0xFFFFFFFF)
-        .ItemEnds()
-        .SequenceEnds()
-        .Implicit(0x7FE0, 0x0010, "abcd")
-        .Get();
-}
-
 /// Loads, and encodes what came of it in every syntax.
 void LoadAndEncode(const Bytes& bytes) {
     TransferSyntaxCodec codec(&PublicDictionary());
