@@ -18,10 +18,7 @@ protected:
     void TearDown() override { fs::remove_all(m_Folder); }
 
     std::string Path(const char* name) const { return (m_Folder / name).string(); }
-    void Write(const char* name, const Bytes& bytes) const {
-        std::ofstream(Path(name), std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    }
+    void Write(const char* name, const Bytes& bytes) const { WriteBytes(Path(name), bytes); }
     std::unique_ptr<DICOMDataObject> Load(const char* name) { return m_Reader.Load(Path(name).c_str()); }
 
     fs::path m_Folder;
@@ -96,8 +93,7 @@ TEST_F(DicomFile, TheSixthByteDecidesAsASignedNumber) {
                  {127, kExplicitLittleEndian},
                  {128, kImplicitLittleEndian}};
     for (const auto& [secondByte, syntax] : cases) {
-        Write("raw",
-              DataSetBytes().Tag(0x0008, 0x0000).U32(secondByte << 8).Text(std::string(secondByte << 8, 'a')).Get());
+        Write("raw", Join({le.Tag(0x0008, 0x0000), le.U32(secondByte << 8), Text(std::string(secondByte << 8, 'a'))}));
         Load("raw");
         EXPECT_EQ(m_Reader.GetSyntax(), syntax) << secondByte;
     }
@@ -105,22 +101,17 @@ TEST_F(DicomFile, TheSixthByteDecidesAsASignedNumber) {
 
 TEST_F(DicomFile, TheTransferSyntaxOfTheMetaInformationRules) {
     const auto file = [](const std::string& uid, const Bytes& rest) {
-        return DataSetBytes()
-            .Text(std::string(128, 'x'))
-            .Text("DICM")
-            .Short(0x0002, 0x0010, "UI", uid)
-            .Append(rest)
-            .Get();
+        return Join({Text(std::string(128, 'x')), Text("DICM"), le.Short(0x0002, 0x0010, "UI", uid), rest});
     };
-    Write("big", file("1.2.840.10008.1.2.2 ", DataSetBytes(true).Short(0x0028, 0x0010, "US", "\x01\x02").Get()));
+    Write("big", file("1.2.840.10008.1.2.2 ", Join({be.Short(0x0028, 0x0010, "US", "\x01\x02")})));
     EXPECT_EQ(Load("big")->GetUINT16(0x0028, 0x0010), 0x0102);
     EXPECT_EQ(m_Reader.GetTransferSyntax(), kExplicitBigEndianUid) << "padding is not part of a UID";
-    Write("unknown", file("1.2.3.99", DataSetBytes().Short(0x0028, 0x0010, "US", "\x01\x02").Get()));
+    Write("unknown", file("1.2.3.99", Join({le.Short(0x0028, 0x0010, "US", "\x01\x02")})));
     EXPECT_EQ(Load("unknown")->GetUINT16(0x0028, 0x0010), 0x0201);
-    const Bytes implicitSet = DataSetBytes().Implicit(0x0028, 0x0010, "\x01\x02").Get();
+    const Bytes implicitSet = Join({le.Implicit(0x0028, 0x0010, "\x01\x02")});
     Write("implicit", file(std::string("1.2.840.10008.1.2\0", 18), implicitSet));
     EXPECT_EQ(Load("implicit")->GetUINT16(0x0028, 0x0010), 0x0201);
-    Write("none", DataSetBytes().Short(0x0002, 0x0012, "UI", "1.2.").Append(implicitSet).Get());
+    Write("none", Join({le.Short(0x0002, 0x0012, "UI", "1.2."), implicitSet}));
     EXPECT_EQ(Load("none")->GetUINT16(0x0028, 0x0010), 0x0201) << "no (0002,0010): tested again behind the group";
     Write("deflated", file("1.2.840.10008.1.2.1.99", {1, 2, 3, 4, 5, 6, 7, 8}));
     EXPECT_EQ(Load("deflated")->GetNext(m_Reader.Load(Path("deflated").c_str())->GetFirst()), nullptr);

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -15,48 +16,46 @@
 
 using Bytes = std::vector<unsigned char>;
 
-/// Streams written by hand, field by field.
-class DataSetBytes {
-public:
-    explicit DataSetBytes(bool big = false) : m_bBig(big) {}
+inline Bytes Text(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
 
-    DataSetBytes& U16(unsigned value) { return Number(value, 2); }
-    DataSetBytes& U32(unsigned value) { return Number(value, 4); }
-    DataSetBytes& Tag(unsigned group, unsigned element) { return U16(group).U16(element); }
-    DataSetBytes& Text(const std::string& text) {
-        m_Bytes.insert(m_Bytes.end(), text.begin(), text.end());
-        return *this;
-    }
-    DataSetBytes& Append(const Bytes& bytes) {
-        m_Bytes.insert(m_Bytes.end(), bytes.begin(), bytes.end());
-        return *this;
-    }
-    DataSetBytes& Item(unsigned length) { return Tag(0xFFFE, 0xE000).U32(length); }
-    DataSetBytes& ItemEnds() { return Tag(0xFFFE, 0xE00D).U32(0); }
-    DataSetBytes& SequenceEnds() { return Tag(0xFFFE, 0xE0DD).U32(0); }
-    /// An explicit element with a 2-byte length, and one with a 4-byte length.
-    DataSetBytes& Short(unsigned group, unsigned element, const char* type, const std::string& value) {
-        return Tag(group, element).Text(type).U16(static_cast<unsigned>(value.size())).Text(value);
-    }
-    DataSetBytes& Long(unsigned group, unsigned element, const char* type, unsigned length) {
-        return Tag(group, element).Text(type).U16(0).U32(length);
-    }
-    DataSetBytes& Implicit(unsigned group, unsigned element, const std::string& value) {
-        return Tag(group, element).U32(static_cast<unsigned>(value.size())).Text(value);
-    }
-    const Bytes& Get() const { return m_Bytes; }
+inline Bytes Join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
 
-private:
-    DataSetBytes& Number(unsigned value, int size) {
+/// Parts of streams written by hand, in a byte order.
+struct Writer {
+    bool big;
+
+    Bytes Number(unsigned value, int size) const {
+        Bytes bytes;
         for (int i = 0; i < size; ++i) {
-            m_Bytes.push_back(static_cast<unsigned char>(value >> (8 * (m_bBig ? size - 1 - i : i))));
+            bytes.push_back(static_cast<unsigned char>(value >> (8 * (big ? size - 1 - i : i))));
         }
-        return *this;
+        return bytes;
     }
-
-    Bytes m_Bytes;
-    bool m_bBig;
+    Bytes U32(unsigned value) const { return Number(value, 4); }
+    Bytes Tag(unsigned group, unsigned element) const { return Join({Number(group, 2), Number(element, 2)}); }
+    Bytes Item(unsigned length) const { return Join({Tag(0xFFFE, 0xE000), U32(length)}); }
+    Bytes ItemEnds() const { return Join({Tag(0xFFFE, 0xE00D), U32(0)}); }
+    Bytes SequenceEnds() const { return Join({Tag(0xFFFE, 0xE0DD), U32(0)}); }
+    /// An explicit element with a 2-byte length, the head of one with a 4-byte length, an implicit one.
+    Bytes Short(unsigned group, unsigned element, const char* type, const std::string& value) const {
+        return Join({Tag(group, element), ::Text(type), Number(static_cast<unsigned>(value.size()), 2), ::Text(value)});
+    }
+    Bytes Long(unsigned group, unsigned element, const char* type, unsigned length) const {
+        return Join({Tag(group, element), ::Text(type), Number(0, 2), U32(length)});
+    }
+    Bytes Implicit(unsigned group, unsigned element, const std::string& value) const {
+        return Join({Tag(group, element), U32(static_cast<unsigned>(value.size())), ::Text(value)});
+    }
 };
+
+inline constexpr Writer le{false};
+inline constexpr Writer be{true};
 
 inline VR* MakeText(std::uint16_t group, std::uint16_t element, const char (&type)[3], const std::string& text) {
     auto* const made = new VR(group, element, static_cast<std::uint32_t>(text.size()), 1);
@@ -86,24 +85,19 @@ inline DcmDictionary& PublicDictionary() {
 
 /// A small file with everything that has a length: short and long forms, both sequence forms, fragments.
 inline Bytes SmallFile(bool isExplicit) {
-    DataSetBytes file;
-    file.Text(std::string(128, '\0')).Text("DICM");
-    const std::string uid =
-        isExplicit ? std::string("1.2.840.10008.1.2.1\0", 20) : std::string("1.2.840.10008.1.2\0", 18);
-    file.Short(0x0002, 0x0010, "UI", uid);
+    const Bytes start = Join({Text(std::string(128, '\0')), Text("DICM")});
+    const Bytes sequence = Join({le.Item(0xFFFFFFFF), le.ItemEnds(), le.SequenceEnds()});
     if (isExplicit) {
-        file.Short(0x0008, 0x0060, "CS", "CT")
-            .Long(0x0040, 0xA730, "SQ", 18)
-            .Item(10)
-            .Short(0x0008, 0x0060, "CS", "MR");
-        file.Long(0x0040, 0xA043, "SQ", 0xFFFFFFFF).Item(0xFFFFFFFF).ItemEnds().SequenceEnds();
-        file.Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF).Item(0).Item(4).Text("abcd").SequenceEnds();
-    } else {
-        file.Implicit(0x0008, 0x0060, "CT").Tag(0x0040, 0xA730).U32(18).Item(10).Implicit(0x0008, 0x0060, "MR");
-        file.Tag(0x0040, 0xA043).U32(0xFFFFFFFF).Item(0xFFFFFFFF).ItemEnds().SequenceEnds();
-        file.Implicit(0x7FE0, 0x0010, "abcd");
+        return Join({start, le.Short(0x0002, 0x0010, "UI", std::string("1.2.840.10008.1.2.1\0", 20)),
+                     le.Short(0x0008, 0x0060, "CS", "CT"), le.Long(0x0040, 0xA730, "SQ", 18), le.Item(10),
+                     le.Short(0x0008, 0x0060, "CS", "MR"), le.Long(0x0040, 0xA043, "SQ", 0xFFFFFFFF), sequence,
+                     le.Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF), le.Item(0), le.Item(4), Text("abcd"),
+                     le.SequenceEnds()});
     }
-    return file.Get();
+    return Join({start, le.Short(0x0002, 0x0010, "UI", std::string("1.2.840.10008.1.2\0", 18)),
+                 le.Implicit(0x0008, 0x0060, "CT"), le.Tag(0x0040, 0xA730), le.U32(18), le.Item(10),
+                 le.Implicit(0x0008, 0x0060, "MR"), le.Tag(0x0040, 0xA043), le.U32(0xFFFFFFFF), sequence,
+                 le.Implicit(0x7FE0, 0x0010, "abcd")});
 }
 
 /// Every element with its items, one line each: two data sets are equal when these texts are.
@@ -119,6 +113,11 @@ inline std::string Listing(const DICOMObject& dataSet, const std::string& indent
         }
     }
     return text;
+}
+
+inline void WriteBytes(const std::string& path, const Bytes& bytes) {
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 inline std::string ReadText(const std::string& path) {

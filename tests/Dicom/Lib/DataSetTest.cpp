@@ -104,9 +104,7 @@ TEST(DataSet, UINT16NeedsExactlyTwoBytes) {
     set.Push(new VR(0x0028, 0x0011, 4, 1));
     set.Push(new VR(0x0028, 0x0012, 2, 0));
     EXPECT_EQ(set.GetUINT16(0x0028, 0x0010), 0xFEDC);
-    EXPECT_EQ(set.GetUINT16(0x0028, 0x0011), 0);
-    EXPECT_EQ(set.GetUINT16(0x0028, 0x0012), 0);
-    EXPECT_EQ(set.GetUINT16(0x0028, 0x0013), 0);
+    for (const int element : {0x11, 0x12, 0x13}) EXPECT_EQ(set.GetUINT16(0x28, static_cast<std::uint16_t>(element)), 0);
 }
 
 TEST(Element, OddLengthsAreRaisedWithAZero) {

@@ -71,19 +71,10 @@ TEST_F(DiagnosticDump, ElementLines) {
 }
 
 TEST_F(DiagnosticDump, ParsingAndEncodingLeaveTheirTrace) {
-    const Bytes item = DataSetBytes().Implicit(0x0028, 0x0010, "ab").Get();
-    const Bytes stream = DataSetBytes()
-                             .Tag(0x0040, 0xA730)
-                             .U32(0xFFFFFFFF)
-                             .Item(10)
-                             .Append(item)
-                             .SequenceEnds()
-                             .Tag(0x0040, 0xA731)
-                             .U32(0xFFFFFFFF)
-                             .Item(0xFFFFFFFF)
-                             .ItemEnds()
-                             .SequenceEnds()
-                             .Get();
+    const Bytes item = Join({le.Implicit(0x0028, 0x0010, "ab")});
+    const Bytes stream =
+        Join({le.Tag(0x0040, 0xA730), le.U32(0xFFFFFFFF), le.Item(10), item, le.SequenceEnds(), le.Tag(0x0040, 0xA731),
+              le.U32(0xFFFFFFFF), le.Item(0xFFFFFFFF), le.ItemEnds(), le.SequenceEnds()});
     SetDebugFlag(kDumpTransferSyntax, true);
     TransferSyntaxCodec codec;
     DICOMDataObject set;

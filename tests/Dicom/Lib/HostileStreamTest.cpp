@@ -59,8 +59,7 @@ TEST(HostileStream, TruncatedAtEveryByteAndEveryLengthFalsified) {
 }
 
 TEST(HostileStream, ATruncatedValueIsRefusedAndWhatCameBeforeStays) {
-    const Bytes stream =
-        DataSetBytes().Short(0x0008, 0x0060, "CS", "CT").Long(0x7FE0, 0x0010, "OW", 100).Text("ab").Get();
+    const Bytes stream = Join({le.Short(0x0008, 0x0060, "CS", "CT"), le.Long(0x7FE0, 0x0010, "OW", 100), Text("ab")});
     TransferSyntaxCodec codec;
     DICOMFileReader reader(codec);
     const auto set = reader.LoadMemory(stream.data(), stream.size());
@@ -70,36 +69,35 @@ TEST(HostileStream, ATruncatedValueIsRefusedAndWhatCameBeforeStays) {
 }
 
 TEST(HostileStream, NestingBeyondTheLimitIsRefused) {
+    TransferSyntaxCodec codec;
+    DICOMFileReader reader(codec);
     for (const bool definedLength : {false, true}) {
-        DataSetBytes stream;
+        Bytes stream;
         for (unsigned level = 0; level < 100000; ++level) {
             const unsigned left = 20 * (100000 - level);
-            stream.Long(0x0040, 0xA730, "SQ", definedLength ? left - 12 : 0xFFFFFFFF);
-            stream.Item(definedLength ? left - 20 : 0xFFFFFFFF);
+            const Bytes head = Join({le.Long(0x0040, 0xA730, "SQ", definedLength ? left - 12 : 0xFFFFFFFF),
+                                     le.Item(definedLength ? left - 20 : 0xFFFFFFFF)});
+            stream.insert(stream.end(), head.begin(), head.end());
         }
-        TransferSyntaxCodec codec;
-        DICOMFileReader reader(codec);
-        const auto set = reader.LoadMemory(stream.Get().data(), stream.Get().size());
+        const auto set = reader.LoadMemory(stream.data(), stream.size());
         EXPECT_FALSE(reader.IsComplete());
         EXPECT_NE(set->GetVR(0x0040, 0xA730), nullptr);
     }
-    DataSetBytes deepest;
-    for (int level = 0; level < 256; ++level) deepest.Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF).Item(0xFFFFFFFF);
-    for (int level = 0; level < 256; ++level) deepest.ItemEnds().SequenceEnds();
-    LoadAndEncode(deepest.Get());
+    Bytes deepest;
+    for (int level = 0; level < 256; ++level) {
+        deepest = Join({le.Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF), le.Item(0xFFFFFFFF), deepest, le.ItemEnds(),
+                        le.SequenceEnds()});
+    }
+    LoadAndEncode(deepest);
+    reader.LoadMemory(deepest.data(), deepest.size());
+    EXPECT_TRUE(reader.IsComplete());
 }
 
 TEST(HostileStream, AStreamWithoutAKnownEndIsReadInSteps) {
     const std::string pixels(3'000'000, 'p');
-    const Bytes stream = DataSetBytes()
-                             .Long(0x0040, 0xA730, "SQ", 18)
-                             .Item(10)
-                             .Short(0x0008, 0x0060, "CS", "MR")
-                             .Long(0x7FE0, 0x0010, "OW", static_cast<unsigned>(pixels.size()))
-                             .Text(pixels)
-                             .Long(0x7FE1, 0x0010, "OW", 0xFFFFFFF0)
-                             .Text("little")
-                             .Get();
+    const Bytes stream = Join({le.Long(0x0040, 0xA730, "SQ", 18), le.Item(10), le.Short(0x0008, 0x0060, "CS", "MR"),
+                               le.Long(0x7FE0, 0x0010, "OW", static_cast<unsigned>(pixels.size())), Text(pixels),
+                               le.Long(0x7FE1, 0x0010, "OW", 0xFFFFFFF0), Text("little")});
     Endless buffer(stream);
     DICOMDataObject set;
     TransferSyntaxCodec codec;

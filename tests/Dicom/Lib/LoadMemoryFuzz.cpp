@@ -3,28 +3,15 @@
 
 #include <filesystem>
 
-namespace {
-
-void WriteSeed(const std::filesystem::path& path, const Bytes& bytes) {
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
-    const std::filesystem::path corpus = (*arguments)[*argumentCount - 1];
+    const std::string corpus = (*arguments)[*argumentCount - 1];
     if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
-    WriteSeed(corpus / "explicit", SmallFile(true));
-    WriteSeed(corpus / "implicit", SmallFile(false));
-    WriteSeed(corpus / "big", DataSetBytes(true)
-                                  .Text(std::string(128, '\0'))
-                                  .Text("DICM")
-                                  .Append(DataSetBytes().Short(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.2 ").Get())
-                                  .Short(0x0028, 0x0010, "US", "ab")
-                                  .Long(0x7FE0, 0x0010, "OW", 4)
-                                  .Text("abcd")
-                                  .Get());
+    WriteBytes(corpus + "/explicit", SmallFile(true));
+    WriteBytes(corpus + "/implicit", SmallFile(false));
+    WriteBytes(corpus + "/big",
+               Join({Text(std::string(128, '\0')), Text("DICM"),
+                     Join({le.Short(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.2 ")}),
+                     be.Short(0x0028, 0x0010, "US", "ab"), be.Long(0x7FE0, 0x0010, "OW", 4), Text("abcd")}));
     return 0;
 }
 
