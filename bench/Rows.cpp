@@ -96,7 +96,7 @@ Entry::Job Whole(Work work) {
 Row MakeRoadRow(const Series& series, const Readers& readers, bool freed) {
     Row row{freed ? "road, freed" : "road", "read, copy into fresh memory", Series::kSlices, {}, {}};
     if (!freed) row.aim = {.mostOfLimit = 1.3, .leastOfDcmtk = 1, .leastOfGdcm = 1};
-    const auto add = [&row, freed](Entry::Job job) { return freed ? Whole(job) : job; };
+    const auto add = [freed](const Entry::Job& job) { return freed ? Whole(job) : job; };
     row.entries.push_back({"limit", add([&series] { return ReadIntoPlainPages(series); })});
     const auto truth = ReadIntoPlainPages(series);
     for (const auto& each : readers) {
@@ -145,7 +145,7 @@ Row MakeParseRow(std::string name, std::string bytes, std::size_t units, std::si
 Row MakeLinearRow(std::string name, std::size_t elements, Reader& reader) {
     const auto small = std::make_shared<const std::string>(MakeNestedStream(elements / 10, true));
     const auto large = std::make_shared<const std::string>(MakeNestedStream(elements, true));
-    const auto parse = [&reader](std::shared_ptr<const std::string> stream) {
+    const auto parse = [&reader](const std::shared_ptr<const std::string>& stream) {
         return Whole([&reader, stream] { reader.Parse(*stream); });
     };
     return {std::move(name),

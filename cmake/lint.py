@@ -193,7 +193,7 @@ def read_dependencies(build):
 def check_tidy(build):
     """clang-tidy over every compiled file; a file that was clean and has not changed since is not read again."""
     settings = (ROOT / ".clang-tidy").read_bytes()
-    for extra in ROOT.glob("*/.clang-tidy"):
+    for extra in sorted(ROOT.glob("*/.clang-tidy")):
         settings += extra.read_bytes()
     dependencies = read_dependencies(build)
     stamps_file = build / "lint-stamps.json"
