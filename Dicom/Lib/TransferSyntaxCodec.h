@@ -109,7 +109,7 @@ private:
     Outcome ParseUndefinedLength(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth,
                                  bool explicitVR);
     Outcome ParseValue(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, std::uint32_t length,
-                       int depth);
+                       int depth, bool traced);
     bool CompleteType(VR& element);
 
     int Encode(Buffer& buffer, DICOMObject* dataSet, int depth, bool explicitVR);

@@ -232,7 +232,8 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseElement(Buffer& buffer, D
     }
     const bool isSequence = element->m_TypeCode == TypeCode("SQ") && !isMeta;
     if (!isSequence || (explicitVR && length == 0)) {
-        return ParseValue(buffer, target, std::move(element), length, depth);
+        const bool traced = m_bTracing && (explicitVR || !isMeta);
+        return ParseValue(buffer, target, std::move(element), length, depth, traced);
     }
     if (m_bTracing) TraceSequence(*element, length, explicitVR);
     if (target->Push(element.get()) == 0) return Outcome::Failed;
@@ -272,7 +273,7 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseUndefinedLength(Buffer& b
 
 TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseValue(Buffer& buffer, DICOMObject* target,
                                                              std::unique_ptr<VR> element, std::uint32_t length,
-                                                             int depth) {
+                                                             int depth, bool traced) {
     element->m_Length = length;
     if (depth == 0 && length != 0 && IsPixelData(*element) && OnReadPixelData(buffer, *element) != 0) {
         m_bStopped = true;
@@ -283,7 +284,7 @@ TransferSyntaxCodec::Outcome TransferSyntaxCodec::ParseValue(Buffer& buffer, DIC
     if (depth == 0 && element->m_Group == 0x0028 && element->m_Element == 0x0103 && length == 2) {
         m_bSignedPixels = platform::LoadLittle<std::uint16_t>(element->m_pData) != 0;
     }
-    if (m_bTracing) DumpElement(kDumpTransferSyntax, *element, this);
+    if (traced) DumpElement(kDumpTransferSyntax, *element, this);
     if (target->Push(element.get()) == 0) return Outcome::Failed;
     element.release();
     return Outcome::GoOn;
