@@ -12,7 +12,7 @@ constexpr char kForms[] = "a destination is file:path/name or ftp:user%password@
 std::string TakeUntil(std::string_view& text, char separator) {
     const std::size_t at = text.find(separator);
     if (at == std::string_view::npos || at == 0) throw UsageError(kForms);
-    const std::string part(text.substr(0, at));
+    std::string part(text.substr(0, at));
     text.remove_prefix(at + 1);
     return part;
 }

@@ -108,7 +108,7 @@ void ExportFiles::Discard() noexcept {
 
 std::string EmptyRemoteFiles(CFileWriter& writer, const ExportFiles& files) {
     bool emptied = true;
-    const std::vector<std::string> names = files.GetNames();
+    std::vector<std::string> names(files.GetNames());  // opening them adds to the list
     writer.Close();
     for (const std::string& name : names) emptied = writer.Open(name.c_str(), "wb") && writer.Close() == 1 && emptied;
     return emptied ? "its files on the server were emptied" : "its files on the server may be there in part";

@@ -33,7 +33,7 @@ struct Arguments {
 };
 
 /// Types that an Analyze file of the library has no form for, or would hold as something else.
-void CheckAnalyze(const ImageHeader& header) {
+void CheckAnalyze(const ImageHeader& header, std::size_t slices) {
     const PixelForm& form = header.form;
     const bool grey = form.samples == 1 && form.photometric.starts_with("MONOCHROME");
     std::string what;
@@ -43,6 +43,8 @@ void CheckAnalyze(const ImageHeader& header) {
         what = std::to_string(form.allocated) + "-bit pixels";
     } else if (form.allocated == 8 && form.isSigned) {
         what = "signed 8-bit pixels";
+    } else if (form.columns > kAnalyzeSide || form.rows > kAnalyzeSide || slices > kAnalyzeSide) {
+        what = "more than 32767 voxels along a side";
     }
     if (!what.empty()) throw HostError(header.path + ": " + what + " have no form in an Analyze file");
 }
@@ -61,9 +63,6 @@ void Assemble(CDicomVolume& assembled, LoadedSlices& slices) {
     int dim[4];
     volume.GetDimensions(dim);
     if (static_cast<std::size_t>(dim[2]) != list.size()) throw HostError("the slices do not make a volume");
-    if (dim[0] > kAnalyzeSide || dim[1] > kAnalyzeSide || dim[2] > kAnalyzeSide) {
-        throw HostError("a volume with more than 32767 voxels along a side has no form in an Analyze file");
-    }
     ProgressBar progress("assembling", dim[2]);
     assembled.SetCallback(&progress);
     assembled.Alloc(true);
@@ -145,10 +144,11 @@ void Export(const Arguments& arguments) {
     const Series& series = ChooseSeries(findings, arguments.series);
     CheckAssembly(findings, series);
     const ImageHeader& header = findings.FirstFile(series);
-    CheckAnalyze(header);
-    for (const std::string& warning : series.warnings) Warn("warning: " + warning);
     const std::vector<Slice> chosen = ChooseVolume(series, arguments.volume == 0 ? 1 : arguments.volume);
-    if (series.geometry.volumes > 1 && arguments.volume == 0) Warn("taking volume 1; choose with --volume");
+    const bool repeats = series.geometry.volumes > 1;
+    CheckAnalyze(header, repeats ? chosen.size() : CountImages(findings, series));
+    for (const std::string& warning : series.warnings) Warn("warning: " + warning);
+    if (repeats && arguments.volume == 0) Warn("taking volume 1; choose with --volume");
 
     LoadedSlices slices(findings, chosen);
     CDicomVolume assembled;

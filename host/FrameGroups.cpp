@@ -1,7 +1,5 @@
 #include "FrameGroups.h"
 
-#include <Korvane/platform/Number.h>
-
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -23,6 +21,9 @@ constexpr Tag kSliceSpacing = MakeTag(0x0018, 0x0088);
 constexpr Tag kIntercept = MakeTag(0x0028, 0x1052);
 constexpr Tag kSlope = MakeTag(0x0028, 0x1053);
 constexpr Tag kGridFrameOffsets = MakeTag(0x3004, 0x000C);
+
+// Far more than any volume has; a place takes more memory than the smallest of frames.
+constexpr int kMostFrames = 65535;
 
 struct GroupedElement {
     Tag group;
@@ -127,16 +128,15 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
     }
     const Frame groups(source, static_cast<std::uint32_t>(number));
     for (const GroupedElement& wanted : kGrouped) {
+        // One position for all frames is that of none.
+        if (wanted.element == kPosition && !header.framesPlaced) continue;
         if (const DICOMObject* const holder = groups.Holder(wanted); holder != nullptr) {
             PushShared(*frame, *FindElement(*holder, wanted.element));
         }
     }
     if (header.framesPlaced && !HasFrameGroups(source)) {
-        std::string position;
-        for (const double value : header.places[static_cast<std::size_t>(number)].position) {
-            position += (position.empty() ? "" : "\\") + platform::FormatReal(value);
-        }
-        PutText(*frame, kPosition, position);
+        const auto& position = header.places[static_cast<std::size_t>(number)].position;
+        PutReals(*frame, kPosition, position.data(), position.size());
     }
     PutText(*frame, MakeTag(0x0020, 0x0013), std::to_string(number + 1));
 
@@ -158,13 +158,14 @@ bool HasFrameGroups(const DICOMDataObject& dataSet) {
 }
 
 std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header) {
+    const FramePlace first = ReadPlace(Frame(dataSet, 0));
+    if (header.frames > kMostFrames) return {first};
     const VR* const groups = FindElement(dataSet, kPerFrameGroups);
     if (groups != nullptr && groups->GetItemCount() == static_cast<std::uint32_t>(header.frames)) {
         std::vector<FramePlace> places;
         for (std::uint32_t i = 0; i < groups->GetItemCount(); ++i) places.push_back(ReadPlace(Frame(dataSet, i)));
         return places;
     }
-    const FramePlace first = ReadPlace(Frame(dataSet, 0));
     if (header.frames == 1 || !first.hasPosition || !first.hasOrientation) return {first};
     return PlaceByOffsets(first, ReadFrameOffsets(dataSet, header));
 }

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr Tag kPixelData = MakeTag(0x7FE0, 0x0010);
 constexpr Tag kFloatPixels = MakeTag(0x7FE0, 0x0008);
 constexpr Tag kDoublePixels = MakeTag(0x7FE0, 0x0009);
 constexpr Tag kNumberOfFrames = MakeTag(0x0028, 0x0008);

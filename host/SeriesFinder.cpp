@@ -28,7 +28,8 @@ void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::ve
         std::error_code entryError;
         if (entry->is_regular_file(entryError)) files.push_back(TextFromPath(entry->path()));
         if (entry->is_directory(entryError) && !entry->is_symlink(entryError)) {
-            fs::directory_iterator(entry->path(), entryError);
+            // Going on into a folder that cannot be read would end the whole walk.
+            const fs::directory_iterator tried(entry->path(), entryError);
             if (entryError) {
                 unreadable.push_back("cannot read " + TextFromPath(entry->path()) + ": " + entryError.message());
                 entry.disable_recursion_pending();

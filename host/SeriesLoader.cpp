@@ -106,6 +106,24 @@ LoadedSlices::LoadedSlices(const Findings& findings, const std::vector<Slice>& s
         LoadFile(header, frames);
         i = next;
     }
+    PlaceInOrder(findings, slices.front());
+}
+
+/// Slices with an orientation and no positions: the library would lay them out along the patient's z axis, whatever way
+/// they face, so they get positions along their normal.
+void LoadedSlices::PlaceInOrder(const Findings& findings, const Slice& first) {
+    const ImageHeader& header = findings.files[first.file];
+    const FramePlace& place = findings.PlaceOf(first);
+    const bool oneForAll = first.frame < 0 && header.frames > 1;
+    if (!place.hasOrientation || (place.hasPosition && !oneForAll)) return;
+    const std::array<double, 3> normal = StudyGeometry({place}).normal;
+    const double known = header.sliceSpacing != 0 ? header.sliceSpacing : header.sliceThickness;
+    const double distance = known != 0 ? known : place.spacing[0];
+    for (std::size_t i = 0; i < m_List.size(); ++i) {
+        std::array<double, 3> position = place.position;
+        for (std::size_t axis = 0; axis < 3; ++axis) position[axis] += distance * static_cast<double>(i) * normal[axis];
+        PutReals(*m_List[i], MakeTag(0x0020, 0x0032), position.data(), position.size());
+    }
 }
 
 void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& frames) {

@@ -32,6 +32,7 @@ public:
 
 private:
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
+    void PlaceInOrder(const Findings& findings, const Slice& first);
 
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share

@@ -80,7 +80,7 @@ private:
             return !header.encapsulated && header.frames > 1 &&
                    header.FramesPresent() < static_cast<std::uint64_t>(header.frames);
         });
-        AddFiles("frames without positions", [](const ImageHeader& header) {
+        AddFiles("frames without positions, taken in stored order", [](const ImageHeader& header) {
             return header.frames > 1 && !(header.framesPlaced && header.places.front().hasPosition);
         });
     }

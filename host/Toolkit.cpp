@@ -82,6 +82,12 @@ void PutText(DICOMObject& dataSet, Tag tag, std::string_view text) {
     if (ReplaceText(dataSet, GroupOf(tag), ElementOf(tag), type, text) == 0) throw std::bad_alloc();
 }
 
+void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) text += (i == 0 ? "" : "\\") + platform::FormatReal(values[i]);
+    PutText(dataSet, tag, text);
+}
+
 void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value) {
     const unsigned char bytes[] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8)};
     if (ReplaceValue(dataSet, GroupOf(tag), ElementOf(tag), TypeCode("US"), bytes, sizeof bytes) == 0) {

@@ -40,6 +40,7 @@ DICOMObject* FindItem(const DICOMObject& dataSet, Tag tag);
 
 /// Set or replace an element; its type comes from the dictionary. Throw `std::bad_alloc`.
 void PutText(DICOMObject& dataSet, Tag tag, std::string_view text);
+void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t count);
 void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value);  ///< US
 /// Takes an element out and destroys it.
 void DropElement(DICOMObject& dataSet, Tag tag);

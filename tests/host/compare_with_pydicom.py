@@ -161,12 +161,17 @@ def multi_frame_objects():
     dose.save_as(folder / "all.dcm")
     check(export(folder)[0], values, False)
     assert abs(info(folder)[0]["gaps"]["largest"] - 10) < 1e-3
-    del dose.ImagePositionPatient, dose.ImageOrientationPatient, dose.GridFrameOffsetVector, dose.FrameIncrementPointer
-    dose.SpacingBetweenSlices = "2.5"
-    dose.save_as(folder / "all.dcm")
-    volume, _, err = export(folder)
-    check(volume, values, False, [*map(float, sets[0].PixelSpacing), 2.5])
-    assert "frames without positions" in err
+    del dose.GridFrameOffsetVector, dose.FrameIncrementPointer
+    for distance in ("2.5", None, "4"):
+        dose.SpacingBetweenSlices = distance
+        if distance == "4":
+            del dose.ImagePositionPatient, dose.ImageOrientationPatient
+        dose.save_as(folder / "all.dcm")
+        volume, _, err = export(folder)
+        # Without a distance or a slice thickness the library takes the pixel spacing.
+        expected = float(distance or sets[0].PixelSpacing[0])
+        check(volume, values, False, [*map(float, sets[0].PixelSpacing), expected])
+        assert ("frames without positions" in err) == (distance != "2.5"), (distance, err)
 
 
 def real_files():
