@@ -29,7 +29,7 @@ cmake -S "$source" -B "$scratch/stranger" -G Ninja -DCMAKE_CXX_COMPILER="$compil
 cmake --build "$scratch/stranger" >/dev/null
 takes_a_series "$scratch/stranger/stranger"
 
-read -ra flags < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane)
+read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane)"
 "$compiler" -std=c++20 "$source/../../examples/series_to_analyze.cpp" -o "$scratch/by_pkg_config" "${flags[@]}" \
     -Wl,-rpath,"$prefix/lib"
 takes_a_series "$scratch/by_pkg_config"
