@@ -10,44 +10,48 @@
 
 #include <string>
 
+namespace {
+
+/// Banner and byte order of an entry point.
+void Begin(Buffer& buffer, int byteOrder, const char* banner) {
+    Trace(kDumpTransferSyntax, "%s", banner);
+    buffer.SetByteOrder(byteOrder);
+}
+
+}  // namespace
+
 TransferSyntaxCodec::TransferSyntaxCodec(DcmDictionary* dictionary) : m_pDictionary(dictionary) {}
 
 TransferSyntaxCodec::~TransferSyntaxCodec() = default;
 
 int TransferSyntaxCodec::ParseImplicitLittleEndian(Buffer& buffer, DICOMObject* target) {
-    Trace(kDumpTransferSyntax, "-----------------------------\nParsing incoming Implicit Little Endian\n");
-    buffer.SetByteOrder(Buffer::kLittleEndian);
+    Begin(buffer, Buffer::kLittleEndian, "-----------------------------\nParsing incoming Implicit Little Endian\n");
     return Implicit_ParseRawVRIntoDCM(buffer, target, 0);
 }
 
 int TransferSyntaxCodec::EncodeImplicitLittleEndian(Buffer& buffer, DICOMObject* dataSet) {
-    Trace(kDumpTransferSyntax, "-----------------------------\nParsing outgoing Implicit Little Endian\n");
-    buffer.SetByteOrder(Buffer::kLittleEndian);
+    Begin(buffer, Buffer::kLittleEndian, "-----------------------------\nParsing outgoing Implicit Little Endian\n");
     return ImplicitEncode(buffer, dataSet, 0);
 }
 
 int TransferSyntaxCodec::ParseExplicitLittleEndian(Buffer& buffer, DICOMObject* target) {
     // This banner alone has no dashed line; readers of the log rely on the texts as they are.
-    Trace(kDumpTransferSyntax, "Parsing incoming Explicit Little Endian\n");
-    buffer.SetByteOrder(Buffer::kLittleEndian);
+    Begin(buffer, Buffer::kLittleEndian, "Parsing incoming Explicit Little Endian\n");
     return ExplicitParse(buffer, target, 0);
 }
 
 int TransferSyntaxCodec::EncodeExplicitLittleEndian(Buffer& buffer, DICOMObject* dataSet) {
-    Trace(kDumpTransferSyntax, "-----------------------------\nParsing outgoing Explicit Little Endian\n");
-    buffer.SetByteOrder(Buffer::kLittleEndian);
+    Begin(buffer, Buffer::kLittleEndian, "-----------------------------\nParsing outgoing Explicit Little Endian\n");
     return ExplicitEncode(buffer, dataSet, 0);
 }
 
 int TransferSyntaxCodec::ParseExplicitBigEndian(Buffer& buffer, DICOMObject* target) {
-    Trace(kDumpTransferSyntax, "-----------------------------\nParsing incoming Explicit Big Endian\n");
-    buffer.SetByteOrder(Buffer::kBigEndian);
+    Begin(buffer, Buffer::kBigEndian, "-----------------------------\nParsing incoming Explicit Big Endian\n");
     return ExplicitParse(buffer, target, 0);
 }
 
 int TransferSyntaxCodec::EncodeExplicitBigEndian(Buffer& buffer, DICOMObject* dataSet) {
-    Trace(kDumpTransferSyntax, "-----------------------------\nParsing outgoing Explicit Big Endian\n");
-    buffer.SetByteOrder(Buffer::kBigEndian);
+    Begin(buffer, Buffer::kBigEndian, "-----------------------------\nParsing outgoing Explicit Big Endian\n");
     return ExplicitEncode(buffer, dataSet, 0);
 }
 
