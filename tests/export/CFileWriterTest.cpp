@@ -42,12 +42,4 @@ TEST_F(CFileWriterTest, ACopySharesTheFileAndNeverClosesIt) {
     EXPECT_EQ(ReadBack("f"), m_Text);
 }
 
-TEST_F(CFileWriterTest, AFullDiskShowsAtTheLatestInClose) {
-    if (!m_Writer.Open("/dev/full", "wb")) {
-        GTEST_SKIP() << "no /dev/full here";
-    }
-    EXPECT_EQ(m_Writer.Write(m_Text, 1, 8), 8u);
-    EXPECT_EQ(m_Writer.Close(), EOF);
-}
-
 }  // namespace

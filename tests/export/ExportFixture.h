@@ -65,10 +65,9 @@ struct TestSeries {
             for (int i = 0; i < 6; ++i, ++form.first) {
                 pixels.append(reinterpret_cast<const char*>(&form.first), static_cast<std::size_t>(form.bits / 8));
             }
-            DataSet set =
-                SliceAt(-2 * slice).Matrix(2, 3).Text(0x00280030, "0.5\\0.75").Text(0x00080060, form.modality);
-            set.Form(form.bits, form.stored, form.stored - 1, form.isSigned != 0);
-            m_DataSets.push_back(set.Bytes(0x7FE00010, pixels.data(), pixels.size()).Make());
+            DataSet set = SliceAt(-2 * slice).Matrix(2, 3).Bytes(0x7FE00010, pixels.data(), pixels.size());
+            set.Text(0x00280030, "0.5\\0.75").Text(0x00080060, form.modality);
+            m_DataSets.push_back(set.Form(form.bits, form.stored, form.stored - 1, form.isSigned != 0).Make());
             list.push_back(m_DataSets.back().get());
         }
         m_Series.SetIODList(list, nullptr);

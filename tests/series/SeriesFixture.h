@@ -4,13 +4,10 @@
 #include <Korvane/Dicom.h>
 #include <Korvane/Korvane.h>
 
-#include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <map>
-#include <memory>
 #include <numeric>
-#include <string>
 #include <vector>
 
 /// A tag as one number: 0x00280010 is (0028,0010).
@@ -31,6 +28,10 @@ public:
         return Bytes(0x7FE00010, words.data(), words.size() * sizeof(Word));
     }
     DataSet& Drop(Tag tag) { return m_Values.erase(tag), *this; }
+    DataSet& Rescale(const char* intercept, const char* slope) {
+        return Text(0x00281052, intercept).Text(0x00281053, slope);
+    }
+    DataSet& Colour(int samples) { return Form(8, 8, 7, false).Text(0x00280004, "RGB").US(0x00280002, samples); }
     DataSet& Form(int allocated, int stored, int highBit, bool isSigned) {
         return US(0x00280100, allocated).US(0x00280101, stored).US(0x00280102, highBit).US(0x00280103, isSigned);
     }
@@ -39,8 +40,8 @@ public:
     std::unique_ptr<DICOMDataObject> Make() const {
         auto made = std::make_unique<DICOMDataObject>();
         for (const auto& [tag, value] : m_Values) {
-            auto* vr = new VR(static_cast<std::uint16_t>(tag >> 16), static_cast<std::uint16_t>(tag),
-                              static_cast<std::uint32_t>(value.size()), 1);
+            const auto group = static_cast<std::uint16_t>(tag >> 16), element = static_cast<std::uint16_t>(tag);
+            auto* const vr = new VR(group, element, static_cast<std::uint32_t>(value.size()), 1);
             if (!value.empty()) std::memcpy(vr->m_pData, value.data(), value.size());
             made->Push(vr);
         }
@@ -66,10 +67,8 @@ inline std::string Numbers(const std::vector<double>& values) {
 
 /// An axial slice whose pixels are all `pixel`.
 inline DataSet SliceAt(double z, int pixel = 0) {
-    const auto value = static_cast<std::uint16_t>(pixel);
-    return Image({value, value, value, value})
-        .Text(0x00200037, "1\\0\\0\\0\\1\\0")
-        .Text(0x00200032, Numbers({0, 0, z}));
+    DataSet slice = Image(std::vector<std::uint16_t>(4, static_cast<std::uint16_t>(pixel)));
+    return slice.Text(0x00200037, "1\\0\\0\\0\\1\\0").Text(0x00200032, Numbers({0, 0, z}));
 }
 
 /// A multi-frame object of 1 x 1 frames that hold their own number.
@@ -94,19 +93,20 @@ protected:
     }
 
     CVolume& Volume() { return *m_Series.GetVolume(); }
-    int Planes() { return Dimensions()[2]; }
     std::vector<int> Dimensions() {
         std::vector<int> dim(4);
         Volume().GetDimensions(dim.data());
         return dim;
     }
     const std::vector<int>& PlaneOrder() { return m_Series.m_SliceToIndex; }
-    std::vector<float> PlaneZ() {
-        std::vector<float> z(static_cast<std::size_t>(Planes()));
-        for (int k = 0; k < Planes(); ++k) z[static_cast<std::size_t>(k)] = Volume().GetPlane(k)->m_Org[2];
+    /// The planes' z after assembly.
+    std::vector<float> PlaneZ(const std::vector<DataSet>& slices, std::vector<bool>* mask = nullptr) {
+        std::vector<float> z;
+        Assemble(slices, mask);
+        for (int k = 0; k < Dimensions()[2]; ++k) z.push_back(Volume().GetPlane(k)->m_Org[2]);
         return z;
     }
-    template <class Voxel>
+    template <class Voxel = std::uint16_t>
     std::vector<Voxel> Voxels(int plane) {
         const auto* voxels = static_cast<const Voxel*>(Volume().GetPlane(plane)->m_pData);
         return {voxels, voxels + Dimensions()[0] * Dimensions()[1]};
