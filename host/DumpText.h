@@ -4,6 +4,7 @@
 #include <Korvane/Dicom.h>
 
 #include <cstdio>
+#include <iosfwd>
 
 /// One line for each element: tag, type, length, name, value; items indented. What cannot be printed is escaped. Values
 /// are cut after some 100 characters unless `whole`.
@@ -11,4 +12,4 @@ void DumpAsText(const DICOMObject& dataSet, bool whole, std::FILE* out);
 
 /// The DICOM JSON model (PS3.18 Annex F). Group lengths are not part of it, nor is group 0002 unless `meta`. Binary values
 /// are inline, those of encapsulated pixel data with the item headers of their fragments.
-void DumpAsJson(const DICOMObject& dataSet, bool meta, std::FILE* out);
+void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out);

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <iostream>
 #include <memory>
 #include <string>
 
@@ -22,7 +23,7 @@ void Dump(const Arguments& arguments) {
     const DataSetFile file = ReadDataSetFile(arguments.path, kParseAll);
     if (file.dataSet == nullptr) throw HostError(arguments.path + ": not a DICOM file");
     if (arguments.json) {
-        DumpAsJson(*file.dataSet, arguments.meta, stdout);
+        DumpAsJson(*file.dataSet, arguments.meta, std::cout);
     } else {
         DumpAsText(*file.dataSet, arguments.whole, stdout);
     }

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,7 +29,7 @@ void PrintText(const Findings& findings) {
 void Info(const Arguments& arguments) {
     const Findings findings = FindSeries(arguments.paths);
     if (arguments.json) {
-        WriteInfoJson(findings, stdout);
+        WriteInfoJson(findings, std::cout);
     } else {
         PrintText(findings);
     }

@@ -158,6 +158,7 @@ def json_model():
     assert own["00020010"]["Value"] == ["1.2.840.10008.1.2.1"]
     assert own["00280009"]["Value"] == ["00181063", "00181065"] and own["00101000"]["Value"] == ["A", None, "C"]
     assert own["00281050"]["Value"] == [40, 1000, 0.5, 7] and own["00091002"]["Value"] == [str(2**60)]
+    assert own["00089214"]["Value"] == [0.1]  # a single-precision value, not widened
     assert own["00100010"]["Value"] == [
         {"Alphabetic": "Müller^Jörg", "Ideographic": "ideographic", "Phonetic": "phonetic"}]
 
