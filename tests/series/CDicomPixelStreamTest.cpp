@@ -162,6 +162,17 @@ TEST(CDicomPixelStream, RefusesWhatLacksARequiredElementAndSurvivesTheRest) {
     EXPECT_FALSE(Stream(Image().US(0x00280002, 0)).IsValid());
     EXPECT_FALSE(CDicomPixelStream(nullptr).IsValid());
 
+    for (const int stored : {9, 16, 17, 33}) {  // more than the word has: rows read as single pixels do
+        Stream rows(Image().Form(8, stored, stored - 1, true));
+        CDicomPixelStream singles(rows);
+        std::uint8_t read[4];
+        rows.Reset();
+        rows.ReadPixels(read, 4);
+        singles.Reset();
+        for (int i = 0; i < 4; ++i) singles.GetNextPixel();
+        EXPECT_EQ(std::pair(rows.GetMin(), rows.GetMax()), std::pair(singles.GetMin(), singles.GetMax())) << stored;
+    }
+
     constexpr int kMost = std::numeric_limits<int>::max();
     for (const int bits : {0, 7, 24, 32, 33, 65535}) {
         for (const int samples : {1, 2, 3, 4, 65535}) {

@@ -70,6 +70,19 @@ std::string DumpOf(const CVolume& volume) {
 
 }  // namespace
 
+TEST(CVolume, TheLastReferenceDestroys) {
+    static int destroyed = 0;
+    struct Witness : CVolume {
+        ~Witness() override { ++destroyed; }
+    };
+    CVolume* const volume = new Witness;
+    volume->AddRef();
+    volume->Delete();
+    EXPECT_EQ(destroyed, 0);
+    volume->Delete();
+    EXPECT_EQ(destroyed, 1);
+}
+
 TEST(CVolume, SeparatePlanesBecomeContiguousAndStaySo) {
     CVolume volume;
     volume.Init(CVolume::PT_SHORT, 3, 5, 4, 3);
