@@ -1,6 +1,7 @@
 #include "SeriesFixture.h"
 
 #include <algorithm>
+#include <clocale>
 
 TEST(ValueHelpers, NumbersAndTextsEndWithTheValueAndAreBounded) {
     const std::string digits(600, '7');
@@ -19,6 +20,20 @@ TEST(ValueHelpers, NumbersAndTextsEndWithTheValueAndAreBounded) {
     EXPECT_STREQ(buffer, " CT");
     EXPECT_TRUE(ReadDCMStringTag(set.get(), 0x0020, 0x000D, buffer, sizeof buffer));
     EXPECT_STREQ(buffer, "7777777");
+}
+
+TEST(ValueHelpers, CommaLocaleChangesNoNumber) {
+    const auto set = SliceAt(2.5).Rescale("-0.5", "1.25").Make();
+    if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) GTEST_SKIP() << "no locale with a decimal comma is installed";
+    const CModalityLUT lut(set.get());
+    std::vector<DICOMDataObject*> list = {set.get()};
+    CDicomVolume series;
+    series.SetIODList(list, nullptr);
+    const double intercept = VRAtof(set->GetVR(0x0028, 0x1052));
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(std::pair(lut.GetRescale(), lut.GetIntercept()), std::pair(1.25F, -0.5F));
+    EXPECT_EQ(intercept, -0.5);
+    EXPECT_EQ(series.GetVolume()->GetPlane(0)->m_Org[2], -2.5F);
 }
 
 TEST(ValueHelpers, PushedElementsAreLittleEndianAndKeepTheirTerminator) {
