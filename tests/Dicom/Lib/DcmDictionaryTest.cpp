@@ -51,15 +51,11 @@ TEST(Dictionary, ThePublicOneKnowsTheStandard) {
 TEST(Dictionary, CompletesTypes) {
     const DcmDictionary& dictionary = PublicDictionary();
     VR known(0x0010, 0x0010, 0, 0);
-    EXPECT_EQ(dictionary.SetTypeCode(&known), 1);
-    EXPECT_EQ(known.m_TypeCode, TypeCode("PN"));
-    VR typed(0x0010, 0x0010, 0, 0);
-    typed.m_TypeCode = TypeCode("OB");
-    EXPECT_EQ(dictionary.SetTypeCode(&typed), 1);
-    EXPECT_EQ(typed.m_TypeCode, TypeCode("OB"));
-    typed.m_TypeCode = TypeCode("UN");
-    EXPECT_EQ(dictionary.SetTypeCode(&typed), 1);
-    EXPECT_EQ(typed.m_TypeCode, TypeCode("PN"));
+    for (const std::uint16_t before : {std::uint16_t{0}, TypeCode("UN"), TypeCode("OB")}) {
+        known.m_TypeCode = before;
+        EXPECT_EQ(dictionary.SetTypeCode(&known), 1);
+        EXPECT_EQ(known.m_TypeCode, before == TypeCode("OB") ? before : TypeCode("PN"));
+    }
     VR unknown(0x0099, 0x0010, 0, 0);
     EXPECT_EQ(dictionary.SetTypeCode(&unknown), 0);
     EXPECT_EQ(unknown.m_TypeCode, 0);
