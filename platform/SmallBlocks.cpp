@@ -27,7 +27,7 @@ void FreeSmall(void* block) noexcept {
 namespace {
 
 constexpr std::size_t kAlignment = 8;
-constexpr std::size_t kPrefetchBytes = 512;
+constexpr std::size_t kPrefetchBytes = 1024;
 
 // A slab is one chunk or several, each aligned to its size; no block crosses from one into the next. So the chunk of a
 // block follows from its address, and blocks need no header of their own.
@@ -175,6 +175,9 @@ void* AllocateSmall(std::size_t bytes) {
 
 void FreeSmall(void* block) noexcept {
     if (block == nullptr) return;
+    // What was made one behind the other is mostly freed so: the next ones are fetched meanwhile.
+    __builtin_prefetch(static_cast<unsigned char*>(block) + kPrefetchBytes);
+    __builtin_prefetch(static_cast<unsigned char*>(block) + kPrefetchBytes + 64);
     const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(block);
     t_returning.Add(reinterpret_cast<const Chunk*>(address & ~std::uintptr_t{kChunkBytes - 1})->slab);
 }
