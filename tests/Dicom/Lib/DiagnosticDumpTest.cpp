@@ -18,7 +18,9 @@ protected:
     }
     std::string Log() const { return ReadText(m_Path); }
 
-    std::string m_Path = testing::TempDir() + "korvane-dump-test.log";
+    // One for each test: they run side by side.
+    std::string m_Path =
+        testing::TempDir() + "korvane-" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".log";
 };
 
 }  // namespace
