@@ -28,7 +28,9 @@ std::string Title(const Findings& findings, std::size_t index) {
 }
 
 std::string Millimetres(double a, double b) {
-    return a == b ? ShortNumber(a) + " mm" : ShortNumber(a) + " to " + ShortNumber(b) + " mm";
+    const std::string first = ShortNumber(a);
+    const std::string last = ShortNumber(b);
+    return (first == last ? first : first + " to " + last) + " mm";
 }
 
 class Lines {

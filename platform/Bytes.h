@@ -32,10 +32,6 @@ template <class T>
 void StoreLittle(void* bytes, T value) {
     std::memcpy(bytes, &value, sizeof value);
 }
-template <class T>
-void StoreBig(void* bytes, T value) {
-    StoreLittle(bytes, SwapBytes(value));
-}
 
 /// Reverses the bytes of each unit of 2, 4 or 8 bytes in place; bytes behind the last whole unit stay as they are.
 void SwapUnits(void* bytes, std::size_t count, unsigned unit);

@@ -125,7 +125,6 @@ bool Buffer::Write(const void* bytes, std::size_t count) {
     if ((goesPastTheArea || m_WriteUsed + count > kWriteArea) && !Buffer::Flush()) return false;
     if (goesPastTheArea) {
         m_bWriteFailed = !Drain(bytes, count);
-        m_Drained += count;
         return !m_bWriteFailed;
     }
     if (m_pWriteArea == nullptr) m_pWriteArea = std::make_unique_for_overwrite<unsigned char[]>(kWriteArea);
@@ -147,7 +146,6 @@ bool Buffer::WriteZeros(std::size_t count) {
 bool Buffer::Flush() {
     if (m_WriteUsed > 0 && !m_bWriteFailed) {
         m_bWriteFailed = !Drain(m_pWriteArea.get(), m_WriteUsed);
-        m_Drained += m_WriteUsed;
         m_WriteUsed = 0;
     }
     return !m_bWriteFailed;

@@ -59,9 +59,6 @@ public:
     /// Hands the write area on. False when this or an earlier write failed.
     virtual bool Flush();
 
-    /// Bytes written so far, the write area's included.
-    std::uint64_t GetWritten() const { return m_Drained + m_WriteUsed; }
-
     /// While it lives, the buffer ends `length` bytes from where it stands, and positions count from there: a value of
     /// known length read as a stream of its own, without a copy. What was not read of it is skipped at the end.
     class Window {
@@ -121,6 +118,5 @@ private:
 
     std::unique_ptr<unsigned char[]> m_pWriteArea;
     std::size_t m_WriteUsed = 0;
-    std::uint64_t m_Drained = 0;
     bool m_bWriteFailed = false;
 };
