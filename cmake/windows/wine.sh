@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Runs a Windows program of the build under Wine, in the i386 root that wine_root.sh makes. The checkout has the same
+# path inside, and Wine's drive Z: is the root's "/": absolute paths below the checkout mean the same on both sides.
+# Where the machine has a Wine of its own that runs 32-bit programs, KORVANE_WINE may name it.
+#
+# usage: wine.sh PROGRAM [ARGUMENT...]      wine.sh --stop  (ends Wine's own server)
+set -euo pipefail
+
+die() {
+    printf 'wine.sh: %s\n' "$*" >&2
+    exit 1
+}
+
+export WINEDEBUG=${WINEDEBUG:--all}
+[ -z "${KORVANE_WINE:-}" ] || exec "$KORVANE_WINE" "$@"
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
+checkout=$(cd "$here/../.." && pwd -P)
+root=$("$here/wine_root.sh" --where)
+[ -e "$root/complete" ] || die "no Wine at $root (./dev test-windows puts it there)"
+[ "$(id -u)" -eq 0 ] || die "mounting and changing the root needs root rights; or name your own Wine in KORVANE_WINE"
+
+# Mounts in a name space of their own: they end with the program, and nothing that removes the root meets the checkout.
+if [ "${KORVANE_WINE_MOUNTED:-}" != "$root" ]; then
+    KORVANE_WINE_MOUNTED=$root exec unshare --mount "$here/wine.sh" "$@"
+fi
+if [ ! -e "$root/proc/self" ]; then
+    mount --bind /proc "$root/proc"
+    mount --bind /dev "$root/dev"
+fi
+if [ ! -e "$root$checkout/dev" ]; then
+    mkdir -p "$root$checkout"
+    mount --bind "$checkout" "$root$checkout"
+fi
+
+if [ "${1:-}" = --stop ]; then
+    exec env WINEPREFIX=/prefix chroot "$root" wineserver --kill
+fi
+# The current folder may lie outside what the root shows.
+folder=$PWD
+[ -d "$root$folder" ] || folder=/
+exec env HOME=/root WINEPREFIX=/prefix chroot "$root" /bin/sh -c 'cd "$0" && exec wine "$@"' "$folder" "$@"
