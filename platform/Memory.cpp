@@ -3,6 +3,7 @@
 #include "platform/Pages.h"
 #include "platform/Sanitizer.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <new>
 
@@ -10,7 +11,6 @@
 #include <malloc.h>
 #else
 #include <atomic>
-#include <cstdint>
 #include <mutex>
 #endif
 
@@ -19,7 +19,7 @@ namespace platform {
 #if defined(_WIN32)
 
 void* AllocateBuffer(std::size_t bytes) {
-    void* const block = _aligned_malloc(bytes == 0 ? 1 : bytes, 64);
+    void* const block = bytes > SIZE_MAX / 2 ? nullptr : _aligned_malloc(bytes == 0 ? 1 : bytes, 64);
     if (block == nullptr) throw std::bad_alloc();
     return block;
 }

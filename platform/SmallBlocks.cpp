@@ -1,6 +1,7 @@
 #include "platform/SmallBlocks.h"
 
 #include "platform/Pages.h"
+#include "platform/PerThread.h"
 #include "platform/Sanitizer.h"
 
 #include <algorithm>
@@ -35,7 +36,7 @@ constexpr std::size_t kChunkBytes = 64 * 1024;
 
 struct Slab;
 
-struct Chunk {
+struct alignas(kAlignment) Chunk {
     Slab* slab;
 };
 
@@ -52,7 +53,7 @@ struct Slab : Chunk {
 /// other does not ask the system for memory each time.
 class Spare {
 public:
-    ~Spare() {
+    void Close() noexcept {
         if (m_pSlab != nullptr) UnmapPages(m_pSlab, kChunkBytes);
         m_bClosed = true;
     }
@@ -74,10 +75,8 @@ private:
     bool m_bClosed = false;
 };
 
-thread_local Spare t_spare;
-
-Slab* MakeSlab(std::size_t bytes) {
-    void* memory = bytes == kChunkBytes ? t_spare.Take() : nullptr;
+Slab* MakeSlab(std::size_t bytes, Spare& spare) {
+    void* memory = bytes == kChunkBytes ? spare.Take() : nullptr;
     if (memory == nullptr) memory = MapPages(bytes);
     auto* const slab = new (memory) Slab;
     slab->slab = slab;
@@ -86,9 +85,9 @@ Slab* MakeSlab(std::size_t bytes) {
 }
 
 /// True when the slab has gone back with this.
-bool TakeOff(Slab* slab, std::size_t count) noexcept {
+bool TakeOff(Slab* slab, std::size_t count, Spare& spare) noexcept {
     if (slab->holders.fetch_sub(count, std::memory_order_acq_rel) != count) return false;
-    if (slab->bytes != kChunkBytes || !t_spare.Keep(slab)) UnmapPages(slab, slab->bytes);
+    if (slab->bytes != kChunkBytes || !spare.Keep(slab)) UnmapPages(slab, slab->bytes);
     return true;
 }
 
@@ -96,11 +95,9 @@ bool TakeOff(Slab* slab, std::size_t count) noexcept {
 /// to a huge page.
 class Filling {
 public:
-    ~Filling() { Retire(); }
-
-    void* Cut(std::size_t bytes) {
+    void* Cut(std::size_t bytes, Spare& spare) {
         const std::size_t step = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-        if (static_cast<std::size_t>(m_pChunkEnd - m_pNext) < step) BeginChunk();
+        if (static_cast<std::size_t>(m_pChunkEnd - m_pNext) < step) BeginChunk(spare);
         unsigned char* const block = m_pNext;
         m_pNext += step;
         ++m_Given;
@@ -109,16 +106,16 @@ public:
         return block;
     }
 
-private:
-    void Retire() noexcept {
+    void Retire(Spare& spare) noexcept {
         if (m_pSlab == nullptr) return;
-        const bool allCameBack = TakeOff(m_pSlab, Slab::kBias - m_Given);
+        const bool allCameBack = TakeOff(m_pSlab, Slab::kBias - m_Given, spare);
         m_NextBytes = allCameBack ? kChunkBytes : std::min(m_NextBytes * 2, kHugePageBytes);
         m_pSlab = nullptr;
         m_pNext = m_pChunkEnd = nullptr;
     }
 
-    void BeginChunk() {
+private:
+    void BeginChunk(Spare& spare) {
         const bool hasMore =
             m_pSlab != nullptr && m_pChunkEnd < reinterpret_cast<unsigned char*>(m_pSlab) + m_pSlab->bytes;
         if (hasMore) {
@@ -127,8 +124,8 @@ private:
             m_pChunkEnd += kChunkBytes;
             return;
         }
-        Retire();
-        m_pSlab = MakeSlab(m_NextBytes);
+        Retire(spare);
+        m_pSlab = MakeSlab(m_NextBytes, spare);
         m_Given = 0;
         m_pNext = reinterpret_cast<unsigned char*>(m_pSlab + 1);
         m_pChunkEnd = reinterpret_cast<unsigned char*>(m_pSlab) + kChunkBytes;
@@ -144,33 +141,41 @@ private:
 /// Blocks that come back to the same slab one after the other are counted here first, for one atomic operation.
 class Returning {
 public:
-    ~Returning() { Flush(); }
-
-    void Add(Slab* slab) noexcept {
+    void Add(Slab* slab, Spare& spare) noexcept {
         if (slab != m_pSlab) {
-            Flush();
+            Flush(spare);
             m_pSlab = slab;
         }
         ++m_Count;
     }
 
-private:
-    void Flush() noexcept {
-        if (m_Count != 0) TakeOff(m_pSlab, m_Count);
+    void Flush(Spare& spare) noexcept {
+        if (m_Count != 0) TakeOff(m_pSlab, m_Count, spare);
         m_Count = 0;
     }
 
+private:
     Slab* m_pSlab = nullptr;
     std::size_t m_Count = 0;
 };
 
-thread_local Filling t_filling;
-thread_local Returning t_returning;
+struct ThreadBlocks {
+    ~ThreadBlocks() {
+        returning.Flush(spare);
+        filling.Retire(spare);
+        spare.Close();
+    }
+
+    Spare spare;
+    Filling filling;
+    Returning returning;
+};
 
 }  // namespace
 
 void* AllocateSmall(std::size_t bytes) {
-    return t_filling.Cut(bytes);
+    ThreadBlocks& own = PerThread<ThreadBlocks>::Get();
+    return own.filling.Cut(bytes, own.spare);
 }
 
 void FreeSmall(void* block) noexcept {
@@ -179,7 +184,8 @@ void FreeSmall(void* block) noexcept {
     __builtin_prefetch(static_cast<unsigned char*>(block) + kPrefetchBytes);
     __builtin_prefetch(static_cast<unsigned char*>(block) + kPrefetchBytes + 64);
     const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(block);
-    t_returning.Add(reinterpret_cast<const Chunk*>(address & ~std::uintptr_t{kChunkBytes - 1})->slab);
+    ThreadBlocks& own = PerThread<ThreadBlocks>::Get();
+    own.returning.Add(reinterpret_cast<const Chunk*>(address & ~std::uintptr_t{kChunkBytes - 1})->slab, own.spare);
 }
 
 #endif

@@ -2,12 +2,10 @@
 // refuses "/refused.hdr", and hangs up in the middle of a file named "cut".
 #pragma once
 
-#include <arpa/inet.h>
+#include <SystemSockets.h>
 #include <map>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
-#include <unistd.h>
 
 class FakeFtpServer {
 public:
@@ -18,9 +16,12 @@ public:
     /// Waits for the session's end; then what has been received may be looked at.
     void Finish() {
         if (m_Thread.joinable()) {
-            shutdown(m_Listener, SHUT_RDWR);  // where nobody has connected
+            const Socket visitor = socket(AF_INET, SOCK_STREAM, 0);  // where nobody else has connected
+            sockaddr_in address = Address(m_Listener);
+            connect(visitor, reinterpret_cast<sockaddr*>(&address), sizeof address);
+            CloseSocket(visitor);
             m_Thread.join();
-            close(m_Listener);
+            CloseSocket(m_Listener);
         }
     }
 
@@ -28,17 +29,23 @@ public:
     std::map<std::string, std::string> m_Files;
 
 private:
-    static int Listen() {
-        const int listener = socket(AF_INET, SOCK_STREAM, 0);
-        listen(listener, 1);  // on any free port
+    static Socket Listen() {
+        StartSockets();
+        const Socket listener = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in address{};  // any free port
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        listen(listener, 1);
         return listener;
     }
-    static int Port(int listener) {
+    static sockaddr_in Address(Socket listener) {
         sockaddr_in address{};
         socklen_t length = sizeof address;
         getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-        return ntohs(address.sin_port);
+        return address;
     }
+    static int Port(Socket listener) { return ntohs(Address(listener).sin_port); }
 
     void Serve() {
         m_Control = accept(m_Listener, nullptr, nullptr);
@@ -46,15 +53,18 @@ private:
         for (std::string command = " "; !command.empty() && !reply.empty();) {
             Say(reply);
             command.clear();
-            for (char c; read(m_Control, &c, 1) == 1 && c != '\n';) {
+            for (char c; recv(m_Control, &c, 1, 0) == 1 && c != '\n';) {
                 command += c == '\r' ? ' ' : c;
             }
             m_Log += command;
             reply = Reply(command.substr(0, command.find_last_not_of(' ') + 1));
         }
-        close(m_Control);
+        CloseSocket(m_Control);
     }
-    void Say(const std::string& reply) { send(m_Control, (reply + "\r\n").c_str(), reply.size() + 2, MSG_NOSIGNAL); }
+    void Say(const std::string& reply) {
+        const std::string line = reply + "\r\n";
+        send(m_Control, line.data(), line.size(), kQuietly);
+    }
 
     std::string Reply(const std::string& command) {
         static const std::map<std::string, std::string> replies{
@@ -74,18 +84,18 @@ private:
 
     std::string Receive(const std::string& name) {
         Say("150 Go on");
-        const int data = accept(m_Passive, nullptr, nullptr);
+        const Socket data = accept(m_Passive, nullptr, nullptr);
         char block[4096];
-        for (ssize_t got; (got = read(data, block, sizeof block)) > 0 && name != "cut";) {
+        for (long got; (got = recv(data, block, sizeof block, 0)) > 0 && name != "cut";) {
             m_Files[name].append(block, static_cast<std::size_t>(got));
         }
-        close(data);
-        close(m_Passive);
+        CloseSocket(data);
+        CloseSocket(m_Passive);
         return name == "cut" ? "" : "226 Stored";
     }
 
-    const int m_Listener = Listen();
-    int m_Control = -1;
-    int m_Passive = -1;
+    const Socket m_Listener = Listen();
+    Socket m_Control{};
+    Socket m_Passive{};
     std::thread m_Thread{[this] { Serve(); }};
 };

@@ -11,7 +11,9 @@ using namespace platform;
 
 TEST(Number, ReadsAsTheCLibraryDoesWhateverTheLocale) {
     const std::string before = std::setlocale(LC_ALL, nullptr);
-    std::setlocale(LC_ALL, "de_DE.UTF-8");  // where it exists: a comma for the decimal point
+    for (const char* const name : {"de_DE.UTF-8", "German"}) {  // where one exists: a comma for the decimal point
+        if (std::setlocale(LC_ALL, name) != nullptr) break;
+    }
     EXPECT_EQ(ParseReal(" +1.5e2 "), 150.0);
     EXPECT_EQ(ParseReal("1,5"), 1.0);
     EXPECT_EQ(FormatReal(0.1F), "0.1");

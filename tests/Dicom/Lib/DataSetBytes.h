@@ -120,7 +120,8 @@ inline void WriteBytes(const std::string& path, const Bytes& bytes) {
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+/// A file that was written as text: its line ends are the system's.
 inline std::string ReadText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(path);
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
