@@ -1,8 +1,10 @@
 #include "export/CFTPSend.h"
 
+#include "platform/Layout.h"
 #include "platform/Signals.h"
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <ftplib.h>
@@ -53,6 +55,7 @@ CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
 }
 
 CFTPSend::~CFTPSend() {
+    static_assert(platform::LieInOrder({offsetof(CFTPSend, m_pControl), offsetof(CFTPSend, m_pData)}));
     CFTPSend::Close();
     EndSession();
 }

@@ -1,9 +1,11 @@
 #include "export/CFileReader.h"
 
 #include "platform/File.h"
+#include "platform/Layout.h"
 
 #include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 namespace {
@@ -48,6 +50,8 @@ CFileReader& CFileReader::operator=(const CFileReader& source) {
 }
 
 CFileReader::~CFileReader() {
+    static_assert(platform::LieInOrder(
+        {offsetof(CFileReader, m_nLine), offsetof(CFileReader, m_pFile), offsetof(CFileReader, m_Line)}));
     Close();
 }
 

@@ -1,11 +1,14 @@
 #include "export/CVolumeExport.h"
 
+#include "platform/Layout.h"
+
 #include "export/CFTPSend.h"
 #include "export/CFileWriter.h"
 #include "volume/CPercent.h"
 #include "volume/CVolume.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 
 namespace {
@@ -80,6 +83,8 @@ CVolumeExport& CVolumeExport::operator=(const CVolumeExport& source) {
 }
 
 CVolumeExport::~CVolumeExport() {
+    static_assert(platform::LieInOrder({offsetof(CVolumeExport, m_pVolume), offsetof(CVolumeExport, m_pCallback),
+                                        offsetof(CVolumeExport, m_pWriter), offsetof(CVolumeExport, m_Error)}));
     ReleaseVolume();
     ReleaseWriter();
 }

@@ -64,6 +64,7 @@ void CatchInterrupts() {
 void PrepareStandardOutput() {
     SetConsoleOutputCP(CP_UTF8);
     _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
 }
 
 std::vector<std::string> GetArguments(int argc, char** argv) {

@@ -19,7 +19,7 @@ void CatchInterrupts();
 /// Whether one has come.
 bool WasInterrupted();
 
-/// Standard output takes UTF-8 and bytes as they are, without line-end translation.
+/// Standard output and error take UTF-8 and bytes as they are, without line-end translation.
 void PrepareStandardOutput();
 
 /// The arguments of `main` in UTF-8, the program's name first.

@@ -3,12 +3,14 @@
 #include "Dicom/Lib/DICOMObject.h"
 #include "platform/Bytes.h"
 #include "platform/Integer.h"
+#include "platform/Layout.h"
 #include "platform/Number.h"
 #include "series/PixelRows.h"
 #include "series/ValueHelpers.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -43,7 +45,40 @@ CDicomPixelStream::CDicomPixelStream(DICOMDataObject* ddo) {
     SetDDO(ddo);
 }
 
-CDicomPixelStream::~CDicomPixelStream() = default;
+CDicomPixelStream::~CDicomPixelStream() {
+    static_assert(platform::LieInOrder({offsetof(CDicomPixelStream, m_bValid),
+                                        offsetof(CDicomPixelStream, m_bInvert),
+                                        offsetof(CDicomPixelStream, m_pInterpret),
+                                        offsetof(CDicomPixelStream, m_nMaxPossible),
+                                        offsetof(CDicomPixelStream, m_nBitsAllocated),
+                                        offsetof(CDicomPixelStream, m_nBitsStored),
+                                        offsetof(CDicomPixelStream, m_nFrames),
+                                        offsetof(CDicomPixelStream, m_nHighBit),
+                                        offsetof(CDicomPixelStream, m_nSignOffset),
+                                        offsetof(CDicomPixelStream, m_nXORMask),
+                                        offsetof(CDicomPixelStream, m_nOverlayMask),
+                                        offsetof(CDicomPixelStream, m_bOverlay),
+                                        offsetof(CDicomPixelStream, m_nPixelShift),
+                                        offsetof(CDicomPixelStream, m_nSamples),
+                                        offsetof(CDicomPixelStream, m_bSigned),
+                                        offsetof(CDicomPixelStream, m_nBytesPerPixel),
+                                        offsetof(CDicomPixelStream, m_pData),
+                                        offsetof(CDicomPixelStream, m_pCursor),
+                                        offsetof(CDicomPixelStream, m_nPixelMask),
+                                        offsetof(CDicomPixelStream, m_nMin),
+                                        offsetof(CDicomPixelStream, m_nMax),
+                                        offsetof(CDicomPixelStream, m_nRows),
+                                        offsetof(CDicomPixelStream, m_nCols),
+                                        offsetof(CDicomPixelStream, m_Photometric),
+                                        offsetof(CDicomPixelStream, m_Inc),
+                                        offsetof(CDicomPixelStream, m_nWinMin),
+                                        offsetof(CDicomPixelStream, m_nWinMax),
+                                        offsetof(CDicomPixelStream, m_dXSpacing),
+                                        offsetof(CDicomPixelStream, m_dYSpacing),
+                                        offsetof(CDicomPixelStream, m_fIntercept),
+                                        offsetof(CDicomPixelStream, m_fRescale),
+                                        offsetof(CDicomPixelStream, m_nImg)}));
+}
 
 // ---- Opening
 

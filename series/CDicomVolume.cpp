@@ -2,6 +2,7 @@
 
 #include "Dicom/Lib/DICOMObject.h"
 #include "platform/Integer.h"
+#include "platform/Layout.h"
 #include "series/CDicomPixelStream.h"
 #include "series/GeometryElements.h"
 #include "series/PixelRows.h"
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -95,7 +97,16 @@ void CDicomVolume::Reference::Renew() {
 CDicomVolume::CDicomVolume() = default;
 CDicomVolume::CDicomVolume(const CDicomVolume& other) = default;
 CDicomVolume& CDicomVolume::operator=(const CDicomVolume& other) = default;
-CDicomVolume::~CDicomVolume() = default;
+CDicomVolume::~CDicomVolume() {
+    static_assert(platform::HasSize32<SliceRecord>(32));
+    static_assert(platform::LieInOrder({offsetof(CDicomVolume, m_bUseSliceLocation), offsetof(CDicomVolume, m_bReverse),
+                                        offsetof(CDicomVolume, m_SliceToIndex), offsetof(CDicomVolume, m_IndexToSlice),
+                                        offsetof(CDicomVolume, m_pVolume), offsetof(CDicomVolume, m_DDOList),
+                                        offsetof(CDicomVolume, m_pRefDDO), offsetof(CDicomVolume, m_pCallback),
+                                        offsetof(CDicomVolume, m_bMultiframe), offsetof(CDicomVolume, m_nFrames),
+                                        offsetof(CDicomVolume, m_Selected), offsetof(CDicomVolume, m_Row),
+                                        offsetof(CDicomVolume, m_Col), offsetof(CDicomVolume, m_Normal)}));
+}
 
 void CDicomVolume::Restart() {
     m_pVolume.Renew();

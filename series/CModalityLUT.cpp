@@ -2,7 +2,10 @@
 
 #include "Dicom/Lib/DICOMObject.h"
 #include "platform/Integer.h"
+#include "platform/Layout.h"
 #include "platform/Number.h"
+
+#include <cstddef>
 
 CModalityLUT::CModalityLUT() : m_fRescale(1.0F), m_fIntercept(0.0F) {}
 
@@ -12,7 +15,9 @@ CModalityLUT::CModalityLUT(DICOMDataObject* ddo) {
     }
 }
 
-CModalityLUT::~CModalityLUT() = default;
+CModalityLUT::~CModalityLUT() {
+    static_assert(platform::LieInOrder({offsetof(CModalityLUT, m_fRescale), offsetof(CModalityLUT, m_fIntercept)}));
+}
 
 void CModalityLUT::SetDDO(DICOMDataObject* ddo) {
     const VR* intercept = ddo->GetVR(0x0028, 0x1052);

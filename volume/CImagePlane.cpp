@@ -1,9 +1,11 @@
 #include "volume/CImagePlane.h"
 
+#include "platform/Layout.h"
 #include "platform/Memory.h"
 #include "volume/BufferSize.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <stdexcept>
 #include <utility>
 
@@ -19,6 +21,8 @@ CImagePlane::CImagePlane(CImagePlane&& other) noexcept : CImagePlane() {
 }
 
 CImagePlane::~CImagePlane() {
+    static_assert(platform::LieInOrder(
+        {offsetof(CImagePlane, m_Org), offsetof(CImagePlane, m_pData), offsetof(CImagePlane, m_bOwner)}));
     Release();
 }
 

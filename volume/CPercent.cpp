@@ -1,11 +1,18 @@
 #include "volume/CPercent.h"
 
+#include "platform/Layout.h"
+
 #include "volume/ProgressStep.h"
+
+#include <cstddef>
 
 CPercent::CPercent() = default;
 CPercent::CPercent(const CPercent& other) = default;
 CPercent& CPercent::operator=(const CPercent& other) = default;
-CPercent::~CPercent() = default;
+CPercent::~CPercent() {
+    static_assert(platform::LieInOrder(
+        {offsetof(CPercent, m_lTotElab), offsetof(CPercent, m_lElab), offsetof(CPercent, m_nPercent)}));
+}
 
 bool CPercent::OnProgress(short) {
     return true;

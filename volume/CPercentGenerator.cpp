@@ -1,11 +1,19 @@
 #include "volume/CPercentGenerator.h"
 
+#include "platform/Layout.h"
+
 #include "volume/ProgressStep.h"
+
+#include <cstddef>
 
 CPercentGenerator::CPercentGenerator() = default;
 CPercentGenerator::CPercentGenerator(const CPercentGenerator& other) = default;
 CPercentGenerator& CPercentGenerator::operator=(const CPercentGenerator& other) = default;
-CPercentGenerator::~CPercentGenerator() = default;
+CPercentGenerator::~CPercentGenerator() {
+    static_assert(
+        platform::LieInOrder({offsetof(CPercentGenerator, m_lTotElab), offsetof(CPercentGenerator, m_lElab),
+                              offsetof(CPercentGenerator, m_nPercent), offsetof(CPercentGenerator, m_bCancel)}));
+}
 
 void CPercentGenerator::SetTotElab(long total) {
     m_lTotElab = platform::Low32(total);

@@ -1,6 +1,7 @@
 #include "volume/CVolume.h"
 
 #include "platform/Integer.h"
+#include "platform/Layout.h"
 #include "platform/Memory.h"
 #include "volume/BufferSize.h"
 #include "volume/VoxelRange.h"
@@ -65,6 +66,12 @@ CVolume& CVolume::operator=(const CVolume& other) {
 }
 
 CVolume::~CVolume() {
+    static_assert(platform::LieInOrder(
+        {offsetof(CVolume, m_Dim), offsetof(CVolume, m_Inc), offsetof(CVolume, m_Org), offsetof(CVolume, m_Orient),
+         offsetof(CVolume, m_Space), offsetof(CVolume, m_Min), offsetof(CVolume, m_Max), offsetof(CVolume, m_Type),
+         offsetof(CVolume, m_bInit), offsetof(CVolume, m_pVolume), offsetof(CVolume, m_VoxelSize),
+         offsetof(CVolume, m_ZInterp), offsetof(CVolume, m_Planes), offsetof(CVolume, m_nRefs),
+         offsetof(CVolume, m_AllocMode)}));
     ReleaseBlock();
 }
 

@@ -1,6 +1,8 @@
 // One sample of a volume's z-interpolation table.
 #pragma once
 
+#include "../platform/Layout.h"
+
 class CImagePlane;
 
 /// The two planes around one evenly spaced z sample of a volume, and how much each of them counts.
@@ -20,4 +22,4 @@ struct ZInterpVector {
     float m_zHighVox = 0;            ///< |z(high) - z(plane 0)| in voxel sizes.
 };
 
-static_assert(sizeof(void*) != 4 || sizeof(ZInterpVector) == 40, "ten 32-bit fields for hosts of the 32-bit module");
+static_assert(platform::HasSize32<ZInterpVector>(40), "ten 32-bit fields");

@@ -1,9 +1,11 @@
 #include "Dicom/Lib/VR.h"
 
 #include "Dicom/Lib/DICOMObject.h"
+#include "platform/Layout.h"
 #include "platform/Memory.h"
 #include "platform/SmallBlocks.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -50,6 +52,10 @@ VR::VR(const VR& source, bool deep)
 }
 
 VR::~VR() {
+    static_assert(platform::LieInOrder({offsetof(VR, m_Group), offsetof(VR, m_Element), offsetof(VR, m_Length),
+                                        offsetof(VR, m_pData), offsetof(VR, m_bOwnsData), offsetof(VR, m_bValueMoved),
+                                        offsetof(VR, m_pSequence), offsetof(VR, m_pReference), offsetof(VR, m_TypeCode),
+                                        offsetof(VR, m_StreamOffset)}));
     FreeValue();
     FreeSequence();
 }
