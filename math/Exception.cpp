@@ -16,8 +16,11 @@ char g_ZeroMessage[kCapacity] = "Divisione per zero - ";
 // Two threads that throw at once mix their texts up, but never write beyond the buffer: its last byte stays zero.
 void Append(char (&buffer)[kCapacity], const char* operation) {
     if (operation == nullptr) return;
-    const auto used = static_cast<std::size_t>(std::find(buffer, buffer + kCapacity - 1, '\0') - buffer);
-    std::memcpy(buffer + used, operation, std::min(std::strlen(operation), kCapacity - 1 - used));
+    char* const end = buffer + kCapacity - 1;
+    char* const from = std::find(buffer, end, '\0');
+    const std::size_t count = std::min(std::strlen(operation), static_cast<std::size_t>(end - from));
+    std::memcpy(from, operation, count);
+    from[count] = '\0';
 }
 
 }  // namespace
