@@ -2,9 +2,11 @@
 
 #include "math/Exception.h"
 #include "math/FMatrixBlock.h"
+#include "platform/Layout.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -34,6 +36,9 @@ FMatrix::FMatrix(FMatrix&& other) noexcept {
 }
 
 FMatrix::~FMatrix() {
+    static_assert(
+        platform::LieInOrder({offsetof(FMatrix, m_nReserved), offsetof(FMatrix, m_nRows), offsetof(FMatrix, m_nCols),
+                              offsetof(FMatrix, m_pRows), offsetof(FMatrix, m_bCreated)}));
     release();
 }
 

@@ -2,11 +2,13 @@
 
 #include "math/Exception.h"
 #include "math/FMatrix.h"
+#include "platform/Layout.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <utility>
@@ -18,7 +20,8 @@ FVector::FVector(int n) {
 }
 
 FVector::FVector(const float* elements, int n) {
-    assign(elements, n);
+    init(n);
+    copyElements(elements);
 }
 
 FVector::FVector(const FVector& other) {
@@ -31,6 +34,8 @@ FVector::FVector(FVector&& other) noexcept {
 }
 
 FVector::~FVector() {
+    static_assert(platform::LieInOrder({offsetof(FVector, m_nRef), offsetof(FVector, m_nDim),
+                                        offsetof(FVector, m_pElements), offsetof(FVector, m_bOwner)}));
     release();
 }
 
@@ -122,14 +127,19 @@ void FVector::free() {
 }
 
 void FVector::assign(const float* elements, int n) {
-    FVector copy;
-    copy.init(n);
-    if (elements != nullptr) {
-        std::copy_n(elements, copy.m_nDim, copy.m_pElements);
+    if (n == m_nDim) {
+        copyElements(elements);
     } else {
-        copy.zero();
+        *this = FVector(elements, n);
     }
-    *this = std::move(copy);
+}
+
+void FVector::copyElements(const float* elements) {
+    if (elements == nullptr) {
+        zero();
+    } else if (m_nDim > 0) {
+        std::memmove(m_pElements, elements, static_cast<std::size_t>(m_nDim) * sizeof(float));
+    }
 }
 
 // ---- Elements

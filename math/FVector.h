@@ -103,6 +103,7 @@ private:
     void init(int n);
     void allocate(int n, const char* operation);
     void release();
+    void copyElements(const float* elements);
     void take(FVector& other);
     bool isInside() const { return m_pElements == m_Inside; }
 
