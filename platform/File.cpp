@@ -37,6 +37,11 @@ std::wstring WidePath(const char* path) {
     return {};
 }
 
+/// `errno` after a failure to open the path.
+void NameLength(const char* path) {
+    if (errno == ENOENT && IsPathTooLong(path)) errno = ENAMETOOLONG;
+}
+
 bool IsDirectory(const std::wstring& path) {
     const DWORD attributes = GetFileAttributesW(path.c_str());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
@@ -54,13 +59,20 @@ std::string NativePath(const char* path) {
     return native;
 }
 
+bool IsPathTooLong(const char* path) {
+    const std::wstring wide = WidePath(NativePath(path).c_str());
+    return GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr) > MAX_PATH;  // both with the zero at the end
+}
+
 std::FILE* OpenFile(const char* path, const char* mode) {
     const std::wstring wide = WidePath(NativePath(path).c_str());
     if (IsDirectory(wide)) {
         errno = EISDIR;
         return nullptr;
     }
-    return _wfopen(wide.c_str(), WidePath(mode).c_str());
+    std::FILE* const file = _wfopen(wide.c_str(), WidePath(mode).c_str());
+    if (file == nullptr) NameLength(path);
+    return file;
 }
 
 bool FileExists(const char* path) {
@@ -75,7 +87,10 @@ bool InputFile::Open(const char* path) {
         return false;
     }
     m_Handle = _wopen(wide.c_str(), _O_RDONLY | _O_BINARY | _O_SEQUENTIAL);
-    if (m_Handle < 0) return false;
+    if (m_Handle < 0) {
+        NameLength(path);
+        return false;
+    }
     const long long size = _filelengthi64(m_Handle);
     m_Size = size > 0 ? static_cast<std::uint64_t>(size) : 0;
     return true;
@@ -87,6 +102,10 @@ std::string NativePath(const char* path) {
     std::string native(path);
     std::replace(native.begin(), native.end(), '\\', '/');
     return native;
+}
+
+bool IsPathTooLong(const char*) {
+    return false;
 }
 
 std::FILE* OpenFile(const char* path, const char* mode) {

@@ -12,7 +12,11 @@ namespace platform {
 /// The path with the system's own separators.
 std::string NativePath(const char* path);
 
-/// `fopen`. Null with `errno` set on failure; EISDIR for a directory.
+/// Whether the system takes no path of this length, though each of its names is short enough: 259 characters, counted
+/// from the drive, on Windows, which calls such a path missing.
+bool IsPathTooLong(const char* path);
+
+/// `fopen`. Null with `errno` set on failure; EISDIR for a directory, ENAMETOOLONG by `IsPathTooLong`.
 std::FILE* OpenFile(const char* path, const char* mode);
 
 /// Whether anything stands under the path (no access rights checked).

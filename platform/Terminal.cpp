@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
 #if defined(_WIN32)
 #include <fcntl.h>
@@ -29,6 +30,8 @@ bool WasInterrupted() {
 #if defined(_WIN32)
 
 namespace {
+
+constexpr std::size_t kOutputBuffer = 32 * 1024;
 
 BOOL WINAPI OnControl(DWORD) {
     if (s_interrupted != 0) return FALSE;
@@ -62,9 +65,17 @@ void CatchInterrupts() {
 }
 
 void PrepareStandardOutput() {
+    static const UINT s_codePage = GetConsoleOutputCP();  // the console outlives the program
+    std::atexit([] {
+        std::fflush(nullptr);
+        SetConsoleOutputCP(s_codePage);
+    });
     SetConsoleOutputCP(CP_UTF8);
-    _setmode(_fileno(stdout), _O_BINARY);
-    _setmode(_fileno(stderr), _O_BINARY);
+    for (std::FILE* const stream : {stdout, stderr}) {
+        _setmode(_fileno(stream), _O_BINARY);
+        // Without a buffer the console gets byte after byte, and shows no character that has several.
+        std::setvbuf(stream, nullptr, _IOFBF, kOutputBuffer);
+    }
 }
 
 std::vector<std::string> GetArguments(int argc, char** argv) {

@@ -19,7 +19,8 @@ void CatchInterrupts();
 /// Whether one has come.
 bool WasInterrupted();
 
-/// Standard output and error take UTF-8 and bytes as they are, without line-end translation.
+/// Standard output and error take UTF-8 and bytes as they are, without line-end translation. On Windows both are
+/// buffered from then on: flush what shall be seen at once.
 void PrepareStandardOutput();
 
 /// The arguments of `main` in UTF-8, the program's name first.
