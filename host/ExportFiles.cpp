@@ -90,12 +90,14 @@ void ExportFiles::Fail(const std::string& what, const std::string& reason) {
 }
 
 void ExportFiles::Commit() {
-    for (std::size_t i = 0; !m_Destination.isFtp && i < m_Names.size(); ++i) {
+    // The header is the first and is named last: a reader that finds it finds the rest, and an image that is in use,
+    // which Windows does not let go, costs nothing of what was there before.
+    for (std::size_t i = m_Names.size(); !m_Destination.isFtp && i-- > 0;) {
         std::error_code error;
         std::filesystem::rename(PathFromText(m_Names[i] + kUnfinished), PathFromText(m_Names[i]), error);
         if (!error) continue;
-        for (std::size_t named = 0; named < i; ++named) RemoveFile(m_Names[named]);
-        throw HostError("cannot create " + m_Names[i] + ": " + error.message());
+        for (std::size_t named = i + 1; named < m_Names.size(); ++named) RemoveFile(m_Names[named]);
+        throw HostError("cannot create " + m_Names[i] + ": " + SystemText(error, m_Names[i]));
     }
     m_bCommitted = true;
 }

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 
 /// What could not be done: exit status 1.
@@ -35,6 +36,9 @@ void StopIfInterrupted();
 
 /// The text of an `errno` value.
 std::string SystemText(int error);
+/// Why something could not be done with a path. By the `errno` value that the error stands for, where there is one:
+/// Windows' own texts are in the user's language and in the system's code page.
+std::string SystemText(const std::error_code& error, const std::string& path);
 
 /// A line on standard error.
 void Warn(const std::string& text);

@@ -15,7 +15,7 @@ fs::path PathFromText(const std::string& text) {
 }
 
 std::string TextFromPath(const fs::path& path) {
-    const std::u8string text = path.u8string();
+    const std::u8string text = path.generic_u8string();
     return {text.begin(), text.end()};
 }
 
@@ -23,9 +23,10 @@ void MakeDirectory(const std::string& directory) {
     std::error_code error;
     const fs::path path = PathFromText(directory);
     fs::create_directories(path, error);
-    if (!fs::is_directory(path)) {
-        const std::string reason = error ? error.message() : "something else is there";
-        throw HostError("cannot create the folder " + directory + ": " + reason);
+    std::error_code ignored;
+    if (!fs::is_directory(path, ignored)) {
+        throw HostError("cannot create the folder " + directory + ": " +
+                        (error ? SystemText(error, directory) : "something else is there"));
     }
 }
 

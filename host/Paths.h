@@ -6,6 +6,8 @@
 
 /// Slashes and backslashes both separate.
 std::filesystem::path PathFromText(const std::string& text);
+
+/// Slashes separate on every system, so that lists of files have the same order, and texts the same bytes, everywhere.
 std::string TextFromPath(const std::filesystem::path& path);
 
 /// Creates a directory and those above it. Throws `HostError`.

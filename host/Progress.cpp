@@ -16,7 +16,9 @@ ProgressBar::ProgressBar(std::string label, long total)
 }
 
 ProgressBar::~ProgressBar() {
-    if (m_bTerminal) std::fprintf(stderr, "\r\x1B[K");
+    if (!m_bTerminal) return;
+    std::fprintf(stderr, "\r%*s\r", platform::GetTerminalWidth() - 1, "");  // not every console knows escape sequences
+    std::fflush(stderr);
 }
 
 bool ProgressBar::OnProgress(short percent) {

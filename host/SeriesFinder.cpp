@@ -20,6 +20,11 @@ namespace {
 // more than these is compared with the last ones only.
 constexpr std::size_t kOrientationsCompared = 64;
 
+std::string CannotRead(const fs::path& folder, const std::error_code& error) {
+    const std::string text = TextFromPath(folder);
+    return "cannot read " + text + ": " + SystemText(error, text);
+}
+
 void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable) {
     std::error_code error;
     fs::recursive_directory_iterator entry(folder, error);
@@ -31,14 +36,14 @@ void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::ve
             // Going on into a folder that cannot be read would end the whole walk.
             const fs::directory_iterator tried(entry->path(), entryError);
             if (entryError) {
-                unreadable.push_back("cannot read " + TextFromPath(entry->path()) + ": " + entryError.message());
+                unreadable.push_back(CannotRead(entry->path(), entryError));
                 entry.disable_recursion_pending();
             }
         }
         entry.increment(error);
         StopIfInterrupted();
     }
-    if (error) unreadable.push_back("cannot read " + TextFromPath(folder) + ": " + error.message());
+    if (error) unreadable.push_back(CannotRead(folder, error));
 }
 
 std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::vector<std::string>& unreadable) {
@@ -47,7 +52,7 @@ std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::v
         const fs::path path = PathFromText(text);
         std::error_code error;
         const fs::file_status status = fs::status(path, error);
-        if (!fs::exists(status)) throw HostError("cannot find " + text + (error ? ": " + error.message() : ""));
+        if (!fs::exists(status)) throw HostError("cannot find " + text + (error ? ": " + SystemText(error, text) : ""));
         if (fs::is_directory(status)) {
             ListFolder(path, files, unreadable);
         } else {

@@ -16,6 +16,7 @@ constexpr int kWrongUsage = 2;
 
 void AddVerbs(CLI::App& program) {
     program.require_subcommand(1);
+    program.allow_windows_style_options(false);  // a path may begin with a slash on Windows too
     AddPhantomVerb(program);
     AddInfoVerb(program);
     AddDumpVerb(program);

@@ -1,6 +1,7 @@
 """What the tests of the korvane program share: running it, making series, independent readings of both ends.
 
-Each test is called with the program's path. It exits with 77 (skipped) where pydicom is missing.
+Each test is called with the program's path, behind the words of an emulator's command where it is a Windows program. It
+exits with 77 (skipped) where pydicom is missing.
 """
 
 import json
@@ -24,15 +25,22 @@ except ImportError:  # Debian's packages belong to Debian's interpreter, which m
     print("skipped: python3-pydicom and python3-numpy are not installed")
     sys.exit(SKIPPED)
 
-KORVANE = os.path.abspath(sys.argv[1])
+KORVANE = [*sys.argv[1:-1], os.path.abspath(sys.argv[-1])]
+WINDOWS = KORVANE[-1].endswith(".exe")
 SAMPLES = pathlib.Path(__file__).resolve().parents[3] / "shared" / "samples"
-WORK = pathlib.Path(tempfile.mkdtemp(prefix="korvane-host-test-"))
+# The emulator sees what lies below the checkout: the build folder, at its own path.
+FOLDER = pathlib.Path(tempfile.mkdtemp(prefix="host-test-", dir=os.path.dirname(KORVANE[-1]) if WINDOWS else None))
+WORK = FOLDER / "work"
+WORK.mkdir()
+if WINDOWS and SAMPLES.is_dir():
+    SAMPLES = pathlib.Path(shutil.copytree(SAMPLES, FOLDER / "samples"))
 
 
 def korvane(*arguments, status=0, **options):
     """Runs the program; returns (standard output, standard error). Fails when it exits with another status."""
-    command = [KORVANE, *map(str, arguments)]
-    done = subprocess.run(command, capture_output=True, text=True, errors="replace", timeout=120, check=False, **options)
+    command = [*KORVANE, *map(str, arguments)]
+    done = subprocess.run(command, capture_output=True, encoding="utf-8", errors="replace", timeout=120, check=False,
+                          **options)
     assert done.returncode == status, f"{command}: exit status {done.returncode}\n{done.stdout}\n{done.stderr}"
     return done.stdout, done.stderr
 
@@ -135,5 +143,5 @@ def run(*tests):
             print(f"FAILED {test.__name__}, line {line}: {type(error).__name__} {str(error)[:2000]}")
         else:
             print(f"passed {test.__name__}")
-    shutil.rmtree(WORK, ignore_errors=True)
+    shutil.rmtree(FOLDER, ignore_errors=True)
     sys.exit(1 if failed else 0)

@@ -1,0 +1,56 @@
+#include "host/ExportFiles.h"
+#include "host/HostError.h"
+
+#include <Korvane/export/CFileWriter.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void WriteText(const fs::path& path, const char* text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string ReadText(const fs::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+// Windows does not replace a file that somebody reads, other systems do: either way the two belong together.
+TEST(ExportFilesTest, APairInUseIsReplacedWholeOrNotAtAll) {
+    const fs::path folder = fs::temp_directory_path() / "korvane-export-files-test";
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    for (const char* const name : {"v.hdr", "v.img"}) WriteText(folder / name, "old");
+    bool replaced = false;
+    {
+        const std::ifstream reader(folder / "v.img");
+        ExportFiles files(Destination{});
+        const auto writer = files.MakeWriter();
+        for (const char* const name : {"/v.hdr", "/v.img"}) {
+            ASSERT_TRUE(writer->Open((folder.string() + name).c_str(), "wb")) << files.GetFailure();
+            char text[] = "new";
+            EXPECT_EQ(writer->Write(text, 1, 3), 3U);
+            EXPECT_EQ(writer->Close(), 0);
+        }
+        try {
+            files.Commit();
+            replaced = true;
+        } catch (const HostError& error) {
+            EXPECT_NE(std::string(error.what()).find("v.img: "), std::string::npos) << error.what();
+        }
+    }
+    for (const char* const name : {"v.hdr", "v.img"}) {
+        EXPECT_EQ(ReadText(folder / name), replaced ? "new" : "old") << name;
+        EXPECT_FALSE(fs::exists(folder / (std::string(name) + ".part")));
+    }
+    fs::remove_all(folder);
+}
+
+}  // namespace
