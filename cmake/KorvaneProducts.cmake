@@ -68,6 +68,8 @@ function(korvane_products)
         set_target_properties(Korvane PROPERTIES LINK_DEPENDS "${version_script}")
     else()
         set_target_properties(Korvane PROPERTIES PREFIX "")
+        # A program with a libgcc of its own would not catch what the module throws.
+        target_link_options(Korvane INTERFACE -shared-libgcc)
         korvane_ship_runtime()
     endif()
     if(export IN_LIST rooms)

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes, for the 32-bit Windows build, what Debian does not package for that target: ftplib and GoogleTest, from
-# Debian's sources, and the header-only libraries of the program, apart from the system's other headers.
+# Debian's sources, and the header-only libraries of the program and the tests, apart from the system's other headers.
 #
 # usage: packages.sh DESTINATION    (include/, lib/ and share/cmake/ there; the file "complete" comes last)
 set -euo pipefail
@@ -60,8 +60,9 @@ build_googletest() {
 
 # Their packages for CMake name the folder that they lie in, hence copies.
 copy_headers() {
-    cp -r /usr/include/CLI /usr/include/nlohmann "$destination/include/"
+    cp -r /usr/include/CLI /usr/include/nlohmann /usr/include/eigen3 "$destination/include/"
     cp -r /usr/share/cmake/CLI11 /usr/share/cmake/nlohmann_json "$destination/share/cmake/"
+    cp -r /usr/share/eigen3 "$destination/share/"
 }
 
 rm -rf "$destination"

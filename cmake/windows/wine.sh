@@ -3,7 +3,11 @@
 # path inside, and Wine's drive Z: is the root's "/": absolute paths below the checkout mean the same on both sides.
 # Where the machine has a Wine of its own that runs 32-bit programs, KORVANE_WINE may name it.
 #
-# usage: wine.sh PROGRAM [ARGUMENT...]      wine.sh --stop  (ends Wine's own server)
+# usage: wine.sh PROGRAM [ARGUMENT...]
+#        wine.sh --start    keeps Wine's own server running, which spares each program a second or more
+#        wine.sh --stop     ends it
+#
+# One checkout at a time: the server sees the files of the one that it was started from.
 set -euo pipefail
 
 die() {
@@ -12,7 +16,10 @@ die() {
 }
 
 export WINEDEBUG=${WINEDEBUG:--all}
-[ -z "${KORVANE_WINE:-}" ] || exec "$KORVANE_WINE" "$@"
+if [ -n "${KORVANE_WINE:-}" ]; then
+    [[ ${1:-} == --st* ]] || exec "$KORVANE_WINE" "$@"
+    exit
+fi
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
 checkout=$(cd "$here/../.." && pwd -P)
@@ -33,9 +40,19 @@ if [ ! -e "$root$checkout/dev" ]; then
     mount --bind "$checkout" "$root$checkout"
 fi
 
-if [ "${1:-}" = --stop ]; then
-    exec env WINEPREFIX=/prefix chroot "$root" wineserver --kill
-fi
+case ${1:-} in
+--start)
+    # Wine's services start with the first program, and would hold on to whatever its output goes to.
+    exec </dev/null >/dev/null 2>&1
+    WINEPREFIX=/prefix chroot "$root" wineserver --persistent || [ $? -eq 2 ] # 2: one is running
+    set -- wineboot
+    ;;
+--stop)
+    WINEPREFIX=/prefix chroot "$root" wineserver --kill || true # there may be none
+    exit
+    ;;
+esac
+export LC_ALL=C.UTF-8 # what Wine takes file names and arguments to be in
 # The current folder may lie outside what the root shows.
 folder=$PWD
 [ -d "$root$folder" ] || folder=/

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """The module exports each class and function that a public header marks KORVANE_API, and nothing else.
 
-usage: check_exports.py MODULE SOURCE_ROOT PUBLIC_HEADERS_LIST
+A Windows module is also to need nothing but the system's own DLLs and the runtime that is shipped beside it.
+
+usage: check_exports.py MODULE SOURCE_ROOT PUBLIC_HEADERS_LIST [OBJDUMP]    (OBJDUMP: for a Windows module)
 """
 
 import re
@@ -9,6 +11,8 @@ import subprocess
 import sys
 from pathlib import Path
 
+SYSTEM_DLLS = {"KERNEL32.dll", "msvcrt.dll", "OLEAUT32.dll", "SHELL32.dll", "USER32.dll", "WS2_32.dll"}
+SHIPPED_DLLS = {"libgcc_s_dw2-1.dll", "libwinpthread-1.dll"}
 TOOLKIT = {"VR", "DICOMObject", "DICOMDataObject", "DcmDictionary", "CursorList", "TransferSyntaxCodec", "Buffer"}
 
 
@@ -28,10 +32,25 @@ def declared(root, headers):
     return classes, functions
 
 
+def output(*command, text=None):
+    return subprocess.run(command, input=text, capture_output=True, text=True, check=True).stdout
+
+
 def exported(module):
     """Demangled names of the defined dynamic symbols."""
-    text = subprocess.run(["nm", "-D", "--defined-only", "-C", module], capture_output=True, text=True, check=True).stdout
-    return [line.split(" ", 2)[2] for line in text.splitlines()]
+    return [line.split(" ", 2)[2] for line in output("nm", "-D", "--defined-only", "-C", module).splitlines()]
+
+
+def exported_by_dll(module, objdump):
+    """The same of a Windows module, and what it imports from where it should not. The compiler adds the type information
+    of the standard exceptions that an exported function catches."""
+    text = output(objdump, "-p", module)
+    table = text[text.index("[Ordinal/Name Pointer] Table"):]
+    names = re.findall(r"^\t\[ *\d+\] (\S+)$", table, re.MULTILINE)
+    foreign = set(re.findall(r"DLL Name: (\S+)", text)) - SYSTEM_DLLS - SHIPPED_DLLS
+    symbols = [name for name in output("c++filt", text="\n".join(names)).splitlines()
+               if not name.startswith("typeinfo for std::")]
+    return symbols, [f"needs {name}" for name in sorted(foreign)]
 
 
 def owner(symbol):
@@ -47,10 +66,11 @@ def owner(symbol):
 def main():
     module, root, headers = sys.argv[1], Path(sys.argv[2]), Path(sys.argv[3]).read_text(encoding="utf-8").split()
     classes, functions = declared(root, headers)
+    symbols, wrong = exported_by_dll(module, sys.argv[4]) if len(sys.argv) > 4 else (exported(module), [])
     found = {}
-    for symbol in exported(module):
+    for symbol in symbols:
         found.setdefault(owner(symbol), symbol)
-    wrong = [f"not exported: {name}" for name in sorted((classes | functions) - found.keys())]
+    wrong += [f"not exported: {name}" for name in sorted((classes | functions) - found.keys())]
     wrong += [f"exported, yet no public header says so: {symbol}"
               for name, symbol in sorted(found.items()) if name not in classes | functions]
     wrong += [f"a toolkit class marked for export: {name}" for name in sorted(TOOLKIT & classes)]

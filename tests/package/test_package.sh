@@ -2,35 +2,45 @@
 # Installs the build, then does what a stranger would: finds the package by CMake and by pkg-config, compiles a small
 # program against it, and lets that take a series to an Analyze pair.
 #
-# usage: test_package.sh BUILD_DIR SCRATCH_DIR COMPILER
+# usage: test_package.sh BUILD_DIR SCRATCH_DIR COMPILER [EMULATOR]    (EMULATOR runs the programs of a Windows build)
 set -euo pipefail
 
 build=$1 scratch=$2 compiler=$3
+run=("${@:4}")
 source=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 prefix=$scratch/moved
+if [ ${#run[@]} -gt 0 ]; then
+    suffix=.exe
+    target=(-DCMAKE_SYSTEM_NAME=Windows -DCMAKE_FIND_ROOT_PATH="$prefix")
+    link=(-static-libstdc++)
+    export WINEPATH=Z:$prefix/bin # where the programs find the module and its runtime
+else
+    suffix=''
+    target=(-DCMAKE_PREFIX_PATH="$prefix")
+    link=(-Wl,-rpath,"$prefix/lib")
+fi
 
 rm -rf "$scratch"
 mkdir -p "$scratch"
 cmake --install "$build" --prefix "$scratch/first" >/dev/null
 mv "$scratch/first" "$prefix" # an installed tree may be moved
 
-"$prefix/bin/korvane" phantom "$scratch/series" --slices 5 --size 16
+"${run[@]}" "$prefix/bin/korvane$suffix" phantom "$scratch/series" --slices 5 --size 16
 
 # takes_a_series PROGRAM: 5 slices of 16 x 16 make a header of 348 bytes and 2560 bytes of 16-bit samples.
 takes_a_series() {
     mkdir "$1.out"
-    (cd "$1.out" && "$1" "$scratch"/series/*)
+    (cd "$1.out" && "${run[@]}" "$1$suffix" "$scratch"/series/*)
     [ "$(stat -c %s "$1.out/volume.hdr")" -eq 348 ]
     [ "$(stat -c %s "$1.out/volume.img")" -eq 2560 ]
 }
 
-cmake -S "$source" -B "$scratch/stranger" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
-    -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -S "$source" -B "$scratch/stranger" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" "${target[@]}" >/dev/null
 cmake --build "$scratch/stranger" >/dev/null
 takes_a_series "$scratch/stranger/stranger"
 
 read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane)"
-"$compiler" -std=c++20 "$source/../../examples/series_to_analyze.cpp" -o "$scratch/by_pkg_config" "${flags[@]}" \
-    -Wl,-rpath,"$prefix/lib"
+"$compiler" -std=c++20 "$source/../../examples/series_to_analyze.cpp" -o "$scratch/by_pkg_config$suffix" \
+    "${flags[@]}" "${link[@]}"
 takes_a_series "$scratch/by_pkg_config"
 cmp "$scratch/stranger/stranger.out/volume.img" "$scratch/by_pkg_config.out/volume.img"
