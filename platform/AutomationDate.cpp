@@ -34,9 +34,9 @@ bool DayOf(int year, int month, int day, double& date) {
 }
 
 double WithTime(double day, const DateFields& time) {
-    const double part =
-        time.m_Hour / 24.0 + time.m_Minute / 1440.0 + time.m_Second / static_cast<double>(kSecondsOfDay);
-    return day < 0 ? day - part : day + part;
+    // Rounded once, from whole seconds.
+    const int seconds = (time.m_Hour * 60 + time.m_Minute) * 60 + time.m_Second;
+    return (day * kSecondsOfDay + (day < 0 ? -seconds : seconds)) / kSecondsOfDay;
 }
 
 bool SplitDate(double date, DateFields& fields) {

@@ -1,5 +1,6 @@
 #include "platform/AutomationNumber.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -132,6 +133,17 @@ private:
     bool m_bOpen = false;
 };
 
+/// Whether a number lies just between two of so many digits; such numbers are shown away from zero.
+bool IsHalf(double value, int digits) {
+    // A double that is no half differs from one within its first 40 digits.
+    char buffer[64];
+    const auto end =
+        std::to_chars(buffer, buffer + sizeof buffer, std::fabs(value), std::chars_format::scientific, 40).ptr;
+    const std::string_view shown(buffer, static_cast<std::size_t>(std::find(buffer, end, 'e') - buffer));
+    const std::string_view rest = shown.substr(static_cast<std::size_t>(digits) + 1);  // behind the point, too
+    return rest.front() == '5' && rest.find_first_not_of('0', 1) == rest.npos;
+}
+
 }  // namespace
 
 HRESULT ReadNumber(std::u16string_view text, NumberText& number) {
@@ -187,6 +199,7 @@ std::string RealText(double value, int digits) {
     if (std::isnan(value)) return std::signbit(value) ? "-1.#IND" : "1.#QNAN";
     if (std::isinf(value)) return value < 0 ? "-1.#INF" : "1.#INF";
     if (value == 0) return "0";
+    if (IsHalf(value, digits)) value = std::nextafter(value, value < 0 ? -HUGE_VAL : HUGE_VAL);
     char buffer[64];
     const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::general, digits);
     std::string text(buffer, result.ptr);

@@ -1,0 +1,689 @@
+// Prints some thousand conversions of automation values, one a line:
+//
+//     BSTR "1,234" -> I4: 1234
+//
+// The lines must be the same wherever the program runs: on Windows the system's automation library converts, elsewhere
+// the stand-in. What is left out here are inputs that the library which runs the test's Windows half takes otherwise than
+// Windows documents, or that nobody documents.
+//
+// usage: automation_conversions FILE
+#include <Korvane/platform/Automation.h>
+
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+struct Type {
+    VARTYPE m_Type;
+    const char* m_Name;
+};
+constexpr Type kTypes[] = {{VT_EMPTY, "EMPTY"}, {VT_NULL, "NULL"}, {VT_ERROR, "ERROR"}, {VT_VARIANT, "VARIANT"},
+                           {VT_I1, "I1"},       {VT_UI1, "UI1"},   {VT_I2, "I2"},       {VT_UI2, "UI2"},
+                           {VT_I4, "I4"},       {VT_UI4, "UI4"},   {VT_INT, "INT"},     {VT_UINT, "UINT"},
+                           {VT_I8, "I8"},       {VT_UI8, "UI8"},   {VT_R4, "R4"},       {VT_R8, "R8"},
+                           {VT_BOOL, "BOOL"},   {VT_DATE, "DATE"}, {VT_BSTR, "BSTR"}};
+constexpr Type kIntegers[] = {{VT_I1, "I1"},   {VT_UI1, "UI1"}, {VT_I2, "I2"},     {VT_UI2, "UI2"}, {VT_I4, "I4"},
+                              {VT_UI4, "UI4"}, {VT_INT, "INT"}, {VT_UINT, "UINT"}, {VT_I8, "I8"},   {VT_UI8, "UI8"}};
+constexpr Type kReals[] = {{VT_R4, "R4"}, {VT_R8, "R8"}, {VT_BOOL, "BOOL"}};
+constexpr Type kDate[] = {{VT_DATE, "DATE"}};
+
+const char* NameOf(VARTYPE vt) {
+    for (const Type& type : kTypes) {
+        if (type.m_Type == vt) return type.m_Name;
+    }
+    return "?";
+}
+
+template <class T>
+std::string Shown(T number) {
+    char text[64];
+    return std::string(text, std::to_chars(text, text + sizeof text, number).ptr);
+}
+
+std::string Shown(BSTR text) {
+    std::string shown = "\"";
+    for (UINT i = 0; i < SysStringLen(text); ++i) {
+        const auto c = static_cast<unsigned>(text[i]);
+        char hex[16];
+        std::snprintf(hex, sizeof hex, "\\x%02X", c);
+        shown += c >= ' ' && c < 0x7F ? std::string(1, static_cast<char>(c)) : std::string(hex);
+    }
+    return shown + "\"";
+}
+
+std::string Shown(const VARIANT& value) {
+    switch (value.vt) {
+    case VT_I1: return Shown(static_cast<int>(static_cast<signed char>(value.cVal)));
+    case VT_UI1: return Shown(static_cast<int>(value.bVal));
+    case VT_I2:
+    case VT_BOOL: return Shown(static_cast<int>(value.iVal));
+    case VT_UI2: return Shown(static_cast<int>(value.uiVal));
+    case VT_I4:
+    case VT_INT: return Shown(value.lVal);
+    case VT_UI4:
+    case VT_UINT: return Shown(value.ulVal);
+    case VT_I8: return Shown(value.llVal);
+    case VT_UI8: return Shown(value.ullVal);
+    case VT_R4: return Shown(value.fltVal);
+    case VT_R8:
+    case VT_DATE: return Shown(value.dblVal);
+    case VT_BSTR: return Shown(value.bstrVal);
+    default: return "";
+    }
+}
+
+/// The same numbers everywhere.
+class Dice {
+public:
+    std::uint32_t Next(std::uint32_t below) {
+        m_State = m_State * 6364136223846793005u + 1442695040888963407u;
+        return static_cast<std::uint32_t>(m_State >> 33) % below;
+    }
+
+private:
+    std::uint64_t m_State = 1;
+};
+
+class Table {
+public:
+    explicit Table(std::ostream& out) : m_Out(out) {}
+    int Count() const { return m_Count; }
+
+    template <std::size_t N>
+    void Convert(VARIANT& source, const Type (&targets)[N], USHORT flags = 0) {
+        for (const Type& target : targets) {
+            VARIANT result;
+            VariantInit(&result);
+            const HRESULT done = VariantChangeTypeEx(&result, &source, 1033, flags, target.m_Type);
+            Line(NameOf(source.vt), Shown(source), target.m_Name, done, SUCCEEDED(done) ? Shown(result) : "");
+            VariantClear(&result);
+        }
+    }
+
+    template <std::size_t N, std::size_t... M>
+    void Text(std::string_view ascii, const Type (&first)[N], const Type (&... more)[M]) {
+        const std::basic_string<OLECHAR> wide(ascii.begin(), ascii.end());
+        VARIANT source;
+        VariantInit(&source);
+        source.vt = VT_BSTR;
+        source.bstrVal = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
+        Convert(source, first);
+        (Convert(source, more), ...);
+        VariantClear(&source);
+    }
+
+    /// To every type.
+    template <class T>
+    void Number(VARTYPE vt, T number, USHORT flags = 0) {
+        VARIANT source;
+        VariantInit(&source);
+        source.llVal = 0;
+        std::memcpy(&source.llVal, &number, sizeof number);
+        source.vt = vt;
+        Convert(source, kTypes, flags);
+    }
+
+    /// A date apart, and together again.
+    void Fields(double date) {
+        SYSTEMTIME time = {};
+        if (VariantTimeToSystemTime(date, &time) == 0) {
+            Line("DATE", Shown(date), "fields", DISP_E_OVERFLOW, "");
+            return;
+        }
+        const auto two = [](int value) { return (value < 10 ? "0" : "") + std::to_string(value); };
+        Line("DATE", Shown(date), "fields", S_OK,
+             std::to_string(time.wYear) + "-" + two(time.wMonth) + "-" + two(time.wDay) + " " + two(time.wHour) + ":" +
+                 two(time.wMinute) + ":" + two(time.wSecond) + "." + std::to_string(time.wMilliseconds) + " day " +
+                 std::to_string(time.wDayOfWeek));
+        Day(time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond);
+    }
+
+    void Day(int year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
+        const auto word = [](int value) { return static_cast<WORD>(value); };
+        SYSTEMTIME time = {word(year), word(month), 0, word(day), word(hour), word(minute), word(second), 0};
+        double date = 0;
+        const bool made = SystemTimeToVariantTime(&time, &date) != 0;
+        char text[64];
+        std::snprintf(text, sizeof text, "%d-%d-%d %d:%d:%d", year, month, day, hour, minute, second);
+        Line("fields", text, "DATE", made ? S_OK : DISP_E_OVERFLOW, made ? Shown(date) : "");
+    }
+
+private:
+    void Line(const char* from, const std::string& value, const char* to, HRESULT done, const std::string& result) {
+        char failure[32];
+        std::snprintf(failure, sizeof failure, "failed %08lX", static_cast<unsigned long>(done) & 0xFFFFFFFFu);
+        m_Out << from << ' ' << value << " -> " << to << ": " << (SUCCEEDED(done) ? result : failure) << '\n';
+        ++m_Count;
+    }
+
+    std::ostream& m_Out;
+    int m_Count = 0;
+};
+
+// ---- Numbers in text
+
+void NumberTexts(Table& table) {
+    using namespace std::string_view_literals;
+    constexpr std::string_view kPlain[] = {"",
+                                           " ",
+                                           "0",
+                                           "1",
+                                           " 1",
+                                           "1 ",
+                                           "\t1\n",
+                                           "1\xA0",
+                                           "+1",
+                                           "-1",
+                                           "1-",
+                                           "1+",
+                                           "- 1",
+                                           "1 -",
+                                           "-1-",
+                                           "--1",
+                                           "++1",
+                                           "-0",
+                                           "0-",
+                                           "(1)",
+                                           "( 1 )",
+                                           "(1",
+                                           "1)",
+                                           "()",
+                                           "(1) ",
+                                           "$1",
+                                           "-$1",
+                                           "$-1",
+                                           "1$",
+                                           "1 $",
+                                           "1$-",
+                                           "1-$",
+                                           "($1)",
+                                           "($ 1)",
+                                           "$ 1",
+                                           "$",
+                                           "+",
+                                           "-",
+                                           "1,234",
+                                           "1,2,3",
+                                           ",1",
+                                           "1,",
+                                           "1,,2",
+                                           "12,34,567.5",
+                                           "1,234.5",
+                                           "-1,234.5",
+                                           "1.5",
+                                           ".5",
+                                           "5.",
+                                           ".",
+                                           "-.5",
+                                           "1.5.5",
+                                           "1..5",
+                                           "1e5",
+                                           "1E+5",
+                                           "1e-5",
+                                           "1e",
+                                           "1e+",
+                                           "1 e5",
+                                           "1e 5",
+                                           "1d5",
+                                           "1D-2",
+                                           "5.e3",
+                                           ".e3",
+                                           ".5e3",
+                                           "1e2.5",
+                                           "1E5 ",
+                                           "1e5-",
+                                           "1e+05",
+                                           "1e-0",
+                                           "0e5",
+                                           "0e99999",
+                                           "1e99999",
+                                           "1.7e+0005",
+                                           "1e0000000001",
+                                           "&H10",
+                                           "&h1F",
+                                           " &H10",
+                                           "&H10 ",
+                                           "&H",
+                                           "&HG",
+                                           "&H1.5",
+                                           "&17",
+                                           "&O17",
+                                           "&o7",
+                                           "&O8",
+                                           "&O7777777777",
+                                           "&HFF",
+                                           "&H80",
+                                           "&H7FFF",
+                                           "&H8000",
+                                           "&HFFFF",
+                                           "&H7FFFFFFF",
+                                           "0x10",
+                                           "True",
+                                           "true",
+                                           "FALSE",
+                                           "#TRUE#",
+                                           "#FALSE#",
+                                           "Yes",
+                                           "No",
+                                           "on",
+                                           "T",
+                                           "#true",
+                                           "abc",
+                                           "1a",
+                                           "a1",
+                                           "1 2",
+                                           "1'234",
+                                           "1_000",
+                                           "1 234",
+                                           "\x80",
+                                           "inf",
+                                           "nan",
+                                           "Infinity",
+                                           "1#INF",
+                                           "1.#INF",
+                                           "12:00",
+                                           "1/2/2000",
+                                           "1\0002"sv,
+                                           "\0"sv,
+                                           "0.5",
+                                           "-0.5",
+                                           "1.5",
+                                           "2.5",
+                                           "-1.5",
+                                           "-2.5",
+                                           "3.5",
+                                           "0.50",
+                                           "00.5",
+                                           "2.50000000000000000001",
+                                           "3.4999999999999999999999",
+                                           "127",
+                                           "128",
+                                           "127.5",
+                                           "127.4999",
+                                           "126.5",
+                                           "-128",
+                                           "-128.5",
+                                           "-129",
+                                           "254.5",
+                                           "255",
+                                           "255.5",
+                                           "256",
+                                           "32767",
+                                           "32767.5",
+                                           "-32768.5",
+                                           "65534.5",
+                                           "65535",
+                                           "65535.5",
+                                           "2147483647",
+                                           "2147483646.5",
+                                           "2147483647.5",
+                                           "2147483648",
+                                           "-2147483648",
+                                           "-2147483648.5",
+                                           "-2147483649",
+                                           "4294967295",
+                                           "4294967294.5",
+                                           "4294967295.5",
+                                           "4294967296",
+                                           "9223372036854775807",
+                                           "9223372036854775808",
+                                           "18446744073709551615",
+                                           "18446744073709551616",
+                                           "123456789012345678901234567890",
+                                           "9007199254740993",
+                                           "1e15",
+                                           "1e20",
+                                           "1e22",
+                                           "123456.789e3",
+                                           "123456789012345e-20",
+                                           "3.14159265358979",
+                                           "0.1",
+                                           "0.001",
+                                           "-1234.5678",
+                                           "3.4e38",
+                                           "3.5e38",
+                                           "-3.5e38",
+                                           "000000000000000000000000000000000000000000001"};
+    for (const std::string_view text : kPlain) table.Text(text, kIntegers, kReals);
+    // Bits with the highest one set, as integers only.
+    constexpr std::string_view kBits[] = {"&H80000000", "&HFFFFFFFF", "&H100000000", "&H7FFFFFFFFFFFFFFF",
+                                          "&H8000000000000000"};
+    for (const std::string_view text : kBits) table.Text(text, kIntegers);
+}
+
+std::string RandomNumber(Dice& dice) {
+    const auto digits = [&](std::uint32_t most) {
+        std::string text;
+        for (std::uint32_t n = dice.Next(most + 1); n > 0; --n) text += static_cast<char>('0' + dice.Next(10));
+        return text;
+    };
+    std::string text = std::to_string(dice.Next(1000));
+    for (std::uint32_t groups = dice.Next(3); groups > 0; --groups) {
+        if (dice.Next(2) == 0) text += ',';
+        text += std::to_string(dice.Next(900) + 100);
+    }
+    if (dice.Next(2) == 0) text += "." + digits(5);
+    if (dice.Next(4) == 0) text += "E" + std::to_string(static_cast<int>(dice.Next(8)) - 1);
+    switch (dice.Next(6)) {
+    case 0: return "-" + text;
+    case 1: return text + "-";
+    case 2: return "(" + text + ")";
+    case 3: return " +" + text + " ";
+    default: return text;
+    }
+}
+
+// ---- Numbers
+
+void Integers(Table& table) {
+    for (const int number : {-128, -1, 0, 1, 127}) table.Number(VT_I1, static_cast<std::int8_t>(number));
+    for (const int number : {0, 1, 127, 128, 255}) table.Number(VT_UI1, static_cast<std::uint8_t>(number));
+    for (const int number : {-32768, -129, -128, 0, 127, 128, 255, 256, 32767}) {
+        table.Number(VT_I2, static_cast<std::int16_t>(number));
+    }
+    for (const int number : {0, 127, 255, 256, 32767, 32768, 65535}) {
+        table.Number(VT_UI2, static_cast<std::uint16_t>(number));
+    }
+    for (const std::int64_t number : {-2147483648LL, -657435LL, -657434LL, -32769LL, -32768LL, -129LL, -1LL, 0LL, 255LL,
+                                      32768LL, 65536LL, 2958465LL, 2958466LL, 16777217LL, 2147483647LL}) {
+        table.Number(VT_I4, static_cast<std::int32_t>(number));
+        table.Number(VT_INT, static_cast<std::int32_t>(number));
+    }
+    for (const std::uint32_t number : {0u, 127u, 65535u, 65536u, 2147483647u, 2147483648u, 4294967295u}) {
+        table.Number(VT_UI4, number);
+        table.Number(VT_UINT, number);
+    }
+    constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
+    for (const std::int64_t number :
+         {-kMost - 1, std::int64_t{-4294967296}, std::int64_t{-2147483649}, std::int64_t{-5}, std::int64_t{4294967296},
+          std::int64_t{9007199254740993}, kMost}) {
+        table.Number(VT_I8, number);
+        table.Number(VT_UI8, static_cast<std::uint64_t>(number));
+    }
+    for (const USHORT flags : {USHORT{0}, USHORT{VARIANT_ALPHABOOL}, USHORT{VARIANT_LOCALBOOL}}) {
+        table.Number(VT_BOOL, VARIANT_TRUE, flags);
+        table.Number(VT_BOOL, VARIANT_FALSE, flags);
+    }
+    table.Number(VT_EMPTY, 0);
+    table.Number(VT_NULL, 0);
+    table.Number(VT_ERROR, static_cast<std::int32_t>(DISP_E_BADINDEX));
+}
+
+void Reals(Table& table) {
+    constexpr double kDoubles[] = {0.0,
+                                   -0.0,
+                                   1,
+                                   -1,
+                                   0.5,
+                                   1.5,
+                                   2.5,
+                                   3.5,
+                                   -0.5,
+                                   -1.5,
+                                   -2.5,
+                                   0.49999999999999994,
+                                   127.4,
+                                   127.5,
+                                   -128.5,
+                                   -128.6,
+                                   254.5,
+                                   255.5,
+                                   32766.5,
+                                   32767.5,
+                                   -32768.5,
+                                   65534.5,
+                                   65535.5,
+                                   2147483647.4,
+                                   2147483647.5,
+                                   -2147483648.5,
+                                   -2147483649.0,
+                                   4294967294.5,
+                                   4294967295.5,
+                                   9223372036854775808.0,
+                                   18446744073709549568.0,
+                                   18446744073709551616.0,
+                                   1e5,
+                                   123456,
+                                   1234567,
+                                   123456789012345,
+                                   1234567890123456,
+                                   1e14,
+                                   1e15,
+                                   1e16,
+                                   1e17,
+                                   1e20,
+                                   1e21,
+                                   1e100,
+                                   1e300,
+                                   1.7976931348623157e308,
+                                   1e-3,
+                                   1e-4,
+                                   1e-5,
+                                   1.5e-5,
+                                   9.99999999999999999e-5,
+                                   1e-7,
+                                   1e-15,
+                                   1e-100,
+                                   0.1,
+                                   0.2,
+                                   1.0 / 3,
+                                   2.0 / 3,
+                                   0.30000000000000004,
+                                   100.125,
+                                   1.2345678901234567,
+                                   99999999999999.9,
+                                   999999999999999.9,
+                                   9999999999999996.0,
+                                   3.4e38,
+                                   3.4028235e38,
+                                   3.5e38,
+                                   -3.5e38,
+                                   1e-46};
+    for (const double number : kDoubles) table.Number(VT_R8, number);
+    for (const float number : {0.0F, -0.0F, 0.1F, 1.0F / 3, 1e5F, 1234567.0F, 1e-5F, 1e-4F, 1.17549435e-38F, 0.5F, 2.5F,
+                               -2.5F, 1.0000001F, 0.000123456F, 255.5F, 36526.5F}) {
+        table.Number(VT_R4, number);
+    }
+    // Beyond what a date holds.
+    constexpr Type kOthers[] = {{VT_I4, "I4"}, {VT_UI8, "UI8"}, {VT_R8, "R8"}, {VT_BSTR, "BSTR"}};
+    for (const float number : {12345678.0F, 123456792.0F, 1e7F, 1e8F, 1e20F, 16777216.0F, 3.4028235e38F, 9999999.0F,
+                               2147483648.0F, 1234565.5F, 8388609.0F}) {
+        VARIANT source;
+        VariantInit(&source);
+        source.vt = VT_R4;
+        source.fltVal = number;
+        table.Convert(source, kOthers);
+    }
+}
+
+double RandomReal(Dice& dice) {
+    double number = static_cast<double>(dice.Next(1u << 30)) / (1u << dice.Next(31));  // halves among them
+    for (std::uint32_t n = dice.Next(8); n > 0; --n) number *= 1000;
+    return dice.Next(3) == 0 ? -number : number;
+}
+
+// ---- Dates
+
+void Dates(Table& table) {
+    for (const double date : {0.0,       1.0,       -1.0,      0.5,       1.5,  -0.25, -1.25,     -1.75,
+                              36526.0,   36526.5,   36584.0,   36585.0,   60.0, 61.0,  2958465.0, 2958465.5,
+                              2958466.0, -657434.0, -657434.5, -657435.0, 1e10, -1e10, 100.125}) {
+        table.Number(VT_DATE, date);
+        table.Fields(date);
+    }
+    constexpr int kDays[][3] = {{2001, 2, 29}, {2001, 2, 0},  {2001, 2, 31}, {2001, 2, 32},   {2001, 13, 1},
+                                {1900, 2, 29}, {2000, 2, 29}, {2000, 2, 30}, {100, 1, 1},     {99, 1, 1},
+                                {49, 1, 1},    {50, 1, 1},    {0, 1, 1},     {9999, 12, 31},  {10000, 1, 1},
+                                {2000, 4, 31}, {2000, 12, 0}, {2000, 1, 0},  {65535, 12, 31}, {1899, 12, 30}};
+    for (const auto& day : kDays) table.Day(day[0], day[1], day[2]);
+}
+
+void DateTexts(Table& table) {
+    constexpr std::string_view kTexts[] = {"1/2/2000",
+                                           "01/02/2000",
+                                           "1/2/00",
+                                           "1/2/29",
+                                           "1/2/30",
+                                           "1/2/49",
+                                           "1/2/50",
+                                           "1/2/99",
+                                           "1/2/100",
+                                           "1/2/099",
+                                           "12/31/9999",
+                                           "1/1/10000",
+                                           "13/1/2000",
+                                           "13/13/2000",
+                                           "2/29/2000",
+                                           "2/29/2001",
+                                           "2/29/1900",
+                                           "2/30/2000",
+                                           "31/12/2000",
+                                           "2000/1/2",
+                                           "2000/13/2",
+                                           "2000/31/12",
+                                           "2000-01-02",
+                                           "2000-1-2",
+                                           "2000.1.2",
+                                           "1.2.2000",
+                                           "1-2-2000",
+                                           "1 2 2000",
+                                           "1,2,2000",
+                                           "20000102",
+                                           "2000-01-02T03:04:05",
+                                           "2000-01-02 03:04:05",
+                                           "2000-01-02 03:04",
+                                           "2000-01-02 3:4:5",
+                                           "1/2/2000 3:04:05 PM",
+                                           "1/2/2000 3:04:05 pm",
+                                           "1/2/2000 3:04:05PM",
+                                           "1/2/2000 12:00:00 AM",
+                                           "1/2/2000 12:00 PM",
+                                           "1/2/2000 0:00 PM",
+                                           "1/2/2000 13:00 PM",
+                                           "1/2/2000 13:00 AM",
+                                           "1/2/2000 3 PM",
+                                           "3 PM",
+                                           "3PM",
+                                           "12 AM",
+                                           "0 AM",
+                                           "13 PM",
+                                           "3:04",
+                                           "23:59:59",
+                                           "24:00",
+                                           "23:60",
+                                           "23:59:60",
+                                           "3:04:05.5",
+                                           "3:04:05.500",
+                                           "3.04.05",
+                                           "1.5",
+                                           "0.5",
+                                           "3:04:",
+                                           ":04",
+                                           "3:04 1/2/2000",
+                                           "3:04:05 PM 1/2/2000",
+                                           "January 2, 2000",
+                                           "Jan 2, 2000",
+                                           "Jan 2 2000",
+                                           "2 Jan 2000",
+                                           "2 January 2000",
+                                           "2-Jan-2000",
+                                           "2-Jan-00",
+                                           "Jan-2-2000",
+                                           "2000 Jan 2",
+                                           "2000-Jan-02",
+                                           "2/Jan/2000",
+                                           "JAN 2, 2000",
+                                           "Janu 2, 2000",
+                                           "Sept 2, 2000",
+                                           "Sep 2, 2000",
+                                           "Sunday, January 2, 2000",
+                                           "Sun, 2 Jan 2000",
+                                           "Sun 2 Jan 2000 03:04:05",
+                                           "Monday, January 2, 2000",
+                                           "2nd Jan 2000",
+                                           " 1/2/2000 ",
+                                           "1 / 2 / 2000",
+                                           "1/ 2/2000",
+                                           "1/2/2000x",
+                                           "x",
+                                           "1/2/-2000",
+                                           "0/2/2000",
+                                           "1/0/2000",
+                                           "1/2/0",
+                                           "1/2/2",
+                                           "1/2/20001",
+                                           "1//2/2000",
+                                           "1/2/2000/3",
+                                           "1/2/2000 25:00",
+                                           "1/2/2000 3:04:05 3",
+                                           "February 29, 2000",
+                                           "February 29, 2001",
+                                           "#1/2/2000#",
+                                           "12:00:00 AM",
+                                           "12:00:00 PM",
+                                           "1/2/2000 3:04:05 A.M.",
+                                           "2000-01-02T03:04:05Z",
+                                           "20000102030405",
+                                           "12/30/1899",
+                                           "12/29/1899 6:00:00 AM",
+                                           "1/1/100",
+                                           "12/31/99 11:59:59 PM",
+                                           "99/1/2",
+                                           "32/1/2",
+                                           "29/2/28",
+                                           "30/2/28",
+                                           "12/2000/1",
+                                           "5:6 7/8/2009",
+                                           "May 31, 1999 5:06",
+                                           "",
+                                           "am",
+                                           "29-Feb-00",
+                                           "29-Feb-01",
+                                           "31-Apr-2000",
+                                           "Feb 29 00",
+                                           "2000,1,2",
+                                           "1",
+                                           "-1",
+                                           "(1)",
+                                           "36526",
+                                           "36526.5",
+                                           "abc",
+                                           "True"};
+    for (const std::string_view text : kTexts) table.Text(text, kDate);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    if (count != 2) {
+        std::cerr << "usage: automation_conversions FILE\n";
+        return 2;
+    }
+    std::ofstream file(arguments[1], std::ios::binary);
+    Table table(file);
+    Dice dice;
+    NumberTexts(table);
+    for (int i = 0; i < 120; ++i) table.Text(RandomNumber(dice), kIntegers, kReals);
+    Integers(table);
+    Reals(table);
+    for (int i = 0; i < 80; ++i) table.Number(VT_R8, RandomReal(dice));
+    Dates(table);
+    DateTexts(table);
+    for (int i = 0; i < 300; ++i) {
+        // Whole seconds of every day of the range.
+        const double day = static_cast<double>(dice.Next(3615900)) - 657434;
+        const double second = static_cast<double>(dice.Next(86400)) / 86400;
+        table.Fields(day < 0 ? day - second : day + second);
+    }
+    std::cout << table.Count() << " conversions\n";
+    return file.flush() ? 0 : 1;
+}
