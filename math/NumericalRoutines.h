@@ -17,9 +17,8 @@ KORVANE_API FMatrix inv(const FMatrix& a);
 /// the singular values descend, the columns of U and V going with them. Without it values below 1e-7 are set to 0, and so
 /// are their columns of U.
 ///
-/// Where a singular value does not converge within 30 iterations, everything is released, `w` and `v` become null and null
-/// is returned: with elements that are not finite always, and now and then with long chains of equal singular values.
-/// Memory that cannot be had is a `MemException`.
+/// Where a singular value does not converge within 30 iterations, as with elements that are not finite, everything is
+/// released, `w` and `v` become null and null is returned. Memory that cannot be had is a `MemException`.
 ///
 /// The caller owns the result: `w`, each row and both row tables come from `new double[]` and `new double*[]`.
 /// `d_FreeSVD` releases them.

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstdint>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <new>
 #include <utility>
@@ -18,6 +19,11 @@ namespace {
 
 constexpr int kMostIterations = 30;
 constexpr double kSmallest = 1e-7;
+
+// Rotations that are rounded to float change singular values by about this, which equal ones never get over: from the
+// tenth iteration on, what is less beside its neighbours on the diagonal is negligible.
+constexpr int kStrictIterations = 10;
+constexpr double kRoundoff = std::numeric_limits<float>::epsilon();
 
 // Every hypotenuse goes through single precision: results are what callers have always got.
 double Hypotenuse(double a, double b) {
@@ -103,7 +109,29 @@ SingularValues::SingularValues(const FMatrix& a)
 }
 
 bool SingularValues::Decompose() {
-    if (!std::all_of(m_a, m_a + m_Rows * m_Cols, [](double element) { return std::isfinite(element); })) return false;
+    // Hypotenuses of very small or large matrices would leave the range of floats; a power of 2 changes nothing else.
+    double largest = 0.0;
+    for (std::size_t i = 0; i < m_Rows * m_Cols; ++i) {
+        if (!std::isfinite(m_a[i])) return false;
+        largest = std::max(largest, std::fabs(m_a[i]));
+    }
+    int exponent = 0;
+    std::frexp(largest, &exponent);
+    const double scale = std::ldexp(1.0, exponent);
+    for (std::size_t i = 0; i < m_Rows * m_Cols; ++i) m_a[i] /= scale;
+    Bidiagonalise();
+    AccumulateRight();
+    AccumulateLeft();
+    Transpose(m_a, m_Rows, m_Cols, m_Ut);
+    Transpose(m_v, m_Cols, m_Cols, m_Vt);
+    for (std::size_t k = m_Cols; k-- > 0;) {
+        if (!Diagonalise(k)) return false;
+    }
+    for (std::size_t k = 0; k < m_Cols; ++k) m_w[k] *= scale;
+    return true;
+}
+
+void SingularValues::Bidiagonalise() {
     double above = 0.0;
     for (std::size_t i = 0; i < m_Cols; ++i) {
         m_Above[i] = above;
@@ -115,14 +143,6 @@ bool SingularValues::Decompose() {
         }
         m_Norm = std::max(m_Norm, std::fabs(m_w[i]) + std::fabs(m_Above[i]));
     }
-    AccumulateRight();
-    AccumulateLeft();
-    Transpose(m_a, m_Rows, m_Cols, m_Ut);
-    Transpose(m_v, m_Cols, m_Cols, m_Vt);
-    for (std::size_t k = m_Cols; k-- > 0;) {
-        if (!Diagonalise(k)) return false;
-    }
-    return true;
 }
 
 // Column i becomes the vector of the reflection that clears it below the diagonal; the columns to its right are
@@ -221,7 +241,7 @@ bool SingularValues::IsNegligible(double value) const {
 // QR steps until singular value k stands alone.
 bool SingularValues::Diagonalise(std::size_t k) {
     for (int iteration = 1; iteration <= kMostIterations; ++iteration) {
-        const std::size_t first = FindBlock(k);
+        const std::size_t first = FindBlock(k, iteration < kStrictIterations ? 0.0 : kRoundoff);
         if (first == k) {
             if (m_w[k] < 0.0) {
                 m_w[k] = -m_w[k];
@@ -236,9 +256,10 @@ bool SingularValues::Diagonalise(std::size_t k) {
 
 // The first row of the block that ends in row k: the superdiagonal element above it is negligible, or has been made so
 // because the diagonal element above it is.
-std::size_t SingularValues::FindBlock(std::size_t k) {
+std::size_t SingularValues::FindBlock(std::size_t k, double roundoff) {
     for (std::size_t first = k; first > 0; --first) {
-        if (IsNegligible(m_Above[first])) return first;
+        const double neighbours = std::fabs(m_w[first - 1]) + std::fabs(m_w[first]);
+        if (IsNegligible(m_Above[first]) || std::fabs(m_Above[first]) < roundoff * neighbours) return first;
         if (IsNegligible(m_w[first - 1])) {
             CancelAbove(first, k);
             return first;

@@ -31,13 +31,14 @@ public:
     const double* GetV(std::size_t k) const { return m_Vt + k * m_Cols; }
 
 private:
+    void Bidiagonalise();
     void ReflectColumn(std::size_t i, double& diagonal);
     double ReflectRow(std::size_t i);
     void AccumulateRight();
     void AccumulateLeft();
     bool IsNegligible(double value) const;
     bool Diagonalise(std::size_t k);
-    std::size_t FindBlock(std::size_t k);
+    std::size_t FindBlock(std::size_t k, double roundoff);
     void CancelAbove(std::size_t first, std::size_t last);
     void Step(std::size_t first, std::size_t last);
 
