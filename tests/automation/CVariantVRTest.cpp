@@ -1,41 +1,11 @@
 // The values of elements, read and written as automation values.
-#include <Korvane/Dicom.h>
-#include <Korvane/Korvane.h>
+#include "Values.h"
 
 #include <cmath>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <limits>
-#include <string>
 
 namespace {
-
-/// A VARIANT of the test's own.
-struct Value : VARIANT {
-    Value() { VariantInit(this); }
-    explicit Value(const char* text) : Value(std::string(text)) {}
-    explicit Value(const std::string& text) : Value() {
-        const std::basic_string<OLECHAR> wide(text.begin(), text.end());
-        vt = VT_BSTR;
-        bstrVal = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
-    }
-    explicit Value(double number, VARTYPE type = VT_R8) : Value() {
-        vt = type;
-        dblVal = number;
-    }
-    explicit Value(int number) : Value() {
-        vt = VT_I4;
-        lVal = number;
-    }
-    ~Value() { VariantClear(this); }
-    Value(const Value&) = delete;
-    Value& operator=(const Value&) = delete;
-};
-
-std::string TextOf(const VARIANT& value) {
-    if (value.vt != VT_BSTR) return "not a text: " + std::to_string(value.vt);
-    return std::string(value.bstrVal, value.bstrVal + SysStringLen(value.bstrVal));
-}
 
 /// An element of a representation, with exactly these bytes.
 class Element {
