@@ -12,9 +12,9 @@ struct Value : VARIANT {
     Value() { VariantInit(this); }
     explicit Value(const char* text) : Value(std::string(text)) {}
     explicit Value(const std::string& text) : Value() {
-        const std::basic_string<OLECHAR> wide(text.begin(), text.end());
         vt = VT_BSTR;
-        bstrVal = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
+        bstrVal = SysAllocStringLen(nullptr, static_cast<UINT>(text.size()));
+        for (std::size_t i = 0; i < text.size(); ++i) bstrVal[i] = static_cast<unsigned char>(text[i]);
     }
     explicit Value(double number, VARTYPE type = VT_R8) : Value() {
         vt = type;
