@@ -3,6 +3,7 @@
 
 #include "../platform/Export.h"
 
+#include <concepts>
 #include <iosfwd>
 
 class FMatrix;
@@ -129,6 +130,20 @@ KORVANE_API FVector operator*(double s, const FVector& a);
 KORVANE_API FVector operator/(const FVector& a, double s);
 /// An element that is exactly 0 is a `DimException` here.
 KORVANE_API FVector operator/(double s, const FVector& a);
+
+/// Integer scalars, which would be as good for a step of the pointer that a vector converts to.
+template <std::integral Integer>
+FVector operator+(const FVector& a, Integer s) {
+    return a + static_cast<double>(s);
+}
+template <std::integral Integer>
+FVector operator+(Integer s, const FVector& a) {
+    return a + static_cast<double>(s);
+}
+template <std::integral Integer>
+FVector operator-(const FVector& a, Integer s) {
+    return a - static_cast<double>(s);
+}
 
 // ---- Products
 

@@ -55,6 +55,12 @@ long CountFailures(const std::function<void()>& operation) {
     }
 }
 
+// Sanitizers bring allocation functions of their own, which the module then uses.
+bool IsCounting() {
+    const long before = g_allocations;
+    return FVector(5).dim() == 5 && g_allocations == before + 1;
+}
+
 FMatrix Make(int n) {
     FMatrix m(n, n);
     for (int i = 0; i < n; ++i) {
@@ -66,6 +72,7 @@ FMatrix Make(int n) {
 }  // namespace
 
 TEST(Allocation, SmallOnesDoWithout) {
+    if (!IsCounting()) GTEST_SKIP() << "the module has other allocation functions";
     for (const int n : {2, 3, 4}) {
         const FMatrix a = Make(n), b = a.transpose();
         const FVector v = a.row(0), w = a.row(1);
@@ -80,6 +87,7 @@ TEST(Allocation, SmallOnesDoWithout) {
 }
 
 TEST(Allocation, FailuresAreMemExceptionsAndLoseNothing) {
+    if (!IsCounting()) GTEST_SKIP() << "the module has other allocation functions";
     const FMatrix a = Make(9);
     const FVector v = a.row(0);
     EXPECT_GT(CountFailures([&] { FVector(v).resize(20); }), 1);

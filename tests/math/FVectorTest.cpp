@@ -74,9 +74,9 @@ TEST(FVector, ElementByElement) {
     EXPECT_EQ(E(a + b), (Floats{3, 2, -5, 20, 27}));
     EXPECT_EQ(E(a - b), (Floats{-1, -6, 11, -12, -37}));
     EXPECT_EQ(E(a / b), (Floats{0.5F, -0.5F, -0.375F, 0.25F, -0.15625F}));
-    EXPECT_EQ(E(a + 1), E(1 + a));
+    EXPECT_EQ(E(a + 1), E(1UL + a));
     EXPECT_EQ(E(1 - a), (Floats{0, 3, -2, -3, 6}));
-    EXPECT_EQ(E(a - 1), (Floats{0, -3, 2, 3, -6}));
+    EXPECT_EQ(E(a - 1L), (Floats{0, -3, 2, 3, -6}));
     EXPECT_EQ(E(a * 2), E(2 * a));
     EXPECT_EQ(E(a / 2), (Floats{0.5F, -1, 1.5F, 2, -2.5F}));
     EXPECT_EQ(E(4 / b), (Floats{2, 1, -0.5F, 0.25F, 0.125F}));
@@ -147,7 +147,8 @@ TEST(PtFVector, SharesAndDestroys) {
         PtFVector first(new Watched(deaths));
         PtFVector second(first), third;
         third = second;
-        third = third;
+        const PtFVector& itself = third;
+        third = itself;
         first = nullptr;
         second = new Watched(deaths);
         EXPECT_EQ(deaths, 0);
