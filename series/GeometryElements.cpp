@@ -1,6 +1,9 @@
 #include "series/GeometryElements.h"
 
 #include "Dicom/Lib/DICOMObject.h"
+#include "Dicom/Lib/TypeCode.h"
+#include "automation/CVariant.h"
+#include "automation/CVariantVR.h"
 #include "platform/Bytes.h"
 #include "platform/Number.h"
 #include "series/ValueHelpers.h"
@@ -43,11 +46,19 @@ bool ReadWhole(DICOMDataObject* ddo, unsigned short group, unsigned short elemen
 DecimalValues::DecimalValues(const VR& vr) : m_Rest(vr.GetText()) {}
 
 float DecimalValues::Next() {
-    if (!m_Rest.empty()) {
-        const std::size_t end = std::min(m_Rest.find('\\'), m_Rest.size());
-        m_Value = static_cast<float>(platform::ParseReal(m_Rest.substr(0, end)));
-        m_Rest.remove_prefix(std::min(end + 1, m_Rest.size()));
+    if (m_Rest.empty()) {
+        return m_Value;
     }
+    // The value as an element of its own, with borrowed bytes: by its index in the whole text each would be looked for
+    // from the beginning.
+    const std::size_t end = std::min(m_Rest.find('\\'), m_Rest.size());
+    VR single(0x3004, 0x000C, 0, 0);
+    single.m_pData = reinterpret_cast<unsigned char*>(const_cast<char*>(m_Rest.data()));
+    single.m_Length = static_cast<std::uint32_t>(end);
+    single.m_bOwnsData = 0;
+    CVariantVR value(&single, TypeCode("DS"));
+    m_Value = CVariant::GetFloat(&value.GetVal(0));
+    m_Rest.remove_prefix(std::min(end + 1, m_Rest.size()));
     return m_Value;
 }
 

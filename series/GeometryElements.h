@@ -17,8 +17,8 @@ bool ReadReals(DICOMDataObject* ddo, unsigned short group, unsigned short elemen
 /// The same for one integer; a present element without one gives 0.
 bool ReadWhole(DICOMDataObject* ddo, unsigned short group, unsigned short element, std::int32_t* value);
 
-/// The values of a decimal string one after another, however many. Behind the last it is repeated: a reader of single
-/// values keeps its previous result there.
+/// The values of a decimal string one after another, however many, as the automation bridge converts them to floats: what
+/// is no number is 0. Behind the last it is repeated: a reader of single values keeps its previous result there.
 class DecimalValues {
 public:
     explicit DecimalValues(const VR& vr);

@@ -130,6 +130,8 @@ TEST_F(CDicomVolumeGeometry, FramesKeepTheirPlaceAndTheirPixels) {
     check({-103, -102, -101, -100}, {3, 2, 1, 0});  // named, but not there
     frames.Bytes(0x00280009, gridOffsets, 4).Text(0x3004000C, "0\\5");
     EXPECT_EQ(PlaneZ({frames}), (Floats{-105, -105, -105, -100})) << "behind the last value it is repeated";
+    frames.Text(0x3004000C, " 1.25 \\x\\\\1e300");
+    EXPECT_EQ(PlaneZ({frames}), (Floats{-101.25, -100, -100, -100})) << "what is no number is 0";
 
     // Without an orientation the pitch counts from 0, and the position is taken off again.
     frames.Drop(0x00200037).Text(0x00180088, "2");
