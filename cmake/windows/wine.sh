@@ -1,13 +1,11 @@
 #!/usr/bin/env bash
-# Runs a Windows program of the build under Wine, in the i386 root that wine_root.sh makes. The checkout has the same
-# path inside, and Wine's drive Z: is the root's "/": absolute paths below the checkout mean the same on both sides.
-# Where the machine has a Wine of its own that runs 32-bit programs, KORVANE_WINE may name it.
+# Runs a Windows program under Wine, in the i386 root that wine_root.sh makes. Wine's drive Z: is this machine's "/", so
+# absolute paths mean the same on both sides. Where the machine has a Wine of its own that runs 32-bit programs,
+# KORVANE_WINE may name it.
 #
 # usage: wine.sh PROGRAM [ARGUMENT...]
 #        wine.sh --start    keeps Wine's own server running, which spares each program a second or more
 #        wine.sh --stop     ends it
-#
-# One checkout at a time: the server sees the files of the one that it was started from.
 set -euo pipefail
 
 die() {
@@ -22,22 +20,18 @@ if [ -n "${KORVANE_WINE:-}" ]; then
 fi
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd -P)
-checkout=$(cd "$here/../.." && pwd -P)
 root=$("$here/wine_root.sh" --where)
 [ -e "$root/complete" ] || die "no Wine at $root (./dev test-windows puts it there)"
 [ "$(id -u)" -eq 0 ] || die "mounting and changing the root needs root rights; or name your own Wine in KORVANE_WINE"
 
-# Mounts in a name space of their own: they end with the program, and nothing that removes the root meets the checkout.
+# Mounts in a name space of their own: they end with the program, and nothing that removes the root meets other files.
 if [ "${KORVANE_WINE_MOUNTED:-}" != "$root" ]; then
     KORVANE_WINE_MOUNTED=$root exec unshare --mount "$here/wine.sh" "$@"
 fi
 if [ ! -e "$root/proc/self" ]; then
+    mount --rbind / "$root/mnt"
     mount --bind /proc "$root/proc"
     mount --bind /dev "$root/dev"
-fi
-if [ ! -e "$root$checkout/dev" ]; then
-    mkdir -p "$root$checkout"
-    mount --bind "$checkout" "$root$checkout"
 fi
 
 case ${1:-} in
@@ -51,9 +45,7 @@ case ${1:-} in
     WINEPREFIX=/prefix chroot "$root" wineserver --kill || true # there may be none
     exit
     ;;
+/*) set -- "Z:$1" "${@:2}" ;;
 esac
 export LC_ALL=C.UTF-8 # what Wine takes file names and arguments to be in
-# The current folder may lie outside what the root shows.
-folder=$PWD
-[ -d "$root$folder" ] || folder=/
-exec env HOME=/root WINEPREFIX=/prefix chroot "$root" /bin/sh -c 'cd "$0" && exec wine "$@"' "$folder" "$@"
+exec env HOME=/root WINEPREFIX=/prefix chroot "$root" /bin/sh -c 'cd "/mnt$0" && exec wine "$@"' "$PWD" "$@"

@@ -24,7 +24,7 @@ make_prefix() {
     mount --bind /proc "$1/proc"
     mount --bind /dev "$1/dev"
     env HOME=/root WINEPREFIX=/prefix WINEDEBUG=-all WINEDLLOVERRIDES='mscoree,mshtml=' \
-        chroot "$1" sh -c 'wine wineboot --init && wineserver --wait'
+        chroot "$1" sh -c 'wine wineboot --init && wineserver --wait && ln -sfn /mnt /prefix/dosdevices/z:'
 }
 
 case ${1:-} in

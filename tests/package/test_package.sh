@@ -37,6 +37,8 @@ takes_a_series() {
 
 cmake -S "$source" -B "$scratch/stranger" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" "${target[@]}" >/dev/null
 cmake --build "$scratch/stranger" >/dev/null
+# A stranger need not link libstdc++ as the module does; a program with the compiler's own DLL of it works as well.
+[ -z "$suffix" ] || cp "$("$compiler" -print-file-name=libstdc++-6.dll)" "$scratch/stranger"
 takes_a_series "$scratch/stranger/stranger"
 
 read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane)"
