@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
-#include <limits>
 
 namespace {
 
@@ -72,12 +71,11 @@ int CFileWriter::Print(const char* format, ...) {
 }
 
 unsigned CFileWriter::Seek(unsigned long offset) {
-    // Where `long` is 32 bits wide, a larger offset would become a negative one.
-    if (m_pFile == nullptr || offset > static_cast<unsigned long>(std::numeric_limits<long>::max())) {
+    if (m_pFile == nullptr) {
         errno = EINVAL;
         return static_cast<unsigned>(-1);
     }
-    return static_cast<unsigned>(std::fseek(m_pFile, static_cast<long>(offset), SEEK_SET));
+    return static_cast<unsigned>(platform::SeekFile(m_pFile, offset));
 }
 
 char* CFileWriter::StrError() {

@@ -75,6 +75,10 @@ std::FILE* OpenFile(const char* path, const char* mode) {
     return file;
 }
 
+int SeekFile(std::FILE* file, std::uint64_t offset) {
+    return _fseeki64(file, static_cast<long long>(offset), SEEK_SET);
+}
+
 bool FileExists(const char* path) {
     return GetFileAttributesW(WidePath(NativePath(path).c_str()).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
@@ -116,6 +120,10 @@ std::FILE* OpenFile(const char* path, const char* mode) {
         return nullptr;
     }
     return std::fopen(native.c_str(), mode);
+}
+
+int SeekFile(std::FILE* file, std::uint64_t offset) {
+    return fseeko(file, static_cast<off_t>(offset), SEEK_SET);
 }
 
 bool FileExists(const char* path) {

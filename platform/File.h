@@ -19,6 +19,9 @@ bool IsPathTooLong(const char* path);
 /// `fopen`. Null with `errno` set on failure; EISDIR for a directory, ENAMETOOLONG by `IsPathTooLong`.
 std::FILE* OpenFile(const char* path, const char* mode);
 
+/// `fseek` from the start of the file, beyond 2 GB too. 0, or -1 with `errno` set.
+int SeekFile(std::FILE* file, std::uint64_t offset);
+
 /// Whether anything stands under the path (no access rights checked).
 bool FileExists(const char* path);
 

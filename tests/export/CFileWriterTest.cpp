@@ -18,6 +18,18 @@ TEST_F(CFileWriterTest, WritesItemsTextAndSeeksFromTheStart) {
     EXPECT_EQ(ReadBack("sub/f"), "aghdef<42 x>");
 }
 
+TEST_F(CFileWriterTest, NumbersAndOffsetsAreTheSameOnEverySystem) {
+    ASSERT_TRUE(m_Writer.Open(Path("f").c_str(), "wb"));
+    EXPECT_EQ(m_Writer.Print("%f %e %g %lld\n", 0.5, 1e5, 1e-7, 1LL << 40), 42);
+    EXPECT_EQ(m_Writer.Close(), 0);
+    EXPECT_EQ(ReadBack("f"), "0.500000 1.000000e+05 1e-07 1099511627776\n");
+    ASSERT_TRUE(m_Writer.Open(Path("f").c_str(), "wb"));
+    EXPECT_EQ(m_Writer.Seek(3'000'000'000), 0u);
+    EXPECT_EQ(m_Writer.Write(m_Text, 1, 1), 1u);
+    EXPECT_EQ(m_Writer.Close(), 0);
+    EXPECT_EQ(std::filesystem::file_size(Path("f")), 3'000'000'001);
+}
+
 TEST_F(CFileWriterTest, FailsQuietlyWithoutAFile) {
     EXPECT_FALSE(m_Writer.Open(Path("sub").c_str(), "rb"));  // a directory is no file
     EXPECT_STREQ(m_Writer.StrError(), std::strerror(EISDIR));

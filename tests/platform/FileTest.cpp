@@ -34,6 +34,21 @@ TEST(File, BothSeparatorsWorkAndDirectoriesAreRefused) {
     fs::remove_all(folder);
 }
 
+TEST(File, PathsAreUtf8OrElseInTheCodePage) {
+    const fs::path folder = fs::path(testing::TempDir()) / "korvane-file-names";
+    fs::create_directories(folder);
+    const std::string utf8 = "\xCE\xA9\xE6\x97\xA5.bin", codePage = "gr\xF6.bin";
+    for (const std::string& name : {utf8, codePage}) {
+        const std::string path = folder.string() + "/" + name;
+        OutputFile out;
+        ASSERT_TRUE(out.Open(path.c_str()));
+        EXPECT_TRUE(out.Close());
+        EXPECT_TRUE(FileExists(path.c_str()));
+    }
+    EXPECT_TRUE(fs::exists(folder / fs::path(std::u8string(utf8.begin(), utf8.end()))));
+    fs::remove_all(folder);
+}
+
 TEST(File, AFullDiskIsReportedByClose) {
     if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
     OutputFile out;
