@@ -2,13 +2,14 @@
 
 #include "Dicom/Lib/TypeCode.h"
 #include "Dicom/Lib/VR.h"
+#include "automation/DateText.h"
 #include "automation/TextValues.h"
+#include "automation/Variant.h"
 #include "platform/Bytes.h"
 #include "platform/Layout.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <limits>
 #include <new>
@@ -17,9 +18,15 @@
 
 using korvane_detail::BytesOf;
 using korvane_detail::CountValues;
-using korvane_detail::FieldReader;
 using korvane_detail::FindValue;
 using korvane_detail::MakeText;
+using korvane_detail::ReadDate;
+using korvane_detail::ReadDateTime;
+using korvane_detail::ShowTime;
+using korvane_detail::Variant;
+using korvane_detail::WriteDate;
+using korvane_detail::WriteDateTime;
+using korvane_detail::WriteTime;
 
 namespace {
 
@@ -59,45 +66,6 @@ std::string_view ValueOf(const VR* vr) {
 
 void CopyVariant(VARIANT& copy, const VARIANT& source) {
     VariantCopy(&copy, const_cast<VARIANT*>(&source));  // not all of Windows' headers say const
-}
-
-/// A VARIANT that clears itself.
-struct Variant : VARIANT {
-    Variant() { VariantInit(this); }
-    ~Variant() { VariantClear(this); }
-    Variant(const Variant&) = delete;
-    Variant& operator=(const Variant&) = delete;
-
-    /// Takes another's value, converted; false when it cannot be.
-    bool Convert(VARIANT& from, VARTYPE type, unsigned long locale = 0) {
-        const HRESULT done = locale != 0 ? VariantChangeTypeEx(this, &from, static_cast<LCID>(locale), 0, type)
-                                         : VariantChangeType(this, &from, 0, type);
-        return SUCCEEDED(done);
-    }
-};
-
-struct DateTime {
-    int m_Year = 0, m_Month = 0, m_Day = 0, m_Hour = 0, m_Minute = 0, m_Second = 0, m_Millisecond = 0;
-};
-
-bool MakeDate(const DateTime& fields, DATE& date) {
-    const int all[] = {fields.m_Year,   fields.m_Month,  fields.m_Day,        fields.m_Hour,
-                       fields.m_Minute, fields.m_Second, fields.m_Millisecond};
-    if (std::any_of(std::begin(all), std::end(all), [](int field) { return field < 0; })) return false;
-    SYSTEMTIME time = {};
-    time.wYear = static_cast<WORD>(fields.m_Year);
-    time.wMonth = static_cast<WORD>(fields.m_Month);
-    time.wDay = static_cast<WORD>(fields.m_Day);
-    time.wHour = static_cast<WORD>(fields.m_Hour);
-    time.wMinute = static_cast<WORD>(fields.m_Minute);
-    time.wSecond = static_cast<WORD>(fields.m_Second);
-    time.wMilliseconds = static_cast<WORD>(fields.m_Millisecond);
-    return SystemTimeToVariantTime(&time, &date) != 0;
-}
-
-bool SplitDate(VARIANT& v, SYSTEMTIME& time) {
-    Variant date;
-    return date.Convert(v, VT_DATE) && VariantTimeToSystemTime(date.date, &time) != 0;
 }
 
 }  // namespace
@@ -294,7 +262,7 @@ bool CVariantVR::SetName(VARIANT& v, int i) {
 }
 
 /// Stores a text that was made here as value i.
-bool CVariantVR::SetText(const char* text, int i) {
+bool CVariantVR::SetText(const std::string& text, int i) {
     Variant made;
     made.bstrVal = MakeText(text);
     if (made.bstrVal == nullptr) return false;
@@ -306,84 +274,38 @@ bool CVariantVR::SetText(const char* text, int i) {
 
 VARIANT& CVariantVR::GetDate(int i) {
     std::string_view text;
-    if (!FindText(i, text)) return m_Var;
-    FieldReader reader(text);
-    DateTime fields;
     DATE date = 0;
-    const bool found = reader.Read(fields.m_Year, 4) && reader.Read(fields.m_Month, 2) && reader.Read(fields.m_Day, 2);
-    if (found && MakeDate(fields, date)) NewResult(VT_DATE).date = date;
+    if (FindText(i, text) && ReadDate(text, date)) NewResult(VT_DATE).date = date;
     return m_Var;
 }
 
 VARIANT& CVariantVR::GetDateTime(int i) {
     std::string_view text;
-    if (!FindText(i, text)) return m_Var;
-    FieldReader reader(text);
-    DateTime fields;
     DATE date = 0;
-    if (!reader.Read(fields.m_Year, 4) || !reader.Read(fields.m_Month, 2) || !reader.Read(fields.m_Day, 2)) {
-        return m_Var;
-    }
-    if (reader.Read(fields.m_Hour, 2) && reader.Read(fields.m_Minute, 2) && reader.Read(fields.m_Second, 2) &&
-        reader.Skip('.')) {
-        reader.Read(fields.m_Millisecond, 3);
-    }
-    if (MakeDate(fields, date)) NewResult(VT_DATE).date = date;
+    if (FindText(i, text) && ReadDateTime(text, date)) NewResult(VT_DATE).date = date;
     return m_Var;
 }
 
 VARIANT& CVariantVR::GetTime(int i) {
     std::string_view text;
-    if (!FindText(i, text)) return m_Var;
-    FieldReader reader(text);
-    int hour = 0, minute = 0, second = 0, fraction = 0;
-    if (!reader.Read(hour, 2)) return m_Var;
-    if (reader.Read(minute, 2) && reader.Read(second, 2) && reader.Skip('.')) reader.Read(fraction);
-    char shown[64];
-    std::snprintf(shown, sizeof shown, "%d:%d:%d.%d", hour, minute, second, fraction);
-    StoreText(shown);
+    std::string shown;
+    if (FindText(i, text) && ShowTime(text, shown)) StoreText(shown);
     return m_Var;
 }
 
 bool CVariantVR::SetDate(VARIANT& v, int i) {
-    SYSTEMTIME time = {};
-    if (!SplitDate(v, time)) return false;
-    char text[64];
-    std::snprintf(text, sizeof text, "%4.4d%2.2d%2.2d", time.wYear, time.wMonth, time.wDay);
-    return SetText(text, i);
+    std::string text;
+    return WriteDate(v, text) && SetText(text, i);
 }
 
 bool CVariantVR::SetDateTime(VARIANT& v, int i) {
-    SYSTEMTIME time = {};
-    if (!SplitDate(v, time)) return false;
-    char text[64];
-    std::snprintf(text, sizeof text, "%4.4d%2.2d%2.2d%2.2d%2.2d%2.2d.%3.3d000", time.wYear, time.wMonth, time.wDay,
-                  time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
-    return SetText(text, i);
+    std::string text;
+    return WriteDateTime(v, text) && SetText(text, i);
 }
 
 bool CVariantVR::SetTime(VARIANT& v, int i) {
-    int hour = 0, minute = 0, second = 0, fraction = 0;
-    if (v.vt == VT_DATE) {
-        SYSTEMTIME time = {};
-        if (!SplitDate(v, time)) return false;
-        hour = time.wHour;
-        minute = time.wMinute;
-        second = time.wSecond;
-        fraction = time.wMilliseconds;
-    } else if (v.vt == VT_BSTR) {
-        const std::string text = BytesOf(v.bstrVal);
-        FieldReader reader(text);
-        if (!reader.Read(hour)) return false;
-        if (reader.Skip(':') && reader.Read(minute) && reader.Skip(':') && reader.Read(second) && reader.Skip('.')) {
-            reader.Read(fraction);
-        }
-    } else {
-        return false;
-    }
-    char text[64];
-    std::snprintf(text, sizeof text, "%2.2d%2.2d%2.2d.%d", hour, minute, second, fraction);
-    return SetText(text, i);
+    std::string text;
+    return WriteTime(v, text) && SetText(text, i);
 }
 
 // ---- Binary numbers

@@ -117,7 +117,7 @@ private:
     bool StoreText(std::string_view text);
     VARIANT& GetNumber(int i, int type);
     bool ReplaceText(std::string text, int i);
-    bool SetText(const char* text, int i);
+    bool SetText(const std::string& text, int i);
     template <class T>
     bool ReadBinary(int i, T& value) const;
     template <class T>
