@@ -81,6 +81,12 @@ TEST_F(CDicomVolumeGeometry, ObliqueSlicesLandOnTheirNormalAndMapBack) {
     EXPECT_EQ(std::pair(org[0], org[1]), std::pair(3.F, -2.F));
 }
 
+// A compiler that did not round the unit vectors to floats before it multiplied them would give -0.756503403.
+TEST_F(CDicomVolumeGeometry, NormalIsTheCrossProductOfTheVectorsAsTheyAreKept) {
+    Assemble({SliceAt(0).Text(0x00200037, "6.53996e-01\\7.56504e-01\\3.77102e-03\\-1.33901e-03\\6.14239e-03\\-1.0")});
+    EXPECT_EQ(m_Series.m_Normal[0], -0.7565033435821533F);
+}
+
 TEST_F(CDicomVolumeGeometry, SlicesWithoutPositionsStandAPitchApart) {
     EXPECT_EQ(PlaneZ({Image(), Image()}), (Floats{-1, 0})) << "1 mm without any";
     DataSet slice = Image().Text(0x00280030, "3\\4");
