@@ -28,12 +28,7 @@ except ImportError:  # Debian's packages belong to Debian's interpreter, which m
 KORVANE = [*sys.argv[1:-1], os.path.abspath(sys.argv[-1])]
 WINDOWS = KORVANE[-1].endswith(".exe")
 SAMPLES = pathlib.Path(__file__).resolve().parents[3] / "shared" / "samples"
-# The emulator sees what lies below the checkout: the build folder, at its own path.
-FOLDER = pathlib.Path(tempfile.mkdtemp(prefix="host-test-", dir=os.path.dirname(KORVANE[-1]) if WINDOWS else None))
-WORK = FOLDER / "work"
-WORK.mkdir()
-if WINDOWS and SAMPLES.is_dir():
-    SAMPLES = pathlib.Path(shutil.copytree(SAMPLES, FOLDER / "samples"))
+WORK = pathlib.Path(tempfile.mkdtemp(prefix="korvane-host-test-"))
 
 
 def korvane(*arguments, status=0, **options):
@@ -143,5 +138,5 @@ def run(*tests):
             print(f"FAILED {test.__name__}, line {line}: {type(error).__name__} {str(error)[:2000]}")
         else:
             print(f"passed {test.__name__}")
-    shutil.rmtree(FOLDER, ignore_errors=True)
+    shutil.rmtree(WORK, ignore_errors=True)
     sys.exit(1 if failed else 0)
