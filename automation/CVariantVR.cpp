@@ -197,7 +197,7 @@ VARIANT& CVariantVR::NewResult(int type) {
 
 /// Makes a text the result; false, and the result as it was, without memory.
 bool CVariantVR::StoreText(std::string_view text) {
-    BSTR const made = MakeText(text);
+    BSTR made = MakeText(text);
     if (made == nullptr) return false;
     NewResult(VT_BSTR).bstrVal = made;
     return true;

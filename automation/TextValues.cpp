@@ -23,7 +23,7 @@ bool FindValue(std::string_view text, int i, std::size_t& begin, std::size_t& en
 }
 
 BSTR MakeText(std::string_view bytes) {
-    BSTR const text = SysAllocStringLen(nullptr, static_cast<UINT>(bytes.size()));
+    BSTR text = SysAllocStringLen(nullptr, static_cast<UINT>(bytes.size()));
     if (text == nullptr) return nullptr;
     std::transform(bytes.begin(), bytes.end(), text,
                    [](char c) { return static_cast<OLECHAR>(static_cast<unsigned char>(c)); });

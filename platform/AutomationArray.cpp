@@ -83,7 +83,7 @@ void FreeElement(VARTYPE vt, void* element) {
 /// Into memory that holds no element yet.
 HRESULT CopyElement(VARTYPE vt, ULONG size, void* to, const void* from) {
     if (vt == VT_BSTR) {
-        BSTR const text = *static_cast<const BSTR*>(from);
+        BSTR text = *static_cast<const BSTR*>(from);
         BSTR copy = nullptr;
         if (text != nullptr) {
             copy = SysAllocStringByteLen(reinterpret_cast<const char*>(text), SysStringByteLen(text));
@@ -97,6 +97,35 @@ HRESULT CopyElement(VARTYPE vt, ULONG size, void* to, const void* from) {
         return VariantCopy(static_cast<VARIANT*>(to), static_cast<const VARIANT*>(from));
     }
     std::memcpy(to, from, size);
+    return S_OK;
+}
+
+/// The array with all that is in it.
+void FreeArray(SAFEARRAY* array) {
+    const VARTYPE vt = TypeOf(array);
+    if (array->pvData != nullptr && (vt == VT_BSTR || vt == VT_VARIANT)) {
+        auto* element = static_cast<unsigned char*>(array->pvData);
+        for (std::size_t left = CountOf(array); left > 0; --left, element += array->cbElements)
+            FreeElement(vt, element);
+    }
+    std::free(array->pvData);
+    std::free(BlockOf(array));
+}
+
+/// Into an array of the same shape that has none yet.
+HRESULT CopyElements(const SAFEARRAY* source, SAFEARRAY* copy) {
+    const VARTYPE vt = TypeOf(copy);
+    const std::size_t count = CountOf(copy);
+    if (vt != VT_BSTR && vt != VT_VARIANT) {
+        std::memcpy(copy->pvData, source->pvData, count * copy->cbElements);
+        return S_OK;
+    }
+    auto* to = static_cast<unsigned char*>(copy->pvData);
+    const auto* from = static_cast<const unsigned char*>(source->pvData);
+    for (std::size_t i = 0; i < count; ++i, to += copy->cbElements, from += copy->cbElements) {
+        const HRESULT copied = CopyElement(vt, copy->cbElements, to, from);
+        if (copied != S_OK) return copied;
+    }
     return S_OK;
 }
 
@@ -134,7 +163,7 @@ SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dimensions, SAFEARRAYBOUND* bounds) 
     for (UINT i = 0; i < dimensions; ++i) array->rgsabound[dimensions - 1 - i] = bounds[i];
     array->pvData = std::calloc(1, bytes != 0 ? static_cast<std::size_t>(bytes) : 1);
     if (array->pvData == nullptr) {
-        std::free(BlockOf(array));
+        FreeArray(array);
         return nullptr;
     }
     return array;
@@ -148,14 +177,7 @@ SAFEARRAY* SafeArrayCreateVector(VARTYPE vt, LONG lowerBound, ULONG elements) {
 HRESULT SafeArrayDestroy(SAFEARRAY* array) {
     if (array == nullptr) return S_OK;
     if (array->cLocks != 0) return DISP_E_ARRAYISLOCKED;
-    const VARTYPE vt = TypeOf(array);
-    if (vt == VT_BSTR || vt == VT_VARIANT) {
-        auto* element = static_cast<unsigned char*>(array->pvData);
-        for (std::size_t left = CountOf(array); left > 0; --left, element += array->cbElements)
-            FreeElement(vt, element);
-    }
-    std::free(array->pvData);
-    std::free(BlockOf(array));
+    FreeArray(array);
     return S_OK;
 }
 
@@ -163,28 +185,14 @@ HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy) {
     if (copy == nullptr) return E_INVALIDARG;
     *copy = nullptr;
     if (source == nullptr) return S_OK;
-    const VARTYPE vt = TypeOf(source);
-    const std::size_t count = CountOf(source);
-    SAFEARRAY* const made = MakeDescriptor(vt, source->cDims);
+    SAFEARRAY* const made = MakeDescriptor(TypeOf(source), source->cDims);
     if (made == nullptr) return E_OUTOFMEMORY;
     std::memcpy(made->rgsabound, source->rgsabound, source->cDims * sizeof(SAFEARRAYBOUND));
+    const std::size_t count = CountOf(source);
     made->pvData = std::calloc(count != 0 ? count : 1, made->cbElements);
-    HRESULT result = made->pvData != nullptr ? S_OK : E_OUTOFMEMORY;
+    const HRESULT result = made->pvData != nullptr ? CopyElements(source, made) : E_OUTOFMEMORY;
     if (result != S_OK) {
-        std::free(BlockOf(made));
-        return result;
-    }
-    if (vt != VT_BSTR && vt != VT_VARIANT) {
-        std::memcpy(made->pvData, source->pvData, count * made->cbElements);
-    } else {
-        auto* to = static_cast<unsigned char*>(made->pvData);
-        const auto* from = static_cast<const unsigned char*>(source->pvData);
-        for (std::size_t i = 0; i < count && result == S_OK; ++i, to += made->cbElements, from += made->cbElements) {
-            result = CopyElement(vt, made->cbElements, to, from);
-        }
-    }
-    if (result != S_OK) {
-        SafeArrayDestroy(made);
+        FreeArray(made);
         return result;
     }
     *copy = made;
@@ -244,7 +252,7 @@ HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* value) {
     const VARTYPE vt = TypeOf(array);
     if (vt == VT_VARIANT) return VariantCopy(static_cast<VARIANT*>(element), static_cast<const VARIANT*>(value));
     // A text is passed as itself, not by its address.
-    BSTR const text = static_cast<BSTR>(value);
+    BSTR text = static_cast<BSTR>(value);
     if (vt != VT_BSTR && value == nullptr) return E_INVALIDARG;
     if (vt == VT_BSTR) FreeElement(vt, element);
     return CopyElement(vt, array->cbElements, element, vt == VT_BSTR ? static_cast<const void*>(&text) : value);
