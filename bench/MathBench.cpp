@@ -130,7 +130,7 @@ int main(int argc, char** argv) {
     AddVectors(rows);
     AddMatrices(rows, 3, 1, 3, 0);
     AddMatrices(rows, 4, 1, 3, 0);
-    AddMatrices(rows, 50, 0, 0, 1.5);
+    AddMatrices(rows, 50, 0, 3, 1.5);
     int missed = 0;
     std::printf("%-26s %12s %12s   %s\n", "", "ns", "/ Eigen", "aim");
     for (Row& row : rows) {

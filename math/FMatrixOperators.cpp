@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 using korvane_detail::CountElements;
 using korvane_detail::GetBlock;
@@ -23,29 +24,83 @@ FMatrix Combine(const FMatrix& a, const FMatrix& b, Operation operation) {
     return result;
 }
 
-// out[j] = sum over k of row[k] * b[k][j], for `kCols` columns of b, rows of which are `stride` apart. The terms are
-// added in the order of k, whatever kCols is.
-template <int kCols>
-void RowTimesColumns(const float* row, int n, const float* b, std::size_t stride, float* out) {
-    double sums[kCols] = {};
-    for (int k = 0; k < n; ++k, b += stride) {
-        const double factor = row[k];
-        for (int j = 0; j < kCols; ++j) sums[j] += factor * static_cast<double>(b[j]);
-    }
-    for (int j = 0; j < kCols; ++j) out[j] = static_cast<float>(sums[j]);
+using TwoFloats = float __attribute__((vector_size(2 * sizeof(float))));
+using TwoDoubles = double __attribute__((vector_size(2 * sizeof(double))));
+
+TwoDoubles LoadTwo(const float* from) {
+    TwoFloats two;
+    std::memcpy(&two, from, sizeof two);
+    return __builtin_convertvector(two, TwoDoubles);
 }
 
-void RowTimesMatrix(const float* row, int n, const float* b, int cols, float* out) {
-    const auto stride = static_cast<std::size_t>(cols);
-    int j = 0;
-    for (; cols - j >= 16; j += 16) RowTimesColumns<16>(row, n, b + j, stride, out + j);
-    for (; cols - j >= 4; j += 4) RowTimesColumns<4>(row, n, b + j, stride, out + j);
-    switch (cols - j) {
-    case 3: RowTimesColumns<3>(row, n, b + j, stride, out + j); break;
-    case 2: RowTimesColumns<2>(row, n, b + j, stride, out + j); break;
-    case 1: RowTimesColumns<1>(row, n, b + j, stride, out + j); break;
-    default: break;
+void StoreTwo(TwoDoubles sums, float* to) {
+    const TwoFloats two = __builtin_convertvector(sums, TwoFloats);
+    std::memcpy(to, &two, sizeof two);
+}
+
+// Rows of elements, `stride` apart.
+template <typename Element>
+struct Table {
+    Element* first;
+    std::size_t stride;
+    Element* operator[](int i) const { return first + static_cast<std::size_t>(i) * stride; }
+    Table At(int i, int j) const { return {(*this)[i] + j, stride}; }
+};
+
+// out[i][j] = sum over k < n of a[i][k] * b[k][j], for kRows rows and 2 * kPairs columns. The terms are added in the
+// order of k, whatever the size, so that an element does not depend on where it lies.
+template <int kRows, int kPairs>
+void Multiply(Table<const float> a, Table<const float> b, int n, Table<float> out) {
+    TwoDoubles sums[kRows][kPairs] = {};
+    for (int k = 0; k < n; ++k) {
+        TwoDoubles right[kPairs];
+        for (int j = 0; j < kPairs; ++j) right[j] = LoadTwo(b[k] + 2 * j);
+        for (int i = 0; i < kRows; ++i) {
+            const double left = a[i][k];
+            for (int j = 0; j < kPairs; ++j) sums[i][j] += TwoDoubles{left, left} * right[j];
+        }
     }
+    for (int i = 0; i < kRows; ++i) {
+        for (int j = 0; j < kPairs; ++j) StoreTwo(sums[i][j], out[i] + 2 * j);
+    }
+}
+
+// The same for one column.
+template <int kRows>
+void MultiplyColumn(Table<const float> a, Table<const float> b, int n, Table<float> out) {
+    double sums[kRows] = {};
+    for (int k = 0; k < n; ++k) {
+        const double right = *b[k];
+        for (int i = 0; i < kRows; ++i) sums[i] += static_cast<double>(a[i][k]) * right;
+    }
+    for (int i = 0; i < kRows; ++i) *out[i] = static_cast<float>(sums[i]);
+}
+
+template <int kRows>
+void MultiplyRows(Table<const float> a, Table<const float> b, int n, Table<float> out, int cols) {
+    int j = 0;
+    for (; cols - j >= 4; j += 4) Multiply<kRows, 2>(a, b.At(0, j), n, out.At(0, j));
+    if (cols - j >= 2) {
+        Multiply<kRows, 1>(a, b.At(0, j), n, out.At(0, j));
+        j += 2;
+    }
+    if (cols > j) MultiplyColumn<kRows>(a, b.At(0, j), n, out.At(0, j));
+}
+
+// rows x n times n x cols
+void MultiplyAll(Table<const float> a, Table<const float> b, int n, Table<float> out, int rows, int cols) {
+    int i = 0;
+    for (; rows - i >= 4; i += 4) MultiplyRows<4>(a.At(i, 0), b, n, out.At(i, 0), cols);
+    if (rows - i >= 2) {
+        MultiplyRows<2>(a.At(i, 0), b, n, out.At(i, 0), cols);
+        i += 2;
+    }
+    if (rows > i) MultiplyRows<1>(a.At(i, 0), b, n, out.At(i, 0), cols);
+}
+
+template <typename Element>
+Table<Element> MakeTable(Element* first, int stride) {
+    return {first, static_cast<std::size_t>(stride)};
 }
 
 }  // namespace
@@ -62,10 +117,9 @@ FMatrix operator*(const FMatrix& a, const FMatrix& b) {
     if (a.ncols() != b.nrows()) throw DimException("operator*(FMatrix, FMatrix)");
     FMatrix result(a.nrows(), b.ncols());
     if (a.ncols() == 0) return result.zero();
-    const float* const block = GetBlock(b);
-    for (int i = 0; result.IsMatrixCreated() && i < a.nrows(); ++i) {
-        RowTimesMatrix(a[i], a.ncols(), block, b.ncols(), result[i]);
-    }
+    if (!result.IsMatrixCreated()) return result;
+    MultiplyAll(MakeTable(GetBlock(a), a.ncols()), MakeTable(GetBlock(b), b.ncols()), a.ncols(),
+                MakeTable(GetBlock(result), b.ncols()), a.nrows(), b.ncols());
     return result;
 }
 
@@ -96,13 +150,16 @@ FVector operator*(const FMatrix& m, const FVector& v) {
     if (m.ncols() != v.dim()) throw DimException("operator*(FMatrix, FVector)");
     FVector result(m.nrows());
     if (!m.IsMatrixCreated()) return result.zero();
-    for (int i = 0; i < m.nrows(); ++i) RowTimesColumns<1>(m[i], m.ncols(), v.GetPointer(), 1, result.GetPointer() + i);
+    MultiplyAll(MakeTable(GetBlock(m), m.ncols()), MakeTable(v.GetPointer(), 1), m.ncols(),
+                MakeTable(result.GetPointer(), 1), m.nrows(), 1);
     return result;
 }
 
 FVector operator*(const FVector& v, const FMatrix& m) {
     if (v.dim() != m.nrows()) throw DimException("operator*(FVector, FMatrix)");
     FVector result(m.ncols());
-    RowTimesMatrix(v.GetPointer(), v.dim(), GetBlock(m), m.ncols(), result.GetPointer());
+    if (!m.IsMatrixCreated()) return result.zero();
+    MultiplyAll(MakeTable(v.GetPointer(), m.nrows()), MakeTable(GetBlock(m), m.ncols()), m.nrows(),
+                MakeTable(result.GetPointer(), m.ncols()), 1, m.ncols());
     return result;
 }
