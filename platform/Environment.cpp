@@ -3,13 +3,29 @@
 #include <cstdlib>
 #include <ctime>
 
+#if defined(_WIN32)
+#include "platform/WideText.h"
+#endif
+
 namespace platform {
+
+#if defined(_WIN32)
+
+std::string GetEnvironment(const char* name, bool* found) {
+    const wchar_t* const value = _wgetenv(WideText(name).c_str());
+    if (found != nullptr) *found = value != nullptr;
+    return value != nullptr ? NarrowText(value) : "";
+}
+
+#else
 
 std::string GetEnvironment(const char* name, bool* found) {
     const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
     if (found != nullptr) *found = value != nullptr;
     return value != nullptr ? value : "";
 }
+
+#endif
 
 std::string LocalTimeText() {
     const std::time_t now = std::time(nullptr);

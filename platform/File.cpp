@@ -4,11 +4,12 @@
 #include <cerrno>
 
 #if defined(_WIN32)
+#include "platform/WideText.h"
+
 #include <fcntl.h>
 #include <io.h>
 #include <share.h>
 #include <sys/stat.h>
-#include <vector>
 #include <windows.h>
 #else
 #include <fcntl.h>
@@ -23,19 +24,6 @@ namespace {
 constexpr std::size_t kLargestRead = std::size_t{1} << 30;
 
 #if defined(_WIN32)
-
-std::wstring WidePath(const char* path) {
-    for (const unsigned codePage : {CP_UTF8, CP_ACP}) {
-        const DWORD flags = codePage == CP_UTF8 ? MB_ERR_INVALID_CHARS : 0;
-        const int length = MultiByteToWideChar(codePage, flags, path, -1, nullptr, 0);
-        if (length == 0) continue;
-        std::wstring wide(static_cast<std::size_t>(length), L'\0');
-        MultiByteToWideChar(codePage, flags, path, -1, wide.data(), length);
-        wide.pop_back();
-        return wide;
-    }
-    return {};
-}
 
 /// `errno` after a failure to open the path.
 void NameLength(const char* path) {
@@ -60,17 +48,17 @@ std::string NativePath(const char* path) {
 }
 
 bool IsPathTooLong(const char* path) {
-    const std::wstring wide = WidePath(NativePath(path).c_str());
+    const std::wstring wide = WideText(NativePath(path).c_str());
     return GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr) > MAX_PATH;  // both with the zero at the end
 }
 
 std::FILE* OpenFile(const char* path, const char* mode) {
-    const std::wstring wide = WidePath(NativePath(path).c_str());
+    const std::wstring wide = WideText(NativePath(path).c_str());
     if (IsDirectory(wide)) {
         errno = EISDIR;
         return nullptr;
     }
-    std::FILE* const file = _wfopen(wide.c_str(), WidePath(mode).c_str());
+    std::FILE* const file = _wfopen(wide.c_str(), WideText(mode).c_str());
     if (file == nullptr) NameLength(path);
     return file;
 }
@@ -80,12 +68,12 @@ int SeekFile(std::FILE* file, std::uint64_t offset) {
 }
 
 bool FileExists(const char* path) {
-    return GetFileAttributesW(WidePath(NativePath(path).c_str()).c_str()) != INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW(WideText(NativePath(path).c_str()).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 bool InputFile::Open(const char* path) {
     Close();
-    const std::wstring wide = WidePath(NativePath(path).c_str());
+    const std::wstring wide = WideText(NativePath(path).c_str());
     if (IsDirectory(wide)) {
         errno = EISDIR;
         return false;

@@ -5,6 +5,8 @@
 #include <cstdlib>
 
 #if defined(_WIN32)
+#include "platform/WideText.h"
+
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
@@ -37,15 +39,6 @@ BOOL WINAPI OnControl(DWORD) {
     if (s_interrupted != 0) return FALSE;
     s_interrupted = 1;
     return TRUE;
-}
-
-std::string Utf8(const wchar_t* wide) {
-    const int length = WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
-    if (length <= 1) return {};
-    std::string text(static_cast<std::size_t>(length), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, wide, -1, text.data(), length, nullptr, nullptr);
-    text.pop_back();
-    return text;
 }
 
 }  // namespace
@@ -83,7 +76,7 @@ std::vector<std::string> GetArguments(int argc, char** argv) {
     wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
     if (wide == nullptr) return {argv, argv + argc};
     std::vector<std::string> arguments;
-    for (int i = 0; i < count; ++i) arguments.push_back(Utf8(wide[i]));
+    for (int i = 0; i < count; ++i) arguments.push_back(NarrowText(wide[i]));
     LocalFree(wide);
     return arguments;
 }
