@@ -15,7 +15,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <limits>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,8 +31,9 @@ constexpr Type kTypes[] = {{VT_EMPTY, "EMPTY"}, {VT_NULL, "NULL"}, {VT_ERROR, "E
                            {VT_I4, "I4"},       {VT_UI4, "UI4"},   {VT_INT, "INT"},     {VT_UINT, "UINT"},
                            {VT_I8, "I8"},       {VT_UI8, "UI8"},   {VT_R4, "R4"},       {VT_R8, "R8"},
                            {VT_BOOL, "BOOL"},   {VT_DATE, "DATE"}, {VT_BSTR, "BSTR"}};
-constexpr Type kIntegers[] = {{VT_I1, "I1"},   {VT_UI1, "UI1"}, {VT_I2, "I2"},     {VT_UI2, "UI2"}, {VT_I4, "I4"},
-                              {VT_UI4, "UI4"}, {VT_INT, "INT"}, {VT_UINT, "UINT"}, {VT_I8, "I8"},   {VT_UI8, "UI8"}};
+constexpr Type kNarrow[] = {{VT_I1, "I1"}, {VT_UI1, "UI1"}, {VT_I2, "I2"},   {VT_UI2, "UI2"},
+                            {VT_I4, "I4"}, {VT_UI4, "UI4"}, {VT_INT, "INT"}, {VT_UINT, "UINT"}};
+constexpr Type kWide[] = {{VT_I8, "I8"}, {VT_UI8, "UI8"}};
 constexpr Type kReals[] = {{VT_R4, "R4"}, {VT_R8, "R8"}, {VT_BOOL, "BOOL"}};
 constexpr Type kDate[] = {{VT_DATE, "DATE"}};
 
@@ -92,6 +93,22 @@ void ForEach(std::string_view list, Use use) {
     }
 }
 
+/// One byte a character.
+VARIANT Text(std::string_view text) {
+    VARIANT made;
+    VariantInit(&made);
+    made.vt = VT_BSTR;
+    made.bstrVal = SysAllocStringLen(nullptr, static_cast<UINT>(text.size()));
+    for (std::size_t i = 0; i < text.size(); ++i) made.bstrVal[i] = static_cast<unsigned char>(text[i]);
+    return made;
+}
+
+double NumberOf(std::string_view text) {
+    double number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
 /// The same numbers everywhere.
 class Dice {
 public:
@@ -120,27 +137,21 @@ public:
         }
     }
 
-    template <std::size_t N, std::size_t... M>
-    void Text(std::string_view text, const Type (&first)[N], const Type (&... more)[M]) {
-        VARIANT source;
-        VariantInit(&source);
-        source.vt = VT_BSTR;
-        source.bstrVal = SysAllocStringLen(nullptr, static_cast<UINT>(text.size()));
-        for (std::size_t i = 0; i < text.size(); ++i) source.bstrVal[i] = static_cast<unsigned char>(text[i]);
-        Convert(source, first);
-        (Convert(source, more), ...);
+    template <std::size_t... N>
+    void ConvertText(std::string_view text, const Type (&... targets)[N]) {
+        VARIANT source = Text(text);
+        (Convert(source, targets), ...);
         VariantClear(&source);
     }
 
-    /// To every type.
-    template <class T>
-    void Number(VARTYPE vt, T number, USHORT flags = 0) {
+    template <class T, std::size_t N = std::size(kTypes)>
+    void Number(VARTYPE vt, T number, USHORT flags = 0, const Type (&targets)[N] = kTypes) {
         VARIANT source;
         VariantInit(&source);
         source.llVal = 0;
         std::memcpy(&source.llVal, &number, sizeof number);
         source.vt = vt;
-        Convert(source, kTypes, flags);
+        Convert(source, targets, flags);
     }
 
     /// A date apart, and together again.
@@ -196,11 +207,11 @@ void NumberTexts(Table& table) {
             "9223372036854775808|18446744073709551615|18446744073709551616|123456789012345678901234567890|"
             "9007199254740993|1e15|1e20|1e22|123456.789e3|123456789012345e-20|3.14159265358979|0.1|0.001|-1234.5678|"
             "3.4e38|3.5e38|-3.5e38|000000000000000000000000000000000000000000001",
-            [&](std::string_view text) { table.Text(text, kIntegers, kReals); });
-    for (const std::string_view text : {"1\0002"sv, "\0"sv}) table.Text(text, kIntegers, kReals);
+            [&](std::string_view text) { table.ConvertText(text, kNarrow, kWide, kReals); });
+    for (const std::string_view text : {"1\0002"sv, "\0"sv}) table.ConvertText(text, kNarrow, kWide, kReals);
     // Bits with the highest one set, as integers only.
     ForEach("&H80000000|&HFFFFFFFF|&H100000000|&H7FFFFFFFFFFFFFFF|&H8000000000000000",
-            [&](std::string_view text) { table.Text(text, kIntegers); });
+            [&](std::string_view text) { table.ConvertText(text, kNarrow, kWide); });
 }
 
 std::string RandomNumber(Dice& dice) {
@@ -227,38 +238,33 @@ std::string RandomNumber(Dice& dice) {
 
 // ---- Numbers
 
+/// Numbers at the limits of the types, as each of them, to every type.
+template <std::size_t N>
+void Integers(Table& table, std::string_view numbers, const Type (&types)[N]) {
+    ForEach(numbers, [&](std::string_view text) {
+        for (const Type& type : types) {
+            VARIANT source = Text(text);
+            if (SUCCEEDED(VariantChangeTypeEx(&source, &source, 1033, 0, type.m_Type))) table.Convert(source, kTypes);
+            VariantClear(&source);
+        }
+    });
+}
+
 void Integers(Table& table) {
-    for (const int number : {-128, -1, 0, 1, 127}) table.Number(VT_I1, static_cast<std::int8_t>(number));
-    for (const int number : {0, 1, 127, 128, 255}) table.Number(VT_UI1, static_cast<std::uint8_t>(number));
-    for (const int number : {-32768, -129, -128, 0, 127, 128, 255, 256, 32767}) {
-        table.Number(VT_I2, static_cast<std::int16_t>(number));
-    }
-    for (const int number : {0, 127, 255, 256, 32767, 32768, 65535}) {
-        table.Number(VT_UI2, static_cast<std::uint16_t>(number));
-    }
-    for (const std::int64_t number : {-2147483648LL, -657435LL, -657434LL, -32769LL, -32768LL, -129LL, -1LL, 0LL, 255LL,
-                                      32768LL, 65536LL, 2958465LL, 2958466LL, 16777217LL, 2147483647LL}) {
-        table.Number(VT_I4, static_cast<std::int32_t>(number));
-        table.Number(VT_INT, static_cast<std::int32_t>(number));
-    }
-    for (const std::uint32_t number : {0u, 127u, 65535u, 65536u, 2147483647u, 2147483648u, 4294967295u}) {
-        table.Number(VT_UI4, number);
-        table.Number(VT_UINT, number);
-    }
-    constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
-    for (const std::int64_t number :
-         {-kMost - 1, std::int64_t{-4294967296}, std::int64_t{-2147483649}, std::int64_t{-5}, std::int64_t{4294967296},
-          std::int64_t{9007199254740993}, kMost}) {
-        table.Number(VT_I8, number);
-        table.Number(VT_UI8, static_cast<std::uint64_t>(number));
-    }
+    Integers(
+        table,
+        "-2147483648|-657435|-657434|-32769|-32768|-129|-128|-5|-1|0|1|127|128|255|256|32767|32768|65535|65536|2958465|"
+        "2958466|16777217|2147483647|2147483648|4294967295",
+        kNarrow);
+    Integers(table,
+             "-9223372036854775808|-4294967296|-2147483649|-32769|-5|0|255|256|65535|4294967296|9007199254740993|"
+             "9223372036854775807|18446744073709551615",
+             kWide);
     for (const USHORT flags : {USHORT{0}, USHORT{VARIANT_ALPHABOOL}, USHORT{VARIANT_LOCALBOOL}}) {
         table.Number(VT_BOOL, VARIANT_TRUE, flags);
         table.Number(VT_BOOL, VARIANT_FALSE, flags);
     }
-    table.Number(VT_EMPTY, 0);
-    table.Number(VT_NULL, 0);
-    table.Number(VT_ERROR, static_cast<std::int32_t>(DISP_E_BADINDEX));
+    for (const VARTYPE vt : {VT_EMPTY, VT_NULL, VT_ERROR}) table.Number(vt, 0);
 }
 
 void Reals(Table& table) {
@@ -270,25 +276,13 @@ void Reals(Table& table) {
         "1e-4|1e-5|1.5e-5|9.99999999999999999e-5|1e-7|1e-15|1e-100|0.1|0.2|0.3333333333333333|0.6666666666666666|"
         "0.30000000000000004|100.125|1.2345678901234567|99999999999999.9|999999999999999.9|9999999999999996|3.4e38|"
         "3.4028235e38|3.5e38|-3.5e38|1e-46",
-        [&](std::string_view text) {
-            double number = 0;
-            std::from_chars(text.data(), text.data() + text.size(), number);
-            table.Number(VT_R8, number);
-        });
-    for (const float number : {0.0F, -0.0F, 0.1F, 1.0F / 3, 1e5F, 1234567.0F, 1e-5F, 1e-4F, 1.17549435e-38F, 0.5F, 2.5F,
-                               -2.5F, 1.0000001F, 0.000123456F, 255.5F, 36526.5F}) {
-        table.Number(VT_R4, number);
-    }
+        [&](std::string_view text) { table.Number(VT_R8, NumberOf(text)); });
+    ForEach("0|-0|0.1|0.33333334|1e5|1234567|1e-5|1e-4|1.17549435e-38|0.5|2.5|-2.5|1.0000001|0.000123456|255.5|36526.5",
+            [&](std::string_view text) { table.Number(VT_R4, static_cast<float>(NumberOf(text))); });
     // Beyond what a date holds.
     constexpr Type kOthers[] = {{VT_I4, "I4"}, {VT_UI8, "UI8"}, {VT_R8, "R8"}, {VT_BSTR, "BSTR"}};
-    for (const float number : {12345678.0F, 123456792.0F, 1e7F, 1e8F, 1e20F, 16777216.0F, 3.4028235e38F, 9999999.0F,
-                               2147483648.0F, 1234565.5F, 8388609.0F}) {
-        VARIANT source;
-        VariantInit(&source);
-        source.vt = VT_R4;
-        source.fltVal = number;
-        table.Convert(source, kOthers);
-    }
+    ForEach("12345678|123456792|1e7|1e8|1e20|16777216|3.4028235e38|9999999|2147483648|1234565.5|8388609",
+            [&](std::string_view text) { table.Number(VT_R4, static_cast<float>(NumberOf(text)), 0, kOthers); });
 }
 
 double RandomReal(Dice& dice) {
@@ -300,12 +294,13 @@ double RandomReal(Dice& dice) {
 // ---- Dates
 
 void Dates(Table& table) {
-    for (const double date : {0.0,       1.0,       -1.0,      0.5,       1.5,  -0.25, -1.25,     -1.75,
-                              36526.0,   36526.5,   36584.0,   36585.0,   60.0, 61.0,  2958465.0, 2958465.5,
-                              2958466.0, -657434.0, -657434.5, -657435.0, 1e10, -1e10, 100.125}) {
-        table.Number(VT_DATE, date);
-        table.Fields(date);
-    }
+    ForEach(
+        "0|1|-1|0.5|1.5|-0.25|-1.25|-1.75|36526|36526.5|36584|36585|60|61|2958465|2958465.5|2958466|-657434|-657434.5|"
+        "-657435|1e10|-1e10|100.125",
+        [&](std::string_view text) {
+            table.Number(VT_DATE, NumberOf(text));
+            table.Fields(NumberOf(text));
+        });
     constexpr int kDays[][3] = {{2001, 2, 29}, {2001, 2, 0},  {2001, 2, 31}, {2001, 2, 32},   {2001, 13, 1},
                                 {1900, 2, 29}, {2000, 2, 29}, {2000, 2, 30}, {100, 1, 1},     {99, 1, 1},
                                 {49, 1, 1},    {50, 1, 1},    {0, 1, 1},     {9999, 12, 31},  {10000, 1, 1},
@@ -330,7 +325,7 @@ void DateTexts(Table& table) {
         "2000-01-02T03:04:05Z|20000102030405|12/30/1899|12/29/1899 6:00:00 AM|1/1/100|12/31/99 11:59:59 PM|99/1/2|"
         "32/1/2|29/2/28|30/2/28|12/2000/1|5:6 7/8/2009|May 31, 1999 5:06||am|29-Feb-00|29-Feb-01|31-Apr-2000|"
         "Feb 29 00|2000,1,2|1|-1|(1)|36526|36526.5|abc|True",
-        [&](std::string_view text) { table.Text(text, kDate); });
+        [&](std::string_view text) { table.ConvertText(text, kDate); });
 }
 
 }  // namespace
@@ -344,7 +339,7 @@ int main(int count, char** arguments) {
     Table table(file);
     Dice dice;
     NumberTexts(table);
-    for (int i = 0; i < 120; ++i) table.Text(RandomNumber(dice), kIntegers, kReals);
+    for (int i = 0; i < 120; ++i) table.ConvertText(RandomNumber(dice), kNarrow, kWide, kReals);
     Integers(table);
     Reals(table);
     for (int i = 0; i < 80; ++i) table.Number(VT_R8, RandomReal(dice));
