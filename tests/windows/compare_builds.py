@@ -17,6 +17,7 @@ import sys
 import tempfile
 
 SKIPPED = 77
+PROGRAMS = ("korvane", "describe_volume", "automation_conversions")
 NATIVE = pathlib.Path(sys.argv[1]).resolve()
 EMULATOR, WINDOWS = sys.argv[2:-1], pathlib.Path(sys.argv[-1]).resolve().parent
 SAMPLES = pathlib.Path(__file__).resolve().parents[3] / "shared" / "samples"
@@ -145,7 +146,7 @@ def samples(both):
 
 
 def main():
-    if not all((NATIVE / program).exists() for program in ("korvane", "describe_volume")):
+    if not all((NATIVE / program).exists() for program in PROGRAMS):
         print(f"skipped: there is no native build at {NATIVE}")
         sys.exit(SKIPPED)
     folder = pathlib.Path(tempfile.mkdtemp(prefix="korvane-compare-builds-"))
@@ -153,6 +154,7 @@ def main():
         both = Comparison(folder)
         for work in (phantoms, traces, samples):
             work(both)
+        both.run("automation_conversions", "conversions.txt")  # by Windows' own automation library there
         both.compare_files()
         assert both.files > 100, both.files
     finally:
