@@ -124,7 +124,6 @@ private:
 class Table {
 public:
     explicit Table(std::ostream& out) : m_Out(out) {}
-    int Count() const { return m_Count; }
 
     template <std::size_t N>
     void Convert(VARIANT& source, const Type (&targets)[N], USHORT flags = 0) {
@@ -184,11 +183,9 @@ private:
         char failure[32];
         std::snprintf(failure, sizeof failure, "failed %08lX", static_cast<unsigned long>(done) & 0xFFFFFFFFu);
         m_Out << from << ' ' << value << " -> " << to << ": " << (SUCCEEDED(done) ? result : failure) << '\n';
-        ++m_Count;
     }
 
     std::ostream& m_Out;
-    int m_Count = 0;
 };
 
 // ---- Numbers in text
@@ -351,6 +348,5 @@ int main(int count, char** arguments) {
         const double second = static_cast<double>(dice.Next(86400)) / 86400;
         table.Fields(day < 0 ? day - second : day + second);
     }
-    std::cout << table.Count() << " conversions\n";
     return file.flush() ? 0 : 1;
 }
