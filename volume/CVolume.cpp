@@ -196,6 +196,10 @@ CImagePlane* CVolume::GetPlane(int k) {
     return m_Planes.data() + k;
 }
 
+int CVolume::GetPlaneCount() const {
+    return static_cast<int>(m_Planes.size());
+}
+
 int CVolume::GetTypeSize() {
     switch (m_Type) {
     case PT_BYTE: return 1;

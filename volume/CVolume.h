@@ -71,6 +71,8 @@ public:
     void* GetVolumePt();     ///< That block; null for separate planes.
     /// Plane k of 0 to nz - 1, not checked.
     CImagePlane* GetPlane(int k);
+    /// Planes that are there: nz, or 0 after `Free`.
+    int GetPlaneCount() const;
     /// Bytes of a voxel; -1 for a value that is no `PixelType`.
     int GetTypeSize();
     /// For use before `Alloc`: pixels that are there are neither converted nor given more room.

@@ -1,0 +1,460 @@
+#include "slicing/DcmObliqueSlice.h"
+
+#include "platform/Integer.h"
+#include "slicing/SlicePlan.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using korvane_detail::GreyWindow;
+using korvane_detail::SlabRow;
+using korvane_detail::SliceGrid;
+using korvane_detail::SlicePlan;
+using korvane_detail::SliceTables;
+using korvane_detail::SliceView;
+using Vector = DcmObliqueSlice::Vector;
+
+// Directions shorter than this have none, and the sine between parallel ones is not above kParallel.
+constexpr double kNoDirection = 1e-9;
+constexpr double kParallel = 1e-6;
+
+constexpr const char* kNoRoom = "too little memory for the slice's pixels";
+
+double Dot(const Vector& a, const Vector& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+Vector Cross(const Vector& a, const Vector& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+/// a + s * b
+Vector Add(const Vector& a, double s, const Vector& b) {
+    return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]};
+}
+
+bool IsUsable(const Vector& v) {
+    return std::all_of(v.begin(), v.end(), [](double c) { return std::fabs(c) <= DcmObliqueSlice::kLargestLength; });
+}
+
+/// Unit length; false, and the vector stays, when it has no direction.
+bool Normalise(Vector& v) {
+    const double length = std::sqrt(Dot(v, v));
+    if (!IsUsable(v) || !(length >= kNoDirection)) {
+        return false;
+    }
+    v = {v[0] / length, v[1] / length, v[2] / length};
+    return true;
+}
+
+/// Unit vectors at right angles; row keeps its direction.
+bool Orthonormalise(Vector& row, Vector& column) {
+    Vector a = row;
+    Vector b = column;
+    if (!Normalise(a) || !Normalise(b)) {
+        return false;
+    }
+    b = Add(b, -Dot(a, b), a);
+    if (!(Dot(b, b) > kParallel * kParallel) || !Normalise(b)) {
+        return false;
+    }
+    // What the subtraction left of `a` in a short difference.
+    b = Add(b, -Dot(a, b), a);
+    Normalise(b);
+    row = a;
+    column = b;
+    return true;
+}
+
+/// The frame that leads from volume to patient: p = origin + x row + y column - z normal.
+struct PatientFrame {
+    Vector m_Origin = {0, 0, 0};
+    Vector m_Row = {1, 0, 0};
+    Vector m_Column = {0, 1, 0};
+    Vector m_Across = {0, 0, -1};
+
+    explicit PatientFrame(CVolume* volume) {
+        if (volume == nullptr) {
+            return;
+        }
+        float origin[4];
+        float cosines[2][3];
+        volume->GetOrigin(origin);
+        volume->GetOrientation(cosines);
+        Vector row = {cosines[0][0], cosines[0][1], cosines[0][2]};
+        Vector column = {cosines[1][0], cosines[1][1], cosines[1][2]};
+        if (Normalise(row) && Normalise(column) &&
+            Dot(Cross(row, column), Cross(row, column)) > kParallel * kParallel) {
+            m_Row = row;
+            m_Column = column;
+            const Vector normal = Cross(row, column);
+            m_Across = {-normal[0], -normal[1], -normal[2]};
+        }
+        // The volume's z runs against the normal, counted from -(R . N) - R.z with R in place of the slice: z of plane 0
+        // and the origin's own z go in together.
+        const double first = volume->GetPlaneCount() > 0 ? volume->GetPlane(0)->m_Org[2] : 0;
+        m_Origin = Add({origin[0], origin[1], origin[2]}, first + origin[2], m_Across);
+    }
+
+    Vector ToPatient(const Vector& v) const {
+        return Add(Add({v[0] * m_Row[0], v[0] * m_Row[1], v[0] * m_Row[2]}, v[1], m_Column), v[2], m_Across);
+    }
+
+    // Row and column as a file has them need not be quite perpendicular: the inverse by Cramer's rule.
+    Vector ToVolume(const Vector& p) const {
+        const double determinant = Dot(m_Row, Cross(m_Column, m_Across));
+        return {Dot(p, Cross(m_Column, m_Across)) / determinant, Dot(p, Cross(m_Across, m_Row)) / determinant,
+                Dot(p, Cross(m_Row, m_Column)) / determinant};
+    }
+};
+
+/// One axis of the volume as an orthogonal picture samples it.
+struct SampledAxis {
+    Vector m_Direction;
+    double m_Spacing;
+    int m_Count;
+    double m_From;  // volume frame
+};
+
+// Along z the samples of the volume's table.
+SampledAxis SampleZ(CVolume& volume, const float* space) {
+    const double last =
+        static_cast<double>(volume.GetPlane(volume.GetPlaneCount() - 1)->m_Org[2]) - volume.GetPlane(0)->m_Org[2];
+    const float voxel = (space[0] + space[1]) * 0.5F;
+    const int steps = platform::TruncateToInt32(std::fabs(last) / voxel);
+    const double spacing = steps > 0 ? std::fabs(last) / steps : voxel;
+    return {{0, 0, last < 0 ? -1.0 : 1.0}, spacing, platform::WrapAdd(steps, 1), 0};
+}
+
+SampledAxis SampleAxis(CVolume& volume, int axis) {
+    float space[4];
+    int dim[4];
+    volume.GetSpacing(space);
+    volume.GetDimensions(dim);
+    if (axis == 2) {
+        return SampleZ(volume, space);
+    }
+    Vector direction = {0, 0, 0};
+    direction[static_cast<std::size_t>(axis)] = 1;
+    return {direction, space[axis], dim[axis], 0};
+}
+
+/// Millimetres along the axis of a voxel index with a fraction.
+double PositionAt(CVolume& volume, int axis, double index) {
+    if (axis < 2) {
+        return index * SampleAxis(volume, axis).m_Spacing;
+    }
+    const int low = platform::TruncateToInt32(index);
+    const int high = std::min(low + 1, volume.GetPlaneCount() - 1);
+    const double first = volume.GetPlane(0)->m_Org[2];
+    const double lowZ = volume.GetPlane(low)->m_Org[2] - first;
+    const double highZ = volume.GetPlane(high)->m_Org[2] - first;
+    return lowZ + (highZ - lowZ) * (index - low);
+}
+
+}  // namespace
+
+DcmObliqueSlice::DcmObliqueSlice() = default;
+
+DcmObliqueSlice::DcmObliqueSlice(CVolume* volume) {
+    SetVolume(volume);
+}
+
+DcmObliqueSlice::DcmObliqueSlice(const DcmObliqueSlice& other) {
+    *this = other;
+}
+
+DcmObliqueSlice& DcmObliqueSlice::operator=(const DcmObliqueSlice& other) {
+    SetVolume(other.m_pVolume);
+    m_Centre = other.m_Centre;
+    m_Row = other.m_Row;
+    m_Column = other.m_Column;
+    m_PixelSize = other.m_PixelSize;
+    m_Width = other.m_Width;
+    m_Height = other.m_Height;
+    m_Interpolation = other.m_Interpolation;
+    m_SlabMode = other.m_SlabMode;
+    m_SlabThickness = other.m_SlabThickness;
+    m_SlabStep = other.m_SlabStep;
+    m_Background = other.m_Background;
+    m_bWide = other.m_bWide;
+    m_Error = other.m_Error;
+    return *this;
+}
+
+DcmObliqueSlice::~DcmObliqueSlice() {
+    SetVolume(nullptr);
+}
+
+void DcmObliqueSlice::SetVolume(CVolume* volume) {
+    if (volume != nullptr) volume->AddRef();
+    if (m_pVolume != nullptr) m_pVolume->Delete();
+    m_pVolume = volume;
+}
+
+bool DcmObliqueSlice::Fail(const char* what) {
+    m_Error = what;
+    return false;
+}
+
+bool DcmObliqueSlice::SetPlane(const Vector& centre, const Vector& row, const Vector& column) {
+    Vector a = row;
+    Vector b = column;
+    if (!IsUsable(centre)) {
+        return Fail("slice centre out of range");
+    }
+    if (!Orthonormalise(a, b)) {
+        return Fail("slice directions that are parallel or have no length");
+    }
+    m_Centre = centre;
+    m_Row = a;
+    m_Column = b;
+    return true;
+}
+
+bool DcmObliqueSlice::SetPlaneByNormal(const Vector& centre, const Vector& normal, const Vector& up) {
+    Vector away = normal;
+    Vector down = {-up[0], -up[1], -up[2]};
+    if (!Orthonormalise(away, down)) {
+        return Fail("slice normal and up direction that are parallel or have no length");
+    }
+    return SetPlane(centre, Cross(down, away), down);
+}
+
+bool DcmObliqueSlice::SetCentre(const Vector& centre) {
+    return SetPlane(centre, m_Row, m_Column);
+}
+
+bool DcmObliqueSlice::Rotate(const Vector& axis, double degrees) {
+    Vector around = axis;
+    if (!Normalise(around) || !std::isfinite(degrees)) {
+        return Fail("rotation without an axis or an angle");
+    }
+    const double angle = std::fmod(degrees, 360.0) * std::numbers::pi / 180;
+    const auto turn = [&](const Vector& v) {  // Rodrigues
+        const Vector along = {around[0] * Dot(around, v), around[1] * Dot(around, v), around[2] * Dot(around, v)};
+        return Add(Add(along, std::cos(angle), Add(v, -1, along)), std::sin(angle), Cross(around, v));
+    };
+    return SetPlane(m_Centre, turn(m_Row), turn(m_Column));
+}
+
+bool DcmObliqueSlice::Move(double millimetres) {
+    return SetCentre(Add(m_Centre, millimetres, GetNormal()));
+}
+
+bool DcmObliqueSlice::SetPixelSize(double alongRow, double alongColumn) {
+    for (const double size : {alongRow, alongColumn}) {
+        if (!(size >= kSmallestLength && size <= kLargestLength)) return Fail("slice pixel size out of range");
+    }
+    m_PixelSize = {alongRow, alongColumn};
+    return true;
+}
+
+bool DcmObliqueSlice::SetSize(int width, int height) {
+    if (width < 1 || height < 1 || width > kLargestSize || height > kLargestSize) {
+        return Fail("slice size out of range");
+    }
+    m_Width = width;
+    m_Height = height;
+    return true;
+}
+
+bool DcmObliqueSlice::SetInterpolation(Interpolation interpolation) {
+    if (interpolation < IP_NEAREST || interpolation > IP_SHAPED) {
+        return Fail("unknown interpolation");
+    }
+    m_Interpolation = interpolation;
+    return true;
+}
+
+bool DcmObliqueSlice::SetSlab(SlabMode mode, double thickness, double step) {
+    const bool known = mode >= SM_NONE && mode <= SM_MINIMUM;
+    if (!known || !(thickness >= 0 && thickness <= kLargestLength) || !(step == 0 || step >= kSmallestLength)) {
+        return Fail("slab out of range");
+    }
+    if (step > 0 && thickness / step > kLargestSlab - 1) {
+        return Fail("slab of too many samples");
+    }
+    m_SlabMode = mode;
+    m_SlabThickness = thickness;
+    m_SlabStep = step;
+    return true;
+}
+
+bool DcmObliqueSlice::SetOrthogonal(VolumePlane plane, double index, bool flip1, bool flip2) {
+    static constexpr int kAxes[6][3] = {{0, 1, 2}, {1, 2, 0}, {0, 2, 1}, {2, 0, 1}, {2, 1, 0}, {1, 0, 2}};
+    if (plane < VP_XY || plane > VP_YX) {
+        return Fail("unknown view plane");
+    }
+    if (m_pVolume == nullptr) {
+        return Fail("slice without a volume");
+    }
+    if (const char* failure = SliceTables().Read(*m_pVolume)) {
+        return Fail(failure);
+    }
+    const auto& axes = kAxes[plane];
+    int dim[4];
+    m_pVolume->GetDimensions(dim);
+    if (!(index >= 0 && index <= dim[axes[2]] - 1)) {
+        return Fail("slice index outside the volume");
+    }
+    SampledAxis across[2] = {SampleAxis(*m_pVolume, axes[0]), SampleAxis(*m_pVolume, axes[1])};
+    Vector centre = {0, 0, 0};
+    centre[static_cast<std::size_t>(axes[2])] = PositionAt(*m_pVolume, axes[2], index);
+    for (SampledAxis& axis : across) centre = Add(centre, (axis.m_Count - 1) * axis.m_Spacing / 2, axis.m_Direction);
+    const auto directed = [](const SampledAxis& axis, bool flip) {
+        return Add({0, 0, 0}, flip ? -1 : 1, axis.m_Direction);
+    };
+    DcmObliqueSlice next(*this);
+    if (!next.SetSize(across[0].m_Count, across[1].m_Count) ||
+        !next.SetPixelSize(across[0].m_Spacing, across[1].m_Spacing) ||
+        !next.SetPlane(centre, directed(across[0], flip1), directed(across[1], flip2))) {
+        return Fail(next.GetError().c_str());
+    }
+    *this = next;
+    return true;
+}
+
+Vector DcmObliqueSlice::GetNormal() const {
+    return Cross(m_Row, m_Column);
+}
+
+std::size_t DcmObliqueSlice::GetPixelCount() const {
+    return static_cast<std::size_t>(m_Width) * static_cast<std::size_t>(m_Height);
+}
+
+FPlane DcmObliqueSlice::GetPlane() const {
+    const Vector n = GetNormal();
+    return {static_cast<float>(n[0]), static_cast<float>(n[1]), static_cast<float>(n[2]),
+            static_cast<float>(-Dot(n, m_Centre))};
+}
+
+Vector DcmObliqueSlice::PixelToVol(double column, double row) const {
+    const Vector across = Add(m_Centre, (column - (m_Width - 1) / 2.0) * m_PixelSize[0], m_Row);
+    return Add(across, (row - (m_Height - 1) / 2.0) * m_PixelSize[1], m_Column);
+}
+
+Vector DcmObliqueSlice::VolToDicom(const Vector& point) const {
+    const PatientFrame frame(m_pVolume);
+    return Add(frame.m_Origin, 1, frame.ToPatient(point));
+}
+
+Vector DcmObliqueSlice::DicomToVol(const Vector& point) const {
+    const PatientFrame frame(m_pVolume);
+    return frame.ToVolume(Add(point, -1, frame.m_Origin));
+}
+
+Vector DcmObliqueSlice::DirectionToDicom(const Vector& direction) const {
+    return PatientFrame(m_pVolume).ToPatient(direction);
+}
+
+Vector DcmObliqueSlice::DirectionToVol(const Vector& direction) const {
+    return PatientFrame(m_pVolume).ToVolume(direction);
+}
+
+// The sink is an object with
+//     const char* Begin(const SliceView& view)       null, or why it cannot take the picture
+//     unsigned char* GetRows(int first)              where rows from this one on are to go
+//     void TakeRows(int first, int count)            they are there
+template <typename Sink>
+bool DcmObliqueSlice::Sample(Sink sink) {
+    if (m_pVolume == nullptr) {
+        return Fail("slice without a volume");
+    }
+    SliceTables tables;
+    const char* failure = tables.Read(*m_pVolume);
+    if (failure == nullptr) failure = sink.Begin(tables.GetView());
+    if (failure != nullptr) {
+        return Fail(failure);
+    }
+    int layers = 1;
+    double layerStep = 0;
+    if (m_SlabMode != SM_NONE && m_SlabThickness > 0) {
+        const double step = m_SlabStep > 0 ? m_SlabStep : tables.GetSmallestSpacing();
+        const double steps = std::max(std::ceil(m_SlabThickness / step - 1e-9), 1.0);
+        if (steps > kLargestSlab - 1) {
+            return Fail("slab of too many samples");
+        }
+        layers = static_cast<int>(steps) + 1;
+        layerStep = m_SlabThickness / steps;
+    }
+    const Vector normal = GetNormal();
+    const Vector corner = Add(PixelToVol(0, 0), -layerStep * (layers - 1) / 2, normal);
+    SliceGrid grid = {{}, {}, {}, {}, m_Width, m_Height, layers};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        grid.m_Origin[axis] = corner[axis];
+        grid.m_PerPixel[axis] = m_Row[axis] * m_PixelSize[0];
+        grid.m_PerRow[axis] = m_Column[axis] * m_PixelSize[1];
+        grid.m_PerLayer[axis] = normal[axis] * layerStep;
+    }
+    SlicePlan plan(tables);
+    plan.SetGrid(grid);
+    plan.SetKernel(m_Interpolation == IP_NEAREST, m_Interpolation == IP_SHAPED, m_bWide);
+    plan.SetBackground(m_Background);
+    if (layers > 1) plan.SetSlab(static_cast<SlabRow::Mode>(m_SlabMode - SM_MEAN));
+    for (int first = 0; first < m_Height; first += SlicePlan::kBand) {
+        const int count = std::min(SlicePlan::kBand, m_Height - first);
+        plan.SampleRows(first, count, sink.GetRows(first));
+        sink.TakeRows(first, count);
+    }
+    return true;
+}
+
+bool DcmObliqueSlice::GetPixels(void* pixels, std::size_t bytes) {
+    struct Sink {
+        unsigned char* m_pPixels;
+        std::size_t m_Bytes;
+        std::size_t m_Width;
+        std::size_t m_Height;
+        std::size_t m_RowBytes;
+
+        const char* Begin(const SliceView& view) {
+            m_RowBytes = m_Width * static_cast<std::size_t>(view.m_Size);
+            return m_pPixels == nullptr || m_Bytes / m_RowBytes < m_Height ? kNoRoom : nullptr;
+        }
+        unsigned char* GetRows(int first) const { return m_pPixels + static_cast<std::size_t>(first) * m_RowBytes; }
+        void TakeRows(int /*first*/, int /*count*/) const {}
+    };
+    return Sample(Sink{static_cast<unsigned char*>(pixels), bytes, static_cast<std::size_t>(m_Width),
+                       static_cast<std::size_t>(m_Height), 0});
+}
+
+bool DcmObliqueSlice::GetPicture(unsigned char* pixels, std::size_t bytes, double centre, double width) {
+    struct Sink {
+        unsigned char* m_pPixels;
+        std::size_t m_Width;
+        std::size_t m_Height;
+        std::size_t m_Bytes;
+        double m_Centre;
+        double m_WindowWidth;
+        std::optional<GreyWindow> m_Window = {};
+        std::vector<unsigned char> m_Band = {};
+
+        const char* Begin(const SliceView& view) {
+            const bool hasWidth = view.m_Type == CVolume::PT_FLOAT ? m_WindowWidth > 0 : m_WindowWidth >= 1;
+            if (!hasWidth || !std::isfinite(m_WindowWidth) || !std::isfinite(m_Centre)) {
+                return "window out of range";
+            }
+            if (m_pPixels == nullptr || m_Bytes / m_Width < m_Height) {
+                return kNoRoom;
+            }
+            m_Window.emplace(view.m_Type, m_Centre, m_WindowWidth);
+            m_Band.resize(std::min<std::size_t>(SlicePlan::kBand, m_Height) * m_Width *
+                          static_cast<std::size_t>(view.m_Size));
+            return nullptr;
+        }
+        unsigned char* GetRows(int /*first*/) { return m_Band.data(); }
+        void TakeRows(int first, int count) const {
+            const int pixelCount = count * static_cast<int>(m_Width);
+            m_Window->Map(m_Band.data(), pixelCount, m_pPixels + static_cast<std::size_t>(first) * m_Width);
+        }
+    };
+    return Sample(
+        Sink{pixels, static_cast<std::size_t>(m_Width), static_cast<std::size_t>(m_Height), bytes, centre, width});
+}

@@ -1,0 +1,181 @@
+// A slice of any plane through a volume.
+#pragma once
+
+#include "../math/FPlane.h"
+#include "../platform/Export.h"
+#include "../volume/CVolume.h"
+
+#include <array>
+#include <cstddef>
+#include <string>
+
+/// Samples a volume on a grid of points in any plane.
+///
+///     DcmObliqueSlice slice(volume);
+///     slice.SetOrthogonal(VP_XZ, 256);             // or SetPlane, SetPixelSize and SetSize
+///     std::vector<std::int16_t> pixels(slice.GetPixelCount());
+///     if (!slice.GetPixels(pixels.data(), pixels.size() * sizeof pixels[0])) std::cerr << slice.GetError();
+///
+/// FRAME. Points and directions are in the volume frame, in millimetres, as `CDicomVolume::VolToDicom` takes them: x is
+/// column index * spacing[0], y is row index * spacing[1], z is that of a plane less that of plane 0. Where the planes'
+/// z falls, z is negative. `VolToDicom` and `DicomToVol` lead to the patient and back, by the volume's origin and
+/// orientation. Sideways offsets between planes (a tilted gantry) take no part, as they take none there.
+///
+/// GRID. Pixel (i, j) of a picture of width * height is sampled at
+///
+///     centre + (i - (width - 1) / 2) * pixel size[0] * row + (j - (height - 1) / 2) * pixel size[1] * column
+///
+/// row is the picture's direction to the right, column the one down. There is no filter: pixels far larger than voxels
+/// skip voxels; a slab averages across the plane only.
+///
+/// SAMPLES. The volume reaches from the first voxel centre to the last one along each axis, borders included; up to
+/// 1e-4 of a voxel beyond a border is taken as on it, since positions are told in rounded millimetres. Elsewhere a pixel
+/// is the background value. A single plane, row or column has no extent: only samples on it count. Along z the true
+/// positions of the planes hold, in whatever order and at whatever distances they are; planes that coincide count once.
+/// Linear interpolation goes along x, y and z; values between two integers are rounded to the nearest. Shaped is linear
+/// in x and y and weighs the planes by the smoothed curve of the volume's z-interpolation table, S(t). The result is the
+/// same to the bit on every processor. It costs by the pixels asked for, and a little for each plane of the volume.
+///
+/// FAILURE. Operations that can fail return false, change nothing and leave a text in `GetError`. A plane beside the
+/// volume is no failure: the picture is all background.
+///
+/// The volume is held by a reference of this object's own, and is read whenever pixels are asked for: it must not be
+/// changed meanwhile. A copy holds a reference too.
+class KORVANE_API DcmObliqueSlice {
+public:
+    enum Interpolation : int {
+        IP_NEAREST = 0,
+        IP_LINEAR = 1,
+        IP_SHAPED = 2,
+    };
+    /// What becomes of the samples across a slab.
+    enum SlabMode : int {
+        SM_NONE = 0,  ///< no slab: one sample
+        SM_MEAN = 1,
+        SM_MAXIMUM = 2,
+        SM_MINIMUM = 3,
+    };
+    using Vector = std::array<double, 3>;
+
+    static constexpr int kLargestSize = 65536;       ///< pixels of a picture's side
+    static constexpr int kLargestSlab = 4096;        ///< samples across a slab
+    static constexpr double kLargestLength = 1e9;    ///< millimetres, of every coordinate and size
+    static constexpr double kSmallestLength = 1e-6;  ///< millimetres, of pixel sizes and slab steps
+
+    /// No volume; centre (0, 0, 0), row along x, column along y, pixels of 1 mm, 512 x 512, linear, background 0.
+    DcmObliqueSlice();
+    explicit DcmObliqueSlice(CVolume* volume);
+    DcmObliqueSlice(const DcmObliqueSlice& other);
+    DcmObliqueSlice& operator=(const DcmObliqueSlice& other);
+    virtual ~DcmObliqueSlice();
+
+    /// Takes a reference and lets the former volume go. Null is allowed. The plane and all settings stay.
+    void SetVolume(CVolume* volume);
+    CVolume* GetVolume() const { return m_pVolume; }
+
+    // ---- The plane
+
+    /// The directions may have any length; row keeps its direction, column is made perpendicular to it within their
+    /// plane. False when one is shorter than 1e-9 or they are parallel to within a microradian, or for coordinates that
+    /// are not finite or beyond kLargestLength.
+    bool SetPlane(const Vector& centre, const Vector& row, const Vector& column);
+
+    /// By the normal, which points away from the viewer, and a direction that is up in the picture, not parallel to it.
+    bool SetPlaneByNormal(const Vector& centre, const Vector& normal, const Vector& up);
+
+    bool SetCentre(const Vector& centre);
+
+    /// Turns the plane about its centre: the directions go around `axis` by an angle counter-clockwise, seen from where
+    /// the axis points to.
+    bool Rotate(const Vector& axis, double degrees);
+
+    /// Moves the plane along its normal.
+    bool Move(double millimetres);
+
+    /// Millimetres from pixel to pixel along row and column.
+    bool SetPixelSize(double alongRow, double alongColumn);
+    /// Pixels, 1 to kLargestSize each.
+    bool SetSize(int width, int height);
+
+    /// The picture of a view plane, voxel for voxel: plane, pixel size and matrix size. `index` counts voxels along the
+    /// axis across (fractions allowed), from 0 to the last. Horizontal and vertical axis as `VolumePlane` names them,
+    /// from low to high index; flip1 reverses the horizontal axis of the result, flip2 the vertical one. Where z lies in
+    /// the picture it is sampled evenly as the volume's z-interpolation table has it, near the mean of the x and y
+    /// spacing. Fails like `GetPixels` does for a volume that is not usable, and for an index outside.
+    bool SetOrthogonal(VolumePlane plane, double index, bool flip1 = false, bool flip2 = false);
+
+    const Vector& GetCentre() const { return m_Centre; }
+    const Vector& GetRow() const { return m_Row; }        ///< unit length
+    const Vector& GetColumn() const { return m_Column; }  ///< unit length, perpendicular to row
+    Vector GetNormal() const;                             ///< row x column
+    const std::array<double, 2>& GetPixelSize() const { return m_PixelSize; }
+    int GetWidth() const { return m_Width; }
+    int GetHeight() const { return m_Height; }
+    std::size_t GetPixelCount() const;
+
+    /// The plane in the volume frame; its coefficients are the unit normal and the distance.
+    FPlane GetPlane() const;
+
+    // ---- Points. The volume's origin and orientation lead to the patient; without a volume, or where the orientation
+    //      is no pair of independent directions, they are taken as the zero point and the axes.
+
+    /// Where a pixel is sampled, in the volume frame.
+    Vector PixelToVol(double column, double row) const;
+    /// Volume frame to patient millimetres (DICOM's: x to the left, y to the back, z to the head).
+    Vector VolToDicom(const Vector& point) const;
+    Vector DicomToVol(const Vector& point) const;
+    /// The same for directions: no origin, lengths as they come.
+    Vector DirectionToDicom(const Vector& direction) const;
+    Vector DirectionToVol(const Vector& direction) const;
+
+    // ---- Sampling
+
+    bool SetInterpolation(Interpolation interpolation);
+    Interpolation GetInterpolation() const { return m_Interpolation; }
+
+    /// The value of pixels outside, rounded and held within the range of the volume's type.
+    void SetBackground(double value) { m_Background = value; }
+    double GetBackground() const { return m_Background; }
+
+    /// Mean, maximum or minimum over a thickness, half of it on each side of the plane, of samples at equal distances no
+    /// larger than `step`, both faces included; those outside the volume are left out. A step of 0 takes the smallest of
+    /// the volume's spacings. SM_NONE and a thickness of 0 give the plain slice. False for a negative thickness and for
+    /// more than kLargestSlab samples.
+    bool SetSlab(SlabMode mode, double thickness, double step = 0);
+
+    /// The picture in the volume's own type, row after row without padding, `bytes` of memory in all. Fails without a
+    /// volume, for a volume without planes, pixels or a known type, with a spacing that is not positive and finite or
+    /// plane positions that are not finite, and for memory that is null or too small.
+    bool GetPixels(void* pixels, std::size_t bytes);
+
+    /// The picture as 8-bit grey by a window over the volume's values: the linear function of PS3.3 C.11.2.1.2, 0 below
+    /// and 255 above, rounded to the nearest. Stored values: a rescale slope or intercept is for the caller to take out
+    /// of centre and width. Fails as `GetPixels` does, and for a width below 1 (0 for float volumes).
+    bool GetPicture(unsigned char* pixels, std::size_t bytes, double centre, double width);
+
+    /// Wide vector units of the processor are used where it has them. Switching them off changes the speed only.
+    void AllowWideVectors(bool allow) { m_bWide = allow; }
+
+    /// What the last operation that failed had to say.
+    const std::string& GetError() const { return m_Error; }
+
+private:
+    bool Fail(const char* what);
+    template <typename Sink>
+    bool Sample(Sink sink);
+
+    CVolume* m_pVolume = nullptr;
+    Vector m_Centre = {0, 0, 0};
+    Vector m_Row = {1, 0, 0};
+    Vector m_Column = {0, 1, 0};
+    std::array<double, 2> m_PixelSize = {1, 1};
+    int m_Width = 512;
+    int m_Height = 512;
+    Interpolation m_Interpolation = IP_LINEAR;
+    SlabMode m_SlabMode = SM_NONE;
+    double m_SlabThickness = 0;
+    double m_SlabStep = 0;
+    double m_Background = 0;
+    bool m_bWide = true;
+    std::string m_Error;
+};

@@ -1,0 +1,43 @@
+// The sampling loops: a run of samples that are all inside the volume, without bounds tests.
+#pragma once
+
+#include "slicing/SliceView.h"
+
+namespace korvane_detail {
+
+/// `m_Count` samples at m_Start + i * m_Step, fixed point along x, y, z. All of them within the volume, borders included.
+struct SliceRun {
+    std::int64_t m_Start[3];
+    std::int64_t m_Step[3];
+    int m_Count;
+
+    void Skip(int count) {
+        for (int axis = 0; axis < 3; ++axis) m_Start[axis] += count * m_Step[axis];
+        m_Count -= count;
+    }
+};
+
+/// Linear samples are floats for 8 and 16-bit voxels, which they hold exactly, and doubles for the others. Nearest ones
+/// are voxels as they are.
+inline bool IsSampledInFloat(int size) {
+    return size < 4;
+}
+
+using SliceKernel = void (*)(const SliceView& view, const SliceRun& run, void* out);
+
+/// The loop for this volume. `shaped`: the smoothed weights along z. The wide ones need AVX2 and take what is left of a
+/// run by the others, with the same results to the bit; null where the volume or the processor is not fit for them.
+SliceKernel GetNearestKernel(const SliceView& view);
+SliceKernel GetLinearKernel(const SliceView& view, bool shaped);
+SliceKernel GetWideNearestKernel(const SliceView& view);
+SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped);
+
+/// S(t) = 0.1t + 2.7t^2 - 1.8t^3 with the volume's own constants.
+template <typename Number>
+struct ShapeConstants {
+    static constexpr Number kSquare = static_cast<Number>(2.6999999955296516);
+    static constexpr Number kCube = static_cast<Number>(1.7999999970197678);
+    static constexpr Number kLinear = static_cast<Number>(0.10000000149011612);
+};
+
+}  // namespace korvane_detail

@@ -1,0 +1,154 @@
+#include "slicing/SlicePlan.h"
+
+#include "platform/Integer.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace korvane_detail {
+
+namespace {
+
+// Samples of a run. Steps are rounded to the last bit of the fraction, which adds up: short runs stay within a
+// four-millionth of a voxel.
+constexpr int kRun = 512;
+
+// Where neighbours in a row are in different planes, a row is worked through in pieces as narrow as this, a band of rows
+// at a time: each line of the cache that a piece touches is then used for the neighbouring rows before it is displaced.
+// Planes are often a power of two apart, so that few of their lines fit into the cache side by side.
+constexpr int kNarrowRun = 16;
+
+// Part of a voxel by which a sample may miss the border and still be on it.
+constexpr double kBorder = 1e-4;
+
+std::int64_t ToFixed(double position, double top) {
+    return platform::TruncateToInt64(std::clamp(position, 0.0, top) * static_cast<double>(kOne) + 0.5);
+}
+
+}  // namespace
+
+void SlicePlan::SetGrid(const SliceGrid& grid) {
+    m_Grid = grid;
+    double low[3];
+    double high[3];
+    double perPixel[3];
+    m_Grid.m_Origin[2] -= m_Tables.GetFirstZ();
+    for (int axis = 0; axis < 3; ++axis) {
+        const double scale = m_Tables.GetScale()[axis];
+        m_Grid.m_Origin[axis] *= scale;
+        m_Grid.m_PerPixel[axis] *= scale;
+        m_Grid.m_PerRow[axis] *= scale;
+        m_Grid.m_PerLayer[axis] *= scale;
+        const double voxel = m_Tables.GetVoxel()[axis];
+        low[axis] = -kBorder * voxel;
+        high[axis] = m_Tables.GetTop()[axis] + kBorder * voxel;
+        perPixel[axis] = std::fabs(m_Grid.m_PerPixel[axis]) / voxel;
+    }
+    m_Box.SetBox(low, high);
+    m_Tile = perPixel[2] > std::max(perPixel[0], perPixel[1]) ? kNarrowRun : kRun;
+}
+
+void SlicePlan::SetKernel(bool nearest, bool shaped, bool wide) {
+    const SliceView& view = m_Tables.GetView();
+    m_bNearest = nearest;
+    m_Kernel = nullptr;
+    if (wide) {
+        m_Kernel = nearest ? GetWideNearestKernel(view) : GetWideLinearKernel(view, shaped);
+    }
+    if (m_Kernel == nullptr) {
+        m_Kernel = nearest ? GetNearestKernel(view) : GetLinearKernel(view, shaped);
+    }
+}
+
+void SlicePlan::SetBackground(double value) {
+    StoreValue(value, m_Tables.GetView().m_Type, m_Background);
+}
+
+void SlicePlan::FindStart(int row, int layer, double (&start)[3]) const {
+    for (int axis = 0; axis < 3; ++axis) {
+        start[axis] = m_Grid.m_Origin[axis] + row * m_Grid.m_PerRow[axis] + layer * m_Grid.m_PerLayer[axis];
+    }
+}
+
+SlicePlan::Span SlicePlan::Clip(const double (&start)[3]) const {
+    int first = 0;
+    int last = -1;
+    m_Box.ClipSamples(start, m_Grid.m_PerPixel, m_Grid.m_Width, first, last);
+    return {first, last + 1};
+}
+
+// Both ends are held within the volume, and the step is rounded toward zero: no sample between them is outside.
+void SlicePlan::Sample(const double (&start)[3], int first, int count, void* out) const {
+    SliceRun run;
+    run.m_Count = count;
+    for (int axis = 0; axis < 3; ++axis) {
+        const double top = m_Tables.GetTop()[axis];
+        const double step = m_Grid.m_PerPixel[axis];
+        const std::int64_t begin = ToFixed(start[axis] + first * step, top);
+        const std::int64_t end = ToFixed(start[axis] + (first + count - 1) * step, top);
+        run.m_Start[axis] = begin;
+        run.m_Step[axis] = count > 1 ? (end - begin) / (count - 1) : 0;
+    }
+    m_Kernel(m_Tables.GetView(), run, out);
+}
+
+void SlicePlan::SamplePixels(const double (&start)[3], int first, int count, unsigned char* pixels) {
+    if (m_bNearest) {
+        Sample(start, first, count, pixels);
+    } else {
+        Sample(start, first, count, m_Samples);
+        StoreSamples(m_Samples, count, m_Tables.GetView().m_Type, pixels);
+    }
+}
+
+void SlicePlan::SampleSlab(int row, unsigned char* pixels) {
+    const SliceView& view = m_Tables.GetView();
+    m_Slab->Clear();
+    for (int layer = 0; layer < m_Grid.m_Layers; ++layer) {
+        double start[3];
+        FindStart(row, layer, start);
+        const Span inside = Clip(start);
+        for (int i = inside.m_First; i < inside.m_End; i += kRun) {
+            const int count = std::min(kRun, inside.m_End - i);
+            Sample(start, i, count, m_Samples);
+            if (m_bNearest) {
+                m_Slab->AddPixels(i, count, m_Samples, view.m_Type);
+            } else {
+                m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size));
+            }
+        }
+    }
+    m_Slab->Store(view.m_Type, m_Background, pixels);
+}
+
+void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
+    const std::size_t size = static_cast<std::size_t>(m_Tables.GetView().m_Size);
+    const std::size_t rowBytes = static_cast<std::size_t>(m_Grid.m_Width) * size;
+    const auto at = [&](int row, int column) {
+        return pixels + static_cast<std::size_t>(row) * rowBytes + static_cast<std::size_t>(column) * size;
+    };
+    if (m_Slab) {
+        for (int j = 0; j < count; ++j) SampleSlab(first + j, at(j, 0));
+        return;
+    }
+    const auto fill = [&](int row, int from, int to) {
+        FillPixels(m_Background, static_cast<int>(size), static_cast<std::size_t>(to - from), at(row, from));
+    };
+    double starts[kBand][3];
+    Span spans[kBand];
+    for (int j = 0; j < count; ++j) {
+        FindStart(first + j, 0, starts[j]);
+        spans[j] = Clip(starts[j]);
+        fill(j, 0, spans[j].m_First);
+        fill(j, spans[j].m_End, m_Grid.m_Width);
+    }
+    for (int left = 0; left < m_Grid.m_Width; left += m_Tile) {
+        for (int j = 0; j < count; ++j) {
+            const int from = std::max(left, spans[j].m_First);
+            const int to = std::min(left + m_Tile, spans[j].m_End);
+            if (from < to) SamplePixels(starts[j], from, to - from, at(j, from));
+        }
+    }
+}
+
+}  // namespace korvane_detail
