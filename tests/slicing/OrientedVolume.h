@@ -1,0 +1,81 @@
+// Volumes in every orientation, and the patient points of their voxels.
+#pragma once
+
+#include <Korvane/volume/CVolume.h>
+
+#include <array>
+#include <cmath>
+#include <vector>
+
+using Point = std::array<double, 3>;
+
+inline double Dot(const Point& a, const Point& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+inline Point Cross(const Point& a, const Point& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+struct Orientation {
+    Point row;
+    Point column;
+};
+
+/// The 24 ways in which rows and columns can lie along the patient's axes.
+inline std::vector<Orientation> AllOrientations() {
+    std::vector<Orientation> all;
+    for (std::size_t row = 0; row < 3; ++row) {
+        for (std::size_t column = 0; column < 3; ++column) {
+            for (int signs = 0; row != column && signs < 4; ++signs) {
+                Orientation each{{0, 0, 0}, {0, 0, 0}};
+                each.row[row] = (signs & 1) != 0 ? -1 : 1;
+                each.column[column] = (signs & 2) != 0 ? -1 : 1;
+                all.push_back(each);
+            }
+        }
+    }
+    return all;
+}
+
+/// Gives a volume that has its dimensions the geometry that assembly would: planes at `planeZ`, measured from the origin
+/// against row x column, in whatever order.
+inline void Orient(CVolume& volume, const Orientation& orientation, const std::vector<float>& planeZ) {
+    float cosines[2][3];
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        cosines[0][axis] = static_cast<float>(orientation.row[axis]);
+        cosines[1][axis] = static_cast<float>(orientation.column[axis]);
+    }
+    float origin[4] = {-11, 23, 5, 0};
+    volume.SetOrientation(cosines);
+    volume.SetOrigin(origin);
+    for (std::size_t k = 0; k < planeZ.size(); ++k) {
+        float* const org = volume.GetPlane(static_cast<int>(k))->m_Org;
+        org[0] = origin[0];
+        org[1] = origin[1];
+        org[2] = planeZ[k] - origin[2];
+    }
+    volume.UpdateZInterpArray();
+}
+
+/// Where the voxel at a column, row and plane lies in the patient.
+inline Point PatientPoint(CVolume& volume, int column, int row, int plane) {
+    float cosines[2][3];
+    float origin[4];
+    float space[4];
+    volume.GetOrientation(cosines);
+    volume.GetOrigin(origin);
+    volume.GetSpacing(space);
+    const float* const org = volume.GetPlane(plane)->m_Org;
+    const Point right{cosines[0][0], cosines[0][1], cosines[0][2]};
+    const Point down{cosines[1][0], cosines[1][1], cosines[1][2]};
+    const Point normal = Cross(right, down);
+    const double x = double{space[0]} * column + org[0] - origin[0];
+    const double y = double{space[1]} * row + org[1] - origin[1];
+    const double z = -double{org[2]} - origin[2];
+    Point point;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        point[axis] = origin[axis] + x * right[axis] + y * down[axis] + z * normal[axis];
+    }
+    return point;
+}
