@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes, for the 32-bit Windows build, what Debian does not package for that target: ftplib and GoogleTest, from
+# Makes, for the 32-bit Windows build, what Debian does not package for that target: ftplib, libpng and GoogleTest, from
 # Debian's sources, and the header-only libraries of the program and the tests, apart from the system's other headers.
 #
 # usage: packages.sh DESTINATION    (include/, lib/ and share/cmake/ there; the file "complete" comes last)
@@ -9,6 +9,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 destination=$1
 work=$destination/work
 triplet=i686-w64-mingw32
+flags=(-msse2 -mfpmath=sse -mstackrealign)
 
 die() {
     printf 'packages.sh: %s\n' "$*" >&2
@@ -21,41 +22,54 @@ list_sources() {
         sed -n 's/^Packages \(.*\) Debian$/\1/p' | sort -u
 }
 
-# fetch_source NAME: unpacks Debian's source package, of the same version as the machine's own, to $work/NAME.
+# fetch_sources NAME...: unpacks Debian's source packages to $work/NAME each.
 # Lists of its own: nothing of the machine's is changed, and no root rights are needed.
-fetch_source() {
-    local name=$1 apt=$work/apt log=$work/$1.log
-    mkdir -p "$apt/lists/partial" "$work/$name.package"
+fetch_sources() {
+    local apt=$work/apt log=$work/apt.log name version
+    mkdir -p "$apt/lists/partial"
     list_sources >"$apt/sources.list"
     [ -s "$apt/sources.list" ] || die "this machine lists no Debian repository (apt-get update?)"
     local options=(-q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts=/dev/null
         -o Dir::State::Lists="$apt/lists" -o Dir::Cache::PkgCache= -o Dir::Cache::SrcPkgCache=
         -o APT::Sandbox::User= -o APT::Update::Post-Invoke::=)
+    apt-get "${options[@]}" update >"$log" 2>&1 || die "cannot list source packages: $(tail -n 3 "$log")"
+    for name in "$@"; do
+        mkdir "$work/$name.package"
+        # A mirror may list a version before it has it: the newest one that is there.
+        for version in $(apt-cache "${options[@]}" showsrc "$name" | sed -n 's/^Version: //p' | sort -ruV); do
+            (cd "$work/$name.package" &&
+                apt-get "${options[@]}" source --download-only "$name=$version") >"$log" 2>&1 || continue
+            dpkg-source --extract "$work/$name.package/"*.dsc "$work/$name" >"$log" 2>&1 && break
+        done
+        [ -d "$work/$name" ] || die "cannot get the source package $name:"$'\n'"$(tail -n 5 "$log")"
+    done
+}
+
+# build_by_cmake NAME SOURCE [OPTION...]
+build_by_cmake() {
+    local name=$1 build=$work/$1.build
     {
-        apt-get "${options[@]}" update &&
-            (cd "$work/$name.package" && apt-get "${options[@]}" source --download-only "$name") &&
-            dpkg-source --extract "$work/$name.package/"*.dsc "$work/$name"
-    } >"$log" 2>&1 || die "cannot get the source package $name:"$'\n'"$(tail -n 5 "$log")"
+        cmake -S "$2" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_SYSTEM_NAME=Windows \
+            -DCMAKE_FIND_ROOT_PATH="$destination" -DCMAKE_C_COMPILER="$triplet-gcc-posix" \
+            -DCMAKE_CXX_COMPILER="$triplet-g++-posix" -DCMAKE_C_FLAGS="${flags[*]}" \
+            -DCMAKE_CXX_FLAGS="${flags[*]}" "${@:3}" &&
+            cmake --build "$build" && cmake --install "$build" --prefix "$destination"
+    } >"$build.log" 2>&1 || die "building $name failed:"$'\n'"$(tail -n 20 "$build.log")"
 }
 
 build_ftplib() {
-    fetch_source ftplib
     local source=$work/ftplib/src
-    "$triplet-gcc-posix" -O2 -w -msse2 -mfpmath=sse -mstackrealign -include "$here/resolver.h" \
-        -c "$source/ftplib.c" -o "$work/ftplib.o"
+    "$triplet-gcc-posix" -O2 -w "${flags[@]}" -include "$here/resolver.h" -c "$source/ftplib.c" -o "$work/ftplib.o"
     "$triplet-ar" rcs "$destination/lib/libftp.a" "$work/ftplib.o"
     # Its header takes it for a DLL; here it is a part of one.
     sed 's/__declspec(dllimport)/extern/' "$source/ftplib.h" >"$destination/include/ftplib.h"
 }
 
-build_googletest() {
-    local build=$work/googletest
-    {
-        cmake -S /usr/src/googletest -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_GMOCK=OFF \
-            -DCMAKE_SYSTEM_NAME=Windows -DCMAKE_C_COMPILER="$triplet-gcc-posix" \
-            -DCMAKE_CXX_COMPILER="$triplet-g++-posix" -DCMAKE_CXX_FLAGS="-msse2 -mfpmath=sse -mstackrealign" &&
-            cmake --build "$build" && cmake --install "$build" --prefix "$destination"
-    } >"$build.log" 2>&1 || die "building GoogleTest failed:"$'\n'"$(tail -n 20 "$build.log")"
+# zlib is packaged; only its static library shall be found.
+build_libpng() {
+    cp "/usr/$triplet/include/"z{lib,conf}.h "$destination/include/"
+    cp "/usr/$triplet/lib/libz.a" "$destination/lib/"
+    build_by_cmake libpng "$work/libpng1.6" -DPNG_SHARED=OFF -DPNG_TESTS=OFF -DPNG_EXECUTABLES=OFF
 }
 
 # Their packages for CMake name the folder that they lie in, hence copies.
@@ -68,7 +82,9 @@ copy_headers() {
 rm -rf "$destination"
 mkdir -p "$destination/include" "$destination/lib" "$destination/share/cmake" "$work"
 copy_headers
-build_googletest
+fetch_sources ftplib libpng1.6
 build_ftplib
+build_libpng
+build_by_cmake GoogleTest /usr/src/googletest -DBUILD_GMOCK=OFF
 rm -rf "$work"
 touch "$destination/complete"
