@@ -85,6 +85,10 @@ bool CClipLine::ClipSamples(const double (&start)[3], const double (&step)[3], i
         if (!(m_Low[axis] <= m_High[axis]) || std::isnan(from) || std::isnan(by)) {
             return false;
         }
+        if (by == 0) {
+            if (from < m_Low[axis] || from > m_High[axis]) return false;
+            continue;
+        }
         const auto [near, far] = by < 0 ? std::pair{m_High[axis], m_Low[axis]} : std::pair{m_Low[axis], m_High[axis]};
         const auto entered = [&](int i) { return by < 0 ? from + i * by <= near : from + i * by >= near; };
         const auto left = [&](int i) { return by < 0 ? from + i * by < far : from + i * by > far; };

@@ -1,7 +1,9 @@
 #include "slicing/DcmObliqueSlice.h"
 
 #include "platform/Integer.h"
+#include "slicing/PatientFrame.h"
 #include "slicing/SlicePlan.h"
+#include "slicing/ViewAxes.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,12 +14,16 @@
 
 namespace {
 
+using korvane_detail::Cross;
+using korvane_detail::Dot;
 using korvane_detail::GreyWindow;
+using korvane_detail::PatientFrame;
 using korvane_detail::SlabRow;
 using korvane_detail::SliceGrid;
 using korvane_detail::SlicePlan;
 using korvane_detail::SliceTables;
 using korvane_detail::SliceView;
+using korvane_detail::Times;
 using Vector = DcmObliqueSlice::Vector;
 
 // Directions shorter than this have none, and the sine between parallel ones is not above kParallel.
@@ -25,14 +31,6 @@ constexpr double kNoDirection = 1e-9;
 constexpr double kParallel = 1e-6;
 
 constexpr const char* kNoRoom = "too little memory for the slice's pixels";
-
-double Dot(const Vector& a, const Vector& b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-Vector Cross(const Vector& a, const Vector& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
 
 /// a + s * b
 Vector Add(const Vector& a, double s, const Vector& b) {
@@ -49,7 +47,7 @@ bool Normalise(Vector& v) {
     if (!IsUsable(v) || !(length >= kNoDirection)) {
         return false;
     }
-    v = {v[0] / length, v[1] / length, v[2] / length};
+    v = Times(v, 1 / length);
     return true;
 }
 
@@ -72,54 +70,36 @@ bool Orthonormalise(Vector& row, Vector& column) {
     return true;
 }
 
-/// The frame that leads from volume to patient: p = origin + x row + y column - z normal.
-struct PatientFrame {
-    Vector m_Origin = {0, 0, 0};
-    Vector m_Row = {1, 0, 0};
-    Vector m_Column = {0, 1, 0};
-    Vector m_Across = {0, 0, -1};
-
-    explicit PatientFrame(CVolume* volume) {
-        if (volume == nullptr) {
-            return;
-        }
-        float origin[4];
-        float cosines[2][3];
-        volume->GetOrigin(origin);
-        volume->GetOrientation(cosines);
-        Vector row = {cosines[0][0], cosines[0][1], cosines[0][2]};
-        Vector column = {cosines[1][0], cosines[1][1], cosines[1][2]};
-        if (Normalise(row) && Normalise(column) &&
-            Dot(Cross(row, column), Cross(row, column)) > kParallel * kParallel) {
-            m_Row = row;
-            m_Column = column;
-            const Vector normal = Cross(row, column);
-            m_Across = {-normal[0], -normal[1], -normal[2]};
-        }
-        // The volume's z runs against the normal, counted from -(R . N) - R.z with R in place of the slice: z of plane 0
-        // and the origin's own z go in together.
-        const double first = volume->GetPlaneCount() > 0 ? volume->GetPlane(0)->m_Org[2] : 0;
-        m_Origin = Add({origin[0], origin[1], origin[2]}, first + origin[2], m_Across);
+/// The volume's place in the patient; without a usable one, the axes themselves.
+PatientFrame ReadFrame(CVolume* volume) {
+    PatientFrame frame;
+    if (volume == nullptr || !frame.Read(*volume)) {
+        frame = PatientFrame();
     }
+    return frame;
+}
 
-    Vector ToPatient(const Vector& v) const {
-        return Add(Add({v[0] * m_Row[0], v[0] * m_Row[1], v[0] * m_Row[2]}, v[1], m_Column), v[2], m_Across);
-    }
+double FirstPlaneZ(CVolume* volume) {
+    return volume != nullptr && volume->GetPlaneCount() > 0 ? volume->GetPlane(0)->m_Org[2] : 0.0;
+}
 
-    // Row and column as a file has them need not be quite perpendicular: the inverse by Cramer's rule.
-    Vector ToVolume(const Vector& p) const {
-        const double determinant = Dot(m_Row, Cross(m_Column, m_Across));
-        return {Dot(p, Cross(m_Column, m_Across)) / determinant, Dot(p, Cross(m_Across, m_Row)) / determinant,
-                Dot(p, Cross(m_Row, m_Column)) / determinant};
-    }
-};
+Vector ToPatient(const PatientFrame& frame, const Vector& v) {
+    return Add(Add(Times(frame.m_Row, v[0]), v[1], frame.m_Column), -v[2], frame.m_Normal);
+}
+
+// Row and column as a file has them need not be quite perpendicular: the inverse by Cramer's rule.
+Vector ToVolume(const PatientFrame& frame, const Vector& p) {
+    const Vector across = Times(frame.m_Normal, -1);
+    const double determinant = Dot(frame.m_Row, Cross(frame.m_Column, across));
+    return {Dot(p, Cross(frame.m_Column, across)) / determinant, Dot(p, Cross(across, frame.m_Row)) / determinant,
+            Dot(p, Cross(frame.m_Row, frame.m_Column)) / determinant};
+}
 
 /// One axis of the volume as an orthogonal picture samples it.
 struct SampledAxis {
     Vector m_Direction;
     double m_Spacing;
     int m_Count;
-    double m_From;  // volume frame
 };
 
 // Along z the samples of the volume's table.
@@ -129,7 +109,7 @@ SampledAxis SampleZ(CVolume& volume, const float* space) {
     const float voxel = (space[0] + space[1]) * 0.5F;
     const int steps = platform::TruncateToInt32(std::fabs(last) / voxel);
     const double spacing = steps > 0 ? std::fabs(last) / steps : voxel;
-    return {{0, 0, last < 0 ? -1.0 : 1.0}, spacing, platform::WrapAdd(steps, 1), 0};
+    return {{0, 0, last < 0 ? -1.0 : 1.0}, spacing, platform::WrapAdd(steps, 1)};
 }
 
 SampledAxis SampleAxis(CVolume& volume, int axis) {
@@ -142,7 +122,7 @@ SampledAxis SampleAxis(CVolume& volume, int axis) {
     }
     Vector direction = {0, 0, 0};
     direction[static_cast<std::size_t>(axis)] = 1;
-    return {direction, space[axis], dim[axis], 0};
+    return {direction, space[axis], dim[axis]};
 }
 
 /// Millimetres along the axis of a voxel index with a fraction.
@@ -220,7 +200,7 @@ bool DcmObliqueSlice::SetPlane(const Vector& centre, const Vector& row, const Ve
 
 bool DcmObliqueSlice::SetPlaneByNormal(const Vector& centre, const Vector& normal, const Vector& up) {
     Vector away = normal;
-    Vector down = {-up[0], -up[1], -up[2]};
+    Vector down = Times(up, -1);
     if (!Orthonormalise(away, down)) {
         return Fail("slice normal and up direction that are parallel or have no length");
     }
@@ -238,7 +218,7 @@ bool DcmObliqueSlice::Rotate(const Vector& axis, double degrees) {
     }
     const double angle = std::fmod(degrees, 360.0) * std::numbers::pi / 180;
     const auto turn = [&](const Vector& v) {  // Rodrigues
-        const Vector along = {around[0] * Dot(around, v), around[1] * Dot(around, v), around[2] * Dot(around, v)};
+        const Vector along = Times(around, Dot(around, v));
         return Add(Add(along, std::cos(angle), Add(v, -1, along)), std::sin(angle), Cross(around, v));
     };
     return SetPlane(m_Centre, turn(m_Row), turn(m_Column));
@@ -288,8 +268,8 @@ bool DcmObliqueSlice::SetSlab(SlabMode mode, double thickness, double step) {
 }
 
 bool DcmObliqueSlice::SetOrthogonal(VolumePlane plane, double index, bool flip1, bool flip2) {
-    static constexpr int kAxes[6][3] = {{0, 1, 2}, {1, 2, 0}, {0, 2, 1}, {2, 0, 1}, {2, 1, 0}, {1, 0, 2}};
-    if (plane < VP_XY || plane > VP_YX) {
+    ViewAxes axes;
+    if (!FindViewAxes(plane, axes)) {
         return Fail("unknown view plane");
     }
     if (m_pVolume == nullptr) {
@@ -298,19 +278,16 @@ bool DcmObliqueSlice::SetOrthogonal(VolumePlane plane, double index, bool flip1,
     if (const char* failure = SliceTables().Read(*m_pVolume)) {
         return Fail(failure);
     }
-    const auto& axes = kAxes[plane];
     int dim[4];
     m_pVolume->GetDimensions(dim);
-    if (!(index >= 0 && index <= dim[axes[2]] - 1)) {
+    if (!(index >= 0 && index <= dim[axes.m_Slice] - 1)) {
         return Fail("slice index outside the volume");
     }
-    SampledAxis across[2] = {SampleAxis(*m_pVolume, axes[0]), SampleAxis(*m_pVolume, axes[1])};
+    SampledAxis across[2] = {SampleAxis(*m_pVolume, axes.m_Horizontal), SampleAxis(*m_pVolume, axes.m_Vertical)};
     Vector centre = {0, 0, 0};
-    centre[static_cast<std::size_t>(axes[2])] = PositionAt(*m_pVolume, axes[2], index);
+    centre[static_cast<std::size_t>(axes.m_Slice)] = PositionAt(*m_pVolume, axes.m_Slice, index);
     for (SampledAxis& axis : across) centre = Add(centre, (axis.m_Count - 1) * axis.m_Spacing / 2, axis.m_Direction);
-    const auto directed = [](const SampledAxis& axis, bool flip) {
-        return Add({0, 0, 0}, flip ? -1 : 1, axis.m_Direction);
-    };
+    const auto directed = [](const SampledAxis& axis, bool flip) { return Times(axis.m_Direction, flip ? -1 : 1); };
     DcmObliqueSlice next(*this);
     if (!next.SetSize(across[0].m_Count, across[1].m_Count) ||
         !next.SetPixelSize(across[0].m_Spacing, across[1].m_Spacing) ||
@@ -341,21 +318,20 @@ Vector DcmObliqueSlice::PixelToVol(double column, double row) const {
 }
 
 Vector DcmObliqueSlice::VolToDicom(const Vector& point) const {
-    const PatientFrame frame(m_pVolume);
-    return Add(frame.m_Origin, 1, frame.ToPatient(point));
+    return ReadFrame(m_pVolume).GetPoint(point[0], point[1], point[2] + FirstPlaneZ(m_pVolume));
 }
 
 Vector DcmObliqueSlice::DicomToVol(const Vector& point) const {
-    const PatientFrame frame(m_pVolume);
-    return frame.ToVolume(Add(point, -1, frame.m_Origin));
+    const PatientFrame frame = ReadFrame(m_pVolume);
+    return ToVolume(frame, Add(point, -1, frame.GetPoint(0, 0, FirstPlaneZ(m_pVolume))));
 }
 
 Vector DcmObliqueSlice::DirectionToDicom(const Vector& direction) const {
-    return PatientFrame(m_pVolume).ToPatient(direction);
+    return ToPatient(ReadFrame(m_pVolume), direction);
 }
 
 Vector DcmObliqueSlice::DirectionToVol(const Vector& direction) const {
-    return PatientFrame(m_pVolume).ToVolume(direction);
+    return ToVolume(ReadFrame(m_pVolume), direction);
 }
 
 // The sink is an object with

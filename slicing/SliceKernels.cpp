@@ -1,81 +1,12 @@
 #include "slicing/SliceKernels.h"
 
+#include "slicing/SlicePlaces.h"
+
 #include <algorithm>
-#include <cstring>
-#include <type_traits>
 
 namespace korvane_detail {
 
 namespace {
-
-/// The voxel or plane at or before a position and how far the position is on the way to the next, 0 to 1.
-template <typename Number>
-struct Place {
-    std::int32_t m_Low;
-    Number m_Weight;
-};
-
-template <typename Number>
-Number Fraction(std::int64_t position) {
-    return static_cast<Number>(static_cast<std::int32_t>(position & kFractionMask)) / static_cast<Number>(kOne);
-}
-
-// The last voxel of the axis is the neighbour of the one before it.
-template <typename Number>
-Place<Number> Locate(std::int64_t position, std::int32_t last) {
-    const auto low = static_cast<std::int32_t>(position >> kFractionBits);
-    return low > last ? Place<Number>{last, 1} : Place<Number>{low, Fraction<Number>(position)};
-}
-
-template <typename Number>
-Place<Number> LocateByTicks(const SliceView& view, std::int64_t position) {
-    const auto tick = static_cast<std::int32_t>((position + kOne / 2) >> kFractionBits);
-    const std::int32_t cell = tick >> view.m_CellShift;
-    std::int32_t low = view.m_pCells[cell];
-    if (view.m_bOneStep) {
-        low += tick >= view.m_pTicks[low + 1] ? 1 : 0;
-    } else {
-        const std::int32_t* const end = view.m_pTicks + view.m_Planes;
-        low = static_cast<std::int32_t>(std::upper_bound(view.m_pTicks + low, end, tick) - view.m_pTicks) - 1;
-    }
-    low = std::min(low, view.m_Planes - 2);
-    const std::int32_t gap = std::max(view.m_pTicks[low + 1] - view.m_pTicks[low], 1);
-    return {low, static_cast<Number>(tick - view.m_pTicks[low]) / static_cast<Number>(gap)};
-}
-
-template <bool kEven, typename Number>
-Place<Number> LocatePlane(const SliceView& view, std::int64_t position) {
-    if constexpr (kEven) {
-        return Locate<Number>(position, std::max(view.m_Planes - 2, 0));
-    } else {
-        return LocateByTicks<Number>(view, position);
-    }
-}
-
-template <typename Number>
-Number Shape(Number t) {
-    using C = ShapeConstants<Number>;
-    return t * ((C::kSquare - C::kCube * t) * t + C::kLinear);
-}
-
-/// Voxels that are exact in floats give their own value at both ends by the formula alone; for the others, infinite ones
-/// among them, the ends are told apart.
-template <typename Number>
-Number Mix(Number a, Number b, Number weight) {
-    const Number mixed = a + (b - a) * weight;
-    if constexpr (std::is_same_v<Number, double>) {
-        return weight == 0 ? a : weight == 1 ? b : mixed;
-    } else {
-        return mixed;
-    }
-}
-
-template <typename Pixel>
-Pixel Load(const unsigned char* address) {
-    Pixel pixel;
-    std::memcpy(&pixel, address, sizeof pixel);  // adopted planes may lie at any address
-    return pixel;
-}
 
 template <typename Pixel, typename Number, bool kEven, bool kShaped>
 void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
@@ -91,8 +22,8 @@ void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
         const std::size_t offset = static_cast<std::size_t>(row.m_Low) * view.m_RowBytes +
                                    static_cast<std::size_t>(column.m_Low) * sizeof(Pixel);
         const auto alongX = [&](const unsigned char* address) {
-            return Mix(static_cast<Number>(Load<Pixel>(address)),
-                       static_cast<Number>(Load<Pixel>(address + nextColumn)), column.m_Weight);
+            return Mix(static_cast<Number>(LoadVoxel<Pixel>(address)),
+                       static_cast<Number>(LoadVoxel<Pixel>(address + nextColumn)), column.m_Weight);
         };
         const auto alongXY = [&](const unsigned char* data) {
             return Mix(alongX(data + offset), alongX(data + offset + nextRow), row.m_Weight);
@@ -106,22 +37,16 @@ void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
     }
 }
 
-template <typename Pixel, bool kEven>
+template <typename Pixel>
 void SampleNearest(const SliceView& view, const SliceRun& run, void* out) {
     constexpr std::int64_t kHalf = kOne / 2;
     std::int64_t x = run.m_Start[0] + kHalf, y = run.m_Start[1] + kHalf, z = run.m_Start[2];
     for (int i = 0; i < run.m_Count; ++i) {
-        std::int32_t plane;
-        if constexpr (kEven) {
-            plane = static_cast<std::int32_t>((z + kHalf) >> kFractionBits);
-        } else {
-            const Place<float> place = LocateByTicks<float>(view, z);
-            plane = place.m_Low + (place.m_Weight >= 0.5F ? 1 : 0);
-        }
+        const std::int32_t plane = NearestPlane(view, z);
         const unsigned char* const address = view.m_pPlanes[plane] +
                                              static_cast<std::size_t>(y >> kFractionBits) * view.m_RowBytes +
                                              static_cast<std::size_t>(x >> kFractionBits) * sizeof(Pixel);
-        static_cast<Pixel*>(out)[i] = Load<Pixel>(address);
+        static_cast<Pixel*>(out)[i] = LoadVoxel<Pixel>(address);
         x += run.m_Step[0];
         y += run.m_Step[1];
         z += run.m_Step[2];
@@ -140,9 +65,9 @@ SliceKernel ChooseLinear(bool even, bool shaped) {
 
 SliceKernel GetNearestKernel(const SliceView& view) {
     switch (view.m_Size) {
-    case 1: return view.m_bEven ? SampleNearest<std::uint8_t, true> : SampleNearest<std::uint8_t, false>;
-    case 2: return view.m_bEven ? SampleNearest<std::uint16_t, true> : SampleNearest<std::uint16_t, false>;
-    default: return view.m_bEven ? SampleNearest<std::uint32_t, true> : SampleNearest<std::uint32_t, false>;
+    case 1: return SampleNearest<std::uint8_t>;
+    case 2: return SampleNearest<std::uint16_t>;
+    default: return SampleNearest<std::uint32_t>;
     }
 }
 

@@ -32,6 +32,13 @@ SliceKernel GetLinearKernel(const SliceView& view, bool shaped);
 SliceKernel GetWideNearestKernel(const SliceView& view);
 SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped);
 
+/// Runs along a row of the volume (steps of 0 along y and z), by rows in one piece instead of voxel by voxel; null for
+/// those that are not, and for steps so long that most voxels of the row would be in vain.
+SliceKernel GetAlongRowKernel(const SliceView& view, const SliceRun& run, bool nearest, bool shaped);
+
+/// A run has no more samples than this.
+constexpr int kLongestRun = 512;
+
 /// S(t) = 0.1t + 2.7t^2 - 1.8t^3 with the volume's own constants.
 template <typename Number>
 struct ShapeConstants {

@@ -1,10 +1,478 @@
+// Eight samples at a time with AVX2: the arithmetic of SliceKernels.cpp, operation by operation, so that both give the
+// same bits. Functions carry their target one by one; the rest of the library is built for any processor.
 #include "slicing/SliceKernels.h"
 
+#if defined(__x86_64__) || defined(__i386__)
+
+#include <immintrin.h>
+
+#define KORVANE_WIDE __attribute__((target("avx2")))
+#define KORVANE_WIDE_INLINE __attribute__((target("avx2"), always_inline)) inline
+
 namespace korvane_detail {
+
+namespace {
+
+constexpr int kLanes = 8;
+
+/// Eight positions along one axis, the integer part apart from the fraction.
+struct Axis {
+    __m256i m_Whole;
+    __m256i m_Fraction;
+    __m256i m_WholeStep;  // to the next eight
+    __m256i m_FractionStep;
+};
+
+KORVANE_WIDE_INLINE __m256i Set(std::int32_t value) {
+    return _mm256_set1_epi32(value);
+}
+
+KORVANE_WIDE_INLINE __m256i Load(const std::int32_t* values) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(values));
+}
+
+KORVANE_WIDE_INLINE Axis Begin(std::int64_t start, std::int64_t step) {
+    std::int32_t whole[kLanes];
+    std::int32_t fraction[kLanes];
+    for (int lane = 0; lane < kLanes; ++lane) {
+        const std::int64_t position = start + lane * step;
+        whole[lane] = static_cast<std::int32_t>(position >> kFractionBits);
+        fraction[lane] = static_cast<std::int32_t>(position & kFractionMask);
+    }
+    const std::int64_t wide = kLanes * step;
+    return {Load(whole), Load(fraction), Set(static_cast<std::int32_t>(wide >> kFractionBits)),
+            Set(static_cast<std::int32_t>(wide & kFractionMask))};
+}
+
+KORVANE_WIDE_INLINE void Advance(Axis& axis) {
+    const __m256i sum = _mm256_add_epi32(axis.m_Fraction, axis.m_FractionStep);
+    const __m256i carry = _mm256_srli_epi32(sum, kFractionBits);
+    axis.m_Whole = _mm256_add_epi32(axis.m_Whole, _mm256_add_epi32(axis.m_WholeStep, carry));
+    axis.m_Fraction = _mm256_and_si256(sum, Set(static_cast<std::int32_t>(kFractionMask)));
+}
+
+KORVANE_WIDE_INLINE __m256i Gather(const void* base, __m256i offsets) {
+    return _mm256_i32gather_epi32(static_cast<const int*>(base), offsets, 1);
+}
+
+KORVANE_WIDE_INLINE __m256i GatherTable(const std::int32_t* table, __m256i indices) {
+    return _mm256_i32gather_epi32(table, indices, 4);
+}
+
+// ---- Eight numbers, and what is done with them. Floats are one register, doubles two.
+
+struct Floats {
+    __m256 m_Values;
+};
+
+struct Doubles {
+    __m256d m_Low;
+    __m256d m_High;
+};
+
+template <typename Numbers>
+Numbers FromIntegers(__m256i values);
+
+template <>
+KORVANE_WIDE_INLINE Floats FromIntegers<Floats>(__m256i values) {
+    return {_mm256_cvtepi32_ps(values)};
+}
+
+template <>
+KORVANE_WIDE_INLINE Doubles FromIntegers<Doubles>(__m256i values) {
+    return {_mm256_cvtepi32_pd(_mm256_castsi256_si128(values)),
+            _mm256_cvtepi32_pd(_mm256_extracti128_si256(values, 1))};
+}
+
+/// 2^-31 times an integer.
+KORVANE_WIDE_INLINE Floats Scale(Floats a) {
+    return {_mm256_mul_ps(a.m_Values, _mm256_set1_ps(1.0F / static_cast<float>(kOne)))};
+}
+
+KORVANE_WIDE_INLINE Doubles Scale(Doubles a) {
+    const __m256d factor = _mm256_set1_pd(1.0 / static_cast<double>(kOne));
+    return {_mm256_mul_pd(a.m_Low, factor), _mm256_mul_pd(a.m_High, factor)};
+}
+
+KORVANE_WIDE_INLINE Floats Divide(Floats a, Floats b) {
+    return {_mm256_div_ps(a.m_Values, b.m_Values)};
+}
+
+KORVANE_WIDE_INLINE Doubles Divide(Doubles a, Doubles b) {
+    return {_mm256_div_pd(a.m_Low, b.m_Low), _mm256_div_pd(a.m_High, b.m_High)};
+}
+
+/// 1 where the mask is set.
+KORVANE_WIDE_INLINE Floats OneWhere(__m256i mask, Floats a) {
+    return {_mm256_blendv_ps(a.m_Values, _mm256_set1_ps(1), _mm256_castsi256_ps(mask))};
+}
+
+KORVANE_WIDE_INLINE Doubles OneWhere(__m256i mask, Doubles a) {
+    const __m256d one = _mm256_set1_pd(1);
+    const __m256i low = _mm256_cvtepi32_epi64(_mm256_castsi256_si128(mask));
+    const __m256i high = _mm256_cvtepi32_epi64(_mm256_extracti128_si256(mask, 1));
+    return {_mm256_blendv_pd(a.m_Low, one, _mm256_castsi256_pd(low)),
+            _mm256_blendv_pd(a.m_High, one, _mm256_castsi256_pd(high))};
+}
+
+KORVANE_WIDE_INLINE Floats Mix(Floats a, Floats b, Floats weight) {
+    const __m256 difference = _mm256_sub_ps(b.m_Values, a.m_Values);
+    return {_mm256_add_ps(a.m_Values, _mm256_mul_ps(difference, weight.m_Values))};
+}
+
+KORVANE_WIDE_INLINE __m256d MixDoubles(__m256d a, __m256d b, __m256d weight) {
+    const __m256d mixed = _mm256_add_pd(a, _mm256_mul_pd(_mm256_sub_pd(b, a), weight));
+    const __m256d atA = _mm256_cmp_pd(weight, _mm256_setzero_pd(), _CMP_EQ_OQ);
+    const __m256d atB = _mm256_cmp_pd(weight, _mm256_set1_pd(1), _CMP_EQ_OQ);
+    return _mm256_blendv_pd(_mm256_blendv_pd(mixed, b, atB), a, atA);
+}
+
+KORVANE_WIDE_INLINE Doubles Mix(Doubles a, Doubles b, Doubles weight) {
+    return {MixDoubles(a.m_Low, b.m_Low, weight.m_Low), MixDoubles(a.m_High, b.m_High, weight.m_High)};
+}
+
+KORVANE_WIDE_INLINE Floats Shape(Floats t) {
+    using C = ShapeConstants<float>;
+    const __m256 inner = _mm256_sub_ps(_mm256_set1_ps(C::kSquare), _mm256_mul_ps(_mm256_set1_ps(C::kCube), t.m_Values));
+    const __m256 outer = _mm256_add_ps(_mm256_mul_ps(inner, t.m_Values), _mm256_set1_ps(C::kLinear));
+    return {_mm256_mul_ps(t.m_Values, outer)};
+}
+
+KORVANE_WIDE_INLINE __m256d ShapeDoubles(__m256d t) {
+    using C = ShapeConstants<double>;
+    const __m256d inner = _mm256_sub_pd(_mm256_set1_pd(C::kSquare), _mm256_mul_pd(_mm256_set1_pd(C::kCube), t));
+    return _mm256_mul_pd(t, _mm256_add_pd(_mm256_mul_pd(inner, t), _mm256_set1_pd(C::kLinear)));
+}
+
+KORVANE_WIDE_INLINE Doubles Shape(Doubles t) {
+    return {ShapeDoubles(t.m_Low), ShapeDoubles(t.m_High)};
+}
+
+KORVANE_WIDE_INLINE void Store(Floats a, void* out, int i) {
+    _mm256_storeu_ps(static_cast<float*>(out) + i, a.m_Values);
+}
+
+KORVANE_WIDE_INLINE void Store(Doubles a, void* out, int i) {
+    _mm256_storeu_pd(static_cast<double*>(out) + i, a.m_Low);
+    _mm256_storeu_pd(static_cast<double*>(out) + i + 4, a.m_High);
+}
+
+// ---- Voxels of each type: a column and the next one, from a byte offset within the plane. Four bytes are fetched at a
+//      time, and never beyond the plane's end. kShift: log2 of a voxel's bytes.
+
+/// The four bytes at an offset, or at the plane's end shifted to look as if fetched there.
+KORVANE_WIDE_INLINE __m256i GatherNarrow(const void* base, __m256i plane, __m256i offset, __m256i end) {
+    const __m256i at = _mm256_min_epi32(offset, end);
+    const __m256i shift = _mm256_slli_epi32(_mm256_sub_epi32(offset, at), 3);
+    return _mm256_srlv_epi32(Gather(base, _mm256_add_epi32(plane, at)), shift);
+}
+
+template <typename Numbers>
+struct Pair {
+    Numbers m_This;
+    Numbers m_Next;
+};
+
+struct ByteVoxels {
+    static constexpr int kShift = 0;
+    using Numbers = Floats;
+    KORVANE_WIDE_INLINE static Pair<Floats> Fetch(const void* base, __m256i plane, __m256i offset, __m256i end) {
+        const __m256i both = GatherNarrow(base, plane, offset, end);
+        const __m256i next = _mm256_and_si256(_mm256_srli_epi32(both, 8), Set(0xff));
+        return {FromIntegers<Floats>(_mm256_and_si256(both, Set(0xff))), FromIntegers<Floats>(next)};
+    }
+};
+
+struct ShortVoxels {
+    static constexpr int kShift = 1;
+    using Numbers = Floats;
+    KORVANE_WIDE_INLINE static Pair<Floats> Fetch(const void* base, __m256i plane, __m256i offset, __m256i /*end*/) {
+        const __m256i both = Gather(base, _mm256_add_epi32(plane, offset));
+        return {FromIntegers<Floats>(_mm256_srai_epi32(_mm256_slli_epi32(both, 16), 16)),
+                FromIntegers<Floats>(_mm256_srai_epi32(both, 16))};
+    }
+};
+
+struct UnsignedShortVoxels {
+    static constexpr int kShift = 1;
+    using Numbers = Floats;
+    KORVANE_WIDE_INLINE static Pair<Floats> Fetch(const void* base, __m256i plane, __m256i offset, __m256i /*end*/) {
+        const __m256i both = Gather(base, _mm256_add_epi32(plane, offset));
+        return {FromIntegers<Floats>(_mm256_and_si256(both, Set(0xffff))),
+                FromIntegers<Floats>(_mm256_srli_epi32(both, 16))};
+    }
+};
+
+template <typename Convert>
+struct FourByteVoxels {
+    static constexpr int kShift = 2;
+    using Numbers = Doubles;
+    KORVANE_WIDE_INLINE static Pair<Doubles> Fetch(const void* base, __m256i plane, __m256i offset, __m256i /*end*/) {
+        const __m256i at = _mm256_add_epi32(plane, offset);
+        return {Convert::ToDoubles(Gather(base, at)), Convert::ToDoubles(Gather(base, _mm256_add_epi32(at, Set(4))))};
+    }
+};
+
+struct ConvertLong {
+    KORVANE_WIDE_INLINE static Doubles ToDoubles(__m256i values) { return FromIntegers<Doubles>(values); }
+};
+
+struct ConvertUnsignedLong {
+    KORVANE_WIDE_INLINE static Doubles ToDoubles(__m256i values) {
+        const __m256d half = _mm256_set1_pd(2147483648.0);
+        const Doubles shifted = FromIntegers<Doubles>(_mm256_xor_si256(values, Set(INT32_MIN)));
+        return {_mm256_add_pd(shifted.m_Low, half), _mm256_add_pd(shifted.m_High, half)};
+    }
+};
+
+struct ConvertFloat {
+    KORVANE_WIDE_INLINE static Doubles ToDoubles(__m256i values) {
+        const __m256 floats = _mm256_castsi256_ps(values);
+        return {_mm256_cvtps_pd(_mm256_castps256_ps128(floats)), _mm256_cvtps_pd(_mm256_extractf128_ps(floats, 1))};
+    }
+};
+
+// ---- Places
+
+template <typename Numbers>
+struct Place {
+    __m256i m_Low;
+    Numbers m_Weight;
+};
+
+template <typename Numbers>
+KORVANE_WIDE_INLINE Place<Numbers> Locate(const Axis& axis, __m256i last) {
+    const __m256i beyond = _mm256_cmpgt_epi32(axis.m_Whole, last);
+    const Numbers fraction = Scale(FromIntegers<Numbers>(axis.m_Fraction));
+    return {_mm256_min_epi32(axis.m_Whole, last), OneWhere(beyond, fraction)};
+}
+
+/// The z axis begins half a tick further on, which rounds to the nearest tick.
+template <typename Numbers>
+KORVANE_WIDE_INLINE Place<Numbers> LocateByTicks(const SliceView& view, const Axis& axis, __m256i last) {
+    const __m256i one = Set(1);
+    const __m256i tick = axis.m_Whole;
+    const __m256i begun = GatherTable(view.m_pCells, _mm256_srl_epi32(tick, _mm_cvtsi32_si128(view.m_CellShift)));
+    const __m256i next = GatherTable(view.m_pTicks, _mm256_add_epi32(begun, one));
+    const __m256i passed = _mm256_add_epi32(one, _mm256_cmpgt_epi32(next, tick));
+    const __m256i low = _mm256_min_epi32(_mm256_add_epi32(begun, passed), last);
+    const __m256i from = GatherTable(view.m_pTicks, low);
+    const __m256i to = GatherTable(view.m_pTicks, _mm256_add_epi32(low, one));
+    const __m256i gap = _mm256_max_epi32(_mm256_sub_epi32(to, from), one);
+    return {low, Divide(FromIntegers<Numbers>(_mm256_sub_epi32(tick, from)), FromIntegers<Numbers>(gap))};
+}
+
+/// Where the planes lie: evenly in memory and along z, evenly along z alone, anywhere.
+enum class Stack { kRegular, kEven, kUneven };
+
+Stack GetStack(const SliceView& view) {
+    return view.m_PlaneStep != 0 ? Stack::kRegular : view.m_bEven ? Stack::kEven : Stack::kUneven;
+}
+
+template <Stack kStack, typename Numbers>
+KORVANE_WIDE_INLINE Place<Numbers> LocatePlane(const SliceView& view, const Axis& axis, __m256i last) {
+    if constexpr (kStack == Stack::kUneven) {
+        return LocateByTicks<Numbers>(view, axis, last);
+    } else {
+        return Locate<Numbers>(axis, last);
+    }
+}
+
+template <Stack kStack>
+KORVANE_WIDE_INLINE __m256i GetOffset(const SliceView& view, __m256i plane) {
+    if constexpr (kStack == Stack::kRegular) {
+        const __m256i fromFirst = _mm256_mullo_epi32(plane, Set(view.m_PlaneStep));
+        return _mm256_add_epi32(fromFirst, Set(view.m_pOffsets[0]));
+    } else {
+        return GatherTable(view.m_pOffsets, plane);
+    }
+}
+
+template <Stack kStack>
+KORVANE_WIDE_INLINE __m256i GetNextOffset(const SliceView& view, __m256i plane, __m256i offset) {
+    if constexpr (kStack == Stack::kRegular) {
+        return _mm256_add_epi32(offset, Set(view.m_PlaneStep));
+    } else {
+        return GatherTable(view.m_pOffsets + 1, plane);
+    }
+}
+
+// ---- Runs
+
+std::int32_t LastOffset(const SliceView& view) {
+    return static_cast<std::int32_t>(view.m_RowBytes) * view.m_Rows - 4;
+}
+
+KORVANE_WIDE void FinishLinear(const SliceView& view, const SliceRun& run, bool shaped, int done, void* out) {
+    SliceRun rest = run;
+    rest.Skip(done);
+    const int bytes = IsSampledInFloat(view.m_Size) ? 4 : 8;
+    if (rest.m_Count > 0) GetLinearKernel(view, shaped)(view, rest, static_cast<unsigned char*>(out) + done * bytes);
+}
+
+template <typename Voxels, Stack kStack, bool kShaped>
+KORVANE_WIDE void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
+    using Numbers = typename Voxels::Numbers;
+    const __m256i lastColumn = Set(view.m_Columns - 2);
+    const __m256i lastRow = Set(view.m_Rows > 1 ? view.m_Rows - 2 : 0);
+    const __m256i lastPlane = Set(view.m_Planes > 1 ? view.m_Planes - 2 : 0);
+    const __m256i rowBytes = Set(static_cast<std::int32_t>(view.m_RowBytes));
+    const __m256i nextRow = view.m_Rows > 1 ? rowBytes : _mm256_setzero_si256();
+    const __m256i end = Set(LastOffset(view));
+    Axis x = Begin(run.m_Start[0], run.m_Step[0]);
+    Axis y = Begin(run.m_Start[1], run.m_Step[1]);
+    Axis z = Begin(run.m_Start[2] + (kStack == Stack::kUneven ? kOne / 2 : 0), run.m_Step[2]);
+    int i = 0;
+    for (; i + kLanes <= run.m_Count; i += kLanes) {
+        const Place<Numbers> column = Locate<Numbers>(x, lastColumn);
+        const Place<Numbers> row = Locate<Numbers>(y, lastRow);
+        const Place<Numbers> plane = LocatePlane<kStack, Numbers>(view, z, lastPlane);
+        const __m256i offset =
+            _mm256_add_epi32(_mm256_mullo_epi32(row.m_Low, rowBytes), _mm256_slli_epi32(column.m_Low, Voxels::kShift));
+        const __m256i below = _mm256_add_epi32(offset, nextRow);
+        const __m256i low = GetOffset<kStack>(view, plane.m_Low);
+        const __m256i high = GetNextOffset<kStack>(view, plane.m_Low, low);
+        const Pair<Numbers> v00 = Voxels::Fetch(view.m_pBase, low, offset, end);
+        const Pair<Numbers> v01 = Voxels::Fetch(view.m_pBase, low, below, end);
+        const Pair<Numbers> v10 = Voxels::Fetch(view.m_pBase, high, offset, end);
+        const Pair<Numbers> v11 = Voxels::Fetch(view.m_pBase, high, below, end);
+        const Numbers inLow = Mix(Mix(v00.m_This, v00.m_Next, column.m_Weight),
+                                  Mix(v01.m_This, v01.m_Next, column.m_Weight), row.m_Weight);
+        const Numbers inHigh = Mix(Mix(v10.m_This, v10.m_Next, column.m_Weight),
+                                   Mix(v11.m_This, v11.m_Next, column.m_Weight), row.m_Weight);
+        Numbers weight = plane.m_Weight;
+        if constexpr (kShaped) weight = Shape(weight);
+        Store(Mix(inLow, inHigh, weight), out, i);
+        Advance(x);
+        Advance(y);
+        Advance(z);
+    }
+    FinishLinear(view, run, kShaped, i, out);
+}
+
+template <int kSize>
+KORVANE_WIDE_INLINE void StoreVoxels(__m256i voxels, void* out, int i) {
+    unsigned char* const to = static_cast<unsigned char*>(out) + i * kSize;
+    if constexpr (kSize == 4) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), voxels);
+        return;
+    }
+    const __m256i masked = _mm256_and_si256(voxels, Set(kSize == 1 ? 0xff : 0xffff));
+    const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(masked), _mm256_extracti128_si256(masked, 1));
+    if constexpr (kSize == 2) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), words);
+    } else {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_packus_epi16(words, words));
+    }
+}
+
+template <int kSize, Stack kStack>
+KORVANE_WIDE void SampleNearest(const SliceView& view, const SliceRun& run, void* out) {
+    constexpr std::int64_t kHalf = kOne / 2;
+    const __m256i lastPlane = Set(view.m_Planes > 1 ? view.m_Planes - 2 : 0);
+    const __m256i rowBytes = Set(static_cast<std::int32_t>(view.m_RowBytes));
+    const __m256i end = Set(LastOffset(view));
+    Axis x = Begin(run.m_Start[0] + kHalf, run.m_Step[0]);
+    Axis y = Begin(run.m_Start[1] + kHalf, run.m_Step[1]);
+    Axis z = Begin(run.m_Start[2] + kHalf, run.m_Step[2]);
+    int i = 0;
+    for (; i + kLanes <= run.m_Count; i += kLanes) {
+        __m256i plane = z.m_Whole;
+        if constexpr (kStack == Stack::kUneven) {
+            const Place<Floats> place = LocateByTicks<Floats>(view, z, lastPlane);
+            const __m256 upper = _mm256_cmp_ps(place.m_Weight.m_Values, _mm256_set1_ps(0.5F), _CMP_GE_OQ);
+            plane = _mm256_sub_epi32(place.m_Low, _mm256_castps_si256(upper));
+        }
+        const __m256i offset =
+            _mm256_add_epi32(_mm256_mullo_epi32(y.m_Whole, rowBytes), _mm256_slli_epi32(x.m_Whole, kSize / 2));
+        const __m256i from = GetOffset<kStack>(view, plane);
+        if constexpr (kSize == 4) {
+            StoreVoxels<kSize>(Gather(view.m_pBase, _mm256_add_epi32(from, offset)), out, i);
+        } else {
+            StoreVoxels<kSize>(GatherNarrow(view.m_pBase, from, offset, end), out, i);
+        }
+        Advance(x);
+        Advance(y);
+        Advance(z);
+    }
+    SliceRun rest = run;
+    rest.Skip(i);
+    if (rest.m_Count > 0) GetNearestKernel(view)(view, rest, static_cast<unsigned char*>(out) + i * kSize);
+}
+
+bool CanGather(const SliceView& view) {
+    static const bool kHasAvx2 = __builtin_cpu_supports("avx2") != 0;
+    return kHasAvx2 && view.m_pOffsets != nullptr && (view.m_bEven || view.m_bOneStep);
+}
+
+template <typename Voxels, Stack kStack>
+SliceKernel ChooseShape(bool shaped) {
+    return shaped ? SampleLinear<Voxels, kStack, true> : SampleLinear<Voxels, kStack, false>;
+}
+
+template <typename Voxels>
+SliceKernel ChooseLinear(Stack stack, bool shaped) {
+    switch (stack) {
+    case Stack::kRegular: return ChooseShape<Voxels, Stack::kRegular>(shaped);
+    case Stack::kEven: return ChooseShape<Voxels, Stack::kEven>(shaped);
+    case Stack::kUneven: break;
+    }
+    return ChooseShape<Voxels, Stack::kUneven>(shaped);
+}
+
+template <int kSize>
+SliceKernel ChooseNearest(Stack stack) {
+    switch (stack) {
+    case Stack::kRegular: return SampleNearest<kSize, Stack::kRegular>;
+    case Stack::kEven: return SampleNearest<kSize, Stack::kEven>;
+    case Stack::kUneven: break;
+    }
+    return SampleNearest<kSize, Stack::kUneven>;
+}
+
+}  // namespace
+
+SliceKernel GetWideNearestKernel(const SliceView& view) {
+    if (!CanGather(view)) {
+        return nullptr;
+    }
+    switch (view.m_Size) {
+    case 1: return ChooseNearest<1>(GetStack(view));
+    case 2: return ChooseNearest<2>(GetStack(view));
+    default: return ChooseNearest<4>(GetStack(view));
+    }
+}
+
+SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped) {
+    if (!CanGather(view)) {
+        return nullptr;
+    }
+    const Stack stack = GetStack(view);
+    switch (view.m_Type) {
+    case CVolume::PT_BYTE: return ChooseLinear<ByteVoxels>(stack, shaped);
+    case CVolume::PT_SHORT: return ChooseLinear<ShortVoxels>(stack, shaped);
+    case CVolume::PT_USHORT: return ChooseLinear<UnsignedShortVoxels>(stack, shaped);
+    case CVolume::PT_FLOAT: return ChooseLinear<FourByteVoxels<ConvertFloat>>(stack, shaped);
+    case CVolume::PT_LONG: return ChooseLinear<FourByteVoxels<ConvertLong>>(stack, shaped);
+    case CVolume::PT_ULONG: break;
+    }
+    return ChooseLinear<FourByteVoxels<ConvertUnsignedLong>>(stack, shaped);
+}
+
+}  // namespace korvane_detail
+
+#else
+
+namespace korvane_detail {
+
 SliceKernel GetWideNearestKernel(const SliceView& /*view*/) {
     return nullptr;
 }
+
 SliceKernel GetWideLinearKernel(const SliceView& /*view*/, bool /*shaped*/) {
     return nullptr;
 }
+
 }  // namespace korvane_detail
+
+#endif

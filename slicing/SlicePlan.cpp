@@ -11,12 +11,7 @@ namespace {
 
 // Samples of a run. Steps are rounded to the last bit of the fraction, which adds up: short runs stay within a
 // four-millionth of a voxel.
-constexpr int kRun = 512;
-
-// Where neighbours in a row are in different planes, a row is worked through in pieces as narrow as this, a band of rows
-// at a time: each line of the cache that a piece touches is then used for the neighbouring rows before it is displaced.
-// Planes are often a power of two apart, so that few of their lines fit into the cache side by side.
-constexpr int kNarrowRun = 16;
+constexpr int kRun = kLongestRun;
 
 // Part of a voxel by which a sample may miss the border and still be on it.
 constexpr double kBorder = 1e-4;
@@ -31,7 +26,6 @@ void SlicePlan::SetGrid(const SliceGrid& grid) {
     m_Grid = grid;
     double low[3];
     double high[3];
-    double perPixel[3];
     m_Grid.m_Origin[2] -= m_Tables.GetFirstZ();
     for (int axis = 0; axis < 3; ++axis) {
         const double scale = m_Tables.GetScale()[axis];
@@ -42,15 +36,14 @@ void SlicePlan::SetGrid(const SliceGrid& grid) {
         const double voxel = m_Tables.GetVoxel()[axis];
         low[axis] = -kBorder * voxel;
         high[axis] = m_Tables.GetTop()[axis] + kBorder * voxel;
-        perPixel[axis] = std::fabs(m_Grid.m_PerPixel[axis]) / voxel;
     }
     m_Box.SetBox(low, high);
-    m_Tile = perPixel[2] > std::max(perPixel[0], perPixel[1]) ? kNarrowRun : kRun;
 }
 
 void SlicePlan::SetKernel(bool nearest, bool shaped, bool wide) {
     const SliceView& view = m_Tables.GetView();
     m_bNearest = nearest;
+    m_bShaped = shaped;
     m_Kernel = nullptr;
     if (wide) {
         m_Kernel = nearest ? GetWideNearestKernel(view) : GetWideLinearKernel(view, shaped);
@@ -89,7 +82,9 @@ void SlicePlan::Sample(const double (&start)[3], int first, int count, void* out
         run.m_Start[axis] = begin;
         run.m_Step[axis] = count > 1 ? (end - begin) / (count - 1) : 0;
     }
-    m_Kernel(m_Tables.GetView(), run, out);
+    const SliceView& view = m_Tables.GetView();
+    const SliceKernel alongRow = GetAlongRowKernel(view, run, m_bNearest, m_bShaped);
+    (alongRow != nullptr ? alongRow : m_Kernel)(view, run, out);
 }
 
 void SlicePlan::SamplePixels(const double (&start)[3], int first, int count, unsigned char* pixels) {
@@ -131,23 +126,18 @@ void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
         for (int j = 0; j < count; ++j) SampleSlab(first + j, at(j, 0));
         return;
     }
-    const auto fill = [&](int row, int from, int to) {
-        FillPixels(m_Background, static_cast<int>(size), static_cast<std::size_t>(to - from), at(row, from));
-    };
-    double starts[kBand][3];
-    Span spans[kBand];
     for (int j = 0; j < count; ++j) {
-        FindStart(first + j, 0, starts[j]);
-        spans[j] = Clip(starts[j]);
-        fill(j, 0, spans[j].m_First);
-        fill(j, spans[j].m_End, m_Grid.m_Width);
-    }
-    for (int left = 0; left < m_Grid.m_Width; left += m_Tile) {
-        for (int j = 0; j < count; ++j) {
-            const int from = std::max(left, spans[j].m_First);
-            const int to = std::min(left + m_Tile, spans[j].m_End);
-            if (from < to) SamplePixels(starts[j], from, to - from, at(j, from));
+        double start[3];
+        FindStart(first + j, 0, start);
+        const Span inside = Clip(start);
+        const auto fill = [&](int from, int to) {
+            FillPixels(m_Background, static_cast<int>(size), static_cast<std::size_t>(to - from), at(j, from));
+        };
+        fill(0, inside.m_First);
+        for (int i = inside.m_First; i < inside.m_End; i += kRun) {
+            SamplePixels(start, i, std::min(kRun, inside.m_End - i), at(j, i));
         }
+        fill(inside.m_End, m_Grid.m_Width);
     }
 }
 

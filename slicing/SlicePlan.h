@@ -54,12 +54,12 @@ private:
     const SliceTables& m_Tables;
     SliceGrid m_Grid = {};  // in positions
     CClipLine m_Box;
-    int m_Tile = 0;
     bool m_bNearest = false;
+    bool m_bShaped = false;
     SliceKernel m_Kernel = nullptr;
     std::optional<SlabRow> m_Slab;
     unsigned char m_Background[4] = {};
-    alignas(32) unsigned char m_Samples[512 * sizeof(double)];
+    alignas(32) unsigned char m_Samples[kLongestRun * sizeof(double)];
 };
 
 }  // namespace korvane_detail

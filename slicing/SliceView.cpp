@@ -26,6 +26,7 @@ const char* SliceTables::Read(CVolume& volume) {
     }
     MakeOffsets();
     m_View.m_bEven = IsEven();
+    m_View.m_PlaneStep = m_View.m_bEven ? FindPlaneStep() : 0;
     const double extent = m_Sorted.back().m_Z - m_Sorted.front().m_Z;
     const int gaps = m_View.m_Planes - 1;
     if (gaps > 0) {
@@ -124,6 +125,17 @@ bool SliceTables::IsEven() const {
         if (std::fabs(m_Sorted[k].m_Z - (first + static_cast<double>(k) * gap)) > kEven * gap) return false;
     }
     return true;
+}
+
+std::int32_t SliceTables::FindPlaneStep() const {
+    if (m_View.m_Planes < 2 || m_Offsets.empty()) {
+        return 0;
+    }
+    const auto step = static_cast<std::int32_t>(std::int64_t{m_Offsets[1]} - m_Offsets[0]);
+    for (int k = 0; k < m_View.m_Planes; ++k) {
+        if (m_Offsets[static_cast<std::size_t>(k)] != m_Offsets[0] + std::int64_t{k} * step) return 0;
+    }
+    return step;
 }
 
 void SliceTables::MakeTicks() {

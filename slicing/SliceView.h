@@ -32,6 +32,8 @@ struct SliceView {
     /// far apart for that, or are too small.
     const unsigned char* m_pBase;
     const std::int32_t* m_pOffsets;
+    /// Bytes from plane to plane where they are evenly spaced both in memory and along z; 0 elsewhere.
+    std::int32_t m_PlaneStep;
 
     /// Even: the integer part of a z position is the plane. Else it is a tick, in cell tick >> m_CellShift; m_pCells names
     /// the plane at or below where the cell begins, and m_bOneStep says that no cell holds more than one further plane.
@@ -70,6 +72,7 @@ private:
     const char* ReadPlanes(CVolume& volume, int count);
     void MakeOffsets();
     bool IsEven() const;
+    std::int32_t FindPlaneStep() const;
     void MakeTicks();
     void MakeCells(std::int32_t smallestGap);
 
