@@ -1,0 +1,207 @@
+#include "slicing/VolumePermuter.h"
+
+#include "slicing/ReformatKernels.h"
+#include "volume/BufferSize.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace korvane_detail {
+
+namespace {
+
+// Voxels of this many bytes along x are transposed at a time: a cache line, so that each is read once.
+constexpr std::size_t kTileRowBytes = 64;
+
+// A tile's output goes to memory in runs of at least this size where the result allows it: what is written past the
+// caches should fill its lines, and runs that begin or end inside a line cost two half ones.
+constexpr std::size_t kRunBytes = 4096;
+
+// Blended rows are used at once and should stay in the second-level cache.
+constexpr std::size_t kScratchBytes = std::size_t{1} << 20;
+
+// Results below are likely to be read from the caches soon.
+constexpr std::size_t kStreamBytes = std::size_t{4} << 20;
+
+// Source rows of this many y positions are copied together: they lie side by side, and pages are changed less often.
+constexpr int kLineGroup = 16;
+
+}  // namespace
+
+VolumePermuter::VolumePermuter(CVolume& source, CVolume& result, const ZSampler& sampler, const ViewTurn& turn)
+    : m_Type(source.GetType()), m_Size(static_cast<std::size_t>(source.GetTypeSize())), m_Turn(turn),
+      m_Samples(sampler.GetSamples()) {
+    int dim[4];
+    source.GetDimensions(dim);
+    m_Counts[0] = dim[0];
+    m_Counts[1] = dim[1];
+    m_Counts[2] = static_cast<int>(m_Samples.size());
+    m_RowBytes = BufferSize({dim[0], source.GetTypeSize()});
+    for (int k = 0; k < dim[2]; ++k) {
+        m_Source.push_back(static_cast<const unsigned char*>(source.GetPlane(k)->m_pData));
+    }
+    result.GetDimensions(dim);
+    m_bStream = BufferSize({dim[0], dim[1], dim[2], source.GetTypeSize()}) >= kStreamBytes;
+    for (int k = 0; k < dim[2]; ++k) {
+        m_Result.push_back(static_cast<unsigned char*>(result.GetPlane(k)->m_pData));
+    }
+    if (turn.m_Axes.m_Horizontal == 0) {
+        PlanLines();
+    } else {
+        PlanTiles();
+    }
+}
+
+// The result's rows are rows of the source.
+void VolumePermuter::PlanLines() {
+    m_Across = m_Turn.m_Axes.m_Slice;
+    m_Group = m_Across == 1 ? kLineGroup : 1;
+    m_Scratch.resize(m_RowBytes);
+}
+
+// The result's rows run along y or z: columns of the source.
+void VolumePermuter::PlanTiles() {
+    m_Across = 3 - m_Turn.m_Axes.m_Horizontal;
+    const std::size_t lineBytes = GetLineBytes();
+    const std::size_t blockBytes = lineBytes / m_Size * m_RowBytes;
+    const bool blended =
+        std::any_of(m_Samples.begin(), m_Samples.end(), [](const ZSample& sample) { return sample.m_Weight > 0; });
+    if (m_Turn.m_Axes.m_Vertical == m_Across) {
+        const std::size_t most = std::max<std::size_t>(blended ? kScratchBytes / blockBytes : kRunBytes, 1);
+        m_Group = static_cast<int>(std::min((kRunBytes + lineBytes - 1) / lineBytes, most));
+        m_TileStride = static_cast<std::size_t>(m_Group) * lineBytes + kTileRowBytes;  // not at powers of two
+    } else {
+        m_TileStride = lineBytes;
+    }
+    m_Rows.resize(static_cast<std::size_t>(m_Group) * (lineBytes / m_Size));
+    m_Scratch.resize(blended ? static_cast<std::size_t>(m_Group) * blockBytes : 0);
+    m_Tile.resize(kTileRowBytes / m_Size * m_TileStride);
+}
+
+void VolumePermuter::DoStep(int step) {
+    const int begin = step * m_Group;
+    const int end = std::min(begin + m_Group, GetCount(m_Across));
+    if (m_Turn.m_Axes.m_Horizontal == 0) {
+        CopyLines(begin, end);
+    } else {
+        GatherRows(begin, end);
+        WriteTiles(begin, end);
+    }
+}
+
+void VolumePermuter::Finish() {
+    FinishStreams();
+}
+
+std::size_t VolumePermuter::GetLineBytes() const {
+    return static_cast<std::size_t>(GetCount(m_Turn.m_Axes.m_Horizontal)) * m_Size;
+}
+
+// Where the result has the line of a source position along its vertical and its slice axis.
+unsigned char* VolumePermuter::GetLine(int vertical, int slice) const {
+    const int line = m_Turn.m_Flips[1] ? GetCount(m_Turn.m_Axes.m_Vertical) - 1 - vertical : vertical;
+    const int plane = m_Turn.m_Flips[2] ? GetCount(m_Turn.m_Axes.m_Slice) - 1 - slice : slice;
+    return m_Result[static_cast<std::size_t>(plane)] + static_cast<std::size_t>(line) * GetLineBytes();
+}
+
+// A row of the source at a sample of z, in place or blended into `scratch`.
+const unsigned char* VolumePermuter::GetRow(int y, int z, unsigned char* scratch) const {
+    const ZSample& sample = m_Samples[static_cast<std::size_t>(z)];
+    const std::size_t offset = static_cast<std::size_t>(y) * m_RowBytes;
+    const unsigned char* const low = m_Source[static_cast<std::size_t>(sample.m_Low)] + offset;
+    if (!(sample.m_Weight > 0)) {
+        return low;
+    }
+    const unsigned char* const high = m_Source[static_cast<std::size_t>(sample.m_High)] + offset;
+    BlendRows(m_Type, low, high, sample.m_Weight, scratch, m_RowBytes / m_Size);
+    return scratch;
+}
+
+// ---- Rows to rows
+
+void VolumePermuter::CopyLines(int begin, int end) {
+    const int yBegin = m_Across == 1 ? begin : 0;
+    const int yEnd = m_Across == 1 ? end : GetCount(1);
+    const int zBegin = m_Across == 2 ? begin : 0;
+    const int zEnd = m_Across == 2 ? end : GetCount(2);
+    for (int z = zBegin; z < zEnd; ++z) {
+        for (int y = yBegin; y < yEnd; ++y) {
+            CopyLine(y, z);
+        }
+    }
+}
+
+void VolumePermuter::CopyLine(int y, int z) {
+    unsigned char* const line = m_Across == 1 ? GetLine(z, y) : GetLine(y, z);
+    if (m_Turn.m_Flips[0]) {
+        ReverseRow(static_cast<int>(m_Size), GetRow(y, z, m_Scratch.data()), line, m_RowBytes / m_Size);
+    } else if (const unsigned char* const row = GetRow(y, z, line); row != line) {
+        std::memcpy(line, row, m_RowBytes);
+    }
+}
+
+// ---- Columns to rows
+
+// The source rows that cross the result's lines, in the order of the lines' voxels, for each position of the group.
+void VolumePermuter::GatherRows(int begin, int end) {
+    const int count = GetCount(m_Turn.m_Axes.m_Horizontal);
+    std::size_t index = 0;
+    for (int across = begin; across < end; ++across) {
+        for (int i = 0; i < count; ++i, ++index) {
+            const int along = m_Turn.m_Flips[0] ? count - 1 - i : i;
+            const int y = m_Across == 1 ? across : along;
+            const int z = m_Across == 1 ? along : across;
+            m_Rows[index] = GetRow(y, z, m_Scratch.data() + (m_Scratch.empty() ? 0 : index * m_RowBytes));
+        }
+    }
+}
+
+void VolumePermuter::WriteTiles(int begin, int end) {
+    const int columns = static_cast<int>(kTileRowBytes / m_Size);
+    for (int first = 0; first < GetCount(0); first += columns) {
+        const int width = std::min(columns, GetCount(0) - first);
+        if (m_Turn.m_Axes.m_Vertical == m_Across) {
+            WriteTilesAcross(begin, end, first, width);
+        } else {
+            WriteTilesDown(begin, first, width);
+        }
+    }
+}
+
+// x is the slice axis: each column goes to a plane of its own, where the lines of the group lie side by side.
+void VolumePermuter::WriteTilesAcross(int begin, int end, int first, int width) {
+    const std::size_t lineBytes = GetLineBytes();
+    const std::size_t count = lineBytes / m_Size;
+    const auto lines = static_cast<std::size_t>(end - begin);
+    const bool upward = m_Turn.m_Flips[1];
+    for (std::size_t i = 0; i < lines; ++i) {
+        TransposeRows(static_cast<int>(m_Size), m_Rows.data() + i * count, count, static_cast<std::size_t>(first),
+                      static_cast<std::size_t>(width), m_Tile.data() + (upward ? lines - 1 - i : i) * lineBytes,
+                      static_cast<std::ptrdiff_t>(m_TileStride));
+    }
+    for (int x = 0; x < width; ++x) {
+        Move(GetLine(upward ? end - 1 : begin, first + x), m_Tile.data() + static_cast<std::size_t>(x) * m_TileStride,
+             lines * lineBytes);
+    }
+}
+
+// x is the vertical axis: the columns are lines side by side in one plane.
+void VolumePermuter::WriteTilesDown(int across, int first, int width) {
+    const bool upward = m_Turn.m_Flips[1];
+    const auto stride = static_cast<std::ptrdiff_t>(m_TileStride);
+    TransposeRows(static_cast<int>(m_Size), m_Rows.data(), m_Rows.size(), static_cast<std::size_t>(first),
+                  static_cast<std::size_t>(width), m_Tile.data() + (upward ? (width - 1) * stride : 0),
+                  upward ? -stride : stride);
+    Move(GetLine(upward ? first + width - 1 : first, across), m_Tile.data(),
+         static_cast<std::size_t>(width) * m_TileStride);
+}
+
+void VolumePermuter::Move(unsigned char* out, const unsigned char* in, std::size_t bytes) const {
+    if (m_bStream) {
+        StreamCopy(out, in, bytes);
+    } else {
+        std::memcpy(out, in, bytes);
+    }
+}
+
+}  // namespace korvane_detail

@@ -1,0 +1,303 @@
+#include "OrientedVolume.h"
+
+#include <Korvane/slicing/CVolumeReformatter.h>
+#include <Korvane/slicing/ViewAxes.h>
+#include <Korvane/volume/CPercent.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <numeric>
+#include <string>
+
+namespace {
+
+struct Deleter {
+    void operator()(CVolume* volume) const { volume->Delete(); }
+};
+using VolumePointer = std::unique_ptr<CVolume, Deleter>;
+
+constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
+
+unsigned char* At(CVolume& volume, int column, int row, int plane) {
+    int dim[4];
+    volume.GetDimensions(dim);
+    const std::size_t voxel = static_cast<std::size_t>(row) * static_cast<std::size_t>(dim[0]) + column;
+    return static_cast<unsigned char*>(volume.GetPlane(plane)->m_pData) + voxel * volume.GetTypeSize();
+}
+
+template <typename T>
+T Get(CVolume& volume, int column, int row, int plane) {
+    T value;
+    std::memcpy(&value, At(volume, column, row, plane), sizeof value);
+    return value;
+}
+
+// A volume whose planes lie at these z; voxel (column, row, plane) gets `value` of it.
+template <typename T, typename Value>
+VolumePointer Make(CVolume::PixelType type, int nx, int ny, const std::vector<float>& planeZ, bool contig,
+                   const Value& value) {
+    VolumePointer volume(CVolume::New());
+    const int nz = static_cast<int>(planeZ.size());
+    volume->Init(type, nx, ny, nz, 1);
+    volume->Alloc(contig);
+    float space[4] = {0.8F, 1.2F, 2, 7};
+    volume->SetSpacing(space);
+    Orient(*volume, {{0, 0.6, 0.8}, {0, -0.8, 0.6}}, planeZ);
+    for (int k = 0; k < nz; ++k) {
+        for (int r = 0; r < ny; ++r) {
+            for (int c = 0; c < nx; ++c) {
+                const T each = static_cast<T>(value(c, r, k));
+                std::memcpy(At(*volume, c, r, k), &each, sizeof each);
+            }
+        }
+    }
+    return volume;
+}
+
+std::vector<float> Even(int planes, bool descending) {
+    std::vector<float> z(static_cast<std::size_t>(planes));
+    for (std::size_t k = 0; k < z.size(); ++k) z[k] = 3 + 2.5F * static_cast<float>(descending ? z.size() - k : k);
+    return z;
+}
+
+VolumePointer Reformat(CVolume& source, int plane, int flips, bool contig = true,
+                       CVolumeReformatter::ZSampling sampling = CVolumeReformatter::ZS_UNEVEN) {
+    CVolumeReformatter reformatter;
+    reformatter.SetContig(contig);
+    reformatter.SetZSampling(sampling);
+    VolumePointer result(
+        reformatter.Reformat(source, static_cast<VolumePlane>(plane), (flips & 1) != 0, (flips & 2) != 0));
+    EXPECT_NE(result, nullptr) << reformatter.GetError();
+    return result;
+}
+
+// Voxels of the result that are not those of the source by axes and flips; the planes may come in either order.
+template <typename T>
+int CountWrong(CVolume& source, CVolume& result, int plane, int flips) {
+    ViewAxes axes;
+    FindViewAxes(static_cast<VolumePlane>(plane), axes);
+    int raw[4], dim[4], at[3], wrong[2] = {0, 0};
+    source.GetDimensions(raw);
+    result.GetDimensions(dim);
+    EXPECT_EQ(dim[0], raw[axes.m_Horizontal]);
+    EXPECT_EQ(dim[1], raw[axes.m_Vertical]);
+    EXPECT_EQ(dim[2], raw[axes.m_Slice]);
+    for (int k = 0; k < dim[2]; ++k) {
+        for (int r = 0; r < dim[1]; ++r) {
+            for (int c = 0; c < dim[0]; ++c) {
+                at[axes.m_Horizontal] = (flips & 1) != 0 ? dim[0] - 1 - c : c;
+                at[axes.m_Vertical] = (flips & 2) != 0 ? dim[1] - 1 - r : r;
+                for (const int reversed : {0, 1}) {
+                    at[axes.m_Slice] = reversed != 0 ? dim[2] - 1 - k : k;
+                    const bool same = std::memcmp(At(result, c, r, k), At(source, at[0], at[1], at[2]), sizeof(T)) == 0;
+                    wrong[reversed] += same ? 0 : 1;
+                }
+            }
+        }
+    }
+    return std::min(wrong[0], wrong[1]);
+}
+
+template <typename T>
+void ExpectPermutation(CVolume::PixelType type, int nx, int ny, int nz) {
+    const auto hash = [](int c, int r, int k) { return (c + 1000U * r + 1000000U * k) * 2654435761U >> 7; };
+    const VolumePointer source = Make<T>(type, nx, ny, Even(nz, false), type % 2 == 0, hash);
+    for (int plane = 0; plane < 6; ++plane) {
+        for (int flips = 0; flips < 4; ++flips) {
+            const VolumePointer result = Reformat(*source, plane, flips, flips % 2 == 0);
+            ASSERT_NE(result, nullptr);
+            EXPECT_EQ(result->GetContig(), flips % 2 == 0);
+            EXPECT_EQ(CountWrong<T>(*source, *result, plane, flips), 0) << type << " " << plane << " " << flips;
+        }
+    }
+}
+
+struct Progress : CPercent {
+    bool OnProgress(short percent) override {
+        m_Told.push_back(percent);
+        return percent >= m_Stop;
+    }
+    short m_Stop = 1000;
+    std::vector<int> m_Told;
+};
+
+}  // namespace
+
+TEST(CVolumeReformatter, PermutesEveryTypeBitForBit) {
+    ExpectPermutation<std::int16_t>(CVolume::PT_SHORT, 37, 23, 19);
+    ExpectPermutation<std::uint16_t>(CVolume::PT_USHORT, 130, 41, 1);
+    ExpectPermutation<std::uint8_t>(CVolume::PT_BYTE, 83, 50, 35);
+    ExpectPermutation<std::uint32_t>(CVolume::PT_FLOAT, 9, 5, 7);    // bits of all kinds, signalling NaN among them
+    ExpectPermutation<std::int32_t>(CVolume::PT_LONG, 131, 97, 85);  // larger than caches
+    ExpectPermutation<std::uint32_t>(CVolume::PT_ULONG, 1, 1, 33);
+}
+
+TEST(CVolumeReformatter, NoVoxelMovesInThePatient) {
+    for (const bool descending : {false, true}) {
+        const auto id = [](int c, int r, int k) { return c + 5 * (r + 4 * k); };
+        const VolumePointer source = Make<std::int32_t>(CVolume::PT_LONG, 5, 4, Even(3, descending), true, id);
+        source->SetMin(-7);
+        source->SetMax(59);
+        for (int view = 0; view < 24; ++view) {
+            const VolumePointer result = Reformat(*source, view / 4, view % 4);
+            int dim[4];
+            result->GetDimensions(dim);
+            for (int i = 0; i < dim[0] * dim[1] * dim[2]; ++i) {
+                const int c = i % dim[0], r = i / dim[0] % dim[1], k = i / (dim[0] * dim[1]);
+                const int from = Get<std::int32_t>(*result, c, r, k);
+                const Point is = PatientPoint(*result, c, r, k);
+                const Point was = PatientPoint(*source, from % 5, from / 5 % 4, from / 20);
+                for (std::size_t axis = 0; axis < 3; ++axis) ASSERT_NEAR(is[axis], was[axis], 1e-4) << view;
+            }
+            EXPECT_EQ(result->GetPlane(1)->m_Org[2] < result->GetPlane(0)->m_Org[2], descending);
+            EXPECT_TRUE(result->GetNRefs() == 1 && result->GetMin() == -7 && result->GetMax() == 59);
+            EXPECT_NE(result->MapVoxToZInterp(0), nullptr);
+        }
+    }
+}
+
+TEST(CVolumeReformatter, SamplesUnevenPlanesByTheSmoothedCurve) {
+    // z 0, 1, 2 ...: planes 0, 4, then two thirds of the way by S(1/3), S(2/3), and the last. The table's own planes are
+    // others here: its cursor falls behind.
+    const std::vector<float> planeZ = {0, 0.25F, 0.5F, 0.75F, 1, 4};
+    const double s = 0.10000000149011612 / 3 + 2.6999999955296516 / 9 - 1.7999999970197678 / 27;
+    const auto check = [&](auto zero, CVolume::PixelType type, double low, double high, double tolerance) {
+        using T = decltype(zero);
+        const double values[] = {low, 1, 2, 3, high, low};
+        const VolumePointer source = Make<T>(type, 3, 40, planeZ, true, [&](int, int, int k) { return values[k]; });
+        const double wanted[] = {low, high, high + s * (low - high), low + s * (high - low), low};
+        for (const int plane : {VP_XY, VP_YZ, VP_ZX, VP_ZY}) {
+            const VolumePointer result = Reformat(*source, plane, 0);
+            ViewAxes axes;
+            int dim[4], at[3];
+            FindViewAxes(static_cast<VolumePlane>(plane), axes);
+            result->GetDimensions(dim);
+            ASSERT_EQ(dim[axes.m_Horizontal == 2 ? 0 : axes.m_Vertical == 2 ? 1 : 2], 5);
+            for (at[0] = 0; at[0] < dim[0]; ++at[0]) {
+                for (at[1] = 0; at[1] < dim[1]; ++at[1]) {
+                    for (at[2] = 0; at[2] < dim[2]; ++at[2]) {
+                        const double z = wanted[at[axes.m_Horizontal == 2 ? 0 : axes.m_Vertical == 2 ? 1 : 2]];
+                        ASSERT_NEAR(static_cast<double>(Get<T>(*result, at[0], at[1], at[2])), z, tolerance) << plane;
+                    }
+                }
+            }
+        }
+    };
+    check(std::int16_t{}, CVolume::PT_SHORT, -32768, 32767, 0.51);
+    check(std::uint16_t{}, CVolume::PT_USHORT, 65535, 0, 0.51);
+    check(std::uint8_t{}, CVolume::PT_BYTE, 201, 4, 0.51);
+    check(std::int32_t{}, CVolume::PT_LONG, -2147483648.0, 2147483647, 0.51);
+    check(std::uint32_t{}, CVolume::PT_ULONG, 4294967295.0, 77, 0.51);
+    check(float{}, CVolume::PT_FLOAT, -1.5, 1e6, 0.1);
+    check(std::int16_t{}, CVolume::PT_SHORT, 4711, 4711, 0);
+}
+
+TEST(CVolumeReformatter, ChoosesHowZIsSampled) {
+    using R = CVolumeReformatter;
+    const auto plane = [](int, int, int k) { return k; };
+    const VolumePointer uneven = Make<std::uint8_t>(CVolume::PT_BYTE, 3, 3, {9, 7, 4, 3}, false, plane);
+    const VolumePointer even = Make<std::uint8_t>(CVolume::PT_BYTE, 3, 3, {0, 3.01F, 6}, false, plane);
+    const auto planes = [](CVolume& source, R::ZSampling sampling) {
+        std::string text;
+        const VolumePointer result = Reformat(source, VP_XY, 0, true, sampling);
+        int dim[4];
+        float space[4];
+        result->GetDimensions(dim);
+        result->GetSpacing(space);
+        for (int k = 0; k < dim[2]; ++k) {
+            const Point point = PatientPoint(*result, 0, 0, k);
+            const Point first = PatientPoint(source, 0, 0, 0);
+            const double away = std::sqrt(std::pow(point[0] - first[0], 2) + std::pow(point[1] - first[1], 2) +
+                                          std::pow(point[2] - first[2], 2));
+            text += std::to_string(Get<std::uint8_t>(*result, 0, 0, k)) + "@" + std::to_string(std::lround(away)) + " ";
+        }
+        return text + "/" + std::to_string(space[2]).substr(0, 4);
+    };
+    EXPECT_EQ(planes(*uneven, R::ZS_UNEVEN),
+              "0@0 0@1 1@2 1@3 2@4 2@5 3@6 /1.00");  // half of a step of 1 is none
+    EXPECT_EQ(planes(*uneven, R::ZS_NEVER), "0@0 1@2 2@5 3@6 /2.00");
+    EXPECT_EQ(planes(*even, R::ZS_UNEVEN), "0@0 1@3 2@6 /3.00");
+    EXPECT_EQ(planes(*even, R::ZS_ALWAYS), "0@0 0@1 1@2 1@3 1@4 2@5 2@6 /1.00");
+}
+
+TEST(CVolumeReformatter, TiltedStacksKeepTheirOffsets) {
+    const VolumePointer source = Make<std::uint8_t>(CVolume::PT_BYTE, 3, 4, Even(3, false), true,
+                                                    [](int c, int r, int k) { return c + 3 * r + 12 * k; });
+    for (int k = 0; k < 3; ++k) source->GetPlane(k)->m_Org[1] += 0.4F * static_cast<float>(k - 1);
+    for (const int flips : {0, 1, 2, 3}) {
+        const VolumePointer result = Reformat(*source, VP_YX, flips);
+        for (int i = 0; i < 36; ++i) {
+            const int c = i % 4, r = i / 4 % 3, k = i / 12;
+            const int from = Get<std::uint8_t>(*result, c, r, k);
+            const Point is = PatientPoint(*result, c, r, k);
+            const Point was = PatientPoint(*source, from % 3, from / 3 % 4, from / 12);
+            for (std::size_t axis = 0; axis < 3; ++axis) ASSERT_NEAR(is[axis], was[axis], 1e-4);
+        }
+    }
+}
+
+TEST(CVolumeReformatter, TellsItsProgressAndStops) {
+    const VolumePointer source =
+        Make<std::uint8_t>(CVolume::PT_BYTE, 70, 90, Even(25, false), true, [](int, int, int) { return 1; });
+    for (int plane = 0; plane < 6; ++plane) {
+        Progress progress;
+        CVolumeReformatter reformatter;
+        reformatter.SetCallback(&progress);
+        const auto view = static_cast<VolumePlane>(plane);
+        progress.SetTotElab(reformatter.GetPlaneCount(*source, view));
+        progress.StartProgress();
+        VolumePointer(reformatter.Reformat(*source, view, false, false));
+        EXPECT_EQ(progress.GetElab(), progress.GetTotElab());
+        EXPECT_EQ(progress.m_Told.back(), 100);
+        EXPECT_GT(progress.m_Told.size(), 5U);
+        progress.m_Stop = 40;
+        progress.StartProgress();
+        EXPECT_EQ(reformatter.Reformat(*source, view, false, false), nullptr);
+        EXPECT_LT(progress.m_Told.back(), 60);
+        EXPECT_EQ(reformatter.GetError(), "stopped");
+    }
+}
+
+TEST(CVolumeReformatter, RefusesWhatItCannotRead) {
+    const auto error = [](auto spoil) {
+        const VolumePointer source =
+            Make<std::uint8_t>(CVolume::PT_BYTE, 2, 2, {0, 2, 3}, false, [](int, int, int) { return 1; });
+        VolumePlane plane = VP_XZ;
+        spoil(*source, plane);
+        CVolumeReformatter reformatter;
+        EXPECT_EQ(reformatter.GetPlaneCount(*source, plane), 0);
+        EXPECT_EQ(reformatter.Reformat(*source, plane, true, true), nullptr);
+        return reformatter.GetError();
+    };
+    const auto space = [](float x) {
+        return [x](CVolume& volume, VolumePlane&) {
+            float values[4] = {x, x, 1, 0};
+            volume.SetSpacing(values);
+        };
+    };
+    const auto planeZ = [](float z) { return [z](CVolume& v, VolumePlane&) { v.GetPlane(1)->m_Org[2] = z; }; };
+    EXPECT_EQ(error([](CVolume&, VolumePlane& plane) { plane = static_cast<VolumePlane>(6); }), "no view plane");
+    EXPECT_EQ(error([](CVolume&, VolumePlane& plane) { plane = static_cast<VolumePlane>(-1); }), "no view plane");
+    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.Free(); }), "volume without planes");
+    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.Init(CVolume::PT_BYTE, 2, 2, 2, 1); }),
+              "volume without pixels");
+    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.Init(CVolume::PT_BYTE, 2, 2, 2, 3); }),
+              "volume with other than one component");
+    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.SetType(static_cast<CVolume::PixelType>(9)); }),
+              "volume of an unknown pixel type");
+    for (const float bad : {0.0F, -1.0F, kNan})
+        EXPECT_EQ(error(space(bad)), "volume with a spacing that is not positive");
+    EXPECT_EQ(error(space(1e-7F)), "volume too long for its voxel size");
+    EXPECT_EQ(error(planeZ(kNan)), "volume with a position that is not finite");
+    EXPECT_EQ(error(planeZ(99)), "volume with planes out of order");
+    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) {
+                  Orient(volume, {{1, 0, 0}, {1, 0, 0}}, {0, 2, 3});
+              }),
+              "volume without directions");
+    CVolume none;
+    EXPECT_EQ(CVolumeReformatter().Reformat(none, VP_XY, false, false), nullptr);
+}
