@@ -129,8 +129,6 @@ FTransform::FTransform(const Matrix3& linear, const Double3& translation, bool i
 
 FTransform::FTransform(const FTransform& other) = default;
 
-FTransform::~FTransform() = default;
-
 FTransform& FTransform::operator=(const FTransform& other) = default;
 
 void FTransform::Init() {

@@ -49,7 +49,6 @@ public:
     FTransform(const FVector& row, const FVector& column, const FPoint& origin, double columnSpacing, double rowSpacing,
                double planeSpacing = 1.0);
     FTransform(const FTransform& other);
-    ~FTransform();
 
     FTransform& operator=(const FTransform& other);
 

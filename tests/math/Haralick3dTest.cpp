@@ -184,12 +184,10 @@ TEST(Haralick3dWeighted, WeighsAsVariancesSay) {
     for (unsigned seed = 0; seed < 300; ++seed) {
         Sets sets(seed, 10, Vector3d(50, 50, 50));
         FVector weights(10);
-        double inverse = 0;
         for (int i = 0; i < 10; ++i) {
             const double sigma = i < 4 ? 0.1 : 1.0;
             sets.m_To[i] = P(sets.Move(sets.m_From[i]) + sigma * sets.Random());
             weights[i] = static_cast<float>(1 / (sigma * sigma));
-            inverse += weights[i];
         }
         const Haralick3dWeighted pose(sets.m_From.data(), sets.m_To.data(), weights, 10);
         weighted += std::pow(sets.Error(pose.GetTransform()), 2);

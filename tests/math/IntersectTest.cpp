@@ -27,7 +27,7 @@ Floats Rows(const FLine& l) {
 template <typename First, typename Second>
 Floats Joint(const First& a, const Second& b, bool parallel) {
     bool flag = !parallel;
-    const Floats rows = Rows(Intersect(a, b, flag));
+    Floats rows = Rows(Intersect(a, b, flag));
     EXPECT_EQ(flag, parallel);
     flag = !parallel;
     if constexpr (!std::is_same_v<First, Second>) {
@@ -54,10 +54,13 @@ TEST(Geometry, Points) {
     EXPECT_EQ(E(FPoint(four)), (Floats{7, 7, 7}));
     EXPECT_EQ(E(FPoint(two)), (Floats{5, 5, 0}));
     EXPECT_EQ(E(FPoint()), (Floats{0, 0, 0}));
-    static_assert(std::is_same_v<decltype(p + V(q)), FPoint> && std::is_same_v<decltype(p - V(q)), FPoint>);
-    static_assert(std::is_same_v<decltype(p - q), FVector> && std::is_same_v<decltype(p + q), FPoint>);
-    static_assert(std::is_same_v<decltype(V(p) - q), FVector> && std::is_same_v<decltype(V(p) + q), FVector>);
-    static_assert(std::is_same_v<decltype(p + 1), FVector> && std::is_same_v<decltype(p * 0.5), FVector>);
+    static_assert(std::is_same_v<decltype(p + V(q)), FPoint>);
+    static_assert(std::is_same_v<decltype(p - V(q)), FPoint>);
+    static_assert(std::is_same_v<decltype(p + q), FPoint>);
+    static_assert(std::is_same_v<decltype(p - q), FVector>);
+    EXPECT_EQ(E(V(q) - p), E(q - p));
+    EXPECT_EQ(E(V(q) + p), E(q + p));
+    EXPECT_EQ(E(p * 2), E(p + p));
     EXPECT_EQ(E(q - p), (Floats{9, 18, 37}));
     EXPECT_EQ(E(p + q), (Floats{11, 22, 43}));
     EXPECT_EQ(E(p - V(q)), (Floats{-9, -18, -37}));
