@@ -57,7 +57,7 @@ bool CClipLine::Clip(const double (&start)[3], const double (&direction)[3], dou
     for (int axis = 0; axis < 3; ++axis) {
         const double toLow = m_Low[axis] - start[axis];
         const double toHigh = m_High[axis] - start[axis];
-        if (!(toLow <= toHigh) || std::isnan(direction[axis])) {
+        if (!(toLow <= toHigh) || !std::isfinite(start[axis]) || !std::isfinite(direction[axis])) {
             return false;
         }
         if (direction[axis] == 0) {
@@ -82,7 +82,7 @@ bool CClipLine::ClipSamples(const double (&start)[3], const double (&step)[3], i
     for (int axis = 0; axis < 3; ++axis) {
         const double from = start[axis];
         const double by = step[axis];
-        if (!(m_Low[axis] <= m_High[axis]) || std::isnan(from) || std::isnan(by)) {
+        if (!(m_Low[axis] <= m_High[axis]) || !std::isfinite(from) || !std::isfinite(by)) {
             return false;
         }
         if (by == 0) {

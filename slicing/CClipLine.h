@@ -10,8 +10,8 @@
 ///     double from, to;
 ///     if (box.Clip(start, direction, from, to)) ...   // start + t * direction is inside for from <= t <= to
 ///
-/// Nothing here fails: a line that misses the box, a box without inside (some low above its high) and coordinates that
-/// are NaN give false.
+/// Nothing here fails: a line that misses the box, a box without inside (some low above its high) and starts and
+/// directions that are not finite give false.
 class KORVANE_API CClipLine {
 public:
     /// The box that holds the origin alone.

@@ -16,6 +16,9 @@ constexpr int kRun = kLongestRun;
 // Part of a voxel by which a sample may miss the border and still be on it.
 constexpr double kBorder = 1e-4;
 
+// Part of a voxel that rounding may account for.
+constexpr double kRounding = 1e-9;
+
 std::int64_t ToFixed(double position, double top) {
     return platform::TruncateToInt64(std::clamp(position, 0.0, top) * static_cast<double>(kOne) + 0.5);
 }
@@ -70,8 +73,33 @@ SlicePlan::Span SlicePlan::Clip(const double (&start)[3]) const {
     return {first, last + 1};
 }
 
-// Both ends are held within the volume, and the step is rounded toward zero: no sample between them is outside.
+// Whether sample `end` lies on the border by the tolerance alone, and sample `other` does not on the same side: a run
+// between the two would not be straight.
+bool SlicePlan::IsBent(const double (&start)[3], int end, int other) const {
+    for (int axis = 0; axis < 3; ++axis) {
+        const double top = m_Tables.GetTop()[axis];
+        const double slack = kRounding * m_Tables.GetVoxel()[axis];
+        const double step = m_Grid.m_PerPixel[axis];
+        const double at = start[axis] + end * step;
+        const double from = start[axis] + other * step;
+        if ((at < -slack && from >= -slack) || (at > top + slack && from <= top + slack)) return true;
+    }
+    return false;
+}
+
 void SlicePlan::Sample(const double (&start)[3], int first, int count, void* out) const {
+    auto* const to = static_cast<unsigned char*>(out);
+    const int size = m_Tables.GetView().m_Size;
+    const int bytes = m_bNearest ? size : IsSampledInFloat(size) ? 4 : 8;
+    int from = first;
+    int last = first + count - 1;
+    for (; from < last && IsBent(start, from, last); ++from) SampleRun(start, from, 1, to + (from - first) * bytes);
+    for (; from < last && IsBent(start, last, from); --last) SampleRun(start, last, 1, to + (last - first) * bytes);
+    SampleRun(start, from, last - from + 1, to + (from - first) * bytes);
+}
+
+// Both ends are held within the volume, and the step is rounded toward zero: no sample between them is outside.
+void SlicePlan::SampleRun(const double (&start)[3], int first, int count, void* out) const {
     SliceRun run;
     run.m_Count = count;
     for (int axis = 0; axis < 3; ++axis) {

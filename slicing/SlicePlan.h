@@ -47,7 +47,9 @@ private:
 
     void FindStart(int row, int layer, double (&start)[3]) const;
     Span Clip(const double (&start)[3]) const;
+    bool IsBent(const double (&start)[3], int end, int other) const;
     void Sample(const double (&start)[3], int first, int count, void* out) const;
+    void SampleRun(const double (&start)[3], int first, int count, void* out) const;
     void SamplePixels(const double (&start)[3], int first, int count, unsigned char* pixels);
     void SampleSlab(int row, unsigned char* pixels);
 

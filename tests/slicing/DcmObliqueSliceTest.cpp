@@ -1,0 +1,396 @@
+#include "SlicedVolume.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <random>
+
+namespace {
+
+using Slice = DcmObliqueSlice;
+using Shape = SlicedVolume::Shape;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+std::vector<unsigned char> Pixels(Slice& slice) {
+    std::vector<unsigned char> pixels(slice.GetPixelCount() *
+                                      static_cast<std::size_t>(slice.GetVolume()->GetTypeSize()));
+    EXPECT_TRUE(slice.GetPixels(pixels.data(), pixels.size())) << slice.GetError();
+    return pixels;
+}
+
+std::vector<double> Values(Slice& slice, const SlicedVolume& volume) {
+    const auto pixels = Pixels(slice);
+    std::vector<double> values;
+    for (std::size_t i = 0; i < slice.GetPixelCount(); ++i)
+        values.push_back(volume.Read(pixels.data(), static_cast<int>(i)));
+    return values;
+}
+
+class Random {
+public:
+    double Unit() { return m_Unit(m_Engine); }
+    Slice::Vector Vector(double scale = 1) { return {scale * Unit(), scale * Unit(), scale * Unit()}; }
+    Content Noise(double low, double high) {
+        return [this, low, high](int, int, int) { return std::floor(low + (high - low) * (0.5 + 0.5 * Unit())); };
+    }
+
+private:
+    std::mt19937 m_Engine{11};
+    std::uniform_real_distribution<double> m_Unit{-1, 1};
+};
+
+struct Kind {
+    CVolume::PixelType type;
+    double low, high, tolerance;  // beyond the rounding of integers
+};
+
+constexpr Kind kKinds[] = {
+    {CVolume::PT_SHORT, -32768, 32767, 0.05},
+    {CVolume::PT_USHORT, 0, 65535, 0.05},
+    {CVolume::PT_BYTE, 0, 255, 0.001},
+    {CVolume::PT_FLOAT, -1e6, 1e6, 0.2},
+    {CVolume::PT_LONG, -2147483648.0, -2137483648.0, 0.5},
+    {CVolume::PT_ULONG, 4284967296.0, 4294967295.0, 0.5},
+};
+
+// Even, falling, uneven, with planes closer than a voxel and out of order, noise of stored decimals.
+const std::vector<float> kStacks[] = {{0, 2.5F, 5, 7.5F, 10, 12.5F},
+                                      {40, 38, 36, 34, 32, 30},
+                                      {-3, -2, 1, 1.25F, 1.5F, 9},
+                                      {5, 0.5F, 6.25F, 11, -4},
+                                      {-1234.7F, -1234, -1233.3F, -1232.6F, -1231.9F, -1231.2F}};
+
+void CompareWithPlain(Slice& slice, const SlicedVolume& volume, const Kind& kind, int& compared) {
+    constexpr double kOutside = 77;
+    slice.SetBackground(kOutside);
+    const auto pixels = Pixels(slice);
+    slice.AllowWideVectors(false);
+    ASSERT_EQ(Pixels(slice), pixels) << "the versions differ";
+    slice.AllowWideVectors(true);
+    const bool nearest = slice.GetInterpolation() == Slice::IP_NEAREST;
+    const double tolerance = nearest ? 0 : kind.tolerance + (kind.type == CVolume::PT_FLOAT ? 0 : 0.5);
+    for (int i = 0; i < static_cast<int>(slice.GetPixelCount()); ++i) {
+        bool doubtful = false;
+        const auto point = slice.PixelToVol(i % slice.GetWidth(), i / slice.GetWidth());
+        const auto expected = volume.Sample(point, slice.GetInterpolation(), doubtful);
+        if (doubtful) continue;
+        ASSERT_NEAR(volume.Read(pixels.data(), i), expected.value_or(kOutside), expected ? tolerance : 0)
+            << "pixel " << i << " of type " << kind.type;
+        compared += expected ? 1 : 0;
+    }
+}
+
+}  // namespace
+
+TEST(DcmObliqueSlice, AgreesWithPlainSamplingOnRandomPlanes) {
+    Random random;
+    int compared = 0;
+    for (const Kind& kind : kKinds) {
+        for (const auto& stack : kStacks) {
+            for (const bool contiguous : {true, false}) {
+                const SlicedVolume volume({kind.type, 21, 18, stack, 0.7F, 1.3F, contiguous},
+                                          random.Noise(kind.low, kind.high));
+                for (int n = 0; n < 9; ++n) {
+                    Slice slice(volume.Get());
+                    const auto shift = random.Vector(3);
+                    const double middle = (volume.GetZ(0) + volume.GetZ(volume.GetPlanes() - 1)) / 2;
+                    slice.SetPlane({7 + shift[0], 11 + shift[1], middle + shift[2]}, random.Vector(), random.Vector());
+                    slice.SetPixelSize(0.5 + 0.4 * random.Unit(), 0.5 + 0.4 * random.Unit());
+                    slice.SetSize(41, 13);
+                    slice.SetInterpolation(static_cast<Slice::Interpolation>(n % 3));
+                    CompareWithPlain(slice, volume, kind, compared);
+                }
+            }
+        }
+    }
+    EXPECT_GT(compared, 100000);
+}
+
+TEST(DcmObliqueSlice, AxisParallelRowsAgreeWithPlainSamplingToo) {
+    Random random;
+    int compared = 0;
+    for (const Kind& kind : kKinds) {
+        const SlicedVolume volume({kind.type, 33, 18, kStacks[2], 0.5F, 1.25F, false},
+                                  random.Noise(kind.low, kind.high));
+        for (const double size : {0.5, 0.31, 0.9, 1.7}) {
+            for (const double direction : {1.0, -1.0}) {
+                for (const auto how : {Slice::IP_NEAREST, Slice::IP_LINEAR, Slice::IP_SHAPED}) {
+                    Slice slice(volume.Get());
+                    slice.SetPlane({8.07, 9.3, 4.1}, {direction, 0, 0}, {0, 1, 0.6});
+                    slice.SetPixelSize(size, 0.77);
+                    slice.SetSize(47, 21);
+                    slice.SetInterpolation(how);
+                    CompareWithPlain(slice, volume, kind, compared);
+                }
+            }
+        }
+    }
+    EXPECT_GT(compared, 20000);
+}
+
+TEST(DcmObliqueSlice, ReproducesARampWhateverThePlaneDistances) {
+    const std::vector<float> stack = {0, 1, 3, 3.5F, 8, 20};
+    const auto ramp = [](double x, double y, double z) { return 8 * x - 16 * y + 24 * z - 40; };
+    for (const auto type : {CVolume::PT_SHORT, CVolume::PT_FLOAT, CVolume::PT_LONG}) {
+        const SlicedVolume volume({type, 30, 20, stack, 0.5F, 0.25F, true}, [&](int i, int j, int k) {
+            return ramp(i * 0.5, j * 0.25, stack[static_cast<std::size_t>(k)]);
+        });
+        Slice slice(volume.Get());
+        slice.SetPlane({7, 2.5, 10}, {0.6, 0.1, 0.9}, {1, -0.2, -0.4});
+        slice.SetPixelSize(0.25, 0.125);
+        slice.SetSize(100, 90);
+        slice.SetBackground(-9999);
+        const auto values = Values(slice, volume);
+        int inside = 0;
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            const auto p = slice.PixelToVol(static_cast<double>(i % 100), static_cast<double>(i / 100));
+            if (values[i] == -9999) continue;
+            ++inside;
+            ASSERT_NEAR(values[i], ramp(p[0], p[1], p[2]), type == CVolume::PT_FLOAT ? 1e-4 : 0.50001);
+        }
+        EXPECT_GT(inside, 2000);
+    }
+}
+
+TEST(DcmObliqueSlice, ViewPlanesReturnTheVoxels) {
+    Random random;
+    const SlicedVolume volume({CVolume::PT_USHORT, 7, 5, {2, 4, 6, 8}, 2, 2, true}, random.Noise(0, 65535));
+    const int dim[3] = {7, 5, 4};
+    const int axes[6][3] = {{0, 1, 2}, {1, 2, 0}, {0, 2, 1}, {2, 0, 1}, {2, 1, 0}, {1, 0, 2}};
+    for (int plane = VP_XY; plane <= VP_YX; ++plane) {
+        const auto& [across, down, deep] = axes[plane];
+        for (int variant = 0; variant < 4 * dim[deep] * 3; ++variant) {
+            const bool flip1 = variant % 2 != 0, flip2 = variant / 2 % 2 != 0;
+            int at[3];
+            at[deep] = variant / 4 % dim[deep];
+            Slice slice(volume.Get());
+            slice.SetInterpolation(static_cast<Slice::Interpolation>(variant / 4 / dim[deep]));
+            ASSERT_TRUE(slice.SetOrthogonal(static_cast<VolumePlane>(plane), at[deep], flip1, flip2));
+            ASSERT_EQ((std::pair{slice.GetWidth(), slice.GetHeight()}), (std::pair{dim[across], dim[down]}));
+            const auto values = Values(slice, volume);
+            for (int j = 0; j < dim[down]; ++j) {
+                for (int i = 0; i < dim[across]; ++i) {
+                    at[across] = flip1 ? dim[across] - 1 - i : i;
+                    at[down] = flip2 ? dim[down] - 1 - j : j;
+                    ASSERT_EQ(values[static_cast<std::size_t>(j * dim[across] + i)],
+                              volume.GetVoxel(at[0], at[1], at[2]))
+                        << plane << " " << variant;
+                }
+            }
+        }
+    }
+}
+
+TEST(DcmObliqueSlice, ViewPlanesSampleUnevenPlanesAsTheTableDoes) {
+    for (const auto& stack : {std::vector<float>{3, 5, 4.5F, 12}, std::vector<float>{9, 8, 2}}) {
+        const SlicedVolume volume({CVolume::PT_FLOAT, 4, 4, stack, 0.5F, 1, true},
+                                  [&](int, int, int k) { return double{stack[static_cast<std::size_t>(k)]}; });
+        Slice slice(volume.Get());
+        ASSERT_TRUE(slice.SetOrthogonal(VP_XZ, 1));
+        int dim[3];
+        volume.Get()->GetVoxelDims(dim);
+        ASSERT_EQ(slice.GetHeight(), dim[2]);
+        const auto values = Values(slice, volume);
+        for (int i = 0; i < dim[2]; ++i) {
+            const float z = volume.Get()->MapVoxToZInterp(i)->m_z + stack[0];
+            EXPECT_NEAR(values[static_cast<std::size_t>(4 * i + 2)], z, 1e-5);
+        }
+        ASSERT_TRUE(slice.SetOrthogonal(VP_XY, 1.5));
+        EXPECT_NEAR(Values(slice, volume)[5], (stack[1] + stack[2]) / 2, 1e-5);
+    }
+}
+
+TEST(DcmObliqueSlice, TurnsHome) {
+    Random random;
+    const SlicedVolume volume({CVolume::PT_SHORT, 40, 40, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}}, random.Noise(-1000, 1000));
+    Slice slice(volume.Get());
+    slice.SetPlane({19.5, 19.5, 4.5}, {1, 0, 0.2}, {0, 1, 0.1});
+    slice.SetSize(48, 48);
+    const auto home = Pixels(slice);
+    const auto normal = slice.GetNormal();
+    for (int step = 1; step <= 36; ++step) {
+        ASSERT_TRUE(slice.Rotate(normal, 10));
+        ASSERT_TRUE(step % 9 != 0 || (Pixels(slice) == home) == (step == 36)) << step;
+    }
+    for (int step = 0; step < 7; ++step) slice.Rotate({1, 2, -3}, 360.0 / 7);
+    EXPECT_EQ(Pixels(slice), home);
+    slice.SetPlane({0, 0, 0}, {1, 0, 0}, {0, 1, 0});
+    slice.Rotate({0, 0, 5}, 90);  // counter-clockwise: x goes to y
+    EXPECT_NEAR(slice.GetRow()[1], 1, 1e-15);
+    EXPECT_NEAR(slice.GetColumn()[0], -1, 1e-15);
+}
+
+TEST(DcmObliqueSlice, SlabsCombineWhatIsInside) {
+    const SlicedVolume volume({CVolume::PT_SHORT, 5, 5, {0, 1, 2, 3, 4}}, [](int, int, int k) { return k * k * 10; });
+    Slice slice(volume.Get());
+    slice.SetBackground(-5);
+    const auto sample = [&](Slice::SlabMode mode, double index, double thickness, double step) {
+        EXPECT_TRUE(slice.SetSlab(mode, thickness, step));
+        EXPECT_TRUE(slice.SetOrthogonal(VP_XY, index));
+        return Values(slice, volume)[7];
+    };
+    for (const auto how : {Slice::IP_NEAREST, Slice::IP_LINEAR}) {
+        slice.SetInterpolation(how);
+        EXPECT_EQ(sample(Slice::SM_MEAN, 2, 2, 1), 47);  // 10, 40, 90
+        EXPECT_EQ(sample(Slice::SM_MAXIMUM, 2, 2, 0), 90);
+        EXPECT_EQ(sample(Slice::SM_MINIMUM, 2, 2, 0), 10);
+        EXPECT_EQ(sample(Slice::SM_MEAN, 4, 4, 1), 97);     // 40, 90, 160; the others are outside
+        EXPECT_EQ(sample(Slice::SM_MEAN, 2, 4, 2.5), 67);   // two steps of 2: 0, 40, 160
+        EXPECT_EQ(sample(Slice::SM_MAXIMUM, 2, 0, 1), 40);  // no thickness
+        EXPECT_EQ(sample(Slice::SM_NONE, 2, 3, 1), 40);
+    }
+    EXPECT_EQ(sample(Slice::SM_MEAN, 2, 1, 0.5), 43);  // 25, 40, 65
+    slice.SetSlab(Slice::SM_MEAN, 2, 1);
+    slice.SetCentre({2, 2, -7});
+    EXPECT_EQ(Values(slice, volume), std::vector<double>(25, -5));
+    EXPECT_FALSE(slice.SetSlab(Slice::SM_MEAN, -1));
+    EXPECT_FALSE(slice.SetSlab(Slice::SM_MEAN, kNaN));
+    EXPECT_FALSE(slice.SetSlab(Slice::SM_MEAN, 10, 1e-5));
+}
+
+TEST(DcmObliqueSlice, PicturesAreWindowed) {
+    const int values[5] = {-1000, -160, 40, 41, 3000};
+    const SlicedVolume volume({CVolume::PT_SHORT, 5, 2, {0, 1}}, [&](int i, int, int) { return values[i]; });
+    Slice slice(volume.Get());
+    ASSERT_TRUE(slice.SetOrthogonal(VP_XY, 0));
+    std::vector<unsigned char> grey(10);
+    ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 40, 400));
+    EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 128, 128, 255}));
+    ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 41, 1));  // a threshold between 40 and 41
+    EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 0, 255, 255}));
+    const SlicedVolume fractions({CVolume::PT_FLOAT, 5, 2, {0, 1}},
+                                 [&](int i, int, int) { return i == 4 ? kNaN : i * 0.25; });
+    slice.SetVolume(fractions.Get());
+    ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 0.5, 0.5));
+    EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 128, 255, 0}));
+    for (const double width : {0.0, -1.0, kNaN}) EXPECT_FALSE(slice.GetPicture(grey.data(), grey.size(), 0, width));
+    EXPECT_FALSE(slice.GetPicture(grey.data(), 9, 40, 400));
+    EXPECT_FALSE(slice.GetPicture(nullptr, 10, 40, 400));
+}
+
+TEST(DcmObliqueSlice, PlanesAndPointsAreWhatWasAskedFor) {
+    Slice slice;
+    ASSERT_TRUE(slice.SetPlane({1, 2, 3}, {2, 0, 0}, {5, 0, -3}));
+    EXPECT_EQ(slice.GetRow(), (Slice::Vector{1, 0, 0}));
+    EXPECT_EQ(slice.GetColumn(), (Slice::Vector{0, 0, -1}));
+    slice.SetSize(4, 3);
+    slice.SetPixelSize(2, 10);
+    EXPECT_EQ(slice.PixelToVol(0, 0), (Slice::Vector{-2, 2, 13}));
+    ASSERT_TRUE(slice.SetPlaneByNormal({1, 2, 3}, {0, 0, 2}, {0.1, -1, 7}));
+    EXPECT_NEAR(slice.GetColumn()[1], 0.995, 1e-3);
+    EXPECT_NEAR(slice.GetNormal()[2], 1, 1e-12);
+    slice.Rotate({1, 1, 0.3}, 33);
+    slice.Move(12);
+    EXPECT_LT(std::fabs(slice.GetPlane()[0] * slice.GetCentre()[0] + slice.GetPlane()[1] * slice.GetCentre()[1] +
+                        slice.GetPlane()[2] * slice.GetCentre()[2] + slice.GetPlane()[3]),
+              1e-5);
+}
+
+// The example of docs/geometry.md, and an oblique one.
+TEST(DcmObliqueSlice, PatientPointsGoBothWays) {
+    const SlicedVolume volume({CVolume::PT_BYTE, 4, 4, {-10, -5, 0}, 0.5F, 0.5F, true},
+                              [](int, int, int) { return 0; });
+    float origin[4] = {-100, -100, 10, 0};
+    volume.Get()->SetOrigin(origin);
+    Slice slice(volume.Get());
+    EXPECT_EQ(slice.VolToDicom({2, 1, 5}), (Slice::Vector{-98, -99, 5}));
+    EXPECT_EQ(slice.DicomToVol({-98, -99, 5}), (Slice::Vector{2, 1, 5}));
+    float cosines[2][3] = {{0.8F, 0.6F, 0}, {0, 0, -1}};
+    volume.Get()->SetOrientation(cosines);
+    const Slice::Vector p = {3, -7, 2.5};
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        EXPECT_NEAR(slice.DicomToVol(slice.VolToDicom(p))[axis], p[axis], 1e-9);
+        EXPECT_NEAR(slice.DirectionToVol(slice.DirectionToDicom(p))[axis], p[axis], 1e-9);
+    }
+    EXPECT_NEAR(slice.DirectionToDicom({0, 1, 0})[2], -1, 1e-12);
+    float none[2][3] = {{1, 0, 0}, {2, 0, 0}};
+    volume.Get()->SetOrientation(none);
+    EXPECT_EQ(slice.DirectionToVol({1, 2, 3}), (Slice::Vector{1, 2, -3}));
+}
+
+TEST(DcmObliqueSlice, RefusesWhatCannotBeAndKeepsWhatWas) {
+    Slice slice;
+    EXPECT_FALSE(slice.SetPlane({0, 0, 0}, {1, 0, 0}, {-2, 0, 1e-9}));
+    EXPECT_FALSE(slice.SetPlane({0, 0, 0}, {0, 0, 0}, {0, 1, 0}));
+    EXPECT_FALSE(slice.SetPlane({0, 0, kNaN}, {1, 0, 0}, {0, 1, 0}));
+    EXPECT_FALSE(slice.SetPlane({0, 2e9, 0}, {1, 0, 0}, {0, 1, 0}));
+    EXPECT_FALSE(slice.SetPlaneByNormal({0, 0, 0}, {0, 3, 0}, {0, -1, 0}));
+    EXPECT_FALSE(slice.Rotate({0, 0, 0}, 10));
+    EXPECT_FALSE(slice.Rotate({0, 0, 1}, kNaN));
+    for (const int size : {0, -1, 65537}) EXPECT_FALSE(slice.SetSize(size, 1) || slice.SetSize(1, size));
+    for (const double size : {0.0, -1.0, kNaN, 1e-9, 1e30}) EXPECT_FALSE(slice.SetPixelSize(1, size));
+    EXPECT_EQ(slice.GetRow(), (Slice::Vector{1, 0, 0}));
+    EXPECT_EQ(slice.GetWidth(), 512);
+    slice.SetSize(2, 2);
+    short pixels[4];
+    const auto refused = [&] {
+        const bool failed = !slice.GetPixels(pixels, sizeof pixels) && !slice.SetOrthogonal(VP_XY, 0);
+        return failed && !slice.GetError().empty();
+    };
+    EXPECT_TRUE(refused());  // no volume
+    const SlicedVolume volume({}, [](int i, int, int) { return i; });
+    slice.SetVolume(volume.Get());
+    EXPECT_FALSE(slice.GetPixels(pixels, sizeof pixels - 1));
+    EXPECT_FALSE(slice.GetPixels(nullptr, sizeof pixels));
+    for (const double index : {-1.0, 4.5, kNaN}) EXPECT_FALSE(slice.SetOrthogonal(VP_XY, index));
+    EXPECT_TRUE(slice.GetPixels(pixels, sizeof pixels));
+    for (const float bad :
+         {0.0F, -1.0F, std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
+        float space[4] = {1, bad, 1, 0};
+        volume.Get()->SetSpacing(space);
+        EXPECT_TRUE(refused());
+    }
+    float space[4] = {1, 1, 0, 0};  // the planes tell their own distances
+    volume.Get()->SetSpacing(space);
+    EXPECT_TRUE(slice.GetPixels(pixels, sizeof pixels));
+    volume.Get()->GetPlane(2)->m_Org[2] = std::numeric_limits<float>::quiet_NaN();
+    EXPECT_TRUE(refused());
+    volume.Get()->Free();
+    EXPECT_TRUE(refused());
+    volume.Get()->Init(CVolume::PT_SHORT, 4, 4, 2, 1);
+    EXPECT_TRUE(refused());  // no pixels
+    volume.Get()->SetType(static_cast<CVolume::PixelType>(9));
+    EXPECT_TRUE(refused());
+}
+
+TEST(DcmObliqueSlice, PlanesBesideTheVolumeAreBackground) {
+    const SlicedVolume volume({CVolume::PT_BYTE, 5, 4, {0, 1, 2}}, [](int, int, int) { return 9; });
+    Slice slice(volume.Get());
+    slice.SetSize(3, 300);
+    slice.SetBackground(1000);
+    for (const auto& centre : {Slice::Vector{0, 0, 2.001}, {0, -1e9, 0}, {1e9, 1e9, 1e9}}) {
+        for (const double size : {1e-6, 1.0, 1e9}) {
+            slice.SetPlane(centre, {1, 0.1, 0}, {0.1, 1, 0});
+            slice.SetPixelSize(size, size);
+            const auto values = Values(slice, volume);
+            EXPECT_EQ(values, std::vector<double>(900, 255)) << size;
+        }
+    }
+}
+
+// The smallest volumes, every type, whatever the plane: nothing is read that is not there.
+TEST(DcmObliqueSlice, ThinVolumesAreSampledOnTheirOwnExtent) {
+    Random random;
+    for (const Kind& kind : kKinds) {
+        for (int shape = 0; shape < 27; ++shape) {
+            const int nx = 1 + shape % 3, ny = 1 + shape / 3 % 3, nz = 1 + shape / 9;
+            std::vector<float> stack = {1, 1, 4};
+            stack.resize(static_cast<std::size_t>(nz));
+            const SlicedVolume volume({kind.type, nx, ny, stack, 1, 1, false}, [](int, int, int) { return 42; });
+            for (int n = 0; n < 9; ++n) {
+                Slice slice(volume.Get());
+                slice.SetInterpolation(static_cast<Slice::Interpolation>(n % 3));
+                slice.SetBackground(7);
+                ASSERT_TRUE(slice.SetOrthogonal(static_cast<VolumePlane>(n % 6), 0));
+                for (const double value : Values(slice, volume)) ASSERT_EQ(value, 42) << shape << " " << n;
+                slice.SetPlane({0, 0, 0}, random.Vector(), random.Vector());
+                slice.SetPixelSize(0.25, 0.25);
+                slice.SetSize(33, 33);
+                const auto values = Values(slice, volume);
+                EXPECT_EQ(values[16 * 33 + 16], 42);
+                for (const double value : values) ASSERT_TRUE(value == 42 || value == 7);
+            }
+        }
+    }
+}
