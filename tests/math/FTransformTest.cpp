@@ -93,6 +93,9 @@ TEST(FTransform, DecomposesIntoAnglesThatMakeItAgain) {
         t.Decompose(angles, shift);
         EXPECT_LT(Difference(t, FTransform(angles, shift)), 4e-7) << "as float angles have it";
         EXPECT_LE(std::fabs(angles[1]), static_cast<float>(kPi / 2));
+        if (i % 4 == 1) {
+            EXPECT_EQ(angles[2], 0.0F) << "x and z turn about the same axis";
+        }
         // Scales aside.
         FMatrix scale(3, 3);
         scale.diag(0.01);

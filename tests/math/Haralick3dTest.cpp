@@ -162,7 +162,8 @@ TEST(Haralick3d, RefusesWhatDeterminesNothing) {
         refused(line);  // one place
         const Vector3d direction = line.Random();
         for (int i = 0; i < 8; ++i) {
-            line.m_From[i] = P(Vector3d(500, -300, 100) + 30 * line.Normal() * direction);  // skew, so with rounding
+            const double length = seed % 2 == 0 ? 30 : 0.5;  // skew, and so with rounding
+            line.m_From[i] = P(Vector3d(500, -300, 100) + length * line.Normal() * direction);
             line.m_To[i] = P(line.Move(line.m_From[i]));
         }
         refused(line);
@@ -170,6 +171,9 @@ TEST(Haralick3d, RefusesWhatDeterminesNothing) {
         half.m_From = line.m_From;  // a line onto a cloud
         refused(half);
     }
+    const FPoint cross[] = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, -1, 0}};
+    const FPoint unlike[] = {{1, 0, 0}, {-1, 0, 0}, {0, 1, 0}, {0, 1, 0}};
+    EXPECT_THROW(pose.Init(cross, unlike, 4), ZeroException) << "alike along x alone";
     Sets nan(sets);
     nan.m_To[3][1] = NAN;
     refused(nan);
@@ -260,7 +264,13 @@ TEST(Haralick3dWeighted, SurvivesOutliers) {
     pose.InitRobust(exact.m_From.data(), exact.m_To.data(), 10);
     EXPECT_LT(exact.Error(pose.GetTransform()), 3e-5);
     EXPECT_EQ(pose.GetWeights()[0] + pose.GetWeights()[1] + pose.GetWeights()[2], 0.0F);
-    EXPECT_GT(pose.GetWeights().dim() == 10 ? FVector(pose.GetWeights().GetPointer() + 3, 7).min() : 0.0F, 0.5F);
+    EXPECT_GT(FVector(pose.GetWeights().GetPointer() + 3, 7).min(), 0.5F);
+    std::vector<FPoint> still(exact.m_To), moved(still);
+    for (int i = 0; i < 3; ++i) moved[i] += 0.5;
+    pose.InitRobust(still.data(), moved.data(), 10);
+    EXPECT_EQ(pose.GetWeights()[1], 0.0F);
+    EXPECT_GT(FVector(pose.GetWeights().GetPointer() + 3, 7).min(), 0.5F)
+        << "of no error at all, but for doubles' rounding";
     EXPECT_THROW(pose.InitRobust(exact.m_From.data(), exact.m_To.data(), 2), DimException);
     EXPECT_THROW(pose.InitRobust(exact.m_From.data(), exact.m_From.data() + 1, 0), DimException);
     const std::vector<FPoint> same(10, FPoint(1, 2, 3));
