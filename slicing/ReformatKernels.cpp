@@ -56,87 +56,75 @@ template <typename T>
     }
 }
 
-#if defined(__x86_64__) || defined(__i386__)
-
-template <typename T>
-[[gnu::target("avx2")]] void BlendWide(const unsigned char* low, const unsigned char* high, double weight,
-                                       unsigned char* __restrict out, std::size_t count) {
-    BlendLoop<T>(low, high, weight, out, count);
-}
-
-template <typename T>
-void BlendTyped(const unsigned char* low, const unsigned char* high, double weight, unsigned char* out,
-                std::size_t count) {
-    static const bool kWide = __builtin_cpu_supports("avx2") != 0;
-    if (kWide) {
-        BlendWide<T>(low, high, weight, out, count);
-    } else {
-        BlendLoop<T>(low, high, weight, out, count);
-    }
-}
-
-#else
-
-template <typename T>
-void BlendTyped(const unsigned char* low, const unsigned char* high, double weight, unsigned char* out,
-                std::size_t count) {
-    BlendLoop<T>(low, high, weight, out, count);
-}
-
-#endif
-
 // ---- Permutation
 
-constexpr std::size_t kVectorBytes = 16;
+constexpr std::size_t kLaneBytes = 16;
 
-template <typename T>
+// A vector of one 16-byte lane or of two; wider units shuffle within their lanes.
+template <typename T, std::size_t kLanes>
 struct Vector {
-    using Type __attribute__((vector_size(16))) = T;
-    static constexpr std::size_t kCount = kVectorBytes / sizeof(T);
-    using Indices = std::make_index_sequence<kCount>;
+    using Type __attribute__((vector_size(kLanes * kLaneBytes))) = T;
+    static constexpr std::size_t kCount = kLaneBytes / sizeof(T);  // voxels of a lane
+    static constexpr std::size_t kAll = kCount * kLanes;
+    using Indices = std::make_index_sequence<kAll>;
 };
 
-// Voxels a0 b0 a1 b1 ..., from the low halves of a and b or from the high ones.
-template <typename V, std::size_t... I>
-[[gnu::always_inline]] inline V InterleaveLow(V a, V b, std::index_sequence<I...> /*all*/) {
-    return __builtin_shufflevector(a, b, static_cast<int>(I / 2 + I % 2 * sizeof...(I))...);
+// Vectors go by reference: by value they would be passed differently where the units are not there.
+template <typename T, std::size_t kLanes, std::size_t... I>
+[[gnu::always_inline]] inline void
+Interleave(const typename Vector<T, kLanes>::Type& a, const typename Vector<T, kLanes>::Type& b,
+           typename Vector<T, kLanes>::Type& low, typename Vector<T, kLanes>::Type& high,
+           std::index_sequence<I...> /*all*/) {
+    constexpr std::size_t n = Vector<T, kLanes>::kCount;  // a0 b0 a1 b1 ... in each lane
+    low = __builtin_shufflevector(a, b, static_cast<int>(I / n * n + I % n / 2 + I % 2 * n * kLanes)...);
+    high = __builtin_shufflevector(a, b, static_cast<int>(I / n * n + (I % n + n) / 2 + I % 2 * n * kLanes)...);
 }
 
-template <typename V, std::size_t... I>
-[[gnu::always_inline]] inline V InterleaveHigh(V a, V b, std::index_sequence<I...> /*all*/) {
-    return __builtin_shufflevector(a, b, static_cast<int>((I + sizeof...(I)) / 2 + I % 2 * sizeof...(I))...);
+template <typename T, std::size_t kLanes, std::size_t... I>
+[[gnu::always_inline]] inline void Reverse(typename Vector<T, kLanes>::Type& a, std::index_sequence<I...> /*all*/) {
+    a = __builtin_shufflevector(a, a, static_cast<int>(sizeof...(I) - 1 - I)...);
 }
 
-template <typename V, std::size_t... I>
-[[gnu::always_inline]] inline V Reverse(V a, std::index_sequence<I...> /*all*/) {
-    return __builtin_shufflevector(a, a, static_cast<int>(sizeof...(I) - 1 - I)...);
-}
-
-// A square of as many rows as a vector has voxels. Interleaving row i with row i + n / 2, log2(n) times, transposes it.
-template <typename T>
-[[gnu::always_inline]] inline void TransposeSquare(const unsigned char* const* rows, std::size_t column,
-                                                   unsigned char* out, std::ptrdiff_t stride) {
-    using Lanes = typename Vector<T>::Type;
-    using Indices = typename Vector<T>::Indices;
-    constexpr std::size_t kCount = Vector<T>::kCount;
-    Lanes square[kCount];
-    for (std::size_t i = 0; i < kCount; ++i) {
-        std::memcpy(&square[i], rows[i] + column * sizeof(T), kVectorBytes);
+// One voxel row in each lane: from `rows`, and from as many rows further on as a lane has voxels.
+template <typename T, std::size_t kLanes, std::size_t... I>
+[[gnu::always_inline]] inline void LoadLanes(const unsigned char* const* rows, std::size_t offset,
+                                             typename Vector<T, kLanes>::Type& lanes,
+                                             std::index_sequence<I...> /*all*/) {
+    typename Vector<T, 1>::Type first;
+    std::memcpy(&first, rows[0] + offset, kLaneBytes);
+    if constexpr (kLanes == 1) {
+        lanes = first;
+    } else {
+        typename Vector<T, 1>::Type second;
+        std::memcpy(&second, rows[Vector<T, 1>::kCount] + offset, kLaneBytes);
+        lanes = __builtin_shufflevector(first, second, static_cast<int>(I)...);
     }
-    for (std::size_t round = 1; round < kCount; round *= 2) {
-        Lanes next[kCount];
-        for (std::size_t i = 0; i < kCount / 2; ++i) {
-            next[2 * i] = InterleaveLow(square[i], square[i + kCount / 2], Indices());
-            next[2 * i + 1] = InterleaveHigh(square[i], square[i + kCount / 2], Indices());
+}
+
+// As many columns as a lane has voxels, of as many rows as a vector has. Interleaving vector i with i + n / 2, log2(n)
+// times, transposes each lane.
+template <typename T, std::size_t kLanes>
+[[gnu::always_inline]] inline void TransposeBlock(const unsigned char* const* rows, std::size_t column,
+                                                  unsigned char* out, std::ptrdiff_t stride) {
+    using V = Vector<T, kLanes>;
+    typename V::Type block[V::kCount];
+    for (std::size_t i = 0; i < V::kCount; ++i) {
+        LoadLanes<T, kLanes>(rows + i, column * sizeof(T), block[i], typename V::Indices());
+    }
+    for (std::size_t round = 1; round < V::kCount; round *= 2) {
+        typename V::Type next[V::kCount];
+        for (std::size_t i = 0; i < V::kCount / 2; ++i) {
+            Interleave<T, kLanes>(block[i], block[i + V::kCount / 2], next[2 * i], next[2 * i + 1],
+                                  typename V::Indices());
         }
-        std::copy_n(next, kCount, square);
+        std::copy_n(next, V::kCount, block);
     }
-    for (std::size_t i = 0; i < kCount; ++i) {
-        std::memcpy(out + static_cast<std::ptrdiff_t>(i) * stride, &square[i], kVectorBytes);
+    for (std::size_t i = 0; i < V::kCount; ++i) {
+        std::memcpy(out + static_cast<std::ptrdiff_t>(i) * stride, &block[i], sizeof block[i]);
     }
 }
 
-// What squares do not cover.
+// What blocks do not cover.
 template <typename T>
 void TransposeRest(const unsigned char* const* rows, std::size_t count, std::size_t first, std::size_t width,
                    unsigned char* out, std::ptrdiff_t stride) {
@@ -150,19 +138,19 @@ void TransposeRest(const unsigned char* const* rows, std::size_t count, std::siz
 // In bands of rows: the lines that a band reads stay in the first-level cache until all their columns are taken, and an
 // output row's lines are filled before the next rows' are begun, so that rows at a power of two apart do not push each
 // other out.
-template <typename T>
-void TransposeTyped(const unsigned char* const* rows, std::size_t count, std::size_t first, std::size_t width,
-                    unsigned char* out, std::ptrdiff_t stride) {
-    constexpr std::size_t kCount = Vector<T>::kCount;
+template <typename T, std::size_t kLanes>
+[[gnu::always_inline]] inline void TransposeLoop(const unsigned char* const* rows, std::size_t count, std::size_t first,
+                                                 std::size_t width, unsigned char* out, std::ptrdiff_t stride) {
+    using V = Vector<T, kLanes>;
     constexpr std::size_t kBand = 64;
-    const std::size_t wholeRows = count - count % kCount;
-    const std::size_t wholeColumns = width - width % kCount;
+    const std::size_t wholeRows = count - count % V::kAll;
+    const std::size_t wholeColumns = width - width % V::kCount;
     for (std::size_t band = 0; band < wholeRows; band += kBand) {
         const std::size_t end = std::min(band + kBand, wholeRows);
-        for (std::size_t x = 0; x < wholeColumns; x += kCount) {
+        for (std::size_t x = 0; x < wholeColumns; x += V::kCount) {
             unsigned char* const to = out + static_cast<std::ptrdiff_t>(x) * stride;
-            for (std::size_t i = band; i < end; i += kCount) {
-                TransposeSquare<T>(rows + i, first + x, to + i * sizeof(T), stride);
+            for (std::size_t i = band; i < end; i += V::kAll) {
+                TransposeBlock<T, kLanes>(rows + i, first + x, to + i * sizeof(T), stride);
             }
         }
     }
@@ -171,19 +159,88 @@ void TransposeTyped(const unsigned char* const* rows, std::size_t count, std::si
                      out + static_cast<std::ptrdiff_t>(wholeColumns) * stride, stride);
 }
 
-template <typename T>
-void ReverseTyped(const unsigned char* in, unsigned char* out, std::size_t count) {
-    using Lanes = typename Vector<T>::Type;
-    constexpr std::size_t kCount = Vector<T>::kCount;
+template <typename T, std::size_t kLanes>
+[[gnu::always_inline]] inline void ReverseLoop(const unsigned char* in, unsigned char* out, std::size_t count) {
+    using V = Vector<T, kLanes>;
     std::size_t i = 0;
-    for (; i + kCount <= count; i += kCount) {
-        Lanes lanes;
-        std::memcpy(&lanes, in + (count - i - kCount) * sizeof(T), kVectorBytes);
-        lanes = Reverse(lanes, typename Vector<T>::Indices());
-        std::memcpy(out + i * sizeof(T), &lanes, kVectorBytes);
+    for (; i + V::kAll <= count; i += V::kAll) {
+        typename V::Type lanes;
+        std::memcpy(&lanes, in + (count - i - V::kAll) * sizeof(T), sizeof lanes);
+        Reverse<T, kLanes>(lanes, typename V::Indices());
+        std::memcpy(out + i * sizeof(T), &lanes, sizeof lanes);
     }
     for (; i < count; ++i) {
         Store(out, i, Load<T>(in, count - 1 - i));
+    }
+}
+
+// ---- Versions: one for every machine, one for wider vectors, in which nothing else is different.
+
+template <typename T>
+struct Plain {
+    static void Blend(const unsigned char* low, const unsigned char* high, double weight, unsigned char* out,
+                      std::size_t count) {
+        BlendLoop<T>(low, high, weight, out, count);
+    }
+    static void Transpose(const unsigned char* const* rows, std::size_t count, std::size_t first, std::size_t width,
+                          unsigned char* out, std::ptrdiff_t stride) {
+        TransposeLoop<T, 1>(rows, count, first, width, out, stride);
+    }
+    static void Reverse(const unsigned char* in, unsigned char* out, std::size_t count) {
+        ReverseLoop<T, 1>(in, out, count);
+    }
+};
+
+#if defined(__x86_64__) || defined(__i386__)
+
+template <typename T>
+struct Wide {
+    [[gnu::target("avx2")]] static void Blend(const unsigned char* low, const unsigned char* high, double weight,
+                                              unsigned char* out, std::size_t count) {
+        BlendLoop<T>(low, high, weight, out, count);
+    }
+    [[gnu::target("avx2")]] static void Transpose(const unsigned char* const* rows, std::size_t count,
+                                                  std::size_t first, std::size_t width, unsigned char* out,
+                                                  std::ptrdiff_t stride) {
+        TransposeLoop<T, 2>(rows, count, first, width, out, stride);
+    }
+    [[gnu::target("avx2")]] static void Reverse(const unsigned char* in, unsigned char* out, std::size_t count) {
+        ReverseLoop<T, 2>(in, out, count);
+    }
+};
+
+bool HasWideVectors() {
+    static const bool has = __builtin_cpu_supports("avx2") != 0;
+    return has;
+}
+
+#else
+
+template <typename T>
+using Wide = Plain<T>;
+
+bool HasWideVectors() {
+    return false;
+}
+
+#endif
+
+// Calls `work` with the version for voxels like the argument and this machine.
+template <typename T, typename Work>
+void Choose(T /*like*/, const Work& work) {
+    if (HasWideVectors()) {
+        work(Wide<T>());
+    } else {
+        work(Plain<T>());
+    }
+}
+
+template <typename Work>
+void ChooseBySize(int size, const Work& work) {
+    switch (size) {
+    case 1: Choose(std::uint8_t{}, work); break;
+    case 2: Choose(std::uint16_t{}, work); break;
+    default: Choose(std::uint32_t{}, work); break;
     }
 }
 
@@ -191,31 +248,24 @@ void ReverseTyped(const unsigned char* in, unsigned char* out, std::size_t count
 
 void BlendRows(CVolume::PixelType type, const unsigned char* low, const unsigned char* high, double weight,
                unsigned char* out, std::size_t count) {
+    const auto blend = [&](auto version) { version.Blend(low, high, weight, out, count); };
     switch (type) {
-    case CVolume::PT_SHORT: BlendTyped<std::int16_t>(low, high, weight, out, count); break;
-    case CVolume::PT_USHORT: BlendTyped<std::uint16_t>(low, high, weight, out, count); break;
-    case CVolume::PT_BYTE: BlendTyped<std::uint8_t>(low, high, weight, out, count); break;
-    case CVolume::PT_FLOAT: BlendTyped<float>(low, high, weight, out, count); break;
-    case CVolume::PT_LONG: BlendTyped<std::int32_t>(low, high, weight, out, count); break;
-    case CVolume::PT_ULONG: BlendTyped<std::uint32_t>(low, high, weight, out, count); break;
+    case CVolume::PT_SHORT: Choose(std::int16_t{}, blend); break;
+    case CVolume::PT_USHORT: Choose(std::uint16_t{}, blend); break;
+    case CVolume::PT_BYTE: Choose(std::uint8_t{}, blend); break;
+    case CVolume::PT_FLOAT: Choose(float{}, blend); break;
+    case CVolume::PT_LONG: Choose(std::int32_t{}, blend); break;
+    case CVolume::PT_ULONG: Choose(std::uint32_t{}, blend); break;
     }
 }
 
 void ReverseRow(int size, const unsigned char* in, unsigned char* out, std::size_t count) {
-    switch (size) {
-    case 1: ReverseTyped<std::uint8_t>(in, out, count); break;
-    case 2: ReverseTyped<std::uint16_t>(in, out, count); break;
-    default: ReverseTyped<std::uint32_t>(in, out, count); break;
-    }
+    ChooseBySize(size, [&](auto version) { version.Reverse(in, out, count); });
 }
 
 void TransposeRows(int size, const unsigned char* const* rows, std::size_t count, std::size_t first, std::size_t width,
                    unsigned char* out, std::ptrdiff_t stride) {
-    switch (size) {
-    case 1: TransposeTyped<std::uint8_t>(rows, count, first, width, out, stride); break;
-    case 2: TransposeTyped<std::uint16_t>(rows, count, first, width, out, stride); break;
-    default: TransposeTyped<std::uint32_t>(rows, count, first, width, out, stride); break;
-    }
+    ChooseBySize(size, [&](auto version) { version.Transpose(rows, count, first, width, out, stride); });
 }
 
 #if defined(__SSE2__)
@@ -225,7 +275,7 @@ void StreamCopy(unsigned char* out, const unsigned char* in, std::size_t bytes) 
     const std::size_t head = std::min(bytes, static_cast<std::size_t>(-reinterpret_cast<std::uintptr_t>(out) % kLine));
     std::memcpy(out, in, head);
     for (out += head, in += head, bytes -= head; bytes >= kLine; out += kLine, in += kLine, bytes -= kLine) {
-        for (std::size_t i = 0; i < kLine; i += kVectorBytes) {
+        for (std::size_t i = 0; i < kLine; i += kLaneBytes) {
             const __m128i lanes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
             _mm_stream_si128(reinterpret_cast<__m128i*>(out + i), lanes);
         }

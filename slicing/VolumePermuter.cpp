@@ -15,7 +15,7 @@ constexpr std::size_t kTileRowBytes = 64;
 
 // A tile's output goes to memory in runs of at least this size where the result allows it: what is written past the
 // caches should fill its lines, and runs that begin or end inside a line cost two half ones.
-constexpr std::size_t kRunBytes = 4096;
+constexpr std::size_t kRunBytes = 2048;
 
 // Blended rows are used at once and should stay in the second-level cache.
 constexpr std::size_t kScratchBytes = std::size_t{1} << 20;
@@ -56,7 +56,7 @@ VolumePermuter::VolumePermuter(CVolume& source, CVolume& result, const ZSampler&
 void VolumePermuter::PlanLines() {
     m_Across = m_Turn.m_Axes.m_Slice;
     m_Group = m_Across == 1 ? kLineGroup : 1;
-    m_Scratch.resize(m_RowBytes);
+    m_Scratch.resize(2 * m_RowBytes);
 }
 
 // The result's rows run along y or z: columns of the source.
@@ -64,8 +64,8 @@ void VolumePermuter::PlanTiles() {
     m_Across = 3 - m_Turn.m_Axes.m_Horizontal;
     const std::size_t lineBytes = GetLineBytes();
     const std::size_t blockBytes = lineBytes / m_Size * m_RowBytes;
-    const bool blended =
-        std::any_of(m_Samples.begin(), m_Samples.end(), [](const ZSample& sample) { return sample.m_Weight > 0; });
+    const bool blended = m_Across == 1 || std::any_of(m_Samples.begin(), m_Samples.end(),
+                                                      [](const ZSample& sample) { return sample.m_Weight > 0; });
     if (m_Turn.m_Axes.m_Vertical == m_Across) {
         const std::size_t most = std::max<std::size_t>(blended ? kScratchBytes / blockBytes : kRunBytes, 1);
         m_Group = static_cast<int>(std::min((kRunBytes + lineBytes - 1) / lineBytes, most));
@@ -134,7 +134,9 @@ void VolumePermuter::CopyLines(int begin, int end) {
 void VolumePermuter::CopyLine(int y, int z) {
     unsigned char* const line = m_Across == 1 ? GetLine(z, y) : GetLine(y, z);
     if (m_Turn.m_Flips[0]) {
-        ReverseRow(static_cast<int>(m_Size), GetRow(y, z, m_Scratch.data()), line, m_RowBytes / m_Size);
+        unsigned char* const scratch = m_Scratch.data();
+        ReverseRow(static_cast<int>(m_Size), GetRow(y, z, scratch), scratch + m_RowBytes, m_RowBytes / m_Size);
+        Move(line, scratch + m_RowBytes, m_RowBytes);
     } else if (const unsigned char* const row = GetRow(y, z, line); row != line) {
         std::memcpy(line, row, m_RowBytes);
     }
@@ -151,7 +153,12 @@ void VolumePermuter::GatherRows(int begin, int end) {
             const int along = m_Turn.m_Flips[0] ? count - 1 - i : i;
             const int y = m_Across == 1 ? across : along;
             const int z = m_Across == 1 ? along : across;
-            m_Rows[index] = GetRow(y, z, m_Scratch.data() + (m_Scratch.empty() ? 0 : index * m_RowBytes));
+            unsigned char* const scratch = m_Scratch.data() + (m_Scratch.empty() ? 0 : index * m_RowBytes);
+            m_Rows[index] = GetRow(y, z, scratch);
+            if (m_Across == 1 && m_Rows[index] != scratch) {
+                std::memcpy(scratch, m_Rows[index], m_RowBytes);
+                m_Rows[index] = scratch;
+            }
         }
     }
 }
