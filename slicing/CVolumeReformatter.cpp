@@ -50,7 +50,7 @@ public:
 
     int GetPlaneCount() const { return m_Dim[2]; }
     VolumePointer MakeResult(CVolume& source, bool contig) const;
-    VolumePermuter MakePermuter(CVolume& source, CVolume& result) const;
+    VolumePermuter MakePermuter(CVolume& source, CVolume& result, bool wide) const;
 
 private:
     void Place(CVolume& source, CVolume& result) const;
@@ -167,8 +167,8 @@ Triple Plan::GetFirstPoint(int plane) const {
     return m_Frame.GetPoint(x, y, sample.m_Z);
 }
 
-VolumePermuter Plan::MakePermuter(CVolume& source, CVolume& result) const {
-    return VolumePermuter(source, result, m_Sampler, m_Turn);
+VolumePermuter Plan::MakePermuter(CVolume& source, CVolume& result, bool wide) const {
+    return VolumePermuter(source, result, m_Sampler, m_Turn, wide);
 }
 
 // False when the callback asks to stop.
@@ -225,7 +225,7 @@ CVolume* CVolumeReformatter::Reformat(CVolume& source, VolumePlane plane, bool f
         }
         plan.Flip(flip1, flip2);
         VolumePointer result = plan.MakeResult(source, m_bContig);
-        VolumePermuter permuter = plan.MakePermuter(source, *result);
+        VolumePermuter permuter = plan.MakePermuter(source, *result, m_bWide);
         if (MoveVoxels(permuter, plan.GetPlaneCount(), m_pCallback)) {
             return result.release();
         }

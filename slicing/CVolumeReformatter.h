@@ -64,6 +64,9 @@ public:
     void SetContig(bool contig) { m_bContig = contig; }
     bool GetContig() const { return m_bContig; }
 
+    /// Wide vector units of the processor are used where it has them. Switching them off changes the speed only.
+    void AllowWideVectors(bool allow) { m_bWide = allow; }
+
     /// How many planes the result will have; 0, with a text in `GetError`, where `Reformat` would refuse the source.
     int GetPlaneCount(CVolume& source, VolumePlane plane);
 
@@ -78,5 +81,6 @@ private:
     CPercent* m_pCallback = nullptr;
     ZSampling m_ZSampling = ZS_UNEVEN;
     bool m_bContig = true;
+    bool m_bWide = true;
     std::string m_Error;
 };

@@ -209,26 +209,17 @@ struct Wide {
     }
 };
 
-bool HasWideVectors() {
-    static const bool has = __builtin_cpu_supports("avx2") != 0;
-    return has;
-}
-
 #else
 
 template <typename T>
 using Wide = Plain<T>;
 
-bool HasWideVectors() {
-    return false;
-}
-
 #endif
 
-// Calls `work` with the version for voxels like the argument and this machine.
+// Calls `work` with the version for voxels like the first argument.
 template <typename T, typename Work>
-void Choose(T /*like*/, const Work& work) {
-    if (HasWideVectors()) {
+void Choose(T /*like*/, bool wide, const Work& work) {
+    if (wide) {
         work(Wide<T>());
     } else {
         work(Plain<T>());
@@ -236,36 +227,44 @@ void Choose(T /*like*/, const Work& work) {
 }
 
 template <typename Work>
-void ChooseBySize(int size, const Work& work) {
+void ChooseBySize(int size, bool wide, const Work& work) {
     switch (size) {
-    case 1: Choose(std::uint8_t{}, work); break;
-    case 2: Choose(std::uint16_t{}, work); break;
-    default: Choose(std::uint32_t{}, work); break;
+    case 1: Choose(std::uint8_t{}, wide, work); break;
+    case 2: Choose(std::uint16_t{}, wide, work); break;
+    default: Choose(std::uint32_t{}, wide, work); break;
     }
 }
 
 }  // namespace
 
+bool HasWideVectors() {
+#if defined(__x86_64__) || defined(__i386__)
+    return __builtin_cpu_supports("avx2") != 0;
+#else
+    return false;
+#endif
+}
+
 void BlendRows(CVolume::PixelType type, const unsigned char* low, const unsigned char* high, double weight,
-               unsigned char* out, std::size_t count) {
+               unsigned char* out, std::size_t count, bool wide) {
     const auto blend = [&](auto version) { version.Blend(low, high, weight, out, count); };
     switch (type) {
-    case CVolume::PT_SHORT: Choose(std::int16_t{}, blend); break;
-    case CVolume::PT_USHORT: Choose(std::uint16_t{}, blend); break;
-    case CVolume::PT_BYTE: Choose(std::uint8_t{}, blend); break;
-    case CVolume::PT_FLOAT: Choose(float{}, blend); break;
-    case CVolume::PT_LONG: Choose(std::int32_t{}, blend); break;
-    case CVolume::PT_ULONG: Choose(std::uint32_t{}, blend); break;
+    case CVolume::PT_SHORT: Choose(std::int16_t{}, wide, blend); break;
+    case CVolume::PT_USHORT: Choose(std::uint16_t{}, wide, blend); break;
+    case CVolume::PT_BYTE: Choose(std::uint8_t{}, wide, blend); break;
+    case CVolume::PT_FLOAT: Choose(float{}, wide, blend); break;
+    case CVolume::PT_LONG: Choose(std::int32_t{}, wide, blend); break;
+    case CVolume::PT_ULONG: Choose(std::uint32_t{}, wide, blend); break;
     }
 }
 
-void ReverseRow(int size, const unsigned char* in, unsigned char* out, std::size_t count) {
-    ChooseBySize(size, [&](auto version) { version.Reverse(in, out, count); });
+void ReverseRow(int size, const unsigned char* in, unsigned char* out, std::size_t count, bool wide) {
+    ChooseBySize(size, wide, [&](auto version) { version.Reverse(in, out, count); });
 }
 
 void TransposeRows(int size, const unsigned char* const* rows, std::size_t count, std::size_t first, std::size_t width,
-                   unsigned char* out, std::ptrdiff_t stride) {
-    ChooseBySize(size, [&](auto version) { version.Transpose(rows, count, first, width, out, stride); });
+                   unsigned char* out, std::ptrdiff_t stride, bool wide) {
+    ChooseBySize(size, wide, [&](auto version) { version.Transpose(rows, count, first, width, out, stride); });
 }
 
 #if defined(__SSE2__)

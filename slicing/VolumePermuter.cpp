@@ -28,9 +28,10 @@ constexpr int kLineGroup = 16;
 
 }  // namespace
 
-VolumePermuter::VolumePermuter(CVolume& source, CVolume& result, const ZSampler& sampler, const ViewTurn& turn)
+VolumePermuter::VolumePermuter(CVolume& source, CVolume& result, const ZSampler& sampler, const ViewTurn& turn,
+                               bool wide)
     : m_Type(source.GetType()), m_Size(static_cast<std::size_t>(source.GetTypeSize())), m_Turn(turn),
-      m_Samples(sampler.GetSamples()) {
+      m_bWide(wide && HasWideVectors()), m_Samples(sampler.GetSamples()) {
     int dim[4];
     source.GetDimensions(dim);
     m_Counts[0] = dim[0];
@@ -113,7 +114,7 @@ const unsigned char* VolumePermuter::GetRow(int y, int z, unsigned char* scratch
         return low;
     }
     const unsigned char* const high = m_Source[static_cast<std::size_t>(sample.m_High)] + offset;
-    BlendRows(m_Type, low, high, sample.m_Weight, scratch, m_RowBytes / m_Size);
+    BlendRows(m_Type, low, high, sample.m_Weight, scratch, m_RowBytes / m_Size, m_bWide);
     return scratch;
 }
 
@@ -135,7 +136,7 @@ void VolumePermuter::CopyLine(int y, int z) {
     unsigned char* const line = m_Across == 1 ? GetLine(z, y) : GetLine(y, z);
     if (m_Turn.m_Flips[0]) {
         unsigned char* const scratch = m_Scratch.data();
-        ReverseRow(static_cast<int>(m_Size), GetRow(y, z, scratch), scratch + m_RowBytes, m_RowBytes / m_Size);
+        ReverseRow(static_cast<int>(m_Size), GetRow(y, z, scratch), scratch + m_RowBytes, m_RowBytes / m_Size, m_bWide);
         Move(line, scratch + m_RowBytes, m_RowBytes);
     } else if (const unsigned char* const row = GetRow(y, z, line); row != line) {
         std::memcpy(line, row, m_RowBytes);
@@ -184,7 +185,7 @@ void VolumePermuter::WriteTilesAcross(int begin, int end, int first, int width) 
     for (std::size_t i = 0; i < lines; ++i) {
         TransposeRows(static_cast<int>(m_Size), m_Rows.data() + i * count, count, static_cast<std::size_t>(first),
                       static_cast<std::size_t>(width), m_Tile.data() + (upward ? lines - 1 - i : i) * lineBytes,
-                      static_cast<std::ptrdiff_t>(m_TileStride));
+                      static_cast<std::ptrdiff_t>(m_TileStride), m_bWide);
     }
     for (int x = 0; x < width; ++x) {
         Move(GetLine(upward ? end - 1 : begin, first + x), m_Tile.data() + static_cast<std::size_t>(x) * m_TileStride,
@@ -198,7 +199,7 @@ void VolumePermuter::WriteTilesDown(int across, int first, int width) {
     const auto stride = static_cast<std::ptrdiff_t>(m_TileStride);
     TransposeRows(static_cast<int>(m_Size), m_Rows.data(), m_Rows.size(), static_cast<std::size_t>(first),
                   static_cast<std::size_t>(width), m_Tile.data() + (upward ? (width - 1) * stride : 0),
-                  upward ? -stride : stride);
+                  upward ? -stride : stride, m_bWide);
     Move(GetLine(upward ? first + width - 1 : first, across), m_Tile.data(),
          static_cast<std::size_t>(width) * m_TileStride);
 }

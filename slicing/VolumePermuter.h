@@ -20,9 +20,9 @@ struct ViewTurn {
 /// memory is taken when the permuter is made.
 class VolumePermuter {
 public:
-    /// Both volumes have pixels; the result's dimensions are those of the view with as many z positions as samples. All
-    /// three arguments must outlive the object.
-    VolumePermuter(CVolume& source, CVolume& result, const ZSampler& sampler, const ViewTurn& turn);
+    /// Both volumes have pixels; the result's dimensions are those of the view with as many z positions as samples. The
+    /// volumes and the sampler must outlive the object. `wide`: use the processor's wider vectors, if any.
+    VolumePermuter(CVolume& source, CVolume& result, const ZSampler& sampler, const ViewTurn& turn, bool wide);
 
     int GetSteps() const { return (GetCount(m_Across) + m_Group - 1) / m_Group; }
     void DoStep(int step);
@@ -50,6 +50,7 @@ private:
     ViewTurn m_Turn;
     int m_Counts[3];  // along x, y and the samples of z
     bool m_bStream;   // the result is larger than caches
+    bool m_bWide;
     const std::vector<ZSample>& m_Samples;
     std::vector<const unsigned char*> m_Source;  // planes
     std::vector<unsigned char*> m_Result;

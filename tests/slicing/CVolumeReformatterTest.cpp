@@ -69,6 +69,7 @@ VolumePointer Reformat(CVolume& source, int plane, int flips, bool contig = true
     CVolumeReformatter reformatter;
     reformatter.SetContig(contig);
     reformatter.SetZSampling(sampling);
+    reformatter.AllowWideVectors((flips & 2) == 0);
     VolumePointer result(
         reformatter.Reformat(source, static_cast<VolumePlane>(plane), (flips & 1) != 0, (flips & 2) != 0));
     EXPECT_NE(result, nullptr) << reformatter.GetError();
@@ -194,6 +195,25 @@ TEST(CVolumeReformatter, SamplesUnevenPlanesByTheSmoothedCurve) {
     check(std::uint32_t{}, CVolume::PT_ULONG, 4294967295.0, 77, 0.51);
     check(float{}, CVolume::PT_FLOAT, -1.5, 1e6, 0.1);
     check(std::int16_t{}, CVolume::PT_SHORT, 4711, 4711, 0);
+}
+
+TEST(CVolumeReformatter, WideVectorsBlendAlike) {
+    std::uint32_t noise = 1;
+    for (int type = 0; type < 6; ++type) {
+        const VolumePointer source = Make<std::uint8_t>(static_cast<CVolume::PixelType>(type), 77, 5, {0, 3, 4, 4, 9},
+                                                        true, [](int, int, int) { return 0; });
+        auto* const bytes = static_cast<unsigned char*>(source->GetVolumePt());
+        const int rowBytes = 77 * source->GetTypeSize();
+        for (int i = 0; i < rowBytes * 25; ++i)
+            bytes[i] =
+                static_cast<unsigned char>((noise = noise * 1664525U + 1) >> 25);  // no NaN: of two, either may win
+        const VolumePointer wide = Reformat(*source, VP_XY, 0);
+        const VolumePointer plain = Reformat(*source, VP_XY, 2);
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_EQ(std::memcmp(At(*wide, 0, i % 5, i / 5), At(*plain, 0, 4 - i % 5, 9 - i / 5), rowBytes), 0)
+                << type;
+        }
+    }
 }
 
 TEST(CVolumeReformatter, ChoosesHowZIsSampled) {
