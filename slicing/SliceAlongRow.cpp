@@ -8,7 +8,7 @@ namespace korvane_detail {
 namespace {
 
 // Columns that a run may cover.
-constexpr int kMostColumns = 2 * kLongestRun + 2;
+constexpr int kMostColumns = 2 * kLongestRun + 3;
 
 struct Columns {
     std::int32_t m_First;
@@ -42,29 +42,39 @@ void MixRows(const unsigned char* row, std::size_t nextRow, int count, Number we
     }
 }
 
+// Eight at a time where that is allowed; returns how many.
+int SampleWide(const float* mixed, std::int32_t last, const SliceRun& run, bool wide, float* out) {
+    return wide ? MixColumnsWide(mixed, last, run, out) : 0;
+}
+
+int SampleWide(const double* /*mixed*/, std::int32_t /*last*/, const SliceRun& /*run*/, bool /*wide*/,
+               double* /*out*/) {
+    return 0;
+}
+
+/// `run` counts from the first of the mixed columns; `last` is the last but one of them, or 0.
 template <typename Number>
-void SampleMixed(const Number* mixed, const Columns& columns, std::int32_t lastColumn, const SliceRun& run,
-                 Number* out) {
+void SampleMixed(const Number* mixed, std::int32_t last, const SliceRun& run, bool wide, Number* out) {
     std::int64_t x = run.m_Start[0];
-    const Place<Number> first = Locate<Number>(x, lastColumn);
-    const Number* const from = mixed + (first.m_Low - columns.m_First);
+    const Place<Number> first = Locate<Number>(x, last);
+    const Number* const from = mixed + first.m_Low;
     if (run.m_Step[0] == kOne && first.m_Weight == 0) {
         std::copy_n(from, run.m_Count, out);
     } else if (run.m_Step[0] == kOne && first.m_Weight < 1) {
         for (int i = 0; i < run.m_Count; ++i) out[i] = Mix(from[i], from[i + 1], first.m_Weight);
     } else {
-        for (int i = 0; i < run.m_Count; ++i) {
-            const Place<Number> column = Locate<Number>(x, lastColumn);
-            const std::int32_t low = column.m_Low - columns.m_First;
-            const std::int32_t high = std::min(low + 1, columns.m_Count - 1);
-            out[i] = Mix(mixed[low], mixed[high], column.m_Weight);
+        const int done = SampleWide(mixed, last, run, wide, out);
+        x += done * run.m_Step[0];
+        for (int i = done; i < run.m_Count; ++i) {
+            const Place<Number> column = Locate<Number>(x, last);
+            out[i] = Mix(mixed[column.m_Low], mixed[column.m_Low + 1], column.m_Weight);
             x += run.m_Step[0];
         }
     }
 }
 
-template <typename Pixel, typename Number, bool kShaped>
-void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
+template <typename Pixel, typename Number>
+void SampleLinear(const SliceView& view, const SliceRun& run, bool shaped, bool wide, void* out) {
     const Columns columns = GetColumns(view, run);
     const Place<Number> row = Locate<Number>(run.m_Start[1], std::max(view.m_Rows - 2, 0));
     const Place<Number> plane = view.m_bEven ? LocatePlane<true, Number>(view, run.m_Start[2])
@@ -77,45 +87,55 @@ void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
     if (plane.m_Weight != 0) {
         Number next[kMostColumns];
         MixRows<Pixel>(data[1] + offset, view.m_RowBytes, columns.m_Count, row.m_Weight, next);
-        MixInto(mixed, next, columns.m_Count, kShaped ? Shape(plane.m_Weight) : plane.m_Weight);
+        MixInto(mixed, next, columns.m_Count, shaped ? Shape(plane.m_Weight) : plane.m_Weight);
     }
-    SampleMixed(mixed, columns, std::max(view.m_Columns - 2, 0), run, static_cast<Number*>(out));
+    mixed[columns.m_Count] = 0;  // beside a single column, without weight
+    SliceRun relative = run;
+    relative.m_Start[0] -= columns.m_First * kOne;
+    SampleMixed(mixed, std::max(columns.m_Count - 2, 0), relative, wide, static_cast<Number*>(out));
 }
 
-void CopyNearest(const SliceView& view, const SliceRun& run, void* out) {
-    const auto column = static_cast<std::size_t>((run.m_Start[0] + kOne / 2) >> kFractionBits);
+template <typename Pixel>
+void SampleNearest(const SliceView& view, const SliceRun& run, void* out) {
     const auto row = static_cast<std::size_t>((run.m_Start[1] + kOne / 2) >> kFractionBits);
-    const auto size = static_cast<std::size_t>(view.m_Size);
-    const unsigned char* const plane = view.m_pPlanes[NearestPlane(view, run.m_Start[2])];
-    std::memcpy(out, plane + row * view.m_RowBytes + column * size, static_cast<std::size_t>(run.m_Count) * size);
-}
-
-template <typename Pixel, typename Number>
-SliceKernel Choose(bool shaped) {
-    return shaped ? SampleLinear<Pixel, Number, true> : SampleLinear<Pixel, Number, false>;
+    const unsigned char* const from = view.m_pPlanes[NearestPlane(view, run.m_Start[2])] + row * view.m_RowBytes;
+    std::int64_t x = run.m_Start[0] + kOne / 2;
+    if (run.m_Step[0] == kOne) {
+        std::memcpy(out, from + static_cast<std::size_t>(x >> kFractionBits) * sizeof(Pixel),
+                    static_cast<std::size_t>(run.m_Count) * sizeof(Pixel));
+        return;
+    }
+    for (int i = 0; i < run.m_Count; ++i) {
+        static_cast<Pixel*>(out)[i] =
+            LoadVoxel<Pixel>(from + static_cast<std::size_t>(x >> kFractionBits) * sizeof(Pixel));
+        x += run.m_Step[0];
+    }
 }
 
 }  // namespace
 
-SliceKernel GetAlongRowKernel(const SliceView& view, const SliceRun& run, bool nearest, bool shaped) {
-    if (run.m_Step[1] != 0 || run.m_Step[2] != 0) {
-        return nullptr;
+bool IsAlongRow(const SliceRun& run) {
+    return run.m_Step[1] == 0 && run.m_Step[2] == 0 && std::abs(run.m_Step[0]) <= 2 * kOne;
+}
+
+void SampleNearestAlongRow(const SliceView& view, const SliceRun& run, void* out) {
+    switch (view.m_Size) {
+    case 1: return SampleNearest<std::uint8_t>(view, run, out);
+    case 2: return SampleNearest<std::uint16_t>(view, run, out);
+    default: return SampleNearest<std::uint32_t>(view, run, out);
     }
-    if (nearest) {
-        return run.m_Step[0] == kOne ? CopyNearest : nullptr;
-    }
-    if (std::abs(run.m_Step[0]) > 2 * kOne) {
-        return nullptr;
-    }
+}
+
+void SampleLinearAlongRow(const SliceView& view, const SliceRun& run, bool shaped, bool wide, void* out) {
     switch (view.m_Type) {
-    case CVolume::PT_BYTE: return Choose<std::uint8_t, float>(shaped);
-    case CVolume::PT_SHORT: return Choose<std::int16_t, float>(shaped);
-    case CVolume::PT_USHORT: return Choose<std::uint16_t, float>(shaped);
-    case CVolume::PT_FLOAT: return Choose<float, double>(shaped);
-    case CVolume::PT_LONG: return Choose<std::int32_t, double>(shaped);
+    case CVolume::PT_BYTE: return SampleLinear<std::uint8_t, float>(view, run, shaped, wide, out);
+    case CVolume::PT_SHORT: return SampleLinear<std::int16_t, float>(view, run, shaped, wide, out);
+    case CVolume::PT_USHORT: return SampleLinear<std::uint16_t, float>(view, run, shaped, wide, out);
+    case CVolume::PT_FLOAT: return SampleLinear<float, double>(view, run, shaped, wide, out);
+    case CVolume::PT_LONG: return SampleLinear<std::int32_t, double>(view, run, shaped, wide, out);
     case CVolume::PT_ULONG: break;
     }
-    return Choose<std::uint32_t, double>(shaped);
+    return SampleLinear<std::uint32_t, double>(view, run, shaped, wide, out);
 }
 
 }  // namespace korvane_detail

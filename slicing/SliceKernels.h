@@ -32,9 +32,14 @@ SliceKernel GetLinearKernel(const SliceView& view, bool shaped);
 SliceKernel GetWideNearestKernel(const SliceView& view);
 SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped);
 
-/// Runs along a row of the volume (steps of 0 along y and z), by rows in one piece instead of voxel by voxel; null for
-/// those that are not, and for steps so long that most voxels of the row would be in vain.
-SliceKernel GetAlongRowKernel(const SliceView& view, const SliceRun& run, bool nearest, bool shaped);
+/// Runs along a row of the volume: no steps along y and z, and none along x so long that most voxels would be in vain.
+/// They are sampled by rows in one piece instead of voxel by voxel.
+bool IsAlongRow(const SliceRun& run);
+void SampleNearestAlongRow(const SliceView& view, const SliceRun& run, void* out);
+void SampleLinearAlongRow(const SliceView& view, const SliceRun& run, bool shaped, bool wide, void* out);
+
+/// Samples between `mixed` columns 0 to last + 1 as far as they come in eights; returns how many. 0 without AVX2.
+int MixColumnsWide(const float* mixed, std::int32_t last, const SliceRun& run, float* out);
 
 /// A run has no more samples than this.
 constexpr int kLongestRun = 512;

@@ -400,9 +400,27 @@ KORVANE_WIDE void SampleNearest(const SliceView& view, const SliceRun& run, void
     if (rest.m_Count > 0) GetNearestKernel(view)(view, rest, static_cast<unsigned char*>(out) + i * kSize);
 }
 
-bool CanGather(const SliceView& view) {
+bool HasAvx2() {
     static const bool kHasAvx2 = __builtin_cpu_supports("avx2") != 0;
-    return kHasAvx2 && view.m_pOffsets != nullptr && (view.m_bEven || view.m_bOneStep);
+    return kHasAvx2;
+}
+
+KORVANE_WIDE int MixColumns(const float* mixed, std::int32_t last, const SliceRun& run, float* out) {
+    const __m256i lastColumn = Set(last);
+    Axis x = Begin(run.m_Start[0], run.m_Step[0]);
+    int i = 0;
+    for (; i + kLanes <= run.m_Count; i += kLanes) {
+        const Place<Floats> column = Locate<Floats>(x, lastColumn);
+        const Floats low = {_mm256_i32gather_ps(mixed, column.m_Low, 4)};
+        const Floats high = {_mm256_i32gather_ps(mixed + 1, column.m_Low, 4)};
+        Store(Mix(low, high, column.m_Weight), out, i);
+        Advance(x);
+    }
+    return i;
+}
+
+bool CanGather(const SliceView& view) {
+    return HasAvx2() && view.m_pOffsets != nullptr && (view.m_bEven || view.m_bOneStep);
 }
 
 template <typename Voxels, Stack kStack>
@@ -431,6 +449,10 @@ SliceKernel ChooseNearest(Stack stack) {
 }
 
 }  // namespace
+
+int MixColumnsWide(const float* mixed, std::int32_t last, const SliceRun& run, float* out) {
+    return HasAvx2() ? MixColumns(mixed, last, run, out) : 0;
+}
 
 SliceKernel GetWideNearestKernel(const SliceView& view) {
     if (!CanGather(view)) {
@@ -464,6 +486,10 @@ SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped) {
 #else
 
 namespace korvane_detail {
+
+int MixColumnsWide(const float* /*mixed*/, std::int32_t /*last*/, const SliceRun& /*run*/, float* /*out*/) {
+    return 0;
+}
 
 SliceKernel GetWideNearestKernel(const SliceView& /*view*/) {
     return nullptr;

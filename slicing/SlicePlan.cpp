@@ -47,6 +47,7 @@ void SlicePlan::SetKernel(bool nearest, bool shaped, bool wide) {
     const SliceView& view = m_Tables.GetView();
     m_bNearest = nearest;
     m_bShaped = shaped;
+    m_bWide = wide;
     m_Kernel = nullptr;
     if (wide) {
         m_Kernel = nearest ? GetWideNearestKernel(view) : GetWideLinearKernel(view, shaped);
@@ -111,8 +112,13 @@ void SlicePlan::SampleRun(const double (&start)[3], int first, int count, void* 
         run.m_Step[axis] = count > 1 ? (end - begin) / (count - 1) : 0;
     }
     const SliceView& view = m_Tables.GetView();
-    const SliceKernel alongRow = GetAlongRowKernel(view, run, m_bNearest, m_bShaped);
-    (alongRow != nullptr ? alongRow : m_Kernel)(view, run, out);
+    if (!IsAlongRow(run)) {
+        m_Kernel(view, run, out);
+    } else if (m_bNearest) {
+        SampleNearestAlongRow(view, run, out);
+    } else {
+        SampleLinearAlongRow(view, run, m_bShaped, m_bWide, out);
+    }
 }
 
 void SlicePlan::SamplePixels(const double (&start)[3], int first, int count, unsigned char* pixels) {

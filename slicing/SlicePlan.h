@@ -58,6 +58,7 @@ private:
     CClipLine m_Box;
     bool m_bNearest = false;
     bool m_bShaped = false;
+    bool m_bWide = false;
     SliceKernel m_Kernel = nullptr;
     std::optional<SlabRow> m_Slab;
     unsigned char m_Background[4] = {};
