@@ -3,9 +3,8 @@
 #include "ExportFiles.h"
 #include "HostError.h"
 #include "Progress.h"
-#include "SeriesFinder.h"
-#include "SeriesLoader.h"
-#include "SeriesText.h"
+#include "SeriesOptions.h"
+#include "SeriesVolume.h"
 #include "SeriesWarnings.h"
 #include "TextEncoding.h"
 #include "Verbs.h"
@@ -15,7 +14,6 @@
 #include <Korvane/platform/Terminal.h>
 
 #include <cstdio>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,50 +23,25 @@ namespace {
 constexpr int kAnalyzeSide = 32767;
 
 struct Arguments {
-    std::vector<std::string> paths;
+    SeriesChoice choice;
     std::string format = "analyze";
     std::string url;
-    std::string series;
-    int volume = 0;  // 0: not asked for
 };
 
 /// Types that an Analyze file of the library has no form for, or would hold as something else.
-void CheckAnalyze(const ImageHeader& header, std::size_t slices) {
-    const PixelForm& form = header.form;
-    const bool grey = form.samples == 1 && form.photometric.starts_with("MONOCHROME");
+void CheckAnalyze(const SeriesVolume& series) {
+    const PixelForm& form = series.GetHeader().form;
     std::string what;
-    if (!grey) {
-        what = form.photometric.empty() ? "pixels without a photometric interpretation" : form.photometric + " pixels";
+    if (!series.IsGrey()) {
+        what = series.DescribeColours();
     } else if (form.allocated != 8 && form.allocated != 16) {
         what = std::to_string(form.allocated) + "-bit pixels";
     } else if (form.allocated == 8 && form.isSigned) {
         what = "signed 8-bit pixels";
-    } else if (form.columns > kAnalyzeSide || form.rows > kAnalyzeSide || slices > kAnalyzeSide) {
+    } else if (form.columns > kAnalyzeSide || form.rows > kAnalyzeSide || series.GetSliceCount() > kAnalyzeSide) {
         what = "more than 32767 voxels along a side";
     }
-    if (!what.empty()) throw HostError(header.path + ": " + what + " have no form in an Analyze file");
-}
-
-/// The library's range is a starting value; the true one is what Update finds from an empty one.
-void SetTrueRange(CVolume& volume) {
-    volume.SetMin(std::numeric_limits<long long>::max());
-    volume.SetMax(std::numeric_limits<long long>::min());
-    volume.Update();
-}
-
-void Assemble(CDicomVolume& assembled, LoadedSlices& slices) {
-    std::vector<DICOMDataObject*>& list = slices.GetDataSets();
-    assembled.SetIODList(list, nullptr);
-    CVolume& volume = *assembled.GetVolume();
-    int dim[4];
-    volume.GetDimensions(dim);
-    if (static_cast<std::size_t>(dim[2]) != list.size()) throw HostError("the slices do not make a volume");
-    ProgressBar progress("assembling", dim[2]);
-    assembled.SetCallback(&progress);
-    assembled.Alloc(true);
-    assembled.SetCallback(nullptr);
-    StopIfInterrupted();
-    SetTrueRange(volume);
+    if (!what.empty()) throw HostError(series.GetHeader().path + ": " + what + " have no form in an Analyze file");
 }
 
 /// What the file does not say about its values.
@@ -131,31 +104,14 @@ void Save(CDicomVolume& assembled, const Destination& destination, ExportFiles& 
     throw HostError(failure);
 }
 
-Findings Find(const Arguments& arguments) {
-    Findings findings = FindSeries(arguments.paths);
-    if (!findings.unreadable.empty()) throw HostError(findings.unreadable.front());
-    if (findings.files.empty()) throw HostError(arguments.paths.front() + ": no DICOM files");
-    return findings;
-}
-
 void Export(const Arguments& arguments) {
     const Destination destination = ParseDestination(arguments.url);
-    const Findings findings = Find(arguments);
-    const Series& series = ChooseSeries(findings, arguments.series);
-    CheckAssembly(findings, series);
-    const ImageHeader& header = findings.FirstFile(series);
-    const std::vector<Slice> chosen = ChooseVolume(series, arguments.volume == 0 ? 1 : arguments.volume);
-    const bool repeats = series.geometry.volumes > 1;
-    CheckAnalyze(header, repeats ? chosen.size() : CountImages(findings, series));
-    for (const std::string& warning : series.warnings) Warn("warning: " + warning);
-    if (repeats && arguments.volume == 0) Warn("taking volume 1; choose with --volume");
-
-    LoadedSlices slices(findings, chosen);
-    CDicomVolume assembled;
-    Assemble(assembled, slices);
+    SeriesVolume series(arguments.choice);
+    CheckAnalyze(series);
+    series.Load();
     ExportFiles files(destination);
-    Save(assembled, destination, files);
-    Report(files, *assembled.GetVolume(), RemarksOn(header, findings.PlaceOf(chosen.front()), *assembled.GetVolume()));
+    Save(series.GetAssembled(), destination, files);
+    Report(files, series.GetVolume(), RemarksOn(series.GetHeader(), series.GetPlace(), series.GetVolume()));
 }
 
 }  // namespace
@@ -163,14 +119,11 @@ void Export(const Arguments& arguments) {
 void AddExportVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("export", "Write a series as a volume file");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("SERIES", arguments->paths, "Folders or files that hold the series")->required();
+    AddSeriesOptions(*verb, arguments->choice);
     verb->add_option("--format", arguments->format, "analyze: Analyze 7.5, NAME.hdr and NAME.img")
         ->required()
         ->check(CLI::IsMember({"analyze"}));
     verb->add_option("--to", arguments->url, "file:PATH/NAME or ftp:USER%PASSWORD@HOST/PATH/NAME, without extension")
         ->required();
-    verb->add_option("--series", arguments->series, "UID or number of the series, where several are found");
-    verb->add_option("--volume", arguments->volume, "Number of the volume, where the positions repeat (1)")
-        ->check(CLI::Range(1, 1000000));
     verb->callback([arguments] { Export(*arguments); });
 }

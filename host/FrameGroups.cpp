@@ -12,6 +12,7 @@ constexpr Tag kPixelMeasures = MakeTag(0x0028, 0x9110);
 constexpr Tag kPlanePosition = MakeTag(0x0020, 0x9113);
 constexpr Tag kPlaneOrientation = MakeTag(0x0020, 0x9116);
 constexpr Tag kPixelValueTransformation = MakeTag(0x0028, 0x9145);
+constexpr Tag kFrameWindow = MakeTag(0x0028, 0x9132);
 
 constexpr Tag kPosition = MakeTag(0x0020, 0x0032);
 constexpr Tag kOrientation = MakeTag(0x0020, 0x0037);
@@ -20,6 +21,8 @@ constexpr Tag kSliceThickness = MakeTag(0x0018, 0x0050);
 constexpr Tag kSliceSpacing = MakeTag(0x0018, 0x0088);
 constexpr Tag kIntercept = MakeTag(0x0028, 0x1052);
 constexpr Tag kSlope = MakeTag(0x0028, 0x1053);
+constexpr Tag kWindowCentre = MakeTag(0x0028, 0x1050);
+constexpr Tag kWindowWidth = MakeTag(0x0028, 0x1051);
 constexpr Tag kGridFrameOffsets = MakeTag(0x3004, 0x000C);
 
 // Far more than any volume has; a place takes more memory than the smallest of frames.
@@ -34,15 +37,28 @@ struct GroupedElement {
 constexpr GroupedElement kGrouped[] = {
     {kPlanePosition, kPosition},         {kPlaneOrientation, kOrientation}, {kPixelMeasures, kPixelSpacing},
     {kPixelMeasures, kSliceThickness},   {kPixelMeasures, kSliceSpacing},   {kPixelValueTransformation, kIntercept},
-    {kPixelValueTransformation, kSlope},
+    {kPixelValueTransformation, kSlope}, {kFrameWindow, kWindowCentre},     {kFrameWindow, kWindowWidth},
 };
 
-/// What the library reads of a slice beside those.
+/// What is read of a slice beside those.
 constexpr Tag kOfImage[] = {
-    MakeTag(0x0008, 0x0016), MakeTag(0x0008, 0x0018), MakeTag(0x0008, 0x0060), MakeTag(0x0010, 0x0010),
-    MakeTag(0x0010, 0x0020), MakeTag(0x0020, 0x000E), MakeTag(0x0028, 0x0002), MakeTag(0x0028, 0x0004),
-    MakeTag(0x0028, 0x0006), MakeTag(0x0028, 0x0010), MakeTag(0x0028, 0x0011), MakeTag(0x0028, 0x0100),
-    MakeTag(0x0028, 0x0101), MakeTag(0x0028, 0x0102), MakeTag(0x0028, 0x0103),
+    MakeTag(0x0008, 0x0016),
+    MakeTag(0x0008, 0x0018),
+    MakeTag(0x0008, 0x0060),
+    MakeTag(0x0010, 0x0010),
+    MakeTag(0x0010, 0x0020),
+    MakeTag(0x0020, 0x000E),
+    MakeTag(0x0028, 0x0002),
+    MakeTag(0x0028, 0x0004),
+    MakeTag(0x0028, 0x0006),
+    MakeTag(0x0028, 0x0010),
+    MakeTag(0x0028, 0x0011),
+    MakeTag(0x0028, 0x0100),
+    MakeTag(0x0028, 0x0101),
+    MakeTag(0x0028, 0x0102),
+    MakeTag(0x0028, 0x0103),
+    kWindowCentre,
+    kWindowWidth,
 };
 
 /// The functional groups of one frame.

@@ -9,3 +9,4 @@ void AddDumpVerb(CLI::App& program);
 void AddExportVerb(CLI::App& program);
 void AddInfoVerb(CLI::App& program);
 void AddPhantomVerb(CLI::App& program);
+void AddSliceVerb(CLI::App& program);

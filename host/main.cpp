@@ -21,6 +21,7 @@ void AddVerbs(CLI::App& program) {
     AddInfoVerb(program);
     AddDumpVerb(program);
     AddExportVerb(program);
+    AddSliceVerb(program);
     program.set_version_flag("--version", "korvane " KORVANE_VERSION);
     for (CLI::App* const verb : program.get_subcommands({})) {
         verb->set_version_flag("--version", "korvane " KORVANE_VERSION);
@@ -29,7 +30,8 @@ void AddVerbs(CLI::App& program) {
 }
 
 int Run(const std::vector<std::string>& arguments) {
-    CLI::App program("Works with DICOM series: looks into them, turns them into volumes, exports these.", "korvane");
+    CLI::App program("Works with DICOM series: looks into them, turns them into volumes, exports and slices these.",
+                     "korvane");
     AddVerbs(program);
     try {
         // CLI11 takes them in reverse, without the program's name.
