@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <utility>
 
 namespace {
 
@@ -17,7 +16,7 @@ int FirstThat(Test test, double guess, int end) {
     int low = 0;  // everything before fails
     int high = end;
     const int near = std::clamp(platform::TruncateToInt32(guess), 0, end);
-    for (int i = std::max(near - 1, 0); i < std::min(near + 3, end); ++i) {
+    for (int i = std::max(near - 1, 0); i < end && i - near < 3; ++i) {
         if (test(i)) {
             high = i;
             break;
@@ -89,11 +88,12 @@ bool CClipLine::ClipSamples(const double (&start)[3], const double (&step)[3], i
             if (from < m_Low[axis] || from > m_High[axis]) return false;
             continue;
         }
-        const auto [near, far] = by < 0 ? std::pair{m_High[axis], m_Low[axis]} : std::pair{m_Low[axis], m_High[axis]};
-        const auto entered = [&](int i) { return by < 0 ? from + i * by <= near : from + i * by >= near; };
-        const auto left = [&](int i) { return by < 0 ? from + i * by < far : from + i * by > far; };
-        low = std::max(low, FirstThat(entered, (near - from) / by, end));
-        end = std::min(end, FirstThat(left, (far - from) / by, end));
+        const double entry = by < 0 ? m_High[axis] : m_Low[axis];
+        const double exit = by < 0 ? m_Low[axis] : m_High[axis];
+        const auto entered = [&](int i) { return by < 0 ? from + i * by <= entry : from + i * by >= entry; };
+        const auto left = [&](int i) { return by < 0 ? from + i * by < exit : from + i * by > exit; };
+        low = std::max(low, FirstThat(entered, (entry - from) / by, end));
+        end = std::min(end, FirstThat(left, (exit - from) / by, end));
     }
     if (low >= end) {
         return false;
