@@ -1,0 +1,180 @@
+// usage: bench_reformat [--rounds=N] [--size=N] [--slices=N]
+//
+// Whole volumes of 16-bit voxels in every view plane, beside `memcpy` of as many bytes into fresh memory. Each round
+// runs everything once, so that what disturbs the machine disturbs all; ratios are medians of the ratios within a
+// round. Fails when an aim is missed.
+#include <Korvane/platform/Memory.h>
+#include <Korvane/slicing/CVolumeReformatter.h>
+
+#include <algorithm>
+#include <charconv>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+using Holder = std::shared_ptr<void>;
+
+struct Row {
+    std::string name;
+    double most;  ///< time / time of the limit, at most; 0 where nothing is asked for
+    std::function<Holder()> job;
+    std::size_t bytes;  ///< of the result
+    std::vector<double> seconds = {};
+};
+
+struct Sizes {
+    int rounds = 9;
+    int size = 512;
+    int slices = 300;
+};
+
+Holder Share(CVolume* volume) {
+    if (volume == nullptr) std::exit(2);
+    return {volume, [](CVolume* last) { last->Delete(); }};
+}
+
+/// Voxels of 0.7 mm; planes at 1 mm, or alternately at 0.5 and 1.5 mm.
+CVolume* MakeSource(const Sizes& sizes, bool even) {
+    CVolume* const volume = CVolume::New();
+    volume->Init(CVolume::PT_SHORT, sizes.size, sizes.size, sizes.slices, 1);
+    volume->Alloc(true);
+    float space[4] = {0.7F, 0.7F, 1, 0};
+    volume->SetSpacing(space);
+    auto* voxel = static_cast<std::int16_t*>(volume->GetVolumePt());
+    std::uint32_t noise = 1;
+    for (int k = 0; k < sizes.slices; ++k) {
+        volume->GetPlane(k)->m_Org[2] = static_cast<float>(k) + (even || k % 2 == 0 ? 0 : -0.5F);
+        for (int i = 0; i < sizes.size * sizes.size; ++i) {
+            noise = noise * 1664525U + 1013904223U;
+            *voxel++ = static_cast<std::int16_t>(noise >> 20);
+        }
+    }
+    volume->UpdateZInterpArray();
+    return volume;
+}
+
+std::size_t GetBytes(CVolume& volume) {
+    int d[4];
+    volume.GetDimensions(d);
+    return static_cast<std::size_t>(d[0]) * static_cast<std::size_t>(d[1]) * static_cast<std::size_t>(d[2]) * 2;
+}
+
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+/// Time divided by that of the limit, which is for the source's bytes, for as many bytes.
+double Ratio(const Row& row, const Row& limit) {
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < row.seconds.size(); ++i) ratios.push_back(row.seconds[i] / limit.seconds[i]);
+    return Median(ratios) * static_cast<double>(limit.bytes) / static_cast<double>(row.bytes);
+}
+
+Holder CopyPlain(CVolume& source) {
+    const std::size_t bytes = GetBytes(source);
+    void* const fresh = std::malloc(bytes);
+    if (fresh == nullptr) std::exit(2);
+    std::memcpy(fresh, source.GetVolumePt(), bytes);
+    return {fresh, std::free};
+}
+
+Holder CopyHuge(CVolume& source) {
+    const std::size_t bytes = GetBytes(source);
+    void* const fresh = platform::AllocateBuffer(bytes);
+    std::memcpy(fresh, source.GetVolumePt(), bytes);
+    return {fresh, platform::FreeBuffer};
+}
+
+void AddViews(std::vector<Row>& rows, CVolume& source, bool resampled) {
+    static constexpr struct {
+        const char* name;
+        VolumePlane plane;
+        bool flip1;
+        double most;
+    } kViews[] = {
+        {"x,y;z axial", VP_XY, false, 1.3},      {"x,y;z reversed rows", VP_XY, true, 1.3},
+        {"x,z;y coronal", VP_XZ, false, 1.3},    {"y,z;x sagittal", VP_YZ, false, 1.6},
+        {"z,y;x sagittal", VP_ZY, false, 1.6},   {"z,x;y transposed", VP_ZX, false, 1.6},
+        {"y,x;z transposed", VP_YX, false, 1.6},
+    };
+    for (const auto& view : kViews) {
+        CVolumeReformatter reformatter;
+        if (resampled) reformatter.SetZSampling(CVolumeReformatter::ZS_ALWAYS);
+        auto job = [&source, &view, reformatter]() mutable {
+            return Share(reformatter.Reformat(source, view.plane, view.flip1, true));
+        };
+        const Holder result = job();
+        rows.push_back({view.name + std::string(resampled ? ", z resampled" : ""), resampled ? 3 : view.most, job,
+                        GetBytes(*static_cast<CVolume*>(result.get()))});
+    }
+}
+
+void Print(const std::vector<Row>& rows, int& missed) {
+    std::printf("%-34s %9s %9s %9s   %s\n", "", "ms", "/ memcpy", "/ huge", "aim");
+    for (const Row& row : rows) {
+        const double ratio = Ratio(row, rows[0]);
+        std::printf("%-34s %9.1f %9.2f %9.2f", row.name.c_str(), Median(row.seconds) * 1e3, ratio, Ratio(row, rows[1]));
+        if (row.most > 0) {
+            const bool met = ratio <= row.most;
+            std::printf("   <= %.1f %s", row.most, met ? "met" : "MISSED");
+            missed += met ? 0 : 1;
+        }
+        std::printf("\n");
+    }
+    std::printf(
+        "\nWall clock, one thread, results freed outside the clock. Ratios: to memcpy of as many bytes as the "
+        "result has into\nfresh memory from malloc; huge: from the library's own allocator, which asks for huge "
+        "pages.\n");
+}
+
+Sizes ReadArguments(int argc, char** argv) {
+    Sizes sizes;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        const auto take = [&argument](std::string_view name, int& value) {
+            if (argument.starts_with(name)) {
+                std::from_chars(argument.data() + name.size(), argument.data() + argument.size(), value);
+            }
+        };
+        take("--rounds=", sizes.rounds);
+        take("--size=", sizes.size);
+        take("--slices=", sizes.slices);
+    }
+    return sizes;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const Sizes sizes = ReadArguments(argc, argv);
+    const Holder even = Share(MakeSource(sizes, true));
+    const Holder uneven = Share(MakeSource(sizes, false));
+    CVolume& source = *static_cast<CVolume*>(even.get());
+    std::vector<Row> rows;
+    const std::size_t bytes = GetBytes(source);
+    rows.push_back({"memcpy", 0, [&source] { return CopyPlain(source); }, bytes});
+    rows.push_back({"memcpy, huge pages", 0, [&source] { return CopyHuge(source); }, bytes});
+    AddViews(rows, source, false);
+    AddViews(rows, *static_cast<CVolume*>(uneven.get()), true);
+    for (int round = 0; round < std::max(sizes.rounds, 1); ++round) {
+        for (Row& row : rows) {
+            const auto begin = std::chrono::steady_clock::now();
+            const Holder result = row.job();
+            const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+            row.seconds.push_back(time.count());
+        }
+    }
+    int missed = 0;
+    Print(rows, missed);
+    return missed > 0 ? 1 : 0;
+}
