@@ -92,6 +92,7 @@ Window PercentileWindow(CVolume& volume) {
     }
     const double low = histogram.Percentile(0.01);
     const double high = histogram.Percentile(0.99);
+    if (low == high) return {low + 0.5, 2};         // all the same: grey
     return {(low + high + 1) / 2, high - low + 1};  // low is the last black, high the first white
 }
 

@@ -29,10 +29,10 @@ def warnings(folder):
 
 
 def usage():
-    for arguments in ((), ("nonsense",), ("export",), ("info",), ("phantom", "x", "--slices", "0"), ("dump", "a", "b")):
+    for arguments in ((), ("nonsense",), ("export",), ("slice",), ("info",), ("phantom", "x", "--slices", "0"), ("dump", "a", "b")):
         out, err = korvane(*arguments, status=2)
         assert not out and err.startswith("korvane: "), (arguments, out, err)
-    for arguments in ((), ("phantom",), ("info",), ("dump",), ("export",)):
+    for arguments in ((), ("phantom",), ("info",), ("dump",), ("export",), ("slice",)):
         assert korvane(*arguments, "--version")[0].startswith("korvane 0.")
         assert "Usage" in korvane(*arguments, "--help")[0]
     series = phantom("one", *SMALL)
