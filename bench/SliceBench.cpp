@@ -223,6 +223,12 @@ bool IsDoubtful(double index, int dim, bool linear) {
     return std::fabs(index) < kNear || std::fabs(index - (dim - 1)) < kNear || (!linear && half < kNear);
 }
 
+DcmObliqueSlice::Vector PointOf(const DcmObliqueSlice& slice, std::size_t pixel) {
+    const auto width = static_cast<std::size_t>(slice.GetWidth());
+    const std::size_t row = pixel / width;
+    return slice.PixelToVol(static_cast<double>(pixel - row * width), static_cast<double>(row));
+}
+
 void Compare(DcmObliqueSlice& slice, CVolume& volume, bool linear, Difference& difference) {
     int dim[4];
     float space[4];
@@ -234,8 +240,7 @@ void Compare(DcmObliqueSlice& slice, CVolume& volume, bool linear, Difference& d
     ResliceBench peer(volume);
     const std::int16_t* const theirs = peer.Run(slice, linear);
     for (std::size_t i = 0; i < ours.size(); ++i) {
-        const auto width = static_cast<std::size_t>(slice.GetWidth());
-        const auto p = slice.PixelToVol(static_cast<double>(i % width), static_cast<double>(i / width));
+        const auto p = PointOf(slice, i);
         bool doubtful = false;
         for (std::size_t axis = 0; axis < 3; ++axis) doubtful |= IsDoubtful(p[axis] / space[axis], dim[axis], linear);
         if (doubtful) continue;

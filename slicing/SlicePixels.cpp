@@ -140,7 +140,7 @@ GreyWindow::GreyWindow(CVolume::PixelType type, double centre, double width) : m
     const double one = type == CVolume::PT_FLOAT ? 0 : 1;
     // A width of 1 has nothing between black and white: steep enough for that, and finite.
     m_Scale = 255 / std::max(width - one, 1e-9);
-    m_Offset = 127.5 - (centre - one / 2) * m_Scale;
+    m_Offset = 127.5 - (centre - one / 2) * m_Scale + 0.5;  // truncated later: to the nearest
 }
 
 template <typename Pixel>
@@ -149,7 +149,7 @@ void GreyWindow::MapAs(const void* pixels, int count, unsigned char* grey) const
     for (int i = 0; i < count; ++i) {
         const double value = in[i] * m_Scale + m_Offset;
         const double low = value > 0 ? value : 0;  // NaN is black
-        grey[i] = static_cast<unsigned char>((low < 255 ? low : 255) + 0.5);
+        grey[i] = static_cast<unsigned char>(low < 255 ? low : 255);
     }
 }
 

@@ -72,7 +72,8 @@ void CompareWithPlain(Slice& slice, const SlicedVolume& volume, const Kind& kind
     const double tolerance = nearest ? 0 : kind.tolerance + (kind.type == CVolume::PT_FLOAT ? 0 : 0.5);
     for (int i = 0; i < static_cast<int>(slice.GetPixelCount()); ++i) {
         bool doubtful = false;
-        const auto point = slice.PixelToVol(i % slice.GetWidth(), i / slice.GetWidth());
+        const int row = i / slice.GetWidth();
+        const auto point = slice.PixelToVol(i - row * slice.GetWidth(), row);
         const auto expected = volume.Sample(point, slice.GetInterpolation(), doubtful);
         if (doubtful) continue;
         ASSERT_NEAR(volume.Read(pixels.data(), i), expected.value_or(kOutside), expected ? tolerance : 0)
@@ -144,7 +145,8 @@ TEST(DcmObliqueSlice, ReproducesARampWhateverThePlaneDistances) {
         const auto values = Values(slice, volume);
         int inside = 0;
         for (std::size_t i = 0; i < values.size(); ++i) {
-            const auto p = slice.PixelToVol(static_cast<double>(i % 100), static_cast<double>(i / 100));
+            const std::size_t row = i / 100;
+            const auto p = slice.PixelToVol(static_cast<double>(i - row * 100), static_cast<double>(row));
             if (values[i] == -9999) continue;
             ++inside;
             ASSERT_NEAR(values[i], ramp(p[0], p[1], p[2]), type == CVolume::PT_FLOAT ? 1e-4 : 0.50001);

@@ -111,7 +111,8 @@ public:
 
 private:
     std::size_t GetPlaneBytes() const {
-        return static_cast<std::size_t>(m_Shape.columns * m_Shape.rows * m_pVolume->GetTypeSize());
+        const int bytes = m_Shape.columns * m_Shape.rows * m_pVolume->GetTypeSize();
+        return static_cast<std::size_t>(bytes);
     }
 
     void Fill(CImagePlane& plane, int k, const Content& content) {
