@@ -65,6 +65,8 @@ struct Box {
         }
     }
 
+    Vector Middle() const { return {(low[0] + high[0]) / 2, (low[1] + high[1]) / 2, (low[2] + high[2]) / 2}; }
+
     Vector Corner(unsigned number) const {
         return {(number & 1) != 0 ? high[0] : low[0], (number & 2) != 0 ? high[1] : low[1],
                 (number & 4) != 0 ? high[2] : low[2]};
@@ -182,13 +184,14 @@ void PlacePlane(DcmObliqueSlice& slice, const PatientPlane& wanted, double pixel
     const Vector away = UnitOf(plane.normal);
     const Vector up = UnitOf(*plane.up);
     const Vector row = UnitOf(Cross(away, up));
-    if (!slice.SetPlane(slice.DicomToVol(plane.point), slice.DirectionToVol(row),
+    CVolume& volume = *slice.GetVolume();
+    const Box box(volume);
+    if (!slice.SetPlane(plane.point ? slice.DicomToVol(*plane.point) : box.Middle(), slice.DirectionToVol(row),
                         slice.DirectionToVol(Cross(away, row)))) {
         throw UsageError("--normal or --up has no length, or they are parallel, or --point is too far away");
     }
-    CVolume& volume = *slice.GetVolume();
     Cut cut(slice);
-    if (!cut.Find(Box(volume))) throw HostError("the plane does not meet the volume");
+    if (!cut.Find(box)) throw HostError("the plane does not meet the volume");
     float space[4];
     volume.GetSpacing(space);
     const double pixel = pixelSize > 0 ? pixelSize : static_cast<double>(std::min(space[0], space[1]));

@@ -7,9 +7,9 @@
 #include <optional>
 #include <string>
 
-/// A plane through a point, in patient millimetres (x to the left, y to the back, z to the head).
+/// A plane through a point, or through the volume's middle, in patient millimetres (x to the left, y to the back, z to the head).
 struct PatientPlane {
-    DcmObliqueSlice::Vector point;
+    std::optional<DcmObliqueSlice::Vector> point;
     DcmObliqueSlice::Vector normal;
     std::optional<DcmObliqueSlice::Vector> up;
 };

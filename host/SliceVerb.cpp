@@ -76,8 +76,8 @@ SliceRequest ParseRequest(const Arguments& arguments) {
     if (!request.viewName.empty()) request.view = kViews.at(request.viewName);
     request.all = request.all || request.sheet;
     if (!request.view) {
-        if (arguments.point.empty()) throw UsageError("either --view or --point and --normal are needed");
-        request.plane.point = ParseNumbers<3>("--point", arguments.point);
+        if (arguments.normal.empty()) throw UsageError("either --view or --point and --normal are needed");
+        if (!arguments.point.empty()) request.plane.point = ParseNumbers<3>("--point", arguments.point);
         request.plane.normal = ParseNumbers<3>("--normal", arguments.normal);
         if (!arguments.up.empty()) request.plane.up = ParseNumbers<3>("--up", arguments.up);
     }
@@ -123,8 +123,8 @@ void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
         verb.add_option("--index", request.index, "Which one, counted from 0 along the volume's axis (the middle one)");
     CLI::Option* const all = verb.add_flag("--all", request.all, "All of the view: FILE is a folder for them");
     CLI::Option* const sheet = verb.add_flag("--sheet", request.sheet, "All of the view, small, on one picture");
-    CLI::Option* const point =
-        verb.add_option("--point", arguments.point, "x,y,z in patient millimetres (LPS): the middle");
+    CLI::Option* const point = verb.add_option(
+        "--point", arguments.point, "x,y,z in patient millimetres (LPS): the picture's middle (that of the volume)");
     CLI::Option* const normal =
         verb.add_option("--normal", arguments.normal, "a,b,c across the plane; its sign does not matter");
     CLI::Option* const up =
@@ -132,9 +132,9 @@ void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
     index->needs(view)->excludes(all)->excludes(sheet);
     all->needs(view);
     sheet->needs(view);
-    point->needs(normal)->excludes(view);
-    normal->needs(point);
-    up->needs(point);
+    normal->excludes(view);
+    point->needs(normal);
+    up->needs(normal);
 }
 
 void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
