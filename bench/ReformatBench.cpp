@@ -1,4 +1,4 @@
-// usage: bench_reformat [--rounds=N] [--size=N] [--slices=N]
+// usage: bench_reformat [--rounds=N] [--size=N] [--slices=N] [--wide=0]
 //
 // Whole volumes of 16-bit voxels in every view plane, beside `memcpy` of as many bytes into fresh memory. Each round
 // runs everything once, so that what disturbs the machine disturbs all; ratios are medians of the ratios within a
@@ -35,6 +35,7 @@ struct Sizes {
     int rounds = 9;
     int size = 512;
     int slices = 300;
+    int wide = 1;
 };
 
 Holder Share(CVolume* volume) {
@@ -95,7 +96,7 @@ Holder CopyHuge(CVolume& source) {
     return {fresh, platform::FreeBuffer};
 }
 
-void AddViews(std::vector<Row>& rows, CVolume& source, bool resampled) {
+void AddViews(std::vector<Row>& rows, CVolume& source, bool resampled, bool wide) {
     static constexpr struct {
         const char* name;
         VolumePlane plane;
@@ -109,6 +110,7 @@ void AddViews(std::vector<Row>& rows, CVolume& source, bool resampled) {
     };
     for (const auto& view : kViews) {
         CVolumeReformatter reformatter;
+        reformatter.AllowWideVectors(wide);
         if (resampled) reformatter.SetZSampling(CVolumeReformatter::ZS_ALWAYS);
         auto job = [&source, &view, reformatter]() mutable {
             return Share(reformatter.Reformat(source, view.plane, view.flip1, true));
@@ -149,6 +151,7 @@ Sizes ReadArguments(int argc, char** argv) {
         take("--rounds=", sizes.rounds);
         take("--size=", sizes.size);
         take("--slices=", sizes.slices);
+        take("--wide=", sizes.wide);
     }
     return sizes;
 }
@@ -164,8 +167,8 @@ int main(int argc, char** argv) {
     const std::size_t bytes = GetBytes(source);
     rows.push_back({"memcpy", 0, [&source] { return CopyPlain(source); }, bytes});
     rows.push_back({"memcpy, huge pages", 0, [&source] { return CopyHuge(source); }, bytes});
-    AddViews(rows, source, false);
-    AddViews(rows, *static_cast<CVolume*>(uneven.get()), true);
+    AddViews(rows, source, false, sizes.wide != 0);
+    AddViews(rows, *static_cast<CVolume*>(uneven.get()), true, sizes.wide != 0);
     for (int round = 0; round < std::max(sizes.rounds, 1); ++round) {
         for (Row& row : rows) {
             const auto begin = std::chrono::steady_clock::now();

@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
-#include <numeric>
 #include <string>
 
 namespace {
@@ -27,6 +27,14 @@ unsigned char* At(CVolume& volume, int column, int row, int plane) {
     volume.GetDimensions(dim);
     const std::size_t voxel = static_cast<std::size_t>(row) * static_cast<std::size_t>(dim[0]) + column;
     return static_cast<unsigned char*>(volume.GetPlane(plane)->m_pData) + voxel * volume.GetTypeSize();
+}
+
+// Calls `work` with column, row and plane of every voxel.
+template <typename Work>
+void ForEach(CVolume& volume, const Work& work) {
+    int dim[4];
+    volume.GetDimensions(dim);
+    for (int i = 0; i < dim[0] * dim[1] * dim[2]; ++i) work(i % dim[0], i / dim[0] % dim[1], i / (dim[0] * dim[1]));
 }
 
 template <typename T>
@@ -47,14 +55,10 @@ VolumePointer Make(CVolume::PixelType type, int nx, int ny, const std::vector<fl
     float space[4] = {0.8F, 1.2F, 2, 7};
     volume->SetSpacing(space);
     Orient(*volume, {{0, 0.6, 0.8}, {0, -0.8, 0.6}}, planeZ);
-    for (int k = 0; k < nz; ++k) {
-        for (int r = 0; r < ny; ++r) {
-            for (int c = 0; c < nx; ++c) {
-                const T each = static_cast<T>(value(c, r, k));
-                std::memcpy(At(*volume, c, r, k), &each, sizeof each);
-            }
-        }
-    }
+    ForEach(*volume, [&](int c, int r, int k) {
+        const T each = static_cast<T>(value(c, r, k));
+        std::memcpy(At(*volume, c, r, k), &each, sizeof each);
+    });
     return volume;
 }
 
@@ -87,19 +91,15 @@ int CountWrong(CVolume& source, CVolume& result, int plane, int flips) {
     EXPECT_EQ(dim[0], raw[axes.m_Horizontal]);
     EXPECT_EQ(dim[1], raw[axes.m_Vertical]);
     EXPECT_EQ(dim[2], raw[axes.m_Slice]);
-    for (int k = 0; k < dim[2]; ++k) {
-        for (int r = 0; r < dim[1]; ++r) {
-            for (int c = 0; c < dim[0]; ++c) {
-                at[axes.m_Horizontal] = (flips & 1) != 0 ? dim[0] - 1 - c : c;
-                at[axes.m_Vertical] = (flips & 2) != 0 ? dim[1] - 1 - r : r;
-                for (const int reversed : {0, 1}) {
-                    at[axes.m_Slice] = reversed != 0 ? dim[2] - 1 - k : k;
-                    const bool same = std::memcmp(At(result, c, r, k), At(source, at[0], at[1], at[2]), sizeof(T)) == 0;
-                    wrong[reversed] += same ? 0 : 1;
-                }
-            }
+    ForEach(result, [&](int c, int r, int k) {
+        at[axes.m_Horizontal] = (flips & 1) != 0 ? dim[0] - 1 - c : c;
+        at[axes.m_Vertical] = (flips & 2) != 0 ? dim[1] - 1 - r : r;
+        for (const int reversed : {0, 1}) {
+            at[axes.m_Slice] = reversed != 0 ? dim[2] - 1 - k : k;
+            const bool same = std::memcmp(At(result, c, r, k), At(source, at[0], at[1], at[2]), sizeof(T)) == 0;
+            wrong[reversed] += same ? 0 : 1;
         }
-    }
+    });
     return std::min(wrong[0], wrong[1]);
 }
 
@@ -138,22 +138,22 @@ TEST(CVolumeReformatter, PermutesEveryTypeBitForBit) {
 }
 
 TEST(CVolumeReformatter, NoVoxelMovesInThePatient) {
-    for (const bool descending : {false, true}) {
+    for (const char* order : {"ascending", "descending", "tilted"}) {  // offsets of planes stay where planes stay
+        const bool descending = order[0] == 'd', tilted = order[0] == 't';
         const auto id = [](int c, int r, int k) { return c + 5 * (r + 4 * k); };
         const VolumePointer source = Make<std::int32_t>(CVolume::PT_LONG, 5, 4, Even(3, descending), true, id);
         source->SetMin(-7);
         source->SetMax(59);
+        for (int k = 0; tilted && k < 3; ++k) source->GetPlane(k)->m_Org[k % 2] += 0.4F * static_cast<float>(k - 1);
         for (int view = 0; view < 24; ++view) {
+            if (tilted && view / 4 != VP_XY && view / 4 != VP_YX) continue;
             const VolumePointer result = Reformat(*source, view / 4, view % 4);
-            int dim[4];
-            result->GetDimensions(dim);
-            for (int i = 0; i < dim[0] * dim[1] * dim[2]; ++i) {
-                const int c = i % dim[0], r = i / dim[0] % dim[1], k = i / (dim[0] * dim[1]);
+            ForEach(*result, [&](int c, int r, int k) {
                 const int from = Get<std::int32_t>(*result, c, r, k);
                 const Point is = PatientPoint(*result, c, r, k);
                 const Point was = PatientPoint(*source, from % 5, from / 5 % 4, from / 20);
-                for (std::size_t axis = 0; axis < 3; ++axis) ASSERT_NEAR(is[axis], was[axis], 1e-4) << view;
-            }
+                for (std::size_t axis = 0; axis < 3; ++axis) ASSERT_NEAR(is[axis], was[axis], 1e-4) << order << view;
+            });
             EXPECT_EQ(result->GetPlane(1)->m_Org[2] < result->GetPlane(0)->m_Org[2], descending);
             EXPECT_TRUE(result->GetNRefs() == 1 && result->GetMin() == -7 && result->GetMax() == 59);
             EXPECT_NE(result->MapVoxToZInterp(0), nullptr);
@@ -174,18 +174,15 @@ TEST(CVolumeReformatter, SamplesUnevenPlanesByTheSmoothedCurve) {
         for (const int plane : {VP_XY, VP_YZ, VP_ZX, VP_ZY}) {
             const VolumePointer result = Reformat(*source, plane, 0);
             ViewAxes axes;
-            int dim[4], at[3];
             FindViewAxes(static_cast<VolumePlane>(plane), axes);
+            const int along = axes.m_Horizontal == 2 ? 0 : axes.m_Vertical == 2 ? 1 : 2;
+            int dim[4];
             result->GetDimensions(dim);
-            ASSERT_EQ(dim[axes.m_Horizontal == 2 ? 0 : axes.m_Vertical == 2 ? 1 : 2], 5);
-            for (at[0] = 0; at[0] < dim[0]; ++at[0]) {
-                for (at[1] = 0; at[1] < dim[1]; ++at[1]) {
-                    for (at[2] = 0; at[2] < dim[2]; ++at[2]) {
-                        const double z = wanted[at[axes.m_Horizontal == 2 ? 0 : axes.m_Vertical == 2 ? 1 : 2]];
-                        ASSERT_NEAR(static_cast<double>(Get<T>(*result, at[0], at[1], at[2])), z, tolerance) << plane;
-                    }
-                }
-            }
+            ASSERT_EQ(dim[along], 5);
+            ForEach(*result, [&](int c, int r, int k) {
+                const int at[] = {c, r, k};
+                ASSERT_NEAR(static_cast<double>(Get<T>(*result, c, r, k)), wanted[at[along]], tolerance) << plane;
+            });
         }
     };
     check(std::int16_t{}, CVolume::PT_SHORT, -32768, 32767, 0.51);
@@ -204,9 +201,10 @@ TEST(CVolumeReformatter, WideVectorsBlendAlike) {
                                                         true, [](int, int, int) { return 0; });
         auto* const bytes = static_cast<unsigned char*>(source->GetVolumePt());
         const int rowBytes = 77 * source->GetTypeSize();
-        for (int i = 0; i < rowBytes * 25; ++i)
-            bytes[i] =
-                static_cast<unsigned char>((noise = noise * 1664525U + 1) >> 25);  // no NaN: of two, either may win
+        for (int i = 0; i < rowBytes * 25; ++i) {
+            noise = noise * 1664525U + 1;
+            bytes[i] = static_cast<unsigned char>(noise >> 25);  // no NaN: of two, either may win
+        }
         const VolumePointer wide = Reformat(*source, VP_XY, 0);
         const VolumePointer plain = Reformat(*source, VP_XY, 2);
         for (int i = 0; i < 50; ++i) {
@@ -229,10 +227,8 @@ TEST(CVolumeReformatter, ChoosesHowZIsSampled) {
         result->GetDimensions(dim);
         result->GetSpacing(space);
         for (int k = 0; k < dim[2]; ++k) {
-            const Point point = PatientPoint(*result, 0, 0, k);
-            const Point first = PatientPoint(source, 0, 0, 0);
-            const double away = std::sqrt(std::pow(point[0] - first[0], 2) + std::pow(point[1] - first[1], 2) +
-                                          std::pow(point[2] - first[2], 2));
+            const Point from = PatientPoint(source, 0, 0, 0), to = PatientPoint(*result, 0, 0, k);
+            const double away = std::hypot(to[0] - from[0], to[1] - from[1], to[2] - from[2]);
             text += std::to_string(Get<std::uint8_t>(*result, 0, 0, k)) + "@" + std::to_string(std::lround(away)) + " ";
         }
         return text + "/" + std::to_string(space[2]).substr(0, 4);
@@ -242,22 +238,6 @@ TEST(CVolumeReformatter, ChoosesHowZIsSampled) {
     EXPECT_EQ(planes(*uneven, R::ZS_NEVER), "0@0 1@2 2@5 3@6 /2.00");
     EXPECT_EQ(planes(*even, R::ZS_UNEVEN), "0@0 1@3 2@6 /3.00");
     EXPECT_EQ(planes(*even, R::ZS_ALWAYS), "0@0 0@1 1@2 1@3 1@4 2@5 2@6 /1.00");
-}
-
-TEST(CVolumeReformatter, TiltedStacksKeepTheirOffsets) {
-    const VolumePointer source = Make<std::uint8_t>(CVolume::PT_BYTE, 3, 4, Even(3, false), true,
-                                                    [](int c, int r, int k) { return c + 3 * r + 12 * k; });
-    for (int k = 0; k < 3; ++k) source->GetPlane(k)->m_Org[1] += 0.4F * static_cast<float>(k - 1);
-    for (const int flips : {0, 1, 2, 3}) {
-        const VolumePointer result = Reformat(*source, VP_YX, flips);
-        for (int i = 0; i < 36; ++i) {
-            const int c = i % 4, r = i / 4 % 3, k = i / 12;
-            const int from = Get<std::uint8_t>(*result, c, r, k);
-            const Point is = PatientPoint(*result, c, r, k);
-            const Point was = PatientPoint(*source, from % 3, from / 3 % 4, from / 12);
-            for (std::size_t axis = 0; axis < 3; ++axis) ASSERT_NEAR(is[axis], was[axis], 1e-4);
-        }
-    }
 }
 
 TEST(CVolumeReformatter, TellsItsProgressAndStops) {
@@ -283,41 +263,28 @@ TEST(CVolumeReformatter, TellsItsProgressAndStops) {
 }
 
 TEST(CVolumeReformatter, RefusesWhatItCannotRead) {
-    const auto error = [](auto spoil) {
+    using V = CVolume;
+    const auto error = [](const std::function<void(V&)>& spoil, int plane = VP_XZ) {
         const VolumePointer source =
-            Make<std::uint8_t>(CVolume::PT_BYTE, 2, 2, {0, 2, 3}, false, [](int, int, int) { return 1; });
-        VolumePlane plane = VP_XZ;
-        spoil(*source, plane);
+            Make<std::uint8_t>(V::PT_BYTE, 2, 2, {0, 2, 3}, false, [](int, int, int) { return 1; });
+        spoil(*source);
         CVolumeReformatter reformatter;
-        EXPECT_EQ(reformatter.GetPlaneCount(*source, plane), 0);
-        EXPECT_EQ(reformatter.Reformat(*source, plane, true, true), nullptr);
+        EXPECT_EQ(reformatter.GetPlaneCount(*source, static_cast<VolumePlane>(plane)), 0);
+        EXPECT_EQ(reformatter.Reformat(*source, static_cast<VolumePlane>(plane), true, true), nullptr);
         return reformatter.GetError();
     };
-    const auto space = [](float x) {
-        return [x](CVolume& volume, VolumePlane&) {
-            float values[4] = {x, x, 1, 0};
-            volume.SetSpacing(values);
-        };
-    };
-    const auto planeZ = [](float z) { return [z](CVolume& v, VolumePlane&) { v.GetPlane(1)->m_Org[2] = z; }; };
-    EXPECT_EQ(error([](CVolume&, VolumePlane& plane) { plane = static_cast<VolumePlane>(6); }), "no view plane");
-    EXPECT_EQ(error([](CVolume&, VolumePlane& plane) { plane = static_cast<VolumePlane>(-1); }), "no view plane");
-    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.Free(); }), "volume without planes");
-    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.Init(CVolume::PT_BYTE, 2, 2, 2, 1); }),
-              "volume without pixels");
-    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.Init(CVolume::PT_BYTE, 2, 2, 2, 3); }),
-              "volume with other than one component");
-    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) { volume.SetType(static_cast<CVolume::PixelType>(9)); }),
-              "volume of an unknown pixel type");
+    const auto space = [](float x) { return [x](V& v) { v.SetSpacing(std::array{x, x, 1.0F, 0.0F}.data()); }; };
+    const auto planeZ = [](float z) { return [z](V& v) { v.GetPlane(1)->m_Org[2] = z; }; };
+    for (const int plane : {-1, 6}) EXPECT_EQ(error([](V&) {}, plane), "no view plane");
+    EXPECT_EQ(error([](V& v) { v.Free(); }), "volume without planes");
+    EXPECT_EQ(error([](V& v) { v = V(); }), "volume without planes");
+    EXPECT_EQ(error([](V& v) { v.Init(V::PT_BYTE, 2, 2, 2, 1); }), "volume without pixels");
+    EXPECT_EQ(error([](V& v) { v.Init(V::PT_BYTE, 2, 2, 2, 3); }), "volume with other than one component");
+    EXPECT_EQ(error([](V& v) { v.SetType(static_cast<V::PixelType>(9)); }), "volume of an unknown pixel type");
     for (const float bad : {0.0F, -1.0F, kNan})
         EXPECT_EQ(error(space(bad)), "volume with a spacing that is not positive");
     EXPECT_EQ(error(space(1e-7F)), "volume too long for its voxel size");
     EXPECT_EQ(error(planeZ(kNan)), "volume with a position that is not finite");
     EXPECT_EQ(error(planeZ(99)), "volume with planes out of order");
-    EXPECT_EQ(error([](CVolume& volume, VolumePlane&) {
-                  Orient(volume, {{1, 0, 0}, {1, 0, 0}}, {0, 2, 3});
-              }),
-              "volume without directions");
-    CVolume none;
-    EXPECT_EQ(CVolumeReformatter().Reformat(none, VP_XY, false, false), nullptr);
+    EXPECT_EQ(error([](V& v) { Orient(v, {{1, 0, 0}, {1, 0, 0}}, {0, 2, 3}); }), "volume without directions");
 }

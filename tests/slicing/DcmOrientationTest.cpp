@@ -31,30 +31,12 @@ std::string Views(const std::string& orientation) {
 }
 
 // Letters of row and column; axial, coronal, sagittal.
-constexpr char kViews[] = "LA 0b 2 1\n"
-                          "LP 0 2 1\n"
-                          "RA 0ab 2 1\n"
-                          "RP 0a 2 1\n"
-                          "LF 2b 0 4a\n"
-                          "LH 2ab 0b 4b\n"
-                          "RF 2 0ab 4ab\n"
-                          "RH 2 0a 4\n"
-                          "AL 5b 3 4\n"
-                          "AR 5ab 3 4\n"
-                          "PL 5 3 4\n"
-                          "PR 5a 3 4\n"
-                          "AF 3 4a 0ab\n"
-                          "AH 3 4ab 0a\n"
-                          "PF 3 4 0\n"
-                          "PH 3 4b 0b\n"
-                          "FL 3 5 1\n"
-                          "FR 3 5 1\n"
-                          "HL 3 5 1\n"
-                          "HR 3 5 1\n"
-                          "FA 2 1 5\n"
-                          "FP 2 1 5\n"
-                          "HA 2 1 5\n"
-                          "HP 2 1 5\n";
+constexpr char kViews[] = "LA 0b 2 1\nLP 0 2 1\nRA 0ab 2 1\nRP 0a 2 1\n"
+                          "LF 2b 0 4a\nLH 2ab 0b 4b\nRF 2 0ab 4ab\nRH 2 0a 4\n"
+                          "AL 5b 3 4\nAR 5ab 3 4\nPL 5 3 4\nPR 5a 3 4\n"
+                          "AF 3 4a 0ab\nAH 3 4ab 0a\nPF 3 4 0\nPH 3 4b 0b\n"
+                          "FL 3 5 1\nFR 3 5 1\nHL 3 5 1\nHR 3 5 1\n"
+                          "FA 2 1 5\nFP 2 1 5\nHA 2 1 5\nHP 2 1 5\n";
 
 }  // namespace
 

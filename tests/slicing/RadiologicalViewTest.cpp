@@ -59,20 +59,6 @@ TEST(RadiologicalView, EveryOrientationAndSliceOrder) {
     }
 }
 
-TEST(RadiologicalView, AgreesWithTheTableOnPlainAxialSeries) {  // whose first plane is the one nearest to the head
-    CVolume volume;
-    volume.Init(CVolume::PT_BYTE, 3, 3, 3, 1);
-    Orient(volume, {{1, 0, 0}, {0, 1, 0}}, {0, 1, 2});
-    for (const auto ortho : {DcmOrientation::OP_AXIAL, DcmOrientation::OP_CORONAL, DcmOrientation::OP_SAGITTAL}) {
-        RawView view;
-        bool flip1, flip2;
-        EXPECT_TRUE(RadiologicalView(volume, ortho, view));
-        EXPECT_EQ(view.m_Plane, DcmOrientation::TranslateToRawPlane("L\\P\\", ortho, flip1, flip2));
-        EXPECT_EQ(view.m_bFlip1, flip1);
-        EXPECT_EQ(view.m_bFlip2, flip2);
-    }
-}
-
 TEST(RadiologicalView, NoDirections) {
     constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
     for (const Orientation& bad : {Orientation{{0, 0, 0}, {0, 1, 0}}, Orientation{{1, 0, 0}, {-2, 0, 0}},
@@ -86,14 +72,11 @@ TEST(RadiologicalView, NoDirections) {
     }
     CVolume empty;
     RawView view;
-    EXPECT_TRUE(RadiologicalView(empty, DcmOrientation::OP_CORONAL, view));
-    EXPECT_EQ(view.m_Plane, VP_XZ);
-    EXPECT_FALSE(RadiologicalView(empty, static_cast<DcmOrientation::OrthoPlane>(3), view));
-    EXPECT_EQ(view.m_Plane, VP_XY);
+    EXPECT_TRUE(RadiologicalView(empty, DcmOrientation::OP_CORONAL, view) && view.m_Plane == VP_XZ);
+    EXPECT_FALSE(RadiologicalView(empty, static_cast<DcmOrientation::OrthoPlane>(3), view) || view.m_Plane != VP_XY);
 }
 
 TEST(ViewAxes, NamesAndTransposes) {
-    const char kNames[] = "xyz";
     std::string all;
     for (int plane = -1; plane <= 6; ++plane) {
         ViewAxes axes;
@@ -101,11 +84,10 @@ TEST(ViewAxes, NamesAndTransposes) {
         if (!FindViewAxes(static_cast<VolumePlane>(plane), axes)) continue;
         EXPECT_TRUE(FindViewPlane(axes.m_Horizontal, axes.m_Vertical, back));
         EXPECT_EQ(back, plane);
-        const char view[4] = {kNames[axes.m_Horizontal], kNames[axes.m_Vertical], kNames[axes.m_Slice], ' '};
-        all.append(view, 4);
+        for (const int axis : {axes.m_Horizontal, axes.m_Vertical, axes.m_Slice}) all += "xyz"[axis];
+        all += ' ';
     }
     EXPECT_EQ(all, "xyz yzx xzy zxy zyx yxz ");
     VolumePlane none = VP_ZY;
-    EXPECT_FALSE(FindViewPlane(1, 1, none));
-    EXPECT_EQ(none, VP_ZY);
+    EXPECT_FALSE(FindViewPlane(1, 1, none) || none != VP_ZY);
 }
