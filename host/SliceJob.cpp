@@ -128,9 +128,9 @@ void SliceJob::WriteSheet() {
     StopIfInterrupted();
     m_Files.Commit();
     std::printf("wrote %s\n", Visible(m_Files.GetNames().front()).c_str());
-    Report("all " + std::to_string(m_View.count) + " " + m_Request.viewName + " planes, " +
-           std::to_string(sheet.GetColumns()) + " in a row, each " + std::to_string(sheet.GetFactor()) +
-           " times smaller than its");
+    Report("all " + std::to_string(m_View.count) + " " + m_Request.viewName + " planes in rows of " +
+               std::to_string(sheet.GetColumns()),
+           sheet.GetFactor());
 }
 
 void SliceJob::WriteSlice(const std::string& path) {
@@ -195,9 +195,10 @@ Annotation SliceJob::MakeAnnotation(double pixelSize) const {
     return annotation;
 }
 
-void SliceJob::Report(const std::string& what) const {
-    std::printf("%s, %d x %d pixels of %s mm\n", what.c_str(), m_Slice.GetWidth(), m_Slice.GetHeight(),
-                ShortNumber(m_Slice.GetPixelSize()[0]).c_str());
+void SliceJob::Report(const std::string& what, int factor) const {
+    const int round = factor - 1;
+    std::printf("%s, %d x %d pixels of %s mm\n", what.c_str(), (m_Slice.GetWidth() + round) / factor,
+                (m_Slice.GetHeight() + round) / factor, ShortNumber(m_Slice.GetPixelSize()[0] * factor).c_str());
     const Vector right = m_Slice.DirectionToDicom(m_Slice.GetRow());
     const Vector down = m_Slice.DirectionToDicom(m_Slice.GetColumn());
     if (m_Series.GetPlace().hasOrientation) {

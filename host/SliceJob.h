@@ -44,7 +44,7 @@ private:
     Picture MakePicture();
     Annotation MakeAnnotation(double pixelSize) const;
     int ChooseIndex() const;
-    void Report(const std::string& what) const;
+    void Report(const std::string& what, int factor = 1) const;  // how many times smaller the pictures became
 
     const SliceRequest& m_Request;
     SeriesVolume& m_Series;

@@ -198,7 +198,7 @@ def many():
     tiles = [read_png(WORK / "all" / name)[0] for name in names]
     assert all((picture(source, "--view", "axial", "--index", number)[0] == tiles[number]).all() for number in (0, 5))
     sheet, out = picture(source, "--view", "axial", "--all", "--sheet")
-    assert sheet.shape == (4 * 87 + 2, 2 * 102 + 2) and "2 in a row" in out, sheet.shape
+    assert sheet.shape == (4 * 87 + 2, 2 * 102 + 2) and "in rows of 2, 100 x 85 pixels" in out, sheet.shape
     for number, tile in enumerate(tiles):
         y, x = 2 + number // 2 * 87, 2 + number % 2 * 102
         means = numpy.floor(tile.reshape(85, 2, 100, 2).mean(axis=(1, 3)) + 0.5)
