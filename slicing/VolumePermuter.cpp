@@ -68,7 +68,8 @@ void VolumePermuter::PlanTiles() {
     const bool blended = m_Across == 1 || std::any_of(m_Samples.begin(), m_Samples.end(),
                                                       [](const ZSample& sample) { return sample.m_Weight > 0; });
     if (m_Turn.m_Axes.m_Vertical == m_Across) {
-        const std::size_t most = std::max<std::size_t>(blended ? kScratchBytes / blockBytes : kRunBytes, 1);
+        const std::size_t most =
+            std::max<std::size_t>(blended ? kScratchBytes / std::max<std::size_t>(blockBytes, 1) : kRunBytes, 1);
         m_Group = static_cast<int>(std::min((kRunBytes + lineBytes - 1) / lineBytes, most));
         m_TileStride = static_cast<std::size_t>(m_Group) * lineBytes + kTileRowBytes;  // not at powers of two
     } else {
@@ -76,7 +77,12 @@ void VolumePermuter::PlanTiles() {
     }
     m_Rows.resize(static_cast<std::size_t>(m_Group) * (lineBytes / m_Size));
     m_Scratch.resize(blended ? static_cast<std::size_t>(m_Group) * blockBytes : 0);
-    m_Tile.resize(kTileRowBytes / m_Size * m_TileStride);
+    m_Tile.resize(static_cast<std::size_t>(GetTileColumns()) * m_TileStride);
+}
+
+// No more than there are: a tile of a narrow volume with endless rows would not fit where the volume does.
+int VolumePermuter::GetTileColumns() const {
+    return std::min(static_cast<int>(kTileRowBytes / m_Size), GetCount(0));
 }
 
 void VolumePermuter::DoStep(int step) {
@@ -165,7 +171,7 @@ void VolumePermuter::GatherRows(int begin, int end) {
 }
 
 void VolumePermuter::WriteTiles(int begin, int end) {
-    const int columns = static_cast<int>(kTileRowBytes / m_Size);
+    const int columns = GetTileColumns();
     for (int first = 0; first < GetCount(0); first += columns) {
         const int width = std::min(columns, GetCount(0) - first);
         if (m_Turn.m_Axes.m_Vertical == m_Across) {

@@ -36,6 +36,7 @@ private:
     const unsigned char* GetRow(int y, int z, unsigned char* scratch) const;
     void PlanLines();
     void PlanTiles();
+    int GetTileColumns() const;
     void CopyLines(int begin, int end);
     void CopyLine(int y, int z);
     void GatherRows(int begin, int end);
