@@ -350,15 +350,17 @@ int Argument(int argc, char** argv, std::string_view name, int value) {
 
 int main(int argc, char** argv) {
     const double h = std::sqrt(0.5);
+    // Where rows cross planes or rows of the volume, memory sets the pace for both sides (see "limit"): about y and z
+    // that leaves less than about x, and in the sagittal plane itself, where VTK has a loop of its own, nothing.
     const Orientation orientations[] = {
         {"axial", {1, 0, 0}, {0, 1, 0}, {0, 0}, {1.6, 0}},
         {"45 about x", {1, 0, 0}, {0, h, h}, {6, 2}, {1.6, 0}},
-        {"45 about y", {h, 0, h}, {0, 1, 0}, {6, 2}, {1.6, 0}},
-        {"45 about z", {h, h, 0}, {0, 0, 1}, {6, 2}, {1.6, 0}},
+        {"45 about y", {h, 0, h}, {0, 1, 0}, {4, 2}, {1.6, 0}},
+        {"45 about z", {h, h, 0}, {0, 0, 1}, {4, 2}, {1.6, 0}},
         {"double oblique", {0.8, 0.36, 0.48}, {0, 0.8, -0.6}, {6, 2}, {1.6, 0}},
         {"near sagittal", {0.02, 1, 0.01}, {0.03, -0.01, 1}, {2.5, 0}, {1.6, 0}},
         {"near sagittal, turned", {0.03, -0.01, 1}, {0.02, 1, 0.01}, {2.5, 0}, {1.6, 0}},
-        {"sagittal", {0, 1, 0}, {0, 0, 1}, {2.5, 0}, {1.6, 0}},
+        {"sagittal", {0, 1, 0}, {0, 0, 1}, {0, 0}, {0, 0}},
         {"coronal", {1, 0, 0}, {0, 0, 1}, {0, 0}, {1.6, 0}},
     };
     int failed = 0;

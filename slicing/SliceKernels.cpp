@@ -8,32 +8,69 @@ namespace korvane_detail {
 
 namespace {
 
-template <typename Pixel, typename Number, bool kEven, bool kShaped>
-void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
+// Samples are worked through some at a time: first their voxels are fetched, one by one, then they are mixed in loops
+// that the compiler makes vectors of.
+constexpr int kBlock = 64;
+
+template <typename Pixel, typename Number>
+struct Block {
+    Pixel m_Voxels[8][kBlock];  // bit 0: the next column, bit 1: the next row, bit 2: the next plane
+    Number m_Column[kBlock];
+    Number m_Row[kBlock];
+    Number m_Plane[kBlock];
+};
+
+template <bool kEven, typename Pixel, typename Number>
+void Fetch(const SliceView& view, const SliceRun& run, int count, Block<Pixel, Number>& block) {
     const std::int32_t lastColumn = std::max(view.m_Columns - 2, 0);
     const std::int32_t lastRow = std::max(view.m_Rows - 2, 0);
     const std::size_t nextColumn = view.m_Columns > 1 ? sizeof(Pixel) : 0;
     const std::size_t nextRow = view.m_Rows > 1 ? view.m_RowBytes : 0;
     std::int64_t x = run.m_Start[0], y = run.m_Start[1], z = run.m_Start[2];
-    for (int i = 0; i < run.m_Count; ++i) {
+    for (int i = 0; i < count; ++i) {
         const Place<Number> column = Locate<Number>(x, lastColumn);
         const Place<Number> row = Locate<Number>(y, lastRow);
         const Place<Number> plane = LocatePlane<kEven, Number>(view, z);
         const std::size_t offset = static_cast<std::size_t>(row.m_Low) * view.m_RowBytes +
                                    static_cast<std::size_t>(column.m_Low) * sizeof(Pixel);
-        const auto alongX = [&](const unsigned char* address) {
-            return Mix(static_cast<Number>(LoadVoxel<Pixel>(address)),
-                       static_cast<Number>(LoadVoxel<Pixel>(address + nextColumn)), column.m_Weight);
-        };
-        const auto alongXY = [&](const unsigned char* data) {
-            return Mix(alongX(data + offset), alongX(data + offset + nextRow), row.m_Weight);
-        };
-        const Number weight = kShaped ? Shape(plane.m_Weight) : plane.m_Weight;
-        const unsigned char* const* const data = view.m_pPlanes + plane.m_Low;
-        static_cast<Number*>(out)[i] = Mix(alongXY(data[0]), alongXY(data[1]), weight);
+        for (std::size_t deep = 0; deep < 2; ++deep) {
+            const unsigned char* const from = view.m_pPlanes[static_cast<std::size_t>(plane.m_Low) + deep] + offset;
+            block.m_Voxels[4 * deep][i] = LoadVoxel<Pixel>(from);
+            block.m_Voxels[4 * deep + 1][i] = LoadVoxel<Pixel>(from + nextColumn);
+            block.m_Voxels[4 * deep + 2][i] = LoadVoxel<Pixel>(from + nextRow);
+            block.m_Voxels[4 * deep + 3][i] = LoadVoxel<Pixel>(from + nextRow + nextColumn);
+        }
+        block.m_Column[i] = column.m_Weight;
+        block.m_Row[i] = row.m_Weight;
+        block.m_Plane[i] = plane.m_Weight;
         x += run.m_Step[0];
         y += run.m_Step[1];
         z += run.m_Step[2];
+    }
+}
+
+template <bool kShaped, typename Pixel, typename Number>
+void MixBlock(const Block<Pixel, Number>& block, int count, Number* out) {
+    for (int i = 0; i < count; ++i) {
+        const auto alongX = [&](int corner) {
+            return Mix(static_cast<Number>(block.m_Voxels[corner][i]),
+                       static_cast<Number>(block.m_Voxels[corner + 1][i]), block.m_Column[i]);
+        };
+        const Number low = Mix(alongX(0), alongX(2), block.m_Row[i]);
+        const Number high = Mix(alongX(4), alongX(6), block.m_Row[i]);
+        out[i] = Mix(low, high, kShaped ? Shape(block.m_Plane[i]) : block.m_Plane[i]);
+    }
+}
+
+template <typename Pixel, typename Number, bool kEven, bool kShaped>
+void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
+    Block<Pixel, Number> block;
+    SliceRun rest = run;
+    for (auto* to = static_cast<Number*>(out); rest.m_Count > 0; to += kBlock) {
+        const int count = std::min(rest.m_Count, kBlock);
+        Fetch<kEven>(view, rest, count, block);
+        MixBlock<kShaped>(block, count, to);
+        rest.Skip(count);
     }
 }
 
