@@ -87,7 +87,7 @@ int VolumePermuter::GetTileColumns() const {
 
 void VolumePermuter::DoStep(int step) {
     const int begin = step * m_Group;
-    const int end = std::min(begin + m_Group, GetCount(m_Across));
+    const int end = begin + std::min(m_Group, GetCount(m_Across) - begin);
     if (m_Turn.m_Axes.m_Horizontal == 0) {
         CopyLines(begin, end);
     } else {
@@ -172,8 +172,8 @@ void VolumePermuter::GatherRows(int begin, int end) {
 
 void VolumePermuter::WriteTiles(int begin, int end) {
     const int columns = GetTileColumns();
-    for (int first = 0; first < GetCount(0); first += columns) {
-        const int width = std::min(columns, GetCount(0) - first);
+    for (int first = 0, width = 0; first < GetCount(0); first += width) {
+        width = std::min(columns, GetCount(0) - first);
         if (m_Turn.m_Axes.m_Vertical == m_Across) {
             WriteTilesAcross(begin, end, first, width);
         } else {

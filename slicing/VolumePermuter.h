@@ -24,7 +24,7 @@ public:
     /// volumes and the sampler must outlive the object. `wide`: use the processor's wider vectors, if any.
     VolumePermuter(CVolume& source, CVolume& result, const ZSampler& sampler, const ViewTurn& turn, bool wide);
 
-    int GetSteps() const { return (GetCount(m_Across) + m_Group - 1) / m_Group; }
+    int GetSteps() const { return (GetCount(m_Across) - 1) / m_Group + 1; }
     void DoStep(int step);
     /// After the last step, before the result is read.
     static void Finish();
