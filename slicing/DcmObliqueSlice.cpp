@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <numbers>
 #include <optional>
 #include <utility>
@@ -303,7 +305,8 @@ Vector DcmObliqueSlice::GetNormal() const {
 }
 
 std::size_t DcmObliqueSlice::GetPixelCount() const {
-    return static_cast<std::size_t>(m_Width) * static_cast<std::size_t>(m_Height);
+    const std::uint64_t count = static_cast<std::uint64_t>(m_Width) * static_cast<std::uint64_t>(m_Height);
+    return static_cast<std::size_t>(std::min<std::uint64_t>(count, std::numeric_limits<std::size_t>::max()));
 }
 
 FPlane DcmObliqueSlice::GetPlane() const {

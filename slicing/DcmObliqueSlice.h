@@ -111,6 +111,7 @@ public:
     const std::array<double, 2>& GetPixelSize() const { return m_PixelSize; }
     int GetWidth() const { return m_Width; }
     int GetHeight() const { return m_Height; }
+    /// width * height; in a 32-bit program the largest size_t where that does not fit (nor would the memory).
     std::size_t GetPixelCount() const;
 
     /// The plane in the volume frame; its coefficients are the unit normal and the distance.
