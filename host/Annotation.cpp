@@ -12,6 +12,10 @@ constexpr int kColumns = 5;
 constexpr int kRows = 7;
 constexpr int kAdvance = kColumns + 1;
 
+// Smaller pictures are left without what would lie on top of one another.
+constexpr int kLeastWidth = 24;
+constexpr int kLeastHeight = 40;
+
 struct Glyph {
     char character;
     const char* rows[kRows];
@@ -110,13 +114,15 @@ void Annotate(Picture& picture, const Annotation& annotation) {
     const int scale = std::max(1, std::min(width, height) / 160);
     const int margin = 3 * scale;
     Pen pen(picture, scale);
-    const int middle = (height - pen.GetHeight()) / 2;
-    const int lowest = height - margin - pen.GetHeight();
-    pen.Text(margin, middle, annotation.left);
-    pen.Text(width - margin - pen.WidthOf(annotation.right), middle, annotation.right);
-    pen.Text((width - pen.WidthOf(annotation.top)) / 2, margin, annotation.top);
-    pen.Text((width - pen.WidthOf(annotation.bottom)) / 2, lowest, annotation.bottom);
     pen.Text(margin, margin, annotation.corner);
+    if (width >= kLeastWidth) {
+        const int middle = (height - pen.GetHeight()) / 2;
+        pen.Text(margin, middle, annotation.left);
+        pen.Text(width - margin - pen.WidthOf(annotation.right), middle, annotation.right);
+    }
+    if (height < kLeastHeight) return;
+    pen.Text((width - pen.WidthOf(annotation.top)) / 2, margin, annotation.top);
+    pen.Text((width - pen.WidthOf(annotation.bottom)) / 2, height - margin - pen.GetHeight(), annotation.bottom);
     if (annotation.pixelSize > 0) {
         const double length = RoundLength(annotation.pixelSize * width / 4);
         const int bottom = height - margin - scale;

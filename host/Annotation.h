@@ -15,5 +15,5 @@ struct Annotation {
     double pixelSize = 0;  ///< millimetres, for a bar of a round length near a quarter of the width
 };
 
-/// White with a black outline, so that it shows on any ground.
+/// White with a black outline, so that it shows on any ground. Small pictures lack what has no room.
 void Annotate(Picture& picture, const Annotation& annotation);

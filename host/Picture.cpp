@@ -28,6 +28,7 @@ void Picture::Invert() {
 }
 
 Picture Picture::Shrink(int factor) const {
+    if (factor < 2) return *this;
     Picture small((m_Width + factor - 1) / factor, (m_Height + factor - 1) / factor);
     std::vector<std::uint32_t> sums(static_cast<std::size_t>(small.m_Width));
     auto out = small.m_Pixels.begin();
@@ -39,9 +40,9 @@ Picture Picture::Shrink(int factor) const {
                 GetPixels() + static_cast<std::size_t>(row) * static_cast<std::size_t>(m_Width);
             for (int x = 0; x < m_Width; ++x) sums[static_cast<std::size_t>(x / factor)] += from[x];
         }
-        for (int x = 0; x < small.m_Width; ++x) {
-            const auto count = static_cast<std::uint32_t>(rows * std::min(factor, m_Width - x * factor));
-            *out++ = static_cast<std::uint8_t>((sums[static_cast<std::size_t>(x)] + count / 2) / count);
+        for (int left = 0; left < m_Width; left += factor) {
+            const auto count = static_cast<std::uint32_t>(rows * std::min(factor, m_Width - left));
+            *out++ = static_cast<std::uint8_t>((sums[static_cast<std::size_t>(left / factor)] + count / 2) / count);
         }
     }
     return small;
