@@ -179,7 +179,7 @@ def greys():
     check(windowed(plane, 1500, 1000), words="1500,1000 of the series", **own)
     check(windowed(plane, 700.5, 201), "--window", "700.5,201", words="as asked for", **own)
     check(windowed(plane, 700, 1), "--window=700,1")
-    check(windowed(plane * 0.5 - 300, 40, 400), RescaleSlope=0.5, RescaleIntercept=-300, WindowCenter=40, WindowWidth=400)
+    check(windowed(plane * 0.5 - 300, 40, 20), RescaleSlope=0.5, RescaleIntercept=-300, WindowCenter=40, WindowWidth=20)
     check(windowed(-2 * plane, -2000, 900), "--window=-2000,900", RescaleSlope=-2, RescaleIntercept=0)
     check(255 - windowed(plane, 1500, 1000), words="low values bright", PhotometricInterpretation="MONOCHROME1", **own)
     low, high = numpy.sort(voxels.ravel())[[39, 3959]].astype(int)  # of 0 to 3999
