@@ -101,7 +101,7 @@ void SliceJob::WriteFolder() {
     }
     m_Files.Commit();
     std::printf("wrote %s to %s\n", Visible(m_Files.GetNames().front()).c_str(),
-                Visible(PathFromText(m_Files.GetNames().back()).filename().string()).c_str());
+                Visible(TextFromPath(PathFromText(m_Files.GetNames().back()).filename())).c_str());
     Report("all " + std::to_string(m_View.count) + " " + m_Request.viewName + " planes");
 }
 

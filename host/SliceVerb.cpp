@@ -95,14 +95,20 @@ SliceRequest ParseRequest(const Arguments& arguments) {
     return request;
 }
 
-/// Pixels that are no grey values, or that 16 bits do not hold.
+/// Pixels that are no grey values, that the volume would hold as something else, or that 16 bits do not hold.
 void CheckPixels(const SeriesVolume& series, const SliceRequest& request) {
-    const ImageHeader& header = series.GetHeader();
-    if (!series.IsGrey()) throw HostError(header.path + ": " + series.DescribeColours() + " make no grey picture");
-    if (request.raw16 && header.form.allocated > 16) {
-        throw HostError(header.path + ": " + std::to_string(header.form.allocated) +
-                        "-bit pixels do not fit a 16-bit picture");
+    const PixelForm& form = series.GetHeader().form;
+    const std::string bits = std::to_string(form.allocated) + "-bit pixels";
+    std::string what;
+    if (!series.IsGrey()) {
+        what = series.DescribeColours() + " make no grey picture";
+    } else if ((form.allocated != 8 && form.allocated != 16 && form.allocated != 32) ||
+               (form.allocated == 8 && form.isSigned)) {
+        what = (form.isSigned ? "signed " : "") + bits + " cannot be sliced";
+    } else if (request.raw16 && form.allocated > 16) {
+        what = bits + " do not fit into 16 bits";
     }
+    if (!what.empty()) throw HostError(series.GetHeader().path + ": " + what);
 }
 
 void MakeSlices(const Arguments& arguments) {

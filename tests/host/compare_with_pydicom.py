@@ -7,7 +7,7 @@ import subprocess
 import host_test
 import numpy
 import pydicom
-from host_test import SAMPLES, WORK, edited, export, info, phantom, read_volume, stored_values
+from host_test import SAMPLES, WORK, edited, export, info, korvane, phantom, read_volume, stored_values
 from pydicom.dataset import Dataset
 from pydicom.sequence import Sequence
 
@@ -108,11 +108,13 @@ def enhanced(source, order, shared_position=False):
     """The slices of a series as frames of one enhanced object, with the geometry in functional groups."""
     sets = sorted((pydicom.dcmread(path) for path in source.iterdir()), key=lambda ds: int(ds.InstanceNumber))
     whole = sets[0]
-    measures, orientation = Dataset(), Dataset()
+    measures, orientation, window = Dataset(), Dataset(), Dataset()
+    window.WindowCenter, window.WindowWidth = "41", "401"
     measures.PixelSpacing, measures.SliceThickness = whole.PixelSpacing, whole.SliceThickness
     orientation.ImageOrientationPatient = whole.ImageOrientationPatient
     shared = Dataset()
     shared.PixelMeasuresSequence, shared.PlaneOrientationSequence = Sequence([measures]), Sequence([orientation])
+    shared.FrameVOILUTSequence = Sequence([window])
     frames, pixels = [], b""
     for number in order:
         position, rescale, frame = Dataset(), Dataset(), Dataset()
@@ -123,7 +125,7 @@ def enhanced(source, order, shared_position=False):
         frames.append(frame)
         pixels += sets[number].PixelData
     for word in ("ImagePositionPatient", "ImageOrientationPatient", "PixelSpacing", "SliceThickness",
-                 "RescaleIntercept", "RescaleSlope", "SliceLocation"):
+                 "RescaleIntercept", "RescaleSlope", "SliceLocation", "WindowCenter", "WindowWidth"):
         delattr(whole, word)
     whole.SOPClassUID = whole.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2.1"
     whole.SharedFunctionalGroupsSequence = Sequence([shared])
@@ -143,6 +145,7 @@ def multi_frame_objects():
     check(volume, values, False, [*map(float, sets[0].PixelSpacing), (host_test.height(sets[-1]) -
                                                                      host_test.height(sets[0])) / 8])
     assert "stored * 1 + -1024" in out
+    assert "41,401 of the series" in korvane("slice", folder, "--view", "axial", "-o", WORK / "picture.png")[0]
     (series,) = info(folder)
     assert series["directions"] == {"rows": "LP", "columns": "PHR", "slices": "HA"}, series["directions"]
     assert numpy.allclose(series["origin"], [float(value) for value in sets[0].ImagePositionPatient])
