@@ -81,6 +81,8 @@ public:
     bool SetPlane(const Vector& centre, const Vector& row, const Vector& column);
 
     /// By the normal, which points away from the viewer, and a direction that is up in the picture, not parallel to it.
+    /// Both hold in the volume frame, which is a mirror image of the patient where z runs against row x column: for a view
+    /// that is told in patient coordinates, make row and column there and take them to `SetPlane`.
     bool SetPlaneByNormal(const Vector& centre, const Vector& normal, const Vector& up);
 
     bool SetCentre(const Vector& centre);

@@ -138,9 +138,10 @@ void SlabRow::Store(CVolume::PixelType type, const void* background, void* pixel
 
 GreyWindow::GreyWindow(CVolume::PixelType type, double centre, double width) : m_Type(type) {
     const double one = type == CVolume::PT_FLOAT ? 0 : 1;
-    // A width of 1 has nothing between black and white: steep enough for that, and finite.
+    // A width of 1 has nothing between black and white: steep enough for that, and finite. Its border is black.
     m_Scale = 255 / std::max(width - one, 1e-9);
-    m_Offset = 127.5 - (centre - one / 2) * m_Scale + 0.5;  // truncated later: to the nearest
+    const double middle = width > one ? 127.5 + 0.5 : 0;  // truncated later: to the nearest
+    m_Offset = middle - (centre - one / 2) * m_Scale;
 }
 
 template <typename Pixel>
