@@ -259,8 +259,10 @@ TEST(DcmObliqueSlice, PicturesAreWindowed) {
     std::vector<unsigned char> grey(10);
     ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 40, 400));
     EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 128, 128, 255}));
-    ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 41, 1));  // a threshold between 40 and 41
-    EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 0, 255, 255}));
+    for (const double centre : {41.0, 40.5}) {  // a threshold between 40 and 41, and one that is 40, which is black
+        ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), centre, 1));
+        EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 0, 255, 255}));
+    }
     const SlicedVolume fractions({CVolume::PT_FLOAT, 5, 2, {0, 1}},
                                  [&](int i, int, int) { return i == 4 ? kNaN : i * 0.25; });
     slice.SetVolume(fractions.Get());
