@@ -1,15 +1,12 @@
 // Matrices to compare with Eigen, and the errors that single precision explains.
 #pragma once
 
-#include <Korvane/Korvane.h>
+#include "math/Show.h"
 
 #include <Eigen/Dense>
 
-#include <algorithm>
 #include <cmath>
-#include <limits>
 #include <random>
-#include <string>
 
 using Eigen::MatrixXd;
 
@@ -17,11 +14,7 @@ using Eigen::MatrixXd;
 constexpr double kU = std::numeric_limits<float>::epsilon() / 2;
 
 inline MatrixXd ToEigen(const FMatrix& m) {
-    MatrixXd e(m.nrows(), m.ncols());
-    for (int i = 0; i < m.nrows(); ++i) {
-        for (int j = 0; j < m.ncols(); ++j) e(i, j) = m[i][j];
-    }
-    return e;
+    return MatrixXd::NullaryExpr(m.nrows(), m.ncols(), [&](auto i, auto j) { return m.GetPointer()[i][j]; });
 }
 
 inline FMatrix FromEigen(const MatrixXd& e) {
@@ -48,11 +41,10 @@ public:
     MatrixXd Orthogonal(int n) { return Random(n, n).householderQr().householderQ(); }
 
     /// Singular values from 1 down to 1 / condition, evenly in the logarithm.
-    FMatrix Graded(int rows, int cols, double condition) {
-        const int n = std::min(rows, cols);
-        MatrixXd s = MatrixXd::Zero(rows, cols);
-        for (int i = 0; i < n; ++i) s(i, i) = std::pow(condition, n > 1 ? -double(i) / (n - 1) : 0.0);
-        return FromEigen(Orthogonal(rows) * s * Orthogonal(cols));
+    MatrixXd Graded(int rows, int cols, double condition) {
+        const double last = std::max(std::min(rows, cols) - 1, 1);
+        const auto value = [&](auto i, auto j) { return i == j ? std::pow(condition, -double(i) / last) : 0.0; };
+        return Orthogonal(rows) * MatrixXd::NullaryExpr(rows, cols, value) * Orthogonal(cols);
     }
 
     /// The sum of `rank` products of a column and a row.

@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <numbers>
-#include <vector>
 
 namespace {
-
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-constexpr float kInf = std::numeric_limits<float>::infinity();
 
 // Backward error of the decomposition: sums run in double, so that an element of L U is off by the rounding of an
 // element of L (twice), of U and of a scaled pivot; row by row |L| |U| is at most n * growth times the largest element,
@@ -16,151 +12,163 @@ double BackwardError(int n) {
     return 4 * kU * n * std::cbrt(double(n) * n);
 }
 
-double Condition(const MatrixXd& a) {
-    const auto w = a.jacobiSvd().singularValues();
-    return w(0) / w(w.size() - 1);
+void CheckInverse(const FMatrix& a) {
+    const MatrixXd e = ToEigen(a);
+    const int n = a.nrows();
+    const double truth = e.determinant(), found = determinant(a);
+    const auto w = e.jacobiSvd().singularValues();
+    const double allowed = BackwardError(n) * w(0) / w(n - 1);
+    // d det / det is the trace of inv(A) dA: n elements of that size.
+    EXPECT_LE(std::fabs(found - truth), std::fabs(truth) * (n * allowed + kU)) << n;
+    EXPECT_LE(RelativeError(ToEigen(inv(a)), e.inverse()), allowed) << n;
+    EXPECT_EQ(ToEigen(a.transpose() / a), ToEigen(a.transpose() * inv(a))) << n;
 }
-
-struct Errors {
-    double determinant = 0;  // the largest, in units of what is allowed
-    double inverse = 0;
-
-    void Check(const FMatrix& a, const std::string& what) {
-        const MatrixXd e = ToEigen(a);
-        const int n = a.nrows();
-        const double truth = e.determinant();
-        const double condition = Condition(e);
-        const double allowed = BackwardError(n) * condition;
-        // d det / det is the trace of inv(A) dA: n elements of that size.
-        determinant =
-            std::max(determinant, std::fabs(::determinant(a) - truth) / std::fabs(truth) / (n * allowed + kU));
-        EXPECT_LE(determinant, 1) << what;
-        if (std::fabs(::determinant(a)) < 1e-7) {
-            EXPECT_THROW(inv(a), ZeroException) << what;
-            return;
-        }
-        const MatrixXd i = e.inverse();
-        inverse = std::max(inverse, RelativeError(ToEigen(inv(a)), i) / allowed);
-        EXPECT_LE(inverse, 1) << what;
-        EXPECT_EQ(ToEigen(a / a), ToEigen(a * inv(a)));
-    }
-};
 
 }  // namespace
 
-TEST(LU, DeterminantAndInverseBesideEigen) {
+TEST(LU, BesideEigen) {
     Matrices matrices;
-    Errors errors;
     for (const int n : Matrices::kSizes) {
-        const std::string size = " " + std::to_string(n);
-        for (int round = 0; round < 8; ++round) errors.Check(FromEigen(matrices.Random(n, n)), "random" + size);
+        for (int round = 0; round < 8; ++round) CheckInverse(FromEigen(matrices.Random(n, n)));
         for (const double condition : {1.0, 1e2, 1e4}) {
             // Scaled so that the determinant is about 1.
-            const double scale = std::sqrt(condition);
-            errors.Check(FromEigen(scale * ToEigen(matrices.Graded(n, n, condition))), "graded" + size);
+            CheckInverse(FromEigen(std::sqrt(condition) * matrices.Graded(n, n, condition)));
         }
         // Rows of very different sizes: the implicit scaling is for these.
         MatrixXd rows = matrices.Orthogonal(n);
         for (int i = 0; i < n; ++i) rows.row(i) *= std::pow(10.0, (i % 2 ? -3 : 3));
         const FMatrix a = FromEigen(rows);
         EXPECT_LE(RelativeError(ToEigen(inv(a) * a), MatrixXd::Identity(n, n)), BackwardError(n) * 10) << n;
+        const MatrixXd singular = ToEigen(matrices.OfRank(n + 1, n + 1, n)).rowwise().normalized();
+        EXPECT_LE(std::fabs(determinant(FromEigen(singular))), (n + 1) * BackwardError(n + 1)) << n;
     }
-    RecordProperty("determinant", std::to_string(errors.determinant));
-    RecordProperty("inverse", std::to_string(errors.inverse));
+    EXPECT_EQ(determinant(FMatrix(2, 2).set(1)), -1e-7F)
+        << "a pivot of 0 counts as 1e-7; of equal pivots the later row comes first";
+    FMatrix m = FMatrix(3, 3).unity();
+    m[1][1] = 0;
+    EXPECT_EQ(Show(determinant(m), rank(m)), "0;0;") << "a row of zeros: the diagonal as it stands";
+    EXPECT_THROW(inv(m), ZeroException);
 }
 
-TEST(LU, SingularMatrices) {
-    Matrices matrices;
-    for (const int n : {2, 3, 4, 9, 50}) {
-        const MatrixXd rows = ToEigen(matrices.OfRank(n, n, n - 1)).rowwise().normalized();
-        EXPECT_LE(std::fabs(determinant(FromEigen(rows))), n * BackwardError(n)) << n;
-    }
-    FMatrix ones(2, 2);
-    EXPECT_EQ(determinant(ones.set(1)), -1e-7F)
-        << "a pivot of 0 counts as 1e-7; of equal pivots the later row comes first";
-    FMatrix m(3, 3);
-    m.unity();
-    m[1][1] = 0;
-    EXPECT_EQ(determinant(m), 0.0F) << "a row of zeros: the diagonal as it stands";
-    EXPECT_THROW(inv(m), ZeroException);
-    for (const float value : {kNaN, kInf, -kInf, 3e38F, 1e-45F}) {  // no particular result, no harm
-        for (const int n : {1, 3, 6}) {
-            FMatrix bad = matrices.OfRank(n, n, n);
-            bad[n / 2][0] = value;
-            determinant(bad);
-            try {
-                inv(bad);
-                inv(bad.set(value));
-            } catch (const ZeroException&) {
-            }
+TEST(FMatrix, NumbersOutOfRangeDoNoHarm) {
+    for (const float value : {kNaN, kInf, -kInf, 3e38F, 1e-45F, 0.0F}) {
+        FMatrix one = Matrices().OfRank(6, 6, 6), all = FMatrix(3, 3).set(value);
+        one[3][0] = value;
+        for (FMatrix* bad : {&one, &all}) {
+            if (!(std::fabs(determinant(*bad)) < 1e-7)) inv(*bad);
+            FMatrix(*bad).balanc().elmhes();
+            if (std::isfinite(value)) continue;
+            EXPECT_THROW(d_PseudoInv(*bad), MemException);
         }
     }
 }
 
-TEST(Pythag, RoundsToFloat) {
-    EXPECT_EQ(pythag(3, -4), 5.0F);
-    EXPECT_FLOAT_EQ(pythag(3e38F, 1e38F), static_cast<float>(std::sqrt(10.0) * 1e38F));
-    EXPECT_EQ(pythag(-1e-44F, 0), 1e-44F);
-    EXPECT_EQ(pythag(0, -0.0F), 0.0F);
-    EXPECT_EQ(pythag(1, 1), std::numbers::sqrt2_v<float>);
-    EXPECT_EQ(pythag(1, kInf), kInf);
-    EXPECT_TRUE(std::isnan(pythag(kNaN, 0)) && std::isnan(pythag(0, kNaN)));
+namespace {
+
+// What d_SVD returned.
+struct Svd {
+    explicit Svd(const FMatrix& a, bool sort = true) {
+        double *values = nullptr, **right = nullptr;
+        double** const left = d_SVD(a, values, right, sort);
+        if (left == nullptr) throw std::runtime_error("a singular value does not converge");
+        u = MatrixXd::NullaryExpr(a.nrows(), a.ncols(), [&](auto i, auto j) { return left[i][j]; });
+        v = MatrixXd::NullaryExpr(a.ncols(), a.ncols(), [&](auto i, auto j) { return right[i][j]; });
+        w = Eigen::VectorXd::Map(values, a.ncols());
+        d_FreeSVD(left, a.nrows(), values, right, a.ncols());
+    }
+    MatrixXd u, v;
+    Eigen::VectorXd w;
+};
+
+// Each hypotenuse is rounded to float, so that a rotation stretches by up to kU. A column takes part in two rotations of
+// each step on its block, and the steps are less than three for each singular value: 6 n rotations on both sides.
+double Allowed(const FMatrix& a) {
+    return (12.0 * std::max(a.nrows(), a.ncols()) + 10) * kU;
 }
 
-TEST(Rank, IsZero) {
-    EXPECT_EQ(rank(FMatrix(3, 3).unity()), 0);
+void CheckSvd(const FMatrix& a) {
+    SCOPED_TRACE(std::to_string(a.nrows()) + " x " + std::to_string(a.ncols()));
+    const MatrixXd e = ToEigen(a), identity = MatrixXd::Identity(a.ncols(), a.ncols());
+    const Svd svd(a);
+    Eigen::VectorXd truth = Eigen::VectorXd::Zero(a.ncols());
+    truth.head(std::min(a.nrows(), a.ncols())) = e.jacobiSvd().singularValues();
+    EXPECT_LE(RelativeError(svd.w, truth), Allowed(a));
+    EXPECT_LE(RelativeError(svd.u * svd.w.asDiagonal() * svd.v.transpose(), e), Allowed(a));
+    EXPECT_LE(RelativeError(svd.v.transpose() * svd.v, identity), Allowed(a));
+    EXPECT_TRUE(std::is_sorted(svd.w.begin(), svd.w.end(), std::greater<>()) && svd.w.minCoeff() >= 0);
+}
+
+}  // namespace
+
+TEST(SVD, BesideEigen) {
+    Matrices matrices;
+    for (const int n : Matrices::kSizes) {
+        for (const int m : {n, n + 1, 2 * n, (n + 1) / 2}) {
+            for (const double size : {1.0, 1e-10, 1e-40, 1e37}) CheckSvd(FromEigen(matrices.Random(m, n) * size));
+            CheckSvd(matrices.OfRank(m, n, std::max(1, std::min(m, n) / 2)));
+            for (const double condition : {1.0, 1e3, 1e6, 1e12}) {  // 1: values that are equal but for roundoff
+                const FMatrix a = FromEigen(matrices.Graded(m, n, condition));
+                CheckSvd(a);
+                if (m < n || condition > 1e5) continue;
+                // The error of the decomposition, at most twice magnified by the condition.
+                const MatrixXd truth = ToEigen(a).completeOrthogonalDecomposition().pseudoInverse();
+                EXPECT_LE(RelativeError(ToEigen(d_PseudoInv(a)), truth), 2 * condition * Allowed(a)) << m << " " << n;
+            }
+        }
+    }
+    const FMatrix a = FromEigen(matrices.Random(20, 20));
+    EXPECT_GT(RelativeError(Svd(a).w, ToEigen(a).jacobiSvd().singularValues()), 1e-12) << "hypotenuses are floats";
+}
+
+TEST(SVD, SmallValues) {
+    FMatrix a = FMatrix(4, 3).zero();
+    EXPECT_EQ(d_PseudoInv(a).row(2), FVector(4).zero()) << "exact zeros are left out";
+    a[0][2] = 5;
+    a[1][0] = 0.9e-7F;
+    a[2][1] = -1.1e-7F;
+    Svd dropped(a, false);
+    for (int j = 0; j < 3; ++j) EXPECT_EQ(dropped.u.col(j).isZero(0), dropped.w(j) == 0) << j;
+    std::sort(dropped.w.begin(), dropped.w.end(), std::greater<>());
+    EXPECT_EQ(dropped.w, Eigen::Vector3d(5, 1.1e-7F, 0));
+    EXPECT_EQ(Svd(a).w, Eigen::Vector3d(5, 1.1e-7F, 0.9e-7F));
+    EXPECT_EQ(Show(d_PseudoInv(a)), "0 1.11111e+07 0 0\n0 0 -9.09091e+06 0\n0.2 0 0 0\n;");
+}
+
+TEST(Pythag, RoundsToFloat) {
+    const float cases[][3] = {{3, -4, 5}, {3e38F, 1e38F, 3.1622777e38F}, {-1e-44F, 0, 1e-44F}, {0, -0.0F, 0}};
+    for (const auto& [a, b, c] : cases) EXPECT_FLOAT_EQ(pythag(a, b), c);
+    EXPECT_TRUE(pythag(1, 1) == std::numbers::sqrt2_v<float> && pythag(0, -1) == 1.0F && pythag(1, kInf) == kInf);
+    EXPECT_TRUE(std::isnan(pythag(kNaN, 0)) && std::isnan(pythag(0, kNaN)));
 }
 
 namespace {
 
-struct Calls {
-    int kind = 0;
-    std::vector<float> x;
-};
-
-float Curve(float x, int* context) {
-    auto& calls = *reinterpret_cast<Calls*>(context);
-    calls.x.push_back(x);
-    switch (calls.kind) {
-    case 0: return x * x;
-    case 1: return static_cast<float>(std::atan(x - 1000.0));
-    case 2: return x * x * x * x * x * x * x;
-    case 3: return x < 2.5F ? -1.0F : 1.0F;
-    case 4: return x > 1e6F ? kNaN : 1.0F;
-    default: return 1.0F;
-    }
-}
-
-float Find(Calls& calls, int kind, float x0, float target) {
-    calls.kind = kind;
-    calls.x.clear();
-    return findzero(Curve, x0, &calls.kind, target);
+float Square(float x, int* context) {
+    reinterpret_cast<std::vector<float>*>(context)->push_back(x);
+    return x * x;
 }
 
 }  // namespace
 
 TEST(FindZero, BracketsThenRefines) {
-    static_assert(offsetof(Calls, kind) == 0);
-    constexpr double kTolerance = 2.384185791015625e-07;
-    Calls calls;
-    EXPECT_NEAR(Find(calls, 0, 1, 2), std::numbers::sqrt2, 2 * kTolerance * std::numbers::sqrt2);
-    // h = 0.05, 0.1, ... 0.8 on both sides of 1: the first to hold sqrt(2).
-    ASSERT_GT(calls.x.size(), 8U);
-    EXPECT_EQ(std::vector<float>(calls.x.begin(), calls.x.begin() + 4), (std::vector<float>{0.95F, 1.05F, 0.9F, 1.1F}));
-    EXPECT_LT(calls.x.size(), 20U) << "interpolation, not bisection";
-    EXPECT_NEAR(Find(calls, 1, 1, 0), 1000, 2 * kTolerance * 1000);
-    EXPECT_NEAR(Find(calls, 1, -20, -1.5F), 1000 + std::tan(-1.5), 2 * kTolerance * 1000);
-    EXPECT_NEAR(Find(calls, 2, 3, 0), 0, 0.05) << "seven roots in one";
-    EXPECT_LE(calls.x.size(), 300U);
-    EXPECT_NEAR(Find(calls, 3, 1, 0), 2.5, 2 * kTolerance * 2.5) << "a step";
-    EXPECT_EQ(Find(calls, 0, 0, 2), 0.0F) << "h stays 0";
-    for (const int kind : {4, 5}) {
-        EXPECT_EQ(Find(calls, kind, 1, 0), 1.0F) << "no change of sign anywhere";
-        EXPECT_LT(calls.x.size(), 300U);
+    std::vector<float> asked;
+    int* const context = reinterpret_cast<int*>(&asked);
+    constexpr double kTolerance = 2 * 2.384185791015625e-07;
+    EXPECT_NEAR(findzero(Square, 1, context, 2), std::numbers::sqrt2, 2 * kTolerance);
+    EXPECT_LT(asked.size(), 20U) << "interpolation, not bisection";
+    asked.resize(4);
+    EXPECT_EQ(asked, (std::vector<float>{0.95F, 1.05F, 0.9F, 1.1F}));
+    const auto arc = [](float x, int*) { return static_cast<float>(std::atan(x - 1000.0)); };
+    EXPECT_NEAR(findzero(arc, 1, nullptr, 0), 1000, kTolerance * 1000);
+    EXPECT_NEAR(findzero(arc, -20, nullptr, -1.5F), 1000 + std::tan(-1.5), kTolerance * 1000);
+    const auto step = [](float x, int*) { return x < 2.5F ? -1.0F : 1.0F; };
+    EXPECT_NEAR(findzero(step, 1, nullptr, 0), 2.5, kTolerance * 2.5);
+    const auto seven = [](float x, int*) { return x * x * x * x * x * x * x; };
+    EXPECT_NEAR(findzero(seven, 3, nullptr, 0), 0, 0.05) << "seven roots in one";
+    const auto cliff = [](float x, int*) { return x > 1e6F ? kNaN : 1.0F; };
+    for (const float start : {1.0F, 1e-44F, 0.0F}) {
+        EXPECT_EQ(findzero(cliff, start, nullptr, 0), start) << "no change of sign anywhere";
     }
-    EXPECT_EQ(Find(calls, 5, 1e-44F, 0), 1e-44F);
-    EXPECT_LT(calls.x.size(), 1000U);
-    EXPECT_EQ(Find(calls, 0, kInf, 2), kInf);
-    EXPECT_TRUE(std::isnan(Find(calls, 0, kNaN, 2)));
-    EXPECT_EQ(Find(calls, 0, 1, kNaN), 1.0F);
+    EXPECT_EQ(Show(findzero(Square, kInf, context, 2), findzero(Square, 1, context, kNaN)), "inf;1;");
+    EXPECT_TRUE(std::isnan(findzero(Square, kNaN, context, 2)));
 }
