@@ -54,6 +54,7 @@ TEST(Automation, ConversionsRoundAndRefuse) {
     EXPECT_EQ(Converted("-0.5|254.5|255.5", VT_R8, VT_UI1), "0|254|large|");
     EXPECT_EQ(Converted("-32768.5|32767.5", VT_R8, VT_I2), "-32768|large|");
     EXPECT_EQ(Converted("1e19|2e19", VT_R8, VT_UI8), "10000000000000000000|large|");
+    EXPECT_EQ(Converted("18446744073709551615", VT_UI8, VT_I8), "-1|") << "of one width: the bits";
     EXPECT_EQ(Converted("1e300|-3.5e38|1e-60", VT_R8, VT_R4), "large|large|0|");
     EXPECT_EQ(Converted("2958466|-657435", VT_R8, VT_DATE), "large|large|");
     EXPECT_EQ(Converted("1", VT_R8, VT_NULL) + Converted("1", VT_R8, VT_ARRAY | VT_R8), "|no|");
