@@ -250,7 +250,7 @@ TEST(CVolumeReformatter, TellsItsProgressAndStops) {
         const auto view = static_cast<VolumePlane>(plane);
         progress.SetTotElab(reformatter.GetPlaneCount(*source, view));
         progress.StartProgress();
-        VolumePointer(reformatter.Reformat(*source, view, false, false));
+        const VolumePointer whole(reformatter.Reformat(*source, view, false, false));
         EXPECT_EQ(progress.GetElab(), progress.GetTotElab());
         EXPECT_EQ(progress.m_Told.back(), 100);
         EXPECT_GT(progress.m_Told.size(), 5U);

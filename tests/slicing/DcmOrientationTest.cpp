@@ -78,9 +78,9 @@ TEST(DcmOrientation, RawPlanes) {
     std::string line;
     int known = 0;
     for (; std::getline(lines, line); ++known) {
-        const std::string row = line.substr(0, 1), column = line.substr(1, 1), views = line.substr(3);
-        EXPECT_EQ(Views(row + "\\" + column + "\\"), views) << line;
-        EXPECT_EQ(Views(row + "AF\\" + column + "RH\\"), views) << line;  // further letters do not count
+        for (const char* const tail : {"\\", "AF\\"}) {  // further letters do not count
+            EXPECT_EQ(Views(line.substr(0, 1).append(tail).append(1, line[1]).append(tail)), line.substr(3)) << line;
+        }
     }
     EXPECT_EQ(known, 24);
     EXPECT_EQ(Views(""), "0b 2 1");
