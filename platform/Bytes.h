@@ -1,4 +1,4 @@
-// Numbers in byte streams: loads and stores in a stated byte order, at any alignment.
+// Numbers among bytes: loads and stores at any alignment, those of streams in a stated byte order.
 #pragma once
 
 #include <cstddef>
@@ -31,6 +31,18 @@ T LoadBig(const void* bytes) {
 template <class T>
 void StoreLittle(void* bytes, T value) {
     std::memcpy(bytes, &value, sizeof value);
+}
+
+/// Number `index` of those that lie one behind the other, in memory's own order.
+template <class T>
+T LoadAt(const unsigned char* numbers, std::size_t index) {
+    T value;
+    std::memcpy(&value, numbers + index * sizeof value, sizeof value);
+    return value;
+}
+template <class T>
+void StoreAt(unsigned char* numbers, std::size_t index, T value) {
+    std::memcpy(numbers + index * sizeof value, &value, sizeof value);
 }
 
 /// Reverses the bytes of each unit of 2, 4 or 8 bytes in place; bytes behind the last whole unit stay as they are.

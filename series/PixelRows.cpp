@@ -1,9 +1,9 @@
 #include "series/PixelRows.h"
 
+#include "platform/Bytes.h"
 #include "platform/Integer.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
 namespace korvane_detail {
@@ -29,18 +29,6 @@ struct Key<std::uint32_t> {
     using Type = std::int32_t;
 };
 
-template <class Word>
-Word Load(const unsigned char* words, std::size_t index) {
-    Word word;
-    std::memcpy(&word, words + index * sizeof(Word), sizeof word);
-    return word;
-}
-
-template <class Word>
-void Store(unsigned char* out, std::size_t index, Word word) {
-    std::memcpy(out + index * sizeof(Word), &word, sizeof word);
-}
-
 // key(word) in, key + offset out. `out` is not touched unless kStore.
 template <class Word, bool kStore, class MakeKey>
 PixelRange Run(const unsigned char* __restrict words, unsigned char* __restrict out, std::size_t count, Word offset,
@@ -49,12 +37,12 @@ PixelRange Run(const unsigned char* __restrict words, unsigned char* __restrict 
     KeyType low = std::numeric_limits<KeyType>::max();
     KeyType high = std::numeric_limits<KeyType>::min();
     for (std::size_t i = 0; i < count; ++i) {
-        const Word bits = makeKey(Load<Word>(words, i));
+        const Word bits = makeKey(platform::LoadAt<Word>(words, i));
         const auto key = static_cast<KeyType>(bits);
         low = std::min(low, key);
         high = std::max(high, key);
         if constexpr (kStore) {
-            Store<Word>(out, i, static_cast<Word>(bits + offset));
+            platform::StoreAt<Word>(out, i, static_cast<Word>(bits + offset));
         }
     }
     return count != 0 ? PixelRange{low, high} : PixelRange{};

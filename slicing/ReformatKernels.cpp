@@ -1,5 +1,7 @@
 #include "slicing/ReformatKernels.h"
 
+#include "platform/Bytes.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -12,19 +14,10 @@
 
 namespace korvane_detail {
 
+using platform::LoadAt;
+using platform::StoreAt;
+
 namespace {
-
-template <typename T>
-T Load(const unsigned char* row, std::size_t index) {
-    T value;
-    std::memcpy(&value, row + index * sizeof(T), sizeof value);
-    return value;
-}
-
-template <typename T>
-void Store(unsigned char* row, std::size_t index, T value) {
-    std::memcpy(row + index * sizeof(T), &value, sizeof value);
-}
 
 // ---- Blending
 
@@ -52,7 +45,7 @@ template <typename T>
 [[gnu::always_inline]] inline void BlendLoop(const unsigned char* low, const unsigned char* high, double weight,
                                              unsigned char* __restrict out, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
-        Store(out, i, Blend(Load<T>(low, i), Load<T>(high, i), weight));
+        StoreAt(out, i, Blend(LoadAt<T>(low, i), LoadAt<T>(high, i), weight));
     }
 }
 
@@ -130,7 +123,7 @@ void TransposeRest(const unsigned char* const* rows, std::size_t count, std::siz
                    unsigned char* out, std::ptrdiff_t stride) {
     for (std::size_t x = 0; x < width; ++x) {
         for (std::size_t i = 0; i < count; ++i) {
-            Store(out + static_cast<std::ptrdiff_t>(x) * stride, i, Load<T>(rows[i], first + x));
+            StoreAt(out + static_cast<std::ptrdiff_t>(x) * stride, i, LoadAt<T>(rows[i], first + x));
         }
     }
 }
@@ -170,7 +163,7 @@ template <typename T, std::size_t kLanes>
         std::memcpy(out + i * sizeof(T), &lanes, sizeof lanes);
     }
     for (; i < count; ++i) {
-        Store(out, i, Load<T>(in, count - 1 - i));
+        StoreAt(out, i, LoadAt<T>(in, count - 1 - i));
     }
 }
 
