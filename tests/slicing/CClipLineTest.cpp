@@ -36,9 +36,7 @@ TEST(CClipLine, GivesTheParametersInside) {
     EXPECT_EQ(Clip({1, 1, 1}, {0, 0, 0}), std::pair(-kInfinity, kInfinity));
     EXPECT_EQ(Clip({1, 5.1, 0}, {1, 0, 0}), kMissed);
     EXPECT_EQ(Clip({-1, 4.9, 0}, {1, 0.2, 0}), kMissed);
-    for (const double bad : {kNaN, kInfinity}) {
-        EXPECT_EQ(Clip({bad, 1, 0}, {1, 0, 0}), kMissed);
-    }
+    for (const double bad : {kNaN, kInfinity}) EXPECT_EQ(Clip({bad, 1, 0}, {1, 0, 0}), kMissed);
     EXPECT_EQ(Clip({1, 1, 0}, {1, kNaN, 0}), kMissed);
     double from, to;
     EXPECT_FALSE(CClipLine(kHigh, kLow).Clip({5, 2, 0}, {1, 0, 0}, from, to));
@@ -82,6 +80,5 @@ TEST(CClipLine, StepsThatVanishEndSoon) {
     EXPECT_TRUE(box.ClipSamples({9, 1, 0}, {1e-17, 1e-300, -0.0}, kMost, first, last));  // never leaves 9
     EXPECT_EQ(std::pair(first, last), std::pair(0, kMost - 1));
     EXPECT_FALSE(box.ClipSamples({1, 1, 0}, {kNaN, 0, 0}, 9, first, last));
-    EXPECT_FALSE(box.ClipSamples({1, 1, 0}, {1, 0, 0}, 0, first, last));
-    EXPECT_FALSE(box.ClipSamples({1, 1, 0}, {1, 0, 0}, -5, first, last));
+    for (const int count : {0, -5}) EXPECT_FALSE(box.ClipSamples({1, 1, 0}, {1, 0, 0}, count, first, last));
 }
