@@ -1,5 +1,7 @@
 #include "platform/File.h"
 
+#include "platform/Terminal.h"
+
 #include <algorithm>
 #include <cerrno>
 
@@ -21,7 +23,7 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t kLargestRead = std::size_t{1} << 30;
+constexpr std::size_t kLargestRead = std::size_t{16} << 20;  // a few milliseconds between two looks for Ctrl-C
 
 #if defined(_WIN32)
 
@@ -71,6 +73,18 @@ bool FileExists(const char* path) {
     return GetFileAttributesW(WideText(NativePath(path).c_str()).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
+bool RenameOver(const char* from, const char* to) {
+    const std::wstring oldName = WideText(NativePath(from).c_str());
+    const std::wstring newName = WideText(NativePath(to).c_str());
+    if (MoveFileExW(oldName.c_str(), newName.c_str(), MOVEFILE_REPLACE_EXISTING) != 0) return true;
+    errno = GetLastError() == ERROR_FILE_NOT_FOUND ? ENOENT : EACCES;
+    return false;
+}
+
+bool RemoveFile(const char* path) {
+    return _wremove(WideText(NativePath(path).c_str()).c_str()) == 0;
+}
+
 bool InputFile::Open(const char* path) {
     Close();
     const std::wstring wide = WideText(NativePath(path).c_str());
@@ -118,6 +132,14 @@ bool FileExists(const char* path) {
     return access(NativePath(path).c_str(), F_OK) == 0;
 }
 
+bool RenameOver(const char* from, const char* to) {
+    return std::rename(NativePath(from).c_str(), NativePath(to).c_str()) == 0;
+}
+
+bool RemoveFile(const char* path) {
+    return unlink(NativePath(path).c_str()) == 0;
+}
+
 bool InputFile::Open(const char* path) {
     Close();
     m_Handle = open(NativePath(path).c_str(), O_RDONLY | O_CLOEXEC);
@@ -149,6 +171,11 @@ std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
     auto* const first = static_cast<unsigned char*>(bytes);
     std::size_t done = 0;
     while (done < capacity && m_Handle >= 0) {
+        if (WasInterrupted()) {
+            errno = EINTR;
+            m_bFailed = true;
+            break;
+        }
         const std::size_t wanted = std::min(capacity - done, kLargestRead);
 #if defined(_WIN32)
         const auto got = read(m_Handle, first + done, static_cast<unsigned>(wanted));

@@ -25,6 +25,12 @@ int SeekFile(std::FILE* file, std::uint64_t offset);
 /// Whether anything stands under the path (no access rights checked).
 bool FileExists(const char* path);
 
+/// Gives a file another name; a file that bears it already is replaced. False with `errno` set on failure.
+bool RenameOver(const char* from, const char* to);
+
+/// Removes a file. False with `errno` set on failure.
+bool RemoveFile(const char* path);
+
 /// A file read from front to back without a buffer of its own.
 class InputFile {
 public:
@@ -40,7 +46,8 @@ public:
     /// Bytes in a regular file when it was opened; 0 for what has no size (a pipe, a device).
     std::uint64_t GetSize() const { return m_Size; }
 
-    /// Reads up to `capacity` bytes; fewer only at the end of the file or on an error. The count read.
+    /// Reads up to `capacity` bytes; fewer only at the end of the file or on an error, as which Ctrl-C counts where a
+    /// program catches it (`CatchInterrupts`). The count read.
     std::size_t Read(void* bytes, std::size_t capacity);
 
     /// True once a read has failed.

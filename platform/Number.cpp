@@ -91,4 +91,10 @@ std::string FormatReal(float value) {
     return Shortest(value);
 }
 
+std::string FormatFixed(double value) {
+    char text[std::numeric_limits<double>::max_exponent10 + 16];  // sign, digits, point, decimals
+    const auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, 6);
+    return std::string(text, result.ptr);
+}
+
 }  // namespace platform

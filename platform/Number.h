@@ -28,4 +28,7 @@ std::size_t ScanReals(std::string_view text, float* values, std::size_t count, c
 std::string FormatReal(double value);
 std::string FormatReal(float value);
 
+/// What `printf` makes of "%f" in the C locale: six decimals, -0.000000 included; "inf", "nan" with their sign.
+std::string FormatFixed(double value);
+
 }  // namespace platform

@@ -14,6 +14,7 @@
 #include <shellapi.h>
 #else
 #include <sys/ioctl.h>
+#include <termios.h>
 #include <unistd.h>
 #endif
 
@@ -53,6 +54,27 @@ int GetTerminalWidth() {
     return info.srWindow.Right - info.srWindow.Left + 1;
 }
 
+bool ReadPassword(const std::string& prompt, std::string& password) {
+    const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    DWORD before = 0;
+    if (GetConsoleMode(input, &before) == 0 || !IsErrorTerminal()) return false;
+    std::fprintf(stderr, "%s: ", prompt.c_str());
+    std::fflush(stderr);
+    SetConsoleMode(input, (before | ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT) & ~DWORD{ENABLE_ECHO_INPUT});
+    std::wstring line;
+    wchar_t letter = 0;
+    DWORD count = 0;
+    while (ReadConsoleW(input, &letter, 1, &count, nullptr) != 0 && count == 1 && letter != L'\n') {
+        if (letter != L'\r') line += letter;
+    }
+    SetConsoleMode(input, before);
+    std::fputc('\n', stderr);
+    std::fflush(stderr);
+    if (count == 0) s_interrupted = 1;  // the handler may not have come to it yet
+    password = NarrowText(line.c_str());
+    return true;
+}
+
 void CatchInterrupts() {
     SetConsoleCtrlHandler(OnControl, TRUE);
 }
@@ -69,6 +91,10 @@ void PrepareStandardOutput() {
         // Without a buffer the console gets byte after byte, and shows no character that has several.
         std::setvbuf(stream, nullptr, _IOFBF, kOutputBuffer);
     }
+}
+
+void PrepareStandardInput() {
+    _setmode(_fileno(stdin), _O_BINARY);
 }
 
 std::vector<std::string> GetArguments(int argc, char** argv) {
@@ -100,6 +126,22 @@ int GetTerminalWidth() {
     return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
+bool ReadPassword(const std::string& prompt, std::string& password) {
+    termios before{};
+    if (!IsErrorTerminal() || tcgetattr(STDIN_FILENO, &before) != 0) return false;
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    std::fprintf(stderr, "%s: ", prompt.c_str());
+    std::fflush(stderr);
+    password.clear();
+    char letter = 0;
+    while (!WasInterrupted() && read(STDIN_FILENO, &letter, 1) == 1 && letter != '\n') password += letter;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    std::fputc('\n', stderr);
+    return true;
+}
+
 void CatchInterrupts() {
     // One of the two may be ignored already (nohup, a background job of a shell script): that stays.
     for (const int number : {SIGINT, SIGTERM}) {
@@ -114,6 +156,8 @@ void CatchInterrupts() {
 }
 
 void PrepareStandardOutput() {}
+
+void PrepareStandardInput() {}
 
 std::vector<std::string> GetArguments(int argc, char** argv) {
     return {argv, argv + argc};

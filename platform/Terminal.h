@@ -12,6 +12,10 @@ bool IsErrorTerminal();
 /// Columns of that terminal; 80 where it does not tell.
 int GetTerminalWidth();
 
+/// Asks for a line on standard error and reads it from standard input without showing it. False, nothing asked, unless
+/// both are terminals. Ctrl-C ends the line (`WasInterrupted`).
+bool ReadPassword(const std::string& prompt, std::string& password);
+
 /// From now on the first Ctrl-C (SIGINT) or request to end (SIGTERM) only sets a flag; system calls that wait return
 /// with an error. The next one ends the program as usual.
 void CatchInterrupts();
@@ -22,6 +26,9 @@ bool WasInterrupted();
 /// Standard output and error take UTF-8 and bytes as they are, without line-end translation. On Windows both are
 /// buffered from then on: flush what shall be seen at once.
 void PrepareStandardOutput();
+
+/// Standard input gives bytes as they are.
+void PrepareStandardInput();
 
 /// The arguments of `main` in UTF-8, the program's name first.
 std::vector<std::string> GetArguments(int argc, char** argv);

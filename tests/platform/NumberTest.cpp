@@ -17,6 +17,7 @@ TEST(Number, ReadsAsTheCLibraryDoesWhateverTheLocale) {
     EXPECT_EQ(ParseReal(" +1.5e2 "), 150.0);
     EXPECT_EQ(ParseReal("1,5"), 1.0);
     EXPECT_EQ(FormatReal(0.1F), "0.1");
+    EXPECT_EQ(FormatFixed(0.5), "0.500000");
     std::setlocale(LC_ALL, before.c_str());
     EXPECT_EQ(ParseReal("-.25mm"), -0.25);
     EXPECT_EQ(ParseReal("+-1"), 0.0);
@@ -27,6 +28,20 @@ TEST(Number, ReadsAsTheCLibraryDoesWhateverTheLocale) {
     EXPECT_EQ(ParseInteger("+7"), 7);
     EXPECT_EQ(ParseInteger("99999999999"), std::numeric_limits<std::int32_t>::max());
     EXPECT_EQ(ParseInteger("-99999999999"), std::numeric_limits<std::int32_t>::min());
+}
+
+TEST(Number, FixedIsWhatPrintfMakesOfIt) {
+    const std::pair<double, const char*> cases[] = {{-0.0, "-0.000000"},
+                                                    {-4e-7, "-0.000000"},
+                                                    {1.5e-6, "0.000002"},
+                                                    {0.0000005, "0.000000"},
+                                                    {2.5F * 0.1, "0.250000"},
+                                                    {999.9999999, "1000.000000"},
+                                                    {-INFINITY, "-inf"},
+                                                    {NAN, "nan"},
+                                                    {1e22, "10000000000000000000000.000000"}};
+    for (const auto& [value, text] : cases) EXPECT_EQ(FormatFixed(value), text);
+    EXPECT_EQ(FormatFixed(-std::numeric_limits<double>::max()).size(), 317U);
 }
 
 TEST(Number, ScansUpToTheFirstThatIsMissing) {

@@ -1,0 +1,24 @@
+// Folders, and files as wholes: made, copied, linked, removed. Paths are as in File.h; what fails leaves `errno` set.
+#pragma once
+
+namespace platform {
+
+/// Whether something stands under the path and may be written to (`_access` mode 2).
+bool IsWritable(const char* path);
+
+/// Makes one folder in a folder that is there. False when anything stands under the path.
+bool CreateFolder(const char* path);
+/// Removes a folder that is empty.
+bool RemoveFolder(const char* path);
+
+/// Copies a file over what is there. What could not be finished is removed.
+bool DuplicateFile(const char* source, const char* destination);
+
+/// As Windows' CreateHardLinkA: another name for the file that `existing` is, or is a symbolic link to; the attributes
+/// are not used. Non-zero on success.
+using LinkFunction = int (*)(const char* newName, const char* existing, void* attributes);
+
+/// The system's function for that, looked up when the program runs; null where the system has none.
+LinkFunction FindHardLink();
+
+}  // namespace platform

@@ -1,0 +1,87 @@
+// TCP over IPv4: the few calls that the network code needs, on BSD sockets and on Windows Sockets.
+//
+// Nothing is thrown. Calls are retried where a signal interrupted them, and a peer that has gone away raises no signal.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+using SocketHandle = std::intptr_t;
+inline constexpr SocketHandle kNoSocket = -1;
+
+/// An IPv4 socket address as the system lays it out. Port and address are in network byte order.
+struct SocketAddress {
+    std::uint16_t family = 2;
+    std::uint16_t port = 0;
+    std::uint32_t address = 0;
+    unsigned char zero[8] = {};
+};
+
+/// Starts the system's socket library, version 2.2; 0, or the error number. Nothing to do but on Windows.
+int StartSocketLibrary();
+void StopSocketLibrary();
+
+/// The error number of the socket call that failed last in this thread.
+int LastSocketError();
+
+std::uint16_t ToNetworkOrder(std::uint16_t port);
+
+/// `gethostbyname`: false when the name is not known. Addresses in network byte order.
+bool FindHost(const char* name, std::vector<std::uint32_t>& addresses);
+
+/// `inet_addr`: 0xFFFFFFFF for what is no address.
+std::uint32_t AddressFromText(const char* text);
+
+/// An address in dotted form.
+std::string AddressText(const SocketAddress& address);
+
+/// One entry of the system's table of services; the port in network byte order.
+struct ServiceEntry {
+    std::string name;
+    std::string protocol;
+    std::uint16_t port = 0;
+};
+
+/// `getservbyname`; `protocol` may be null. False when there is no such service.
+bool FindService(const char* name, const char* protocol, ServiceEntry& entry);
+
+/// A TCP socket; `kNoSocket` on failure, with `errno` set where the system's calls do so.
+SocketHandle CreateSocket();
+/// Gives up after that many seconds, with ETIMEDOUT, or when the system does (0: then only; so on Windows).
+bool ConnectSocket(SocketHandle socket, const SocketAddress& peer, int seconds);
+void CloseSocket(SocketHandle socket);
+
+/// Sends small blocks at once, and gives up a send that does not move for that long (0: never).
+void TuneSocket(SocketHandle socket, int sendTimeoutSeconds);
+
+/// Binds to a port (host byte order; 0 lets the system choose) on the loopback interface or on all, and listens.
+bool ListenOn(SocketHandle socket, std::uint16_t port, bool loopbackOnly);
+
+/// The port that a socket is bound to, host byte order; 0 on failure.
+std::uint16_t BoundPort(SocketHandle socket);
+
+/// The next connection; `kNoSocket` on failure.
+SocketHandle AcceptConnection(SocketHandle listener, SocketAddress& peer);
+
+/// Waits until the socket can be read (or has a connection to accept) or the peer has closed. 1 ready; 0 the time is up;
+/// -1 error. A signal does not end the wait.
+int WaitReadable(SocketHandle socket, int milliseconds);
+
+/// What `ReceiveAvailable` returns beside a count.
+inline constexpr int kReceiveFailed = -1;
+inline constexpr int kNothingReceived = -2;
+
+/// What is there, without waiting: a count; 0 when the peer has closed; `kNothingReceived`; `kReceiveFailed`.
+int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity);
+
+/// All of the bytes, in as many calls as the system needs. False when one failed.
+bool SendAll(SocketHandle socket, const void* bytes, std::size_t count);
+
+/// Tells the peer that nothing more will be sent.
+void ShutDownSending(SocketHandle socket);
+
+}  // namespace platform
