@@ -82,6 +82,31 @@ bool Buffer::Skip(std::uint64_t count) {
     return true;
 }
 
+std::size_t Buffer::ReadSome(void* bytes, std::size_t capacity) {
+    if (!HasUnread()) {
+        if (capacity >= kReadArea) {
+            const std::size_t got =
+                Fill(bytes, static_cast<std::size_t>(std::min<std::uint64_t>(capacity, GetRemaining())));
+            m_EndOffset += got;
+            return got;
+        }
+        if (!Refill(1)) return 0;
+    }
+    const std::size_t count = std::min(capacity, static_cast<std::size_t>(m_pEnd - m_pCursor));
+    if (count > 0) std::memcpy(bytes, m_pCursor, count);
+    m_pCursor += count;
+    return count;
+}
+
+void Buffer::Forget() {
+    m_pCursor = m_pEnd = m_pFilled = nullptr;
+    m_EndOffset = 0;
+    m_StreamEnd = m_WindowEnd = kUnknown;
+    m_WindowStart = 0;
+    m_WriteUsed = 0;
+    m_bWriteFailed = false;
+}
+
 const unsigned char* Buffer::Peek(std::size_t count) {
     if (static_cast<std::size_t>(m_pEnd - m_pCursor) < count && !Refill(count)) return nullptr;
     return m_pCursor;

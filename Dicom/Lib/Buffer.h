@@ -41,6 +41,9 @@ public:
     }
     bool Skip(std::uint64_t count);
 
+    /// Up to `capacity` bytes, as they come; at least one unless the stream or window is at its end.
+    std::size_t ReadSome(void* bytes, std::size_t capacity);
+
     /// The next `count` bytes (at most 512) without taking them; null when there are fewer.
     const unsigned char* Peek(std::size_t count);
 
@@ -86,6 +89,12 @@ protected:
 
     /// Where the stream ends, counted from its start.
     void SetStreamEnd(std::uint64_t end) { m_StreamEnd = end; }
+
+    /// Whether bytes of the source wait in the read area.
+    bool HasUnread() const { return m_pCursor != m_pEnd; }
+
+    /// Forgets what was read and written, and that writing failed: another stream begins. Not within a window.
+    void Forget();
 
 private:
     static constexpr std::size_t kReadArea = 4096;

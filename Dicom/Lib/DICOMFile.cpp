@@ -14,6 +14,8 @@ constexpr std::size_t kPreambleBytes = 128;
 constexpr char kMarker[] = {'D', 'I', 'C', 'M'};
 constexpr std::size_t kMarkedBytes = kPreambleBytes + sizeof kMarker;
 
+}  // namespace
+
 /// Explicit when the sixth byte is above 10 as a signed number: there a second type letter, in an implicit stream the
 /// second byte of a length. Lengths whose second byte is 128 and more count as implicit so.
 int DetectSyntax(Buffer& buffer) {
@@ -22,22 +24,26 @@ int DetectSyntax(Buffer& buffer) {
     return isExplicit ? kExplicitLittleEndian : kImplicitLittleEndian;
 }
 
-}  // namespace
+bool SkipPreamble(Buffer& buffer) {
+    const unsigned char* const head = buffer.Peek(kMarkedBytes);
+    const bool marked = head != nullptr && std::memcmp(head + kPreambleBytes, kMarker, sizeof kMarker) == 0;
+    return marked && buffer.Skip(kMarkedBytes);
+}
 
 std::unique_ptr<DICOMDataObject> DICOMFileReader::Load(const char* path, int option) {
     FileInputBuffer buffer;
     if (!buffer.Open(path)) return nullptr;
-    auto dataSet = Read(buffer, option);
+    auto dataSet = LoadStream(buffer, option);
     if (buffer.HasFailed()) dataSet.reset();
     return dataSet;
 }
 
 std::unique_ptr<DICOMDataObject> DICOMFileReader::LoadMemory(const void* bytes, std::size_t count, int option) {
     MemoryInputBuffer buffer(bytes, count);
-    return Read(buffer, option);
+    return LoadStream(buffer, option);
 }
 
-std::unique_ptr<DICOMDataObject> DICOMFileReader::Read(Buffer& buffer, int option) {
+std::unique_ptr<DICOMDataObject> DICOMFileReader::LoadStream(Buffer& buffer, int option) {
     m_bComplete = false;
     m_bDeflated = false;
     m_TransferSyntax.clear();
@@ -47,9 +53,7 @@ std::unique_ptr<DICOMDataObject> DICOMFileReader::Read(Buffer& buffer, int optio
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
-    const unsigned char* const head = buffer.Peek(kMarkedBytes);
-    m_bPreamble = head != nullptr && std::memcmp(head + kPreambleBytes, kMarker, sizeof kMarker) == 0;
-    if (m_bPreamble) buffer.Skip(kMarkedBytes);
+    m_bPreamble = SkipPreamble(buffer);
     m_Syntax = DetectSyntax(buffer);
     if (m_Codec.ParseMetaInformation(buffer, dataSet.get()) == 0) return dataSet;
     m_bDeflated = !SelectSyntax(buffer, *dataSet);

@@ -7,6 +7,12 @@
 #include <memory>
 #include <string>
 
+/// The syntax number by the sixth byte of what comes next in a stream; the rule that is told below.
+int DetectSyntax(Buffer& buffer);
+
+/// Passes over preamble and "DICM" where they come next; whether they did.
+bool SkipPreamble(Buffer& buffer);
+
 /// Reads a file and tells what it was. One reader may load many files, one after another.
 ///
 /// A file with "DICM" at byte 128 begins at byte 132, any other at byte 0. The syntax is explicit little endian when
@@ -26,6 +32,9 @@ public:
     /// The same from bytes in memory.
     std::unique_ptr<DICOMDataObject> LoadMemory(const void* bytes, std::size_t count, int option = kParseAll);
 
+    /// The same from a stream, from where it stands. After deflated data was met it stands behind group 0002.
+    std::unique_ptr<DICOMDataObject> LoadStream(Buffer& buffer, int option = kParseAll);
+
     /// About the file loaded last:
     bool IsComplete() const { return m_bComplete; }           ///< the parse met no fault
     bool HasPreamble() const { return m_bPreamble; }          ///< "DICM" stood at byte 128
@@ -35,7 +44,6 @@ public:
     const std::string& GetTransferSyntax() const { return m_TransferSyntax; }  ///< (0002,0010), "" without it
 
 private:
-    std::unique_ptr<DICOMDataObject> Read(Buffer& buffer, int option);
     bool SelectSyntax(Buffer& buffer, const DICOMObject& dataSet);
 
     TransferSyntaxCodec& m_Codec;

@@ -39,11 +39,20 @@ VR* DICOMObject::Pop() {
         m_bIterating = 1;
     }
     VR* const element = m_pWalk;
-    if (element == nullptr) return nullptr;
-    m_pWalk = ElementTree::GetNext(element);
-    m_Tree.Remove(element);
-    if (element == m_pLastPushed) m_pLastPushed = nullptr;
+    if (element != nullptr) Remove(element);
     return element;
+}
+
+void DICOMObject::Remove(VR* element) {
+    if (element == m_pWalk) m_pWalk = ElementTree::GetNext(element);
+    if (element == m_pLastPushed) m_pLastPushed = nullptr;
+    m_Tree.Remove(element);
+}
+
+std::unique_ptr<VR> DICOMObject::Take(std::uint16_t group, std::uint16_t element) {
+    VR* const found = GetVR(group, element);
+    if (found != nullptr) Remove(found);
+    return std::unique_ptr<VR>(found);
 }
 
 int DICOMObject::Reset() {

@@ -34,6 +34,9 @@ public:
     /// between starts over at the smallest tag.
     virtual VR* Pop();
 
+    /// Takes one element out; null when absent. A walk by `Pop` goes on behind it.
+    std::unique_ptr<VR> Take(std::uint16_t group, std::uint16_t element);
+
     /// The element, which stays in the set and valid until it is popped or the set reset or destroyed; null when absent.
     VR* GetVR(std::uint16_t group, std::uint16_t element) const { return m_Tree.Find(group, element); }
 
@@ -57,6 +60,8 @@ public:
     VR* GetNext(const VR* element) const { return ElementTree::GetNext(element); }
 
 private:
+    void Remove(VR* element);
+
     VR* m_pLastPushed = nullptr;
     std::uint32_t m_NestedLength = 0;
     std::int32_t m_bIterating = 0;

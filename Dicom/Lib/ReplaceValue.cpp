@@ -1,5 +1,7 @@
 #include "Dicom/Lib/ReplaceValue.h"
 
+#include "Dicom/Lib/ValueText.h"
+
 #include <cstring>
 #include <memory>
 #include <new>
@@ -23,8 +25,7 @@ int ReplaceValue(DICOMObject& dataSet, std::uint16_t group, std::uint16_t elemen
 
 int ReplaceText(DICOMObject& dataSet, std::uint16_t group, std::uint16_t element, std::uint16_t typeCode,
                 std::string_view text) {
-    while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.remove_suffix(1);
-    std::string padded(text);
+    std::string padded(WithoutPadding(text));
     if (padded.size() % 2 != 0) padded += typeCode == TypeCode("UI") ? '\0' : ' ';
     return ReplaceValue(dataSet, group, element, typeCode, padded.data(), static_cast<std::uint32_t>(padded.size()));
 }

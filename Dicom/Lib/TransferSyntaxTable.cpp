@@ -40,9 +40,13 @@ CursorList<TransferSyntaxRow>& Registered() {
     return list;
 }
 
-const TransferSyntaxRow* FindRow(std::string_view uid) {
+TransferSyntaxRow* RowAt(unsigned index) {
+    return index < kTransferSyntaxRows ? &TransferSyntaxTable[index] : Registered().At(index - kTransferSyntaxRows);
+}
+
+TransferSyntaxRow* FindRow(std::string_view uid) {
     for (unsigned i = 0;; ++i) {
-        const TransferSyntaxRow* const row = GetTransferSyntax(i);
+        TransferSyntaxRow* const row = RowAt(i);
         if (row == nullptr || uid == row->uid) return row;
     }
 }
@@ -50,7 +54,7 @@ const TransferSyntaxRow* FindRow(std::string_view uid) {
 }  // namespace
 
 const TransferSyntaxRow* GetTransferSyntax(unsigned index) {
-    return index < kTransferSyntaxRows ? &TransferSyntaxTable[index] : Registered().At(index - kTransferSyntaxRows);
+    return RowAt(index);
 }
 
 int RegisterTransferSyntax(std::string_view uid, int syntax) {
@@ -60,6 +64,14 @@ int RegisterTransferSyntax(std::string_view uid, int syntax) {
     row->syntax = syntax;
     Registered().Append(row.get());
     row.release();
+    return 1;
+}
+
+int SetTransferSyntaxCodec(std::string_view uid, std::uint32_t slot, std::uint32_t state) {
+    TransferSyntaxRow* const row = FindRow(uid);
+    if (row == nullptr) return 0;
+    row->codecSlot = slot;
+    row->codecState = state;
     return 1;
 }
 

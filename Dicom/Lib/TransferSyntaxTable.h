@@ -15,7 +15,8 @@ inline constexpr std::string_view kImplementationClassUid = "1.2.999.0.1.7310057
 inline constexpr std::string_view kImplementationVersionName = "/QX/W32//1.6.7";
 
 /// One row: UID, filled with zero bytes; the syntax number (see `TransferSyntaxNumber`); two fields for the codec
-/// manager, 0 until it fills them.
+/// manager, 0 until it fills them: the codec's number, from 1 in the order they were found, and what it can do
+/// (`DcmCodecProps::abilities`).
 struct TransferSyntaxRow {
     char uid[64];
     std::uint32_t codecSlot;
@@ -33,6 +34,9 @@ const TransferSyntaxRow* GetTransferSyntax(unsigned index);
 /// Adds a syntax behind the table (codec modules do, for syntaxes that have no row); process-wide. A UID that is known
 /// already, or longer than 63 characters, is not added: 0, else 1.
 int RegisterTransferSyntax(std::string_view uid, int syntax);
+
+/// Fills the codec manager's fields of a UID's row; 0 when it is in no row, else 1.
+int SetTransferSyntaxCodec(std::string_view uid, std::uint32_t slot, std::uint32_t state);
 
 /// The syntax number of a UID; `unknown` when it is in no row.
 int FindTransferSyntax(std::string_view uid, int unknown);

@@ -62,11 +62,6 @@ std::string NumberText(std::uint16_t code, const unsigned char* bytes) {
     }
 }
 
-std::string_view WithoutPadding(std::string_view text) {
-    while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.remove_suffix(1);
-    return text;
-}
-
 /// Texts of these types hold one value in which a backslash is a character like any other (PS3.5 6.2).
 bool IsSingleText(std::uint16_t code) {
     return code == TypeCode("LT") || code == TypeCode("ST") || code == TypeCode("UT") || code == TypeCode("UR");
@@ -134,4 +129,9 @@ std::string Printable(std::string_view text) {
     std::replace_if(
         printable.begin(), printable.end(), [](char c) { return c < ' ' || c > '~'; }, '.');
     return printable;
+}
+
+std::string_view WithoutPadding(std::string_view text) {
+    while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.remove_suffix(1);
+    return text;
 }

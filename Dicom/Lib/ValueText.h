@@ -14,5 +14,8 @@ std::string ValueText(const VR& element, std::size_t first = 0, std::size_t coun
 /// Number of values: parts between backslashes for texts that may hold several, units for numbers, else 1; 0 when empty.
 std::size_t GetValueCount(const VR& element);
 
+/// A text without the blanks and zero bytes at its end.
+std::string_view WithoutPadding(std::string_view text);
+
 /// A text with what is not printable ASCII shown as ".", as it may stand in a log.
 std::string Printable(std::string_view text);

@@ -1,0 +1,145 @@
+// DICOM associations over TCP, as requestor and as acceptor (PS3.8 7 and 9), and the messages on them (PS3.7).
+#pragma once
+
+#include "AcceptPolicy.h"
+#include "AssociatePDU.h"
+#include "DimseCommand.h"
+#include "PDataTF.h"
+#include "ReleasePDU.h"
+#include "SocketBuffer.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+/// A context that both sides agreed on.
+struct AcceptedContext {
+    std::uint8_t id = 0;
+    std::string sopClass;
+    std::string transferSyntax;
+};
+
+/// The service: it is every PDU, and the buffer that they go through. One association at a time; when it has ended, the
+/// object may begin another.
+///
+/// Requestor: set titles and contexts of its `AAssociateRQ`, `Associate`, exchange messages, `Release`.
+/// Acceptor: connect its socket with `DcmSocket::Accept`, `AcceptAssociation`, then `ReceiveCommand` until the result is
+/// something else than `Message`.
+///
+/// States are those of PS3.8 9.2. A PDU that is malformed, unknown or out of sequence is answered with A-ABORT, and the
+/// connection closed. Whatever ends an association closes the connection. Making an object touches no network.
+class DcmService : public AAssociateRQ,
+                   public AAssociateAC,
+                   public AAssociateRJ,
+                   public PDataTF,
+                   public AReleaseRQ,
+                   public AReleaseRP,
+                   public AAbortRQ,
+                   public SocketBuffer {
+public:
+    enum class State {
+        Idle = 1,             ///< Sta1: no connection
+        AwaitingRequest = 2,  ///< Sta2: acceptor, connected
+        AwaitingAnswer = 5,   ///< Sta5: requestor, has asked
+        Established = 6,      ///< Sta6: messages may flow
+        AwaitingRelease = 7,  ///< Sta7: has asked for the release
+        AwaitingClose = 13    ///< Sta13: all is said, the peer closes
+    };
+
+    /// How a wait for the peer ended. All but the first two end the association.
+    enum class Event {
+        Accepted,  ///< the association is there
+        Message,   ///< a command has come
+        Released,
+        Rejected,
+        Aborted,  ///< by the peer
+        Closed,   ///< the peer closed the connection, or it broke
+        TimedOut,
+        Stopped,  ///< by the stop check
+        Fault     ///< the peer broke the protocol and was sent A-ABORT; or the call came in the wrong state
+    };
+
+    /// The largest P-DATA length that is announced unless it is changed, and that is sent whatever the peer would take.
+    static constexpr std::uint32_t kDefaultLength = 128 * 1024;
+    static constexpr int kDefaultArtim = 30;
+
+    DcmService();
+    ~DcmService() override;
+
+    /// Seconds that a peer has for its association request once it is connected, and for closing at the end (ARTIM).
+    void SetArtim(int seconds) { m_Artim = seconds; }
+    /// The P-DATA length to announce; 0: any.
+    void SetMaximumLength(std::uint32_t length) { m_OwnLength = length; }
+
+    /// Connects and asks for an association with the fields of `AAssociateRQ`.
+    Event Associate(const char* host, const char* port);
+    /// Reads a request from the connected socket and answers it.
+    Event AcceptAssociation(const AcceptPolicy& policy);
+    /// Asks for the release, answers or awaits what belongs to it, closes.
+    Event Release();
+    /// Sends A-ABORT and closes; without a connection nothing.
+    void Abort(std::uint8_t source = kAbortUser, std::uint8_t reason = kAbortNoReason);
+
+    State GetState() const { return m_State; }
+    /// What went wrong, one line; empty when nothing did.
+    const std::string& GetError() const { return m_Error; }
+
+    /// What was agreed; numbers and lookup (null: no such context). `transferSyntax` empty: any.
+    const std::vector<AcceptedContext>& GetContexts() const { return m_Agreed; }
+    const AcceptedContext* FindContext(std::uint8_t id) const;
+    const AcceptedContext* FindContext(std::string_view sopClass, std::string_view transferSyntax = {}) const;
+    /// The titles of the association at hand: of the requestor, of the acceptor.
+    const std::string& GetCallingTitle() const { return AAssociateRQ::m_CallingAETitle; }
+    const std::string& GetCalledTitle() const { return AAssociateRQ::m_CalledAETitle; }
+    /// The largest P-DATA length that is sent on this association.
+    std::uint32_t GetSendLength() const { return m_SendLength; }
+
+    /// Sends a command; its data set, where it has one, follows through `PDataOutputBuffer`. 1 or 0.
+    int SendCommand(std::uint8_t context, const DimseCommand& command);
+    /// The next command; `Message`, or how the association ended. A data set is then read with `PDataInputBuffer`, and must
+    /// be, to its end, before the next command.
+    Event ReceiveCommand(std::uint8_t& context, DimseCommand& command);
+    /// The response to a request sent before. One that does not belong to it is answered with A-ABORT.
+    Event ReceiveResponse(const DimseCommand& request, DimseCommand& response);
+    /// C-ECHO (PS3.7 9.1.5) on an agreed context of Verification; `Message` when the answer came.
+    Event Echo(std::uint16_t& status);
+    /// A number for the next request.
+    std::uint16_t NextMessageId() { return ++m_MessageId; }
+
+    /// Who the toolkit says it is, and the transfer syntax that it uses where nothing else is said.
+    static std::string_view GetImplementationClass() { return kImplementationClassUid; }
+    static std::string_view GetImplementationVersion() { return kImplementationVersionName; }
+    std::string_view GetTransferSyntax() const { return AAssociateRQ::m_TransferSyntax.Get(); }
+
+private:
+    friend class PDataInputBuffer;
+    friend class PDataOutputBuffer;
+
+    void Begin(State state);
+    Event ReadAnswer();
+    Event NextPdu(std::uint8_t& type);
+    Event NextPdv(std::uint8_t context, std::uint8_t kind);
+    Event Unexpected(std::uint8_t type);
+    Event Answer(const AcceptPolicy& policy);
+    Event AnswerRelease();
+    Event Reject(std::uint8_t result, std::uint8_t source, std::uint8_t reason);
+    Event ReadFailed();
+    Event SendFailed();
+    Event BreakOff(std::uint8_t reason, const std::string& what);
+    Event End(Event event, const std::string& what);
+    bool TakeAnswer();
+    bool TakeSendLength(std::uint32_t peerLength);
+    void SendAbort(std::uint8_t source, std::uint8_t reason);
+    void AwaitClose();
+
+    State m_State = State::Idle;
+    std::string m_Error;
+    std::vector<AcceptedContext> m_Agreed;
+    std::vector<unsigned char> m_SendBlock;
+    int m_Artim = kDefaultArtim;
+    std::uint32_t m_OwnLength = kDefaultLength;
+    std::uint32_t m_SendLength = 0;
+    std::uint16_t m_MessageId = 0;
+    bool m_bRequestor = false;
+};

@@ -1,0 +1,64 @@
+// Command sets of DICOM messages (PS3.7 6.3 and annex E): implicit VR little endian, group 0000.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+inline constexpr std::string_view kVerificationClass = "1.2.840.10008.1.1";
+
+enum CommandField : std::uint16_t {
+    kStoreRQ = 0x0001,
+    kStoreRSP = 0x8001,
+    kEchoRQ = 0x0030,
+    kEchoRSP = 0x8030,
+    kCancelRQ = 0x0FFF,
+    kResponseBit = 0x8000
+};
+
+/// Status codes (PS3.7 annex C, PS3.4 B.2.3).
+enum DimseStatus : std::uint16_t {
+    kStatusSuccess = 0x0000,
+    kStatusNoSuchInstance = 0x0112,
+    kStatusInvalidInstance = 0x0117,
+    kStatusClassNotSupported = 0x0122,
+    kStatusUnrecognizedOperation = 0x0211,
+    kStatusOutOfResources = 0xA700,
+    kStatusDataSetMismatch = 0xA900,
+    kStatusCannotUnderstand = 0xC000
+};
+
+/// Whether a status of a C-STORE counts as stored: success and the warnings (B000, B006, B007).
+bool IsStored(std::uint16_t status);
+
+/// A status in words, with its number: "out of resources (0xA700)".
+std::string DimseStatusText(std::uint16_t status);
+
+/// One command. Fields that a command does not have are left at their values here, and not written.
+struct DimseCommand {
+    static constexpr std::uint16_t kNoDataSet = 0x0101;
+    static constexpr std::size_t kLargest = 64 * 1024;  ///< of a command set that is read
+
+    std::uint16_t field = 0;
+    std::uint16_t messageId = 0;  ///< in a response: the number of the request
+    std::string sopClass;
+    std::string sopInstance;
+    std::uint16_t priority = 0;
+    std::uint16_t dataSetType = kNoDataSet;
+    std::uint16_t status = 0;  ///< responses
+    std::string errorComment;  ///< responses; at most 64 characters are written
+
+    bool IsResponse() const { return (field & kResponseBit) != 0; }
+    bool HasDataSet() const { return dataSetType != kNoDataSet; }
+
+    /// The response to this command: same number, class and instance, no data set.
+    DimseCommand MakeResponse(std::uint16_t withStatus) const;
+
+    /// The whole command set with its group length.
+    std::vector<unsigned char> Encode() const;
+
+    /// 1, or 0 for what is no command set or lacks its field.
+    int Decode(const void* bytes, std::size_t count);
+};

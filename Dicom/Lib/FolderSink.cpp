@@ -1,0 +1,113 @@
+#include "Dicom/Lib/FolderSink.h"
+
+#include "Dicom/Lib/MemoryBuffer.h"
+#include "Dicom/Lib/ReplaceValue.h"
+#include "Dicom/Lib/TransferSyntaxCodec.h"
+#include "Dicom/Lib/TransferSyntaxTable.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::string_view kExtension = ".dcm";
+
+/// Preamble and meta information (PS3.10 7.1); empty when memory runs out.
+std::vector<unsigned char> FileHead(const StorageRequest& request) {
+    static constexpr unsigned char kVersion[2] = {0, 1};
+    DICOMDataObject meta;
+    int made = ReplaceValue(meta, 0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion);
+    const auto put = [&](std::uint16_t element, std::uint16_t type, std::string_view text) {
+        made &= ReplaceText(meta, 0x0002, element, type, text);
+    };
+    put(0x0002, TypeCode("UI"), request.sopClass);
+    put(0x0003, TypeCode("UI"), request.sopInstance);
+    put(0x0010, TypeCode("UI"), request.transferSyntax);
+    put(0x0012, TypeCode("UI"), kImplementationClassUid);
+    put(0x0013, TypeCode("SH"), kImplementationVersionName);
+    if (!request.callingTitle.empty()) put(0x0016, TypeCode("AE"), request.callingTitle);
+    MemoryOutputBuffer head;
+    head.WriteZeros(128);
+    head.Write("DICM", 4);
+    TransferSyntaxCodec codec;
+    if (made == 0 || codec.EncodeMetaInformation(head, meta) == 0) return {};
+    return head.GetBytes();
+}
+
+/// Whether an older file ends with the data set that `file` has behind its head: heads name the sender, and may differ.
+bool HasSameDataSet(const std::string& older, const std::string& file, std::size_t head) {
+    constexpr std::size_t kPiece = 64 * 1024;
+    platform::InputFile a;
+    platform::InputFile b;
+    if (!a.Open(older.c_str()) || !b.Open(file.c_str()) || b.GetSize() < head) return false;
+    const std::uint64_t length = b.GetSize() - head;
+    if (a.GetSize() < length || a.GetSize() - length > kPiece) return false;
+    std::vector<unsigned char> x(kPiece);
+    std::vector<unsigned char> y(kPiece);
+    a.Read(x.data(), static_cast<std::size_t>(a.GetSize() - length));
+    b.Read(y.data(), head);
+    for (std::uint64_t left = length; left > 0;) {
+        const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(left, kPiece));
+        if (a.Read(x.data(), step) != step || b.Read(y.data(), step) != step) return false;
+        if (!std::equal(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(step), y.begin())) return false;
+        left -= step;
+    }
+    return true;
+}
+
+}  // namespace
+
+FolderSink::~FolderSink() {
+    Discard();
+}
+
+std::uint16_t FolderSink::Begin(const StorageRequest& request) {
+    Discard();
+    if (!IsUid(request.sopInstance)) return kStatusInvalidInstance;  // whoever calls: no other name is ever made
+    m_Path = m_Folder + "/" + request.sopInstance + std::string(kExtension);
+    m_Part = m_Path + ".part";
+    const std::vector<unsigned char> head = FileHead(request);
+    m_Head = head.size();
+    if (!m_File.Open(m_Part.c_str())) {
+        m_Part.clear();
+        return kStatusOutOfResources;
+    }
+    if (head.empty()) {
+        Discard();
+        return kStatusOutOfResources;
+    }
+    const std::uint16_t status = Write(head.data(), head.size());
+    if (status != kStatusSuccess) Discard();
+    return status;
+}
+
+std::uint16_t FolderSink::Write(const void* bytes, std::size_t count) {
+    return m_File.Write(bytes, count) ? kStatusSuccess : kStatusOutOfResources;
+}
+
+std::uint16_t FolderSink::End() {
+    if (!m_File.Close() || !Settle()) {
+        Discard();
+        return kStatusOutOfResources;
+    }
+    m_Part.clear();
+    return kStatusSuccess;
+}
+
+/// Gives the file its name, which may be another than was thought.
+bool FolderSink::Settle() {
+    if (m_Existing == Existing::KeepBoth) {
+        const std::string base = m_Path.substr(0, m_Path.size() - kExtension.size());
+        for (int number = 2; platform::FileExists(m_Path.c_str()); ++number) {
+            if (HasSameDataSet(m_Path, m_Part, m_Head)) return platform::RemoveFile(m_Part.c_str());
+            m_Path = base + "-" + std::to_string(number) + std::string(kExtension);
+        }
+    }
+    return platform::RenameOver(m_Part.c_str(), m_Path.c_str());
+}
+
+void FolderSink::Discard() {
+    if (m_Part.empty()) return;
+    m_File.Close();
+    platform::RemoveFile(m_Part.c_str());
+    m_Part.clear();
+}

@@ -1,0 +1,131 @@
+#include "Dicom/Lib/StorageProvider.h"
+
+#include "Dicom/Lib/DataSetWalker.h"
+#include "Dicom/Lib/PDataBuffers.h"
+#include "Dicom/Lib/TransferSyntaxCodec.h"
+
+#include <algorithm>
+
+namespace {
+
+using Event = DcmService::Event;
+
+constexpr std::size_t kPieceBytes = 256 * 1024;
+
+/// As much as the piece holds, or as comes: data sets arrive in many small parts, and files like large ones.
+std::size_t FillPiece(PDataInputBuffer& data, std::vector<unsigned char>& piece) {
+    std::size_t used = 0;
+    while (used < piece.size()) {
+        const std::size_t got = data.ReadSome(piece.data() + used, piece.size() - used);
+        if (got == 0) break;
+        used += got;
+    }
+    return used;
+}
+
+}  // namespace
+
+bool IsUid(std::string_view text) {
+    if (text.empty() || text.size() > 64 || text.front() == '.' || text.back() == '.') return false;
+    if (text.find("..") != std::string_view::npos) return false;
+    return text.find_first_not_of("0123456789.") == std::string_view::npos;
+}
+
+Event StorageProvider::Serve(const AcceptPolicy& policy) {
+    Event event = m_Service.AcceptAssociation(policy);
+    if (event != Event::Accepted) return event;
+    do {
+        std::uint8_t context = 0;
+        DimseCommand command;
+        event = m_Service.ReceiveCommand(context, command);
+        if (event == Event::Message) event = Handle(context, command);
+    } while (event == Event::Message);
+    return event;
+}
+
+Event StorageProvider::Handle(std::uint8_t contextId, const DimseCommand& command) {
+    const AcceptedContext context = *m_Service.FindContext(contextId);
+    if (command.field == kStoreRQ) return Store(context, command);
+    if (command.HasDataSet()) {
+        PDataInputBuffer data(m_Service, contextId, 0);
+        if (data.Finish() == 0) return data.GetEvent();
+    }
+    if (command.IsResponse()) {  // to nothing that was asked
+        m_Service.Abort();
+        return Event::Fault;
+    }
+    if (command.field == kCancelRQ) return Event::Message;  // what it would cancel is over
+    std::uint16_t status = kStatusUnrecognizedOperation;
+    if (command.field == kEchoRQ) {
+        status = context.sopClass == kVerificationClass ? kStatusSuccess : kStatusClassNotSupported;
+    }
+    return Answer(contextId, command, status, "");
+}
+
+Event StorageProvider::Store(const AcceptedContext& context, const DimseCommand& command) {
+    const StorageRequest request = {command.sopClass, command.sopInstance, context.transferSyntax,
+                                    m_Service.GetCallingTitle()};
+    std::uint16_t status;
+    std::string reason;
+    if (!command.HasDataSet()) {
+        status = kStatusCannotUnderstand;
+        reason = "there is no data set";
+    } else {
+        PDataInputBuffer data(m_Service, context.id, 0);
+        if (command.sopClass != context.sopClass || !IsUid(command.sopClass)) {
+            status = kStatusClassNotSupported;
+            reason = "the SOP class is not that of the presentation context";
+        } else if (!IsUid(command.sopInstance)) {
+            status = kStatusInvalidInstance;
+            reason = "the SOP instance UID is no UID";
+        } else {
+            status = Receive(data, request, reason);
+        }
+        // What is not wanted is read all the same: the answer follows the data set.
+        if (data.Finish() == 0) return data.GetEvent();
+    }
+    m_Sink.Answered(request, status, reason);
+    return Answer(context.id, command, status, reason);
+}
+
+/// The data set into the sink. After this the rest of it, if there is one, is nobody's.
+std::uint16_t StorageProvider::Receive(PDataInputBuffer& data, const StorageRequest& request, std::string& reason) {
+    std::uint16_t status = m_Sink.Begin(request);
+    if (status != kStatusSuccess) {
+        reason = "the data set cannot be stored";
+        return status;
+    }
+    m_Piece.resize(kPieceBytes);
+    DataSetWalker walker(FindTransferSyntax(request.transferSyntax, kExplicitLittleEndian));
+    while (const std::size_t count = FillPiece(data, m_Piece)) {
+        walker.Feed(m_Piece.data(), count);
+        if (walker.IsBroken()) break;
+        status = m_Sink.Write(m_Piece.data(), count);
+        if (status != kStatusSuccess) break;
+    }
+    if (status != kStatusSuccess) {
+        reason = "the data set cannot be stored";
+    } else if (data.GetEvent() != Event::Message) {
+        status = kStatusCannotUnderstand;  // never sent: the association is over
+    } else if (!walker.IsWhole()) {
+        status = kStatusCannotUnderstand;
+        reason = "the data set is damaged or cut off";
+    } else if (walker.GetSopClass() != request.sopClass || walker.GetSopInstance() != request.sopInstance) {
+        status = kStatusDataSetMismatch;
+        reason = "the data set has another SOP class or instance";
+    } else {
+        status = m_Sink.End();
+        if (status != kStatusSuccess) reason = "the data set cannot be stored";
+        return status;
+    }
+    m_Sink.Discard();
+    return status;
+}
+
+Event StorageProvider::Answer(std::uint8_t context, const DimseCommand& command, std::uint16_t status,
+                              const std::string& reason) {
+    DimseCommand response = command.MakeResponse(status);
+    response.errorComment = reason;
+    if (m_Service.SendCommand(context, response) != 0) return Event::Message;
+    return Event::Closed;
+}

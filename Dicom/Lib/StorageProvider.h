@@ -1,0 +1,61 @@
+// Receives data sets and answers verification (PS3.4 annexes A and B).
+#pragma once
+
+#include "DcmService.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class PDataInputBuffer;
+
+/// Whether a text is a UID (PS3.5 9.1) from which a file name may be made: 1 to 64 characters, digits and dots, no empty
+/// component.
+bool IsUid(std::string_view text);
+
+/// A data set that is about to come. Class and instance are UIDs, checked to be such.
+struct StorageRequest {
+    std::string sopClass;
+    std::string sopInstance;
+    std::string transferSyntax;
+    std::string callingTitle;
+};
+
+/// Where received data sets go. For each: `Begin`, any number of `Write`, then `End` or `Discard`. Statuses are those of
+/// `DimseStatus`; other than success, they are answered to the peer, and nothing of the data set is to be left.
+class StorageSink {
+public:
+    virtual ~StorageSink() = default;
+    virtual std::uint16_t Begin(const StorageRequest& request) = 0;
+    /// A piece of the data set as encoded by the peer. After a failure only `Discard` is called.
+    virtual std::uint16_t Write(const void* bytes, std::size_t count) = 0;
+    virtual std::uint16_t End() = 0;
+    virtual void Discard() = 0;
+    /// Told last: what was answered for a data set, and why ("" for success).
+    virtual void Answered(const StorageRequest& /*request*/, std::uint16_t /*status*/, const std::string& /*reason*/) {}
+};
+
+/// Storage and verification as provider: serves one association after the other, on the caller's thread.
+///
+/// A data set is passed on as it comes. On the way its structure is checked: it must be whole, and have the class and
+/// instance that the command named; else it is discarded and answered with 0xC000 or 0xA900.
+class StorageProvider {
+public:
+    StorageProvider(DcmService& service, StorageSink& sink) : m_Service(service), m_Sink(sink) {}
+
+    /// Serves the connection of the service's socket until the association has ended; how it did.
+    DcmService::Event Serve(const AcceptPolicy& policy);
+
+private:
+    DcmService::Event Handle(std::uint8_t context, const DimseCommand& command);
+    DcmService::Event Store(const AcceptedContext& context, const DimseCommand& command);
+    std::uint16_t Receive(PDataInputBuffer& data, const StorageRequest& request, std::string& reason);
+    DcmService::Event Answer(std::uint8_t context, const DimseCommand& command, std::uint16_t status,
+                             const std::string& reason);
+
+    DcmService& m_Service;
+    StorageSink& m_Sink;
+    std::vector<unsigned char> m_Piece;
+};
