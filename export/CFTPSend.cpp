@@ -1,5 +1,6 @@
 #include "export/CFTPSend.h"
 
+#include "export/FtpWatch.h"
 #include "platform/Layout.h"
 #include "platform/Signals.h"
 
@@ -24,8 +25,31 @@ char g_NoReply[] = "";
 }  // namespace
 
 bool CFTPSend::Init = false;
+int CFTPSend::Timeout = 60'000;
 
-CFTPSend::CFTPSend() : m_pControl(nullptr), m_pData(nullptr), m_bControlBorrowed(false), m_bDataBorrowed(false) {
+/// One call of ftplib: bounded, and without SIGPIPE.
+class CFTPSend::Call {
+public:
+    explicit Call(const CFTPSend& sender, NetBuf* data = nullptr, int bytes = 0) : m_pWatch(sender.m_pWatch.get()) {
+        if (m_pWatch != nullptr) {
+            m_pWatch->Begin(data, bytes);
+        }
+    }
+    ~Call() {
+        if (m_pWatch != nullptr) {
+            m_pWatch->End();
+        }
+    }
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+private:
+    korvane_detail::FtpWatch* const m_pWatch;
+    const platform::BlockBrokenPipe m_Guard;
+};
+
+CFTPSend::CFTPSend()
+    : m_pControl(nullptr), m_pData(nullptr), m_bControlBorrowed(false), m_bDataBorrowed(false), m_bFailed(false) {
     if (!Init) {
         FtpInit();
         Init = true;
@@ -34,7 +58,8 @@ CFTPSend::CFTPSend() : m_pControl(nullptr), m_pData(nullptr), m_bControlBorrowed
 
 CFTPSend::CFTPSend(const CFTPSend& source)
     : CFileWriter(source), m_pControl(source.m_pControl), m_pData(source.m_pData),
-      m_bControlBorrowed(source.m_pControl != nullptr), m_bDataBorrowed(source.m_pData != nullptr) {}
+      m_bControlBorrowed(source.m_pControl != nullptr), m_bDataBorrowed(source.m_pData != nullptr),
+      m_bFailed(source.m_bFailed), m_pWatch(source.m_pWatch) {}
 
 CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
     if (this == &source) {
@@ -50,7 +75,9 @@ CFTPSend& CFTPSend::operator=(const CFTPSend& source) {
         EndSession();
         m_pControl = source.m_pControl;
         m_bControlBorrowed = m_pControl != nullptr;
+        m_pWatch = source.m_pWatch;
     }
+    m_bFailed = source.m_bFailed;
     return *this;
 }
 
@@ -62,35 +89,37 @@ CFTPSend::~CFTPSend() {
 
 void CFTPSend::EndSession() {
     if (m_pControl != nullptr && !m_bControlBorrowed) {
-        const platform::BlockBrokenPipe guard;
+        const Call call(*this);
         FtpQuit(m_pControl);
     }
     m_pControl = nullptr;
+    m_pWatch.reset();
     m_bControlBorrowed = false;
 }
 
 void CFTPSend::Connect(const char* host, const char* user, const char* password) {
-    const platform::BlockBrokenPipe guard;
     CFTPSend::Close();
     EndSession();
-    if (FtpConnect(host, &m_pControl) == 0) {
-        m_pControl = nullptr;
+    m_bFailed = false;
+    m_pControl = korvane_detail::ConnectWithin(host, Timeout);
+    if (m_pControl == nullptr) {
         ThrowReply(StrError());
     }
+    m_pWatch = std::make_shared<korvane_detail::FtpWatch>(m_pControl, Timeout);
+    const Call call(*this);
     if (FtpLogin(user, password, m_pControl) == 0) {
         ThrowReply(StrError());
     }
 }
 
 void CFTPSend::ChDir(const char* dir) {
-    const platform::BlockBrokenPipe guard;
+    const Call call(*this);
     if (m_pControl == nullptr || FtpChdir(dir, m_pControl) == 0) {
         ThrowReply(CFTPSend::StrError());
     }
 }
 
 bool CFTPSend::Open(const char* path, const char* mode) {
-    const platform::BlockBrokenPipe guard;
     if (m_pData != nullptr) {
         Close();
         CFTPSend::Close();  // a derived Close may have left it open
@@ -99,6 +128,7 @@ bool CFTPSend::Open(const char* path, const char* mode) {
         return false;
     }
     const char kind = mode[0] != '\0' && mode[1] == 't' ? FTPLIB_ASCII : FTPLIB_IMAGE;
+    const Call call(*this);
     if (FtpAccess(path, FTPLIB_FILE_WRITE, kind, m_pControl, &m_pData) == 0) {
         m_pData = nullptr;
     }
@@ -108,8 +138,9 @@ bool CFTPSend::Open(const char* path, const char* mode) {
 int CFTPSend::Close() {
     int result = 0;
     if (m_pData != nullptr && !m_bDataBorrowed) {
-        const platform::BlockBrokenPipe guard;
+        const Call call(*this);
         result = FtpClose(m_pData);
+        m_bFailed |= result == 0;
     }
     m_pData = nullptr;
     m_bDataBorrowed = false;
@@ -152,6 +183,8 @@ int CFTPSend::Send(const void* bytes, int count) {
     if (m_pData == nullptr) {
         return -1;
     }
-    const platform::BlockBrokenPipe guard;
-    return FtpWrite(bytes, count, m_pData);
+    const Call call(*this, m_pData, count);
+    const int sent = FtpWrite(bytes, count, m_pData);
+    m_bFailed |= sent != count;
+    return sent;
 }

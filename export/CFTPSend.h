@@ -3,17 +3,32 @@
 
 #include "CFileWriter.h"
 
+#include <memory>
+
 struct NetBuf;
 
-/// A writer that uploads through FTP (RFC 959, passive mode) instead of writing to disk. `Connect` first; then each
-/// `Open` ... `Close` makes one remote file. Every call waits for the server. A connection that breaks makes calls fail;
-/// it never raises SIGPIPE in the host.
+namespace korvane_detail {
+class FtpWatch;
+}
+
+/// A writer that uploads through FTP (RFC 959, passive mode, IPv4) instead of writing to disk. `Connect` first; then
+/// each `Open` ... `Close` makes one remote file. A connection that breaks makes calls fail; it never raises SIGPIPE in
+/// the host.
+///
+/// Every call waits for the server, but no longer than `Timeout`; then the session is broken, and its calls fail. Only
+/// how long it takes to open the data connection is the system's to decide (a server that names an unreachable address).
+///
+/// User name and password can have 57 characters each, a path 1018; with longer ones the call fails.
 ///
 /// A copy shares the connections of its source and must not outlive it; the copy ends neither.
 class KORVANE_API CFTPSend : public CFileWriter {
 public:
     /// Set once the FTP client library has been initialised, by the first object of the process.
     static bool Init;
+
+    /// The longest wait of one call, in milliseconds, for sessions that begin from now on; 0 for no limit. At first
+    /// 60,000. `Write` and `Print` get a millisecond more for each byte.
+    static int Timeout;
 
     CFTPSend();
     CFTPSend(const CFTPSend& source);
@@ -22,9 +37,10 @@ public:
     /// Closes the remote file if one is open, and ends the session.
     ~CFTPSend() override;
 
-    /// Connects to `host` (a name or an address, with ":port" behind it where it is not 21) and logs in; a session
+    /// Connects to `host` (a name or an IPv4 address, with ":port" behind it where it is not 21) and logs in; a session
     /// that was open before is ended. Throws `StrError()` as a `char*`: empty when there is no connection, else the
-    /// server's reply to the login.
+    /// server's last reply, to the login or before it. An attempt that was given up goes on in a thread of its own until
+    /// the system or the server ends it.
     void Connect(const char* host, const char* user, const char* password);
 
     /// Changes the directory on the server. Throws the server's reply as a `char*`.
@@ -38,11 +54,11 @@ public:
     /// `CFileWriter::Close` returns.)
     int Close() override;
 
-    /// Sends size * count bytes. The number of BYTES sent, or (unsigned)-1 on an error: equal to `count` only where
-    /// `size` is 1, as the exporters ask for.
+    /// Sends size * count bytes. The number of BYTES sent, so equal to `count` only where `size` is 1; 0 when sending
+    /// failed, (unsigned)-1 without an open file.
     unsigned Write(void* buf, unsigned size, unsigned count) override;
 
-    /// Sends a formatted text, at most 511 characters of it; the number of bytes sent, or -1.
+    /// Sends a formatted text, at most 511 characters of it; the number of bytes sent, 0 or -1 as above.
     int Print(const char* format, ...) override;
 
     /// An upload cannot go back: sends `offset` zero bytes from where it stands, and returns `offset`.
@@ -51,7 +67,12 @@ public:
     /// The server's last reply, line end included; "" with no connection.
     char* StrError() override;
 
+    /// Whether a file since `Connect` did not reach the server whole: something was not sent, or its end not confirmed.
+    /// The exporters do not notice either.
+    bool HasFailed() const { return m_bFailed; }
+
 private:
+    class Call;
     int Send(const void* bytes, int count);
     void EndSession();
 
@@ -60,4 +81,6 @@ private:
     /// The connection belongs to the object this one was copied from.
     bool m_bControlBorrowed;
     bool m_bDataBorrowed;
+    bool m_bFailed;
+    std::shared_ptr<korvane_detail::FtpWatch> m_pWatch;
 };

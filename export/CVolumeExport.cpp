@@ -170,6 +170,9 @@ bool CVolumeExport::SaveFtp(const std::string& rest) {
         m_Error = sender->StrError();
         return false;
     }
+    const CFTPSend* const installed = sender.get();
     SetFileWriter(sender.release());
-    return Save(target.path.c_str(), target.name.c_str());
+    const bool saved = Save(target.path.c_str(), target.name.c_str());
+    // A format does not notice a file that the server refused to finish.
+    return saved && !(m_pWriter == installed && installed->HasFailed());
 }

@@ -49,8 +49,15 @@ public:
     /// "vol" in the empty directory, and so is all of "file:out/vol". It goes through the current writer, whatever that
     /// is: after an FTP save the session is still installed.
     ///
-    /// An FTP URL logs in first. If that fails, `GetError` is the server's reply ("" without one) and the writer stays;
-    /// else a connected `CFTPSend` takes its place.
+    /// An FTP URL logs in first. If that fails, `GetError` is the server's last reply ("" without one) and the writer
+    /// stays; else a connected `CFTPSend` takes its place. Path and name may hold blanks. False as well when the server
+    /// did not confirm a file that was sent.
+    ///
+    /// The parts of an FTP URL end at the first '%', the first '@' behind it, the first '/' behind that: a user name
+    /// cannot hold '%', a password not '@'. Nothing in it is decoded. The host is a name or an IPv4 address, and takes
+    /// ":port" where the port is not 21. The path is the server's; without one the formats ask for a file in its root
+    /// ("/vol.hdr"). CRTVizVolume puts a backslash between path and name here too, so a server with slashes makes a file
+    /// "path\name.vox" beside the folder.
     ///
     /// A malformed URL (control characters included) and any exception out of `Save` give the same "Bad URL: ..." text.
     bool SaveUrl(const char* url);

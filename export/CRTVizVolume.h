@@ -1,0 +1,56 @@
+// RTViz vox volumes.
+#pragma once
+
+#include "CVolumeExport.h"
+
+#include <array>
+#include <string>
+
+namespace korvane_detail {
+struct VoxelRange;
+}
+
+/// Writes a volume as one file "name.vox": a short text header ("Vox1999a"), the voxels right behind it, first slice
+/// first. The matrix in the header holds the spacing in millimetres.
+///
+/// Voxels by pixel type:
+///   PT_BYTE              8 bits, as they are
+///   PT_SHORT, PT_USHORT  16 bits, low byte first, 12 of them significant: value - minimum, divided by 16 (truncated)
+///                        where maximum - minimum + 1 is above 4096
+///   others               none: `Save` fails
+///
+/// Minimum and maximum are the volume's (CVolume::GetMin, GetMax, their low 32 bits). Where the range that they give
+/// is below 1 or above 65535, which assembly's starting values do, the true ones are searched in the planes instead.
+///
+/// A copy is as shallow as one of CVolumeExport.
+class KORVANE_API CRTVizVolume : public CVolumeExport {
+public:
+    CRTVizVolume();
+    CRTVizVolume(const CRTVizVolume&) = default;
+    CRTVizVolume& operator=(const CRTVizVolume&) = default;
+    ~CRTVizVolume() override;
+
+    /// Takes the volume of `series`, nothing else.
+    // NOLINTNEXTLINE(misc-unconventional-assign-operator): callers chain it as the base declares it
+    CVolumeExport& operator=(CDicomVolume& series) override;
+
+    /// Writes dir + "\\" + name + ".vox" (a BACKSLASH; the local writer takes it for a separator, an FTP server may
+    /// not), the callback being called after each slice. False, without an error text, when the file cannot be opened
+    /// or there is no volume, and with one, no file made, for a pixel type without a form.
+    ///
+    /// True as well when the disk was full: writing is not checked. True also when the callback stopped the work; then
+    /// the writer stays open, its file short.
+    bool Save(const char* dir, const char* name) override;
+
+private:
+    bool IsBytes() const;
+    korvane_detail::VoxelRange PlaneRange(int plane);
+    korvane_detail::VoxelRange ChooseRange();
+    void WriteHeader();
+    bool WriteVoxels();
+
+    // Declared by the class and not used by the export.
+    std::array<std::string, 3> m_Texts;
+    std::array<std::string, 32> m_Names;
+    std::string m_Label;
+};
