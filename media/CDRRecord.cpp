@@ -1,0 +1,261 @@
+#include "media/CDRRecord.h"
+
+#include "Dicom/Lib/TransferSyntaxTable.h"
+#include "media/CCDRObject.h"
+#include "media/DRText.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+using korvane_detail::TextOf;
+
+constexpr DRElement kPatient[] = {{0x0010, 0x0010, TypeCode("PN")},
+                                  {0x0010, 0x0020, TypeCode("LO")},
+                                  {0x0010, 0x0040, TypeCode("CS")},
+                                  {0x0010, 0x0030, TypeCode("DA")}};
+constexpr DRElement kStudy[] = {{0x0020, 0x000D, TypeCode("UI")}, {0x0020, 0x0010, TypeCode("SH")},
+                                {0x0008, 0x0020, TypeCode("DA")}, {0x0008, 0x0030, TypeCode("TM")},
+                                {0x0008, 0x1030, TypeCode("LO")}, {0x0008, 0x0050, TypeCode("SH")}};
+constexpr DRElement kSeries[] = {
+    {0x0008, 0x0060, TypeCode("CS")}, {0x0020, 0x000E, TypeCode("UI")}, {0x0020, 0x0011, TypeCode("IS")}};
+// The leaves' begin with the one that all have.
+constexpr DRElement kInstanceNumber = {0x0020, 0x0013, TypeCode("IS")};
+constexpr DRElement kImage[] = {kInstanceNumber};
+constexpr DRElement kRTDose[] = {kInstanceNumber, {0x3004, 0x000A, TypeCode("CS")}};
+constexpr DRElement kRTStructSet[] = {kInstanceNumber,
+                                      {0x3006, 0x0002, TypeCode("SH")},
+                                      {0x3006, 0x0008, TypeCode("DA")},
+                                      {0x3006, 0x0009, TypeCode("TM")}};
+constexpr DRElement kRTPlan[] = {kInstanceNumber,
+                                 {0x300A, 0x0002, TypeCode("CS")},
+                                 {0x300A, 0x0006, TypeCode("DA")},
+                                 {0x300A, 0x0007, TypeCode("TM")}};
+constexpr DRElement kSRDoc[] = {kInstanceNumber,
+                                {0x0040, 0xA491, TypeCode("CS")},
+                                {0x0040, 0xA493, TypeCode("CS")},
+                                {0x0008, 0x0023, TypeCode("DA")},
+                                {0x0008, 0x0033, TypeCode("TM")},
+                                {0x0040, 0xA030, TypeCode("DT")}};
+
+/// Positions of the keys in the tables above.
+constexpr std::size_t kPatientKey = 1;
+constexpr std::size_t kStudyKey = 0;
+constexpr std::size_t kSeriesKey = 1;
+
+bool IsBeyondAscii(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0 || c == '\x1B'; });
+}
+
+void Push(DICOMObject& item, const DRElement& element, const std::string& value) {
+    item.Push(CCDRObject::CreateVR(element.group, element.element, element.typeCode, value));
+}
+
+bool HasTextBeyondAscii(const VR& codes) {
+    for (std::uint32_t i = 0; i < codes.GetItemCount(); ++i) {
+        const DICOMObject& code = *codes.GetItem(i);
+        for (const VR* element = code.GetFirst(); element != nullptr; element = code.GetNext(element)) {
+            if (IsBeyondAscii(element->GetText())) return true;
+        }
+    }
+    return false;
+}
+
+/// A code item as it stands in a directory: whatever else a data set may have nested in it stays behind.
+std::unique_ptr<DICOMDataObject> CopyCode(const DICOMObject& item) {
+    auto copy = std::make_unique<DICOMDataObject>();
+    for (const VR* element = item.GetFirst(); element != nullptr; element = item.GetNext(element)) {
+        const bool isCode = element->m_Group == 0x0008 && element->m_Element != 0;
+        if (!isCode || element->m_pSequence != nullptr || element->m_TypeCode == TypeCode("SQ")) continue;
+        VR* const made = element->Clone(true);
+        if (made->m_TypeCode == 0) made->m_TypeCode = TypeCode("UN");
+        copy->Push(made);
+    }
+    return copy;
+}
+
+std::unique_ptr<VR> CopyCodes(const VR& sequence) {
+    auto copy = std::make_unique<VR>(sequence.m_Group, sequence.m_Element, 0, 0);
+    copy->m_TypeCode = TypeCode("SQ");
+    for (std::uint32_t i = 0; i < sequence.GetItemCount(); ++i) {
+        auto item = CopyCode(*sequence.GetItem(i));
+        if (copy->AddItem(item.get()) != 0) item.release();
+    }
+    return copy;
+}
+
+}  // namespace
+
+CDRRecord::CDRRecord(CCDRObject* owner) : m_pOwner(owner) {}
+
+CDRRecord::CDRRecord(CCDRObject* owner, const DRElement* elements, std::size_t count)
+    : m_pOwner(owner), m_Values(count), m_pElements(elements) {}
+
+CDRRecord::CDRRecord(const CDRRecord& other) : m_pOwner(nullptr) {
+    *this = other;
+}
+
+CDRRecord& CDRRecord::operator=(const CDRRecord& other) {
+    m_pOwner = other.m_pOwner;
+    m_Number = other.m_Number;
+    m_Path = other.m_Path;
+    m_SourcePath = other.m_SourcePath;
+    m_ReferencedClass = other.m_ReferencedClass;
+    m_ReferencedInstance = other.m_ReferencedInstance;
+    m_ReferencedSyntax = other.m_ReferencedSyntax;
+    m_ReferencedFileId = other.m_ReferencedFileId;
+    m_Values = other.m_Values;
+    m_pElements = other.m_pElements;
+    m_CharacterSet = other.m_CharacterSet;
+    return *this;
+}
+
+CDRRecord::~CDRRecord() {
+    CCDRObject::DeleteRecordList(m_Children);
+    CCDRObject::DeleteRecordList(m_PrivateRecords);
+}
+
+std::string CDRRecord::GetTypeText() const {
+    return "CDRRECORD";
+}
+
+const std::string& CDRRecord::GetKey() const {
+    return m_ReferencedInstance;
+}
+
+void CDRRecord::SetDDO(CDRRecord* parent, const DICOMObject& dataSet) {
+    m_ReferencedSyntax = TextOf(dataSet, 0x0002, 0x0010);
+    m_ReferencedClass = TextOf(dataSet, 0x0008, 0x0016);
+    m_ReferencedInstance = TextOf(dataSet, 0x0008, 0x0018);
+    m_ReferencedFileId = TextOf(dataSet, 0x0004, 0x1500);
+    for (std::size_t i = 0; i < m_Values.size(); ++i) {
+        m_Values[i] = TextOf(dataSet, m_pElements[i].group, m_pElements[i].element);
+    }
+    if (std::any_of(m_Values.begin(), m_Values.end(), IsBeyondAscii)) m_CharacterSet = TextOf(dataSet, 0x0008, 0x0005);
+    if (parent != nullptr) parent->m_Children.Append(this);
+}
+
+void CDRRecord::AddToDDO(DICOMObject& item) const {
+    Push(item, {0x0004, 0x1430, TypeCode("CS")}, GetTypeText());
+    if (!m_CharacterSet.empty()) Push(item, {0x0008, 0x0005, TypeCode("CS")}, m_CharacterSet);
+    for (std::size_t i = 0; i < m_Values.size(); ++i) Push(item, m_pElements[i], m_Values[i]);
+}
+
+char CDRRecord::GetLetter() const {
+    return 'R';
+}
+
+CDRPatientRecord::CDRPatientRecord(CCDRObject* owner) : CDRRecord(owner, kPatient, std::size(kPatient)) {}
+std::string CDRPatientRecord::GetTypeText() const {
+    return "PATIENT";
+}
+const std::string& CDRPatientRecord::GetKey() const {
+    return m_Values[kPatientKey];
+}
+char CDRPatientRecord::GetLetter() const {
+    return 'P';
+}
+
+CDRStudyRecord::CDRStudyRecord(CCDRObject* owner) : CDRRecord(owner, kStudy, std::size(kStudy)) {}
+std::string CDRStudyRecord::GetTypeText() const {
+    return "STUDY";
+}
+const std::string& CDRStudyRecord::GetKey() const {
+    return m_Values[kStudyKey];
+}
+char CDRStudyRecord::GetLetter() const {
+    return 'S';
+}
+
+CDRSeriesRecord::CDRSeriesRecord(CCDRObject* owner) : CDRRecord(owner, kSeries, std::size(kSeries)) {}
+std::string CDRSeriesRecord::GetTypeText() const {
+    return "SERIES";
+}
+const std::string& CDRSeriesRecord::GetKey() const {
+    return m_Values[kSeriesKey];
+}
+char CDRSeriesRecord::GetLetter() const {
+    return 'S';
+}
+
+CDRImageRecord::CDRImageRecord(CCDRObject* owner) : CDRRecord(owner, kImage, std::size(kImage)) {}
+CDRImageRecord::CDRImageRecord(CCDRObject* owner, const DRElement* elements, std::size_t count)
+    : CDRRecord(owner, elements, count) {}
+
+std::string CDRImageRecord::GetTypeText() const {
+    return "IMAGE";
+}
+
+const std::string& CDRImageRecord::GetKey() const {
+    return m_ReferencedInstance;
+}
+
+void CDRImageRecord::AddToDDO(DICOMObject& item) const {
+    // The path's components are the values of the file ID.
+    Push(item, {0x0004, 0x1500, TypeCode("CS")}, m_Path);
+    Push(item, {0x0004, 0x1510, TypeCode("UI")}, m_ReferencedClass);
+    Push(item, {0x0004, 0x1511, TypeCode("UI")}, m_ReferencedInstance);
+    Push(item, {0x0004, 0x1512, TypeCode("UI")}, m_ReferencedSyntax);
+    CDRRecord::AddToDDO(item);
+}
+
+char CDRImageRecord::GetLetter() const {
+    return 'I';
+}
+
+std::unique_ptr<CDRRecord> CDRImageRecord::Make(CCDRObject* owner, std::string_view sopClass) {
+    for (const std::string_view report :
+         {"1.2.840.10008.5.1.4.1.1.88.11", "1.2.840.10008.5.1.4.1.1.88.22", "1.2.840.10008.5.1.4.1.1.88.33"}) {
+        if (sopClass == report) return std::make_unique<CDRSRDocRecord>(owner);
+    }
+    if (sopClass == "1.2.840.10008.5.1.4.1.1.481.2") return std::make_unique<CDRRTDoseRecord>(owner);
+    if (sopClass == "1.2.840.10008.5.1.4.1.1.481.3") return std::make_unique<CDRRTStructSetRecord>(owner);
+    if (sopClass == "1.2.840.10008.5.1.4.1.1.481.5") return std::make_unique<CDRRTPlanRecord>(owner);
+    return std::make_unique<CDRImageRecord>(owner);
+}
+
+CDRRTDoseRecord::CDRRTDoseRecord(CCDRObject* owner) : CDRImageRecord(owner, kRTDose, std::size(kRTDose)) {}
+std::string CDRRTDoseRecord::GetTypeText() const {
+    return "RT STRUCTURE SET";
+}
+
+CDRRTStructSetRecord::CDRRTStructSetRecord(CCDRObject* owner)
+    : CDRImageRecord(owner, kRTStructSet, std::size(kRTStructSet)) {}
+std::string CDRRTStructSetRecord::GetTypeText() const {
+    return "RT STRUCTURE SET";
+}
+
+CDRRTPlanRecord::CDRRTPlanRecord(CCDRObject* owner) : CDRImageRecord(owner, kRTPlan, std::size(kRTPlan)) {}
+std::string CDRRTPlanRecord::GetTypeText() const {
+    return "RT PLAN";
+}
+
+CDRSRDocRecord::CDRSRDocRecord(CCDRObject* owner) : CDRImageRecord(owner, kSRDoc, std::size(kSRDoc)) {}
+CDRSRDocRecord::CDRSRDocRecord(const CDRSRDocRecord& other) : CDRImageRecord(other) {
+    if (other.m_pConceptName != nullptr) m_pConceptName = CopyCodes(*other.m_pConceptName);
+}
+CDRSRDocRecord& CDRSRDocRecord::operator=(const CDRSRDocRecord& other) {
+    if (this == &other) return *this;
+    CDRImageRecord::operator=(other);
+    m_pConceptName = other.m_pConceptName != nullptr ? CopyCodes(*other.m_pConceptName) : nullptr;
+    return *this;
+}
+CDRSRDocRecord::~CDRSRDocRecord() = default;
+
+std::string CDRSRDocRecord::GetTypeText() const {
+    return "SR DOCUMENT";
+}
+
+void CDRSRDocRecord::SetDDO(CDRRecord* parent, const DICOMObject& dataSet) {
+    const VR* const conceptName = dataSet.GetVR(0x0040, 0xA043);
+    if (conceptName == nullptr) throw std::string("CDRSRDocRecord::SetDDO: Concept name sequence missing");
+    m_pConceptName = CopyCodes(*conceptName);
+    if (HasTextBeyondAscii(*m_pConceptName)) m_CharacterSet = TextOf(dataSet, 0x0008, 0x0005);
+    CDRImageRecord::SetDDO(parent, dataSet);
+}
+
+void CDRSRDocRecord::AddToDDO(DICOMObject& item) const {
+    CDRImageRecord::AddToDDO(item);
+    if (m_pConceptName != nullptr) item.Push(CopyCodes(*m_pConceptName).release());
+}

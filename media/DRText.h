@@ -1,0 +1,17 @@
+// Texts of a data set as the directory keeps them.
+#pragma once
+
+#include "Dicom/Lib/DICOMObject.h"
+#include "Dicom/Lib/TransferSyntaxTable.h"
+
+#include <string>
+
+namespace korvane_detail {
+
+/// The value without blanks and zero bytes at its end; empty where the element is absent.
+inline std::string TextOf(const DICOMObject& dataSet, unsigned short group, unsigned short element) {
+    const VR* const found = dataSet.GetVR(group, element);
+    return found != nullptr ? TrimmedUid(found->GetText()) : std::string();
+}
+
+}  // namespace korvane_detail

@@ -1,0 +1,184 @@
+// CCDRObject: the directory itself, as a data set and as a file.
+#include "Dicom/Lib/Encapsulation.h"
+#include "Dicom/Lib/FileBuffer.h"
+#include "Dicom/Lib/ReplaceValue.h"
+#include "Dicom/Lib/TransferSyntaxCodec.h"
+#include "media/CCDRObject.h"
+#include "platform/Bytes.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <limits>
+#include <random>
+
+namespace {
+
+constexpr char kMarker[] = {'D', 'I', 'C', 'M'};
+constexpr std::size_t kPreambleBytes = 128;
+constexpr std::string_view kDirectoryClassUid = "1.2.840.10008.1.3.10";
+
+constexpr unsigned kItemBytes = 16;      // of an item of undefined length: its header and its delimitation
+constexpr unsigned kDelimiterBytes = 8;  // behind the last item of a sequence
+constexpr unsigned long long kShortHeader = 8;
+constexpr unsigned long long kLongHeader = 12;
+constexpr std::uint32_t kLongestShortForm = 65534;
+
+/// A random 128-bit number as a UID (PS3.5 B.2); of even length, so that no pad is needed.
+std::string MakeUid() {
+    std::random_device source;
+    for (;;) {
+        std::array<std::uint32_t, 4> words;
+        for (std::uint32_t& word : words) word = static_cast<std::uint32_t>(source());
+        std::string digits;
+        while (std::any_of(words.begin(), words.end(), [](std::uint32_t word) { return word != 0; })) {
+            std::uint64_t rest = 0;
+            for (std::uint32_t& word : words) {
+                rest = rest << 32 | word;
+                word = static_cast<std::uint32_t>(rest / 10);
+                rest %= 10;
+            }
+            digits.insert(digits.begin(), static_cast<char>('0' + rest));
+        }
+        std::string uid = "2.25." + digits;
+        if (uid.size() % 2 == 0 && !digits.empty()) return uid;
+    }
+}
+
+VR* CreateElement(unsigned short group, unsigned short element, unsigned short typeCode, const void* bytes,
+                  std::size_t count) {
+    auto made = std::make_unique<VR>(group, element, static_cast<std::uint32_t>(count), 1);
+    if (count > 0) std::memcpy(made->m_pData, bytes, count);
+    made->m_TypeCode = typeCode;
+    return made.release();
+}
+
+/// Whether the encoder writes items, or would if there were any.
+bool IsSequence(const VR& element) {
+    const bool isTyped = element.m_pSequence != nullptr && element.m_TypeCode == TypeCode("SQ");
+    return (isTyped || element.GetItemCount() > 0) && !IsPixelData(element);
+}
+
+/// What an element takes in the file, items of a sequence aside.
+unsigned long long ElementBytes(const VR& element) {
+    if (IsSequence(element) || element.m_TypeCode == TypeCode("SQ")) return kLongHeader;
+    if (IsPixelData(element) && IsEncapsulated(&element)) {
+        unsigned long long bytes = kLongHeader + kDelimiterBytes;
+        for (std::uint32_t i = 0; i < element.GetItemCount(); ++i) {
+            const VR* const fragment = GetFragment(element, i);
+            bytes += kShortHeader + (fragment != nullptr ? fragment->m_Length : 0ull);
+        }
+        return bytes;
+    }
+    if (element.m_TypeCode == 0) return 0;  // not written
+    const bool isLong = HasLongLength(element.m_TypeCode) || element.m_Length > kLongestShortForm;
+    return (isLong ? kLongHeader : kShortHeader) + element.m_Length + (element.m_Length & 1u);
+}
+
+}  // namespace
+
+VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned short typeCode,
+                         const std::string& value) {
+    const std::string padded = value.size() % 2 != 0 ? value + " " : value;
+    return CreateElement(group, element, typeCode, padded.data(), padded.size());
+}
+
+VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned short typeCode, unsigned int value) {
+    unsigned char bytes[4];
+    platform::StoreLittle(bytes, static_cast<std::uint32_t>(value));
+    return CreateElement(group, element, typeCode, bytes, sizeof bytes);
+}
+
+VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned short typeCode, unsigned short value) {
+    unsigned char bytes[2];
+    platform::StoreLittle(bytes, static_cast<std::uint16_t>(value));
+    return CreateElement(group, element, typeCode, bytes, sizeof bytes);
+}
+
+void CCDRObject::AddMetaInformation(DICOMDataObject& dataSet) {
+    static constexpr unsigned char kVersion[2] = {0x00, 0x01};
+    if (m_MediaStorageUID.empty()) m_MediaStorageUID = MakeUid();
+    dataSet.Push(CreateElement(0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion));
+    dataSet.Push(CreateVR(0x0002, 0x0002, TypeCode("UI"), std::string(kDirectoryClassUid)));
+    dataSet.Push(CreateVR(0x0002, 0x0003, TypeCode("UI"), m_MediaStorageUID));
+    ReplaceText(dataSet, 0x0002, 0x0010, TypeCode("UI"), GetTransferSyntax());
+    ReplaceText(dataSet, 0x0002, 0x0012, TypeCode("UI"), GetImplementationClass());
+    ReplaceText(dataSet, 0x0002, 0x0013, TypeCode("SH"), GetImplementationVersion());
+    dataSet.Push(CreateVR(0x0002, 0x0016, TypeCode("AE"), m_SourceAETitle));
+    dataSet.Push(CreateVR(0x0002, 0x0000, TypeCode("UL"), static_cast<unsigned>(DDOLength(dataSet, 0))));
+}
+
+std::unique_ptr<DICOMDataObject> CCDRObject::CreateDDO() {
+    auto dataSet = std::make_unique<DICOMDataObject>();
+    AddMetaInformation(*dataSet);
+    VR* const first = CreateVR(0x0004, 0x1200, TypeCode("UL"), 0u);
+    VR* const last = CreateVR(0x0004, 0x1202, TypeCode("UL"), 0u);
+    const unsigned short consistency = m_bConsistencyFlag ? 65535 : 0;
+    // The file-set ID is a CS in the standard. UI is required: readers of these media compare it so.
+    dataSet->Push(CreateVR(0x0004, 0x1130, TypeCode("UI"), m_FileSetID));
+    dataSet->Push(first);
+    dataSet->Push(last);
+    dataSet->Push(CreateVR(0x0004, 0x1212, TypeCode("US"), consistency));
+    const unsigned long long base = DDOLength(*dataSet, kPreambleBytes + sizeof kMarker);
+    dataSet->Push(CreateVR(0x0004, 0x1220, TypeCode("SQ"), std::string()));
+    m_ItemBytes = 0;
+    const RecordRange range = CreateRecordDDO(*dataSet, m_Patients, base);
+    if (range.last + m_ItemBytes > std::numeric_limits<std::uint32_t>::max()) {
+        throw std::string("CCDRObject::CreateDDO: directory too large");
+    }
+    platform::StoreLittle(first->m_pData, static_cast<std::uint32_t>(range.first));
+    platform::StoreLittle(last->m_pData, static_cast<std::uint32_t>(range.last));
+    return dataSet;
+}
+
+CCDRObject::RecordRange CCDRObject::CreateRecordDDO(DICOMObject& dataSet, const CDRRecordList& list,
+                                                    unsigned long long base) {
+    RecordRange range;
+    VR* previous = nullptr;
+    for (std::size_t i = 0; i < list.GetSize(); ++i) {
+        const CDRRecord& record = *list.GetAt(i);
+        range.last = base + kLongHeader + m_ItemBytes;
+        if (range.first == 0) range.first = range.last;
+        if (previous != nullptr) platform::StoreLittle(previous->m_pData, static_cast<std::uint32_t>(range.last));
+        auto item = std::make_unique<DICOMDataObject>();
+        VR* const next = CreateVR(0x0004, 0x1400, TypeCode("UL"), 0u);
+        VR* const lower = CreateVR(0x0004, 0x1420, TypeCode("UL"), 0u);
+        const unsigned short inUse = 65535;
+        item->Push(next);
+        item->Push(CreateVR(0x0004, 0x1410, TypeCode("US"), inUse));
+        item->Push(lower);
+        record.AddToDDO(*item);
+        m_ItemBytes += kItemBytes + DDOLength(*item, 0);
+        if (dataSet.PushItemToLast(item.get()) == 0) throw std::bad_alloc();
+        item.release();
+        const RecordRange children = CreateRecordDDO(dataSet, record.m_Children, base);
+        platform::StoreLittle(lower->m_pData, static_cast<std::uint32_t>(children.first));
+        previous = next;
+    }
+    return range;
+}
+
+unsigned long long CCDRObject::DDOLength(const DICOMObject& object, unsigned long long offset) {
+    for (const VR* element = object.GetFirst(); element != nullptr; element = object.GetNext(element)) {
+        // The encoder writes no group lengths but that of the meta information.
+        if (element->m_Element == 0 && element->m_Group != 0x0002) continue;
+        offset += ElementBytes(*element);
+        if (!IsSequence(*element)) continue;
+        for (std::uint32_t i = 0; i < element->GetItemCount(); ++i) {
+            offset = DDOLength(*element->GetItem(i), offset + kItemBytes);
+        }
+        offset += kDelimiterBytes;
+    }
+    return offset;
+}
+
+bool CCDRObject::WriteDDO(const std::string& path, DICOMDataObject& dataSet) {
+    FileOutputBuffer file;
+    if (!file.Open(path.c_str())) return false;
+    TransferSyntaxCodec codec;
+    file.WriteZeros(kPreambleBytes);
+    file.Write(kMarker, sizeof kMarker);
+    const bool encoded = codec.EncodeMetaInformation(file, dataSet) != 0 &&
+                         codec.EncodeStream(kExplicitLittleEndian, file, &dataSet) != 0;
+    return file.Close() && encoded;
+}
