@@ -1,13 +1,14 @@
 #include "DataSetFile.h"
 
 #include "HostError.h"
+#include "InflateBuffer.h"
 
 #include <Korvane/platform/Bytes.h>
-#include <Korvane/platform/File.h>
 
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -34,48 +35,40 @@ private:
     DataSetFile& m_File;
 };
 
-enum class Beginning { NotDicom, Marked, LittleEndian, BigEndian };
+/// Whether the stream begins as a bare data set in big endian does, which the library's test for the syntax does not see.
+enum class Beginning { NotDicom, Dicom, BigEndian };
 
-Beginning LookAtBeginning(const std::string& path) {
-    unsigned char head[132];
-    platform::InputFile file;
-    errno = 0;
-    const bool opened = file.Open(path.c_str());
-    const std::size_t count = opened ? file.Read(head, sizeof head) : 0;
-    if (!opened || file.HasFailed()) {
-        StopIfInterrupted();
-        throw HostError("cannot read " + path + ": " + SystemText(errno));
-    }
-    if (count == sizeof head && std::memcmp(head + 128, "DICM", 4) == 0) return Beginning::Marked;
-    if (count < 8) return Beginning::NotDicom;
+Beginning LookAtBeginning(Buffer& buffer) {
+    const unsigned char* head = buffer.Peek(132);
+    if (head != nullptr && std::memcmp(head + 128, "DICM", 4) == 0) return Beginning::Dicom;
+    head = buffer.Peek(8);
+    if (head == nullptr) return Beginning::NotDicom;
     const auto little = platform::LoadLittle<std::uint16_t>(head);
-    if (little == 0x0002 || little == 0x0008) return Beginning::LittleEndian;
+    if (little == 0x0002 || little == 0x0008) return Beginning::Dicom;
     const bool typed = std::isupper(head[4]) != 0 && std::isupper(head[5]) != 0;
     return platform::LoadBig<std::uint16_t>(head) == 0x0008 && typed ? Beginning::BigEndian : Beginning::NotDicom;
 }
 
-/// A bare data set in big endian, which the library's test for the syntax does not see.
-void ReadBigEndian(const std::string& path, NotingCodec& codec, int option, DataSetFile& file) {
-    FileInputBuffer buffer;
+void ReadBigEndian(Buffer& buffer, NotingCodec& codec, int option, DataSetFile& file) {
     auto dataSet = std::make_unique<DICOMDataObject>();
-    if (!buffer.Open(path.c_str())) throw HostError("cannot read " + path + ": " + SystemText(errno));
     file.complete = codec.ParseStream(kExplicitBigEndian, buffer, dataSet.get(), option) != 0;
     file.transferSyntax = kExplicitBigEndianUid;
     file.dataSet = std::move(dataSet);
 }
 
-void ReadWithLibrary(const std::string& path, NotingCodec& codec, int option, DataSetFile& file) {
+void ReadWithLibrary(Buffer& buffer, NotingCodec& codec, int option, DataSetFile& file) {
     DICOMFileReader reader(codec);
-    errno = 0;
-    file.dataSet = reader.Load(path.c_str(), option);
-    if (file.dataSet == nullptr) throw HostError("cannot read " + path + ": " + SystemText(errno));
+    file.dataSet = reader.LoadStream(buffer, option);
+    if (file.dataSet == nullptr) throw std::bad_alloc();
     file.complete = reader.IsComplete();
-    file.deflated = reader.IsDeflated();
     file.transferSyntax = reader.GetTransferSyntax();
     if (file.transferSyntax.empty()) {
         file.transferSyntax =
             reader.GetSyntax() == kImplicitLittleEndian ? kImplicitLittleEndianUid : kExplicitLittleEndianUid;
     }
+    if (!reader.IsDeflated()) return;
+    InflateBuffer inflated(buffer);
+    file.complete = codec.ParseStream(kExplicitLittleEndian, inflated, file.dataSet.get(), option) != 0;
 }
 
 struct SyntaxName {
@@ -103,26 +96,34 @@ constexpr SyntaxName kSyntaxNames[] = {
 
 }  // namespace
 
-DataSetFile ReadDataSetFile(const std::string& path, int option) {
+DataSetFile ReadDataSet(Buffer& buffer, int option) {
     DataSetFile file;
-    const Beginning beginning = LookAtBeginning(path);
+    const Beginning beginning = LookAtBeginning(buffer);
     if (beginning == Beginning::NotDicom) return file;
     NotingCodec codec(file);
-    try {
-        if (beginning == Beginning::BigEndian) {
-            ReadBigEndian(path, codec, option, file);
-        } else {
-            ReadWithLibrary(path, codec, option, file);
-        }
-    } catch (const HostError&) {
-        StopIfInterrupted();
-        throw;
+    if (beginning == Beginning::BigEndian) {
+        ReadBigEndian(buffer, codec, option, file);
+    } else {
+        ReadWithLibrary(buffer, codec, option, file);
     }
     if (codec.HasStopped()) file.encapsulated = codec.GetStoppedLength() == kUndefinedLength;
     file.hasPixels = file.hasPixels || codec.HasStopped();
     if (const VR* const pixels = FindElement(*file.dataSet, MakeTag(0x7FE0, 0x0010)); pixels != nullptr) {
         file.hasPixels = true;
         file.encapsulated = IsEncapsulated(pixels);
+    }
+    return file;
+}
+
+DataSetFile ReadDataSetFile(const std::string& path, int option) {
+    FileInputBuffer buffer;
+    DataSetFile file;
+    errno = 0;
+    const bool opened = buffer.Open(path.c_str());
+    if (opened) file = ReadDataSet(buffer, option);
+    if (!opened || buffer.HasFailed()) {
+        StopIfInterrupted();
+        throw HostError("cannot read " + path + ": " + SystemText(errno));
     }
     return file;
 }

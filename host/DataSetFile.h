@@ -10,7 +10,6 @@
 struct DataSetFile {
     std::unique_ptr<DICOMDataObject> dataSet;  ///< null: not a DICOM file
     std::string transferSyntax;                ///< (0002,0010), or that of the encoding where it is missing
-    bool deflated = false;                     ///< only group 0002 could be read
     bool complete = false;                     ///< the parse met no fault
 
     // Pixel Data (7FE0,0010) of the top level:
@@ -20,8 +19,11 @@ struct DataSetFile {
     std::uint64_t pixelsPresent = 0;  ///< how many of them the file can hold
 };
 
-/// Reads a file; `option` as for `LoadDICOMFile`. A file counts as DICOM when "DICM" stands at byte 128, or when it begins
-/// with an element of group 0002 or 0008, either byte order. Throws `HostError` when it cannot be read.
+/// Reads a stream; `option` as for `LoadDICOMFile`. It counts as DICOM when "DICM" stands at byte 128, or when it begins
+/// with an element of group 0002 or 0008, either byte order. Deflated data is inflated.
+DataSetFile ReadDataSet(Buffer& buffer, int option);
+
+/// The same of a file. Throws `HostError` when it cannot be read.
 DataSetFile ReadDataSetFile(const std::string& path, int option);
 
 /// The name of a transfer syntax with its UID behind it; the UID alone when the name is not known.

@@ -1,11 +1,18 @@
 #include "Destination.h"
 
 #include "HostError.h"
+#include "TextEncoding.h"
 
+#include <Korvane/platform/Environment.h>
+#include <Korvane/platform/Terminal.h>
+
+#include <algorithm>
 #include <string_view>
 
 namespace {
 
+constexpr char kVariable[] = "KORVANE_FTP_PASSWORD";
+constexpr std::size_t kLongestName = 57;  // that the FTP library sends
 constexpr char kForms[] = "a destination is file:path/name or ftp:user%password@host/path/name";
 
 /// Takes what stands in front of the separator off the text.
@@ -20,17 +27,37 @@ std::string TakeUntil(std::string_view& text, char separator) {
 void SplitPath(std::string_view path, std::string_view separators, Destination& destination) {
     const std::size_t at = path.find_last_of(separators);
     destination.name = path.substr(at == std::string_view::npos ? 0 : at + 1);
-    destination.directory = at == std::string_view::npos ? "" : path.substr(0, at);
+    destination.directory = at == std::string_view::npos ? "." : path.substr(0, at);
     if (destination.name.empty() || destination.name == "." || destination.name == "..") {
         throw UsageError("the destination lacks a file name: " + std::string(kForms));
+    }
+}
+
+void FindPassword(Destination& destination) {
+    if (!destination.isFtp || !destination.password.empty()) return;
+    if (destination.user == "anonymous" || destination.user == "ftp") {
+        destination.password = "anonymous@";
+        return;
+    }
+    bool found = false;
+    destination.password = platform::GetEnvironment(kVariable, &found);
+    if (!found) {
+        const std::string whose = destination.user + " at " + destination.host;
+        found = platform::ReadPassword("password of " + Visible(whose), destination.password);
+        StopIfInterrupted();
+        if (!found) throw HostError("no password for " + whose + ": set " + kVariable);
+    }
+    const auto isControl = [](char character) { return static_cast<unsigned char>(character) < 0x20; };
+    if (std::any_of(destination.password.begin(), destination.password.end(), isControl)) {
+        throw HostError("control characters in the password");
     }
 }
 
 }  // namespace
 
 std::string Destination::Describe() const {
-    if (isFtp) return "ftp:" + user + "@" + host + "/" + (directory.empty() ? "" : directory + "/") + name;
-    return directory == "." ? name : directory + "/" + name;
+    const std::string path = directory == "." ? name : directory + "/" + name;
+    return isFtp ? "ftp:" + user + "@" + host + "/" + path : path;
 }
 
 Destination ParseDestination(const std::string& url) {
@@ -42,7 +69,6 @@ Destination ParseDestination(const std::string& url) {
     if (rest.starts_with("file:")) {
         rest.remove_prefix(5);
         SplitPath(rest, "/\\", destination);
-        if (rest.find_first_of("/\\") == std::string_view::npos) destination.directory = ".";
         return destination;
     }
     if (!rest.starts_with("ftp:")) throw UsageError(kForms);
@@ -56,4 +82,11 @@ Destination ParseDestination(const std::string& url) {
     destination.host = TakeUntil(rest, '/');
     SplitPath(rest, "/", destination);
     return destination;
+}
+
+void CompletePassword(Destination& destination) {
+    FindPassword(destination);
+    if (std::max(destination.user.size(), destination.password.size()) > kLongestName) {
+        throw HostError("user name and password have at most " + std::to_string(kLongestName) + " characters");
+    }
 }

@@ -3,10 +3,11 @@
 
 #include <string>
 
-/// "file:path/name" or "ftp:user%password@host/path/name". Slashes and backslashes both separate in file URLs.
+/// "file:path/name" or "ftp:user%password@host/path/name". Slashes and backslashes both separate in file URLs. A path on a
+/// server begins in the folder that it opens for the user; "ftp:user%password@host//path/name" begins in the root.
 struct Destination {
     bool isFtp = false;
-    std::string directory;  ///< of a file: "" for the root, "." for the present one
+    std::string directory;  ///< "" for the root, "." for the present one
     std::string name;
     std::string host;
     std::string user;
@@ -18,3 +19,7 @@ struct Destination {
 
 /// Throws `UsageError`, which does not repeat the password.
 Destination ParseDestination(const std::string& url);
+
+/// An FTP password that the URL leaves empty comes from the environment variable KORVANE_FTP_PASSWORD, else from the
+/// user where there is a terminal; anonymous users ("anonymous", "ftp") need none. Throws `HostError`, `Interrupted`.
+void CompletePassword(Destination& destination);

@@ -27,10 +27,6 @@ void Dump(const Arguments& arguments) {
     } else {
         DumpAsText(*file.dataSet, arguments.whole, stdout);
     }
-    if (file.deflated) {
-        throw HostError(arguments.path + ": the data set is deflated, " + DescribeSyntax(file.transferSyntax) +
-                        "; only group 0002 was read");
-    }
     if (!file.complete) throw HostError(arguments.path + ": the data ends early or is damaged; the rest was not read");
 }
 

@@ -2,12 +2,21 @@
 #pragma once
 
 #include "Destination.h"
+#include "ServerGuard.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 class CFileWriter;
+
+/// One file of an export.
+struct ExportOutput {
+    std::string name;
+    std::uint64_t size = 0;
+    std::uint32_t crc = 0;  ///< CRC-32 (that of zip and gzip), where checksums were asked for
+};
 
 /// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as "name.part" and
 /// get their names when all are whole; what a server was sent under its name is emptied when it did not become whole.
@@ -18,13 +27,19 @@ public:
     ExportFiles(const ExportFiles&) = delete;
     ExportFiles& operator=(const ExportFiles&) = delete;
 
+    // Settings, to be made before `MakeWriter`:
+    void SetDryRun() { m_bDryRun = true; }        ///< nothing is written, no server is asked
+    void SetChecksums() { m_bChecksums = true; }  ///< of all that is written
+    void SetKeepExisting() { m_bKeep = true; }    ///< a local file of the name is not replaced: a failure
+
     /// A writer for the exporter, which owns it; this object must outlive it. An FTP destination is logged in to.
     /// Throws `HostError`.
     std::unique_ptr<CFileWriter> MakeWriter();
 
     /// What went wrong first; "" when nothing did.
     const std::string& GetFailure() const { return m_Failure; }
-    const std::vector<std::string>& GetNames() const { return m_Names; }
+    const std::vector<ExportOutput>& GetOutputs() const { return m_Outputs; }
+    std::vector<std::string> GetNames() const;
 
     /// Gives local files their names. Throws `HostError`; none has its name then.
     void Commit();
@@ -33,12 +48,19 @@ public:
 
     // For the writers:
     std::string Begin(const std::string& path);  ///< the path to write to
+    void Count(const void* bytes, std::size_t count);
     void Fail(const std::string& what, const std::string& reason);
 
 private:
+    std::string ReasonOf(const std::string& reply) const;
+
     Destination m_Destination;
     std::string m_Failure;
-    std::vector<std::string> m_Names;
+    std::vector<ExportOutput> m_Outputs;
+    std::unique_ptr<ServerGuard> m_pGuard;
+    bool m_bDryRun = false;
+    bool m_bChecksums = false;
+    bool m_bKeep = false;
     bool m_bCommitted = false;
 };
 

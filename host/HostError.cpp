@@ -21,8 +21,22 @@ std::string SystemText(const std::error_code& error, const std::string& path) {
     return error.default_error_condition().message();
 }
 
+namespace {
+
+/// Without the passwords of FTP URLs, which stand where a URL was taken for something else.
+std::string WithoutPasswords(std::string text) {
+    for (std::size_t at = 0; (at = text.find("ftp:", at)) != std::string::npos; at += 4) {
+        const std::size_t from = text.find('%', at);
+        const std::size_t to = from == std::string::npos ? from : text.find('@', from);
+        if (to != std::string::npos) text.erase(from, to - from);
+    }
+    return text;
+}
+
+}  // namespace
+
 void Warn(const std::string& text) {
     std::fflush(stdout);  // messages follow the output that they are about
-    std::fprintf(stderr, "korvane: %s\n", Visible(text).c_str());
+    std::fprintf(stderr, "korvane: %s\n", Visible(WithoutPasswords(text)).c_str());
     std::fflush(stderr);
 }

@@ -44,6 +44,8 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.seriesNumber = FindInteger(dataSet, MakeTag(0x0020, 0x0011), 0);
     header.instance = FindInteger(dataSet, MakeTag(0x0020, 0x0013), 0);
     header.acquisition = FindInteger(dataSet, MakeTag(0x0020, 0x0012), 0);
+    header.temporal = FindInteger(dataSet, MakeTag(0x0020, 0x0100), 0);
+    header.echo = FindInteger(dataSet, MakeTag(0x0018, 0x0086), 0);
     const TextDecoder decoder(FindText(dataSet, MakeTag(0x0008, 0x0005)));
     header.description = decoder.ToUtf8(FindText(dataSet, MakeTag(0x0008, 0x103E)));
 }
@@ -66,10 +68,9 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     ImageHeader header;
     header.path = path;
     header.transferSyntax = file.transferSyntax;
-    header.deflated = file.deflated;
     header.encapsulated = file.encapsulated;
     header.pixelsPresent = file.pixelsPresent;
-    header.truncated = !file.deflated && (!file.complete || file.pixelsPresent < file.pixelLength);
+    header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
     ReadNames(dataSet, header);
     header.form = ReadForm(file);
     FindReals(dataSet, MakeTag(0x0018, 0x0088), &header.sliceSpacing, 1);

@@ -52,8 +52,9 @@ struct ImageHeader {
     int seriesNumber = 0;
     int instance = 0;
     int acquisition = 0;
+    int temporal = 0;  ///< Temporal Position Identifier
+    int echo = 0;      ///< Echo Number
 
-    bool deflated = false;
     bool encapsulated = false;
     bool truncated = false;  ///< the data set ends early, or the pixel data does
     std::uint64_t pixelsPresent = 0;

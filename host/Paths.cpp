@@ -9,6 +9,15 @@
 
 namespace fs = std::filesystem;
 
+namespace {
+
+std::string CannotRead(const fs::path& folder, const std::error_code& error) {
+    const std::string text = TextFromPath(folder);
+    return "cannot read " + text + ": " + SystemText(error, text);
+}
+
+}  // namespace
+
 fs::path PathFromText(const std::string& text) {
     const std::string native = platform::NativePath(text.c_str());
     return {std::u8string(native.begin(), native.end())};
@@ -17,6 +26,27 @@ fs::path PathFromText(const std::string& text) {
 std::string TextFromPath(const fs::path& path) {
     const std::u8string text = path.generic_u8string();
     return {text.begin(), text.end()};
+}
+
+void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable) {
+    std::error_code error;
+    fs::recursive_directory_iterator entry(folder, error);
+    const fs::recursive_directory_iterator end;
+    while (!error && entry != end) {
+        std::error_code entryError;
+        if (entry->is_regular_file(entryError)) files.push_back(TextFromPath(entry->path()));
+        if (entry->is_directory(entryError) && !entry->is_symlink(entryError)) {
+            // Going on into a folder that cannot be read would end the whole walk.
+            const fs::directory_iterator tried(entry->path(), entryError);
+            if (entryError) {
+                unreadable.push_back(CannotRead(entry->path(), entryError));
+                entry.disable_recursion_pending();
+            }
+        }
+        entry.increment(error);
+        StopIfInterrupted();
+    }
+    if (error) unreadable.push_back(CannotRead(folder, error));
 }
 
 void MakeDirectory(const std::string& directory) {

@@ -8,8 +8,14 @@
 #include <cstdio>
 #include <utility>
 
-ProgressBar::ProgressBar(std::string label, long total)
-    : m_Label(std::move(label)), m_bTerminal(platform::IsErrorTerminal()) {
+namespace {
+
+constexpr int kPaceWidth = 28;
+
+}  // namespace
+
+ProgressBar::ProgressBar(std::string label, long total, double unitBytes)
+    : m_Label(std::move(label)), m_dUnitBytes(unitBytes), m_bTerminal(platform::IsErrorTerminal()) {
     SetTotElab(total);
     StartProgress();
     Draw(0);
@@ -33,10 +39,24 @@ void ProgressBar::Step() {
 
 void ProgressBar::Draw(int percent) const {
     if (!m_bTerminal) return;
-    const int room = platform::GetTerminalWidth() - static_cast<int>(m_Label.size()) - 10;
+    const int room = platform::GetTerminalWidth() - static_cast<int>(m_Label.size()) - 10 - kPaceWidth;
     const int width = std::clamp(room, 0, 60);
     const auto done = static_cast<std::size_t>(width * percent / 100);
     const std::string bar = std::string(done, '#') + std::string(static_cast<std::size_t>(width) - done, '.');
-    std::fprintf(stderr, "\r%s [%s] %3d %%", m_Label.c_str(), bar.c_str(), percent);
+    std::string pace = DescribePace(percent);
+    pace.resize(static_cast<std::size_t>(std::clamp(room + kPaceWidth - width, 0, kPaceWidth)), ' ');
+    std::fprintf(stderr, "\r%s [%s] %3d %%%s", m_Label.c_str(), bar.c_str(), percent, pace.c_str());
     std::fflush(stderr);
+}
+
+std::string ProgressBar::DescribePace(int percent) const {
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Start).count();
+    if (percent <= 0 || seconds <= 0) return {};
+    const double units = static_cast<double>(m_lTotElab) * percent / 100;
+    const double rate = (m_dUnitBytes > 0 ? units * m_dUnitBytes / 1e6 : units) / seconds;
+    const auto left = static_cast<long long>(std::min(seconds * (100 - percent) / percent, 359999.0));
+    char text[64];
+    std::snprintf(text, sizeof text, "  %lld%s  %lld:%02lld left", static_cast<long long>(std::min(rate, 1e9)),
+                  m_dUnitBytes > 0 ? " MB/s" : "/s", left / 60, left % 60);
+    return text;
 }

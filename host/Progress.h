@@ -3,13 +3,15 @@
 
 #include <Korvane/volume/CPercent.h>
 
+#include <chrono>
 #include <string>
 
-/// Draws a bar where standard error is a terminal, and nothing elsewhere. As the library's callback it asks to stop once
+/// Draws a bar with rate and remaining time where standard error is a terminal, and nothing elsewhere. As the library's callback it asks to stop once
 /// Ctrl-C has come.
 class ProgressBar : public CPercent {
 public:
-    ProgressBar(std::string label, long total);
+    /// `unitBytes`: what one unit of work moves, for a rate in megabytes; 0 for one in units.
+    ProgressBar(std::string label, long total, double unitBytes = 0);
     ~ProgressBar() override;
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
@@ -21,7 +23,10 @@ public:
 
 private:
     void Draw(int percent) const;
+    std::string DescribePace(int percent) const;
 
     std::string m_Label;
+    double m_dUnitBytes;
+    std::chrono::steady_clock::time_point m_Start = std::chrono::steady_clock::now();
     bool m_bTerminal;
 };

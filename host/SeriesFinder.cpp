@@ -20,32 +20,6 @@ namespace {
 // more than these is compared with the last ones only.
 constexpr std::size_t kOrientationsCompared = 64;
 
-std::string CannotRead(const fs::path& folder, const std::error_code& error) {
-    const std::string text = TextFromPath(folder);
-    return "cannot read " + text + ": " + SystemText(error, text);
-}
-
-void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable) {
-    std::error_code error;
-    fs::recursive_directory_iterator entry(folder, error);
-    const fs::recursive_directory_iterator end;
-    while (!error && entry != end) {
-        std::error_code entryError;
-        if (entry->is_regular_file(entryError)) files.push_back(TextFromPath(entry->path()));
-        if (entry->is_directory(entryError) && !entry->is_symlink(entryError)) {
-            // Going on into a folder that cannot be read would end the whole walk.
-            const fs::directory_iterator tried(entry->path(), entryError);
-            if (entryError) {
-                unreadable.push_back(CannotRead(entry->path(), entryError));
-                entry.disable_recursion_pending();
-            }
-        }
-        entry.increment(error);
-        StopIfInterrupted();
-    }
-    if (error) unreadable.push_back(CannotRead(folder, error));
-}
-
 std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::vector<std::string>& unreadable) {
     std::vector<std::string> files;
     for (const std::string& text : paths) {
@@ -72,6 +46,7 @@ void ReadHeaders(const std::vector<std::string>& paths, Findings& findings) {
             const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData);
             if (file.dataSet == nullptr) {
                 ++findings.ignored;
+                findings.leftOut.push_back({path, "not a DICOM file"});
             } else {
                 findings.files.push_back(ReadImageHeader(path, file));
             }
@@ -85,9 +60,7 @@ void ReadHeaders(const std::vector<std::string>& paths, Findings& findings) {
 
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
 void DropCopies(Findings& findings) {
-    const auto damage = [](const ImageHeader& header) {
-        return header.truncated || header.deflated ? 2 : (header.encapsulated ? 1 : 0);
-    };
+    const auto damage = [](const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); };
     using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
     std::map<Identity, std::size_t> known;
     std::vector<ImageHeader> kept;
@@ -101,7 +74,8 @@ void DropCopies(Findings& findings) {
         }
         ++findings.copies;
         ImageHeader& present = kept[entry->second];
-        if (damage(header) < damage(present)) present = std::move(header);
+        if (damage(header) < damage(present)) std::swap(present, header);
+        findings.leftOut.push_back({header.path, "the same image as " + present.path});
     }
     findings.files = std::move(kept);
 }

@@ -25,8 +25,15 @@ struct Series {
 };
 
 struct Findings {
+    /// A file that is in no series, and why.
+    struct LeftOut {
+        std::string path;
+        std::string why;
+    };
+
     std::vector<ImageHeader> files;
     std::vector<Series> series;
+    std::vector<LeftOut> leftOut;         ///< those that the two numbers below count
     std::size_t ignored = 0;              ///< files that are not DICOM
     std::size_t copies = 0;               ///< files that repeat another file's image, left out
     std::vector<std::string> unreadable;  ///< one line each

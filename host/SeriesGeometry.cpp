@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
 namespace {
@@ -30,7 +31,8 @@ Vector NormalOf(const std::array<double, 6>& o) {
     return normal;
 }
 
-void BuildStacks(const std::vector<FramePlace>& slices, SeriesGeometry& geometry, std::vector<double>& along) {
+void BuildStacks(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
+    std::vector<double>& along = geometry.along;
     std::vector<std::pair<double, std::size_t>> order;
     for (std::size_t i = 0; i < slices.size(); ++i) {
         if (slices[i].hasPosition) {
@@ -60,7 +62,12 @@ void CountVolumes(SeriesGeometry& geometry) {
                                     [&](const auto& stack) { return stack.size() == geometry.volumes; });
 }
 
-void MeasureGaps(const std::vector<double>& along, SeriesGeometry& geometry) {
+double ToleranceOf(double gap) {
+    return std::max(kSmallestUneven, kUneven * gap);
+}
+
+void MeasureGaps(SeriesGeometry& geometry) {
+    const std::vector<double>& along = geometry.along;
     if (along.size() < 2) return;
     std::vector<double> gaps;
     for (std::size_t i = 1; i < along.size(); ++i) gaps.push_back(along[i] - along[i - 1]);
@@ -69,7 +76,7 @@ void MeasureGaps(const std::vector<double>& along, SeriesGeometry& geometry) {
     geometry.smallestGap = sorted.front();
     geometry.largestGap = sorted.back();
     geometry.usualGap = sorted[(sorted.size() - 1) / 2];
-    const double tolerance = std::max(kSmallestUneven, kUneven * geometry.usualGap);
+    const double tolerance = ToleranceOf(geometry.usualGap);
     for (std::size_t i = 0; i < gaps.size(); ++i) {
         if (std::fabs(gaps[i] - geometry.usualGap) <= tolerance) continue;
         const double ratio = std::round(gaps[i] / geometry.usualGap);
@@ -93,12 +100,42 @@ SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices) {
     SeriesGeometry geometry;
     if (slices.empty()) return geometry;
     geometry.normal = NormalOf(slices.front().orientation);
-    std::vector<double> along;
-    BuildStacks(slices, geometry, along);
+    BuildStacks(slices, geometry);
     CountVolumes(geometry);
-    MeasureGaps(along, geometry);
+    MeasureGaps(geometry);
     MeasureTilt(slices, geometry);
     return geometry;
+}
+
+std::vector<std::pair<std::size_t, std::size_t>> EvenRuns(const std::vector<double>& along) {
+    // The best cut of the first n positions ends with a run that begins where `start` says.
+    struct Cut {
+        std::size_t runs = 0;
+        std::uint64_t squares = 0;  // of the runs' lengths: larger where one of two is long
+        std::size_t start = 0;
+    };
+    std::vector<Cut> best(along.size() + 1);
+    for (std::size_t end = 1; end <= along.size(); ++end) {
+        double smallest = 0;
+        double largest = 0;
+        for (std::size_t start = end; start-- > 0;) {
+            const std::uint64_t length = end - start;
+            if (length > 1) {
+                const double gap = along[start + 1] - along[start];
+                smallest = length == 2 ? gap : std::min(smallest, gap);
+                largest = std::max(largest, gap);
+                if (largest - smallest > ToleranceOf(smallest)) break;
+            }
+            const Cut cut{best[start].runs + 1, best[start].squares + length * length, start};
+            const bool better = length == 1 || cut.runs < best[end].runs ||
+                                (cut.runs == best[end].runs && cut.squares > best[end].squares);
+            if (better) best[end] = cut;
+        }
+    }
+    std::vector<std::pair<std::size_t, std::size_t>> runs;
+    for (std::size_t end = along.size(); end > 0; end = best[end].start) runs.emplace_back(best[end].start, end - 1);
+    std::reverse(runs.begin(), runs.end());
+    return runs;
 }
 
 bool SameOrientation(const FramePlace& a, const FramePlace& b) {

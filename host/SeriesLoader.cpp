@@ -22,10 +22,9 @@ constexpr Tag kPixelData = MakeTag(0x7FE0, 0x0010);
 
 void CheckPixels(const ImageHeader& header) {
     const PixelForm& form = header.form;
-    if (header.deflated) Refuse(header, "the data is deflated: " + DescribeSyntax(header.transferSyntax));
     if (form.kind == PixelForm::Kind::None) Refuse(header, "no pixel data");
     if (form.kind != PixelForm::Kind::Integer) Refuse(header, "floating-point pixel data");
-    if (header.encapsulated) {
+    if (header.encapsulated && !CodecManager::CanDecode(header.transferSyntax)) {
         Refuse(header, "compressed pixel data, no codec for " + DescribeSyntax(header.transferSyntax));
     }
     if (form.rows == 0 || form.columns == 0 || form.allocated == 0 || form.stored == 0) {
@@ -35,6 +34,7 @@ void CheckPixels(const ImageHeader& header) {
         Refuse(header, "bits stored " + std::to_string(form.stored) + " and high bit " + std::to_string(form.highBit) +
                            " do not fit into " + std::to_string(form.allocated) + " bits");
     }
+    if (header.encapsulated) return;  // decoding tells
     const std::uint64_t present = header.FramesPresent();
     if (present < static_cast<std::uint64_t>(header.frames)) {
         const std::uint64_t needed = form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
@@ -51,7 +51,7 @@ const Series& ChooseSeries(const Findings& findings, const std::string& choice) 
     for (std::size_t i = 0; i < findings.series.size(); ++i) {
         const Series& series = findings.series[i];
         const ImageHeader& first = findings.FirstFile(series);
-        const bool chosen = choice.empty() ? first.form.kind != PixelForm::Kind::None || first.deflated
+        const bool chosen = choice.empty() ? first.form.kind != PixelForm::Kind::None
                                            : choice == std::to_string(i + 1) || choice == first.seriesUid;
         if (chosen) matches.push_back(&series);
     }
@@ -61,24 +61,6 @@ const Series& ChooseSeries(const Findings& findings, const std::string& choice) 
     if (matches.empty()) throw HostError("none of the series found has pixels");
     const std::string count = std::to_string(matches.size());
     AskForSeries(findings, count + (choice.empty() ? " series found" : " series have this UID"));
-}
-
-std::vector<Slice> ChooseVolume(const Series& series, int number) {
-    const SeriesGeometry& geometry = series.geometry;
-    if (number < 1 || static_cast<std::size_t>(number) > geometry.volumes) {
-        throw UsageError("there is no volume " + std::to_string(number) + ": the series makes " +
-                         std::to_string(geometry.volumes));
-    }
-    if (geometry.volumes == 1) return series.slices;
-    std::vector<std::size_t> chosen;
-    for (const auto& stack : geometry.stacks) {
-        if (stack.size() >= static_cast<std::size_t>(number))
-            chosen.push_back(stack[static_cast<std::size_t>(number) - 1]);
-    }
-    std::sort(chosen.begin(), chosen.end());
-    std::vector<Slice> slices;
-    for (const std::size_t index : chosen) slices.push_back(series.slices[index]);
-    return slices;
 }
 
 void CheckAssembly(const Findings& findings, const Series& series) {
@@ -126,8 +108,16 @@ void LoadedSlices::PlaceInOrder(const Findings& findings, const Slice& first) {
     }
 }
 
+void LoadedSlices::Decode(const ImageHeader& header, DataSetFile& file) {
+    if (!file.complete) Refuse(header, "the data ends early or is damaged");
+    if (m_Codecs.Decode(file.dataSet.get()) != 0) return;
+    StopIfInterrupted();
+    Refuse(header, "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + m_Codecs.GetError());
+}
+
 void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& frames) {
     DataSetFile file = ReadDataSetFile(header.path, kParseAll);
+    if (file.encapsulated) Decode(header, file);
     const VR* const pixels = file.dataSet != nullptr ? FindElement(*file.dataSet, kPixelData) : nullptr;
     const std::uint64_t needed = header.form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
     if (pixels == nullptr || pixels->m_pData == nullptr || pixels->m_Length < needed) {

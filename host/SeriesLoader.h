@@ -12,10 +12,6 @@
 /// only one that has pixels. Throws `UsageError` when that is not one; the text then lists all.
 const Series& ChooseSeries(const Findings& findings, const std::string& choice);
 
-/// The slices of volume `number` (from 1) of a series whose positions repeat; all slices of one whose do not. A position
-/// that has fewer slices is left out. Throws `UsageError` when there is no such volume.
-std::vector<Slice> ChooseVolume(const Series& series, int number);
-
 /// Throws `HostError`, which names the file and the reason, when the library could not assemble the slices as they are:
 /// no native integer pixels, data cut short, a position missing.
 void CheckAssembly(const Findings& findings, const Series& series);
@@ -31,9 +27,11 @@ public:
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
 
 private:
+    void Decode(const ImageHeader& header, DataSetFile& file);
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
     void PlaceInOrder(const Findings& findings, const Slice& first);
 
+    CodecManager m_Codecs;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share
     std::vector<DICOMDataObject*> m_List;

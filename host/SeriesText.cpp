@@ -21,8 +21,7 @@ std::string Title(const Findings& findings, std::size_t index) {
     if (!first.description.empty()) text += " \"" + first.description + "\"";
     text += ", " + std::to_string(images);
     if (first.form.kind == PixelForm::Kind::None) {
-        return text + (images == 1 ? " object" : " objects") +
-               (first.deflated ? " of deflated data" : " without pixels");
+        return text + (images == 1 ? " object" : " objects") + " without pixels";
     }
     return text + (images == 1 ? " slice of " : " slices of ") + Matrix(first.form);
 }

@@ -25,10 +25,15 @@ void SetTrueRange(CVolume& volume) {
 }  // namespace
 
 SeriesVolume::SeriesVolume(const SeriesChoice& choice)
-    : m_Findings(Find(choice.paths)), m_pSeries(&ChooseSeries(m_Findings, choice.series)),
-      m_bVolumeChosen(choice.volume != 0) {
+    : m_Findings(Find(choice.paths)), m_pSeries(&ChooseSeries(m_Findings, choice.series)), m_nVolume(choice.volume) {
     CheckAssembly(m_Findings, *m_pSeries);
-    m_Slices = ChooseVolume(*m_pSeries, m_bVolumeChosen ? choice.volume : 1);
+    m_Sets = FindVolumes(m_Findings, *m_pSeries);
+    const auto number = static_cast<std::size_t>(GetVolumeNumber());
+    if (number > m_Sets.volumes.size()) {
+        throw UsageError("there is no volume " + std::to_string(number) + ": the series makes " +
+                         std::to_string(m_Sets.volumes.size()));
+    }
+    m_Slices = m_Sets.volumes[number - 1];
 }
 
 std::size_t SeriesVolume::GetSliceCount() const {
@@ -46,9 +51,19 @@ std::string SeriesVolume::DescribeColours() const {
 }
 
 void SeriesVolume::Load() {
+    TellWarnings();
+    if (m_Sets.volumes.size() > 1 && !IsVolumeChosen()) Warn("taking volume 1; choose with --volume");
+    Load(m_Slices);
+}
+
+void SeriesVolume::TellWarnings() const {
     for (const std::string& warning : m_pSeries->warnings) Warn("warning: " + warning);
-    if (m_pSeries->geometry.volumes > 1 && !m_bVolumeChosen) Warn("taking volume 1; choose with --volume");
-    m_Loaded.emplace(m_Findings, m_Slices);
+}
+
+void SeriesVolume::Load(const std::vector<Slice>& slices) {
+    m_Assembled = CDicomVolume();  // its memory is wanted for the next one
+    m_Loaded.emplace(m_Findings, slices);
+    m_Slices = slices;
     Assemble();
 }
 

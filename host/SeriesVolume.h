@@ -3,6 +3,7 @@
 
 #include "SeriesFinder.h"
 #include "SeriesLoader.h"
+#include "VolumeSets.h"
 
 #include <Korvane/series/CDicomVolume.h>
 
@@ -27,14 +28,27 @@ public:
     const FramePlace& GetPlace() const { return m_Findings.PlaceOf(m_Slices.front()); }
     std::size_t GetSliceCount() const;
 
+    const Findings& GetFindings() const { return m_Findings; }
+    const Series& GetSeries() const { return *m_pSeries; }
+    /// Where positions repeat the series makes several volumes.
+    const VolumeSets& GetSets() const { return m_Sets; }
+    bool IsVolumeChosen() const { return m_nVolume != 0; }
+    int GetVolumeNumber() const { return m_nVolume != 0 ? m_nVolume : 1; }
+
     /// Whether the voxels are grey values, not colours or palette entries.
     bool IsGrey() const;
     /// What they are, for a message, when they are not.
     std::string DescribeColours() const;
 
-    /// Warns of what is odd about the series, reads it and makes the volume, with its true minimum and maximum.
+    /// Warns of what is odd about the series, reads the volume asked for, or the first.
     /// Throws `HostError`, `Interrupted`.
     void Load();
+
+    /// Messages about what is odd about the series.
+    void TellWarnings() const;
+    /// Reads slices and makes the volume of them, with its true minimum and maximum, in place of the one before.
+    /// Throws `HostError`, `Interrupted`.
+    void Load(const std::vector<Slice>& slices);
 
     // After Load:
     CDicomVolume& GetAssembled() { return m_Assembled; }
@@ -46,7 +60,8 @@ private:
 
     Findings m_Findings;
     const Series* m_pSeries;
-    bool m_bVolumeChosen;
+    VolumeSets m_Sets;
+    int m_nVolume;
     std::vector<Slice> m_Slices;
     std::optional<LoadedSlices> m_Loaded;
     CDicomVolume m_Assembled;

@@ -70,8 +70,9 @@ private:
     }
 
     void Data() {
-        AddFiles("deflated data", [](const ImageHeader& header) { return header.deflated; });
-        AddFiles("compressed pixel data", [](const ImageHeader& header) { return header.encapsulated; });
+        AddFiles("compressed pixel data without a codec", [](const ImageHeader& header) {
+            return header.encapsulated && !CodecManager::CanDecode(header.transferSyntax);
+        });
         AddFiles("data that ends early", [](const ImageHeader& header) { return header.truncated; });
     }
 

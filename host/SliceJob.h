@@ -3,9 +3,9 @@
 
 #include "Annotation.h"
 #include "ExportFiles.h"
-#include "GreyWindow.h"
 #include "SeriesVolume.h"
 #include "SliceGrid.h"
+#include "WindowChoice.h"
 
 #include <optional>
 #include <string>
@@ -50,6 +50,6 @@ private:
     SeriesVolume& m_Series;
     DcmObliqueSlice m_Slice;
     VolumeView m_View;
-    GreyWindow m_Window;
+    WindowChoice m_Window;
     ExportFiles m_Files;
 };

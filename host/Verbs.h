@@ -5,8 +5,13 @@ namespace CLI {
 class App;
 }
 
+void AddConvertVerb(CLI::App& program);
 void AddDumpVerb(CLI::App& program);
+void AddEchoVerb(CLI::App& program);
 void AddExportVerb(CLI::App& program);
 void AddInfoVerb(CLI::App& program);
+void AddMediaVerb(CLI::App& program);
 void AddPhantomVerb(CLI::App& program);
+void AddReceiveVerb(CLI::App& program);
+void AddSendVerb(CLI::App& program);
 void AddSliceVerb(CLI::App& program);

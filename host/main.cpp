@@ -20,8 +20,13 @@ void AddVerbs(CLI::App& program) {
     AddPhantomVerb(program);
     AddInfoVerb(program);
     AddDumpVerb(program);
+    AddConvertVerb(program);
     AddExportVerb(program);
     AddSliceVerb(program);
+    AddMediaVerb(program);
+    AddEchoVerb(program);
+    AddSendVerb(program);
+    AddReceiveVerb(program);
     program.set_version_flag("--version", "korvane " KORVANE_VERSION);
     for (CLI::App* const verb : program.get_subcommands({})) {
         verb->set_version_flag("--version", "korvane " KORVANE_VERSION);

@@ -1,4 +1,4 @@
-#include "GreyWindow.h"
+#include "WindowChoice.h"
 
 #include "SeriesWarnings.h"
 #include "Toolkit.h"
@@ -109,10 +109,10 @@ Window ToRescaled(const Window& window, const Rescale& rescale) {
 
 }  // namespace
 
-GreyWindow FindWindow(SeriesVolume& series, const std::optional<Window>& wanted) {
+WindowChoice FindWindow(SeriesVolume& series, const std::optional<Window>& wanted) {
     const Rescale rescale = RescaleOf(series.GetPlace());
     const std::optional<Window> own = WindowOf(series.GetFirstDataSet());
-    GreyWindow result;
+    WindowChoice result;
     Window window;
     if (wanted || own) {
         window = wanted ? *wanted : *own;

@@ -14,7 +14,7 @@ struct Window {
 };
 
 /// A window over the values that are stored.
-struct GreyWindow {
+struct WindowChoice {
     Window stored;
     bool inverted = false;  ///< low stored values are bright
     std::string origin;     ///< where it comes from, with its numbers: for the user
@@ -22,4 +22,4 @@ struct GreyWindow {
 
 /// The window asked for, else that of the series' first data set, else from the 1st to the 99th percentile of the
 /// volume. The photometric interpretation and a negative slope go in.
-GreyWindow FindWindow(SeriesVolume& series, const std::optional<Window>& wanted);
+WindowChoice FindWindow(SeriesVolume& series, const std::optional<Window>& wanted);
