@@ -2,13 +2,6 @@
 
 namespace {
 
-/// A text that may hold zero bytes, from numbers.
-std::string Bytes(std::initializer_list<int> values) {
-    std::string bytes;
-    for (const int value : values) bytes.push_back(static_cast<char>(value));
-    return bytes;
-}
-
 /// A header with a matrix, a data type and pixdim[1] = 0.5; a little-endian one has sizeof_hdr 0.
 std::string Header(bool big, int nx, int ny, int nz, int datatype) {
     const auto word = [big](int v) { return big ? Bytes({v >> 8, v}) : Bytes({v, v >> 8}); };
@@ -32,14 +25,6 @@ struct StubbornWriter : CFileWriter {
     }
     int m_nRefused, m_nCloses = 0;
     bool m_bRow = false;  // the last request
-};
-
-/// Asks to stop at the given percentage.
-struct Stopper : CPercent {
-    Stopper(int total, short stop) : m_nStop(stop) { SetTotElab(total); }
-    bool OnProgress(short percent) override { return m_Percents += std::to_string(percent) + " ", percent == m_nStop; }
-    short m_nStop;
-    std::string m_Percents;
 };
 
 class CAnalyzeVolumeTest : public ExportTest {
@@ -79,9 +64,7 @@ TEST_F(CAnalyzeVolumeTest, WritesTheHeaderByteForByte) {
     EXPECT_EQ(ReadBack("vol.hdr"), expected);
 }
 
-TEST_F(CAnalyzeVolumeTest, StoresLastSliceFirstHighByteFirst) {
-    TestSeries words({.slices = 2, .first = -2});
-    EXPECT_EQ(Voxels(words), Bytes({0, 4, 0, 5, 0, 6, 0, 7, 0, 8, 0, 9, 255, 254, 255, 255, 0, 0, 0, 1, 0, 2, 0, 3}));
+TEST_F(CAnalyzeVolumeTest, StoresBytesAsTheyAreAndNothingOfWiderTypes) {
     TestSeries bytes({.bits = 8, .isSigned = 0});
     EXPECT_EQ(Voxels(bytes), Bytes({12, 13, 14, 15, 16, 17, 6, 7, 8, 9, 10, 11, 0, 1, 2, 3, 4, 5}));
     EXPECT_EQ(ReadBack("vol.hdr").substr(70, 4), Bytes({0, 2, 0, 8}));
@@ -103,7 +86,6 @@ TEST_F(CAnalyzeVolumeTest, HalvesOrShiftsUnsignedVoxelsAndGoesOnDoingSo) {
 }
 
 TEST_F(CAnalyzeVolumeTest, WritesARowACallAndFailsWhereTheWriterDoes) {
-    EXPECT_FALSE(Save(m_Exporter));  // no volume yet
     m_Exporter = m_Series;
     const int header = 1 + 43, events = header + 1 + 3 * 2;  // opening, fields; opening, rows
     for (int refused = 1; refused <= events + 1; ++refused) {
@@ -115,15 +97,9 @@ TEST_F(CAnalyzeVolumeTest, WritesARowACallAndFailsWhereTheWriterDoes) {
         EXPECT_EQ(writer->m_bRow, refused > header + 1);
     }
     EXPECT_STREQ(m_Exporter.GetError(), "");
-    Stopper stopper(3, 66);
-    m_Exporter.SetCallback(&stopper);
-    m_Exporter.SetFileWriter(new CFileWriter);
-    EXPECT_EQ(Voxels(m_Series, m_Exporter).size(), 12u);  // to stop after one slice of three is done, not failed
-    EXPECT_EQ(stopper.m_Percents, "33 66 ");
-    m_pVolume->Init(CVolume::PT_SHORT, 3, 2, 3, 1);  // planes without pixels
-    EXPECT_FALSE(Save(m_Exporter));
     m_pVolume->Init(CVolume::PT_SHORT, 2, 2, 3, 1);  // the header is of another matrix
     m_pVolume->Alloc(true);
+    m_Exporter.SetFileWriter(new CFileWriter);
     EXPECT_FALSE(Save(m_Exporter));
 }
 

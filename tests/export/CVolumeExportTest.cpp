@@ -32,36 +32,4 @@ TEST(CVolumeExportTest, CallsUrlsAndWhateverSaveThrowsBadButNotAPlainFalse) {
     EXPECT_STREQ(saving.GetError(), kBadUrl);
 }
 
-TEST(CVolumeExportTest, OwnsWriterAndReferenceAndACopyOwnsNothing) {
-    static int deaths = 0;
-    struct Mortal : CFileWriter {
-        ~Mortal() override { ++deaths; }
-    };
-    TestSeries series(TestSeries::Form{});
-    const CVolume& volume = *series.m_Series.GetVolume();
-    {
-        Recorder source;
-        source = series;
-        source = series;
-        source.SetFileWriter(new Mortal);
-        EXPECT_EQ(volume.GetNRefs(), 2);
-        {
-            Recorder copy(source);
-            source = copy;  // what they share stays the source's
-            Recorder other;
-            other = series;
-            other = copy;   // drops nothing that is shared
-            copy = series;  // a reference of its own
-            EXPECT_EQ(volume.GetNRefs(), 4);
-            copy.SetFileWriter(new CFileWriter);
-        }
-        EXPECT_EQ(deaths, 0);
-        EXPECT_EQ(volume.GetNRefs(), 2);
-        source.SetFileWriter(new Mortal);
-        EXPECT_EQ(deaths, 1);
-    }
-    EXPECT_EQ(deaths, 2);
-    EXPECT_EQ(volume.GetNRefs(), 1);
-}
-
 }  // namespace

@@ -34,7 +34,8 @@ TEST(DestinationTest, FtpPasswordsMayHoldPercentAndAreNeverShown) {
     EXPECT_EQ(destination.name, "vol");
     EXPECT_EQ(destination.Describe(), "ftp:user@host:2121/a/b/vol");
     EXPECT_EQ(ParseDestination("ftp:u%@h/v").password, "");
-    EXPECT_EQ(ParseDestination("ftp:u%p@h/v").directory, "");
+    EXPECT_EQ(ParseDestination("ftp:u%p@h/v").directory, ".");
+    EXPECT_EQ(ParseDestination("ftp:u%p@h//v").directory, "");
 }
 
 TEST(DestinationTest, ControlCharactersNeverReachAServer) {

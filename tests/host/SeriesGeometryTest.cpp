@@ -82,4 +82,17 @@ TEST(SeriesGeometryTest, LabelsNameTheStrongestDirectionsFirst) {
     EXPECT_EQ(DirectionLabel(0, 0, 0), "");
 }
 
+TEST(SeriesGeometryTest, RunsAreFewAndLong) {
+    using Runs = std::vector<std::pair<std::size_t, std::size_t>>;
+    struct Case {
+        std::vector<double> along;
+        Runs runs;
+    };
+    for (const Case& c : {Case{{}, {}}, Case{{3}, {{0, 0}}}, Case{{0, 5, 10.004, 15}, {{0, 3}}},
+                          Case{{0, 5, 10, 20, 25}, {{0, 2}, {3, 4}}}, Case{{0, 10, 15, 20}, {{0, 0}, {1, 3}}},
+                          Case{{0, 5, 10, 12.5, 15, 17.5}, {{0, 1}, {2, 5}}}}) {
+        EXPECT_EQ(EvenRuns(c.along), c.runs) << c.along.size();
+    }
+}
+
 }  // namespace

@@ -7,7 +7,9 @@ exits with 77 (skipped) where pydicom is missing.
 import json
 import os
 import pathlib
+import pty
 import shutil
+import signal
 import struct
 import subprocess
 import sys
@@ -122,6 +124,45 @@ def export(source, *options, status=0, name="volume"):
 def leftovers():
     """Names of files that exports left in the working folder."""
     return sorted(path.name for path in WORK.iterdir() if path.is_file())
+
+
+def interrupted(arguments, ready):
+    """Starts the program, waits for `ready`, sends Ctrl-C: it must say so, and nothing else."""
+    with subprocess.Popen([*KORVANE, *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        ready()
+        process.send_signal(signal.SIGINT)
+        out, err = process.communicate(timeout=30)
+    assert process.returncode == 1 and not out, (process.returncode, out, err)
+    assert err == b"korvane: stopped\n", err
+
+
+def on_terminal(arguments, ready=None, key=b""):
+    """Runs the program on a terminal, where `key` is pressed once `ready` has been shown: exit status, standard output,
+    what was shown. Nothing where there are no terminals."""
+    try:
+        master, slave = pty.openpty()
+    except OSError as error:  # a bare change root
+        print(f"no terminal to be had here: {error}")
+        return None
+    shown = b""
+    with subprocess.Popen([*KORVANE, *map(str, arguments)], stdin=slave, stdout=subprocess.PIPE, stderr=slave,
+                          start_new_session=True) as process:
+        os.close(slave)
+        while part := read_or_end(master):
+            shown += part
+            if ready is not None and ready in shown:
+                os.write(master, key)
+                ready = None
+        out = process.communicate(timeout=30)[0]
+    os.close(master)
+    return process.returncode, out, shown
+
+
+def read_or_end(master):
+    try:
+        return os.read(master, 4096)
+    except OSError:  # what a terminal says when its other end has gone
+        return b""
 
 
 def run(*tests):

@@ -1,5 +1,6 @@
 // Distances beside a search for the nearest points.
 #include "math/EigenGeometry.h"
+#include "math/EigenReference.h"
 
 #include <algorithm>
 #include <cmath>
@@ -57,9 +58,7 @@ double Nearest(const Thing& a, const Thing& b) {
             if (rest % 3 == 0) open.push_back(i);
         }
         if (!open.empty()) {
-            const Eigen::MatrixXd part = m(Eigen::all, open);
-            const Eigen::VectorXd solution = part.completeOrthogonalDecomposition().solve(w - m * x);
-            x(open) = solution;
+            x(open) = reference::Solve(m(Eigen::all, open), w - m * x);
         }
         if ((x.array() >= low.array() - 1e-12).all() && (x.array() <= high.array() + 1e-12).all()) {
             best = std::min(best, (w - m * x).norm());

@@ -3,7 +3,7 @@
 
 #include <Korvane/Korvane.h>
 
-#include <Eigen/Dense>
+#include <Eigen/Geometry>
 
 using Eigen::Matrix4d;
 using Eigen::Vector3d;

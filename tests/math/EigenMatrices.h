@@ -1,9 +1,8 @@
 // Matrices to compare with Eigen, and the errors that single precision explains.
 #pragma once
 
+#include "math/EigenReference.h"
 #include "math/Show.h"
-
-#include <Eigen/Dense>
 
 #include <cmath>
 #include <random>
@@ -38,7 +37,7 @@ public:
         return MatrixXd::NullaryExpr(rows, cols, [this] { return m_Normal(m_Generator); });
     }
 
-    MatrixXd Orthogonal(int n) { return Random(n, n).householderQr().householderQ(); }
+    MatrixXd Orthogonal(int n) { return reference::Orthogonal(Random(n, n)); }
 
     /// Singular values from 1 down to 1 / condition, evenly in the logarithm.
     MatrixXd Graded(int rows, int cols, double condition) {

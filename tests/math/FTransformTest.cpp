@@ -1,4 +1,5 @@
 #include "math/EigenGeometry.h"
+#include "math/EigenReference.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -115,7 +116,7 @@ TEST(FTransform, InverseAndProduct) {
     for (const double spacing : {0.0, 1e-6, 0.004, 0.7, 5.0}) {  // 0: rigid
         for (int i = 0; i < 40; ++i) {
             const FTransform t = spacing > 0 ? numbers.Voxels(spacing) : numbers.Rigid();
-            const Matrix4d truth = ToEigen(t).inverse();
+            const Matrix4d truth = reference::Inverse(ToEigen(t));
             EXPECT_LT((ToEigen(inv(t)) - truth).cwiseAbs().maxCoeff(), 1e-12 * truth.cwiseAbs().maxCoeff());
             worst = std::max(worst, Difference(inv(t) * t, identity));
             const FTransform other = numbers.Rigid();

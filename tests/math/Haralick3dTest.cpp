@@ -1,6 +1,5 @@
 #include "math/EigenGeometry.h"
-
-#include <Eigen/Geometry>
+#include "math/EigenReference.h"
 
 #include <algorithm>
 #include <cmath>
@@ -74,7 +73,7 @@ TEST(Haralick3d, RecoversPoses) {
         EXPECT_LT(pose.GetErrors().max(), 1e-4);
         EXPECT_EQ(pose.GetCount(), n);
         if (n == 3 || size.z() == 0) continue;  // where umeyama may mirror
-        const Matrix4d eigen = Eigen::umeyama(ToEigen(sets.m_From), ToEigen(sets.m_To), false);
+        const Matrix4d eigen = reference::Pose(ToEigen(sets.m_From), ToEigen(sets.m_To));
         const double scale = seed % 3 == 0 ? 1e4 : 1.0;  // the needles' conditioning
         worstBesideEigen =
             std::max(worstBesideEigen, (ToEigen(pose.GetTransform()) - eigen).cwiseAbs().maxCoeff() / scale);
@@ -113,7 +112,7 @@ TEST(Haralick3d, PlanarAndMirroredSets) {
         EXPECT_EQ(pose.IsMirrored(), seed % 2 == 1);
         EXPECT_EQ(sets.Error(pose.GetTransform()) < 0.1, seed % 2 == 0);
         if (seed % 2 == 0) continue;
-        const Matrix4d eigen = Eigen::umeyama(ToEigen(sets.m_From), ToEigen(sets.m_To), false);
+        const Matrix4d eigen = reference::Pose(ToEigen(sets.m_From), ToEigen(sets.m_To));
         EXPECT_LT((ToEigen(pose.GetTransform()) - eigen).cwiseAbs().maxCoeff(), 1e-9)
             << "the best rotation all the same";
     }

@@ -27,6 +27,10 @@ mv "$scratch/first" "$prefix" # an installed tree may be moved
 
 "${run[@]}" "$prefix/bin/korvane$suffix" phantom "$scratch/series" --slices 5 --size 16
 
+# The codec module is found where it was installed, and a module is built of the one header that is for it.
+"${run[@]}" "$prefix/bin/korvane$suffix" convert "$scratch/series" "$scratch/packed" --syntax rle
+"$compiler" -x c -shared -fPIC -I"$prefix/include" "$source/../../examples/packed_codec.c" -o "$scratch/packed_codec"
+
 # takes_a_series PROGRAM: 5 slices of 16 x 16 make a header of 348 bytes and 2560 bytes of 16-bit samples.
 takes_a_series() {
     mkdir "$1.out"

@@ -105,8 +105,9 @@ def describe_series(both, folder, name):
     series = json.loads(both.run("korvane", "info", "--json", folder)[1])["series"]
     exported = 0
     for number, one in enumerate(series, 1):
-        status, _ = both.run("korvane", "export", folder, "--series", number, "--format", "analyze", "--to",
-                             f"file:{name}-{number}")
+        for form, options in (("bob", ()), ("vox", ("--irregular", "resample")), ("analyze", ())):
+            status, _ = both.run("korvane", "export", folder, "--series", number, "--format", form, *options, "--to",
+                                 f"file:{name}-{number}-{form}", "--report", f"{name}-{number}-{form}.json")
         exported += status == 0
         if "pixels" in one:
             both.run("describe_volume", f"{name}-{number}.dump.txt", *one["files"])

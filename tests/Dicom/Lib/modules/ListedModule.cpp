@@ -1,0 +1,17 @@
+// One codec, named by the build; or none of the functions by which codecs are found.
+#include <Korvane/Dicom/Lib/CodecModule.h>
+
+#include <cstring>
+
+extern "C" {
+#if LISTED_WHOLE
+DCM_CODEC_EXPORT int DcmGetCodecCount() {
+    return 1;
+}
+#endif
+DCM_CODEC_EXPORT int DcmGetCodecProps(int index, DcmCodecProps* props) {
+    std::strcpy(props->transferSyntax, LISTED_UID);
+    props->version = DCM_CODEC_VERSION;
+    return index == 0;
+}
+}

@@ -1,0 +1,69 @@
+// libFuzzer: one codec decodes frames of all formats. Nine bytes in front of the stream say which. An empty corpus
+// folder is seeded with what the codec encodes.
+#include <codecs/LosslessJpegCodec.h>
+#include <codecs/RleCodec.h>
+
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+constexpr std::size_t kPrefix = 9;
+
+DcmFrameFormat FormatOf(const std::uint8_t* prefix) {
+    DcmFrameFormat format{};
+    format.size = sizeof format;
+    format.columns = prefix[0] + (prefix[1] & 15u) * 256 + 1;
+    format.rows = prefix[2] + 1u;
+    format.samplesPerPixel = prefix[3] % 4 + 1u;
+    format.bitsAllocated = 8u << prefix[4] % 3;
+    format.bitsStored = prefix[5] % format.bitsAllocated + 1;
+    format.highBit = format.bitsStored - 1;
+    format.pixelRepresentation = prefix[6] & 1u;
+    format.planarConfiguration = prefix[7] & 1u;
+    return format;
+}
+
+std::size_t SizeOf(const DcmFrameFormat& format) {
+    return std::size_t{format.columns} * format.rows * format.samplesPerPixel * (format.bitsAllocated / 8);
+}
+
+int Append(void* context, const void* bytes, std::size_t count) {
+    const auto* first = static_cast<const std::uint8_t*>(bytes);
+    static_cast<Bytes*>(context)->insert(static_cast<Bytes*>(context)->end(), first, first + count);
+    return 1;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
+    const std::string corpus = (*arguments)[*argumentCount - 1];
+    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    for (std::uint8_t i = 0; i < 24; ++i) {
+        Bytes input = {static_cast<std::uint8_t>(20 + i), 0, 9, static_cast<std::uint8_t>(i / 3), i, 200, i, i, 0};
+        DcmFrameFormat format = FormatOf(input.data());
+        Bytes pixels(SizeOf(format));
+        for (std::size_t k = 0; k < pixels.size(); ++k) pixels[k] = static_cast<std::uint8_t>(k * k / 7 >> k % 5);
+        try {
+            FUZZED_CODEC().Encode(format, pixels, FrameWriter(Append, &input));
+        } catch (const CodecFailure&) {
+            continue;
+        }
+        std::ofstream(corpus + "/" + std::to_string(i), std::ios::binary)
+            .write(reinterpret_cast<const char*>(input.data()), static_cast<std::streamsize>(input.size()));
+    }
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
+    if (count < kPrefix) return -1;
+    DcmFrameFormat format = FormatOf(bytes);
+    Bytes pixels(SizeOf(format));
+    try {
+        FUZZED_CODEC().Decode(format, {bytes + kPrefix, count - kPrefix}, pixels);
+    } catch (const CodecFailure&) {
+    }
+    return 0;
+}

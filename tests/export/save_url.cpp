@@ -1,0 +1,80 @@
+// Drives FTP saves for test_ftp.py:
+//
+//     save_url FORMAT URL SIDE TIMEOUT   a volume of 4 slices of SIDE x SIDE voxels to URL, then to file:local\vol from a
+//                                        fresh exporter; prints one line each: results, whether the writer stayed, text
+//     save_url writer HOST               what a writer does besides
+//     save_url pair BITS SIGNED FIRST MODALITY
+//                                        an Analyze pair local\vol of 3 slices, 4 rows, 5 columns, for test_readers.py
+#include "export/ExportFixture.h"
+
+#include <cstdio>
+
+namespace {
+
+template <class Exporter>
+void Save(const char* url, int side, int timeout) {
+    const TestSeries::Form form{.slices = 4, .rows = side, .columns = side};
+    TestSeries series(form);
+    series.Range(0, 4 * side * side - 1);
+    Exporter exporter, fresh;
+    exporter = series;
+    fresh = series;
+    CFileWriter* const writer = exporter.GetFileWriter();
+    CFTPSend::Timeout = timeout;
+    std::printf("%d\n", exporter.SaveUrl(url));
+    std::printf("%d\n%d\n", exporter.GetFileWriter() == writer, fresh.SaveUrl("file:local\\vol"));
+    std::printf("%s\n", exporter.GetError());
+}
+
+void Write(const char* host) {
+    char text[6] = "a\nbcd";
+    CFTPSend sender;
+    sender.Connect(host, "me", "secret");
+    sender.ChDir("sub");
+    std::printf("%s", ThrownText([&] { sender.ChDir("missing"); }).c_str());
+    std::printf("%d ", sender.Open("a name", "wb"));
+    std::printf("%u ", sender.Write(text, 2, 2));
+    {
+        CFTPSend copy(sender);  // uses the session and ends nothing
+        std::printf("%u ", copy.Seek(3));
+        CFTPSend other;
+        other = copy;
+        sender = other;
+        std::printf("%d ", other.Close());
+    }
+    std::printf("%d ", sender.Print("%d %s|", 7, "x"));
+    std::printf("%d ", sender.Print("%s", std::string(600, 'y').c_str()));
+    std::printf("%d ", sender.Open("text", "wt"));  // closes the file before
+    std::printf("%u ", sender.Write(text, 1, 5));
+    std::printf("%d %d\n", sender.Close(), sender.HasFailed());
+}
+
+int Pair(const std::vector<std::string>& form) {
+    TestSeries series({.bits = std::stoi(form[1]),
+                       .isSigned = std::stoi(form[2]),
+                       .first = std::stoi(form[3]),
+                       .modality = form[4].c_str(),
+                       .rows = 4,
+                       .columns = 5});
+    CAnalyzeVolume exporter;
+    exporter = series;
+    return exporter.SaveUrl("file:local\\vol") ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int count, char** words) {
+    const std::vector<std::string> arguments(words + 1, words + count);
+    if (arguments[0] == "writer") {
+        Write(words[2]);
+        return 0;
+    }
+    if (arguments[0] == "pair") {
+        return Pair(arguments);
+    }
+    const auto save = arguments[0] == "bob"   ? Save<CCBobVolume>
+                      : arguments[0] == "vox" ? Save<CRTVizVolume>
+                                              : Save<CAnalyzeVolume>;
+    save(words[2], std::stoi(arguments[2]), std::stoi(arguments[3]));
+    return 0;
+}

@@ -1,0 +1,186 @@
+#!/usr/bin/env python3
+"""Media that korvane builds: as independent readers see them, and what becomes of them when something goes wrong."""
+
+import json
+import os
+import pathlib
+import re
+import resource
+import shutil
+import signal
+import subprocess
+import time
+
+import host_test
+import pydicom
+from host_test import KORVANE, SAMPLES, WINDOWS, WORK, korvane, phantom
+from pydicom.fileset import FileSet
+
+RT_PLAN = "1.2.840.10008.5.1.4.1.1.481.5"
+
+
+def written(name, like, **values):
+    """A copy of a file with other values; None takes an element out."""
+    ds = pydicom.dcmread(like)
+    for key, value in values.items():
+        delattr(ds, key) if value is None else setattr(ds, key, value)
+    ds.file_meta.MediaStorageSOPInstanceUID = ds.get("SOPInstanceUID", "1.2.3")
+    (WORK / name).parent.mkdir(exist_ok=True)
+    ds.save_as(WORK / name)
+    return WORK / name
+
+
+def sources():
+    """Two patients, three studies, four series and 12 files in one folder."""
+    folder = phantom("in", "--size", 8, "--slices", 6)
+    first = sorted(folder.iterdir())[0]
+    for n, (patient, study, series) in enumerate([("../P2", "1.2.1", "1.2.1.1"), ("../P2", "1.2.2", "1.2.2.1"),
+                                                  ("../P2", "1.2.2", "1.2.2.2")] * 2):
+        written(f"in/other{n}", first, PatientID=patient, PatientName="/etc/x\\..\\y", StudyInstanceUID=study,
+                SeriesInstanceUID=series, SOPInstanceUID=f"{series}.{n}")
+    return folder, first
+
+
+def tool(*command):
+    done = subprocess.run(command, capture_output=True, text=True, errors="replace", timeout=60, check=False)
+    assert done.returncode == 0, (command, done.stderr[-500:])
+    return done.stdout
+
+
+def readers_find_all(root, count):
+    """pydicom follows the offsets, dcmdump and gdcminfo read the whole."""
+    found = {}
+    for instance in FileSet(pydicom.dcmread(root / "DICOMDIR")):
+        assert instance.load().SOPInstanceUID == instance.SOPInstanceUID
+        found[instance.SOPInstanceUID] = pathlib.Path(instance.path)
+    assert len(found) == count, (len(found), count)
+    # dcmdump names the place of each item, and what each link says, resolved to what it is.
+    dump = tool("dcmdump", "-q", root / "DICOMDIR")
+    items = set(re.findall(r"#\s+offset=\$(\d+)", dump))
+    links = re.findall(r"\(0004,14[02]0\) up (\d+)", dump)
+    assert count <= len(items) and all(link in items for link in links if link != "0")
+    assert "Media Storage Directory" in tool("gdcminfo", root / "DICOMDIR")
+    return found
+
+
+def whole():
+    folder, first = sources()
+    (folder / "notes.txt").write_text("no DICOM")
+    before = {pydicom.dcmread(path).SOPInstanceUID: path.read_bytes() for path in folder.iterdir() if path.name != "notes.txt"}
+    root = WORK / "medium"
+    out, _ = korvane("media", root, folder, "--fileset-id", "A_SET", "--private", folder / "notes.txt")
+    assert "2 patients, 3 studies, 4 series, 12 files" in out and "1 files that are not DICOM" in out, out
+    for uid, path in readers_find_all(root, 12).items():
+        assert path.read_bytes() == before[uid] and re.fullmatch("DICOM/P.{7}/S.{7}/S.{7}/I.{7}", path.relative_to(root).as_posix())
+    assert pydicom.dcmread(root / "DICOMDIR").FileSetID == "A_SET"
+    assert (root / re.search(r"private file: (.*)", out)[1].strip().replace("\\", "/")).read_text() == "no DICOM"
+    korvane("media", "--verify", root)
+    assert "has a DICOMDIR already" in korvane("media", root, folder, status=1)[1]
+    # Damage of every kind is told.
+    directory = root / "DICOMDIR"
+    good = directory.read_bytes()
+    for tag, word in ((b"\x04\0\x00\x14UL", "record"), (b"\x04\0\x20\x14UL", "record"), (b"\x04\0\x02\x12UL", "last record")):
+        at = good.index(tag) + 8
+        directory.write_bytes(good[:at] + bytes([good[at] ^ 2]) + good[at + 1:])
+        assert word in korvane("media", "--verify", root, status=1)[1]
+    directory.write_bytes(good.replace(b"DICOM\\P0000002", b"..\\..\\P0000002"))
+    assert "no file ID" in korvane("media", "--verify", root, status=1)[1]
+    directory.write_bytes(good)
+    (root / "DICOM/P0000001/S0000001/S0000001/I0000002").write_bytes(first.read_bytes())
+    (root / "DICOM/P0000001/S0000001/S0000001/I0000003").unlink()
+    report = json.loads(korvane("media", "--verify", root, "--json", status=1)[0])
+    assert report["files"] == 12 and len(report["problems"]) == 2, report
+
+
+def left_out():
+    folder, first = sources()
+    for name, values in {"a": {"PatientID": ""}, "b": {"SeriesInstanceUID": None}, "c": {"Rows": 9},
+                         "d": {"SOPInstanceUID": "9.1", "SOPClassUID": "1.2.840.10008.5.1.4.1.1.88.11"}}.items():
+        written(f"more/{name}", first, **values)
+    (WORK / "more/same").write_bytes(first.read_bytes())
+    (WORK / "more/short").write_bytes(first.read_bytes()[:501])
+    (WORK / "more/bare").write_bytes(first.read_bytes()[132:])
+    out, err = korvane("media", WORK / "medium", folder, WORK / "more", "--json", status=1)
+    report = json.loads(out)
+    why = {pathlib.Path(fault["path"]).name: fault["why"] for fault in report["faults"]}
+    for name, text in (("a", "no Patient ID"), ("b", "no Series Instance UID"), ("c", "another content"),
+                       ("d", "Concept name sequence missing"), ("short", "ends early"), ("bare", "no preamble")):
+        assert text in why[name] and name in err, (name, why)
+    assert len(why) == 6 and "lacks 6" in err and [pathlib.Path(copy["path"]).name for copy in report["copies"]] == ["same"]
+    readers_find_all(WORK / "medium", 12)
+    missing = korvane("media", WORK / "none", WORK / "more/a", status=1)[1]
+    assert "no Patient ID" in missing and not (WORK / "none").exists()
+    korvane("media", WORK / "none", first, "--fileset-id", "lower", status=2)
+    korvane("media", WORK / "none", status=2)
+
+
+def transcoded():
+    _, first = sources()
+    korvane("convert", first, WORK / "rle", "--syntax", "rle")
+    plan = written("plan", first, SOPClassUID=RT_PLAN, SOPInstanceUID="9.2", RTPlanLabel="one")
+    korvane("convert", plan, WORK / "big", "--syntax", "big")
+    kept = written("kept", first, SOPClassUID=RT_PLAN, SOPInstanceUID="9.3")  # little endian already: as it is
+    korvane("media", WORK / "medium", WORK / "rle", WORK / "big", kept, "--transcode")
+    found = readers_find_all(WORK / "medium", 3)
+    for uid, like, syntax in ((pydicom.dcmread(first).SOPInstanceUID, first, "1.2.840.10008.1.2.1"),
+                              ("9.2", plan, "1.2.840.10008.1.2"), ("9.3", kept, "1.2.840.10008.1.2.1")):
+        stored = pydicom.dcmread(found[uid])
+        assert stored.file_meta.TransferSyntaxUID == syntax and stored.PixelData == pydicom.dcmread(like).PixelData
+    assert found["9.3"].read_bytes() == kept.read_bytes()
+    korvane("media", WORK / "plain", WORK / "rle")
+    assert readers_find_all(WORK / "plain", 1).popitem()[1].read_bytes() == (WORK / "rle").read_bytes()
+    korvane("media", "--verify", WORK / "medium")
+
+
+def linked():
+    _, first = sources()
+    korvane("media", WORK / "medium", first, "--link")
+    stored = WORK / "medium/DICOM/P0000001/S0000001/S0000001/I0000001"
+    assert stored.read_bytes() == first.read_bytes() and stored.stat().st_nlink == 2
+    other = pathlib.Path("/dev/shm") / f"korvane-{os.getpid()}"
+    if not WINDOWS and other.parent.is_dir() and other.parent.stat().st_dev != WORK.stat().st_dev:
+        korvane("media", other, WORK / "in", "--link")
+        readers_find_all(other, 12)
+        shutil.rmtree(other)
+
+
+def broken_off():
+    folder, first = sources()
+    (WORK / "root").write_text("a file")
+    assert "root" in korvane("media", WORK / "root", folder, status=1)[1]
+    (WORK / "medium/DICOM/P0000001").mkdir(parents=True)
+    assert "not empty" in korvane("media", WORK / "medium", folder, status=1)[1]
+    assert (WORK / "medium/DICOM/P0000001").is_dir()
+    if WINDOWS:
+        return
+    assert "cannot be read" in korvane("media", WORK / "none", first, "/proc/self/mem", status=1)[1]
+    size = max(path.stat().st_size for path in folder.iterdir())
+    for limit in (500, size, size + 100):  # the first file, the directory somewhere
+        def small_disk(limit=limit):
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+
+        err = korvane("media", WORK / "full", folder, status=1, preexec_fn=small_disk, restore_signals=False)[1]
+        assert "File too large" in err and len(err.splitlines()) == 1 and not (WORK / "full").exists(), err
+    os.mkfifo(WORK / "slow")  # the program waits for whoever writes into it
+    with subprocess.Popen([*KORVANE, "media", str(WORK / "stopped"), str(folder), str(WORK / "slow")],
+                          stderr=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True) as run:
+        for _ in range(100):
+            time.sleep(0.05)
+            if len(list((WORK / "stopped").rglob("I*"))) == 12:
+                break
+        run.send_signal(signal.SIGINT)
+        err = run.communicate(timeout=10)[1]
+    assert run.returncode == 1 and "stopped" in err and not (WORK / "stopped").exists(), err
+
+
+def samples():
+    if SAMPLES.is_dir():
+        out, _ = korvane("media", WORK / "medium", SAMPLES, "--json", status=1)
+        readers_find_all(WORK / "medium", json.loads(out)["files"])
+        korvane("media", "--verify", SAMPLES / "dicomdir")
+    else:
+        print("skipped: no samples")
+
+
+host_test.run(whole, left_out, transcoded, linked, broken_off, samples)

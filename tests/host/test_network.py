@@ -1,0 +1,307 @@
+#!/usr/bin/env python3
+"""The verbs echo, send and receive against other programs, on the loopback interface: what arrives equals what was sent."""
+
+import contextlib
+import itertools
+import json
+import os
+import pathlib
+import resource
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import threading
+import time
+import urllib.request
+import zlib
+
+import host_test
+import numpy
+import pydicom
+from host_test import KORVANE, WINDOWS, WORK, korvane, phantom
+
+SYNTAXES = ("implicit", "explicit", "big", "rle", "jpegll")
+HERE = "127.0.0.1"
+PEERS = all(map(shutil.which, ("storescp", "storescu", "echoscu", "dcmsend")))
+ORTHANC = shutil.which("Orthanc")
+
+
+def free_port():
+    with socket.socket() as listener:
+        listener.bind((HERE, 0))
+        return listener.getsockname()[1]
+
+
+@contextlib.contextmanager
+def running(*command, **options):
+    with subprocess.Popen([str(word) for word in command], text=True, **options) as process:
+        try:
+            yield process
+        finally:
+            if process.poll() is None:
+                process.terminate()
+            process.wait(timeout=10)
+
+
+@contextlib.contextmanager
+def storescp(*options):
+    """A peer that stores: its port, its folder."""
+    port, folder = free_port(), WORK / f"scp{time.monotonic_ns()}"
+    folder.mkdir()
+    with running("storescp", "-od", folder, *options, port, stderr=subprocess.DEVNULL):
+        for _ in range(100):
+            with contextlib.suppress(OSError), socket.create_connection((HERE, port), 1):
+                break
+            time.sleep(0.05)
+        yield port, folder
+
+
+@contextlib.contextmanager
+def receiver(folder, *options, status=0, **more):
+    """The program as provider: its port, and the lines that it said once it has ended."""
+    said = []
+    command = [*KORVANE, "receive", "0", folder, "--local", "--json", *options]
+    with running(*command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more) as process:
+        yield json.loads(process.stdout.readline())["port"], said, process
+        out, err = process.communicate(timeout=20)
+        said += [*map(json.loads, out.splitlines()), err]
+    assert process.returncode == status, (process.returncode, said)
+
+
+def content(ds):
+    """The values of a data set. Not their types, which an implicit file does not carry, and no padding."""
+    def value(e):
+        if e.VR == "SQ":
+            return [content(item) for item in e.value]
+        swap = e.tag == 0x7FE00010 and ds.file_meta.TransferSyntaxUID == pydicom.uid.ExplicitVRBigEndian
+        return numpy.frombuffer(e.value, "u2").byteswap().tobytes() if swap else e.value
+
+    return [(e.tag, value(e)) for e in ds]
+
+
+def same(folder, files, syntaxes=True):
+    """Every file arrived, element by element."""
+    arrived = {ds.SOPInstanceUID: ds for ds in map(pydicom.dcmread, map(str, pathlib.Path(folder).iterdir()))}
+    assert len(arrived) == len(files), (folder, len(arrived))
+    for sent in map(pydicom.dcmread, files):
+        got = arrived[sent.SOPInstanceUID]
+        differences = [pair for pair in itertools.zip_longest(content(got), content(sent)) if pair[0] != pair[1]]
+        assert not differences, (folder, sent.filename, differences)
+        assert not syntaxes or got.file_meta.TransferSyntaxUID == sent.file_meta.TransferSyntaxUID
+
+
+def sources():
+    """One folder for each syntax, each with instances of its own."""
+    slices = phantom("ct", "--slices", 10, "--size", 32)
+    files = {}
+    for n, path in enumerate(sorted(slices.iterdir())):
+        syntax = SYNTAXES[n % len(SYNTAXES)]
+        (WORK / syntax).mkdir(exist_ok=True)
+        files.setdefault(syntax, []).append(WORK / syntax / path.name)
+        korvane("convert", path, files[syntax][-1], "--syntax", syntax)
+    return files
+
+
+def deflated():
+    """A deflated file of odd length, as writers leave them that do not pad."""
+    ds = pydicom.dcmread(WORK / "explicit" / min(os.listdir(WORK / "explicit")))
+    ds.file_meta.TransferSyntaxUID = pydicom.uid.DeflatedExplicitVRLittleEndian
+    ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = "1.2.3"
+    path = WORK / "deflated"
+    while True:
+        ds.PatientComments = ds.get("PatientComments", "") + "x"
+        ds.save_as(path)
+        path.write_bytes(path.read_bytes().removesuffix(b"\0"))
+        with contextlib.suppress(zlib.error):  # it was no padding
+            pydicom.dcmread(path)
+            if path.stat().st_size % 2:
+                return path
+
+
+def tool(*command):
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True, timeout=60, check=False)
+    assert done.returncode == 0, (command, done.stdout[-500:], done.stderr[-500:])
+
+
+def to_and_from_dcmtk():
+    files = sources()
+    everything = sum(files.values(), [])
+    (WORK / "big/notes.txt").write_text("no DICOM")
+    with storescp("+xa") as (port, folder):
+        assert "OFFIS_DCMTK" in korvane("echo", "localhost", port)[0]
+        report = json.loads(korvane("send", HERE, port, *(WORK / s for s in SYNTAXES), deflated(), "--json")[0])
+        assert (report["stored"], report["associations"], len(report["leftOut"])) == (11, 1, 1), report
+        same(folder, [*everything, WORK / "deflated"])
+    with storescp("+xi") as (port, folder):  # encoded anew where that is possible, else told
+        err = korvane("send", HERE, port, *(WORK / s for s in SYNTAXES), status=1)[1]
+        assert err.count("does not accept SOP class") == 4 and "4 files were not stored" in err, err
+        same(folder, files["implicit"] + files["explicit"] + files["big"], syntaxes=False)
+    clients = {"implicit": ("storescu", "-xi"), "explicit": ("storescu", "-xe"), "big": ("storescu", "-xb"),
+               "rle": ("storescu", "-xr"), "jpegll": ("storescu", "-xs")}
+    with receiver(WORK / "in", "--count", 6) as (port, said, _):
+        tool("echoscu", HERE, port)
+        for syntax, client in clients.items():
+            tool(*client, HERE, port, *files[syntax])
+    same(WORK / "in", everything)
+    assert [line["event"] for line in said[:-1]].count("file") == 10 and said[-1] == "", said
+    with receiver(WORK / "in2", "--once") as (port, said, _):
+        tool("dcmsend", "+sd", "+r", HERE, port, *everything)
+    same(WORK / "in2", everything, syntaxes=False)  # of those that it proposes, the first counts
+    with receiver(WORK / "in3", "--once") as (port, said, _):
+        korvane("send", HERE, port, *everything)
+    same(WORK / "in3", everything)
+
+
+def orthanc():
+    if not ORTHANC:
+        print("skipped: Orthanc is not installed")
+        return
+    files = sources()
+    dicom, http = free_port(), free_port()
+    with receiver(WORK / "back") as (port, _, process):
+        (WORK / "orthanc.json").write_text(json.dumps({
+            "StorageDirectory": str(WORK / "db"), "IndexDirectory": str(WORK / "db"), "DicomPort": dicom, "HttpPort": http,
+            "Plugins": [], "RemoteAccessAllowed": False, "AuthenticationEnabled": False,
+            "DicomModalities": {"k": ["KORVANE", HERE, port]}}))
+        with running(ORTHANC, WORK / "orthanc.json", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL):
+            def ask(path, data=None):
+                with urllib.request.urlopen(f"http://{HERE}:{http}/{path}", data=data, timeout=20) as answer:
+                    return json.load(answer)
+
+            for _ in range(100):
+                with contextlib.suppress(OSError):
+                    ask("system")
+                    break
+                time.sleep(0.1)
+            korvane("echo", HERE, dicom, "--aec", "ORTHANC")
+            korvane("send", HERE, dicom, *(WORK / s for s in SYNTAXES), "--aec", "ORTHANC")
+            instances = ask("instances")
+            assert len(instances) == 10
+            ask("modalities/k/store", json.dumps(instances).encode())  # an association for each syntax
+        process.send_signal(signal.SIGINT)
+    same(WORK / "back", sum(files.values(), []))
+
+
+def serve(script):
+    """A peer that answers each thing it hears with the next of `script`, then closes: its port."""
+    listener = socket.create_server((HERE, 0))
+
+    def talk():
+        with listener, listener.accept()[0] as peer:
+            peer.settimeout(10)
+            for answer in script:
+                peer.recv(65536)
+                peer.sendall(answer)
+
+    threading.Thread(target=talk, daemon=True).start()
+    return listener.getsockname()[1]
+
+
+def refused():
+    files = sources()["explicit"]
+    assert "cannot connect" in korvane("echo", HERE, free_port(), status=1)[1]
+    assert "unknown host" in korvane("send", "no-such-host.invalid", 104, files[0], status=1)[1]
+    for port in ("0", "70000", ""):
+        korvane("echo", HERE, port, status=2)
+    korvane("echo", HERE, 104, "--aet", "back\\slash", status=2)
+    for last in (b"\x01\x01\x03", b"\x02\x03\x01"):  # result, source, reason
+        err = korvane("echo", HERE, serve([b"\3\0\0\0\0\4\0" + last]), status=1)[1]
+        assert "rejected" in err and len(err.splitlines()) == 1, err
+    with socket.create_server((HERE, 0)) as silent:  # connects, and is never heard
+        start = time.monotonic()
+        err = korvane("echo", HERE, silent.getsockname()[1], "--connect-timeout", 1, status=1)[1]
+        assert "in time" in err and time.monotonic() - start < 5, err
+    for option, reason in (("--refuse", "rejected"), ("--abort-during", "breaks off"), ("--abort-after", "breaks off")):
+        with storescp(option) as (port, _):
+            (WORK / "three").write_bytes(files[0].read_bytes())
+            err = korvane("send", HERE, port, *files, WORK / "three", status=1)[1]
+            assert reason in err and (option == "--refuse" or "3 files were not stored" in err), err
+    with storescp() as (port, _):
+        (WORK / "cut").write_bytes(files[0].read_bytes()[:-7])
+        err = korvane("send", HERE, port, WORK / "cut", files[0], WORK / "none", status=1)[1]
+        assert "cut: the data set is damaged" in err and "none: No such file" in err, err
+
+
+def received_with_care():
+    files = sources()["explicit"]
+    other = pydicom.dcmread(files[0])
+    other.PatientName = "Another"
+    other.save_as(WORK / "other")
+    titles = ("--aet", "ME", "--aec", "YOU")
+    with receiver(WORK / "in", *titles, "--count", 2) as (port, said, _):
+        for wrong in (("--aec", "ME"), ("--aet", "YOU")):
+            assert "not recognized" in korvane("send", HERE, port, files[0], *wrong, status=1)[1]
+        for _ in range(2):  # the same, and then not: what is there stays
+            korvane("send", HERE, port, files[0], WORK / "other", "--aec", "ME", "--aet", "YOU")
+    uid = other.SOPInstanceUID
+    assert sorted(path.name for path in (WORK / "in").iterdir()) == [f"{uid}-2.dcm", f"{uid}.dcm"]
+    assert pydicom.dcmread(WORK / f"in/{uid}-2.dcm").PatientName == "Another"
+    with receiver(WORK / "in", "--once", "--replace") as (port, said, _):
+        korvane("send", HERE, port, WORK / "other")
+    assert pydicom.dcmread(WORK / f"in/{uid}.dcm").PatientName == "Another"
+    (WORK / "file").write_text("")
+    assert "cannot create the folder" in korvane("receive", 0, WORK / "file", status=1)[1]
+    with socket.create_server((HERE, 0)) as taken:
+        assert "cannot listen" in korvane("receive", taken.getsockname()[1], WORK / "in", status=1)[1]
+    if WINDOWS:
+        return
+
+    def small_disk():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000))
+
+    with receiver(WORK / "full", "--once", status=1, preexec_fn=small_disk, restore_signals=False) as (port, said, _):
+        assert "0xA700" in korvane("send", HERE, port, files[0], status=1)[1]
+    assert "File too large" in said[0]["why"] and not list((WORK / "full").iterdir()), said
+
+
+def request_then(*messages):
+    """A peer that asks for CT storage, and what it then says, as bytes."""
+    def item(kind, data):
+        return struct.pack(">BBH", kind, 0, len(data)) + data
+
+    context = b"\1\0\0\0" + item(0x30, b"1.2.840.10008.5.1.4.1.1.2") + item(0x40, b"1.2.840.10008.1.2")
+    body = (struct.pack(">HH", 1, 0) + b"A".ljust(16) + b"B".ljust(16) + bytes(32) + item(0x10, b"1.2.840.10008.3.1.1.1") +
+            item(0x20, context) + item(0x50, item(0x51, struct.pack(">I", 16384))))
+    command = struct.pack("<HHIH", 0, 0x100, 2, 1) + struct.pack("<HHIH", 0, 0x110, 2, 1) + \
+        struct.pack("<HHIH", 0, 0x800, 2, 1)
+    for tag, uid in ((0x2, b"1.2.840.10008.5.1.4.1.1.2\0"), (0x1000, b"1.2.3.4\0")):
+        command += struct.pack("<HHI", 0, tag, len(uid)) + uid
+    pdvs = b"".join(struct.pack(">BBIIBB", 4, 0, len(m) + 6, len(m) + 2, 1, c) + m for c, m in ((3, command), *messages))
+    return struct.pack(">BBI", 1, 0, len(body)) + body + pdvs
+
+
+def stopped():
+    part = request_then((0, struct.pack("<HHI", 0x8, 0x70, 100000) + bytes(10000)))
+    for breaks_off in (True, False):
+        with receiver(WORK / "in", status=1) as (port, said, process), socket.create_connection((HERE, port)) as peer:
+            peer.sendall(part)
+            for _ in range(100):
+                if list((WORK / "in").glob("*.part")):
+                    break
+                time.sleep(0.02)
+            else:
+                raise AssertionError("nothing was begun")
+            if breaks_off:
+                peer.close()
+                assert json.loads(process.stdout.readline())["error"] == "the peer closed the connection"
+            start = time.monotonic()
+            process.send_signal(signal.SIGINT)
+            process.wait(timeout=10)
+            assert time.monotonic() - start < 0.6, "slow to stop"
+        assert said[-1].endswith("not ended in order\n" if breaks_off else "stopped\n"), said
+        assert not list((WORK / "in").iterdir())
+    with receiver(WORK / "in") as (port, said, process):
+        process.send_signal(signal.SIGINT)
+    files = sources()["explicit"]
+    with socket.create_server((HERE, 0)) as silent:
+        held = []
+        host_test.interrupted(["send", HERE, silent.getsockname()[1], files[0]], lambda: held.append(silent.accept()))
+
+
+if not PEERS:
+    print("skipped: dcmtk is not installed")
+    raise SystemExit(host_test.SKIPPED)
+host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, stopped)
