@@ -24,6 +24,8 @@ function(korvane_test room)
     korvane_room_name("${room}" name)
     add_executable(test_${name} ${arg_SOURCES})
     korvane_link_program(test_${name} ${arg_LIBS} GTest::gtest_main)
+    # What is tested is optimised; the tests themselves run for moments, and compile in two thirds of the time without.
+    target_compile_options(test_${name} PRIVATE $<$<CONFIG:Release>:-O0>)
     gtest_discover_tests(test_${name} TEST_PREFIX "${name}." DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
                          PROPERTIES TIMEOUT 120)
 endfunction()

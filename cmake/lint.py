@@ -25,8 +25,8 @@ ARROWS = {
     "export": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
     "media": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
 }
-OUTSIDERS = ["host", "examples", "tests", "bench"]  # on <Korvane/...> only
-FOREIGN = {"export": ["ftplib.h"]}  # third-party headers, and who may include them
+OUTSIDERS = ["codecs", "host", "examples", "tests", "bench"]  # on <Korvane/...> only
+FOREIGN = {"export": ["ftplib.h"], "codecs": ["jpeglib.h", "openjpeg.h"]}  # and who may include them
 
 SOURCE_SUFFIXES = {".cpp", ".h", ".H", ".hpp", ".inc"}
 SKIPPED_FOLDERS = {".git", "build", "out", "__pycache__"}

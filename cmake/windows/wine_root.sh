@@ -51,6 +51,7 @@ debootstrap --arch=i386 --variant=minbase --include=wine,wine32 "$suite" "$fresh
     die "debootstrap failed: $(tail -n 3 "$root.log")"
 unshare --mount "${BASH_SOURCE[0]}" --make-prefix "$fresh" >>"$root.log" 2>&1 ||
     die "Wine does not start: $(tail -n 3 "$root.log")"
+printf '127.0.0.1 localhost\n' >"$fresh/etc/hosts" # debootstrap leaves that to an installer
 rm -rf --one-file-system "$fresh/var/cache/apt" "$root" # an unfinished one of an earlier run
 mv "$fresh" "$root"
 touch "$root/complete"
