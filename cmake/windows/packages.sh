@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Makes, for the 32-bit Windows build, what Debian does not package for that target: ftplib, libpng and GoogleTest, from
-# Debian's sources, and the header-only libraries of the program and the tests, apart from the system's other headers.
+# Makes, for the 32-bit Windows build, what Debian does not package for that target: ftplib, libpng, the libraries of the
+# codec module and GoogleTest, from Debian's sources, all static, and the header-only libraries of the program and the
+# tests, apart from the system's other headers.
 #
 # usage: packages.sh DESTINATION    (include/, lib/ and share/cmake/ there; the file "complete" comes last)
 set -euo pipefail
@@ -50,10 +51,10 @@ build_by_cmake() {
     local name=$1 build=$work/$1.build
     {
         cmake -S "$2" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_SYSTEM_NAME=Windows \
-            -DCMAKE_FIND_ROOT_PATH="$destination" -DCMAKE_C_COMPILER="$triplet-gcc-posix" \
-            -DCMAKE_CXX_COMPILER="$triplet-g++-posix" -DCMAKE_C_FLAGS="${flags[*]}" \
-            -DCMAKE_CXX_FLAGS="${flags[*]}" "${@:3}" &&
-            cmake --build "$build" && cmake --install "$build" --prefix "$destination"
+            -DCMAKE_FIND_ROOT_PATH="$destination" -DCMAKE_INSTALL_PREFIX="$destination" \
+            -DCMAKE_C_COMPILER="$triplet-gcc-posix" -DCMAKE_CXX_COMPILER="$triplet-g++-posix" \
+            -DCMAKE_C_FLAGS="${flags[*]}" -DCMAKE_CXX_FLAGS="${flags[*]}" "${@:3}" &&
+            cmake --build "$build" && cmake --install "$build"
     } >"$build.log" 2>&1 || die "building $name failed:"$'\n'"$(tail -n 20 "$build.log")"
 }
 
@@ -72,6 +73,13 @@ build_libpng() {
     build_by_cmake libpng "$work/libpng1.6" -DPNG_SHARED=OFF -DPNG_TESTS=OFF -DPNG_EXECUTABLES=OFF
 }
 
+# What the codec module decodes JPEG and JPEG 2000 with.
+build_codec_libraries() {
+    build_by_cmake libjpeg-turbo "$work/libjpeg-turbo" -DENABLE_SHARED=OFF -DWITH_TURBOJPEG=OFF -DREQUIRE_SIMD=ON \
+        -DCMAKE_SYSTEM_PROCESSOR=i686
+    build_by_cmake openjpeg2 "$work/openjpeg2" -DBUILD_SHARED_LIBS=OFF -DBUILD_CODEC=OFF
+}
+
 # Their packages for CMake name the folder that they lie in, hence copies.
 copy_headers() {
     cp -r /usr/include/CLI /usr/include/nlohmann /usr/include/eigen3 "$destination/include/"
@@ -82,9 +90,10 @@ copy_headers() {
 rm -rf "$destination"
 mkdir -p "$destination/include" "$destination/lib" "$destination/share/cmake" "$work"
 copy_headers
-fetch_sources ftplib libpng1.6
+fetch_sources ftplib libpng1.6 libjpeg-turbo openjpeg2
 build_ftplib
 build_libpng
+build_codec_libraries
 build_by_cmake GoogleTest /usr/src/googletest -DBUILD_GMOCK=OFF
 rm -rf "$work"
 touch "$destination/complete"
