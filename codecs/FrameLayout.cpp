@@ -30,7 +30,8 @@ void CheckDimensions(const DcmFrameFormat& format, std::uint64_t columns, std::u
          format.rows, " of ", format.samplesPerPixel);
 }
 
-void ExtendSigns(const DcmFrameFormat& format, unsigned precision, std::span<std::uint8_t> pixels) {
+void FinishSamples(DcmFrameFormat& format, unsigned precision, std::span<std::uint8_t> pixels) {
+    if (format.highBit >= precision) format.highBit = format.bitsStored - 1;
     if (format.pixelRepresentation == 0 || precision != format.bitsStored || precision == format.bitsAllocated) return;
     if (format.bitsAllocated == 8)
         ExtendSamples<std::int8_t>(precision, pixels);

@@ -49,9 +49,10 @@ private:
 /// Fails unless a stream's image is the data set's.
 void CheckDimensions(const DcmFrameFormat& format, std::uint64_t columns, std::uint64_t rows, std::uint64_t samples);
 
-/// Samples that a stream holds with fewer bits than are allocated get the sign of signed pixels in the bits above, where
-/// the stream's precision is the data set's bits stored.
-void ExtendSigns(const DcmFrameFormat& format, unsigned precision, std::span<std::uint8_t> pixels);
+/// For samples that a stream holds with fewer bits than are allocated, and that lie in the low ones now: signed pixels get
+/// their sign in the bits above, where the stream's precision is the data set's bits stored; a high bit that says that
+/// they lie further up moves.
+void FinishSamples(DcmFrameFormat& format, unsigned precision, std::span<std::uint8_t> pixels);
 
 bool IsPhotometric(const DcmFrameFormat& format, const char* photometric);
 void SetPhotometric(DcmFrameFormat& format, const char* photometric);

@@ -132,10 +132,8 @@ void Jpeg2000Codec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t>
     }
     StoreImage(*image, format, pixels.data());
 
-    if (header.isSigned)
-        format.pixelRepresentation = 1;
-    else
-        ExtendSigns(format, header.precision, pixels);
+    if (header.isSigned) format.pixelRepresentation = 1;
+    FinishSamples(format, header.precision, pixels);
     if (IsPhotometric(format, "YBR_RCT") || IsPhotometric(format, "YBR_ICT")) SetPhotometric(format, "RGB");
     if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // the components are whole
     format.lossy = IsRounded(codec.get()) ? 1 : 0;

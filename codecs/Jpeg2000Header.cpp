@@ -10,6 +10,8 @@ constexpr std::uint32_t kSocSiz = 0xFF4FFF51;
 constexpr std::uint32_t kSignatureBox = 0x6A502020;   // "jP  "
 constexpr std::uint32_t kCodeStreamBox = 0x6A703263;  // "jp2c"
 constexpr std::size_t kFixedSize = 42;                // up to the first component
+constexpr std::uint64_t kAlwaysTaken = 1U << 24;      // samples of an image of whatever size in bytes
+constexpr std::uint64_t kMostPerByte = 1024;          // samples of a larger one; where lossy pictures are useless: 100
 constexpr unsigned kCod = 0xFF52, kCoc = 0xFF53, kSot = 0xFF90, kSod = 0xFF93, kEoc = 0xFFD9;
 
 std::uint32_t Load32(const std::uint8_t* bytes) {
@@ -120,6 +122,10 @@ Jpeg2000Header::Jpeg2000Header(std::span<const std::uint8_t> codeStream, const D
     if (numbers[0] <= numbers[2] || numbers[1] <= numbers[3]) Fail("JPEG 2000: the image is empty");
     const std::size_t count = codeStream[40] << 8 | codeStream[41];
     CheckDimensions(format, numbers[0] - numbers[2], numbers[1] - numbers[3], count);
+    const std::uint64_t samples = std::uint64_t{format.columns} * format.rows * count;
+    if (samples > kAlwaysTaken && samples / kMostPerByte > codeStream.size()) {
+        Fail("JPEG 2000: ", codeStream.size(), " bytes are too few for the image");
+    }
     const Tiling tiling = CheckTiles(numbers, numbers + 2, numbers + 4, numbers + 6, format);
 
     if (codeStream.size() < kFixedSize + 3 * count) Fail("JPEG 2000: the header is not whole");

@@ -70,7 +70,7 @@ void JpegLsCodec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t> s
 
     std::int32_t near = 0;
     Check(charls_jpegls_decoder_get_near_lossless(decoder.get(), 0, &near));
-    ExtendSigns(format, static_cast<unsigned>(info.bits_per_sample), pixels);
+    FinishSamples(format, static_cast<unsigned>(info.bits_per_sample), pixels);
     if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // the components are whole
     format.lossy = near != 0 ? 1 : 0;
 }

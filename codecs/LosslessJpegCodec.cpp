@@ -7,7 +7,7 @@ void LosslessJpegCodec::Decode(DcmFrameFormat& format, std::span<const std::uint
                                std::span<std::uint8_t> pixels) {
     LosslessJpegDecoder decoder(format, stream, pixels);
     decoder.Run();
-    ExtendSigns(format, decoder.Precision(), pixels);
+    FinishSamples(format, decoder.Precision(), pixels);
     if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // the components are whole
     format.lossy = 0;
 }

@@ -21,28 +21,44 @@ namespace {
 constexpr char kStream[] = "-";
 constexpr char kUnfinished[] = ".part";
 
-/// A file under a name of its own until it is whole; removed when it does not get there.
+/// A file under a name that nothing else has, until it is whole; removed when it does not get there. A link stays one to
+/// the file that it leads to. Devices and pipes have no other name: they take what comes.
 class UnfinishedFile {
 public:
-    explicit UnfinishedFile(std::string name) : m_Name(std::move(name)) {}
+    explicit UnfinishedFile(const std::string& name) : m_Name(name), m_Path(name) {
+        std::error_code error;
+        const fs::path path = PathFromText(name);
+        if (fs::is_other(path, error)) return;
+        if (fs::is_symlink(path, error)) {
+            const fs::path file = fs::canonical(path, error);
+            if (!error) m_Name = TextFromPath(file);
+        }
+        m_bPending = true;
+        m_Path = m_Name + kUnfinished;
+        for (int i = 1; fs::exists(fs::symlink_status(PathFromText(m_Path), error)); ++i) {
+            m_Path = m_Name + "." + std::to_string(i) + kUnfinished;
+        }
+    }
     ~UnfinishedFile() {
-        if (m_bPending) RemoveFile(GetPath());
+        if (m_bPending) RemoveFile(m_Path);
     }
     UnfinishedFile(const UnfinishedFile&) = delete;
     UnfinishedFile& operator=(const UnfinishedFile&) = delete;
 
-    std::string GetPath() const { return m_Name + kUnfinished; }
+    const std::string& GetPath() const { return m_Path; }
 
     void Finish() {
+        if (!m_bPending) return;
         std::error_code error;
-        fs::rename(PathFromText(GetPath()), PathFromText(m_Name), error);
+        fs::rename(PathFromText(m_Path), PathFromText(m_Name), error);
         if (error) throw HostError("cannot create " + m_Name + ": " + SystemText(error, m_Name));
         m_bPending = false;
     }
 
 private:
     std::string m_Name;
-    bool m_bPending = true;
+    std::string m_Path;
+    bool m_bPending = false;
 };
 
 class StandardOutputBuffer : public Buffer {
@@ -52,20 +68,13 @@ protected:
     }
 };
 
-std::vector<unsigned char> ReadStandardInput() {
-    constexpr std::size_t kStep = 1U << 16;
-    platform::PrepareStandardInput();
-    std::vector<unsigned char> bytes;
-    for (std::size_t got = 1; got > 0;) {
-        const std::size_t have = bytes.size();
-        bytes.resize(have + kStep);
-        got = std::fread(bytes.data() + have, 1, kStep, stdin);
-        bytes.resize(have + got);
-        StopIfInterrupted();
-    }
-    if (std::ferror(stdin) != 0) throw HostError("cannot read standard input: " + SystemText(errno));
-    return bytes;
-}
+class StandardInputBuffer : public Buffer {
+public:
+    StandardInputBuffer() { platform::PrepareStandardInput(); }
+
+protected:
+    std::size_t Fill(void* bytes, std::size_t capacity) override { return std::fread(bytes, 1, capacity, stdin); }
+};
 
 bool AreSame(const fs::path& a, const fs::path& b) {
     std::error_code error;
@@ -97,17 +106,27 @@ Conversion::Conversion(std::string_view syntax) : m_Syntax(syntax) {
 
 DataSetFile Conversion::Read(const std::string& input) const {
     if (input != kStream) return ReadDataSetFile(input, kParseAll);
-    const std::vector<unsigned char> bytes = ReadStandardInput();
-    MemoryInputBuffer buffer(bytes.data(), bytes.size());
-    return ReadDataSet(buffer, kParseAll);
+    StandardInputBuffer buffer;
+    DataSetFile file = ReadDataSet(buffer, kParseAll);
+    if (std::ferror(stdin) != 0) {
+        const std::string reason = SystemText(errno);
+        StopIfInterrupted();
+        throw HostError("cannot read standard input: " + reason);
+    }
+    return file;
 }
 
-void Conversion::Transcode(DataSetFile& file, const std::string& name) {
+bool Conversion::Transcode(DICOMDataObject& dataSet, const std::string& output) {
+    if (!IsNativeTransferSyntax(m_Syntax)) return m_Codecs.Convert(&dataSet, m_Syntax) != 0;
+    return (output == kStream ? m_Codecs.Decode(&dataSet) : m_Codecs.DecodeForWriting(&dataSet)) != 0;
+}
+
+/// Makes the data set what is to be written. `name`: of what it was read from.
+void Conversion::Prepare(DataSetFile& file, const std::string& name, const std::string& output) {
     DICOMDataObject& dataSet = *file.dataSet;
     if (!file.complete) throw HostError(name + ": the data ends early or is damaged");
     if (IsMediaDirectory(dataSet)) throw HostError(name + ": a DICOMDIR holds offsets into itself and stays as it is");
-    const bool done =
-        IsNativeTransferSyntax(m_Syntax) ? m_Codecs.Decode(&dataSet) != 0 : m_Codecs.Convert(&dataSet, m_Syntax) != 0;
+    const bool done = Transcode(dataSet, output);
     StopIfInterrupted();
     if (!done) {
         const bool undecoded = file.encapsulated && IsEncapsulated(FindElement(dataSet, MakeTag(0x7FE0, 0x0010)));
@@ -125,11 +144,11 @@ void Conversion::Transcode(DataSetFile& file, const std::string& name) {
     CompleteTypes(dataSet, &PublicDictionary());
 }
 
-void Conversion::Write(DICOMDataObject& dataSet, const std::string& output) const {
+void Conversion::Write(DataSetFile& file, const std::string& name, const std::string& output) {
     errno = 0;
     if (output == kStream) {
         StandardOutputBuffer buffer;
-        if (!WriteDataSet(buffer, dataSet, m_Syntax)) {
+        if (!WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs)) {
             throw HostError("cannot write to standard output: " + SystemText(errno));
         }
         return;
@@ -137,17 +156,20 @@ void Conversion::Write(DICOMDataObject& dataSet, const std::string& output) cons
     UnfinishedFile unfinished(output);
     FileOutputBuffer buffer;
     const bool opened = buffer.Open(unfinished.GetPath().c_str());
-    const bool written = opened && WriteDataSet(buffer, dataSet, m_Syntax);
+    const bool written = opened && WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs);
     if (!(opened && buffer.Close()) || !written) {
+        const std::string reason = SystemText(errno);
         StopIfInterrupted();
-        throw HostError("cannot write " + output + ": " + SystemText(errno));
+        if (m_Codecs.GetError().empty()) throw HostError("cannot write " + output + ": " + reason);
+        throw HostError(name + ": cannot decode " + DescribeSyntax(file.transferSyntax) + ": " + m_Codecs.GetError());
     }
     unfinished.Finish();
 }
 
 void Conversion::ConvertRead(DataSetFile& file, const std::string& input, const std::string& output) {
-    Transcode(file, NameOfStream(input));
-    Write(*file.dataSet, output);
+    const std::string name = NameOfStream(input);
+    Prepare(file, name, output);
+    Write(file, name, output);
 }
 
 void Conversion::ConvertFile(const std::string& input, const std::string& output) {

@@ -18,8 +18,9 @@ public:
     /// `syntax`: a UID. Throws `HostError` when no codec module encodes it.
     explicit Conversion(std::string_view syntax);
 
-    /// One file or stream; "-" is standard input or output. A file is whole when it gets its name. An existing folder as
-    /// `output` takes the file under its own name. Throws `HostError`.
+    /// One file or stream; "-" is standard input or output, which gets nothing until all is decoded. A file is whole when it
+    /// gets its name; devices and pipes are written as they are. An existing folder as `output` takes the file under its
+    /// own name. Throws `HostError`.
     void ConvertFile(const std::string& input, const std::string& output);
 
     /// All files below a folder, under the same names below another one, which is made. The two must not contain each
@@ -28,8 +29,9 @@ public:
 
 private:
     DataSetFile Read(const std::string& input) const;
-    void Transcode(DataSetFile& file, const std::string& name);
-    void Write(DICOMDataObject& dataSet, const std::string& output) const;
+    bool Transcode(DICOMDataObject& dataSet, const std::string& output);
+    void Prepare(DataSetFile& file, const std::string& name, const std::string& output);
+    void Write(DataSetFile& file, const std::string& name, const std::string& output);
     void ConvertRead(DataSetFile& file, const std::string& input, const std::string& output);
 
     std::string m_Syntax;

@@ -1,13 +1,18 @@
 #include "DataSetOutput.h"
 
+#include <Korvane/platform/Bytes.h>
+
 namespace {
 
 constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
 constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
 
-/// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level.
+/// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, and the frames that codecs have
+/// left.
 class StandardOrderCodec : public DictionaryCodec {
 public:
+    explicit StandardOrderCodec(CodecManager& codecs) : m_Codecs(codecs) {}
+
     int ImplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth) override {
         DICOMDataObject last;
         TakeHighGroups(*dataSet, last);
@@ -22,17 +27,32 @@ public:
                DictionaryCodec::ExplicitEncode(buffer, &last, depth);
     }
 
+    int OnWritePixelData(Buffer& buffer, VR& pixelData, std::uint32_t length) override {
+        if (!m_Codecs.HasFramesToWrite()) return DictionaryCodec::OnWritePixelData(buffer, pixelData, length);
+        const bool isLittle = buffer.GetByteOrder() == Buffer::kLittleEndian;
+        const unsigned unit = isLittle ? 1 : GetSwapUnit(pixelData.m_TypeCode);
+        std::size_t left = length;
+        const int written = m_Codecs.WriteFrames([&](std::span<unsigned char> frame) {
+            platform::SwapUnits(frame.data(), frame.size(), unit);
+            left -= frame.size();
+            return buffer.Write(frame.data(), frame.size());
+        });
+        return written != 0 && buffer.WriteZeros(left) ? 1 : 0;
+    }
+
 private:
     static void TakeHighGroups(DICOMObject& dataSet, DICOMObject& into) {
         while (dataSet.GetFirst() != nullptr && dataSet.GetFirst()->m_Group >= kNegativeKeys) {
             into.Push(dataSet.Take(dataSet.GetFirst()->m_Group, dataSet.GetFirst()->m_Element).release());
         }
     }
+
+    CodecManager& m_Codecs;
 };
 
-bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax) {
+bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {
     static constexpr char kMarker[] = {'D', 'I', 'C', 'M'};
-    StandardOrderCodec codec;
+    StandardOrderCodec codec(codecs);
     if (codec.PrepareMetaInformation(&dataSet, 3) == 0) return false;
     if (IsNativeTransferSyntax(syntax)) PutText(dataSet, MakeTag(0x0002, 0x0010), syntax);
     return buffer.WriteZeros(128) && buffer.Write(kMarker, sizeof kMarker) &&
@@ -47,6 +67,6 @@ bool IsMediaDirectory(const DICOMObject& dataSet) {
            FindElement(dataSet, MakeTag(0x0004, 0x1220)) != nullptr;
 }
 
-bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax) {
-    return WriteParts(buffer, dataSet, syntax) && buffer.Flush();
+bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {
+    return WriteParts(buffer, dataSet, syntax, codecs) && buffer.Flush();
 }

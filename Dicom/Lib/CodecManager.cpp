@@ -192,13 +192,11 @@ bool CodecManager::Fail(std::string reason) {
     return false;
 }
 
-int CodecManager::Guarded(bool (CodecManager::*work)(DICOMObject&, std::string_view), DICOMObject* dataSet,
-                          std::string_view uid) {
+template <class Work>
+int CodecManager::Guarded(Work work) {
     m_Error.clear();
-    m_bLossy = false;
-    if (dataSet == nullptr) return Fail("no data set");
     try {
-        return (this->*work)(*dataSet, uid) ? 1 : 0;
+        return work() ? 1 : 0;
     } catch (const std::bad_alloc&) {
         return Fail("out of memory");
     } catch (...) {
@@ -206,12 +204,35 @@ int CodecManager::Guarded(bool (CodecManager::*work)(DICOMObject&, std::string_v
     }
 }
 
+template <class Work>
+int CodecManager::Changed(DICOMObject* dataSet, Work work) {
+    m_bLossy = false;
+    m_pToWrite.reset();
+    return Guarded([&] { return dataSet != nullptr ? work(*dataSet) : Fail("no data set"); });
+}
+
 int CodecManager::Convert(DICOMObject* dataSet, std::string_view targetUid) {
-    return Guarded(&CodecManager::ConvertTo, dataSet, targetUid);
+    return Changed(dataSet, [&](DICOMObject& set) { return ConvertTo(set, targetUid); });
 }
 
 int CodecManager::Decode(DICOMObject* dataSet) {
-    return Guarded(&CodecManager::DecodeAll, dataSet, kExplicitLittleEndianUid);
+    return Changed(dataSet, [this](DICOMObject& set) { return DecodeAll(set, false); });
+}
+
+int CodecManager::DecodeForWriting(DICOMObject* dataSet) {
+    return Changed(dataSet, [this](DICOMObject& set) { return DecodeAll(set, true); });
+}
+
+bool CodecManager::HasFramesToWrite() const {
+    return m_pToWrite != nullptr;
+}
+
+int CodecManager::WriteFrames(const std::function<bool(std::span<unsigned char>)>& take) {
+    const auto transcoder = std::move(m_pToWrite);
+    return Guarded([&] {
+        if (transcoder == nullptr) return Fail("no frames to write");
+        return transcoder->WriteFrames(take) || Fail(transcoder->GetError());
+    });
 }
 
 /// A codec for work of our own: one use of it stays with this object.
@@ -231,7 +252,7 @@ bool CodecManager::ConvertTo(DICOMObject& dataSet, std::string_view target) {
     if (isEncoded && SyntaxOf(dataSet) == target) return true;
     if ((props->abilities & DCM_CODEC_ENCODES) == 0)
         return Fail("the codec for " + std::string(target) + " only decodes");
-    if (!DecodeAll(dataSet, kExplicitLittleEndianUid)) return false;
+    if (!DecodeAll(dataSet, false)) return false;
     if (pixelData == nullptr) return SetSyntax(dataSet, target);
     DcmCodec* const codec = Use(target);
     if (codec == nullptr) return Fail("the codec module for " + std::string(target) + " cannot be loaded");
@@ -240,10 +261,11 @@ bool CodecManager::ConvertTo(DICOMObject& dataSet, std::string_view target) {
     return SetSyntax(dataSet, target);
 }
 
-bool CodecManager::DecodeAll(DICOMObject& dataSet, std::string_view syntaxAfterwards) {
+/// `isWritten`: frames of the data set itself may wait until it is.
+bool CodecManager::DecodeAll(DICOMObject& dataSet, bool isWritten) {
     std::vector<DICOMObject*> images;
     FindEncapsulated(dataSet, images);
-    if (images.empty()) return SetSyntax(dataSet, syntaxAfterwards);
+    if (images.empty()) return SetSyntax(dataSet, kExplicitLittleEndianUid);
     const std::string syntax = SyntaxOf(dataSet);
     if (syntax.empty() || IsNativeTransferSyntax(syntax)) {
         return Fail("compressed pixel data, and no compressed transfer syntax is named");
@@ -252,16 +274,19 @@ bool CodecManager::DecodeAll(DICOMObject& dataSet, std::string_view syntaxAfterw
     if (props == nullptr || (props->abilities & DCM_CODEC_DECODES) == 0) return Fail("no codec for " + syntax);
     DcmCodec* const codec = Use(syntax);
     if (codec == nullptr) return Fail("the codec module for " + syntax + " cannot be loaded");
-    std::vector<PixelTranscoder> transcoders;
+    const bool exact = (props->abilities & DCM_CODEC_LOSSY) == 0;
+    std::vector<std::unique_ptr<PixelTranscoder>> transcoders;
     for (const DICOMObject* const image : images) {
-        PixelTranscoder& transcoder = transcoders.emplace_back(*codec, m_Stop);
-        if (!transcoder.Decode(*image)) return Fail(transcoder.GetError());
+        PixelTranscoder& one = *transcoders.emplace_back(std::make_unique<PixelTranscoder>(*codec, m_Stop));
+        const bool done = isWritten && image == &dataSet ? one.DecodeFirst(*image, exact) : one.Decode(*image);
+        if (!done) return Fail((image == &dataSet ? "" : "an image in a sequence: ") + one.GetError());
     }
     for (std::size_t i = 0; i < images.size(); ++i) {
-        if (!transcoders[i].Apply(*images[i], syntax)) return Fail(transcoders[i].GetError());
-        m_bLossy = m_bLossy || transcoders[i].WasLossy();
+        if (!transcoders[i]->Apply(*images[i], syntax)) return Fail(transcoders[i]->GetError());
+        m_bLossy = m_bLossy || transcoders[i]->WasLossy();
+        if (transcoders[i]->HasFramesToWrite()) m_pToWrite = std::move(transcoders[i]);
     }
-    return SetSyntax(dataSet, syntaxAfterwards);
+    return SetSyntax(dataSet, kExplicitLittleEndianUid);
 }
 
 bool CodecManager::SetSyntax(DICOMObject& dataSet, std::string_view uid) {

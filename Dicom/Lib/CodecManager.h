@@ -8,9 +8,13 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+class PixelTranscoder;
 
 /// What a module says about one codec, 72 bytes: see CodecModule.h.
 using CodecProps = DcmCodecProps;
@@ -88,10 +92,22 @@ public:
     /// compressed with loss says so in (0028,2110), (0028,2112), (0028,2114) from then on. Extended offset tables go.
     int Decode(DICOMObject* dataSet);
 
-    /// Why the last `Convert` or `Decode` returned 0, for a person to read.
+    /// `Decode` for a data set that is written at once, so that memory never holds all of its frames: where there are
+    /// several, only the first is decoded now. (7FE0,0010) at the top then has type and length and no value, and
+    /// `WriteFrames` gives that to whoever writes it (`TransferSyntaxCodec::OnWritePixelData`).
+    int DecodeForWriting(DICOMObject* dataSet);
+
+    /// Whether `DecodeForWriting` has left frames; the next call of it, `Decode` or `Convert` forgets them.
+    bool HasFramesToWrite() const;
+
+    /// Hands the frames over, once and in order; `take` may change what it gets, and answers false to end. The pad of an
+    /// odd length is not among them. 0 when a frame cannot be decoded, or, without an error, when `take` declined.
+    int WriteFrames(const std::function<bool(std::span<unsigned char> frame)>& take);
+
+    /// Why the last call returned 0, for a person to read.
     const std::string& GetError() const { return m_Error; }
 
-    /// Whether the last `Convert` or `Decode` decoded pixels that had been compressed with loss.
+    /// Whether the last `Convert` or `Decode...` decoded pixels that had been compressed with loss.
     bool WasLossy() const { return m_bLossy; }
 
     /// Asked before each frame; when it answers true, the work ends with a 0.
@@ -99,9 +115,12 @@ public:
 
 private:
     bool Fail(std::string reason);
-    int Guarded(bool (CodecManager::*work)(DICOMObject&, std::string_view), DICOMObject* dataSet, std::string_view uid);
+    template <class Work>
+    int Guarded(Work work);
+    template <class Work>
+    int Changed(DICOMObject* dataSet, Work work);
     bool ConvertTo(DICOMObject& dataSet, std::string_view target);
-    bool DecodeAll(DICOMObject& dataSet, std::string_view syntaxAfterwards);
+    bool DecodeAll(DICOMObject& dataSet, bool isWritten);
     bool SetSyntax(DICOMObject& dataSet, std::string_view uid);
     DcmCodec* Use(std::string_view uid);
 
@@ -109,4 +128,5 @@ private:
     std::string m_Error;
     bool m_bLossy = false;
     std::function<bool()> m_Stop;
+    std::unique_ptr<PixelTranscoder> m_pToWrite;  // with the frames that `DecodeForWriting` left
 };

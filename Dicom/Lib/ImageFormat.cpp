@@ -87,10 +87,13 @@ bool IsAllowedChange(const DcmFrameFormat& before, const DcmFrameFormat& after) 
                               after.samplesPerPixel == before.samplesPerPixel &&
                               after.bitsAllocated == before.bitsAllocated;
     const char* const end = std::find(after.photometric, std::end(after.photometric), '\0');
-    const bool isCodeString = end != std::end(after.photometric) && std::all_of(after.photometric, end, [](char c) {
-                                  return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == ' ';
-                              });
-    return isSameMatrix && isCodeString && FitsIntoBits(after) &&
+    const auto isOfCodeString = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == ' ';
+    };
+    const bool isWellNamed =
+        std::equal(std::begin(before.photometric), std::end(before.photometric), after.photometric) ||
+        (end != std::end(after.photometric) && std::all_of(after.photometric, end, isOfCodeString));
+    return isSameMatrix && isWellNamed && FitsIntoBits(after) &&
            (after.highBit == before.highBit || after.highBit < after.bitsAllocated) && after.pixelRepresentation <= 1 &&
            after.planarConfiguration <= 1 && after.lossy <= 1;
 }

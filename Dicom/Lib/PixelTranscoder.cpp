@@ -2,7 +2,6 @@
 
 #include "Dicom/Lib/DiagnosticDump.h"
 #include "Dicom/Lib/Encapsulation.h"
-#include "Dicom/Lib/FragmentedFrames.h"
 #include "Dicom/Lib/ValueText.h"
 #include "platform/Bytes.h"
 #include "platform/Memory.h"
@@ -39,17 +38,16 @@ extern "C" int WriteToSink(void* context, const void* bytes, std::size_t count) 
     return 1;
 }
 
-struct BufferDeleter {
-    void operator()(unsigned char* block) const { platform::FreeBuffer(block); }
-};
-using BufferPointer = std::unique_ptr<unsigned char, BufferDeleter>;
-
 bool IsSameForm(const DcmFrameFormat& a, const DcmFrameFormat& b) {
     return a.bitsStored == b.bitsStored && a.highBit == b.highBit && a.pixelRepresentation == b.pixelRepresentation &&
            a.planarConfiguration == b.planarConfiguration && std::strcmp(a.photometric, b.photometric) == 0;
 }
 
 }  // namespace
+
+void PixelTranscoder::BufferDeleter::operator()(unsigned char* block) const {
+    platform::FreeBuffer(block);
+}
 
 bool PixelTranscoder::Fail(std::string reason) {
     m_Error = std::move(reason);
@@ -92,32 +90,53 @@ bool PixelTranscoder::DecodeFrame(std::uint32_t index, std::span<const unsigned 
     return decoded != 0 ? TakeFormat(index, format) : FailFrame(index, error);
 }
 
-bool PixelTranscoder::Decode(const DICOMObject& dataSet) {
+/// What a header promises costs a few bytes to write: memory for all frames is taken once the first has been decoded.
+bool PixelTranscoder::BeginDecoding(const DICOMObject& dataSet) {
     if (m_Codec.DecodeFrame == nullptr) return Fail("the codec does not decode");
     if (!Begin(dataSet)) return false;
-    FragmentedFrames frames;
-    if (!frames.Arrange(dataSet, m_Format.frames)) return Fail(frames.GetError());
-    m_StreamBytes = frames.GetTotalBytes();
+    if (!m_Frames.Arrange(dataSet, m_Format.frames)) return Fail(m_Frames.GetError());
+    m_StreamBytes = m_Frames.GetTotalBytes();
     m_pResult->m_TypeCode = m_Format.frame.bitsAllocated == 8 ? TypeCode("OB") : TypeCode("OW");
-    return DecodeAll(frames);
+    if (m_Format.frames == 1) return true;
+    std::vector<unsigned char> joined;
+    m_pFirst.reset(
+        static_cast<unsigned char*>(platform::AllocateBuffer(static_cast<std::size_t>(m_Format.frameBytes))));
+    return DecodeFrame(0, m_Frames.GetFrame(0, joined), m_pFirst.get());
 }
 
-/// What a header promises costs a few bytes to write: memory for all frames is taken once the first has been decoded.
-bool PixelTranscoder::DecodeAll(const FragmentedFrames& frames) {
+bool PixelTranscoder::Decode(const DICOMObject& dataSet) {
+    return BeginDecoding(dataSet) && DecodeOthers();
+}
+
+bool PixelTranscoder::DecodeOthers() {
     const auto frameBytes = static_cast<std::size_t>(m_Format.frameBytes);
-    const auto total = static_cast<std::uint32_t>(m_Format.TotalBytes());
-    std::vector<unsigned char> joined;
-    BufferPointer first;
-    if (m_Format.frames > 1) {
-        first.reset(static_cast<unsigned char*>(platform::AllocateBuffer(frameBytes)));
-        if (!DecodeFrame(0, frames.GetFrame(0, joined), first.get())) return false;
-    }
-    unsigned char* const pixels = m_pResult->AllocateValue(total);
+    unsigned char* const pixels = m_pResult->AllocateValue(static_cast<std::uint32_t>(m_Format.TotalBytes()));
     if (pixels == nullptr) throw std::bad_alloc();
-    if (first != nullptr) std::memcpy(pixels, first.get(), frameBytes);
-    for (std::uint32_t i = first != nullptr ? 1 : 0; i < frames.GetCount(); ++i) {
-        if (!DecodeFrame(i, frames.GetFrame(i, joined), pixels + i * frameBytes)) return false;
-        if (i == 1) first.reset();
+    if (m_pFirst != nullptr) std::memcpy(pixels, m_pFirst.get(), frameBytes);
+    std::vector<unsigned char> joined;
+    for (std::uint32_t i = m_pFirst != nullptr ? 1 : 0; i < m_Frames.GetCount(); ++i) {
+        if (!DecodeFrame(i, m_Frames.GetFrame(i, joined), pixels + i * frameBytes)) return false;
+    }
+    m_pFirst.reset();
+    return true;
+}
+
+bool PixelTranscoder::DecodeFirst(const DICOMObject& dataSet, bool exact) {
+    if (!BeginDecoding(dataSet)) return false;
+    if (m_pFirst == nullptr || !(exact || m_bLossy)) return DecodeOthers();
+    m_pResult->m_Length = static_cast<std::uint32_t>(m_Format.TotalBytes() + m_Format.TotalBytes() % 2);
+    return true;
+}
+
+bool PixelTranscoder::WriteFrames(const FrameTaker& take) {
+    const std::unique_ptr<VR> source = std::move(m_pSource);  // goes with the last frame
+    const std::span<unsigned char> frame(m_pFirst.get(), static_cast<std::size_t>(m_Format.frameBytes));
+    const bool isMarked = m_bLossy;
+    std::vector<unsigned char> joined;
+    for (std::uint32_t i = 0; i < m_Frames.GetCount(); ++i) {
+        if (i > 0 && !DecodeFrame(i, m_Frames.GetFrame(i, joined), frame.data())) return false;
+        if (m_bLossy != isMarked) return FailFrame(i, "compressed with loss, by a codec that does not do so");
+        if (!take(frame)) return false;
     }
     return true;
 }
@@ -164,32 +183,37 @@ bool PixelTranscoder::Encode(const DICOMObject& dataSet) {
     return true;
 }
 
-/// Where each frame's item begins, counted from the first (PS3.5 A.4). Beyond 4 GB the table stays empty, as it may.
+/// Where each frame's item begins, counted from the first (PS3.5 A.4). Beyond 4 GB the table stays empty, as it may; of
+/// fewer than two frames it has no entries, and the trace still tells of each.
 void PixelTranscoder::WriteOffsetTable() {
     VR* const table = GetFragment(*m_pResult, 0);
     Trace(kDumpTransferSyntax, "BASIC OFFSET TABLE\n");
     std::uint64_t offset = 0;
-    for (std::uint32_t i = 0; table != nullptr && i < m_Format.frames; ++i) {
+    for (std::uint32_t i = 0; i < m_Format.frames; ++i) {
         if (offset > UINT32_MAX) {
             m_pResult->GetItem(0)->Reset();
             return;
         }
         const auto entry = static_cast<std::uint32_t>(offset);
-        platform::StoreLittle(table->m_pData + std::size_t{4} * i, entry);
+        if (table != nullptr) platform::StoreLittle(table->m_pData + std::size_t{4} * i, entry);
         Trace(kDumpTransferSyntax, "%d -> %d %X\n", static_cast<int>(i), static_cast<int>(entry), entry);
         offset += std::uint64_t{kItemHeader} + GetFragment(*m_pResult, i + 1)->m_Length;
     }
 }
 
 bool PixelTranscoder::Apply(DICOMObject& dataSet, std::string_view syntax) {
-    VR* const pixelData = dataSet.GetVR(0x7FE0, 0x0010);
-    int done = pixelData->TakeValueFrom(m_pResult.get()) & WriteChanges(dataSet, m_Format.frame, m_NewFormat);
+    int done = WriteChanges(dataSet, m_Format.frame, m_NewFormat);
+    if (m_pFirst != nullptr) {
+        m_pSource = dataSet.Take(0x7FE0, 0x0010);
+        done &= dataSet.Push(m_pResult.release());
+    } else {
+        done &= dataSet.GetVR(0x7FE0, 0x0010)->TakeValueFrom(m_pResult.get());
+    }
     if (m_bLossy) {
         const auto ratio = static_cast<double>(m_Format.TotalBytes()) / static_cast<double>(m_StreamBytes);
         done &= MarkAsLossy(dataSet, ratio, syntax);
     }
-    // Extended offset tables belong to the fragments that were there.
-    dataSet.Take(0x7FE0, 0x0001);
-    dataSet.Take(0x7FE0, 0x0002);
+    // Extended offset table, its lengths and the total length belong to the fragments that were there.
+    for (const unsigned element : {1U, 2U, 3U}) dataSet.Take(0x7FE0, static_cast<std::uint16_t>(element));
     return done != 0 || Fail("out of memory");
 }

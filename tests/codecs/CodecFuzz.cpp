@@ -12,18 +12,10 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 constexpr std::size_t kPrefix = 9;
 
-DcmFrameFormat FormatOf(const std::uint8_t* prefix) {
-    DcmFrameFormat format{};
-    format.size = sizeof format;
-    format.columns = prefix[0] + (prefix[1] & 15u) * 256 + 1;
-    format.rows = prefix[2] + 1u;
-    format.samplesPerPixel = prefix[3] % 4 + 1u;
-    format.bitsAllocated = 8u << prefix[4] % 3;
-    format.bitsStored = prefix[5] % format.bitsAllocated + 1;
-    format.highBit = format.bitsStored - 1;
-    format.pixelRepresentation = prefix[6] & 1u;
-    format.planarConfiguration = prefix[7] & 1u;
-    return format;
+DcmFrameFormat FormatOf(const std::uint8_t* p) {
+    const std::uint32_t columns = p[0] + (p[1] & 15u) * 256 + 1, rows = p[2] + 1u, samples = p[3] % 4 + 1u;
+    const std::uint32_t bits = 8u << p[4] % 3, stored = p[5] % bits + 1, isSigned = p[6] & 1u, planes = p[7] & 1u;
+    return {sizeof(DcmFrameFormat), columns, rows, samples, bits, stored, stored - 1, isSigned, planes, 0, ""};
 }
 
 std::size_t SizeOf(const DcmFrameFormat& format) {

@@ -3,10 +3,6 @@
 import struct
 
 
-def bit_length(difference):
-    return abs(difference).bit_length()
-
-
 def predicted(rows, y, x, restart, selection, start):
     """What the sample is predicted as; `start` for the first of an interval of `restart` rows."""
     first_row = y % restart == 0
@@ -48,7 +44,7 @@ def encode(components, precision, selection=1, restart=0, shift=0, scans=None):
                     for plane in rows:
                         guess = predicted(plane, y, x, interval, selection, 1 << (precision - shift - 1))
                         difference = (plane[y][x] - guess + 32767) % 65536 - 32767
-                        length = bit_length(difference)
+                        length = abs(difference).bit_length()
                         bits.append(f"{length:05b}")
                         if 0 < length < 16:
                             bits.append(f"{difference if difference > 0 else difference + (1 << length) - 1:0{length}b}")

@@ -14,6 +14,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import time
 import traceback
 
 SKIPPED = 77
@@ -65,7 +66,7 @@ def edited(source, name, change):
 
 
 def stored_values(ds):
-    """The stored values of every frame: frames x rows x columns, computed from the bytes alone."""
+    """The stored values of every frame: frames x rows x columns (x samples), computed from the bytes alone."""
     big = ds.file_meta.TransferSyntaxUID == pydicom.uid.ExplicitVRBigEndian
     size = ds.BitsAllocated // 8
     word = numpy.dtype(f"{'>' if big and size > 1 else '<'}u{size}")
@@ -73,11 +74,14 @@ def stored_values(ds):
     if big and size == 1 and ds["PixelData"].VR == "OW":
         data = numpy.frombuffer(data, ">u2").astype("<u2").tobytes()
     count = int(ds.get("NumberOfFrames", 1) or 1)
-    words = numpy.frombuffer(data, word)[: count * ds.Rows * ds.Columns].astype(numpy.int64)
+    samples = ds.get("SamplesPerPixel", 1)
+    words = numpy.frombuffer(data, word)[: count * ds.Rows * ds.Columns * samples].astype(numpy.int64)
     values = (words >> (ds.HighBit - ds.BitsStored + 1)) & ((1 << ds.BitsStored) - 1)
     if ds.PixelRepresentation:
         values = numpy.where(values >= 1 << (ds.BitsStored - 1), values - (1 << ds.BitsStored), values)
-    return values.reshape(count, ds.Rows, ds.Columns)
+    if ds.get("PlanarConfiguration"):
+        return numpy.moveaxis(values.reshape(count, samples, ds.Rows, ds.Columns), 1, 3)
+    return values.reshape(count, ds.Rows, ds.Columns, *([samples] if samples > 1 else []))
 
 
 def height(ds):
@@ -134,6 +138,14 @@ def interrupted(arguments, ready):
         out, err = process.communicate(timeout=30)
     assert process.returncode == 1 and not out, (process.returncode, out, err)
     assert err == b"korvane: stopped\n", err
+
+
+def wait_for(condition):
+    for _ in range(1000):
+        if condition():
+            return
+        time.sleep(0.01)
+    raise AssertionError("waited for nothing")
 
 
 def on_terminal(arguments, ready=None, key=b""):

@@ -5,57 +5,17 @@ what is compressed is read like anything else."""
 import os
 import pathlib
 import shutil
-import signal
 import subprocess
-import time
 
 import host_test
 import numpy
 import pydicom
-from host_test import KORVANE, WINDOWS, WORK, export, info, korvane, phantom
-from pydicom.dataset import Dataset, FileDataset, FileMetaDataset
-from pydicom.sequence import Sequence
-from pydicom.uid import DeflatedExplicitVRLittleEndian, ExplicitVRLittleEndian
+from host_test import KORVANE, WINDOWS, WORK, export, info, korvane, phantom, wait_for
+from images import encapsulate, image
+from pydicom.uid import DeflatedExplicitVRLittleEndian
 
 UNCOMPRESSED = ("implicit", "explicit", "big")
 COMPRESSED = ("rle", "jpegll")
-
-
-def image(values, stored=None, planar=0, **attributes):
-    """A data set of frames x rows x columns (x 3) values, with elements that are easily lost."""
-    meta = FileMetaDataset()
-    meta.TransferSyntaxUID = ExplicitVRLittleEndian
-    meta.MediaStorageSOPClassUID, meta.MediaStorageSOPInstanceUID = "1.2.840.10008.5.1.4.1.1.7", "1.2.3.4"
-    ds = FileDataset(None, {}, file_meta=meta, preamble=bytes(128))
-    ds.is_little_endian, ds.is_implicit_VR = True, False
-    ds.SOPClassUID, ds.SOPInstanceUID, ds.PatientName = meta.MediaStorageSOPClassUID, "1.2.3.4", "Doe^J"
-    bits = values.dtype.itemsize * 8
-    colour = values.ndim == 4
-    ds.NumberOfFrames, ds.Rows, ds.Columns = values.shape[:3]
-    ds.SamplesPerPixel, ds.PhotometricInterpretation = (3, "RGB") if colour else (1, "MONOCHROME2")
-    if colour:
-        ds.PlanarConfiguration = planar
-    ds.BitsAllocated, ds.BitsStored, ds.HighBit = bits, stored or bits, (stored or bits) - 1
-    ds.PixelRepresentation = int(values.dtype.kind == "i")
-    raw = (numpy.moveaxis(values, 3, 1) if planar else values).tobytes()
-    ds.PixelData = raw + bytes(len(raw) % 2)
-    ds["PixelData"].VR = "OB" if bits == 8 else "OW"
-    for group in (0x0009, 0x9001):  # the second sorts in front of all others in the library
-        ds.add_new((group, 0x0010), "LO", "KORVANE TEST")
-        for element, vr, value in ((1, "FD", [1.5, -2.5]), (2, "SS", -7), (3, "OB", b"\1\2\3\4"), (4, "LT", "x" * 9001),
-                                   (5, "UN", b"\0\1\2\3"), (6, "OF", b"\0\0\x80\x3f"), (7, "SH", "")):
-            ds.add_new((group, 0x1000 + element), vr, value)
-    item = Dataset()
-    item.add_new((0x0009, 0x0010), "LO", "KORVANE TEST")
-    item.add_new((0x0009, 0x1002), "SS", 5)
-    item.CodeValue = "odd"
-    ds.add_new((0x0009, 0x1008), "SQ", Sequence([item, Dataset()]))
-    ds[0x0009, 0x1008].is_undefined_length = True
-    ds.RequestAttributesSequence = Sequence([])
-    ds.add_new((0x0018, 0xFFFF), "UN", b"unknown!")
-    for name, value in attributes.items():
-        setattr(ds, name, value)
-    return ds
 
 
 def elements(ds, private):
@@ -98,7 +58,7 @@ def lossless_round_trips():
         ds.save_as(source)
         original = pydicom.dcmread(source)
         chain = source
-        for syntax in (*UNCOMPRESSED, *COMPRESSED, "explicit", "big", "rle", "implicit", "explicit"):
+        for syntax in (*UNCOMPRESSED, *COMPRESSED, "big", "rle", "explicit", "implicit", "explicit"):
             if syntax == "jpegll" and ds.BitsAllocated == 32:
                 continue
             chain = convert(chain, f"{number}-{syntax}.dcm", syntax)
@@ -130,10 +90,7 @@ def streams_and_refusals():
     (WORK / "folder").mkdir()
     (WORK / "text").write_text("not DICOM")
     (WORK / "cut.dcm").write_bytes(before[:-9])
-    film = image(numpy.ones((1, 4, 4), "u1"))
-    film.file_meta.TransferSyntaxUID = "1.2.840.10008.1.2.4.100"
-    film.PixelData = pydicom.encaps.encapsulate([b"film"])
-    film["PixelData"].is_undefined_length = True
+    film = encapsulate(image(numpy.ones((1, 4, 4), "u1")), "1.2.840.10008.1.2.4.100", [b"film"])
     film.save_as(WORK / "film.dcm")
     for source_name, target, words in (("a.dcm", "a.dcm", "overwrite"), ("a.dcm", "link.dcm", "overwrite"),
                                        ("text", "x", "not a DICOM"), ("cut.dcm", "x", "ends early"),
@@ -148,6 +105,31 @@ def streams_and_refusals():
     assert (WORK / "folder" / "a.dcm").is_file()
     korvane("convert", WORK / "folder", "-", status=2)
     korvane("convert", "-", WORK / "folder", status=2, input="")
+    plain = (WORK / "folder" / "a.dcm").read_bytes()
+    for name in ("c.dcm.part", "c.dcm.1.part"):  # the names that a file has until it is whole may be taken
+        shutil.copy(WORK / "b.dcm", WORK / name)
+    korvane("convert", WORK / "c.dcm.part", WORK / "c.dcm")
+    assert (WORK / "c.dcm").read_bytes() == plain
+    assert all((WORK / name).read_bytes() == expected for name in ("c.dcm.part", "c.dcm.1.part"))
+
+
+def special_files():
+    """What is no regular file stays what it is, and a link stays a link."""
+    image(numpy.ones((1, 4, 4), "u1")).save_as(WORK / "a.dcm")
+    expected = convert(WORK / "a.dcm", "b.dcm", "rle").read_bytes()
+    (WORK / "c.dcm").touch()
+    os.symlink("c.dcm", WORK / "link")
+    os.mkfifo(WORK / "pipe")
+    with subprocess.Popen(["cat", WORK / "pipe"], stdout=subprocess.PIPE) as reader:
+        for name in ("link", "pipe"):
+            convert(WORK / "a.dcm", name, "rle")
+        assert reader.communicate(timeout=60)[0] == expected == (WORK / "c.dcm").read_bytes()
+    assert (WORK / "link").is_symlink() and (WORK / "pipe").is_fifo()
+    os.symlink("/dev/full", WORK / "full")
+    assert "No space left" in korvane("convert", WORK / "a.dcm", WORK / "full", status=1)[1]
+    with open("/dev/zero", "rb") as endless:  # nothing is read of what does not begin as a data set
+        assert "not a DICOM" in korvane("convert", "-", WORK / "x", status=1, stdin=endless)[1]
+    assert sorted(path.name for path in WORK.iterdir()) == ["a.dcm", "b.dcm", "c.dcm", "full", "link", "pipe"]
 
 
 def folders_and_mixed_series():
@@ -195,19 +177,18 @@ def frames_and_lies():
         lie.save_as(WORK / "lie.dcm")
         err = korvane("convert", WORK / "lie.dcm", WORK / "x.dcm", status=1)[1]
         assert words in err and "RLE Lossless" in err and not (WORK / "x.dcm").exists(), err
+    streams = list(pydicom.encaps.generate_pixel_data_frame(pydicom.dcmread(packed).PixelData, 4))
+    encapsulate(ds, "1.2.840.10008.1.2.5", [*streams[:3], streams[3][:66]]).save_as(WORK / "cut.dcm")
+    for target in ("-", "x.dcm"):  # a file is under way when the damage shows
+        out, err = korvane("convert", WORK / "cut.dcm", WORK / target if target != "-" else target, status=1)
+        assert "frame 4" in err and not out and not list(WORK.glob("x.dcm*")), err
 
 
 def interrupted():
     source = phantom("source", "--size", 512, "--slices", 60)
-    command = [*KORVANE, "convert", source, WORK / "out", "--syntax", "jpegll"]
-    with subprocess.Popen(command, stderr=subprocess.PIPE) as done:
-        end = time.monotonic() + 20
-        while not (WORK / "out").exists() and time.monotonic() < end:
-            time.sleep(0.005)
-        done.send_signal(signal.SIGINT)
-        assert done.wait(20) == 1 and b"stopped" in done.stderr.read()
+    host_test.interrupted(("convert", source, WORK / "out", "--syntax", "jpegll"), lambda: wait_for((WORK / "out").exists))
     assert not list((WORK / "out").glob("*.part"))
 
 
 host_test.run(lossless_round_trips, streams_and_refusals, folders_and_mixed_series, frames_and_lies,
-              *(() if WINDOWS else (interrupted,)))
+              *(() if WINDOWS else (special_files, interrupted)))

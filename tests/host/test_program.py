@@ -13,7 +13,7 @@ import host_test
 import numpy
 import pydicom
 from host_test import (KORVANE, WINDOWS, WORK, edited, export, info, interrupted, korvane, leftovers, on_terminal,
-                       phantom)
+                       phantom, wait_for)
 
 SMALL = ("--size", 16, "--slices", 6)
 
@@ -270,14 +270,6 @@ def stopped():
 
     os.mkfifo(WORK / "pipe")
     interrupted(("info", WORK / "pipe"), lambda: time.sleep(0.5))
-
-
-def wait_for(condition):
-    for _ in range(1000):
-        if condition():
-            return
-        time.sleep(0.01)
-    raise AssertionError("waited for nothing")
 
 
 def stopped_on_a_console():

@@ -19,16 +19,15 @@ std::unique_ptr<DICOMDataObject> Image(const std::uint8_t* header) {
     const std::uint16_t allocated = header[5] % 3 == 0 ? 8 : (header[5] % 3 == 1 ? 16 : 32);
     const auto stored = static_cast<std::uint16_t>(1 + header[6] % allocated);
     set->Push(MakeText(0x0002, 0x0010, "UI", kSyntaxes[header[0] % std::size(kSyntaxes)]));
-    set->Push(MakeU16(0x0028, 0x0002, samples));
     set->Push(MakeText(0x0028, 0x0004, "CS", samples == 1 ? "MONOCHROME2" : "YBR_FULL_422"));
-    set->Push(MakeU16(0x0028, 0x0006, header[4] >> 1 & 1));
     set->Push(MakeText(0x0028, 0x0008, "IS", std::to_string(header[3])));
-    set->Push(MakeU16(0x0028, 0x0010, header[1]));
-    set->Push(MakeU16(0x0028, 0x0011, header[2]));
-    set->Push(MakeU16(0x0028, 0x0100, allocated));
-    set->Push(MakeU16(0x0028, 0x0101, stored));
-    set->Push(MakeU16(0x0028, 0x0102, static_cast<std::uint16_t>(stored - 1)));
-    set->Push(MakeU16(0x0028, 0x0103, header[4] >> 2 & 1));
+    const std::pair<std::uint16_t, int> numbers[] = {{0x0002, samples},    {0x0006, header[4] >> 1 & 1},
+                                                     {0x0010, header[1]},  {0x0011, header[2]},
+                                                     {0x0100, allocated},  {0x0101, stored},
+                                                     {0x0102, stored - 1}, {0x0103, header[4] >> 2 & 1}};
+    for (const auto& [element, value] : numbers) {
+        set->Push(MakeU16(0x0028, element, static_cast<std::uint16_t>(value)));
+    }
     return set;
 }
 

@@ -17,8 +17,8 @@ int Decode(DcmCodec*, DcmFrameFormat* format, const void* stream, size_t size, v
     case 'L':  // with loss, in colours of another kind
         std::strcpy(format->photometric, "RGB");
         format->planarConfiguration = 0;
-        format->lossy = 1;
-        break;
+        [[fallthrough]];
+    case 'M': format->lossy = 1; break;
     case 'r': format->rows += 1; break;
     case 'p': std::memset(format->photometric, 'P', sizeof format->photometric); break;
     case 'b': format->bitsStored = 99; break;
