@@ -61,6 +61,7 @@ void ReadWithLibrary(Buffer& buffer, NotingCodec& codec, int option, DataSetFile
     file.dataSet = reader.LoadStream(buffer, option);
     if (file.dataSet == nullptr) throw std::bad_alloc();
     file.complete = reader.IsComplete();
+    file.hasPreamble = reader.HasPreamble();
     file.transferSyntax = reader.GetTransferSyntax();
     if (file.transferSyntax.empty()) {
         file.transferSyntax =

@@ -11,6 +11,7 @@ struct DataSetFile {
     std::unique_ptr<DICOMDataObject> dataSet;  ///< null: not a DICOM file
     std::string transferSyntax;                ///< (0002,0010), or that of the encoding where it is missing
     bool complete = false;                     ///< the parse met no fault
+    bool hasPreamble = false;                  ///< "DICM" stood at byte 128
 
     // Pixel Data (7FE0,0010) of the top level:
     bool hasPixels = false;

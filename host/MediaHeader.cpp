@@ -1,26 +1,18 @@
 #include "MediaHeader.h"
 
+#include "DataSetFile.h"
 #include "HostError.h"
 
-#include <Korvane/platform/Bytes.h>
 #include <Korvane/platform/File.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 
 namespace {
 
 constexpr std::size_t kShortHeader = 16 * 1024;
-constexpr std::size_t kMarkerAt = 128;
 constexpr std::string_view kDirectoryClassUid = "1.2.840.10008.1.3.10";
-
-bool BeginsLikeDicom(const unsigned char* bytes, std::size_t count) {
-    if (count >= kMarkerAt + 4 && std::memcmp(bytes + kMarkerAt, "DICM", 4) == 0) return true;
-    if (count < 8) return false;
-    const auto group = platform::LoadLittle<std::uint16_t>(bytes);
-    return group == 0x0002 || group == 0x0008;
-}
 
 MediaHeader LeftOut(const std::string& why) {
     MediaHeader header;
@@ -28,15 +20,23 @@ MediaHeader LeftOut(const std::string& why) {
     return header;
 }
 
-/// Empty when the data set can go onto a medium.
-std::string FindFault(const DICOMObject& dataSet, const DICOMFileReader& reader, bool transcode) {
-    if (reader.IsDeflated()) return "its data set is deflated";
-    if (!reader.IsComplete()) return "its data set ends early or is damaged";
-    const bool hasMeta = !reader.GetTransferSyntax().empty();
-    if (hasMeta && !reader.HasPreamble()) return "it has no preamble";
-    if (!hasMeta && !transcode) {
-        return "it has no meta information (--transcode writes it)";
-    }
+MediaHeader CannotBeRead() {
+    const int error = errno;
+    StopIfInterrupted();
+    return LeftOut("cannot be read: " + SystemText(error));
+}
+
+/// Empty when the data set can go onto a medium; `beyond`: bytes of the file behind those that were looked at.
+std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
+    const DICOMObject& dataSet = *file.dataSet;
+    const bool hasMeta = !FindText(dataSet, MakeTag(0x0002, 0x0010)).empty();
+    if (transcode && file.transferSyntax == kDeflatedUid) return "its data set is deflated";
+    if (!file.complete) return "its data set ends early or is damaged";
+    if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
+    if (hasMeta && !file.hasPreamble) return "it has no preamble";
+    // The library's test for the syntax does not see it.
+    if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid) return "it is big endian, without meta information";
+    if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
     static constexpr std::pair<Tag, const char*> kNeeded[] = {{MakeTag(0x0010, 0x0020), "Patient ID"},
                                                               {MakeTag(0x0020, 0x000D), "Study Instance UID"},
                                                               {MakeTag(0x0020, 0x000E), "Series Instance UID"},
@@ -51,34 +51,35 @@ std::string FindFault(const DICOMObject& dataSet, const DICOMFileReader& reader,
 }  // namespace
 
 MediaHeader ReadMediaHeader(const std::string& path, bool transcode) {
-    static std::array<unsigned char, kShortHeader> head;
-    platform::InputFile file;
+    std::array<unsigned char, kShortHeader> head;
+    platform::InputFile input;
     errno = 0;
-    const bool opened = file.Open(path.c_str());
-    const std::size_t count = opened ? file.Read(head.data(), head.size()) : 0;
-    if (!opened || file.HasFailed()) {
-        const int error = errno;
-        StopIfInterrupted();
-        return LeftOut("cannot be read: " + SystemText(error));
+    const bool opened = input.Open(path.c_str());
+    const std::uint64_t size = input.GetSize();  // not asking for more spares the read that finds the end
+    const auto wanted = static_cast<std::size_t>(size > 0 ? std::min<std::uint64_t>(size, head.size()) : head.size());
+    const std::size_t count = opened ? input.Read(head.data(), wanted) : 0;
+    if (!opened || input.HasFailed()) return CannotBeRead();
+    std::uint64_t beyond = size > count ? size - count : 0;
+    input.Close();
+    MemoryInputBuffer bytes(head.data(), count);
+    DataSetFile file = ReadDataSet(bytes, kStopBeforePixelData);
+    if (file.dataSet != nullptr && !file.hasPixels && count == head.size()) {
+        FileInputBuffer buffer;
+        if (!buffer.Open(path.c_str())) return CannotBeRead();
+        file = ReadDataSet(buffer, kStopBeforePixelData);
+        if (buffer.HasFailed()) return CannotBeRead();
+        beyond = 0;
     }
-    const bool isWhole = count < head.size();
-    file.Close();
     MediaHeader header;
-    if (!BeginsLikeDicom(head.data(), count)) {
-        header = LeftOut("not a DICOM file");
-        header.notDicom = true;
-        return header;
+    header.notDicom = file.dataSet == nullptr;
+    header.isDirectory = !header.notDicom && FindText(*file.dataSet, MakeTag(0x0002, 0x0002)) == kDirectoryClassUid;
+    if (header.notDicom) {
+        header.why = "not a DICOM file";
+    } else if (header.isDirectory) {
+        header.why = "a DICOMDIR";
+    } else {
+        header.why = FindFault(file, beyond, transcode);
     }
-    DictionaryCodec codec;
-    DICOMFileReader reader(codec);
-    header.dataSet = reader.LoadMemory(head.data(), count, kStopBeforePixelData);
-    if (!isWhole && !reader.HasStopped()) header.dataSet = reader.Load(path.c_str(), kStopBeforePixelData);
-    if (header.dataSet == nullptr) return LeftOut("cannot be read: " + SystemText(errno));
-    if (FindText(*header.dataSet, MakeTag(0x0002, 0x0002)) == kDirectoryClassUid) {
-        header = LeftOut("a DICOMDIR");
-        header.isDirectory = true;
-        return header;
-    }
-    const std::string fault = FindFault(*header.dataSet, reader, transcode);
-    return fault.empty() ? std::move(header) : LeftOut(fault);
+    if (header.why.empty()) header.dataSet = std::move(file.dataSet);
+    return header;
 }

@@ -26,38 +26,46 @@ constexpr char kFileRoot[] = "DICOM";
 class Builder : public CCDRObject {
 public:
     bool WriteDirectory(const std::string& path) {
-        const auto dataSet = CreateDDO();
-        return WriteDDO(path, *dataSet);
+        try {
+            const auto dataSet = CreateDDO();
+            return WriteDDO(path, *dataSet);
+        } catch (const std::string& message) {
+            throw HostError(message);
+        }
     }
 };
 
 /// The folders of a medium in the making: gone again unless they are kept.
 class MediumFolders {
 public:
-    explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(root + "/" + kFileRoot) {
+    explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {
         std::error_code error;
         if (platform::FileExists(Directory().c_str())) throw HostError(root + " has a DICOMDIR already");
-        const fs::path files = PathFromText(m_Files);
-        if (fs::exists(files, error) && !(fs::is_directory(files, error) && fs::is_empty(files, error))) {
-            throw HostError(m_Files + " is there already and not empty");
+        if (fs::exists(m_Files, error) && !(fs::is_directory(m_Files, error) && fs::is_empty(m_Files, error))) {
+            throw HostError(TextFromPath(m_Files) + " is there already and not empty");
         }
-        m_bMadeRoot = !fs::exists(PathFromText(root), error);
-        m_bMadeFiles = !fs::exists(files, error);
-        MakeDirectory(m_Files);
+        for (fs::path made = m_Files; !made.empty() && !fs::exists(fs::symlink_status(made, error));
+             made = made.parent_path()) {
+            m_Made.push_back(made);
+        }
     }
     ~MediumFolders() {
         if (m_bKept) return;
-        std::error_code error;
         RemoveFile(Unfinished());
-        fs::remove_all(PathFromText(m_Files), error);
-        if (!m_bMadeFiles) fs::create_directory(PathFromText(m_Files), error);
-        if (m_bMadeRoot) fs::remove(PathFromText(m_Root), error);
+        std::error_code error;
+        for (fs::directory_iterator entry(m_Files, error), end; entry != end; entry.increment(error)) {
+            std::error_code kept;
+            fs::remove_all(entry->path(), kept);
+        }
+        for (const fs::path& made : m_Made) fs::remove(made, error);
     }
     MediumFolders(const MediumFolders&) = delete;
     MediumFolders& operator=(const MediumFolders&) = delete;
 
     std::string Directory() const { return m_Root + "/DICOMDIR"; }
     std::string Unfinished() const { return Directory() + ".part"; }
+
+    void Make() { MakeDirectory(TextFromPath(m_Files)); }
 
     /// Gives the directory its name.
     void Keep() {
@@ -70,9 +78,8 @@ public:
 
 private:
     std::string m_Root;
-    std::string m_Files;
-    bool m_bMadeRoot = false;
-    bool m_bMadeFiles = false;
+    fs::path m_Files;
+    std::vector<fs::path> m_Made;  // folders that were not there, the innermost first
     bool m_bKept = false;
 };
 
@@ -112,6 +119,7 @@ public:
     MediumSummary Run() {
         const std::vector<std::string> files = ListSources();
         MediumFolders folders(m_Options.root);
+        folders.Make();
         AddFiles(files);
         for (const std::string& path : m_Options.privateFiles) AddPrivate(path);
         errno = 0;
@@ -193,12 +201,15 @@ private:
         try {
             m_Summary.privateFiles.push_back(m_Builder.AddPrivate(CDRRecord::Private, path));
         } catch (const std::string& message) {
-            throw HostError(Explain(message, errno));
+            const int error = errno;
+            StopIfInterrupted();
+            throw HostError(Explain(message, error));
         }
     }
 
     static std::string Explain(const std::string& message, int error) {
-        return error != 0 ? message + ": " + SystemText(error) : message;
+        const std::string reason = SystemText(error);
+        return error != 0 && !message.ends_with(reason) ? message + ": " + reason : message;
     }
 
     const MediumOptions& m_Options;

@@ -170,6 +170,9 @@ private:
                 Note(at + path + " is not a DICOM file");
                 return;
             }
+            if (!file.complete || file.pixelsPresent < file.pixelLength) {
+                Note(at + path + " ends early or is damaged");
+            }
             for (const Pair& pair : kPairs) {
                 const std::string said = FindText(record, pair.inRecord);
                 const std::string found = FindText(*file.dataSet, pair.inFile);

@@ -11,9 +11,11 @@
 #include <stdio.h>
 #include <windows.h>
 #else
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <memory>
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
@@ -93,6 +95,17 @@ int HardLink(const char* newName, const char* existing, void*) {
     return linked == 0 ? 1 : 0;
 }
 
+/// False with `errno` set, as which Ctrl-C counts too.
+bool Copy(InputFile& input, OutputFile& output) {
+    constexpr std::uint64_t kLargestBlock = 1 << 20;
+    const auto size = static_cast<std::size_t>(std::clamp<std::uint64_t>(input.GetSize(), 1 << 12, kLargestBlock));
+    const auto block = std::make_unique_for_overwrite<unsigned char[]>(size);
+    while (const std::size_t count = input.Read(block.get(), size)) {
+        if (!output.Write(block.get(), count)) return false;
+    }
+    return !input.HasFailed();
+}
+
 }  // namespace
 
 bool IsWritable(const char* path) {
@@ -108,15 +121,21 @@ bool RemoveFolder(const char* path) {
 }
 
 bool DuplicateFile(const char* source, const char* destination) {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const std::string target = NativePath(destination);
-    if (fs::copy_file(NativePath(source), target, fs::copy_options::overwrite_existing, error)) return true;
-    const int reason = error.value();
-    // In these cases writing had begun.
-    if (reason == ENOSPC || reason == EDQUOT || reason == EFBIG || reason == EIO) unlink(target.c_str());
+    InputFile input;
+    OutputFile output;
+    const bool isNew = !FileExists(destination);
+    if (!input.Open(source) || !output.Open(destination)) return false;
+    // Who may read the one may read the other.
+    std::error_code ignored;
+    const std::filesystem::path target = NativePath(destination);
+    const auto rights =
+        std::filesystem::status(NativePath(source), ignored).permissions() & std::filesystem::perms::all;
+    std::filesystem::permissions(target, rights, ignored);
+    const bool copied = Copy(input, output) && output.Close();
+    const int reason = errno;
+    if (!copied && isNew) unlink(target.c_str());
     errno = reason;
-    return false;
+    return copied;
 }
 
 LinkFunction FindHardLink() {

@@ -11,7 +11,8 @@ bool CreateFolder(const char* path);
 /// Removes a folder that is empty.
 bool RemoveFolder(const char* path);
 
-/// Copies a file over what is there. What could not be finished is removed.
+/// Copies a file, access rights included, over what is there. A new file that could not be finished is removed. Ctrl-C
+/// ends it as in `InputFile`.
 bool DuplicateFile(const char* source, const char* destination);
 
 /// As Windows' CreateHardLinkA: another name for the file that `existing` is, or is a symbolic link to; the attributes
