@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -11,55 +12,41 @@
 
 class WrittenDirectory {
 public:
-    struct Record {
-        int depth;
-        std::map<std::uint32_t, std::string> elements;  // "UI:value", padding included; of a sequence the bytes
+    using Elements = std::map<std::uint32_t, std::string>;  // "UI:value", padding included; of a sequence the bytes
 
-        std::string Type() const { return elements.at(0x00041430); }
-    };
+    std::vector<std::string> records;  // in the order of the offsets' tree: depth and elements, links aside
+    Elements top;
 
     explicit WrittenDirectory(const std::string& path) {
         std::ifstream file(path, std::ios::binary);
         m_Bytes.assign(std::istreambuf_iterator<char>(file), {});
         EXPECT_EQ(m_Bytes.substr(0, 132), std::string(128, '\0') + "DICM");
         std::size_t at = 132;
-        while (at < m_Bytes.size() && Number(at) % 0x10000 != 0xFFFE && Top(0x00041220).empty()) {
+        while (at < m_Bytes.size() && Number(at) % 0x10000 != 0xFFFE && top[0x00041220].empty()) {
             const std::uint32_t tag = Tag(at);
-            m_Top[tag] = Element(at);
-            if (tag == 0x00020010) {
-                EXPECT_EQ(m_Top[tag], std::string("UI:1.2.840.10008.1.2.1\0", 23));
-            }
-            if (tag == 0x00020016) {
+            if (tag == 0x00041130) {
                 EXPECT_EQ(144 + Number(132 + 8), at) << "group length";
             }
+            top[tag] = Element(at);
         }
-        Follow(At(m_Top, 0x00041200), 0);
-        EXPECT_EQ(At(m_Top, 0x00041202), m_LastOfRoot);
+        EXPECT_EQ(top[0x00020010], std::string("UI:1.2.840.10008.1.2.1\0", 23));
+        EXPECT_EQ(Follow(Offset(top, 0x00041200), 0), Offset(top, 0x00041202));
         std::size_t items = 0;  // every item begins so; values in these tests do not
-        for (std::size_t i = 0;
-             (i = m_Bytes.find(std::string("\xFE\xFF\x00\xE0\xFF\xFF\xFF\xFF\x04\x00", 10), i)) != std::string::npos;
-             ++i) {
-            ++items;
-        }
+        const std::string begin("\xFE\xFF\x00\xE0\xFF\xFF\xFF\xFF\x04\x00", 10);
+        for (at = 0; (at = m_Bytes.find(begin, at)) != std::string::npos; ++at) ++items;
         EXPECT_EQ(records.size(), items);
     }
 
-    std::string Top(std::uint32_t tag) const { return m_Top.count(tag) != 0 ? m_Top.at(tag) : std::string(); }
-
-    std::vector<Record> records;  // in the order of the offsets' tree
-
 private:
-    using Elements = std::map<std::uint32_t, std::string>;
-
     std::uint32_t Number(std::size_t at) const {
         std::uint32_t value = 0;
         for (std::size_t i = 4; i-- > 0;) value = value << 8 | static_cast<unsigned char>(m_Bytes.at(at + i));
         return value;
     }
     std::uint32_t Tag(std::size_t at) const { return Number(at) << 16 | Number(at) >> 16; }
-    static std::uint32_t At(const Elements& elements, std::uint32_t tag) {
+    static std::uint32_t Offset(const Elements& elements, std::uint32_t tag) {
         const std::string& value = elements.at(tag);
-        EXPECT_EQ(value.size(), 7u);
+        EXPECT_EQ(value.substr(0, 3) + value.substr(6), std::string("UL:\0", 4)) << "small files only";
         return static_cast<unsigned char>(value[3]) | static_cast<unsigned char>(value[4]) << 8 |
                static_cast<unsigned char>(value[5]) << 16;
     }
@@ -78,26 +65,31 @@ private:
         return type + ":" + m_Bytes.substr(at - length, length);
     }
 
-    void Follow(std::uint32_t offset, int depth) {
+    /// The records of one list and all below them; the offset of the last.
+    std::uint32_t Follow(std::uint32_t offset, int depth) {
+        std::uint32_t last = 0;
         while (offset != 0) {
-            if (depth == 0) m_LastOfRoot = offset;
-            ASSERT_LT(offset + 8, m_Bytes.size());
-            ASSERT_EQ(Tag(offset), 0xFFFEE000) << "no item at " << offset;
-            Record record{depth, {}};
-            std::uint32_t last = 0;
+            last = offset;
+            EXPECT_EQ(Tag(offset), 0xFFFEE000) << "no item at " << offset;
+            std::string text = std::to_string(depth);
+            Elements links;
+            std::uint32_t before = 0;
             for (std::size_t at = offset + 8; Tag(at) != 0xFFFEE00D;) {
-                EXPECT_LT(last, Tag(at));
-                last = Tag(at);
-                record.elements[last] = Element(at);
+                const std::uint32_t tag = Tag(at);
+                EXPECT_LT(before, tag);
+                before = tag;
+                char hex[12];
+                std::snprintf(hex, sizeof hex, "|%08X ", static_cast<unsigned>(tag));
+                const std::string element = Element(at);
+                (tag <= 0x00041420 && tag >= 0x00041400 ? links[tag] : text += hex) += element;
             }
-            EXPECT_EQ(record.elements[0x00041410], "US:\xFF\xFF");
-            records.push_back(record);
-            Follow(At(record.elements, 0x00041420), depth + 1);
-            offset = At(record.elements, 0x00041400);
+            EXPECT_EQ(links[0x00041410], "US:\xFF\xFF");
+            records.push_back(text);
+            Follow(Offset(links, 0x00041420), depth + 1);
+            offset = Offset(links, 0x00041400);
         }
+        return last;
     }
 
     std::string m_Bytes;
-    Elements m_Top;
-    std::uint32_t m_LastOfRoot = 0;
 };
