@@ -87,8 +87,12 @@ CFTPSend::~CFTPSend() {
     EndSession();
 }
 
+bool CFTPSend::HasSession() const {
+    return m_pWatch != nullptr && !m_pWatch->IsLost();
+}
+
 void CFTPSend::EndSession() {
-    if (m_pControl != nullptr && !m_bControlBorrowed) {
+    if (HasSession() && !m_bControlBorrowed) {
         const Call call(*this);
         FtpQuit(m_pControl);
     }
@@ -114,7 +118,7 @@ void CFTPSend::Connect(const char* host, const char* user, const char* password)
 
 void CFTPSend::ChDir(const char* dir) {
     const Call call(*this);
-    if (m_pControl == nullptr || FtpChdir(dir, m_pControl) == 0) {
+    if (!HasSession() || FtpChdir(dir, m_pControl) == 0) {
         ThrowReply(CFTPSend::StrError());
     }
 }
@@ -124,14 +128,11 @@ bool CFTPSend::Open(const char* path, const char* mode) {
         Close();
         CFTPSend::Close();  // a derived Close may have left it open
     }
-    if (m_pControl == nullptr) {
+    if (!HasSession()) {
         return false;
     }
     const char kind = mode[0] != '\0' && mode[1] == 't' ? FTPLIB_ASCII : FTPLIB_IMAGE;
-    const Call call(*this);
-    if (FtpAccess(path, FTPLIB_FILE_WRITE, kind, m_pControl, &m_pData) == 0) {
-        m_pData = nullptr;
-    }
+    m_pData = m_pWatch->OpenRemote(path, kind);
     return m_pData != nullptr;
 }
 
@@ -139,7 +140,7 @@ int CFTPSend::Close() {
     int result = 0;
     if (m_pData != nullptr && !m_bDataBorrowed) {
         const Call call(*this);
-        result = FtpClose(m_pData);
+        result = HasSession() ? FtpClose(m_pData) : 0;
         m_bFailed |= result == 0;
     }
     m_pData = nullptr;
@@ -175,12 +176,12 @@ unsigned CFTPSend::Seek(unsigned long offset) {
 }
 
 char* CFTPSend::StrError() {
-    char* const reply = m_pControl == nullptr ? nullptr : FtpLastResponse(m_pControl);
+    char* const reply = HasSession() ? FtpLastResponse(m_pControl) : nullptr;
     return reply == nullptr ? g_NoReply : reply;
 }
 
 int CFTPSend::Send(const void* bytes, int count) {
-    if (m_pData == nullptr) {
+    if (m_pData == nullptr || !HasSession()) {
         return -1;
     }
     const Call call(*this, m_pData, count);

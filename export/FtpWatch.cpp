@@ -6,33 +6,60 @@
 #include <algorithm>
 #include <cstddef>
 #include <ftplib.h>
+#include <functional>
 #include <memory>
+#include <utility>
 
 namespace korvane_detail {
 
 namespace {
 
+/// For a call to return whose connection has been broken.
+constexpr std::chrono::milliseconds kGrace{250};
+
+/// A call that makes a connection, on a thread of its own that may be left alone with it.
 struct Attempt {
+    const std::function<NetBuf*()> make;
+    const std::function<void(NetBuf*)> dispose;  // of what was made too late (may be null)
     std::mutex mutex;
     std::condition_variable finished;
-    NetBuf* control = nullptr;
+    NetBuf* made = nullptr;
     bool done = false;
     bool abandoned = false;
+
+    Attempt(std::function<NetBuf*()> makes, std::function<void(NetBuf*)> disposes)
+        : make(std::move(makes)), dispose(std::move(disposes)) {}
 };
 
-void Try(const std::shared_ptr<Attempt>& attempt, const std::string& host) {
+void Try(const std::shared_ptr<Attempt>& attempt) {
     const platform::BlockBrokenPipe guard;
-    NetBuf* control = nullptr;
-    if (FtpConnect(host.c_str(), &control) == 0) {
-        control = nullptr;
-    }
+    NetBuf* const made = attempt->make();
     std::unique_lock lock(attempt->mutex);
     if (!attempt->abandoned) {
-        attempt->control = control;
+        attempt->made = made;
         attempt->done = true;
         attempt->finished.notify_one();
-    } else if (control != nullptr) {
+    } else {
         lock.unlock();
+        attempt->dispose(made);
+    }
+}
+
+/// False when the time ran out; the thread then goes on by itself. `control` is the session's connection, -1 for none.
+bool TryWithin(const std::shared_ptr<Attempt>& attempt, std::chrono::milliseconds limit, int control = -1) {
+    std::thread(Try, attempt).detach();
+    std::unique_lock lock(attempt->mutex);
+    const auto isDone = [&attempt] { return attempt->done; };
+    if (!attempt->finished.wait_for(lock, limit, isDone) && control >= 0) {
+        platform::BreakConnection(control);
+        attempt->finished.wait_for(lock, kGrace, isDone);
+    }
+    attempt->abandoned = !attempt->done;
+    return attempt->done;
+}
+
+void QuitIfConnected(NetBuf* control) {
+    if (control != nullptr) {
         FtpQuit(control);
     }
 }
@@ -65,20 +92,20 @@ int SocketOf(NetBuf* connection) {
 }  // namespace
 
 NetBuf* ConnectWithin(const std::string& host, int limit) {
-    const auto attempt = std::make_shared<Attempt>();
+    const auto connect = [host] {
+        NetBuf* control = nullptr;
+        return FtpConnect(host.c_str(), &control) == 0 ? nullptr : control;
+    };
     if (limit <= 0) {
-        Try(attempt, host);
-        return attempt->control;
+        const platform::BlockBrokenPipe guard;
+        return connect();
     }
-    std::thread(Try, attempt, host).detach();
-    std::unique_lock lock(attempt->mutex);
-    attempt->finished.wait_for(lock, std::chrono::milliseconds(limit), [&attempt] { return attempt->done; });
-    attempt->abandoned = !attempt->done;
-    return attempt->control;
+    const auto attempt = std::make_shared<Attempt>(connect, QuitIfConnected);
+    return TryWithin(attempt, std::chrono::milliseconds(limit)) ? attempt->made : nullptr;
 }
 
 FtpWatch::FtpWatch(NetBuf* control, int limit)
-    : m_nControl(IsKnownLayout(control) ? SocketOf(control) : -1), m_Limit(limit) {
+    : m_pControl(control), m_nControl(IsKnownLayout(control) ? SocketOf(control) : -1), m_Limit(limit) {
     if (m_nControl >= 0 && limit > 0) {
         m_Thread = std::thread([this] { Run(); });
     }
@@ -96,7 +123,7 @@ FtpWatch::~FtpWatch() {
 }
 
 void FtpWatch::Begin(NetBuf* data, int bytes) {
-    if (m_Thread.joinable()) {
+    if (m_Thread.joinable() && !m_bLost) {
         const std::lock_guard lock(m_Mutex);
         m_nData = data == nullptr ? -1 : SocketOf(data);
         m_Deadline = Clock::now() + m_Limit + std::chrono::milliseconds(bytes);
@@ -108,6 +135,26 @@ void FtpWatch::End() {
         const std::lock_guard lock(m_Mutex);
         m_Deadline = Clock::time_point::max();
     }
+}
+
+NetBuf* FtpWatch::OpenRemote(const std::string& path, char kind) {
+    const auto open = [control = m_pControl, path, kind] {
+        NetBuf* data = nullptr;
+        return FtpAccess(path.c_str(), FTPLIB_FILE_WRITE, kind, control, &data) == 0 ? nullptr : data;
+    };
+    if (m_Limit.count() <= 0) {
+        const platform::BlockBrokenPipe guard;
+        return open();
+    }
+    const auto end = [control = m_pControl](NetBuf* data) {
+        if (data != nullptr) {
+            FtpClose(data);
+        }
+        FtpQuit(control);
+    };
+    const auto attempt = std::make_shared<Attempt>(open, end);
+    m_bLost = !TryWithin(attempt, m_Limit, m_nControl);
+    return attempt->made;
 }
 
 void FtpWatch::Run() {

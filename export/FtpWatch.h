@@ -34,12 +34,22 @@ public:
     void Begin(NetBuf* data, int bytes);
     void End();
 
+    /// `FtpAccess` for writing, within the limit; null on failure. It may hang where there is nothing to break yet: in
+    /// connecting to an address that does not answer. Then the whole session is given up and left to a thread of its own,
+    /// which ends it when the system gives up connecting.
+    NetBuf* OpenRemote(const std::string& path, char kind);
+
+    /// The session was given up: its connections belong to that thread.
+    bool IsLost() const { return m_bLost; }
+
 private:
     using Clock = std::chrono::steady_clock;
     void Run();
 
+    NetBuf* const m_pControl;
     const int m_nControl;
     const std::chrono::milliseconds m_Limit;
+    bool m_bLost = false;  // of the caller's thread alone
     int m_nData = -1;
     Clock::time_point m_Deadline = Clock::time_point::max();
     bool m_bEnd = false;

@@ -12,7 +12,8 @@
 namespace {
 
 constexpr char kVariable[] = "KORVANE_FTP_PASSWORD";
-constexpr std::size_t kLongestName = 57;  // that the FTP library sends
+constexpr std::size_t kLongestName = 57;   // that the FTP library sends
+constexpr std::size_t kLongestPath = 990;  // with room for number and extension
 constexpr char kForms[] = "a destination is file:path/name or ftp:user%password@host/path/name";
 
 /// Takes what stands in front of the separator off the text.
@@ -60,6 +61,10 @@ std::string Destination::Describe() const {
     return isFtp ? "ftp:" + user + "@" + host + "/" + path : path;
 }
 
+std::string Destination::GetFolder() const {
+    return (isFtp ? "ftp:" + user + "@" + host + "/" : "") + directory;
+}
+
 Destination ParseDestination(const std::string& url) {
     for (const char character : url) {
         if (static_cast<unsigned char>(character) < 0x20) throw UsageError("control characters in the destination");
@@ -80,6 +85,9 @@ Destination ParseDestination(const std::string& url) {
     destination.password = rest.substr(0, at);
     rest.remove_prefix(at + 1);
     destination.host = TakeUntil(rest, '/');
+    if (rest.size() > kLongestPath) {
+        throw UsageError("a path on a server has at most " + std::to_string(kLongestPath) + " characters");
+    }
     SplitPath(rest, "/", destination);
     return destination;
 }

@@ -15,6 +15,10 @@ struct Destination {
 
     /// Without the password.
     std::string Describe() const;
+
+    /// The folder as exporters are told it. One on a server is named so that it never is one of this machine's too, whose
+    /// files would have a say in the names.
+    std::string GetFolder() const;
 };
 
 /// Throws `UsageError`, which does not repeat the password.

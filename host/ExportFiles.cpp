@@ -15,9 +15,18 @@
 #include <system_error>
 #include <zlib.h>
 
+namespace fs = std::filesystem;
+
 namespace {
 
 constexpr char kUnfinished[] = ".part";
+
+/// Why a server's last reply is the last one. Only a refusal is a reason in itself.
+std::string ReasonOf(const std::string& reply, const std::string& otherwise) {
+    const std::string line = reply.substr(0, reply.find_first_of("\r\n"));
+    if (line.empty()) return otherwise;
+    return line[0] == '4' || line[0] == '5' ? line : otherwise + ", after " + line;
+}
 
 /// Writes nothing; fails where a local file could not be made for want of its folder.
 class DryWriter : public CFileWriter {
@@ -26,7 +35,7 @@ public:
 
     bool Open(const char* path, const char*) override {
         std::error_code error;
-        if (!m_bLocal || std::filesystem::is_directory(PathFromText(path).parent_path() / ".", error)) return true;
+        if (!m_bLocal || fs::is_directory(PathFromText(path).parent_path() / ".", error)) return true;
         errno = ENOENT;
         return false;
     }
@@ -55,7 +64,7 @@ public:
         if (target.empty()) return false;
         errno = 0;
         m_bOpen = Base::Open(target.c_str(), mode);
-        if (!m_bOpen) m_Files.Fail("cannot create " + target, Reason());
+        if (!m_bOpen) m_Files.Abandon(Reason());
         return m_bOpen;
     }
 
@@ -64,6 +73,7 @@ public:
         errno = 0;
         const unsigned written = Base::Write(bytes, size, count);
         if (written != (m_Form.countsBytes ? size * count : count)) {
+            if (m_Form.countsBytes) Base::Close();  // only then the server says what the matter is
             m_Files.Fail("cannot write " + m_Files.GetOutputs().back().name, Reason());
         } else {
             m_Files.Count(bytes, std::size_t{size} * count);
@@ -97,9 +107,8 @@ public:
 
 private:
     std::string Reason() {
-        std::string text = this->StrError();
-        while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-        return text;
+        const std::string text = this->StrError();
+        return m_Form.countsBytes ? ReasonOf(text, "connection lost") : text;
     }
 
     ExportFiles& m_Files;
@@ -118,15 +127,14 @@ std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
         writer->Connect(m_Destination.host.c_str(), m_Destination.user.c_str(), m_Destination.password.c_str());
     } catch (const char* reply) {
         StopIfInterrupted();
-        const std::string reason = *reply != '\0' ? reply : "no connection";
         throw HostError("cannot log in to " + m_Destination.host + ": " +
-                        ReasonOf(reason.substr(0, reason.find('\r'))));
+                        WithoutPassword(ReasonOf(reply, *reply == '\0' ? "no connection" : "connection lost")));
     }
     return writer;
 }
 
 /// A server may repeat what it was sent.
-std::string ExportFiles::ReasonOf(const std::string& reply) const {
+std::string ExportFiles::WithoutPassword(const std::string& reply) const {
     std::string text = reply;
     const std::string& password = m_Destination.password;
     for (std::size_t at = 0; !password.empty() && (at = text.find(password, at)) != std::string::npos;) {
@@ -136,23 +144,37 @@ std::string ExportFiles::ReasonOf(const std::string& reply) const {
     return text;
 }
 
-std::string ExportFiles::Begin(const std::string& path) {
-    std::string name = path;
+std::string ExportFiles::NameOf(const std::string& path) const {
+    const std::string folder = m_Destination.GetFolder();
+    if (!path.starts_with(folder) || path.find_first_of("/\\", folder.size()) != folder.size()) return path;
     // Some exporters put a backslash between folder and name.
-    const std::size_t separator = m_Destination.directory.size();
-    if (m_Destination.isFtp) {
-        std::replace(name.begin(), name.end(), '\\', '/');
-    } else if (name.starts_with(m_Destination.directory) && name.size() > separator && name[separator] == '\\') {
-        name[separator] = '/';
+    const std::string file = path.substr(folder.size() + 1);
+    return m_Destination.directory == "." ? file : m_Destination.directory + "/" + file;
+}
+
+std::string ExportFiles::Begin(const std::string& path) {
+    ExportOutput output{NameOf(path)};
+    if (!m_Destination.isFtp) {
+        std::error_code error;
+        const fs::file_status there = fs::status(PathFromText(output.name), error);
+        const bool isTaken = m_bKeep && platform::FileExists(output.name.c_str());
+        output.isDevice = fs::exists(there) && !fs::is_regular_file(there);
+        if (isTaken || fs::is_directory(there)) {
+            Fail("cannot create " + output.name, SystemText(isTaken ? EEXIST : EISDIR));
+            return {};
+        }
+        if (!m_Reserved.empty() && fs::absolute(PathFromText(output.name)).lexically_normal() == m_Reserved) {
+            Fail("cannot create " + output.name, "this is to be the report");
+            return {};
+        }
     }
-    if (name.starts_with("./")) name.erase(0, 2);
-    if (m_bKeep && !m_Destination.isFtp && platform::FileExists(name.c_str())) {
-        Fail("cannot create " + name, SystemText(EEXIST));
-        return {};
-    }
-    m_Outputs.push_back({name, 0, 0});
+    m_Outputs.push_back(output);
     if (m_pGuard) m_pGuard->SetBegun();
-    return m_Destination.isFtp || m_bDryRun ? name : name + kUnfinished;
+    return m_Destination.isFtp || m_bDryRun || output.isDevice ? output.name : output.name + kUnfinished;
+}
+
+void ExportFiles::Reserve(const std::string& path) {
+    m_Reserved = fs::absolute(PathFromText(path)).lexically_normal();
 }
 
 void ExportFiles::Count(const void* bytes, std::size_t count) {
@@ -166,8 +188,13 @@ void ExportFiles::Count(const void* bytes, std::size_t count) {
 
 void ExportFiles::Fail(const std::string& what, const std::string& reason) {
     if (m_Failure.empty() && !platform::WasInterrupted()) {
-        m_Failure = what + (reason.empty() ? "" : ": " + ReasonOf(reason));
+        m_Failure = what + (reason.empty() ? "" : ": " + WithoutPassword(reason));
     }
+}
+
+void ExportFiles::Abandon(const std::string& reason) {
+    Fail("cannot create " + m_Outputs.back().name, reason);
+    m_Outputs.pop_back();
 }
 
 std::vector<std::string> ExportFiles::GetNames() const {
@@ -182,14 +209,17 @@ void ExportFiles::Commit() {
     // which Windows does not let go, costs nothing of what was there before.
     for (std::size_t i = m_Outputs.size(); !named && i-- > 0;) {
         const std::string& name = m_Outputs[i].name;
+        if (m_Outputs[i].isDevice) continue;
         std::error_code error;
         if (m_bKeep && platform::FileExists(name.c_str())) {
             error = std::make_error_code(std::errc::file_exists);  // made by somebody in the meantime
         } else {
-            std::filesystem::rename(PathFromText(name + kUnfinished), PathFromText(name), error);
+            fs::rename(PathFromText(name + kUnfinished), PathFromText(name), error);
         }
         if (!error) continue;
-        for (std::size_t done = i + 1; done < m_Outputs.size(); ++done) RemoveFile(m_Outputs[done].name);
+        for (std::size_t done = i + 1; done < m_Outputs.size(); ++done) {
+            if (!m_Outputs[done].isDevice) RemoveFile(m_Outputs[done].name);
+        }
         throw HostError("cannot create " + name + ": " + SystemText(error, name));
     }
     m_bCommitted = true;
@@ -197,7 +227,9 @@ void ExportFiles::Commit() {
 
 void ExportFiles::Discard() noexcept {
     if (m_bCommitted || m_bDryRun || m_Destination.isFtp) return;
-    for (const ExportOutput& output : m_Outputs) RemoveFile(output.name + kUnfinished);
+    for (const ExportOutput& output : m_Outputs) {
+        if (!output.isDevice) RemoveFile(output.name + kUnfinished);
+    }
     m_Outputs.clear();
 }
 

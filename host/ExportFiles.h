@@ -5,6 +5,7 @@
 #include "ServerGuard.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct ExportOutput {
     std::string name;
     std::uint64_t size = 0;
     std::uint32_t crc = 0;  ///< CRC-32 (that of zip and gzip), where checksums were asked for
+    bool isDevice = false;  ///< a pipe or a device, which is written as it stands and never replaced
 };
 
 /// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as "name.part" and
@@ -31,6 +33,7 @@ public:
     void SetDryRun() { m_bDryRun = true; }        ///< nothing is written, no server is asked
     void SetChecksums() { m_bChecksums = true; }  ///< of all that is written
     void SetKeepExisting() { m_bKeep = true; }    ///< a local file of the name is not replaced: a failure
+    void Reserve(const std::string& path);        ///< a local file that shall be something else
 
     /// A writer for the exporter, which owns it; this object must outlive it. An FTP destination is logged in to.
     /// Throws `HostError`.
@@ -47,14 +50,17 @@ public:
     void Discard() noexcept;
 
     // For the writers:
-    std::string Begin(const std::string& path);  ///< the path to write to
+    std::string Begin(const std::string& path);  ///< the path to write to; "" after a failure
+    void Abandon(const std::string& reason);     ///< the file begun last could not be opened
     void Count(const void* bytes, std::size_t count);
     void Fail(const std::string& what, const std::string& reason);
 
 private:
-    std::string ReasonOf(const std::string& reply) const;
+    std::string NameOf(const std::string& path) const;
+    std::string WithoutPassword(const std::string& reply) const;
 
     Destination m_Destination;
+    std::filesystem::path m_Reserved;
     std::string m_Failure;
     std::vector<ExportOutput> m_Outputs;
     std::unique_ptr<ServerGuard> m_pGuard;

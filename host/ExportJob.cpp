@@ -50,6 +50,7 @@ ExportJob::ExportJob(const ExportRequest& request)
 ExportJob::~ExportJob() = default;
 
 void ExportJob::Run() {
+    CheckReport();
     try {
         Export();
     } catch (const HostError& error) {
@@ -59,8 +60,18 @@ void ExportJob::Run() {
     std::fputs(m_Summary.c_str(), stdout);
 }
 
+/// Not after hours of work, and after the files of a server have been replaced.
+void ExportJob::CheckReport() {
+    if (m_Request.report.empty()) return;
+    ExportFiles file(Destination{});
+    file.SetDryRun();
+    if (!file.MakeWriter()->Open(m_Request.report.c_str(), "wb")) throw HostError(file.GetFailure());
+}
+
 void ExportJob::ReportFailure(const std::string& text) {
     m_Report.SetStatus("failed", text);
+    m_pExporter.reset();
+    if (m_Files) m_Files->Discard();  // the report may need the room
     try {
         ExportFiles file(Destination{});
         WriteReport(file);
@@ -82,7 +93,10 @@ void ExportJob::Export() {
     if (!m_Request.dryRun) CompletePassword(m_Destination);
     m_Files.emplace(m_Destination);
     if (m_Request.dryRun) m_Files->SetDryRun();
-    if (!m_Request.report.empty()) m_Files->SetChecksums();
+    if (!m_Request.report.empty()) {
+        m_Files->SetChecksums();
+        m_Files->Reserve(m_Request.report);
+    }
     if (m_Format.KeepsExisting()) m_Files->SetKeepExisting();
     ExportParts(series, plan);
     Finish();
@@ -118,9 +132,9 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
     {
         ProgressBar progress(m_Request.dryRun ? "converting" : "writing", dim[2], SliceBytes(volume));
         m_pExporter->SetCallback(&progress);
-        const std::string& directory = m_Destination.directory;
-        saved = m_Destination.isFtp ? m_pExporter->Save(directory.c_str(), name.c_str())
-                                    : m_pExporter->SaveUrl(("file:" + directory + "\\" + name).c_str());
+        const std::string folder = m_Destination.GetFolder();
+        saved = m_Destination.isFtp ? m_pExporter->Save(folder.c_str(), name.c_str())
+                                    : m_pExporter->SaveUrl(("file:" + folder + "\\" + name).c_str());
         m_pExporter->SetCallback(nullptr);
     }
     if (saved && m_Files->GetFailure().empty() && !platform::WasInterrupted()) return;

@@ -37,6 +37,7 @@ private:
     void ExportParts(SeriesVolume& series, const ExportPlan& plan);
     void Save(CVolume& volume, const std::string& name);
     void Finish();
+    void CheckReport();
     void ReportFailure(const std::string& text);
     void Tell(CVolume& volume, const ExportPart& part, const ValueMapping& mapping, std::size_t firstOutput);
     void WriteReport(ExportFiles& file);

@@ -29,7 +29,7 @@ void Save(const char* url, int side, int timeout) {
 void Write(const char* host) {
     char text[6] = "a\nbcd";
     CFTPSend sender;
-    sender.Connect(host, "me", "secret");
+    sender.Connect(host, "me", "s3cret");
     sender.ChDir("sub");
     std::printf("%s", ThrownText([&] { sender.ChDir("missing"); }).c_str());
     std::printf("%d ", sender.Open("a name", "wb"));

@@ -11,11 +11,10 @@ import socket
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 
 try:
-    from pyftpdlib import authorizers, handlers, log, servers
+    from ftp_server import Nowhere, Server
 except ImportError:  # Debian's packages belong to Debian's interpreter, which may not be the first one found
     if os.path.realpath(sys.executable) != os.path.realpath("/usr/bin/python3") and os.path.exists("/usr/bin/python3"):
         os.execv("/usr/bin/python3", ["/usr/bin/python3", *sys.argv])
@@ -27,72 +26,8 @@ WORK = pathlib.Path(tempfile.mkdtemp(prefix="korvane-ftp-test-"))
 SERVED, LOCAL = WORK / "served", WORK / "local"
 FILES = {"analyze": ["vol.hdr", "vol.img"], "bob": ["vol.header", "vol.ImageInfo", "vol.img"], "vox": ["\\vol.vox"]}
 BAD_URL = "Bad URL: ftp:user%pwd@host/path/filename | file:path/filename"
+NOWHERE = Nowhere()
 BIG, LIMIT = 1024, 600  # voxels along a side that no socket's buffers hold; milliseconds
-
-
-class Data(handlers.DTPHandler):
-    """A data connection, with what a server may do wrong there."""
-
-    def handle_read(self):
-        if self.cmd_channel.fault == "stalls":
-            self.ioloop.unregister(self._fileno)  # nobody reads any more
-        elif self.cmd_channel.fault == "hangs up":
-            self.cmd_channel.close()
-        else:
-            super().handle_read()
-        if self.cmd_channel.fault == "fills up":
-            self._resp = ("452 Insufficient storage space", log.logger.info)
-            self.close()
-
-    handle_read_event = handle_read  # which the base class has fixed to its own
-
-
-class Control(handlers.FTPHandler):
-    """A session of the server; `fault` says what goes wrong."""
-
-    dtp_handler = Data
-    fault = ""
-
-    def ftp_PASS(self, line):
-        if self.fault == "closes at login":
-            self.close()
-        elif self.fault != "silent at login":
-            super().ftp_PASS(line)
-
-    def ftp_STOR(self, file, mode="w"):
-        if self.fault == "full":
-            self.respond("552 Storage quota exceeded")
-        elif self.fault != "silent at file":
-            super().ftp_STOR(file, mode)
-
-
-class Server:
-    """pyftpdlib on a loopback port, in a thread: user me, password secret, and anonymous; folder sub."""
-
-    def __init__(self, fault=""):
-        shutil.rmtree(SERVED, ignore_errors=True)
-        (SERVED / "sub").mkdir(parents=True)
-        handler = type("Faulty", (Control,), {"fault": fault, "authorizer": authorizers.DummyAuthorizer()})
-        handler.authorizer.add_user("me", "secret", str(SERVED), "elradfmwMT")
-        handler.authorizer.add_anonymous(str(SERVED), perm="elradfmwMT")
-        handler.auth_failed_timeout = 0
-        self.server = servers.FTPServer(("127.0.0.1", 0), handler)
-        self.host = f"127.0.0.1:{self.server.address[1]}"
-        self.ending = False
-        self.thread = threading.Thread(target=self.serve)
-        self.thread.start()
-
-    def serve(self):
-        while not self.ending:
-            self.server.serve_forever(timeout=0.01, blocking=False)
-        self.server.close_all()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.ending = True
-        self.thread.join()
 
 
 def call(*arguments):
@@ -129,12 +64,12 @@ GOOD, FAILED = (True, False, ""), (False, False, "")
 
 
 def good_saves():
-    with Server() as server:
+    with Server(SERVED) as server:
         for form in FILES:
-            for login, path, folder in (("me%secret", "sub/vol", f"{SERVED}/sub"), ("anonymous%me", "vol", f"{SERVED}/")):
+            for login, path, folder in (("me%s3cret", "sub/vol", f"{SERVED}/sub"), ("anonymous%me", "vol", f"{SERVED}/")):
                 save(form, f"ftp:{login}@{server.host}/{path}", GOOD, side=40)
                 arrived(form, folder)
-        save("analyze", f"ftp:me%secret@{server.host}/sub/my head 1", GOOD)
+        save("analyze", f"ftp:me%s3cret@{server.host}/sub/my head 1", GOOD)
         arrived("analyze", f"{SERVED}/sub", "my head 1")
         text = call("writer", server.host).split("\n")
     assert text[0].startswith("550 ") and text[1] == "1 4 3 0 4 511 1 5 1 0", text
@@ -145,20 +80,20 @@ def good_saves():
 def faults():
     """Every fault: false, the stated text, and never longer than the limit allows."""
     for fault, login, name, result in (
-            ("", "me%wrong", "vol", (False, True, "530 ")), ("", "nobody%secret", "vol", (False, True, "530 ")),
-            ("", f"me%{'p' * 58}", "vol", (False, True, "220 ")), ("", "me%secret", "missing/vol", FAILED),
-            ("closes at login", "me%secret", "vol", (False, True, "331 ")),
-            ("silent at login", "me%secret", "vol", (False, True, "331 ")), ("silent at file", "me%secret", "vol", FAILED),
-            ("full", "me%secret", "vol", FAILED), ("fills up", "me%secret", "vol", FAILED),
-            ("hangs up", "me%secret", "vol", FAILED), ("stalls", "me%secret", "vol", FAILED)):
+            ("", "me%wrong", "vol", (False, True, "530 ")), ("", "nobody%s3cret", "vol", (False, True, "530 ")),
+            ("", f"me%{'p' * 58}", "vol", (False, True, "220 ")), ("", "me%s3cret", "missing/vol", FAILED),
+            *((f"{how} at login", "me%s3cret", "vol", (False, True, "331 ")) for how in ("closes", "silent")),
+            *((how, "me%s3cret", "vol", FAILED)
+              for how in ("silent at file", "leads nowhere", "full", "fills up", "hangs up", "stalls"))):
         for form in FILES if fault and result == FAILED else ["analyze"]:
-            with Server(fault) as server:
+            with Server(SERVED, fault) as server:
                 save(form, f"ftp:{login}@{server.host}/{name}", result, BIG if fault in ("hangs up", "stalls") else 3,
                      LIMIT, fault or f"{login:.9}, {name}")
     with socket.create_server(("127.0.0.1", 0)) as silent:
-        silent_host = f"127.0.0.1:{silent.getsockname()[1]}"
-        for host, told in (("no-such-host.invalid", "no such host"), ("127.0.0.1:1", "refused"), (silent_host, "silent")):
-            save("vox", f"ftp:me%secret@{host}/vol", (False, True, ""), 3, LIMIT, told)
+        hosts = {"no such host": "no-such-host.invalid", "refused": "127.0.0.1:1", "no answer": f"127.0.0.1:{NOWHERE.port}",
+                 "silent": f"127.0.0.1:{silent.getsockname()[1]}"}
+        for told, host in hosts.items():
+            save("vox", f"ftp:me%s3cret@{host}/vol", (False, True, ""), 3, LIMIT, told)
     save("bob", "ftp:me@127.0.0.1:1/vol", (False, True, BAD_URL))
 
 
@@ -200,7 +135,6 @@ secure_email_list_enable=YES\nemail_password_file={root}/passwords\n""")
 
 
 def main():
-    log.config_logging(level=50)
     failed = 0
     for test in (good_saves, faults, vsftpd):
         try:

@@ -5,42 +5,33 @@
 
 namespace {
 
-TEST(DestinationTest, FilePathsSplitAtTheLastSeparatorOfEitherKind) {
-    struct Case {
-        const char* url;
-        const char* directory;
-        const char* name;
-        const char* shown;
+std::string Parts(const char* url) {
+    const Destination d = ParseDestination(url);
+    const std::string login = d.isFtp ? d.user + "|" + d.password + "|" + d.host + "|" : "";
+    return login + d.directory + "|" + d.name + "|" + d.Describe() + "|" + d.GetFolder();
+}
+
+TEST(DestinationTest, UrlsComeApartAndPasswordsAreNeverShown) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"file:vol", ".|vol|vol|."},
+        {"file:/vol", "|vol|/vol|"},
+        {"file:a/b\\vol", "a/b|vol|a/b/vol|a/b"},
+        {"file:C:\\out\\vol", "C:\\out|vol|C:\\out/vol|C:\\out"},
+        {"file:a%b@c/d.e", "a%b@c|d.e|a%b@c/d.e|a%b@c"},
+        {"ftp:user%p%w/d@host:2121/a/b/vol",
+         "user|p%w/d|host:2121|a/b|vol|ftp:user@host:2121/a/b/vol|ftp:user@host:2121/a/b"},
+        {"ftp:u%@h/a\\v", "u||h|.|a\\v|ftp:u@h/a\\v|ftp:u@h/."},
+        {"ftp:u%p@h//v", "u|p|h||v|ftp:u@h//v|ftp:u@h/"},
     };
-    for (const Case& c :
-         {Case{"file:vol", ".", "vol", "vol"}, Case{"file:/vol", "", "vol", "/vol"},
-          Case{"file:a/b\\vol", "a/b", "vol", "a/b/vol"}, Case{"file:C:\\out\\vol", "C:\\out", "vol", "C:\\out/vol"},
-          Case{"file:a%b@c/d.e", "a%b@c", "d.e", "a%b@c/d.e"}}) {
-        const Destination destination = ParseDestination(c.url);
-        EXPECT_FALSE(destination.isFtp) << c.url;
-        EXPECT_EQ(destination.directory, c.directory) << c.url;
-        EXPECT_EQ(destination.name, c.name) << c.url;
-        EXPECT_EQ(destination.Describe(), c.shown) << c.url;
+    for (const auto& [url, parts] : cases) EXPECT_EQ(Parts(url), parts) << url;
+}
+
+TEST(DestinationTest, ControlCharactersAndPathsTooLongNeverReachAServer) {
+    for (const std::string& url :
+         {std::string("ftp:u%p@host/a\r\nDELE b"), std::string("file:a\tb"), "ftp:u%p@h/" + std::string(1000, 'n'),
+          std::string("ftp:u%p@h/.."), std::string("ftp:u%p"), std::string("file:a/"), std::string("http:x")}) {
+        EXPECT_THROW(ParseDestination(url), UsageError) << url;
     }
-}
-
-TEST(DestinationTest, FtpPasswordsMayHoldPercentAndAreNeverShown) {
-    const Destination destination = ParseDestination("ftp:user%p%w/d@host:2121/a/b/vol");
-    EXPECT_TRUE(destination.isFtp);
-    EXPECT_EQ(destination.user, "user");
-    EXPECT_EQ(destination.password, "p%w/d");
-    EXPECT_EQ(destination.host, "host:2121");
-    EXPECT_EQ(destination.directory, "a/b");
-    EXPECT_EQ(destination.name, "vol");
-    EXPECT_EQ(destination.Describe(), "ftp:user@host:2121/a/b/vol");
-    EXPECT_EQ(ParseDestination("ftp:u%@h/v").password, "");
-    EXPECT_EQ(ParseDestination("ftp:u%p@h/v").directory, ".");
-    EXPECT_EQ(ParseDestination("ftp:u%p@h//v").directory, "");
-}
-
-TEST(DestinationTest, ControlCharactersNeverReachAServer) {
-    EXPECT_THROW(ParseDestination("ftp:u%p@host/a\r\nDELE b"), UsageError);
-    EXPECT_THROW(ParseDestination("file:a\tb"), UsageError);
 }
 
 }  // namespace

@@ -6,20 +6,15 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace {
 
 namespace fs = std::filesystem;
 
-void WriteText(const fs::path& path, const char* text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 std::string ReadText(const fs::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // Windows does not replace a file that somebody reads, other systems do: either way the two belong together.
@@ -27,7 +22,7 @@ TEST(ExportFilesTest, APairInUseIsReplacedWholeOrNotAtAll) {
     const fs::path folder = fs::temp_directory_path() / "korvane-export-files-test";
     fs::remove_all(folder);
     fs::create_directories(folder);
-    for (const char* const name : {"v.hdr", "v.img"}) WriteText(folder / name, "old");
+    for (const char* const name : {"v.hdr", "v.img"}) std::ofstream(folder / name) << "old";
     bool replaced = false;
     {
         const std::ifstream reader(folder / "v.img");

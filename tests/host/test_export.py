@@ -2,9 +2,10 @@
 """Exports in every format: voxels, irregular series, reports, full disks, servers, stops."""
 
 import json
-import logging
 import os
+import pathlib
 import socket
+import sys
 import threading
 import time
 import zlib
@@ -80,7 +81,13 @@ def existing_files():
     assert f"{WORK}/vol.header, {WORK}/vol.ImageInfo and {WORK}/vol.01.img" in out, out
     assert (WORK / "vol.img").read_bytes() == b"mine"
     run_export(source, "analyze")
-    assert (WORK / "vol.img").read_bytes() != b"mine"
+    pair = (WORK / "vol.img").read_bytes()
+    assert pair != b"mine"
+    (WORK / "vol.hdr").unlink()
+    (WORK / "vol.hdr").mkdir()
+    for option in ((), ("--dry-run",)):
+        assert "vol.hdr: Is a directory" in run_export(source, "analyze", *option, status=1)[1]
+    assert (WORK / "vol.img").read_bytes() == pair
 
 
 def refused():
@@ -98,6 +105,9 @@ def refused():
         err = run_export(source, form, "--dry-run", to=f"file:{WORK}/none/vol", status=1)[1]
         assert "cannot create" in err, err
         run_export(source, form, "--report", WORK / "none" / "report", status=1)
+        err = run_export(source, form, "--report", f"{WORK}/source/../{FILES[form][-1]}", status=1)[1]
+        assert "to be the report" in err, err
+        (WORK / FILES[form][-1]).unlink()  # the report of that
         (WORK / "report.json").unlink()
         assert leftovers() == []
 
@@ -190,68 +200,49 @@ def full_disks():
             os.symlink("/dev/full", WORK / f"{name}.part")
             err = run_export(source, form, status=1)[1]
             assert name in err and "No space left" in err and leftovers() == [], (form, name, err)
-
-
-class Server:
-    """pyftpdlib on a loopback port, in a thread; users me and reader, password s3cret."""
-
-    def __enter__(self):
-        from pyftpdlib import authorizers, handlers, log
-        from pyftpdlib import servers as ftp
-        log.config_logging(level=logging.ERROR)
-        self.folder = WORK / "served"
-        (self.folder / "sub").mkdir(parents=True)
-        handler = type("Handler", (handlers.FTPHandler,), {"authorizer": authorizers.DummyAuthorizer()})
-        handler.authorizer.add_user("me", "s3cret", str(self.folder), "elradfmwMT")
-        handler.authorizer.add_user("reader", "s3cret", str(self.folder), "elr")
-        handler.auth_failed_timeout = 0
-        self.server = ftp.FTPServer(("127.0.0.1", 0), handler)
-        self.at = f"127.0.0.1:{self.server.address[1]}"
-        self.stopping = False
-        self.thread = threading.Thread(target=self.serve)
-        self.thread.start()
-        return self
-
-    def serve(self):
-        while not self.stopping:
-            self.server.ioloop.loop(timeout=0.05, blocking=False)
-
-    def __exit__(self, *_):
-        self.stopping = True
-        self.thread.join()
-        self.server.close_all()
+    os.symlink("/dev/null", WORK / "null")
+    run_export(source, "vox", "--report", WORK / "null")
+    assert (WORK / "null").is_symlink()  # written, not replaced
 
 
 def servers():
+    sys.path.append(str(pathlib.Path(__file__).parents[1] / "export"))
     try:
-        import pyftpdlib  # noqa: F401, pylint: disable=unused-import
+        from ftp_server import Server
     except ImportError:
         print("skipped: python3-pyftpdlib is not installed")
         return
     source = phantom("source", *SMALL)
     secret = {**os.environ, "KORVANE_FTP_PASSWORD": "s3cret"}
-    with Server() as server:
+    served = WORK / "served"
+    (WORK / "sub").mkdir()
+    for names in FILES.values():
+        (WORK / "sub" / names[0]).touch()  # no business of the server's
+    with Server(served) as server:
         for form, names in FILES.items():
-            report, out, err = report_of(source, form, to=f"ftp:me%@{server.at}/sub/vol", env=secret)
-            sent = {path.name: path.read_bytes() for path in (server.folder / "sub").iterdir()}
+            report, out, err = report_of(source, form, to=f"ftp:me%@{server.host}/sub/vol", env=secret, cwd=WORK)
+            sent = {path.name: path.read_bytes() for path in (served / "sub").iterdir()}
             assert sorted(sent) == names and f"sub/{names[0]}" in out and not err, (sent.keys(), out, err)
             for output in report["volumes"][0]["outputs"]:
                 data = sent[output["file"].removeprefix("sub/")]
                 assert (len(data), f"{zlib.crc32(data):08x}") == (output["size"], output["crc32"])
-            assert report["destination"] == f"ftp:me@{server.at}/sub/vol" and "s3cret" not in str(report)
+            assert report["destination"] == f"ftp:me@{server.host}/sub/vol" and "s3cret" not in str(report)
             for name in names:
-                (server.folder / "sub" / name).unlink()
-            run_export(source, form, "--dry-run", to=f"ftp:me%@{server.at}/sub/vol")
+                (served / "sub" / name).unlink()
+            run_export(source, form, "--dry-run", to=f"ftp:me%@{server.host}/sub/vol")
             for url, word in (("ftp:me%wr0ng@{}/vol", "cannot log in"), ("ftp:reader%s3cret@{}/vol", "cannot create vol."),
                               ("ftp:me%s3cret@{}/none/vol", "cannot create none/vol.")):
-                report, out, err = report_of(source, form, to=url.format(server.at), status=1)
+                report, out, err = report_of(source, form, to=url.format(server.host), status=1)
                 assert word in err and not out and not any(secret in err + str(report) for secret in ("s3cret", "wr0ng")), err
+        (served / "vol.img").mkdir()  # the header is there already
+        err = run_export(source, "analyze", to=f"ftp:me%s3cret@{server.host}/vol", status=1)[1]
+        assert "vol.img: 550" in err and "emptied" in err and (served / "vol.hdr").stat().st_size == 0, err
         environment = {name: value for name, value in os.environ.items() if name != "KORVANE_FTP_PASSWORD"}
-        to = ("export", source, "--format", "vox", "--to", f"ftp:me%@{server.at}/vol")
+        to = ("export", source, "--format", "vox", "--to", f"ftp:me%@{server.host}/vol")
         assert "KORVANE_FTP_PASSWORD" in korvane(*to, status=1, env=environment, stdin=-3)[1]
         if not WINDOWS and (seen := on_terminal(to, b"password of me at", b"s3cret\n")) is not None:
             status, out, shown = seen
-            assert status == 0 and (server.folder / "vol.vox").exists() and b"s3cret" not in shown + out, shown
+            assert status == 0 and (served / "vol.vox").exists() and b"s3cret" not in shown + out, shown
 
 
 def stopped():
