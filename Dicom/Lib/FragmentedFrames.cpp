@@ -56,6 +56,11 @@ bool FragmentedFrames::Arrange(const DICOMObject& dataSet, std::uint32_t frames)
         return false;
     }
     if (frames == 1) {
+        if (!ArrangeByMarks(1) && !m_Begins.empty()) {  // all but the first would be lost
+            m_Error = std::to_string(GetCount()) + " streams, and the image has 1 frame";
+            m_Begins.clear();
+            return false;
+        }
         m_Begins = {0, count};
     } else if (count == frames) {
         for (std::uint32_t i = 0; i <= count; ++i) m_Begins.push_back(i);

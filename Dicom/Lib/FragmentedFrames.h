@@ -11,7 +11,8 @@
 
 /// A view of pixel data, which must outlive it unchanged.
 ///
-/// With as many fragments as frames, each is one. A single frame has all fragments. Otherwise the first of these that
+/// With as many fragments as frames, each is one. A single frame has all fragments, of which only the first may begin as
+/// streams do. Otherwise the first of these that
 /// fits the fragments tells where frames begin: basic offset table, Extended Offset Table (7FE0,0001), the marks that
 /// streams begin with (JPEG, JPEG-LS, JPEG 2000, RLE). A table fits when each entry, less the first, is where a fragment
 /// begins, ascending; what a table that does not fit says is never used.

@@ -242,6 +242,7 @@ TEST(FragmentedFrames, FindsFramesByTablesThenByMarks) {
                  {Entries({0, 10, 10}), "", 3, {"a1", "b1", "b2", "c1"}, ""},
                  {"", "", 2, {jpeg, "a2", jpeg}, jpeg.substr(0, 1) + "6 " + jpeg.substr(0, 1) + "4 "},
                  {"", "", 2, {jpeg, jpeg, jpeg}, ""},
+                 {"", "", 1, {jpeg, "a2", jpeg}, ""},
                  {"", "", 2, {"a1"}, ""}};
     for (const auto& one : cases) {
         DICOMDataObject set;
