@@ -44,7 +44,7 @@ public:
         if (fs::exists(m_Files, error) && !(fs::is_directory(m_Files, error) && fs::is_empty(m_Files, error))) {
             throw HostError(TextFromPath(m_Files) + " is there already and not empty");
         }
-        for (fs::path made = m_Files; !made.empty() && !fs::exists(fs::symlink_status(made, error));
+        for (fs::path made = m_Files; made.has_relative_path() && !fs::exists(fs::symlink_status(made, error));
              made = made.parent_path()) {
             m_Made.push_back(made);
         }

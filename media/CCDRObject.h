@@ -65,7 +65,7 @@ public:
     /// Adds a DICOM file, copied or linked bit for bit. With `transcode`, a file that is neither explicit nor implicit VR
     /// little endian is decoded and written explicit VR little endian, of the RT classes implicit. Returns the path of
     /// the file on the media, relative to the root. An instance that its series has already is not added again: the
-    /// result is the path of the first.
+    /// result is the path of the first. A deflated file counts as one that cannot be loaded.
     std::string AddIOD(const std::string& path, bool transcode);
 
     /// The same for a host that has the data set, which may end in front of the pixel data.
