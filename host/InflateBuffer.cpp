@@ -15,7 +15,8 @@ constexpr std::uint64_t kMostInflated = std::uint64_t{1} << 30;
 struct InflateBuffer::State {
     z_stream stream{};
     std::uint64_t inflated = 0;
-    bool ended = false;
+    bool ended = false;  // or faulty
+    bool whole = false;
 };
 
 InflateBuffer::InflateBuffer(Buffer& source) : m_Source(source), m_pState(std::make_unique<State>()) {
@@ -25,6 +26,10 @@ InflateBuffer::InflateBuffer(Buffer& source) : m_Source(source), m_pState(std::m
 
 InflateBuffer::~InflateBuffer() {
     inflateEnd(&m_pState->stream);
+}
+
+bool InflateBuffer::IsWhole() const {
+    return m_pState->whole;
 }
 
 /// More of the source; false at its end.
@@ -46,7 +51,9 @@ std::size_t InflateBuffer::Fill(void* bytes, std::size_t capacity) {
     stream.avail_out = static_cast<uInt>(room);
     while (!m_pState->ended && stream.avail_out == room && room > 0) {
         if (stream.avail_in == 0 && !Feed()) break;
-        m_pState->ended = inflate(&stream, Z_NO_FLUSH) != Z_OK;  // its end, or a fault: nothing comes behind either
+        const int result = inflate(&stream, Z_NO_FLUSH);
+        m_pState->ended = result != Z_OK;  // nothing comes behind its end, nor behind a fault
+        m_pState->whole = result == Z_STREAM_END;
     }
     const std::size_t count = static_cast<std::size_t>(room) - stream.avail_out;
     m_pState->inflated += count;

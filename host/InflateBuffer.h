@@ -12,6 +12,9 @@ public:
     explicit InflateBuffer(Buffer& source);
     ~InflateBuffer() override;
 
+    /// Whether the stream was read to the end that it marks itself.
+    bool IsWhole() const;
+
 protected:
     std::size_t Fill(void* bytes, std::size_t capacity) override;
 

@@ -32,6 +32,8 @@ public:
     };
 
     virtual ~ReceiveObserver() = default;
+    /// Several times a second while nothing happens; may take so long. False ends the work. Throws nothing.
+    virtual bool OnLook(int milliseconds) = 0;
     virtual void OnListening(std::uint16_t port) = 0;
     /// A data set was stored as `path`; or was not, and `why` says why.
     virtual void OnFile(const StorageRequest& request, const std::string& path, std::uint16_t status,

@@ -1,6 +1,7 @@
 // korvane receive: files from other DICOM programs.
 #include "HostError.h"
 #include "NetworkOptions.h"
+#include "OutputLines.h"
 #include "ReceiveJob.h"
 #include "TextEncoding.h"
 #include "Verbs.h"
@@ -8,8 +9,6 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <cstdio>
-#include <iostream>
 #include <memory>
 
 namespace {
@@ -26,15 +25,22 @@ std::string CountText(std::size_t stored, std::size_t refused) {
     return std::to_string(stored) + " files stored" + (refused > 0 ? ", " + std::to_string(refused) + " refused" : "");
 }
 
+class Output : public ReceiveObserver {
+public:
+    bool OnLook(int milliseconds) override { return m_Lines.Write(milliseconds); }
+    void Finish() { m_Lines.Finish(); }
+
+protected:
+    OutputLines m_Lines;
+};
+
 /// A line for each association; faults on standard error.
-class TextOutput : public ReceiveObserver {
+class TextOutput : public Output {
 public:
     explicit TextOutput(const ReceiveOptions& options) : m_Options(options) {}
 
     void OnListening(std::uint16_t port) override {
-        std::printf("listening on port %u, files go to %s\n", static_cast<unsigned>(port),
-                    Visible(m_Options.folder).c_str());
-        std::fflush(stdout);
+        m_Lines.Add("listening on port " + std::to_string(port) + ", files go to " + Visible(m_Options.folder));
     }
     void OnFile(const StorageRequest& request, const std::string&, std::uint16_t, const std::string& why) override {
         if (!why.empty()) Warn(request.sopInstance + " from " + request.callingTitle + ": " + why);
@@ -43,8 +49,7 @@ public:
         const std::string who =
             (association.caller.empty() ? "unnamed" : association.caller) + " (" + association.address + ")";
         if (!association.error.empty()) Warn(who + ": " + association.error);
-        std::printf("%s: %s\n", Visible(who).c_str(), CountText(association.stored, association.refused).c_str());
-        std::fflush(stdout);
+        m_Lines.Add(Visible(who) + ": " + CountText(association.stored, association.refused));
     }
 
 private:
@@ -53,7 +58,7 @@ private:
 
 /// An object on each line, as things happen: "schema" ("korvane.receive"), "version" (1; it grows when a member changes
 /// its meaning or goes) and "event": "listening", "file" or "association".
-class JsonOutput : public ReceiveObserver {
+class JsonOutput : public Output {
 public:
     void OnListening(std::uint16_t port) override { Print("listening", {{"port", port}}); }
     void OnFile(const StorageRequest& request, const std::string& path, std::uint16_t status,
@@ -78,10 +83,10 @@ public:
 private:
     static std::string Text(const std::string& text) { return TextDecoder("ISO_IR 192").ToUtf8(text); }
 
-    static void Print(const char* event, const Json& members) {
+    void Print(const char* event, const Json& members) {
         Json json = {{"schema", "korvane.receive"}, {"version", 1}, {"event", event}};
         json.update(members);
-        std::cout << json.dump() << std::endl;  // whoever waits for the line gets it now
+        m_Lines.Add(json.dump());
     }
 };
 
@@ -90,8 +95,9 @@ void Receive(Arguments& arguments) {
     if (arguments.once) options.count = 1;
     TextOutput text(options);
     JsonOutput json;
-    ReceiveObserver& observer = arguments.json ? static_cast<ReceiveObserver&>(json) : text;
-    const ReceiveReport report = ReceiveFiles(options, observer);
+    Output& output = arguments.json ? static_cast<Output&>(json) : text;
+    const ReceiveReport report = ReceiveFiles(options, output);
+    output.Finish();
     if (report.refused > 0) throw HostError(std::to_string(report.refused) + " data sets were not stored");
     if (report.broken > 0) throw HostError(std::to_string(report.broken) + " associations were not ended in order");
 }

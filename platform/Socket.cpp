@@ -46,6 +46,10 @@ bool WasInterrupted() {
     return false;
 }
 
+bool WouldWait() {
+    return false;
+}
+
 void SetOption(SocketHandle socket, int level, int option, int value) {
     setsockopt(Native(socket), level, option, reinterpret_cast<const char*>(&value), sizeof value);
 }
@@ -60,6 +64,11 @@ int Native(SocketHandle socket) {
 
 bool WasInterrupted() {
     return errno == EINTR;
+}
+
+/// What a call says that may not wait.
+bool WouldWait() {
+    return errno == EAGAIN || errno == EWOULDBLOCK || WasInterrupted();
 }
 
 void SetOption(SocketHandle socket, int level, int option, int value) {
@@ -129,6 +138,11 @@ int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity) {
     return recv(Native(socket), static_cast<char*>(bytes), capacity, 0);
 }
 
+/// Waits in any case: there is no flag for that here.
+std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count, bool /*waits*/) {
+    return send(Native(socket), bytes, static_cast<int>(count), 0);
+}
+
 void ShutDownSending(SocketHandle socket) {
     shutdown(Native(socket), SD_SEND);
 }
@@ -189,8 +203,12 @@ int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity) {
         const auto got = recv(Native(socket), bytes, static_cast<std::size_t>(capacity), MSG_DONTWAIT);
         if (got >= 0) return static_cast<int>(got);
         if (WasInterrupted()) continue;
-        return errno == EAGAIN || errno == EWOULDBLOCK ? kNothingReceived : kReceiveFailed;
+        return WouldWait() ? kNothingReceived : kReceiveFailed;
     }
+}
+
+std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count, bool waits) {
+    return send(Native(socket), bytes, count, MSG_NOSIGNAL | (waits ? 0 : MSG_DONTWAIT));
 }
 
 void ShutDownSending(SocketHandle socket) {
@@ -275,17 +293,17 @@ SocketHandle AcceptConnection(SocketHandle listener, SocketAddress& peer) {
 #endif
 }
 
-bool SendAll(SocketHandle socket, const void* bytes, std::size_t count) {
+bool SendAll(SocketHandle socket, const void* bytes, std::size_t count, const std::function<bool()>& isStopped) {
     constexpr std::size_t kLargestSend = std::size_t{1} << 30;
     const auto* place = static_cast<const char*>(bytes);
     while (count > 0) {
         const std::size_t step = std::min(count, kLargestSend);
-#if defined(_WIN32)
-        const auto sent = send(Native(socket), place, static_cast<int>(step), 0);
-#else
-        const auto sent = send(Native(socket), place, step, MSG_NOSIGNAL);
-#endif
-        if (sent < 0 && WasInterrupted()) continue;
+        std::ptrdiff_t sent = SendSome(socket, place, step, false);
+        if (sent < 0 && WouldWait()) {
+            if (isStopped && isStopped()) return false;
+            sent = SendSome(socket, place, step, true);
+            if (sent < 0 && WasInterrupted()) continue;
+        }
         if (sent <= 0) return false;
         place += sent;
         count -= static_cast<std::size_t>(sent);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -78,8 +79,9 @@ inline constexpr int kNothingReceived = -2;
 /// What is there, without waiting: a count; 0 when the peer has closed; `kNothingReceived`; `kReceiveFailed`.
 int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity);
 
-/// All of the bytes, in as many calls as the system needs. False when one failed.
-bool SendAll(SocketHandle socket, const void* bytes, std::size_t count);
+/// All of the bytes, in as many calls as the system needs. False when one failed. `isStopped` (null: never) is asked
+/// before each wait for the peer and when a signal ends one; true gives up. Waits of Windows know no signals.
+bool SendAll(SocketHandle socket, const void* bytes, std::size_t count, const std::function<bool()>& isStopped);
 
 /// Tells the peer that nothing more will be sent.
 void ShutDownSending(SocketHandle socket);

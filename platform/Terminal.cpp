@@ -13,6 +13,7 @@
 
 #include <shellapi.h>
 #else
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -97,6 +98,10 @@ void PrepareStandardInput() {
     _setmode(_fileno(stdin), _O_BINARY);
 }
 
+bool CanWriteOutput(int /*milliseconds*/) {
+    return true;
+}
+
 std::vector<std::string> GetArguments(int argc, char** argv) {
     int count = 0;
     wchar_t** const wide = CommandLineToArgvW(GetCommandLineW(), &count);
@@ -158,6 +163,11 @@ void CatchInterrupts() {
 void PrepareStandardOutput() {}
 
 void PrepareStandardInput() {}
+
+bool CanWriteOutput(int milliseconds) {
+    pollfd entry{STDOUT_FILENO, POLLOUT, 0};
+    return poll(&entry, 1, milliseconds) == 1;
+}
 
 std::vector<std::string> GetArguments(int argc, char** argv) {
     return {argv, argv + argc};

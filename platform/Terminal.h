@@ -1,6 +1,7 @@
 // The program's surroundings when a person runs it: the terminal, Ctrl-C, the command line.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,11 @@ bool WasInterrupted();
 /// Standard output and error take UTF-8 and bytes as they are, without line-end translation. On Windows both are
 /// buffered from then on: flush what shall be seen at once.
 void PrepareStandardOutput();
+
+/// Whether standard output takes `kOutputStep` bytes within that time without waiting longer, or has failed. Always true on
+/// Windows, whose pipes do not tell.
+bool CanWriteOutput(int milliseconds);
+inline constexpr std::size_t kOutputStep = 4096;  ///< what a pipe takes whole once it takes anything
 
 /// Standard input gives bytes as they are.
 void PrepareStandardInput();

@@ -14,6 +14,11 @@ constexpr std::string_view kOtherStorage[] = {
     "1.2.840.10008.5.1.4.34.7", "1.2.840.10008.5.1.4.34.10", "1.2.840.10008.5.1.4.38.1", "1.2.840.10008.5.1.4.39.1",
     "1.2.840.10008.5.1.4.43.1", "1.2.840.10008.5.1.4.44.1",  "1.2.840.10008.5.1.4.45.1"};
 
+/// Where the elements of a data set do not lie open: deflated (alone, or with pixel data elsewhere), or no encoding of files
+/// (MIME, XML, streams in real time). Beginnings of UIDs.
+constexpr std::string_view kUnseen[] = {kDeflatedUid, "1.2.840.10008.1.2.4.95", "1.2.840.10008.1.2.4.205",
+                                        "1.2.840.10008.1.2.6.", "1.2.840.10008.1.2.7."};
+
 }  // namespace
 
 bool IsStorageOrVerification(std::string_view sopClass) {
@@ -23,9 +28,9 @@ bool IsStorageOrVerification(std::string_view sopClass) {
 }
 
 bool IsStorableSyntax(std::string_view transferSyntax) {
-    const bool isDeflated = transferSyntax == kDeflatedUid || transferSyntax == "1.2.840.10008.1.2.4.95";
     const bool isStandard = transferSyntax == kTransferSyntaxes || transferSyntax.starts_with("1.2.840.10008.1.2.");
-    return isStandard && !isDeflated;
+    return isStandard && std::none_of(std::begin(kUnseen), std::end(kUnseen),
+                                      [&](std::string_view begin) { return transferSyntax.starts_with(begin); });
 }
 
 AnsweredContext AcceptPolicy::Negotiate(const ProposedContext& proposed) const {

@@ -28,5 +28,5 @@ struct AcceptPolicy {
 
 /// Verification, the storage classes of the standard, and whatever is not the standard's (private classes are stored too).
 bool IsStorageOrVerification(std::string_view sopClass);
-/// The uncompressed syntaxes and those with encapsulated pixel data: all of the standard's but the deflated ones.
+/// The uncompressed syntaxes and those with encapsulated pixel data: all of the standard's for files but the deflated ones.
 bool IsStorableSyntax(std::string_view transferSyntax);

@@ -10,7 +10,6 @@ namespace {
 
 constexpr std::size_t kTitleBytes = 16;
 constexpr std::size_t kVersionBytes = 16;
-constexpr std::size_t kReservedBytes = 32;
 constexpr std::size_t kReadStep = 64 * 1024;
 
 /// Items of the variable part.
@@ -88,7 +87,7 @@ int WriteAssociate(Buffer& buffer, PduHeader& pdu, const AssociateFields& fields
     body.WriteUINT16(fields.m_Reserved2);
     WriteTitle(body, fields.m_CalledAETitle);
     WriteTitle(body, fields.m_CallingAETitle);
-    body.WriteZeros(kReservedBytes);
+    body.Write(fields.m_Reserved3.data(), fields.m_Reserved3.size());
     WriteItem(body, kApplicationContextItem, fields.m_ApplicationContext.Get());
     writeContexts(body);
     WriteUserInformation(body, fields.m_UserInformation);
@@ -185,10 +184,10 @@ bool ReadAssociate(Buffer& buffer, PduHeader& pdu, std::uint8_t type, AssociateF
     fields.m_UserInformation = {};
     fields.m_ApplicationContext = {};
     if (!in.ReadUINT16(fields.m_ProtocolVersion) || !in.ReadUINT16(fields.m_Reserved2)) return false;
-    if (in.GetRemaining() < 2 * kTitleBytes + kReservedBytes) return false;
+    if (in.GetRemaining() < 2 * kTitleBytes + fields.m_Reserved3.size()) return false;
     fields.m_CalledAETitle = ReadTitle(in);
     fields.m_CallingAETitle = ReadTitle(in);
-    in.Skip(kReservedBytes);
+    in.Read(fields.m_Reserved3.data(), fields.m_Reserved3.size());
     return ForEachItem(in, [&](std::uint8_t item) {
         if (item == kApplicationContextItem) return ReadUid(in, fields.m_ApplicationContext);
         if (item != kUserInformationItem) return takeContext(in, item);

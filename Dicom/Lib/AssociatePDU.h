@@ -4,6 +4,7 @@
 #include "PduHeader.h"
 #include "TransferSyntaxTable.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -62,6 +63,7 @@ struct AssociateFields {
     std::uint16_t m_Reserved2 = 0;
     std::string m_CalledAETitle;
     std::string m_CallingAETitle;
+    std::array<unsigned char, 32> m_Reserved3{};  ///< an acceptance gives back what the request had there
     UidField m_ApplicationContext{kApplicationContextUid};
     UserInformation m_UserInformation;
 

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int kLongestCloseWait = 5;
+constexpr std::uint32_t kSlowest = 1024;                           // bytes a second
 constexpr std::uint32_t kShortestLength = PDataTF::kOverhead + 2;  // room for data at all
 
 }  // namespace
@@ -41,6 +42,7 @@ DcmService::Event DcmService::Associate(const char* host, const char* port) {
     if (m_State != State::Idle) return Event::Fault;
     Begin(State::AwaitingAnswer);
     if (GetSocket().Open(host, port) == 0) return End(Event::Closed, GetSocket().GetErrorText());
+    SetDeadline(GetSocket().GetTimeout());
     AAssociateRQ::m_UserInformation.maximumLength = m_OwnLength;
     if (AAssociateRQ::WritePDU(*this) == 0) return SendFailed();
     return ReadAnswer();
@@ -61,6 +63,7 @@ DcmService::Event DcmService::ReadAnswer() {
     if (!TakeSendLength(AAssociateAC::m_UserInformation.maximumLength)) {
         return BreakOff(kAbortInvalidParameter, "the peer's maximum length leaves no room for data");
     }
+    SetDeadline(0);
     m_State = State::Established;
     return Event::Accepted;
 }
@@ -120,6 +123,7 @@ DcmService::Event DcmService::Answer(const AcceptPolicy& policy) {
     static_cast<AssociateFields&>(answer) = AssociateFields();
     answer.m_CalledAETitle = request.m_CalledAETitle;
     answer.m_CallingAETitle = request.m_CallingAETitle;
+    answer.m_Reserved3 = request.m_Reserved3;
     answer.m_UserInformation.maximumLength = m_OwnLength;
     answer.m_Contexts.clear();
     std::vector<bool> seen(256);
@@ -151,9 +155,12 @@ DcmService::Event DcmService::Reject(std::uint8_t result, std::uint8_t source, s
     return End(Event::Rejected, AAssociateRJ::GetText());
 }
 
-/// The type of the next PDU; an abort is dealt with here.
+/// The type of the next PDU; an abort is dealt with here. From its type on, a PDU has the time of one receive, and a second
+/// for each KB of data: who sends byte after byte would hold an acceptor for weeks.
 DcmService::Event DcmService::NextPdu(std::uint8_t& type) {
+    LimitWaiting(0);
     if (!ReadUINT8(type)) return ReadFailed();
+    LimitWaiting(GetSocket().GetTimeout());
     if (type != kAbortRQ) return Event::Message;
     if (AAbortRQ::ReadPDU(*this, type) == 0) return End(Event::Aborted, "malformed A-ABORT");
     return End(Event::Aborted, AAbortRQ::GetText());
@@ -169,6 +176,7 @@ DcmService::Event DcmService::NextPdv(std::uint8_t context, std::uint8_t kind) {
         if (type == kReleaseRQ) return AnswerRelease();
         if (type != kPDataTF) return Unexpected(type);
         if (PDataTF::ReadPDU(*this, type) == 0) return BreakOff(kAbortInvalidParameter, "malformed P-DATA-TF");
+        LimitWaiting(std::int64_t{GetSocket().GetTimeout()} + PDataTF::m_Length / kSlowest);
     }
     if (PDataTF::ReadPDV(*this) == 0) return BreakOff(kAbortInvalidParameter, "malformed P-DATA-TF");
     if (FindContext(m_ContextID) == nullptr) {
@@ -202,7 +210,7 @@ DcmService::Event DcmService::Release() {
     if (AReleaseRQ::WritePDU(*this) == 0) return SendFailed();
     m_State = State::AwaitingRelease;
     SetDeadline(GetSocket().GetTimeout());
-    bool answerLast = false;
+    bool collided = false;
     for (;;) {
         std::uint8_t type;
         const Event event = NextPdu(type);
@@ -210,9 +218,13 @@ DcmService::Event DcmService::Release() {
         if (type == kReleaseRP) {
             if (AReleaseRP::ReadPDU(*this, type) == 0)
                 return BreakOff(kAbortInvalidParameter, "malformed A-RELEASE-RP");
-            if (answerLast) AReleaseRP::WritePDU(*this);
+            if (collided && !m_bRequestor) {
+                AReleaseRP::WritePDU(*this);
+                AwaitClose();
+            }
             return End(Event::Released, "");
         }
+        if (collided) return Unexpected(type);
         if (type == kPDataTF) {  // what was under way still comes, and nobody waits for it any more
             if (PDataTF::ReadPDU(*this, type) == 0 || !Skip(PDataTF::m_Length)) {
                 return BreakOff(kAbortInvalidParameter, "malformed P-DATA-TF");
@@ -220,7 +232,7 @@ DcmService::Event DcmService::Release() {
         } else if (type == kReleaseRQ) {  // both asked at once: the requestor answers first
             if (AReleaseRQ::ReadPDU(*this, type) == 0)
                 return BreakOff(kAbortInvalidParameter, "malformed A-RELEASE-RQ");
-            answerLast = !m_bRequestor;
+            collided = true;
             if (m_bRequestor && AReleaseRP::WritePDU(*this) == 0) return SendFailed();
         } else {
             return Unexpected(type);
@@ -252,7 +264,11 @@ void DcmService::AwaitClose() {
 DcmService::Event DcmService::BreakOff(std::uint8_t reason, const std::string& what) {
     if (WhyReadFailed() != ReadFault::None) return ReadFailed();  // nothing was wrong with what came
     m_Error = what;
-    SendAbort(kAbortProvider, reason);
+    if (m_State == State::AwaitingRequest) {
+        SendAbort(kAbortUser, kAbortNoReason);  // as the standard has it where nothing is agreed on yet (AA-1)
+    } else {
+        SendAbort(kAbortProvider, reason);
+    }
     AwaitClose();
     return End(Event::Fault, what);
 }
@@ -273,6 +289,7 @@ DcmService::Event DcmService::SendFailed() {
     if (WaitForData(0) && ReadUINT8(type) && type == kAbortRQ && AAbortRQ::ReadPDU(*this, type) != 0) {
         return End(Event::Aborted, AAbortRQ::GetText());
     }
+    if (IsStopped()) return End(Event::Stopped, "stopped");
     return End(Event::Closed, "the connection broke while sending");
 }
 

@@ -119,10 +119,10 @@ void DcmSocket::SetTimeout(int seconds) {
     if (IsConnected()) platform::TuneSocket(m_Handle, m_Timeout);
 }
 
-int DcmSocket::Send(const void* bytes, int count) {
+int DcmSocket::Send(const void* bytes, int count, const std::function<bool()>& isStopped) {
     if (!IsConnected()) return 0;
     TraceBlock("Sending %d bytes\n", bytes, count);
-    if (count > 0 && !platform::SendAll(m_Handle, bytes, static_cast<std::size_t>(count))) {
+    if (count > 0 && !platform::SendAll(m_Handle, bytes, static_cast<std::size_t>(count), isStopped)) {
         m_LastError = std::max(platform::LastSocketError(), 1);
     }
     return 1;
@@ -138,7 +138,7 @@ int DcmSocket::RecvAvailable(void* bytes, int capacity) {
     if (got == platform::kNothingReceived) return got;
     if (got == platform::kReceiveFailed) m_LastError = std::max(platform::LastSocketError(), 1);
     if (got == 0) return -1;
-    TraceBlock("received %d bytes\n", bytes, got);
+    TraceBlock("received %d bytes\n", bytes, got);  // of a failure -1 bytes: readers of the log know it so
     return got;
 }
 

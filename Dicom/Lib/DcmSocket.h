@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 /// A TCP socket over IPv4. Results are 1 and 0; what went wrong is in the error text. Nothing is thrown.
 ///
@@ -27,8 +28,9 @@ public:
     const platform::ServiceEntry* ResolvePort(const char* port, const char* protocol);
 
     /// Sends a block. 1, or 0 when not connected. The result says no more than that: what the system takes in part is
-    /// continued, and a failure on the way is kept (see `HasFailed`).
-    int Send(const void* bytes, int count);
+    /// continued, and a failure on the way is kept (see `HasFailed`). `isStopped` is asked where a
+    /// peer takes nothing, before the wait for it and when a signal ends that; true is such a failure.
+    int Send(const void* bytes, int count, const std::function<bool()>& isStopped = nullptr);
 
     /// Waits at most the time-out, then takes what is there, at most `capacity` bytes: a count. -1 when the time is up, the
     /// peer has closed, or not connected; 0 when the time-out is 0 and nothing is there.

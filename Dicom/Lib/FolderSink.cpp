@@ -33,12 +33,10 @@ std::vector<unsigned char> FileHead(const StorageRequest& request) {
     return head.GetBytes();
 }
 
-/// Whether an older file ends with the data set that `file` has behind its head: heads name the sender, and may differ.
-bool HasSameDataSet(const std::string& older, const std::string& file, std::size_t head) {
+/// Whether `a`, an older file, ends with the data set that `b` has behind its head: heads name the sender, and may differ.
+bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t head) {
     constexpr std::size_t kPiece = 64 * 1024;
-    platform::InputFile a;
-    platform::InputFile b;
-    if (!a.Open(older.c_str()) || !b.Open(file.c_str()) || b.GetSize() < head) return false;
+    if (b.GetSize() < head) return false;
     const std::uint64_t length = b.GetSize() - head;
     if (a.GetSize() < length || a.GetSize() - length > kPiece) return false;
     std::vector<unsigned char> x(kPiece);
@@ -85,12 +83,12 @@ std::uint16_t FolderSink::Write(const void* bytes, std::size_t count) {
 }
 
 std::uint16_t FolderSink::End() {
-    if (!m_File.Close() || !Settle()) {
-        Discard();
-        return kStatusOutOfResources;
-    }
+    std::uint16_t status = kStatusOutOfResources;
+    if (m_File.Close()) status = Check(m_Part, m_Head);
+    if (status == kStatusSuccess && !Settle()) status = kStatusOutOfResources;
+    if (status != kStatusSuccess) Discard();
     m_Part.clear();
-    return kStatusSuccess;
+    return status;
 }
 
 /// Gives the file its name, which may be another than was thought.
@@ -98,7 +96,11 @@ bool FolderSink::Settle() {
     if (m_Existing == Existing::KeepBoth) {
         const std::string base = m_Path.substr(0, m_Path.size() - kExtension.size());
         for (int number = 2; platform::FileExists(m_Path.c_str()); ++number) {
-            if (HasSameDataSet(m_Path, m_Part, m_Head)) return platform::RemoveFile(m_Part.c_str());
+            platform::InputFile older;
+            platform::InputFile received;
+            const bool canCompare = older.Open(m_Path.c_str()) && received.Open(m_Part.c_str());
+            if (canCompare && HasSameDataSet(older, received, m_Head)) return platform::RemoveFile(m_Part.c_str());
+            if (older.HasFailed() || received.HasFailed()) return false;  // or Ctrl-C would leave one data set twice
             m_Path = base + "-" + std::to_string(number) + std::string(kExtension);
         }
     }

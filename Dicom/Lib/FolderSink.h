@@ -26,6 +26,11 @@ public:
     /// The file written last, or being written.
     const std::string& GetPath() const { return m_Path; }
 
+protected:
+    /// Looks at the file when it is complete but for its name; other statuses than success refuse it. The data set begins
+    /// behind `head` bytes.
+    virtual std::uint16_t Check(const std::string& /*path*/, std::size_t /*head*/) { return kStatusSuccess; }
+
 private:
     bool Settle();
 

@@ -22,14 +22,21 @@ void SocketBuffer::SetDeadline(int seconds) {
     m_Deadline = Clock::now() + std::chrono::seconds(seconds);
 }
 
+void SocketBuffer::LimitWaiting(std::int64_t seconds) {
+    m_bWaitLimited = seconds > 0;
+    m_WaitLeft = std::chrono::seconds(seconds);
+}
+
 bool SocketBuffer::WaitForData(int milliseconds) {
     return HasUnread() || GetSocket().Wait(milliseconds) == 1;
 }
 
 /// Until something can be read; else the fault is kept.
 bool SocketBuffer::WaitForSocket() {
-    Clock::time_point end = Clock::now() + std::chrono::seconds(GetSocket().GetTimeout());
+    const Clock::time_point begin = Clock::now();
+    Clock::time_point end = begin + std::chrono::seconds(GetSocket().GetTimeout());
     if (m_bDeadline) end = std::min(end, m_Deadline);
+    if (m_bWaitLimited) end = std::min(end, begin + m_WaitLeft);
     for (;;) {
         if (IsStopped()) {
             m_ReadFault = ReadFault::Stopped;
@@ -42,7 +49,10 @@ bool SocketBuffer::WaitForSocket() {
         }
         if (m_StopCheck) left = std::min(left, kStopCheckEvery);
         const int ready = m_pSocket->Wait(static_cast<int>(std::min<long long>(left.count(), INT_MAX)));
-        if (ready == 1) return true;
+        if (ready == 1) {
+            m_WaitLeft -= Clock::now() - begin;
+            return true;
+        }
         if (ready < 0) {
             m_ReadFault = ReadFault::Closed;
             return false;
@@ -51,6 +61,7 @@ bool SocketBuffer::WaitForSocket() {
 }
 
 std::size_t SocketBuffer::Fill(void* bytes, std::size_t capacity) {
+    if (m_ReadFault == ReadFault::None && IsStopped()) m_ReadFault = ReadFault::Stopped;  // also while much comes
     while (m_ReadFault == ReadFault::None) {
         if (m_bDeadline && Clock::now() >= m_Deadline) {
             m_ReadFault = ReadFault::TimedOut;
@@ -70,7 +81,7 @@ bool SocketBuffer::Drain(const void* bytes, std::size_t count) {
     const auto* place = static_cast<const unsigned char*>(bytes);
     while (count > 0) {
         const std::size_t step = std::min(count, kLargestBlock);
-        if (GetSocket().Send(place, static_cast<int>(step)) == 0 || m_pSocket->HasFailed()) return false;
+        if (GetSocket().Send(place, static_cast<int>(step), m_StopCheck) == 0 || m_pSocket->HasFailed()) return false;
         place += step;
         count -= step;
     }
@@ -84,5 +95,5 @@ bool SocketBuffer::Send(const void* bytes, std::size_t count) {
 void SocketBuffer::Restart() {
     Forget();
     m_ReadFault = ReadFault::None;
-    m_bDeadline = false;
+    m_bDeadline = m_bWaitLimited = false;
 }

@@ -5,6 +5,7 @@
 #include "DcmSocket.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 
@@ -29,6 +30,10 @@ public:
     /// the socket's own time-out.
     void SetDeadline(int seconds);
 
+    /// From now on reading fails when it has waited so long for the peer in all; the time between reads does not count.
+    /// 0: no such limit.
+    void LimitWaiting(std::int64_t seconds);
+
     /// Whether something can be read before the milliseconds are up; no fault when not.
     bool WaitForData(int milliseconds);
 
@@ -48,6 +53,8 @@ private:
     std::unique_ptr<DcmSocket> m_pSocket;
     std::function<bool()> m_StopCheck;
     std::chrono::steady_clock::time_point m_Deadline{};
+    std::chrono::steady_clock::duration m_WaitLeft{};
     bool m_bDeadline = false;
+    bool m_bWaitLimited = false;
     ReadFault m_ReadFault = ReadFault::None;
 };

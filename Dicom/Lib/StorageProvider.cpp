@@ -23,7 +23,24 @@ std::size_t FillPiece(PDataInputBuffer& data, std::vector<unsigned char>& piece)
     return used;
 }
 
+const char* ReasonText(std::uint16_t status) {
+    switch (status) {
+    case kStatusSuccess: return "";
+    case kStatusClassNotSupported: return "the SOP class is not that of the presentation context";
+    case kStatusInvalidInstance: return "the SOP instance UID is no UID";
+    case kStatusDataSetMismatch: return "the data set has another SOP class or instance";
+    case kStatusCannotUnderstand: return "the data set is missing, damaged or cut off";
+    default: return "the data set cannot be stored";
+    }
+}
+
 }  // namespace
+
+std::uint16_t CheckDataSet(const DataSetWalker& walked, const StorageRequest& request) {
+    if (!walked.IsWhole()) return kStatusCannotUnderstand;
+    const bool fits = walked.GetSopClass() == request.sopClass && walked.GetSopInstance() == request.sopInstance;
+    return fits ? kStatusSuccess : kStatusDataSetMismatch;
+}
 
 bool IsUid(std::string_view text) {
     if (text.empty() || text.size() > 64 || text.front() == '.' || text.back() == '.') return false;
@@ -65,59 +82,42 @@ Event StorageProvider::Handle(std::uint8_t contextId, const DimseCommand& comman
 Event StorageProvider::Store(const AcceptedContext& context, const DimseCommand& command) {
     const StorageRequest request = {command.sopClass, command.sopInstance, context.transferSyntax,
                                     m_Service.GetCallingTitle()};
-    std::uint16_t status;
-    std::string reason;
-    if (!command.HasDataSet()) {
-        status = kStatusCannotUnderstand;
-        reason = "there is no data set";
-    } else {
+    std::uint16_t status = kStatusCannotUnderstand;
+    if (command.HasDataSet()) {
         PDataInputBuffer data(m_Service, context.id, 0);
         if (command.sopClass != context.sopClass || !IsUid(command.sopClass)) {
             status = kStatusClassNotSupported;
-            reason = "the SOP class is not that of the presentation context";
         } else if (!IsUid(command.sopInstance)) {
             status = kStatusInvalidInstance;
-            reason = "the SOP instance UID is no UID";
         } else {
-            status = Receive(data, request, reason);
+            status = Receive(data, request);
         }
         // What is not wanted is read all the same: the answer follows the data set.
         if (data.Finish() == 0) return data.GetEvent();
     }
+    const char* const reason = ReasonText(status);
     m_Sink.Answered(request, status, reason);
     return Answer(context.id, command, status, reason);
 }
 
 /// The data set into the sink. After this the rest of it, if there is one, is nobody's.
-std::uint16_t StorageProvider::Receive(PDataInputBuffer& data, const StorageRequest& request, std::string& reason) {
+std::uint16_t StorageProvider::Receive(PDataInputBuffer& data, const StorageRequest& request) {
     std::uint16_t status = m_Sink.Begin(request);
-    if (status != kStatusSuccess) {
-        reason = "the data set cannot be stored";
-        return status;
-    }
+    if (status != kStatusSuccess) return status;
     m_Piece.resize(kPieceBytes);
+    const bool isSeen = request.transferSyntax != kDeflatedUid;
     DataSetWalker walker(FindTransferSyntax(request.transferSyntax, kExplicitLittleEndian));
-    while (const std::size_t count = FillPiece(data, m_Piece)) {
-        walker.Feed(m_Piece.data(), count);
-        if (walker.IsBroken()) break;
+    while (status == kStatusSuccess) {
+        const std::size_t count = FillPiece(data, m_Piece);
+        if (count == 0 || (isSeen && !walker.Feed(m_Piece.data(), count))) break;
         status = m_Sink.Write(m_Piece.data(), count);
-        if (status != kStatusSuccess) break;
     }
-    if (status != kStatusSuccess) {
-        reason = "the data set cannot be stored";
-    } else if (data.GetEvent() != Event::Message) {
-        status = kStatusCannotUnderstand;  // never sent: the association is over
-    } else if (!walker.IsWhole()) {
-        status = kStatusCannotUnderstand;
-        reason = "the data set is damaged or cut off";
-    } else if (walker.GetSopClass() != request.sopClass || walker.GetSopInstance() != request.sopInstance) {
-        status = kStatusDataSetMismatch;
-        reason = "the data set has another SOP class or instance";
-    } else {
-        status = m_Sink.End();
-        if (status != kStatusSuccess) reason = "the data set cannot be stored";
-        return status;
+    if (status == kStatusSuccess) {
+        const bool hasCome = data.GetEvent() == Event::Message;  // else the association is over, and this never sent
+        if (!hasCome) status = kStatusCannotUnderstand;
+        if (hasCome && isSeen) status = CheckDataSet(walker, request);
     }
+    if (status == kStatusSuccess) return m_Sink.End();
     m_Sink.Discard();
     return status;
 }

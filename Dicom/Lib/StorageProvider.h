@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+class DataSetWalker;
 class PDataInputBuffer;
 
 /// Whether a text is a UID (PS3.5 9.1) from which a file name may be made: 1 to 64 characters, digits and dots, no empty
@@ -22,6 +23,10 @@ struct StorageRequest {
     std::string transferSyntax;
     std::string callingTitle;
 };
+
+/// What is answered for a data set that was followed to its end: 0xC000 unless it is whole, 0xA900 when its class or
+/// instance is another than was said.
+std::uint16_t CheckDataSet(const DataSetWalker& walked, const StorageRequest& request);
 
 /// Where received data sets go. For each: `Begin`, any number of `Write`, then `End` or `Discard`. Statuses are those of
 /// `DimseStatus`; other than success, they are answered to the peer, and nothing of the data set is to be left.
@@ -40,7 +45,8 @@ public:
 /// Storage and verification as provider: serves one association after the other, on the caller's thread.
 ///
 /// A data set is passed on as it comes. On the way its structure is checked: it must be whole, and have the class and
-/// instance that the command named; else it is discarded and answered with 0xC000 or 0xA900.
+/// instance that the command named (`CheckDataSet`); else it is discarded. Into a deflated one (1.2.840.10008.1.2.1.99)
+/// nobody looks here: where the policy accepts that syntax, the check is the sink's.
 class StorageProvider {
 public:
     StorageProvider(DcmService& service, StorageSink& sink) : m_Service(service), m_Sink(sink) {}
@@ -51,7 +57,7 @@ public:
 private:
     DcmService::Event Handle(std::uint8_t context, const DimseCommand& command);
     DcmService::Event Store(const AcceptedContext& context, const DimseCommand& command);
-    std::uint16_t Receive(PDataInputBuffer& data, const StorageRequest& request, std::string& reason);
+    std::uint16_t Receive(PDataInputBuffer& data, const StorageRequest& request);
     DcmService::Event Answer(std::uint8_t context, const DimseCommand& command, std::uint16_t status,
                              const std::string& reason);
 

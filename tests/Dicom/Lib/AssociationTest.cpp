@@ -6,21 +6,15 @@ namespace {
 
 using Event = DcmService::Event;
 
-/// Takes nothing, and counts what it is asked.
+const Bytes kRequest = PduBytes(Request());
+
+/// Keeps nothing.
 struct NoSink : StorageSink {
     std::uint16_t Begin(const StorageRequest&) override { return kStatusSuccess; }
-    std::uint16_t Write(const void*, std::size_t count) override {
-        bytes += count;
-        return kStatusSuccess;
-    }
-    std::uint16_t End() override {
-        ++whole;
-        return kStatusSuccess;
-    }
-    void Discard() override { ++discarded; }
-    std::size_t bytes = 0;
+    std::uint16_t Write(const void*, std::size_t) override { return kStatusSuccess; }
+    std::uint16_t End() override { return ++whole, std::uint16_t{kStatusSuccess}; }
+    void Discard() override {}
     int whole = 0;
-    int discarded = 0;
 };
 
 struct Served {
@@ -30,18 +24,28 @@ struct Served {
     int whole;
 };
 
-/// An acceptor that meets a peer who says `script` and then closes its sending side, or stays silent.
-Served Serve(const Bytes& script, bool closes = true, const AcceptPolicy& policy = {}) {
+/// An acceptor that meets a peer who says `script` and then closes its sending side, or stays silent. With a pause
+/// (milliseconds), byte after byte of what stands behind the request.
+Served Serve(const Bytes& script, bool closes = true, const AcceptPolicy& policy = {}, int pause = -1) {
     DcmService service;
     DcmSocket peer;
     if (!ConnectPair(service.GetSocket(), peer)) return {Event::Fault, {}, "no connection", 0};
-    SendBytes(peer, script);
-    if (closes) peer.ShutDown();
+    std::thread sender([&] {
+        std::size_t at = pause < 0 ? script.size() : std::min(kRequest.size(), script.size());
+        peer.Send(script.data(), static_cast<int>(at));
+        for (; at < script.size() && !peer.HasFailed(); ++at) {
+            peer.Send(&script[at], 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+        }
+        if (closes) peer.ShutDown();
+    });
     service.SetArtim(1);
+    service.GetSocket().SetTimeout(1);
     NoSink sink;
     const Event event = StorageProvider(service, sink).Serve(policy);
     EXPECT_EQ(service.GetState(), DcmService::State::Idle);
     EXPECT_FALSE(service.GetSocket().IsConnected());
+    sender.join();
     return {event, ReceiveAll(peer), service.GetError(), sink.whole};
 }
 
@@ -70,21 +74,23 @@ Bytes Abort(std::uint8_t reason) {
     return {7, 0, 0, 0, 0, 4, 0, 0, kAbortProvider, reason};
 }
 
+const Bytes kUnknownPdu = Abort(kAbortUnrecognizedPdu);
+const Bytes kUnexpected = Abort(kAbortUnexpectedPdu);
+const Bytes kMisplaced = Abort(kAbortUnexpectedParameter);
+const Bytes kInvalid = Abort(kAbortInvalidParameter);
+
 bool EndsWith(const Bytes& bytes, const Bytes& end) {
     return bytes.size() >= end.size() &&
            std::equal(end.begin(), end.end(), bytes.end() - static_cast<long>(end.size()));
 }
 
-const Bytes kRequest = PduBytes(Request());
 const Bytes kRelease = PduBytes(AReleaseRQ());
+const Bytes kUserAbort = PduBytes(AAbortRQ());
 const Bytes kEcho = DataPdu(1, 3, EchoCommand());
 const Bytes kStoreHead = DataPdu(3, 3, StoreCommand().Encode());
 
 Bytes Accepted(std::uint32_t maximumLength = 16384) {
-    AAssociateAC answer;
-    answer.m_UserInformation.maximumLength = maximumLength;
-    answer.m_Contexts = {{1, 0, UidField("1.2.840.10008.1.2")}, {3, 0, UidField("1.2.840.10008.1.2.1")}};
-    return PduBytes(answer);
+    return PduBytes(Acceptance(maximumLength));
 }
 
 Bytes EchoAnswer(std::uint16_t messageId = 1) {
@@ -108,33 +114,27 @@ TEST(Association, AcceptorAnswersEveryFault) {
     } cases[] = {
         {"good", Join({kRequest, kEcho, kStoreHead, data, kRelease}), Event::Released, PduBytes(AReleaseRP())},
         {"silence", {}, Event::Closed, {}},
-        {"data first", kEcho, Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"release first", kRelease, Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"unknown PDU first", {'G', 'E', 'T', ' ', '/'}, Event::Fault, Abort(kAbortUnrecognizedPdu)},
-        {"request of length 0", {1, 0, 0, 0, 0, 0}, Event::Fault, Abort(kAbortInvalidParameter)},
-        {"request of length 0xFFFFFFFF", {1, 0, 255, 255, 255, 255}, Event::Fault, Abort(kAbortInvalidParameter)},
-        {"two requests", Join({kRequest, kRequest}), Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"answer of an acceptor", Join({kRequest, Accepted()}), Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"release reply", Join({kRequest, PduBytes(AReleaseRP())}), Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"abort", Join({kRequest, PduBytes(AAbortRQ())}), Event::Aborted, {}},
-        {"unknown PDU", Join({kRequest, {8, 0, 0, 0, 0, 0}}), Event::Fault, Abort(kAbortUnrecognizedPdu)},
-        {"data of length 0", Join({kRequest, {4, 0, 0, 0, 0, 0}}), Event::Fault, Abort(kAbortInvalidParameter)},
-        {"data of length 0xFFFFFFFF", Join({kRequest, huge}), Event::Fault, Abort(kAbortInvalidParameter)},
-        {"piece beyond its PDU", Join({kRequest, {4, 0, 0, 0, 0, 6, 0, 0, 0, 9, 1, 3}}), Event::Fault,
-         Abort(kAbortInvalidParameter)},
-        {"piece of length 1", Join({kRequest, {4, 0, 0, 0, 0, 6, 0, 0, 0, 1, 1, 3}}), Event::Fault,
-         Abort(kAbortInvalidParameter)},
-        {"context not accepted", Join({kRequest, DataPdu(5, 3, EchoCommand())}), Event::Fault,
-         Abort(kAbortInvalidParameter)},
-        {"data set first", Join({kRequest, data}), Event::Fault, Abort(kAbortUnexpectedParameter)},
-        {"command in a message", Join({kRequest, kStoreHead, kEcho}), Event::Fault, Abort(kAbortUnexpectedParameter)},
-        {"message on two contexts", Join({kRequest, kStoreHead, DataPdu(1, 2, SmallSet())}), Event::Fault,
-         Abort(kAbortUnexpectedParameter)},
-        {"command without sense", Join({kRequest, DataPdu(1, 3, Bytes(20, 255))}), Event::Fault,
-         Abort(kAbortInvalidParameter)},
-        {"command of 100 KB", Join({kRequest, DataPdu(1, 1, Bytes(100000))}), Event::Fault,
-         Abort(kAbortInvalidParameter)},
-        {"answer to nothing", Join({kRequest, EchoAnswer()}), Event::Fault, PduBytes(AAbortRQ())},
+        {"data first", kEcho, Event::Fault, kUserAbort},
+        {"release first", kRelease, Event::Fault, kUserAbort},
+        {"unknown PDU first", {'G', 'E', 'T', ' ', '/'}, Event::Fault, kUserAbort},
+        {"request of length 0", {1, 0, 0, 0, 0, 0}, Event::Fault, kUserAbort},
+        {"request of length 0xFFFFFFFF", {1, 0, 255, 255, 255, 255}, Event::Fault, kUserAbort},
+        {"two requests", Join({kRequest, kRequest}), Event::Fault, kUnexpected},
+        {"answer of an acceptor", Join({kRequest, Accepted()}), Event::Fault, kUnexpected},
+        {"release reply", Join({kRequest, PduBytes(AReleaseRP())}), Event::Fault, kUnexpected},
+        {"abort", Join({kRequest, kUserAbort}), Event::Aborted, {}},
+        {"unknown PDU", Join({kRequest, {8, 0, 0, 0, 0, 0}}), Event::Fault, kUnknownPdu},
+        {"data of length 0", Join({kRequest, {4, 0, 0, 0, 0, 0}}), Event::Fault, kInvalid},
+        {"data of length 0xFFFFFFFF", Join({kRequest, huge}), Event::Fault, kInvalid},
+        {"piece beyond its PDU", Join({kRequest, {4, 0, 0, 0, 0, 6, 0, 0, 0, 9, 1, 3}}), Event::Fault, kInvalid},
+        {"piece of length 1", Join({kRequest, {4, 0, 0, 0, 0, 6, 0, 0, 0, 1, 1, 3}}), Event::Fault, kInvalid},
+        {"context not accepted", Join({kRequest, DataPdu(5, 3, EchoCommand())}), Event::Fault, kInvalid},
+        {"data set first", Join({kRequest, data}), Event::Fault, kMisplaced},
+        {"command in a message", Join({kRequest, kStoreHead, kEcho}), Event::Fault, kMisplaced},
+        {"message on two contexts", Join({kRequest, kStoreHead, DataPdu(1, 2, SmallSet())}), Event::Fault, kMisplaced},
+        {"command without sense", Join({kRequest, DataPdu(1, 3, Bytes(20, 255))}), Event::Fault, kInvalid},
+        {"command of 100 KB", Join({kRequest, DataPdu(1, 1, Bytes(100000))}), Event::Fault, kInvalid},
+        {"answer to nothing", Join({kRequest, EchoAnswer()}), Event::Fault, kUserAbort},
         {"release in a message", Join({kRequest, kStoreHead, kRelease}), Event::Released, PduBytes(AReleaseRP())},
     };
     for (const auto& c : cases) {
@@ -164,16 +164,8 @@ TEST(Association, PeerClosesAnywhere) {
 }
 
 TEST(Association, BytesOneByOne) {
-    DcmService service;
-    DcmSocket peer;
-    ASSERT_TRUE(ConnectPair(service.GetSocket(), peer));
-    std::thread dribble([&] {
-        for (const unsigned char byte : Join({kRequest, kEcho, kRelease})) peer.Send(&byte, 1);
-        peer.ShutDown();
-    });
-    NoSink sink;
-    EXPECT_EQ(StorageProvider(service, sink).Serve({}), Event::Released) << service.GetError();
-    dribble.join();
+    EXPECT_EQ(Serve(Join({kRequest, kEcho, kRelease}), true, {}, 0).event, Event::Released);
+    EXPECT_EQ(Serve(Join({kRequest, kStoreHead}), true, {}, 50).event, Event::TimedOut) << "no PDU may take for ever";
 }
 
 TEST(Association, RequestorMeetsEveryFault) {
@@ -185,20 +177,21 @@ TEST(Association, RequestorMeetsEveryFault) {
         Event event;
         Bytes end;
     } cases[] = {
-        {"abort", PduBytes(AAbortRQ()), Event::Aborted, {}},
-        {"data first", EchoAnswer(), Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"a request", kRequest, Event::Fault, Abort(kAbortUnexpectedPdu)},
-        {"unknown PDU", {9, 0, 0, 0, 0, 0}, Event::Fault, Abort(kAbortUnrecognizedPdu)},
-        {"length 0", {2, 0, 0, 0, 0, 0}, Event::Fault, Abort(kAbortInvalidParameter)},
-        {"length 0xFFFFFFFF", {2, 0, 255, 255, 255, 255}, Event::Fault, Abort(kAbortInvalidParameter)},
-        {"what was not proposed", neverProposed, Event::Fault, Abort(kAbortInvalidParameter)},
-        {"no room for data", Accepted(7), Event::Fault, Abort(kAbortInvalidParameter)},
+        {"abort", kUserAbort, Event::Aborted, {}},
+        {"data first", EchoAnswer(), Event::Fault, kUnexpected},
+        {"a request", kRequest, Event::Fault, kUnexpected},
+        {"unknown PDU", {9, 0, 0, 0, 0, 0}, Event::Fault, kUnknownPdu},
+        {"length 0", {2, 0, 0, 0, 0, 0}, Event::Fault, kInvalid},
+        {"length 0xFFFFFFFF", {2, 0, 255, 255, 255, 255}, Event::Fault, kInvalid},
+        {"what was not proposed", neverProposed, Event::Fault, kInvalid},
+        {"no room for data", Accepted(7), Event::Fault, kInvalid},
         {"any length", Join({Accepted(0), EchoAnswer(), PduBytes(AReleaseRP())}), Event::Released, kRelease},
         {"16 bytes", Join({Accepted(16), EchoAnswer(), PduBytes(AReleaseRP())}), Event::Released, kRelease},
-        {"answer to another", Join({Accepted(), EchoAnswer(99)}), Event::Fault, Abort(kAbortUnexpectedParameter)},
+        {"answer to another", Join({Accepted(), EchoAnswer(99)}), Event::Fault, kMisplaced},
         {"late data", Join({Accepted(), EchoAnswer(), kEcho, PduBytes(AReleaseRP())}), Event::Released, kRelease},
         {"both release", Join({Accepted(), EchoAnswer(), kRelease, PduBytes(AReleaseRP())}), Event::Released,
          PduBytes(AReleaseRP())},
+        {"data behind a release", Join({Accepted(), EchoAnswer(), kRelease, kEcho}), Event::Fault, kUnexpected},
     };
     for (const auto& c : cases) {
         const Served served = Ask(c.script);
@@ -218,23 +211,15 @@ TEST(Association, RejectsOfEveryKindReachTheRequestor) {
         EXPECT_EQ(asked.error, served.error);
         return asked.error.substr(asked.error.rfind(':') + 2);
     };
-    AcceptPolicy called;
-    called.aeTitle = "OTHER";
-    EXPECT_EQ(reject(called, Request()), "called AE title not recognized");
-    AcceptPolicy calling;
-    calling.callingTitles = {"A", "B"};
-    EXPECT_EQ(reject(calling, Request()), "calling AE title not recognized");
+    EXPECT_EQ(reject({"OTHER", {}, {}, {}}, Request()), "called AE title not recognized");
+    EXPECT_EQ(reject({"", {"A", "B"}, {}, {}}, Request()), "calling AE title not recognized");
+    EXPECT_EQ(reject({"", {}, {}, {}, kRejectedTransient}, Request()), "temporary congestion");
     AAssociateRQ request = Request();
     request.m_ApplicationContext.Set("1.2.3");
     EXPECT_EQ(reject({}, request), "application context name not supported");
-    request = Request();
     request.m_ProtocolVersion = 2;
     EXPECT_EQ(reject({}, request), "protocol version not supported");
-    AcceptPolicy full;
-    full.rejectResult = kRejectedTransient;
-    EXPECT_EQ(reject(full, Request()), "temporary congestion");
-    called.aeTitle = "ARCHIVE";
-    EXPECT_EQ(Serve(Join({kRequest, kRelease}), true, called).event, Event::Released);
+    EXPECT_EQ(Serve(Join({kRequest, kRelease}), true, {"ARCHIVE", {}, {}, {}}).event, Event::Released);
 }
 
 TEST(Association, NegotiatesEachOf128Contexts) {
@@ -244,14 +229,15 @@ TEST(Association, NegotiatesEachOf128Contexts) {
         const std::string sopClass = i % 2 != 0 ? kCtClass : "1.2.840.10008.5.1.4.1.2.2.1";  // storage; a query
         request.Propose(sopClass, {"1.2.840.10008.1.2.1.99", i % 4 == 3 ? "1.2.840.10008.1.2.5" : "1.2.3"});
     }
+    request.m_Reserved3.back() = 7;
     EXPECT_EQ(request.m_Contexts.back().id, 255);
     EXPECT_EQ(request.Propose("1.2"), 0);
     const Served served = Serve(Join({PduBytes(request), kRelease}));
     EXPECT_EQ(served.event, Event::Released);
     AAssociateAC answer;
-    MemoryInputBuffer in(served.answer.data() + 1, served.answer.size() - 1);
-    ASSERT_EQ(answer.ReadPDU(in, served.answer[0]), 1);
+    ASSERT_EQ(ReadFrom(answer, served.answer), 1);
     ASSERT_EQ(answer.m_Contexts.size(), 128U);
+    EXPECT_EQ(answer.m_Reserved3, request.m_Reserved3);
     for (int i = 0; i < 128; ++i) {
         EXPECT_EQ(answer.m_Contexts[i].result, i % 2 == 0   ? kContextAbstractSyntaxNotSupported
                                                : i % 4 == 1 ? kContextTransferSyntaxesNotSupported
@@ -259,12 +245,4 @@ TEST(Association, NegotiatesEachOf128Contexts) {
     }
     request.m_Contexts[5].id = 1;
     EXPECT_EQ(Serve(PduBytes(request)).event, Event::Fault) << "two of one number";
-}
-
-TEST(Association, StopCheckEndsAWait) {
-    DcmService service;
-    DcmSocket peer;
-    ASSERT_TRUE(ConnectPair(service.GetSocket(), peer));
-    service.SetStopCheck([] { return true; });
-    EXPECT_EQ(service.AcceptAssociation({}), Event::Stopped);
 }

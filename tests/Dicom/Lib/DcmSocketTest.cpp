@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <system_error>
 
@@ -80,20 +79,14 @@ TEST(DcmSocket, LargeSendsArriveWholeAndBrokenOnesAreRemembered) {
 }
 
 TEST(DcmSocket, TracesWhatGoesOverTheWire) {
-    const std::string log = testing::TempDir() + "korvane-socket-trace.log";
-    std::filesystem::remove(log);
-    SetDumpLogPath(log);
     DcmSocket server;
     DcmSocket client;
     ASSERT_TRUE(ConnectPair(server, client));
-    SetDebugFlag(kDumpSocket, true);
-    char bytes[4];
-    EXPECT_EQ(server.Send("AB", 2), 1);
-    EXPECT_EQ(client.Recv(bytes, 4), 2);
-    SetDebugFlag(0xFFFFFFFF, false);
-    SetDumpLogPath("");
-    const std::string text = ReadText(log);
-    std::filesystem::remove(log);
+    const std::string text = Traced(kDumpSocket, [&] {
+        char bytes[4];
+        EXPECT_EQ(server.Send("AB", 2), 1);
+        EXPECT_EQ(client.Recv(bytes, 4), 2);
+    });
     const std::string dump = "\n\n000000-000001 41 42 ";  // the line's own end and that of a stamped line
     const std::size_t sent = text.find(" : Sending 2 bytes" + dump);
     EXPECT_NE(sent, std::string::npos) << text;

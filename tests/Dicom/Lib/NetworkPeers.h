@@ -3,6 +3,7 @@
 
 #include "DataSetBytes.h"
 
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -11,6 +12,29 @@ Bytes PduBytes(Pdu pdu) {
     MemoryOutputBuffer out;
     pdu.WritePDU(out);
     return out.GetBytes();
+}
+
+/// Reads a PDU from bytes that begin with its type; with what may follow it.
+template <class Pdu>
+int ReadFrom(Pdu& pdu, const Bytes& bytes) {
+    MemoryInputBuffer in(bytes.data() + 1, bytes.size() - 1);
+    return pdu.ReadPDU(in, bytes[0]);
+}
+
+/// What the log says while `work` runs.
+template <class Work>
+std::string Traced(std::uint32_t bits, Work work) {
+    const std::string name = "korvane-trace-" + std::to_string(bits) + ".log";  // tests run side by side
+    const std::string log = (std::filesystem::temp_directory_path() / name).string();
+    std::filesystem::remove(log);
+    SetDumpLogPath(log);
+    SetDebugFlag(bits, true);
+    work();
+    SetDebugFlag(0xFFFFFFFF, false);
+    SetDumpLogPath("");
+    const std::string text = ReadText(log);
+    std::filesystem::remove(log);
+    return text;
 }
 
 inline Bytes DataPdu(std::uint8_t context, std::uint8_t control, const Bytes& data) {
@@ -29,6 +53,13 @@ inline AAssociateRQ Request() {
     request.Propose(kVerificationClass);
     request.Propose(kCtClass, {"1.2.840.10008.1.2.1"});
     return request;
+}
+
+inline AAssociateAC Acceptance(std::uint32_t maximumLength = 16384) {
+    AAssociateAC answer;
+    answer.m_UserInformation.maximumLength = maximumLength;
+    answer.m_Contexts = {{1, 0, UidField("1.2.840.10008.1.2")}, {3, 0, UidField("1.2.840.10008.1.2.1")}};
+    return answer;
 }
 
 inline Bytes EchoCommand() {

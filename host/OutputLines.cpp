@@ -1,0 +1,53 @@
+#include "OutputLines.h"
+
+#include "HostError.h"
+
+#include <Korvane/platform/Signals.h>
+#include <Korvane/platform/Terminal.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+constexpr std::size_t kMostPending = std::size_t{64} << 20;
+constexpr int kLook = 100;  // milliseconds
+
+}  // namespace
+
+OutputLines::~OutputLines() {
+    if (m_bFailed || !Write(0)) return;
+    const auto unread = std::count(m_Pending.begin() + static_cast<std::ptrdiff_t>(m_Written), m_Pending.end(), '\n');
+    if (unread > 0) Warn(std::to_string(unread) + " lines of standard output were not read");
+}
+
+void OutputLines::Add(const std::string& line) {
+    m_Pending += line + '\n';
+    Write(0);
+    if (m_Pending.size() - m_Written < kMostPending) return;
+    Warn("whoever reads standard output does not: waiting");
+    Finish();
+}
+
+bool OutputLines::Write(int milliseconds) {
+    if (m_Pending.empty() || m_bFailed) return !m_bFailed;
+    const platform::BlockBrokenPipe guard;
+    while (m_Written < m_Pending.size() && !m_bFailed && platform::CanWriteOutput(milliseconds)) {
+        // Whole lines as far as possible: whoever is left in the middle of one cannot make anything of it.
+        const std::size_t most = std::min(platform::kOutputStep, m_Pending.size() - m_Written);
+        const std::size_t lineEnd = m_Pending.rfind('\n', m_Written + most - 1);
+        const std::size_t count = lineEnd == std::string::npos || lineEnd < m_Written ? most : lineEnd + 1 - m_Written;
+        m_bFailed = std::fwrite(m_Pending.data() + m_Written, 1, count, stdout) != count || std::fflush(stdout) != 0;
+        m_Written += count;
+    }
+    if (m_Written == m_Pending.size() || m_Written > kMostPending) {
+        m_Pending.erase(0, m_Written);
+        m_Written = 0;
+    }
+    return !m_bFailed;
+}
+
+void OutputLines::Finish() {
+    while (Write(kLook) && !m_Pending.empty()) StopIfInterrupted();
+    if (m_bFailed) throw HostError("cannot write to standard output");
+}
