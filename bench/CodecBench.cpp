@@ -147,7 +147,7 @@ void AddPrograms(std::vector<Row>& rows, const std::string& folder, const std::s
         const char* syntax;
         const char* peer;
         double aim;
-    } pairs[] = {{"rle", "dcmdrle", 0}, {"jpegll", "dcmdjpeg", 1 / 1.2}};
+    } pairs[] = {{"rle", "dcmdrle", 1 / 1.5}, {"jpegll", "dcmdjpeg", 1 / 1.2}};
     for (const auto& pair : pairs) {
         const std::string peer = pair.peer, native = folder + "/native.dcm",
                           packed = folder + "/" + pair.syntax + ".dcm";
