@@ -43,12 +43,17 @@ std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transc
                                                               {MakeTag(0x0008, 0x0018), "SOP Instance UID"},
                                                               {MakeTag(0x0008, 0x0016), "SOP Class UID"}};
     for (const auto& [tag, name] : kNeeded) {
-        if (FindText(dataSet, tag).empty()) return std::string("it has no ") + name;
+        if (DirectoryText(dataSet, tag).empty()) return std::string("it has no ") + name;
     }
     return {};
 }
 
 }  // namespace
+
+std::string DirectoryText(const DICOMObject& dataSet, Tag tag) {
+    const VR* const element = FindElement(dataSet, tag);
+    return element != nullptr ? TrimmedUid(element->GetText()) : std::string();
+}
 
 MediaHeader ReadMediaHeader(const std::string& path, bool transcode) {
     std::array<unsigned char, kShortHeader> head;

@@ -175,7 +175,7 @@ private:
     }
 
     void AddFile(const std::string& path, const DICOMObject& dataSet) {
-        const auto [known, isNew] = m_Known.try_emplace(FindText(dataSet, MakeTag(0x0008, 0x0018)), path);
+        const auto [known, isNew] = m_Known.try_emplace(DirectoryText(dataSet, MakeTag(0x0008, 0x0018)), path);
         if (!isNew) {
             const bool isCopy = HaveSameBytes(path, known->second);
             const std::string relation = isCopy ? "the same as " : "another content, the same SOP Instance UID as ";

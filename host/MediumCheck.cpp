@@ -2,6 +2,7 @@
 
 #include "DataSetFile.h"
 #include "HostError.h"
+#include "MediaHeader.h"
 #include "Toolkit.h"
 
 #include <Korvane/platform/Bytes.h>
@@ -174,8 +175,8 @@ private:
                 Note(at + path + " ends early or is damaged");
             }
             for (const Pair& pair : kPairs) {
-                const std::string said = FindText(record, pair.inRecord);
-                const std::string found = FindText(*file.dataSet, pair.inFile);
+                const std::string said = DirectoryText(record, pair.inRecord);
+                const std::string found = DirectoryText(*file.dataSet, pair.inFile);
                 if (said == found) continue;
                 std::string what = at + path + ": the ";
                 what.append(pair.name).append(" is ").append(found).append(", not ").append(said);

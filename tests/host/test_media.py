@@ -112,6 +112,11 @@ def left_out():
         assert text in why.pop(name) and name in err, (name, why)
     assert not why and "lacks 8" in err and [pathlib.Path(copy["path"]).name for copy in report["copies"]] == ["same"]
     readers_find_all(WORK / "medium", 12)
+    uid = pydicom.dcmread(first).SOPInstanceUID.encode()
+    for end in (b"\0a", b"\0b"):  # one UID, which ends at the zero
+        (WORK / f"zero{end[1]}").write_bytes(whole.replace(uid, uid[:-2] + end))
+    assert "another content" in korvane("media", WORK / "zeros", WORK / "zero97", WORK / "zero98", status=1)[1]
+    korvane("media", "--verify", WORK / "zeros")
     missing = korvane("media", WORK / "none/below", WORK / "more/a", status=1)[1]
     assert "no Patient ID" in missing and not (WORK / "none").exists()
     korvane("media", WORK / "none", first, "--fileset-id", "lower", status=2)
