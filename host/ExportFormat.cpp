@@ -57,7 +57,7 @@ public:
         ValueMapping mapping;
         if (volume.GetType() == CVolume::PT_BYTE) return mapping;
         CModalityLUT rescale;
-        rescale.SetDDO(&series.GetFirstDataSet());
+        rescale.SetDDO(series.GetAssembled().GetDDOList().front());  // which is the exporter's: that of the first plane
         const std::string& modality = series.GetHeader().modality;
         mapping.scale = static_cast<double>(rescale.GetRescale());
         mapping.shift = static_cast<double>(rescale.GetIntercept());

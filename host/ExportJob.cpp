@@ -20,11 +20,19 @@ const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
                                                     {"split", Irregular::Split}};
 
 /// What a file does not say about its values.
-ValueMapping DescribeValues(const ExportFormat& format, SeriesVolume& series) {
+ValueMapping DescribeValues(const ExportFormat& format, SeriesVolume& series, const std::vector<Slice>& slices) {
     ValueMapping mapping = format.DescribeValues(series);
     const FramePlace& place = series.GetPlace();
-    if (!format.IsRescaled() && !place.slope.empty() && !place.intercept.empty() &&
-        (place.slope != "1" || place.intercept != "0")) {
+    const bool differs = std::any_of(slices.begin(), slices.end(), [&](const Slice& slice) {
+        const FramePlace& other = series.GetFindings().PlaceOf(slice);
+        return other.slope != place.slope || other.intercept != place.intercept;
+    });
+    if (differs) {
+        mapping.remarks.emplace_back(
+            format.IsRescaled() ? "each slice has a rescale of its own: that of the file's first was used for all"
+                                : "values are as stored, and each slice has a rescale of its own");
+    } else if (!format.IsRescaled() && !place.slope.empty() && !place.intercept.empty() &&
+               (place.slope != "1" || place.intercept != "0")) {
         mapping.remarks.push_back("values are as stored: the real value is stored * " + place.slope + " + " +
                                   place.intercept);
     }
@@ -117,7 +125,7 @@ void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
         *m_pExporter = series.GetAssembled();
         const std::size_t firstOutput = m_Files->GetOutputs().size();
         Save(series.GetVolume(), m_Destination.name + part.suffix);
-        const ValueMapping mapping = DescribeValues(m_Format, series);
+        const ValueMapping mapping = DescribeValues(m_Format, series, part.slices);
         m_Report.AddVolume(series, part, ExportGeometry(series, series.GetAssembled(), m_Format.IsLastFirst()),
                            mapping);
         Tell(series.GetVolume(), part, mapping, firstOutput);

@@ -71,6 +71,12 @@ def formats():
                 (WORK / name).unlink()
             out = run_export(source, form, "--dry-run")[0]
             assert all(f"{file} ({size} bytes)" in out for file, size in sizes.items()) and leftovers() == [], out
+    own = edited(unsigned, "own", lambda ds, n: setattr(ds, "RescaleSlope", str(n + 1)))
+    report, out, _ = report_of(own, "bob")  # begins with the last of them, and takes its slope for all
+    (volume,) = report["volumes"]
+    first = stored_values(pydicom.dcmread(own / "0000.dcm")).ravel() * 6 + volume["values"]["shift"]
+    assert "a rescale of its own" in out and volume["values"]["scale"] == 6, (out, volume["values"])
+    assert (numpy.fromfile(volume["outputs"][2]["file"], ">i2")[-256:] == numpy.clip(first, 0, 32767)).all()
 
 
 def existing_files():
