@@ -3,8 +3,6 @@
 //     save_url FORMAT URL SIDE TIMEOUT   a volume of 4 slices of SIDE x SIDE voxels to URL, then to file:local\vol from a
 //                                        fresh exporter; prints one line each: results, whether the writer stayed, text
 //     save_url writer HOST               what a writer does besides
-//     save_url pair BITS SIGNED FIRST MODALITY
-//                                        an Analyze pair local\vol of 3 slices, 4 rows, 5 columns, for test_readers.py
 #include "export/ExportFixture.h"
 
 #include <cstdio>
@@ -49,18 +47,6 @@ void Write(const char* host) {
     std::printf("%d %d\n", sender.Close(), sender.HasFailed());
 }
 
-int Pair(const std::vector<std::string>& form) {
-    TestSeries series({.bits = std::stoi(form[1]),
-                       .isSigned = std::stoi(form[2]),
-                       .first = std::stoi(form[3]),
-                       .modality = form[4].c_str(),
-                       .rows = 4,
-                       .columns = 5});
-    CAnalyzeVolume exporter;
-    exporter = series;
-    return exporter.SaveUrl("file:local\\vol") ? 0 : 1;
-}
-
 }  // namespace
 
 int main(int count, char** words) {
@@ -68,9 +54,6 @@ int main(int count, char** words) {
     if (arguments[0] == "writer") {
         Write(words[2]);
         return 0;
-    }
-    if (arguments[0] == "pair") {
-        return Pair(arguments);
     }
     const auto save = arguments[0] == "bob"   ? Save<CCBobVolume>
                       : arguments[0] == "vox" ? Save<CRTVizVolume>

@@ -4,7 +4,9 @@
 import json
 import os
 import pathlib
+import shutil
 import socket
+import subprocess
 import sys
 import threading
 import time
@@ -37,8 +39,23 @@ def byte_pixels(ds, _):
     ds["PixelData"].VR = "OB"
 
 
+def read_by_others(base, is_bytes, shape):
+    """A pair as programs read it that know nothing of ours: voxels by the program's name."""
+    read = {}
+    try:
+        import nibabel
+        read["nibabel"] = numpy.asarray(nibabel.AnalyzeImage.load(f"{base}.hdr").dataobj).reshape(shape[::-1]).transpose()
+    except ImportError:
+        print("without nibabel, which is not installed")
+    if shutil.which("medcon"):
+        subprocess.run(["medcon", "-f", f"{base}.hdr", "-n", "-c", "bin", "-o", "out", "-w"], cwd=WORK, timeout=20,
+                       capture_output=True, check=True)
+        read["xmedcon"] = numpy.fromfile(WORK / "out.bin", "u1" if is_bytes else "<i2").reshape(shape)
+    return read
+
+
 def formats():
-    """Voxels of bob and vox, and what report, dry run and summary say of every format's files."""
+    """Voxels as everybody reads them, and what report, dry run and summary say of every format's files."""
     unsigned = phantom("unsigned", *SMALL)
     for source in (unsigned, phantom("signed", *SMALL, "--signed", "--oblique"), edited(unsigned, "bytes", byte_pixels)):
         values, sets = read_volume(source)
@@ -65,7 +82,9 @@ def formats():
                 assert (numpy.frombuffer(data, "u1" if is_bytes else "<u2").reshape(values.shape) == expected).all()
             else:
                 shift = 0 if is_bytes or sets[0].PixelRepresentation else -32767
-                assert volume["values"]["shift"] == shift and (Analyze(WORK / "vol").voxels == values[::-1] + shift).all()
+                read = {"by hand": Analyze(WORK / "vol").voxels, **read_by_others(WORK / "vol", is_bytes, values.shape)}
+                for reader, voxels in read.items():  # last slice first
+                    assert volume["values"]["shift"] == shift and (voxels == values[::-1] + shift).all(), reader
             sizes = {output["file"]: output["size"] for output in volume["outputs"]}
             for name in leftovers():
                 (WORK / name).unlink()
