@@ -55,6 +55,10 @@ TEST(CPercent, ReportsEachChangeOnceIn32BitsAndReturnsTheAnswer) {
     constexpr long kHigh = sizeof(long) > 4 ? static_cast<long>(1LL << 40) : 0;
     EXPECT_EQ(Told(kHigh + 4, {kHigh + 1}), Seen{25});
     EXPECT_TRUE(CPercent().FireProgress(1)) << "who does not override the handler is stopped";
+    struct Throwing : CPercent {
+        bool OnProgress(short percent) override { throw std::to_string(percent); }
+    };
+    EXPECT_THROW(Throwing().FireProgress(1), std::string) << "passes through the module";
 }
 
 TEST(CPercentGenerator, TellsObserversInOrderAndRemembersTheRequestToStop) {

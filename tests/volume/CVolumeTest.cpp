@@ -77,10 +77,10 @@ TEST(CVolume, TheLastReferenceDestroys) {
     };
     CVolume* const volume = new Witness;
     volume->AddRef();
-    volume->Delete();
-    EXPECT_EQ(destroyed, 0);
-    volume->Delete();
-    EXPECT_EQ(destroyed, 1);
+    for (const int expected : {0, 1}) {
+        volume->Delete();
+        EXPECT_EQ(destroyed, expected);
+    }
 }
 
 TEST(CVolume, SeparatePlanesBecomeContiguousAndStaySo) {
