@@ -10,28 +10,44 @@
 
 using namespace platform;
 
-TEST(Memory, BlocksOfEverySizeAreApartAlignedAndReusable) {
-    const std::size_t sizes[] = {0, 1, 1000, 40'000, 524'288, 3'000'000, 9'000'000, 40'000'000};
+namespace {
+
+// Blocks are aligned, keep what another thread has written into them, and come back, the next rounds' among them.
+template <typename Allocate, typename Free>
+void Exercise(const std::vector<std::size_t>& sizes, std::size_t alignment, const Allocate& allocate,
+              const Free& free) {
     for (int round = 0; round < 3; ++round) {
         std::vector<unsigned char*> blocks;
-        for (int copy = 0; copy < 20; ++copy) {
-            const std::size_t size = sizes[static_cast<std::size_t>(copy) % std::size(sizes)];
-            auto* const block = static_cast<unsigned char*>(AllocateBuffer(size));
-            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(block) % 64, 0U);
-            std::memset(block, copy, size);
-            blocks.push_back(block);
-        }
-        for (int copy = 0; copy < 20; ++copy) {
-            const auto index = static_cast<std::size_t>(copy);
-            const std::size_t size = sizes[index % std::size(sizes)];
-            if (size > 0) {
-                EXPECT_EQ(blocks[index][0], copy);
-                EXPECT_EQ(blocks[index][size - 1], copy);
+        std::thread([&] {
+            for (const std::size_t size : sizes) {
+                auto* const block = static_cast<unsigned char*>(allocate(size));
+                std::memset(block, static_cast<int>(blocks.size() % 251), size);
+                blocks.push_back(block);
             }
-            FreeBuffer(blocks[index]);
+        }).join();
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(blocks[i]) % alignment, 0U);
+            if (sizes[i] > 0) {
+                ASSERT_EQ(blocks[i][0], i % 251);
+                ASSERT_EQ(blocks[i][sizes[i] - 1], i % 251);
+            }
+            free(blocks[i]);
         }
     }
-    FreeBuffer(nullptr);
+    free(nullptr);
+}
+
+}  // namespace
+
+TEST(Memory, BlocksOfEverySizeAreApartAlignedAndReusable) {
+    std::vector<std::size_t> sizes;
+    for (int copy = 0; copy < 3; ++copy) {
+        sizes.insert(sizes.end(), {0, 1, 1000, 40'000, 524'288, 3'000'000, 9'000'000, 40'000'000});
+    }
+    Exercise(sizes, 64, AllocateBuffer, FreeBuffer);
+    sizes.clear();
+    for (std::size_t i = 0; i < 50'000; ++i) sizes.push_back(i * 7919 % kLargestSmallBlock + 1);
+    Exercise(sizes, 8, AllocateSmall, FreeSmall);
 }
 
 TEST(Memory, AnImpossibleSizeIsRefused) {
@@ -42,26 +58,4 @@ TEST(Memory, AnImpossibleSizeIsRefused) {
         EXPECT_THROW(AllocateBuffer(size), std::bad_alloc);
     }
 #endif
-}
-
-TEST(SmallBlocks, KeepTheirBytesAndMayComeBackInAnotherThread) {
-    for (int round = 0; round < 3; ++round) {
-        std::vector<unsigned char*> blocks;
-        std::thread([&blocks] {
-            for (std::size_t i = 0; i < 50'000; ++i) {
-                const std::size_t size = i * 7919 % kLargestSmallBlock + 1;
-                auto* const block = static_cast<unsigned char*>(AllocateSmall(size));
-                std::memset(block, static_cast<int>(i % 251), size);
-                blocks.push_back(block);
-            }
-        }).join();
-        for (std::size_t i = 0; i < blocks.size(); ++i) {
-            const std::size_t size = i * 7919 % kLargestSmallBlock + 1;
-            ASSERT_EQ(reinterpret_cast<std::uintptr_t>(blocks[i]) % 8, 0U);
-            ASSERT_EQ(blocks[i][0], i % 251);
-            ASSERT_EQ(blocks[i][size - 1], i % 251);
-            FreeSmall(blocks[i]);
-        }
-    }
-    FreeSmall(nullptr);
 }
