@@ -19,11 +19,13 @@ std::vector<unsigned char> Pixels(Slice& slice) {
     return pixels;
 }
 
-std::vector<double> Values(Slice& slice, const SlicedVolume& volume) {
+std::vector<double> Values(Slice& slice) {
     const auto pixels = Pixels(slice);
+    const CVolume::PixelType type = slice.GetVolume()->GetType();
     std::vector<double> values;
-    for (std::size_t i = 0; i < slice.GetPixelCount(); ++i)
-        values.push_back(volume.Read(pixels.data(), static_cast<int>(i)));
+    for (std::size_t i = 0; i < pixels.size(); i += static_cast<std::size_t>(slice.GetVolume()->GetTypeSize())) {
+        values.push_back(Read(type, pixels.data() + i));
+    }
     return values;
 }
 
@@ -64,9 +66,9 @@ const std::vector<float> kStacks[] = {{0, 2.5F, 5, 7.5F, 10, 12.5F},
 void CompareWithPlain(Slice& slice, const SlicedVolume& volume, const Kind& kind, int& compared) {
     constexpr double kOutside = 77;
     slice.SetBackground(kOutside);
-    const auto pixels = Pixels(slice);
+    const auto values = Values(slice);
     slice.AllowWideVectors(false);
-    ASSERT_EQ(Pixels(slice), pixels) << "the versions differ";
+    ASSERT_EQ(Values(slice), values) << "the versions differ";
     slice.AllowWideVectors(true);
     const bool nearest = slice.GetInterpolation() == Slice::IP_NEAREST;
     const double tolerance = nearest ? 0 : kind.tolerance + (kind.type == CVolume::PT_FLOAT ? 0 : 0.5);
@@ -76,7 +78,7 @@ void CompareWithPlain(Slice& slice, const SlicedVolume& volume, const Kind& kind
         const auto point = slice.PixelToVol(i - row * slice.GetWidth(), row);
         const auto expected = volume.Sample(point, slice.GetInterpolation(), doubtful);
         if (doubtful) continue;
-        ASSERT_NEAR(volume.Read(pixels.data(), i), expected.value_or(kOutside), expected ? tolerance : 0)
+        ASSERT_NEAR(values[static_cast<std::size_t>(i)], expected.value_or(kOutside), expected ? tolerance : 0)
             << "pixel " << i << " of type " << kind.type;
         compared += expected ? 1 : 0;
     }
@@ -92,47 +94,29 @@ TEST(DcmObliqueSlice, AgreesWithPlainSamplingOnRandomPlanes) {
             for (const bool contiguous : {true, false}) {
                 const SlicedVolume volume({kind.type, 21, 18, stack, 0.7F, 1.3F, contiguous},
                                           random.Noise(kind.low, kind.high));
-                for (int n = 0; n < 15; ++n) {
+                for (int n = 0; n < 16; ++n) {
                     Slice slice(volume.Get());
                     const auto shift = random.Vector(3);
-                    const double middle = (volume.GetZ(0) + volume.GetZ(volume.GetPlanes() - 1)) / 2;
-                    // The last ones with rows along the volume's, in both directions.
+                    // The last but one with rows along the volume's, in both directions.
                     const auto row = n < 9 ? random.Vector() : Slice::Vector{n % 2 == 0 ? 1.0 : -1.0, 0, 0};
-                    slice.SetPlane({7 + shift[0], 11 + shift[1], middle + shift[2]}, row, random.Vector());
+                    slice.SetPlane({7 + shift[0], 11 + shift[1], volume.GetLastZ() / 2 + shift[2]}, row,
+                                   random.Vector());
                     slice.SetPixelSize(0.5 + 0.4 * random.Unit(), 0.5 + 0.4 * random.Unit());
                     slice.SetSize(41, 13);
                     slice.SetInterpolation(static_cast<Slice::Interpolation>(n % 3));
+                    if (n == 15) {  // a view plane across all planes, as many rows as the table has records
+                        int dim[3];
+                        volume->GetVoxelDims(dim);
+                        slice.SetInterpolation(Slice::IP_LINEAR);
+                        ASSERT_TRUE(slice.SetOrthogonal(VP_XZ, 3.5));
+                        EXPECT_EQ(slice.GetHeight(), dim[2]);
+                    }
                     CompareWithPlain(slice, volume, kind, compared);
                 }
             }
         }
     }
     EXPECT_GT(compared, 100000);
-}
-
-TEST(DcmObliqueSlice, ReproducesARampWhateverThePlaneDistances) {
-    const std::vector<float> stack = {0, 1, 3, 3.5F, 8, 20};
-    const auto ramp = [](double x, double y, double z) { return 8 * x - 16 * y + 24 * z - 40; };
-    for (const auto type : {CVolume::PT_SHORT, CVolume::PT_FLOAT, CVolume::PT_LONG}) {
-        const SlicedVolume volume({type, 30, 20, stack, 0.5F, 0.25F, true}, [&](int i, int j, int k) {
-            return ramp(i * 0.5, j * 0.25, stack[static_cast<std::size_t>(k)]);
-        });
-        Slice slice(volume.Get());
-        slice.SetPlane({7, 2.5, 10}, {0.6, 0.1, 0.9}, {1, -0.2, -0.4});
-        slice.SetPixelSize(0.25, 0.125);
-        slice.SetSize(100, 90);
-        slice.SetBackground(-9999);
-        const auto values = Values(slice, volume);
-        int inside = 0;
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            const std::size_t row = i / 100;
-            const auto p = slice.PixelToVol(static_cast<double>(i - row * 100), static_cast<double>(row));
-            if (values[i] == -9999) continue;
-            ++inside;
-            ASSERT_NEAR(values[i], ramp(p[0], p[1], p[2]), type == CVolume::PT_FLOAT ? 1e-4 : 0.50001);
-        }
-        EXPECT_GT(inside, 2000);
-    }
 }
 
 TEST(DcmObliqueSlice, ViewPlanesReturnTheVoxels) {
@@ -150,36 +134,17 @@ TEST(DcmObliqueSlice, ViewPlanesReturnTheVoxels) {
             slice.SetInterpolation(static_cast<Slice::Interpolation>(variant / 4 / dim[deep]));
             ASSERT_TRUE(slice.SetOrthogonal(static_cast<VolumePlane>(plane), at[deep], flip1, flip2));
             ASSERT_EQ((std::pair{slice.GetWidth(), slice.GetHeight()}), (std::pair{dim[across], dim[down]}));
-            const auto values = Values(slice, volume);
+            const auto values = Values(slice);
             for (int j = 0; j < dim[down]; ++j) {
                 for (int i = 0; i < dim[across]; ++i) {
                     at[across] = flip1 ? dim[across] - 1 - i : i;
                     at[down] = flip2 ? dim[down] - 1 - j : j;
                     ASSERT_EQ(values[static_cast<std::size_t>(j * dim[across] + i)],
-                              volume.GetVoxel(at[0], at[1], at[2]))
+                              Voxel(*volume, at[0], at[1], at[2]))
                         << plane << " " << variant;
                 }
             }
         }
-    }
-}
-
-TEST(DcmObliqueSlice, ViewPlanesSampleUnevenPlanesAsTheTableDoes) {
-    for (const auto& stack : {std::vector<float>{3, 5, 4.5F, 12}, std::vector<float>{9, 8, 2}}) {
-        const SlicedVolume volume({CVolume::PT_FLOAT, 4, 4, stack, 0.5F, 1, true},
-                                  [&](int, int, int k) { return double{stack[static_cast<std::size_t>(k)]}; });
-        Slice slice(volume.Get());
-        ASSERT_TRUE(slice.SetOrthogonal(VP_XZ, 1));
-        int dim[3];
-        volume.Get()->GetVoxelDims(dim);
-        ASSERT_EQ(slice.GetHeight(), dim[2]);
-        const auto values = Values(slice, volume);
-        for (int i = 0; i < dim[2]; ++i) {
-            const float z = volume.Get()->MapVoxToZInterp(i)->m_z + stack[0];
-            EXPECT_NEAR(values[static_cast<std::size_t>(4 * i + 2)], z, 1e-5);
-        }
-        ASSERT_TRUE(slice.SetOrthogonal(VP_XY, 1.5));
-        EXPECT_NEAR(Values(slice, volume)[5], (stack[1] + stack[2]) / 2, 1e-5);
     }
 }
 
@@ -190,13 +155,12 @@ TEST(DcmObliqueSlice, TurnsHome) {
     slice.SetPlane({19.5, 19.5, 4.5}, {1, 0, 0.2}, {0, 1, 0.1});
     slice.SetSize(48, 48);
     const auto home = Pixels(slice);
-    const auto normal = slice.GetNormal();
-    for (int step = 1; step <= 36; ++step) {
-        ASSERT_TRUE(slice.Rotate(normal, 10));
-        ASSERT_TRUE(step % 9 != 0 || (Pixels(slice) == home) == (step == 36)) << step;
+    for (const auto& axis : {slice.GetNormal(), Slice::Vector{1, 2, -3}}) {
+        for (int step = 1; step <= 7; ++step) {
+            ASSERT_TRUE(slice.Rotate(axis, 360.0 / 7));
+            EXPECT_EQ(Pixels(slice) == home, step == 7) << step;
+        }
     }
-    for (int step = 0; step < 7; ++step) slice.Rotate({1, 2, -3}, 360.0 / 7);
-    EXPECT_EQ(Pixels(slice), home);
     slice.SetPlane({0, 0, 0}, {1, 0, 0}, {0, 1, 0});
     slice.Rotate({0, 0, 5}, 90);  // counter-clockwise: x goes to y
     EXPECT_NEAR(slice.GetRow()[1] - slice.GetColumn()[0], 2, 1e-15);
@@ -209,7 +173,7 @@ TEST(DcmObliqueSlice, SlabsCombineWhatIsInside) {
     const auto sample = [&](Slice::SlabMode mode, double index, double thickness, double step) {
         EXPECT_TRUE(slice.SetSlab(mode, thickness, step));
         EXPECT_TRUE(slice.SetOrthogonal(VP_XY, index));
-        return Values(slice, volume)[7];
+        return Values(slice)[7];
     };
     for (const auto how : {Slice::IP_NEAREST, Slice::IP_LINEAR}) {
         slice.SetInterpolation(how);
@@ -224,31 +188,29 @@ TEST(DcmObliqueSlice, SlabsCombineWhatIsInside) {
     EXPECT_EQ(sample(Slice::SM_MEAN, 2, 1, 0.5), 43);  // 25, 40, 65
     slice.SetSlab(Slice::SM_MEAN, 2, 1);
     slice.SetCentre({2, 2, -7});
-    EXPECT_EQ(Values(slice, volume), std::vector<double>(25, -5));
+    EXPECT_EQ(Values(slice), std::vector<double>(25, -5));
     for (const double bad : {-1.0, kNaN}) EXPECT_FALSE(slice.SetSlab(Slice::SM_MEAN, bad));
     EXPECT_FALSE(slice.SetSlab(Slice::SM_MEAN, 10, 1e-5));
 }
 
 TEST(DcmObliqueSlice, PicturesAreWindowed) {
-    const int values[5] = {-1000, -160, 40, 41, 3000};
-    const SlicedVolume volume({CVolume::PT_SHORT, 5, 2, {0, 1}}, [&](int i, int, int) { return values[i]; });
-    Slice slice(volume.Get());
-    ASSERT_TRUE(slice.SetOrthogonal(VP_XY, 0));
-    std::vector<unsigned char> grey(10);
-    ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 40, 400));
-    EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 128, 128, 255}));
+    const double values[5] = {-1000, -160, 40, 41, 3000}, fractions[5] = {0, 0.25, 0.5, 0.75, kNaN};
+    unsigned char grey[10];
+    Slice slice;
+    const auto greys = [&](CVolume::PixelType type, const double* voxels, double centre, double width) {
+        const SlicedVolume volume({type, 5, 2, {0, 1}}, [&](int i, int, int) { return voxels[i]; });
+        slice.SetVolume(volume.Get());
+        EXPECT_TRUE(slice.SetOrthogonal(VP_XY, 0) && slice.GetPicture(grey, 10, centre, width));
+        for (const double bad : {0.0, -1.0, kNaN}) EXPECT_FALSE(slice.GetPicture(grey, 10, 0, bad));
+        EXPECT_FALSE(slice.GetPicture(grey, 9, 40, 400) || slice.GetPicture(nullptr, 10, 40, 400));
+        return std::vector<int>(grey, grey + 5);
+    };
+    EXPECT_EQ(greys(CVolume::PT_SHORT, values, 40, 400), (std::vector{0, 0, 128, 128, 255}));
     for (const double centre : {41.0, 40.5}) {  // a threshold between 40 and 41, and one that is 40, which is black
-        ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), centre, 1));
-        EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 0, 255, 255}));
+        EXPECT_EQ(greys(CVolume::PT_SHORT, values, centre, 1), (std::vector{0, 0, 0, 255, 255}));
     }
-    const SlicedVolume fractions({CVolume::PT_FLOAT, 5, 2, {0, 1}},
-                                 [&](int i, int, int) { return i == 4 ? kNaN : i * 0.25; });
-    slice.SetVolume(fractions.Get());
-    ASSERT_TRUE(slice.GetPicture(grey.data(), grey.size(), 0.5, 0.5));
-    EXPECT_EQ(std::vector<int>(grey.begin(), grey.begin() + 5), (std::vector<int>{0, 0, 128, 255, 0}));
-    for (const double width : {0.0, -1.0, kNaN}) EXPECT_FALSE(slice.GetPicture(grey.data(), grey.size(), 0, width));
-    EXPECT_FALSE(slice.GetPicture(grey.data(), 9, 40, 400));
-    EXPECT_FALSE(slice.GetPicture(nullptr, 10, 40, 400));
+    EXPECT_EQ(greys(CVolume::PT_FLOAT, fractions, 0.5, 0.5), (std::vector{0, 0, 128, 255, 0}));
+    slice.SetVolume(nullptr);
 }
 
 TEST(DcmObliqueSlice, PlanesAndPointsAreWhatWasAskedFor) {
@@ -274,12 +236,12 @@ TEST(DcmObliqueSlice, PatientPointsGoBothWays) {
     const SlicedVolume volume({CVolume::PT_BYTE, 4, 4, {-10, -5, 0}, 0.5F, 0.5F, true},
                               [](int, int, int) { return 0; });
     float origin[4] = {-100, -100, 10, 0};
-    volume.Get()->SetOrigin(origin);
+    volume->SetOrigin(origin);
     Slice slice(volume.Get());
     EXPECT_EQ(slice.VolToDicom({2, 1, 5}), (Slice::Vector{-98, -99, 5}));
     EXPECT_EQ(slice.DicomToVol({-98, -99, 5}), (Slice::Vector{2, 1, 5}));
     float cosines[2][3] = {{0.8F, 0.6F, 0}, {0, 0, -1}};
-    volume.Get()->SetOrientation(cosines);
+    volume->SetOrientation(cosines);
     const Slice::Vector p = {3, -7, 2.5};
     for (std::size_t axis = 0; axis < 3; ++axis) {
         EXPECT_NEAR(slice.DicomToVol(slice.VolToDicom(p))[axis], p[axis], 1e-9);
@@ -287,18 +249,18 @@ TEST(DcmObliqueSlice, PatientPointsGoBothWays) {
     }
     EXPECT_NEAR(slice.DirectionToDicom({0, 1, 0})[2], -1, 1e-12);
     float none[2][3] = {{1, 0, 0}, {2, 0, 0}};
-    volume.Get()->SetOrientation(none);
+    volume->SetOrientation(none);
     EXPECT_EQ(slice.DirectionToVol({1, 2, 3}), (Slice::Vector{1, 2, -3}));
 }
 
 TEST(DcmObliqueSlice, RefusesWhatCannotBeAndKeepsWhatWas) {
     Slice slice;
     EXPECT_FALSE(slice.SetPlane({0, 0, 0}, {1, 0, 0}, {-2, 0, 1e-9}));
-    EXPECT_FALSE(slice.SetPlane({0, 0, kNaN}, {1, 0, 0}, {0, 1, 0}));
-    EXPECT_FALSE(slice.SetPlane({0, 2e9, 0}, {1, 0, 0}, {0, 1, 0}));
+    for (const auto& centre : {Slice::Vector{0, 0, kNaN}, {0, 2e9, 0}}) {
+        EXPECT_FALSE(slice.SetPlane(centre, {1, 0, 0}, {0, 1, 0}));
+    }
     EXPECT_FALSE(slice.SetPlaneByNormal({0, 0, 0}, {0, 3, 0}, {0, -1, 0}));
-    EXPECT_FALSE(slice.Rotate({0, 0, 0}, 10));
-    EXPECT_FALSE(slice.Rotate({0, 0, 1}, kNaN));
+    EXPECT_FALSE(slice.Rotate({0, 0, 0}, 10) || slice.Rotate({0, 0, 1}, kNaN));
     for (const int size : {0, -1, 65537}) EXPECT_FALSE(slice.SetSize(size, 1) || slice.SetSize(1, size));
     for (const double size : {0.0, -1.0, kNaN, 1e-9, 1e30}) EXPECT_FALSE(slice.SetPixelSize(1, size));
     EXPECT_EQ(slice.GetRow(), (Slice::Vector{1, 0, 0}));
@@ -312,25 +274,24 @@ TEST(DcmObliqueSlice, RefusesWhatCannotBeAndKeepsWhatWas) {
     EXPECT_TRUE(refused());  // no volume
     const SlicedVolume volume({}, [](int i, int, int) { return i; });
     slice.SetVolume(volume.Get());
-    EXPECT_FALSE(slice.GetPixels(pixels, sizeof pixels - 1));
-    EXPECT_FALSE(slice.GetPixels(nullptr, sizeof pixels));
+    EXPECT_FALSE(slice.GetPixels(pixels, sizeof pixels - 1) || slice.GetPixels(nullptr, sizeof pixels));
     for (const double index : {-1.0, 4.5, kNaN}) EXPECT_FALSE(slice.SetOrthogonal(VP_XY, index));
     EXPECT_TRUE(slice.GetPixels(pixels, sizeof pixels));
-    for (const float bad : {0.0F, -1.0F, static_cast<float>(kNaN), std::numeric_limits<float>::infinity()}) {
-        float space[4] = {1, bad, 1, 0};
-        volume.Get()->SetSpacing(space);
-        EXPECT_TRUE(refused());
-    }
     float space[4] = {1, 1, 0, 0};  // the planes tell their own distances
-    volume.Get()->SetSpacing(space);
-    EXPECT_TRUE(slice.GetPixels(pixels, sizeof pixels));
-    volume.Get()->GetPlane(2)->m_Org[2] = std::numeric_limits<float>::quiet_NaN();
+    for (const float bad : {0.0F, -1.0F, static_cast<float>(kNaN), HUGE_VALF, 1.0F}) {
+        space[1] = bad;
+        volume->SetSpacing(space);
+        EXPECT_EQ(slice.GetPixels(pixels, sizeof pixels), bad == 1);
+        EXPECT_EQ(slice.SetOrthogonal(VP_XY, 0), bad == 1);
+    }
+    slice.SetSize(2, 2);
+    volume->GetPlane(2)->m_Org[2] = static_cast<float>(kNaN);
     EXPECT_TRUE(refused());
-    volume.Get()->Free();
+    volume->Free();
     EXPECT_TRUE(refused());
-    volume.Get()->Init(CVolume::PT_SHORT, 4, 4, 2, 1);
+    volume->Init(CVolume::PT_SHORT, 4, 4, 2, 1);
     EXPECT_TRUE(refused());  // no pixels
-    volume.Get()->SetType(static_cast<CVolume::PixelType>(9));
+    volume->SetType(static_cast<CVolume::PixelType>(9));
     EXPECT_TRUE(refused());
 }
 
@@ -339,12 +300,11 @@ TEST(DcmObliqueSlice, PlanesBesideTheVolumeAreBackground) {
     Slice slice(volume.Get());
     slice.SetSize(3, 300);
     slice.SetBackground(1000);
-    for (const auto& centre : {Slice::Vector{0, 0, 2.001}, {0, -1e9, 0}, {1e9, 1e9, 1e9}}) {
-        for (const double size : {1e-6, 1.0, 1e9}) {
+    for (const double size : {1e-6, 1.0, 1e9}) {
+        slice.SetPixelSize(size, size);
+        for (const auto& centre : {Slice::Vector{0, 0, 2.001}, {0, -1e9, 0}, {1e9, 1e9, 1e9}}) {
             slice.SetPlane(centre, {1, 0.1, 0}, {0.1, 1, 0});
-            slice.SetPixelSize(size, size);
-            const auto values = Values(slice, volume);
-            EXPECT_EQ(values, std::vector<double>(900, 255)) << size;
+            EXPECT_EQ(Values(slice), std::vector<double>(900, 255)) << size;
         }
     }
 }
@@ -363,11 +323,11 @@ TEST(DcmObliqueSlice, ThinVolumesAreSampledOnTheirOwnExtent) {
                 slice.SetInterpolation(static_cast<Slice::Interpolation>(n % 3));
                 slice.SetBackground(7);
                 ASSERT_TRUE(slice.SetOrthogonal(static_cast<VolumePlane>(n % 6), 0));
-                for (const double value : Values(slice, volume)) ASSERT_EQ(value, 42) << shape << " " << n;
+                for (const double value : Values(slice)) ASSERT_EQ(value, 42) << shape << " " << n;
                 slice.SetPlane({0, 0, 0}, random.Vector(), random.Vector());
                 slice.SetPixelSize(0.25, 0.25);
                 slice.SetSize(33, 33);
-                const auto values = Values(slice, volume);
+                const auto values = Values(slice);
                 EXPECT_EQ(values[16 * 33 + 16], 42);
                 for (const double value : values) ASSERT_TRUE(value == 42 || value == 7);
             }

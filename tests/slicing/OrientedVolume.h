@@ -9,10 +9,6 @@
 
 using Point = std::array<double, 3>;
 
-inline double Dot(const Point& a, const Point& b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
 inline Point Cross(const Point& a, const Point& b) {
     return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
 }
@@ -21,22 +17,6 @@ struct Orientation {
     Point row;
     Point column;
 };
-
-/// The 24 ways in which rows and columns can lie along the patient's axes.
-inline std::vector<Orientation> AllOrientations() {
-    std::vector<Orientation> all;
-    for (std::size_t row = 0; row < 3; ++row) {
-        for (std::size_t column = 0; column < 3; ++column) {
-            for (int signs = 0; row != column && signs < 4; ++signs) {
-                Orientation each{{0, 0, 0}, {0, 0, 0}};
-                each.row[row] = (signs & 1) != 0 ? -1 : 1;
-                each.column[column] = (signs & 2) != 0 ? -1 : 1;
-                all.push_back(each);
-            }
-        }
-    }
-    return all;
-}
 
 /// Gives a volume that has its dimensions the geometry that assembly would: planes at `planeZ`, measured from the origin
 /// against row x column, in whatever order.
@@ -60,9 +40,7 @@ inline void Orient(CVolume& volume, const Orientation& orientation, const std::v
 
 /// Where the voxel at a column, row and plane lies in the patient.
 inline Point PatientPoint(CVolume& volume, int column, int row, int plane) {
-    float cosines[2][3];
-    float origin[4];
-    float space[4];
+    float cosines[2][3], origin[4], space[4];
     volume.GetOrientation(cosines);
     volume.GetOrigin(origin);
     volume.GetSpacing(space);
