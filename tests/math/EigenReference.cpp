@@ -28,10 +28,6 @@ MatrixXd Orthogonal(const MatrixXd& m) {
     return m.householderQr().householderQ();
 }
 
-VectorXd Solve(const MatrixXd& m, const VectorXd& y) {
-    return m.completeOrthogonalDecomposition().solve(y);
-}
-
 Matrix4d Pose(const Matrix3Xd& from, const Matrix3Xd& to) {
     return Eigen::umeyama(from, to, false);
 }

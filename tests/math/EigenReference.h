@@ -1,12 +1,24 @@
-// Eigen's decompositions, which keep a compiler busy for long: made once, in one source.
+// Geometry as Eigen has it, and its decompositions, which keep a compiler busy for long: made once, in one source.
 #pragma once
 
-#include <Eigen/Core>
+#include <Korvane/Korvane.h>
+
+#include <Eigen/Geometry>
+
+using Eigen::Matrix4d;
+using Eigen::Vector3d;
+
+inline Vector3d D(const FVector& v) {
+    return {v[0], v[1], v[2]};
+}
+
+inline Matrix4d ToEigen(const FTransform& t) {
+    return Matrix4d::NullaryExpr([&](auto i, auto j) { return t(static_cast<int>(i), static_cast<int>(j)); });
+}
 
 namespace reference {
 
 using Eigen::Matrix3Xd;
-using Eigen::Matrix4d;
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
@@ -18,9 +30,6 @@ Eigen::VectorXcd Eigenvalues(const MatrixXd& m);
 
 /// The orthogonal factor of a square matrix.
 MatrixXd Orthogonal(const MatrixXd& m);
-
-/// The least solution of m x = y in the sense of least squares.
-VectorXd Solve(const MatrixXd& m, const VectorXd& y);
 
 /// The rigid transform that takes the columns of one set nearest to the other's.
 Matrix4d Pose(const Matrix3Xd& from, const Matrix3Xd& to);

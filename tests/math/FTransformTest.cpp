@@ -1,4 +1,3 @@
-#include "math/EigenGeometry.h"
 #include "math/EigenReference.h"
 
 #include <cmath>
@@ -167,18 +166,20 @@ TEST(FTransform, MatricesAndText) {
     EXPECT_EQ(Difference(FTransform(t.GetRotation(), t.GetTranslation()), t), 0);
     EXPECT_EQ(FTransform(Read("3 3  1 0 0 0 2 0 0 0 3")) * FPoint(1, 1, 1), FPoint(1, 2, 3));
     FTransform kept(t);
-    EXPECT_THROW(kept.Init(Read("3 4  1 0 0 0  0 1 0 0  0 0 1 0")), DimException);
-    EXPECT_THROW(kept.Init(Read("4 4  1 0 0 0  0 1 0 0  0 0 1 0  0 0.1 0 1")), DimException) << "perspective";
+    const std::string perspective = "4 4  1 0 0 0  0 1 0 0  0 0 1 0  0 0.1 0 1";
+    for (const std::string& wrong : {std::string("3 4  1 0 0 0  0 1 0 0  0 0 1 0"), perspective}) {
+        EXPECT_THROW(kept.Init(Read(wrong)), DimException);
+    }
     EXPECT_THROW(kept.Init(Read("4 4  1 0 0 0  0 1 0 0  0 0 1 0  0 0 0 0")), ZeroException);
     EXPECT_THROW(kept.Init(V(0, 0, 0), 1.0), ZeroException);
     EXPECT_THROW(kept.Init(FVector(2), 1.0), DimException);
     std::ostringstream out;
     out << t;
     EXPECT_EQ(out.str(), "0 -1 0 5\n1 0 0 10\n0 0 1 15\n0 0 0 1\n");
-    std::istringstream perspective("4 4  1 0 0 0  0 1 0 0  0 0 1 0  0 0.1 0 1");
-    EXPECT_TRUE((perspective >> kept).fail());
-    std::istringstream cut("4 4 1 2 3");
-    EXPECT_TRUE((cut >> kept).fail());
+    for (const std::string& wrong : {perspective, std::string("4 4 1 2 3")}) {
+        std::istringstream in(wrong);
+        EXPECT_TRUE((in >> kept).fail());
+    }
     EXPECT_EQ(Difference(kept, t), 0) << "kept through all of this";
     std::istringstream in("# voxel to patient\n4 4\n" + out.str());
     FTransform read;

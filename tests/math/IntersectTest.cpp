@@ -1,12 +1,10 @@
 // Points, lines, planes, segments, and what joins them.
 #include "math/MessageBuffer.h"
-
-#include <Korvane/Korvane.h>
+#include "math/Show.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
 #include <type_traits>
-#include <vector>
 
 namespace {
 
@@ -51,27 +49,19 @@ TEST(Geometry, Points) {
     const FPoint p(1, 2, 3), q(10, 20, 40);
     FVector four(4), two(2);
     four = 7.0, two = 5.0;
-    EXPECT_EQ(E(FPoint(four)), (Floats{7, 7, 7}));
-    EXPECT_EQ(E(FPoint(two)), (Floats{5, 5, 0}));
-    EXPECT_EQ(E(FPoint()), (Floats{0, 0, 0}));
-    static_assert(std::is_same_v<decltype(p + V(q)), FPoint>);
-    static_assert(std::is_same_v<decltype(p - V(q)), FPoint>);
-    static_assert(std::is_same_v<decltype(p + q), FPoint>);
-    static_assert(std::is_same_v<decltype(p - q), FVector>);
-    EXPECT_EQ(E(q - p), (Floats{9, 18, 37}));
-    EXPECT_EQ(E(p + q), (Floats{11, 22, 43}));
-    EXPECT_EQ(E(p - V(q)), (Floats{-9, -18, -37}));
-    EXPECT_EQ(E(p + 1), (Floats{2, 3, 4}));
+    EXPECT_EQ(Show(FPoint(four), FPoint(two), FPoint()), "3 7 7 7;3 5 5 0;3 0 0 0;");
+    static_assert(std::is_same_v<decltype(p + V(q)), FPoint> && std::is_same_v<decltype(p - V(q)), FPoint>);
+    static_assert(std::is_same_v<decltype(p + q), FPoint> && std::is_same_v<decltype(p - q), FVector>);
+    EXPECT_EQ(Show(q - p, p + q, p - V(q), p + 1), "3 9 18 37;3 11 22 43;3 -9 -18 -37;3 2 3 4;");
 }
 
 TEST(Geometry, Lines) {
     const FLine byVector(kX, V(kY)), byPoints(kX, FPoint(0, 1, 2));
     EXPECT_EQ(Rows(byVector), (Floats{1, 0, 0, 0, 1, 0}));
     EXPECT_EQ(Rows(byPoints), (Floats{1, 0, 0, -1, 1, 2}));
-    EXPECT_EQ(E(byPoints.GetP1()), (Floats{0, 1, 2}));
-    EXPECT_EQ(E(FLine(kX, FPoint(1, 3, 4)).GetVersor()), (Floats{0, 0.6F, 0.8F}));
-    EXPECT_EQ(E(FLine(kX, V(FPoint(0, 1e-11F, 0))).GetVersor()), (Floats{0, 1e-11F, 0}));
-
+    const FLine tiny(kX, V(FPoint(0, 1e-11F, 0)));
+    EXPECT_EQ(Show(byPoints.GetP1(), FLine(kX, FPoint(1, 3, 4)).GetVersor(), tiny.GetVersor()),
+              "3 0 1 2;3 0 0.6 0.8;3 0 1e-11 0;");
     FLine common(FPlane(0, 0, 2, -6), FPlane(0, 3, 0, 6));  // z = 3, y = -2
     EXPECT_EQ(Rows(common), (Floats{0, -2, 3, -6, 0, 0}));
     common.Init(FPlane(0, 0, 1, 0), FPlane(0, 0, -2, 5));
@@ -93,17 +83,12 @@ TEST(Geometry, Lines) {
 TEST(Geometry, SegmentsReadTheirSecondRowInTwoWays) {
     const FSegment byPoints(FPoint(5, 1, 1), FPoint(1, 1, 5));
     EXPECT_EQ(Rows(byPoints), (Floats{5, 1, 1, -4, 0, 4}));
-    EXPECT_EQ(E(byPoints.GetP1()), (Floats{1, 1, 5}));
+    EXPECT_EQ(Show(byPoints.GetP1(), byPoints.GetMid()), "3 1 1 5;3 0.5 0.5 2.5;");
     EXPECT_EQ(byPoints.mod(), std::sqrt(91.0F)) << "from (5, 1, 1) to (-4, 0, 4)";
-    EXPECT_EQ(E(byPoints.GetMid()), (Floats{0.5F, 0.5F, 2.5F}));
     EXPECT_EQ(FSegment(kX, V(FPoint(1, 3, 4))).mod(), 5.0F);
-    for (const FPoint& in : {FPoint(5, 1, 1), FPoint(1, 1, 5), FPoint(3, 1, 3), FPoint(1.5F, 1, 1)}) {
-        EXPECT_TRUE(byPoints.IsPointOn(in)) << in;
-    }
-    for (const FPoint& out :
-         {FPoint(0.9999F, 1, 3), FPoint(5.0001F, 1, 3), FPoint(3, 1.0001F, 3), FPoint(3, 1, 5.1F)}) {
-        EXPECT_FALSE(byPoints.IsPointOn(out)) << out;
-    }
+    const FPoint points[] = {{5, 1, 1},       {1, 1, 5},       {3, 1, 3},       {1.5F, 1, 1},
+                             {0.9999F, 1, 3}, {5.0001F, 1, 3}, {3, 1.0001F, 3}, {3, 1, 5.1F}};
+    for (const FPoint& point : points) EXPECT_EQ(byPoints.IsPointOn(point), &point < points + 4) << point;
     const FSegment diagonal(kOrigin, FPoint(1, 1, 1));
     const FLine& asLine = diagonal;
     EXPECT_TRUE(diagonal.IsPointOn(FPoint(1, 1, 1)));
@@ -113,15 +98,10 @@ TEST(Geometry, SegmentsReadTheirSecondRowInTwoWays) {
 }
 
 TEST(Geometry, Planes) {
-    EXPECT_EQ(E(FPlane(FPoint(1, 2, 3), FPoint(4, 5, 6))), (Floats{4, 5, 6, -32}));
-    EXPECT_EQ(E(FPlane(kX, kY, kZ)), (Floats{1, 1, 1, -1}));
+    EXPECT_EQ(Show(FPlane(FPoint(1, 2, 3), FPoint(4, 5, 6)), FPlane(kX, kY, kZ)), "4 4 5 6 -32;4 1 1 1 -1;");
     EXPECT_EQ(E(FPlane(FLine(FPoint(1, 2, 3), V(FPoint(0, 0, -9))))), (Floats{0, 0, -1, 3}));
-    FVector coefficients(4);
-    coefficients = 2.0;
-    EXPECT_EQ(E(FPlane(coefficients)), Floats(4, 2.0F));
     const FPlane plane(2, -4, 6, 8);
-    EXPECT_EQ(E(plane.GetNormal()), (Floats{2, -4, 6}));
-    EXPECT_EQ(E(plane.GetCoeff()), (Floats{2, -4, 6, 8}));
+    EXPECT_EQ(Show(FPlane(FVector(4).set(2)), plane.GetNormal(), plane.GetCoeff()), "4 2 2 2 2;3 2 -4 6;4 2 -4 6 8;");
     // No minus sign; only what equals 1e-8 is skipped, which 0 does not.
     EXPECT_EQ(E(plane.GetPoint()), (Floats{4, 0, 0}));
     EXPECT_EQ(E(FPlane(1e-8F, 2, 0, 4).GetPoint()), (Floats{0, 2, 0}));
