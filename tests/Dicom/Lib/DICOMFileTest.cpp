@@ -97,16 +97,18 @@ TEST_F(DicomFile, TheTransferSyntaxOfTheMetaInformationRules) {
     const auto file = [](const std::string& uid, const Bytes& rest) {
         return Join({Text(std::string(128, 'x')), Text("DICM"), le.Short(0x0002, 0x0010, "UI", uid), rest});
     };
-    Write("big", file("1.2.840.10008.1.2.2 ", Join({be.Short(0x0028, 0x0010, "US", "\x01\x02")})));
-    EXPECT_EQ(Load("big")->GetUINT16(0x0028, 0x0010), 0x0102);
-    EXPECT_EQ(m_Reader.GetTransferSyntax(), kExplicitBigEndianUid) << "padding is not part of a UID";
-    Write("unknown", file("1.2.3.99", Join({le.Short(0x0028, 0x0010, "US", "\x01\x02")})));
-    EXPECT_EQ(Load("unknown")->GetUINT16(0x0028, 0x0010), 0x0201);
     const Bytes implicitSet = Join({le.Implicit(0x0028, 0x0010, "\x01\x02")});
-    Write("implicit", file(std::string("1.2.840.10008.1.2\0", 18), implicitSet));
-    EXPECT_EQ(Load("implicit")->GetUINT16(0x0028, 0x0010), 0x0201);
-    Write("none", Join({le.Short(0x0002, 0x0012, "UI", "1.2."), implicitSet}));
-    EXPECT_EQ(Load("none")->GetUINT16(0x0028, 0x0010), 0x0201) << "no (0002,0010): tested again behind the group";
+    const Bytes explicitSet = Join({le.Short(0x0028, 0x0010, "US", "\x01\x02")});
+    const Bytes bigSet = Join({be.Short(0x0028, 0x0010, "US", "\x02\x01")});
+    const Bytes files[] = {file("1.2.840.10008.1.2.2 ", bigSet),  // padding is not part of a UID
+                           file("1.2.3.99", explicitSet), file(std::string("1.2.840.10008.1.2\0", 18), implicitSet),
+                           // No (0002,0010): tested again behind the group.
+                           Join({le.Short(0x0002, 0x0012, "UI", "1.2."), implicitSet})};
+    for (const Bytes& bytes : files) {
+        Write("file", bytes);
+        EXPECT_EQ(Load("file")->GetUINT16(0x0028, 0x0010), 0x0201);
+        EXPECT_EQ(m_Reader.GetTransferSyntax() == kExplicitBigEndianUid, &bytes == files);
+    }
     Write("deflated", file("1.2.840.10008.1.2.1.99", {1, 2, 3, 4, 5, 6, 7, 8}));
     EXPECT_EQ(Load("deflated")->GetNext(m_Reader.Load(Path("deflated").c_str())->GetFirst()), nullptr);
     EXPECT_TRUE(m_Reader.IsDeflated());

@@ -65,11 +65,7 @@ inline VR* MakeText(std::uint16_t group, std::uint16_t element, const char (&typ
 }
 
 inline VR* MakeU16(std::uint16_t group, std::uint16_t element, std::uint16_t value) {
-    auto* const made = new VR(group, element, 2, 1);
-    made->m_TypeCode = TypeCode("US");
-    made->m_pData[0] = static_cast<unsigned char>(value);
-    made->m_pData[1] = static_cast<unsigned char>(value >> 8);
-    return made;
+    return MakeText(group, element, "US", {static_cast<char>(value), static_cast<char>(value >> 8)});
 }
 
 inline DcmDictionary& PublicDictionary() {

@@ -58,39 +58,17 @@ TEST(HostileStream, TruncatedAtEveryByteAndEveryLengthFalsified) {
     }
 }
 
-TEST(HostileStream, ATruncatedValueIsRefusedAndWhatCameBeforeStays) {
-    const Bytes stream = Join({le.Short(0x0008, 0x0060, "CS", "CT"), le.Long(0x7FE0, 0x0010, "OW", 100), Text("ab")});
+TEST(HostileStream, NestingOfKnownLengthsBeyondTheLimitIsRefused) {
     TransferSyntaxCodec codec;
     DICOMFileReader reader(codec);
+    Bytes stream;
+    for (unsigned left = 2'000'000; left > 0; left -= 20) {
+        const Bytes head = Join({le.Long(0x0040, 0xA730, "SQ", left - 12), le.Item(left - 20)});
+        stream.insert(stream.end(), head.begin(), head.end());
+    }
     const auto set = reader.LoadMemory(stream.data(), stream.size());
     EXPECT_FALSE(reader.IsComplete());
-    EXPECT_NE(set->GetVR(0x0008, 0x0060), nullptr);
-    EXPECT_EQ(set->GetVR(0x7FE0, 0x0010), nullptr);
-}
-
-TEST(HostileStream, NestingBeyondTheLimitIsRefused) {
-    TransferSyntaxCodec codec;
-    DICOMFileReader reader(codec);
-    for (const bool definedLength : {false, true}) {
-        Bytes stream;
-        for (unsigned level = 0; level < 100000; ++level) {
-            const unsigned left = 20 * (100000 - level);
-            const Bytes head = Join({le.Long(0x0040, 0xA730, "SQ", definedLength ? left - 12 : 0xFFFFFFFF),
-                                     le.Item(definedLength ? left - 20 : 0xFFFFFFFF)});
-            stream.insert(stream.end(), head.begin(), head.end());
-        }
-        const auto set = reader.LoadMemory(stream.data(), stream.size());
-        EXPECT_FALSE(reader.IsComplete());
-        EXPECT_NE(set->GetVR(0x0040, 0xA730), nullptr);
-    }
-    Bytes deepest;
-    for (int level = 0; level < 256; ++level) {
-        deepest = Join({le.Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF), le.Item(0xFFFFFFFF), deepest, le.ItemEnds(),
-                        le.SequenceEnds()});
-    }
-    LoadAndEncode(deepest);
-    reader.LoadMemory(deepest.data(), deepest.size());
-    EXPECT_TRUE(reader.IsComplete());
+    EXPECT_NE(set->GetVR(0x0040, 0xA730), nullptr);
 }
 
 TEST(HostileStream, AStreamWithoutAKnownEndIsReadInSteps) {
