@@ -73,23 +73,21 @@ private:
 
 // ---- Numbers in text
 
+constexpr char kNumberTexts[] =
+    "1,234|1,2,3.5|-1,234,567E-1|1-|1 -|1+|1$|1$-|1-$|-1-|(1-)|1e1|-1E+2|(1e-1)|1e+|1 e5|&H1F|&h10|&H|&HG|&H1.5|&17|"
+    "&O17|&o7|&O8|&O7777777777|&HFF|&H80|&H7FFF|&H8000|&HFFFF|&H7FFFFFFF|0x10|True|true|FALSE|#TRUE#|#FALSE#|Yes|on|T|"
+    "#true|abc|1'234|1_000|\x80|inf|nan|1.#INF|12:00|1/2/2000|12,34,567.5|1.7e+0005|1e0000000001|1e99999|0e99999|.e3|"
+    ".5e3|1e2.5|1d5|-0|()|00.5|2.50000000000000000001|3.4999999999999999999999|3.4e38|3.5e38|-3.5e38|"
+    "123456789012345678901234567890|123456789012345e-20|123456.789e3|0.1|1e-400|"
+    "000000000000000000000000000000000000000000001";
+
 void NumberTexts(Table& table) {
     for (const std::string& before : Split("| |+|-|(|$|-$|$-|($|- |--|( |\t|\xA0|&H|,|.|1 |x")) {
         for (const std::string& after : Split("| |)| )|)-|\n|,|.|x|e| 1|.5|,,5")) {
             table.Text(std::string(before).append("1").append(after), kNumbers);
         }
     }
-    for (
-        const std::string& text : Split(
-            "1,234|1,2,3.5|-1,234,567E-1|1-|1 -|1+|1$|1$-|1-$|-1-|(1-)|1e1|-1E+2|(1e-1)|1e+|1 "
-            "e5|&H1F|&h10|&H|&HG|&H1.5|&17|&O17|&o7|&O8|"
-            "&O7777777777|&HFF|&H80|&H7FFF|&H8000|&HFFFF|&H7FFFFFFF|0x10|True|true|FALSE|#TRUE#|#FALSE#|Yes|on|T|#true|"
-            "abc|1'234|1_000|\x80|inf|nan|1.#INF|12:00|1/2/2000|12,34,567.5|1.7e+0005|1e0000000001|1e99999|0e99999|.e3|"
-            ".5e3|1e2.5|1d5|-0|()|00.5|2.50000000000000000001|3.4999999999999999999999|3.4e38|3.5e38|-3.5e38|"
-            "123456789012345678901234567890|123456789012345e-20|123456.789e3|0.1|1e-400|"
-            "000000000000000000000000000000000000000000001")) {
-        table.Text(text, kNumbers);
-    }
+    for (const std::string& text : Split(kNumberTexts)) table.Text(text, kNumbers);
     table.Text(std::string("1\0002", 3), kNumbers);
     // Bits with the highest one set, as integers only.
     for (const std::string& text : Split("&H80000000|&HFFFFFFFF|&H100000000|&H7FFFFFFFFFFFFFFF|&H8000000000000000")) {
