@@ -43,10 +43,10 @@ class Side:
             shutil.copytree(SAMPLES, folder / "samples")
 
     def run(self, program, *arguments, env=None):
-        """(exit status, standard output, standard error)"""
+        """(exit status in digits, standard output, standard error)"""
         command = [*self.command[:-1], f"{self.command[-1]}/{program}{self.suffix}", *map(str, arguments)]
         done = subprocess.run(command, cwd=self.folder, env=env, capture_output=True, timeout=300, check=False)
-        return done.returncode, done.stdout, done.stderr
+        return b"%d" % done.returncode, done.stdout, done.stderr
 
 
 class Comparison:
@@ -61,17 +61,16 @@ class Comparison:
         self.runs += 1
         for what, a, b in zip(("exit status", "standard output", "standard error"), native, windows):
             if a != b:
-                self.differ(f"{what} of {program} {' '.join(map(str, arguments))}", str(a).encode() if isinstance(a, int)
-                            else a, str(b).encode() if isinstance(b, int) else b)
-        return native[0], native[1]
+                self.differ(f"{what} of {program} {' '.join(map(str, arguments))}", a, b)
+        return int(native[0]), native[1]
 
     def differ(self, what, a, b):
         self.differences += 1
         print(f"DIFFERENT: {what}, {len(a)} and {len(b)} bytes")
-        lines = [data.decode("latin-1").splitlines() for data in (a, b)]
-        if b"\0" in a or len(lines[0]) > 100000:
-            print(f"  from byte {next((i for i, pair in enumerate(zip(a, b)) if pair[0] != pair[1]), min(len(a), len(b)))}")
+        if b"\0" in a:
+            print(f"  from byte {len(os.path.commonprefix([a, b]))}")
             return
+        lines = [data.decode("latin-1").splitlines() for data in (a, b)]
         for line in list(difflib.unified_diff(*lines, "native", "windows", lineterm="", n=0))[:12]:
             print("  " + line[:300])
 

@@ -3,24 +3,25 @@
 #include <Korvane/Korvane.h>
 #include <Korvane/platform/Terminal.h>
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
-#include <iterator>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace {
 
-void PrintBits(const char* name, const float* values, std::size_t count) {
+void PrintBits(const char* name, std::span<const float> values) {
     std::printf("%s", name);
-    for (std::size_t i = 0; i < count; ++i) std::printf(" %08X", unsigned{std::bit_cast<std::uint32_t>(values[i])});
+    for (const float value : values) std::printf(" %08X", unsigned{std::bit_cast<std::uint32_t>(value)});
     std::printf("\n");
 }
 
 /// Fowler, Noll and Vo's hash, 64 bits.
-std::uint64_t Hash(const void* bytes, std::size_t count) {
+unsigned long long Hash(const void* bytes, std::size_t count) {
     std::uint64_t hash = 0xCBF29CE484222325U;
     for (const auto* byte = static_cast<const unsigned char*>(bytes); count > 0; --count, ++byte) {
         hash = (hash ^ *byte) * 0x100000001B3U;
@@ -33,25 +34,17 @@ void PrintPlanes(CVolume& volume, const int (&dim)[4]) {
                        static_cast<std::size_t>(dim[3]) * static_cast<std::size_t>(volume.GetTypeSize());
     for (int k = 0; k < dim[2]; ++k) {
         CImagePlane& plane = *volume.GetPlane(k);
-        std::printf("plane %d %016llX", k,
-                    static_cast<unsigned long long>(Hash(plane.m_pData, plane.m_pData != nullptr ? bytes : 0)));
-        PrintBits("", plane.m_Org, 3);
+        std::printf("plane %d %016llX", k, Hash(plane.m_pData, plane.m_pData != nullptr ? bytes : 0));
+        PrintBits("", plane.m_Org);
         float thickness[3];
         thickness[0] = volume.GetSliceThickness(static_cast<short>(k), thickness + 1, thickness + 2);
-        PrintBits("thickness", thickness, 3);
+        PrintBits("thickness", thickness);
     }
-}
-
-void PrintTable(CVolume& volume) {
     volume.UpdateZInterpArray();
-    int dims[3];
-    volume.GetVoxelDims(dims);
-    std::printf("table %d %d %d\n", dims[0], dims[1], dims[2]);
     for (int i = 0; const ZInterpVector* const record = volume.MapVoxToZInterp(i); ++i) {
         std::printf("record %d planes %d %d", i, record->m_nLow, record->m_nHigh);
-        const float values[] = {record->m_z,     record->m_t,       record->m_wLow,
-                                record->m_wHigh, record->m_zLowVox, record->m_zHighVox};
-        PrintBits("", values, std::size(values));
+        PrintBits("", std::array{record->m_z, record->m_t, record->m_wLow, record->m_wHigh, record->m_zLowVox,
+                                 record->m_zHighVox});
     }
 }
 
@@ -59,28 +52,22 @@ void Describe(CDicomVolume& assembled, const char* dump) {
     CVolume& volume = *assembled.GetVolume();
     volume.Dump(dump);
     int dim[4];
-    float four[4];
-    float orientation[2][3];
+    float spacing[4], origin[4], orientation[2][3], voxel[3] = {1.25F, 2.5F, 3.75F}, patient[3];
     volume.GetDimensions(dim);
     std::printf("%d x %d x %d x %d, type %d, %lld to %lld\n", dim[0], dim[1], dim[2], dim[3],
                 static_cast<int>(volume.GetType()), volume.GetMin(), volume.GetMax());
-    volume.GetSpacing(four);
-    PrintBits("spacing", four, 4);
-    volume.GetOrigin(four);
-    PrintBits("origin", four, 4);
+    volume.GetSpacing(spacing);
+    PrintBits("spacing", spacing);
+    volume.GetOrigin(origin);
+    PrintBits("origin", origin);
     volume.GetOrientation(orientation);
-    for (const auto& cosines : orientation) PrintBits("orientation", cosines, 3);
-    PrintBits("row", assembled.m_Row, 3);
-    PrintBits("column", assembled.m_Col, 3);
-    PrintBits("normal", assembled.m_Normal, 3);
-    float voxel[3] = {1.25F, 2.5F, 3.75F};
-    float patient[3];
+    for (const auto& cosines : orientation) PrintBits("orientation", cosines);
+    for (const auto& unit : {assembled.m_Row, assembled.m_Col, assembled.m_Normal}) PrintBits("unit", {unit, 3});
     assembled.VolToDicom(voxel, patient);
-    PrintBits("patient", patient, 3);
+    PrintBits("patient", patient);
     for (const int index : assembled.m_SliceToIndex) std::printf("%d ", index);
     std::printf("\n");
     PrintPlanes(volume, dim);
-    PrintTable(volume);
 }
 
 void Assemble(const std::vector<std::string>& arguments) {
