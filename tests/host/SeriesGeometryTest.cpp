@@ -30,56 +30,38 @@ TEST(SeriesGeometryTest, StacksAscendAlongTheNormalWhateverTheListOrder) {
     EXPECT_TRUE(geometry.uneven.empty());
 }
 
-TEST(SeriesGeometryTest, PositionsOfMicrometresStayApart) {
-    const SeriesGeometry geometry = StudyGeometry(AxialAt({0, 0.004, 0.008, 0.012}));
-    EXPECT_EQ(geometry.stacks.size(), 4U);
-    EXPECT_EQ(geometry.volumes, 1U);
-}
-
-TEST(SeriesGeometryTest, AGapThatIsAMultipleTellsHowManySlicesAreMissing) {
-    const SeriesGeometry geometry = StudyGeometry(AxialAt({0, 2, 4, 10, 12, 15, 17}));
-    ASSERT_EQ(geometry.uneven.size(), 2U);
-    EXPECT_EQ(geometry.uneven[0].index, 2U);
-    EXPECT_EQ(geometry.uneven[0].missing, 2);
-    EXPECT_EQ(geometry.uneven[1].index, 4U);
-    EXPECT_EQ(geometry.uneven[1].missing, 0);
-    EXPECT_DOUBLE_EQ(geometry.usualGap, 2);
-}
-
-TEST(SeriesGeometryTest, RoundedPositionsAreEven) {
-    EXPECT_TRUE(StudyGeometry(AxialAt({0, 0.333, 0.667, 1, 1.333})).uneven.empty());
-    EXPECT_FALSE(StudyGeometry(AxialAt({0, 5, 10, 15.2, 20.2})).uneven.empty());
+// Micrometres stay apart, rounded positions are even, and a gap that is a multiple tells how many slices are missing.
+TEST(SeriesGeometryTest, UnevenGapsTellWhatIsMissing) {
+    using Gaps = std::vector<std::pair<std::size_t, int>>;
+    const std::pair<std::vector<double>, Gaps> cases[] = {{{0, 0.004, 0.008, 0.012}, {}},
+                                                          {{0, 0.333, 0.667, 1, 1.333}, {}},
+                                                          {{0, 5, 10, 15.2, 20.2}, {{2, 0}}},
+                                                          {{0, 2, 4, 10, 12, 15, 17}, {{2, 2}, {4, 0}}}};
+    for (const auto& [heights, uneven] : cases) {
+        const SeriesGeometry geometry = StudyGeometry(AxialAt(heights));
+        Gaps found;
+        for (const auto& gap : geometry.uneven) found.emplace_back(gap.index, gap.missing);
+        EXPECT_EQ(found, uneven) << heights[1];
+        EXPECT_EQ(geometry.stacks.size(), heights.size());
+        EXPECT_NEAR(geometry.usualGap, heights[1], 0.01 * heights[1]);
+    }
 }
 
 TEST(SeriesGeometryTest, TiltIsTheAngleToTheNormalWhicheverWayTheNormalPoints) {
     std::vector<FramePlace> leaning = {At(0, 0, 0), At(0, 1, 10)};
-    EXPECT_NEAR(StudyGeometry(leaning).tilt, 5.7106, 1e-3);
-    for (FramePlace& place : leaning) place.orientation = {1, 0, 0, 0, -1, 0};
-    EXPECT_NEAR(StudyGeometry(leaning).tilt, 5.7106, 1e-3);
-    EXPECT_NEAR(StudyGeometry(AxialAt({3, 1, 2})).tilt, 0, 1e-9);
+    for (const double column : {1.0, -1.0}) {
+        for (FramePlace& place : leaning) place.orientation = {1, 0, 0, 0, column, 0};
+        EXPECT_NEAR(StudyGeometry(leaning).tilt, 5.7106, 1e-3);
+    }
 }
 
-TEST(SeriesGeometryTest, SlicesWithoutPositionAreSetAside) {
-    std::vector<FramePlace> places = AxialAt({0, 1, 2});
-    places[1].hasPosition = false;
-    const SeriesGeometry geometry = StudyGeometry(places);
-    EXPECT_EQ(geometry.unplaced, std::vector<std::size_t>{1});
-    EXPECT_EQ(geometry.stacks.size(), 2U);
-}
-
-TEST(SeriesGeometryTest, UnusableNumbersGiveAResult) {
+TEST(SeriesGeometryTest, UnusableSlicesAreSetAside) {
     std::vector<FramePlace> places = AxialAt({0, 0, 1e300});
     for (FramePlace& place : places) place.orientation = {0, 0, 0, 0, 0, 0};
     EXPECT_EQ(StudyGeometry(places).stacks.size(), 2U);
+    places[1].hasPosition = false;
+    EXPECT_EQ(StudyGeometry(places).unplaced, std::vector<std::size_t>{1});
     EXPECT_TRUE(StudyGeometry({}).stacks.empty());
-}
-
-TEST(SeriesGeometryTest, LabelsNameTheStrongestDirectionsFirst) {
-    EXPECT_EQ(DirectionLabel(1, 0, 0), "L");
-    EXPECT_EQ(DirectionLabel(0, 0, -1), "F");
-    EXPECT_EQ(DirectionLabel(-0.2, 0.9, 0.05), "PR");
-    EXPECT_EQ(DirectionLabel(0, -0.7071, 0.7071), "AH");
-    EXPECT_EQ(DirectionLabel(0, 0, 0), "");
 }
 
 TEST(SeriesGeometryTest, RunsAreFewAndLong) {

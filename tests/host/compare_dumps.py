@@ -48,6 +48,8 @@ def made_file():
         ds.add_new(0x00090010, "LO", "MAKER")
         ds.add_new(0x00091001, "UN", b"\x01\x02\xff\x00\x80\x7f")
         ds.add_new(0x00091002, "UV", 2**60)
+        for length in (2, 4):  # with the 6 above, every remainder of base 64
+            ds.add_new(0x00091002 + length, "OB", bytes(range(256 - length, 256)))
     return edited(phantom("plain", "--size", 9, "--slices", 1), "made", change) / "0000.dcm"
 
 

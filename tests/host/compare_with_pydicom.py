@@ -14,58 +14,54 @@ from pydicom.sequence import Sequence
 SMALL = ("--size", 37, "--rows", 22, "--slices", 9)
 
 
-def check(volume, values, unsigned_shift, spacing=None):
+def check(volume, values, unsigned_shift, spacing):
     """Voxels, type and range of an exported volume against stored values."""
-    expected = values - 32767 if unsigned_shift else values
-    assert volume.voxels.shape == expected.shape, (volume.voxels.shape, expected.shape)
-    differ = int((volume.voxels.astype(numpy.int64) != expected).sum())
-    assert differ == 0, f"{differ} of {expected.size} voxels differ"
+    numpy.testing.assert_array_equal(volume.voxels.astype(int), values - 32767 if unsigned_shift else values)
     assert volume.maximum == values.max(), (volume.maximum, values.max())
-    if spacing is not None:
-        assert numpy.allclose(volume.spacing, spacing, atol=1e-4), (volume.spacing, spacing)
+    numpy.testing.assert_allclose(volume.spacing[:len(spacing)], spacing, atol=1e-4)
 
 
-def check_series(folder, name="volume", number=None):
+def check_series(folder, number=1):
     """Exports a series and compares; the unsigned shift must be reported exactly where it was made."""
-    values, sets = read_volume(folder, number or 1)
-    volume, out, _ = export(folder, *(["--volume", number] if number else []), name=name)
+    values, sets = read_volume(folder, number)
+    volume, out, _ = export(folder, *(["--volume", number] if number > 1 else []))
     shifted = sets[0].BitsAllocated == 16 and not sets[0].PixelRepresentation
-    heights = [host_test.height(ds) for ds in sets]
-    gap = (heights[-1] - heights[0]) / (len(sets) - 1) if len(sets) > 1 else None
-    pixel = [float(value) for value in sets[0].PixelSpacing]
-    check(volume, values, shifted, [*pixel, gap] if gap else None)
+    check(volume, values, shifted, spacing_of(sets))
     assert ("less 32767" in out) == shifted
     assert volume.bitpix == sets[0].BitsStored
 
 
+def spacing_of(sets):
+    """Along columns and rows, and where there are several slices between them on average."""
+    gaps = numpy.diff([host_test.height(ds) for ds in sets])
+    return [*map(float, sets[0].PixelSpacing), *([gaps.mean()] if len(gaps) else [])]
+
+
 def made_variants():
-    check_series(phantom("plain", *SMALL))
-    check_series(phantom("signed", *SMALL, "--signed"))
-    check_series(phantom("uneven", *SMALL, "--uneven", "--descending"))
-    check_series(phantom("oblique", *SMALL, "--oblique", "--signed", "--seed", 7))
+    for name, *options in (("plain",), ("uneven", "--uneven", "--descending"),
+                           ("oblique", "--oblique", "--signed", "--seed", 7)):
+        check_series(phantom(name, *SMALL, *options))
     check_series(phantom("single", "--size", 16, "--slices", 1))
-    for number in (1, 2, 3):
-        check_series(phantom(f"times{number}", *SMALL, "--volumes", 3), number=number)
+    times = phantom("times", *SMALL, "--volumes", 3)
+    for number in (2, 3):
+        check_series(times, number)
 
 
 def transfer_syntaxes():
     source = phantom("explicit", *SMALL, "--signed")
+    if shutil.which("dcmconv") is None:
+        print("skipped: dcmconv (dcmtk) is not installed")
+        return
     for flag in ("+ti", "+tb"):
-        if shutil.which("dcmconv") is None:
-            print("skipped: dcmconv (dcmtk) is not installed")
-            return
-        folder = WORK / flag
-        folder.mkdir()
+        folder, bare = WORK / flag, WORK / f"{flag}-bare"
+        folder.mkdir(), bare.mkdir()
         for path in source.iterdir():
             subprocess.run(["dcmconv", flag, path, folder / path.name], check=True)
-        check_series(folder)
-        bare = WORK / f"{flag}-bare"
-        bare.mkdir()
-        for path in folder.iterdir():
             subprocess.run(["dcmconv", "-F", flag, path, bare / path.name], check=True)
+        check_series(folder)
         assert [series["slices"] for series in info(bare)] == [9]
-        values, _ = read_volume(folder)
-        check(export(bare)[0], values, False)
+        values, sets = read_volume(folder)
+        check(export(bare)[0], values, False, spacing_of(sets))
 
 
 def pixel_layouts():
@@ -73,7 +69,7 @@ def pixel_layouts():
 
     def high_bits(ds, _):  # 12 bits at the top of the word
         words = numpy.frombuffer(ds.PixelData, "<u2")
-        ds.HighBit, ds.PixelData = 15, (words << 4 | 5).astype("<u2").tobytes()
+        ds.HighBit, ds.PixelData, ds.NumberOfFrames = 15, (words << 4 | 5).astype("<u2").tobytes(), "1"
 
     def overlay_bits(ds, _):  # rubbish above the stored bits, signed
         words = numpy.frombuffer(ds.PixelData, "<u2")
@@ -85,10 +81,7 @@ def pixel_layouts():
         ds.PixelData = values.tobytes() + b"\0"
         ds["PixelData"].VR = "OB"
 
-    def one_frame_each(ds, _):
-        ds.NumberOfFrames = "1"
-
-    for change in (high_bits, overlay_bits, bytes_of_odd_size, one_frame_each):
+    for change in (high_bits, overlay_bits, bytes_of_odd_size):
         check_series(edited(source, change.__name__, change))
 
 
@@ -101,7 +94,7 @@ def other_numbering():
     def drop(ds, _):
         del ds.ImagePositionPatient, ds.SliceLocation
 
-    check(export(edited(source, "nowhere", drop))[0], values, True)
+    check(export(edited(source, "nowhere", drop))[0], values, True, [])
 
 
 def enhanced(source, order, shared_position=False):
@@ -142,8 +135,7 @@ def multi_frame_objects():
     whole = enhanced(source, [4, 0, 8, 2, 6, 1, 3, 5, 7])
     whole.save_as(folder / "all.dcm")
     volume, out, _ = export(folder)
-    check(volume, values, False, [*map(float, sets[0].PixelSpacing), (host_test.height(sets[-1]) -
-                                                                     host_test.height(sets[0])) / 8])
+    check(volume, values, False, spacing_of(sets))
     assert "stored * 1 + -1024" in out
     assert "41,401 of the series" in korvane("slice", folder, "--view", "axial", "-o", WORK / "picture.png")[0]
     (series,) = info(folder)
@@ -162,7 +154,7 @@ def multi_frame_objects():
     dose.FrameIncrementPointer = 0x3004000C
     dose.GridFrameOffsetVector = [f"{host_test.height(ds) - host_test.height(sets[0]):.4f}" for ds in sets]
     dose.save_as(folder / "all.dcm")
-    check(export(folder)[0], values, False)
+    check(export(folder)[0], values, False, spacing_of(sets))
     assert abs(info(folder)[0]["gaps"]["largest"] - 10) < 1e-3
     del dose.GridFrameOffsetVector, dose.FrameIncrementPointer
     for distance in ("2.5", None, "4"):
@@ -182,11 +174,11 @@ def real_files():
         print("skipped: there are no sample files here")
         return
     for number in range(1, 11):
-        check_series(SAMPLES / "mr-epi-5x30", number=number)
+        check_series(SAMPLES / "mr-epi-5x30", number)
     for name in ("CT_small", "MR_small", "MR_small_implicit", "MR_small_bigendian", "MR_small_padded", "emri_small",
                  "examples_overlay"):
         ds = pydicom.dcmread(SAMPLES / "files" / f"{name}.dcm")
-        check(export(SAMPLES / "files" / f"{name}.dcm")[0], stored_values(ds), not ds.PixelRepresentation)
+        check(export(SAMPLES / "files" / f"{name}.dcm")[0], stored_values(ds), not ds.PixelRepresentation, [])
     check_series(SAMPLES / "dicomdir" / "98892001" / "CT5N")
 
 
