@@ -4,6 +4,7 @@
 #include "platform/Layout.h"
 #include "platform/Signals.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -12,6 +13,9 @@
 #include <limits>
 
 namespace {
+
+/// Bytes that one call of ftplib sends: what a slow connection still takes within the time limit.
+constexpr int kBlock = 65536;
 
 char g_NoReply[] = "";
 
@@ -30,9 +34,9 @@ int CFTPSend::Timeout = 60'000;
 /// One call of ftplib: bounded, and without SIGPIPE.
 class CFTPSend::Call {
 public:
-    explicit Call(const CFTPSend& sender, NetBuf* data = nullptr, int bytes = 0) : m_pWatch(sender.m_pWatch.get()) {
+    explicit Call(const CFTPSend& sender, NetBuf* data = nullptr) : m_pWatch(sender.m_pWatch.get()) {
         if (m_pWatch != nullptr) {
-            m_pWatch->Begin(data, bytes);
+            m_pWatch->Begin(data);
         }
     }
     ~Call() {
@@ -184,8 +188,20 @@ int CFTPSend::Send(const void* bytes, int count) {
     if (m_pData == nullptr || !HasSession()) {
         return -1;
     }
-    const Call call(*this, m_pData, count);
-    const int sent = FtpWrite(bytes, count, m_pData);
-    m_bFailed |= sent != count;
+    const auto* const text = static_cast<const char*>(bytes);
+    int sent = 0;
+    do {
+        int block = std::min(count - sent, kBlock);
+        if (sent + block < count && text[sent + block - 1] == '\r') {
+            --block;  // text transfer adds one to a line feed that has none in front of it in the same call
+        }
+        const Call call(*this, m_pData);
+        const int result = FtpWrite(text + sent, block, m_pData);
+        if (result != block) {
+            m_bFailed = true;
+            return result > 0 ? sent + result : result;
+        }
+        sent += block;
+    } while (sent < count);
     return sent;
 }

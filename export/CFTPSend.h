@@ -28,7 +28,7 @@ public:
     static bool Init;
 
     /// The longest wait of one call, in milliseconds, for sessions that begin from now on; 0 for no limit. At first
-    /// 60,000. `Write` and `Print` get a millisecond more for each byte.
+    /// 60,000. `Write` may take as long for each 64 KB.
     static int Timeout;
 
     CFTPSend();

@@ -122,11 +122,11 @@ FtpWatch::~FtpWatch() {
     }
 }
 
-void FtpWatch::Begin(NetBuf* data, int bytes) {
+void FtpWatch::Begin(NetBuf* data) {
     if (m_Thread.joinable() && !m_bLost) {
         const std::lock_guard lock(m_Mutex);
         m_nData = data == nullptr ? -1 : SocketOf(data);
-        m_Deadline = Clock::now() + m_Limit + std::chrono::milliseconds(bytes);
+        m_Deadline = Clock::now() + m_Limit;
     }
 }
 

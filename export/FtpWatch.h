@@ -29,9 +29,8 @@ public:
     FtpWatch(const FtpWatch&) = delete;
     FtpWatch& operator=(const FtpWatch&) = delete;
 
-    /// A call begins that waits for the control connection and for `data` (may be null); `bytes` of data get one
-    /// millisecond each on top of the limit.
-    void Begin(NetBuf* data, int bytes);
+    /// A call begins that waits for the control connection and for `data` (may be null).
+    void Begin(NetBuf* data);
     void End();
 
     /// `FtpAccess` for writing, within the limit; null on failure. It may hang where there is nothing to break yet: in

@@ -1,7 +1,8 @@
 // Drives FTP saves for test_ftp.py:
 //
-//     save_url FORMAT URL SIDE TIMEOUT   a volume of 4 slices of SIDE x SIDE voxels to URL, then to file:local\vol from a
-//                                        fresh exporter; prints one line each: results, whether the writer stayed, text
+//     save_url FORMAT URL SIDE TIMEOUT   a volume of 4 slices of SIDE x SIDE voxels ("bytes": Analyze, 8 bits) to URL, then
+//                                        to file:local\vol from a fresh exporter; prints one line each: results, whether
+//                                        the writer stayed, text
 //     save_url writer HOST               what a writer does besides
 #include "export/ExportFixture.h"
 
@@ -9,9 +10,9 @@
 
 namespace {
 
-template <class Exporter>
+template <class Exporter, int Bits = 16>
 void Save(const char* url, int side, int timeout) {
-    const TestSeries::Form form{.slices = 4, .rows = side, .columns = side};
+    const TestSeries::Form form{.slices = 4, .bits = Bits, .isSigned = Bits == 16, .rows = side, .columns = side};
     TestSeries series(form);
     series.Range(0, 4 * side * side - 1);
     Exporter exporter, fresh;
@@ -55,9 +56,10 @@ int main(int count, char** words) {
         Write(words[2]);
         return 0;
     }
-    const auto save = arguments[0] == "bob"   ? Save<CCBobVolume>
-                      : arguments[0] == "vox" ? Save<CRTVizVolume>
-                                              : Save<CAnalyzeVolume>;
+    const auto save = arguments[0] == "bob"     ? Save<CCBobVolume>
+                      : arguments[0] == "vox"   ? Save<CRTVizVolume>
+                      : arguments[0] == "bytes" ? Save<CAnalyzeVolume, 8>
+                                                : Save<CAnalyzeVolume>;
     save(words[2], std::stoi(arguments[2]), std::stoi(arguments[3]));
     return 0;
 }
