@@ -30,10 +30,6 @@ std::string Thrown(const std::function<void()>& call) {
     return "nothing";
 }
 
-int NoLink(const char*, const char*, void*) {
-    return 0;
-}
-
 class Builder : public CCDRObject {
 public:
     using CCDRObject::CopyPrivateFile;
@@ -71,9 +67,9 @@ protected:
     }
     ~CCDRObjectTest() override { fs::remove_all(m_Folder); }
 
-    std::string Save(DICOMObject& set, int syntax = kExplicitLittleEndian) {
+    std::string Save(DICOMObject& set, int mode = 3) {
         const std::string path = (m_Folder / ("in" + std::to_string(++m_Files))).string();
-        EXPECT_EQ(SaveDICOMFile(path.c_str(), syntax == kExplicitLittleEndian ? 3 : 2, &set), 1);
+        EXPECT_EQ(SaveDICOMFile(path.c_str(), mode, &set), 1);
         return path;
     }
     std::string Add(const Set& set) { return m_Builder.AddIOD(Save(*set), false); }
@@ -84,7 +80,7 @@ protected:
     }
     WrittenDirectory Write() {
         EXPECT_TRUE(m_Builder.WriteCDR("\\DICOMDIR"));
-        return WrittenDirectory((Root() / "DICOMDIR").string());
+        return WrittenDirectory(Bytes(Root() / "DICOMDIR"));
     }
 
     // Of its own for each test: they run side by side.
@@ -134,20 +130,25 @@ TEST_F(CCDRObjectTest, EachClassHasItsRecordAndElements) {
     const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
     ASSERT_EQ(dictionary.Build(rows, count), 1);
     CCDRObject::SetDictionary(&dictionary);
-    const std::string head = "|00041512 UI:1.2.840.10008.1.2.1 |00200013 IS:7 ";
+    // Bare files are transcoded: the RT classes to implicit.
+    const std::string head = "|00041512 UI:1.2.840.10008.1.2 |00200013 IS:7 ";
     const std::string code("\xFE\xFF\0\xE0\xFF\xFF\xFF\xFF\x08\0\0\1SH\4\0"
                            "11-1\x08\0\4\1LO\4\0\xFC"
                            "ber\xFE\xFF\x0D\xE0\0\0\0\0\xFE\xFF\xDD\xE0\0\0\0\0",
                            48);
     const std::tuple<std::string, std::string, std::string> cases[] = {
+        {kSR, "SR DOCUMENT ",
+         "|00041512 UI:1.2.840.10008.1.2.1 |00080005 CS:ISO_IR 100|00080023 DA:ab|00080033 TM:ab|00200013 IS:7 "
+         "|0040A030 DT:ab|0040A043 SQ:" +
+             code + "|0040A491 CS:ab|0040A493 CS:ab"},
         {kRT + "1", "IMAGE ", head},
         {kRT + "2", "RT STRUCTURE SET", head + "|3004000A CS:ab"},
         {kRT + "3", "RT STRUCTURE SET", head + "|30060002 SH:ab|30060008 DA:ab|30060009 TM:ab"},
+        {kRT + "4", "IMAGE ", head},
         {kRT + "5", "RT PLAN ", head + "|300A0002 CS:ab|300A0006 DA:ab|300A0007 TM:ab"},
-        {kSR, "SR DOCUMENT ",
-         "|00041512 UI:1.2.840.10008.1.2 |00080005 CS:ISO_IR 100|00080023 DA:ab|00080033 TM:ab|00200013 IS:7 "
-         "|0040A030 DT:ab|0040A043 SQ:" +
-             code + "|0040A491 CS:ab|0040A493 CS:ab"},
+        {kRT + "6", "IMAGE ", head},
+        {kRT + "7", "IMAGE ", head},
+        {kRT + "8", "IMAGE ", "|00041512 UI:1.2.840.10008.1.2.1 |00200013 IS:7 "},
     };
     for (const auto& [sopClass, type, tail] : cases) {
         const Set set = MakeSet("A", "1", "1.1", sopClass + ".9", sopClass);
@@ -161,7 +162,7 @@ TEST_F(CCDRObjectTest, EachClassHasItsRecordAndElements) {
                         "11-1\x08\0\x04\x01\x04\0\0\0\xFC"
                         "ber\x09\0\x10\0\x04\0\0\0priv",
                         44));
-        m_Builder.AddIOD(Save(*set, sopClass == kSR ? kImplicitLittleEndian : kExplicitLittleEndian), false);
+        m_Builder.AddIOD(Save(*set, 1), true);
     }
     CCDRObject::SetDictionary(nullptr);
     const WrittenDirectory written = Write();
@@ -215,7 +216,7 @@ TEST_F(CCDRObjectTest, LinksAreMadeWhereTheyCanAndCopiesForGoodWhereNot) {
     const fs::path linked = OnDisk(m_Builder.AddIOD(source, false));
     std::ofstream(source, std::ios::app) << "more";
     EXPECT_EQ(Bytes(linked) == Bytes(source), m_Builder.m_pCopyFunction != &Builder::MyCopyFunc);
-    m_Builder.m_pCopyFunction = NoLink;
+    m_Builder.m_pCopyFunction = [](const char*, const char*, void*) { return 0; };
     const std::string copied = Add(MakeSet("A", "1", "1.1", "1.1.2"));
     EXPECT_TRUE(fs::exists(OnDisk(copied)));
     EXPECT_EQ(m_Builder.m_pCopyFunction, &Builder::MyCopyFunc);

@@ -3,9 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -17,9 +15,7 @@ public:
     std::vector<std::string> records;  // in the order of the offsets' tree: depth and elements, links aside
     Elements top;
 
-    explicit WrittenDirectory(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
-        m_Bytes.assign(std::istreambuf_iterator<char>(file), {});
+    explicit WrittenDirectory(const std::string& bytes) : m_Bytes(bytes) {
         EXPECT_EQ(m_Bytes.substr(0, 132), std::string(128, '\0') + "DICM");
         std::size_t at = 132;
         while (at < m_Bytes.size() && Number(at) % 0x10000 != 0xFFFE && top[0x00041220].empty()) {
