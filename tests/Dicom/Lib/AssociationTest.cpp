@@ -40,7 +40,7 @@ Served Serve(const Bytes& script, bool closes = true, const AcceptPolicy& policy
         if (closes) peer.ShutDown();
     });
     service.SetArtim(1);
-    service.GetSocket().SetTimeout(1);
+    if (pause > 0) service.GetSocket().SetTimeout(1);
     NoSink sink;
     const Event event = StorageProvider(service, sink).Serve(policy);
     EXPECT_EQ(service.GetState(), DcmService::State::Idle);
