@@ -169,9 +169,7 @@ TEST_F(Storage, AnswersTellWhatIsWrongAndNothingHalfIsLeft) {
         {"again", StoreCommand(), good, kStatusSuccess},
     };
     for (const std::string& noUid : {"../../1"s, "1\\2"s, "1..2"s, ""s, std::string(65, '1')}) {
-        EXPECT_EQ(Status(StoreCommand(noUid), SmallSet(noUid), "in"),
-                  (std::pair<std::uint16_t, std::size_t>(kStatusInvalidInstance, 0)))
-            << noUid;
+        EXPECT_EQ(Status(StoreCommand(noUid), SmallSet(noUid), "in").first, kStatusInvalidInstance) << noUid;
     }
     for (const auto& c : cases) {
         const auto [status, files] = Status(c.command, c.data, c.folder);
