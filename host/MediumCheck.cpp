@@ -28,7 +28,9 @@ std::vector<unsigned char> ReadWhole(const std::string& path) {
     if (file.GetSize() > kLargest) throw HostError("cannot read " + path + ": too large");
     std::vector<unsigned char> bytes(static_cast<std::size_t>(file.GetSize()));
     bytes.resize(file.Read(bytes.data(), bytes.size()));
-    if (file.HasFailed()) throw HostError("cannot read " + path + ": " + SystemText(errno));
+    const int error = errno;
+    StopIfInterrupted();
+    if (file.HasFailed()) throw HostError("cannot read " + path + ": " + SystemText(error));
     return bytes;
 }
 
