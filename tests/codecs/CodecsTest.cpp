@@ -221,7 +221,7 @@ TEST(Jpeg2000Header, WhatWouldTakeMemoryBeyondTheImageIsRefused) {
         {65, {9}, "tile is damaged"},
     };
     const auto refusal = [](const Bytes& stream) -> std::string {
-        const bool isLarge = stream.size() > 8 && stream[10] == 0x80;
+        const bool isLarge = stream.size() > 10 && stream[10] == 0x80;
         const DcmFrameFormat format = isLarge ? Format(32768, 32768, 1, 8, 8) : Format(512, 256, 1, 8, 8);
         try {
             return Jpeg2000Header(stream, format).precision == 8 ? "" : "wrong precision";
