@@ -10,6 +10,7 @@
 namespace {
 
 constexpr std::string_view kExtension = ".dcm";
+constexpr int kMostCompared = 100;  // or a flood of versions of one instance would have all read for each
 
 /// Preamble and meta information (PS3.10 7.1); empty when memory runs out.
 std::vector<unsigned char> FileHead(const StorageRequest& request) {
@@ -39,17 +40,38 @@ bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t 
     if (b.GetSize() < head) return false;
     const std::uint64_t length = b.GetSize() - head;
     if (a.GetSize() < length || a.GetSize() - length > kPiece) return false;
-    std::vector<unsigned char> x(kPiece);
-    std::vector<unsigned char> y(kPiece);
+    const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, std::max(a.GetSize(), b.GetSize())));
+    std::vector<unsigned char> x(room);
+    std::vector<unsigned char> y(room);
     a.Read(x.data(), static_cast<std::size_t>(a.GetSize() - length));
     b.Read(y.data(), head);
     for (std::uint64_t left = length; left > 0;) {
-        const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(left, kPiece));
+        const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(left, room));
         if (a.Read(x.data(), step) != step || b.Read(y.data(), step) != step) return false;
         if (!std::equal(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(step), y.begin())) return false;
         left -= step;
     }
     return true;
+}
+
+std::string NumberedName(const std::string& path, int number) {
+    const std::string base = path.substr(0, path.size() - kExtension.size());
+    return base + "-" + std::to_string(number) + std::string(kExtension);
+}
+
+/// A name that no file has, behind the number `low`, which one has; found in few looks.
+std::string FreeName(const std::string& path, int low) {
+    const auto isTaken = [&](int number) { return platform::FileExists(NumberedName(path, number).c_str()); };
+    int high = low + 1;
+    for (int step = 1; isTaken(high); step *= 2) {
+        low = high;
+        high += step;
+    }
+    while (high - low > 1) {
+        const int middle = low + (high - low) / 2;
+        (isTaken(middle) ? low : high) = middle;
+    }
+    return NumberedName(path, high);
 }
 
 }  // namespace
@@ -93,16 +115,18 @@ std::uint16_t FolderSink::End() {
 
 /// Gives the file its name, which may be another than was thought.
 bool FolderSink::Settle() {
-    if (m_Existing == Existing::KeepBoth) {
-        const std::string base = m_Path.substr(0, m_Path.size() - kExtension.size());
-        for (int number = 2; platform::FileExists(m_Path.c_str()); ++number) {
-            platform::InputFile older;
-            platform::InputFile received;
-            const bool canCompare = older.Open(m_Path.c_str()) && received.Open(m_Part.c_str());
-            if (canCompare && HasSameDataSet(older, received, m_Head)) return platform::RemoveFile(m_Part.c_str());
-            if (older.HasFailed() || received.HasFailed()) return false;  // or Ctrl-C would leave one data set twice
-            m_Path = base + "-" + std::to_string(number) + std::string(kExtension);
+    const std::string first = m_Path;
+    for (int number = 2; m_Existing == Existing::KeepBoth && platform::FileExists(m_Path.c_str()); ++number) {
+        if (number > kMostCompared) {
+            m_Path = FreeName(first, number - 1);
+            break;
         }
+        platform::InputFile older;
+        platform::InputFile received;
+        const bool canCompare = older.Open(m_Path.c_str()) && received.Open(m_Part.c_str());
+        if (canCompare && HasSameDataSet(older, received, m_Head)) return platform::RemoveFile(m_Part.c_str());
+        if (older.HasFailed() || received.HasFailed()) return false;  // or Ctrl-C would leave one data set twice
+        m_Path = NumberedName(first, number);
     }
     return platform::RenameOver(m_Part.c_str(), m_Path.c_str());
 }
