@@ -17,7 +17,8 @@ endif()
 find_program(KORVANE_CCACHE ccache)
 mark_as_advanced(KORVANE_CCACHE)
 if(KORVANE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${KORVANE_CCACHE}")
+    # Without this it gives up on sources with precompiled headers.
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${KORVANE_CCACHE}")
 endif()
 
 # Warnings and arithmetic for one target of ours. Results must not depend on whether the compiler fuses a multiply and
