@@ -47,15 +47,22 @@ void Try(const std::shared_ptr<Attempt>& attempt) {
 
 /// False when the time ran out; the thread then goes on by itself. `control` is the session's connection, -1 for none.
 bool TryWithin(const std::shared_ptr<Attempt>& attempt, std::chrono::milliseconds limit, int control = -1) {
-    std::thread(Try, attempt).detach();
+    std::thread thread(Try, attempt);
     std::unique_lock lock(attempt->mutex);
     const auto isDone = [&attempt] { return attempt->done; };
     if (!attempt->finished.wait_for(lock, limit, isDone) && control >= 0) {
         platform::BreakConnection(control);
         attempt->finished.wait_for(lock, kGrace, isDone);
     }
-    attempt->abandoned = !attempt->done;
-    return attempt->done;
+    const bool done = attempt->done;
+    attempt->abandoned = !done;
+    lock.unlock();
+    if (done) {
+        thread.join();
+    } else {
+        thread.detach();
+    }
+    return done;
 }
 
 void QuitIfConnected(NetBuf* control) {

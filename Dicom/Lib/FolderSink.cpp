@@ -54,6 +54,17 @@ bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t 
     return true;
 }
 
+enum class Content { Same, Other, Unreadable };
+
+/// Has both files open no longer than it takes: Windows neither renames nor removes open ones.
+Content CompareDataSets(const std::string& older, const std::string& file, std::size_t head) {
+    platform::InputFile a;
+    platform::InputFile b;
+    const bool canCompare = a.Open(older.c_str()) && b.Open(file.c_str());
+    if (canCompare && HasSameDataSet(a, b, head)) return Content::Same;
+    return a.HasFailed() || b.HasFailed() ? Content::Unreadable : Content::Other;
+}
+
 std::string NumberedName(const std::string& path, int number) {
     const std::string base = path.substr(0, path.size() - kExtension.size());
     return base + "-" + std::to_string(number) + std::string(kExtension);
@@ -121,11 +132,9 @@ bool FolderSink::Settle() {
             m_Path = FreeName(first, number - 1);
             break;
         }
-        platform::InputFile older;
-        platform::InputFile received;
-        const bool canCompare = older.Open(m_Path.c_str()) && received.Open(m_Part.c_str());
-        if (canCompare && HasSameDataSet(older, received, m_Head)) return platform::RemoveFile(m_Part.c_str());
-        if (older.HasFailed() || received.HasFailed()) return false;  // or Ctrl-C would leave one data set twice
+        const Content content = CompareDataSets(m_Path, m_Part, m_Head);
+        if (content == Content::Same) return platform::RemoveFile(m_Part.c_str());
+        if (content == Content::Unreadable) return false;  // or Ctrl-C would leave one data set twice
         m_Path = NumberedName(first, number);
     }
     return platform::RenameOver(m_Part.c_str(), m_Path.c_str());
