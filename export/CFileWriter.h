@@ -12,7 +12,7 @@
 ///
 /// A writer is closed (no file) or open (one file). With no file, `Write` writes nothing, `Print` and `Seek` fail.
 ///
-/// Small writes are collected in a buffer of 256 KB, so a full disk may show in `Close` only.
+/// Small writes are collected in a buffer of 1 MB, so a full disk may show in `Close` only.
 ///
 /// A copy shares the open file of its source and must not outlive it: it can write to the file, but only the source
 /// closes it (`Close` of the copy flushes what was written and lets go).
