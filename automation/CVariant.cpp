@@ -1,4 +1,4 @@
-#include "automation/CVariant.h"
+#include "CVariant.h"
 
 #include <algorithm>
 #include <cstddef>

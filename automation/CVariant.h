@@ -3,8 +3,8 @@
 
 #include "../math/FMatrix.h"
 #include "../math/FVector.h"
-#include "../platform/Automation.h"
-#include "../platform/Export.h"
+#include "values/Automation.h"
+#include "../base/Export.h"
 
 /// Conversions between VARIANTs and floats. The functions need no object.
 ///

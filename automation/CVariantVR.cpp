@@ -1,12 +1,12 @@
-#include "automation/CVariantVR.h"
+#include "CVariantVR.h"
 
-#include "Dicom/Lib/TypeCode.h"
-#include "Dicom/Lib/VR.h"
-#include "automation/DateText.h"
-#include "automation/TextValues.h"
-#include "automation/Variant.h"
-#include "platform/Bytes.h"
-#include "platform/Layout.h"
+#include "Dicom/Lib/dataset/TypeCode.h"
+#include "Dicom/Lib/dataset/VR.h"
+#include "DateText.h"
+#include "TextValues.h"
+#include "Variant.h"
+#include "base/Bytes.h"
+#include "base/Layout.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // The values of a data element as automation values.
 #pragma once
 
-#include "../platform/Automation.h"
-#include "../platform/Export.h"
+#include "values/Automation.h"
+#include "../base/Export.h"
 
 #include <string>
 #include <string_view>

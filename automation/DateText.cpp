@@ -1,7 +1,7 @@
-#include "automation/DateText.h"
+#include "DateText.h"
 
-#include "automation/TextValues.h"
-#include "automation/Variant.h"
+#include "TextValues.h"
+#include "Variant.h"
 
 #include <cstdio>
 

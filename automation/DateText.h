@@ -2,7 +2,7 @@
 // none.
 #pragma once
 
-#include "platform/Automation.h"
+#include "values/Automation.h"
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "automation/TextValues.h"
+#include "TextValues.h"
 
 #include <algorithm>
 #include <cstdint>

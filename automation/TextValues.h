@@ -1,7 +1,7 @@
 // Texts inside elements: the values between backslashes, numbers in fixed columns, and the way to UTF-16 and back.
 #pragma once
 
-#include "platform/Automation.h"
+#include "values/Automation.h"
 
 #include <cstddef>
 #include <string>

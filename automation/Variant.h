@@ -1,7 +1,7 @@
 // A VARIANT that clears itself.
 #pragma once
 
-#include "platform/Automation.h"
+#include "values/Automation.h"
 
 namespace korvane_detail {
 

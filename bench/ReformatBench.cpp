@@ -3,7 +3,7 @@
 // Whole volumes of 16-bit voxels in every view plane, beside `memcpy` of as many bytes into fresh memory. Each round
 // runs everything once, so that what disturbs the machine disturbs all; ratios are medians of the ratios within a
 // round. Fails when an aim is missed.
-#include <Korvane/platform/Memory.h>
+#include <Korvane/platform/memory/Memory.h>
 #include <Korvane/slicing/CVolumeReformatter.h>
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 #include <Korvane/Dicom.h>
 #include <Korvane/export/CAnalyzeVolume.h>
 #include <Korvane/platform/File.h>
-#include <Korvane/platform/Memory.h>
+#include <Korvane/platform/memory/Memory.h>
 #include <Korvane/series/CDicomVolume.h>
 
 #include <cstdio>

@@ -4,7 +4,7 @@
 // machine disturbs all of them alike. The JSON file is bench_speed.json beside the program, unless named.
 #include "Report.h"
 
-#include <Korvane/platform/Memory.h>
+#include <Korvane/platform/memory/Memory.h>
 
 #include <benchmark/benchmark.h>
 

@@ -25,10 +25,12 @@ function(korvane_include_tree rooms)
         file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}" "${tree}/${folder}" SYMBOLIC)
     endforeach()
 
+    file(CREATE_LINK "${PROJECT_SOURCE_DIR}/kit" "${tree}/kit" SYMBOLIC)
+
     set(module_rooms ${rooms})
     list(REMOVE_ITEM module_rooms ${KORVANE_ARCHIVE_ROOMS})
     korvane_include_lines(KORVANE_MODULE_INCLUDES ${module_rooms})
-    korvane_include_lines(KORVANE_TOOLKIT_INCLUDES Dicom/Lib)
+    korvane_include_lines(KORVANE_TOOLKIT_INCLUDES ${KORVANE_TOOLKIT_ROOMS})
     foreach(header Korvane Dicom Version)
         configure_file("${PROJECT_SOURCE_DIR}/cmake/${header}.h.in" "${tree}/${header}.h" @ONLY)
     endforeach()

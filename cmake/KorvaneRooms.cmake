@@ -2,12 +2,14 @@
 #
 #   korvane_room(<folder> SOURCES <file>... HEADERS <file>...)
 #
-# makes the OBJECT library room_<name>; the name is the folder's first part in lower case ("Dicom/Lib" is room_dicom).
+# makes the OBJECT library room_<name>; the name is the folder's in lower case, its parts but "Lib" joined by "_"
+# ("Dicom/Lib/stream" is room_dicom_stream).
 # HEADERS are the public headers: they are installed, and the umbrella headers list them. A header that only the room
 # itself includes belongs to SOURCES.
 
 function(korvane_room_name folder out)
-    string(REGEX REPLACE "/.*" "" name "${folder}")
+    string(REPLACE "/Lib" "" name "${folder}")
+    string(REPLACE "/" "_" name "${name}")
     string(TOLOWER "${name}" name)
     set(${out} "${name}" PARENT_SCOPE)
 endfunction()

@@ -14,16 +14,42 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 
 # A room may include itself and these. Arrows run one way: no room is listed before one that it may use.
+TOOLKIT = {
+    "Dicom/Lib/stream": [],
+    "Dicom/Lib/dataset": [],
+    "Dicom/Lib/dictionary": ["dataset"],
+    "Dicom/Lib/syntax": ["stream", "dataset", "dictionary"],
+    "Dicom/Lib/pixels": ["stream", "dataset", "dictionary", "syntax"],
+    "Dicom/Lib/storage": ["stream", "dataset", "dictionary", "syntax", "pixels"],
+    "Dicom/Lib/network": ["stream", "dataset", "dictionary", "syntax", "pixels", "storage"],
+}
+GROUND = ["base", "platform"]
+MIDDLE = ["automation", "automation/values", "volume", "math", *TOOLKIT, *GROUND]
+LIBRARY = ["series", "slicing", "export", "media", *MIDDLE]
+KIT = {
+    "kit/core": [],
+    "kit/dataset": ["core"],
+    "kit/vendors": ["core", "dataset"],
+    "kit/study": ["core", "dataset", "vendors"],
+    "kit/pictures": ["core", "dataset", "study"],
+    "kit/export": ["core", "dataset", "vendors", "study", "pictures"],
+    "kit/media": ["core", "dataset"],
+    "kit/network": ["core", "dataset"],
+    "kit/phantom": ["core", "dataset"],
+}
 ARROWS = {
-    "platform": [],
-    "math": ["platform"],
-    "volume": ["platform"],
-    "Dicom/Lib": ["platform"],
-    "automation": ["Dicom/Lib", "math", "platform"],
-    "series": ["volume", "Dicom/Lib", "automation", "platform"],
-    "slicing": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
-    "export": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
-    "media": ["series", "automation", "volume", "math", "Dicom/Lib", "platform"],
+    "base": [],
+    "platform": ["base"],
+    "math": GROUND,
+    "volume": GROUND,
+    **{room: [*(f"Dicom/Lib/{name}" for name in names), *GROUND] for room, names in TOOLKIT.items()},
+    "automation/values": GROUND,
+    "automation": [*TOOLKIT, "automation/values", "math", *GROUND],
+    "series": MIDDLE,
+    "slicing": ["series", *MIDDLE],
+    "export": ["series", *MIDDLE],
+    "media": ["series", *MIDDLE],
+    **{room: [*(f"kit/{name}" for name in names), *LIBRARY] for room, names in KIT.items()},
 }
 OUTSIDERS = ["codecs", "host", "examples", "tests", "bench"]  # on <Korvane/...> only
 FOREIGN = {"export": ["ftplib.h"], "codecs": ["jpeglib.h", "openjpeg.h"]}  # and who may include them
@@ -60,7 +86,7 @@ def is_generated(path):
 
 def room_of(path):
     text = path.as_posix()
-    return next((r for r in [*ARROWS, *OUTSIDERS] if text.startswith(r + "/")), None)
+    return max((r for r in [*ARROWS, *OUTSIDERS] if text.startswith(r + "/")), key=len, default=None)
 
 
 def includes(path):

@@ -1,4 +1,4 @@
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 void Codec::Encode(DcmFrameFormat& /*format*/, std::span<const std::uint8_t> /*pixels*/,
                    const FrameWriter& /*writer*/) {

@@ -1,7 +1,7 @@
 // What every codec of this module is, and how one fails.
 #pragma once
 
-#include <Korvane/Dicom/Lib/CodecModule.h>
+#include <Korvane/Dicom/Lib/pixels/CodecModule.h>
 
 #include <cstddef>
 #include <cstdint>

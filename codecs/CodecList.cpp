@@ -1,16 +1,16 @@
-#include "codecs/CodecList.h"
+#include "CodecList.h"
 
-#include "codecs/LosslessJpegCodec.h"
-#include "codecs/RleCodec.h"
+#include "LosslessJpegCodec.h"
+#include "RleCodec.h"
 
 #if defined(CODECS_JPEG)
-#include "codecs/JpegCodec.h"
+#include "JpegCodec.h"
 #endif
 #if defined(CODECS_JPEGLS)
-#include "codecs/JpegLsCodec.h"
+#include "JpegLsCodec.h"
 #endif
 #if defined(CODECS_JPEG2000)
-#include "codecs/Jpeg2000Codec.h"
+#include "Jpeg2000Codec.h"
 #endif
 
 namespace {

@@ -1,7 +1,7 @@
 // The codecs that this build of the module has.
 #pragma once
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 #include <memory>
 

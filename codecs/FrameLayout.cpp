@@ -1,4 +1,4 @@
-#include "codecs/FrameLayout.h"
+#include "FrameLayout.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Where the samples of a frame that is not compressed lie, and rows of samples in and out of it.
 #pragma once
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 #include <cstring>
 

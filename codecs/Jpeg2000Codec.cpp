@@ -1,7 +1,7 @@
-#include "codecs/Jpeg2000Codec.h"
+#include "Jpeg2000Codec.h"
 
-#include "codecs/FrameLayout.h"
-#include "codecs/Jpeg2000Header.h"
+#include "FrameLayout.h"
+#include "Jpeg2000Header.h"
 
 #include <algorithm>
 #include <memory>

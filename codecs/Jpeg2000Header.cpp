@@ -1,6 +1,6 @@
-#include "codecs/Jpeg2000Header.h"
+#include "Jpeg2000Header.h"
 
-#include "codecs/FrameLayout.h"
+#include "FrameLayout.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // What a JPEG 2000 code stream says in front (ITU-T T.800 A.5.1): read before its decoder takes memory for it.
 #pragma once
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 struct Jpeg2000Header {
     unsigned precision = 0;

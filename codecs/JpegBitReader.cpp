@@ -1,4 +1,4 @@
-#include "codecs/JpegBitReader.h"
+#include "JpegBitReader.h"
 
 JpegBitReader JpegBitReader::FilledByBytes(JpegBitReader reader) {
     while (reader.count <= 56) {

@@ -1,6 +1,6 @@
-#include "codecs/JpegCodec.h"
+#include "JpegCodec.h"
 
-#include "codecs/FrameLayout.h"
+#include "FrameLayout.h"
 
 #include <algorithm>
 #include <csetjmp>

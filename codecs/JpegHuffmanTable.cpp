@@ -1,6 +1,6 @@
-#include "codecs/JpegHuffmanTable.h"
+#include "JpegHuffmanTable.h"
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 #include <algorithm>
 

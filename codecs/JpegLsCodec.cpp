@@ -1,6 +1,6 @@
-#include "codecs/JpegLsCodec.h"
+#include "JpegLsCodec.h"
 
-#include "codecs/FrameLayout.h"
+#include "FrameLayout.h"
 
 #include <memory>
 #include <vector>

@@ -1,7 +1,7 @@
 // JPEG-LS, lossless and near-lossless (PS3.5 A.4.3), decoded by CharLS.
 #pragma once
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 class JpegLsCodec : public Codec {
 public:

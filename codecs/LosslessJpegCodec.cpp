@@ -1,7 +1,7 @@
-#include "codecs/LosslessJpegCodec.h"
+#include "LosslessJpegCodec.h"
 
-#include "codecs/LosslessJpegDecoder.h"
-#include "codecs/LosslessJpegEncoder.h"
+#include "LosslessJpegDecoder.h"
+#include "LosslessJpegEncoder.h"
 
 void LosslessJpegCodec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t> stream,
                                std::span<std::uint8_t> pixels) {

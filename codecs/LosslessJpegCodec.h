@@ -1,7 +1,7 @@
 // Lossless JPEG (process 14 and its selection value 1; PS3.5 A.4.2).
 #pragma once
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 class LosslessJpegCodec : public Codec {
 public:

@@ -1,4 +1,4 @@
-#include "codecs/LosslessJpegDecoder.h"
+#include "LosslessJpegDecoder.h"
 
 #include <algorithm>
 

@@ -1,9 +1,9 @@
 // Lossless JPEG, process 14 (ITU-T T.81 annex H): decoding of one frame.
 #pragma once
 
-#include "codecs/FrameLayout.h"
-#include "codecs/JpegBitReader.h"
-#include "codecs/JpegHuffmanTable.h"
+#include "FrameLayout.h"
+#include "JpegBitReader.h"
+#include "JpegHuffmanTable.h"
 
 /// Takes samples of 2 to 16 bits, all predictors, point transforms, restart intervals, and up to 4 components, in one
 /// scan together or each in its own. Heights that come behind the pixels (DNL) and components of different sizes are

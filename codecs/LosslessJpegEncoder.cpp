@@ -1,4 +1,4 @@
-#include "codecs/LosslessJpegEncoder.h"
+#include "LosslessJpegEncoder.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,8 +1,8 @@
 // Lossless JPEG, process 14, selection value 1 (ITU-T T.81 annex H): encoding of one frame.
 #pragma once
 
-#include "codecs/FrameLayout.h"
-#include "codecs/JpegHuffmanTable.h"
+#include "FrameLayout.h"
+#include "JpegHuffmanTable.h"
 
 /// Takes 1 to 4 components of 8 or 16 bits. Two passes: the Huffman table is the best one for the frame. The stream's
 /// precision is the bits stored of unsigned samples of which no other bits are set, else the bits allocated: decoders

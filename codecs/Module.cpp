@@ -1,5 +1,5 @@
 // The module's edge: the four entry points and the C object around a codec. No exception leaves here.
-#include "codecs/CodecList.h"
+#include "CodecList.h"
 
 #include <algorithm>
 #include <cstring>

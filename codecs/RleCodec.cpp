@@ -1,7 +1,7 @@
-#include "codecs/RleCodec.h"
+#include "RleCodec.h"
 
-#include "codecs/FrameLayout.h"
-#include "codecs/RleSegment.h"
+#include "FrameLayout.h"
+#include "RleSegment.h"
 
 #include <algorithm>
 #include <array>

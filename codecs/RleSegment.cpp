@@ -1,6 +1,6 @@
-#include "codecs/RleSegment.h"
+#include "RleSegment.h"
 
-#include "codecs/Codec.h"
+#include "Codec.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,7 +1,7 @@
 /* A codec module to copy: pixels of up to 12 bits, two of them in three bytes. Built as a dynamic library, named in
  * "DcmCodecMgr.ini" beside "DcmCodec", it serves its transfer syntax to whoever reads or converts data sets. The header is
  * all that it needs. */
-#include <Korvane/Dicom/Lib/CodecModule.h>
+#include <Korvane/Dicom/Lib/pixels/CodecModule.h>
 
 #include <string.h>
 

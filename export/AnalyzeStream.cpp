@@ -1,8 +1,8 @@
-#include "export/AnalyzeStream.h"
+#include "AnalyzeStream.h"
 
-#include "export/AnalyzeHeader.h"
-#include "export/CFileWriter.h"
-#include "platform/Bytes.h"
+#include "AnalyzeHeader.h"
+#include "CFileWriter.h"
+#include "base/Bytes.h"
 
 #include <cerrno>
 #include <cstring>

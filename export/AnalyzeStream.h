@@ -1,7 +1,7 @@
 // One file of an Analyze pair, read from disk or written through an exporter's writer.
 #pragma once
 
-#include "platform/File.h"
+#include "../platform/File.h"
 
 #include <cstddef>
 #include <cstdint>

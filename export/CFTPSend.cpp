@@ -1,7 +1,7 @@
-#include "export/CFTPSend.h"
+#include "CFTPSend.h"
 
-#include "export/FtpWatch.h"
-#include "platform/Layout.h"
+#include "FtpWatch.h"
+#include "base/Layout.h"
 #include "platform/Signals.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
-#include "export/CFileReader.h"
+#include "CFileReader.h"
 
 #include "platform/File.h"
-#include "platform/Layout.h"
+#include "base/Layout.h"
 
 #include <cctype>
 #include <cerrno>

@@ -1,7 +1,7 @@
 // Reads text files line by line, without comments and blank lines.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include "export/CFileWriter.h"
+#include "CFileWriter.h"
 
 #include "platform/File.h"
 

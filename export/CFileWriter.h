@@ -1,7 +1,7 @@
 // The output of an exporter: a local file here, something else in a derived class.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <cstdio>
 #include <memory>

@@ -1,9 +1,9 @@
-#include "export/CVolumeExport.h"
+#include "CVolumeExport.h"
 
-#include "platform/Layout.h"
+#include "base/Layout.h"
 
-#include "export/CFTPSend.h"
-#include "export/CFileWriter.h"
+#include "CFTPSend.h"
+#include "CFileWriter.h"
 #include "volume/CPercent.h"
 #include "volume/CVolume.h"
 

@@ -1,7 +1,7 @@
 // The base of the volume exporters.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "export/FtpWatch.h"
+#include "FtpWatch.h"
 
 #include "platform/Connection.h"
 #include "platform/Signals.h"

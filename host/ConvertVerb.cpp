@@ -1,8 +1,8 @@
 // korvane convert: files into another transfer syntax.
-#include "Conversion.h"
-#include "HostError.h"
-#include "Paths.h"
-#include "TextEncoding.h"
+#include <Korvane/kit/dataset/Conversion.h>
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/core/Paths.h>
+#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 #include <system_error>
+
+using namespace korvane;
 
 namespace {
 

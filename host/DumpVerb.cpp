@@ -1,7 +1,7 @@
 // korvane dump: every element of a file.
-#include "DataSetFile.h"
-#include "DumpText.h"
-#include "HostError.h"
+#include <Korvane/kit/dataset/DataSetFile.h>
+#include <Korvane/kit/dataset/DumpText.h>
+#include <Korvane/kit/core/HostError.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -9,6 +9,8 @@
 #include <iostream>
 #include <memory>
 #include <string>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,8 +1,8 @@
 // korvane echo: whether a DICOM program answers.
-#include "HostError.h"
+#include <Korvane/kit/core/HostError.h>
 #include "NetworkOptions.h"
-#include "PeerConnection.h"
-#include "TextEncoding.h"
+#include <Korvane/kit/network/PeerConnection.h>
+#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,11 +1,13 @@
 // korvane export: a series becomes a volume and the files of a research format.
-#include "ExportJob.h"
+#include <Korvane/kit/export/ExportJob.h>
 #include "SeriesOptions.h"
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 
 #include <memory>
+
+using namespace korvane;
 
 void AddExportVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("export", "Write a series as a volume file");

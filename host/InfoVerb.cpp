@@ -1,8 +1,8 @@
 // korvane info: what series lie under some paths.
-#include "HostError.h"
-#include "InfoJson.h"
-#include "SeriesFinder.h"
-#include "SeriesText.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/study/InfoJson.h>
+#include <Korvane/kit/study/SeriesFinder.h>
+#include <Korvane/kit/study/SeriesText.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+using namespace korvane;
 
 namespace {
 

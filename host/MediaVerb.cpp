@@ -1,7 +1,7 @@
 // korvane media: a DICOM file-set with its DICOMDIR, made or examined.
-#include "HostError.h"
-#include "MediumBuilder.h"
-#include "TextEncoding.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/media/MediumBuilder.h>
+#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,10 +1,12 @@
 #include "NetworkOptions.h"
 
-#include "PeerConnection.h"
+#include <Korvane/kit/network/PeerConnection.h>
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+
+using namespace korvane;
 
 namespace {
 

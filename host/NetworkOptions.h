@@ -6,10 +6,12 @@
 namespace CLI {
 class App;
 }
+namespace korvane {
 struct PeerOptions;
+}
 
 /// HOST, PORT, titles and time-outs.
-void AddPeerOptions(CLI::App& verb, PeerOptions& options);
+void AddPeerOptions(CLI::App& verb, korvane::PeerOptions& options);
 
 /// Why a text is no AE title (PS3.5 6.2); empty for one.
 std::string CheckTitle(const std::string& title);

@@ -1,12 +1,14 @@
 #include "OutputLines.h"
 
-#include "HostError.h"
+#include <Korvane/kit/core/HostError.h>
 
 #include <Korvane/platform/Signals.h>
-#include <Korvane/platform/Terminal.h>
+#include "terminal/Terminal.h"
 
 #include <algorithm>
 #include <cstdio>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,9 +1,9 @@
 // korvane phantom: writes a synthetic CT series.
-#include "HostError.h"
-#include "Paths.h"
-#include "PhantomSeries.h"
-#include "Progress.h"
-#include "Toolkit.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/core/Paths.h>
+#include <Korvane/kit/phantom/PhantomSeries.h>
+#include <Korvane/kit/core/Progress.h>
+#include <Korvane/kit/dataset/Toolkit.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <memory>
 #include <vector>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,15 +1,17 @@
 // korvane receive: files from other DICOM programs.
-#include "HostError.h"
+#include <Korvane/kit/core/HostError.h>
 #include "NetworkOptions.h"
 #include "OutputLines.h"
-#include "ReceiveJob.h"
-#include "TextEncoding.h"
+#include <Korvane/kit/network/ReceiveJob.h>
+#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <memory>
+
+using namespace korvane;
 
 namespace {
 

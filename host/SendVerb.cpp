@@ -1,8 +1,8 @@
 // korvane send: files to a storage provider.
-#include "HostError.h"
+#include <Korvane/kit/core/HostError.h>
 #include "NetworkOptions.h"
-#include "SendJob.h"
-#include "TextEncoding.h"
+#include <Korvane/kit/network/SendJob.h>
+#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+
+using namespace korvane;
 
 namespace {
 

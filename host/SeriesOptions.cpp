@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+using namespace korvane;
+
 void AddSeriesOptions(CLI::App& verb, SeriesChoice& choice) {
     verb.add_option("SERIES", choice.paths, "Folders or files that hold the series")->required();
     verb.add_option("--series", choice.series, "UID or number of the series, where several are found");

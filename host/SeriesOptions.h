@@ -1,11 +1,11 @@
 // The options of every verb that works on the volume of a series.
 #pragma once
 
-#include "SeriesVolume.h"
+#include <Korvane/kit/study/SeriesVolume.h>
 
 namespace CLI {
 class App;
 }
 
 /// Adds SERIES, --series and --volume; `choice` must outlive the parsing.
-void AddSeriesOptions(CLI::App& verb, SeriesChoice& choice);
+void AddSeriesOptions(CLI::App& verb, korvane::SeriesChoice& choice);

@@ -1,8 +1,8 @@
 // korvane slice: pictures of planes through the volume of a series.
-#include "HostError.h"
+#include <Korvane/kit/core/HostError.h>
 #include "SeriesOptions.h"
-#include "SeriesVolume.h"
-#include "SliceJob.h"
+#include <Korvane/kit/study/SeriesVolume.h>
+#include <Korvane/kit/pictures/SliceJob.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+
+using namespace korvane;
 
 namespace {
 

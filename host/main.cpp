@@ -1,13 +1,15 @@
 // korvane: DICOM series to volumes and files, from the command line.
-#include "HostError.h"
+#include <Korvane/kit/core/HostError.h>
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 #include <Korvane/Version.h>
-#include <Korvane/platform/Terminal.h>
+#include "terminal/Terminal.h"
 
 #include <cstdio>
 #include <new>
+
+using namespace korvane;
 
 namespace {
 

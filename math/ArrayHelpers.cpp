@@ -1,6 +1,6 @@
-#include "math/ArrayHelpers.h"
+#include "ArrayHelpers.h"
 
-#include "math/FVector.h"
+#include "FVector.h"
 
 #include <algorithm>
 #include <limits>

@@ -3,7 +3,7 @@
 // `n` counts elements. A count of 0 or below, and a null pointer, give the value that the scan starts from.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 class FVector;
 

@@ -1,6 +1,6 @@
-#include "math/Distance.h"
+#include "Distance.h"
 
-#include "math/Double3.h"
+#include "Double3.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
 // Three coordinates in double, for what single precision would spoil.
 #pragma once
 
-#include "math/FPoint.h"
-#include "math/FVector.h"
+#include "FPoint.h"
+#include "FVector.h"
 
 #include <cmath>
 

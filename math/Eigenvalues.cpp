@@ -1,6 +1,6 @@
 // The road to the eigenvalues of a matrix that is not symmetric: balance, reduce, deflate.
-#include "math/Exception.h"
-#include "math/FMatrix.h"
+#include "Exception.h"
+#include "FMatrix.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "math/Exception.h"
+#include "Exception.h"
 
 #include <algorithm>
 #include <cstddef>

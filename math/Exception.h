@@ -1,7 +1,7 @@
 // What every operation of math/ throws, by value.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 /// Base class of the math exceptions. Thrown as such only by `FMatrix::hgr`.
 ///

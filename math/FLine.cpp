@@ -1,9 +1,9 @@
-#include "math/FLine.h"
+#include "FLine.h"
 
-#include "math/Double3.h"
-#include "math/FPlane.h"
-#include "math/FSegment.h"
-#include "math/Intersect.h"
+#include "Double3.h"
+#include "FPlane.h"
+#include "FSegment.h"
+#include "Intersect.h"
 
 using korvane_detail::GetElement;
 

@@ -1,8 +1,8 @@
-#include "math/FMatrix.h"
+#include "FMatrix.h"
 
-#include "math/Exception.h"
-#include "math/FMatrixBlock.h"
-#include "platform/Layout.h"
+#include "Exception.h"
+#include "FMatrixBlock.h"
+#include "base/Layout.h"
 
 #include <algorithm>
 #include <cmath>

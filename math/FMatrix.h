@@ -1,7 +1,7 @@
 // Single-precision matrices.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "FVector.h"
 
 #include <iosfwd>

@@ -1,7 +1,7 @@
 // The elements of a matrix as one array.
 #pragma once
 
-#include "math/FMatrix.h"
+#include "FMatrix.h"
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
-#include "math/Exception.h"
-#include "math/FMatrix.h"
-#include "math/FMatrixBlock.h"
-#include "math/LUDecomposition.h"
+#include "Exception.h"
+#include "FMatrix.h"
+#include "FMatrixBlock.h"
+#include "LUDecomposition.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
-#include "math/FPlane.h"
+#include "FPlane.h"
 
-#include "math/Double3.h"
-#include "math/FLine.h"
+#include "Double3.h"
+#include "FLine.h"
 
 #include <cmath>
 

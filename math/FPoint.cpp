@@ -1,6 +1,6 @@
-#include "math/FPoint.h"
+#include "FPoint.h"
 
-#include "math/Double3.h"
+#include "Double3.h"
 
 using korvane_detail::GetElement;
 

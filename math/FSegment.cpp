@@ -1,7 +1,7 @@
-#include "math/FSegment.h"
+#include "FSegment.h"
 
-#include "math/Double3.h"
-#include "math/FPlane.h"
+#include "Double3.h"
+#include "FPlane.h"
 
 FSegment::FSegment() = default;
 

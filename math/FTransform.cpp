@@ -1,7 +1,7 @@
-#include "math/FTransform.h"
+#include "FTransform.h"
 
-#include "math/Exception.h"
-#include "math/Matrix3.h"
+#include "Exception.h"
+#include "Matrix3.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,8 +1,8 @@
-#include "math/FVector.h"
+#include "FVector.h"
 
-#include "math/Exception.h"
-#include "math/FMatrix.h"
-#include "platform/Layout.h"
+#include "Exception.h"
+#include "FMatrix.h"
+#include "base/Layout.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // Single-precision vectors.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <concepts>
 #include <iosfwd>

@@ -1,4 +1,4 @@
-#include "math/FVector3D.h"
+#include "FVector3D.h"
 
 FVector3D::FVector3D() : FVector(3) {}
 FVector3D::FVector3D(const FVector3D& other) = default;

@@ -1,5 +1,5 @@
-#include "math/Exception.h"
-#include "math/FVector.h"
+#include "Exception.h"
+#include "FVector.h"
 
 #include <algorithm>
 

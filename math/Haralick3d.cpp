@@ -1,7 +1,7 @@
-#include "math/Haralick3d.h"
+#include "Haralick3d.h"
 
-#include "math/Exception.h"
-#include "math/PoseFit.h"
+#include "Exception.h"
+#include "PoseFit.h"
 
 #include <algorithm>
 #include <cmath>

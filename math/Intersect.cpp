@@ -1,7 +1,7 @@
-#include "math/Intersect.h"
+#include "Intersect.h"
 
-#include "math/Double3.h"
-#include "math/Exception.h"
+#include "Double3.h"
+#include "Exception.h"
 
 #include <cmath>
 #include <initializer_list>

@@ -1,7 +1,7 @@
-#include "math/LUDecomposition.h"
+#include "LUDecomposition.h"
 
-#include "math/Exception.h"
-#include "math/FMatrixBlock.h"
+#include "Exception.h"
+#include "FMatrixBlock.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // LU decomposition, for determinant, inverse and division.
 #pragma once
 
-#include "math/FMatrix.h"
+#include "FMatrix.h"
 
 #include <memory>
 

@@ -1,4 +1,4 @@
-#include "math/Matrix3.h"
+#include "Matrix3.h"
 
 #include <algorithm>
 #include <limits>

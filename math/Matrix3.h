@@ -1,7 +1,7 @@
 // Matrices of 3 x 3 doubles, and their decomposition.
 #pragma once
 
-#include "math/Double3.h"
+#include "Double3.h"
 
 namespace korvane_detail {
 

@@ -1,7 +1,7 @@
-#include "math/NumericalRoutines.h"
+#include "NumericalRoutines.h"
 
-#include "math/Exception.h"
-#include "math/LUDecomposition.h"
+#include "Exception.h"
+#include "LUDecomposition.h"
 
 #include <algorithm>
 #include <cmath>

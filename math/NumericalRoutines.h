@@ -1,7 +1,7 @@
 // Determinant, inverse, singular values and a root finder.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "FMatrix.h"
 
 /// Determinant of a square matrix, by LU decomposition. A pivot that is exactly 0 counts as 1e-7, so a singular matrix gives

@@ -1,4 +1,4 @@
-#include "math/PoseFit.h"
+#include "PoseFit.h"
 
 #include <algorithm>
 #include <cmath>

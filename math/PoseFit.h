@@ -1,8 +1,8 @@
 // Least squares behind the pose estimators.
 #pragma once
 
-#include "math/FMatrix.h"
-#include "math/Matrix3.h"
+#include "FMatrix.h"
+#include "Matrix3.h"
 
 namespace korvane_detail {
 

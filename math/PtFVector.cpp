@@ -1,4 +1,4 @@
-#include "math/PtFVector.h"
+#include "PtFVector.h"
 
 PtFVector::PtFVector() = default;
 

@@ -1,8 +1,8 @@
-#include "math/SingularValues.h"
+#include "SingularValues.h"
 
-#include "math/Exception.h"
-#include "math/FMatrixBlock.h"
-#include "math/NumericalRoutines.h"
+#include "Exception.h"
+#include "FMatrixBlock.h"
+#include "NumericalRoutines.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // Singular value decomposition.
 #pragma once
 
-#include "math/FMatrix.h"
+#include "FMatrix.h"
 
 #include <cstddef>
 #include <vector>

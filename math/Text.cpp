@@ -1,7 +1,7 @@
 // Vectors and matrices as text.
-#include "math/Exception.h"
-#include "math/FMatrix.h"
-#include "math/FVector.h"
+#include "Exception.h"
+#include "FMatrix.h"
+#include "FVector.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,9 +1,9 @@
-#include "media/CCDRObject.h"
+#include "CCDRObject.h"
 
-#include "Dicom/Lib/CodecManager.h"
-#include "Dicom/Lib/DICOMFile.h"
-#include "Dicom/Lib/DcmDictionary.h"
-#include "media/DRText.h"
+#include "Dicom/Lib/pixels/CodecManager.h"
+#include "Dicom/Lib/storage/DICOMFile.h"
+#include "Dicom/Lib/dictionary/DcmDictionary.h"
+#include "DRText.h"
 #include "platform/File.h"
 #include "platform/FileTree.h"
 

@@ -1,9 +1,9 @@
 // Builds a DICOM file-set (PS3.10 8) in a folder: the files, in folders by patient, study and series, and DICOMDIR.
 #pragma once
 
-#include "../Dicom/Lib/DICOMObject.h"
-#include "../Dicom/Lib/DcmService.h"
-#include "../platform/Export.h"
+#include "../Dicom/Lib/dataset/DICOMObject.h"
+#include "../Dicom/Lib/network/DcmService.h"
+#include "../base/Export.h"
 #include "../volume/CPercentGenerator.h"
 #include "CDRRecord.h"
 

@@ -1,8 +1,8 @@
-#include "media/CDRRecord.h"
+#include "CDRRecord.h"
 
-#include "Dicom/Lib/TransferSyntaxTable.h"
-#include "media/CCDRObject.h"
-#include "media/DRText.h"
+#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
+#include "CCDRObject.h"
+#include "DRText.h"
 
 #include <algorithm>
 #include <iterator>

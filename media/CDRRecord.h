@@ -1,8 +1,8 @@
 // Directory records of a DICOMDIR (PS3.3 F.3 to F.5), one class for each kind.
 #pragma once
 
-#include "../Dicom/Lib/DICOMObject.h"
-#include "../platform/Export.h"
+#include "../Dicom/Lib/dataset/DICOMObject.h"
+#include "../base/Export.h"
 #include "CDRRecordList.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
-#include "media/CDRRecordList.h"
+#include "CDRRecordList.h"
 
-#include "media/CDRRecord.h"
+#include "CDRRecord.h"
 
 CDRRecordList::CDRRecordList() = default;
 

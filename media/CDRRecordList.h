@@ -1,7 +1,7 @@
 // Directory records of one directory entity, in the order in which they were made.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <cstddef>
 #include <string>

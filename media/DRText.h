@@ -1,8 +1,8 @@
 // Texts of a data set as the directory keeps them.
 #pragma once
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "Dicom/Lib/TransferSyntaxTable.h"
+#include "../Dicom/Lib/dataset/DICOMObject.h"
+#include "../Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 #include <string>
 

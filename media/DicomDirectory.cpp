@@ -1,10 +1,10 @@
 // CCDRObject: the directory itself, as a data set and as a file.
-#include "Dicom/Lib/Encapsulation.h"
-#include "Dicom/Lib/FileBuffer.h"
-#include "Dicom/Lib/ReplaceValue.h"
-#include "Dicom/Lib/TransferSyntaxCodec.h"
-#include "media/CCDRObject.h"
-#include "platform/Bytes.h"
+#include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/stream/FileBuffer.h"
+#include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
+#include "CCDRObject.h"
+#include "base/Bytes.h"
 
 #include <algorithm>
 #include <array>

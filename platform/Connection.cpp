@@ -1,4 +1,4 @@
-#include "platform/Connection.h"
+#include "Connection.h"
 
 #if defined(_WIN32)
 #include <winsock2.h>

@@ -1,9 +1,9 @@
-#include "platform/DynamicModule.h"
+#include "DynamicModule.h"
 
-#include "platform/File.h"
+#include "File.h"
 
 #if defined(_WIN32)
-#include "platform/WideText.h"
+#include "WideText.h"
 
 #include <windows.h>
 #else

@@ -1,10 +1,10 @@
-#include "platform/Environment.h"
+#include "Environment.h"
 
 #include <cstdlib>
 #include <ctime>
 
 #if defined(_WIN32)
-#include "platform/WideText.h"
+#include "WideText.h"
 #endif
 
 namespace platform {

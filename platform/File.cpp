@@ -1,12 +1,11 @@
-#include "platform/File.h"
+#include "File.h"
 
-#include "platform/Terminal.h"
 
 #include <algorithm>
 #include <cerrno>
 
 #if defined(_WIN32)
-#include "platform/WideText.h"
+#include "WideText.h"
 
 #include <fcntl.h>
 #include <io.h>
@@ -171,11 +170,6 @@ std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
     auto* const first = static_cast<unsigned char*>(bytes);
     std::size_t done = 0;
     while (done < capacity && m_Handle >= 0) {
-        if (WasInterrupted()) {
-            errno = EINTR;
-            m_bFailed = true;
-            break;
-        }
         const std::size_t wanted = std::min(capacity - done, kLargestRead);
 #if defined(_WIN32)
         const auto got = read(m_Handle, first + done, static_cast<unsigned>(wanted));

@@ -1,4 +1,4 @@
-#include "platform/Signals.h"
+#include "Signals.h"
 
 #if !defined(_WIN32)
 #include <csignal>

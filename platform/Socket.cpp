@@ -1,4 +1,4 @@
-#include "platform/Socket.h"
+#include "Socket.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "platform/WideText.h"
+#include "WideText.h"
 
 #include <windows.h>
 

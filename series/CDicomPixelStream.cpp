@@ -1,12 +1,12 @@
-#include "series/CDicomPixelStream.h"
+#include "CDicomPixelStream.h"
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "platform/Bytes.h"
-#include "platform/Integer.h"
-#include "platform/Layout.h"
-#include "platform/Number.h"
-#include "series/PixelRows.h"
-#include "series/ValueHelpers.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
+#include "base/Bytes.h"
+#include "base/Integer.h"
+#include "base/Layout.h"
+#include "base/Number.h"
+#include "PixelRows.h"
+#include "ValueHelpers.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // The pixels of one data set.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <cstddef>
 

@@ -1,12 +1,12 @@
-#include "series/CDicomVolume.h"
+#include "CDicomVolume.h"
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "platform/Integer.h"
-#include "platform/Layout.h"
-#include "series/CDicomPixelStream.h"
-#include "series/GeometryElements.h"
-#include "series/PixelRows.h"
-#include "series/ValueHelpers.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
+#include "base/Integer.h"
+#include "base/Layout.h"
+#include "CDicomPixelStream.h"
+#include "GeometryElements.h"
+#include "PixelRows.h"
+#include "ValueHelpers.h"
 #include "volume/CPercent.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // A series of data sets made into a volume.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "../volume/CVolume.h"
 
 #include <cstddef>

@@ -1,9 +1,9 @@
-#include "series/CModalityLUT.h"
+#include "CModalityLUT.h"
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "platform/Integer.h"
-#include "platform/Layout.h"
-#include "platform/Number.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
+#include "base/Integer.h"
+#include "base/Layout.h"
+#include "base/Number.h"
 
 #include <cstddef>
 

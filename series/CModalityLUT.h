@@ -1,7 +1,7 @@
 // The rescale of stored values to modality units.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 class DICOMDataObject;
 

@@ -1,12 +1,12 @@
-#include "series/GeometryElements.h"
+#include "GeometryElements.h"
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "Dicom/Lib/TypeCode.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dataset/TypeCode.h"
 #include "automation/CVariant.h"
 #include "automation/CVariantVR.h"
-#include "platform/Bytes.h"
-#include "platform/Number.h"
-#include "series/ValueHelpers.h"
+#include "base/Bytes.h"
+#include "base/Number.h"
+#include "ValueHelpers.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
-#include "series/PixelRows.h"
+#include "PixelRows.h"
 
-#include "platform/Bytes.h"
-#include "platform/Integer.h"
+#include "base/Bytes.h"
+#include "base/Integer.h"
 
 #include <algorithm>
 #include <limits>

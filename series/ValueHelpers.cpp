@@ -1,8 +1,8 @@
-#include "series/ValueHelpers.h"
+#include "ValueHelpers.h"
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "platform/Bytes.h"
-#include "platform/Number.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
+#include "base/Bytes.h"
+#include "base/Number.h"
 
 #include <algorithm>
 #include <cmath>

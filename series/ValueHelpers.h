@@ -4,7 +4,7 @@
 // is a 32-bit quantity, whatever its width: results lie in -2^31 .. 2^31 - 1.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <cstddef>
 

@@ -1,6 +1,6 @@
-#include "slicing/CClipLine.h"
+#include "CClipLine.h"
 
-#include "platform/Integer.h"
+#include "base/Integer.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // Clips a parametric line to a box.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 /// An axis-parallel box, and the part of a line that lies in it. Borders belong to the box. Lengths are whatever the
 /// caller counts in; the slicer clips each row of its picture once, in voxels, and then samples without bounds tests.

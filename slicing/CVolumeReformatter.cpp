@@ -1,8 +1,8 @@
-#include "slicing/CVolumeReformatter.h"
+#include "CVolumeReformatter.h"
 
-#include "slicing/PatientFrame.h"
-#include "slicing/VolumePermuter.h"
-#include "slicing/ZSampler.h"
+#include "PatientFrame.h"
+#include "VolumePermuter.h"
+#include "ZSampler.h"
 #include "volume/CPercent.h"
 
 #include <cmath>

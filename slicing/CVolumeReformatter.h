@@ -1,7 +1,7 @@
 // A whole volume in another view plane.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "../volume/CVolume.h"
 
 #include <string>

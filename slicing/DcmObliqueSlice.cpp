@@ -1,9 +1,9 @@
-#include "slicing/DcmObliqueSlice.h"
+#include "DcmObliqueSlice.h"
 
-#include "platform/Integer.h"
-#include "slicing/PatientFrame.h"
-#include "slicing/SlicePlan.h"
-#include "slicing/ViewAxes.h"
+#include "base/Integer.h"
+#include "PatientFrame.h"
+#include "SlicePlan.h"
+#include "ViewAxes.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "../math/FPlane.h"
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "../volume/CVolume.h"
 
 #include <array>

@@ -1,7 +1,7 @@
-#include "slicing/DcmOrientation.h"
+#include "DcmOrientation.h"
 
-#include "Dicom/Lib/DICOMObject.h"
-#include "platform/Number.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
+#include "base/Number.h"
 
 #include <cmath>
 #include <string_view>

@@ -1,7 +1,7 @@
 // Patient orientation of a DICOM image as letters, and the raw view of an orthogonal one.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "../volume/VolumePlane.h"
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "slicing/PatientFrame.h"
+#include "PatientFrame.h"
 
 #include <cmath>
 

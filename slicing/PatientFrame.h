@@ -1,7 +1,7 @@
 // Where a volume lies in the patient.
 #pragma once
 
-#include "volume/CVolume.h"
+#include "../volume/CVolume.h"
 
 #include <array>
 

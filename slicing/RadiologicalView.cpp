@@ -1,7 +1,7 @@
-#include "slicing/RadiologicalView.h"
+#include "RadiologicalView.h"
 
-#include "slicing/PatientFrame.h"
-#include "slicing/ViewAxes.h"
+#include "PatientFrame.h"
+#include "ViewAxes.h"
 #include "volume/CVolume.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // The view plane and flips that show a volume the way radiologists look at it.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "../volume/VolumePlane.h"
 #include "DcmOrientation.h"
 

@@ -1,6 +1,6 @@
-#include "slicing/ReformatKernels.h"
+#include "ReformatKernels.h"
 
-#include "platform/Bytes.h"
+#include "base/Bytes.h"
 
 #include <algorithm>
 #include <cstdint>

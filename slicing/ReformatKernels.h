@@ -1,7 +1,7 @@
 // The inner loops of reformatting. Voxels are bits of 1, 2 or 4 bytes that may lie anywhere.
 #pragma once
 
-#include "volume/CVolume.h"
+#include "../volume/CVolume.h"
 
 #include <cstddef>
 

@@ -1,5 +1,5 @@
-#include "slicing/SliceKernels.h"
-#include "slicing/SlicePlaces.h"
+#include "SliceKernels.h"
+#include "SlicePlaces.h"
 
 #include <cstdlib>
 

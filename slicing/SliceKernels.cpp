@@ -1,6 +1,6 @@
-#include "slicing/SliceKernels.h"
+#include "SliceKernels.h"
 
-#include "slicing/SlicePlaces.h"
+#include "SlicePlaces.h"
 
 #include <algorithm>
 

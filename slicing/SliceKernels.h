@@ -1,7 +1,7 @@
 // The sampling loops: a run of samples that are all inside the volume, without bounds tests.
 #pragma once
 
-#include "slicing/SliceView.h"
+#include "SliceView.h"
 
 namespace korvane_detail {
 

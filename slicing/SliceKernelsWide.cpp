@@ -1,6 +1,6 @@
 // Eight samples at a time with AVX2: the arithmetic of SliceKernels.cpp, operation by operation, so that both give the
 // same bits. Functions carry their target one by one; the rest of the library is built for any processor.
-#include "slicing/SliceKernels.h"
+#include "SliceKernels.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 

@@ -1,6 +1,6 @@
-#include "slicing/SlicePixels.h"
+#include "SlicePixels.h"
 
-#include "slicing/SliceKernels.h"
+#include "SliceKernels.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,7 +1,7 @@
 // What becomes of samples: values of the volume's type, slabs, grey.
 #pragma once
 
-#include "volume/CVolume.h"
+#include "../volume/CVolume.h"
 
 #include <cstddef>
 #include <vector>

@@ -1,7 +1,7 @@
 // Where a position lies between voxels, and the mixing of voxels, for the loops that take one sample at a time.
 #pragma once
 
-#include "slicing/SliceKernels.h"
+#include "SliceKernels.h"
 
 #include <algorithm>
 #include <cstring>

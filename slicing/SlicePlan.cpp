@@ -1,6 +1,6 @@
-#include "slicing/SlicePlan.h"
+#include "SlicePlan.h"
 
-#include "platform/Integer.h"
+#include "base/Integer.h"
 
 #include <algorithm>
 #include <cmath>

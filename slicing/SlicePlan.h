@@ -1,9 +1,9 @@
 // All that a picture needs, worked out once: where the rows run through the volume, and which loop samples them.
 #pragma once
 
-#include "slicing/CClipLine.h"
-#include "slicing/SliceKernels.h"
-#include "slicing/SlicePixels.h"
+#include "CClipLine.h"
+#include "SliceKernels.h"
+#include "SlicePixels.h"
 
 #include <cstddef>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "slicing/SliceView.h"
+#include "SliceView.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // A volume as the sampling loops see it: addresses, strides, and where the planes lie.
 #pragma once
 
-#include "volume/CVolume.h"
+#include "../volume/CVolume.h"
 
 #include <cstddef>
 #include <cstdint>

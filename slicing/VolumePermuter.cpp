@@ -1,6 +1,6 @@
-#include "slicing/VolumePermuter.h"
+#include "VolumePermuter.h"
 
-#include "slicing/ReformatKernels.h"
+#include "ReformatKernels.h"
 #include "volume/BufferSize.h"
 
 #include <algorithm>

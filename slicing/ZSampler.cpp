@@ -1,6 +1,6 @@
-#include "slicing/ZSampler.h"
+#include "ZSampler.h"
 
-#include "slicing/SliceKernels.h"
+#include "SliceKernels.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // The planes of a reformatted volume's z axis, each from one plane of the source or from two.
 #pragma once
 
-#include "volume/CVolume.h"
+#include "../volume/CVolume.h"
 
 #include <vector>
 

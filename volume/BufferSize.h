@@ -1,7 +1,7 @@
 // The size of a pixel buffer, checked.
 #pragma once
 
-#include "platform/Integer.h"
+#include "../base/Integer.h"
 
 #include <cstddef>
 #include <cstdint>

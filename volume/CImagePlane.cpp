@@ -1,8 +1,8 @@
-#include "volume/CImagePlane.h"
+#include "CImagePlane.h"
 
-#include "platform/Layout.h"
-#include "platform/Memory.h"
-#include "volume/BufferSize.h"
+#include "base/Layout.h"
+#include "platform/memory/Memory.h"
+#include "BufferSize.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // One z-plane of a volume.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 class CVolume;
 

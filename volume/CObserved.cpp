@@ -1,6 +1,6 @@
-#include "volume/CObserved.h"
+#include "CObserved.h"
 
-#include "volume/CObserver.h"
+#include "CObserver.h"
 
 CObserved::CObserved() = default;
 CObserved::CObserved(const CObserved& other) = default;

@@ -1,7 +1,7 @@
 // Something that tells its observers of its changes.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 #include <list>
 

@@ -1,4 +1,4 @@
-#include "volume/CObserver.h"
+#include "CObserver.h"
 
 CObserver::CObserver() = default;
 CObserver::CObserver(const CObserver& other) = default;

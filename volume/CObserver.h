@@ -1,7 +1,7 @@
 // Who wants to be told when something changes.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 class CObserved;
 

@@ -1,8 +1,8 @@
-#include "volume/CPercent.h"
+#include "CPercent.h"
 
-#include "platform/Layout.h"
+#include "base/Layout.h"
 
-#include "volume/ProgressStep.h"
+#include "ProgressStep.h"
 
 #include <cstddef>
 

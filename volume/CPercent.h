@@ -1,7 +1,7 @@
 // Progress of a long operation, told to one callback object.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 
 /// The host derives from this class and hands an object to an operation (`SetCallback`); the object stays the host's
 /// and must outlive the operation.

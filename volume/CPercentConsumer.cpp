@@ -1,6 +1,6 @@
-#include "volume/CPercentConsumer.h"
+#include "CPercentConsumer.h"
 
-#include "volume/CPercentGenerator.h"
+#include "CPercentGenerator.h"
 
 CPercentConsumer::CPercentConsumer() = default;
 CPercentConsumer::CPercentConsumer(const CPercentConsumer& other) = default;

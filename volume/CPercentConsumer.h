@@ -1,7 +1,7 @@
 // Turns a generator's notification into a call with the percentage.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "CObserved.h"
 
 /// A base for hosts that follow a `CPercentGenerator`. It is no `CObserver` itself: a host class derives from both and

@@ -1,7 +1,7 @@
 // Progress of a long operation, told to any number of observers.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "CObserved.h"
 
 /// Call `SetTotElab` and `StartProgress`, then `SetProgress` as the work goes on. The arithmetic is that of `CPercent`.

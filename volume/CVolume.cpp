@@ -1,10 +1,10 @@
-#include "volume/CVolume.h"
+#include "CVolume.h"
 
-#include "platform/Integer.h"
-#include "platform/Layout.h"
-#include "platform/Memory.h"
-#include "volume/BufferSize.h"
-#include "volume/VoxelRange.h"
+#include "base/Integer.h"
+#include "base/Layout.h"
+#include "platform/memory/Memory.h"
+#include "BufferSize.h"
+#include "VoxelRange.h"
 
 #include <algorithm>
 #include <cstddef>

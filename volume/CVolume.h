@@ -1,7 +1,7 @@
 // The voxel volume.
 #pragma once
 
-#include "../platform/Export.h"
+#include "../base/Export.h"
 #include "CImagePlane.h"
 #include "VolumePlane.h"
 #include "ZInterpVector.h"

@@ -1,9 +1,9 @@
 // The text dump of CVolume.
 
-#include "volume/CVolume.h"
+#include "CVolume.h"
 
 #include "platform/File.h"
-#include "platform/Integer.h"
+#include "base/Integer.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // The part of CVolume that samples the stack along z.
 
-#include "volume/CVolume.h"
+#include "CVolume.h"
 
-#include "platform/Integer.h"
+#include "base/Integer.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,7 +1,7 @@
 // The arithmetic that both progress classes share.
 #pragma once
 
-#include "platform/Integer.h"
+#include "../base/Integer.h"
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "volume/VoxelRange.h"
+#include "VoxelRange.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Smallest and largest voxel of a run.
 #pragma once
 
-#include "volume/CVolume.h"
+#include "CVolume.h"
 
 #include <cstddef>
 

@@ -1,7 +1,7 @@
 // One sample of a volume's z-interpolation table.
 #pragma once
 
-#include "../platform/Layout.h"
+#include "../base/Layout.h"
 
 class CImagePlane;
 

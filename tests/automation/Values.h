@@ -1,7 +1,7 @@
 // VARIANTs for tests.
 #pragma once
 
-#include <Korvane/platform/Automation.h>
+#include <Korvane/automation/values/Automation.h>
 
 #include <charconv>
 #include <cstring>

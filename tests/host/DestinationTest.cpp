@@ -1,7 +1,9 @@
-#include "host/Destination.h"
-#include "host/HostError.h"
+#include "../../kit/core/Destination.h"
+#include "../../kit/core/HostError.h"
 
 #include <gtest/gtest.h>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,5 +1,5 @@
-#include "host/ExportFiles.h"
-#include "host/HostError.h"
+#include "../../kit/core/ExportFiles.h"
+#include "../../kit/core/HostError.h"
 
 #include <Korvane/export/CFileWriter.h>
 #include <gtest/gtest.h>
@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,8 +1,10 @@
-#include "host/SeriesGeometry.h"
+#include "../../kit/study/SeriesGeometry.h"
 
 #include <gtest/gtest.h>
 
 #include <vector>
+
+using namespace korvane;
 
 namespace {
 

@@ -1,6 +1,8 @@
-#include "host/TextEncoding.h"
+#include "../../kit/core/TextEncoding.h"
 
 #include <gtest/gtest.h>
+
+using namespace korvane;
 
 namespace {
 

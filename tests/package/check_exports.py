@@ -21,7 +21,7 @@ def declared(root, headers):
     classes, functions = set(), set()
     for header in headers:
         text = re.sub(r"//[^\n]*|/\*.*?\*/", " ", (root / header).read_text(encoding="utf-8"), flags=re.DOTALL)
-        if header == "platform/Export.h":  # the macro itself
+        if header == "base/Export.h":  # the macro itself
             continue
         for match in re.finditer(r"\b(class|struct|union)\s+KORVANE_API\s+(\w+)|\bKORVANE_API\b([^;{]*?)"
                                  r"(operator\s*[^\s\w(]+|operator\s*\(\)|\w+)\s*\(", text):

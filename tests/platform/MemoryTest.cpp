@@ -1,5 +1,5 @@
-#include <Korvane/platform/Memory.h>
-#include <Korvane/platform/SmallBlocks.h>
+#include <Korvane/platform/memory/Memory.h>
+#include <Korvane/platform/memory/SmallBlocks.h>
 
 #include <cstdint>
 #include <cstring>

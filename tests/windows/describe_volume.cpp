@@ -1,7 +1,7 @@
 // usage: describe_volume DUMP FILE...    assembles a series; `CVolume::Dump` to DUMP, every number bit for bit to stdout
 #include <Korvane/Dicom.h>
 #include <Korvane/Korvane.h>
-#include <Korvane/platform/Terminal.h>
+#include "../../host/terminal/Terminal.h"
 
 #include <array>
 #include <bit>

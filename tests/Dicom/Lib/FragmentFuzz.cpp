@@ -2,7 +2,7 @@
 // every byte of the fragments once, in order, and none is empty of fragments.
 #include "DataSetBytes.h"
 
-#include <Korvane/Dicom/Lib/FragmentedFrames.h>
+#include <Korvane/Dicom/Lib/pixels/FragmentedFrames.h>
 
 #include <cstdlib>
 

@@ -1,5 +1,5 @@
 // One codec, named by the build; or none of the functions by which codecs are found.
-#include <Korvane/Dicom/Lib/CodecModule.h>
+#include <Korvane/Dicom/Lib/pixels/CodecModule.h>
 
 #include <cstring>
 

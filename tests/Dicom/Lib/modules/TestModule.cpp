@@ -1,5 +1,5 @@
 // A module of well-behaved and of hostile codecs. The frame of a stream lies behind a byte that says how to misbehave.
-#include <Korvane/Dicom/Lib/CodecModule.h>
+#include <Korvane/Dicom/Lib/pixels/CodecModule.h>
 
 #include <algorithm>
 #include <cstdio>

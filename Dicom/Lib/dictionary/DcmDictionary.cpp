@@ -1,0 +1,96 @@
+#include "DcmDictionary.h"
+
+#include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dataset/ValueText.h"
+
+int DcmDictionary::Build(const DcmDictionaryRow* rows, std::size_t count) {
+    Clear();
+    m_Keys.reserve(count);
+    m_Entries.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i > 0 && rows[i].key <= rows[i - 1].key) {
+            Clear();
+            return 0;
+        }
+        m_Keys.push_back(rows[i].key);
+        m_Entries.push_back({rows[i].flags, rows[i].typeCode, m_Names.size()});
+        if (rows[i].name != nullptr) m_Names += rows[i].name;
+        m_Names += '\0';
+    }
+    return 1;
+}
+
+std::ptrdiff_t DcmDictionary::Find(std::uint16_t group, std::uint16_t element) const {
+    const auto count = static_cast<std::ptrdiff_t>(m_Keys.size());
+    if (count == 0) return -1;
+    const std::uint32_t target = (static_cast<std::uint32_t>(group) << 16) | element;
+    const auto keyAt = [this](std::ptrdiff_t index) { return m_Keys[static_cast<std::size_t>(index)]; };
+    // Keys compare as unsigned numbers here, unlike in a data set's tree.
+    std::ptrdiff_t probe = count / 2;
+    std::ptrdiff_t step = count / 2 - 1;
+    while (keyAt(probe) != target && step > 0) {
+        probe += keyAt(probe) < target ? step : -step;
+        if (probe >= count) {
+            probe = count - 1;
+            break;
+        }
+        if (probe < 1) {
+            probe = 0;
+            break;
+        }
+        step /= 2;
+    }
+    while (probe + 1 < count && keyAt(probe) < target) ++probe;
+    while (probe > 0 && keyAt(probe) > target) --probe;
+    return keyAt(probe) == target ? probe : -1;
+}
+
+std::uint16_t DcmDictionary::LookupTypeCode(std::uint16_t group, std::uint16_t element, std::string* name) const {
+    const std::ptrdiff_t index = Find(group, element);
+    if (index < 0) return 0;
+    const Entry& entry = m_Entries[static_cast<std::size_t>(index)];
+    if (name != nullptr) *name = m_Names.c_str() + entry.name;
+    return static_cast<std::uint16_t>(entry.typeCode);
+}
+
+int DcmDictionary::SetTypeCode(VR* element) const {
+    if (element->m_TypeCode != 0 && element->m_TypeCode != TypeCode("UN")) return 1;
+    const std::uint16_t found = LookupTypeCode(element->m_Group, element->m_Element);
+    if (found != 0) {
+        element->m_TypeCode = found;
+        return 1;
+    }
+    if (element->GetItemCount() > 0) element->m_TypeCode = TypeCode("SQ");
+    return 0;
+}
+
+std::string DcmDictionary::GetString(const DICOMObject& dataSet, std::uint16_t group, std::uint16_t element,
+                                     int option) const {
+    VR* const found = dataSet.GetVR(group, element);
+    if (found == nullptr) return {};
+    SetTypeCode(found);
+    return option > 0 ? ValueText(*found, static_cast<std::size_t>(option) - 1, 1) : ValueText(*found);
+}
+
+bool DcmDictionary::HasFlag(std::uint16_t group, std::uint16_t element, std::uint32_t flag) const {
+    const std::ptrdiff_t index = Find(group, element);
+    return index >= 0 && (m_Entries[static_cast<std::size_t>(index)].flags & flag) != 0;
+}
+
+int DcmDictionary::Clear() {
+    m_Keys.clear();
+    m_Entries.clear();
+    m_Names.clear();
+    return 1;
+}
+
+void CompleteTypes(DICOMObject& dataSet, const DcmDictionary* dictionary) {
+    for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+        const std::uint32_t items = element->GetItemCount();
+        std::uint16_t& type = element->m_TypeCode;
+        if (type == 0 && dictionary != nullptr) type = dictionary->LookupTypeCode(element->m_Group, element->m_Element);
+        if (type == 0) type = items > 0 ? TypeCode("SQ") : TypeCode("UN");
+        if (IsPixelData(*element)) continue;
+        for (std::uint32_t i = 0; i < items; ++i) CompleteTypes(*element->GetItem(i), dictionary);
+    }
+}

@@ -1,0 +1,81 @@
+// The TCP connection under the DICOM upper layer (PS3.8 9.1.1).
+#pragma once
+
+#include "../../../platform/Socket.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+/// A TCP socket over IPv4. Results are 1 and 0; what went wrong is in the error text. Nothing is thrown.
+///
+/// The first socket of the process starts the system's socket library, the last one that is destroyed stops it; the count
+/// is not locked. With the environment variable "DCM_DUMP_SOCKET" set, every send and receive goes to the dump log.
+class DcmSocket {
+public:
+    DcmSocket();
+    ~DcmSocket();
+    DcmSocket(const DcmSocket&) = delete;
+    DcmSocket& operator=(const DcmSocket&) = delete;
+
+    /// Connects to a host (name, or address in dotted form) and a port (number, or name of a service). What was open is
+    /// closed first. The numbers in the error texts are those of the C library's `errno`, also where the system keeps
+    /// socket errors elsewhere: callers rely on the texts as they are.
+    int Open(const char* host, const char* port);
+
+    /// The port of a text: a number other than 0, or else the name of a service. `protocol` may be null. Null on failure;
+    /// the result stays valid until the next call. The port in it is in network byte order.
+    const platform::ServiceEntry* ResolvePort(const char* port, const char* protocol);
+
+    /// Sends a block. 1, or 0 when not connected. The result says no more than that: what the system takes in part is
+    /// continued, and a failure on the way is kept (see `HasFailed`). `isStopped` is asked where a
+    /// peer takes nothing, before the wait for it and when a signal ends that; true is such a failure.
+    int Send(const void* bytes, int count, const std::function<bool()>& isStopped = nullptr);
+
+    /// Waits at most the time-out, then takes what is there, at most `capacity` bytes: a count. -1 when the time is up, the
+    /// peer has closed, or not connected; 0 when the time-out is 0 and nothing is there.
+    int Recv(void* bytes, int capacity);
+
+    /// The two steps of `Recv`: 1 when something can be read within that time, 0, or -1 on error; what is there now, -1 as
+    /// above, or `platform::kNothingReceived`.
+    int Wait(int milliseconds);
+    int RecvAvailable(void* bytes, int capacity);
+
+    void Close();
+
+    /// Tells the peer that nothing more will be sent.
+    void ShutDown();
+
+    /// Waits for connections to a port (0: the system chooses) on the loopback interface or on all. 1 or 0.
+    int Listen(std::uint16_t port, bool loopbackOnly);
+    /// The port listened on.
+    std::uint16_t GetListeningPort() const;
+    /// Gives the next connection within that time to another socket, which is closed first. 1 or 0.
+    int Accept(DcmSocket& connection, int milliseconds);
+
+    bool IsConnected() const { return m_bConnected != 0; }
+    /// Whether sending or receiving has failed since the socket was opened; the number is that of the system's socket
+    /// library.
+    bool HasFailed() const { return m_LastError != 0; }
+    std::int32_t GetLastError() const { return m_LastError; }
+    const char* GetErrorText() const { return m_ErrorText; }
+    const platform::SocketAddress& GetPeer() const { return m_Peer; }
+
+    /// Seconds that a receive waits, 300 at first; a send gives up as well when nothing moves for that long, and so does
+    /// connecting, where the system has not done so by itself.
+    int GetTimeout() const { return m_Timeout; }
+    void SetTimeout(int seconds);
+
+private:
+    int Connect(const char* host, const char* port);
+    void Attach(platform::SocketHandle handle);
+
+    std::int32_t m_LastError = 0;
+    platform::SocketHandle m_Handle = platform::kNoSocket;
+    std::int32_t m_bConnected = 0;
+    char m_ErrorText[512] = {};
+    platform::SocketAddress m_Peer;
+    std::int32_t m_Timeout = 300;
+    platform::ServiceEntry m_Service;
+    bool m_bUsable = false;
+};

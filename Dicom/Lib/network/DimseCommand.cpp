@@ -1,0 +1,155 @@
+#include "DimseCommand.h"
+
+#include "Dicom/Lib/stream/MemoryBuffer.h"
+#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
+
+#include <cstdio>
+
+namespace {
+
+/// Elements of group 0000.
+enum CommandElement : std::uint16_t {
+    kGroupLength = 0x0000,
+    kAffectedClass = 0x0002,
+    kRequestedClass = 0x0003,
+    kCommandField = 0x0100,
+    kMessageId = 0x0110,
+    kMessageIdRespondedTo = 0x0120,
+    kPriority = 0x0700,
+    kDataSetType = 0x0800,
+    kStatus = 0x0900,
+    kErrorComment = 0x0902,
+    kAffectedInstance = 0x1000,
+    kRequestedInstance = 0x1001
+};
+
+constexpr std::size_t kLongestComment = 64;
+
+void PutElement(Buffer& out, std::uint16_t element, std::uint32_t length) {
+    out.WriteUINT16(0);
+    out.WriteUINT16(element);
+    out.WriteUINT32(length);
+}
+
+void PutNumber(Buffer& out, std::uint16_t element, std::uint16_t value) {
+    PutElement(out, element, 2);
+    out.WriteUINT16(value);
+}
+
+void PutText(Buffer& out, std::uint16_t element, const std::string& text, char pad) {
+    const bool odd = text.size() % 2 != 0;
+    PutElement(out, element, static_cast<std::uint32_t>(text.size() + (odd ? 1 : 0)));
+    out.Write(text.data(), text.size());
+    if (odd) out.WriteUINT8(static_cast<std::uint8_t>(pad));
+}
+
+std::string TakeText(Buffer& in) {
+    std::string text(static_cast<std::size_t>(in.GetRemaining()), '\0');
+    in.Read(text.data(), text.size());
+    return TrimmedUid(text);
+}
+
+}  // namespace
+
+bool IsStored(std::uint16_t status) {
+    return status == kStatusSuccess || (status & 0xF000) == 0xB000;
+}
+
+std::string DimseStatusText(std::uint16_t status) {
+    const char* text = "unknown status";
+    if (status == kStatusSuccess)
+        text = "success";
+    else if (status == kStatusNoSuchInstance)
+        text = "no such SOP instance";
+    else if (status == kStatusInvalidInstance)
+        text = "invalid SOP instance";
+    else if (status == kStatusClassNotSupported)
+        text = "SOP class not supported";
+    else if (status == 0x0124)
+        text = "not authorized";
+    else if (status == kStatusUnrecognizedOperation)
+        text = "unrecognized operation";
+    else if (status == 0x0110)
+        text = "processing failure";
+    else if (status == 0x0111)
+        text = "duplicate SOP instance";
+    else if (status == 0x0210)
+        text = "duplicate invocation";
+    else if (status == 0x0212)
+        text = "mistyped argument";
+    else if ((status & 0xFF00) == kStatusOutOfResources)
+        text = "out of resources";
+    else if ((status & 0xFF00) == kStatusDataSetMismatch)
+        text = "data set does not match SOP class";
+    else if ((status & 0xF000) == kStatusCannotUnderstand)
+        text = "cannot understand";
+    else if (status == 0xB000)
+        text = "warning: data elements were coerced";
+    else if (status == 0xB006)
+        text = "warning: data elements were discarded";
+    else if (status == 0xB007)
+        text = "warning: data set does not match SOP class";
+    else if ((status & 0xF000) == 0xB000)
+        text = "warning";
+    char number[16];
+    std::snprintf(number, sizeof number, " (0x%4.4X)", static_cast<unsigned>(status));
+    return std::string(text) + number;
+}
+
+DimseCommand DimseCommand::MakeResponse(std::uint16_t withStatus) const {
+    DimseCommand response = *this;
+    response.field = static_cast<std::uint16_t>(field | kResponseBit);
+    response.dataSetType = kNoDataSet;
+    response.status = withStatus;
+    response.errorComment.clear();
+    return response;
+}
+
+std::vector<unsigned char> DimseCommand::Encode() const {
+    MemoryOutputBuffer elements;
+    if (!sopClass.empty()) PutText(elements, kAffectedClass, sopClass, '\0');
+    PutNumber(elements, kCommandField, field);
+    PutNumber(elements, IsResponse() ? kMessageIdRespondedTo : kMessageId, messageId);
+    if (field == kStoreRQ) PutNumber(elements, kPriority, priority);
+    PutNumber(elements, kDataSetType, dataSetType);
+    if (IsResponse()) PutNumber(elements, kStatus, status);
+    if (!errorComment.empty()) PutText(elements, kErrorComment, errorComment.substr(0, kLongestComment), ' ');
+    if (!sopInstance.empty()) PutText(elements, kAffectedInstance, sopInstance, '\0');
+    const std::vector<unsigned char>& bytes = elements.GetBytes();
+    MemoryOutputBuffer whole;
+    PutElement(whole, kGroupLength, 4);
+    whole.WriteUINT32(static_cast<std::uint32_t>(bytes.size()));
+    whole.Write(bytes.data(), bytes.size());
+    return whole.GetBytes();
+}
+
+int DimseCommand::Decode(const void* bytes, std::size_t count) {
+    *this = {};
+    bool hasField = false;
+    MemoryInputBuffer in(bytes, count);
+    while (in.GetRemaining() > 0) {
+        std::uint16_t group;
+        std::uint16_t element;
+        std::uint32_t length;
+        if (!in.ReadUINT16(group) || !in.ReadUINT16(element) || !in.ReadUINT32(length)) return 0;
+        if (group != 0 || length > in.GetRemaining()) return 0;
+        const Buffer::Window window(in, length);
+        bool whole = true;
+        switch (element) {
+        case kAffectedClass:
+        case kRequestedClass: sopClass = TakeText(in); break;
+        case kAffectedInstance:
+        case kRequestedInstance: sopInstance = TakeText(in); break;
+        case kCommandField: whole = hasField = in.ReadUINT16(field); break;
+        case kMessageId:
+        case kMessageIdRespondedTo: whole = in.ReadUINT16(messageId); break;
+        case kPriority: whole = in.ReadUINT16(priority); break;
+        case kDataSetType: whole = in.ReadUINT16(dataSetType); break;
+        case kStatus: whole = in.ReadUINT16(status); break;
+        case kErrorComment: errorComment = TakeText(in); break;
+        default: break;
+        }
+        if (!whole) return 0;
+    }
+    return hasField ? 1 : 0;
+}

@@ -1,0 +1,148 @@
+#include "FolderSink.h"
+
+#include "Dicom/Lib/stream/MemoryBuffer.h"
+#include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
+#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::string_view kExtension = ".dcm";
+constexpr int kMostCompared = 100;  // or a flood of versions of one instance would have all read for each
+
+/// Preamble and meta information (PS3.10 7.1); empty when memory runs out.
+std::vector<unsigned char> FileHead(const StorageRequest& request) {
+    static constexpr unsigned char kVersion[2] = {0, 1};
+    DICOMDataObject meta;
+    int made = ReplaceValue(meta, 0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion);
+    const auto put = [&](std::uint16_t element, std::uint16_t type, std::string_view text) {
+        made &= ReplaceText(meta, 0x0002, element, type, text);
+    };
+    put(0x0002, TypeCode("UI"), request.sopClass);
+    put(0x0003, TypeCode("UI"), request.sopInstance);
+    put(0x0010, TypeCode("UI"), request.transferSyntax);
+    put(0x0012, TypeCode("UI"), kImplementationClassUid);
+    put(0x0013, TypeCode("SH"), kImplementationVersionName);
+    if (!request.callingTitle.empty()) put(0x0016, TypeCode("AE"), request.callingTitle);
+    MemoryOutputBuffer head;
+    head.WriteZeros(128);
+    head.Write("DICM", 4);
+    TransferSyntaxCodec codec;
+    if (made == 0 || codec.EncodeMetaInformation(head, meta) == 0) return {};
+    return head.GetBytes();
+}
+
+/// Whether `a`, an older file, ends with the data set that `b` has behind its head: heads name the sender, and may differ.
+bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t head) {
+    constexpr std::size_t kPiece = 64 * 1024;
+    if (b.GetSize() < head) return false;
+    const std::uint64_t length = b.GetSize() - head;
+    if (a.GetSize() < length || a.GetSize() - length > kPiece) return false;
+    const auto room = static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, std::max(a.GetSize(), b.GetSize())));
+    std::vector<unsigned char> x(room);
+    std::vector<unsigned char> y(room);
+    a.Read(x.data(), static_cast<std::size_t>(a.GetSize() - length));
+    b.Read(y.data(), head);
+    for (std::uint64_t left = length; left > 0;) {
+        const auto step = static_cast<std::size_t>(std::min<std::uint64_t>(left, room));
+        if (a.Read(x.data(), step) != step || b.Read(y.data(), step) != step) return false;
+        if (!std::equal(x.begin(), x.begin() + static_cast<std::ptrdiff_t>(step), y.begin())) return false;
+        left -= step;
+    }
+    return true;
+}
+
+enum class Content { Same, Other, Unreadable };
+
+/// Has both files open no longer than it takes: Windows neither renames nor removes open ones.
+Content CompareDataSets(const std::string& older, const std::string& file, std::size_t head) {
+    platform::InputFile a;
+    platform::InputFile b;
+    const bool canCompare = a.Open(older.c_str()) && b.Open(file.c_str());
+    if (canCompare && HasSameDataSet(a, b, head)) return Content::Same;
+    return a.HasFailed() || b.HasFailed() ? Content::Unreadable : Content::Other;
+}
+
+std::string NumberedName(const std::string& path, int number) {
+    const std::string base = path.substr(0, path.size() - kExtension.size());
+    return base + "-" + std::to_string(number) + std::string(kExtension);
+}
+
+/// A name that no file has, behind the number `low`, which one has; found in few looks.
+std::string FreeName(const std::string& path, int low) {
+    const auto isTaken = [&](int number) { return platform::FileExists(NumberedName(path, number).c_str()); };
+    int high = low + 1;
+    for (int step = 1; isTaken(high); step *= 2) {
+        low = high;
+        high += step;
+    }
+    while (high - low > 1) {
+        const int middle = low + (high - low) / 2;
+        (isTaken(middle) ? low : high) = middle;
+    }
+    return NumberedName(path, high);
+}
+
+}  // namespace
+
+FolderSink::~FolderSink() {
+    Discard();
+}
+
+std::uint16_t FolderSink::Begin(const StorageRequest& request) {
+    Discard();
+    if (!IsUid(request.sopInstance)) return kStatusInvalidInstance;  // whoever calls: no other name is ever made
+    m_Path = m_Folder + "/" + request.sopInstance + std::string(kExtension);
+    m_Part = m_Path + ".part";
+    const std::vector<unsigned char> head = FileHead(request);
+    m_Head = head.size();
+    if (!m_File.Open(m_Part.c_str())) {
+        m_Part.clear();
+        return kStatusOutOfResources;
+    }
+    if (head.empty()) {
+        Discard();
+        return kStatusOutOfResources;
+    }
+    const std::uint16_t status = Write(head.data(), head.size());
+    if (status != kStatusSuccess) Discard();
+    return status;
+}
+
+std::uint16_t FolderSink::Write(const void* bytes, std::size_t count) {
+    return m_File.Write(bytes, count) ? kStatusSuccess : kStatusOutOfResources;
+}
+
+std::uint16_t FolderSink::End() {
+    std::uint16_t status = kStatusOutOfResources;
+    if (m_File.Close()) status = Check(m_Part, m_Head);
+    if (status == kStatusSuccess && !Settle()) status = kStatusOutOfResources;
+    if (status != kStatusSuccess) Discard();
+    m_Part.clear();
+    return status;
+}
+
+/// Gives the file its name, which may be another than was thought.
+bool FolderSink::Settle() {
+    const std::string first = m_Path;
+    for (int number = 2; m_Existing == Existing::KeepBoth && platform::FileExists(m_Path.c_str()); ++number) {
+        if (number > kMostCompared) {
+            m_Path = FreeName(first, number - 1);
+            break;
+        }
+        const Content content = CompareDataSets(m_Path, m_Part, m_Head);
+        if (content == Content::Same) return platform::RemoveFile(m_Part.c_str());
+        if (content == Content::Unreadable) return false;  // or Ctrl-C would leave one data set twice
+        m_Path = NumberedName(first, number);
+    }
+    return platform::RenameOver(m_Part.c_str(), m_Path.c_str());
+}
+
+void FolderSink::Discard() {
+    if (m_Part.empty()) return;
+    m_File.Close();
+    platform::RemoveFile(m_Part.c_str());
+    m_Part.clear();
+}

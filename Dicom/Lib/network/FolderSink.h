@@ -1,0 +1,43 @@
+// Received data sets as files of a folder.
+#pragma once
+
+#include "../../../platform/File.h"
+#include "StorageProvider.h"
+
+#include <string>
+
+/// Writes Part 10 files named "<SOP instance UID>.dcm" into a folder, whole or not at all: a file bears another name,
+/// with ".part" behind it, until its last byte was written.
+class FolderSink : public StorageSink {
+public:
+    /// What becomes of a file that is there already. `KeepBoth`: a data set with the same bytes is not stored twice, another
+    /// one gets "-2", "-3" ... behind the UID.
+    enum class Existing { Replace, KeepBoth };
+
+    explicit FolderSink(std::string folder, Existing existing = Existing::Replace)
+        : m_Folder(std::move(folder)), m_Existing(existing) {}
+    ~FolderSink() override;
+
+    std::uint16_t Begin(const StorageRequest& request) override;
+    std::uint16_t Write(const void* bytes, std::size_t count) override;
+    std::uint16_t End() override;
+    void Discard() override;
+
+    /// The file written last, or being written.
+    const std::string& GetPath() const { return m_Path; }
+
+protected:
+    /// Looks at the file when it is complete but for its name; other statuses than success refuse it. The data set begins
+    /// behind `head` bytes.
+    virtual std::uint16_t Check(const std::string& /*path*/, std::size_t /*head*/) { return kStatusSuccess; }
+
+private:
+    bool Settle();
+
+    std::string m_Folder;
+    Existing m_Existing;
+    std::size_t m_Head = 0;  // bytes in front of the data set
+    std::string m_Path;
+    std::string m_Part;  // empty: no file is open
+    platform::OutputFile m_File;
+};

@@ -1,0 +1,60 @@
+// A buffer over a socket.
+#pragma once
+
+#include "../stream/Buffer.h"
+#include "DcmSocket.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+/// Reads what the socket receives and sends on `Flush`. The socket is made when it is first asked for, so that an object
+/// of which the network is never used costs nothing.
+///
+/// After a failed read (the peer closed, time out, stopped) every further read fails; `WhyReadFailed` tells.
+class SocketBuffer : public Buffer {
+public:
+    enum class ReadFault { None, Closed, TimedOut, Stopped };
+
+    DcmSocket& GetSocket();
+    bool HasSocket() const { return m_pSocket != nullptr; }
+
+    ReadFault WhyReadFailed() const { return m_ReadFault; }
+
+    /// Asked several times a second while a read waits; true ends the wait. Null: none.
+    void SetStopCheck(std::function<bool()> check) { m_StopCheck = std::move(check); }
+    bool IsStopped() const { return m_StopCheck && m_StopCheck(); }
+
+    /// From now on reading fails when so much time has passed in all, however the bytes trickle in. 0: no such limit, only
+    /// the socket's own time-out.
+    void SetDeadline(int seconds);
+
+    /// From now on reading fails when it has waited so long for the peer in all; the time between reads does not count.
+    /// 0: no such limit.
+    void LimitWaiting(std::int64_t seconds);
+
+    /// Whether something can be read before the milliseconds are up; no fault when not.
+    bool WaitForData(int milliseconds);
+
+    /// Sends bytes past the write area, which is flushed first.
+    bool Send(const void* bytes, std::size_t count);
+
+    /// Forgets what was read and written, faults and deadline: for another connection.
+    void Restart();
+
+protected:
+    std::size_t Fill(void* bytes, std::size_t capacity) override;
+    bool Drain(const void* bytes, std::size_t count) override;
+
+private:
+    bool WaitForSocket();
+
+    std::unique_ptr<DcmSocket> m_pSocket;
+    std::function<bool()> m_StopCheck;
+    std::chrono::steady_clock::time_point m_Deadline{};
+    std::chrono::steady_clock::duration m_WaitLeft{};
+    bool m_bDeadline = false;
+    bool m_bWaitLimited = false;
+    ReadFault m_ReadFault = ReadFault::None;
+};

@@ -1,0 +1,76 @@
+// Sends DICOM files to a storage provider (PS3.4 annex B).
+#pragma once
+
+#include "DcmService.h"
+#include "../syntax/TransferSyntaxCodec.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+/// What must be known of a file before it is sent.
+class StorageFile {
+public:
+    std::string path;
+    std::string sopClass;
+    std::string sopInstance;
+    std::string transferSyntax;    ///< (0002,0010), or that of the encoding where it is missing
+    std::uint64_t dataOffset = 0;  ///< where the data set begins, behind meta information
+    std::uint64_t dataLength = 0;  ///< bytes of it; 0 where the file has no size
+
+    /// Looks through the file's structure without reading its large values. 1, or 0 with the reason in `error`: the file
+    /// cannot be read, is no DICOM file, lacks class or instance, or is damaged or cut off (peers break off associations
+    /// over such files).
+    int Examine(const std::string& filePath, std::string& error);
+
+private:
+    bool Walk(int syntax, std::string& error);
+};
+
+/// What became of one file. Stored: `error` is empty; a warning of the provider is in `status`.
+struct StorageResult {
+    bool stored = false;
+    std::uint16_t status = 0;  ///< of the provider's answer, if there was one
+    std::string error;         ///< one line
+    std::uint64_t bytes = 0;   ///< of the data set, as sent
+};
+
+/// Storage as user, on a service that is associated by the caller between `Propose` and `Send`.
+///
+/// A data set goes out as it lies in the file, piece by piece, where a context with the file's own transfer syntax was
+/// agreed on. Otherwise, if the file is not compressed, it is read whole and encoded in an agreed uncompressed syntax;
+/// compressed files are not sent then. One of odd length, which peers do not take, is encoded anew as well.
+class StorageUser {
+public:
+    /// The codec re-encodes, and should have the public dictionary. Both must outlive the object.
+    StorageUser(DcmService& service, TransferSyntaxCodec& codec) : m_Service(service), m_Codec(codec) {}
+
+    /// Replaces the proposed contexts by what the files from `first` on need: one for each pair of class and syntax, and for
+    /// uncompressed ones another with the other uncompressed syntaxes. Returns the index behind the last file that fits
+    /// into the 128 contexts of one association.
+    std::size_t Propose(const std::vector<StorageFile>& files, std::size_t first = 0);
+
+    /// C-STORE of one file, and the answer. When it fails, `DcmService::GetState` tells whether the association lives on.
+    StorageResult Send(const StorageFile& file);
+
+    /// Called after each block with the bytes of this file sent so far; true stops with A-ABORT. Null: none.
+    void SetProgress(std::function<bool(std::uint64_t)> progress) { m_Progress = std::move(progress); }
+
+    /// (0000,0700): 0 medium, 1 high, 2 low.
+    void SetPriority(std::uint16_t priority) { m_Priority = priority; }
+
+private:
+    const AcceptedContext* ChooseContext(const StorageFile& file) const;
+    bool SendBytes(const StorageFile& file, std::uint8_t context, const DimseCommand& request, StorageResult& result);
+    bool SendEncoded(const StorageFile& file, const AcceptedContext& context, const DimseCommand& request,
+                     StorageResult& result);
+    bool Stop(const std::string& why, StorageResult& result);
+    void AwaitAnswer(const DimseCommand& request, StorageResult& result);
+
+    DcmService& m_Service;
+    TransferSyntaxCodec& m_Codec;
+    std::function<bool(std::uint64_t)> m_Progress;
+    std::uint16_t m_Priority = 0;
+};

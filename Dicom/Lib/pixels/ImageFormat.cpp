@@ -1,0 +1,126 @@
+#include "ImageFormat.h"
+
+#include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/dataset/ValueText.h"
+#include "base/Number.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint64_t kLargestFrame = 0x7FFFFFFF;
+constexpr std::uint64_t kLargestValue = 0xFFFFFFFE;
+
+std::string_view FindText(const DICOMObject& dataSet, std::uint16_t group, std::uint16_t element) {
+    const VR* const found = dataSet.GetVR(group, element);
+    return found != nullptr ? WithoutPadding(found->GetText()) : std::string_view();
+}
+
+std::uint32_t NumberOr(const DICOMObject& dataSet, std::uint16_t element, std::uint32_t otherwise) {
+    return dataSet.GetVR(0x0028, element) != nullptr ? dataSet.GetUINT16(0x0028, element) : otherwise;
+}
+
+int WriteNumber(DICOMObject& dataSet, std::uint16_t element, std::uint32_t value) {
+    const unsigned char bytes[] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8)};
+    return ReplaceValue(dataSet, 0x0028, element, TypeCode("US"), bytes, sizeof bytes);
+}
+
+bool FitsIntoBits(const DcmFrameFormat& frame) {
+    return frame.bitsStored >= 1 && frame.bitsStored <= frame.bitsAllocated;
+}
+
+std::string CheckLimits(const DcmFrameFormat& frame) {
+    const auto number = [](std::uint32_t value) { return std::to_string(value); };
+    if (frame.rows == 0 || frame.columns == 0) return "an image without rows or columns";
+    if (frame.samplesPerPixel < 1 || frame.samplesPerPixel > 4) {
+        return number(frame.samplesPerPixel) + " samples a pixel";
+    }
+    if (frame.bitsAllocated != 8 && frame.bitsAllocated != 16 && frame.bitsAllocated != 32) {
+        return "no codec is for " + number(frame.bitsAllocated) + " bits allocated";
+    }
+    if (!FitsIntoBits(frame)) {
+        return number(frame.bitsStored) + " bits stored of " + number(frame.bitsAllocated);
+    }
+    if (frame.pixelRepresentation > 1 || frame.planarConfiguration > 1) return "an unknown form of pixels";
+    return {};
+}
+
+const char* LossyMethod(std::string_view syntax) {
+    if (syntax == "1.2.840.10008.1.2.4.81") return "ISO_14495_1";
+    if (syntax.starts_with("1.2.840.10008.1.2.4.9")) return "ISO_15444_1";
+    return "ISO_10918_1";
+}
+
+}  // namespace
+
+std::string ReadImageFormat(const DICOMObject& dataSet, ImageFormat& format) {
+    DcmFrameFormat& frame = format.frame;
+    frame = DcmFrameFormat{};
+    frame.size = sizeof frame;
+    frame.samplesPerPixel = NumberOr(dataSet, 0x0002, 1);
+    frame.rows = NumberOr(dataSet, 0x0010, 0);
+    frame.columns = NumberOr(dataSet, 0x0011, 0);
+    frame.bitsAllocated = NumberOr(dataSet, 0x0100, 0);
+    frame.bitsStored = NumberOr(dataSet, 0x0101, frame.bitsAllocated);
+    frame.highBit = NumberOr(dataSet, 0x0102, frame.bitsStored - 1);
+    frame.pixelRepresentation = NumberOr(dataSet, 0x0103, 0);
+    frame.planarConfiguration = NumberOr(dataSet, 0x0006, 0);
+    const std::string_view photometric = FindText(dataSet, 0x0028, 0x0004);
+    if (photometric.size() >= sizeof frame.photometric) return "an unknown photometric interpretation";
+    std::copy(photometric.begin(), photometric.end(), frame.photometric);
+    if (std::string fault = CheckLimits(frame); !fault.empty()) return fault;
+    const std::string_view frames = FindText(dataSet, 0x0028, 0x0008);
+    format.frames = static_cast<std::uint32_t>(frames.empty() ? 1 : std::max(platform::ParseInteger(frames), 1));
+    format.frameBytes = std::uint64_t{frame.rows} * frame.columns * frame.samplesPerPixel * (frame.bitsAllocated / 8);
+    if (format.frameBytes > kLargestFrame) return "a frame of " + std::to_string(format.frameBytes) + " bytes";
+    if (format.TotalBytes() > kLargestValue) {
+        return std::to_string(format.frames) + " frames of " + std::to_string(format.frameBytes) +
+               " bytes, more than one value can hold";
+    }
+    return {};
+}
+
+bool IsAllowedChange(const DcmFrameFormat& before, const DcmFrameFormat& after) {
+    const bool isSameMatrix = after.columns == before.columns && after.rows == before.rows &&
+                              after.samplesPerPixel == before.samplesPerPixel &&
+                              after.bitsAllocated == before.bitsAllocated;
+    const char* const end = std::find(after.photometric, std::end(after.photometric), '\0');
+    const auto isOfCodeString = [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == ' ';
+    };
+    const bool isWellNamed =
+        std::equal(std::begin(before.photometric), std::end(before.photometric), after.photometric) ||
+        (end != std::end(after.photometric) && std::all_of(after.photometric, end, isOfCodeString));
+    return isSameMatrix && isWellNamed && FitsIntoBits(after) &&
+           (after.highBit == before.highBit || after.highBit < after.bitsAllocated) && after.pixelRepresentation <= 1 &&
+           after.planarConfiguration <= 1 && after.lossy <= 1;
+}
+
+int WriteChanges(DICOMObject& dataSet, const DcmFrameFormat& before, const DcmFrameFormat& after) {
+    int done = 1;
+    if (std::strcmp(before.photometric, after.photometric) != 0) {
+        done &= ReplaceText(dataSet, 0x0028, 0x0004, TypeCode("CS"), after.photometric);
+    }
+    const auto number = [&](std::uint16_t element, std::uint32_t DcmFrameFormat::*field) {
+        if (before.*field != after.*field) done &= WriteNumber(dataSet, element, after.*field);
+    };
+    number(0x0006, &DcmFrameFormat::planarConfiguration);
+    number(0x0101, &DcmFrameFormat::bitsStored);
+    number(0x0102, &DcmFrameFormat::highBit);
+    number(0x0103, &DcmFrameFormat::pixelRepresentation);
+    return done;
+}
+
+int MarkAsLossy(DICOMObject& dataSet, double ratio, std::string_view syntax) {
+    int done = ReplaceText(dataSet, 0x0028, 0x2110, TypeCode("CS"), "01");
+    if (FindText(dataSet, 0x0028, 0x2112).empty()) {
+        const double rounded = std::round(ratio * 100) / 100;
+        done &= ReplaceText(dataSet, 0x0028, 0x2112, TypeCode("DS"), platform::FormatReal(rounded));
+    }
+    if (FindText(dataSet, 0x0028, 0x2114).empty()) {
+        done &= ReplaceText(dataSet, 0x0028, 0x2114, TypeCode("CS"), LossyMethod(syntax));
+    }
+    return done;
+}

@@ -1,0 +1,114 @@
+// The entry points, and what parser and encoder have in common.
+#include "TransferSyntaxCodec.h"
+
+#include "Dicom/Lib/dictionary/DcmDictionary.h"
+#include "DiagnosticDump.h"
+#include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dictionary/PublicDictionary.h"
+#include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "TransferSyntaxTable.h"
+
+#include <string>
+
+namespace {
+
+/// Banner and byte order of an entry point.
+void Begin(Buffer& buffer, int byteOrder, const char* banner) {
+    Trace(kDumpTransferSyntax, "%s", banner);
+    buffer.SetByteOrder(byteOrder);
+}
+
+}  // namespace
+
+TransferSyntaxCodec::TransferSyntaxCodec(DcmDictionary* dictionary) : m_pDictionary(dictionary) {}
+
+TransferSyntaxCodec::~TransferSyntaxCodec() = default;
+
+int TransferSyntaxCodec::ParseImplicitLittleEndian(Buffer& buffer, DICOMObject* target) {
+    Begin(buffer, Buffer::kLittleEndian, "-----------------------------\nParsing incoming Implicit Little Endian\n");
+    return Implicit_ParseRawVRIntoDCM(buffer, target, 0);
+}
+
+int TransferSyntaxCodec::EncodeImplicitLittleEndian(Buffer& buffer, DICOMObject* dataSet) {
+    Begin(buffer, Buffer::kLittleEndian, "-----------------------------\nParsing outgoing Implicit Little Endian\n");
+    return ImplicitEncode(buffer, dataSet, 0);
+}
+
+int TransferSyntaxCodec::ParseExplicitLittleEndian(Buffer& buffer, DICOMObject* target) {
+    // This banner alone has no dashed line; readers of the log rely on the texts as they are.
+    Begin(buffer, Buffer::kLittleEndian, "Parsing incoming Explicit Little Endian\n");
+    return ExplicitParse(buffer, target, 0);
+}
+
+int TransferSyntaxCodec::EncodeExplicitLittleEndian(Buffer& buffer, DICOMObject* dataSet) {
+    Begin(buffer, Buffer::kLittleEndian, "-----------------------------\nParsing outgoing Explicit Little Endian\n");
+    return ExplicitEncode(buffer, dataSet, 0);
+}
+
+int TransferSyntaxCodec::ParseExplicitBigEndian(Buffer& buffer, DICOMObject* target) {
+    Begin(buffer, Buffer::kBigEndian, "-----------------------------\nParsing incoming Explicit Big Endian\n");
+    return ExplicitParse(buffer, target, 0);
+}
+
+int TransferSyntaxCodec::EncodeExplicitBigEndian(Buffer& buffer, DICOMObject* dataSet) {
+    Begin(buffer, Buffer::kBigEndian, "-----------------------------\nParsing outgoing Explicit Big Endian\n");
+    return ExplicitEncode(buffer, dataSet, 0);
+}
+
+int TransferSyntaxCodec::ParseStream(int syntax, Buffer& buffer, DICOMObject* target, int option) {
+    m_Option = option;
+    int result;
+    switch (syntax) {
+    case kImplicitLittleEndian: result = ParseImplicitLittleEndian(buffer, target); break;
+    case kExplicitLittleEndian: result = ParseExplicitLittleEndian(buffer, target); break;
+    default: result = ParseExplicitBigEndian(buffer, target); break;
+    }
+    m_Option = kParseAll;
+    return result;
+}
+
+int TransferSyntaxCodec::EncodeStream(int syntax, Buffer& buffer, DICOMObject* dataSet) {
+    switch (syntax) {
+    case kImplicitLittleEndian: return EncodeImplicitLittleEndian(buffer, dataSet);
+    case kExplicitLittleEndian: return EncodeExplicitLittleEndian(buffer, dataSet);
+    default: return EncodeExplicitBigEndian(buffer, dataSet);
+    }
+}
+
+int TransferSyntaxCodec::DefaultEncode(Buffer& buffer, DICOMObject* dataSet) {
+    return EncodeImplicitLittleEndian(buffer, dataSet);
+}
+
+int TransferSyntaxCodec::OnReadPixelData(Buffer& /*buffer*/, VR& /*pixelData*/) {
+    return (m_Option & kStopBeforePixelData) != 0 ? 1 : 0;
+}
+
+int TransferSyntaxCodec::PrepareMetaInformation(DICOMObject* dataSet, int mode) {
+    const VR* const present = dataSet->GetVR(0x0002, 0x0010);
+    std::string syntax(mode == 2 ? kImplicitLittleEndianUid : kExplicitLittleEndianUid);
+    if (IsEncapsulated(dataSet->GetVR(0x7FE0, 0x0010))) {
+        if (mode != 3 || present == nullptr) return 0;
+        syntax = TrimmedUid(present->GetText());
+        if (IsNativeTransferSyntax(syntax)) return 0;
+    }
+    static constexpr unsigned char kVersion[2] = {0x00, 0x01};
+    int done = ReplaceValue(*dataSet, 0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion);
+    const VR* const sopClass = dataSet->GetVR(0x0008, 0x0016);
+    const VR* const sopInstance = dataSet->GetVR(0x0008, 0x0018);
+    if (sopClass != nullptr) done &= ReplaceText(*dataSet, 0x0002, 0x0002, TypeCode("UI"), sopClass->GetText());
+    if (sopInstance != nullptr) done &= ReplaceText(*dataSet, 0x0002, 0x0003, TypeCode("UI"), sopInstance->GetText());
+    done &= ReplaceText(*dataSet, 0x0002, 0x0010, TypeCode("UI"), syntax);
+    done &= ReplaceText(*dataSet, 0x0002, 0x0012, TypeCode("UI"), kImplementationClassUid);
+    done &= ReplaceText(*dataSet, 0x0002, 0x0013, TypeCode("SH"), kImplementationVersionName);
+    return done;
+}
+
+/// Completes the type by the dictionary; false when it stays unknown.
+bool TransferSyntaxCodec::CompleteType(VR& element) {
+    if (m_pDictionary == nullptr || m_pDictionary->SetTypeCode(&element) == 0) return false;
+    if (m_bSignedPixels && element.m_TypeCode == TypeCode("US") &&
+        m_pDictionary->HasFlag(element.m_Group, element.m_Element, kAmbiguousUsSs)) {
+        element.m_TypeCode = TypeCode("SS");
+    }
+    return true;
+}

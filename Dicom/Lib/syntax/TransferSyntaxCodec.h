@@ -1,0 +1,126 @@
+// Turns byte streams into data sets and data sets into byte streams, in the uncompressed transfer syntaxes: implicit VR
+// little endian, explicit VR little endian, explicit VR big endian (PS3.5 7, A.1 to A.3).
+#pragma once
+
+#include "../stream/Buffer.h"
+#include "../dataset/DICOMObject.h"
+
+#include <cstdint>
+#include <memory>
+
+class DcmDictionary;
+
+/// Numbers of the syntaxes.
+enum TransferSyntaxNumber : int { kImplicitLittleEndian = 100, kExplicitLittleEndian = 101, kExplicitBigEndian = 102 };
+
+/// What `ParseStream` may be told (bits).
+enum ParseOption : int {
+    kParseAll = 0,
+    kStopBeforePixelData = 1  ///< the parse ends, with success, in front of Pixel Data at the top level
+};
+
+/// Results are 1 and 0; nothing is thrown. Byte order is the buffer's; the entry points set it.
+///
+/// In memory all values are little endian: what is read from or written to a big-endian stream is swapped by its value
+/// representation (OW by words).
+///
+/// Limits on hostile streams: sequences nest at most 256 deep, and a length is checked against what the stream can still
+/// hold before memory is taken; beyond either the parse returns 0. What was read until then stays in the target.
+///
+/// A subclass may stream pixel data through the hooks instead of holding it.
+class TransferSyntaxCodec {
+public:
+    /// The dictionary completes types in implicit streams and in elements made without one. It may be null; not owned.
+    explicit TransferSyntaxCodec(DcmDictionary* dictionary = nullptr);
+    virtual ~TransferSyntaxCodec();
+    TransferSyntaxCodec(const TransferSyntaxCodec&) = delete;
+    TransferSyntaxCodec& operator=(const TransferSyntaxCodec&) = delete;
+
+    // The order of the virtual operations is part of the interface. `depth` is 0 at the top, and grows by one for each
+    // sequence and each item.
+
+    virtual int Implicit_ParseRawVRIntoDCM(Buffer& buffer, DICOMObject* target, int depth);
+
+    /// Encoding drains the data set: elements are taken out in tag order and destroyed as they are written. Left out are
+    /// group 0002, group lengths ((0000,0000) stays in the implicit syntax) and, by the explicit encoder, what has no
+    /// type that the dictionary could complete. Sequences and items are always written with undefined length.
+    virtual int ImplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth);
+
+    /// What the file writer uses in its modes 1 and 2: implicit VR little endian.
+    virtual int DefaultEncode(Buffer& buffer, DICOMObject* dataSet);
+
+    virtual int ExplicitParse(Buffer& buffer, DICOMObject* target, int depth);
+    virtual int ExplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth);
+
+    /// Parses by syntax number; see `ParseOption`.
+    virtual int ParseStream(int syntax, Buffer& buffer, DICOMObject* target, int option);
+
+    /// Encodes by syntax number.
+    virtual int EncodeStream(int syntax, Buffer& buffer, DICOMObject* dataSet);
+
+    /// Encapsulated pixel data (PS3.5 A.4): a run of items, the first the basic offset table. In memory each is an item
+    /// of the pixel data element; see Encapsulation.h.
+    virtual int EncodeEncapsulated(Buffer& buffer, VR& pixelData);
+    virtual int ParseEncapsulated(Buffer& buffer, DICOMObject* target);
+
+    /// Asked before (7FE0,0010) at the top level is read; its length is set, its value not there. Non-zero: the parse
+    /// ends with success and leaves the rest of the stream unread. The default asks the option given to `ParseStream`.
+    virtual int OnReadPixelData(Buffer& buffer, VR& pixelData);
+
+    /// Writes the value of (7FE0,0010) at the top level, `length` bytes (even). Returns 1 or 0.
+    virtual int OnWritePixelData(Buffer& buffer, VR& pixelData, std::uint32_t length);
+
+    /// Makes group 0002 of the data set complete for the file writer's mode 2 (implicit) or 3 (explicit; compressed
+    /// pixel data keeps its own syntax). 0 when the data set cannot be written so: encapsulated pixel data without a
+    /// compressed syntax, or in another mode than 3.
+    virtual int PrepareMetaInformation(DICOMObject* dataSet, int mode);
+
+    /// The six entry points: banner to the dump log, byte order, work.
+    int ParseImplicitLittleEndian(Buffer& buffer, DICOMObject* target);
+    int EncodeImplicitLittleEndian(Buffer& buffer, DICOMObject* dataSet);
+    int ParseExplicitLittleEndian(Buffer& buffer, DICOMObject* target);
+    int EncodeExplicitLittleEndian(Buffer& buffer, DICOMObject* dataSet);
+    int ParseExplicitBigEndian(Buffer& buffer, DICOMObject* target);
+    int EncodeExplicitBigEndian(Buffer& buffer, DICOMObject* dataSet);
+
+    /// File meta information (PS3.10 7.1), always explicit VR little endian: reads the elements of group 0002 that stand
+    /// next in the buffer; writes those of a data set that has at least (0002,0001), the group length in front.
+    int ParseMetaInformation(Buffer& buffer, DICOMObject* target);
+    int EncodeMetaInformation(Buffer& buffer, const DICOMObject& dataSet);
+
+    DcmDictionary* GetDictionary() const { return m_pDictionary; }
+
+    /// Whether the last parse ended in front of pixel data, and the length that stood there (0xFFFFFFFF: encapsulated).
+    bool HasStopped() const { return m_bStopped; }
+    std::uint32_t GetStoppedLength() const { return m_StoppedLength; }
+
+private:
+    static constexpr int kDeepest = 2 * 256;  // a sequence and its item are two levels
+
+    enum class Outcome { GoOn, LevelEnds, Failed };
+
+    int ParseElements(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
+    int ParseLevel(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
+    int ParseNested(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
+    int ParseWindow(Buffer& buffer, DICOMObject* target, std::uint32_t length, int depth, bool explicitVR);
+    Outcome ParseElement(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth, bool explicitVR);
+    Outcome ParseDelimiter(Buffer& buffer, DICOMObject* target, std::uint16_t element, int depth, bool explicitVR);
+    Outcome ParseItem(Buffer& buffer, DICOMObject* target, std::uint32_t length, int depth, bool explicitVR);
+    Outcome ParseUndefinedLength(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth,
+                                 bool explicitVR);
+    Outcome ParseValue(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, std::uint32_t length,
+                       int depth, bool traced);
+    bool CompleteType(VR& element);
+
+    int Encode(Buffer& buffer, DICOMObject* dataSet, int depth, bool explicitVR);
+    int EncodeElement(Buffer& buffer, VR& element, int depth, bool explicitVR);
+    int EncodeItems(Buffer& buffer, const VR& element, int depth, bool explicitVR);
+    bool IsLeftOut(VR& element, bool explicitVR);
+
+    DcmDictionary* m_pDictionary;
+    int m_Option = kParseAll;
+    bool m_bTracing = false;  // looked up once a parse
+    bool m_bStopped = false;
+    bool m_bSignedPixels = false;  // (0028,0103) of the data set at hand: decides what is "US or SS"
+    std::uint32_t m_StoppedLength = 0;
+};

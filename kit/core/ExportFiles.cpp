@@ -1,0 +1,246 @@
+#include "ExportFiles.h"
+
+#include "HostError.h"
+#include "Paths.h"
+#include "TextEncoding.h"
+
+#include <Korvane/Korvane.h>
+#include <Korvane/platform/File.h>
+#include "host/terminal/Terminal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <system_error>
+#include <zlib.h>
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kUnfinished[] = ".part";
+
+/// Why a server's last reply is the last one. Only a refusal is a reason in itself.
+std::string ReasonOf(const std::string& reply, const std::string& otherwise) {
+    const std::string line = reply.substr(0, reply.find_first_of("\r\n"));
+    if (line.empty()) return otherwise;
+    return line[0] == '4' || line[0] == '5' ? line : otherwise + ", after " + line;
+}
+
+/// Writes nothing; fails where a local file could not be made for want of its folder.
+class DryWriter : public CFileWriter {
+public:
+    explicit DryWriter(bool local) : m_bLocal(local) {}
+
+    bool Open(const char* path, const char*) override {
+        std::error_code error;
+        if (!m_bLocal || fs::is_directory(PathFromText(path).parent_path() / ".", error)) return true;
+        errno = ENOENT;
+        return false;
+    }
+    unsigned Write(void*, unsigned, unsigned count) override { return count; }
+
+private:
+    bool m_bLocal;
+};
+
+/// What the operations of a library writer return when all went well.
+struct WriterForm {
+    int closed = 0;
+    bool countsBytes = false;  ///< `Write` returns bytes, not items
+};
+
+/// Tells `ExportFiles` what happens to the files of a library writer.
+template <class Base>
+class WatchedWriter : public Base {
+public:
+    template <class... Arguments>
+    WatchedWriter(ExportFiles& files, WriterForm form, Arguments... arguments)
+        : Base(arguments...), m_Files(files), m_Form(form) {}
+
+    bool Open(const char* path, const char* mode) override {
+        const std::string target = m_Files.Begin(path);
+        if (target.empty()) return false;
+        errno = 0;
+        m_bOpen = Base::Open(target.c_str(), mode);
+        if (!m_bOpen) m_Files.Abandon(Reason());
+        return m_bOpen;
+    }
+
+    unsigned Write(void* bytes, unsigned size, unsigned count) override {
+        if (platform::WasInterrupted()) return 0;
+        errno = 0;
+        const unsigned written = Base::Write(bytes, size, count);
+        if (written != (m_Form.countsBytes ? size * count : count)) {
+            if (m_Form.countsBytes) Base::Close();  // only then the server says what the matter is
+            m_Files.Fail("cannot write " + m_Files.GetOutputs().back().name, Reason());
+        } else {
+            m_Files.Count(bytes, std::size_t{size} * count);
+        }
+        return written;
+    }
+
+    int Print(const char* format, ...) override {
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::va_list again;
+        va_copy(again, arguments);
+        const int length = std::vsnprintf(nullptr, 0, format, arguments);
+        va_end(arguments);
+        std::string text(static_cast<std::size_t>(std::max(length, 0)) + 1, '\0');
+        std::vsnprintf(text.data(), text.size(), format, again);
+        va_end(again);
+        const auto count = static_cast<unsigned>(text.size() - 1);
+        return Write(text.data(), 1, count) == count ? length : -1;
+    }
+
+    int Close() override {
+        errno = 0;
+        const int result = Base::Close();
+        if (m_bOpen && result != m_Form.closed) {
+            m_Files.Fail("cannot finish " + m_Files.GetOutputs().back().name, Reason());
+        }
+        m_bOpen = false;
+        return result;
+    }
+
+private:
+    std::string Reason() {
+        const std::string text = this->StrError();
+        return m_Form.countsBytes ? ReasonOf(text, "connection lost") : text;
+    }
+
+    ExportFiles& m_Files;
+    WriterForm m_Form;
+    bool m_bOpen = false;
+};
+
+}  // namespace
+
+std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
+    if (m_bDryRun) return std::make_unique<WatchedWriter<DryWriter>>(*this, WriterForm{}, !m_Destination.isFtp);
+    if (!m_Destination.isFtp) return std::make_unique<WatchedWriter<CFileWriter>>(*this, WriterForm{});
+    m_pGuard = std::make_unique<ServerGuard>();
+    auto writer = std::make_unique<WatchedWriter<CFTPSend>>(*this, WriterForm{1, true});
+    try {
+        writer->Connect(m_Destination.host.c_str(), m_Destination.user.c_str(), m_Destination.password.c_str());
+    } catch (const char* reply) {
+        StopIfInterrupted();
+        throw HostError("cannot log in to " + m_Destination.host + ": " +
+                        WithoutPassword(ReasonOf(reply, *reply == '\0' ? "no connection" : "connection lost")));
+    }
+    return writer;
+}
+
+/// A server may repeat what it was sent.
+std::string ExportFiles::WithoutPassword(const std::string& reply) const {
+    std::string text = reply;
+    const std::string& password = m_Destination.password;
+    for (std::size_t at = 0; !password.empty() && (at = text.find(password, at)) != std::string::npos;) {
+        text.replace(at, password.size(), "***");
+        at += 3;
+    }
+    return text;
+}
+
+std::string ExportFiles::NameOf(const std::string& path) const {
+    const std::string folder = m_Destination.GetFolder();
+    if (!path.starts_with(folder) || path.find_first_of("/\\", folder.size()) != folder.size()) return path;
+    // Some exporters put a backslash between folder and name.
+    const std::string file = path.substr(folder.size() + 1);
+    return m_Destination.directory == "." ? file : m_Destination.directory + "/" + file;
+}
+
+std::string ExportFiles::Begin(const std::string& path) {
+    ExportOutput output{NameOf(path)};
+    if (!m_Destination.isFtp) {
+        std::error_code error;
+        const fs::file_status there = fs::status(PathFromText(output.name), error);
+        const bool isTaken = m_bKeep && platform::FileExists(output.name.c_str());
+        output.isDevice = fs::exists(there) && !fs::is_regular_file(there);
+        if (isTaken || fs::is_directory(there)) {
+            Fail("cannot create " + output.name, SystemText(isTaken ? EEXIST : EISDIR));
+            return {};
+        }
+        if (!m_Reserved.empty() && fs::absolute(PathFromText(output.name)).lexically_normal() == m_Reserved) {
+            Fail("cannot create " + output.name, "this is to be the report");
+            return {};
+        }
+    }
+    m_Outputs.push_back(output);
+    if (m_pGuard) m_pGuard->SetBegun();
+    return m_Destination.isFtp || m_bDryRun || output.isDevice ? output.name : output.name + kUnfinished;
+}
+
+void ExportFiles::Reserve(const std::string& path) {
+    m_Reserved = fs::absolute(PathFromText(path)).lexically_normal();
+}
+
+void ExportFiles::Count(const void* bytes, std::size_t count) {
+    ExportOutput& output = m_Outputs.back();
+    output.size += count;
+    if (m_bChecksums) {
+        output.crc = static_cast<std::uint32_t>(
+            crc32_z(output.crc, static_cast<const Bytef*>(bytes), static_cast<z_size_t>(count)));
+    }
+}
+
+void ExportFiles::Fail(const std::string& what, const std::string& reason) {
+    if (m_Failure.empty() && !platform::WasInterrupted()) {
+        m_Failure = what + (reason.empty() ? "" : ": " + WithoutPassword(reason));
+    }
+}
+
+void ExportFiles::Abandon(const std::string& reason) {
+    Fail("cannot create " + m_Outputs.back().name, reason);
+    m_Outputs.pop_back();
+}
+
+std::vector<std::string> ExportFiles::GetNames() const {
+    std::vector<std::string> names;
+    for (const ExportOutput& output : m_Outputs) names.push_back(output.name);
+    return names;
+}
+
+void ExportFiles::Commit() {
+    const bool named = m_Destination.isFtp || m_bDryRun;
+    // The header is the first and is named last: a reader that finds it finds the rest, and an image that is in use,
+    // which Windows does not let go, costs nothing of what was there before.
+    for (std::size_t i = m_Outputs.size(); !named && i-- > 0;) {
+        const std::string& name = m_Outputs[i].name;
+        if (m_Outputs[i].isDevice) continue;
+        std::error_code error;
+        if (m_bKeep && platform::FileExists(name.c_str())) {
+            error = std::make_error_code(std::errc::file_exists);  // made by somebody in the meantime
+        } else {
+            fs::rename(PathFromText(name + kUnfinished), PathFromText(name), error);
+        }
+        if (!error) continue;
+        for (std::size_t done = i + 1; done < m_Outputs.size(); ++done) {
+            if (!m_Outputs[done].isDevice) RemoveFile(m_Outputs[done].name);
+        }
+        throw HostError("cannot create " + name + ": " + SystemText(error, name));
+    }
+    m_bCommitted = true;
+}
+
+void ExportFiles::Discard() noexcept {
+    if (m_bCommitted || m_bDryRun || m_Destination.isFtp) return;
+    for (const ExportOutput& output : m_Outputs) {
+        if (!output.isDevice) RemoveFile(output.name + kUnfinished);
+    }
+    m_Outputs.clear();
+}
+
+std::string EmptyRemoteFiles(CFileWriter& writer, const ExportFiles& files) {
+    bool emptied = true;
+    const std::vector<std::string> names = files.GetNames();  // opening them adds to the list
+    writer.Close();
+    for (const std::string& name : names) emptied = writer.Open(name.c_str(), "wb") && writer.Close() == 1 && emptied;
+    return emptied ? "its files on the server were emptied" : "its files on the server may be there in part";
+}
+
+}  // namespace korvane

@@ -1,0 +1,78 @@
+// The files that an exporter writes: nothing that is not whole ends up under its name.
+#pragma once
+
+#include "Destination.h"
+#include "ServerGuard.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+class CFileWriter;
+
+namespace korvane {
+
+/// One file of an export.
+struct ExportOutput {
+    std::string name;
+    std::uint64_t size = 0;
+    std::uint32_t crc = 0;  ///< CRC-32 (that of zip and gzip), where checksums were asked for
+    bool isDevice = false;  ///< a pipe or a device, which is written as it stands and never replaced
+};
+
+/// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as "name.part" and
+/// get their names when all are whole; what a server was sent under its name is emptied when it did not become whole.
+class ExportFiles {
+public:
+    explicit ExportFiles(Destination destination) : m_Destination(std::move(destination)) {}
+    ~ExportFiles() { Discard(); }
+    ExportFiles(const ExportFiles&) = delete;
+    ExportFiles& operator=(const ExportFiles&) = delete;
+
+    // Settings, to be made before `MakeWriter`:
+    void SetDryRun() { m_bDryRun = true; }        ///< nothing is written, no server is asked
+    void SetChecksums() { m_bChecksums = true; }  ///< of all that is written
+    void SetKeepExisting() { m_bKeep = true; }    ///< a local file of the name is not replaced: a failure
+    void Reserve(const std::string& path);        ///< a local file that shall be something else
+
+    /// A writer for the exporter, which owns it; this object must outlive it. An FTP destination is logged in to.
+    /// Throws `HostError`.
+    std::unique_ptr<CFileWriter> MakeWriter();
+
+    /// What went wrong first; "" when nothing did.
+    const std::string& GetFailure() const { return m_Failure; }
+    const std::vector<ExportOutput>& GetOutputs() const { return m_Outputs; }
+    std::vector<std::string> GetNames() const;
+
+    /// Gives local files their names. Throws `HostError`; none has its name then.
+    void Commit();
+    /// Removes local files that have no name yet.
+    void Discard() noexcept;
+
+    // For the writers:
+    std::string Begin(const std::string& path);  ///< the path to write to; "" after a failure
+    void Abandon(const std::string& reason);     ///< the file begun last could not be opened
+    void Count(const void* bytes, std::size_t count);
+    void Fail(const std::string& what, const std::string& reason);
+
+private:
+    std::string NameOf(const std::string& path) const;
+    std::string WithoutPassword(const std::string& reply) const;
+
+    Destination m_Destination;
+    std::filesystem::path m_Reserved;
+    std::string m_Failure;
+    std::vector<ExportOutput> m_Outputs;
+    std::unique_ptr<ServerGuard> m_pGuard;
+    bool m_bDryRun = false;
+    bool m_bChecksums = false;
+    bool m_bKeep = false;
+    bool m_bCommitted = false;
+};
+
+/// Empties the files that a server got in part. The message says whether that worked.
+std::string EmptyRemoteFiles(CFileWriter& writer, const ExportFiles& files);
+
+}  // namespace korvane

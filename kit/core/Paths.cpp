@@ -1,0 +1,74 @@
+#include "Paths.h"
+
+#include "HostError.h"
+
+#include <Korvane/platform/File.h>
+
+#include <exception>
+#include <system_error>
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string CannotRead(const fs::path& folder, const std::error_code& error) {
+    const std::string text = TextFromPath(folder);
+    return "cannot read " + text + ": " + SystemText(error, text);
+}
+
+}  // namespace
+
+fs::path PathFromText(const std::string& text) {
+    const std::string native = platform::NativePath(text.c_str());
+    return {std::u8string(native.begin(), native.end())};
+}
+
+std::string TextFromPath(const fs::path& path) {
+    const std::u8string text = path.generic_u8string();
+    return {text.begin(), text.end()};
+}
+
+void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable) {
+    std::error_code error;
+    fs::recursive_directory_iterator entry(folder, error);
+    const fs::recursive_directory_iterator end;
+    while (!error && entry != end) {
+        std::error_code entryError;
+        if (entry->is_regular_file(entryError)) files.push_back(TextFromPath(entry->path()));
+        if (entry->is_directory(entryError) && !entry->is_symlink(entryError)) {
+            // Going on into a folder that cannot be read would end the whole walk.
+            const fs::directory_iterator tried(entry->path(), entryError);
+            if (entryError) {
+                unreadable.push_back(CannotRead(entry->path(), entryError));
+                entry.disable_recursion_pending();
+            }
+        }
+        entry.increment(error);
+        StopIfInterrupted();
+    }
+    if (error) unreadable.push_back(CannotRead(folder, error));
+}
+
+void MakeDirectory(const std::string& directory) {
+    std::error_code error;
+    const fs::path path = PathFromText(directory);
+    fs::create_directories(path, error);
+    std::error_code ignored;
+    if (!fs::is_directory(path, ignored)) {
+        throw HostError("cannot create the folder " + directory + ": " +
+                        (error ? SystemText(error, directory) : "something else is there"));
+    }
+}
+
+bool RemoveFile(const std::string& path) noexcept {
+    try {
+        std::error_code error;
+        return fs::remove(PathFromText(path), error);
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+}  // namespace korvane

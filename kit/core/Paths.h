@@ -1,0 +1,27 @@
+// Paths: UTF-8 texts in the program, whatever the system has outside.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// Slashes and backslashes both separate.
+std::filesystem::path PathFromText(const std::string& text);
+
+/// Slashes separate on every system, so that lists of files have the same order, and texts the same bytes, everywhere.
+std::string TextFromPath(const std::filesystem::path& path);
+
+/// Appends the regular files in a folder and below it, and a line for each folder that cannot be read. Throws
+/// `Interrupted`.
+void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
+                std::vector<std::string>& unreadable);
+
+/// Creates a directory and those above it. Throws `HostError`.
+void MakeDirectory(const std::string& directory);
+
+/// Removes a file; false, silently, when that does not work.
+bool RemoveFile(const std::string& path) noexcept;
+
+}  // namespace korvane

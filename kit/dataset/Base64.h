@@ -1,0 +1,28 @@
+// Bytes as text in base 64 (RFC 4648 4).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace korvane {
+
+/// Takes the bytes in parts of any length, so that what lies in pieces need not be joined first.
+class Base64 {
+public:
+    /// `length`: how many bytes will come; more or fewer only cost memory.
+    explicit Base64(std::size_t length) { m_Text.reserve((length + 2) / 3 * 4); }
+
+    void Append(std::string_view bytes);
+
+    /// The text of all bytes, padded; nothing can be appended afterwards.
+    std::string Finish() &&;
+
+private:
+    std::string m_Text;
+    std::uint32_t m_Group = 0;  // bytes that wait for a group of three
+    int m_Waiting = 0;
+};
+
+}  // namespace korvane

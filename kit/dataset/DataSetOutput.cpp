@@ -1,0 +1,76 @@
+#include "DataSetOutput.h"
+
+#include <Korvane/base/Bytes.h>
+
+namespace korvane {
+
+namespace {
+
+constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
+constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
+
+/// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, and the frames that codecs have
+/// left.
+class StandardOrderCodec : public DictionaryCodec {
+public:
+    explicit StandardOrderCodec(CodecManager& codecs) : m_Codecs(codecs) {}
+
+    int ImplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth) override {
+        DICOMDataObject last;
+        TakeHighGroups(*dataSet, last);
+        return DictionaryCodec::ImplicitEncode(buffer, dataSet, depth) &
+               DictionaryCodec::ImplicitEncode(buffer, &last, depth);
+    }
+
+    int ExplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth) override {
+        DICOMDataObject last;
+        TakeHighGroups(*dataSet, last);
+        return DictionaryCodec::ExplicitEncode(buffer, dataSet, depth) &
+               DictionaryCodec::ExplicitEncode(buffer, &last, depth);
+    }
+
+    int OnWritePixelData(Buffer& buffer, VR& pixelData, std::uint32_t length) override {
+        if (!m_Codecs.HasFramesToWrite()) return DictionaryCodec::OnWritePixelData(buffer, pixelData, length);
+        const bool isLittle = buffer.GetByteOrder() == Buffer::kLittleEndian;
+        const unsigned unit = isLittle ? 1 : GetSwapUnit(pixelData.m_TypeCode);
+        std::size_t left = length;
+        const int written = m_Codecs.WriteFrames([&](std::span<unsigned char> frame) {
+            platform::SwapUnits(frame.data(), frame.size(), unit);
+            left -= frame.size();
+            return buffer.Write(frame.data(), frame.size());
+        });
+        return written != 0 && buffer.WriteZeros(left) ? 1 : 0;
+    }
+
+private:
+    static void TakeHighGroups(DICOMObject& dataSet, DICOMObject& into) {
+        while (dataSet.GetFirst() != nullptr && dataSet.GetFirst()->m_Group >= kNegativeKeys) {
+            into.Push(dataSet.Take(dataSet.GetFirst()->m_Group, dataSet.GetFirst()->m_Element).release());
+        }
+    }
+
+    CodecManager& m_Codecs;
+};
+
+bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {
+    static constexpr char kMarker[] = {'D', 'I', 'C', 'M'};
+    StandardOrderCodec codec(codecs);
+    if (codec.PrepareMetaInformation(&dataSet, 3) == 0) return false;
+    if (IsNativeTransferSyntax(syntax)) PutText(dataSet, MakeTag(0x0002, 0x0010), syntax);
+    return buffer.WriteZeros(128) && buffer.Write(kMarker, sizeof kMarker) &&
+           codec.EncodeMetaInformation(buffer, dataSet) != 0 &&
+           codec.EncodeStream(FindTransferSyntax(syntax, kExplicitLittleEndian), buffer, &dataSet) != 0;
+}
+
+}  // namespace
+
+bool IsMediaDirectory(const DICOMObject& dataSet) {
+    return FindText(dataSet, MakeTag(0x0002, 0x0002)) == kMediaDirectoryClass ||
+           FindElement(dataSet, MakeTag(0x0004, 0x1220)) != nullptr;
+}
+
+bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {
+    return WriteParts(buffer, dataSet, syntax, codecs) && buffer.Flush();
+}
+
+}  // namespace korvane

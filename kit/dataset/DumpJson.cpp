@@ -1,0 +1,184 @@
+#include "Base64.h"
+#include "DumpText.h"
+#include "ElementText.h"
+#include "../core/HostError.h"
+#include "../core/TextEncoding.h"
+
+#include <Korvane/base/Bytes.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace korvane {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// Larger whole numbers than a double holds exactly are strings (PS3.18 F.2.3).
+constexpr std::size_t kSafeDigits = 15;
+
+template <class Number>
+bool IsAll(std::string_view text, Number& number) {
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+/// The number that a text is; null when it is none, or none that JSON has.
+Json ToNumber(std::string_view text) {
+    while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+    if (!text.empty() && text.front() == '+') text.remove_prefix(1);
+    std::int64_t whole = 0;
+    if (IsAll(text, whole) && (whole != 0 || text.front() != '-')) return whole;  // -0 is a real: its sign stays
+    double real = 0.0;
+    if (IsAll(text, real) && std::isfinite(real)) return real;
+    return nullptr;
+}
+
+class JsonDump {
+public:
+    explicit JsonDump(bool meta) : m_bMeta(meta) {}
+
+    Json DataSet(const DICOMObject& dataSet, const TextDecoder& outer) const {
+        const VR* const set = FindElement(dataSet, MakeTag(0x0008, 0x0005));
+        const TextDecoder decoder = set != nullptr ? TextDecoder(set->GetText()) : outer;
+        const std::vector<const VR*> elements = SortedElements(dataSet);
+        // Not by operator[], which looks for the key first: each tag is there once, and there may be very many. Growing
+        // would copy the values.
+        Json::object_t members;
+        members.reserve(elements.size());
+        for (const VR* const element : elements) {
+            StopIfInterrupted();
+            const bool isLength = element->m_Element == 0x0000;
+            if (isLength || (element->m_Group == 0x0002 && !m_bMeta)) continue;
+            char key[9];
+            std::snprintf(key, sizeof key, "%04X%04X", unsigned{element->m_Group}, unsigned{element->m_Element});
+            members.emplace_back(key, Element(*element, decoder));
+        }
+        return Json(std::move(members));
+    }
+
+private:
+    static Json NewArray(std::size_t count) {
+        Json array = Json::array();
+        array.get_ref<Json::array_t&>().reserve(count);
+        return array;
+    }
+
+    Json Element(const VR& element, const TextDecoder& decoder) const {
+        Json member;
+        member["vr"] = TypeLetters(element);
+        if (IsBinary(element)) {
+            if (element.m_Length > 0 || IsEncapsulated(&element)) member["InlineBinary"] = Binary(element);
+        } else if (Json values = Values(element, decoder); !values.empty()) {
+            member["Value"] = std::move(values);
+        }
+        return member;
+    }
+
+    static bool IsBinary(const VR& element) {
+        const ValueKind kind = GetValueKind(element.m_TypeCode);
+        return !IsSequence(element) && (kind == ValueKind::Binary || kind == ValueKind::Sequence);
+    }
+
+    Json Values(const VR& element, const TextDecoder& decoder) const {
+        if (IsSequence(element)) return Items(element, decoder);
+        return GetValueKind(element.m_TypeCode) == ValueKind::Text ? Texts(element, decoder) : Numbers(element);
+    }
+
+    Json Items(const VR& element, const TextDecoder& decoder) const {
+        Json items = NewArray(element.GetItemCount());
+        for (std::uint32_t i = 0; i < element.GetItemCount(); ++i) {
+            items.push_back(DataSet(*element.GetItem(i), decoder));
+        }
+        return items;
+    }
+
+    static std::string Binary(const VR& element) {
+        constexpr std::size_t kHeader = 8;
+        std::vector<std::string_view> fragments;
+        std::size_t length = element.GetText().size();
+        for (std::uint32_t i = 0; IsEncapsulated(&element) && i < element.GetItemCount(); ++i) {
+            const VR* const fragment = GetFragment(element, i);
+            fragments.push_back(fragment != nullptr ? fragment->GetText() : std::string_view());
+            length += kHeader + fragments.back().size();
+        }
+        Base64 text(length);
+        text.Append(element.GetText());
+        for (const std::string_view bytes : fragments) {
+            char header[kHeader] = {'\xFE', '\xFF', '\x00', '\xE0'};
+            platform::StoreLittle(header + 4, static_cast<std::uint32_t>(bytes.size()));
+            text.Append({header, sizeof header});
+            text.Append(bytes);
+        }
+        return std::move(text).Finish();
+    }
+
+    static Json Numbers(const VR& element) {
+        const std::size_t count = CountNumbers(element);
+        const ValueKind kind = GetValueKind(element.m_TypeCode);
+        Json numbers = NewArray(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::string text = NumberAt(element, i);
+            const bool safe = kind == ValueKind::Real || text.size() <= kSafeDigits;
+            numbers.push_back(kind != ValueKind::Tag && safe ? NumberOrText(text) : Json(text));
+        }
+        return numbers;
+    }
+
+    /// "nan" and "inf" stay texts, and so does what is a number in name only.
+    static Json NumberOrText(const std::string& text) {
+        Json number = ToNumber(text);
+        return number.is_null() ? Json(text) : number;
+    }
+
+    static Json Texts(const VR& element, const TextDecoder& decoder) {
+        const auto parts = TextParts(element);
+        const bool isSet = element.m_Group == 0x0008 && element.m_Element == 0x0005;
+        if (isSet && !parts.empty() && TextDecoder(element.GetText()).IsKnown()) {
+            return Json::array({"ISO_IR 192"});  // what the texts here are in
+        }
+        Json texts = NewArray(parts.size());
+        for (const std::string_view part : parts) texts.push_back(Text(element.m_TypeCode, part, decoder));
+        return texts;
+    }
+
+    static Json Text(std::uint16_t type, std::string_view part, const TextDecoder& decoder) {
+        if (part.empty()) return nullptr;
+        if (type == TypeCode("PN")) return Name(part, decoder);
+        const std::string text = decoder.ToUtf8(part);
+        return type == TypeCode("IS") || type == TypeCode("DS") ? NumberOrText(text) : Json(text);
+    }
+
+    /// The up to three groups of a person name (PS3.5 6.2.1).
+    static Json Name(std::string_view name, const TextDecoder& decoder) {
+        Json groups = Json::object();
+        for (const char* const group : {"Alphabetic", "Ideographic", "Phonetic"}) {
+            const std::size_t end = std::min(name.find('='), name.size());
+            if (end > 0) groups[group] = decoder.ToUtf8(name.substr(0, end));
+            name.remove_prefix(std::min(end + 1, name.size()));
+        }
+        return groups;
+    }
+
+    bool m_bMeta;
+};
+
+}  // namespace
+
+void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out) {
+    out << std::setw(1) << JsonDump(meta).DataSet(dataSet, TextDecoder()) << '\n';
+}
+
+}  // namespace korvane

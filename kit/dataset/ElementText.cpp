@@ -1,0 +1,101 @@
+#include "ElementText.h"
+
+#include <Korvane/base/Bytes.h>
+#include <Korvane/base/Number.h>
+
+#include <cstdint>
+#include <cstdio>
+
+namespace korvane {
+
+namespace {
+
+using platform::LoadLittle;
+
+bool IsSingleText(std::uint16_t type) {
+    return type == TypeCode("LT") || type == TypeCode("ST") || type == TypeCode("UT") || type == TypeCode("UR");
+}
+
+std::size_t NumberSize(const VR& element) {
+    return GetValueKind(element.m_TypeCode) == ValueKind::Tag ? 4 : GetSwapUnit(element.m_TypeCode);
+}
+
+std::string_view WithoutFill(std::string_view text) {
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.remove_suffix(1);
+    return text;
+}
+
+}  // namespace
+
+std::vector<const VR*> SortedElements(const DICOMObject& dataSet) {
+    std::vector<const VR*> sorted;
+    const auto take = [&](auto belongs) {
+        for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+            if (belongs(element->m_Group)) sorted.push_back(element);
+        }
+    };
+    take([](unsigned group) { return group == 0x0002; });
+    take([](unsigned group) { return group != 0x0002 && group < 0x8000; });
+    take([](unsigned group) { return group >= 0x8000; });
+    return sorted;
+}
+
+std::string ElementName(const VR& element) {
+    std::string name;
+    const bool known = PublicDictionary().LookupTypeCode(element.m_Group, element.m_Element, &name) != 0;
+    if (known || !name.empty()) return name;
+    if (element.m_Element == 0) return "Group Length";
+    if (element.m_Group % 2 == 0) return "Unknown";
+    return element.m_Element >= 0x10 && element.m_Element <= 0xFF ? "Private Creator" : "Private";
+}
+
+bool IsSequence(const VR& element) {
+    return element.m_TypeCode == TypeCode("SQ") || (element.GetItemCount() > 0 && !IsPixelData(element));
+}
+
+std::string TypeLetters(const VR& element) {
+    if (IsSequence(element)) return "SQ";
+    char letters[2];
+    UnpackTypeCode(element.m_TypeCode, letters[0], letters[1]);
+    for (const char letter : letters) {
+        if (letter < 'A' || letter > 'Z') return "UN";
+    }
+    return std::string(letters, 2);
+}
+
+std::size_t CountNumbers(const VR& element) {
+    return element.m_pData != nullptr ? element.m_Length / NumberSize(element) : 0;
+}
+
+std::string NumberAt(const VR& element, std::size_t index) {
+    const unsigned char* const bytes = element.m_pData + index * NumberSize(element);
+    switch (element.m_TypeCode) {
+    case TypeCode("US"): return std::to_string(LoadLittle<std::uint16_t>(bytes));
+    case TypeCode("SS"): return std::to_string(LoadLittle<std::int16_t>(bytes));
+    case TypeCode("UL"): return std::to_string(LoadLittle<std::uint32_t>(bytes));
+    case TypeCode("SL"): return std::to_string(LoadLittle<std::int32_t>(bytes));
+    case TypeCode("UV"): return std::to_string(LoadLittle<std::uint64_t>(bytes));
+    case TypeCode("SV"): return std::to_string(LoadLittle<std::int64_t>(bytes));
+    case TypeCode("FL"): return platform::FormatReal(LoadLittle<float>(bytes));
+    case TypeCode("FD"): return platform::FormatReal(LoadLittle<double>(bytes));
+    default: break;
+    }
+    char tag[9];
+    std::snprintf(tag, sizeof tag, "%04X%04X", unsigned{LoadLittle<std::uint16_t>(bytes)},
+                  unsigned{LoadLittle<std::uint16_t>(bytes + 2)});
+    return tag;
+}
+
+std::vector<std::string_view> TextParts(const VR& element) {
+    std::string_view text = WithoutFill(element.GetText());
+    if (text.empty()) return {};
+    if (IsSingleText(element.m_TypeCode)) return {text};
+    std::vector<std::string_view> parts;
+    for (std::size_t at; (at = text.find('\\')) != std::string_view::npos; text.remove_prefix(at + 1)) {
+        parts.push_back(WithoutFill(text.substr(0, at)));
+    }
+    parts.push_back(WithoutFill(text));
+    return parts;
+}
+
+}  // namespace korvane

@@ -1,0 +1,30 @@
+// Elements of a data set in words: names, numbers, parts of texts.
+#pragma once
+
+#include "Toolkit.h"
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace korvane {
+
+/// All elements by ascending tag, group 0002 first as in a file (a data set itself puts groups 8000 and up first).
+std::vector<const VR*> SortedElements(const DICOMObject& dataSet);
+
+/// Its name in the public dictionary; for what is not there a word on what it is.
+std::string ElementName(const VR& element);
+
+/// The two letters of its type; "UN" for an unknown one, "SQ" for anything with items but pixel data.
+std::string TypeLetters(const VR& element);
+bool IsSequence(const VR& element);
+
+/// Whole numbers, reals and tags: how many there are, and one in decimal notation (a tag as 8 hexadecimal digits).
+std::size_t CountNumbers(const VR& element);
+std::string NumberAt(const VR& element, std::size_t index);
+
+/// The values of a text element: between backslashes where the type may have several; fill at the end taken off.
+std::vector<std::string_view> TextParts(const VR& element);
+
+}  // namespace korvane

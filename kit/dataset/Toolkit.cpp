@@ -1,0 +1,120 @@
+#include "Toolkit.h"
+
+#include "../core/HostError.h"
+#include "../core/Paths.h"
+
+#include <Korvane/base/Number.h>
+
+#include <cerrno>
+#include <cmath>
+#include <memory>
+#include <new>
+#include <vector>
+
+namespace korvane {
+
+namespace {
+
+/// The codecs take a dictionary that they may change; none of ours does.
+DcmDictionary& SharedDictionary() {
+    static DcmDictionary dictionary;
+    static const bool built = [] {
+        std::size_t count = 0;
+        const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
+        return dictionary.Build(rows, count) != 0;
+    }();
+    if (!built) throw std::bad_alloc();
+    return dictionary;
+}
+
+bool IsFill(char character) {
+    return character == ' ' || character == '\0' || character == '\t' || character == '\n' || character == '\r';
+}
+
+}  // namespace
+
+const DcmDictionary& PublicDictionary() {
+    return SharedDictionary();
+}
+
+DictionaryCodec::DictionaryCodec() : TransferSyntaxCodec(&SharedDictionary()) {}
+
+VR* FindElement(const DICOMObject& dataSet, Tag tag) {
+    return dataSet.GetVR(GroupOf(tag), ElementOf(tag));
+}
+
+std::string FindText(const DICOMObject& dataSet, Tag tag) {
+    const VR* const element = FindElement(dataSet, tag);
+    if (element == nullptr) return {};
+    std::string_view text = element->GetText();
+    while (!text.empty() && IsFill(text.back())) text.remove_suffix(1);
+    while (!text.empty() && IsFill(text.front())) text.remove_prefix(1);
+    return std::string(text);
+}
+
+int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {
+    const VR* const element = FindElement(dataSet, tag);
+    if (element == nullptr || element->GetText().empty()) return otherwise;
+    // Some writers call UN what they might have named.
+    const bool unnamed = element->m_TypeCode == TypeCode("UN") || element->m_TypeCode == 0;
+    const std::uint16_t type =
+        unnamed ? PublicDictionary().LookupTypeCode(GroupOf(tag), ElementOf(tag)) : element->m_TypeCode;
+    if (GetValueKind(type) == ValueKind::Text) return platform::ParseInteger(FindText(dataSet, tag));
+    return element->m_Length == 2 ? dataSet.GetUINT16(GroupOf(tag), ElementOf(tag)) : otherwise;
+}
+
+bool FindReals(const DICOMObject& dataSet, Tag tag, double* values, std::size_t count) {
+    std::vector<double> read(count);
+    const std::string text = FindText(dataSet, tag);
+    if (text.empty() || platform::ScanReals(text, read.data(), count) != count) return false;
+    for (const double value : read) {
+        if (!std::isfinite(value)) return false;
+    }
+    std::copy(read.begin(), read.end(), values);
+    return true;
+}
+
+DICOMObject* FindItem(const DICOMObject& dataSet, Tag tag) {
+    const VR* const element = FindElement(dataSet, tag);
+    return element != nullptr && element->GetItemCount() > 0 ? element->GetItem(0) : nullptr;
+}
+
+void PutText(DICOMObject& dataSet, Tag tag, std::string_view text) {
+    const std::uint16_t type = PublicDictionary().LookupTypeCode(GroupOf(tag), ElementOf(tag));
+    if (ReplaceText(dataSet, GroupOf(tag), ElementOf(tag), type, text) == 0) throw std::bad_alloc();
+}
+
+void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) text += (i == 0 ? "" : "\\") + platform::FormatReal(values[i]);
+    PutText(dataSet, tag, text);
+}
+
+void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value) {
+    const unsigned char bytes[] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8)};
+    if (ReplaceValue(dataSet, GroupOf(tag), ElementOf(tag), TypeCode("US"), bytes, sizeof bytes) == 0) {
+        throw std::bad_alloc();
+    }
+}
+
+void DropElement(DICOMObject& dataSet, Tag tag) {
+    if (FindElement(dataSet, tag) == nullptr) return;
+    // Elements leave a data set through Pop alone.
+    std::vector<std::unique_ptr<VR>> kept;
+    while (VR* const element = dataSet.Pop()) {
+        kept.emplace_back(element);
+        if (MakeTag(element->m_Group, element->m_Element) == tag) kept.pop_back();
+    }
+    for (auto& element : kept) dataSet.Push(element.release());
+}
+
+void SaveFile(const std::string& path, DICOMDataObject& dataSet) {
+    DictionaryCodec codec;
+    errno = 0;
+    if (SaveDICOMFile(path.c_str(), 3, &dataSet, &codec) != 0) return;
+    const int error = errno;
+    RemoveFile(path);
+    throw HostError("cannot write " + path + ": " + SystemText(error));
+}
+
+}  // namespace korvane

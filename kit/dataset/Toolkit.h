@@ -1,0 +1,54 @@
+// The DICOM toolkit as the program uses it: with the full public dictionary.
+#pragma once
+
+#include <Korvane/Dicom.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace korvane {
+
+/// A tag, group and element in one number.
+using Tag = std::uint32_t;
+constexpr Tag MakeTag(unsigned group, unsigned element) {
+    return static_cast<Tag>((group << 16) | element);
+}
+constexpr std::uint16_t GroupOf(Tag tag) {
+    return static_cast<std::uint16_t>(tag >> 16);
+}
+constexpr std::uint16_t ElementOf(Tag tag) {
+    return static_cast<std::uint16_t>(tag & 0xFFFF);
+}
+
+/// The public dictionary, built once.
+const DcmDictionary& PublicDictionary();
+
+/// A codec that has it.
+class DictionaryCodec : public TransferSyntaxCodec {
+public:
+    DictionaryCodec();
+};
+
+/// Elements by tag; null or empty when absent.
+VR* FindElement(const DICOMObject& dataSet, Tag tag);
+/// The value without blanks at either end and without zero bytes at its end.
+std::string FindText(const DICOMObject& dataSet, Tag tag);
+int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise);
+/// Exactly `count` reals separated by backslashes; false, nothing changed, when there are fewer or one is not finite.
+bool FindReals(const DICOMObject& dataSet, Tag tag, double* values, std::size_t count);
+/// The first item of a sequence; null without one.
+DICOMObject* FindItem(const DICOMObject& dataSet, Tag tag);
+
+/// Set or replace an element; its type comes from the dictionary. Throw `std::bad_alloc`.
+void PutText(DICOMObject& dataSet, Tag tag, std::string_view text);
+void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t count);
+void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value);  ///< US
+/// Takes an element out and destroys it.
+void DropElement(DICOMObject& dataSet, Tag tag);
+
+/// Writes a Part 10 file, explicit little endian; the data set is empty afterwards. Throws `HostError`; the file that
+/// could not be finished is then removed.
+void SaveFile(const std::string& path, DICOMDataObject& dataSet);
+
+}  // namespace korvane

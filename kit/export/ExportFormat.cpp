@@ -1,0 +1,150 @@
+#include "ExportFormat.h"
+
+#include "../core/HostError.h"
+#include "../study/SeriesVolume.h"
+#include "../study/SeriesWarnings.h"
+
+#include <Korvane/Korvane.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace korvane {
+
+namespace {
+
+class AnalyzeFormat : public ExportFormat {
+public:
+    const char* GetName() const override { return "analyze"; }
+    std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CAnalyzeVolume>(); }
+    bool IsLastFirst() const override { return true; }
+
+    ValueMapping DescribeValues(SeriesVolume& series) const override {
+        ValueMapping mapping;
+        if (series.GetVolume().GetType() != CVolume::PT_USHORT) return mapping;
+        if (series.GetHeader().modality == "XA") {
+            mapping = {"stored / 2", 0.5, 0, {"unsigned data of modality XA: the file holds half of each value"}};
+        } else {
+            mapping = {"stored - 32767",
+                       1,
+                       -32767,
+                       {"unsigned data: the file holds each value less 32767, and nothing in it says so"}};
+            if (series.GetVolume().GetMax() == 65535) {
+                mapping.remarks.emplace_back("the value 65535 wraps around to -32768");
+            }
+        }
+        return mapping;
+    }
+
+protected:
+    std::string FindFault(const SeriesVolume& series, std::size_t slices) const override {
+        constexpr std::size_t kSide = 32767;
+        const PixelForm& form = series.GetHeader().form;
+        std::string fault = ExportFormat::FindFault(series, slices);
+        const auto longest = static_cast<std::size_t>(std::max(form.columns, form.rows));
+        if (fault.empty() && std::max(longest, slices) > kSide) fault = "more than 32767 voxels along a side";
+        return fault;
+    }
+};
+
+class BobFormat : public ExportFormat {
+public:
+    const char* GetName() const override { return "bob"; }
+    std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CCBobVolume>(); }
+    bool IsRescaled() const override { return true; }
+    bool KeepsExisting() const override { return true; }
+
+    ValueMapping DescribeValues(SeriesVolume& series) const override {
+        CVolume& volume = series.GetVolume();
+        ValueMapping mapping;
+        if (volume.GetType() == CVolume::PT_BYTE) return mapping;
+        CModalityLUT rescale;
+        rescale.SetDDO(series.GetAssembled().GetDDOList().front());  // which is the exporter's: that of the first plane
+        const std::string& modality = series.GetHeader().modality;
+        mapping.scale = static_cast<double>(rescale.GetRescale());
+        mapping.shift = static_cast<double>(rescale.GetIntercept());
+        if (modality == "CT") {
+            mapping.shift += 1024;
+        } else if (modality == "XA" && volume.GetType() == CVolume::PT_USHORT) {
+            mapping.scale /= 2;
+        }
+        if (mapping.scale != 1 || mapping.shift != 0) {
+            mapping.formula = "stored * " + ShortNumber(mapping.scale) + " + " + ShortNumber(mapping.shift);
+            mapping.remarks.push_back("values are " + mapping.formula);
+        }
+        AddLosses(volume, mapping);
+        return mapping;
+    }
+
+private:
+    static void AddLosses(CVolume& volume, ValueMapping& mapping) {
+        const double ends[] = {static_cast<double>(volume.GetMin()) * mapping.scale + mapping.shift,
+                               static_cast<double>(volume.GetMax()) * mapping.scale + mapping.shift};
+        const bool isSigned = volume.GetType() == CVolume::PT_SHORT;
+        if (std::min(ends[0], ends[1]) < 0) mapping.remarks.emplace_back("values below 0 become 0");
+        if (std::max(ends[0], ends[1]) >= 32768) {
+            mapping.remarks.emplace_back(isSigned ? "values above 32767 do not fit into the file's signed 16 bits"
+                                                  : "values above 32767 become 32767");
+        }
+    }
+};
+
+class VoxFormat : public ExportFormat {
+public:
+    const char* GetName() const override { return "vox"; }
+    std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CRTVizVolume>(); }
+
+    ValueMapping DescribeValues(SeriesVolume& series) const override {
+        constexpr long long kSignificant = 4096;
+        CVolume& volume = series.GetVolume();
+        ValueMapping mapping;
+        if (volume.GetType() == CVolume::PT_BYTE) return mapping;
+        const auto lowest = static_cast<double>(volume.GetMin());
+        mapping.shift = -lowest;
+        if (lowest != 0) mapping.formula = "stored - " + ShortNumber(lowest);
+        if (lowest < 0) mapping.formula = "stored + " + ShortNumber(-lowest);
+        if (volume.GetMax() - volume.GetMin() + 1 > kSignificant) {
+            mapping.formula = lowest == 0 ? "stored / 16" : "(" + mapping.formula + ") / 16";
+            mapping.scale = 1.0 / 16;
+            mapping.shift /= 16;
+        }
+        if (mapping.formula != "stored") {
+            mapping.remarks.push_back("values are " + mapping.formula + ", and nothing in the file says so");
+        }
+        return mapping;
+    }
+};
+
+const AnalyzeFormat kAnalyze;
+const BobFormat kBob;
+const VoxFormat kVox;
+const ExportFormat* const kFormats[] = {&kAnalyze, &kBob, &kVox};
+
+}  // namespace
+
+const ExportFormat* ExportFormat::Find(const std::string& name) {
+    const auto found = std::find_if(std::begin(kFormats), std::end(kFormats),
+                                    [&](const ExportFormat* format) { return name == format->GetName(); });
+    return found != std::end(kFormats) ? *found : nullptr;
+}
+
+std::string ExportFormat::FindFault(const SeriesVolume& series, std::size_t) const {
+    const PixelForm& form = series.GetHeader().form;
+    if (!series.IsGrey()) return series.DescribeColours();
+    if (form.allocated != 8 && form.allocated != 16) return std::to_string(form.allocated) + "-bit pixels";
+    return form.allocated == 8 && form.isSigned ? "signed 8-bit pixels" : "";
+}
+
+void ExportFormat::Check(const SeriesVolume& series, std::size_t slices) const {
+    const std::string fault = FindFault(series, slices);
+    if (fault.empty()) return;
+    std::string others;
+    for (const ExportFormat* const format : kFormats) {
+        if (format->FindFault(series, slices).empty())
+            others += (others.empty() ? "" : ", ") + std::string(format->GetName());
+    }
+    throw HostError(series.GetHeader().path + ": " + fault + " have no form in " + GetName() + " files, " +
+                    (others.empty() ? "nor in those of any other format" : "but in those of: " + others));
+}
+
+}  // namespace korvane

@@ -1,0 +1,54 @@
+// The formats of `korvane export`: what each can hold, and what its files do not say about their values.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+class CVolumeExport;
+
+namespace korvane {
+
+class SeriesVolume;
+
+/// How the values in a file come from the stored ones.
+struct ValueMapping {
+    std::string formula = "stored";  ///< for people
+    double scale = 1;                ///< file value = stored * scale + shift, before rounding and clamping
+    double shift = 0;
+    std::vector<std::string> remarks;  ///< one line each
+};
+
+class ExportFormat {
+public:
+    ExportFormat(const ExportFormat&) = delete;
+    ExportFormat& operator=(const ExportFormat&) = delete;
+    virtual ~ExportFormat() = default;
+
+    /// Null for a name that is none. Names: analyze, bob, vox.
+    static const ExportFormat* Find(const std::string& name);
+
+    virtual const char* GetName() const = 0;
+    virtual std::unique_ptr<CVolumeExport> MakeExporter() const = 0;
+    /// The file holds the slices from the last to the first.
+    virtual bool IsLastFirst() const { return false; }
+    /// Its values are rescaled ones.
+    virtual bool IsRescaled() const { return false; }
+    /// Never replaces files, but takes other names.
+    virtual bool KeepsExisting() const { return false; }
+    /// Of a loaded volume.
+    virtual ValueMapping DescribeValues(SeriesVolume& series) const = 0;
+
+    /// Throws `HostError`, with the formats that would do, for pixels that this one has no form for or would hold as
+    /// something else, and for more slices than it can count.
+    void Check(const SeriesVolume& series, std::size_t slices) const;
+
+protected:
+    ExportFormat() = default;
+
+    /// What has no form; "" when all has. This one speaks for pixels that are no grey values of 8 or 16 bits.
+    virtual std::string FindFault(const SeriesVolume& series, std::size_t slices) const;
+};
+
+}  // namespace korvane

@@ -1,0 +1,179 @@
+#include "IrregularPolicy.h"
+
+#include "../core/HostError.h"
+#include "../core/Progress.h"
+#include "../study/SeriesGeometry.h"
+#include "../study/SeriesVolume.h"
+#include "../study/SeriesWarnings.h"
+
+#include <Korvane/Korvane.h>
+
+#include <algorithm>
+
+namespace korvane {
+
+namespace {
+
+SeriesGeometry StudySlices(const Findings& findings, const std::vector<Slice>& slices) {
+    std::vector<FramePlace> places;
+    places.reserve(slices.size());
+    for (const Slice& slice : slices) places.push_back(findings.PlaceOf(slice));
+    return StudyGeometry(places);
+}
+
+std::string DescribeGap(const Findings& findings, const std::vector<Slice>& slices, const SeriesGeometry& geometry,
+                        const SeriesGeometry::Gap& gap) {
+    const auto name = [&](std::size_t stack) { return findings.NameOf(slices[geometry.stacks[stack].front()]); };
+    return "gap of " + ShortNumber(gap.length) + " mm instead of " + ShortNumber(geometry.usualGap) + " mm between " +
+           name(gap.index) + " and " + name(gap.index + 1);
+}
+
+class Planner {
+public:
+    explicit Planner(const SeriesVolume& series) : m_Series(series), m_Sets(series.GetSets().volumes) {
+        m_bSeveral = m_Sets.size() > 1 && !series.IsVolumeChosen();
+        if (m_bSeveral) {
+            m_Plan.found.push_back("repeated positions: " + std::to_string(m_Sets.size()) + " volumes, told apart by " +
+                                   series.GetSets().order);
+        }
+    }
+
+    ExportPlan Keep() {
+        AddFirst();
+        if (m_bSeveral) Do("took volume 1; choose with --volume, or take all with --irregular split");
+        if (m_bGaps) Do("kept the planes as they are; the header has one distance for all, their mean");
+        return std::move(m_Plan);
+    }
+
+    ExportPlan Reject() {
+        AddFirst();
+        if (m_Plan.found.empty()) return std::move(m_Plan);
+        std::string text = m_Series.GetHeader().path + ": irregular series rejected";
+        for (const std::string& found : m_Plan.found) text += "; " + found;
+        throw HostError(text);
+    }
+
+    ExportPlan Resample() {
+        AddFirst();
+        if (m_bSeveral) Do("took volume 1; choose with --volume");
+        if (m_bGaps) Do("resampled along z to evenly spaced planes");
+        m_Plan.resample = m_bGaps;
+        return std::move(m_Plan);
+    }
+
+    ExportPlan Split() {
+        const std::size_t only = static_cast<std::size_t>(m_Series.GetVolumeNumber()) - 1;
+        for (std::size_t i = 0; i < m_Sets.size(); ++i) {
+            if (m_bSeveral || i == only) SplitSet(i);
+        }
+        if (m_Plan.parts.size() < 2) return std::move(m_Plan);
+        for (std::size_t i = 0; i < m_Plan.parts.size(); ++i) m_Plan.parts[i].suffix = "-" + std::to_string(i + 1);
+        Do("split into " + std::to_string(m_Plan.parts.size()) + " outputs");
+        return std::move(m_Plan);
+    }
+
+private:
+    void Do(const std::string& what) { m_Plan.done += (m_Plan.done.empty() ? "" : "; ") + what; }
+
+    std::string NameOfSet(std::size_t set) const {
+        return m_Sets.size() > 1 ? "volume " + std::to_string(set + 1) + " of " + std::to_string(m_Sets.size()) : "";
+    }
+
+    SeriesGeometry Judge(std::size_t set) {
+        SeriesGeometry geometry = StudySlices(m_Series.GetFindings(), m_Sets[set]);
+        for (const SeriesGeometry::Gap& gap : geometry.uneven) {
+            m_Plan.found.push_back(DescribeGap(m_Series.GetFindings(), m_Sets[set], geometry, gap));
+        }
+        m_bGaps = m_bGaps || !geometry.uneven.empty();
+        return geometry;
+    }
+
+    void AddFirst() {
+        const std::size_t set = static_cast<std::size_t>(m_Series.GetVolumeNumber()) - 1;
+        Judge(set);
+        m_Plan.parts.push_back({"", NameOfSet(set), m_Sets[set]});
+    }
+
+    void SplitSet(std::size_t set) {
+        const SeriesGeometry geometry = Judge(set);
+        if (geometry.uneven.empty()) {
+            m_Plan.parts.push_back({"", NameOfSet(set), m_Sets[set]});
+            return;
+        }
+        const std::string name = NameOfSet(set);
+        for (const auto& [first, last] : EvenRuns(geometry.along)) {
+            std::vector<std::size_t> members;
+            for (std::size_t stack = first; stack <= last; ++stack) {
+                members.insert(members.end(), geometry.stacks[stack].begin(), geometry.stacks[stack].end());
+            }
+            std::sort(members.begin(), members.end());
+            ExportPart part{"", name.empty() ? "" : name + ", ", {}};
+            part.what += (first == last ? "plane " : "planes " + std::to_string(first + 1) + " to ") +
+                         std::to_string(last + 1) + " of " + std::to_string(geometry.stacks.size());
+            for (const std::size_t index : members) part.slices.push_back(m_Sets[set][index]);
+            m_Plan.parts.push_back(std::move(part));
+        }
+    }
+
+    const SeriesVolume& m_Series;
+    const std::vector<std::vector<Slice>>& m_Sets;
+    bool m_bSeveral = false;
+    bool m_bGaps = false;
+    ExportPlan m_Plan;
+};
+
+}  // namespace
+
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy) {
+    Planner planner(series);
+    switch (policy) {
+    case Irregular::Reject: return planner.Reject();
+    case Irregular::Resample: return planner.Resample();
+    case Irregular::Split: return planner.Split();
+    case Irregular::Keep: break;
+    }
+    return planner.Keep();
+}
+
+EvenPlanes::~EvenPlanes() {
+    if (m_pEven != nullptr) m_pEven->Delete();
+}
+
+void EvenPlanes::PutInto(CDicomVolume& assembled) {
+    CVolume& volume = *assembled.GetVolume();
+    CVolumeReformatter reformatter;
+    {
+        ProgressBar progress("resampling", reformatter.GetPlaneCount(volume, VP_XY));
+        reformatter.SetCallback(&progress);
+        m_pEven = reformatter.Reformat(volume, VP_XY, false, false);
+    }
+    StopIfInterrupted();
+    if (m_pEven == nullptr) throw HostError("cannot resample the volume: " + reformatter.GetError());
+    int dim[4];
+    float space[4];
+    float origin[4];
+    float orientation[2][3];
+    m_pEven->GetDimensions(dim);
+    m_pEven->GetSpacing(space);
+    m_pEven->GetOrigin(origin);
+    m_pEven->GetOrientation(orientation);
+    volume.Init(m_pEven->GetType(), dim[0], dim[1], dim[2], dim[3]);
+    for (int k = 0; k < dim[2]; ++k) {
+        const CImagePlane& from = *m_pEven->GetPlane(k);
+        CImagePlane& to = *volume.GetPlane(k);
+        to.Alloc(from.m_pData);
+        std::copy(std::begin(from.m_Org), std::end(from.m_Org), std::begin(to.m_Org));
+    }
+    volume.SetSpacing(space);
+    volume.SetOrigin(origin);
+    volume.SetOrientation(orientation);
+    volume.SetMin(m_pEven->GetMin());
+    volume.SetMax(m_pEven->GetMax());
+    volume.UpdateZInterpArray();
+    std::vector<DICOMDataObject*>& dataSets = assembled.GetDDOList();
+    const double thickness = static_cast<double>(space[2]);
+    PutReals(*dataSets.front(), MakeTag(0x0018, 0x0050), &thickness, 1);
+    dataSets.assign(static_cast<std::size_t>(dim[2]), dataSets.front());
+}
+
+}  // namespace korvane

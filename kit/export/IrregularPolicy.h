@@ -1,0 +1,56 @@
+// What is exported of a series whose planes are not even or whose positions repeat.
+#pragma once
+
+#include "../study/SeriesFinder.h"
+
+#include <string>
+#include <vector>
+
+class CDicomVolume;
+class CVolume;
+
+namespace korvane {
+
+class SeriesVolume;
+
+enum class Irregular {
+    Keep,      ///< the planes as they are, of the first of several volumes
+    Reject,    ///< nothing
+    Resample,  ///< evenly spaced planes in their place
+    Split,     ///< a volume for each set of repeated positions, and for each evenly spaced run of planes in it
+};
+
+/// One volume of an export.
+struct ExportPart {
+    std::string suffix;  ///< of the name: "" or "-1", "-2" ...
+    std::string what;    ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
+    std::vector<Slice> slices;
+};
+
+struct ExportPlan {
+    std::vector<ExportPart> parts;   ///< at least one
+    std::vector<std::string> found;  ///< what is irregular, one line each; none for what is regular
+    std::string done;                ///< what the policy makes of it; "" where nothing was found
+    bool resample = false;
+};
+
+/// A volume that `--volume` chooses is judged alone. Throws `HostError`, which names the gaps, when the policy rejects.
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy);
+
+/// A volume's planes resampled evenly along z (CVolumeReformatter).
+class EvenPlanes {
+public:
+    EvenPlanes() = default;
+    ~EvenPlanes();
+    EvenPlanes(const EvenPlanes&) = delete;
+    EvenPlanes& operator=(const EvenPlanes&) = delete;
+
+    /// Puts new planes into the volume of `assembled`, whose voxels then belong to this object, and as many data sets
+    /// behind them, with the new distance for their Slice Thickness. Once only. Throws `HostError`, `Interrupted`.
+    void PutInto(CDicomVolume& assembled);
+
+private:
+    CVolume* m_pEven = nullptr;
+};
+
+}  // namespace korvane

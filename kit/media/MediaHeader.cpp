@@ -1,0 +1,94 @@
+#include "MediaHeader.h"
+
+#include "../dataset/DataSetFile.h"
+#include "../core/HostError.h"
+
+#include <Korvane/platform/File.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace korvane {
+
+namespace {
+
+constexpr std::size_t kShortHeader = 16 * 1024;
+constexpr std::string_view kDirectoryClassUid = "1.2.840.10008.1.3.10";
+
+MediaHeader LeftOut(const std::string& why) {
+    MediaHeader header;
+    header.why = why;
+    return header;
+}
+
+MediaHeader CannotBeRead() {
+    const int error = errno;
+    StopIfInterrupted();
+    return LeftOut("cannot be read: " + SystemText(error));
+}
+
+/// Empty when the data set can go onto a medium; `beyond`: bytes of the file behind those that were looked at.
+std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
+    const DICOMObject& dataSet = *file.dataSet;
+    const bool hasMeta = !FindText(dataSet, MakeTag(0x0002, 0x0010)).empty();
+    if (transcode && file.transferSyntax == kDeflatedUid) return "its data set is deflated";
+    if (!file.complete) return "its data set ends early or is damaged";
+    if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
+    if (hasMeta && !file.hasPreamble) return "it has no preamble";
+    // The library's test for the syntax does not see it.
+    if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid) return "it is big endian, without meta information";
+    if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
+    static constexpr std::pair<Tag, const char*> kNeeded[] = {{MakeTag(0x0010, 0x0020), "Patient ID"},
+                                                              {MakeTag(0x0020, 0x000D), "Study Instance UID"},
+                                                              {MakeTag(0x0020, 0x000E), "Series Instance UID"},
+                                                              {MakeTag(0x0008, 0x0018), "SOP Instance UID"},
+                                                              {MakeTag(0x0008, 0x0016), "SOP Class UID"}};
+    for (const auto& [tag, name] : kNeeded) {
+        if (DirectoryText(dataSet, tag).empty()) return std::string("it has no ") + name;
+    }
+    return {};
+}
+
+}  // namespace
+
+std::string DirectoryText(const DICOMObject& dataSet, Tag tag) {
+    const VR* const element = FindElement(dataSet, tag);
+    return element != nullptr ? TrimmedUid(element->GetText()) : std::string();
+}
+
+MediaHeader ReadMediaHeader(const std::string& path, bool transcode) {
+    std::array<unsigned char, kShortHeader> head;
+    platform::InputFile input;
+    errno = 0;
+    const bool opened = input.Open(path.c_str());
+    const std::uint64_t size = input.GetSize();  // not asking for more spares the read that finds the end
+    const auto wanted = static_cast<std::size_t>(size > 0 ? std::min<std::uint64_t>(size, head.size()) : head.size());
+    const std::size_t count = opened ? input.Read(head.data(), wanted) : 0;
+    if (!opened || input.HasFailed()) return CannotBeRead();
+    std::uint64_t beyond = size > count ? size - count : 0;
+    input.Close();
+    MemoryInputBuffer bytes(head.data(), count);
+    DataSetFile file = ReadDataSet(bytes, kStopBeforePixelData);
+    if (file.dataSet != nullptr && !file.hasPixels && count == head.size()) {
+        FileInputBuffer buffer;
+        if (!buffer.Open(path.c_str())) return CannotBeRead();
+        file = ReadDataSet(buffer, kStopBeforePixelData);
+        if (buffer.HasFailed()) return CannotBeRead();
+        beyond = 0;
+    }
+    MediaHeader header;
+    header.notDicom = file.dataSet == nullptr;
+    header.isDirectory = !header.notDicom && FindText(*file.dataSet, MakeTag(0x0002, 0x0002)) == kDirectoryClassUid;
+    if (header.notDicom) {
+        header.why = "not a DICOM file";
+    } else if (header.isDirectory) {
+        header.why = "a DICOMDIR";
+    } else {
+        header.why = FindFault(file, beyond, transcode);
+    }
+    if (header.why.empty()) header.dataSet = std::move(file.dataSet);
+    return header;
+}
+
+}  // namespace korvane

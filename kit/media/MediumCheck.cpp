@@ -1,0 +1,212 @@
+#include "MediumCheck.h"
+
+#include "../dataset/DataSetFile.h"
+#include "../core/HostError.h"
+#include "MediaHeader.h"
+#include "../dataset/Toolkit.h"
+
+#include <Korvane/base/Bytes.h>
+#include <Korvane/platform/File.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdint>
+#include <unordered_set>
+
+namespace korvane {
+
+namespace {
+
+constexpr int kDeepest = 16;
+constexpr std::size_t kMostProblems = 100;
+constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFU;
+constexpr std::uint64_t kLargest = std::uint64_t{1} << 31;
+
+std::vector<unsigned char> ReadWhole(const std::string& path) {
+    platform::InputFile file;
+    errno = 0;
+    if (!file.Open(path.c_str())) throw HostError("cannot read " + path + ": " + SystemText(errno));
+    if (file.GetSize() > kLargest) throw HostError("cannot read " + path + ": too large");
+    std::vector<unsigned char> bytes(static_cast<std::size_t>(file.GetSize()));
+    bytes.resize(file.Read(bytes.data(), bytes.size()));
+    const int error = errno;
+    StopIfInterrupted();
+    if (file.HasFailed()) throw HostError("cannot read " + path + ": " + SystemText(error));
+    return bytes;
+}
+
+std::uint32_t FindOffset(const DICOMObject& dataSet, Tag tag) {
+    const VR* const element = FindElement(dataSet, tag);
+    return element != nullptr && element->m_Length == 4 && element->m_pData != nullptr
+               ? platform::LoadLittle<std::uint32_t>(element->m_pData)
+               : 0;
+}
+
+/// The file that a file ID names, below the root; "" for what is none. The components come from the directory: only
+/// names that lead nowhere else are taken.
+std::string PathOf(const std::string& fileId) {
+    std::string path;
+    std::size_t begin = 0;
+    while (begin <= fileId.size()) {
+        const std::size_t end = std::min(fileId.find('\\', begin), fileId.size());
+        std::string name = fileId.substr(begin, end - begin);
+        while (!name.empty() && name.back() == ' ') name.pop_back();
+        const bool isName = !name.empty() && name.front() != '.' && std::all_of(name.begin(), name.end(), [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
+        });
+        if (!isName) return {};
+        path += '/' + name;
+        begin = end + 1;
+    }
+    return path;
+}
+
+class Checker {
+public:
+    Checker(std::string root, const std::string& directory, MediumDepth depth)
+        : m_Root(std::move(root)), m_Depth(depth), m_Bytes(ReadWhole(directory)) {}
+
+    MediumReport Check(const std::string& directory) {
+        DICOMFileReader reader(m_Codec);
+        const auto dataSet = reader.LoadMemory(m_Bytes.data(), m_Bytes.size());
+        const VR* const sequence = dataSet != nullptr ? FindElement(*dataSet, MakeTag(0x0004, 0x1220)) : nullptr;
+        if (!reader.HasPreamble() || sequence == nullptr) throw HostError(directory + ": not a DICOMDIR");
+        if (!reader.IsComplete()) Note("the directory ends early or is damaged");
+        m_Syntax = reader.GetSyntax();
+        if (m_Syntax != kExplicitLittleEndian) {
+            Note("the directory is in " + DescribeSyntax(reader.GetTransferSyntax()) +
+                 ", where explicit VR little endian is asked for");
+        }
+        m_Items = sequence->GetItemCount();
+        const std::uint32_t last = Follow(FindOffset(*dataSet, MakeTag(0x0004, 0x1200)), 0);
+        const std::uint32_t named = FindOffset(*dataSet, MakeTag(0x0004, 0x1202));
+        if (last != named) {
+            Note("the last record is said to be at " + std::to_string(named) + ", yet is at " + std::to_string(last));
+        }
+        if (m_Seen.size() < m_Items) Note(std::to_string(m_Items - m_Seen.size()) + " records are not led to");
+        return std::move(m_Report);
+    }
+
+private:
+    void Note(const std::string& problem) {
+        if (m_Report.problems.size() < kMostProblems) m_Report.problems.push_back(problem);
+        if (m_Report.problems.size() == kMostProblems - 1) m_Report.problems.emplace_back("and more");
+    }
+
+    /// The records of one directory entity and all below them; the offset of the last, 0 without one.
+    std::uint32_t Follow(std::uint32_t offset, int depth) {
+        std::uint32_t last = 0;
+        while (offset != 0) {
+            StopIfInterrupted();
+            DICOMDataObject record;
+            if (depth > kDeepest || !m_Seen.insert(offset).second) {
+                Note("the record at " + std::to_string(offset) + " is led to again");
+                break;
+            }
+            if (!Parse(offset, record)) {
+                m_Seen.erase(offset);
+                Note("there is no record at " + std::to_string(offset));
+                break;
+            }
+            last = offset;
+            Examine(offset, record);
+            Follow(FindOffset(record, MakeTag(0x0004, 0x1420)), depth + 1);
+            offset = FindOffset(record, MakeTag(0x0004, 0x1400));
+        }
+        return last;
+    }
+
+    /// The item at an offset of the file.
+    bool Parse(std::uint32_t offset, DICOMDataObject& record) {
+        if (offset > m_Bytes.size() || m_Bytes.size() - offset < 8) return false;
+        const int order = m_Syntax == kExplicitBigEndian ? Buffer::kBigEndian : Buffer::kLittleEndian;
+        MemoryInputBuffer buffer(m_Bytes.data() + offset, m_Bytes.size() - offset, order);
+        std::uint16_t group = 0;
+        std::uint16_t element = 0;
+        std::uint32_t length = 0;
+        if (!buffer.ReadUINT16(group) || !buffer.ReadUINT16(element) || !buffer.ReadUINT32(length)) return false;
+        if (group != 0xFFFE || element != 0xE000) return false;
+        if (length == kUndefinedLength) return ParseItem(buffer, record);
+        if (length > m_Bytes.size() - offset - 8) return false;
+        MemoryInputBuffer item(m_Bytes.data() + offset + 8, length, order);
+        return ParseItem(item, record);
+    }
+
+    bool ParseItem(Buffer& buffer, DICOMDataObject& record) {
+        const int parsed = m_Syntax == kImplicitLittleEndian ? m_Codec.Implicit_ParseRawVRIntoDCM(buffer, &record, 1)
+                                                             : m_Codec.ExplicitParse(buffer, &record, 1);
+        return parsed != 0 && FindElement(record, MakeTag(0x0004, 0x1430)) != nullptr;
+    }
+
+    void Examine(std::uint32_t offset, const DICOMObject& record) {
+        const std::string type = FindText(record, MakeTag(0x0004, 0x1430));
+        if (type == "PATIENT") ++m_Report.patients;
+        if (type == "STUDY") ++m_Report.studies;
+        if (type == "SERIES") ++m_Report.series;
+        const std::string fileId = FindText(record, MakeTag(0x0004, 0x1500));
+        if (fileId.empty()) return;
+        ++m_Report.files;
+        const std::string path = PathOf(fileId);
+        const std::string at = type + " record at " + std::to_string(offset) + ": ";
+        if (path.empty()) {
+            Note(at + "\"" + fileId + "\" is no file ID");
+        } else if (m_Depth == MediumDepth::Contents) {
+            CompareWithFile(at, m_Root + path, record);
+        } else if (!platform::FileExists((m_Root + path).c_str())) {
+            Note(at + path.substr(1) + " is not there");
+        }
+    }
+
+    void CompareWithFile(const std::string& at, const std::string& path, const DICOMObject& record) {
+        struct Pair {
+            Tag inRecord;
+            Tag inFile;
+            const char* name;
+        };
+        static constexpr Pair kPairs[] = {
+            {MakeTag(0x0004, 0x1510), MakeTag(0x0008, 0x0016), "SOP class"},
+            {MakeTag(0x0004, 0x1511), MakeTag(0x0008, 0x0018), "SOP instance"},
+            {MakeTag(0x0004, 0x1512), MakeTag(0x0002, 0x0010), "transfer syntax"},
+        };
+        try {
+            const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData);
+            if (file.dataSet == nullptr) {
+                Note(at + path + " is not a DICOM file");
+                return;
+            }
+            if (!file.complete || file.pixelsPresent < file.pixelLength) {
+                Note(at + path + " ends early or is damaged");
+            }
+            for (const Pair& pair : kPairs) {
+                const std::string said = DirectoryText(record, pair.inRecord);
+                const std::string found = DirectoryText(*file.dataSet, pair.inFile);
+                if (said == found) continue;
+                std::string what = at + path + ": the ";
+                what.append(pair.name).append(" is ").append(found).append(", not ").append(said);
+                Note(what);
+            }
+        } catch (const Interrupted&) {
+            throw;
+        } catch (const HostError& error) {
+            Note(at + error.what());
+        }
+    }
+
+    std::string m_Root;
+    MediumDepth m_Depth;
+    std::vector<unsigned char> m_Bytes;
+    DictionaryCodec m_Codec;
+    int m_Syntax = kExplicitLittleEndian;
+    std::size_t m_Items = 0;
+    std::unordered_set<std::uint32_t> m_Seen;
+    MediumReport m_Report;
+};
+
+}  // namespace
+
+MediumReport CheckMedium(const std::string& root, const std::string& directory, MediumDepth depth) {
+    return Checker(root, directory, depth).Check(directory);
+}
+
+}  // namespace korvane

@@ -1,0 +1,38 @@
+// Grey pictures as PNG files.
+#pragma once
+
+#include <Korvane/platform/File.h>
+
+#include <cstdint>
+#include <string>
+
+namespace korvane {
+
+/// Writes one file.
+///
+///     PngWriter png(path);
+///     png.SetPixelSize(0.5);
+///     png.Write(pixels, width, height);
+class PngWriter {
+public:
+    /// Creates the file. Throws `HostError`.
+    explicit PngWriter(const std::string& path);
+
+    /// Millimetres, for programs that print pictures at their size.
+    void SetPixelSize(double millimetres) { m_PixelSize = millimetres; }
+
+    // Rows from the top, without padding. Throw `HostError`; `Interrupted` once Ctrl-C has come.
+    void Write(const std::uint8_t* pixels, int width, int height);
+    void Write(const std::uint16_t* pixels, int width, int height);
+
+private:
+    struct Encoder;
+
+    void Write(const void* pixels, int width, int height, int bits);
+
+    std::string m_Path;
+    platform::OutputFile m_File;
+    double m_PixelSize = 0;
+};
+
+}  // namespace korvane

@@ -1,0 +1,204 @@
+#include "SliceGrid.h"
+
+#include "../core/HostError.h"
+#include "../study/SeriesWarnings.h"
+
+#include <Korvane/slicing/ViewAxes.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace korvane {
+
+namespace {
+
+using Vector = DcmObliqueSlice::Vector;
+
+constexpr double kLargestSide = 32767;      // pixels
+constexpr double kMostPixels = 1 << 28;     // 256 MB, or twice that for 16 bits
+constexpr double kRoundingOfPixels = 1e-4;  // spacings are single precision
+constexpr double kOnPlane = 1e-4;           // millimetres
+
+double Dot(const Vector& a, const Vector& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+Vector Minus(const Vector& a, const Vector& b) {
+    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+}
+
+Vector Cross(const Vector& a, const Vector& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+/// Zeros for what is shorter than a millionth: as good as no direction.
+Vector UnitOf(const Vector& v) {
+    const double length = std::hypot(v[0], v[1], v[2]);
+    return length > 1e-6 ? Vector{v[0] / length, v[1] / length, v[2] / length} : Vector{0, 0, 0};
+}
+
+void SetPixels(DcmObliqueSlice& slice, double width, double height, double pixelSize) {
+    if (width > kLargestSide || height > kLargestSide || width * height > kMostPixels) {
+        throw HostError("the picture would have " + ShortNumber(width) + " x " + ShortNumber(height) + " pixels of " +
+                        ShortNumber(pixelSize) + " mm; --pixel makes them larger");
+    }
+    if (!slice.SetPixelSize(pixelSize, pixelSize) ||
+        !slice.SetSize(static_cast<int>(width), static_cast<int>(height))) {
+        throw HostError(slice.GetError());
+    }
+}
+
+/// From the first voxel centre to the last along each axis of the volume frame.
+struct Box {
+    Vector low = {0, 0, 0};
+    Vector high = {0, 0, 0};
+
+    explicit Box(CVolume& volume) {
+        int dim[4];
+        float space[4];
+        volume.GetDimensions(dim);
+        volume.GetSpacing(space);
+        high = {(dim[0] - 1) * static_cast<double>(space[0]), (dim[1] - 1) * static_cast<double>(space[1]), 0};
+        for (int plane = 1; plane < dim[2]; ++plane) {
+            const double z = static_cast<double>(volume.GetPlane(plane)->m_Org[2]) - volume.GetPlane(0)->m_Org[2];
+            low[2] = std::min(low[2], z);
+            high[2] = std::max(high[2], z);
+        }
+    }
+
+    Vector Middle() const { return {(low[0] + high[0]) / 2, (low[1] + high[1]) / 2, (low[2] + high[2]) / 2}; }
+
+    Vector Corner(unsigned number) const {
+        return {(number & 1) != 0 ? high[0] : low[0], (number & 2) != 0 ? high[1] : low[1],
+                (number & 4) != 0 ? high[2] : low[2]};
+    }
+};
+
+/// How far the cut of a plane through a box reaches from the picture's middle. False when there is none.
+class Cut {
+public:
+    explicit Cut(const DcmObliqueSlice& slice)
+        : m_Centre(slice.GetCentre()), m_Row(slice.GetRow()), m_Column(slice.GetColumn()), m_Normal(slice.GetNormal()) {
+    }
+
+    bool Find(const Box& box) {
+        for (unsigned corner = 0; corner < 8; ++corner) {
+            for (const unsigned axis : {1U, 2U, 4U}) {
+                if ((corner & axis) == 0)
+                    AddEdge(Minus(box.Corner(corner), m_Centre), Minus(box.Corner(corner | axis), m_Centre));
+            }
+        }
+        return m_bMet;
+    }
+
+    double GetAlongRow() const { return m_AlongRow; }
+    double GetAlongColumn() const { return m_AlongColumn; }
+
+private:
+    void AddEdge(const Vector& from, const Vector& to) {
+        const double a = Distance(from);
+        const double b = Distance(to);
+        if (a == 0) Add(from);
+        if (b == 0) Add(to);
+        if ((a < 0 && b > 0) || (a > 0 && b < 0)) {
+            const double t = a / (a - b);
+            Add({from[0] + t * (to[0] - from[0]), from[1] + t * (to[1] - from[1]), from[2] + t * (to[2] - from[2])});
+        }
+    }
+
+    double Distance(const Vector& point) const {
+        const double distance = Dot(point, m_Normal);
+        return std::fabs(distance) <= kOnPlane ? 0 : distance;
+    }
+
+    void Add(const Vector& point) {
+        m_bMet = true;
+        m_AlongRow = std::max(m_AlongRow, std::fabs(Dot(point, m_Row)));
+        m_AlongColumn = std::max(m_AlongColumn, std::fabs(Dot(point, m_Column)));
+    }
+
+    Vector m_Centre;
+    Vector m_Row;
+    Vector m_Column;
+    Vector m_Normal;
+    bool m_bMet = false;
+    double m_AlongRow = 0;
+    double m_AlongColumn = 0;
+};
+
+/// Which way radiologists look at a plane, by the patient plane that it is nearest to.
+void TakeUsualSide(PatientPlane& plane) {
+    const Vector& n = plane.normal;
+    const Vector size = {std::fabs(n[0]), std::fabs(n[1]), std::fabs(n[2])};
+    const bool axial = size[2] > size[0] && size[2] > size[1];
+    const bool sagittal = !axial && size[0] > size[1];
+    if (!plane.up) plane.up = axial ? Vector{0, -1, 0} : Vector{0, 0, 1};
+    // Away from the viewer: to the head in axial pictures, to the back in coronal ones, to the right in sagittal ones.
+    const bool turned = axial ? n[2] < 0 : sagittal ? n[0] > 0 : n[1] < 0;
+    if (turned) plane.normal = {-n[0], -n[1], -n[2]};
+}
+
+}  // namespace
+
+VolumeView FindView(CVolume& volume, DcmOrientation::OrthoPlane ortho) {
+    VolumeView view;
+    RadiologicalView(volume, ortho, view.raw);  // a volume without an orientation is shown as an axial one
+    int dim[4];
+    volume.GetDimensions(dim);
+    ViewAxes axes;
+    FindViewAxes(view.raw.m_Plane, axes);
+    view.axis = axes.m_Slice;
+    view.count = dim[view.axis];
+    return view;
+}
+
+void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double pixelSize) {
+    if (!slice.SetOrthogonal(view.raw.m_Plane, index, view.raw.m_bFlip1, view.raw.m_bFlip2)) {
+        throw HostError(slice.GetError());
+    }
+    // What the slicer takes for z is the volume's table; the picture is to have the planes' own distance.
+    CVolume& volume = *slice.GetVolume();
+    const Box box(volume);
+    int dim[4];
+    volume.GetDimensions(dim);
+    ViewAxes axes;
+    FindViewAxes(view.raw.m_Plane, axes);
+    double size[2];
+    double smallest = HUGE_VAL;
+    const int inPicture[2] = {axes.m_Horizontal, axes.m_Vertical};
+    for (int i = 0; i < 2; ++i) {
+        const auto axis = static_cast<std::size_t>(inPicture[i]);
+        size[i] = box.high[axis] - box.low[axis];
+        if (size[i] > 0) smallest = std::min(smallest, size[i] / (dim[axis] - 1));
+    }
+    if (pixelSize > 0) smallest = pixelSize;
+    if (smallest == HUGE_VAL) smallest = slice.GetPixelSize()[0];
+    SetPixels(slice, std::floor(size[0] / smallest + kRoundingOfPixels) + 1,
+              std::floor(size[1] / smallest + kRoundingOfPixels) + 1, smallest);
+}
+
+void PlacePlane(DcmObliqueSlice& slice, const PatientPlane& wanted, double pixelSize) {
+    PatientPlane plane = wanted;
+    TakeUsualSide(plane);
+    // Row and column are found here: the volume frame is a mirror image of the patient, where a cross product has the
+    // other sign.
+    const Vector away = UnitOf(plane.normal);
+    const Vector up = UnitOf(*plane.up);
+    const Vector row = UnitOf(Cross(away, up));
+    CVolume& volume = *slice.GetVolume();
+    const Box box(volume);
+    if (!slice.SetPlane(plane.point ? slice.DicomToVol(*plane.point) : box.Middle(), slice.DirectionToVol(row),
+                        slice.DirectionToVol(Cross(away, row)))) {
+        throw UsageError("--normal or --up has no length, or they are parallel, or --point is too far away");
+    }
+    Cut cut(slice);
+    if (!cut.Find(box)) throw HostError("the plane does not meet the volume");
+    float space[4];
+    volume.GetSpacing(space);
+    const double pixel = pixelSize > 0 ? pixelSize : static_cast<double>(std::min(space[0], space[1]));
+    const auto side = [pixel](double reach) { return 2 * std::ceil(reach / pixel - kRoundingOfPixels) + 1; };
+    SetPixels(slice, side(cut.GetAlongRow()), side(cut.GetAlongColumn()), pixel);
+}
+
+}  // namespace korvane

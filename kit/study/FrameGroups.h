@@ -1,0 +1,26 @@
+// Where the frames of an image lie: functional groups of enhanced objects (PS3.3 C.7.6.16), frame offsets of older ones.
+#pragma once
+
+#include "ImageHeader.h"
+
+#include <memory>
+#include <vector>
+
+namespace korvane {
+
+/// A place for each frame, or a single one where they have none of their own. For a frame of an enhanced object the
+/// per-frame group counts, then the shared one, then the data set itself. Older objects place their first frame only: the
+/// others follow along the normal by Grid Frame Offset Vector (3004,000C), else by the distance of slices.
+/// Of `header`, the fields up to `frames` must have been read.
+std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header);
+
+/// Whether the data set has functional groups.
+bool HasFrameGroups(const DICOMDataObject& dataSet);
+
+/// The frames of a multi-frame object as data sets of their own, with the elements that the library reads of a slice.
+/// They share the bytes of `source`, which must outlive them. `frames`: their numbers, from 0, each within the pixel data.
+/// Throws `std::bad_alloc`.
+std::vector<std::unique_ptr<DICOMDataObject>> SplitFrames(const DICOMDataObject& source, const ImageHeader& header,
+                                                          const std::vector<int>& frames);
+
+}  // namespace korvane

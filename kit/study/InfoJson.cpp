@@ -1,0 +1,116 @@
+#include "InfoJson.h"
+
+#include "SeriesFinder.h"
+#include "SeriesText.h"
+#include "../core/TextEncoding.h"
+
+#include <array>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+namespace korvane {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kVersion = 1;
+
+/// Texts may be any bytes: what is not UTF-8 is escaped.
+std::string Text(const std::string& text) {
+    return TextDecoder("ISO_IR 192").ToUtf8(text);
+}
+
+template <class Range>
+Json Texts(const Range& texts) {
+    Json array = Json::array();
+    for (const std::string& text : texts) array.push_back(Text(text));
+    return array;
+}
+
+Json Pixels(const PixelForm& form) {
+    Json json;
+    json["signed"] = form.isSigned;
+    json["float"] = form.kind != PixelForm::Kind::Integer;
+    json["bitsAllocated"] = form.allocated;
+    json["bitsStored"] = form.stored;
+    json["samples"] = form.samples;
+    json["photometric"] = Text(form.photometric);
+    return json;
+}
+
+Json Directions(const std::array<double, 6>& o, const std::array<double, 3>& normal) {
+    Json json;
+    json["rows"] = DirectionLabel(o[0], o[1], o[2]);
+    json["columns"] = DirectionLabel(o[3], o[4], o[5]);
+    json["slices"] = DirectionLabel(normal[0], normal[1], normal[2]);
+    return json;
+}
+
+void AddGeometry(const Findings& findings, const Series& series, Json& json) {
+    const SeriesGeometry& geometry = series.geometry;
+    const bool placed = !geometry.stacks.empty();
+    const FramePlace& place = findings.PlaceOf(series.slices[placed ? geometry.stacks.front().front() : 0]);
+    if (place.hasSpacing) json["pixelSpacing"] = place.spacing;  // between rows, between columns
+    if (place.hasOrientation) {
+        json["orientation"] = place.orientation;
+        json["directions"] = Directions(place.orientation, geometry.normal);
+    }
+    if (!placed) return;
+    json["origin"] = place.position;
+    json["positions"] = geometry.stacks.size();
+    json["volumes"] = geometry.volumes;
+    if (geometry.stacks.size() < 2) return;
+    Json& gaps = json["gaps"];
+    gaps["smallest"] = geometry.smallestGap;
+    gaps["usual"] = geometry.usualGap;
+    gaps["largest"] = geometry.largestGap;
+    json["tiltDegrees"] = geometry.tilt;
+}
+
+Json OneSeries(const Findings& findings, std::size_t index) {
+    const Series& series = findings.series[index];
+    const ImageHeader& first = findings.FirstFile(series);
+    Json json;
+    json["number"] = index + 1;
+    json["uid"] = Text(first.seriesUid);
+    json["modality"] = Text(first.modality);
+    json["description"] = Text(first.description);
+    json["sopClass"] = Text(first.sopClass);
+    json["slices"] = CountImages(findings, series);
+    if (first.form.kind != PixelForm::Kind::None) {
+        json["columns"] = first.form.columns;
+        json["rows"] = first.form.rows;
+        json["pixels"] = Pixels(first.form);
+        AddGeometry(findings, series, json);
+    }
+    std::set<std::string> syntaxes;
+    std::set<std::string> files;
+    for (const Slice& slice : series.slices) {
+        syntaxes.insert(findings.files[slice.file].transferSyntax);
+        files.insert(findings.files[slice.file].path);
+    }
+    json["transferSyntaxes"] = Texts(syntaxes);
+    json["warnings"] = Texts(series.warnings);
+    json["files"] = Texts(files);
+    return json;
+}
+
+}  // namespace
+
+void WriteInfoJson(const Findings& findings, std::ostream& out) {
+    Json json;
+    json["schema"] = "korvane.info";
+    json["version"] = kVersion;
+    json["files"] = findings.files.size();
+    json["ignored"] = findings.ignored;
+    json["copies"] = findings.copies;
+    json["unreadable"] = Texts(findings.unreadable);
+    Json& series = json["series"] = Json::array();
+    for (std::size_t i = 0; i < findings.series.size(); ++i) series.push_back(OneSeries(findings, i));
+    out << std::setw(1) << json << '\n';
+}
+
+}  // namespace korvane

@@ -1,0 +1,194 @@
+#include "SeriesFinder.h"
+
+#include "../core/HostError.h"
+#include "../core/Paths.h"
+#include "../core/Progress.h"
+#include "SeriesWarnings.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <system_error>
+#include <tuple>
+#include <utility>
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Orientations of one UID are told apart with a tolerance, which takes comparing with each of those met; a series with
+// more than these is compared with the last ones only.
+constexpr std::size_t kOrientationsCompared = 64;
+
+std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::vector<std::string>& unreadable) {
+    std::vector<std::string> files;
+    for (const std::string& text : paths) {
+        const fs::path path = PathFromText(text);
+        std::error_code error;
+        const fs::file_status status = fs::status(path, error);
+        if (!fs::exists(status)) throw HostError("cannot find " + text + (error ? ": " + SystemText(error, text) : ""));
+        if (fs::is_directory(status)) {
+            ListFolder(path, files, unreadable);
+        } else {
+            files.push_back(text);
+        }
+    }
+    std::sort(files.begin(), files.end());
+    files.erase(std::unique(files.begin(), files.end()), files.end());
+    return files;
+}
+
+void ReadHeaders(const std::vector<std::string>& paths, Findings& findings) {
+    ProgressBar progress("reading headers", static_cast<long>(paths.size()));
+    for (const std::string& path : paths) {
+        progress.Step();
+        try {
+            const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData);
+            if (file.dataSet == nullptr) {
+                ++findings.ignored;
+                findings.leftOut.push_back({path, "not a DICOM file"});
+            } else {
+                findings.files.push_back(ReadImageHeader(path, file));
+            }
+        } catch (const Interrupted&) {
+            throw;
+        } catch (const HostError& error) {
+            findings.unreadable.emplace_back(error.what());
+        }
+    }
+}
+
+/// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
+void DropCopies(Findings& findings) {
+    const auto damage = [](const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); };
+    using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
+    std::map<Identity, std::size_t> known;
+    std::vector<ImageHeader> kept;
+    for (ImageHeader& header : findings.files) {
+        const Identity identity{header.sopInstance, header.seriesUid, header.instance, header.frames,
+                                header.places.front().position};
+        const auto [entry, isNew] = known.try_emplace(identity, kept.size());
+        if (isNew || header.sopInstance.empty()) {
+            kept.push_back(std::move(header));
+            continue;
+        }
+        ++findings.copies;
+        ImageHeader& present = kept[entry->second];
+        if (damage(header) < damage(present)) std::swap(present, header);
+        findings.leftOut.push_back({header.path, "the same image as " + present.path});
+    }
+    findings.files = std::move(kept);
+}
+
+/// Groups slices as they come.
+class Grouping {
+public:
+    explicit Grouping(Findings& findings) : m_Findings(findings) {}
+
+    void Add(const Slice& slice) {
+        const ImageHeader& header = m_Findings.files[slice.file];
+        const FramePlace& place = m_Findings.PlaceOf(slice);
+        const bool alone = header.frames > 1 && !header.framesPlaced;
+        const Key key{header.seriesUid, header.form, alone ? slice.file + 1 : 0};
+        std::vector<std::size_t>& candidates = m_Series[key];
+        const std::size_t from = candidates.size() - std::min(candidates.size(), kOrientationsCompared);
+        for (std::size_t i = from; i < candidates.size(); ++i) {
+            Series& series = m_Findings.series[candidates[i]];
+            if (SameOrientation(m_Findings.PlaceOf(series.slices.front()), place)) {
+                series.slices.push_back(slice);
+                return;
+            }
+        }
+        candidates.push_back(m_Findings.series.size());
+        m_Findings.series.push_back(Series{{slice}, {}, 1, 1, {}});
+    }
+
+    /// Notes in each series what its UID was split into.
+    void CountSplits() {
+        std::map<std::string, std::size_t> forms;
+        for (const auto& [key, series] : m_Series) {
+            if (key.alone == 0 && key.form.kind != PixelForm::Kind::None) ++forms[key.uid];
+        }
+        for (const auto& [key, members] : m_Series) {
+            for (const std::size_t index : members) {
+                m_Findings.series[index].orientations = members.size();
+                m_Findings.series[index].forms = std::max<std::size_t>(forms[key.uid], 1);
+            }
+        }
+    }
+
+private:
+    struct Key {
+        std::string uid;
+        PixelForm form;
+        std::size_t alone;  // a number of its own for what mixes with nothing, else 0
+
+        auto operator<=>(const Key&) const = default;
+    };
+
+    Findings& m_Findings;
+    std::map<Key, std::vector<std::size_t>> m_Series;
+};
+
+void SortSlices(const Findings& findings, std::vector<Slice>& slices) {
+    const auto key = [&](const Slice& slice) {
+        const ImageHeader& header = findings.files[slice.file];
+        return std::tie(header.instance, header.acquisition, header.sopInstance, header.path, slice.frame);
+    };
+    std::sort(slices.begin(), slices.end(), [&](const Slice& a, const Slice& b) { return key(a) < key(b); });
+}
+
+void GroupFiles(Findings& findings) {
+    Grouping grouping(findings);
+    for (std::size_t i = 0; i < findings.files.size(); ++i) {
+        const ImageHeader& header = findings.files[i];
+        if (header.framesPlaced) {
+            for (int frame = 0; frame < header.frames; ++frame) grouping.Add({i, frame});
+        } else {
+            grouping.Add({i, -1});  // several frames too: their number is a claim until the pixels are there
+        }
+    }
+    grouping.CountSplits();
+}
+
+void StudySeries(const Findings& findings, Series& series) {
+    SortSlices(findings, series.slices);
+    std::vector<FramePlace> places;
+    places.reserve(series.slices.size());
+    for (const Slice& slice : series.slices) places.push_back(findings.PlaceOf(slice));
+    series.geometry = StudyGeometry(places);
+    series.warnings = WarnAbout(findings, series);
+}
+
+}  // namespace
+
+const FramePlace& Findings::PlaceOf(const Slice& slice) const {
+    const ImageHeader& header = files[slice.file];
+    return header.framesPlaced && slice.frame >= 0 ? header.places[static_cast<std::size_t>(slice.frame)]
+                                                   : header.places.front();
+}
+
+std::string Findings::NameOf(const Slice& slice) const {
+    const ImageHeader& header = files[slice.file];
+    return slice.frame < 0 ? header.path : header.path + " frame " + std::to_string(slice.frame + 1);
+}
+
+Findings FindSeries(const std::vector<std::string>& paths) {
+    Findings findings;
+    const std::vector<std::string> files = ListFiles(paths, findings.unreadable);
+    ReadHeaders(files, findings);
+    DropCopies(findings);
+    GroupFiles(findings);
+    const auto key = [&](const Series& series) {
+        const ImageHeader& header = findings.FirstFile(series);
+        return std::tie(header.seriesNumber, header.seriesUid, header.path);
+    };
+    for (Series& series : findings.series) StudySeries(findings, series);
+    std::sort(findings.series.begin(), findings.series.end(),
+              [&](const Series& a, const Series& b) { return key(a) < key(b); });
+    return findings;
+}
+
+}  // namespace korvane

@@ -1,0 +1,52 @@
+// How the slices of a series lie to each other.
+#pragma once
+
+#include "ImageHeader.h"
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace korvane {
+
+/// Lengths are millimetres in the patient frame (x to the left, y to the back, z to the head). "Along" means along the
+/// normal, row direction x column direction.
+struct SeriesGeometry {
+    /// A distance that differs from the others: between stack `index` and the one behind it.
+    struct Gap {
+        std::size_t index;
+        double length;
+        int missing;  ///< slices that would fill it up; 0 when it is no multiple of the usual distance
+    };
+
+    std::array<double, 3> normal{0, 0, 1};
+    std::vector<std::size_t> unplaced;  ///< slices without a position
+    std::vector<std::vector<std::size_t>>
+        stacks;                 ///< slices by position, ascending along the normal; in each, list order
+    std::vector<double> along;  ///< position of each stack along the normal
+    std::size_t volumes = 1;    ///< slices of the largest stack
+    bool complete = true;       ///< all stacks are of that size
+    double smallestGap = 0;     ///< between neighbouring stacks
+    double largestGap = 0;
+    double usualGap = 0;  ///< the median
+    std::vector<Gap> uneven;
+    double tilt = 0;  ///< degrees between the normal and the line through the first and the last position
+};
+
+/// Studies slices that share an orientation, that of the first. Slices without a position are in no stack.
+SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices);
+
+/// Cuts ascending positions into runs of even distances, as few as there can be, and of these cuts the one with the
+/// longest runs: first and last index of each. Any two positions are even.
+std::vector<std::pair<std::size_t, std::size_t>> EvenRuns(const std::vector<double>& along);
+
+/// The direction cosines of rows and columns are the same, but for rounding.
+bool SameOrientation(const FramePlace& a, const FramePlace& b);
+
+/// The patient directions that an axis points to, the strongest first: letters of L R P A H F, such as "L" or "PF".
+/// Components below a tenth of the axis are left out.
+std::string DirectionLabel(double x, double y, double z);
+
+}  // namespace korvane

@@ -1,0 +1,127 @@
+#include "SeriesText.h"
+
+#include "SeriesFinder.h"
+#include "SeriesWarnings.h"
+#include "../core/TextEncoding.h"
+
+#include <algorithm>
+#include <set>
+
+namespace korvane {
+
+namespace {
+
+std::string Matrix(const PixelForm& form) {
+    return std::to_string(form.columns) + " x " + std::to_string(form.rows);
+}
+
+std::string Title(const Findings& findings, std::size_t index) {
+    const Series& series = findings.series[index];
+    const ImageHeader& first = findings.FirstFile(series);
+    const std::size_t images = CountImages(findings, series);
+    std::string text = std::to_string(index + 1) + ": " + (first.modality.empty() ? "?" : first.modality);
+    if (!first.description.empty()) text += " \"" + first.description + "\"";
+    text += ", " + std::to_string(images);
+    if (first.form.kind == PixelForm::Kind::None) {
+        return text + (images == 1 ? " object" : " objects") + " without pixels";
+    }
+    return text + (images == 1 ? " slice of " : " slices of ") + Matrix(first.form);
+}
+
+std::string Millimetres(double a, double b) {
+    const std::string first = ShortNumber(a);
+    const std::string last = ShortNumber(b);
+    return (first == last ? first : first + " to " + last) + " mm";
+}
+
+class Lines {
+public:
+    void Add(const char* name, const std::string& value) {
+        std::string line = "  " + std::string(name);
+        line.resize(18, ' ');
+        m_Text += line + Visible(value) + "\n";
+    }
+    std::string Take() { return std::move(m_Text); }
+
+private:
+    std::string m_Text;
+};
+
+void AddGeometry(Lines& lines, const Findings& findings, const Series& series) {
+    const SeriesGeometry& geometry = series.geometry;
+    const std::size_t firstSlice = geometry.stacks.empty() ? 0 : geometry.stacks.front().front();
+    const FramePlace& first = findings.PlaceOf(series.slices[firstSlice]);
+    if (first.hasSpacing) {
+        lines.Add("pixel spacing", ShortNumber(first.spacing[0]) + " mm between rows, " +
+                                       ShortNumber(first.spacing[1]) + " mm between columns");
+    }
+    if (geometry.stacks.empty()) return;
+    if (geometry.stacks.size() > 1) {
+        lines.Add("slice gaps", Millimetres(geometry.smallestGap, geometry.largestGap));
+    }
+    lines.Add("origin", ShortNumber(first.position[0]) + ", " + ShortNumber(first.position[1]) + ", " +
+                            ShortNumber(first.position[2]) + " mm");
+    if (first.hasOrientation) lines.Add("orientation", DescribeOrientation(findings, series));
+    if (geometry.volumes > 1) lines.Add("volumes", std::to_string(geometry.volumes));
+}
+
+}  // namespace
+
+std::string ListSeries(const Findings& findings) {
+    std::string text;
+    for (std::size_t i = 0; i < findings.series.size(); ++i) {
+        const ImageHeader& first = findings.FirstFile(findings.series[i]);
+        text += "  " + Visible(Title(findings, i) + ", UID " + first.seriesUid) + "\n";
+    }
+    return text;
+}
+
+std::string DescribeSeries(const Findings& findings, std::size_t index) {
+    const Series& series = findings.series[index];
+    const ImageHeader& first = findings.FirstFile(series);
+    Lines lines;
+    lines.Add("UID", first.seriesUid);
+    if (first.form.kind != PixelForm::Kind::None) {
+        lines.Add("pixels", DescribePixels(first.form));
+        AddGeometry(lines, findings, series);
+    } else {
+        lines.Add("class", first.sopClass);
+    }
+    std::set<std::string> syntaxes;
+    for (const Slice& slice : series.slices) syntaxes.insert(findings.files[slice.file].transferSyntax);
+    for (const std::string& syntax : syntaxes) lines.Add("transfer syntax", DescribeSyntax(syntax));
+    if (series.slices.size() == 1) lines.Add("file", first.path);
+    for (const std::string& warning : series.warnings) lines.Add("warning", warning);
+    return "series " + Visible(Title(findings, index)) + "\n" + lines.Take();
+}
+
+std::string DescribePixels(const PixelForm& form) {
+    std::string text = form.isSigned ? "signed, " : "unsigned, ";
+    if (form.kind == PixelForm::Kind::Float) text = "32-bit floating-point, ";
+    if (form.kind == PixelForm::Kind::Double) text = "64-bit floating-point, ";
+    if (form.kind == PixelForm::Kind::Integer) {
+        text += std::to_string(form.stored) + " of " + std::to_string(form.allocated) + " bits, ";
+    }
+    if (form.samples != 1) text += std::to_string(form.samples) + " samples, ";
+    return text + (form.photometric.empty() ? "no photometric interpretation" : form.photometric);
+}
+
+std::size_t CountImages(const Findings& findings, const Series& series) {
+    std::size_t count = 0;
+    for (const Slice& slice : series.slices) {
+        const ImageHeader& header = findings.files[slice.file];
+        const auto claimed = static_cast<std::uint64_t>(slice.frame < 0 ? header.frames : 1);
+        const std::uint64_t present = std::max<std::uint64_t>(header.FramesPresent(), 1);
+        count += static_cast<std::size_t>(header.encapsulated ? claimed : std::min(claimed, present));
+    }
+    return count;
+}
+
+std::string DescribeOrientation(const Findings& findings, const Series& series) {
+    const auto& o = findings.PlaceOf(series.slices.front()).orientation;
+    const auto& n = series.geometry.normal;
+    return "rows to " + DirectionLabel(o[0], o[1], o[2]) + ", columns to " + DirectionLabel(o[3], o[4], o[5]) +
+           ", slices to " + DirectionLabel(n[0], n[1], n[2]);
+}
+
+}  // namespace korvane

@@ -1,0 +1,27 @@
+// Series in words, for people.
+#pragma once
+
+#include <string>
+
+namespace korvane {
+
+struct Findings;
+struct PixelForm;
+struct Series;
+
+/// One line for each series, numbered from 1, with line ends; safe to print.
+std::string ListSeries(const Findings& findings);
+
+/// All that `korvane info` tells of one series, several lines; safe to print.
+std::string DescribeSeries(const Findings& findings, std::size_t index);
+
+/// Such as "unsigned, 12 of 16 bits, MONOCHROME2".
+std::string DescribePixels(const PixelForm& form);
+
+/// How many images a series has: files, or frames of them.
+std::size_t CountImages(const Findings& findings, const Series& series);
+
+/// "rows to L, columns to P, slices to H"; the order of slices is that along the normal.
+std::string DescribeOrientation(const Findings& findings, const Series& series);
+
+}  // namespace korvane

@@ -1,0 +1,18 @@
+// What a user should know about a series before trusting what is made of it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+struct Findings;
+struct Series;
+
+/// One line each; none for a series in which everything is as it should be.
+std::vector<std::string> WarnAbout(const Findings& findings, const Series& series);
+
+/// A length, an angle: at most four decimals, no trailing zeros.
+std::string ShortNumber(double value);
+
+}  // namespace korvane

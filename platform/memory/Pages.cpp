@@ -1,0 +1,48 @@
+#include "Pages.h"
+
+#include <cstdint>
+#include <new>
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <sys/mman.h>
+#endif
+
+namespace platform {
+
+#if defined(_WIN32)
+
+void* MapPages(std::size_t bytes) {
+    void* const pages = VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    if (pages == nullptr) throw std::bad_alloc();
+    return pages;
+}
+
+void UnmapPages(void* pages, std::size_t /*bytes*/) noexcept {
+    VirtualFree(pages, 0, MEM_RELEASE);
+}
+
+#else
+
+void* MapPages(std::size_t bytes) {
+    const std::size_t withSlack = bytes + kHugePageBytes;
+    void* const mapped = mmap(nullptr, withSlack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) throw std::bad_alloc();
+    const auto start = reinterpret_cast<std::uintptr_t>(mapped);
+    const std::uintptr_t aligned = (start + kHugePageBytes - 1) / kHugePageBytes * kHugePageBytes;
+    if (aligned != start) munmap(mapped, aligned - start);
+    const std::uintptr_t end = aligned + bytes;
+    if (end != start + withSlack) munmap(reinterpret_cast<void*>(end), start + withSlack - end);
+    auto* const pages = reinterpret_cast<void*>(aligned);
+    madvise(pages, bytes, MADV_HUGEPAGE);  // a wish: without it the pages are small ones
+    return pages;
+}
+
+void UnmapPages(void* pages, std::size_t bytes) noexcept {
+    munmap(pages, bytes);
+}
+
+#endif
+
+}  // namespace platform
