@@ -3,8 +3,8 @@
 #include "HostError.h"
 #include "TextEncoding.h"
 
-#include <Korvane/platform/Environment.h>
 #include "host/terminal/Terminal.h"
+#include "platform/Environment.h"
 
 #include <algorithm>
 #include <string_view>

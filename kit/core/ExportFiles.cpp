@@ -4,9 +4,9 @@
 #include "Paths.h"
 #include "TextEncoding.h"
 
-#include <Korvane/Korvane.h>
-#include <Korvane/platform/File.h>
 #include "host/terminal/Terminal.h"
+#include "platform/File.h"
+#include <Korvane/Korvane.h>
 
 #include <algorithm>
 #include <cerrno>

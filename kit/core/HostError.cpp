@@ -2,25 +2,14 @@
 
 #include "TextEncoding.h"
 
-#include <Korvane/platform/File.h>
 #include "host/terminal/Terminal.h"
 
-#include <cerrno>
 #include <cstdio>
 
 namespace korvane {
 
 void StopIfInterrupted() {
     if (platform::WasInterrupted()) throw Interrupted();
-}
-
-std::string SystemText(int error) {
-    return error != 0 ? std::generic_category().message(error) : "unknown reason";
-}
-
-std::string SystemText(const std::error_code& error, const std::string& path) {
-    if (platform::IsPathTooLong(path.c_str())) return SystemText(ENAMETOOLONG);
-    return error.default_error_condition().message();
 }
 
 namespace {

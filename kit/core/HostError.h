@@ -1,46 +1,31 @@
 // How the program's parts report failure: one line that names the file and the reason.
 #pragma once
 
-#include <stdexcept>
+#include "Error.h"
+
 #include <string>
-#include <system_error>
-#include <utility>
 
 namespace korvane {
 
-/// What could not be done: exit status 1.
-class HostError : public std::runtime_error {
+// Bridges to `Error`, until every room of the Kit throws that itself.
+class HostError : public Error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit HostError(const std::string& text, ErrorKind kind = ErrorKind::Disk) : Error(kind, text) {}
 };
-
-/// Arguments that make no sense: exit status 2.
-class UsageError : public std::runtime_error {
+class UsageError : public Error {
 public:
-    /// `choices`: what could have been asked for, whole lines that are safe to print.
-    explicit UsageError(const std::string& text, std::string choices = {})
-        : std::runtime_error(text), m_Choices(std::move(choices)) {}
-
-    const std::string& GetChoices() const { return m_Choices; }
-
-private:
-    std::string m_Choices;
+    explicit UsageError(const std::string& text, const std::string& choices = {})
+        : Error(ErrorKind::WrongArgument, text) {
+        WithChoices(choices);
+    }
 };
-
-/// The first Ctrl-C ended the work: exit status 1.
 class Interrupted : public HostError {
 public:
-    Interrupted() : HostError("stopped") {}
+    Interrupted() : HostError("stopped", ErrorKind::Stopped) {}
 };
 
 /// Throws `Interrupted` once Ctrl-C has come.
 void StopIfInterrupted();
-
-/// The text of an `errno` value.
-std::string SystemText(int error);
-/// Why something could not be done with a path. By the `errno` value that the error stands for, where there is one:
-/// Windows' own texts are in the user's language and in the system's code page.
-std::string SystemText(const std::error_code& error, const std::string& path);
 
 /// A line on standard error.
 void Warn(const std::string& text);

@@ -2,7 +2,7 @@
 
 #include "HostError.h"
 
-#include <Korvane/platform/File.h>
+#include "platform/File.h"
 
 #include <exception>
 #include <system_error>

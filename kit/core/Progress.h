@@ -1,7 +1,7 @@
 // Progress on standard error, and the way Ctrl-C reaches the library.
 #pragma once
 
-#include <Korvane/volume/CPercent.h>
+#include "../../volume/CPercent.h"
 
 #include <chrono>
 #include <string>

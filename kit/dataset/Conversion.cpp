@@ -1,9 +1,9 @@
 #include "Conversion.h"
 
-#include "DataSetOutput.h"
 #include "../core/HostError.h"
 #include "../core/Paths.h"
 #include "../core/Progress.h"
+#include "DataSetOutput.h"
 
 #include "host/terminal/Terminal.h"
 

@@ -3,7 +3,7 @@
 #include "../core/HostError.h"
 #include "InflateBuffer.h"
 
-#include <Korvane/base/Bytes.h>
+#include "base/Bytes.h"
 
 #include <cctype>
 #include <cerrno>

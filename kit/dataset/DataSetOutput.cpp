@@ -1,6 +1,6 @@
 #include "DataSetOutput.h"
 
-#include <Korvane/base/Bytes.h>
+#include "base/Bytes.h"
 
 namespace korvane {
 

@@ -1,10 +1,10 @@
+#include "../core/HostError.h"
+#include "../core/TextEncoding.h"
 #include "Base64.h"
 #include "DumpText.h"
 #include "ElementText.h"
-#include "../core/HostError.h"
-#include "../core/TextEncoding.h"
 
-#include <Korvane/base/Bytes.h>
+#include "base/Bytes.h"
 
 #include <algorithm>
 #include <charconv>

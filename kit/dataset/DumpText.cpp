@@ -1,8 +1,8 @@
 #include "DumpText.h"
 
-#include "ElementText.h"
 #include "../core/HostError.h"
 #include "../core/TextEncoding.h"
+#include "ElementText.h"
 
 #include <algorithm>
 #include <string>

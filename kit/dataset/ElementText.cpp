@@ -1,7 +1,7 @@
 #include "ElementText.h"
 
-#include <Korvane/base/Bytes.h>
-#include <Korvane/base/Number.h>
+#include "base/Bytes.h"
+#include "base/Number.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -3,7 +3,7 @@
 #include "../core/HostError.h"
 #include "../core/Paths.h"
 
-#include <Korvane/base/Number.h>
+#include "base/Number.h"
 
 #include <cerrno>
 #include <cmath>

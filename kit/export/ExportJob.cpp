@@ -2,11 +2,11 @@
 
 #include "../core/HostError.h"
 #include "../core/Progress.h"
-#include "../study/SeriesWarnings.h"
 #include "../core/TextEncoding.h"
+#include "../study/SeriesWarnings.h"
 
-#include <Korvane/Korvane.h>
 #include "host/terminal/Terminal.h"
+#include <Korvane/Korvane.h>
 
 #include <algorithm>
 #include <cstdio>

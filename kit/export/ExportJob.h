@@ -3,10 +3,10 @@
 
 #include "../core/Destination.h"
 #include "../core/ExportFiles.h"
+#include "../study/SeriesVolume.h"
 #include "ExportFormat.h"
 #include "ExportReport.h"
 #include "IrregularPolicy.h"
-#include "../study/SeriesVolume.h"
 
 #include <memory>
 #include <optional>

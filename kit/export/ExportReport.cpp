@@ -1,7 +1,7 @@
 #include "ExportReport.h"
 
-#include "../study/SeriesVolume.h"
 #include "../core/TextEncoding.h"
+#include "../study/SeriesVolume.h"
 
 #include <Korvane/Korvane.h>
 #include <Korvane/Version.h>

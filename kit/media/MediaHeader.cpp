@@ -1,9 +1,9 @@
 #include "MediaHeader.h"
 
-#include "../dataset/DataSetFile.h"
 #include "../core/HostError.h"
+#include "../dataset/DataSetFile.h"
 
-#include <Korvane/platform/File.h>
+#include "platform/File.h"
 
 #include <algorithm>
 #include <array>

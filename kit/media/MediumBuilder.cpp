@@ -1,12 +1,12 @@
 #include "MediumBuilder.h"
 
 #include "../core/HostError.h"
-#include "MediaHeader.h"
 #include "../core/Paths.h"
 #include "../core/Progress.h"
+#include "MediaHeader.h"
 
+#include "platform/File.h"
 #include <Korvane/Korvane.h>
-#include <Korvane/platform/File.h>
 
 #include <algorithm>
 #include <array>

@@ -1,12 +1,12 @@
 #include "MediumCheck.h"
 
-#include "../dataset/DataSetFile.h"
 #include "../core/HostError.h"
-#include "MediaHeader.h"
+#include "../dataset/DataSetFile.h"
 #include "../dataset/Toolkit.h"
+#include "MediaHeader.h"
 
-#include <Korvane/base/Bytes.h>
-#include <Korvane/platform/File.h>
+#include "base/Bytes.h"
+#include "platform/File.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,8 +1,8 @@
 #include "ReceiveJob.h"
 
 #include "../core/HostError.h"
-#include "../dataset/InflateBuffer.h"
 #include "../core/Paths.h"
+#include "../dataset/InflateBuffer.h"
 
 #include "host/terminal/Terminal.h"
 

@@ -1,10 +1,10 @@
 #include "SendJob.h"
 
-#include "../dataset/DataSetFile.h"
-#include "../dataset/DataSetOutput.h"
 #include "../core/HostError.h"
 #include "../core/Paths.h"
 #include "../core/Progress.h"
+#include "../dataset/DataSetFile.h"
+#include "../dataset/DataSetOutput.h"
 
 #include "host/terminal/Terminal.h"
 

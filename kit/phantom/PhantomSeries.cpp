@@ -2,8 +2,8 @@
 
 #include "../dataset/Toolkit.h"
 
-#include <Korvane/base/Bytes.h>
-#include <Korvane/base/Number.h>
+#include "base/Bytes.h"
+#include "base/Number.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "Annotation.h"
 
-#include <Korvane/base/Number.h>
+#include "base/Number.h"
 
 #include <algorithm>
 #include <cmath>

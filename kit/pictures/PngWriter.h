@@ -1,7 +1,7 @@
 // Grey pictures as PNG files.
 #pragma once
 
-#include <Korvane/platform/File.h>
+#include "../../platform/File.h"
 
 #include <cstdint>
 #include <string>

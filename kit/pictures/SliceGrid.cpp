@@ -3,7 +3,7 @@
 #include "../core/HostError.h"
 #include "../study/SeriesWarnings.h"
 
-#include <Korvane/slicing/ViewAxes.h>
+#include "slicing/ViewAxes.h"
 
 #include <algorithm>
 #include <array>

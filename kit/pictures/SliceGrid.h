@@ -1,8 +1,8 @@
 // Where the pictures of `korvane slice` lie in the volume: planes, directions, pixels.
 #pragma once
 
-#include <Korvane/slicing/DcmObliqueSlice.h>
-#include <Korvane/slicing/RadiologicalView.h>
+#include "../../slicing/DcmObliqueSlice.h"
+#include "../../slicing/RadiologicalView.h"
 
 #include <optional>
 #include <string>

@@ -1,12 +1,12 @@
 #include "SliceJob.h"
 
-#include "ContactSheet.h"
 #include "../core/HostError.h"
 #include "../core/Paths.h"
-#include "PngWriter.h"
 #include "../core/Progress.h"
-#include "../study/SeriesWarnings.h"
 #include "../core/TextEncoding.h"
+#include "../study/SeriesWarnings.h"
+#include "ContactSheet.h"
+#include "PngWriter.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,9 +1,9 @@
 // The pictures of one run of `korvane slice`.
 #pragma once
 
-#include "Annotation.h"
 #include "../core/ExportFiles.h"
 #include "../study/SeriesVolume.h"
+#include "Annotation.h"
 #include "SliceGrid.h"
 #include "WindowChoice.h"
 

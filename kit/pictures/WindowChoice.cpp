@@ -1,9 +1,9 @@
 #include "WindowChoice.h"
 
-#include "../study/SeriesWarnings.h"
 #include "../dataset/Toolkit.h"
+#include "../study/SeriesWarnings.h"
 
-#include <Korvane/base/Number.h>
+#include "base/Number.h"
 
 #include <cmath>
 #include <cstdint>

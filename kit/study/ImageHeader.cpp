@@ -1,7 +1,7 @@
 #include "ImageHeader.h"
 
-#include "FrameGroups.h"
 #include "../core/TextEncoding.h"
+#include "FrameGroups.h"
 
 #include <algorithm>
 #include <cmath>

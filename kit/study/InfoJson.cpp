@@ -1,8 +1,8 @@
 #include "InfoJson.h"
 
+#include "../core/TextEncoding.h"
 #include "SeriesFinder.h"
 #include "SeriesText.h"
-#include "../core/TextEncoding.h"
 
 #include <array>
 #include <iomanip>

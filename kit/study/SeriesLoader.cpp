@@ -1,8 +1,8 @@
 #include "SeriesLoader.h"
 
-#include "FrameGroups.h"
 #include "../core/HostError.h"
 #include "../core/Progress.h"
+#include "FrameGroups.h"
 #include "SeriesText.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // From a series that was found to data sets that the library can assemble.
 #pragma once
 
-#include "SeriesFinder.h"
 #include "../dataset/Toolkit.h"
+#include "SeriesFinder.h"
 
 #include <memory>
 #include <string>

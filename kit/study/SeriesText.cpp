@@ -1,8 +1,8 @@
 #include "SeriesText.h"
 
+#include "../core/TextEncoding.h"
 #include "SeriesFinder.h"
 #include "SeriesWarnings.h"
-#include "../core/TextEncoding.h"
 
 #include <algorithm>
 #include <set>

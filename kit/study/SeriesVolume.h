@@ -5,7 +5,7 @@
 #include "SeriesLoader.h"
 #include "VolumeSets.h"
 
-#include <Korvane/series/CDicomVolume.h>
+#include "../../series/CDicomVolume.h"
 
 #include <memory>
 #include <optional>

@@ -2,7 +2,7 @@
 
 #include "SeriesFinder.h"
 
-#include <Korvane/base/Number.h>
+#include "base/Number.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,0 +1,35 @@
+#include "Finding.h"
+
+namespace korvane {
+
+const char* WordOf(FindingKind kind) {
+    switch (kind) {
+    case FindingKind::MixedOrientations: return "mixed orientations";
+    case FindingKind::MixedFormats: return "mixed formats";
+    case FindingKind::NoCodec: return "no codec";
+    case FindingKind::EndsEarly: return "ends early";
+    case FindingKind::FramesMissing: return "frames missing";
+    case FindingKind::FramesUnplaced: return "frames unplaced";
+    case FindingKind::NoPositions: return "no positions";
+    case FindingKind::PositionMissing: return "position missing";
+    case FindingKind::NoOrientation: return "no orientation";
+    case FindingKind::RepeatedPositions: return "repeated positions";
+    case FindingKind::IncompleteVolumes: return "incomplete volumes";
+    case FindingKind::MissingSlices: return "missing slices";
+    case FindingKind::UnevenGaps: return "uneven gaps";
+    case FindingKind::Tilt: return "tilt";
+    case FindingKind::RescaleDiffers: return "rescale differs";
+    case FindingKind::PixelsNotSquare: return "pixels not square";
+    case FindingKind::Repeats: return "repeats";
+    case FindingKind::NotDicom: return "not DICOM";
+    case FindingKind::Unreadable: return "unreadable";
+    case FindingKind::Lossy: return "lossy";
+    case FindingKind::FirstOfSeveral: return "first of several";
+    case FindingKind::IrregularTaken: return "irregular taken";
+    case FindingKind::FileFailed: return "file failed";
+    case FindingKind::PeerWarned: return "peer warned";
+    }
+    return "unknown";
+}
+
+}  // namespace korvane

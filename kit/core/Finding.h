@@ -1,0 +1,54 @@
+// What is odd about a file, a series or a job: facts to branch on, and their words.
+#pragma once
+
+#include "KitExport.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// Kinds that a program may branch on. The words of `WordOf` are stable; kinds are added at the end.
+enum class FindingKind {
+    MixedOrientations,  ///< one series UID, several orientations; `count` of them, each a series of its own here
+    MixedFormats,       ///< the same for matrix or pixel format
+    NoCodec,            ///< compressed pixel data that nothing here decodes; `files`
+    EndsEarly,          ///< data cut short; `files`
+    FramesMissing,      ///< more frames claimed than the pixel data holds; `files`
+    FramesUnplaced,     ///< frames without positions, taken in stored order; `files`
+    NoPositions,        ///< no slice has a position: ordered by instance number
+    PositionMissing,    ///< some slices have no position; `slices`
+    NoOrientation,      ///< taken as axial
+    RepeatedPositions,  ///< several images at a position: several volumes; `count` volumes
+    IncompleteVolumes,  ///< some positions have fewer images than others
+    MissingSlices,      ///< a gap that whole slices would fill; `slices` before it, `lengths`, `count` missing
+    UnevenGaps,         ///< distances of neighbouring planes differ; `lengths`: smallest, largest, usual
+    Tilt,               ///< positions run off the normal; `angles`: degrees
+    RescaleDiffers,     ///< slope or intercept differ from slice to slice
+    PixelsNotSquare,    ///< `lengths`: between rows, between columns
+    Repeats,            ///< a file repeats another one's image and was left out; `files`
+    NotDicom,           ///< a file is something else and was left out; `files`
+    Unreadable,         ///< a file or folder could not be read; `files`
+    Lossy,              ///< pixels were compressed with loss; `files`
+    FirstOfSeveral,     ///< the first of several volumes was taken; `count` volumes
+    IrregularTaken,     ///< what an irregularity policy made of the series
+    FileFailed,         ///< one file of many failed, the job goes on; `files`
+    PeerWarned,         ///< another program accepted, with a remark; `files`
+};
+
+/// The stable word of a kind, such as "uneven gaps"; schemas list them all.
+KORVANE_KIT const char* WordOf(FindingKind kind);
+
+/// One odd thing. Which members say something is told beside the kind; the others are empty.
+struct Finding {
+    FindingKind kind;
+    std::vector<std::size_t> slices{};  ///< indices in the series' list of slices
+    std::vector<std::string> files{};   ///< paths
+    std::vector<double> lengths{};      ///< millimetres
+    std::vector<double> angles{};       ///< degrees
+    std::size_t count = 0;
+    std::string text{};  ///< the sentence for people, without a full stop; not escaped for printing
+};
+
+}  // namespace korvane

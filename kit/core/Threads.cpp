@@ -1,0 +1,182 @@
+#include "Threads.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <exception>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+namespace korvane {
+
+namespace {
+
+constexpr unsigned kMostJobs = 256;
+
+thread_local bool t_bInPool = false;
+
+/// What the threads of one call share.
+class Crew {
+public:
+    Crew(std::size_t count, std::size_t ahead, const Watch& watch) : m_Count(count), m_Ahead(ahead), m_Watch(watch) {}
+
+    /// The next index to work on; false when there is none any more.
+    bool Begin(std::size_t& index) {
+        std::unique_lock lock(m_Mutex);
+        m_Changed.wait(lock, [this] { return m_bEnd || m_Next >= m_Count || m_Next < m_Taken + m_Ahead; });
+        if (m_bEnd || m_Next >= m_Count) return false;
+        if (m_Watch.IsStopped()) {
+            m_bEnd = true;
+            m_Changed.notify_all();
+            return false;
+        }
+        index = m_Next++;
+        return true;
+    }
+
+    void Work(const std::function<void(std::size_t)>& body) {
+        const bool before = std::exchange(t_bInPool, true);
+        std::size_t index = 0;
+        while (Begin(index)) {
+            try {
+                body(index);
+                Finish(index, nullptr);
+            } catch (...) {
+                Finish(index, std::current_exception());
+            }
+        }
+        t_bInPool = before;
+    }
+
+    /// Waits until an index is made; false when it never will be.
+    bool Await(std::size_t index) {
+        std::unique_lock lock(m_Mutex);
+        m_Changed.wait(lock, [this, index] { return m_Made[index] || (m_bEnd && !IsUnderWay(index)); });
+        return m_Made[index];
+    }
+
+    void Take(std::size_t index) {
+        const std::lock_guard lock(m_Mutex);
+        m_Taken = index + 1;
+        m_Changed.notify_all();
+    }
+
+    void End() {
+        const std::lock_guard lock(m_Mutex);
+        m_bEnd = true;
+        m_Changed.notify_all();
+    }
+
+    void TrackOrder() { m_Made.assign(m_Count, false); }
+
+    void Rethrow() const {
+        if (m_Failure) std::rethrow_exception(m_Failure);
+        m_Watch.StopIfAsked();
+    }
+
+private:
+    bool IsUnderWay(std::size_t index) const {
+        return index < m_Next && !m_Made[index] && !(m_Failure && index >= m_Failed);
+    }
+
+    void Finish(std::size_t index, const std::exception_ptr& failure) {
+        const std::lock_guard lock(m_Mutex);
+        if (failure && (!m_Failure || index < m_Failed)) {
+            m_Failure = failure;
+            m_Failed = index;
+        }
+        if (failure) m_bEnd = true;
+        if (!failure && !m_Made.empty()) m_Made[index] = true;
+        m_Changed.notify_all();
+    }
+
+    std::size_t m_Count;
+    std::size_t m_Ahead;
+    Watch m_Watch;
+    std::mutex m_Mutex;
+    std::condition_variable m_Changed;
+    std::vector<bool> m_Made;
+    std::size_t m_Next = 0;
+    std::size_t m_Taken = 0;
+    std::size_t m_Failed = 0;
+    std::exception_ptr m_Failure;
+    bool m_bEnd = false;
+};
+
+/// Threads that end before the crew does.
+class Threads {
+public:
+    Threads(Crew& crew, unsigned count, const std::function<void(std::size_t)>& body) : m_Crew(crew) {
+        m_Threads.reserve(count);
+        try {
+            for (unsigned i = 0; i < count; ++i) m_Threads.emplace_back([&crew, &body] { crew.Work(body); });
+        } catch (const std::system_error&) {
+            // Fewer than wanted; the caller works as well, or sees that there are none.
+        }
+    }
+    ~Threads() { Join(); }
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+
+    bool IsEmpty() const { return m_Threads.empty(); }
+    void Join() {
+        for (std::thread& thread : m_Threads) {
+            if (thread.joinable()) thread.join();
+        }
+    }
+    void Stop() {
+        m_Crew.End();
+        Join();
+    }
+
+private:
+    Crew& m_Crew;
+    std::vector<std::thread> m_Threads;
+};
+
+}  // namespace
+
+unsigned CountJobs(unsigned asked) {
+    const unsigned wanted = asked != 0 ? asked : std::thread::hardware_concurrency();
+    return std::clamp(wanted, 1U, kMostJobs);
+}
+
+void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::function<void(std::size_t)>& body) {
+    const auto threads = static_cast<unsigned>(std::min<std::size_t>(t_bInPool ? 1 : CountJobs(jobs), count));
+    Crew crew(count, count, watch);
+    {
+        Threads others(crew, threads > 0 ? threads - 1 : 0, body);
+        crew.Work(body);
+    }
+    crew.Rethrow();
+}
+
+void ForEachInOrder(unsigned jobs, std::size_t count, std::size_t ahead, const Watch& watch,
+                    const std::function<void(std::size_t)>& make, const std::function<void(std::size_t)>& take) {
+    const unsigned threads = t_bInPool ? 1 : CountJobs(jobs);
+    const auto alone = [&] {
+        for (std::size_t i = 0; i < count; ++i) {
+            watch.StopIfAsked();
+            make(i);
+            take(i);
+        }
+    };
+    if (threads < 2 || count < 2) return alone();
+    Crew crew(count, std::max<std::size_t>(ahead, 1), watch);
+    crew.TrackOrder();
+    Threads workers(crew, threads, make);
+    if (workers.IsEmpty()) return alone();
+    try {
+        for (std::size_t i = 0; i < count && crew.Await(i); ++i) {
+            take(i);
+            crew.Take(i);
+        }
+    } catch (...) {
+        workers.Stop();
+        throw;
+    }
+    workers.Stop();
+    crew.Rethrow();
+}
+
+}  // namespace korvane

@@ -1,0 +1,51 @@
+// The Kit's side of a watcher: one object for a job, and one for each task in it.
+#pragma once
+
+#include "Watcher.h"
+
+#include "../../volume/CPercent.h"
+
+#include <functional>
+
+namespace korvane {
+
+/// A job's link to the caller's watcher; cheap to copy. With no watcher nobody listens and nothing stops.
+class Watch {
+public:
+    Watch() = default;
+    Watch(Watcher* watcher) : m_pWatcher(watcher) {}  // NOLINT(google-explicit-constructor): a pointer to one is one
+
+    bool IsStopped() const noexcept { return m_pWatcher != nullptr && m_pWatcher->IsStopped(); }
+    /// Throws `Error` of kind `Stopped` once the caller has asked for it.
+    void StopIfAsked() const;
+    /// The question for operations of lower rooms.
+    std::function<bool()> GetStopQuestion() const;
+    void Tell(const Finding& finding) const;
+
+    Watcher* GetWatcher() const { return m_pWatcher; }
+
+private:
+    Watcher* m_pWatcher = nullptr;
+};
+
+/// A task, from its first unit to the last. It is also the module's callback (`SetCallback`), which counts the same units.
+class TaskProgress : public CPercent {
+public:
+    TaskProgress(const Watch& watch, std::string label, std::int64_t total, double unitBytes = 0);
+    ~TaskProgress() override;
+    TaskProgress(const TaskProgress&) = delete;
+    TaskProgress& operator=(const TaskProgress&) = delete;
+
+    /// For the module: true stops it.
+    bool OnProgress(short percent) override;
+
+    /// Units that the Kit has done itself. Throws `Error` of kind `Stopped`.
+    void Step(std::int64_t units = 1);
+
+private:
+    Watch m_Watch;
+    std::int64_t m_Total;
+    std::int64_t m_Done = 0;
+};
+
+}  // namespace korvane
