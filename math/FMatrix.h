@@ -4,6 +4,7 @@
 #include "../base/Export.h"
 #include "FVector.h"
 
+#include <compare>
 #include <iosfwd>
 
 /// A matrix of `nrows()` x `ncols()` floats, row after row in one block, with a table of pointers to the rows. Sums and
@@ -118,10 +119,15 @@ private:
     float m_Inside[kInside] = {};
 };
 
+/// Not to be had: a matrix converts to its row table, so that without these lines `a == b` and `a < b` would compile and
+/// compare addresses.
+bool operator==(const FMatrix& a, const FMatrix& b) = delete;
+std::partial_ordering operator<=>(const FMatrix& a, const FMatrix& b) = delete;
+
 KORVANE_API FMatrix operator+(const FMatrix& a, const FMatrix& b);
 KORVANE_API FMatrix operator-(const FMatrix& a, const FMatrix& b);
 KORVANE_API FMatrix operator*(const FMatrix& a, const FMatrix& b);
-/// a * inv(b).
+/// a * inv(b), which refuses what `inv` refuses.
 KORVANE_API FMatrix operator/(const FMatrix& a, const FMatrix& b);
 KORVANE_API FMatrix operator*(const FMatrix& a, double s);
 KORVANE_API FMatrix operator*(double s, const FMatrix& a);

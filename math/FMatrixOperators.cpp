@@ -126,7 +126,7 @@ FMatrix operator*(const FMatrix& a, const FMatrix& b) {
 FMatrix operator/(const FMatrix& a, const FMatrix& b) {
     if (b.nrows() != b.ncols() || a.ncols() != b.nrows()) throw DimException("operator/(FMatrix, FMatrix)");
     const korvane_detail::LUDecomposition lu(b, "operator/(FMatrix, FMatrix)");
-    if (std::fabs(lu.GetDeterminant()) < 1e-7) throw ZeroException("operator/(FMatrix, FMatrix)");
+    if (lu.IsSingular() || std::fabs(lu.GetDeterminant()) < 1e-7) throw ZeroException("operator/(FMatrix, FMatrix)");
     return a * lu.Invert();
 }
 

@@ -4,7 +4,9 @@
 #include "../base/Export.h"
 
 #include <concepts>
+#include <initializer_list>
 #include <iosfwd>
+#include <type_traits>
 
 class FMatrix;
 
@@ -25,6 +27,13 @@ public:
     explicit FVector(int n);
     /// Copies `n` elements; a null pointer gives zeros.
     FVector(const float* elements, int n);
+    /// The elements, as in `FVector v{1.5, 2}` or `FVector v = {1, 2, 3}`. One or two integers in braces are no elements:
+    /// they are a dimension, or a null pointer and a dimension.
+    template <std::floating_point Real>
+    FVector(std::initializer_list<Real> elements);
+    template <typename... Numbers>
+    requires(sizeof...(Numbers) > 1 && (std::is_arithmetic_v<Numbers> && ...) &&
+             (sizeof...(Numbers) > 2 || (std::floating_point<Numbers> || ...))) FVector(Numbers... elements);
     FVector(const FVector& other);
     FVector(FVector&& other) noexcept;
     virtual ~FVector();
@@ -115,6 +124,17 @@ private:
     float m_Inside[kInside] = {};
 };
 
+template <std::floating_point Real>
+FVector::FVector(std::initializer_list<Real> elements) : FVector(static_cast<int>(elements.size())) {
+    float* to = m_pElements;
+    for (const Real element : elements) *to++ = static_cast<float>(element);
+}
+
+template <typename... Numbers>
+requires(sizeof...(Numbers) > 1 && (std::is_arithmetic_v<Numbers> && ...) &&
+         (sizeof...(Numbers) > 2 || (std::floating_point<Numbers> || ...))) FVector::FVector(Numbers... elements)
+    : FVector{static_cast<float>(elements)...} {}
+
 // ---- Element by element; the result has the dimension of the (first) vector.
 
 /// Not checked: where `b` is shorter, its missing elements count as 0.
@@ -130,6 +150,9 @@ KORVANE_API FVector operator*(double s, const FVector& a);
 KORVANE_API FVector operator/(const FVector& a, double s);
 /// An element that is exactly 0 is a `DimException` here.
 KORVANE_API FVector operator/(double s, const FVector& a);
+inline FVector operator-(const FVector& a) {
+    return a * -1.0;
+}
 
 /// Integer scalars, which would be as good for a step of the pointer that a vector converts to.
 template <std::integral Integer>

@@ -7,6 +7,7 @@
 class KORVANE_API FVector3D : public FVector {
 public:
     FVector3D();
+    FVector3D(double x, double y, double z) : FVector{x, y, z} {}
     FVector3D(const FVector3D& other);
     FVector3D(const FVector& other);
     ~FVector3D() override;

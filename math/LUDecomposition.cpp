@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <new>
 #include <type_traits>
 #include <utility>
@@ -52,7 +53,7 @@ LUDecomposition::LUDecomposition(const FMatrix& a, const char* operation)
     }
     std::copy_n(GetBlock(a), count, m_Factors);
     for (int i = 0; i < m_n; ++i) m_Rows[i] = i;
-    WithSize(m_n, [this](auto n) { return Decompose(n); });
+    if (!WithSize(m_n, [this](auto n) { return Decompose(n); })) m_bSingular = true;
 }
 
 // Row by row instead of Crout's column by column: each element takes the same terms in the same order in double and is
@@ -61,6 +62,7 @@ LUDecomposition::LUDecomposition(const FMatrix& a, const char* operation)
 template <typename Size>
 bool LUDecomposition::Decompose(Size n) {
     double* const a = m_Factors;
+    const double vanishing = static_cast<double>(n) * std::numeric_limits<float>::epsilon();
     for (std::size_t i = 0; i < n; ++i) {
         double largest = 0.0;
         for (std::size_t j = 0; j < n; ++j) largest = std::max(largest, std::fabs(a[i * n + j]));
@@ -77,6 +79,7 @@ bool LUDecomposition::Decompose(Size n) {
                 pivotRow = i;
             }
         }
+        const double scale = m_Scales[pivotRow];
         if (pivotRow != j) {
             for (std::size_t k = 0; k < n; ++k) std::swap(a[pivotRow * n + k], a[j * n + k]);
             std::swap(m_Rows[pivotRow], m_Rows[j]);
@@ -84,6 +87,7 @@ bool LUDecomposition::Decompose(Size n) {
             m_Sign = -m_Sign;
         }
         for (std::size_t k = j; k < n; ++k) a[j * n + k] = Rounded(a[j * n + k]);
+        if (std::fabs(a[j * n + j]) * scale < vanishing) m_bSingular = true;
         if (a[j * n + j] == 0.0) a[j * n + j] = kTinyPivot;
         const double reciprocal = 1.0 / a[j * n + j];
         for (std::size_t i = j + 1; i < n; ++i) {

@@ -20,6 +20,10 @@ public:
     /// is the product of the diagonal as it stands.
     float GetDeterminant() const;
 
+    /// Whether a pivot vanishes: it was exactly 0 and had to be replaced, it is below n * 2^-23 times the largest element
+    /// of its row, and so may be nothing but rounding, or a row of zeros stopped the decomposition.
+    bool IsSingular() const { return m_bSingular; }
+
     /// The inverse, column by column; nothing is tested.
     FMatrix Invert() const;
 
@@ -34,6 +38,7 @@ private:
     const char* m_Operation;
     int m_n;
     double m_Sign = 1.0;
+    bool m_bSingular = false;
     double* m_Factors;  ///< n x n: U on and above the diagonal, L below it
     float* m_Scales;    ///< of the rows
     int* m_Rows;        ///< which row of the matrix came where

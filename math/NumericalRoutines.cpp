@@ -15,7 +15,7 @@ float determinant(const FMatrix& a) {
 FMatrix inv(const FMatrix& a) {
     if (a.nrows() != a.ncols()) throw DimException("inv(FMatrix)");
     const korvane_detail::LUDecomposition lu(a, "inv(FMatrix)");
-    if (std::fabs(lu.GetDeterminant()) < 1e-7) throw ZeroException("inv(FMatrix)");
+    if (lu.IsSingular() || std::fabs(lu.GetDeterminant()) < 1e-7) throw ZeroException("inv(FMatrix)");
     return lu.Invert();
 }
 

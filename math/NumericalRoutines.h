@@ -8,7 +8,10 @@
 /// a small value that need not be 0; one with a row of zeros gives the product of its diagonal.
 KORVANE_API float determinant(const FMatrix& a);
 
-/// Inverse of a square matrix; where the determinant's absolute value is below 1e-7 it is a `ZeroException`.
+/// Inverse of a square matrix. `ZeroException` where the determinant's absolute value is below 1e-7, and for a matrix that
+/// is singular as far as floats can tell, whatever its determinant: in the decomposition of n rows a pivot is exactly 0,
+/// or below n * 2^-23 times the largest element of its row. (Rows 1 2 3, 4 5 6, 7 8 9 leave a pivot of 1e-7, which is the
+/// rounding of an exact 0.)
 KORVANE_API FMatrix inv(const FMatrix& a);
 
 /// Singular value decomposition a = U * diag(w) * V', for m rows and n columns of any number.
@@ -29,10 +32,16 @@ KORVANE_API double** d_SVD(const FMatrix& a, double*& w, double**& v, bool sort)
 /// Releases what `d_SVD` of a matrix of `rows` x `cols` returned; null pointers are skipped.
 KORVANE_API void d_FreeSVD(double** u, int rows, double* w, double** v, int cols);
 
-/// Pseudo-inverse, ncols() x nrows(). Every singular value that is not exactly 0 is inverted, however small: only a
-/// matrix whose rank shows as exact zeros has a useful result where it is not of full rank. A decomposition that does not
+/// Pseudo-inverse, ncols() x nrows(). Every singular value that is not exactly 0 is inverted, however small. It is not for
+/// matrices that may lack full rank: rounding leaves singular values of about 1e-7 where the exact ones are 0, their
+/// inverses of 1e7 cover the result, and nothing says so. Give a tolerance for those. A decomposition that does not
 /// converge is a `MemException`.
 KORVANE_API FMatrix d_PseudoInv(const FMatrix& a);
+
+/// The same, singular values that are not above `tolerance` times the largest one counting as 0: the least-squares
+/// solution of least length for matrices of any rank. About 2^-23 times the larger of both dimensions suits elements that
+/// are exact but for their rounding to float. A tolerance that is negative or NaN counts as 0.
+KORVANE_API FMatrix d_PseudoInv(const FMatrix& a, double tolerance);
 
 /// 0, whatever the matrix: callers rely on the placeholder.
 KORVANE_API int rank(const FMatrix& a);

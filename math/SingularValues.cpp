@@ -405,18 +405,24 @@ void d_FreeSVD(double** u, int rows, double* w, double** v, int cols) {
     delete[] w;
 }
 
-FMatrix d_PseudoInv(const FMatrix& a) try {
+FMatrix d_PseudoInv(const FMatrix& a) {
+    return d_PseudoInv(a, 0.0);
+}
+
+FMatrix d_PseudoInv(const FMatrix& a, double tolerance) try {
     SingularValues svd(a);
     if (!svd.Decompose()) throw MemException("d_PseudoInv(FMatrix)");
     svd.Sort();
     const std::size_t m = svd.CountRows();
     const std::size_t n = svd.CountColumns();
+    const double* const w = svd.GetValues();
+    const double negligible = n > 0 && tolerance > 0 ? tolerance * w[0] : 0.0;
     FMatrix result(a.ncols(), a.nrows());
     std::vector<double> sums(m);
     for (std::size_t i = 0; result.IsMatrixCreated() && i < n; ++i) {
         std::fill(sums.begin(), sums.end(), 0.0);
-        for (std::size_t k = 0; k < n && svd.GetValues()[k] != 0.0; ++k) {
-            const double factor = svd.GetV(k)[i] / svd.GetValues()[k];
+        for (std::size_t k = 0; k < n && w[k] != 0.0 && !(w[k] <= negligible); ++k) {
+            const double factor = svd.GetV(k)[i] / w[k];
             for (std::size_t j = 0; j < m; ++j) sums[j] += factor * svd.GetU(k)[j];
         }
         for (std::size_t j = 0; j < m; ++j) result.GetPointer()[i][j] = static_cast<float>(sums[j]);

@@ -21,6 +21,19 @@ struct Commas : std::numpunct<char> {
 
 }  // namespace
 
+// It converts to the addresses of its rows, which is not what such a comparison means.
+template <typename Matrix>
+concept IsComparable = requires(Matrix a, const Matrix b) {
+    a == b;
+}
+|| requires(Matrix a, const Matrix b) {
+    a != b;
+}
+|| requires(Matrix a, const Matrix b) {
+    a < b;
+};
+static_assert(!IsComparable<FMatrix> && IsComparable<FVector>);
+
 TEST(FMatrix, Storage) {
     for (const auto& [rows, cols] : {std::pair(1, 1), {4, 4}, {3, 5}, {2, 9}, {5, 2}, {40, 30}}) {
         const MatrixXd all = Random(rows, cols);

@@ -62,6 +62,18 @@ TEST(FVector, ElementByElement) {
     EXPECT_EQ(V({1e30F, 1, -1e30F}) * V({1e-22F, 1, 1e-22F}), 1.0F) << "summed in double";
 }
 
+TEST(FVector, ElementsInBraces) {
+    const FVector listed = {1, 2.5F, -3}, pair{0.5, 2}, reals{1.0F, 2.0F, 3.0F, 4.0F, 5.0F}, one{7.0F};
+    EXPECT_EQ(Show(listed, pair, reals, one, -listed), "3 1 2.5 -3;2 0.5 2;5 1 2 3 4 5;1 7;3 -1 -2.5 3;");
+    // What integers alone in braces and parentheses always were.
+    EXPECT_EQ(Show(FVector{2}.zero(), FVector{nullptr, 3}, FVector{0, 3}, FVector(0, 3)),
+              "2 0 0;3 0 0 0;3 0 0 0;3 0 0 0;");
+    FVector3D v{1, 2, 3};
+    v = -v;
+    EXPECT_EQ(Show(v, V({kInf, 0}) - -V({0, 0})), "3 -1 -2 -3;2 inf 0;");
+    EXPECT_TRUE(std::signbit((-V({0}))[0])) << "not a difference from 0";
+}
+
 TEST(FVector, LengthAndOrder) {
     EXPECT_EQ(Show(V({3e30F, 4e30F}).mod(), V({3e-30F, 4e-30F}).mod()), "5e+30;5e-30;") << "squares do not overflow";
     FVector v = V({0, 3, 0, 4, 0}), tiny = V({1e-11F, 0});
