@@ -1,9 +1,9 @@
 // korvane info: what series lie under some paths.
+#include "Verbs.h"
 #include <Korvane/kit/core/HostError.h>
 #include <Korvane/kit/study/InfoJson.h>
 #include <Korvane/kit/study/SeriesFinder.h>
 #include <Korvane/kit/study/SeriesText.h>
-#include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 
@@ -22,22 +22,22 @@ struct Arguments {
     bool json = false;
 };
 
-void PrintText(const Findings& findings) {
-    for (std::size_t i = 0; i < findings.series.size(); ++i) std::printf("%s", DescribeSeries(findings, i).c_str());
-    if (findings.copies > 0) std::printf("%zu files repeat others and were left out\n", findings.copies);
-    if (findings.ignored > 0) std::printf("%zu files are not DICOM and were ignored\n", findings.ignored);
+void PrintText(const FoundFiles& found) {
+    for (std::size_t i = 0; i < found.series.size(); ++i) std::printf("%s", DescribeSeries(found, i).c_str());
+    if (found.copies > 0) std::printf("%zu files repeat others and were left out\n", found.copies);
+    if (found.ignored > 0) std::printf("%zu files are not DICOM and were ignored\n", found.ignored);
 }
 
 void Info(const Arguments& arguments) {
-    const Findings findings = FindSeries(arguments.paths);
+    const FoundFiles found = FindSeries(arguments.paths);
     if (arguments.json) {
-        WriteInfoJson(findings, std::cout);
+        WriteInfoJson(found, std::cout);
     } else {
-        PrintText(findings);
+        PrintText(found);
     }
-    for (const std::string& line : findings.unreadable) Warn(line);
-    if (!findings.unreadable.empty()) throw HostError("some files could not be read");
-    if (findings.files.empty()) throw HostError(arguments.paths.front() + ": no DICOM files");
+    for (const std::string& line : found.unreadable) Warn(line);
+    if (!found.unreadable.empty()) throw HostError("some files could not be read");
+    if (found.files.empty()) throw HostError(arguments.paths.front() + ": no DICOM files");
 }
 
 }  // namespace

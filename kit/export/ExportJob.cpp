@@ -22,11 +22,11 @@ const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
                                                     {"split", Irregular::Split}};
 
 /// What a file does not say about its values.
-ValueMapping DescribeValues(const ExportFormat& format, SeriesVolume& series, const std::vector<Slice>& slices) {
+ValueMapping DescribeValues(const ExportFormat& format, SeriesVolume& series, const std::vector<SliceRef>& slices) {
     ValueMapping mapping = format.DescribeValues(series);
     const FramePlace& place = series.GetPlace();
-    const bool differs = std::any_of(slices.begin(), slices.end(), [&](const Slice& slice) {
-        const FramePlace& other = series.GetFindings().PlaceOf(slice);
+    const bool differs = std::any_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
+        const FramePlace& other = series.GetFound().PlaceOf(slice);
         return other.slope != place.slope || other.intercept != place.intercept;
     });
     if (differs) {

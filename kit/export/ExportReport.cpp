@@ -30,9 +30,9 @@ Json Texts(const std::vector<std::string>& texts) {
     return array;
 }
 
-Json Names(const Findings& findings, const std::vector<Slice>& slices) {
+Json Names(const FoundFiles& found, const std::vector<SliceRef>& slices) {
     Json array = Json::array();
-    for (const Slice& slice : slices) array.push_back(Text(findings.NameOf(slice)));
+    for (const SliceRef& slice : slices) array.push_back(Text(found.NameOf(slice)));
     return array;
 }
 
@@ -47,27 +47,27 @@ const char* NameOf(CVolume::PixelType type) {
 
 /// Slices and files that no part has.
 Json LeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
-    const Findings& findings = series.GetFindings();
+    const FoundFiles& found = series.GetFound();
     Json array = Json::array();
     const auto add = [&](const std::string& name, const std::string& why) {
         array.push_back(Json{{"file", Text(name)}, {"why", Text(why)}});
     };
-    for (const Findings::LeftOut& file : findings.leftOut) add(file.path, file.why);
+    for (const FoundFiles::LeftOut& file : found.leftOut) add(file.path, file.why);
     std::set<std::string> used;
     for (const ExportPart& part : parts) {
-        for (const Slice& slice : part.slices) used.insert(findings.NameOf(slice));
+        for (const SliceRef& slice : part.slices) used.insert(found.NameOf(slice));
     }
     const VolumeSets& sets = series.GetSets();
     for (std::size_t i = 0; i < sets.volumes.size(); ++i) {
-        for (const Slice& slice : sets.volumes[i]) {
-            const std::string name = findings.NameOf(slice);
+        for (const SliceRef& slice : sets.volumes[i]) {
+            const std::string name = found.NameOf(slice);
             if (!used.contains(name)) add(name, "of volume " + std::to_string(i + 1));
         }
     }
-    for (const Series& other : findings.series) {
+    for (const FoundSeries& other : found.series) {
         if (&other == &series.GetSeries()) continue;
-        for (const Slice& slice : other.slices) {
-            add(findings.NameOf(slice), "of another series, UID " + findings.FirstFile(other).seriesUid);
+        for (const SliceRef& slice : other.slices) {
+            add(found.NameOf(slice), "of another series, UID " + found.FirstFile(other).seriesUid);
         }
     }
     return array;
@@ -132,7 +132,7 @@ void ExportReport::AddVolume(SeriesVolume& series, const ExportPart& part, const
                              const ValueMapping& mapping) {
     Json volume;
     if (!part.what.empty()) volume["what"] = part.what;
-    volume["inputs"] = Names(series.GetFindings(), part.slices);
+    volume["inputs"] = Names(series.GetFound(), part.slices);
     volume["size"] = geometry.size;
     volume["spacing"] = geometry.spacing;
     volume["orientation"] = geometry.cosines;

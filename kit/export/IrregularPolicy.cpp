@@ -14,16 +14,16 @@ namespace korvane {
 
 namespace {
 
-SeriesGeometry StudySlices(const Findings& findings, const std::vector<Slice>& slices) {
+SeriesGeometry StudySlices(const FoundFiles& found, const std::vector<SliceRef>& slices) {
     std::vector<FramePlace> places;
     places.reserve(slices.size());
-    for (const Slice& slice : slices) places.push_back(findings.PlaceOf(slice));
+    for (const SliceRef& slice : slices) places.push_back(found.PlaceOf(slice));
     return StudyGeometry(places);
 }
 
-std::string DescribeGap(const Findings& findings, const std::vector<Slice>& slices, const SeriesGeometry& geometry,
+std::string DescribeGap(const FoundFiles& found, const std::vector<SliceRef>& slices, const SeriesGeometry& geometry,
                         const SeriesGeometry::Gap& gap) {
-    const auto name = [&](std::size_t stack) { return findings.NameOf(slices[geometry.stacks[stack].front()]); };
+    const auto name = [&](std::size_t stack) { return found.NameOf(slices[geometry.stacks[stack].front()]); };
     return "gap of " + ShortNumber(gap.length) + " mm instead of " + ShortNumber(geometry.usualGap) + " mm between " +
            name(gap.index) + " and " + name(gap.index + 1);
 }
@@ -80,9 +80,9 @@ private:
     }
 
     SeriesGeometry Judge(std::size_t set) {
-        SeriesGeometry geometry = StudySlices(m_Series.GetFindings(), m_Sets[set]);
+        SeriesGeometry geometry = StudySlices(m_Series.GetFound(), m_Sets[set]);
         for (const SeriesGeometry::Gap& gap : geometry.uneven) {
-            m_Plan.found.push_back(DescribeGap(m_Series.GetFindings(), m_Sets[set], geometry, gap));
+            m_Plan.found.push_back(DescribeGap(m_Series.GetFound(), m_Sets[set], geometry, gap));
         }
         m_bGaps = m_bGaps || !geometry.uneven.empty();
         return geometry;
@@ -116,7 +116,7 @@ private:
     }
 
     const SeriesVolume& m_Series;
-    const std::vector<std::vector<Slice>>& m_Sets;
+    const std::vector<std::vector<SliceRef>>& m_Sets;
     bool m_bSeveral = false;
     bool m_bGaps = false;
     ExportPlan m_Plan;

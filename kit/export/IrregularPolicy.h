@@ -24,7 +24,7 @@ enum class Irregular {
 struct ExportPart {
     std::string suffix;  ///< of the name: "" or "-1", "-2" ...
     std::string what;    ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
-    std::vector<Slice> slices;
+    std::vector<SliceRef> slices;
 };
 
 struct ExportPlan {

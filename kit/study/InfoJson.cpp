@@ -49,10 +49,10 @@ Json Directions(const std::array<double, 6>& o, const std::array<double, 3>& nor
     return json;
 }
 
-void AddGeometry(const Findings& findings, const Series& series, Json& json) {
+void AddGeometry(const FoundFiles& found, const FoundSeries& series, Json& json) {
     const SeriesGeometry& geometry = series.geometry;
     const bool placed = !geometry.stacks.empty();
-    const FramePlace& place = findings.PlaceOf(series.slices[placed ? geometry.stacks.front().front() : 0]);
+    const FramePlace& place = found.PlaceOf(series.slices[placed ? geometry.stacks.front().front() : 0]);
     if (place.hasSpacing) json["pixelSpacing"] = place.spacing;  // between rows, between columns
     if (place.hasOrientation) {
         json["orientation"] = place.orientation;
@@ -70,27 +70,27 @@ void AddGeometry(const Findings& findings, const Series& series, Json& json) {
     json["tiltDegrees"] = geometry.tilt;
 }
 
-Json OneSeries(const Findings& findings, std::size_t index) {
-    const Series& series = findings.series[index];
-    const ImageHeader& first = findings.FirstFile(series);
+Json OneSeries(const FoundFiles& found, std::size_t index) {
+    const FoundSeries& series = found.series[index];
+    const ImageHeader& first = found.FirstFile(series);
     Json json;
     json["number"] = index + 1;
     json["uid"] = Text(first.seriesUid);
     json["modality"] = Text(first.modality);
     json["description"] = Text(first.description);
     json["sopClass"] = Text(first.sopClass);
-    json["slices"] = CountImages(findings, series);
+    json["slices"] = CountImages(found, series);
     if (first.form.kind != PixelForm::Kind::None) {
         json["columns"] = first.form.columns;
         json["rows"] = first.form.rows;
         json["pixels"] = Pixels(first.form);
-        AddGeometry(findings, series, json);
+        AddGeometry(found, series, json);
     }
     std::set<std::string> syntaxes;
     std::set<std::string> files;
-    for (const Slice& slice : series.slices) {
-        syntaxes.insert(findings.files[slice.file].transferSyntax);
-        files.insert(findings.files[slice.file].path);
+    for (const SliceRef& slice : series.slices) {
+        syntaxes.insert(found.files[slice.file].transferSyntax);
+        files.insert(found.files[slice.file].path);
     }
     json["transferSyntaxes"] = Texts(syntaxes);
     json["warnings"] = Texts(series.warnings);
@@ -100,16 +100,16 @@ Json OneSeries(const Findings& findings, std::size_t index) {
 
 }  // namespace
 
-void WriteInfoJson(const Findings& findings, std::ostream& out) {
+void WriteInfoJson(const FoundFiles& found, std::ostream& out) {
     Json json;
     json["schema"] = "korvane.info";
     json["version"] = kVersion;
-    json["files"] = findings.files.size();
-    json["ignored"] = findings.ignored;
-    json["copies"] = findings.copies;
-    json["unreadable"] = Texts(findings.unreadable);
+    json["files"] = found.files.size();
+    json["ignored"] = found.ignored;
+    json["copies"] = found.copies;
+    json["unreadable"] = Texts(found.unreadable);
     Json& series = json["series"] = Json::array();
-    for (std::size_t i = 0; i < findings.series.size(); ++i) series.push_back(OneSeries(findings, i));
+    for (std::size_t i = 0; i < found.series.size(); ++i) series.push_back(OneSeries(found, i));
     out << std::setw(1) << json << '\n';
 }
 

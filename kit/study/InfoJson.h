@@ -5,10 +5,10 @@
 
 namespace korvane {
 
-struct Findings;
+struct FoundFiles;
 
 /// One object: "schema" ("korvane.info"), "version" (1; it grows when a member changes its meaning or goes), counts, and
 /// the series in the order of the text form. Lengths in millimetres, positions and directions in patient axes (LPS).
-void WriteInfoJson(const Findings& findings, std::ostream& out);
+void WriteInfoJson(const FoundFiles& found, std::ostream& out);
 
 }  // namespace korvane

@@ -40,33 +40,33 @@ std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::v
     return files;
 }
 
-void ReadHeaders(const std::vector<std::string>& paths, Findings& findings) {
+void ReadHeaders(const std::vector<std::string>& paths, FoundFiles& found) {
     ProgressBar progress("reading headers", static_cast<long>(paths.size()));
     for (const std::string& path : paths) {
         progress.Step();
         try {
             const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData);
             if (file.dataSet == nullptr) {
-                ++findings.ignored;
-                findings.leftOut.push_back({path, "not a DICOM file"});
+                ++found.ignored;
+                found.leftOut.push_back({path, "not a DICOM file"});
             } else {
-                findings.files.push_back(ReadImageHeader(path, file));
+                found.files.push_back(ReadImageHeader(path, file));
             }
         } catch (const Interrupted&) {
             throw;
         } catch (const HostError& error) {
-            findings.unreadable.emplace_back(error.what());
+            found.unreadable.emplace_back(error.what());
         }
     }
 }
 
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
-void DropCopies(Findings& findings) {
+void DropCopies(FoundFiles& found) {
     const auto damage = [](const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); };
     using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
     std::map<Identity, std::size_t> known;
     std::vector<ImageHeader> kept;
-    for (ImageHeader& header : findings.files) {
+    for (ImageHeader& header : found.files) {
         const Identity identity{header.sopInstance, header.seriesUid, header.instance, header.frames,
                                 header.places.front().position};
         const auto [entry, isNew] = known.try_emplace(identity, kept.size());
@@ -74,35 +74,35 @@ void DropCopies(Findings& findings) {
             kept.push_back(std::move(header));
             continue;
         }
-        ++findings.copies;
+        ++found.copies;
         ImageHeader& present = kept[entry->second];
         if (damage(header) < damage(present)) std::swap(present, header);
-        findings.leftOut.push_back({header.path, "the same image as " + present.path});
+        found.leftOut.push_back({header.path, "the same image as " + present.path});
     }
-    findings.files = std::move(kept);
+    found.files = std::move(kept);
 }
 
 /// Groups slices as they come.
 class Grouping {
 public:
-    explicit Grouping(Findings& findings) : m_Findings(findings) {}
+    explicit Grouping(FoundFiles& found) : m_Found(found) {}
 
-    void Add(const Slice& slice) {
-        const ImageHeader& header = m_Findings.files[slice.file];
-        const FramePlace& place = m_Findings.PlaceOf(slice);
+    void Add(const SliceRef& slice) {
+        const ImageHeader& header = m_Found.files[slice.file];
+        const FramePlace& place = m_Found.PlaceOf(slice);
         const bool alone = header.frames > 1 && !header.framesPlaced;
         const Key key{header.seriesUid, header.form, alone ? slice.file + 1 : 0};
         std::vector<std::size_t>& candidates = m_Series[key];
         const std::size_t from = candidates.size() - std::min(candidates.size(), kOrientationsCompared);
         for (std::size_t i = from; i < candidates.size(); ++i) {
-            Series& series = m_Findings.series[candidates[i]];
-            if (SameOrientation(m_Findings.PlaceOf(series.slices.front()), place)) {
+            FoundSeries& series = m_Found.series[candidates[i]];
+            if (SameOrientation(m_Found.PlaceOf(series.slices.front()), place)) {
                 series.slices.push_back(slice);
                 return;
             }
         }
-        candidates.push_back(m_Findings.series.size());
-        m_Findings.series.push_back(Series{{slice}, {}, 1, 1, {}});
+        candidates.push_back(m_Found.series.size());
+        m_Found.series.push_back(FoundSeries{{slice}, {}, 1, 1, {}});
     }
 
     /// Notes in each series what its UID was split into.
@@ -113,8 +113,8 @@ public:
         }
         for (const auto& [key, members] : m_Series) {
             for (const std::size_t index : members) {
-                m_Findings.series[index].orientations = members.size();
-                m_Findings.series[index].forms = std::max<std::size_t>(forms[key.uid], 1);
+                m_Found.series[index].orientations = members.size();
+                m_Found.series[index].forms = std::max<std::size_t>(forms[key.uid], 1);
             }
         }
     }
@@ -128,22 +128,22 @@ private:
         auto operator<=>(const Key&) const = default;
     };
 
-    Findings& m_Findings;
+    FoundFiles& m_Found;
     std::map<Key, std::vector<std::size_t>> m_Series;
 };
 
-void SortSlices(const Findings& findings, std::vector<Slice>& slices) {
-    const auto key = [&](const Slice& slice) {
-        const ImageHeader& header = findings.files[slice.file];
+void SortSlices(const FoundFiles& found, std::vector<SliceRef>& slices) {
+    const auto key = [&](const SliceRef& slice) {
+        const ImageHeader& header = found.files[slice.file];
         return std::tie(header.instance, header.acquisition, header.sopInstance, header.path, slice.frame);
     };
-    std::sort(slices.begin(), slices.end(), [&](const Slice& a, const Slice& b) { return key(a) < key(b); });
+    std::sort(slices.begin(), slices.end(), [&](const SliceRef& a, const SliceRef& b) { return key(a) < key(b); });
 }
 
-void GroupFiles(Findings& findings) {
-    Grouping grouping(findings);
-    for (std::size_t i = 0; i < findings.files.size(); ++i) {
-        const ImageHeader& header = findings.files[i];
+void GroupFiles(FoundFiles& found) {
+    Grouping grouping(found);
+    for (std::size_t i = 0; i < found.files.size(); ++i) {
+        const ImageHeader& header = found.files[i];
         if (header.framesPlaced) {
             for (int frame = 0; frame < header.frames; ++frame) grouping.Add({i, frame});
         } else {
@@ -153,42 +153,42 @@ void GroupFiles(Findings& findings) {
     grouping.CountSplits();
 }
 
-void StudySeries(const Findings& findings, Series& series) {
-    SortSlices(findings, series.slices);
+void StudySeries(const FoundFiles& found, FoundSeries& series) {
+    SortSlices(found, series.slices);
     std::vector<FramePlace> places;
     places.reserve(series.slices.size());
-    for (const Slice& slice : series.slices) places.push_back(findings.PlaceOf(slice));
+    for (const SliceRef& slice : series.slices) places.push_back(found.PlaceOf(slice));
     series.geometry = StudyGeometry(places);
-    series.warnings = WarnAbout(findings, series);
+    series.warnings = WarnAbout(found, series);
 }
 
 }  // namespace
 
-const FramePlace& Findings::PlaceOf(const Slice& slice) const {
+const FramePlace& FoundFiles::PlaceOf(const SliceRef& slice) const {
     const ImageHeader& header = files[slice.file];
     return header.framesPlaced && slice.frame >= 0 ? header.places[static_cast<std::size_t>(slice.frame)]
                                                    : header.places.front();
 }
 
-std::string Findings::NameOf(const Slice& slice) const {
+std::string FoundFiles::NameOf(const SliceRef& slice) const {
     const ImageHeader& header = files[slice.file];
     return slice.frame < 0 ? header.path : header.path + " frame " + std::to_string(slice.frame + 1);
 }
 
-Findings FindSeries(const std::vector<std::string>& paths) {
-    Findings findings;
-    const std::vector<std::string> files = ListFiles(paths, findings.unreadable);
-    ReadHeaders(files, findings);
-    DropCopies(findings);
-    GroupFiles(findings);
-    const auto key = [&](const Series& series) {
-        const ImageHeader& header = findings.FirstFile(series);
+FoundFiles FindSeries(const std::vector<std::string>& paths) {
+    FoundFiles found;
+    const std::vector<std::string> files = ListFiles(paths, found.unreadable);
+    ReadHeaders(files, found);
+    DropCopies(found);
+    GroupFiles(found);
+    const auto key = [&](const FoundSeries& series) {
+        const ImageHeader& header = found.FirstFile(series);
         return std::tie(header.seriesNumber, header.seriesUid, header.path);
     };
-    for (Series& series : findings.series) StudySeries(findings, series);
-    std::sort(findings.series.begin(), findings.series.end(),
-              [&](const Series& a, const Series& b) { return key(a) < key(b); });
-    return findings;
+    for (FoundSeries& series : found.series) StudySeries(found, series);
+    std::sort(found.series.begin(), found.series.end(),
+              [&](const FoundSeries& a, const FoundSeries& b) { return key(a) < key(b); });
+    return found;
 }
 
 }  // namespace korvane

@@ -14,8 +14,8 @@ namespace {
 constexpr Tag kNumberOfFrames = MakeTag(0x0028, 0x0008);
 constexpr Tag kPixelData = MakeTag(0x7FE0, 0x0010);
 
-[[noreturn]] void AskForSeries(const Findings& findings, const std::string& why) {
-    throw UsageError(why + "; choose with --series:", ListSeries(findings));
+[[noreturn]] void AskForSeries(const FoundFiles& found, const std::string& why) {
+    throw UsageError(why + "; choose with --series:", ListSeries(found));
 }
 
 [[noreturn]] void Refuse(const ImageHeader& header, const std::string& why) {
@@ -48,36 +48,36 @@ void CheckPixels(const ImageHeader& header) {
 
 }  // namespace
 
-const Series& ChooseSeries(const Findings& findings, const std::string& choice) {
-    std::vector<const Series*> matches;
-    for (std::size_t i = 0; i < findings.series.size(); ++i) {
-        const Series& series = findings.series[i];
-        const ImageHeader& first = findings.FirstFile(series);
+const FoundSeries& ChooseSeries(const FoundFiles& found, const std::string& choice) {
+    std::vector<const FoundSeries*> matches;
+    for (std::size_t i = 0; i < found.series.size(); ++i) {
+        const FoundSeries& series = found.series[i];
+        const ImageHeader& first = found.FirstFile(series);
         const bool chosen = choice.empty() ? first.form.kind != PixelForm::Kind::None
                                            : choice == std::to_string(i + 1) || choice == first.seriesUid;
         if (chosen) matches.push_back(&series);
     }
     if (matches.size() == 1) return *matches.front();
-    if (matches.empty() && !choice.empty()) AskForSeries(findings, "no series " + choice);
-    if (findings.series.size() == 1) return findings.series.front();  // refused further on, with its reason
+    if (matches.empty() && !choice.empty()) AskForSeries(found, "no series " + choice);
+    if (found.series.size() == 1) return found.series.front();  // refused further on, with its reason
     if (matches.empty()) throw HostError("none of the series found has pixels");
     const std::string count = std::to_string(matches.size());
-    AskForSeries(findings, count + (choice.empty() ? " series found" : " series have this UID"));
+    AskForSeries(found, count + (choice.empty() ? " series found" : " series have this UID"));
 }
 
-void CheckAssembly(const Findings& findings, const Series& series) {
-    for (const Slice& slice : series.slices) CheckPixels(findings.files[slice.file]);
+void CheckAssembly(const FoundFiles& found, const FoundSeries& series) {
+    for (const SliceRef& slice : series.slices) CheckPixels(found.files[slice.file]);
     const SeriesGeometry& geometry = series.geometry;
     if (!geometry.unplaced.empty() && !geometry.stacks.empty()) {
-        throw HostError(findings.NameOf(series.slices[geometry.unplaced.front()]) +
+        throw HostError(found.NameOf(series.slices[geometry.unplaced.front()]) +
                         ": no Image Position (Patient), which other slices of the series have");
     }
 }
 
-LoadedSlices::LoadedSlices(const Findings& findings, const std::vector<Slice>& slices) {
+LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices) {
     ProgressBar progress("reading", static_cast<long>(slices.size()));
     for (std::size_t i = 0; i < slices.size();) {
-        const ImageHeader& header = findings.files[slices[i].file];
+        const ImageHeader& header = found.files[slices[i].file];
         std::vector<int> frames;
         if (slices[i].frame < 0 && header.frames > 1) {
             for (int frame = 0; frame < header.frames; ++frame) frames.push_back(frame);
@@ -90,14 +90,14 @@ LoadedSlices::LoadedSlices(const Findings& findings, const std::vector<Slice>& s
         LoadFile(header, frames);
         i = next;
     }
-    PlaceInOrder(findings, slices.front());
+    PlaceInOrder(found, slices.front());
 }
 
 /// Slices with an orientation and no positions: the library would lay them out along the patient's z axis, whatever way
 /// they face, so they get positions along their normal.
-void LoadedSlices::PlaceInOrder(const Findings& findings, const Slice& first) {
-    const ImageHeader& header = findings.files[first.file];
-    const FramePlace& place = findings.PlaceOf(first);
+void LoadedSlices::PlaceInOrder(const FoundFiles& found, const SliceRef& first) {
+    const ImageHeader& header = found.files[first.file];
+    const FramePlace& place = found.PlaceOf(first);
     const bool oneForAll = first.frame < 0 && header.frames > 1;
     if (!place.hasOrientation || (place.hasPosition && !oneForAll)) return;
     const std::array<double, 3> normal = StudyGeometry({place}).normal;

@@ -12,18 +12,18 @@ namespace korvane {
 
 /// The series that `--series` names: a number of the listing (from 1), or a Series Instance UID. With an empty choice the
 /// only one that has pixels. Throws `UsageError` when that is not one; the text then lists all.
-const Series& ChooseSeries(const Findings& findings, const std::string& choice);
+const FoundSeries& ChooseSeries(const FoundFiles& found, const std::string& choice);
 
 /// Throws `HostError`, which names the file and the reason, when the library could not assemble the slices as they are:
 /// no native integer pixels, data cut short, a position missing.
-void CheckAssembly(const Findings& findings, const Series& series);
+void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 
 /// The data sets of slices, in list order, with their pixels. Frames of a multi-frame object are data sets of their own
 /// that share its bytes.
 class LoadedSlices {
 public:
     /// Throws `HostError`, `Interrupted`.
-    LoadedSlices(const Findings& findings, const std::vector<Slice>& slices);
+    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices);
 
     /// Owned by this object.
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
@@ -31,7 +31,7 @@ public:
 private:
     void Decode(const ImageHeader& header, DataSetFile& file);
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
-    void PlaceInOrder(const Findings& findings, const Slice& first);
+    void PlaceInOrder(const FoundFiles& found, const SliceRef& first);
 
     CodecManager m_Codecs;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;

@@ -15,10 +15,10 @@ std::string Matrix(const PixelForm& form) {
     return std::to_string(form.columns) + " x " + std::to_string(form.rows);
 }
 
-std::string Title(const Findings& findings, std::size_t index) {
-    const Series& series = findings.series[index];
-    const ImageHeader& first = findings.FirstFile(series);
-    const std::size_t images = CountImages(findings, series);
+std::string Title(const FoundFiles& found, std::size_t index) {
+    const FoundSeries& series = found.series[index];
+    const ImageHeader& first = found.FirstFile(series);
+    const std::size_t images = CountImages(found, series);
     std::string text = std::to_string(index + 1) + ": " + (first.modality.empty() ? "?" : first.modality);
     if (!first.description.empty()) text += " \"" + first.description + "\"";
     text += ", " + std::to_string(images);
@@ -47,10 +47,10 @@ private:
     std::string m_Text;
 };
 
-void AddGeometry(Lines& lines, const Findings& findings, const Series& series) {
+void AddGeometry(Lines& lines, const FoundFiles& found, const FoundSeries& series) {
     const SeriesGeometry& geometry = series.geometry;
     const std::size_t firstSlice = geometry.stacks.empty() ? 0 : geometry.stacks.front().front();
-    const FramePlace& first = findings.PlaceOf(series.slices[firstSlice]);
+    const FramePlace& first = found.PlaceOf(series.slices[firstSlice]);
     if (first.hasSpacing) {
         lines.Add("pixel spacing", ShortNumber(first.spacing[0]) + " mm between rows, " +
                                        ShortNumber(first.spacing[1]) + " mm between columns");
@@ -61,38 +61,38 @@ void AddGeometry(Lines& lines, const Findings& findings, const Series& series) {
     }
     lines.Add("origin", ShortNumber(first.position[0]) + ", " + ShortNumber(first.position[1]) + ", " +
                             ShortNumber(first.position[2]) + " mm");
-    if (first.hasOrientation) lines.Add("orientation", DescribeOrientation(findings, series));
+    if (first.hasOrientation) lines.Add("orientation", DescribeOrientation(found, series));
     if (geometry.volumes > 1) lines.Add("volumes", std::to_string(geometry.volumes));
 }
 
 }  // namespace
 
-std::string ListSeries(const Findings& findings) {
+std::string ListSeries(const FoundFiles& found) {
     std::string text;
-    for (std::size_t i = 0; i < findings.series.size(); ++i) {
-        const ImageHeader& first = findings.FirstFile(findings.series[i]);
-        text += "  " + Visible(Title(findings, i) + ", UID " + first.seriesUid) + "\n";
+    for (std::size_t i = 0; i < found.series.size(); ++i) {
+        const ImageHeader& first = found.FirstFile(found.series[i]);
+        text += "  " + Visible(Title(found, i) + ", UID " + first.seriesUid) + "\n";
     }
     return text;
 }
 
-std::string DescribeSeries(const Findings& findings, std::size_t index) {
-    const Series& series = findings.series[index];
-    const ImageHeader& first = findings.FirstFile(series);
+std::string DescribeSeries(const FoundFiles& found, std::size_t index) {
+    const FoundSeries& series = found.series[index];
+    const ImageHeader& first = found.FirstFile(series);
     Lines lines;
     lines.Add("UID", first.seriesUid);
     if (first.form.kind != PixelForm::Kind::None) {
         lines.Add("pixels", DescribePixels(first.form));
-        AddGeometry(lines, findings, series);
+        AddGeometry(lines, found, series);
     } else {
         lines.Add("class", first.sopClass);
     }
     std::set<std::string> syntaxes;
-    for (const Slice& slice : series.slices) syntaxes.insert(findings.files[slice.file].transferSyntax);
+    for (const SliceRef& slice : series.slices) syntaxes.insert(found.files[slice.file].transferSyntax);
     for (const std::string& syntax : syntaxes) lines.Add("transfer syntax", DescribeSyntax(syntax));
     if (series.slices.size() == 1) lines.Add("file", first.path);
     for (const std::string& warning : series.warnings) lines.Add("warning", warning);
-    return "series " + Visible(Title(findings, index)) + "\n" + lines.Take();
+    return "series " + Visible(Title(found, index)) + "\n" + lines.Take();
 }
 
 std::string DescribePixels(const PixelForm& form) {
@@ -106,10 +106,10 @@ std::string DescribePixels(const PixelForm& form) {
     return text + (form.photometric.empty() ? "no photometric interpretation" : form.photometric);
 }
 
-std::size_t CountImages(const Findings& findings, const Series& series) {
+std::size_t CountImages(const FoundFiles& found, const FoundSeries& series) {
     std::size_t count = 0;
-    for (const Slice& slice : series.slices) {
-        const ImageHeader& header = findings.files[slice.file];
+    for (const SliceRef& slice : series.slices) {
+        const ImageHeader& header = found.files[slice.file];
         const auto claimed = static_cast<std::uint64_t>(slice.frame < 0 ? header.frames : 1);
         const std::uint64_t present = std::max<std::uint64_t>(header.FramesPresent(), 1);
         count += static_cast<std::size_t>(header.encapsulated ? claimed : std::min(claimed, present));
@@ -117,8 +117,8 @@ std::size_t CountImages(const Findings& findings, const Series& series) {
     return count;
 }
 
-std::string DescribeOrientation(const Findings& findings, const Series& series) {
-    const auto& o = findings.PlaceOf(series.slices.front()).orientation;
+std::string DescribeOrientation(const FoundFiles& found, const FoundSeries& series) {
+    const auto& o = found.PlaceOf(series.slices.front()).orientation;
     const auto& n = series.geometry.normal;
     return "rows to " + DirectionLabel(o[0], o[1], o[2]) + ", columns to " + DirectionLabel(o[3], o[4], o[5]) +
            ", slices to " + DirectionLabel(n[0], n[1], n[2]);

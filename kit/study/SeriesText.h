@@ -5,23 +5,23 @@
 
 namespace korvane {
 
-struct Findings;
+struct FoundFiles;
 struct PixelForm;
-struct Series;
+struct FoundSeries;
 
 /// One line for each series, numbered from 1, with line ends; safe to print.
-std::string ListSeries(const Findings& findings);
+std::string ListSeries(const FoundFiles& found);
 
 /// All that `korvane info` tells of one series, several lines; safe to print.
-std::string DescribeSeries(const Findings& findings, std::size_t index);
+std::string DescribeSeries(const FoundFiles& found, std::size_t index);
 
 /// Such as "unsigned, 12 of 16 bits, MONOCHROME2".
 std::string DescribePixels(const PixelForm& form);
 
 /// How many images a series has: files, or frames of them.
-std::size_t CountImages(const Findings& findings, const Series& series);
+std::size_t CountImages(const FoundFiles& found, const FoundSeries& series);
 
 /// "rows to L, columns to P, slices to H"; the order of slices is that along the normal.
-std::string DescribeOrientation(const Findings& findings, const Series& series);
+std::string DescribeOrientation(const FoundFiles& found, const FoundSeries& series);
 
 }  // namespace korvane

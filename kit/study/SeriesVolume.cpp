@@ -10,11 +10,11 @@ namespace korvane {
 
 namespace {
 
-Findings Find(const std::vector<std::string>& paths) {
-    Findings findings = FindSeries(paths);
-    if (!findings.unreadable.empty()) throw HostError(findings.unreadable.front());
-    if (findings.files.empty()) throw HostError(paths.front() + ": no DICOM files");
-    return findings;
+FoundFiles Find(const std::vector<std::string>& paths) {
+    FoundFiles found = FindSeries(paths);
+    if (!found.unreadable.empty()) throw HostError(found.unreadable.front());
+    if (found.files.empty()) throw HostError(paths.front() + ": no DICOM files");
+    return found;
 }
 
 /// The library's range is a starting value; the true one is what Update finds from an empty one.
@@ -27,9 +27,9 @@ void SetTrueRange(CVolume& volume) {
 }  // namespace
 
 SeriesVolume::SeriesVolume(const SeriesChoice& choice)
-    : m_Findings(Find(choice.paths)), m_pSeries(&ChooseSeries(m_Findings, choice.series)), m_nVolume(choice.volume) {
-    CheckAssembly(m_Findings, *m_pSeries);
-    m_Sets = FindVolumes(m_Findings, *m_pSeries);
+    : m_Found(Find(choice.paths)), m_pSeries(&ChooseSeries(m_Found, choice.series)), m_nVolume(choice.volume) {
+    CheckAssembly(m_Found, *m_pSeries);
+    m_Sets = FindVolumes(m_Found, *m_pSeries);
     const auto number = static_cast<std::size_t>(GetVolumeNumber());
     if (number > m_Sets.volumes.size()) {
         throw UsageError("there is no volume " + std::to_string(number) + ": the series makes " +
@@ -39,7 +39,7 @@ SeriesVolume::SeriesVolume(const SeriesChoice& choice)
 }
 
 std::size_t SeriesVolume::GetSliceCount() const {
-    return m_pSeries->geometry.volumes > 1 ? m_Slices.size() : CountImages(m_Findings, *m_pSeries);
+    return m_pSeries->geometry.volumes > 1 ? m_Slices.size() : CountImages(m_Found, *m_pSeries);
 }
 
 bool SeriesVolume::IsGrey() const {
@@ -62,9 +62,9 @@ void SeriesVolume::TellWarnings() const {
     for (const std::string& warning : m_pSeries->warnings) Warn("warning: " + warning);
 }
 
-void SeriesVolume::Load(const std::vector<Slice>& slices) {
+void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
-    m_Loaded.emplace(m_Findings, slices);
+    m_Loaded.emplace(m_Found, slices);
     m_Slices = slices;
     Assemble();
 }

@@ -26,12 +26,12 @@ public:
     /// Finds and chooses the series by its headers. Throws `HostError`, `UsageError`.
     explicit SeriesVolume(const SeriesChoice& choice);
 
-    const ImageHeader& GetHeader() const { return m_Findings.FirstFile(*m_pSeries); }
-    const FramePlace& GetPlace() const { return m_Findings.PlaceOf(m_Slices.front()); }
+    const ImageHeader& GetHeader() const { return m_Found.FirstFile(*m_pSeries); }
+    const FramePlace& GetPlace() const { return m_Found.PlaceOf(m_Slices.front()); }
     std::size_t GetSliceCount() const;
 
-    const Findings& GetFindings() const { return m_Findings; }
-    const Series& GetSeries() const { return *m_pSeries; }
+    const FoundFiles& GetFound() const { return m_Found; }
+    const FoundSeries& GetSeries() const { return *m_pSeries; }
     /// Where positions repeat the series makes several volumes.
     const VolumeSets& GetSets() const { return m_Sets; }
     bool IsVolumeChosen() const { return m_nVolume != 0; }
@@ -50,7 +50,7 @@ public:
     void TellWarnings() const;
     /// Reads slices and makes the volume of them, with its true minimum and maximum, in place of the one before.
     /// Throws `HostError`, `Interrupted`.
-    void Load(const std::vector<Slice>& slices);
+    void Load(const std::vector<SliceRef>& slices);
 
     // After Load:
     CDicomVolume& GetAssembled() { return m_Assembled; }
@@ -60,11 +60,11 @@ public:
 private:
     void Assemble();
 
-    Findings m_Findings;
-    const Series* m_pSeries;
+    FoundFiles m_Found;
+    const FoundSeries* m_pSeries;
     VolumeSets m_Sets;
     int m_nVolume;
-    std::vector<Slice> m_Slices;
+    std::vector<SliceRef> m_Slices;
     std::optional<LoadedSlices> m_Loaded;
     CDicomVolume m_Assembled;
 };

@@ -23,12 +23,12 @@ std::string Count(std::size_t count, const std::string& what) {
 
 class Inspector {
 public:
-    Inspector(const Findings& findings, const Series& series) : m_Findings(findings), m_Series(series) {}
+    Inspector(const FoundFiles& found, const FoundSeries& series) : m_Found(found), m_Series(series) {}
 
     std::vector<std::string> Run() {
         Splits();
         Data();
-        if (m_Findings.FirstFile(m_Series).form.kind == PixelForm::Kind::None) return m_Warnings;
+        if (m_Found.FirstFile(m_Series).form.kind == PixelForm::Kind::None) return m_Warnings;
         Frames();
         Positions();
         Volumes();
@@ -56,9 +56,9 @@ private:
     void AddFiles(const std::string& what, const std::function<bool(const ImageHeader&)>& has) {
         std::set<std::size_t> all;
         std::vector<std::string> names;
-        for (const Slice& slice : m_Series.slices) {
+        for (const SliceRef& slice : m_Series.slices) {
             const bool isNew = all.insert(slice.file).second;
-            if (isNew && has(m_Findings.files[slice.file])) names.push_back(m_Findings.files[slice.file].path);
+            if (isNew && has(m_Found.files[slice.file])) names.push_back(m_Found.files[slice.file].path);
         }
         if (!names.empty()) {
             Add(what + " in " + std::to_string(names.size()) + " of " + Count(all.size(), "file") + ": " + List(names));
@@ -96,12 +96,11 @@ private:
         }
         if (!geometry.unplaced.empty()) {
             std::vector<std::string> names;
-            for (const std::size_t index : geometry.unplaced)
-                names.push_back(m_Findings.NameOf(m_Series.slices[index]));
+            for (const std::size_t index : geometry.unplaced) names.push_back(m_Found.NameOf(m_Series.slices[index]));
             Add("position missing in " + std::to_string(names.size()) + " of " +
                 Count(m_Series.slices.size(), "slice") + ": " + List(names));
         }
-        if (!m_Findings.PlaceOf(m_Series.slices.front()).hasOrientation) Add("no orientation: taken as axial");
+        if (!m_Found.PlaceOf(m_Series.slices.front()).hasOrientation) Add("no orientation: taken as axial");
     }
 
     void Volumes() {
@@ -115,7 +114,7 @@ private:
         }
         std::vector<std::string> names;
         for (const auto& stack : geometry.stacks) {
-            if (stack.size() < geometry.volumes) names.push_back(m_Findings.NameOf(m_Series.slices[stack.front()]));
+            if (stack.size() < geometry.volumes) names.push_back(m_Found.NameOf(m_Series.slices[stack.front()]));
         }
         Add("duplicate positions: up to " + std::to_string(geometry.volumes) + " slices at each of " + positions +
             ", which makes " + std::to_string(geometry.volumes) + " volumes; fewer at " + List(names));
@@ -127,7 +126,7 @@ private:
         std::vector<std::string> faults;
         for (const SeriesGeometry::Gap& gap : geometry.uneven) {
             const auto name = [&](std::size_t stack) {
-                return m_Findings.NameOf(m_Series.slices[geometry.stacks[stack].front()]);
+                return m_Found.NameOf(m_Series.slices[geometry.stacks[stack].front()]);
             };
             std::string fault =
                 ShortNumber(gap.length) + " mm between " + name(gap.index) + " and " + name(gap.index + 1);
@@ -143,9 +142,9 @@ private:
     }
 
     void Rescale() {
-        const FramePlace& first = m_Findings.PlaceOf(m_Series.slices.front());
-        const bool differs = std::any_of(m_Series.slices.begin(), m_Series.slices.end(), [&](const Slice& slice) {
-            const FramePlace& place = m_Findings.PlaceOf(slice);
+        const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
+        const bool differs = std::any_of(m_Series.slices.begin(), m_Series.slices.end(), [&](const SliceRef& slice) {
+            const FramePlace& place = m_Found.PlaceOf(slice);
             return place.slope != first.slope || place.intercept != first.intercept;
         });
         if (differs) Add("rescale slope or intercept differ from slice to slice");
@@ -155,15 +154,15 @@ private:
         }
     }
 
-    const Findings& m_Findings;
-    const Series& m_Series;
+    const FoundFiles& m_Found;
+    const FoundSeries& m_Series;
     std::vector<std::string> m_Warnings;
 };
 
 }  // namespace
 
-std::vector<std::string> WarnAbout(const Findings& findings, const Series& series) {
-    return Inspector(findings, series).Run();
+std::vector<std::string> WarnAbout(const FoundFiles& found, const FoundSeries& series) {
+    return Inspector(found, series).Run();
 }
 
 std::string ShortNumber(double value) {

@@ -6,11 +6,11 @@
 
 namespace korvane {
 
-struct Findings;
-struct Series;
+struct FoundFiles;
+struct FoundSeries;
 
 /// One line each; none for a series in which everything is as it should be.
-std::vector<std::string> WarnAbout(const Findings& findings, const Series& series);
+std::vector<std::string> WarnAbout(const FoundFiles& found, const FoundSeries& series);
 
 /// A length, an angle: at most four decimals, no trailing zeros.
 std::string ShortNumber(double value);

@@ -17,9 +17,9 @@ using Key = std::array<int, 2>;
 using Numbers = std::vector<std::size_t>;
 
 /// By a key of each slice, volumes in the keys' order; nothing where the keys do not say.
-std::optional<Numbers> ByKey(const Series& series, const std::function<Key(const Slice&)>& keyOf) {
+std::optional<Numbers> ByKey(const FoundSeries& series, const std::function<Key(const SliceRef&)>& keyOf) {
     std::map<Key, std::size_t> ranks;
-    for (const Slice& slice : series.slices) ranks.try_emplace(keyOf(slice));
+    for (const SliceRef& slice : series.slices) ranks.try_emplace(keyOf(slice));
     if (ranks.size() != series.geometry.volumes) return std::nullopt;
     std::size_t rank = 0;
     for (auto& entry : ranks) entry.second = rank++;
@@ -34,7 +34,7 @@ std::optional<Numbers> ByKey(const Series& series, const std::function<Key(const
     return numbers;
 }
 
-Numbers ByRank(const Series& series) {
+Numbers ByRank(const FoundSeries& series) {
     Numbers numbers(series.slices.size());
     for (const auto& stack : series.geometry.stacks) {
         for (std::size_t i = 0; i < stack.size(); ++i) numbers[stack[i]] = i;
@@ -42,41 +42,41 @@ Numbers ByRank(const Series& series) {
     return numbers;
 }
 
-Numbers TellApart(const Findings& findings, const Series& series, std::string& order) {
-    const auto header = [&](const Slice& slice) -> const ImageHeader& { return findings.files[slice.file]; };
+Numbers TellApart(const FoundFiles& found, const FoundSeries& series, std::string& order) {
+    const auto header = [&](const SliceRef& slice) -> const ImageHeader& { return found.files[slice.file]; };
     struct Way {
         const char* name;
-        std::function<Key(const Slice&)> key;
+        std::function<Key(const SliceRef&)> key;
     };
     int firstInstance = header(series.slices.front()).instance;
-    for (const Slice& slice : series.slices) firstInstance = std::min(firstInstance, header(slice).instance);
+    for (const SliceRef& slice : series.slices) firstInstance = std::min(firstInstance, header(slice).instance);
     const auto positions = static_cast<long long>(series.geometry.stacks.size());
-    const auto blockOf = [&](const Slice& slice, int first) {
+    const auto blockOf = [&](const SliceRef& slice, int first) {
         return Key{static_cast<int>((static_cast<long long>(header(slice).instance) - first) / positions), 0};
     };
     const Way ways[] = {
         {"temporal position",
-         [&](const Slice& s) {
+         [&](const SliceRef& s) {
              return Key{header(s).temporal, 0};
          }},
         {"acquisition number",
-         [&](const Slice& s) {
+         [&](const SliceRef& s) {
              return Key{header(s).acquisition, 0};
          }},
         {"echo number",
-         [&](const Slice& s) {
+         [&](const SliceRef& s) {
              return Key{header(s).echo, 0};
          }},
         {"temporal position and echo number",
-         [&](const Slice& s) {
+         [&](const SliceRef& s) {
              return Key{header(s).temporal, header(s).echo};
          }},
         {"acquisition and echo number",
-         [&](const Slice& s) {
+         [&](const SliceRef& s) {
              return Key{header(s).acquisition, header(s).echo};
          }},
-        {"instance number", [&](const Slice& s) { return blockOf(s, 1); }},  // the first files may be missing
-        {"instance number", [&](const Slice& s) { return blockOf(s, firstInstance); }},
+        {"instance number", [&](const SliceRef& s) { return blockOf(s, 1); }},  // the first files may be missing
+        {"instance number", [&](const SliceRef& s) { return blockOf(s, firstInstance); }},
     };
     for (const Way& way : ways) {
         if (auto numbers = ByKey(series, way.key)) {
@@ -90,13 +90,13 @@ Numbers TellApart(const Findings& findings, const Series& series, std::string& o
 
 }  // namespace
 
-VolumeSets FindVolumes(const Findings& findings, const Series& series) {
+VolumeSets FindVolumes(const FoundFiles& found, const FoundSeries& series) {
     VolumeSets sets;
     if (series.geometry.volumes < 2) {
         sets.volumes.push_back(series.slices);
         return sets;
     }
-    const Numbers numbers = TellApart(findings, series, sets.order);
+    const Numbers numbers = TellApart(found, series, sets.order);
     sets.volumes.resize(series.geometry.volumes);
     for (std::size_t i = 0; i < numbers.size(); ++i) sets.volumes[numbers[i]].push_back(series.slices[i]);
     return sets;

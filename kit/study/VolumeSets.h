@@ -10,7 +10,7 @@ namespace korvane {
 
 /// The volumes of a series, each with its slices in list order; one with all slices where no position repeats.
 struct VolumeSets {
-    std::vector<std::vector<Slice>> volumes;
+    std::vector<std::vector<SliceRef>> volumes;
     std::string order;  ///< what the volumes were told apart by, for the user; "" for a single one
 };
 
@@ -18,6 +18,6 @@ struct VolumeSets {
 /// slices at each position and makes as many volumes as the largest position has slices. Where it does not, instance
 /// numbers that count volume after volume do. Else the first slices in list order at each position are the first volume,
 /// the next ones the second: a position that lacks one then has the others in the wrong volumes.
-VolumeSets FindVolumes(const Findings& findings, const Series& series);
+VolumeSets FindVolumes(const FoundFiles& found, const FoundSeries& series);
 
 }  // namespace korvane
