@@ -1,9 +1,9 @@
 #include "CCDRObject.h"
 
+#include "DRText.h"
+#include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "Dicom/Lib/pixels/CodecManager.h"
 #include "Dicom/Lib/storage/DICOMFile.h"
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
-#include "DRText.h"
 #include "platform/File.h"
 #include "platform/FileTree.h"
 
@@ -33,6 +33,15 @@ std::string_view StoredSyntax(std::string_view sopClass) {
         if (sopClass == known) return syntax;
     }
     return kExplicitLittleEndianUid;
+}
+
+/// `MyCopyFunc`, which may be stopped.
+int Duplicate(const char* destination, const char* source, const platform::StopQuestion& stop) {
+    if (platform::FileExists(destination)) throw std::string("Destination is not empty");
+    if (!platform::DuplicateFile(source, destination, stop)) {
+        throw std::string("Cannot copy ") + source + " to " + destination;
+    }
+    return 1;
 }
 
 }  // namespace
@@ -86,6 +95,7 @@ CCDRObject& CCDRObject::operator=(const CCDRObject& other) {
     m_MediaStorageUID = other.m_MediaStorageUID;
     m_bConsistencyFlag = other.m_bConsistencyFlag;
     SetHardLinks(other.m_bHardLinks);
+    m_Stop = other.m_Stop;
     return *this;
 }
 
@@ -138,6 +148,10 @@ void CCDRObject::SetHardLinks(bool link) {
     m_pCopyFunction = link ? nullptr : MyCopyFunc;
 }
 
+void CCDRObject::SetStopQuestion(std::function<bool()> stop) {
+    m_Stop = std::move(stop);
+}
+
 const std::string& CCDRObject::GetReason() const {
     return m_Reason;
 }
@@ -152,6 +166,7 @@ void CCDRObject::Reset() {
 std::string CCDRObject::AddIOD(const std::string& path, bool transcode) {
     TransferSyntaxCodec codec(Dictionary);
     DICOMFileReader reader(codec);
+    reader.SetStopQuestion(m_Stop);
     const auto dataSet = reader.Load(path.c_str(), kStopBeforePixelData);
     if (dataSet == nullptr || reader.IsDeflated()) throw "CCDRObject::AddIOD: error loading [" + path + "]";
     return AddIOD(path, *dataSet, transcode);
@@ -203,6 +218,7 @@ void CCDRObject::Store(CDRRecord& leaf, const std::string& path, bool transcode)
     }
     TransferSyntaxCodec codec(Dictionary);
     DICOMFileReader reader(codec);
+    reader.SetStopQuestion(m_Stop);
     const auto dataSet = reader.Load(path.c_str());
     if (dataSet == nullptr || !reader.IsComplete()) throw "CCDRObject::AddIOD: error loading [" + path + "]";
     CopyFile(*dataSet, destination);
@@ -231,20 +247,17 @@ std::string CCDRObject::GetPath(const std::string& root, const std::string& fold
 void CCDRObject::CopyFile(const std::string& destination, const std::string& source) {
     if (m_pCopyFunction == nullptr) m_pCopyFunction = platform::FindHardLink();
     if (m_pCopyFunction == nullptr) m_pCopyFunction = MyCopyFunc;
-    int copied = m_pCopyFunction(destination.c_str(), source.c_str(), nullptr);
-    if (copied == 0 && m_pCopyFunction != MyCopyFunc) {
+    const bool links = m_pCopyFunction != MyCopyFunc;
+    int copied = links ? m_pCopyFunction(destination.c_str(), source.c_str(), nullptr) : 0;
+    if (copied == 0) {
         m_pCopyFunction = MyCopyFunc;
-        copied = m_pCopyFunction(destination.c_str(), source.c_str(), nullptr);
+        copied = Duplicate(destination.c_str(), source.c_str(), m_Stop);
     }
     if (copied == 0) throw std::string("CCDRObject::CopyFile: Error copying files to DICOMDIR structure");
 }
 
 int CCDRObject::MyCopyFunc(const char* destination, const char* source, void* /*attributes*/) {
-    if (platform::FileExists(destination)) throw std::string("Destination is not empty");
-    if (!platform::DuplicateFile(source, destination)) {
-        throw std::string("Cannot copy ") + source + " to " + destination;
-    }
-    return 1;
+    return Duplicate(destination, source, {});
 }
 
 void CCDRObject::CopyFile(DICOMObject& dataSet, const std::string& destination) {

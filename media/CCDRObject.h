@@ -7,6 +7,7 @@
 #include "../volume/CPercentGenerator.h"
 #include "CDRRecord.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -58,6 +59,11 @@ public:
     /// Whether files are hard-linked where the system can, and copied otherwise (at first), or always copied. Linking
     /// that fails once is not tried again.
     void SetHardLinks(bool link);
+
+    /// Asked now and then while files are read and copied (each MB, and at least every 20 ms), on the thread that adds
+    /// them; none at first. After a yes the file being added fails like one that cannot be read or copied, with `errno`
+    /// EINTR, and leaves nothing on the medium. `MyCopyFunc` does not ask.
+    void SetStopQuestion(std::function<bool()> stop);
 
     /// Begins another file-set: no records, no current record, private files counted from 1, no instance UID.
     void Reset();
@@ -155,4 +161,5 @@ private:
     bool m_bHardLinks = true;
     unsigned long long m_ItemBytes = 0;  // of the records written so far
     std::unique_ptr<CodecManager> m_pCodecs;
+    std::function<bool()> m_Stop;
 };

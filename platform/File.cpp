@@ -1,6 +1,5 @@
 #include "File.h"
 
-
 #include <algorithm>
 #include <cerrno>
 
@@ -22,7 +21,7 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t kLargestRead = std::size_t{16} << 20;  // a few milliseconds between two looks for Ctrl-C
+constexpr std::size_t kLargestRead = std::size_t{16} << 20;  // the system's own calls count in 32 bits
 
 #if defined(_WIN32)
 
@@ -163,14 +162,20 @@ void InputFile::Close() {
     if (m_Handle >= 0) close(m_Handle);
     m_Handle = -1;
     m_Size = 0;
-    m_bFailed = false;
+    m_Error = 0;
+    m_Stop.Restart();
 }
 
 std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
     auto* const first = static_cast<unsigned char*>(bytes);
+    const std::size_t largest = m_Stop.HasQuestion() ? StopCheck::kStep : kLargestRead;
     std::size_t done = 0;
     while (done < capacity && m_Handle >= 0) {
-        const std::size_t wanted = std::min(capacity - done, kLargestRead);
+        const std::size_t wanted = std::min(capacity - done, largest);
+        if (m_Stop.IsStopped(wanted)) {
+            m_Error = errno = EINTR;
+            break;
+        }
 #if defined(_WIN32)
         const auto got = read(m_Handle, first + done, static_cast<unsigned>(wanted));
 #else
@@ -179,7 +184,7 @@ std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
         if (got == 0) break;
         if (got < 0) {
             if (errno == EINTR) continue;
-            m_bFailed = true;
+            m_Error = errno;
             break;
         }
         done += static_cast<std::size_t>(got);
@@ -193,21 +198,37 @@ OutputFile::~OutputFile() {
 
 bool OutputFile::Open(const char* path) {
     Close();
-    m_bFailed = false;
+    m_Error = 0;
+    m_Stop.Restart();
     m_pFile = OpenFile(path, "wb");
     return m_pFile != nullptr;
 }
 
 bool OutputFile::Write(const void* bytes, std::size_t count) {
-    if (m_pFile == nullptr || std::fwrite(bytes, 1, count, m_pFile) != count) m_bFailed = true;
-    return !m_bFailed;
+    const auto* const first = static_cast<const unsigned char*>(bytes);
+    const std::size_t largest = m_Stop.HasQuestion() ? StopCheck::kStep : count;
+    if (m_pFile == nullptr && m_Error == 0) m_Error = EBADF;
+    for (std::size_t done = 0; done < count && m_Error == 0;) {
+        const std::size_t step = std::min(count - done, largest);
+        if (m_Stop.IsStopped(step)) {
+            m_Error = EINTR;
+        } else if (std::fwrite(first + done, 1, step, m_pFile) != step) {
+            m_Error = errno;
+        }
+        done += step;
+    }
+    return Succeeded();
 }
 
 bool OutputFile::Close() {
-    if (m_pFile == nullptr) return !m_bFailed;
-    if (std::fclose(m_pFile) != 0) m_bFailed = true;
+    if (m_pFile != nullptr && std::fclose(m_pFile) != 0 && m_Error == 0) m_Error = errno;
     m_pFile = nullptr;
-    return !m_bFailed;
+    return Succeeded();
+}
+
+bool OutputFile::Succeeded() const {
+    if (m_Error != 0) errno = m_Error;
+    return m_Error == 0;
 }
 
 }  // namespace platform

@@ -2,10 +2,13 @@
 // file. Paths are UTF-8 where they are valid UTF-8, else in the system's code page.
 #pragma once
 
+#include "StopQuestion.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 namespace platform {
 
@@ -43,20 +46,28 @@ public:
     bool Open(const char* path);
     void Close();
 
+    /// Asked while bytes are read, from this file and those that are opened later: each MB, and at least every 20 ms
+    /// where the system delivers at all. After a yes the file gives no more bytes.
+    void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
+
     /// Bytes in a regular file when it was opened; 0 for what has no size (a pipe, a device).
     std::uint64_t GetSize() const { return m_Size; }
 
-    /// Reads up to `capacity` bytes; fewer only at the end of the file or on an error, as which Ctrl-C counts where a
-    /// program catches it (`CatchInterrupts`). The count read.
+    /// Reads up to `capacity` bytes; fewer only at the end of the file and after an error, which leaves `errno` set. Being
+    /// stopped is the error EINTR. The count read.
     std::size_t Read(void* bytes, std::size_t capacity);
 
     /// True once a read has failed.
-    bool HasFailed() const { return m_bFailed; }
+    bool HasFailed() const { return m_Error != 0; }
+
+    /// Why, as a value of `errno` (EINTR: stopped); 0 while no read has failed.
+    int GetError() const { return m_Error; }
 
 private:
     int m_Handle = -1;
     std::uint64_t m_Size = 0;
-    bool m_bFailed = false;
+    int m_Error = 0;
+    StopCheck m_Stop;
 };
 
 /// A file written from front to back. A failed write, flush or close is kept and reported by `Close`.
@@ -69,14 +80,22 @@ public:
 
     /// Creates or truncates. False with `errno` set on failure.
     bool Open(const char* path);
+
+    /// As with `InputFile`; being stopped is a write that fails with EINTR.
+    void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
+
+    /// False with `errno` set when this write or one before it has failed.
     bool Write(const void* bytes, std::size_t count);
 
-    /// False when anything since `Open` has failed.
+    /// False with `errno` set when anything since `Open` has failed.
     bool Close();
 
 private:
+    bool Succeeded() const;
+
     std::FILE* m_pFile = nullptr;
-    bool m_bFailed = false;
+    int m_Error = 0;  // the first one's `errno`
+    StopCheck m_Stop;
 };
 
 }  // namespace platform

@@ -43,9 +43,17 @@ bool Failed() {
     case ERROR_HANDLE_DISK_FULL: errno = ENOSPC; break;
     case ERROR_FILE_EXISTS:
     case ERROR_ALREADY_EXISTS: errno = EEXIST; break;
+    case ERROR_REQUEST_ABORTED: errno = EINTR; break;
     default: errno = EIO;
     }
     return false;
+}
+
+/// The system calls it for each piece of a copy.
+DWORD CALLBACK AskWhileCopying(LARGE_INTEGER, LARGE_INTEGER, LARGE_INTEGER, LARGE_INTEGER, DWORD, DWORD, HANDLE, HANDLE,
+                               void* check) {
+    constexpr std::size_t kPiece = 64 * 1024;
+    return static_cast<StopCheck*>(check)->IsStopped(kPiece) ? PROGRESS_CANCEL : PROGRESS_CONTINUE;
 }
 
 using CreateHardLinkFunction = BOOL(WINAPI*)(LPCWSTR, LPCWSTR, LPSECURITY_ATTRIBUTES);
@@ -71,9 +79,12 @@ bool RemoveFolder(const char* path) {
     return _wrmdir(Wide(path).c_str()) == 0;
 }
 
-bool DuplicateFile(const char* source, const char* destination) {
-    // The system removes what it could not finish.
-    return CopyFileW(Wide(source).c_str(), Wide(destination).c_str(), FALSE) != 0 || Failed();
+bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop) {
+    StopCheck check;
+    check.SetQuestion(stop);
+    LPPROGRESS_ROUTINE const ask = stop ? AskWhileCopying : nullptr;
+    // The system removes what it could not finish, and what was stopped.
+    return CopyFileExW(Wide(source).c_str(), Wide(destination).c_str(), ask, &check, nullptr, 0) != 0 || Failed();
 }
 
 LinkFunction FindHardLink() {
@@ -95,7 +106,7 @@ int HardLink(const char* newName, const char* existing, void*) {
     return linked == 0 ? 1 : 0;
 }
 
-/// False with `errno` set, as which Ctrl-C counts too.
+/// False with `errno` set on failure.
 bool Copy(InputFile& input, OutputFile& output) {
     constexpr std::uint64_t kLargestBlock = 1 << 20;
     const auto size = static_cast<std::size_t>(std::clamp<std::uint64_t>(input.GetSize(), 1 << 12, kLargestBlock));
@@ -120,8 +131,9 @@ bool RemoveFolder(const char* path) {
     return rmdir(NativePath(path).c_str()) == 0;
 }
 
-bool DuplicateFile(const char* source, const char* destination) {
+bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop) {
     InputFile input;
+    input.SetStopQuestion(stop);
     OutputFile output;
     const bool isNew = !FileExists(destination);
     if (!input.Open(source) || !output.Open(destination)) return false;

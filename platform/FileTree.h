@@ -1,6 +1,8 @@
 // Folders, and files as wholes: made, copied, linked, removed. Paths are as in File.h; what fails leaves `errno` set.
 #pragma once
 
+#include "StopQuestion.h"
+
 namespace platform {
 
 /// Whether something stands under the path and may be written to (`_access` mode 2).
@@ -11,9 +13,9 @@ bool CreateFolder(const char* path);
 /// Removes a folder that is empty.
 bool RemoveFolder(const char* path);
 
-/// Copies a file, access rights included, over what is there. A new file that could not be finished is removed. Ctrl-C
-/// ends it as in `InputFile`.
-bool DuplicateFile(const char* source, const char* destination);
+/// Copies a file, access rights included, over what is there. A new file that could not be finished is removed; so is one
+/// that was stopped, with `errno` EINTR.
+bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop = {});
 
 /// As Windows' CreateHardLinkA: another name for the file that `existing` is, or is a symbolic link to; the attributes
 /// are not used. Non-zero on success.

@@ -2,6 +2,7 @@
 
 #include <Korvane/Dicom.h>
 #include <Korvane/Korvane.h>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -224,6 +225,23 @@ TEST_F(CCDRObjectTest, LinksAreMadeWhereTheyCanAndCopiesForGoodWhereNot) {
     EXPECT_EQ(m_Builder.m_pCopyFunction, nullptr);
     EXPECT_EQ(Thrown([&] { Builder::MyCopyFunc(source.c_str(), source.c_str(), nullptr); }),
               "Destination is not empty");
+}
+
+TEST_F(CCDRObjectTest, AStoppedCopyLeavesNothingOnTheMedium) {
+    m_Builder.SetHardLinks(false);
+    const std::string source = Save(*MakeSet("A", "1", "1.1", "1.1.1"));
+    std::ofstream(source, std::ios::app | std::ios::binary) << std::string(std::size_t{8} << 20, 'x');
+    int asked = 0;
+    m_Builder.SetStopQuestion([&] { return ++asked == 3; });
+    const std::string message = Thrown([&] { m_Builder.AddIOD(source, *MakeSet("A", "1", "1.1", "1.1.1"), false); });
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_EQ(message.substr(0, 11), "Cannot copy");
+    EXPECT_TRUE(fs::is_empty(Root() / "FILES"));
+    m_Builder.SetStopQuestion([] { return true; });
+    EXPECT_EQ(Thrown([&] { m_Builder.AddIOD(source, false); }), "CCDRObject::AddIOD: error loading [" + source + "]");
+    EXPECT_EQ(errno, EINTR);
+    m_Builder.SetStopQuestion({});
+    EXPECT_EQ(Bytes(OnDisk(m_Builder.AddIOD(source, *MakeSet("A", "1", "1.1", "1.1.1"), false))), Bytes(source));
 }
 
 TEST_F(CCDRObjectTest, PrivateFilesLieBesideTheLastAddedOne) {

@@ -1,8 +1,10 @@
 #include <Korvane/platform/File.h>
+#include <Korvane/platform/FileTree.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <vector>
 
 using namespace platform;
 namespace fs = std::filesystem;
@@ -55,4 +57,43 @@ TEST(File, AFullDiskIsReportedByClose) {
     ASSERT_TRUE(out.Open("/dev/full"));
     out.Write("x", 1);
     EXPECT_FALSE(out.Close());
+}
+
+TEST(File, ReadingWritingAndCopyingStopWithinAFewMegabytesAndLeaveNoCopy) {
+    const fs::path folder = fs::path(testing::TempDir()) / "korvane-file-stop";
+    fs::create_directories(folder);
+    const std::string path = (folder / "large").string();
+    const std::string copy = (folder / "copy").string();
+    std::vector<char> bytes(std::size_t{24} << 20, 'x');
+    int asked = 0;
+    const StopQuestion third = [&] { return ++asked >= 3; };
+    OutputFile out;
+    ASSERT_TRUE(out.Open(path.c_str()));
+    ASSERT_TRUE(out.Write(bytes.data(), bytes.size()) && out.Close());
+
+    InputFile in;
+    in.SetStopQuestion(third);
+    ASSERT_TRUE(in.Open(path.c_str()));
+    const std::size_t got = in.Read(bytes.data(), bytes.size());
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_GT(got, 0U);
+    EXPECT_LT(got, std::size_t{8} << 20);
+    EXPECT_EQ(in.Read(bytes.data(), 1), 0U);
+    EXPECT_EQ(in.GetError(), EINTR);
+
+    asked = 0;
+    EXPECT_FALSE(DuplicateFile(path.c_str(), copy.c_str(), third));
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_FALSE(fs::exists(copy));
+    EXPECT_TRUE(DuplicateFile(path.c_str(), copy.c_str()));
+    EXPECT_EQ(fs::file_size(copy), bytes.size());
+
+    asked = 0;
+    out.SetStopQuestion(third);
+    ASSERT_TRUE(out.Open(copy.c_str()));
+    EXPECT_FALSE(out.Write(bytes.data(), bytes.size()));
+    EXPECT_FALSE(out.Close());
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_LT(fs::file_size(copy), std::size_t{8} << 20);
+    fs::remove_all(folder);
 }

@@ -5,6 +5,7 @@
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -33,9 +34,12 @@ bool SkipPreamble(Buffer& buffer) {
 std::unique_ptr<DICOMDataObject> DICOMFileReader::Load(const char* path, int option) {
     FileInputBuffer buffer;
     if (!buffer.Open(path)) return nullptr;
+    buffer.SetStopQuestion(m_Stop);
     auto dataSet = LoadStream(buffer, option);
-    if (buffer.HasFailed()) dataSet.reset();
-    return dataSet;
+    if (!buffer.HasFailed()) return dataSet;
+    dataSet.reset();
+    errno = buffer.GetError();
+    return nullptr;
 }
 
 std::unique_ptr<DICOMDataObject> DICOMFileReader::LoadMemory(const void* bytes, std::size_t count, int option) {

@@ -4,8 +4,10 @@
 #include "../syntax/TransferSyntaxCodec.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 /// The syntax number by the sixth byte of what comes next in a stream; the rule that is told below.
 int DetectSyntax(Buffer& buffer);
@@ -25,8 +27,12 @@ public:
     /// The codec parses; it must outlive the reader.
     explicit DICOMFileReader(TransferSyntaxCodec& codec) : m_Codec(codec) {}
 
-    /// The data set, whole or as far as it could be parsed (see `IsComplete`); null when the file cannot be opened or
-    /// read, or memory runs out. `option`: see `ParseOption`.
+    /// Asked now and then while `Load` reads (each MB, and at least every 20 ms); after a yes the load fails. It stays for
+    /// all files that follow.
+    void SetStopQuestion(std::function<bool()> stop) { m_Stop = std::move(stop); }
+
+    /// The data set, whole or as far as it could be parsed (see `IsComplete`); null with `errno` set when the file cannot
+    /// be opened or read (EINTR: it was stopped), null when memory runs out. `option`: see `ParseOption`.
     std::unique_ptr<DICOMDataObject> Load(const char* path, int option = kParseAll);
 
     /// The same from bytes in memory.
@@ -47,6 +53,7 @@ private:
     bool SelectSyntax(Buffer& buffer, const DICOMObject& dataSet);
 
     TransferSyntaxCodec& m_Codec;
+    std::function<bool()> m_Stop;
     bool m_bComplete = false;
     bool m_bPreamble = false;
     bool m_bDeflated = false;
