@@ -1,7 +1,7 @@
 #include "CAnalyzeVolume.h"
 
-#include "Dicom/Lib/dataset/DICOMObject.h"
 #include "AnalyzeStream.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
 #include "base/Bytes.h"
 #include "base/Integer.h"
 #include "series/CDicomVolume.h"
@@ -30,22 +30,22 @@ bool IsXRayAngiography(DICOMDataObject* dataSet) {
            modality[2] == '\0';
 }
 
-/// One row of 16-bit samples as the file holds them: sample * scale, truncated, less `offset`. A scale of 1 / Divisor is
-/// exact on 16 bits, so the integer division, which truncates too, gives the same.
+/// One row of 16-bit samples as the file holds them: sample * scale, truncated, and `offset` added. A scale of
+/// 1 / Divisor is exact on 16 bits, so the integer division, which truncates too, gives the same.
 template <int Divisor, class Sample>
 void ConvertRow(const Sample* source, std::vector<std::uint16_t>& row, int offset) {
-    const auto shift = static_cast<std::uint16_t>(offset);
+    const auto added = static_cast<std::uint16_t>(offset);
     std::uint16_t* const out = row.data();
     for (std::size_t i = 0; i < row.size(); ++i) {
         const auto scaled = static_cast<Sample>(source[i] / Divisor);
-        out[i] = platform::SwapBytes(static_cast<std::uint16_t>(scaled - shift));
+        out[i] = platform::SwapBytes(static_cast<std::uint16_t>(scaled + added));
     }
 }
 
 template <class Sample>
-void ConvertRow(const void* source, std::vector<std::uint16_t>& row, bool halve, int offset) {
+void ConvertRow(const void* source, std::vector<std::uint16_t>& row, const ExportMapping& mapping) {
     const auto* const samples = static_cast<const Sample*>(source);
-    halve ? ConvertRow<2>(samples, row, offset) : ConvertRow<1>(samples, row, offset);
+    mapping.scale == 0.5 ? ConvertRow<2>(samples, row, mapping.offset) : ConvertRow<1>(samples, row, mapping.offset);
 }
 
 [[noreturn]] void RefuseDatatype(std::int32_t datatype) {
@@ -166,9 +166,37 @@ bool CAnalyzeVolume::Save(const char* dir, const char* name) {
     return true;
 }
 
+ExportMapping CAnalyzeVolume::GetMapping() const {
+    ExportMapping mapping;
+    if (m_pVolume == nullptr) {
+        return mapping;
+    }
+    if (!HasSamples()) {
+        mapping.bits = m_pVolume->GetType() == CVolume::PT_BYTE ? 8 : 0;
+        return mapping;
+    }
+    mapping.bits = 16;
+    mapping.isSigned = true;
+    if (!m_bBigEndian) {
+        mapping.scale = 0;
+        mapping.reasons = ExportMapping::Cleared;
+        return mapping;
+    }
+    if (m_bHalve) {
+        mapping.scale = 0.5;
+        mapping.reasons |= ExportMapping::Halved;
+    }
+    if (m_nOffset != 0) {
+        mapping.offset = -m_nOffset;
+        mapping.reasons |= ExportMapping::MovedToSigned;
+    }
+    return mapping;
+}
+
 void CAnalyzeVolume::WriteVoxels(AnalyzeStream& stream) {
     const bool samples = HasSamples();
-    if (!samples && m_pVolume->GetType() != CVolume::PT_BYTE) {
+    const ExportMapping mapping = GetMapping();
+    if (mapping.bits == 0) {
         return;
     }
     std::vector<std::uint16_t> row(samples ? m_Header.dim[1] : 0);
@@ -178,22 +206,22 @@ void CAnalyzeVolume::WriteVoxels(AnalyzeStream& stream) {
             return;
         }
         if (samples) {
-            WriteSlice16(stream, slice, row);
+            WriteSlice16(stream, slice, mapping, row);
         } else {
             stream.Bytes(PlanePixels(slice), sliceSize);
         }
     }
 }
 
-void CAnalyzeVolume::WriteSlice16(AnalyzeStream& stream, int slice, std::vector<std::uint16_t>& row) {
+void CAnalyzeVolume::WriteSlice16(AnalyzeStream& stream, int slice, const ExportMapping& mapping,
+                                  std::vector<std::uint16_t>& row) {
     const bool isSigned = m_pVolume->GetType() == CVolume::PT_SHORT;
     const auto* const pixels = static_cast<const std::uint16_t*>(PlanePixels(slice));
     const std::size_t width = row.size();
     for (int y = 0; y < m_Header.dim[2]; ++y) {
         const std::uint16_t* const source = pixels + y * width;
-        if (m_bBigEndian) {  // otherwise the row stays zero
-            isSigned ? ConvertRow<std::int16_t>(source, row, m_bHalve, m_nOffset)
-                     : ConvertRow<std::uint16_t>(source, row, m_bHalve, m_nOffset);
+        if (mapping.scale != 0) {  // otherwise the row stays zero
+            isSigned ? ConvertRow<std::int16_t>(source, row, mapping) : ConvertRow<std::uint16_t>(source, row, mapping);
         }
         stream.Bytes(row.data(), 2 * width);  // one call of the writer for each row: a host's writer may count on it
     }

@@ -3,6 +3,7 @@
 
 #include "AnalyzeHeader.h"
 #include "CVolumeExport.h"
+#include "ExportMapping.h"
 
 #include <cstdint>
 #include <string>
@@ -48,6 +49,10 @@ public:
     /// After `Load` or `ReadHeader` of a little-endian pair the voxels are written as zeros.
     bool Save(const char* dir, const char* name) override;
 
+    /// What `Save` does to the voxels of the volume held. Without a volume, and for a pixel type that has no form, `bits`
+    /// is 0.
+    ExportMapping GetMapping() const;
+
     /// Reads the header file `path` (with its extension) and finds out its byte order: big-endian where the first
     /// number reads 348 that way, little-endian otherwise, without a further test. The volume stays what it is.
     /// Returns true, or throws the `errno` of the failure as an `int` (EIO for a short file, and for a byte of 255 in
@@ -74,12 +79,13 @@ private:
     bool HeaderIsOfVolume();
     bool HasSamples() const;
     void WriteVoxels(korvane_detail::AnalyzeStream& stream);
-    void WriteSlice16(korvane_detail::AnalyzeStream& stream, int slice, std::vector<std::uint16_t>& row);
+    void WriteSlice16(korvane_detail::AnalyzeStream& stream, int slice, const ExportMapping& mapping,
+                      std::vector<std::uint16_t>& row);
     void LoadPair(const std::string& base);
 
     AnalyzeHeader m_Header;
     bool m_bBigEndian;  // the data file's samples, or those to be written, are big-endian
-    // 16-bit samples are written as trunc(sample * scale) - offset.
+    // 16-bit samples are written as trunc(sample * scale) - offset: see GetMapping.
     bool m_bHalve;  // a scale of 0.5 instead of 1
     int m_nOffset;
 };

@@ -1,8 +1,8 @@
 #include "CCBobVolume.h"
 
+#include "CFileWriter.h"
 #include "Dicom/Lib/dataset/DICOMObject.h"
 #include "Dicom/Lib/storage/UniqueFileName.h"
-#include "CFileWriter.h"
 #include "SampleTable.h"
 #include "base/Bytes.h"
 #include "base/Integer.h"
@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <string_view>
 
 namespace {
@@ -49,6 +50,13 @@ void ReadText(DICOMDataObject* dataSet, unsigned short group, unsigned short ele
 bool IsPatientPosition(std::string_view position) {
     static constexpr std::string_view kPositions[] = {"HFP", "HFDR", "FFDR", "FFP", "HFS", "HFDL", "FFDL", "FFS"};
     return std::find(std::begin(kPositions), std::end(kPositions), position) != std::end(kPositions);
+}
+
+// The limits of voxels in modality units. Those of signed volumes end where MapValue does, so large ones wrap around.
+constexpr std::int32_t kLowest = 0;
+
+std::int32_t HighestOf(CVolume::PixelType type) {
+    return type == CVolume::PT_SHORT ? std::numeric_limits<std::int32_t>::max() : 32767;
 }
 
 std::uint16_t HighByteFirst(long value) {
@@ -215,17 +223,40 @@ void CCBobVolume::WriteSliceInfo() {
     }
 }
 
+ExportMapping CCBobVolume::GetMapping() const {
+    ExportMapping mapping;
+    const CVolume::PixelType type = m_pVolume == nullptr ? CVolume::PT_FLOAT : m_pVolume->GetType();
+    if (type != CVolume::PT_BYTE && type != CVolume::PT_SHORT && type != CVolume::PT_USHORT) {
+        return mapping;
+    }
+    mapping.bits = 16;
+    mapping.isSigned = true;
+    if (type == CVolume::PT_BYTE) {
+        return mapping;
+    }
+    mapping.scale = static_cast<double>(m_LUT.GetRescale());
+    mapping.shift = static_cast<double>(m_LUT.GetIntercept());
+    mapping.lowest = kLowest;
+    mapping.highest = HighestOf(type);
+    mapping.reasons = mapping.scale != 1 || mapping.shift != 0 ? unsigned{ExportMapping::Rescaled} : 0;
+    return mapping;
+}
+
 void CCBobVolume::WriteVoxels() {
     int dimensions[4];
     m_pVolume->GetDimensions(dimensions);
     const auto width = static_cast<std::size_t>(dimensions[0]);
     const CVolume::PixelType type = m_pVolume->GetType();
+    const auto lowest = static_cast<long>(kLowest);
+    const auto highest = static_cast<long>(HighestOf(type));
+    const auto map = [=, this](long sample) {
+        return HighByteFirst(std::clamp(m_LUT.MapValue(sample), lowest, highest));
+    };
     korvane_detail::SampleTable table;
     if (type == CVolume::PT_SHORT) {
-        table.Fill<std::int16_t>([this](long sample) { return HighByteFirst(std::max(m_LUT.MapValue(sample), 0L)); });
+        table.Fill<std::int16_t>(map);
     } else if (type != CVolume::PT_BYTE) {
-        table.Fill<std::uint16_t>(
-            [this](long sample) { return HighByteFirst(std::clamp(m_LUT.MapValue(sample), 0L, 32767L)); });
+        table.Fill<std::uint16_t>(map);
     }
     std::vector<std::uint16_t> row(width);
     for (int slice = 0; slice < m_pVolume->GetPlaneCount(); ++slice) {

@@ -3,6 +3,7 @@
 
 #include "../series/CModalityLUT.h"
 #include "CVolumeExport.h"
+#include "ExportMapping.h"
 
 #include <string>
 #include <vector>
@@ -39,6 +40,10 @@ public:
     /// without an error text, when a file cannot be opened or there is no volume. True as well when the callback
     /// stopped the work, which leaves a short data file, and when the disk was full: writing is not checked.
     bool Save(const char* dir, const char* name) override;
+
+    /// What `Save` does to the voxels of the volume held. Without a volume, and for a pixel type that has no form, `bits`
+    /// is 0.
+    ExportMapping GetMapping() const;
 
 private:
     void TakeTexts(DICOMDataObject* first);

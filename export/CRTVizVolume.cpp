@@ -23,8 +23,9 @@ constexpr char kNoForm[] = "A vox file holds 8-bit and 16-bit voxels only";
 /// Stored values of 16-bit voxels: trunc((voxel - minimum) * scale), the product in single precision, its low 16 bits.
 class Converter {
 public:
-    Converter(CVolume::PixelType type, std::int32_t minimum, bool reduce)
-        : m_Type(type), m_nMinimum(minimum), m_bReduce(reduce) {}
+    Converter(CVolume::PixelType type, const ExportMapping& mapping)
+        : m_Type(type), m_nMinimum(static_cast<std::int32_t>(-mapping.shift / mapping.scale)),
+          m_bReduce(mapping.scale != 1) {}
 
     /// Differences that single precision holds, unscaled: 16 bits are right whatever wraps around. Otherwise each plane
     /// is begun with its range.
@@ -87,12 +88,15 @@ bool CRTVizVolume::IsBytes() const {
     return m_pVolume->GetType() == CVolume::PT_BYTE;
 }
 
+bool CRTVizVolume::HasForm() const {
+    return IsBytes() || m_pVolume->GetType() == CVolume::PT_SHORT || m_pVolume->GetType() == CVolume::PT_USHORT;
+}
+
 bool CRTVizVolume::Save(const char* dir, const char* name) {
     if (m_pVolume == nullptr || m_pWriter == nullptr) {
         return false;
     }
-    const CVolume::PixelType type = m_pVolume->GetType();
-    if (type != CVolume::PT_BYTE && type != CVolume::PT_SHORT && type != CVolume::PT_USHORT) {
+    if (!HasForm()) {
         m_Error = kNoForm;
         return false;
     }
@@ -130,14 +134,18 @@ void CRTVizVolume::WriteHeader() {
     out.Print("Field 0 (Position 0 Size %d Name \"16Bit\")\n##\f\n", IsBytes() ? 8 : 12);
 }
 
-VoxelRange CRTVizVolume::PlaneRange(int plane) {
+VoxelRange CRTVizVolume::PlaneRange(int plane) const {
+    const void* const pixels = m_pVolume->GetPlane(plane)->m_pData;
+    if (pixels == nullptr) {
+        throw 1;
+    }
     int dimensions[4];
     m_pVolume->GetDimensions(dimensions);
     const std::size_t voxels = static_cast<std::size_t>(dimensions[0]) * static_cast<std::size_t>(dimensions[1]);
-    return korvane_detail::FindVoxelRange(PlanePixels(plane), voxels, m_pVolume->GetType());
+    return korvane_detail::FindVoxelRange(pixels, voxels, m_pVolume->GetType());
 }
 
-VoxelRange CRTVizVolume::ChooseRange() {
+VoxelRange CRTVizVolume::ChooseRange() const {
     VoxelRange range{static_cast<double>(platform::Low32(m_pVolume->GetMin())),
                      static_cast<double>(platform::Low32(m_pVolume->GetMax()))};
     const double levels = range.m_High - range.m_Low + 1;
@@ -152,15 +160,42 @@ VoxelRange CRTVizVolume::ChooseRange() {
     return range;
 }
 
+ExportMapping CRTVizVolume::GetMapping() const {
+    ExportMapping mapping;
+    if (m_pVolume == nullptr || !HasForm()) {
+        return mapping;
+    }
+    if (IsBytes()) {
+        mapping.bits = 8;
+        return mapping;
+    }
+    try {
+        const VoxelRange range = ChooseRange();
+        if (range.m_High - range.m_Low + 1 > 4096) {
+            mapping.scale = 1.0 / 16;
+            mapping.reasons |= ExportMapping::ReducedTo12;
+        }
+        if (range.m_Low != 0) {
+            mapping.shift = -range.m_Low * mapping.scale;
+            mapping.reasons |= ExportMapping::FromMinimum;
+        }
+        mapping.bits = 16;
+    } catch (int) {  // planes without pixels
+    }
+    return mapping;
+}
+
 /// False when the callback stopped it.
 bool CRTVizVolume::WriteVoxels() {
     int dimensions[4];
     m_pVolume->GetDimensions(dimensions);
     const auto width = static_cast<std::size_t>(dimensions[0]);
     const unsigned voxelSize = IsBytes() ? 1 : 2;
-    const VoxelRange range = IsBytes() ? VoxelRange{} : ChooseRange();
-    Converter converter(m_pVolume->GetType(), static_cast<std::int32_t>(range.m_Low),
-                        range.m_High - range.m_Low + 1 > 4096);
+    const ExportMapping mapping = GetMapping();
+    if (mapping.bits == 0) {
+        throw 1;
+    }
+    Converter converter(m_pVolume->GetType(), mapping);
     std::vector<std::uint16_t> row(IsBytes() ? 0 : width);
     for (int slice = 0; slice < m_pVolume->GetPlaneCount(); ++slice) {
         auto* source = static_cast<unsigned char*>(PlanePixels(slice));

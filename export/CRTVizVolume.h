@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CVolumeExport.h"
+#include "ExportMapping.h"
 
 #include <array>
 #include <string>
@@ -42,10 +43,15 @@ public:
     /// the writer stays open, its file short.
     bool Save(const char* dir, const char* name) override;
 
+    /// What `Save` does to the voxels of the volume held: minimum and maximum at the time of the call count, and are
+    /// searched as there. Without a volume or its pixels, and for a pixel type that has no form, `bits` is 0.
+    ExportMapping GetMapping() const;
+
 private:
     bool IsBytes() const;
-    korvane_detail::VoxelRange PlaneRange(int plane);
-    korvane_detail::VoxelRange ChooseRange();
+    bool HasForm() const;
+    korvane_detail::VoxelRange PlaneRange(int plane) const;
+    korvane_detail::VoxelRange ChooseRange() const;
     void WriteHeader();
     bool WriteVoxels();
 

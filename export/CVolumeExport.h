@@ -23,6 +23,9 @@ class CVolume;
 /// Failure. The public operations return false, with a text in `GetError` where one is stated; nothing is thrown out of
 /// `SaveUrl`. A derived exporter's `Save` may throw anything but should return false.
 ///
+/// Values. Each format changes voxels in its own way on their way into the file; the derived exporters' `GetMapping`
+/// tells what is done to those of the volume at hand.
+///
 /// A copy is shallow: it shares volume and writer with its source, takes no reference, and must not outlive it. What it
 /// shares it never releases; a volume or a writer given to it later is its own.
 class KORVANE_API CVolumeExport {

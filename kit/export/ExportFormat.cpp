@@ -7,11 +7,17 @@
 #include <Korvane/Korvane.h>
 
 #include <algorithm>
-#include <cmath>
 
 namespace korvane {
 
 namespace {
+
+ValueMapping FiguresOf(const ExportMapping& done) {
+    ValueMapping mapping;
+    mapping.scale = done.scale;
+    mapping.shift = done.shift + done.offset;
+    return mapping;
+}
 
 class AnalyzeFormat : public ExportFormat {
 public:
@@ -19,19 +25,18 @@ public:
     std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CAnalyzeVolume>(); }
     bool IsLastFirst() const override { return true; }
 
-    ValueMapping DescribeValues(SeriesVolume& series) const override {
-        ValueMapping mapping;
-        if (series.GetVolume().GetType() != CVolume::PT_USHORT) return mapping;
-        if (series.GetHeader().modality == "XA") {
-            mapping = {"stored / 2", 0.5, 0, {"unsigned data of modality XA: the file holds half of each value"}};
-        } else {
-            mapping = {"stored - 32767",
-                       1,
-                       -32767,
-                       {"unsigned data: the file holds each value less 32767, and nothing in it says so"}};
-            if (series.GetVolume().GetMax() == 65535) {
-                mapping.remarks.emplace_back("the value 65535 wraps around to -32768");
-            }
+    ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume& volume) const override {
+        const ExportMapping done = static_cast<const CAnalyzeVolume&>(exporter).GetMapping();
+        ValueMapping mapping = FiguresOf(done);
+        if ((done.reasons & ExportMapping::Halved) != 0) {
+            mapping.formula = "stored / 2";
+            mapping.remarks.emplace_back("unsigned data of modality XA: the file holds half of each value");
+        }
+        if ((done.reasons & ExportMapping::MovedToSigned) != 0) {
+            mapping.formula += " - 32767";
+            mapping.remarks.emplace_back(
+                "unsigned data: the file holds each value less 32767, and nothing in it says so");
+            if (volume.GetMax() == 65535) mapping.remarks.emplace_back("the value 65535 wraps around to -32768");
         }
         return mapping;
     }
@@ -54,38 +59,24 @@ public:
     bool IsRescaled() const override { return true; }
     bool KeepsExisting() const override { return true; }
 
-    ValueMapping DescribeValues(SeriesVolume& series) const override {
-        CVolume& volume = series.GetVolume();
-        ValueMapping mapping;
-        if (volume.GetType() == CVolume::PT_BYTE) return mapping;
-        CModalityLUT rescale;
-        rescale.SetDDO(series.GetAssembled().GetDDOList().front());  // which is the exporter's: that of the first plane
-        const std::string& modality = series.GetHeader().modality;
-        mapping.scale = static_cast<double>(rescale.GetRescale());
-        mapping.shift = static_cast<double>(rescale.GetIntercept());
-        if (modality == "CT") {
-            mapping.shift += 1024;
-        } else if (modality == "XA" && volume.GetType() == CVolume::PT_USHORT) {
-            mapping.scale /= 2;
-        }
-        if (mapping.scale != 1 || mapping.shift != 0) {
+    ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume& volume) const override {
+        const ExportMapping done = static_cast<const CCBobVolume&>(exporter).GetMapping();
+        ValueMapping mapping = FiguresOf(done);
+        if ((done.reasons & ExportMapping::Rescaled) != 0) {
             mapping.formula = "stored * " + ShortNumber(mapping.scale) + " + " + ShortNumber(mapping.shift);
             mapping.remarks.push_back("values are " + mapping.formula);
         }
-        AddLosses(volume, mapping);
-        return mapping;
-    }
-
-private:
-    static void AddLosses(CVolume& volume, ValueMapping& mapping) {
         const double ends[] = {static_cast<double>(volume.GetMin()) * mapping.scale + mapping.shift,
                                static_cast<double>(volume.GetMax()) * mapping.scale + mapping.shift};
-        const bool isSigned = volume.GetType() == CVolume::PT_SHORT;
-        if (std::min(ends[0], ends[1]) < 0) mapping.remarks.emplace_back("values below 0 become 0");
-        if (std::max(ends[0], ends[1]) >= 32768) {
-            mapping.remarks.emplace_back(isSigned ? "values above 32767 do not fit into the file's signed 16 bits"
-                                                  : "values above 32767 become 32767");
+        if (std::min(ends[0], ends[1]) < static_cast<double>(done.lowest)) {
+            mapping.remarks.emplace_back("values below 0 become 0");
         }
+        if (std::max(ends[0], ends[1]) >= 32768) {
+            mapping.remarks.emplace_back(done.highest > 32767
+                                             ? "values above 32767 do not fit into the file's signed 16 bits"
+                                             : "values above 32767 become 32767");
+        }
+        return mapping;
     }
 };
 
@@ -94,21 +85,16 @@ public:
     const char* GetName() const override { return "vox"; }
     std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CRTVizVolume>(); }
 
-    ValueMapping DescribeValues(SeriesVolume& series) const override {
-        constexpr long long kSignificant = 4096;
-        CVolume& volume = series.GetVolume();
-        ValueMapping mapping;
-        if (volume.GetType() == CVolume::PT_BYTE) return mapping;
-        const auto lowest = static_cast<double>(volume.GetMin());
-        mapping.shift = -lowest;
-        if (lowest != 0) mapping.formula = "stored - " + ShortNumber(lowest);
+    ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume&) const override {
+        const ExportMapping done = static_cast<const CRTVizVolume&>(exporter).GetMapping();
+        ValueMapping mapping = FiguresOf(done);
+        const double lowest = -done.shift / done.scale;
+        if (lowest > 0) mapping.formula = "stored - " + ShortNumber(lowest);
         if (lowest < 0) mapping.formula = "stored + " + ShortNumber(-lowest);
-        if (volume.GetMax() - volume.GetMin() + 1 > kSignificant) {
+        if ((done.reasons & ExportMapping::ReducedTo12) != 0) {
             mapping.formula = lowest == 0 ? "stored / 16" : "(" + mapping.formula + ") / 16";
-            mapping.scale = 1.0 / 16;
-            mapping.shift /= 16;
         }
-        if (mapping.formula != "stored") {
+        if (done.reasons != 0) {
             mapping.remarks.push_back("values are " + mapping.formula + ", and nothing in the file says so");
         }
         return mapping;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+class CVolume;
 class CVolumeExport;
 
 namespace korvane {
@@ -37,8 +38,8 @@ public:
     virtual bool IsRescaled() const { return false; }
     /// Never replaces files, but takes other names.
     virtual bool KeepsExisting() const { return false; }
-    /// Of a loaded volume.
-    virtual ValueMapping DescribeValues(SeriesVolume& series) const = 0;
+    /// What `exporter`, made by `MakeExporter`, has done to the values of `volume`, which it saved.
+    virtual ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume& volume) const = 0;
 
     /// Throws `HostError`, with the formats that would do, for pixels that this one has no form for or would hold as
     /// something else, and for more slices than it can count.

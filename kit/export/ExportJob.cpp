@@ -22,8 +22,9 @@ const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
                                                     {"split", Irregular::Split}};
 
 /// What a file does not say about its values.
-ValueMapping DescribeValues(const ExportFormat& format, SeriesVolume& series, const std::vector<SliceRef>& slices) {
-    ValueMapping mapping = format.DescribeValues(series);
+ValueMapping DescribeValues(const ExportFormat& format, const CVolumeExport& exporter, SeriesVolume& series,
+                            const std::vector<SliceRef>& slices) {
+    ValueMapping mapping = format.DescribeValues(exporter, series.GetVolume());
     const FramePlace& place = series.GetPlace();
     const bool differs = std::any_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
         const FramePlace& other = series.GetFound().PlaceOf(slice);
@@ -127,7 +128,7 @@ void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
         *m_pExporter = series.GetAssembled();
         const std::size_t firstOutput = m_Files->GetOutputs().size();
         Save(series.GetVolume(), m_Destination.name + part.suffix);
-        const ValueMapping mapping = DescribeValues(m_Format, series, part.slices);
+        const ValueMapping mapping = DescribeValues(m_Format, *m_pExporter, series, part.slices);
         m_Report.AddVolume(series, part, ExportGeometry(series, series.GetAssembled(), m_Format.IsLastFirst()),
                            mapping);
         Tell(series.GetVolume(), part, mapping, firstOutput);

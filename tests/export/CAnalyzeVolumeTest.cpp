@@ -117,6 +117,7 @@ TEST_F(CAnalyzeVolumeTest, LoadsBothByteOrdersFirstSliceFirst) {
     m_Exporter.SetCallback(nullptr);
     ASSERT_TRUE(Save(m_Exporter));
     EXPECT_EQ(ReadBack("vol.img"), std::string(8, '\0'));  // the voxels are lost, not so the header
+    EXPECT_EQ(m_Exporter.GetMapping().reasons, ExportMapping::Cleared);
     EXPECT_EQ(ReadBack("vol.hdr"), Header(true, 2, 1, 2, 4));
 
     EXPECT_EQ(Loaded(Header(true, 2, 1, 2, 4), big), little);

@@ -1,6 +1,9 @@
 // The examination that every format passes.
 #include "export/ExportFixture.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 /// What is particular to a format: its files, that of the voxels last; the voxels' order; when the callback is asked.
@@ -134,6 +137,57 @@ TYPED_TEST(VolumeFormatsTest, OwnsWriterAndReferenceAndACopyOwnsNothing) {
     }
     EXPECT_EQ(Gate::s_nDeaths, 2);
     EXPECT_EQ(this->m_Volume.GetNRefs(), 1);
+}
+
+/// The number that the mapping's formula gives, in the bits of the file.
+int Mapped(const ExportMapping& mapping, int voxel) {
+    const double number = std::trunc(voxel * mapping.scale + mapping.shift) + mapping.offset;
+    const auto limited = static_cast<long long>(
+        std::clamp(number, static_cast<double>(mapping.lowest), static_cast<double>(mapping.highest)));
+    return static_cast<int>(limited & ((1 << mapping.bits) - 1));
+}
+
+TYPED_TEST(VolumeFormatsTest, TellsWhatItDoesToVoxels) {
+    EXPECT_EQ(this->m_Exporter.GetMapping().bits, 0);  // no volume
+    const std::map<Tag, std::string> rescale{{0x00281052, "-999.5"}, {0x00281053, "1.5"}};
+    const TestSeries::Form forms[] = {
+        {.first = -5},
+        {.slices = 1, .bits = 8, .isSigned = 0, .first = 250, .texts = rescale},
+        {.isSigned = 0, .first = 65500, .modality = "xa"},  // XA to one format, not to another
+        {.isSigned = 0, .first = 32760, .modality = "XA", .texts = rescale},
+        {.isSigned = 0, .first = 32760, .modality = "CT", .texts = rescale},
+        {.first = -20, .modality = "CT", .texts = rescale},
+        {.first = 21836, .texts = rescale},  // beyond signed numbers
+        {.slices = 400, .first = -1200, .modality = "XA"}};
+    for (const TestSeries::Form& form : forms) {
+        const int voxels = form.slices * 6;
+        TestSeries series(form);
+        this->m_Exporter =
+            series.Range(form.first, form.first + voxels - 1);  // never a new one: what stays is told too
+        ASSERT_TRUE(this->Save());
+        const ExportMapping mapping = this->m_Exporter.GetMapping();
+        std::string expected;
+        for (int i = 0; i < voxels; ++i) {
+            const int slice = i / 6;
+            const int place = Format<TypeParam>::lastSliceFirst ? i - 6 * slice + 6 * (form.slices - 1 - slice) : i;
+            const int number = Mapped(mapping, form.first + place);
+            if (mapping.bits == 8)
+                expected += Bytes({number});
+            else
+                expected +=
+                    Format<TypeParam>::lowByteFirst ? Bytes({number, number >> 8}) : Bytes({number >> 8, number});
+        }
+        EXPECT_TRUE(this->Voxels(expected.size()) == expected) << form.modality << form.first;
+        for (const char* file : Format<TypeParam>::files) std::filesystem::remove(this->Path(file));
+    }
+    this->m_Volume.Init(CVolume::PT_FLOAT, 3, 2, 3, 1);
+    this->m_Exporter = this->m_Series;
+    EXPECT_EQ(this->m_Exporter.GetMapping().bits, 0);
+    this->m_Volume.Init(CVolume::PT_SHORT, 3, 2, 3, 1);  // no pixels, and a range to be searched in them
+    this->m_Volume.SetMin(9);
+    this->m_Volume.SetMax(-9);
+    EXPECT_NO_THROW(this->m_Exporter.GetMapping());
+    EXPECT_FALSE(this->Save());
 }
 
 }  // namespace

@@ -90,6 +90,15 @@ def formats():
                 (WORK / name).unlink()
             out = run_export(source, form, "--dry-run")[0]
             assert all(f"{file} ({size} bytes)" in out for file, size in sizes.items()) and leftovers() == [], out
+    xa = edited(unsigned, "xa", lambda ds, n: setattr(ds, "Modality", "xa"))  # XA for Analyze, whatever the letters' case
+    (volume,) = report_of(xa, "analyze")[0]["volumes"]
+    assert (Analyze(WORK / "vol").voxels == read_volume(xa)[0] // 2).all()
+    assert (volume["values"]["scale"], volume["values"]["shift"], volume["values"]["inFile"]) == (0.5, 0, "stored / 2")
+    assert "half" in volume["values"]["remarks"][0], volume["values"]
+    (WORK / "vol.img").unlink()
+    (volume,) = report_of(xa, "bob")[0]["volumes"]  # which knows XA in capitals alone
+    assert volume["values"]["scale"] == 1
+    assert (numpy.fromfile(WORK / "vol.img", ">i2") == numpy.clip(read_volume(xa)[0][::-1].ravel() - 1024, 0, 32767)).all()
     own = edited(unsigned, "own", lambda ds, n: setattr(ds, "RescaleSlope", str(n + 1)))
     report, out, _ = report_of(own, "bob")  # begins with the last of them, and takes its slope for all
     (volume,) = report["volumes"]
