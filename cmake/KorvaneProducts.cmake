@@ -114,3 +114,32 @@ function(korvane_ship_runtime)
     endforeach()
     set_property(GLOBAL PROPERTY KORVANE_RUNTIME "${shipped}")
 endfunction()
+
+# The Kit's library, from the objects that its folder has made; its headers are in KORVANE_KIT_HEADERS.
+function(korvane_kit_product)
+    set(KORVANE_KIT_INCLUDES "")
+    foreach(header IN LISTS KORVANE_KIT_HEADERS)
+        string(APPEND KORVANE_KIT_INCLUDES "#include \"${header}\"\n")
+    endforeach()
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/Kit.h.in" "${PROJECT_BINARY_DIR}/include/Korvane/Kit.h" @ONLY)
+    list(JOIN KORVANE_KIT_HEADERS "\n" lines)
+    file(WRITE "${PROJECT_BINARY_DIR}/kit-headers.txt" "${lines}\n")
+    set_property(GLOBAL PROPERTY KORVANE_KIT_HEADERS "${KORVANE_KIT_HEADERS}")
+
+    add_library(KorvaneKit SHARED $<TARGET_OBJECTS:korvane-kit-objects>)
+    add_library(Korvane::Kit ALIAS KorvaneKit)
+    set_target_properties(KorvaneKit PROPERTIES
+        LINKER_LANGUAGE CXX EXPORT_NAME Kit VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+    target_compile_features(KorvaneKit PUBLIC cxx_std_20)
+    target_link_libraries(KorvaneKit PUBLIC Korvane PRIVATE KorvaneDicom PNG::PNG ZLIB::ZLIB Threads::Threads)
+    target_include_directories(KorvaneKit INTERFACE
+        $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> $<INSTALL_INTERFACE:include>)
+    add_dependencies(KorvaneKit DcmCodec) # it is loaded at run time
+    if(WIN32)
+        set_target_properties(KorvaneKit PROPERTIES PREFIX "")
+    else()
+        set(version_script "${PROJECT_SOURCE_DIR}/cmake/KorvaneKit.map")
+        target_link_options(KorvaneKit PRIVATE "LINKER:--version-script=${version_script}")
+        set_target_properties(KorvaneKit PROPERTIES LINK_DEPENDS "${version_script}" INSTALL_RPATH "$ORIGIN")
+    endif()
+endfunction()

@@ -1,9 +1,9 @@
 // korvane convert: files into another transfer syntax.
-#include <Korvane/kit/dataset/Conversion.h>
+#include "Verbs.h"
 #include <Korvane/kit/core/HostError.h>
 #include <Korvane/kit/core/Paths.h>
 #include <Korvane/kit/core/TextEncoding.h>
-#include "Verbs.h"
+#include <Korvane/kit/dataset/Conversion.h>
 
 #include <CLI/CLI.hpp>
 

@@ -1,8 +1,8 @@
 // korvane dump: every element of a file.
+#include "Verbs.h"
+#include <Korvane/kit/core/HostError.h>
 #include <Korvane/kit/dataset/DataSetFile.h>
 #include <Korvane/kit/dataset/DumpText.h>
-#include <Korvane/kit/core/HostError.h>
-#include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,9 +1,9 @@
 // korvane echo: whether a DICOM program answers.
-#include <Korvane/kit/core/HostError.h>
 #include "NetworkOptions.h"
-#include <Korvane/kit/network/PeerConnection.h>
-#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/core/TextEncoding.h>
+#include <Korvane/kit/network/PeerConnection.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
 // korvane export: a series becomes a volume and the files of a research format.
-#include <Korvane/kit/export/ExportJob.h>
 #include "SeriesOptions.h"
 #include "Verbs.h"
+#include <Korvane/kit/export/ExportJob.h>
 
 #include <CLI/CLI.hpp>
 

@@ -1,8 +1,8 @@
 // korvane media: a DICOM file-set with its DICOMDIR, made or examined.
-#include <Korvane/kit/core/HostError.h>
-#include <Korvane/kit/media/MediumBuilder.h>
-#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/core/TextEncoding.h>
+#include <Korvane/kit/media/MediumBuilder.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>

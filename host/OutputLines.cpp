@@ -2,8 +2,8 @@
 
 #include <Korvane/kit/core/HostError.h>
 
-#include <Korvane/platform/Signals.h>
 #include "terminal/Terminal.h"
+#include <Korvane/platform/Signals.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -1,10 +1,10 @@
 // korvane phantom: writes a synthetic CT series.
+#include "Verbs.h"
 #include <Korvane/kit/core/HostError.h>
 #include <Korvane/kit/core/Paths.h>
-#include <Korvane/kit/phantom/PhantomSeries.h>
 #include <Korvane/kit/core/Progress.h>
 #include <Korvane/kit/dataset/Toolkit.h>
-#include "Verbs.h"
+#include <Korvane/kit/phantom/PhantomSeries.h>
 
 #include <CLI/CLI.hpp>
 

@@ -1,10 +1,10 @@
 // korvane receive: files from other DICOM programs.
-#include <Korvane/kit/core/HostError.h>
 #include "NetworkOptions.h"
 #include "OutputLines.h"
-#include <Korvane/kit/network/ReceiveJob.h>
-#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/core/TextEncoding.h>
+#include <Korvane/kit/network/ReceiveJob.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>

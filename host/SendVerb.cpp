@@ -1,9 +1,9 @@
 // korvane send: files to a storage provider.
-#include <Korvane/kit/core/HostError.h>
 #include "NetworkOptions.h"
-#include <Korvane/kit/network/SendJob.h>
-#include <Korvane/kit/core/TextEncoding.h>
 #include "Verbs.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/core/TextEncoding.h>
+#include <Korvane/kit/network/SendJob.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>

@@ -1,9 +1,9 @@
 // korvane slice: pictures of planes through the volume of a series.
-#include <Korvane/kit/core/HostError.h>
 #include "SeriesOptions.h"
-#include <Korvane/kit/study/SeriesVolume.h>
-#include <Korvane/kit/pictures/SliceJob.h>
 #include "Verbs.h"
+#include <Korvane/kit/core/HostError.h>
+#include <Korvane/kit/pictures/SliceJob.h>
+#include <Korvane/kit/study/SeriesVolume.h>
 
 #include <CLI/CLI.hpp>
 

@@ -1,20 +1,27 @@
 // korvane: DICOM series to volumes and files, from the command line.
-#include <Korvane/kit/core/HostError.h>
+#include "CommandLine.h"
+#include "Console.h"
 #include "Verbs.h"
+#include "terminal/Terminal.h"
 
 #include <CLI/CLI.hpp>
-#include <Korvane/Version.h>
-#include "terminal/Terminal.h"
 
 #include <cstdio>
 #include <new>
-
-using namespace korvane;
 
 namespace {
 
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
+
+void AddCommonOptions(CLI::App& verb) {
+    verb.set_version_flag("-V,--version", "korvane " KORVANE_VERSION);
+    CLI::Option* const quiet = verb.add_flag_callback(
+        "-q,--quiet", [] { SetTalk(Talk::Quiet); }, "Say nothing but failures, show no progress");
+    verb.add_flag_callback(
+            "-v,--verbose", [] { SetTalk(Talk::Verbose); }, "Say what is done, and how long it takes")
+        ->excludes(quiet);
+}
 
 void AddVerbs(CLI::App& program) {
     program.require_subcommand(1);
@@ -29,33 +36,46 @@ void AddVerbs(CLI::App& program) {
     AddEchoVerb(program);
     AddSendVerb(program);
     AddReceiveVerb(program);
-    program.set_version_flag("--version", "korvane " KORVANE_VERSION);
-    for (CLI::App* const verb : program.get_subcommands({})) {
-        verb->set_version_flag("--version", "korvane " KORVANE_VERSION);
-    }
+    AddCommonOptions(program);
+    for (CLI::App* const verb : program.get_subcommands({})) AddCommonOptions(*verb);
     program.footer("Exit status: 0 done, 1 failed, 2 wrong usage. \"korvane VERB --help\" tells more.");
+}
+
+/// What went wrong with the arguments, and where more is told.
+int RefuseUsage(const CLI::App& program, const std::vector<std::string>& arguments, const std::string& text) {
+    const CLI::App* const verb = FindVerb(program, arguments);
+    Complain(text);
+    std::fprintf(stderr, "\"korvane %s--help\" tells what there is\n",
+                 verb != nullptr ? (verb->get_name() + " ").c_str() : "");
+    return kWrongUsage;
 }
 
 int Run(const std::vector<std::string>& arguments) {
     CLI::App program("Works with DICOM series: looks into them, turns them into volumes, exports and slices these.",
                      "korvane");
     AddVerbs(program);
+    const std::string unknown = FindUnknown(program, arguments);
+    if (!unknown.empty()) return RefuseUsage(program, arguments, unknown);
     try {
         // CLI11 takes them in reverse, without the program's name.
         program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend() - 1));
     } catch (const CLI::Success& request) {
         return program.exit(request);  // --help, --version
     } catch (const CLI::ParseError& error) {
-        Warn(error.what());
-        std::fprintf(stderr, "\"korvane --help\" tells what there is\n");
-        return kWrongUsage;
-    } catch (const UsageError& error) {
-        Warn(error.what());
-        std::fputs(error.GetChoices().c_str(), stderr);
-        return kWrongUsage;
+        return RefuseUsage(program, arguments, error.what());
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) throw HostError("cannot write to standard output");
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        throw korvane::Error(korvane::ErrorKind::Disk, "cannot write to standard output");
+    }
     return 0;
+}
+
+/// The exit status of a failure that has been told.
+int StatusOf(const korvane::Error& error) {
+    if (error.GetKind() == korvane::ErrorKind::Stopped) platform::EndByInterrupt();
+    if (error.GetKind() != korvane::ErrorKind::WrongArgument) return kFailed;
+    std::fputs(error.GetChoices().c_str(), stderr);
+    return kWrongUsage;
 }
 
 }  // namespace
@@ -65,12 +85,15 @@ int main(int argc, char** argv) {
     platform::CatchInterrupts();
     try {
         return Run(platform::GetArguments(argc, argv));
+    } catch (const korvane::Error& error) {
+        Complain(error.what());
+        return StatusOf(error);
     } catch (const std::bad_alloc&) {
-        Warn("out of memory");
+        Complain("out of memory");
     } catch (const std::exception& error) {
-        Warn(error.what());
+        Complain(error.what());
     } catch (const char* text) {
-        Warn(text);
+        Complain(text);
     }
     return kFailed;
 }

@@ -45,6 +45,11 @@ BOOL WINAPI OnControl(DWORD) {
 
 }  // namespace
 
+void EndByInterrupt() {
+    std::fflush(nullptr);
+    std::exit(1);
+}
+
 bool IsErrorTerminal() {
     return _isatty(_fileno(stderr)) != 0;
 }
@@ -116,11 +121,23 @@ std::vector<std::string> GetArguments(int argc, char** argv) {
 
 namespace {
 
-void OnSignal(int) {
-    s_interrupted = 1;
+void OnSignal(int number) {
+    s_interrupted = number;
 }
 
 }  // namespace
+
+void EndByInterrupt() {
+    std::fflush(nullptr);
+    const int number = s_interrupted != 0 ? s_interrupted : SIGINT;
+    signal(number, SIG_DFL);
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, number);
+    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    raise(number);
+    std::_Exit(1);
+}
 
 bool IsErrorTerminal() {
     return isatty(STDERR_FILENO) != 0;

@@ -24,6 +24,10 @@ void CatchInterrupts();
 /// Whether one has come.
 bool WasInterrupted();
 
+/// Ends the program the way that Ctrl-C (or the request to end) would have ended it, once everything is in order, so that
+/// a shell's loop around it ends too: by the signal; on Windows with exit status 1. Output is flushed before.
+[[noreturn]] void EndByInterrupt();
+
 /// Standard output and error take UTF-8 and bytes as they are, without line-end translation. On Windows both are
 /// buffered from then on: flush what shall be seen at once.
 void PrepareStandardOutput();

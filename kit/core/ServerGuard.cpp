@@ -40,7 +40,7 @@ void ServerGuard::Run() {
     if (WaitForEnd(kGrace)) return;
     if (platform::IsErrorTerminal()) std::fputc('\n', stderr);  // behind the progress bar
     Warn(m_bBegun ? "stopped; its files on the server may be there in part" : "stopped");
-    std::_Exit(1);
+    platform::EndByInterrupt();
 }
 
 }  // namespace korvane

@@ -1,14 +1,12 @@
 // Texts of unknown origin on their way to a terminal or into JSON.
 #pragma once
 
+#include "Visible.h"
+
 #include <string>
 #include <string_view>
 
 namespace korvane {
-
-/// A text that is safe to print on one line: control characters (C0, DEL and C1) and bytes that are not valid UTF-8
-/// become \xNN, line feeds, carriage returns and tabs \n, \r and \t, a backslash stays.
-std::string Visible(std::string_view text);
 
 /// Turns values of a data set into UTF-8 by its Specific Character Set (0008,0005), PS3.3 C.12.1.1.2.
 ///

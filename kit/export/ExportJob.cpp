@@ -154,7 +154,7 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
     if (m_Destination.isFtp && !m_Request.dryRun && !m_Files->GetOutputs().empty()) {
         failure += "; " + EmptyRemoteFiles(*m_pExporter->GetFileWriter(), *m_Files);
     }
-    throw HostError(failure);
+    throw HostError(failure, platform::WasInterrupted() ? ErrorKind::Stopped : ErrorKind::Disk);
 }
 
 void ExportJob::Finish() {

@@ -131,12 +131,12 @@ def leftovers():
 
 
 def interrupted(arguments, ready):
-    """Starts the program, waits for `ready`, sends Ctrl-C: it must say so, and nothing else."""
+    """Starts the program, waits for `ready`, sends Ctrl-C: it must say so, nothing else, and end by the signal."""
     with subprocess.Popen([*KORVANE, *map(str, arguments)], stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
         ready()
         process.send_signal(signal.SIGINT)
         out, err = process.communicate(timeout=30)
-    assert process.returncode == 1 and not out, (process.returncode, out, err)
+    assert process.returncode == -signal.SIGINT and not out, (process.returncode, out, err)
     assert err == b"korvane: stopped\n", err
 
 

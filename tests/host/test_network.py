@@ -266,7 +266,8 @@ def flooded():
         while peer.recv(65536):
             pass
     assert [line["event"] for line in said[:-1]] == ["file"] * 1000 + ["association"] and "1000 data" in said[-1], said[-1]
-    with receiver(WORK / "in", status=1) as (port, said, process), socket.create_connection((HERE, port), 1) as peer:
+    with (receiver(WORK / "in", status=-signal.SIGINT) as (port, said, process),
+          socket.create_connection((HERE, port), 1) as peer):
         peer.sendall(request)
         with contextlib.suppress(TimeoutError):  # a peer that takes no answers does not hold it against Ctrl-C
             while True:
@@ -286,7 +287,9 @@ def flooded():
 def stopped():
     part = b"".join(request_then((0, struct.pack("<HHI", 0x8, 0x70, 100000) + bytes(10000))))
     for breaks_off in (True, False):
-        with receiver(WORK / "in", status=1) as (port, said, process), socket.create_connection((HERE, port)) as peer:
+        status = 1 if breaks_off else -signal.SIGINT
+        with (receiver(WORK / "in", status=status) as (port, said, process),
+              socket.create_connection((HERE, port)) as peer):
             peer.sendall(part)
             for _ in range(100):
                 if list((WORK / "in").glob("*.part")):

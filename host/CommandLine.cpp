@@ -1,0 +1,83 @@
+#include "CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cctype>
+
+namespace {
+
+/// How many letters must change, come or go to make one word the other.
+std::size_t Distance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t change = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({change, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+/// ", did you mean X?" for the nearest word, when one is near.
+std::string Suggest(const std::string& word, const std::vector<std::string>& words) {
+    const auto nearest = std::min_element(words.begin(), words.end(), [&](const auto& a, const auto& b) {
+        return Distance(word, a) < Distance(word, b);
+    });
+    if (nearest == words.end() || Distance(word, *nearest) > std::max<std::size_t>(2, word.size() / 3)) return {};
+    return ", did you mean " + *nearest + "?";
+}
+
+std::vector<std::string> OptionNames(const CLI::App& verb) {
+    std::vector<std::string> names;
+    for (const CLI::Option* const option : verb.get_options({})) {
+        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+        for (const std::string& name : option->get_snames()) names.push_back("-" + name);
+    }
+    return names;
+}
+
+/// The name that an argument gives an option by, or "" for a value: "--window=1,2" and "-ofile" name one, "-1.5" and "-"
+/// do not.
+std::string OptionName(const std::string& argument) {
+    if (argument.size() < 2 || argument[0] != '-' || argument == "--") return {};
+    if (argument[1] == '-') return argument.substr(0, argument.find('='));
+    const bool isNumber = std::isdigit(static_cast<unsigned char>(argument[1])) != 0 || argument[1] == '.';
+    return isNumber ? std::string() : argument.substr(0, 2);
+}
+
+}  // namespace
+
+const CLI::App* FindVerb(const CLI::App& program, const std::vector<std::string>& arguments) {
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        if (!OptionName(arguments[i]).empty()) continue;
+        for (const CLI::App* const verb : program.get_subcommands({})) {
+            if (verb->get_name() == arguments[i]) return verb;
+        }
+        return nullptr;
+    }
+    return nullptr;
+}
+
+std::string FindUnknown(const CLI::App& program, const std::vector<std::string>& arguments) {
+    const CLI::App* const verb = FindVerb(program, arguments);
+    const std::vector<std::string> known = OptionNames(verb != nullptr ? *verb : program);
+    for (std::size_t i = 1; i < arguments.size() && arguments[i] != "--"; ++i) {
+        const std::string name = OptionName(arguments[i]);
+        if (name.empty()) {
+            if (verb == nullptr) {
+                std::vector<std::string> verbs;
+                for (const CLI::App* const each : program.get_subcommands({})) verbs.push_back(each->get_name());
+                return "there is no verb " + arguments[i] + Suggest(arguments[i], verbs);
+            }
+            continue;
+        }
+        if (std::find(known.begin(), known.end(), name) != known.end()) continue;
+        return (verb != nullptr ? verb->get_name() + ": " : "") + "there is no option " + name + Suggest(name, known);
+    }
+    return {};
+}
