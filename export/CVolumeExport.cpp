@@ -1,56 +1,20 @@
 #include "CVolumeExport.h"
 
-#include "base/Layout.h"
-
 #include "CFTPSend.h"
 #include "CFileWriter.h"
+#include "base/DestinationUrl.h"
+#include "base/Layout.h"
 #include "volume/CPercent.h"
 #include "volume/CVolume.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <optional>
+#include <string_view>
 
 namespace {
 
 constexpr char kBadUrl[] = "Bad URL: ftp:user%pwd@host/path/filename | file:path/filename";
-
-struct FtpTarget {
-    std::string user;
-    std::string password;
-    std::string host;
-    std::string path;
-    std::string name;
-};
-
-/// Cuts the text before the next `separator` off the front of `rest`; throws where there is none.
-std::string CutTo(char separator, std::string& rest) {
-    const std::size_t end = rest.find(separator);
-    if (end == std::string::npos) {
-        throw 1;
-    }
-    std::string part = rest.substr(0, end);
-    rest.erase(0, end + 1);
-    return part;
-}
-
-FtpTarget ParseFtpTarget(std::string rest) {
-    // A line end would smuggle commands of its own into the control connection.
-    if (std::any_of(rest.begin(), rest.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; })) {
-        throw 1;
-    }
-    FtpTarget target;
-    target.user = CutTo('%', rest);
-    target.password = CutTo('@', rest);
-    target.host = CutTo('/', rest);
-    const std::size_t last = rest.rfind('/');
-    if (last != std::string::npos) {
-        target.path = rest.substr(0, last);
-        rest.erase(0, last + 1);
-    }
-    target.name = rest;
-    return target;
-}
 
 }  // namespace
 
@@ -138,13 +102,13 @@ void* CVolumeExport::PlanePixels(int plane) {
 
 bool CVolumeExport::SaveUrl(const char* url) {
     try {
-        std::string rest(url == nullptr ? "" : url);
-        const std::string scheme = CutTo(':', rest);
+        std::string_view rest(url == nullptr ? "" : url);
+        const std::string_view scheme = platform::TakeScheme(rest);
         if (scheme == "ftp") {
-            return SaveFtp(rest);
+            return SaveFtp(std::string(rest));
         }
         if (scheme == "file") {
-            return SaveFile(rest);
+            return SaveFile(std::string(rest));
         }
     } catch (...) {
         // Deliberately broad: whatever an exporter throws is reported as a bad URL too.
@@ -154,25 +118,25 @@ bool CVolumeExport::SaveUrl(const char* url) {
 }
 
 bool CVolumeExport::SaveFile(const std::string& rest) {
-    const std::size_t last = rest.rfind('\\');
-    if (last == std::string::npos) {
-        return Save("", rest.c_str());
-    }
-    return Save(rest.substr(0, last).c_str(), rest.c_str() + last + 1);
+    const platform::DestinationUrl target = platform::SplitFileUrl(rest, "\\");
+    return Save(target.directory.c_str(), target.name.c_str());
 }
 
 bool CVolumeExport::SaveFtp(const std::string& rest) {
     auto sender = std::make_unique<CFTPSend>();
-    const FtpTarget target = ParseFtpTarget(rest);
+    const std::optional<platform::DestinationUrl> target = platform::SplitFtpUrl(rest);
+    if (!target) {
+        throw 1;
+    }
     try {
-        sender->Connect(target.host.c_str(), target.user.c_str(), target.password.c_str());
+        sender->Connect(target->host.c_str(), target->user.c_str(), target->password.c_str());
     } catch (...) {
         m_Error = sender->StrError();
         return false;
     }
     const CFTPSend* const installed = sender.get();
     SetFileWriter(sender.release());
-    const bool saved = Save(target.path.c_str(), target.name.c_str());
+    const bool saved = Save(target->directory.c_str(), target->name.c_str());
     // A format does not notice a file that the server refused to finish.
     return saved && !(m_pWriter == installed && installed->HasFailed());
 }

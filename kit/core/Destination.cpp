@@ -3,11 +3,14 @@
 #include "HostError.h"
 #include "TextEncoding.h"
 
+#include "base/DestinationUrl.h"
 #include "host/terminal/Terminal.h"
 #include "platform/Environment.h"
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 namespace korvane {
 
@@ -18,22 +21,17 @@ constexpr std::size_t kLongestName = 57;   // that the FTP library sends
 constexpr std::size_t kLongestPath = 990;  // with room for number and extension
 constexpr char kForms[] = "a destination is file:path/name or ftp:user%password@host/path/name";
 
-/// Takes what stands in front of the separator off the text.
-std::string TakeUntil(std::string_view& text, char separator) {
-    const std::size_t at = text.find(separator);
-    if (at == std::string_view::npos || at == 0) throw UsageError(kForms);
-    std::string part(text.substr(0, at));
-    text.remove_prefix(at + 1);
-    return part;
-}
-
-void SplitPath(std::string_view path, std::string_view separators, Destination& destination) {
-    const std::size_t at = path.find_last_of(separators);
-    destination.name = path.substr(at == std::string_view::npos ? 0 : at + 1);
-    destination.directory = at == std::string_view::npos ? "." : path.substr(0, at);
-    if (destination.name.empty() || destination.name == "." || destination.name == "..") {
+Destination Checked(platform::DestinationUrl parts) {
+    if (parts.name.empty() || parts.name == "." || parts.name == "..") {
         throw UsageError("the destination lacks a file name: " + std::string(kForms));
     }
+    Destination destination;
+    destination.directory = parts.hasDirectory ? std::move(parts.directory) : ".";
+    destination.name = std::move(parts.name);
+    destination.host = std::move(parts.host);
+    destination.user = std::move(parts.user);
+    destination.password = std::move(parts.password);
+    return destination;
 }
 
 void FindPassword(Destination& destination) {
@@ -50,8 +48,7 @@ void FindPassword(Destination& destination) {
         StopIfInterrupted();
         if (!found) throw HostError("no password for " + whose + ": set " + kVariable);
     }
-    const auto isControl = [](char character) { return static_cast<unsigned char>(character) < 0x20; };
-    if (std::any_of(destination.password.begin(), destination.password.end(), isControl)) {
+    if (platform::HasControls(destination.password)) {
         throw HostError("control characters in the password");
     }
 }
@@ -68,29 +65,18 @@ std::string Destination::GetFolder() const {
 }
 
 Destination ParseDestination(const std::string& url) {
-    for (const char character : url) {
-        if (static_cast<unsigned char>(character) < 0x20) throw UsageError("control characters in the destination");
-    }
-    Destination destination;
+    if (platform::HasControls(url)) throw UsageError("control characters in the destination");
     std::string_view rest(url);
-    if (rest.starts_with("file:")) {
-        rest.remove_prefix(5);
-        SplitPath(rest, "/\\", destination);
-        return destination;
-    }
-    if (!rest.starts_with("ftp:")) throw UsageError(kForms);
-    rest.remove_prefix(4);
-    destination.isFtp = true;
-    destination.user = TakeUntil(rest, '%');
-    const std::size_t at = rest.find('@');
-    if (at == std::string_view::npos) throw UsageError(kForms);
-    destination.password = rest.substr(0, at);
-    rest.remove_prefix(at + 1);
-    destination.host = TakeUntil(rest, '/');
-    if (rest.size() > kLongestPath) {
+    const std::string_view scheme = platform::TakeScheme(rest);
+    if (scheme == "file") return Checked(platform::SplitFileUrl(rest, "/\\"));
+    std::optional<platform::DestinationUrl> parts;
+    if (scheme == "ftp") parts = platform::SplitFtpUrl(rest);
+    if (!parts || parts->user.empty() || parts->host.empty()) throw UsageError(kForms);
+    if (parts->directory.size() + (parts->hasDirectory ? 1 : 0) + parts->name.size() > kLongestPath) {
         throw UsageError("a path on a server has at most " + std::to_string(kLongestPath) + " characters");
     }
-    SplitPath(rest, "/", destination);
+    Destination destination = Checked(*std::move(parts));
+    destination.isFtp = true;
     return destination;
 }
 
