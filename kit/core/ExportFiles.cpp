@@ -1,5 +1,6 @@
 #include "ExportFiles.h"
 
+#include "FtpWriter.h"
 #include "HostError.h"
 #include "Paths.h"
 #include "TextEncoding.h"
@@ -123,14 +124,12 @@ private:
 std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
     if (m_bDryRun) return std::make_unique<WatchedWriter<DryWriter>>(*this, WriterForm{}, !m_Destination.isFtp);
     if (!m_Destination.isFtp) return std::make_unique<WatchedWriter<CFileWriter>>(*this, WriterForm{});
-    m_pGuard = std::make_unique<ServerGuard>();
-    auto writer = std::make_unique<WatchedWriter<CFTPSend>>(*this, WriterForm{1, true});
-    try {
-        writer->Connect(m_Destination.host.c_str(), m_Destination.user.c_str(), m_Destination.password.c_str());
-    } catch (const char* reply) {
+    auto writer = std::make_unique<WatchedWriter<FtpWriter>>(*this, WriterForm{1, true}, platform::WasInterrupted);
+    if (!writer->Connect(m_Destination.host, m_Destination.user, m_Destination.password)) {
         StopIfInterrupted();
+        const std::string reply = writer->StrError();
         throw HostError("cannot log in to " + m_Destination.host + ": " +
-                        WithoutPassword(ReasonOf(reply, *reply == '\0' ? "no connection" : "connection lost")));
+                        WithoutPassword(ReasonOf(reply, reply.empty() ? "no connection" : "connection lost")));
     }
     return writer;
 }
@@ -171,7 +170,6 @@ std::string ExportFiles::Begin(const std::string& path) {
         }
     }
     m_Outputs.push_back(output);
-    if (m_pGuard) m_pGuard->SetBegun();
     return m_Destination.isFtp || m_bDryRun || output.isDevice ? output.name : output.name + kUnfinished;
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "Destination.h"
-#include "ServerGuard.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -65,7 +64,6 @@ private:
     std::filesystem::path m_Reserved;
     std::string m_Failure;
     std::vector<ExportOutput> m_Outputs;
-    std::unique_ptr<ServerGuard> m_pGuard;
     bool m_bDryRun = false;
     bool m_bChecksums = false;
     bool m_bKeep = false;
