@@ -2,6 +2,7 @@
 
 #include "FtpWatch.h"
 #include "base/Layout.h"
+#include "platform/PerThread.h"
 #include "platform/Signals.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <ftplib.h>
 #include <limits>
+#include <mutex>
 
 namespace {
 
@@ -19,11 +21,25 @@ constexpr int kBlock = 65536;
 
 char g_NoReply[] = "";
 
-/// Throws a reply as text that outlives the connection whose buffer it stands in.
+struct Reply {
+    char text[512];
+};
+
+/// Throws a reply as text that outlives the connection whose buffer it stands in, until the thread throws the next one.
 [[noreturn]] void ThrowReply(const char* reply) {
-    static char text[512];
+    char(&text)[512] = platform::PerThread<Reply>::Get().text;
     std::snprintf(text, sizeof text, "%s", reply);
     throw static_cast<char*>(text);
+}
+
+/// FtpInit of the first object, whichever thread makes it; others wait until it is done.
+void StartLibrary() {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    if (!CFTPSend::Init) {
+        FtpInit();
+        CFTPSend::Init = true;
+    }
 }
 
 }  // namespace
@@ -54,10 +70,7 @@ private:
 
 CFTPSend::CFTPSend()
     : m_pControl(nullptr), m_pData(nullptr), m_bControlBorrowed(false), m_bDataBorrowed(false), m_bFailed(false) {
-    if (!Init) {
-        FtpInit();
-        Init = true;
-    }
+    StartLibrary();
 }
 
 CFTPSend::CFTPSend(const CFTPSend& source)

@@ -21,14 +21,16 @@ class FtpWatch;
 ///
 /// User name and password can have 57 characters each, a path 1018; with longer ones the call fails.
 ///
+/// Threads may use objects of their own at the same time; one object, and its copies, belong to one thread at a time.
+///
 /// A copy shares the connections of its source and must not outlive it; the copy ends neither.
 class KORVANE_API CFTPSend : public CFileWriter {
 public:
-    /// Set once the FTP client library has been initialised, by the first object of the process.
+    /// Set once the FTP client library has been initialised, by the first object of the process. Do not write it.
     static bool Init;
 
     /// The longest wait of one call, in milliseconds, for sessions that begin from now on; 0 for no limit. At first
-    /// 60,000. `Write` may take as long for each 64 KB.
+    /// 60,000. `Write` may take as long for each 64 KB. Not guarded: set it before there are threads.
     static int Timeout;
 
     CFTPSend();
@@ -40,7 +42,7 @@ public:
 
     /// Connects to `host` (a name or an IPv4 address, with ":port" behind it where it is not 21) and logs in; a session
     /// that was open before is ended. Throws `StrError()` as a `char*`: empty when there is no connection, else the
-    /// server's last reply, to the login or before it.
+    /// server's last reply, to the login or before it. The text stays until the thread's next throw from here.
     void Connect(const char* host, const char* user, const char* password);
 
     /// Changes the directory on the server. Throws the server's reply as a `char*`.

@@ -26,6 +26,9 @@ class CVolume;
 /// Values. Each format changes voxels in its own way on their way into the file; the derived exporters' `GetMapping`
 /// tells what is done to those of the volume at hand.
 ///
+/// Threads. Different exporters work in different threads at the same time, to disk and to servers, provided that they
+/// hold different volumes and series: a volume's count is not atomic.
+///
 /// A copy is shallow: it shares volume and writer with its source, takes no reference, and must not outlive it. What it
 /// shares it never releases; a volume or a writer given to it later is its own.
 class KORVANE_API CVolumeExport {

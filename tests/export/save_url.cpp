@@ -4,9 +4,13 @@
 //                                        to file:local\vol from a fresh exporter; prints one line each: results, whether
 //                                        the writer stayed, text
 //     save_url writer HOST               what a writer does besides
+//     save_url threads HOST COUNT        so many threads at once, each with a session and exporters of its own; thread k
+//                                        saves a volume of Analyze to sub/k on the server and to local\k
 #include "export/ExportFixture.h"
 
 #include <cstdio>
+#include <latch>
+#include <thread>
 
 namespace {
 
@@ -48,12 +52,37 @@ void Write(const char* host) {
     std::printf("%d %d\n", sender.Close(), sender.HasFailed());
 }
 
+void SaveAtOnce(const std::string& host, int count) {
+    std::latch start(count);
+    std::vector<std::thread> threads;
+    for (int k = 0; k < count; ++k) {
+        threads.emplace_back([&, k] {
+            const std::string name = std::to_string(k);
+            TestSeries series(TestSeries::Form{.slices = 4, .first = 1000 * k, .rows = 100, .columns = 100});
+            CAnalyzeVolume remote, local;
+            remote = series;
+            local = series;
+            start.arrive_and_wait();
+            CFTPSend sender;
+            sender.Connect(host.c_str(), "me", "s3cret");
+            const std::string refusal = ThrownText([&] { sender.ChDir("missing"); });
+            const bool saved = remote.SaveUrl(("ftp:me%s3cret@" + host + "/sub/" + name).c_str());
+            std::printf("%d", saved && local.SaveUrl(("file:local\\" + name).c_str()) && refusal.starts_with("550 "));
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+}
+
 }  // namespace
 
 int main(int count, char** words) {
     const std::vector<std::string> arguments(words + 1, words + count);
     if (arguments[0] == "writer") {
         Write(words[2]);
+        return 0;
+    }
+    if (arguments[0] == "threads") {
+        SaveAtOnce(arguments[1], std::stoi(arguments[2]));
         return 0;
     }
     const auto save = arguments[0] == "bob"     ? Save<CCBobVolume>

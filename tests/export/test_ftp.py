@@ -8,6 +8,7 @@ import os
 import pathlib
 import shutil
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -78,6 +79,19 @@ def good_saves():
     assert (SERVED / "sub/text").read_bytes().replace(b"\r", b"") == b"a\nbcd"
 
 
+def threads():
+    """Sessions and exporters of different threads, from the library's first use on; volume k holds numbers of its own."""
+    shutil.rmtree(LOCAL, ignore_errors=True)
+    LOCAL.mkdir()
+    with Server(SERVED) as server:
+        assert call("threads", server.host, 8) == "1" * 8
+    for k in range(8):
+        for name in (f"{k}.hdr", f"{k}.img"):
+            assert (SERVED / "sub" / name).read_bytes() == (LOCAL / name).read_bytes(), name
+        voxels = struct.unpack(">40000h", (LOCAL / f"{k}.img").read_bytes())  # last slice first
+        assert sorted(voxels) == sorted((1000 * k + i + 32768) % 65536 - 32768 for i in range(40000)), k
+
+
 def faults():
     """Every fault: false, the stated text, and never longer than the limit allows."""
     for fault, login, name, result in (
@@ -137,7 +151,7 @@ secure_email_list_enable=YES\nemail_password_file={root}/passwords\n""")
 
 def main():
     failed = 0
-    for test in (good_saves, faults, vsftpd):
+    for test in (good_saves, threads, faults, vsftpd):
         try:
             test()
             print(f"passed {test.__name__}")
