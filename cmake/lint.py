@@ -166,6 +166,19 @@ def check_length(files):
                 yield f"{path}:{MAX_LINES}: {lines} lines; split it"
 
 
+def check_program():
+    """The program is arguments, words and exit statuses: it stands on the Kit and on its command line library alone."""
+    for path in sorted((ROOT / "host").rglob("*")):
+        if not is_source(path):
+            continue
+        for number, angled, name in includes(path.relative_to(ROOT)):
+            foreign = angled and ("/" in name or name.endswith(".h")) and not SYSTEM_HEADER.match(name)
+            if foreign and name not in ("Korvane/Kit.h", "CLI/CLI.hpp"):
+                yield f"{path.relative_to(ROOT)}:{number}: the program includes <Korvane/Kit.h> and its command line library, not {name}"
+            elif not angled and not (path.parent / name).is_file():
+                yield f"{path.relative_to(ROOT)}:{number}: the program includes {name}, which is not its own"
+
+
 def run_all(commands):
     """Runs (label, command) pairs on all processors; yields (label, exit status, output) in order."""
     def run(item):
@@ -185,7 +198,7 @@ def check_format(files):
 
 def check_headers(build, public):
     """Each public header compiles alone, as a user includes it, without a compiler extension."""
-    names = ["Korvane.h", "Dicom.h", "Version.h", *public]
+    names = ["Kit.h", "Korvane.h", "Dicom.h", "Version.h", *public]
     flags = ["-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror",
              "-Wno-nonportable-include-path", "-x", "c++", f"-I{build}/include", "-include"]
     commands = [(name, ["clang++", *flags, f"Korvane/{name}", "/dev/null"]) for name in names]
@@ -246,9 +259,11 @@ def main():
     arguments = parser.parse_args()
     build = arguments.build.resolve()
     files = list(project_files())
-    public = (build / "public-headers.txt").read_text().split()
+    public = [name for listed in ("public-headers.txt", "kit-headers.txt") if (build / listed).is_file()
+              for name in (build / listed).read_text().split()]
     checks = {
         "arrows": lambda: check_arrows(files, public),
+        "program": check_program,
         "portability": lambda: check_portability(files),
         "words": lambda: check_words(files),
         "length": lambda: check_length(files),

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""The module exports each class and function that a public header marks KORVANE_API, and nothing else.
+"""The module exports each class and function that a public header marks KORVANE_API, and nothing else; the Kit those that
+its headers mark KORVANE_KIT, all in its namespace.
 
 A Windows module is also to need nothing but the system's own DLLs and the runtime that is shipped beside it.
 
-usage: check_exports.py MODULE SOURCE_ROOT PUBLIC_HEADERS_LIST [OBJDUMP]    (OBJDUMP: for a Windows module)
+usage: check_exports.py module|kit LIBRARY SOURCE_ROOT PUBLIC_HEADERS_LIST [OBJDUMP]    (OBJDUMP: for a Windows library)
 """
 
 import re
@@ -12,18 +13,21 @@ import sys
 from pathlib import Path
 
 SYSTEM_DLLS = {"KERNEL32.dll", "msvcrt.dll", "OLEAUT32.dll", "SHELL32.dll", "USER32.dll", "WS2_32.dll"}
-SHIPPED_DLLS = {"libgcc_s_dw2-1.dll", "libwinpthread-1.dll"}
+SHIPPED_DLLS = {"libgcc_s_dw2-1.dll", "libwinpthread-1.dll", "Korvane.dll"}
 TOOLKIT = {"VR", "DICOMObject", "DICOMDataObject", "DcmDictionary", "CursorList", "TransferSyntaxCodec", "Buffer"}
 
 
-def declared(root, headers):
+MACROS = {"module": "KORVANE_API", "kit": "KORVANE_KIT"}
+
+
+def declared(root, headers, macro):
     """Names of the classes and of the functions that the headers mark."""
     classes, functions = set(), set()
     for header in headers:
         text = re.sub(r"//[^\n]*|/\*.*?\*/", " ", (root / header).read_text(encoding="utf-8"), flags=re.DOTALL)
-        if header == "base/Export.h":  # the macro itself
+        if header in ("base/Export.h", "kit/core/KitExport.h"):  # the macro itself
             continue
-        for match in re.finditer(r"\b(class|struct|union)\s+KORVANE_API\s+(\w+)|\bKORVANE_API\b([^;{]*?)"
+        for match in re.finditer(rf"\b(class|struct|union)\s+{macro}\s+(\w+)|\b{macro}\b([^;{{]*?)"
                                  r"(operator\s*[^\s\w(]+|operator\s*\(\)|\w+)\s*\(", text):
             if match.group(2):
                 classes.add(match.group(2))
@@ -64,9 +68,12 @@ def owner(symbol):
 
 
 def main():
-    module, root, headers = sys.argv[1], Path(sys.argv[2]), Path(sys.argv[3]).read_text(encoding="utf-8").split()
-    classes, functions = declared(root, headers)
-    symbols, wrong = exported_by_dll(module, sys.argv[4]) if len(sys.argv) > 4 else (exported(module), [])
+    which, library, root, listed = sys.argv[1], sys.argv[2], Path(sys.argv[3]), Path(sys.argv[4])
+    classes, functions = declared(root, listed.read_text(encoding="utf-8").split(), MACROS[which])
+    symbols, wrong = exported_by_dll(library, sys.argv[5]) if len(sys.argv) > 5 else (exported(library), [])
+    if which == "kit":
+        wrong += [f"outside the namespace: {symbol}" for symbol in symbols if "korvane::" not in symbol]
+        symbols = [symbol.replace("korvane::", "").replace("[abi:cxx11]", "") for symbol in symbols]
     found = {}
     for symbol in symbols:
         found.setdefault(owner(symbol), symbol)
