@@ -1,16 +1,11 @@
 // korvane phantom: writes a synthetic CT series.
+#include "Console.h"
 #include "Verbs.h"
-#include <Korvane/kit/core/HostError.h>
-#include <Korvane/kit/core/Paths.h>
-#include <Korvane/kit/core/Progress.h>
-#include <Korvane/kit/dataset/Toolkit.h>
-#include <Korvane/kit/phantom/PhantomSeries.h>
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>
-#include <vector>
 
 using namespace korvane;
 
@@ -21,41 +16,12 @@ struct Arguments {
     PhantomOptions series;
 };
 
-/// Removes what was written, unless everything was.
-class WrittenFiles {
-public:
-    WrittenFiles() = default;
-    ~WrittenFiles() {
-        for (const std::string& path : m_Paths) RemoveFile(path);
-    }
-    WrittenFiles(const WrittenFiles&) = delete;
-    WrittenFiles& operator=(const WrittenFiles&) = delete;
-
-    void Add(std::string path) { m_Paths.push_back(std::move(path)); }
-    void Keep() { m_Paths.clear(); }
-
-private:
-    std::vector<std::string> m_Paths;
-};
-
-void WritePhantom(const Arguments& arguments) {
-    const PhantomSeries series(arguments.series);
-    MakeDirectory(arguments.directory);
-    WrittenFiles written;
-    {
-        ProgressBar progress("writing", series.GetCount());
-        for (int image = 0; image < series.GetCount(); ++image) {
-            const std::string path = arguments.directory + "/" + series.FileName(image);
-            const auto dataSet = series.MakeImage(image);
-            written.Add(path);
-            SaveFile(path, *dataSet);
-            progress.Step();
-        }
-    }
-    written.Keep();
-    const PhantomOptions& options = arguments.series;
-    std::printf("%d slices of %d x %d in %s\n", series.GetCount(), options.columns, options.rows,
-                arguments.directory.c_str());
+void Write(const Arguments& arguments) {
+    ConsoleWatcher watcher;
+    PhantomOptions options = arguments.series;
+    options.watcher = &watcher;
+    const std::size_t count = WritePhantom(arguments.directory, options).size();
+    std::printf("%zu slices of %d x %d in %s\n", count, options.columns, options.rows, arguments.directory.c_str());
 }
 
 }  // namespace
@@ -84,6 +50,6 @@ void AddPhantomVerb(CLI::App& program) {
     verb->callback([arguments, size, rows] {
         arguments->series.columns = *size;
         if (rows->empty()) arguments->series.rows = *size;
-        WritePhantom(*arguments);
+        Write(*arguments);
     });
 }

@@ -31,6 +31,12 @@ std::string TextFromPath(const fs::path& path) {
 }
 
 void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable) {
+    ListFolder(folder, files, unreadable, {});
+    StopIfInterrupted();
+}
+
+void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable,
+                const Watch& watch) {
     std::error_code error;
     fs::recursive_directory_iterator entry(folder, error);
     const fs::recursive_directory_iterator end;
@@ -46,7 +52,7 @@ void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::ve
             }
         }
         entry.increment(error);
-        StopIfInterrupted();
+        watch.StopIfAsked();
     }
     if (error) unreadable.push_back(CannotRead(folder, error));
 }

@@ -1,6 +1,8 @@
 // Paths: UTF-8 texts in the program, whatever the system has outside.
 #pragma once
 
+#include "Watch.h"
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -18,7 +20,11 @@ std::string TextFromPath(const std::filesystem::path& path);
 void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
                 std::vector<std::string>& unreadable);
 
-/// Creates a directory and those above it. Throws `HostError`.
+/// The same with a watcher: throws `Error` of kind `Stopped`.
+void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
+                std::vector<std::string>& unreadable, const Watch& watch);
+
+/// Creates a directory and those above it. Throws `Error`.
 void MakeDirectory(const std::string& directory);
 
 /// Removes a file; false, silently, when that does not work.

@@ -1,6 +1,6 @@
 #include "MediaHeader.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../dataset/DataSetFile.h"
 
 #include "platform/File.h"
@@ -22,9 +22,8 @@ MediaHeader LeftOut(const std::string& why) {
     return header;
 }
 
-MediaHeader CannotBeRead() {
-    const int error = errno;
-    StopIfInterrupted();
+MediaHeader CannotBeRead(int error, const Watch& watch) {
+    watch.StopIfAsked();
     return LeftOut("cannot be read: " + SystemText(error));
 }
 
@@ -57,24 +56,26 @@ std::string DirectoryText(const DICOMObject& dataSet, Tag tag) {
     return element != nullptr ? TrimmedUid(element->GetText()) : std::string();
 }
 
-MediaHeader ReadMediaHeader(const std::string& path, bool transcode) {
+MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch) {
     std::array<unsigned char, kShortHeader> head;
     platform::InputFile input;
+    input.SetStopQuestion(watch.GetStopQuestion());
     errno = 0;
     const bool opened = input.Open(path.c_str());
     const std::uint64_t size = input.GetSize();  // not asking for more spares the read that finds the end
     const auto wanted = static_cast<std::size_t>(size > 0 ? std::min<std::uint64_t>(size, head.size()) : head.size());
     const std::size_t count = opened ? input.Read(head.data(), wanted) : 0;
-    if (!opened || input.HasFailed()) return CannotBeRead();
+    if (!opened || input.HasFailed()) return CannotBeRead(errno, watch);
     std::uint64_t beyond = size > count ? size - count : 0;
     input.Close();
     MemoryInputBuffer bytes(head.data(), count);
     DataSetFile file = ReadDataSet(bytes, kStopBeforePixelData);
     if (file.dataSet != nullptr && !file.hasPixels && count == head.size()) {
         FileInputBuffer buffer;
-        if (!buffer.Open(path.c_str())) return CannotBeRead();
+        buffer.SetStopQuestion(watch.GetStopQuestion());
+        if (!buffer.Open(path.c_str())) return CannotBeRead(errno, watch);
         file = ReadDataSet(buffer, kStopBeforePixelData);
-        if (buffer.HasFailed()) return CannotBeRead();
+        if (buffer.HasFailed()) return CannotBeRead(buffer.GetError(), watch);
         beyond = 0;
     }
     MediaHeader header;

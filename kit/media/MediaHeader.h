@@ -1,6 +1,7 @@
 // What can go onto a medium, judged by the header of a file.
 #pragma once
 
+#include "../core/Watch.h"
 #include "../dataset/Toolkit.h"
 
 #include <memory>
@@ -23,7 +24,7 @@ struct MediaHeader {
 std::string DirectoryText(const DICOMObject& dataSet, Tag tag);
 
 /// Reads the header, in one go where it is short. Without `transcode` files need meta information, as media ask for it.
-/// Throws `Interrupted`.
-MediaHeader ReadMediaHeader(const std::string& path, bool transcode);
+/// Throws `Error` of kind `Stopped`.
+MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch);
 
 }  // namespace korvane

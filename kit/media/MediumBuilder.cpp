@@ -1,9 +1,10 @@
-#include "MediumBuilder.h"
-
-#include "../core/HostError.h"
+// Builds media, so that a DICOMDIR is there only when all is.
+#include "../core/Error.h"
 #include "../core/Paths.h"
-#include "../core/Progress.h"
+#include "../core/Watch.h"
+#include "DirectoryCheck.h"
 #include "MediaHeader.h"
+#include "Medium.h"
 
 #include "platform/File.h"
 #include <Korvane/Korvane.h>
@@ -11,10 +12,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace korvane {
 
@@ -32,7 +36,7 @@ public:
             const auto dataSet = CreateDDO();
             return WriteDDO(path, *dataSet);
         } catch (const std::string& message) {
-            throw HostError(message);
+            throw Error(ErrorKind::Disk, message);
         }
     }
 };
@@ -42,9 +46,11 @@ class MediumFolders {
 public:
     explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {
         std::error_code error;
-        if (platform::FileExists(Directory().c_str())) throw HostError(root + " has a DICOMDIR already");
+        if (platform::FileExists(Directory().c_str())) {
+            throw Error(ErrorKind::Disk, root + " has a DICOMDIR already").InFile(Directory());
+        }
         if (fs::exists(m_Files, error) && !(fs::is_directory(m_Files, error) && fs::is_empty(m_Files, error))) {
-            throw HostError(TextFromPath(m_Files) + " is there already and not empty");
+            throw Error(ErrorKind::Disk, TextFromPath(m_Files) + " is there already and not empty");
         }
         for (fs::path made = m_Files; made.has_relative_path() && !fs::exists(fs::symlink_status(made, error));
              made = made.parent_path()) {
@@ -72,9 +78,14 @@ public:
     /// Gives the directory its name.
     void Keep() {
         std::error_code error;
-        if (platform::FileExists(Directory().c_str())) throw HostError(m_Root + " has got a DICOMDIR from elsewhere");
+        if (platform::FileExists(Directory().c_str())) {
+            throw Error(ErrorKind::Disk, m_Root + " has got a DICOMDIR from elsewhere").InFile(Directory());
+        }
         fs::rename(PathFromText(Unfinished()), PathFromText(Directory()), error);
-        if (error) throw HostError("cannot create " + Directory() + ": " + SystemText(error, Directory()));
+        if (error) {
+            const std::string reason = SystemText(error, Directory());
+            throw Error(ErrorKind::Disk, "cannot create " + Directory() + ": " + reason).InFile(Directory());
+        }
         m_bKept = true;
     }
 
@@ -85,13 +96,14 @@ private:
     bool m_bKept = false;
 };
 
-bool HaveSameBytes(const std::string& a, const std::string& b) {
+bool HaveSameBytes(const std::string& a, const std::string& b, const Watch& watch) {
     platform::InputFile first;
     platform::InputFile second;
     if (!first.Open(a.c_str()) || !second.Open(b.c_str()) || first.GetSize() != second.GetSize()) return false;
     std::vector<unsigned char> left(64 * 1024);
     std::vector<unsigned char> right(left.size());
     for (;;) {
+        watch.StopIfAsked();
         const std::size_t count = first.Read(left.data(), left.size());
         if (second.Read(right.data(), right.size()) != count || first.HasFailed() || second.HasFailed()) return false;
         if (count == 0) return true;
@@ -109,79 +121,96 @@ bool IsAboutOneFile(const std::string& message) {
 
 class MediumJob {
 public:
-    explicit MediumJob(const MediumOptions& options) : m_Options(options) {
-        static DictionaryCodec codec;  // has the dictionary in the form in which the builder takes it
-        CCDRObject::SetDictionary(codec.GetDictionary());
-        m_Builder.SetRoot(options.root);
+    MediumJob(const std::string& root, const MediumOptions& options)
+        : m_Root(root), m_Options(options), m_Watch(options.watcher) {
+        // The builder's dictionary is one for all; that of a codec has the form in which it takes it.
+        [[maybe_unused]] static const bool isSet = [] {
+            static DictionaryCodec codec;
+            CCDRObject::SetDictionary(codec.GetDictionary());
+            return true;
+        }();
+        m_Builder.SetStopQuestion(m_Watch.GetStopQuestion());
+        m_Builder.SetRoot(root);
         m_Builder.SetFileRoot(kFileRoot);
         m_Builder.SetFileSetID(options.fileSetId);
         m_Builder.SetHardLinks(options.link);
     }
 
-    MediumSummary Run() {
-        const std::vector<std::string> files = ListSources();
-        MediumFolders folders(m_Options.root);
+    MediumReport Run(const std::vector<std::string>& sources) {
+        const std::vector<std::string> files = ListSources(sources);
+        MediumFolders folders(m_Root);
         folders.Make();
-        AddFiles(files);
+        AddFiles(files, sources.front());
         for (const std::string& path : m_Options.privateFiles) AddPrivate(path);
         errno = 0;
         if (!m_Builder.WriteDirectory(folders.Unfinished())) {
-            throw HostError("cannot write " + folders.Directory() + ": " + SystemText(errno));
+            const std::string reason = SystemText(errno);
+            throw Error(ErrorKind::Disk, "cannot write " + folders.Directory() + ": " + reason)
+                .InFile(folders.Directory());
         }
-        m_Summary.medium = CheckMedium(m_Options.root, folders.Unfinished(), MediumDepth::Names);
-        const MediumReport& found = m_Summary.medium;
-        if (!found.problems.empty()) throw HostError("the medium is not whole: " + found.problems.front());
-        if (found.files != m_Known.size()) throw HostError("the medium is not whole: files are missing");
-        StopIfInterrupted();
+        m_Report.medium = CheckDirectory(m_Root, folders.Unfinished(), MediumDepth::Names, m_Watch);
+        const MediumContents& found = m_Report.medium;
+        if (!found.problems.empty()) {
+            throw Error(ErrorKind::Damaged, "the medium is not whole: " + found.problems.front());
+        }
+        if (found.files != m_Known.size()) {
+            throw Error(ErrorKind::Damaged, "the medium is not whole: files are missing");
+        }
+        m_Watch.StopIfAsked();
         folders.Keep();
-        return std::move(m_Summary);
+        return std::move(m_Report);
     }
 
 private:
-    std::vector<std::string> ListSources() {
+    /// All files in the order in which they were given, each once.
+    std::vector<std::string> ListSources(const std::vector<std::string>& sources) {
         std::vector<std::string> files;
         std::vector<std::string> unreadable;
-        for (const std::string& source : m_Options.sources) {
+        std::unordered_set<std::string> seen;
+        for (const std::string& source : sources) {
             const fs::path path = PathFromText(source);
             std::error_code error;
             const fs::file_status status = fs::status(path, error);
-            if (!fs::exists(status)) throw HostError("cannot find " + source);
+            if (!fs::exists(status)) throw Error(ErrorKind::NotFound, "cannot find " + source).InFile(source);
+            std::vector<std::string> found;
             if (fs::is_directory(status)) {
-                ListFolder(path, files, unreadable);
+                ListFolder(path, found, unreadable, m_Watch);
+                std::sort(found.begin(), found.end());
             } else {
-                files.push_back(source);
+                found.push_back(source);
             }
+            std::copy_if(found.begin(), found.end(), std::back_inserter(files),
+                         [&](const std::string& file) { return seen.insert(file).second; });
         }
-        for (const std::string& line : unreadable) m_Summary.faults.push_back({"", line});
-        std::sort(files.begin(), files.end());
-        files.erase(std::unique(files.begin(), files.end()), files.end());
+        for (const std::string& line : unreadable) m_Report.faults.push_back({"", line});
         return files;
     }
 
-    void AddFiles(const std::vector<std::string>& files) {
-        ProgressBar progress("writing", static_cast<long>(files.size()));
+    void AddFiles(const std::vector<std::string>& files, const std::string& source) {
+        TaskProgress progress(m_Watch, "writing", static_cast<std::int64_t>(files.size()));
         for (const std::string& path : files) {
-            MediaHeader header = ReadMediaHeader(path, m_Options.transcode);
+            MediaHeader header = ReadMediaHeader(path, m_Options.transcode, m_Watch);
             if (header.dataSet != nullptr) {
                 AddFile(path, *header.dataSet);
             } else {
-                (header.IsFault() ? m_Summary.faults : m_Summary.notMeant).push_back({path, header.why});
+                (header.IsFault() ? m_Report.faults : m_Report.notMeant)
+                    .push_back({path, header.why, header.isDirectory});
             }
             progress.Step();
         }
         if (m_Known.empty()) {
-            const auto& why = m_Summary.faults;
-            throw HostError("no file for a medium under " + m_Options.sources.front() +
-                            (why.empty() ? "" : "; " + why.front().path + ": " + why.front().why));
+            const auto& why = m_Report.faults;
+            throw Error(ErrorKind::NotFound, "no file for a medium under " + source +
+                                                 (why.empty() ? "" : "; " + why.front().path + ": " + why.front().why));
         }
     }
 
     void AddFile(const std::string& path, const DICOMObject& dataSet) {
         const auto [known, isNew] = m_Known.try_emplace(DirectoryText(dataSet, MakeTag(0x0008, 0x0018)), path);
         if (!isNew) {
-            const bool isCopy = HaveSameBytes(path, known->second);
+            const bool isCopy = HaveSameBytes(path, known->second, m_Watch);
             const std::string relation = isCopy ? "the same as " : "another content, the same SOP Instance UID as ";
-            (isCopy ? m_Summary.copies : m_Summary.faults).push_back({path, relation + known->second});
+            (isCopy ? m_Report.copies : m_Report.faults).push_back({path, relation + known->second});
             return;
         }
         errno = 0;
@@ -189,11 +218,11 @@ private:
             m_Builder.AddIOD(path, dataSet, m_Options.transcode);
         } catch (const std::string& message) {
             const int error = errno;
-            StopIfInterrupted();
-            if (!IsAboutOneFile(message)) throw HostError(Explain(message, error));
+            m_Watch.StopIfAsked();
+            if (!IsAboutOneFile(message)) throw Error(ErrorKind::Disk, Explain(message, error)).InFile(path);
             const std::string& reason = m_Builder.GetReason();
             const bool hasReason = message.starts_with("Error decoding") && !reason.empty();
-            m_Summary.faults.push_back({path, message + (hasReason ? ": " + reason : "")});
+            m_Report.faults.push_back({path, message + (hasReason ? ": " + reason : "")});
             m_Known.erase(known);
         }
     }
@@ -201,11 +230,11 @@ private:
     void AddPrivate(const std::string& path) {
         errno = 0;
         try {
-            m_Summary.privateFiles.push_back(m_Builder.AddPrivate(CDRRecord::Private, path));
+            m_Report.privateFiles.push_back(m_Builder.AddPrivate(CDRRecord::Private, path));
         } catch (const std::string& message) {
             const int error = errno;
-            StopIfInterrupted();
-            throw HostError(Explain(message, error));
+            m_Watch.StopIfAsked();
+            throw Error(ErrorKind::Disk, Explain(message, error)).InFile(path);
         }
     }
 
@@ -214,16 +243,20 @@ private:
         return error != 0 && !message.ends_with(reason) ? message + ": " + reason : message;
     }
 
+    const std::string& m_Root;
     const MediumOptions& m_Options;
+    Watch m_Watch;
     Builder m_Builder;
     std::unordered_map<std::string, std::string> m_Known;  // SOP Instance UID, and the file that has it
-    MediumSummary m_Summary;
+    MediumReport m_Report;
 };
 
 }  // namespace
 
-MediumSummary BuildMedium(const MediumOptions& options) {
-    return MediumJob(options).Run();
+MediumReport BuildMedium(const std::string& root, const std::vector<std::string>& sources,
+                         const MediumOptions& options) {
+    if (sources.empty()) throw Error(ErrorKind::WrongArgument, "no files given");
+    return MediumJob(root, options).Run(sources);
 }
 
 }  // namespace korvane

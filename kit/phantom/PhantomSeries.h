@@ -1,5 +1,7 @@
-// A synthetic CT series: ellipsoids in patient geometry, the same bytes in every run.
+// The phantom's data sets.
 #pragma once
+
+#include "Phantom.h"
 
 #include <Korvane/Dicom.h>
 
@@ -10,23 +12,7 @@
 
 namespace korvane {
 
-struct PhantomOptions {
-    int slices = 120;
-    int columns = 256;
-    int rows = 256;
-    int volumes = 1;          ///< more than 1: a time series, all volumes at the same positions
-    std::uint32_t seed = 1;   ///< other seeds give other UIDs and another noise
-    bool oblique = false;     ///< planes turned about two patient axes
-    bool uneven = false;      ///< distances between planes differ
-    bool isSigned = false;    ///< signed pixels with intercept 0 instead of unsigned ones with -1024
-    bool descending = false;  ///< instance numbers run from head to feet
-};
-
 /// Makes the data sets one by one. Image 0 is the first instance; images run through a volume, then to the next one.
-///
-/// The object, in patient millimetres (x to the left, y to the back, z to the head), fits 240 x 240 x 200 around the
-/// origin: an ellipsoidal head with skull, brain and ventricles, and three balls that tell left (300 HU), front (600 HU)
-/// and top (900 HU), so that no mirror image looks like it. Voxels are Hounsfield values with a little noise.
 class PhantomSeries {
 public:
     explicit PhantomSeries(const PhantomOptions& options);

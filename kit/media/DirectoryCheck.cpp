@@ -1,6 +1,6 @@
-#include "MediumCheck.h"
+#include "DirectoryCheck.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../dataset/DataSetFile.h"
 #include "../dataset/Toolkit.h"
 #include "MediaHeader.h"
@@ -23,16 +23,21 @@ constexpr std::size_t kMostProblems = 100;
 constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFU;
 constexpr std::uint64_t kLargest = std::uint64_t{1} << 31;
 
-std::vector<unsigned char> ReadWhole(const std::string& path) {
+std::vector<unsigned char> ReadWhole(const std::string& path, const Watch& watch) {
+    const auto fail = [&](const std::string& reason, ErrorKind kind) {
+        return Error(kind, "cannot read " + path + ": " + reason).InFile(path);
+    };
     platform::InputFile file;
+    file.SetStopQuestion(watch.GetStopQuestion());
     errno = 0;
-    if (!file.Open(path.c_str())) throw HostError("cannot read " + path + ": " + SystemText(errno));
-    if (file.GetSize() > kLargest) throw HostError("cannot read " + path + ": too large");
+    if (!file.Open(path.c_str())) {
+        throw fail(SystemText(errno), errno == ENOENT ? ErrorKind::NotFound : ErrorKind::Disk);
+    }
+    if (file.GetSize() > kLargest) throw fail("too large", ErrorKind::Unsupported);
     std::vector<unsigned char> bytes(static_cast<std::size_t>(file.GetSize()));
     bytes.resize(file.Read(bytes.data(), bytes.size()));
-    const int error = errno;
-    StopIfInterrupted();
-    if (file.HasFailed()) throw HostError("cannot read " + path + ": " + SystemText(error));
+    watch.StopIfAsked();
+    if (file.HasFailed()) throw fail(SystemText(file.GetError()), ErrorKind::Disk);
     return bytes;
 }
 
@@ -64,14 +69,18 @@ std::string PathOf(const std::string& fileId) {
 
 class Checker {
 public:
-    Checker(std::string root, const std::string& directory, MediumDepth depth)
-        : m_Root(std::move(root)), m_Depth(depth), m_Bytes(ReadWhole(directory)) {}
+    Checker(const std::string& root, const std::string& directory, MediumDepth depth, const Watch& watch)
+        : m_Root(root), m_Depth(depth), m_Watch(watch), m_Bytes(ReadWhole(directory, watch)) {
+        m_Report.root = root;
+    }
 
-    MediumReport Check(const std::string& directory) {
+    MediumContents Check(const std::string& directory) {
         DICOMFileReader reader(m_Codec);
         const auto dataSet = reader.LoadMemory(m_Bytes.data(), m_Bytes.size());
         const VR* const sequence = dataSet != nullptr ? FindElement(*dataSet, MakeTag(0x0004, 0x1220)) : nullptr;
-        if (!reader.HasPreamble() || sequence == nullptr) throw HostError(directory + ": not a DICOMDIR");
+        if (!reader.HasPreamble() || sequence == nullptr) {
+            throw Error(ErrorKind::NotDicom, directory + ": not a DICOMDIR").InFile(directory);
+        }
         if (!reader.IsComplete()) Note("the directory ends early or is damaged");
         m_Syntax = reader.GetSyntax();
         if (m_Syntax != kExplicitLittleEndian) {
@@ -98,7 +107,7 @@ private:
     std::uint32_t Follow(std::uint32_t offset, int depth) {
         std::uint32_t last = 0;
         while (offset != 0) {
-            StopIfInterrupted();
+            m_Watch.StopIfAsked();
             DICOMDataObject record;
             if (depth > kDeepest || !m_Seen.insert(offset).second) {
                 Note("the record at " + std::to_string(offset) + " is led to again");
@@ -186,27 +195,32 @@ private:
                 what.append(pair.name).append(" is ").append(found).append(", not ").append(said);
                 Note(what);
             }
-        } catch (const Interrupted&) {
-            throw;
-        } catch (const HostError& error) {
+        } catch (const Error& error) {
+            if (error.GetKind() == ErrorKind::Stopped) throw;
             Note(at + error.what());
         }
     }
 
     std::string m_Root;
     MediumDepth m_Depth;
+    Watch m_Watch;
     std::vector<unsigned char> m_Bytes;
     DictionaryCodec m_Codec;
     int m_Syntax = kExplicitLittleEndian;
     std::size_t m_Items = 0;
     std::unordered_set<std::uint32_t> m_Seen;
-    MediumReport m_Report;
+    MediumContents m_Report;
 };
 
 }  // namespace
 
-MediumReport CheckMedium(const std::string& root, const std::string& directory, MediumDepth depth) {
-    return Checker(root, directory, depth).Check(directory);
+MediumContents CheckDirectory(const std::string& root, const std::string& directory, MediumDepth depth,
+                              const Watch& watch) {
+    return Checker(root, directory, depth, watch).Check(directory);
+}
+
+MediumContents CheckMedium(const std::string& root, MediumDepth depth, Watcher* watcher) {
+    return CheckDirectory(root, root + "/DICOMDIR", depth, watcher);
 }
 
 }  // namespace korvane

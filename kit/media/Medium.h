@@ -1,0 +1,77 @@
+// DICOM media: folders with a DICOMDIR (PS3.10 8, PS3.3 F), built and checked.
+#pragma once
+
+#include "../core/KitExport.h"
+#include "../core/Watcher.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// How a medium is built. The defaults copy bit for bit.
+struct MediumOptions {
+    std::vector<std::string> privateFiles;  ///< files of any kind, to lie beside the last one that was added
+    std::string fileSetId;                  ///< name of the file-set: at most 16 of A-Z, 0-9, _ and space
+    bool transcode = false;      ///< decode what is compressed or big endian; write explicit VR little endian
+    bool link = false;           ///< hard links instead of copies where the file system can
+    Watcher* watcher = nullptr;  ///< the caller's; null: nobody listens, nothing stops
+};
+
+/// What a directory leads to.
+struct MediumContents {
+    std::string root;
+    std::size_t patients = 0;
+    std::size_t studies = 0;
+    std::size_t series = 0;
+    std::size_t files = 0;              ///< records that name a file
+    std::vector<std::string> problems;  ///< one line each; empty when all is well
+};
+
+struct MediumReport {
+    struct LeftOut {
+        std::string path;  ///< empty: about a folder, which `why` names
+        std::string why;
+        bool isDirectory = false;  ///< a DICOMDIR, which no medium takes up
+    };
+
+    MediumContents medium;                  ///< as it was found at the end
+    std::vector<LeftOut> faults;            ///< data that somebody may miss
+    std::vector<LeftOut> copies;            ///< files that are there byte for byte under another name
+    std::vector<LeftOut> notMeant;          ///< not DICOM, or a DICOMDIR
+    std::vector<std::string> privateFiles;  ///< where they lie, relative to the root
+};
+
+/// Builds a medium in the folder `root`, which is made where it is not there, of files and of all below folders.
+///
+///     const auto report = korvane::BuildMedium("/mnt/stick", {"study/"});
+///     for (const auto& fault : report.faults) std::cerr << fault.path << ": " << fault.why << '\n';
+///
+/// Sources keep their order, the files of a folder are sorted; of two files with one SOP Instance UID the first stays.
+/// The directory gets its name when all is there: a folder with a DICOMDIR is a whole medium. While it works it holds
+/// a lock in the root; another one that builds there at the same time fails, and removes nothing.
+///
+/// Throws `Error`: `NotFound` for a source that is not there, or when nothing goes onto the medium; `Disk`, `Damaged`;
+/// `Stopped`. Nothing that it made is there then.
+KORVANE_KIT MediumReport BuildMedium(const std::string& root, const std::vector<std::string>& sources,
+                                     const MediumOptions& options = {});
+
+/// How closely a medium is looked at.
+enum class MediumDepth {
+    Names,    ///< each named file is there
+    Contents  ///< and says of itself what its record says
+};
+
+/// Checks the medium in `root`: every offset of its DICOMDIR must lead to a record, none may be led to twice or not at all,
+/// and each named file is there (see `MediumDepth`). Faults are in the report, not thrown. Throws `Error` when the directory
+/// cannot be read (`Disk`, `NotDicom`), and `Stopped`.
+KORVANE_KIT MediumContents CheckMedium(const std::string& root, MediumDepth depth = MediumDepth::Contents,
+                                       Watcher* watcher = nullptr);
+
+/// JSON texts: one object each with "schema" ("korvane.media"), "version" (1; it grows when a member changes its meaning
+/// or goes), counts of records, and what was left out.
+KORVANE_KIT std::string ToJson(const MediumContents& contents);
+KORVANE_KIT std::string ToJson(const MediumReport& report);
+
+}  // namespace korvane
