@@ -1,35 +1,82 @@
 // korvane export: a series becomes a volume and the files of a research format.
+#include "Console.h"
 #include "SeriesOptions.h"
 #include "Verbs.h"
+#include "terminal/Terminal.h"
 #include <Korvane/kit/export/ExportJob.h>
 
 #include <CLI/CLI.hpp>
+#include <Korvane/platform/Environment.h>
 
+#include <cstdio>
+#include <map>
 #include <memory>
 
 using namespace korvane;
 
+namespace {
+
+constexpr char kPassword[] = "KORVANE_FTP_PASSWORD";
+
+struct Arguments {
+    SeriesChoice choice;
+    std::string format;
+    std::string url;
+    ExportOptions options;
+};
+
+const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
+                                                    {"reject", Irregular::Reject},
+                                                    {"resample", Irregular::Resample},
+                                                    {"split", Irregular::Split}};
+
+/// From the environment, else from the user where there is a terminal.
+std::string AskPassword(const std::string& user, const std::string& host) {
+    bool found = false;
+    std::string password = platform::GetEnvironment(kPassword, &found);
+    if (found) return password;
+    const std::string whose = user + " at " + host;
+    found = platform::ReadPassword("password of " + Visible(whose), password);
+    StopIfInterrupted();
+    if (!found) throw Error(ErrorKind::Refused, "no password for " + whose + ": set " + kPassword);
+    return password;
+}
+
+void ExportSeries(Arguments& arguments) {
+    ConsoleWatcher watcher;
+    arguments.options.watcher = &watcher;
+    arguments.options.askPassword = AskPassword;
+    ExportJob job(arguments.format, arguments.url, arguments.options);
+    const ExportReport report = job.Run(arguments.choice);
+    for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
+}
+
+}  // namespace
+
 void AddExportVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("export", "Write a series as a volume file");
-    const auto request = std::make_shared<ExportRequest>();
-    AddSeriesOptions(*verb, request->choice);
+    const auto arguments = std::make_shared<Arguments>();
+    AddSeriesOptions(*verb, arguments->choice);
     verb->add_option(
-            "--format", request->format,
+            "--format", arguments->format,
             "analyze: Analyze 7.5, NAME.hdr and NAME.img; bob: brick of bytes, NAME.header, NAME.ImageInfo and "
             "NAME.img, with numbers in the names where files exist; vox: RTViz, NAME.vox")
         ->required()
-        ->check(CLI::IsMember({"analyze", "bob", "vox"}));
+        ->check(CLI::IsMember(GetExportFormats()));
     verb->add_option(
-            "--to", request->url,
+            "--to", arguments->url,
             "file:PATH/NAME or ftp:USER%PASSWORD@HOST/PATH/NAME, without extension; an empty PASSWORD is taken "
             "from KORVANE_FTP_PASSWORD, or asked for")
         ->required();
-    verb->add_option("--irregular", request->policy,
-                     "Planes that are not even, positions that repeat: keep (as they are, the first volume), reject, "
-                     "resample (evenly along z), split (an output for each volume and even run, NAME-1 ...)")
+    verb->add_option_function<std::string>(
+            "--irregular", [arguments](const std::string& word) { arguments->options.irregular = kPolicies.at(word); },
+            "Planes that are not even, positions that repeat: keep (as they are, the first volume), reject, "
+            "resample (evenly along z), split (an output for each volume and even run, NAME-1 ...)")
         ->check(CLI::IsMember({"keep", "reject", "resample", "split"}))
-        ->capture_default_str();
-    verb->add_flag("--dry-run", request->dryRun, "Read and convert everything, write nothing, and say what would be");
-    verb->add_option("--report", request->report, "A file for a report in JSON: inputs, geometry, files, checksums");
-    verb->callback([request] { ExportJob(*request).Run(); });
+        ->default_str("keep");
+    verb->add_flag("--dry-run", arguments->options.dryRun,
+                   "Read and convert everything, write nothing, and say what would be");
+    verb->add_option("--report", arguments->options.reportFile,
+                     "A file for a report in JSON: inputs, geometry, files, checksums");
+    verb->callback([arguments] { ExportSeries(*arguments); });
 }

@@ -1,6 +1,7 @@
 // Where an export goes.
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace korvane {
@@ -23,11 +24,15 @@ struct Destination {
     std::string GetFolder() const;
 };
 
-/// Throws `UsageError`, which does not repeat the password.
+/// Throws `Error` of kind `WrongArgument`, which does not repeat the password.
 Destination ParseDestination(const std::string& url);
 
-/// An FTP password that the URL leaves empty comes from the environment variable KORVANE_FTP_PASSWORD, else from the
-/// user where there is a terminal; anonymous users ("anonymous", "ftp") need none. Throws `HostError`, `Interrupted`.
-void CompletePassword(Destination& destination);
+/// The caller's way to find the password of a user at a host. What it throws reaches the caller of the job.
+using PasswordQuestion = std::function<std::string(const std::string& user, const std::string& host)>;
+
+/// An FTP password that the URL leaves empty is asked for; anonymous users ("anonymous", "ftp") need none. Throws `Error`
+/// when there is nobody to ask (`ask` is empty), and for names that servers are not told: longer than 57 characters, or
+/// with control characters.
+void CompletePassword(Destination& destination, const PasswordQuestion& ask);
 
 }  // namespace korvane

@@ -1,11 +1,9 @@
 #include "ExportFiles.h"
 
+#include "Error.h"
 #include "FtpWriter.h"
-#include "HostError.h"
 #include "Paths.h"
-#include "TextEncoding.h"
 
-#include "host/terminal/Terminal.h"
 #include "platform/File.h"
 #include <Korvane/Korvane.h>
 
@@ -72,7 +70,7 @@ public:
     }
 
     unsigned Write(void* bytes, unsigned size, unsigned count) override {
-        if (platform::WasInterrupted()) return 0;
+        if (m_Files.IsStopped()) return 0;
         errno = 0;
         const unsigned written = Base::Write(bytes, size, count);
         if (written != (m_Form.countsBytes ? size * count : count)) {
@@ -124,11 +122,12 @@ private:
 std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
     if (m_bDryRun) return std::make_unique<WatchedWriter<DryWriter>>(*this, WriterForm{}, !m_Destination.isFtp);
     if (!m_Destination.isFtp) return std::make_unique<WatchedWriter<CFileWriter>>(*this, WriterForm{});
-    auto writer = std::make_unique<WatchedWriter<FtpWriter>>(*this, WriterForm{1, true}, platform::WasInterrupted);
+    auto writer = std::make_unique<WatchedWriter<FtpWriter>>(*this, WriterForm{1, true}, m_Watch.GetStopQuestion());
     if (!writer->Connect(m_Destination.host, m_Destination.user, m_Destination.password)) {
-        StopIfInterrupted();
+        m_Watch.StopIfAsked();
         const std::string reply = writer->StrError();
-        throw HostError("cannot log in to " + m_Destination.host + ": " +
+        throw Error(ErrorKind::Refused,
+                    "cannot log in to " + m_Destination.host + ": " +
                         WithoutPassword(ReasonOf(reply, reply.empty() ? "no connection" : "connection lost")));
     }
     return writer;
@@ -187,9 +186,14 @@ void ExportFiles::Count(const void* bytes, std::size_t count) {
 }
 
 void ExportFiles::Fail(const std::string& what, const std::string& reason) {
-    if (m_Failure.empty() && !platform::WasInterrupted()) {
+    if (m_Failure.empty() && !IsStopped()) {
         m_Failure = what + (reason.empty() ? "" : ": " + WithoutPassword(reason));
     }
+}
+
+void ExportFiles::ThrowFailure() const {
+    m_Watch.StopIfAsked();
+    throw Error(m_Destination.isFtp ? ErrorKind::Refused : ErrorKind::Disk, m_Failure);
 }
 
 void ExportFiles::Abandon(const std::string& reason) {
@@ -220,7 +224,7 @@ void ExportFiles::Commit() {
         for (std::size_t done = i + 1; done < m_Outputs.size(); ++done) {
             if (!m_Outputs[done].isDevice) RemoveFile(m_Outputs[done].name);
         }
-        throw HostError("cannot create " + name + ": " + SystemText(error, name));
+        throw Error(ErrorKind::Disk, "cannot create " + name + ": " + SystemText(error, name)).InFile(name);
     }
     m_bCommitted = true;
 }

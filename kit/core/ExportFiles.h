@@ -2,6 +2,8 @@
 #pragma once
 
 #include "Destination.h"
+#include "ExportOutput.h"
+#include "Watch.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -13,19 +15,12 @@ class CFileWriter;
 
 namespace korvane {
 
-/// One file of an export.
-struct ExportOutput {
-    std::string name;
-    std::uint64_t size = 0;
-    std::uint32_t crc = 0;  ///< CRC-32 (that of zip and gzip), where checksums were asked for
-    bool isDevice = false;  ///< a pipe or a device, which is written as it stands and never replaced
-};
-
 /// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as "name.part" and
 /// get their names when all are whole; what a server was sent under its name is emptied when it did not become whole.
 class ExportFiles {
 public:
-    explicit ExportFiles(Destination destination) : m_Destination(std::move(destination)) {}
+    explicit ExportFiles(Destination destination, const Watch& watch = {})
+        : m_Destination(std::move(destination)), m_Watch(watch) {}
     ~ExportFiles() { Discard(); }
     ExportFiles(const ExportFiles&) = delete;
     ExportFiles& operator=(const ExportFiles&) = delete;
@@ -37,20 +32,23 @@ public:
     void Reserve(const std::string& path);        ///< a local file that shall be something else
 
     /// A writer for the exporter, which owns it; this object must outlive it. An FTP destination is logged in to.
-    /// Throws `HostError`.
+    /// Throws `Error`.
     std::unique_ptr<CFileWriter> MakeWriter();
 
     /// What went wrong first; "" when nothing did.
     const std::string& GetFailure() const { return m_Failure; }
+    /// That, as an `Error`; one of kind `Stopped` when the job was to end.
+    [[noreturn]] void ThrowFailure() const;
     const std::vector<ExportOutput>& GetOutputs() const { return m_Outputs; }
     std::vector<std::string> GetNames() const;
 
-    /// Gives local files their names. Throws `HostError`; none has its name then.
+    /// Gives local files their names. Throws `Error`; none has its name then.
     void Commit();
     /// Removes local files that have no name yet.
     void Discard() noexcept;
 
     // For the writers:
+    bool IsStopped() const { return m_Watch.IsStopped(); }
     std::string Begin(const std::string& path);  ///< the path to write to; "" after a failure
     void Abandon(const std::string& reason);     ///< the file begun last could not be opened
     void Count(const void* bytes, std::size_t count);
@@ -61,6 +59,7 @@ private:
     std::string WithoutPassword(const std::string& reply) const;
 
     Destination m_Destination;
+    Watch m_Watch;
     std::filesystem::path m_Reserved;
     std::string m_Failure;
     std::vector<ExportOutput> m_Outputs;

@@ -1,6 +1,6 @@
 #include "ExportFormat.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
 
@@ -114,6 +114,12 @@ const ExportFormat* ExportFormat::Find(const std::string& name) {
     return found != std::end(kFormats) ? *found : nullptr;
 }
 
+std::vector<std::string> ExportFormat::GetNames() {
+    std::vector<std::string> names;
+    for (const ExportFormat* const format : kFormats) names.emplace_back(format->GetName());
+    return names;
+}
+
 std::string ExportFormat::FindFault(const SeriesVolume& series, std::size_t) const {
     const PixelForm& form = series.GetHeader().form;
     if (!series.IsGrey()) return series.DescribeColours();
@@ -129,8 +135,11 @@ void ExportFormat::Check(const SeriesVolume& series, std::size_t slices) const {
         if (format->FindFault(series, slices).empty())
             others += (others.empty() ? "" : ", ") + std::string(format->GetName());
     }
-    throw HostError(series.GetHeader().path + ": " + fault + " have no form in " + GetName() + " files, " +
-                    (others.empty() ? "nor in those of any other format" : "but in those of: " + others));
+    const std::string& path = series.GetHeader().path;
+    throw Error(ErrorKind::Unsupported,
+                path + ": " + fault + " have no form in " + GetName() + " files, " +
+                    (others.empty() ? "nor in those of any other format" : "but in those of: " + others))
+        .InFile(path);
 }
 
 }  // namespace korvane

@@ -1,6 +1,8 @@
 // The formats of `korvane export`: what each can hold, and what its files do not say about their values.
 #pragma once
 
+#include "Export.h"
+
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -13,14 +15,6 @@ namespace korvane {
 
 class SeriesVolume;
 
-/// How the values in a file come from the stored ones.
-struct ValueMapping {
-    std::string formula = "stored";  ///< for people
-    double scale = 1;                ///< file value = stored * scale + shift, before rounding and clamping
-    double shift = 0;
-    std::vector<std::string> remarks;  ///< one line each
-};
-
 class ExportFormat {
 public:
     ExportFormat(const ExportFormat&) = delete;
@@ -29,6 +23,7 @@ public:
 
     /// Null for a name that is none. Names: analyze, bob, vox.
     static const ExportFormat* Find(const std::string& name);
+    static std::vector<std::string> GetNames();
 
     virtual const char* GetName() const = 0;
     virtual std::unique_ptr<CVolumeExport> MakeExporter() const = 0;
@@ -41,7 +36,7 @@ public:
     /// What `exporter`, made by `MakeExporter`, has done to the values of `volume`, which it saved.
     virtual ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume& volume) const = 0;
 
-    /// Throws `HostError`, with the formats that would do, for pixels that this one has no form for or would hold as
+    /// Throws `Error`, with the formats that would do, for pixels that this one has no form for or would hold as
     /// something else, and for more slices than it can count.
     void Check(const SeriesVolume& series, std::size_t slices) const;
 

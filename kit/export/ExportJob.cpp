@@ -1,25 +1,22 @@
 #include "ExportJob.h"
 
-#include "../core/HostError.h"
-#include "../core/Progress.h"
-#include "../core/TextEncoding.h"
-#include "../study/SeriesWarnings.h"
+#include "../core/Error.h"
+#include "ExportReport.h"
 
-#include "host/terminal/Terminal.h"
 #include <Korvane/Korvane.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <map>
 
 namespace korvane {
 
 namespace {
 
-const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
-                                                    {"reject", Irregular::Reject},
-                                                    {"resample", Irregular::Resample},
-                                                    {"split", Irregular::Split}};
+const ExportFormat& FindFormat(const std::string& name) {
+    if (const ExportFormat* const format = ExportFormat::Find(name)) return *format;
+    std::string names;
+    for (const std::string& known : ExportFormat::GetNames()) names += (names.empty() ? "" : ", ") + known;
+    throw Error(ErrorKind::WrongArgument, "there is no format \"" + name + "\", but: " + names);
+}
 
 /// What a file does not say about its values.
 ValueMapping DescribeValues(const ExportFormat& format, const CVolumeExport& exporter, SeriesVolume& series,
@@ -53,86 +50,100 @@ double SliceBytes(CVolume& volume) {
 
 }  // namespace
 
-ExportJob::ExportJob(const ExportRequest& request)
-    : m_Request(request), m_Format(*ExportFormat::Find(request.format)), m_Destination(ParseDestination(request.url)) {
-    m_Report.SetTask(request.format, m_Destination, request.policy);
+ExportJob::ExportJob(const std::string& format, const std::string& url, const ExportOptions& options)
+    : m_Options(options), m_Watch(options.watcher), m_Format(FindFormat(format)), m_Destination(ParseDestination(url)) {
+    m_Report.format = format;
+    m_Report.destination = m_Destination.Describe();
+    m_Report.policy = options.irregular;
 }
 
 ExportJob::~ExportJob() = default;
 
-void ExportJob::Run() {
-    CheckReport();
+ExportReport ExportJob::Run(const SeriesChoice& choice) {
+    CheckReportFile();
     try {
-        Export();
-    } catch (const HostError& error) {
-        if (!platform::WasInterrupted()) ReportFailure(error.what());
+        Export(choice);
+    } catch (const Error& error) {
+        const ErrorKind kind = error.GetKind();
+        if (kind != ErrorKind::Stopped && kind != ErrorKind::WrongArgument) ReportFailure(error.what());
         throw;
     }
-    std::fputs(m_Summary.c_str(), stdout);
+    return std::move(m_Report);
 }
 
 /// Not after hours of work, and after the files of a server have been replaced.
-void ExportJob::CheckReport() {
-    if (m_Request.report.empty()) return;
-    ExportFiles file(Destination{});
+void ExportJob::CheckReportFile() {
+    if (m_Options.reportFile.empty()) return;
+    ExportFiles file(Destination{}, m_Watch);
     file.SetDryRun();
-    if (!file.MakeWriter()->Open(m_Request.report.c_str(), "wb")) throw HostError(file.GetFailure());
+    if (!file.MakeWriter()->Open(m_Options.reportFile.c_str(), "wb")) file.ThrowFailure();
 }
 
 void ExportJob::ReportFailure(const std::string& text) {
-    m_Report.SetStatus("failed", text);
+    m_Report.status = ExportReport::Status::Failed;
+    m_Report.error = text;
     m_pExporter.reset();
     if (m_Files) m_Files->Discard();  // the report may need the room
     try {
-        ExportFiles file(Destination{});
-        WriteReport(file);
+        ExportFiles file(Destination{}, m_Watch);
+        WriteReportFile(file);
         file.Commit();
-    } catch (const HostError& error) {
-        Warn(error.what());  // beside the failure proper
+    } catch (const Error& error) {
+        m_Watch.Tell(
+            {FindingKind::FileFailed, {}, {m_Options.reportFile}, {}, {}, 0, error.what()});  // beside the failure
     }
 }
 
-void ExportJob::Export() {
-    SeriesVolume series(m_Request.choice);
-    const ExportPlan plan = MakePlan(series, kPolicies.at(m_Request.policy));
-    m_Report.AddSeries(series, plan);
+void ExportJob::Export(const SeriesChoice& choice) {
+    SeriesVolume series(choice);
+    const ExportPlan plan = MakePlan(series, m_Options.irregular);
+    AddSeries(m_Report, series, plan);
     std::size_t slices = plan.parts.size() == 1 ? series.GetSliceCount() : 0;
     for (const ExportPart& part : plan.parts) slices = std::max(slices, part.slices.size());
     m_Format.Check(series, slices);
     series.TellWarnings();
-    if (!plan.done.empty()) Warn("warning: irregular series: " + plan.done);
-    if (!m_Request.dryRun) CompletePassword(m_Destination);
-    m_Files.emplace(m_Destination);
-    if (m_Request.dryRun) m_Files->SetDryRun();
-    if (!m_Request.report.empty()) {
-        m_Files->SetChecksums();
-        m_Files->Reserve(m_Request.report);
+    if (!plan.done.empty()) {
+        m_Watch.Tell({FindingKind::IrregularTaken, {}, {}, {}, {}, 0, "irregular series: " + plan.done});
     }
-    if (m_Format.KeepsExisting()) m_Files->SetKeepExisting();
+    OpenFiles();
     ExportParts(series, plan);
     Finish();
 }
 
-void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
-    for (const ExportPart& part : plan.parts) {
-        series.Load(part.slices);
-        EvenPlanes even;
-        if (plan.resample) {
-            even.PutInto(series.GetAssembled());
-            m_Format.Check(series, static_cast<std::size_t>(series.GetVolume().GetPlaneCount()));
-        }
-        if (!m_pExporter) {
-            m_pExporter = m_Format.MakeExporter();
-            m_pExporter->SetFileWriter(m_Files->MakeWriter().release());
-        }
-        *m_pExporter = series.GetAssembled();
-        const std::size_t firstOutput = m_Files->GetOutputs().size();
-        Save(series.GetVolume(), m_Destination.name + part.suffix);
-        const ValueMapping mapping = DescribeValues(m_Format, *m_pExporter, series, part.slices);
-        m_Report.AddVolume(series, part, ExportGeometry(series, series.GetAssembled(), m_Format.IsLastFirst()),
-                           mapping);
-        Tell(series.GetVolume(), part, mapping, firstOutput);
+void ExportJob::OpenFiles() {
+    if (!m_Options.dryRun) CompletePassword(m_Destination, m_Options.askPassword);
+    m_Files.emplace(m_Destination, m_Watch);
+    if (m_Options.dryRun) m_Files->SetDryRun();
+    if (!m_Options.reportFile.empty()) {
+        m_Files->SetChecksums();
+        m_Files->Reserve(m_Options.reportFile);
     }
+    if (m_Format.KeepsExisting()) m_Files->SetKeepExisting();
+}
+
+void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
+    for (const ExportPart& part : plan.parts) ExportOne(series, part, plan.resample);
+}
+
+void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, bool resample) {
+    series.Load(part.slices);
+    EvenPlanes even;
+    if (resample) {
+        even.PutInto(series.GetAssembled(), m_Watch);
+        m_Format.Check(series, static_cast<std::size_t>(series.GetVolume().GetPlaneCount()));
+    }
+    if (!m_pExporter) {
+        m_pExporter = m_Format.MakeExporter();
+        m_pExporter->SetFileWriter(m_Files->MakeWriter().release());
+    }
+    *m_pExporter = series.GetAssembled();
+    const std::size_t firstOutput = m_Files->GetOutputs().size();
+    Save(series.GetVolume(), m_Destination.name + part.suffix);
+    ExportedVolume volume = DescribeVolume(series, part, m_Format.IsLastFirst());
+    volume.values = DescribeValues(m_Format, *m_pExporter, series, part.slices);
+    const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
+    volume.outputs.assign(outputs.begin() + static_cast<std::ptrdiff_t>(firstOutput), outputs.end());
+    m_Report.volumes.push_back(std::move(volume));
 }
 
 /// The exporter's own answer is true even when it was stopped, when the disk was full, or when a file could not be closed.
@@ -141,62 +152,44 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
     volume.GetDimensions(dim);
     bool saved;
     {
-        ProgressBar progress(m_Request.dryRun ? "converting" : "writing", dim[2], SliceBytes(volume));
+        TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", dim[2], SliceBytes(volume));
         m_pExporter->SetCallback(&progress);
         const std::string folder = m_Destination.GetFolder();
         saved = m_Destination.isFtp ? m_pExporter->Save(folder.c_str(), name.c_str())
                                     : m_pExporter->SaveUrl(("file:" + folder + "\\" + name).c_str());
         m_pExporter->SetCallback(nullptr);
     }
-    if (saved && m_Files->GetFailure().empty() && !platform::WasInterrupted()) return;
-    std::string failure = platform::WasInterrupted() ? "stopped" : m_Files->GetFailure();
+    const bool stopped = m_Watch.IsStopped();
+    if (saved && m_Files->GetFailure().empty() && !stopped) return;
+    std::string failure = stopped ? "stopped" : m_Files->GetFailure();
     if (failure.empty()) failure = "cannot write " + m_Destination.Describe();
-    if (m_Destination.isFtp && !m_Request.dryRun && !m_Files->GetOutputs().empty()) {
+    if (m_Destination.isFtp && !m_Options.dryRun && !m_Files->GetOutputs().empty()) {
         failure += "; " + EmptyRemoteFiles(*m_pExporter->GetFileWriter(), *m_Files);
     }
-    throw HostError(failure, platform::WasInterrupted() ? ErrorKind::Stopped : ErrorKind::Disk);
+    throw Error(stopped               ? ErrorKind::Stopped
+                : m_Destination.isFtp ? ErrorKind::Refused
+                                      : ErrorKind::Disk,
+                failure)
+        .InFile(m_Destination.Describe());
 }
 
 void ExportJob::Finish() {
     m_pExporter->SetFileWriter(nullptr);  // ends an FTP session
-    m_Report.SetStatus(m_Request.dryRun ? "dry run" : "done");
+    m_Report.status = m_Options.dryRun ? ExportReport::Status::DryRun : ExportReport::Status::Done;
     // Before the volumes get their names: without a report that was asked for there are none.
-    ExportFiles file(Destination{});
-    WriteReport(file);
+    ExportFiles file(Destination{}, m_Watch);
+    WriteReportFile(file);
     m_Files->Commit();
     file.Commit();
 }
 
-void ExportJob::Tell(CVolume& volume, const ExportPart& part, const ValueMapping& mapping, std::size_t firstOutput) {
-    const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
-    std::string names;
-    for (std::size_t i = firstOutput; i < outputs.size(); ++i) {
-        if (i > firstOutput) names += i + 1 < outputs.size() ? ", " : " and ";
-        names += outputs[i].name;
-        if (m_Request.dryRun) names += " (" + std::to_string(outputs[i].size) + " bytes)";
-        m_Report.AddOutput(outputs[i]);
-    }
-    int dim[4];
-    float space[4];
-    volume.GetDimensions(dim);
-    volume.GetSpacing(space);
-    m_Summary += (m_Request.dryRun ? "would write " : "wrote ") + Visible(names) + "\n";
-    if (!part.what.empty()) m_Summary += part.what + "\n";
-    m_Summary += std::to_string(dim[0]) + " x " + std::to_string(dim[1]) + " x " + std::to_string(dim[2]) +
-                 " voxels of " + ShortNumber(static_cast<double>(space[0])) + " x " +
-                 ShortNumber(static_cast<double>(space[1])) + " x " + ShortNumber(static_cast<double>(space[2])) +
-                 " mm, values " + std::to_string(volume.GetMin()) + " to " + std::to_string(volume.GetMax()) + "\n";
-    for (const std::string& remark : mapping.remarks) m_Summary += Visible(remark) + "\n";
-}
-
-void ExportJob::WriteReport(ExportFiles& file) {
-    if (m_Request.report.empty()) return;
-    std::string text = m_Report.GetText();
+void ExportJob::WriteReportFile(ExportFiles& file) {
+    if (m_Options.reportFile.empty()) return;
+    std::string text = ToJson(m_Report);
     const auto writer = file.MakeWriter();
-    if (!writer->Open(m_Request.report.c_str(), "wb") ||
+    if (!writer->Open(m_Options.reportFile.c_str(), "wb") ||
         writer->Write(text.data(), 1, static_cast<unsigned>(text.size())) != text.size() || writer->Close() != 0) {
-        StopIfInterrupted();
-        throw HostError(file.GetFailure());
+        file.ThrowFailure();
     }
 }
 

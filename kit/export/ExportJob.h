@@ -1,11 +1,12 @@
-// One run of `korvane export`.
+// One export, from the series to its files.
 #pragma once
 
 #include "../core/Destination.h"
 #include "../core/ExportFiles.h"
+#include "../core/Watch.h"
 #include "../study/SeriesVolume.h"
+#include "Export.h"
 #include "ExportFormat.h"
-#include "ExportReport.h"
 #include "IrregularPolicy.h"
 
 #include <memory>
@@ -14,43 +15,35 @@
 
 namespace korvane {
 
-struct ExportRequest {
-    SeriesChoice choice;
-    std::string format;
-    std::string url;
-    std::string policy = "keep";
-    bool dryRun = false;
-    std::string report;  ///< a file for it, written unless the run is stopped; "" for none
-};
-
 class ExportJob {
 public:
-    /// Throws `UsageError`, `HostError`, `Interrupted`.
-    explicit ExportJob(const ExportRequest& request);
+    /// Throws `Error` of kind `WrongArgument` for a format or a URL that is none.
+    ExportJob(const std::string& format, const std::string& url, const ExportOptions& options);
     ~ExportJob();
     ExportJob(const ExportJob&) = delete;
     ExportJob& operator=(const ExportJob&) = delete;
 
-    /// Writes all files or none, and tells on standard output what they are. Throws `HostError`, `Interrupted`.
-    void Run();
+    /// Writes all files or none. Throws `Error`. Once only.
+    ExportReport Run(const SeriesChoice& choice);
 
 private:
-    void Export();
+    void Export(const SeriesChoice& choice);
+    void OpenFiles();
     void ExportParts(SeriesVolume& series, const ExportPlan& plan);
+    void ExportOne(SeriesVolume& series, const ExportPart& part, bool resample);
     void Save(CVolume& volume, const std::string& name);
     void Finish();
-    void CheckReport();
+    void CheckReportFile();
     void ReportFailure(const std::string& text);
-    void Tell(CVolume& volume, const ExportPart& part, const ValueMapping& mapping, std::size_t firstOutput);
-    void WriteReport(ExportFiles& file);
+    void WriteReportFile(ExportFiles& file);
 
-    const ExportRequest& m_Request;
+    const ExportOptions& m_Options;
+    Watch m_Watch;
     const ExportFormat& m_Format;
     Destination m_Destination;
     ExportReport m_Report;
     std::optional<ExportFiles> m_Files;
     std::unique_ptr<CVolumeExport> m_pExporter;  // its writer stands on the files
-    std::string m_Summary;
 };
 
 }  // namespace korvane

@@ -2,6 +2,9 @@
 
 #include "../core/TextEncoding.h"
 #include "../study/SeriesVolume.h"
+#include "../study/SeriesWarnings.h"
+#include "ExportFormat.h"
+#include "IrregularPolicy.h"
 
 #include <Korvane/Korvane.h>
 #include <Korvane/Version.h>
@@ -30,12 +33,6 @@ Json Texts(const std::vector<std::string>& texts) {
     return array;
 }
 
-Json Names(const FoundFiles& found, const std::vector<SliceRef>& slices) {
-    Json array = Json::array();
-    for (const SliceRef& slice : slices) array.push_back(Text(found.NameOf(slice)));
-    return array;
-}
-
 const char* NameOf(CVolume::PixelType type) {
     switch (type) {
     case CVolume::PT_SHORT: return "signed 16-bit";
@@ -46,12 +43,10 @@ const char* NameOf(CVolume::PixelType type) {
 }
 
 /// Slices and files that no part has.
-Json LeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
+std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
     const FoundFiles& found = series.GetFound();
-    Json array = Json::array();
-    const auto add = [&](const std::string& name, const std::string& why) {
-        array.push_back(Json{{"file", Text(name)}, {"why", Text(why)}});
-    };
+    std::vector<ExportReport::LeftOut> list;
+    const auto add = [&](const std::string& name, const std::string& why) { list.push_back({name, why}); };
     for (const FoundFiles::LeftOut& file : found.leftOut) add(file.path, file.why);
     std::set<std::string> used;
     for (const ExportPart& part : parts) {
@@ -70,20 +65,19 @@ Json LeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
             add(found.NameOf(slice), "of another series, UID " + found.FirstFile(other).seriesUid);
         }
     }
-    return array;
+    return list;
 }
 
-}  // namespace
-
-ExportGeometry::ExportGeometry(const SeriesVolume& series, CDicomVolume& assembled, bool lastFirst) {
+/// Size, spacing, directions and positions of the volume in memory.
+void AddGeometry(ExportedVolume& entry, const SeriesVolume& series, CDicomVolume& assembled, bool lastFirst) {
     const CVolume& volume = *assembled.GetVolume();
     int dim[4];
     float space[4];
     volume.GetDimensions(dim);
     volume.GetSpacing(space);
-    std::copy(dim, dim + 3, size.begin());
-    std::copy(space, space + 3, spacing.begin());
-    cosines = series.GetPlace().orientation;
+    std::copy(dim, dim + 3, entry.size.begin());
+    std::copy(space, space + 3, entry.spacing.begin());
+    entry.cosines = series.GetPlace().orientation;
     float reference[4];
     volume.GetOrigin(reference);
     const float firstZ = dim[2] > 0 ? assembled.GetVolume()->GetPlane(0)->m_Org[2] : 0;
@@ -93,76 +87,130 @@ ExportGeometry::ExportGeometry(const SeriesVolume& series, CDicomVolume& assembl
         float inVolume[3] = {plane[0] - reference[0], plane[1] - reference[1], plane[2] - firstZ};
         float patient[3];
         assembled.VolToDicom(inVolume, patient);
-        positions.push_back({patient[0], patient[1], patient[2]});
+        entry.positions.push_back({patient[0], patient[1], patient[2]});
     }
-    if (lastFirst) std::reverse(positions.begin(), positions.end());
+    if (lastFirst) std::reverse(entry.positions.begin(), entry.positions.end());
 }
 
-ExportReport::ExportReport() : m_pJson(std::make_unique<Json>()) {
-    Json& json = *m_pJson;
+Json JsonOf(const ExportedVolume& volume) {
+    Json json;
+    if (!volume.what.empty()) json["what"] = volume.what;
+    json["inputs"] = Texts(volume.inputs);
+    json["size"] = volume.size;
+    json["spacing"] = volume.spacing;
+    json["orientation"] = volume.cosines;
+    json["slicePositions"] = volume.positions;
+    json["values"] = Json{{"stored", volume.stored},
+                          {"smallest", volume.smallest},
+                          {"largest", volume.largest},
+                          {"inFile", volume.values.formula},
+                          {"scale", volume.values.scale},
+                          {"shift", volume.values.shift},
+                          {"remarks", Texts(volume.values.remarks)}};
+    json["outputs"] = Json::array();
+    for (const ExportOutput& output : volume.outputs) {
+        char crc[16];
+        std::snprintf(crc, sizeof crc, "%08x", static_cast<unsigned>(output.crc));
+        json["outputs"].push_back(Json{{"file", Text(output.name)}, {"size", output.size}, {"crc32", crc}});
+    }
+    return json;
+}
+
+void AddSeriesJson(Json& json, const ExportReport& report) {
+    json["irregular"]["found"] = Texts(report.found);
+    json["irregular"]["done"] = report.done;
+    json["series"] =
+        Json{{"uid", Text(report.uid)}, {"modality", Text(report.modality)}, {"description", Text(report.description)}};
+    json["warnings"] = Texts(report.warnings);
+    json["leftOut"] = Json::array();
+    for (const ExportReport::LeftOut& file : report.leftOut) {
+        json["leftOut"].push_back(Json{{"file", Text(file.file)}, {"why", Text(file.why)}});
+    }
+    json["volumes"] = Json::array();
+    for (const ExportedVolume& volume : report.volumes) json["volumes"].push_back(JsonOf(volume));
+}
+
+const char* WordOf(ExportReport::Status status) {
+    switch (status) {
+    case ExportReport::Status::Done: return "done";
+    case ExportReport::Status::DryRun: return "dry run";
+    case ExportReport::Status::Failed: break;
+    }
+    return "failed";
+}
+
+}  // namespace
+
+const char* WordOf(Irregular policy) {
+    switch (policy) {
+    case Irregular::Reject: return "reject";
+    case Irregular::Resample: return "resample";
+    case Irregular::Split: return "split";
+    case Irregular::Keep: break;
+    }
+    return "keep";
+}
+
+void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPlan& plan) {
+    const ImageHeader& header = series.GetHeader();
+    report.hasSeries = true;
+    report.found = plan.found;
+    report.done = plan.done;
+    report.uid = header.seriesUid;
+    report.modality = header.modality;
+    report.description = header.description;
+    report.warnings = series.GetSeries().warnings;
+    report.leftOut = FindLeftOut(series, plan.parts);
+}
+
+ExportedVolume DescribeVolume(SeriesVolume& series, const ExportPart& part, bool lastFirst) {
+    ExportedVolume entry;
+    entry.what = part.what;
+    for (const SliceRef& slice : part.slices) entry.inputs.push_back(series.GetFound().NameOf(slice));
+    AddGeometry(entry, series, series.GetAssembled(), lastFirst);
+    entry.stored = NameOf(series.GetVolume().GetType());
+    entry.smallest = series.GetVolume().GetMin();
+    entry.largest = series.GetVolume().GetMax();
+    return entry;
+}
+
+std::string ToJson(const ExportReport& report) {
+    Json json;
     json["schema"] = "korvane.export";
     json["version"] = kVersion;
     json["program"] = "korvane " KORVANE_VERSION;
-    json["status"] = "failed";
+    json["status"] = WordOf(report.status);
+    json["format"] = report.format;
+    json["destination"] = Text(report.destination);
+    json["irregular"]["policy"] = WordOf(report.policy);
+    if (report.hasSeries) AddSeriesJson(json, report);
+    if (!report.error.empty()) json["error"] = Text(report.error);
+    return json.dump(1) + "\n";
 }
 
-ExportReport::~ExportReport() = default;
-
-void ExportReport::SetTask(const std::string& format, const Destination& destination, const std::string& policy) {
-    Json& json = *m_pJson;
-    json["format"] = format;
-    json["destination"] = Text(destination.Describe());
-    json["irregular"]["policy"] = policy;
+std::vector<std::string> Describe(const ExportReport& report) {
+    const bool dryRun = report.status == ExportReport::Status::DryRun;
+    std::vector<std::string> lines;
+    for (const ExportedVolume& volume : report.volumes) {
+        std::string names;
+        for (std::size_t i = 0; i < volume.outputs.size(); ++i) {
+            if (i > 0) names += i + 1 < volume.outputs.size() ? ", " : " and ";
+            names += volume.outputs[i].name;
+            if (dryRun) names += " (" + std::to_string(volume.outputs[i].size) + " bytes)";
+        }
+        lines.push_back((dryRun ? "would write " : "wrote ") + names);
+        if (!volume.what.empty()) lines.push_back(volume.what);
+        lines.push_back(std::to_string(volume.size[0]) + " x " + std::to_string(volume.size[1]) + " x " +
+                        std::to_string(volume.size[2]) + " voxels of " + ShortNumber(volume.spacing[0]) + " x " +
+                        ShortNumber(volume.spacing[1]) + " x " + ShortNumber(volume.spacing[2]) + " mm, values " +
+                        std::to_string(volume.smallest) + " to " + std::to_string(volume.largest));
+        lines.insert(lines.end(), volume.values.remarks.begin(), volume.values.remarks.end());
+    }
+    return lines;
 }
 
-void ExportReport::AddSeries(const SeriesVolume& series, const ExportPlan& plan) {
-    Json& json = *m_pJson;
-    const ImageHeader& header = series.GetHeader();
-    json["irregular"]["found"] = Texts(plan.found);
-    json["irregular"]["done"] = plan.done;
-    json["series"] = Json{{"uid", Text(header.seriesUid)},
-                          {"modality", Text(header.modality)},
-                          {"description", Text(header.description)}};
-    json["warnings"] = Texts(series.GetSeries().warnings);
-    json["leftOut"] = LeftOut(series, plan.parts);
-    json["volumes"] = Json::array();
-}
-
-void ExportReport::AddVolume(SeriesVolume& series, const ExportPart& part, const ExportGeometry& geometry,
-                             const ValueMapping& mapping) {
-    Json volume;
-    if (!part.what.empty()) volume["what"] = part.what;
-    volume["inputs"] = Names(series.GetFound(), part.slices);
-    volume["size"] = geometry.size;
-    volume["spacing"] = geometry.spacing;
-    volume["orientation"] = geometry.cosines;
-    volume["slicePositions"] = geometry.positions;
-    Json& values = volume["values"];
-    values["stored"] = NameOf(series.GetVolume().GetType());
-    values["smallest"] = series.GetVolume().GetMin();
-    values["largest"] = series.GetVolume().GetMax();
-    values["inFile"] = mapping.formula;
-    values["scale"] = mapping.scale;
-    values["shift"] = mapping.shift;
-    values["remarks"] = Texts(mapping.remarks);
-    volume["outputs"] = Json::array();
-    (*m_pJson)["volumes"].push_back(std::move(volume));
-}
-
-void ExportReport::AddOutput(const ExportOutput& output) {
-    char crc[16];
-    std::snprintf(crc, sizeof crc, "%08x", static_cast<unsigned>(output.crc));
-    (*m_pJson)["volumes"].back()["outputs"].push_back(
-        Json{{"file", Text(output.name)}, {"size", output.size}, {"crc32", crc}});
-}
-
-void ExportReport::SetStatus(const std::string& status, const std::string& error) {
-    (*m_pJson)["status"] = status;
-    if (!error.empty()) (*m_pJson)["error"] = Text(error);
-}
-
-std::string ExportReport::GetText() const {
-    return m_pJson->dump(1) + "\n";
+std::vector<std::string> GetExportFormats() {
+    return ExportFormat::GetNames();
 }
 
 }  // namespace korvane

@@ -1,7 +1,6 @@
 #include "IrregularPolicy.h"
 
-#include "../core/HostError.h"
-#include "../core/Progress.h"
+#include "../core/Error.h"
 #include "../study/SeriesGeometry.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
@@ -50,7 +49,7 @@ public:
         if (m_Plan.found.empty()) return std::move(m_Plan);
         std::string text = m_Series.GetHeader().path + ": irregular series rejected";
         for (const std::string& found : m_Plan.found) text += "; " + found;
-        throw HostError(text);
+        throw Error(ErrorKind::Irregular, text).InFile(m_Series.GetHeader().path);
     }
 
     ExportPlan Resample() {
@@ -139,16 +138,18 @@ EvenPlanes::~EvenPlanes() {
     if (m_pEven != nullptr) m_pEven->Delete();
 }
 
-void EvenPlanes::PutInto(CDicomVolume& assembled) {
+void EvenPlanes::PutInto(CDicomVolume& assembled, const Watch& watch) {
     CVolume& volume = *assembled.GetVolume();
     CVolumeReformatter reformatter;
     {
-        ProgressBar progress("resampling", reformatter.GetPlaneCount(volume, VP_XY));
+        TaskProgress progress(watch, "resampling", reformatter.GetPlaneCount(volume, VP_XY));
         reformatter.SetCallback(&progress);
         m_pEven = reformatter.Reformat(volume, VP_XY, false, false);
     }
-    StopIfInterrupted();
-    if (m_pEven == nullptr) throw HostError("cannot resample the volume: " + reformatter.GetError());
+    watch.StopIfAsked();
+    if (m_pEven == nullptr) {
+        throw Error(ErrorKind::Unsupported, "cannot resample the volume: " + reformatter.GetError());
+    }
     int dim[4];
     float space[4];
     float origin[4];

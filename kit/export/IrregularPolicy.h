@@ -1,7 +1,9 @@
 // What is exported of a series whose planes are not even or whose positions repeat.
 #pragma once
 
+#include "../core/Watch.h"
 #include "../study/SeriesFinder.h"
+#include "Export.h"
 
 #include <string>
 #include <vector>
@@ -12,13 +14,6 @@ class CVolume;
 namespace korvane {
 
 class SeriesVolume;
-
-enum class Irregular {
-    Keep,      ///< the planes as they are, of the first of several volumes
-    Reject,    ///< nothing
-    Resample,  ///< evenly spaced planes in their place
-    Split,     ///< a volume for each set of repeated positions, and for each evenly spaced run of planes in it
-};
 
 /// One volume of an export.
 struct ExportPart {
@@ -34,7 +29,7 @@ struct ExportPlan {
     bool resample = false;
 };
 
-/// A volume that `--volume` chooses is judged alone. Throws `HostError`, which names the gaps, when the policy rejects.
+/// A volume that `--volume` chooses is judged alone. Throws `Error`, which names the gaps, when the policy rejects.
 ExportPlan MakePlan(const SeriesVolume& series, Irregular policy);
 
 /// A volume's planes resampled evenly along z (CVolumeReformatter).
@@ -46,8 +41,8 @@ public:
     EvenPlanes& operator=(const EvenPlanes&) = delete;
 
     /// Puts new planes into the volume of `assembled`, whose voxels then belong to this object, and as many data sets
-    /// behind them, with the new distance for their Slice Thickness. Once only. Throws `HostError`, `Interrupted`.
-    void PutInto(CDicomVolume& assembled);
+    /// behind them, with the new distance for their Slice Thickness. Once only. Throws `Error`.
+    void PutInto(CDicomVolume& assembled, const Watch& watch);
 
 private:
     CVolume* m_pEven = nullptr;

@@ -1,5 +1,5 @@
 #include "../../kit/core/Destination.h"
-#include "../../kit/core/HostError.h"
+#include "../../kit/core/Error.h"
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ TEST(DestinationTest, ControlCharactersAndPathsTooLongNeverReachAServer) {
     for (const std::string& url :
          {std::string("ftp:u%p@host/a\r\nDELE b"), std::string("file:a\tb"), "ftp:u%p@h/" + std::string(1000, 'n'),
           std::string("ftp:u%p@h/.."), std::string("ftp:u%p"), std::string("file:a/"), std::string("http:x")}) {
-        EXPECT_THROW(ParseDestination(url), UsageError) << url;
+        EXPECT_THROW(ParseDestination(url), Error) << url;
     }
 }
 

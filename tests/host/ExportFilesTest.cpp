@@ -1,5 +1,5 @@
 #include "../../kit/core/ExportFiles.h"
-#include "../../kit/core/HostError.h"
+#include "../../kit/core/Error.h"
 
 #include <Korvane/export/CFileWriter.h>
 #include <gtest/gtest.h>
@@ -39,7 +39,7 @@ TEST(ExportFilesTest, APairInUseIsReplacedWholeOrNotAtAll) {
         try {
             files.Commit();
             replaced = true;
-        } catch (const HostError& error) {
+        } catch (const Error& error) {
             EXPECT_NE(std::string(error.what()).find("v.img: "), std::string::npos) << error.what();
         }
     }

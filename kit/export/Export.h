@@ -1,0 +1,99 @@
+// Series as files of a research format.
+#pragma once
+
+#include "../core/ExportOutput.h"
+#include "../core/KitExport.h"
+#include "../core/Watcher.h"
+
+#include <array>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// What becomes of a series whose planes are not even, or whose positions repeat.
+enum class Irregular {
+    Keep,      ///< the planes as they are, of the first of several volumes
+    Reject,    ///< nothing: an `Error` of kind `Irregular`, which names the gaps
+    Resample,  ///< evenly spaced planes in their place
+    Split,     ///< a volume for each set of repeated positions, and for each evenly spaced run of planes in it
+};
+
+/// The words "keep", "reject", "resample", "split".
+KORVANE_KIT const char* WordOf(Irregular policy);
+
+/// How an export is made. The defaults write all files, whole, and no report.
+struct ExportOptions {
+    Irregular irregular = Irregular::Keep;
+    bool dryRun = false;  ///< everything is read and converted, nothing is written, and the report says what would be
+    /// A file for the report as JSON (`ToJson`), with checksums; none when empty. It is there before the volume files get
+    /// their names. A run that fails writes it too, one that is stopped does not.
+    std::string reportFile{};
+    /// Asked for the password where an FTP URL leaves it empty: user, host. What it throws ends the export.
+    std::function<std::string(const std::string& user, const std::string& host)> askPassword{};
+    unsigned jobs = 0;  ///< threads; 0 for one on each core
+    Watcher* watcher = nullptr;
+};
+
+/// How the values in a file come from the stored ones.
+struct ValueMapping {
+    std::string formula = "stored";  ///< for people
+    double scale = 1;                ///< file value = stored * scale + shift, before rounding and clamping
+    double shift = 0;
+    std::vector<std::string> remarks{};  ///< one line each
+};
+
+/// A volume that was written. Lengths are millimetres in patient axes (LPS: x to the left, y to the back, z to the head).
+struct ExportedVolume {
+    std::string what{};                              ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
+    std::vector<std::string> inputs{};               ///< files, and frames of them
+    std::array<int, 3> size{};                       ///< columns, rows, slices
+    std::array<double, 3> spacing{};                 ///< as the file has it
+    std::array<double, 6> cosines{};                 ///< directions of rows and columns
+    std::vector<std::array<double, 3>> positions{};  ///< first voxel of each slice, in the file's order
+    std::string stored{};                            ///< such as "signed 16-bit"
+    long long smallest = 0;                          ///< stored values
+    long long largest = 0;
+    ValueMapping values{};
+    std::vector<ExportOutput> outputs{};
+};
+
+/// What an export did.
+struct ExportReport {
+    enum class Status { Failed, Done, DryRun };
+
+    /// A file, or a frame of one, that was found and not written, and why.
+    struct LeftOut {
+        std::string file;
+        std::string why;
+    };
+
+    Status status = Status::Failed;
+    std::string error{};  ///< why it failed
+    std::string format{};
+    std::string destination{};  ///< without a password
+    Irregular policy = Irregular::Keep;
+    bool hasSeries = false;            ///< it came so far that what follows is known
+    std::vector<std::string> found{};  ///< what is irregular, one line each
+    std::string done{};                ///< what the policy made of it
+    std::string uid{};                 ///< of the series
+    std::string modality{};
+    std::string description{};
+    std::vector<std::string> warnings{};  ///< what is odd about the series
+    std::vector<LeftOut> leftOut{};
+    std::vector<ExportedVolume> volumes{};
+};
+
+/// One JSON object with a line end: "schema" ("korvane.export"), "version" (1; it grows when a member changes its meaning
+/// or goes), "status" ("done", "dry run" or "failed", then with "error"), what was read and what was left out and why, and
+/// each volume with its geometry, its values and its files. Texts that are not UTF-8 are escaped. No passwords.
+KORVANE_KIT std::string ToJson(const ExportReport& report);
+
+/// The files, sizes and remarks in lines for people, without line ends; not escaped for printing.
+KORVANE_KIT std::vector<std::string> Describe(const ExportReport& report);
+
+/// The formats there are, as `Export` takes them.
+KORVANE_KIT std::vector<std::string> GetExportFormats();
+
+}  // namespace korvane
