@@ -1,30 +1,19 @@
 // korvane convert: files into another transfer syntax.
+#include "Console.h"
 #include "Verbs.h"
-#include <Korvane/kit/core/HostError.h>
-#include <Korvane/kit/core/Paths.h>
-#include <Korvane/kit/core/TextEncoding.h>
-#include <Korvane/kit/dataset/Conversion.h>
+#include "terminal/StandardStreams.h"
+#include <Korvane/Kit.h>
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <string>
-#include <system_error>
 
 using namespace korvane;
 
 namespace {
-
-const std::map<std::string, std::string> kSyntaxes = {
-    {"implicit", std::string(kImplicitLittleEndianUid)},
-    {"explicit", std::string(kExplicitLittleEndianUid)},
-    {"big", std::string(kExplicitBigEndianUid)},
-    {"rle", "1.2.840.10008.1.2.5"},
-    {"jpegll", "1.2.840.10008.1.2.4.70"},
-};
 
 struct Arguments {
     std::string input;
@@ -32,22 +21,30 @@ struct Arguments {
     std::string syntax = "explicit";
 };
 
-void Convert(const Arguments& arguments) {
-    const std::string& syntax = kSyntaxes.at(arguments.syntax);
-    std::error_code error;
-    const bool isFolder = std::filesystem::is_directory(PathFromText(arguments.input), error);
-    if (isFolder && arguments.output == "-") throw UsageError("a folder does not go to standard output");
-    Conversion conversion(syntax);
-    if (!isFolder) {
-        conversion.ConvertFile(arguments.input, arguments.output);
-        return;
+ConvertReport ConvertAsAsked(const Arguments& arguments, const ConvertOptions& options) {
+    const bool fromStream = arguments.input == "-";
+    if (!fromStream && arguments.output != "-") return Convert(arguments.input, arguments.output, options);
+    platform::StandardInput input;
+    platform::StandardOutput output;
+    if (!fromStream) return Convert(arguments.input, output, options);
+    if (arguments.output != "-") return Convert(input, arguments.output, options);
+    return Convert(input, output, options);
+}
+
+void ConvertFiles(const Arguments& arguments) {
+    ConsoleWatcher watcher;
+    ConvertOptions options;
+    options.syntax = arguments.syntax;
+    options.watcher = &watcher;
+    const ConvertReport report = ConvertAsAsked(arguments, options);
+    if (!report.isFolder) return;
+    std::printf("%zu files written to %s as %s\n", report.written, Visible(arguments.output).c_str(),
+                report.syntax.c_str());
+    if (report.notDicom > 0) std::printf("%zu files are not DICOM and were left out\n", report.notDicom);
+    if (report.failed > 0) {
+        throw Error(ErrorKind::Disk, std::to_string(report.failed) + " files could not be converted");
     }
-    const ConversionCount count = conversion.ConvertFolder(arguments.input, arguments.output);
-    std::printf("%zu files written to %s as %s\n", count.written, Visible(arguments.output).c_str(),
-                DescribeSyntax(syntax).c_str());
-    if (count.notDicom > 0) std::printf("%zu files are not DICOM and were left out\n", count.notDicom);
-    if (count.failed > 0) throw HostError(std::to_string(count.failed) + " files could not be converted");
-    if (count.written == 0) throw HostError(arguments.input + ": no DICOM files");
+    if (report.written == 0) throw Error(ErrorKind::NotDicom, arguments.input + ": no DICOM files");
 }
 
 }  // namespace
@@ -62,6 +59,6 @@ void AddConvertVerb(CLI::App& program) {
         ->required();
     verb->add_option("--syntax", arguments->syntax,
                      "implicit, explicit (the default), big: uncompressed; rle, jpegll: compressed without loss")
-        ->check(CLI::IsMember(kSyntaxes));
-    verb->callback([arguments] { Convert(*arguments); });
+        ->check(CLI::IsMember(GetSyntaxWords()));
+    verb->callback([arguments] { ConvertFiles(*arguments); });
 }

@@ -1,12 +1,13 @@
 // korvane dump: every element of a file.
+#include "Console.h"
 #include "Verbs.h"
-#include <Korvane/kit/core/HostError.h>
+#include "terminal/StandardStreams.h"
+#include <Korvane/Kit.h>
 #include <Korvane/kit/dataset/DataSetFile.h>
 #include <Korvane/kit/dataset/DumpText.h>
 
 #include <CLI/CLI.hpp>
 
-#include <iostream>
 #include <memory>
 #include <string>
 
@@ -22,14 +23,18 @@ struct Arguments {
 };
 
 void Dump(const Arguments& arguments) {
-    const DataSetFile file = ReadDataSetFile(arguments.path, kParseAll);
-    if (file.dataSet == nullptr) throw HostError(arguments.path + ": not a DICOM file");
+    ConsoleWatcher watcher;
+    const DataSetFile file = ReadDataSetFile(arguments.path, kParseAll, &watcher);
+    if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, arguments.path + ": not a DICOM file");
+    platform::StandardOutput out;
     if (arguments.json) {
-        DumpAsJson(*file.dataSet, arguments.meta, std::cout);
+        DumpAsJson(*file.dataSet, arguments.meta, out, &watcher);
     } else {
-        DumpAsText(*file.dataSet, arguments.whole, stdout);
+        DumpAsText(*file.dataSet, arguments.whole, out, &watcher);
     }
-    if (!file.complete) throw HostError(arguments.path + ": the data ends early or is damaged; the rest was not read");
+    if (!file.complete) {
+        throw Error(ErrorKind::Damaged, arguments.path + ": the data ends early or is damaged; the rest was not read");
+    }
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "Paths.h"
 
-#include "HostError.h"
+#include "Error.h"
 
 #include "platform/File.h"
 
@@ -28,11 +28,6 @@ fs::path PathFromText(const std::string& text) {
 std::string TextFromPath(const fs::path& path) {
     const std::u8string text = path.generic_u8string();
     return {text.begin(), text.end()};
-}
-
-void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable) {
-    ListFolder(folder, files, unreadable, {});
-    StopIfInterrupted();
 }
 
 void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable,
@@ -63,8 +58,9 @@ void MakeDirectory(const std::string& directory) {
     fs::create_directories(path, error);
     std::error_code ignored;
     if (!fs::is_directory(path, ignored)) {
-        throw HostError("cannot create the folder " + directory + ": " +
-                        (error ? SystemText(error, directory) : "something else is there"));
+        throw Error(ErrorKind::Disk, "cannot create the folder " + directory + ": " +
+                                         (error ? SystemText(error, directory) : "something else is there"))
+            .InFile(directory);
     }
 }
 

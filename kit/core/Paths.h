@@ -1,4 +1,4 @@
-// Paths: UTF-8 texts in the program, whatever the system has outside.
+// Paths: UTF-8 texts in the Kit, whatever the system has outside.
 #pragma once
 
 #include "Watch.h"
@@ -15,14 +15,9 @@ std::filesystem::path PathFromText(const std::string& text);
 /// Slashes separate on every system, so that lists of files have the same order, and texts the same bytes, everywhere.
 std::string TextFromPath(const std::filesystem::path& path);
 
-/// Appends the regular files in a folder and below it, and a line for each folder that cannot be read. Throws
-/// `Interrupted`.
+/// Appends the regular files in a folder and below it, and a line for each folder that cannot be read.
 void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
-                std::vector<std::string>& unreadable);
-
-/// The same with a watcher: throws `Error` of kind `Stopped`.
-void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
-                std::vector<std::string>& unreadable, const Watch& watch);
+                std::vector<std::string>& unreadable, const Watch& watch = {});
 
 /// Creates a directory and those above it. Throws `Error`.
 void MakeDirectory(const std::string& directory);

@@ -1,6 +1,6 @@
 #include "DataSetFile.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "InflateBuffer.h"
 
 #include "base/Bytes.h"
@@ -118,15 +118,19 @@ DataSetFile ReadDataSet(Buffer& buffer, int option) {
     return file;
 }
 
-DataSetFile ReadDataSetFile(const std::string& path, int option) {
+DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch) {
     FileInputBuffer buffer;
+    buffer.SetStopQuestion(watch.GetStopQuestion());
     DataSetFile file;
     errno = 0;
     const bool opened = buffer.Open(path.c_str());
     if (opened) file = ReadDataSet(buffer, option);
     if (!opened || buffer.HasFailed()) {
-        StopIfInterrupted();
-        throw HostError("cannot read " + path + ": " + SystemText(errno));
+        const int error = opened ? buffer.GetError() : errno;
+        watch.StopIfAsked();
+        const bool missing = error == ENOENT || error == ENOTDIR;
+        throw Error(missing ? ErrorKind::NotFound : ErrorKind::Disk, "cannot read " + path + ": " + SystemText(error))
+            .InFile(path);
     }
     return file;
 }

@@ -1,6 +1,7 @@
-// One DICOM file, read with all that the program wants to know about the reading.
+// One DICOM file, read with all that the Kit wants to know about the reading.
 #pragma once
 
+#include "../core/Watch.h"
 #include "Toolkit.h"
 
 #include <cstdint>
@@ -26,8 +27,8 @@ struct DataSetFile {
 /// with an element of group 0002 or 0008, either byte order. Deflated data is inflated.
 DataSetFile ReadDataSet(Buffer& buffer, int option);
 
-/// The same of a file. Throws `HostError` when it cannot be read.
-DataSetFile ReadDataSetFile(const std::string& path, int option);
+/// The same of a file. Throws `Error` when it cannot be read.
+DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch = {});
 
 /// The name of a transfer syntax with its UID behind it; the UID alone when the name is not known.
 std::string DescribeSyntax(const std::string& uid);

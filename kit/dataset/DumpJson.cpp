@@ -1,4 +1,3 @@
-#include "../core/HostError.h"
 #include "../core/TextEncoding.h"
 #include "Base64.h"
 #include "DumpText.h"
@@ -48,7 +47,7 @@ Json ToNumber(std::string_view text) {
 
 class JsonDump {
 public:
-    explicit JsonDump(bool meta) : m_bMeta(meta) {}
+    JsonDump(bool meta, const Watch& watch) : m_bMeta(meta), m_Watch(watch) {}
 
     Json DataSet(const DICOMObject& dataSet, const TextDecoder& outer) const {
         const VR* const set = FindElement(dataSet, MakeTag(0x0008, 0x0005));
@@ -59,7 +58,7 @@ public:
         Json::object_t members;
         members.reserve(elements.size());
         for (const VR* const element : elements) {
-            StopIfInterrupted();
+            m_Watch.StopIfAsked();
             const bool isLength = element->m_Element == 0x0000;
             if (isLength || (element->m_Group == 0x0002 && !m_bMeta)) continue;
             char key[9];
@@ -173,12 +172,13 @@ private:
     }
 
     bool m_bMeta;
+    Watch m_Watch;
 };
 
 }  // namespace
 
-void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out) {
-    out << std::setw(1) << JsonDump(meta).DataSet(dataSet, TextDecoder()) << '\n';
+void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch) {
+    out << std::setw(1) << JsonDump(meta, watch).DataSet(dataSet, TextDecoder()) << '\n';
 }
 
 }  // namespace korvane

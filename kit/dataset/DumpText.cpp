@@ -1,10 +1,11 @@
 #include "DumpText.h"
 
-#include "../core/HostError.h"
 #include "../core/TextEncoding.h"
 #include "ElementText.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <ostream>
 #include <string>
 
 namespace korvane {
@@ -13,17 +14,18 @@ namespace {
 
 constexpr std::size_t kCutText = 100;
 constexpr std::size_t kCutBytes = 32;
+constexpr std::size_t kNameWidth = 36;
 constexpr std::size_t kNoCut = static_cast<std::size_t>(-1);
 
 class TextDump {
 public:
-    TextDump(bool whole, std::FILE* out) : m_bWhole(whole), m_pOut(out) {}
+    TextDump(bool whole, std::ostream& out, const Watch& watch) : m_bWhole(whole), m_Out(out), m_Watch(watch) {}
 
     void DataSet(const DICOMObject& dataSet, const TextDecoder& outer, int depth) {
         const VR* const set = FindElement(dataSet, MakeTag(0x0008, 0x0005));
         const TextDecoder decoder = set != nullptr ? TextDecoder(set->GetText()) : outer;
         for (const VR* const element : SortedElements(dataSet)) {
-            StopIfInterrupted();
+            m_Watch.StopIfAsked();
             Element(*element, decoder, depth);
         }
     }
@@ -39,12 +41,17 @@ private:
         } else {
             value = Value(element, decoder);
         }
-        std::fprintf(m_pOut, "%*s(%04X,%04X) %s %8u  ", 2 * depth, "", unsigned{element.m_Group},
-                     unsigned{element.m_Element}, type.c_str(), element.m_Length);
-        std::fprintf(m_pOut, value.empty() ? "%s\n" : "%-36s  %s\n", ElementName(element).c_str(), value.c_str());
+        Indent(depth);
+        char head[32];
+        std::snprintf(head, sizeof head, "(%04X,%04X) %s %8u  ", unsigned{element.m_Group}, unsigned{element.m_Element},
+                      type.c_str(), unsigned{element.m_Length});
+        std::string name = ElementName(element);
+        if (!value.empty() && name.size() < kNameWidth) name.resize(kNameWidth, ' ');
+        m_Out << head << name << (value.empty() ? "" : "  ") << value << '\n';
         for (std::uint32_t i = 0; i < element.GetItemCount(); ++i) {
             if (IsSequence(element)) {
-                std::fprintf(m_pOut, "%*sitem %u\n", 2 * depth + 2, "", i + 1);
+                Indent(depth + 1);
+                m_Out << "item " << i + 1 << '\n';
                 DataSet(*element.GetItem(i), decoder, depth + 2);
             } else {
                 Fragment(element, i, depth + 1);
@@ -54,10 +61,13 @@ private:
 
     void Fragment(const VR& pixelData, std::uint32_t index, int depth) {
         const VR* const fragment = GetFragment(pixelData, index);
-        std::fprintf(m_pOut, "%*sfragment %u %8u  %s\n", 2 * depth, "", index + 1,
-                     fragment != nullptr ? fragment->m_Length : 0U,
-                     fragment != nullptr ? Bytes(fragment->GetText()).c_str() : "");
+        char head[48];
+        std::snprintf(head, sizeof head, "fragment %u %8u  ", index + 1, fragment != nullptr ? fragment->m_Length : 0U);
+        Indent(depth);
+        m_Out << head << (fragment != nullptr ? Bytes(fragment->GetText()) : std::string()) << '\n';
     }
+
+    void Indent(int depth) { m_Out << std::string(static_cast<std::size_t>(2 * depth), ' '); }
 
     std::string Value(const VR& element, const TextDecoder& decoder) const {
         switch (GetValueKind(element.m_TypeCode)) {
@@ -115,13 +125,14 @@ private:
     std::size_t Limit(std::size_t cut) const { return m_bWhole ? kNoCut : cut; }
 
     bool m_bWhole;
-    std::FILE* m_pOut;
+    std::ostream& m_Out;
+    Watch m_Watch;
 };
 
 }  // namespace
 
-void DumpAsText(const DICOMObject& dataSet, bool whole, std::FILE* out) {
-    TextDump(whole, out).DataSet(dataSet, TextDecoder(), 0);
+void DumpAsText(const DICOMObject& dataSet, bool whole, std::ostream& out, const Watch& watch) {
+    TextDump(whole, out, watch).DataSet(dataSet, TextDecoder(), 0);
 }
 
 }  // namespace korvane

@@ -1,19 +1,19 @@
 // A data set on a terminal, and as JSON.
 #pragma once
 
-#include <Korvane/Dicom.h>
+#include "../core/Watch.h"
+#include "Toolkit.h"
 
-#include <cstdio>
 #include <iosfwd>
 
 namespace korvane {
 
 /// One line for each element: tag, type, length, name, value; items indented. What cannot be printed is escaped. Values
 /// are cut after some 100 characters unless `whole`.
-void DumpAsText(const DICOMObject& dataSet, bool whole, std::FILE* out);
+void DumpAsText(const DICOMObject& dataSet, bool whole, std::ostream& out, const Watch& watch);
 
 /// The DICOM JSON model (PS3.18 Annex F). Group lengths are not part of it, nor is group 0002 unless `meta`. Binary values
 /// are inline, those of encapsulated pixel data with the item headers of their fragments.
-void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out);
+void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch);
 
 }  // namespace korvane

@@ -1,7 +1,7 @@
 // The rest of a stream whose data set is deflated (PS3.5 A.5), inflated as it is read.
 #pragma once
 
-#include <Korvane/Dicom.h>
+#include "../../Dicom/Lib/stream/Buffer.h"
 
 #include <array>
 #include <memory>

@@ -1,6 +1,6 @@
 #include "Toolkit.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../core/Paths.h"
 
 #include "base/Number.h"
@@ -114,7 +114,7 @@ void SaveFile(const std::string& path, DICOMDataObject& dataSet) {
     if (SaveDICOMFile(path.c_str(), 3, &dataSet, &codec) != 0) return;
     const int error = errno;
     RemoveFile(path);
-    throw HostError("cannot write " + path + ": " + SystemText(error));
+    throw Error(ErrorKind::Disk, "cannot write " + path + ": " + SystemText(error)).InFile(path);
 }
 
 }  // namespace korvane

@@ -1,7 +1,16 @@
-// The DICOM toolkit as the program uses it: with the full public dictionary.
+// The DICOM toolkit as the Kit uses it: with the full public dictionary.
 #pragma once
 
-#include <Korvane/Dicom.h>
+#include "../../Dicom/Lib/dataset/DICOMObject.h"
+#include "../../Dicom/Lib/dataset/Encapsulation.h"
+#include "../../Dicom/Lib/dataset/ReplaceValue.h"
+#include "../../Dicom/Lib/dictionary/PublicDictionary.h"
+#include "../../Dicom/Lib/pixels/CodecManager.h"
+#include "../../Dicom/Lib/storage/DICOMFile.h"
+#include "../../Dicom/Lib/stream/FileBuffer.h"
+#include "../../Dicom/Lib/stream/MemoryBuffer.h"
+#include "../../Dicom/Lib/syntax/TransferSyntaxCodec.h"
+#include "../../Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 #include <cstdint>
 #include <string>
@@ -47,7 +56,7 @@ void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value);  ///< US
 /// Takes an element out and destroys it.
 void DropElement(DICOMObject& dataSet, Tag tag);
 
-/// Writes a Part 10 file, explicit little endian; the data set is empty afterwards. Throws `HostError`; the file that
+/// Writes a Part 10 file, explicit little endian; the data set is empty afterwards. Throws `Error`; the file that
 /// could not be finished is then removed.
 void SaveFile(const std::string& path, DICOMDataObject& dataSet);
 

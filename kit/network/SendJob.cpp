@@ -71,7 +71,7 @@ private:
                 isMeant = false;
                 why = "a DICOMDIR";
             }
-        } catch (const HostError&) {  // it cannot be read, as `why` says already
+        } catch (const Error&) {  // it cannot be read, as `why` says already
         }
         (isMeant || !fromFolder ? m_Report.failed : m_Report.leftOut).push_back({path, why});
     }

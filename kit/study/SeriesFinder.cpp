@@ -54,7 +54,8 @@ void ReadHeaders(const std::vector<std::string>& paths, FoundFiles& found) {
             }
         } catch (const Interrupted&) {
             throw;
-        } catch (const HostError& error) {
+        } catch (const Error& error) {
+            StopIfInterrupted();
             found.unreadable.emplace_back(error.what());
         }
     }

@@ -1,0 +1,330 @@
+#include "Convert.h"
+
+#include "../core/Error.h"
+#include "../core/Paths.h"
+#include "DataSetFile.h"
+#include "DataSetOutput.h"
+#include "StreamBuffers.h"
+
+#include "Dicom/Lib/stream/FileBuffer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char kUnfinished[] = ".part";
+
+struct SyntaxWord {
+    const char* word;
+    std::string_view uid;
+};
+
+constexpr SyntaxWord kSyntaxWords[] = {
+    {"big", kExplicitBigEndianUid},         {"explicit", kExplicitLittleEndianUid},
+    {"implicit", kImplicitLittleEndianUid}, {"jpegll", "1.2.840.10008.1.2.4.70"},
+    {"rle", "1.2.840.10008.1.2.5"},
+};
+
+std::string UidOf(const std::string& syntax) {
+    for (const SyntaxWord& known : kSyntaxWords) {
+        if (syntax == known.word) return std::string(known.uid);
+    }
+    return syntax;
+}
+
+/// A file under a name that nothing else has, until it is whole; removed when it does not get there. A link stays one to
+/// the file that it leads to. Devices and pipes have no other name: they take what comes.
+class UnfinishedFile {
+public:
+    explicit UnfinishedFile(const std::string& name) : m_Name(name), m_Path(name) {
+        std::error_code error;
+        const fs::path path = PathFromText(name);
+        if (fs::is_other(path, error)) return;
+        if (fs::is_symlink(path, error)) {
+            const fs::path file = fs::canonical(path, error);
+            if (!error) m_Name = TextFromPath(file);
+        }
+        m_bPending = true;
+        m_Path = m_Name + kUnfinished;
+        for (int i = 1; fs::exists(fs::symlink_status(PathFromText(m_Path), error)); ++i) {
+            m_Path = m_Name + "." + std::to_string(i) + kUnfinished;
+        }
+    }
+    ~UnfinishedFile() {
+        if (m_bPending) RemoveFile(m_Path);
+    }
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+    const std::string& GetPath() const { return m_Path; }
+
+    void Finish() {
+        if (!m_bPending) return;
+        std::error_code error;
+        fs::rename(PathFromText(m_Path), PathFromText(m_Name), error);
+        if (error)
+            throw Error(ErrorKind::Disk, "cannot create " + m_Name + ": " + SystemText(error, m_Name)).InFile(m_Name);
+        m_bPending = false;
+    }
+
+private:
+    std::string m_Name;
+    std::string m_Path;
+    bool m_bPending = false;
+};
+
+bool AreSame(const fs::path& a, const fs::path& b) {
+    std::error_code error;
+    return fs::equivalent(a, b, error) && !error;
+}
+
+/// Whether one of the folders above `path`, or it itself, is `folder`.
+bool LiesIn(const fs::path& path, const fs::path& folder) {
+    std::error_code error;
+    for (fs::path at = fs::absolute(path, error).lexically_normal(); !error; at = at.parent_path()) {
+        if (AreSame(at, folder)) return true;
+        if (at == at.parent_path()) break;
+    }
+    return false;
+}
+
+/// Where a data set comes from or goes to: a file or a stream.
+struct Source {
+    std::istream* stream = nullptr;
+    std::string name;  ///< path, or what messages call the stream
+};
+struct Sink {
+    std::ostream* stream = nullptr;
+    std::string name;
+};
+
+/// One job: its syntax, its codecs, its report.
+class Conversion {
+public:
+    explicit Conversion(const ConvertOptions& options);
+
+    void ConvertOne(const Source& from, const Sink& to);
+    void ConvertFolder(const std::string& input, const std::string& output);
+
+    ConvertReport TakeReport() { return std::move(m_Report); }
+
+private:
+    DataSetFile Read(const Source& from) const;
+    bool Transcode(DICOMDataObject& dataSet, const Sink& to);
+    void Prepare(DataSetFile& file, const std::string& name, const Sink& to);
+    void Write(DataSetFile& file, const std::string& name, const Sink& to);
+    void WriteFile(DataSetFile& file, const std::string& name, const std::string& output);
+    void ConvertRead(DataSetFile& file, const Source& from, const Sink& to);
+    void ConvertListed(const std::string& path, const fs::path& from, const fs::path& to);
+    void Tell(FindingKind kind, const std::string& path, const std::string& text);
+
+    std::string m_Syntax;
+    Watch m_Watch;
+    CodecManager m_Codecs;
+    ConvertReport m_Report;
+};
+
+Conversion::Conversion(const ConvertOptions& options) : m_Syntax(UidOf(options.syntax)), m_Watch(options.watcher) {
+    m_Report.syntax = DescribeSyntax(m_Syntax);
+    if (!IsNativeTransferSyntax(m_Syntax) && !CodecManager::CanEncode(m_Syntax)) {
+        throw Error(ErrorKind::Unsupported, "no codec module encodes " + DescribeSyntax(m_Syntax));
+    }
+    m_Codecs.SetStopQuestion(m_Watch.GetStopQuestion());
+}
+
+void Conversion::Tell(FindingKind kind, const std::string& path, const std::string& text) {
+    m_Report.findings.push_back({.kind = kind, .files = {path}, .text = text});
+    m_Watch.Tell(m_Report.findings.back());
+}
+
+DataSetFile Conversion::Read(const Source& from) const {
+    if (from.stream == nullptr) return ReadDataSetFile(from.name, kParseAll, m_Watch);
+    errno = 0;
+    StreamInputBuffer buffer(*from.stream);
+    DataSetFile file = ReadDataSet(buffer, kParseAll);
+    const int error = errno;
+    m_Watch.StopIfAsked();
+    if (from.stream->bad()) throw Error(ErrorKind::Disk, "cannot read " + from.name + ": " + SystemText(error));
+    return file;
+}
+
+bool Conversion::Transcode(DICOMDataObject& dataSet, const Sink& to) {
+    if (!IsNativeTransferSyntax(m_Syntax)) return m_Codecs.Convert(&dataSet, m_Syntax) != 0;
+    return (to.stream != nullptr ? m_Codecs.Decode(&dataSet) : m_Codecs.DecodeForWriting(&dataSet)) != 0;
+}
+
+/// Makes the data set what is to be written. `name`: of what it was read from.
+void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink& to) {
+    DICOMDataObject& dataSet = *file.dataSet;
+    if (!file.complete) throw Error(ErrorKind::Damaged, name + ": the data ends early or is damaged").InFile(name);
+    if (IsMediaDirectory(dataSet)) {
+        throw Error(ErrorKind::Unsupported, name + ": a DICOMDIR holds offsets into itself and stays as it is")
+            .InFile(name);
+    }
+    const bool done = Transcode(dataSet, to);
+    m_Watch.StopIfAsked();
+    if (!done) {
+        const bool undecoded = file.encapsulated && IsEncapsulated(FindElement(dataSet, MakeTag(0x7FE0, 0x0010)));
+        if (undecoded && !CodecManager::CanDecode(file.transferSyntax)) {
+            throw Error(ErrorKind::Unsupported, name + ": no codec for " + DescribeSyntax(file.transferSyntax))
+                .InFile(name);
+        }
+        throw Error(undecoded ? ErrorKind::Damaged : ErrorKind::Unsupported,
+                    name + ": cannot " + (undecoded ? "decode " : "encode as ") +
+                        DescribeSyntax(undecoded ? file.transferSyntax : m_Syntax) + ": " + m_Codecs.GetError())
+            .InFile(name);
+    }
+    if (m_Codecs.WasLossy()) {
+        Tell(FindingKind::Lossy, name,
+             name + ": compressed with loss as " + DescribeSyntax(file.transferSyntax) +
+                 "; what was decoded is written without further loss");
+    }
+    dataSet.Take(0xFFFC, 0xFFFC);  // padding behind the data set
+    CompleteTypes(dataSet, &PublicDictionary());
+}
+
+void Conversion::Write(DataSetFile& file, const std::string& name, const Sink& to) {
+    if (to.stream == nullptr) {
+        WriteFile(file, name, to.name);
+        return;
+    }
+    errno = 0;
+    StreamOutputBuffer buffer(*to.stream);
+    if (!WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs)) {
+        const int error = errno;
+        m_Watch.StopIfAsked();
+        throw Error(ErrorKind::Disk, "cannot write to " + to.name + ": " + SystemText(error));
+    }
+}
+
+void Conversion::WriteFile(DataSetFile& file, const std::string& name, const std::string& output) {
+    errno = 0;
+    UnfinishedFile unfinished(output);
+    FileOutputBuffer buffer;
+    buffer.SetStopQuestion(m_Watch.GetStopQuestion());
+    const bool opened = buffer.Open(unfinished.GetPath().c_str());
+    const bool written = opened && WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs);
+    if (!(opened && buffer.Close()) || !written) {
+        const std::string reason = SystemText(errno);
+        m_Watch.StopIfAsked();
+        if (m_Codecs.GetError().empty()) {
+            throw Error(ErrorKind::Disk, "cannot write " + output + ": " + reason).InFile(output);
+        }
+        throw Error(ErrorKind::Damaged,
+                    name + ": cannot decode " + DescribeSyntax(file.transferSyntax) + ": " + m_Codecs.GetError())
+            .InFile(name);
+    }
+    unfinished.Finish();
+}
+
+void Conversion::ConvertRead(DataSetFile& file, const Source& from, const Sink& to) {
+    Prepare(file, from.name, to);
+    Write(file, from.name, to);
+    ++m_Report.written;
+}
+
+void Conversion::ConvertOne(const Source& from, const Sink& to) {
+    Sink target = to;
+    std::error_code error;
+    if (to.stream == nullptr && fs::is_directory(PathFromText(to.name), error)) {
+        if (from.stream != nullptr) {
+            throw Error(ErrorKind::WrongArgument,
+                        to.name + " is a folder; what comes from " + from.name + " has no name");
+        }
+        target.name = TextFromPath(PathFromText(to.name) / PathFromText(from.name).filename());
+    }
+    if (target.stream == nullptr && from.stream == nullptr &&
+        AreSame(PathFromText(from.name), PathFromText(target.name))) {
+        throw Error(ErrorKind::Disk, target.name + ": the output would overwrite the input").InFile(target.name);
+    }
+    DataSetFile file = Read(from);
+    if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, from.name + ": not a DICOM file").InFile(from.name);
+    ConvertRead(file, from, target);
+}
+
+void Conversion::ConvertListed(const std::string& path, const fs::path& from, const fs::path& to) {
+    const Source source{nullptr, path};
+    try {
+        DataSetFile file = Read(source);
+        if (file.dataSet == nullptr) {
+            ++m_Report.notDicom;
+            return;
+        }
+        const std::string target = TextFromPath(to / PathFromText(path).lexically_relative(from));
+        MakeDirectory(TextFromPath(PathFromText(target).parent_path()));
+        ConvertRead(file, source, {nullptr, target});
+    } catch (const Error& failure) {
+        if (failure.GetKind() == ErrorKind::Stopped) throw;
+        Tell(FindingKind::FileFailed, path, failure.what());
+        ++m_Report.failed;
+    }
+}
+
+void Conversion::ConvertFolder(const std::string& input, const std::string& output) {
+    const fs::path from = PathFromText(input);
+    const fs::path to = PathFromText(output);
+    if (LiesIn(to, from) || LiesIn(from, to)) {
+        throw Error(ErrorKind::Disk, output + ": the output folder must lie neither in the input folder nor around it");
+    }
+    std::vector<std::string> files;
+    std::vector<std::string> unreadable;
+    ListFolder(from, files, unreadable, m_Watch);
+    std::sort(files.begin(), files.end());
+    for (const std::string& line : unreadable) Tell(FindingKind::Unreadable, input, line);
+    m_Report.failed = unreadable.size();
+    m_Report.isFolder = true;
+    MakeDirectory(output);
+    TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(files.size()));
+    for (const std::string& path : files) {
+        ConvertListed(path, from, to);
+        progress.Step();
+    }
+}
+
+ConvertReport ConvertOne(const Source& from, const Sink& to, const ConvertOptions& options) {
+    Conversion conversion(options);
+    conversion.ConvertOne(from, to);
+    return conversion.TakeReport();
+}
+
+}  // namespace
+
+std::vector<std::string> GetSyntaxWords() {
+    std::vector<std::string> words;
+    for (const SyntaxWord& known : kSyntaxWords) words.emplace_back(known.word);
+    return words;
+}
+
+ConvertReport Convert(const std::string& input, const std::string& output, const ConvertOptions& options) {
+    std::error_code error;
+    if (!fs::is_directory(PathFromText(input), error)) return ConvertOne({nullptr, input}, {nullptr, output}, options);
+    Conversion conversion(options);
+    conversion.ConvertFolder(input, output);
+    return conversion.TakeReport();
+}
+
+ConvertReport Convert(std::istream& input, const std::string& output, const ConvertOptions& options) {
+    return ConvertOne({&input, options.inputName}, {nullptr, output}, options);
+}
+
+ConvertReport Convert(const std::string& input, std::ostream& output, const ConvertOptions& options) {
+    std::error_code error;
+    if (fs::is_directory(PathFromText(input), error)) {
+        throw Error(ErrorKind::WrongArgument, "a folder does not go to " + options.outputName);
+    }
+    return ConvertOne({nullptr, input}, {&output, options.outputName}, options);
+}
+
+ConvertReport Convert(std::istream& input, std::ostream& output, const ConvertOptions& options) {
+    return ConvertOne({&input, options.inputName}, {&output, options.outputName}, options);
+}
+
+}  // namespace korvane
