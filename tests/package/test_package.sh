@@ -50,3 +50,19 @@ read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags -
     "${flags[@]}" "${link[@]}"
 takes_a_series "$scratch/by_pkg_config"
 cmp "$scratch/stranger/stranger.out/volume.img" "$scratch/by_pkg_config.out/volume.img"
+
+# The sample decodes with the codec module, and refuses what would make no true volume; then there is no file.
+refuses() {
+    rm -rf "$scratch/none" && mkdir "$scratch/none" && cd "$scratch/none"
+    ! "${run[@]}" "$scratch/by_pkg_config$suffix" "${@:2}" 2>message
+    grep -q "$1" message
+    [ ! -e volume.img ]
+}
+(cd "$scratch" && "${run[@]}" "$scratch/by_pkg_config$suffix" "$scratch"/packed/* && cmp volume.img by_pkg_config.out/volume.img)
+"${run[@]}" "$prefix/bin/korvane$suffix" phantom "$scratch/other" --slices 5 --size 16 --oblique
+refuses "another series" "$scratch"/series/* "$scratch"/other/*
+refuses "usage"
+codec=$(find "$prefix" -name 'DcmCodec*' -type f | head -1)
+mv "$codec" "$scratch/away"
+refuses "$scratch/packed" "$scratch"/packed/*
+mv "$scratch/away" "$codec"
