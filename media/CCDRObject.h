@@ -74,7 +74,11 @@ public:
     /// result is the path of the first. A deflated file counts as one that cannot be loaded.
     std::string AddIOD(const std::string& path, bool transcode);
 
-    /// The same for a host that has the data set, which may end in front of the pixel data.
+    /// The same for a host that has read the file `path` already. It trusts its caller: records, their keys and the
+    /// (0004,151x) elements are made of `dataSet` without a look at the file, which is copied as it lies there. So
+    /// `dataSet` must be that of the file, group 0002 included (a wrong (0002,0010) copies what should be transcoded), must
+    /// not be deflated, and the file must not change in between. It may end in front of Pixel Data. It stays the
+    /// caller's, is not changed, and is not used behind the call.
     std::string AddIOD(const std::string& path, const DICOMObject& dataSet, bool transcode);
 
     /// Why the codecs refused the file that `AddIOD` threw "Error decoding object" for; for a person to read.

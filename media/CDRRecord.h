@@ -24,6 +24,10 @@ struct DRElement {
 /// blanks and zero bytes at a value's end are not part of it) and writes itself as an item of the Directory Record
 /// Sequence (0004,1220). A record of this very class is a private one.
 ///
+/// Values are bytes in the data set's Specific Character Set, lengths are not checked: a directory has what the file has.
+/// A record is made by `CCDRObject::AddIOD`, once for each patient, study, series and file; numbers in names count from 1
+/// within the parent.
+///
 /// A record owns its children. A copy has the same keys and no children.
 class KORVANE_API CDRRecord {
 public:
@@ -47,13 +51,15 @@ public:
     /// Not to be called twice. Throws a `std::string`, with nothing joined, for a data set that makes no such record.
     virtual void SetDDO(CDRRecord* parent, const DICOMObject& dataSet);
 
-    /// Adds the record's elements to an item; text beyond ASCII brings the data set's Specific Character Set along.
+    /// Adds the record's elements (PS3.3 F.3.2.2, F.5) to an item, which owns them then: its type, its keys, and of leaves
+    /// the file that it stands for. The offsets are the builder's. Text beyond ASCII brings the data set's Specific Character Set (0008,0005) along.
     virtual void AddToDDO(DICOMObject& item) const;
 
-    /// What the name of the record's folder or file begins with.
+    /// What the name of the record's folder or file begins with: P, S, S, I for patient, study, series and file, R for a
+    /// private one.
     virtual char GetLetter() const;
 
-    CCDRObject* m_pOwner;
+    CCDRObject* m_pOwner;              ///< the builder; not owned, may be null
     int m_Number = -1;                 ///< the one in its name; -1 until it has one
     std::string m_Path;                ///< folder or file, relative to the root, with backslashes
     std::string m_SourcePath;          ///< the file that was copied, of leaves and private records
@@ -61,8 +67,8 @@ public:
     std::string m_ReferencedInstance;  ///< (0008,0018)
     std::string m_ReferencedSyntax;    ///< (0002,0010); what was written where the file was transcoded
     std::string m_ReferencedFileId;    ///< (0004,1500), of a source that has it; never part of a path
-    CDRRecordList m_Children;
-    CDRRecordList m_PrivateRecords;
+    CDRRecordList m_Children;          ///< the entity below (0004,1420): of leaves none
+    CDRRecordList m_PrivateRecords;    ///< files that `CCDRObject::AddPrivate` put beside a leaf; not in DICOMDIR
 
 protected:
     /// `elements` must outlive the record.
@@ -112,7 +118,8 @@ public:
     void AddToDDO(DICOMObject& item) const override;
     char GetLetter() const override;
 
-    /// The record for a SOP class, compared exactly.
+    /// A new record for a SOP Class UID, compared exactly: RT dose, structure set, plan and SR documents have kinds of
+    /// their own, everything else is an IMAGE.
     static std::unique_ptr<CDRRecord> Make(CCDRObject* owner, std::string_view sopClass);
 
 protected:
@@ -126,6 +133,7 @@ public:
     std::string GetTypeText() const override;
 };
 
+/// RT Structure Set.
 class KORVANE_API CDRRTStructSetRecord : public CDRImageRecord {
 public:
     explicit CDRRTStructSetRecord(CCDRObject* owner = nullptr);

@@ -27,9 +27,10 @@ public:
     CDRRecord* Find(std::string_view key) const;
 
     std::size_t GetSize() const;
+    /// The record stays the list's. `index` counts from 0 and is not checked.
     CDRRecord* GetAt(std::size_t index) const;
 
-    /// Destroys the last record, or all, each with its subtree.
+    /// Destroys the last record, or all, each with its subtree. `RemoveLast` of an empty list is not allowed.
     void RemoveLast();
     void Clear();
 
