@@ -64,6 +64,9 @@ public:
 
     /// Maps a point in volume millimetres (x along the rows, y along the columns, z from the first plane) to patient
     /// millimetres. While the volume has no planes, its z counts from 0.
+    ///
+    /// The planes' sideways offsets, x and y above less the volume's origin, are left out: in a stack with a tilted gantry
+    /// the point is off by as much. `DcmObliqueSlice::VolToDicom` takes them in.
     void VolToDicom(float* const vol, float* const patient) const;
 
     CVolume* GetVolume() const;          ///< null before SetIODList

@@ -1,9 +1,10 @@
 #include "DcmObliqueSlice.h"
 
-#include "base/Integer.h"
 #include "PatientFrame.h"
+#include "PlaneOffsets.h"
 #include "SlicePlan.h"
 #include "ViewAxes.h"
+#include "base/Integer.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,6 +21,8 @@ using korvane_detail::Cross;
 using korvane_detail::Dot;
 using korvane_detail::GreyWindow;
 using korvane_detail::PatientFrame;
+using korvane_detail::PlaneOffset;
+using korvane_detail::PlaneOffsets;
 using korvane_detail::SlabRow;
 using korvane_detail::SliceGrid;
 using korvane_detail::SlicePlan;
@@ -85,6 +88,24 @@ double FirstPlaneZ(CVolume* volume) {
     return volume != nullptr && volume->GetPlaneCount() > 0 ? volume->GetPlane(0)->m_Org[2] : 0.0;
 }
 
+/// Sideways offsets of the planes; none without a volume.
+PlaneOffsets ReadOffsets(CVolume* volume) {
+    PlaneOffsets offsets;
+    if (volume != nullptr) offsets.Read(*volume);
+    return offsets;
+}
+
+/// A point of the volume frame in millimetres along the volume's axes, and back: the same but for the offset at its z.
+Vector Straighten(const PlaneOffsets& offsets, const Vector& point) {
+    const PlaneOffset offset = offsets.At(point[2]);
+    return {point[0] + offset.m_X, point[1] + offset.m_Y, point[2]};
+}
+
+Vector Shear(const PlaneOffsets& offsets, const Vector& point) {
+    const PlaneOffset offset = offsets.At(point[2]);
+    return {point[0] - offset.m_X, point[1] - offset.m_Y, point[2]};
+}
+
 Vector ToPatient(const PatientFrame& frame, const Vector& v) {
     return Add(Add(Times(frame.m_Row, v[0]), v[1], frame.m_Column), -v[2], frame.m_Normal);
 }
@@ -138,6 +159,22 @@ double PositionAt(CVolume& volume, int axis, double index) {
     const double lowZ = volume.GetPlane(low)->m_Org[2] - first;
     const double highZ = volume.GetPlane(high)->m_Org[2] - first;
     return lowZ + (highZ - lowZ) * (index - low);
+}
+
+/// Makes an axis within the planes, x (0) or y (1), long enough for what the offsets move along it, and moves the centre
+/// of the picture, which has its z already, to the middle.
+void Widen(SampledAxis& axis, int number, const PlaneOffsets& offsets, Vector& centre) {
+    const auto along = [number](const PlaneOffset& offset) { return number == 0 ? offset.m_X : offset.m_Y; };
+    double low = std::numeric_limits<double>::infinity();
+    double high = -low;
+    for (const PlaneOffsets::Knot& knot : offsets.GetKnots()) {
+        low = std::min(low, along(knot.m_Offset));
+        high = std::max(high, along(knot.m_Offset));
+    }
+    const double more = std::ceil((high - low) / axis.m_Spacing - korvane_detail::kStraight);
+    axis.m_Count = platform::WrapAdd(axis.m_Count, platform::TruncateToInt32(more));
+    centre[static_cast<std::size_t>(number)] =
+        low + (axis.m_Count - 1) * axis.m_Spacing / 2 - along(offsets.At(centre[2]));
 }
 
 }  // namespace
@@ -227,7 +264,8 @@ bool DcmObliqueSlice::Rotate(const Vector& axis, double degrees) {
 }
 
 bool DcmObliqueSlice::Move(double millimetres) {
-    return SetCentre(Add(m_Centre, millimetres, GetNormal()));
+    const PlaneOffsets offsets = ReadOffsets(m_pVolume);
+    return SetCentre(Shear(offsets, Add(Straighten(offsets, m_Centre), millimetres, GetNormal())));
 }
 
 bool DcmObliqueSlice::SetPixelSize(double alongRow, double alongColumn) {
@@ -289,6 +327,11 @@ bool DcmObliqueSlice::SetOrthogonal(VolumePlane plane, double index, bool flip1,
     Vector centre = {0, 0, 0};
     centre[static_cast<std::size_t>(axes.m_Slice)] = PositionAt(*m_pVolume, axes.m_Slice, index);
     for (SampledAxis& axis : across) centre = Add(centre, (axis.m_Count - 1) * axis.m_Spacing / 2, axis.m_Direction);
+    const PlaneOffsets offsets = ReadOffsets(m_pVolume);
+    if (axes.m_Slice != 2 && !offsets.IsUpright()) {
+        const int inPlane = axes.m_Horizontal == 2 ? axes.m_Vertical : axes.m_Horizontal;
+        Widen(across[inPlane == axes.m_Horizontal ? 0 : 1], inPlane, offsets, centre);
+    }
     const auto directed = [](const SampledAxis& axis, bool flip) { return Times(axis.m_Direction, flip ? -1 : 1); };
     DcmObliqueSlice next(*this);
     if (!next.SetSize(across[0].m_Count, across[1].m_Count) ||
@@ -312,21 +355,28 @@ std::size_t DcmObliqueSlice::GetPixelCount() const {
 FPlane DcmObliqueSlice::GetPlane() const {
     const Vector n = GetNormal();
     return {static_cast<float>(n[0]), static_cast<float>(n[1]), static_cast<float>(n[2]),
-            static_cast<float>(-Dot(n, m_Centre))};
+            static_cast<float>(-Dot(n, Straighten(ReadOffsets(m_pVolume), m_Centre)))};
 }
 
 Vector DcmObliqueSlice::PixelToVol(double column, double row) const {
-    const Vector across = Add(m_Centre, (column - (m_Width - 1) / 2.0) * m_PixelSize[0], m_Row);
+    const PlaneOffsets offsets = ReadOffsets(m_pVolume);
+    return Shear(offsets, StraightPixel(Straighten(offsets, m_Centre), column, row));
+}
+
+// `centre` and the result in millimetres along the volume's axes.
+Vector DcmObliqueSlice::StraightPixel(const Vector& centre, double column, double row) const {
+    const Vector across = Add(centre, (column - (m_Width - 1) / 2.0) * m_PixelSize[0], m_Row);
     return Add(across, (row - (m_Height - 1) / 2.0) * m_PixelSize[1], m_Column);
 }
 
 Vector DcmObliqueSlice::VolToDicom(const Vector& point) const {
-    return ReadFrame(m_pVolume).GetPoint(point[0], point[1], point[2] + FirstPlaneZ(m_pVolume));
+    const Vector straight = Straighten(ReadOffsets(m_pVolume), point);
+    return ReadFrame(m_pVolume).GetPoint(straight[0], straight[1], straight[2] + FirstPlaneZ(m_pVolume));
 }
 
 Vector DcmObliqueSlice::DicomToVol(const Vector& point) const {
     const PatientFrame frame = ReadFrame(m_pVolume);
-    return ToVolume(frame, Add(point, -1, frame.GetPoint(0, 0, FirstPlaneZ(m_pVolume))));
+    return Shear(ReadOffsets(m_pVolume), ToVolume(frame, Add(point, -1, frame.GetPoint(0, 0, FirstPlaneZ(m_pVolume)))));
 }
 
 Vector DcmObliqueSlice::DirectionToDicom(const Vector& direction) const {
@@ -364,7 +414,8 @@ bool DcmObliqueSlice::Sample(Sink sink) {
         layerStep = m_SlabThickness / steps;
     }
     const Vector normal = GetNormal();
-    const Vector corner = Add(PixelToVol(0, 0), -layerStep * (layers - 1) / 2, normal);
+    const Vector centre = Straighten(tables.GetOffsets(), m_Centre);
+    const Vector corner = Add(StraightPixel(centre, 0, 0), -layerStep * (layers - 1) / 2, normal);
     SliceGrid grid = {{}, {}, {}, {}, m_Width, m_Height, layers};
     for (std::size_t axis = 0; axis < 3; ++axis) {
         grid.m_Origin[axis] = corner[axis];

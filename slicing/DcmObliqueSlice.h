@@ -1,8 +1,8 @@
 // A slice of any plane through a volume.
 #pragma once
 
-#include "../math/FPlane.h"
 #include "../base/Export.h"
+#include "../math/FPlane.h"
 #include "../volume/CVolume.h"
 
 #include <array>
@@ -16,14 +16,18 @@
 ///     std::vector<std::int16_t> pixels(slice.GetPixelCount());
 ///     if (!slice.GetPixels(pixels.data(), pixels.size() * sizeof pixels[0])) std::cerr << slice.GetError();
 ///
-/// FRAME. Points and directions are in the volume frame, in millimetres, as `CDicomVolume::VolToDicom` takes them: x is
-/// column index * spacing[0], y is row index * spacing[1], z is that of a plane less that of plane 0. Where the planes'
-/// z falls, z is negative. `VolToDicom` and `DicomToVol` lead to the patient and back, by the volume's origin and
-/// orientation. Sideways offsets between planes (a tilted gantry) take no part, as they take none there.
+/// FRAME. Points are in the volume frame, in millimetres: x is column index * spacing[0], y is row index * spacing[1], z is
+/// that of a plane less that of plane 0. Where the planes' z falls, z is negative. Directions are along the volume's axes:
+/// rows, columns, and the normal of the planes. `VolToDicom` and `DicomToVol` lead to the patient and back, by the
+/// volume's origin and orientation and by each plane's own sideways offset (`CImagePlane::m_Org`; a tilted gantry, a patient
+/// who moved). Between two planes the offset changes in proportion, beyond the last it goes on as before it. So the
+/// frame of a tilted stack is sheared, and `CDicomVolume::VolToDicom`, which leaves the offsets out, is no map of it;
+/// without offsets (less than a thousandth of a pixel is none) both are the same.
 ///
-/// GRID. Pixel (i, j) of a picture of width * height is sampled at
+/// GRID. Pictures are straight in the patient, whatever the stack is. Pixel (i, j) of a picture of width * height is sampled
+/// at the patient point of the centre, moved along the directions by
 ///
-///     centre + (i - (width - 1) / 2) * pixel size[0] * row + (j - (height - 1) / 2) * pixel size[1] * column
+///     (i - (width - 1) / 2) * pixel size[0] * row + (j - (height - 1) / 2) * pixel size[1] * column
 ///
 /// row is the picture's direction to the right, column the one down. There is no filter: pixels far larger than voxels
 /// skip voxels; a slab averages across the plane only.
@@ -32,7 +36,7 @@
 /// 1e-4 of a voxel beyond a border is taken as on it, since positions are told in rounded millimetres. Elsewhere a pixel
 /// is the background value. A single plane, row or column has no extent: only samples on it count. Along z the true
 /// positions of the planes hold, in whatever order and at whatever distances they are; planes that coincide count once.
-/// Linear interpolation goes along x, y and z; values between two integers are rounded to the nearest. Shaped is linear
+/// Linear interpolation goes along x, y and z of the volume frame, so that planes with offsets are mixed along the tilt; values between two integers are rounded to the nearest. Shaped is linear
 /// in x and y and weighs the planes by the smoothed curve of the volume's z-interpolation table, S(t). The result is the
 /// same to the bit on every processor. It costs by the pixels asked for, and a little for each plane of the volume.
 ///
@@ -103,7 +107,9 @@ public:
     /// axis across (fractions allowed), from 0 to the last. Horizontal and vertical axis as `VolumePlane` names them,
     /// from low to high index; flip1 reverses the horizontal axis of the result, flip2 the vertical one. Where z lies in
     /// the picture it is sampled evenly as the volume's z-interpolation table has it, near the mean of the x and y
-    /// spacing. Fails like `GetPixels` does for a volume that is not usable, and for an index outside.
+    /// spacing. Across planes with sideways offsets the index counts in the middle of the stack's height, and the picture
+    /// is wide enough for all that the offsets move. Fails like `GetPixels` does for a volume that is not usable, and for
+    /// an index outside.
     bool SetOrthogonal(VolumePlane plane, double index, bool flip1 = false, bool flip2 = false);
 
     const Vector& GetCentre() const { return m_Centre; }
@@ -116,10 +122,11 @@ public:
     /// width * height; in a 32-bit program the largest size_t where that does not fit (nor would the memory).
     std::size_t GetPixelCount() const;
 
-    /// The plane in the volume frame; its coefficients are the unit normal and the distance.
+    /// The plane, by its unit normal and its distance, in millimetres along the volume's axes: with sideways offsets the
+    /// point that `PixelToVol` gives lies off it by the offset at its z.
     FPlane GetPlane() const;
 
-    // ---- Points. The volume's origin and orientation lead to the patient; without a volume, or where the orientation
+    // ---- Points. The volume's origin, orientation and offsets lead to the patient; without a volume, or where the orientation
     //      is no pair of independent directions, they are taken as the zero point and the axes.
 
     /// Where a pixel is sampled, in the volume frame.
@@ -148,7 +155,7 @@ public:
 
     /// The picture in the volume's own type, row after row without padding, `bytes` of memory in all. Fails without a
     /// volume, for a volume without planes, pixels or a known type, with a spacing that is not positive and finite or
-    /// plane positions that are not finite, and for memory that is null or too small.
+    /// plane positions and offsets that are not finite, and for memory that is null or too small.
     bool GetPixels(void* pixels, std::size_t bytes);
 
     /// The picture as 8-bit grey by a window over the volume's values: the linear function of PS3.3 C.11.2.1.2, 0 below
@@ -164,6 +171,7 @@ public:
 
 private:
     bool Fail(const char* what);
+    Vector StraightPixel(const Vector& centre, double column, double row) const;
     template <typename Sink>
     bool Sample(Sink sink);
 

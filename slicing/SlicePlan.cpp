@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 namespace korvane_detail {
 
@@ -27,8 +28,6 @@ std::int64_t ToFixed(double position, double top) {
 
 void SlicePlan::SetGrid(const SliceGrid& grid) {
     m_Grid = grid;
-    double low[3];
-    double high[3];
     m_Grid.m_Origin[2] -= m_Tables.GetFirstZ();
     for (int axis = 0; axis < 3; ++axis) {
         const double scale = m_Tables.GetScale()[axis];
@@ -37,10 +36,41 @@ void SlicePlan::SetGrid(const SliceGrid& grid) {
         m_Grid.m_PerRow[axis] *= scale;
         m_Grid.m_PerLayer[axis] *= scale;
         const double voxel = m_Tables.GetVoxel()[axis];
-        low[axis] = -kBorder * voxel;
-        high[axis] = m_Tables.GetTop()[axis] + kBorder * voxel;
+        m_Low[axis] = -kBorder * voxel;
+        m_High[axis] = m_Tables.GetTop()[axis] + kBorder * voxel;
     }
-    m_Box.SetBox(low, high);
+    m_Box.SetBox(m_Low, m_High);
+    MakeShears();
+}
+
+// An even shear leaves lines straight and their steps even: the grid itself is taken to the voxels, and rows are sampled
+// as those of an upright stack are.
+void SlicePlan::MakeShears() {
+    const PlaneOffsets& offsets = m_Tables.GetOffsets();
+    const auto& knots = offsets.GetKnots();
+    const double(&scale)[3] = m_Tables.GetScale();
+    m_Shears.clear();
+    for (std::size_t k = 0; k + 1 < knots.size(); ++k) {
+        const auto& low = knots[k];
+        const auto& high = knots[k + 1];
+        Shear shear{(low.m_Z - m_Tables.GetFirstZ()) * scale[2], {}, {}};
+        const double gap = (high.m_Z - low.m_Z) * scale[2];
+        shear.m_Slope[0] = (high.m_Offset.m_X - low.m_Offset.m_X) * scale[0] / gap;
+        shear.m_Slope[1] = (high.m_Offset.m_Y - low.m_Offset.m_Y) * scale[1] / gap;
+        shear.m_Zero[0] = low.m_Offset.m_X * scale[0] - shear.m_LowZ * shear.m_Slope[0];
+        shear.m_Zero[1] = low.m_Offset.m_Y * scale[1] - shear.m_LowZ * shear.m_Slope[1];
+        m_Shears.push_back(shear);
+    }
+    if (!offsets.IsUpright() && offsets.IsEven()) {
+        const Shear shear = m_Shears.front();
+        for (int axis = 0; axis < 2; ++axis) {
+            m_Grid.m_Origin[axis] -= shear.m_Zero[axis] + m_Grid.m_Origin[2] * shear.m_Slope[axis];
+            m_Grid.m_PerPixel[axis] -= m_Grid.m_PerPixel[2] * shear.m_Slope[axis];
+            m_Grid.m_PerRow[axis] -= m_Grid.m_PerRow[2] * shear.m_Slope[axis];
+            m_Grid.m_PerLayer[axis] -= m_Grid.m_PerLayer[2] * shear.m_Slope[axis];
+        }
+        m_Shears.clear();
+    }
 }
 
 void SlicePlan::SetKernel(bool nearest, bool shaped, bool wide) {
@@ -61,53 +91,87 @@ void SlicePlan::SetBackground(double value) {
     StoreValue(value, m_Tables.GetView().m_Type, m_Background);
 }
 
-void SlicePlan::FindStart(int row, int layer, double (&start)[3]) const {
+SlicePlan::Line SlicePlan::FindLine(int row, int layer) const {
+    Line line;
     for (int axis = 0; axis < 3; ++axis) {
-        start[axis] = m_Grid.m_Origin[axis] + row * m_Grid.m_PerRow[axis] + layer * m_Grid.m_PerLayer[axis];
+        line.m_Start[axis] = m_Grid.m_Origin[axis] + row * m_Grid.m_PerRow[axis] + layer * m_Grid.m_PerLayer[axis];
+        line.m_Step[axis] = m_Grid.m_PerPixel[axis];
     }
+    return line;
 }
 
-SlicePlan::Span SlicePlan::Clip(const double (&start)[3]) const {
+/// Calls `work` with a line and the first and the end of its samples, all inside the volume, for each straight piece of
+/// a row, from left to right.
+template <typename Work>
+void SlicePlan::ForEachPiece(const Line& line, Work work) const {
     int first = 0;
     int last = -1;
-    m_Box.ClipSamples(start, m_Grid.m_PerPixel, m_Grid.m_Width, first, last);
-    return {first, last + 1};
+    if (m_Shears.empty()) {
+        if (m_Box.ClipSamples(line.m_Start, line.m_Step, m_Grid.m_Width, first, last)) work(line, first, last + 1);
+        return;
+    }
+    const auto shearAt = [&](double z) {
+        const auto above = std::upper_bound(m_Shears.begin(), m_Shears.end(), z,
+                                            [](double value, const Shear& shear) { return value < shear.m_LowZ; });
+        return std::max<std::ptrdiff_t>(above - m_Shears.begin() - 1, 0);
+    };
+    const auto endShear = shearAt(line.m_Start[2] + (m_Grid.m_Width - 1) * line.m_Step[2]);
+    const std::ptrdiff_t step = line.m_Step[2] < 0 ? -1 : 1;
+    int done = 0;
+    for (auto k = shearAt(line.m_Start[2]);; k += step) {
+        const Shear& shear = m_Shears[static_cast<std::size_t>(k)];
+        Line piece = line;
+        for (int axis = 0; axis < 2; ++axis) {
+            piece.m_Start[axis] -= shear.m_Zero[axis] + line.m_Start[2] * shear.m_Slope[axis];
+            piece.m_Step[axis] -= line.m_Step[2] * shear.m_Slope[axis];
+        }
+        const bool lowest = k == 0;
+        const bool highest = k + 1 == static_cast<std::ptrdiff_t>(m_Shears.size());
+        const double low[3] = {m_Low[0], m_Low[1], lowest ? m_Low[2] : shear.m_LowZ};
+        const double high[3] = {m_High[0], m_High[1],
+                                highest ? m_High[2] : m_Shears[static_cast<std::size_t>(k) + 1].m_LowZ};
+        // A sample on a plane is in the pieces on both sides of it, and is taken once.
+        if (CClipLine(low, high).ClipSamples(piece.m_Start, piece.m_Step, m_Grid.m_Width, first, last) &&
+            last >= done) {
+            work(piece, std::max(first, done), last + 1);
+            done = last + 1;
+        }
+        if (k == endShear) return;
+    }
 }
 
 // Whether sample `end` lies on the border by the tolerance alone, and sample `other` does not on the same side: a run
 // between the two would not be straight.
-bool SlicePlan::IsBent(const double (&start)[3], int end, int other) const {
+bool SlicePlan::IsBent(const Line& line, int end, int other) const {
     for (int axis = 0; axis < 3; ++axis) {
         const double top = m_Tables.GetTop()[axis];
         const double slack = kRounding * m_Tables.GetVoxel()[axis];
-        const double step = m_Grid.m_PerPixel[axis];
-        const double at = start[axis] + end * step;
-        const double from = start[axis] + other * step;
+        const double at = line.m_Start[axis] + end * line.m_Step[axis];
+        const double from = line.m_Start[axis] + other * line.m_Step[axis];
         if ((at < -slack && from >= -slack) || (at > top + slack && from <= top + slack)) return true;
     }
     return false;
 }
 
-void SlicePlan::Sample(const double (&start)[3], int first, int count, void* out) const {
+void SlicePlan::Sample(const Line& line, int first, int count, void* out) const {
     auto* const to = static_cast<unsigned char*>(out);
     const int size = m_Tables.GetView().m_Size;
     const int bytes = m_bNearest ? size : IsSampledInFloat(size) ? 4 : 8;
     int from = first;
     int last = first + count - 1;
-    for (; from < last && IsBent(start, from, last); ++from) SampleRun(start, from, 1, to + (from - first) * bytes);
-    for (; from < last && IsBent(start, last, from); --last) SampleRun(start, last, 1, to + (last - first) * bytes);
-    SampleRun(start, from, last - from + 1, to + (from - first) * bytes);
+    for (; from < last && IsBent(line, from, last); ++from) SampleRun(line, from, 1, to + (from - first) * bytes);
+    for (; from < last && IsBent(line, last, from); --last) SampleRun(line, last, 1, to + (last - first) * bytes);
+    SampleRun(line, from, last - from + 1, to + (from - first) * bytes);
 }
 
 // Both ends are held within the volume, and the step is rounded toward zero: no sample between them is outside.
-void SlicePlan::SampleRun(const double (&start)[3], int first, int count, void* out) const {
+void SlicePlan::SampleRun(const Line& line, int first, int count, void* out) const {
     SliceRun run;
     run.m_Count = count;
     for (int axis = 0; axis < 3; ++axis) {
         const double top = m_Tables.GetTop()[axis];
-        const double step = m_Grid.m_PerPixel[axis];
-        const std::int64_t begin = ToFixed(start[axis] + first * step, top);
-        const std::int64_t end = ToFixed(start[axis] + (first + count - 1) * step, top);
+        const std::int64_t begin = ToFixed(line.m_Start[axis] + first * line.m_Step[axis], top);
+        const std::int64_t end = ToFixed(line.m_Start[axis] + (first + count - 1) * line.m_Step[axis], top);
         run.m_Start[axis] = begin;
         run.m_Step[axis] = count > 1 ? (end - begin) / (count - 1) : 0;
     }
@@ -121,11 +185,11 @@ void SlicePlan::SampleRun(const double (&start)[3], int first, int count, void* 
     }
 }
 
-void SlicePlan::SamplePixels(const double (&start)[3], int first, int count, unsigned char* pixels) {
+void SlicePlan::SamplePixels(const Line& line, int first, int count, unsigned char* pixels) {
     if (m_bNearest) {
-        Sample(start, first, count, pixels);
+        Sample(line, first, count, pixels);
     } else {
-        Sample(start, first, count, m_Samples);
+        Sample(line, first, count, m_Samples);
         StoreSamples(m_Samples, count, m_Tables.GetView().m_Type, pixels);
     }
 }
@@ -134,18 +198,17 @@ void SlicePlan::SampleSlab(int row, unsigned char* pixels) {
     const SliceView& view = m_Tables.GetView();
     m_Slab->Clear();
     for (int layer = 0; layer < m_Grid.m_Layers; ++layer) {
-        double start[3];
-        FindStart(row, layer, start);
-        const Span inside = Clip(start);
-        for (int i = inside.m_First; i < inside.m_End; i += kRun) {
-            const int count = std::min(kRun, inside.m_End - i);
-            Sample(start, i, count, m_Samples);
-            if (m_bNearest) {
-                m_Slab->AddPixels(i, count, m_Samples, view.m_Type);
-            } else {
-                m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size));
+        ForEachPiece(FindLine(row, layer), [&](const Line& line, int first, int end) {
+            for (int i = first; i < end; i += kRun) {
+                const int count = std::min(kRun, end - i);
+                Sample(line, i, count, m_Samples);
+                if (m_bNearest) {
+                    m_Slab->AddPixels(i, count, m_Samples, view.m_Type);
+                } else {
+                    m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size));
+                }
             }
-        }
+        });
     }
     m_Slab->Store(view.m_Type, m_Background, pixels);
 }
@@ -161,17 +224,16 @@ void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
         return;
     }
     for (int j = 0; j < count; ++j) {
-        double start[3];
-        FindStart(first + j, 0, start);
-        const Span inside = Clip(start);
         const auto fill = [&](int from, int to) {
             FillPixels(m_Background, static_cast<int>(size), static_cast<std::size_t>(to - from), at(j, from));
         };
-        fill(0, inside.m_First);
-        for (int i = inside.m_First; i < inside.m_End; i += kRun) {
-            SamplePixels(start, i, std::min(kRun, inside.m_End - i), at(j, i));
-        }
-        fill(inside.m_End, m_Grid.m_Width);
+        int filled = 0;
+        ForEachPiece(FindLine(first + j, 0), [&](const Line& line, int begin, int end) {
+            fill(filled, begin);
+            for (int i = begin; i < end; i += kRun) SamplePixels(line, i, std::min(kRun, end - i), at(j, i));
+            filled = end;
+        });
+        fill(filled, m_Grid.m_Width);
     }
 }
 

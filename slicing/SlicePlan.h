@@ -11,7 +11,7 @@
 
 namespace korvane_detail {
 
-/// The points to be sampled, in the volume frame: m_Origin + i * m_PerPixel + j * m_PerRow + n * m_PerLayer.
+/// The points to be sampled, in millimetres along the volume's axes from its corner in plane 0: m_Origin + i * m_PerPixel + j * m_PerRow + n * m_PerLayer.
 struct SliceGrid {
     double m_Origin[3];
     double m_PerPixel[3];
@@ -40,22 +40,35 @@ public:
     void SampleRows(int first, int count, unsigned char* pixels);
 
 private:
-    struct Span {
-        int m_First;
-        int m_End;
+    /// A row of the picture in positions: sample i is at m_Start + i * m_Step.
+    struct Line {
+        double m_Start[3];
+        double m_Step[3];
+    };
+    /// The shear from one plane offset to the next, in positions: x and y of a voxel are a point's less
+    /// m_Zero + z * m_Slope.
+    struct Shear {
+        double m_LowZ;  // from here on, to where the next one begins
+        double m_Zero[2];
+        double m_Slope[2];
     };
 
-    void FindStart(int row, int layer, double (&start)[3]) const;
-    Span Clip(const double (&start)[3]) const;
-    bool IsBent(const double (&start)[3], int end, int other) const;
-    void Sample(const double (&start)[3], int first, int count, void* out) const;
-    void SampleRun(const double (&start)[3], int first, int count, void* out) const;
-    void SamplePixels(const double (&start)[3], int first, int count, unsigned char* pixels);
+    void MakeShears();
+    Line FindLine(int row, int layer) const;
+    template <typename Work>
+    void ForEachPiece(const Line& line, Work work) const;
+    bool IsBent(const Line& line, int end, int other) const;
+    void Sample(const Line& line, int first, int count, void* out) const;
+    void SampleRun(const Line& line, int first, int count, void* out) const;
+    void SamplePixels(const Line& line, int first, int count, unsigned char* pixels);
     void SampleSlab(int row, unsigned char* pixels);
 
     const SliceTables& m_Tables;
     SliceGrid m_Grid = {};  // in positions
+    double m_Low[3] = {0, 0, 0};
+    double m_High[3] = {0, 0, 0};
     CClipLine m_Box;
+    std::vector<Shear> m_Shears;  // of a stack whose planes are not on one line
     bool m_bNearest = false;
     bool m_bShaped = false;
     bool m_bWide = false;

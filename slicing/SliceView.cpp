@@ -8,9 +8,6 @@ namespace korvane_detail {
 
 namespace {
 
-// Planes closer than this coincide, as in the volume's own table; millimetres.
-constexpr double kSamePlane = 1e-7;
-
 // Planes that are off an even grid by no more than this part of the gap are taken as on it.
 constexpr double kEven = 1e-6;
 
@@ -65,6 +62,9 @@ const char* SliceTables::ReadShape(CVolume& volume) {
         m_Top[axis] = dim[axis] - 1;
     }
     m_SmallestSpacing = std::min(space[0], space[1]);
+    if (!m_Offsets.Read(volume)) {
+        return "volume with a plane position that is not finite";
+    }
     return ReadPlanes(volume, dim[2]);
 }
 
@@ -112,10 +112,10 @@ void SliceTables::MakeOffsets() {
     }
     const std::uint64_t base = address(*low) + span / 2;
     for (const unsigned char* data : m_Data) {
-        m_Offsets.push_back(static_cast<std::int32_t>(address(data) - base));
+        m_Bytes.push_back(static_cast<std::int32_t>(address(data) - base));
     }
     m_View.m_pBase = reinterpret_cast<const unsigned char*>(static_cast<std::uintptr_t>(base));
-    m_View.m_pOffsets = m_Offsets.data();
+    m_View.m_pOffsets = m_Bytes.data();
 }
 
 bool SliceTables::IsEven() const {
@@ -128,12 +128,12 @@ bool SliceTables::IsEven() const {
 }
 
 std::int32_t SliceTables::FindPlaneStep() const {
-    if (m_View.m_Planes < 2 || m_Offsets.empty()) {
+    if (m_View.m_Planes < 2 || m_Bytes.empty()) {
         return 0;
     }
-    const auto step = static_cast<std::int32_t>(std::int64_t{m_Offsets[1]} - m_Offsets[0]);
+    const auto step = static_cast<std::int32_t>(std::int64_t{m_Bytes[1]} - m_Bytes[0]);
     for (int k = 0; k < m_View.m_Planes; ++k) {
-        if (m_Offsets[static_cast<std::size_t>(k)] != m_Offsets[0] + std::int64_t{k} * step) return 0;
+        if (m_Bytes[static_cast<std::size_t>(k)] != m_Bytes[0] + std::int64_t{k} * step) return 0;
     }
     return step;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../volume/CVolume.h"
+#include "PlaneOffsets.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -59,6 +60,8 @@ public:
     const double (&GetTop() const)[3] { return m_Top; }
     /// What a voxel measures in positions, for tolerances.
     const double (&GetVoxel() const)[3] { return m_Voxel; }
+    /// Where the planes lie sideways.
+    const PlaneOffsets& GetOffsets() const { return m_Offsets; }
     /// Smallest distance of voxels along an axis, millimetres.
     double GetSmallestSpacing() const { return m_SmallestSpacing; }
 
@@ -84,7 +87,8 @@ private:
     double m_SmallestSpacing = 0;
     std::vector<Plane> m_Sorted;
     std::vector<const unsigned char*> m_Data;
-    std::vector<std::int32_t> m_Offsets;
+    PlaneOffsets m_Offsets;
+    std::vector<std::int32_t> m_Bytes;  // from m_pBase
     std::vector<std::int32_t> m_Ticks;
     std::vector<std::int32_t> m_Cells;
 };

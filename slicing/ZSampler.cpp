@@ -1,5 +1,6 @@
 #include "ZSampler.h"
 
+#include "PlaneOffsets.h"
 #include "SliceKernels.h"
 
 #include <algorithm>
@@ -10,16 +11,10 @@ namespace korvane_detail {
 
 namespace {
 
-// Planes closer than this coincide, as in the volume's own table; millimetres.
-constexpr double kSamePlane = 1e-7;
-
 // Samples nearer to a plane than this part of the gap are on it: their z is a rounded number.
 constexpr double kOnPlane = 1e-4;
 
 constexpr double kEven = 0.01;
-
-// Sideways offsets below this part of a pixel are rounding.
-constexpr double kStraight = 1e-3;
 
 double Shape(double t) {
     using C = ShapeConstants<double>;
@@ -44,7 +39,7 @@ const char* ZSampler::Read(CVolume& volume) {
         return "volume with planes out of order";
     }
     const double voxel = (double{space[0]} + space[1]) / 2;
-    ForgetRounding(voxel * kStraight);
+    ForgetRounding(PlaneOffsets::GetTolerance(volume));
     for (std::size_t k = 0; k < m_Places.size(); ++k) {
         const int plane = static_cast<int>(k);
         m_Samples.push_back({plane, plane, 0, m_Places[k].m_X, m_Places[k].m_Y, m_Places[k].m_Z});

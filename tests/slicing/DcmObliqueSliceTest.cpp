@@ -1,3 +1,4 @@
+#include "OrientedVolume.h"
 #include "SlicedVolume.h"
 
 #include <gtest/gtest.h>
@@ -333,4 +334,129 @@ TEST(DcmObliqueSlice, ThinVolumesAreSampledOnTheirOwnExtent) {
             }
         }
     }
+}
+
+// ---- Planes with sideways offsets
+
+namespace {
+
+enum class Lean { kEven, kUneven, kShifted, kRounded };
+
+/// A stack that lies obliquely in the patient, its planes sideways of each other, in floats of a field that is linear in
+/// the patient.
+struct LeaningVolume : SlicedVolume {
+    LeaningVolume(Lean lean, const std::vector<float>& planeZ, CVolume::PixelType type, const Content& content)
+        : SlicedVolume({type, 21, 18, planeZ, 0.7F, 1.3F, lean != Lean::kUneven}, content) {
+        Orient(*Get(), {{0.6, 0.8, 0}, {0, 0, -1}}, planeZ);
+        for (int k = 0; k < static_cast<int>(planeZ.size()); ++k) {
+            const auto z = static_cast<float>(GetZ(k));
+            const bool moved = lean == Lean::kShifted && k > 2;
+            float* const org = Get()->GetPlane(k)->m_Org;
+            org[0] += lean == Lean::kUneven ? 0.03F * z * z : moved ? 4.1F : lean == Lean::kShifted ? 0 : 0.2F * z;
+            org[1] +=
+                lean == Lean::kShifted ? 0 : 0.4F - 0.35F * z + (lean == Lean::kRounded && k % 2 == 0 ? 3e-4F : 0);
+        }
+    }
+};
+
+double Field(const Point& p) {
+    return 10 + 3 * p[0] - 2 * p[1] + 5 * p[2];
+}
+
+void FillWithField(CVolume& volume) {
+    ForEach(volume, [&](int i, int j, int k) {
+        const auto value = static_cast<float>(Field(PatientPoint(volume, i, j, k)));
+        std::memcpy(At(volume, i, j, k), &value, sizeof value);
+    });
+}
+
+}  // namespace
+
+TEST(DcmObliqueSlice, PlanesAreSampledWhereTheyLieSideways) {
+    Random random;
+    int inField = 0, compared = 0;
+    for (const Lean lean : {Lean::kEven, Lean::kUneven, Lean::kShifted, Lean::kRounded}) {
+        for (const auto& stack : kStacks) {
+            const LeaningVolume field(lean, stack, CVolume::PT_FLOAT, [](int, int, int) { return 0; });
+            FillWithField(*field);
+            const LeaningVolume noise(lean, stack, CVolume::PT_SHORT, random.Noise(-32768, 32767));
+            for (int n = 0; n < 12; ++n) {
+                Slice slice(field.Get());
+                const Point middle = PatientPoint(*field, 10, 9, 2);
+                const Point shift = random.Vector(2), right = random.Vector(), down = random.Vector();
+                const Point centre{middle[0] + shift[0], middle[1] + shift[1], middle[2] + shift[2]};
+                ASSERT_TRUE(slice.SetPlane(slice.DicomToVol(centre), slice.DirectionToVol(right),
+                                           n == 0 ? Slice::Vector{0, 0, 1} : slice.DirectionToVol(down)));
+                slice.SetPixelSize(0.3 + 0.2 * random.Unit(), 0.4);
+                slice.SetSize(61, 23);
+                ASSERT_TRUE(n != 1 || slice.SetOrthogonal(VP_YZ, 8.5));
+                slice.SetBackground(-1e9);
+                const auto values = Values(slice);
+                const auto row = slice.DirectionToDicom(slice.GetRow()),
+                           column = slice.DirectionToDicom(slice.GetColumn());
+                const Point at = slice.VolToDicom(slice.GetCentre());
+                for (int i = 0; i < static_cast<int>(values.size()); ++i) {
+                    const int x = i % slice.GetWidth(), y = i / slice.GetWidth();
+                    const auto inVolume = slice.PixelToVol(x, y);
+                    const Point patient = slice.VolToDicom(inVolume);
+                    for (std::size_t axis = 0; axis < 3; ++axis) {  // straight in the patient
+                        ASSERT_NEAR(patient[axis],
+                                    at[axis] +
+                                        (x - (slice.GetWidth() - 1) / 2.0) * slice.GetPixelSize()[0] * row[axis] +
+                                        (y - (slice.GetHeight() - 1) / 2.0) * slice.GetPixelSize()[1] * column[axis],
+                                    1e-4);
+                        ASSERT_NEAR(slice.DicomToVol(patient)[axis], inVolume[axis], 1e-9);
+                    }
+                    const double value = values[static_cast<std::size_t>(i)];
+                    if (value == -1e9) continue;
+                    ASSERT_NEAR(value, Field(patient), 0.02) << "pixel " << x << ", " << y;
+                    ++inField;
+                }
+                slice.SetVolume(noise.Get());
+                slice.SetInterpolation(static_cast<Slice::Interpolation>(n % 3));
+                CompareWithPlain(slice, noise, {CVolume::PT_SHORT, 0, 0, 0.1}, compared);
+            }
+        }
+    }
+    EXPECT_GT(inField, 50000);
+    EXPECT_GT(compared, 50000);
+}
+
+TEST(DcmObliqueSlice, ViewsOfALeaningStack) {
+    Random random;
+    const LeaningVolume volume(Lean::kShifted, kStacks[0], CVolume::PT_SHORT, random.Noise(-100, 100));
+    Slice slice(volume.Get());
+    slice.SetBackground(-1000);
+    for (int k = 0; k < 6; ++k) {
+        for (const auto& [column, row] : {std::pair(0, 0), {20, 17}, {7, 3}}) {
+            const Point patient = PatientPoint(*volume, column, row, k),
+                        found = slice.VolToDicom({0.7 * column, 1.3 * row, volume.GetZ(k)});
+            for (std::size_t axis = 0; axis < 3; ++axis) EXPECT_NEAR(found[axis], patient[axis], 1e-4);
+        }
+        ASSERT_TRUE(slice.SetOrthogonal(VP_XY, k));
+        const auto values = Values(slice);
+        ASSERT_EQ(slice.GetWidth(), 21);
+        for (int i = 0; i < 21 * 18; ++i) {
+            ASSERT_EQ(values[static_cast<std::size_t>(i)], Voxel(*volume, i % 21, i / 21, k)) << "the plane as it is";
+        }
+    }
+    // Planes 3 to 5 lie 4.1 mm further along the rows: the picture has room for both parts and nothing in the corners.
+    ASSERT_TRUE(slice.SetOrthogonal(VP_XZ, 5));
+    ASSERT_EQ(slice.GetWidth(), 21 + 6);
+    const auto values = Values(slice);
+    EXPECT_EQ(values[0], Voxel(*volume, 0, 5, 0));
+    EXPECT_EQ(values[26], -1000);
+    EXPECT_EQ(values[values.size() - 27], -1000);
+    EXPECT_NE(values[values.size() - 21], -1000);
+    slice.SetSlab(Slice::SM_MEAN, 2);
+    const auto thick = Values(slice);
+    for (std::size_t i = 0; i < thick.size(); ++i) EXPECT_EQ(thick[i] == -1000, values[i] == -1000) << i;
+    // To the other side of the gap by moving: as far in the patient.
+    const Point before = slice.VolToDicom(slice.GetCentre());
+    slice.Move(3);
+    const Point after = slice.VolToDicom(slice.GetCentre());
+    EXPECT_NEAR(std::hypot(after[0] - before[0], after[1] - before[1], after[2] - before[2]), 3, 1e-6);
+    volume->GetPlane(1)->m_Org[0] = static_cast<float>(kNaN);
+    std::vector<unsigned char> pixels(slice.GetPixelCount() * 2);
+    EXPECT_FALSE(slice.GetPixels(pixels.data(), pixels.size()));
 }
