@@ -1,12 +1,12 @@
 #include "CDicomPixelStream.h"
 
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "PixelRows.h"
+#include "ValueHelpers.h"
 #include "base/Bytes.h"
 #include "base/Integer.h"
 #include "base/Layout.h"
 #include "base/Number.h"
-#include "PixelRows.h"
-#include "ValueHelpers.h"
 
 #include <algorithm>
 #include <array>

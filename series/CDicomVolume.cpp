@@ -1,12 +1,12 @@
 #include "CDicomVolume.h"
 
-#include "Dicom/Lib/dataset/DICOMObject.h"
-#include "base/Integer.h"
-#include "base/Layout.h"
 #include "CDicomPixelStream.h"
+#include "Dicom/Lib/dataset/DICOMObject.h"
 #include "GeometryElements.h"
 #include "PixelRows.h"
 #include "ValueHelpers.h"
+#include "base/Integer.h"
+#include "base/Layout.h"
 #include "volume/CPercent.h"
 
 #include <algorithm>

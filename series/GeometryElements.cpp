@@ -2,11 +2,11 @@
 
 #include "Dicom/Lib/dataset/DICOMObject.h"
 #include "Dicom/Lib/dataset/TypeCode.h"
+#include "ValueHelpers.h"
 #include "automation/CVariant.h"
 #include "automation/CVariantVR.h"
 #include "base/Bytes.h"
 #include "base/Number.h"
-#include "ValueHelpers.h"
 
 #include <algorithm>
 

@@ -1,45 +1,21 @@
 #include "CVolumeReformatter.h"
 
 #include "PatientFrame.h"
+#include "ReformatSource.h"
+#include "StackStraightener.h"
 #include "VolumePermuter.h"
 #include "ZSampler.h"
 #include "volume/CPercent.h"
 
-#include <cmath>
+#include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <new>
+#include <optional>
 #include <stdexcept>
 
 namespace {
 
 using namespace korvane_detail;
-
-struct Deleter {
-    void operator()(CVolume* volume) const { volume->Delete(); }
-};
-using VolumePointer = std::unique_ptr<CVolume, Deleter>;
-
-bool IsLength(double value) {
-    return value > 0 && std::isfinite(value);
-}
-
-const char* CheckShape(CVolume& source) {
-    int dim[4];
-    float space[4];
-    source.GetDimensions(dim);
-    source.GetSpacing(space);
-    if (dim[0] < 1 || dim[1] < 1 || dim[2] < 1 || source.GetPlaneCount() < dim[2]) {
-        return "volume without planes";
-    }
-    if (dim[3] != 1) {
-        return "volume with other than one component";
-    }
-    if (source.GetTypeSize() < 1) {
-        return "volume of an unknown pixel type";
-    }
-    return IsLength(space[0]) && IsLength(space[1]) ? nullptr : "volume with a spacing that is not positive";
-}
 
 // What is known of the work before any voxel is moved.
 class Plan {
@@ -50,6 +26,8 @@ public:
 
     int GetPlaneCount() const { return m_Dim[2]; }
     VolumePointer MakeResult(CVolume& source, bool contig) const;
+    /// The volume whose voxels are to be moved: the source, or a straight one made of it, which `straight` then holds.
+    CVolume& Straighten(CVolume& source, VolumePointer& straight);
     VolumePermuter MakePermuter(CVolume& source, CVolume& result, bool wide) const;
 
 private:
@@ -58,6 +36,8 @@ private:
 
     PatientFrame m_Frame;
     ZSampler m_Sampler;
+    std::optional<StackStraightener> m_Straightener;  // of a tilted stack, where planes are not to stay planes
+    ZSampler m_StraightSampler;
     ViewTurn m_Turn;
     double m_RawSpace[3] = {1, 1, 1};
     int m_RawDim[3] = {0, 0, 0};
@@ -70,16 +50,8 @@ const char* Plan::Make(CVolume& source, VolumePlane plane, CVolumeReformatter::Z
     if (!FindViewAxes(plane, m_Turn.m_Axes)) {
         return "no view plane";
     }
-    if (const char* failure = CheckShape(source)) {
+    if (const char* failure = ReadReformatSource(source, m_Sampler, m_Frame)) {
         return failure;
-    }
-    if (const char* failure = m_Sampler.Read(source)) {
-        return failure;
-    }
-    float origin[4];
-    source.GetOrigin(origin);
-    if (!m_Frame.Read(source) || !std::isfinite(origin[0] + origin[1] + origin[2])) {
-        return "volume without directions";
     }
     using R = CVolumeReformatter;
     if (sampling == R::ZS_ALWAYS || (sampling != R::ZS_NEVER && !m_Sampler.IsEven())) {
@@ -92,6 +64,10 @@ const char* Plan::Make(CVolume& source, VolumePlane plane, CVolumeReformatter::Z
     for (int axis = 0; axis < 2; ++axis) {
         m_RawDim[axis] = dim[axis];
         m_RawSpace[axis] = space[axis];
+    }
+    if (m_Turn.m_Axes.m_Slice != 2 && !m_Sampler.IsUpright()) {
+        m_Straightener.emplace(source, m_Sampler);
+        std::copy_n(m_Straightener->GetCanvas().m_Count, 2, m_RawDim);
     }
     m_RawDim[2] = static_cast<int>(m_Sampler.GetSamples().size());
     m_RawSpace[2] = m_Sampler.GetSpacing();
@@ -161,14 +137,22 @@ Triple Plan::GetFirstPoint(int plane) const {
         index[axes[i]] = m_Turn.m_Flips[i] ? m_RawDim[axes[i]] - 1 - along[i] : along[i];
     }
     const ZSample& sample = m_Sampler.GetSamples()[static_cast<std::size_t>(index[2])];
-    const bool shifted = axes[2] == 2;  // elsewhere the offsets would be a shear within the picture
-    const double x = index[0] * m_RawSpace[0] + (shifted ? sample.m_X : 0);
-    const double y = index[1] * m_RawSpace[1] + (shifted ? sample.m_Y : 0);
-    return m_Frame.GetPoint(x, y, sample.m_Z);
+    const double x = m_Straightener ? m_Straightener->GetCanvas().m_First[0] : sample.m_X;
+    const double y = m_Straightener ? m_Straightener->GetCanvas().m_First[1] : sample.m_Y;
+    return m_Frame.GetPoint(x + index[0] * m_RawSpace[0], y + index[1] * m_RawSpace[1], sample.m_Z);
+}
+
+CVolume& Plan::Straighten(CVolume& source, VolumePointer& straight) {
+    if (!m_Straightener) {
+        return source;
+    }
+    straight = m_Straightener->Make(m_Straightener->FindLowest(), true);
+    m_StraightSampler.Read(*straight);
+    return *straight;
 }
 
 VolumePermuter Plan::MakePermuter(CVolume& source, CVolume& result, bool wide) const {
-    return VolumePermuter(source, result, m_Sampler, m_Turn, wide);
+    return VolumePermuter(source, result, m_Straightener ? m_StraightSampler : m_Sampler, m_Turn, wide);
 }
 
 // False when the callback asks to stop.
@@ -225,7 +209,8 @@ CVolume* CVolumeReformatter::Reformat(CVolume& source, VolumePlane plane, bool f
         }
         plan.Flip(flip1, flip2);
         VolumePointer result = plan.MakeResult(source, m_bContig);
-        VolumePermuter permuter = plan.MakePermuter(source, *result, m_bWide);
+        VolumePointer straight;
+        VolumePermuter permuter = plan.MakePermuter(plan.Straighten(source, straight), *result, m_bWide);
         if (MoveVoxels(permuter, plan.GetPlaneCount(), m_pCallback)) {
             return result.release();
         }

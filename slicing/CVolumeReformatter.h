@@ -26,14 +26,18 @@ class CPercent;
 /// and planes always make a right-handed picture of the patient, never a mirrored one: where axes and flips would
 /// mirror it, the planes come in reverse order of the slice axis, so that z of the result's planes runs as the source's
 /// does, ascending or descending. The origin is the first voxel of plane 0. Directions of the result have unit length.
-/// A tilted stack (planes with sideways offsets of their own) is not straightened: planes 0 and 5 keep the offsets in
-/// their plane origins, the others leave them out.
+///
+/// TILTED STACKS, whose planes have sideways offsets of their own. View planes 0 and 5 keep them, in the plane origins of the
+/// result. The others, whose pictures cross planes, are straightened: voxels are moved within their planes by linear
+/// interpolation, onto a grid that has room for all of them, so that the result has more columns, rows or planes than the
+/// source. Voxels that no plane has data for have the source's lowest value. `StraightenStack` does the same and leaves
+/// the axes as they are.
 ///
 /// ALONG Z. `ZS_UNEVEN` takes the planes as they are where they lie evenly (to within a hundredth of their distance), and
 /// else samples them by the volume's z-interpolation table (`CVolume::UpdateZInterpArray`, which is called on the
 /// source): about one voxel size apart, weighed by its smoothed curve S(t) between the two planes around each sample.
-/// Integers are rounded to the nearest. A voxel that comes of one plane alone is that plane's, bit for bit, and so the whole
-/// volume is a permutation where nothing is resampled.
+/// Integers are rounded to the nearest. A voxel of an upright stack that comes of one plane alone is that plane's, bit for
+/// bit, and so the whole volume is a permutation where nothing is resampled.
 ///
 /// FAILURE. Null, with a text in `GetError`: a plane value outside 0 to 5; a source without planes, pixels, a known type
 /// or one component; spacing in x or y that is not positive and finite; positions or cosines that are not finite or are

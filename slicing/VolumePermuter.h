@@ -1,9 +1,9 @@
 // Moves the voxels of a volume to where a view plane has them.
 #pragma once
 
+#include "../volume/CVolume.h"
 #include "ViewAxes.h"
 #include "ZSampler.h"
-#include "../volume/CVolume.h"
 
 #include <cstddef>
 #include <vector>

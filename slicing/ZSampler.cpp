@@ -88,6 +88,11 @@ bool ZSampler::IsEven() const {
     return gap > 0;
 }
 
+bool ZSampler::IsUpright() const {
+    return std::all_of(m_Places.begin(), m_Places.end(),
+                       [](const Place& place) { return place.m_X == 0 && place.m_Y == 0; });
+}
+
 void ZSampler::UseTable(CVolume& volume) {
     volume.UpdateZInterpArray();
     m_Samples.clear();

@@ -26,6 +26,9 @@ public:
     /// Whether no plane is off an even grid by more than a hundredth of the gap: positions are told in rounded numbers.
     bool IsEven() const;
 
+    /// Whether no sample lies sideways of another.
+    bool IsUpright() const;
+
     /// Goes over to the samples of the volume's z-interpolation table, which is brought up to date. Only their z is
     /// taken; the planes around it are searched, since the table falls behind where planes are close together.
     /// Throws `std::length_error` for a table that would be too long.

@@ -1,8 +1,8 @@
 #include "CImagePlane.h"
 
+#include "BufferSize.h"
 #include "base/Layout.h"
 #include "platform/memory/Memory.h"
-#include "BufferSize.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,10 +1,10 @@
 #include "CVolume.h"
 
+#include "BufferSize.h"
+#include "VoxelRange.h"
 #include "base/Integer.h"
 #include "base/Layout.h"
 #include "platform/memory/Memory.h"
-#include "BufferSize.h"
-#include "VoxelRange.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -2,8 +2,8 @@
 
 #include "CVolume.h"
 
-#include "platform/File.h"
 #include "base/Integer.h"
+#include "platform/File.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -2,6 +2,7 @@
 #include "SlicedVolume.h"
 
 #include <Korvane/slicing/CVolumeReformatter.h>
+#include <Korvane/slicing/StraightStack.h>
 #include <Korvane/slicing/ViewAxes.h>
 #include <Korvane/volume/CPercent.h>
 
@@ -239,4 +240,104 @@ TEST(CVolumeReformatter, RefusesWhatItCannotRead) {
     EXPECT_EQ(error(planeZ(kNan)), "volume with a position that is not finite");
     EXPECT_EQ(error(planeZ(99)), "volume with planes out of order");
     EXPECT_EQ(error([](V& v) { Orient(v, {{1, 0, 0}, {1, 0, 0}}, {0, 2, 3}); }), "volume without directions");
+}
+
+// ---- Planes that lie sideways of each other
+
+namespace {
+
+double Field(const Point& p) {
+    return 200 + 3 * p[0] - 2 * p[1] + 5 * p[2];
+}
+
+/// A stack that leans, evenly or by a step and with uneven planes, and holds a field that is linear in the patient.
+struct Leaning : Source {
+    Leaning(CVolume::PixelType type, bool even, double scale)
+        : Source(type, 11, 9, even ? Even(5, true) : std::vector<float>{0, 2, 3, 7, 8, 9}, even,
+                 [](int, int, int) { return 0; }) {
+        for (int k = 0; k < Get()->GetPlaneCount(); ++k) {
+            float* const org = Get()->GetPlane(k)->m_Org;
+            const auto z = static_cast<float>(GetZ(k));
+            org[0] += even ? 0.11F * z : k > 2 ? 4 : 0;
+            org[1] += even ? -0.25F * z : 0.3F;
+        }
+        ForEach(*Get(), [&](int i, int j, int k) {
+            WithType(type, [&](auto value) {
+                value = static_cast<decltype(value)>(scale * Field(PatientPoint(*Get(), i, j, k)));
+                std::memcpy(At(*Get(), i, j, k), &value, sizeof value);
+                return 0.0;
+            });
+        });
+    }
+};
+
+/// How many voxels have data. Those have the field's value at the point where they are said to be.
+int CountData(CVolume& volume, double fill, double scale, double tolerance) {
+    int found = 0;
+    ForEach(volume, [&](int i, int j, int k) {
+        const double value = Voxel(volume, i, j, k);
+        if (value == fill) return;
+        ++found;
+        ASSERT_NEAR(value, scale * Field(PatientPoint(volume, i, j, k)), tolerance) << i << " " << j << " " << k;
+    });
+    return found;
+}
+
+}  // namespace
+
+TEST(CVolumeReformatter, ALeaningStackIsStraightWherePlanesDoNotStay) {
+    for (const bool even : {true, false}) {
+        const Leaning source(CVolume::PT_FLOAT, even, 1);
+        double lowest = HUGE_VAL;
+        ForEach(*source, [&](int i, int j, int k) { lowest = std::min(lowest, Voxel(*source, i, j, k)); });
+        for (int view = 0; view < 24; ++view) {
+            const VolumePointer result = Reformat(*source, view / 4, view % 4);
+            int dim[4];
+            result->GetDimensions(dim);
+            CVolumeReformatter reformatter;
+            EXPECT_EQ(reformatter.GetPlaneCount(*source, static_cast<VolumePlane>(view / 4)), dim[2]);
+            // The curve S(t) is not linear in z: only what is a plane of the source is in the right place there.
+            const int data = CountData(*result, lowest, 1, even ? 0.02 : 25);
+            EXPECT_GT(data, (dim[0] - 6) * (dim[1] - 6) * (dim[2] - 6));
+            for (int k = 0; view / 4 != VP_XY && view / 4 != VP_YX && k < dim[2]; ++k) {
+                EXPECT_EQ(result->GetPlane(k)->m_Org[0], result->GetPlane(0)->m_Org[0]) << "planes above each other";
+            }
+        }
+    }
+}
+
+TEST(StraightenStack, LosesNothingAndTellsWhatItFilled) {
+    for (const CVolume::PixelType type : {CVolume::PT_SHORT, CVolume::PT_USHORT, CVolume::PT_BYTE, CVolume::PT_FLOAT,
+                                          CVolume::PT_LONG, CVolume::PT_ULONG}) {
+        const double scale = type == CVolume::PT_BYTE ? 0.5 : 100;
+        const Leaning source(type, true, scale);
+        StraightenReport report;
+        StraightenOptions options;
+        if (type != CVolume::PT_USHORT) options.m_Fill = type == CVolume::PT_SHORT ? -2000.4 : 1e12;
+        const VolumePointer straight(StraightenStack(*source, options, report));
+        ASSERT_NE(straight, nullptr) << report.m_Error;
+        int dim[4];
+        straight->GetDimensions(dim);
+        // 10 mm of height: 1.1 mm of 0.8 mm columns, 2.5 mm of 1.2 mm rows.
+        EXPECT_TRUE(dim[0] == 13 && dim[1] == 12 && dim[2] == 5);
+        EXPECT_TRUE(std::fabs(report.m_Shift[0] - 1.1) < 1e-5 && std::fabs(report.m_Shift[1] - 2.5) < 1e-5);
+        const double fills[] = {-2000, 0, 255, 1e12F, 2147483647.0, 4294967295.0};
+        EXPECT_TRUE(!options.m_Fill || report.m_Fill == fills[type]) << report.m_Fill;
+        const int data = CountData(*straight, report.m_Fill, scale, type == CVolume::PT_FLOAT ? 2 : 1.6);
+        EXPECT_TRUE(!options.m_Fill || static_cast<int>(report.m_nFilled) == 13 * 12 * 5 - data) << data;
+    }
+    const Leaning uneven(CVolume::PT_FLOAT, false, 1);
+    StraightenReport report;
+    StraightenOptions options;
+    options.m_bEvenZ = false;
+    options.m_Fill = -1e9;
+    const VolumePointer straight(StraightenStack(*uneven, options, report));
+    ASSERT_NE(straight, nullptr) << report.m_Error;
+    EXPECT_EQ(CountData(*straight, -1e9, 1, 0.01), 11 * 9 * 6) << "steps of whole voxels";
+    ForEach(*uneven, [&](int i, int j, int k) {
+        EXPECT_EQ(Voxel(*straight, k > 2 ? i + 5 : i, j, k), Voxel(*uneven, i, j, k)) << "bit for bit";
+    });
+    uneven->GetPlane(1)->m_Org[1] = kNan;
+    EXPECT_EQ(StraightenStack(*uneven, options, report), nullptr);
+    EXPECT_EQ(report.m_Error, "volume with a position that is not finite");
 }

@@ -1,0 +1,196 @@
+#include "StackStraightener.h"
+
+#include "PatientFrame.h"
+#include "PlaneOffsets.h"
+#include "SliceKernels.h"
+#include "SlicePixels.h"
+#include "base/Bytes.h"
+#include "base/Integer.h"
+#include "volume/BufferSize.h"
+#include "volume/VoxelRange.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace korvane_detail {
+
+namespace {
+
+double GetOffset(const ZSample& sample, int axis) {
+    return axis == 0 ? sample.m_X : sample.m_Y;
+}
+
+template <typename Pixel, typename Number>
+void Add(const unsigned char* row, double weight, int count, Number* sums) {
+    for (int i = 0; i < count; ++i) {
+        sums[i] += static_cast<Number>(weight) *
+                   static_cast<Number>(platform::LoadAt<Pixel>(row, static_cast<std::size_t>(i)));
+    }
+}
+
+}  // namespace
+
+StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
+    : m_Source(source), m_Samples(sampler.GetSamples()) {
+    int dim[4];
+    float space[4];
+    source.GetDimensions(dim);
+    source.GetSpacing(space);
+    for (int axis = 0; axis < 2; ++axis) {
+        const auto lower = [axis](const ZSample& a, const ZSample& b) {
+            return GetOffset(a, axis) < GetOffset(b, axis);
+        };
+        const auto [low, high] = std::minmax_element(m_Samples.begin(), m_Samples.end(), lower);
+        const double extent = GetOffset(*high, axis) - GetOffset(*low, axis);
+        m_Count[axis] = dim[axis];
+        m_Space[axis] = space[axis];
+        m_Canvas.m_Extent[axis] = extent;
+        m_Canvas.m_First[axis] = GetOffset(*low, axis);
+        const double count = dim[axis] + std::ceil(extent / m_Space[axis] - kStraight);
+        m_Canvas.m_Count[axis] = platform::TruncateToInt32(std::min(count, double{std::numeric_limits<int>::max()}));
+    }
+}
+
+double StackStraightener::FindLowest() const {
+    double lowest = std::numeric_limits<double>::infinity();
+    int dim[4];
+    m_Source.GetDimensions(dim);
+    const std::size_t voxels = BufferSize({dim[0], dim[1]});
+    for (int k = 0; k < dim[2]; ++k) {
+        const VoxelRange range = FindVoxelRange(m_Source.GetPlane(k)->m_pData, voxels, m_Source.GetType());
+        if (range.m_Low <= range.m_High) lowest = std::min(lowest, range.m_Low);
+    }
+    return std::isfinite(lowest) ? lowest : 0;
+}
+
+VolumePointer StackStraightener::Make(double fill, bool contig) {
+    const CVolume::PixelType type = m_Source.GetType();
+    VolumePointer result(CVolume::New());
+    const int planes = static_cast<int>(m_Samples.size());
+    result->Init(type, m_Canvas.m_Count[0], m_Canvas.m_Count[1], planes, 1);
+    result->Alloc(contig);
+    PlaceResult(*result);
+    StoreValue(fill, type, m_FillPixel);
+    const VoxelRange stored = FindVoxelRange(m_FillPixel, 1, type);
+    m_Fill = stored.m_Low <= stored.m_High ? stored.m_Low : fill;
+    m_Filled = 0;
+    m_Memory.resize(static_cast<std::size_t>(m_Count[0]) * 2 * sizeof(double));
+    for (int k = 0; k < planes; ++k) {
+        const ZSample& sample = m_Samples[static_cast<std::size_t>(k)];
+        auto* const out = static_cast<unsigned char*>(result->GetPlane(k)->m_pData);
+        switch (type) {
+        case CVolume::PT_BYTE: FillPlane<std::uint8_t, float>(sample, out); break;
+        case CVolume::PT_SHORT: FillPlane<std::int16_t, float>(sample, out); break;
+        case CVolume::PT_USHORT: FillPlane<std::uint16_t, float>(sample, out); break;
+        case CVolume::PT_FLOAT: FillPlane<float, double>(sample, out); break;
+        case CVolume::PT_LONG: FillPlane<std::int32_t, double>(sample, out); break;
+        case CVolume::PT_ULONG: FillPlane<std::uint32_t, double>(sample, out); break;
+        }
+    }
+    if (m_Filled > 0) {
+        result->SetMin(std::min<long long>(m_Source.GetMin(), platform::TruncateToInt64(m_Fill)));
+        result->SetMax(std::max<long long>(m_Source.GetMax(), platform::TruncateToInt64(m_Fill)));
+    }
+    return result;
+}
+
+// The origin moves to the canvas' first voxel, and the planes' z, which count from it, with it.
+void StackStraightener::PlaceResult(CVolume& result) const {
+    float space[4];
+    float origin[4];
+    float orientation[2][3];
+    m_Source.GetSpacing(space);
+    m_Source.GetOrigin(origin);
+    m_Source.GetOrientation(orientation);
+    const double oldZ = origin[2];
+    PatientFrame frame;
+    if (!frame.Read(m_Source)) frame = PatientFrame();
+    const Triple along = Plus(Times(frame.m_Row, m_Canvas.m_First[0]), Times(frame.m_Column, m_Canvas.m_First[1]));
+    for (std::size_t axis = 0; axis < 3; ++axis) origin[axis] = static_cast<float>(origin[axis] + along[axis]);
+    const double extent = std::fabs(m_Samples.back().m_Z - m_Samples.front().m_Z);
+    if (extent > 0) space[2] = static_cast<float>(extent / static_cast<double>(m_Samples.size() - 1));
+    result.SetSpacing(space);
+    result.SetOrigin(origin);
+    result.SetOrientation(orientation);
+    result.SetMin(m_Source.GetMin());
+    result.SetMax(m_Source.GetMax());
+    for (int k = 0; k < static_cast<int>(m_Samples.size()); ++k) {
+        float* const org = result.GetPlane(k)->m_Org;
+        org[0] = origin[0];
+        org[1] = origin[1];
+        org[2] = static_cast<float>(m_Samples[static_cast<std::size_t>(k)].m_Z + oldZ - origin[2]);
+    }
+    result.UpdateZInterpArray();
+}
+
+StackStraightener::Shift StackStraightener::FindShift(int axis, double offset) const {
+    const double shift = (m_Canvas.m_First[axis] - offset) / m_Space[axis];
+    const double whole = std::floor(shift + kStraight);
+    const double part = shift - whole;
+    Shift found{platform::TruncateToInt32(whole), part > kStraight ? part : 0, 0, 0};
+    found.m_Begin = std::max(-found.m_Whole, 0);
+    found.m_End = std::min(m_Count[axis] - found.m_Whole - (found.m_Part > 0 ? 1 : 0), m_Canvas.m_Count[axis]);
+    found.m_End = std::max(found.m_End, found.m_Begin);  // one voxel that lies between two
+    return found;
+}
+
+template <typename Pixel, typename Number>
+void StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
+    constexpr int kSize = sizeof(Pixel);
+    const Shift x = FindShift(0, sample.m_X);
+    const Shift y = FindShift(1, sample.m_Y);
+    const auto width = static_cast<std::size_t>(m_Canvas.m_Count[0]);
+    const auto first = static_cast<std::size_t>(x.m_Begin);
+    const auto count = static_cast<std::size_t>(x.m_End - x.m_Begin);
+    const auto* const low = static_cast<const unsigned char*>(m_Source.GetPlane(sample.m_Low)->m_pData);
+    const auto from = static_cast<std::size_t>(x.m_Begin + x.m_Whole);
+    auto* const mixed = reinterpret_cast<Number*>(m_Memory.data());
+    auto* const moved = mixed + m_Count[0];
+    for (int r = 0; r < m_Canvas.m_Count[1]; ++r, out += width * kSize) {
+        if (r < y.m_Begin || r >= y.m_End) {
+            FillPixels(m_FillPixel, kSize, width, out);
+            m_Filled += width;
+            continue;
+        }
+        FillPixels(m_FillPixel, kSize, first, out);
+        FillPixels(m_FillPixel, kSize, width - first - count, out + (first + count) * kSize);
+        m_Filled += width - count;
+        const int row = r + y.m_Whole;
+        if (x.m_Part == 0 && y.m_Part == 0 && !(sample.m_Weight > 0)) {
+            std::memcpy(out + first * kSize, low + (static_cast<std::size_t>(row) * m_Count[0] + from) * kSize,
+                        count * kSize);
+            continue;
+        }
+        MixRow<Pixel, Number>(sample, row, y.m_Part);
+        const Number* samples = mixed + from;
+        if (x.m_Part > 0) {
+            const auto part = static_cast<Number>(x.m_Part);
+            for (std::size_t i = 0; i < count; ++i) moved[i] = samples[i] + part * (samples[i + 1] - samples[i]);
+            samples = moved;
+        }
+        StoreSamples(samples, static_cast<int>(count), m_Source.GetType(), out + first * kSize);
+    }
+}
+
+// A row between two rows of the source, `part` of the way, mixed across the sample's two planes.
+template <typename Pixel, typename Number>
+void StackStraightener::MixRow(const ZSample& sample, int row, double part) {
+    auto* const mixed = reinterpret_cast<Number*>(m_Memory.data());
+    std::fill_n(mixed, m_Count[0], Number{0});
+    const std::size_t rowBytes = static_cast<std::size_t>(m_Count[0]) * sizeof(Pixel);
+    const auto add = [&](int plane, double weight) {
+        const auto* const data = static_cast<const unsigned char*>(m_Source.GetPlane(plane)->m_pData);
+        const unsigned char* const at = data + static_cast<std::size_t>(row) * rowBytes;
+        Add<Pixel>(at, weight * (1 - part), m_Count[0], mixed);
+        if (part > 0) Add<Pixel>(at + rowBytes, weight * part, m_Count[0], mixed);
+    };
+    add(sample.m_Low, 1 - sample.m_Weight);
+    if (sample.m_Weight > 0) add(sample.m_High, sample.m_Weight);
+}
+
+}  // namespace korvane_detail

@@ -1,0 +1,70 @@
+// Moves the rows of planes that lie sideways of each other onto one straight grid.
+#pragma once
+
+#include "../volume/CVolume.h"
+#include "ZSampler.h"
+
+#include <memory>
+#include <vector>
+
+namespace korvane_detail {
+
+struct VolumeDeleter {
+    void operator()(CVolume* volume) const { volume->Delete(); }
+};
+using VolumePointer = std::unique_ptr<CVolume, VolumeDeleter>;
+
+/// The columns and rows of a straight stack: as many as hold every voxel of every plane, on the grid of the plane that
+/// lies lowest along each axis.
+struct StraightCanvas {
+    int m_Count[2] = {0, 0};
+    double m_First[2] = {0, 0};   ///< of the first column and row, millimetres from the volume's origin
+    double m_Extent[2] = {0, 0};  ///< largest distance of two planes sideways, millimetres
+};
+
+/// The volume has planes, pixels, a known type and positive spacings; it and the sampler must outlive the object.
+class StackStraightener {
+public:
+    StackStraightener(CVolume& source, const ZSampler& sampler);
+
+    const StraightCanvas& GetCanvas() const { return m_Canvas; }
+
+    /// The lowest voxel of the source; 0 where all are NaN.
+    double FindLowest() const;
+
+    /// One plane for each sample, at its z: voxels are linear in x and y within the planes, and mixed across two planes by the
+    /// sample's weight. Voxels without data are `fill`, held within the range of the type. Throws `std::bad_alloc`.
+    VolumePointer Make(double fill, bool contig);
+
+    /// Of the last `Make`: voxels without data, and the value that they have.
+    unsigned long long CountFilled() const { return m_Filled; }
+    double GetFill() const { return m_Fill; }
+
+private:
+    /// Column or row i of the canvas lies at i + m_Whole + m_Part of the source's.
+    struct Shift {
+        int m_Whole;
+        double m_Part;
+        int m_Begin;  ///< of the canvas, where the source has data
+        int m_End;
+    };
+
+    Shift FindShift(int axis, double offset) const;
+    void PlaceResult(CVolume& result) const;
+    template <typename Pixel, typename Number>
+    void FillPlane(const ZSample& sample, unsigned char* out);
+    template <typename Pixel, typename Number>
+    void MixRow(const ZSample& sample, int row, double part);
+
+    CVolume& m_Source;
+    const std::vector<ZSample>& m_Samples;
+    int m_Count[2] = {0, 0};
+    double m_Space[2] = {1, 1};
+    StraightCanvas m_Canvas;
+    unsigned char m_FillPixel[4] = {};
+    double m_Fill = 0;
+    unsigned long long m_Filled = 0;
+    std::vector<unsigned char> m_Memory;  // of one mixed row and one moved row, as floats or doubles
+};
+
+}  // namespace korvane_detail

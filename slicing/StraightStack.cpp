@@ -1,0 +1,35 @@
+#include "StraightStack.h"
+
+#include "ReformatSource.h"
+#include "StackStraightener.h"
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+using namespace korvane_detail;
+
+CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, StraightenReport& report) {
+    report = StraightenReport();
+    try {
+        ZSampler sampler;
+        PatientFrame frame;
+        if (const char* failure = ReadReformatSource(source, sampler, frame)) {
+            report.m_Error = failure;
+            return nullptr;
+        }
+        if (options.m_bEvenZ && !sampler.IsEven()) sampler.UseTable(source);
+        StackStraightener straightener(source, sampler);
+        VolumePointer straight =
+            straightener.Make(options.m_Fill ? *options.m_Fill : straightener.FindLowest(), options.m_bContig);
+        report.m_Fill = straightener.GetFill();
+        report.m_nFilled = straightener.CountFilled();
+        std::copy_n(straightener.GetCanvas().m_Extent, 2, report.m_Shift);
+        return straight.release();
+    } catch (const std::bad_alloc&) {
+        report.m_Error = "out of memory";
+    } catch (const std::length_error&) {
+        report.m_Error = "volume too long for its voxel size";
+    }
+    return nullptr;
+}

@@ -1,0 +1,37 @@
+// A stack whose planes lie sideways of each other, made straight.
+#pragma once
+
+#include "../base/Export.h"
+#include "../volume/CVolume.h"
+
+#include <optional>
+#include <string>
+
+struct StraightenOptions {
+    std::optional<double>
+        m_Fill;             ///< for voxels without data (Pixel Padding Value, say); the lowest voxel if not given
+    bool m_bEvenZ = true;   ///< resample along z where the planes are not even, as `CVolumeReformatter` does
+    bool m_bContig = true;  ///< one block of voxels, or one for each plane
+};
+
+/// What `StraightenStack` did, or why it did not.
+struct StraightenReport {
+    double m_Fill = 0;  ///< what the voxels without data have: held within the range of the type, rounded
+    unsigned long long m_nFilled = 0;  ///< how many they are
+    double m_Shift[2] = {0, 0};        ///< largest distance of two planes along rows and columns, millimetres
+    std::string m_Error;               ///< empty where there is a volume
+};
+
+/// A tilted stack (gantry tilt; PS3.3 C.7.6.2.1.1 gives each slice its own position), or one whose planes are shifted,
+/// as a volume that is straight: every plane above the one below, each voxel where it was in the patient. Formats that
+/// hold one origin and one direction for all planes can keep that without shear.
+///
+/// Rows and columns are moved within their planes by linear interpolation, integers rounded to the nearest, onto a canvas
+/// that is large enough for all planes; its spacing is the source's. Voxels that no plane has data for have the fill value.
+/// Where planes are uneven, new ones come between them along the tilt, weighed by the smoothed curve S(t). What needs
+/// no moving is the same bit for bit.
+///
+/// Returns a new volume with a count of 1, of the source's type, for the caller to end with `Delete`. Null, with a text in
+/// the report, for what `CVolumeReformatter` refuses, and for too little memory. The source keeps its voxels; its
+/// z-interpolation table is brought up to date where planes are uneven.
+KORVANE_API CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, StraightenReport& report);
