@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 
 #if defined(_WIN32)
 #include <winsock2.h>
+#include <ws2tcpip.h>
 #else
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -25,7 +27,8 @@ namespace {
 
 static_assert(sizeof(SocketAddress) == sizeof(sockaddr_in));
 
-constexpr int kBacklog = 16;
+constexpr int kBacklog = SOMAXCONN;
+constexpr int kAskEvery = 50;  // milliseconds
 
 sockaddr* Raw(SocketAddress& address) {
     return reinterpret_cast<sockaddr*>(&address);
@@ -47,8 +50,45 @@ bool WasInterrupted() {
 }
 
 bool WouldWait() {
-    return false;
+    return WSAGetLastError() == WSAEWOULDBLOCK;
 }
+
+void SetBlocking(SocketHandle socket, bool blocks) {
+    u_long mode = blocks ? 0 : 1;
+    ioctlsocket(Native(socket), FIONBIO, &mode);
+}
+
+void SetError(int error) {
+    WSASetLastError(error);
+}
+
+std::int64_t Milliseconds() {
+    return static_cast<std::int64_t>(GetTickCount64());
+}
+
+/// 1 when the socket takes bytes, is connected or has failed to, 0 when the time is up, -1 on error.
+int WaitWritable(SocketHandle socket, int milliseconds) {
+    fd_set set;
+    fd_set failed;  // where Windows shows that connecting did not work
+    FD_ZERO(&set);
+    FD_ZERO(&failed);
+    FD_SET(Native(socket), &set);
+    FD_SET(Native(socket), &failed);
+    timeval time{milliseconds / 1000, milliseconds % 1000 * 1000};
+    return select(0, nullptr, &set, &failed, &time) > 0 ? 1 : 0;
+}
+
+/// Seconds that `TuneSocket` set, in milliseconds; 0: no limit.
+std::int64_t SendLimit(SocketHandle socket) {
+    DWORD limit = 0;
+    int length = sizeof limit;
+    getsockopt(Native(socket), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<char*>(&limit), &length);
+    return limit;
+}
+
+constexpr int kInProgress = WSAEWOULDBLOCK;
+constexpr int kTimedOut = WSAETIMEDOUT;
+constexpr int kInterrupted = WSAEINTR;
 
 void SetOption(SocketHandle socket, int level, int option, int value) {
     setsockopt(Native(socket), level, option, reinterpret_cast<const char*>(&value), sizeof value);
@@ -92,7 +132,43 @@ int Poll(SocketHandle socket, short events, int milliseconds) {
     }
 }
 
+void SetBlocking(SocketHandle socket, bool blocks) {
+    const int flags = fcntl(Native(socket), F_GETFL);
+    fcntl(Native(socket), F_SETFL, blocks ? flags & ~O_NONBLOCK : flags | O_NONBLOCK);
+}
+
+void SetError(int error) {
+    errno = error;
+}
+
+int WaitWritable(SocketHandle socket, int milliseconds) {
+    return Poll(socket, POLLOUT, milliseconds);
+}
+
+std::int64_t SendLimit(SocketHandle socket) {
+    timeval limit{};
+    socklen_t length = sizeof limit;
+    getsockopt(Native(socket), SOL_SOCKET, SO_SNDTIMEO, &limit, &length);
+    return std::int64_t{limit.tv_sec} * 1000 + limit.tv_usec / 1000;
+}
+
+constexpr int kInProgress = EINPROGRESS;
+constexpr int kTimedOut = ETIMEDOUT;
+constexpr int kInterrupted = EINTR;
+
 #endif
+
+/// Until the socket takes bytes: 0, or the error that it ended with. `limit`: milliseconds, 0 for none.
+int AwaitWritable(SocketHandle socket, std::int64_t limit, const std::function<bool()>& isStopped) {
+    const std::int64_t begin = Milliseconds();
+    for (;;) {
+        if (isStopped && isStopped()) return kInterrupted;
+        const std::int64_t left = limit > 0 ? begin + limit - Milliseconds() : kAskEvery;
+        if (left <= 0) return kTimedOut;
+        const int ready = WaitWritable(socket, static_cast<int>(std::min<std::int64_t>(left, kAskEvery)));
+        if (ready != 0) return ready > 0 ? 0 : LastSocketError();
+    }
+}
 
 }  // namespace
 
@@ -109,10 +185,6 @@ void StopSocketLibrary() {
 
 int LastSocketError() {
     return WSAGetLastError();
-}
-
-bool ConnectSocket(SocketHandle socket, const SocketAddress& peer, int /*seconds*/) {
-    return connect(Native(socket), Raw(peer), sizeof peer) == 0;
 }
 
 void CloseSocket(SocketHandle socket) {
@@ -138,9 +210,14 @@ int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity) {
     return recv(Native(socket), static_cast<char*>(bytes), capacity, 0);
 }
 
-/// Waits in any case: there is no flag for that here.
-std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count, bool /*waits*/) {
-    return send(Native(socket), bytes, static_cast<int>(count), 0);
+/// What the system takes without waiting, for which there is no flag here.
+std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count) {
+    SetBlocking(socket, false);
+    const int sent = send(Native(socket), bytes, static_cast<int>(count), 0);
+    const int error = WSAGetLastError();
+    SetBlocking(socket, true);
+    SetError(error);
+    return sent;
 }
 
 void ShutDownSending(SocketHandle socket) {
@@ -157,24 +234,6 @@ void StopSocketLibrary() {}
 
 int LastSocketError() {
     return errno;
-}
-
-bool ConnectSocket(SocketHandle socket, const SocketAddress& peer, int seconds) {
-    const int flags = fcntl(Native(socket), F_GETFL);
-    fcntl(Native(socket), F_SETFL, flags | O_NONBLOCK);
-    int error = connect(Native(socket), Raw(peer), sizeof peer) == 0 ? 0 : errno;
-    if (error == EINPROGRESS) {
-        const int ready = Poll(socket, POLLOUT, seconds > 0 ? std::min(seconds, INT_MAX / 1000) * 1000 : -1);
-        socklen_t length = sizeof error;
-        if (ready == 0) {
-            error = ETIMEDOUT;
-        } else if (ready < 0 || getsockopt(Native(socket), SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
-            error = errno;
-        }
-    }
-    fcntl(Native(socket), F_SETFL, flags);
-    errno = error;
-    return error == 0;
 }
 
 void CloseSocket(SocketHandle socket) {
@@ -207,8 +266,9 @@ int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity) {
     }
 }
 
-std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count, bool waits) {
-    return send(Native(socket), bytes, count, MSG_NOSIGNAL | (waits ? 0 : MSG_DONTWAIT));
+/// What the system takes without waiting.
+std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count) {
+    return send(Native(socket), bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void ShutDownSending(SocketHandle socket) {
@@ -216,6 +276,25 @@ void ShutDownSending(SocketHandle socket) {
 }
 
 #endif
+
+bool ConnectSocket(SocketHandle socket, const SocketAddress& peer, int seconds,
+                   const std::function<bool()>& isStopped) {
+    SetBlocking(socket, false);
+    int error = connect(Native(socket), Raw(peer), sizeof peer) == 0 ? 0 : LastSocketError();
+    if (error == kInProgress) {
+        error = AwaitWritable(socket, std::int64_t{seconds} * 1000, isStopped);
+        int found = 0;
+        AddressLength length = sizeof found;
+        if (error == 0) {
+            const int asked =
+                getsockopt(Native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&found), &length);
+            error = asked == 0 ? found : LastSocketError();
+        }
+    }
+    SetBlocking(socket, true);
+    SetError(error);
+    return error == 0;
+}
 
 std::uint16_t ToNetworkOrder(std::uint16_t port) {
     return htons(port);
@@ -231,6 +310,28 @@ bool FindHost(const char* name, std::vector<std::uint32_t>& addresses) {
         addresses.push_back(address);
     }
     return true;
+}
+
+bool LookUp(const std::string& host, const std::string& service, std::vector<std::uint32_t>& addresses,
+            std::uint16_t& port) {
+    addresses.clear();
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    const auto find = [&](const char* asked) {
+        addrinfo* found = nullptr;
+        if (getaddrinfo(host.c_str(), asked, &hints, &found) != 0) return false;
+        addresses.clear();
+        for (const addrinfo* entry = found; entry != nullptr; entry = entry->ai_next) {
+            SocketAddress address;
+            std::memcpy(Raw(address), entry->ai_addr, sizeof address);
+            addresses.push_back(address.address);
+            port = ntohs(address.port);
+        }
+        freeaddrinfo(found);
+        return !addresses.empty();
+    };
+    return find(nullptr) && find(service.c_str());
 }
 
 std::uint32_t AddressFromText(const char* text) {
@@ -262,7 +363,15 @@ SocketHandle CreateSocket() {
 #endif
 }
 
-bool ListenOn(SocketHandle socket, std::uint16_t port, bool loopbackOnly) {
+std::uint32_t LoopbackAddress() {
+    return htonl(INADDR_LOOPBACK);
+}
+
+void KeepAlive(SocketHandle socket) {
+    SetOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+}
+
+bool ListenOn(SocketHandle socket, std::uint16_t port, std::uint32_t address) {
 #if defined(_WIN32)
     SetOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);  // there, reuse would let a second program take the port
 #else
@@ -270,7 +379,7 @@ bool ListenOn(SocketHandle socket, std::uint16_t port, bool loopbackOnly) {
 #endif
     SocketAddress own;
     own.port = ToNetworkOrder(port);
-    own.address = htonl(loopbackOnly ? INADDR_LOOPBACK : INADDR_ANY);
+    own.address = address;
     return bind(Native(socket), Raw(own), sizeof own) == 0 && listen(Native(socket), kBacklog) == 0;
 }
 
@@ -297,12 +406,12 @@ bool SendAll(SocketHandle socket, const void* bytes, std::size_t count, const st
     constexpr std::size_t kLargestSend = std::size_t{1} << 30;
     const auto* place = static_cast<const char*>(bytes);
     while (count > 0) {
-        const std::size_t step = std::min(count, kLargestSend);
-        std::ptrdiff_t sent = SendSome(socket, place, step, false);
+        const std::ptrdiff_t sent = SendSome(socket, place, std::min(count, kLargestSend));
         if (sent < 0 && WouldWait()) {
-            if (isStopped && isStopped()) return false;
-            sent = SendSome(socket, place, step, true);
-            if (sent < 0 && WasInterrupted()) continue;
+            const int error = AwaitWritable(socket, SendLimit(socket), isStopped);
+            if (error == 0) continue;
+            SetError(error);
+            return false;
         }
         if (sent <= 0) return false;
         place += sent;

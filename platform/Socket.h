@@ -34,6 +34,12 @@ std::uint16_t ToNetworkOrder(std::uint16_t port);
 /// `gethostbyname`: false when the name is not known. Addresses in network byte order.
 bool FindHost(const char* name, std::vector<std::uint32_t>& addresses);
 
+/// Addresses of a name or a text in dotted form, and the number of a port or service (host byte order), as `getaddrinfo`
+/// finds them; may be called from several threads. False when one of them is not known: the host when `addresses` is
+/// empty then, else the service.
+bool LookUp(const std::string& host, const std::string& service, std::vector<std::uint32_t>& addresses,
+            std::uint16_t& port);
+
 /// `inet_addr`: 0xFFFFFFFF for what is no address.
 std::uint32_t AddressFromText(const char* text);
 
@@ -52,15 +58,23 @@ bool FindService(const char* name, const char* protocol, ServiceEntry& entry);
 
 /// A TCP socket; `kNoSocket` on failure, with `errno` set where the system's calls do so.
 SocketHandle CreateSocket();
-/// Gives up after that many seconds, with ETIMEDOUT, or when the system does (0: then only; so on Windows).
-bool ConnectSocket(SocketHandle socket, const SocketAddress& peer, int seconds);
+/// Gives up after that many seconds, with ETIMEDOUT, or when the system does (0: then only), or with EINTR when `isStopped`
+/// (null: never), which is asked many times a second, says yes.
+bool ConnectSocket(SocketHandle socket, const SocketAddress& peer, int seconds,
+                   const std::function<bool()>& isStopped = nullptr);
 void CloseSocket(SocketHandle socket);
 
 /// Sends small blocks at once, and gives up a send that does not move for that long (0: never).
 void TuneSocket(SocketHandle socket, int sendTimeoutSeconds);
 
-/// Binds to a port (host byte order; 0 lets the system choose) on the loopback interface or on all, and listens.
-bool ListenOn(SocketHandle socket, std::uint16_t port, bool loopbackOnly);
+/// Has the system ask now and then whether a silent peer is still there.
+void KeepAlive(SocketHandle socket);
+
+/// Binds to a port (host byte order; 0 lets the system choose) on the interface of an address of this machine (network
+/// byte order), and listens.
+bool ListenOn(SocketHandle socket, std::uint16_t port, std::uint32_t address);
+inline constexpr std::uint32_t kAnyAddress = 0;
+std::uint32_t LoopbackAddress();
 
 /// The port that a socket is bound to, host byte order; 0 on failure.
 std::uint16_t BoundPort(SocketHandle socket);
@@ -79,8 +93,9 @@ inline constexpr int kNothingReceived = -2;
 /// What is there, without waiting: a count; 0 when the peer has closed; `kNothingReceived`; `kReceiveFailed`.
 int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity);
 
-/// All of the bytes, in as many calls as the system needs. False when one failed. `isStopped` (null: never) is asked
-/// before each wait for the peer and when a signal ends one; true gives up. Waits of Windows know no signals.
+/// All of the bytes, in as many calls as the system needs. False when one failed, or when nothing moved for as long as
+/// `TuneSocket` allows. `isStopped` (null: never) is asked many times a second while the peer takes nothing; true gives
+/// up.
 bool SendAll(SocketHandle socket, const void* bytes, std::size_t count, const std::function<bool()>& isStopped);
 
 /// Tells the peer that nothing more will be sent.

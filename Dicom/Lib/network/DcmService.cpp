@@ -41,7 +41,10 @@ DcmService::Event DcmService::End(Event event, const std::string& what) {
 DcmService::Event DcmService::Associate(const char* host, const char* port) {
     if (m_State != State::Idle) return Event::Fault;
     Begin(State::AwaitingAnswer);
-    if (GetSocket().Open(host, port) == 0) return End(Event::Closed, GetSocket().GetErrorText());
+    if (GetSocket().Open(host, port, [this] { return IsStopped(); }) == 0) {
+        if (IsStopped()) return End(Event::Stopped, "stopped");
+        return End(Event::Closed, GetSocket().GetErrorText());
+    }
     SetDeadline(GetSocket().GetTimeout());
     AAssociateRQ::m_UserInformation.maximumLength = m_OwnLength;
     if (AAssociateRQ::WritePDU(*this) == 0) return SendFailed();

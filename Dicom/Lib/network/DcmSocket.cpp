@@ -1,19 +1,21 @@
 #include "DcmSocket.h"
 
 #include "Dicom/Lib/syntax/DiagnosticDump.h"
-#include "platform/Environment.h"
 #include "base/Number.h"
+#include "platform/Environment.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <mutex>
 #include <string>
 #include <system_error>
 
 namespace {
 
 int g_Sockets = 0;  // alive in the process
+std::mutex g_SocketsMutex;
 
 std::string SystemErrorText(int error) {
     return std::generic_category().message(error);
@@ -33,6 +35,7 @@ DcmSocket::DcmSocket() {
     bool traced = false;
     platform::GetEnvironment("DCM_DUMP_SOCKET", &traced);
     if (traced) SetDebugFlag(kDumpSocket, true);
+    const std::lock_guard<std::mutex> lock(g_SocketsMutex);
     const int error = g_Sockets == 0 ? platform::StartSocketLibrary() : 0;
     m_bUsable = error == 0;
     if (m_bUsable) {
@@ -45,6 +48,7 @@ DcmSocket::DcmSocket() {
 
 DcmSocket::~DcmSocket() {
     Close();
+    const std::lock_guard<std::mutex> lock(g_SocketsMutex);
     if (m_bUsable && --g_Sockets == 0) platform::StopSocketLibrary();
 }
 
@@ -61,15 +65,15 @@ const platform::ServiceEntry* DcmSocket::ResolvePort(const char* port, const cha
     return nullptr;
 }
 
-int DcmSocket::Open(const char* host, const char* port) {
+int DcmSocket::Open(const char* host, const char* port, const std::function<bool()>& isStopped) {
     Close();
     if (!m_bUsable) return 0;
     m_LastError = 0;
     m_ErrorText[0] = '\0';
-    return Connect(host, port);
+    return Connect(host, port, isStopped);
 }
 
-int DcmSocket::Connect(const char* host, const char* port) {
+int DcmSocket::Connect(const char* host, const char* port, const std::function<bool()>& isStopped) {
     std::vector<std::uint32_t> addresses;
     if (platform::ParseInteger(host) != 0 || !platform::FindHost(host, addresses)) {
         addresses = {platform::AddressFromText(host)};  // no address at all goes on to fail in the connect
@@ -95,7 +99,7 @@ int DcmSocket::Connect(const char* host, const char* port) {
     m_Peer = {};
     m_Peer.port = service->port;
     m_Peer.address = addresses.front();
-    if (!platform::ConnectSocket(m_Handle, m_Peer, m_Timeout)) {
+    if (!platform::ConnectSocket(m_Handle, m_Peer, m_Timeout, isStopped)) {
         m_LastError = platform::LastSocketError();
         const int error = errno;
         Close();
@@ -160,11 +164,15 @@ void DcmSocket::ShutDown() {
 }
 
 int DcmSocket::Listen(std::uint16_t port, bool loopbackOnly) {
+    return ListenAt(port, loopbackOnly ? platform::LoopbackAddress() : platform::kAnyAddress);
+}
+
+int DcmSocket::ListenAt(std::uint16_t port, std::uint32_t address) {
     Close();
     if (!m_bUsable) return 0;
     errno = 0;
     m_Handle = platform::CreateSocket();
-    if (m_Handle != platform::kNoSocket && platform::ListenOn(m_Handle, port, loopbackOnly)) return 1;
+    if (m_Handle != platform::kNoSocket && platform::ListenOn(m_Handle, port, address)) return 1;
     m_LastError = platform::LastSocketError();
     const int error = errno;
     Close();

@@ -9,8 +9,9 @@
 
 /// A TCP socket over IPv4. Results are 1 and 0; what went wrong is in the error text. Nothing is thrown.
 ///
-/// The first socket of the process starts the system's socket library, the last one that is destroyed stops it; the count
-/// is not locked. With the environment variable "DCM_DUMP_SOCKET" set, every send and receive goes to the dump log.
+/// The first socket of the process starts the system's socket library, the last one that is destroyed stops it. With the
+/// environment variable "DCM_DUMP_SOCKET" set, every send and receive goes to the dump log. Different objects may be used
+/// by different threads, but for host names and names of services, which are looked up by one thread at a time.
 class DcmSocket {
 public:
     DcmSocket();
@@ -21,15 +22,17 @@ public:
     /// Connects to a host (name, or address in dotted form) and a port (number, or name of a service). What was open is
     /// closed first. The numbers in the error texts are those of the C library's `errno`, also where the system keeps
     /// socket errors elsewhere: callers rely on the texts as they are.
-    int Open(const char* host, const char* port);
+    /// `isStopped` is asked many times a second while the connection is made (not while a name is looked up); true is a
+    /// failure.
+    int Open(const char* host, const char* port, const std::function<bool()>& isStopped = nullptr);
 
     /// The port of a text: a number other than 0, or else the name of a service. `protocol` may be null. Null on failure;
     /// the result stays valid until the next call. The port in it is in network byte order.
     const platform::ServiceEntry* ResolvePort(const char* port, const char* protocol);
 
     /// Sends a block. 1, or 0 when not connected. The result says no more than that: what the system takes in part is
-    /// continued, and a failure on the way is kept (see `HasFailed`). `isStopped` is asked where a
-    /// peer takes nothing, before the wait for it and when a signal ends that; true is such a failure.
+    /// continued, and a failure on the way is kept (see `HasFailed`). `isStopped` is asked many
+    /// times a second while a peer takes nothing; true is such a failure.
     int Send(const void* bytes, int count, const std::function<bool()>& isStopped = nullptr);
 
     /// Waits at most the time-out, then takes what is there, at most `capacity` bytes: a count. -1 when the time is up, the
@@ -48,6 +51,8 @@ public:
 
     /// Waits for connections to a port (0: the system chooses) on the loopback interface or on all. 1 or 0.
     int Listen(std::uint16_t port, bool loopbackOnly);
+    /// The same on one address of this machine, in network byte order.
+    int ListenAt(std::uint16_t port, std::uint32_t address);
     /// The port listened on.
     std::uint16_t GetListeningPort() const;
     /// Gives the next connection within that time to another socket, which is closed first. 1 or 0.
@@ -67,7 +72,7 @@ public:
     void SetTimeout(int seconds);
 
 private:
-    int Connect(const char* host, const char* port);
+    int Connect(const char* host, const char* port, const std::function<bool()>& isStopped);
     void Attach(platform::SocketHandle handle);
 
     std::int32_t m_LastError = 0;
