@@ -45,6 +45,7 @@ std::string AskPassword(const std::string& user, const std::string& host) {
 void ExportSeries(Arguments& arguments) {
     ConsoleWatcher watcher;
     arguments.options.watcher = &watcher;
+    arguments.choice.watcher = &watcher;
     arguments.options.askPassword = AskPassword;
     ExportJob job(arguments.format, arguments.url, arguments.options);
     const ExportReport report = job.Run(arguments.choice);

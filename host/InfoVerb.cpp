@@ -1,9 +1,6 @@
 // korvane info: what series lie under some paths.
+#include "Console.h"
 #include "Verbs.h"
-#include <Korvane/kit/core/HostError.h>
-#include <Korvane/kit/study/InfoJson.h>
-#include <Korvane/kit/study/SeriesFinder.h>
-#include <Korvane/kit/study/SeriesText.h>
 
 #include <CLI/CLI.hpp>
 
@@ -22,22 +19,25 @@ struct Arguments {
     bool json = false;
 };
 
-void PrintText(const FoundFiles& found) {
-    for (std::size_t i = 0; i < found.series.size(); ++i) std::printf("%s", DescribeSeries(found, i).c_str());
-    if (found.copies > 0) std::printf("%zu files repeat others and were left out\n", found.copies);
-    if (found.ignored > 0) std::printf("%zu files are not DICOM and were ignored\n", found.ignored);
+void PrintText(const Found& found) {
+    for (const Series& series : found.GetSeries()) std::printf("%s", Describe(series).c_str());
+    if (found.CountCopies() > 0) std::printf("%zu files repeat others and were left out\n", found.CountCopies());
+    if (found.CountIgnored() > 0) std::printf("%zu files are not DICOM and were ignored\n", found.CountIgnored());
 }
 
 void Info(const Arguments& arguments) {
-    const FoundFiles found = FindSeries(arguments.paths);
+    ConsoleWatcher watcher;
+    FindOptions options;
+    options.watcher = &watcher;
+    const Found found = Find(arguments.paths, options);
     if (arguments.json) {
-        WriteInfoJson(found, std::cout);
+        std::cout << ToJson(found);
     } else {
         PrintText(found);
     }
-    for (const std::string& line : found.unreadable) Warn(line);
-    if (!found.unreadable.empty()) throw HostError("some files could not be read");
-    if (found.files.empty()) throw HostError(arguments.paths.front() + ": no DICOM files");
+    for (const Finding& failure : found.GetUnreadable()) Warn(failure.text);
+    if (!found.GetUnreadable().empty()) throw Error(ErrorKind::Disk, "some files could not be read");
+    if (found.CountFiles() == 0) throw Error(ErrorKind::NotFound, arguments.paths.front() + ": no DICOM files");
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // korvane slice: pictures of planes through the volume of a series.
+#include "Console.h"
 #include "SeriesOptions.h"
 #include "Verbs.h"
 #include <Korvane/kit/core/HostError.h>
@@ -115,7 +116,10 @@ void CheckPixels(const SeriesVolume& series, const SliceRequest& request) {
 
 void MakeSlices(const Arguments& arguments) {
     const SliceRequest request = ParseRequest(arguments);
-    SeriesVolume series(arguments.choice);
+    ConsoleWatcher watcher;
+    SeriesChoice choice = arguments.choice;
+    choice.watcher = &watcher;
+    SeriesVolume series(choice);
     CheckPixels(series, request);
     series.Load();
     SliceJob(request, series).Run();

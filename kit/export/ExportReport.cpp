@@ -47,7 +47,7 @@ std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const
     const FoundFiles& found = series.GetFound();
     std::vector<ExportReport::LeftOut> list;
     const auto add = [&](const std::string& name, const std::string& why) { list.push_back({name, why}); };
-    for (const FoundFiles::LeftOut& file : found.leftOut) add(file.path, file.why);
+    for (const LeftOutFile& file : found.leftOut) add(file.path, file.why);
     std::set<std::string> used;
     for (const ExportPart& part : parts) {
         for (const SliceRef& slice : part.slices) used.insert(found.NameOf(slice));
@@ -159,7 +159,7 @@ void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPla
     report.uid = header.seriesUid;
     report.modality = header.modality;
     report.description = header.description;
-    report.warnings = series.GetSeries().warnings;
+    for (const Finding& finding : series.GetSeries().findings) report.warnings.push_back(finding.text);
     report.leftOut = FindLeftOut(series, plan.parts);
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "../core/Watch.h"
-#include "../study/SeriesFinder.h"
+#include "../study/FoundFiles.h"
 #include "Export.h"
 
 #include <string>

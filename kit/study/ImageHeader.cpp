@@ -49,7 +49,11 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.temporal = FindInteger(dataSet, MakeTag(0x0020, 0x0100), 0);
     header.echo = FindInteger(dataSet, MakeTag(0x0018, 0x0086), 0);
     const TextDecoder decoder(FindText(dataSet, MakeTag(0x0008, 0x0005)));
-    header.description = decoder.ToUtf8(FindText(dataSet, MakeTag(0x0008, 0x103E)));
+    const auto text = [&](Tag tag) { return decoder.ToUtf8(FindText(dataSet, tag)); };
+    header.description = text(MakeTag(0x0008, 0x103E));
+    header.study = std::make_shared<const StudyTexts>(StudyTexts{
+        text(MakeTag(0x0010, 0x0010)), text(MakeTag(0x0010, 0x0020)), FindText(dataSet, MakeTag(0x0020, 0x000D)),
+        FindText(dataSet, MakeTag(0x0008, 0x0020)), text(MakeTag(0x0008, 0x1030))});
 }
 
 }  // namespace

@@ -2,45 +2,25 @@
 #pragma once
 
 #include "../dataset/DataSetFile.h"
+#include "FramePlace.h"
+#include "PixelForm.h"
 
-#include <array>
-#include <compare>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace korvane {
 
-/// Matrix and pixel format: what slices of one volume must have in common.
-struct PixelForm {
-    enum class Kind { None, Integer, Float, Double };
+/// Of the patient and the study, UTF-8; the files of a study share one.
+struct StudyTexts {
+    std::string patientName;
+    std::string patientId;
+    std::string uid;
+    std::string date;
+    std::string description;
 
-    Kind kind = Kind::None;
-    int columns = 0;
-    int rows = 0;
-    int samples = 0;
-    int allocated = 0;
-    int stored = 0;
-    int highBit = 0;
-    bool isSigned = false;
-    std::string photometric;
-
-    auto operator<=>(const PixelForm&) const = default;
-
-    /// Bytes of one frame, without the pad of an odd one.
-    std::uint64_t FrameBytes() const;
-};
-
-/// Where a frame lies in the patient (PS3.3 C.7.6.2.1.1), millimetres.
-struct FramePlace {
-    bool hasPosition = false;
-    bool hasOrientation = false;
-    bool hasSpacing = false;
-    std::array<double, 3> position{};
-    std::array<double, 6> orientation{1, 0, 0, 0, 1, 0};  ///< row direction, column direction
-    std::array<double, 2> spacing{1, 1};                  ///< between rows, between columns
-    std::string slope;                                    ///< rescale, as written; "" without one
-    std::string intercept;
+    bool operator==(const StudyTexts&) const = default;
 };
 
 struct ImageHeader {
@@ -51,6 +31,7 @@ struct ImageHeader {
     std::string sopInstance;
     std::string seriesUid;
     std::string description;
+    std::shared_ptr<const StudyTexts> study;  ///< never null
     int seriesNumber = 0;
     int instance = 0;
     int acquisition = 0;

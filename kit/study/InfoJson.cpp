@@ -1,11 +1,10 @@
-#include "InfoJson.h"
+#include "Find.h"
 
 #include "../core/TextEncoding.h"
-#include "SeriesFinder.h"
+#include "FoundFiles.h"
 #include "SeriesText.h"
 
 #include <array>
-#include <iomanip>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
@@ -70,6 +69,18 @@ void AddGeometry(const FoundFiles& found, const FoundSeries& series, Json& json)
     json["tiltDegrees"] = geometry.tilt;
 }
 
+Json OneFinding(const Finding& finding) {
+    Json json;
+    json["kind"] = WordOf(finding.kind);
+    json["text"] = Text(finding.text);
+    if (!finding.slices.empty()) json["slices"] = finding.slices;
+    if (!finding.files.empty()) json["files"] = Texts(finding.files);
+    if (!finding.lengths.empty()) json["lengths"] = finding.lengths;
+    if (!finding.angles.empty()) json["angles"] = finding.angles;
+    if (finding.count != 0) json["count"] = finding.count;
+    return json;
+}
+
 Json OneSeries(const FoundFiles& found, std::size_t index) {
     const FoundSeries& series = found.series[index];
     const ImageHeader& first = found.FirstFile(series);
@@ -93,24 +104,33 @@ Json OneSeries(const FoundFiles& found, std::size_t index) {
         files.insert(found.files[slice.file].path);
     }
     json["transferSyntaxes"] = Texts(syntaxes);
-    json["warnings"] = Texts(series.warnings);
+    Json warnings = Json::array();
+    Json findings = Json::array();
+    for (const Finding& finding : series.findings) {
+        warnings.push_back(Text(finding.text));
+        findings.push_back(OneFinding(finding));
+    }
+    json["warnings"] = std::move(warnings);
+    json["findings"] = std::move(findings);
     json["files"] = Texts(files);
     return json;
 }
 
 }  // namespace
 
-void WriteInfoJson(const FoundFiles& found, std::ostream& out) {
+std::string ToJson(const Found& found) {
+    const FoundFiles& files = found.GetFiles();
     Json json;
     json["schema"] = "korvane.info";
     json["version"] = kVersion;
-    json["files"] = found.files.size();
-    json["ignored"] = found.ignored;
-    json["copies"] = found.copies;
-    json["unreadable"] = Texts(found.unreadable);
+    json["files"] = files.files.size();
+    json["ignored"] = files.ignored;
+    json["copies"] = files.copies;
+    Json& unreadable = json["unreadable"] = Json::array();
+    for (const Finding& failure : files.unreadable) unreadable.push_back(Text(failure.text));
     Json& series = json["series"] = Json::array();
-    for (std::size_t i = 0; i < found.series.size(); ++i) series.push_back(OneSeries(found, i));
-    out << std::setw(1) << json << '\n';
+    for (std::size_t i = 0; i < files.series.size(); ++i) series.push_back(OneSeries(files, i));
+    return json.dump(1) + '\n';
 }
 
 }  // namespace korvane

@@ -1,13 +1,15 @@
 #include "SeriesFinder.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../core/Paths.h"
-#include "../core/Progress.h"
+#include "../core/Threads.h"
 #include "SeriesWarnings.h"
+#include "VolumeSets.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -22,43 +24,69 @@ namespace {
 // more than these is compared with the last ones only.
 constexpr std::size_t kOrientationsCompared = 64;
 
-std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::vector<std::string>& unreadable) {
+constexpr std::size_t kReadAhead = 256;  // headers
+
+std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::vector<Finding>& unreadable) {
     std::vector<std::string> files;
+    std::vector<std::string> folders;
     for (const std::string& text : paths) {
         const fs::path path = PathFromText(text);
         std::error_code error;
         const fs::file_status status = fs::status(path, error);
-        if (!fs::exists(status)) throw HostError("cannot find " + text + (error ? ": " + SystemText(error, text) : ""));
+        if (!fs::exists(status)) {
+            throw Error(ErrorKind::NotFound, "cannot find " + text + (error ? ": " + SystemText(error, text) : ""))
+                .InFile(text);
+        }
         if (fs::is_directory(status)) {
-            ListFolder(path, files, unreadable);
+            ListFolder(path, files, folders);
         } else {
             files.push_back(text);
         }
     }
+    for (const std::string& line : folders) unreadable.push_back({.kind = FindingKind::Unreadable, .text = line});
     std::sort(files.begin(), files.end());
     files.erase(std::unique(files.begin(), files.end()), files.end());
     return files;
 }
 
-void ReadHeaders(const std::vector<std::string>& paths, FoundFiles& found) {
-    ProgressBar progress("reading headers", static_cast<long>(paths.size()));
-    for (const std::string& path : paths) {
-        progress.Step();
-        try {
-            const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData);
-            if (file.dataSet == nullptr) {
-                ++found.ignored;
-                found.leftOut.push_back({path, "not a DICOM file"});
-            } else {
-                found.files.push_back(ReadImageHeader(path, file));
-            }
-        } catch (const Interrupted&) {
-            throw;
-        } catch (const Error& error) {
-            StopIfInterrupted();
-            found.unreadable.emplace_back(error.what());
-        }
+/// What one file gave: a header, or why there is none.
+struct ReadFile {
+    std::optional<ImageHeader> header;
+    std::optional<Finding> failure;
+};
+
+ReadFile ReadHeader(const std::string& path, const Watch& watch) {
+    ReadFile result;
+    try {
+        const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData, watch);
+        if (file.dataSet != nullptr) result.header = ReadImageHeader(path, file);
+    } catch (const Error& error) {
+        if (error.GetKind() == ErrorKind::Stopped) throw;
+        watch.StopIfAsked();
+        result.failure = Finding{.kind = FindingKind::Unreadable, .files = {path}, .text = error.what()};
     }
+    return result;
+}
+
+void ReadHeaders(const std::vector<std::string>& paths, unsigned jobs, const Watch& watch, FoundFiles& found) {
+    TaskProgress progress(watch, "reading headers", static_cast<std::int64_t>(paths.size()));
+    std::vector<ReadFile> read(paths.size());
+    const auto make = [&](std::size_t i) { read[i] = ReadHeader(paths[i], watch); };
+    const auto take = [&](std::size_t i) {
+        if (read[i].header) {
+            std::shared_ptr<const StudyTexts>& study = read[i].header->study;
+            if (!found.files.empty() && *found.files.back().study == *study) study = found.files.back().study;
+            found.files.push_back(std::move(*read[i].header));
+            read[i].header.reset();
+        } else if (read[i].failure) {
+            found.unreadable.push_back(std::move(*read[i].failure));
+        } else {
+            ++found.ignored;
+            found.leftOut.push_back({paths[i], "not a DICOM file"});
+        }
+        progress.Step();
+    };
+    ForEachInOrder(jobs, paths.size(), kReadAhead, watch, make, take);
 }
 
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
@@ -103,7 +131,7 @@ public:
             }
         }
         candidates.push_back(m_Found.series.size());
-        m_Found.series.push_back(FoundSeries{{slice}, {}, 1, 1, {}});
+        m_Found.series.push_back(FoundSeries{.slices = {slice}});
     }
 
     /// Notes in each series what its UID was split into.
@@ -160,7 +188,8 @@ void StudySeries(const FoundFiles& found, FoundSeries& series) {
     places.reserve(series.slices.size());
     for (const SliceRef& slice : series.slices) places.push_back(found.PlaceOf(slice));
     series.geometry = StudyGeometry(places);
-    series.warnings = WarnAbout(found, series);
+    series.sets = FindVolumes(found, series);
+    series.findings = StudyFindings(found, series);
 }
 
 }  // namespace
@@ -176,10 +205,11 @@ std::string FoundFiles::NameOf(const SliceRef& slice) const {
     return slice.frame < 0 ? header.path : header.path + " frame " + std::to_string(slice.frame + 1);
 }
 
-FoundFiles FindSeries(const std::vector<std::string>& paths) {
+FoundFiles FindSeries(const std::vector<std::string>& paths, unsigned jobs, const Watch& watch) {
     FoundFiles found;
+    found.paths = paths;
     const std::vector<std::string> files = ListFiles(paths, found.unreadable);
-    ReadHeaders(files, found);
+    ReadHeaders(files, jobs, watch, found);
     DropCopies(found);
     GroupFiles(found);
     const auto key = [&](const FoundSeries& series) {

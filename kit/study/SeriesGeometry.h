@@ -1,7 +1,8 @@
 // How the slices of a series lie to each other.
 #pragma once
 
-#include "ImageHeader.h"
+#include "../core/KitExport.h"
+#include "FramePlace.h"
 
 #include <array>
 #include <cstddef>
@@ -36,17 +37,17 @@ struct SeriesGeometry {
 };
 
 /// Studies slices that share an orientation, that of the first. Slices without a position are in no stack.
-SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices);
+KORVANE_KIT SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices);
 
 /// Cuts ascending positions into runs of even distances, as few as there can be, and of these cuts the one with the
 /// longest runs: first and last index of each. Any two positions are even.
-std::vector<std::pair<std::size_t, std::size_t>> EvenRuns(const std::vector<double>& along);
+KORVANE_KIT std::vector<std::pair<std::size_t, std::size_t>> EvenRuns(const std::vector<double>& along);
 
 /// The direction cosines of rows and columns are the same, but for rounding.
-bool SameOrientation(const FramePlace& a, const FramePlace& b);
+KORVANE_KIT bool SameOrientation(const FramePlace& a, const FramePlace& b);
 
 /// The patient directions that an axis points to, the strongest first: letters of L R P A H F, such as "L" or "PF".
 /// Components below a tenth of the axis are left out.
-std::string DirectionLabel(double x, double y, double z);
+KORVANE_KIT std::string DirectionLabel(double x, double y, double z);
 
 }  // namespace korvane

@@ -1,8 +1,9 @@
 // From a series that was found to data sets that the library can assemble.
 #pragma once
 
+#include "../core/Watch.h"
 #include "../dataset/Toolkit.h"
-#include "SeriesFinder.h"
+#include "FoundFiles.h"
 
 #include <memory>
 #include <string>
@@ -10,11 +11,7 @@
 
 namespace korvane {
 
-/// The series that `--series` names: a number of the listing (from 1), or a Series Instance UID. With an empty choice the
-/// only one that has pixels. Throws `UsageError` when that is not one; the text then lists all.
-const FoundSeries& ChooseSeries(const FoundFiles& found, const std::string& choice);
-
-/// Throws `HostError`, which names the file and the reason, when the library could not assemble the slices as they are:
+/// Throws `Error`, which names the file and the reason, when the library could not assemble the slices as they are:
 /// no native integer pixels, data cut short, a position missing.
 void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 
@@ -22,21 +19,25 @@ void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 /// that share its bytes.
 class LoadedSlices {
 public:
-    /// Throws `HostError`, `Interrupted`.
-    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    /// Throws `Error`.
+    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch);
 
     /// Owned by this object.
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
+    /// Where each lies; without a position of its own, one behind the other along the normal.
+    const std::vector<FramePlace>& GetPlaces() const { return m_Places; }
 
 private:
     void Decode(const ImageHeader& header, DataSetFile& file);
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
-    void PlaceInOrder(const FoundFiles& found, const SliceRef& first);
+    void PlaceInOrder(const ImageHeader& header);
 
+    Watch m_Watch;
     CodecManager m_Codecs;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share
     std::vector<DICOMDataObject*> m_List;
+    std::vector<FramePlace> m_Places;
 };
 
 }  // namespace korvane

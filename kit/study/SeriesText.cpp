@@ -1,7 +1,7 @@
 #include "SeriesText.h"
 
 #include "../core/TextEncoding.h"
-#include "SeriesFinder.h"
+#include "FoundFiles.h"
 #include "SeriesWarnings.h"
 
 #include <algorithm>
@@ -67,7 +67,8 @@ void AddGeometry(Lines& lines, const FoundFiles& found, const FoundSeries& serie
 
 }  // namespace
 
-std::string ListSeries(const FoundFiles& found) {
+std::string List(const Found& all) {
+    const FoundFiles& found = all.GetFiles();
     std::string text;
     for (std::size_t i = 0; i < found.series.size(); ++i) {
         const ImageHeader& first = found.FirstFile(found.series[i]);
@@ -76,8 +77,9 @@ std::string ListSeries(const FoundFiles& found) {
     return text;
 }
 
-std::string DescribeSeries(const FoundFiles& found, std::size_t index) {
-    const FoundSeries& series = found.series[index];
+std::string Describe(const Series& of) {
+    const FoundFiles& found = of.GetFiles();
+    const FoundSeries& series = of.GetFound();
     const ImageHeader& first = found.FirstFile(series);
     Lines lines;
     lines.Add("UID", first.seriesUid);
@@ -91,8 +93,8 @@ std::string DescribeSeries(const FoundFiles& found, std::size_t index) {
     for (const SliceRef& slice : series.slices) syntaxes.insert(found.files[slice.file].transferSyntax);
     for (const std::string& syntax : syntaxes) lines.Add("transfer syntax", DescribeSyntax(syntax));
     if (series.slices.size() == 1) lines.Add("file", first.path);
-    for (const std::string& warning : series.warnings) lines.Add("warning", warning);
-    return "series " + Visible(Title(found, index)) + "\n" + lines.Take();
+    for (const Finding& finding : series.findings) lines.Add("warning", finding.text);
+    return "series " + Visible(Title(found, of.GetIndex())) + "\n" + lines.Take();
 }
 
 std::string DescribePixels(const PixelForm& form) {

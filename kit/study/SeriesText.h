@@ -9,12 +9,6 @@ struct FoundFiles;
 struct PixelForm;
 struct FoundSeries;
 
-/// One line for each series, numbered from 1, with line ends; safe to print.
-std::string ListSeries(const FoundFiles& found);
-
-/// All that `korvane info` tells of one series, several lines; safe to print.
-std::string DescribeSeries(const FoundFiles& found, std::size_t index);
-
 /// Such as "unsigned, 12 of 16 bits, MONOCHROME2".
 std::string DescribePixels(const PixelForm& form);
 

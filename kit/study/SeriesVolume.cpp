@@ -1,7 +1,6 @@
 #include "SeriesVolume.h"
 
-#include "../core/HostError.h"
-#include "../core/Progress.h"
+#include "../core/Error.h"
 #include "SeriesText.h"
 
 #include <limits>
@@ -9,13 +8,6 @@
 namespace korvane {
 
 namespace {
-
-FoundFiles Find(const std::vector<std::string>& paths) {
-    FoundFiles found = FindSeries(paths);
-    if (!found.unreadable.empty()) throw HostError(found.unreadable.front());
-    if (found.files.empty()) throw HostError(paths.front() + ": no DICOM files");
-    return found;
-}
 
 /// The library's range is a starting value; the true one is what Update finds from an empty one.
 void SetTrueRange(CVolume& volume) {
@@ -27,19 +19,22 @@ void SetTrueRange(CVolume& volume) {
 }  // namespace
 
 SeriesVolume::SeriesVolume(const SeriesChoice& choice)
-    : m_Found(Find(choice.paths)), m_pSeries(&ChooseSeries(m_Found, choice.series)), m_nVolume(choice.volume) {
-    CheckAssembly(m_Found, *m_pSeries);
-    m_Sets = FindVolumes(m_Found, *m_pSeries);
+    : SeriesVolume(Find(choice.paths, {choice.jobs, choice.watcher}).Choose(choice.series), choice.volume,
+                   choice.watcher) {}
+
+SeriesVolume::SeriesVolume(const Series& series, int volume, const Watch& watch)
+    : m_Series(series), m_Watch(watch), m_nVolume(volume) {
+    CheckAssembly(GetFound(), GetSeries());
     const auto number = static_cast<std::size_t>(GetVolumeNumber());
-    if (number > m_Sets.volumes.size()) {
-        throw UsageError("there is no volume " + std::to_string(number) + ": the series makes " +
-                         std::to_string(m_Sets.volumes.size()));
+    if (number > GetSets().volumes.size()) {
+        throw Error(ErrorKind::WrongArgument, "there is no volume " + std::to_string(number) + ": the series makes " +
+                                                  std::to_string(GetSets().volumes.size()));
     }
-    m_Slices = m_Sets.volumes[number - 1];
+    m_Slices = GetSets().volumes[number - 1];
 }
 
 std::size_t SeriesVolume::GetSliceCount() const {
-    return m_pSeries->geometry.volumes > 1 ? m_Slices.size() : CountImages(m_Found, *m_pSeries);
+    return GetSeries().geometry.volumes > 1 ? m_Slices.size() : CountImages(GetFound(), GetSeries());
 }
 
 bool SeriesVolume::IsGrey() const {
@@ -54,19 +49,31 @@ std::string SeriesVolume::DescribeColours() const {
 
 void SeriesVolume::Load() {
     TellWarnings();
-    if (m_Sets.volumes.size() > 1 && !IsVolumeChosen()) Warn("taking volume 1; choose with --volume");
+    if (GetSets().volumes.size() > 1 && !IsVolumeChosen()) {
+        m_Watch.Tell({.kind = FindingKind::FirstOfSeveral,
+                      .count = GetSets().volumes.size(),
+                      .text = "taking volume 1; choose with --volume"});
+    }
     Load(m_Slices);
 }
 
 void SeriesVolume::TellWarnings() const {
-    for (const std::string& warning : m_pSeries->warnings) Warn("warning: " + warning);
+    for (const Finding& finding : GetSeries().findings) m_Watch.Tell(finding);
 }
 
 void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
-    m_Loaded.emplace(m_Found, slices);
+    m_Loaded.emplace(GetFound(), slices, m_Watch);
     m_Slices = slices;
     Assemble();
+}
+
+std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
+    std::vector<FramePlace> places;
+    for (const int index : m_Assembled.m_SliceToIndex) {
+        places.push_back(m_Loaded->GetPlaces()[static_cast<std::size_t>(index)]);
+    }
+    return places;
 }
 
 void SeriesVolume::Assemble() {
@@ -74,12 +81,14 @@ void SeriesVolume::Assemble() {
     m_Assembled.SetIODList(list, nullptr);
     int dim[4];
     GetVolume().GetDimensions(dim);
-    if (static_cast<std::size_t>(dim[2]) != list.size()) throw HostError("the slices do not make a volume");
-    ProgressBar progress("assembling", dim[2]);
+    if (static_cast<std::size_t>(dim[2]) != list.size()) {
+        throw Error(ErrorKind::Irregular, "the slices do not make a volume");
+    }
+    TaskProgress progress(m_Watch, "assembling", dim[2]);
     m_Assembled.SetCallback(&progress);
     m_Assembled.Alloc(true);
     m_Assembled.SetCallback(nullptr);
-    StopIfInterrupted();
+    m_Watch.StopIfAsked();
     SetTrueRange(GetVolume());
 }
 

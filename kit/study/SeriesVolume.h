@@ -1,9 +1,9 @@
-// The volume of one series: what every verb that works on volumes begins with.
+// The volumes of one series, as the module holds them: what the rooms that work on volumes begin with.
 #pragma once
 
-#include "SeriesFinder.h"
+#include "../core/Watch.h"
+#include "FoundFiles.h"
 #include "SeriesLoader.h"
-#include "VolumeSets.h"
 
 #include "../../series/CDicomVolume.h"
 
@@ -19,21 +19,26 @@ struct SeriesChoice {
     std::vector<std::string> paths;
     std::string series;
     int volume = 0;  ///< 0: not asked for
+    unsigned jobs = 0;
+    Watcher* watcher = nullptr;
 };
 
 class SeriesVolume {
 public:
-    /// Finds and chooses the series by its headers. Throws `HostError`, `UsageError`.
+    /// Finds and chooses the series by its headers. Throws `Error`.
     explicit SeriesVolume(const SeriesChoice& choice);
+    /// `volume`: from 1; 0: not asked for, which is the first. Throws `Error`.
+    SeriesVolume(const Series& series, int volume, const Watch& watch);
 
-    const ImageHeader& GetHeader() const { return m_Found.FirstFile(*m_pSeries); }
-    const FramePlace& GetPlace() const { return m_Found.PlaceOf(m_Slices.front()); }
+    const Series& GetHandle() const { return m_Series; }
+    const ImageHeader& GetHeader() const { return GetFound().FirstFile(GetSeries()); }
+    const FramePlace& GetPlace() const { return GetFound().PlaceOf(m_Slices.front()); }
     std::size_t GetSliceCount() const;
 
-    const FoundFiles& GetFound() const { return m_Found; }
-    const FoundSeries& GetSeries() const { return *m_pSeries; }
+    const FoundFiles& GetFound() const { return m_Series.GetFiles(); }
+    const FoundSeries& GetSeries() const { return m_Series.GetFound(); }
     /// Where positions repeat the series makes several volumes.
-    const VolumeSets& GetSets() const { return m_Sets; }
+    const VolumeSets& GetSets() const { return GetSeries().sets; }
     bool IsVolumeChosen() const { return m_nVolume != 0; }
     int GetVolumeNumber() const { return m_nVolume != 0 ? m_nVolume : 1; }
 
@@ -42,17 +47,18 @@ public:
     /// What they are, for a message, when they are not.
     std::string DescribeColours() const;
 
-    /// Warns of what is odd about the series, reads the volume asked for, or the first.
-    /// Throws `HostError`, `Interrupted`.
+    /// Tells what is odd about the series, and which volume was taken where none was asked for; reads that. Throws `Error`.
     void Load();
 
-    /// Messages about what is odd about the series.
+    /// Tells the watcher what is odd about the series.
     void TellWarnings() const;
     /// Reads slices and makes the volume of them, with its true minimum and maximum, in place of the one before.
-    /// Throws `HostError`, `Interrupted`.
+    /// Throws `Error`.
     void Load(const std::vector<SliceRef>& slices);
 
     // After Load:
+    const std::vector<SliceRef>& GetSlices() const { return m_Slices; }  ///< in list order
+    std::vector<FramePlace> GetPlanePlaces() const;                      ///< in plane order
     CDicomVolume& GetAssembled() { return m_Assembled; }
     CVolume& GetVolume() { return *m_Assembled.GetVolume(); }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
@@ -60,9 +66,8 @@ public:
 private:
     void Assemble();
 
-    FoundFiles m_Found;
-    const FoundSeries* m_pSeries;
-    VolumeSets m_Sets;
+    Series m_Series;
+    Watch m_Watch;
     int m_nVolume;
     std::vector<SliceRef> m_Slices;
     std::optional<LoadedSlices> m_Loaded;

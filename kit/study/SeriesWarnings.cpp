@@ -1,6 +1,6 @@
 #include "SeriesWarnings.h"
 
-#include "SeriesFinder.h"
+#include "FoundFiles.h"
 
 #include "base/Number.h"
 
@@ -25,35 +25,41 @@ class Inspector {
 public:
     Inspector(const FoundFiles& found, const FoundSeries& series) : m_Found(found), m_Series(series) {}
 
-    std::vector<std::string> Run() {
+    std::vector<Finding> Run() {
         Splits();
         Data();
-        if (m_Found.FirstFile(m_Series).form.kind == PixelForm::Kind::None) return m_Warnings;
+        if (m_Found.FirstFile(m_Series).form.kind == PixelForm::Kind::None) return m_Findings;
         Frames();
         Positions();
         Volumes();
         Gaps();
         Tilt();
         Rescale();
-        return m_Warnings;
+        return m_Findings;
     }
 
 private:
-    void Add(std::string text) { m_Warnings.push_back(std::move(text)); }
+    /// The rest of its members is for the caller to fill.
+    Finding& Add(FindingKind kind, std::string text) {
+        m_Findings.push_back({.kind = kind, .text = std::move(text)});
+        return m_Findings.back();
+    }
 
     void Splits() {
         if (m_Series.orientations > 1) {
-            Add("mixed orientation: this UID has " + Count(m_Series.orientations, "orientation") +
-                ", each listed alone");
+            Add(FindingKind::MixedOrientations, "mixed orientation: this UID has " +
+                                                    Count(m_Series.orientations, "orientation") + ", each listed alone")
+                .count = m_Series.orientations;
         }
         if (m_Series.forms > 1) {
-            Add("mixed formats: this UID has " + Count(m_Series.forms, "matrix or pixel format") +
-                ", each listed alone");
+            Add(FindingKind::MixedFormats, "mixed formats: this UID has " +
+                                               Count(m_Series.forms, "matrix or pixel format") + ", each listed alone")
+                .count = m_Series.forms;
         }
     }
 
     /// "what in 3 of 20 files: a, b, c" for the files that have it.
-    void AddFiles(const std::string& what, const std::function<bool(const ImageHeader&)>& has) {
+    void AddFiles(FindingKind kind, const std::string& what, const std::function<bool(const ImageHeader&)>& has) {
         std::set<std::size_t> all;
         std::vector<std::string> names;
         for (const SliceRef& slice : m_Series.slices) {
@@ -61,7 +67,10 @@ private:
             if (isNew && has(m_Found.files[slice.file])) names.push_back(m_Found.files[slice.file].path);
         }
         if (!names.empty()) {
-            Add(what + " in " + std::to_string(names.size()) + " of " + Count(all.size(), "file") + ": " + List(names));
+            Finding& finding = Add(kind, what + " in " + std::to_string(names.size()) + " of " +
+                                             Count(all.size(), "file") + ": " + List(names));
+            finding.count = names.size();
+            finding.files = std::move(names);
         }
     }
 
@@ -72,73 +81,97 @@ private:
     }
 
     void Data() {
-        AddFiles("compressed pixel data without a codec", [](const ImageHeader& header) {
+        AddFiles(FindingKind::NoCodec, "compressed pixel data without a codec", [](const ImageHeader& header) {
             return header.encapsulated && !CodecManager::CanDecode(header.transferSyntax);
         });
-        AddFiles("data that ends early", [](const ImageHeader& header) { return header.truncated; });
+        AddFiles(FindingKind::EndsEarly, "data that ends early",
+                 [](const ImageHeader& header) { return header.truncated; });
     }
 
     void Frames() {
-        AddFiles("more frames claimed than the pixel data holds", [](const ImageHeader& header) {
-            return !header.encapsulated && header.frames > 1 &&
-                   header.FramesPresent() < static_cast<std::uint64_t>(header.frames);
-        });
-        AddFiles("frames without positions, taken in stored order", [](const ImageHeader& header) {
-            return header.frames > 1 && !(header.framesPlaced && header.places.front().hasPosition);
-        });
+        AddFiles(FindingKind::FramesMissing, "more frames claimed than the pixel data holds",
+                 [](const ImageHeader& header) {
+                     return !header.encapsulated && header.frames > 1 &&
+                            header.FramesPresent() < static_cast<std::uint64_t>(header.frames);
+                 });
+        AddFiles(FindingKind::FramesUnplaced, "frames without positions, taken in stored order",
+                 [](const ImageHeader& header) {
+                     return header.frames > 1 && !(header.framesPlaced && header.places.front().hasPosition);
+                 });
     }
+
+    std::string NameOf(std::size_t slice) const { return m_Found.NameOf(m_Series.slices[slice]); }
 
     void Positions() {
         const SeriesGeometry& geometry = m_Series.geometry;
         if (geometry.stacks.empty()) {
-            if (m_Series.slices.size() > 1) Add("no positions: slices in the order of their instance numbers");
+            if (m_Series.slices.size() > 1) {
+                Add(FindingKind::NoPositions, "no positions: slices in the order of their instance numbers");
+            }
             return;
         }
         if (!geometry.unplaced.empty()) {
             std::vector<std::string> names;
-            for (const std::size_t index : geometry.unplaced) names.push_back(m_Found.NameOf(m_Series.slices[index]));
-            Add("position missing in " + std::to_string(names.size()) + " of " +
-                Count(m_Series.slices.size(), "slice") + ": " + List(names));
+            for (const std::size_t index : geometry.unplaced) names.push_back(NameOf(index));
+            Finding& finding =
+                Add(FindingKind::PositionMissing, "position missing in " + std::to_string(names.size()) + " of " +
+                                                      Count(m_Series.slices.size(), "slice") + ": " + List(names));
+            finding.slices = geometry.unplaced;
+            finding.count = names.size();
         }
-        if (!m_Found.PlaceOf(m_Series.slices.front()).hasOrientation) Add("no orientation: taken as axial");
+        if (!m_Found.PlaceOf(m_Series.slices.front()).hasOrientation) {
+            Add(FindingKind::NoOrientation, "no orientation: taken as axial");
+        }
     }
 
     void Volumes() {
         const SeriesGeometry& geometry = m_Series.geometry;
         if (geometry.volumes < 2) return;
-        const std::string positions = Count(geometry.stacks.size(), "position");
+        const std::string volumes = std::to_string(geometry.volumes);
+        const std::string at = volumes + " slices at each of " + Count(geometry.stacks.size(), "position") +
+                               ", which makes " + volumes + " volumes";
         if (geometry.complete) {
-            Add("duplicate positions: " + std::to_string(geometry.volumes) + " slices at each of " + positions +
-                ", which makes " + std::to_string(geometry.volumes) + " volumes");
+            Add(FindingKind::RepeatedPositions, "duplicate positions: " + at).count = geometry.volumes;
             return;
         }
         std::vector<std::string> names;
+        std::vector<std::size_t> slices;
         for (const auto& stack : geometry.stacks) {
-            if (stack.size() < geometry.volumes) names.push_back(m_Found.NameOf(m_Series.slices[stack.front()]));
+            if (stack.size() == geometry.volumes) continue;
+            names.push_back(NameOf(stack.front()));
+            slices.push_back(stack.front());
         }
-        Add("duplicate positions: up to " + std::to_string(geometry.volumes) + " slices at each of " + positions +
-            ", which makes " + std::to_string(geometry.volumes) + " volumes; fewer at " + List(names));
+        Finding& finding =
+            Add(FindingKind::IncompleteVolumes, "duplicate positions: up to " + at + "; fewer at " + List(names));
+        finding.slices = std::move(slices);
+        finding.count = geometry.volumes;
     }
 
     void Gaps() {
         const SeriesGeometry& geometry = m_Series.geometry;
         if (geometry.uneven.empty()) return;
         std::vector<std::string> faults;
+        Finding finding{.kind = FindingKind::MissingSlices,
+                        .lengths = {geometry.smallestGap, geometry.largestGap, geometry.usualGap}};
         for (const SeriesGeometry::Gap& gap : geometry.uneven) {
-            const auto name = [&](std::size_t stack) {
-                return m_Found.NameOf(m_Series.slices[geometry.stacks[stack].front()]);
-            };
-            std::string fault =
-                ShortNumber(gap.length) + " mm between " + name(gap.index) + " and " + name(gap.index + 1);
+            const std::size_t before = geometry.stacks[gap.index].front();
+            std::string fault = ShortNumber(gap.length) + " mm between " + NameOf(before) + " and " +
+                                NameOf(geometry.stacks[gap.index + 1].front());
             if (gap.missing > 0) fault += " (" + Count(static_cast<std::size_t>(gap.missing), "slice") + " missing?)";
             faults.push_back(std::move(fault));
+            finding.slices.push_back(before);
+            finding.count += static_cast<std::size_t>(gap.missing);
+            if (gap.missing == 0) finding.kind = FindingKind::UnevenGaps;
         }
-        Add("uneven gaps: usually " + ShortNumber(geometry.usualGap) + " mm, but " + List(faults));
+        finding.text = "uneven gaps: usually " + ShortNumber(geometry.usualGap) + " mm, but " + List(faults);
+        m_Findings.push_back(std::move(finding));
     }
 
     void Tilt() {
         if (m_Series.geometry.tilt <= kTilt) return;
-        Add("tilt: the positions run " + ShortNumber(m_Series.geometry.tilt) + " degrees off the normal of the slices");
+        Add(FindingKind::Tilt,
+            "tilt: the positions run " + ShortNumber(m_Series.geometry.tilt) + " degrees off the normal of the slices")
+            .angles = {m_Series.geometry.tilt};
     }
 
     void Rescale() {
@@ -147,21 +180,23 @@ private:
             const FramePlace& place = m_Found.PlaceOf(slice);
             return place.slope != first.slope || place.intercept != first.intercept;
         });
-        if (differs) Add("rescale slope or intercept differ from slice to slice");
+        if (differs) Add(FindingKind::RescaleDiffers, "rescale slope or intercept differ from slice to slice");
         if (first.hasSpacing && std::fabs(first.spacing[0] - first.spacing[1]) > kPixelTolerance * first.spacing[0]) {
-            Add("pixels are not square: " + ShortNumber(first.spacing[0]) + " mm between rows, " +
-                ShortNumber(first.spacing[1]) + " mm between columns");
+            Add(FindingKind::PixelsNotSquare, "pixels are not square: " + ShortNumber(first.spacing[0]) +
+                                                  " mm between rows, " + ShortNumber(first.spacing[1]) +
+                                                  " mm between columns")
+                .lengths = {first.spacing[0], first.spacing[1]};
         }
     }
 
     const FoundFiles& m_Found;
     const FoundSeries& m_Series;
-    std::vector<std::string> m_Warnings;
+    std::vector<Finding> m_Findings;
 };
 
 }  // namespace
 
-std::vector<std::string> WarnAbout(const FoundFiles& found, const FoundSeries& series) {
+std::vector<Finding> StudyFindings(const FoundFiles& found, const FoundSeries& series) {
     return Inspector(found, series).Run();
 }
 

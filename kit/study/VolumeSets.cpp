@@ -92,13 +92,18 @@ Numbers TellApart(const FoundFiles& found, const FoundSeries& series, std::strin
 
 VolumeSets FindVolumes(const FoundFiles& found, const FoundSeries& series) {
     VolumeSets sets;
-    if (series.geometry.volumes < 2) {
-        sets.volumes.push_back(series.slices);
-        return sets;
+    Numbers numbers(series.slices.size(), 0);
+    if (series.geometry.volumes > 1) numbers = TellApart(found, series, sets.order);
+    const std::size_t volumes = series.geometry.volumes;
+    sets.volumes.resize(volumes);
+    sets.members.resize(volumes);
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        sets.volumes[numbers[i]].push_back(series.slices[i]);
+        sets.members[numbers[i]].push_back(i);
     }
-    const Numbers numbers = TellApart(found, series, sets.order);
-    sets.volumes.resize(series.geometry.volumes);
-    for (std::size_t i = 0; i < numbers.size(); ++i) sets.volumes[numbers[i]].push_back(series.slices[i]);
+    for (std::size_t i = 0; i < volumes; ++i) {
+        sets.keys.push_back(volumes > 1 ? "volume " + std::to_string(i + 1) + " by " + sets.order : "");
+    }
     return sets;
 }
 

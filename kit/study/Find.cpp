@@ -1,0 +1,86 @@
+#include "Find.h"
+
+#include "../core/Error.h"
+#include "FoundFiles.h"
+#include "SeriesFinder.h"
+
+#include <utility>
+
+namespace korvane {
+
+namespace {
+
+[[noreturn]] void AskForSeries(const Found& found, const std::string& why) {
+    throw Error(ErrorKind::WrongArgument, why + "; choose with --series:").WithChoices(List(found));
+}
+
+/// A series of which a file may be missing is none to go on with.
+void CheckAllRead(const FoundFiles& files) {
+    if (!files.unreadable.empty()) {
+        const Finding& first = files.unreadable.front();
+        throw Error(ErrorKind::Disk, first.text).InFile(first.files.empty() ? "" : first.files.front());
+    }
+    if (files.files.empty()) {
+        throw Error(ErrorKind::NotFound, files.paths.front() + ": no DICOM files").InFile(files.paths.front());
+    }
+}
+
+}  // namespace
+
+Found::Found(std::shared_ptr<const FoundFiles> files) : m_pFiles(std::move(files)) {
+    for (std::size_t i = 0; i < m_pFiles->series.size(); ++i) m_Series.emplace_back(m_pFiles, i);
+}
+
+Found::Found(const Found& other) = default;
+Found::Found(Found&& other) noexcept = default;
+Found& Found::operator=(const Found& other) = default;
+Found& Found::operator=(Found&& other) noexcept = default;
+Found::~Found() = default;
+
+const Series& Found::Only() const {
+    return Choose("");
+}
+
+const Series& Found::Choose(const std::string& numberOrUid) const {
+    CheckAllRead(*m_pFiles);
+    std::vector<const Series*> matches;
+    for (const Series& series : m_Series) {
+        const bool chosen = numberOrUid.empty() ? series.HasPixels()
+                                                : numberOrUid == std::to_string(series.GetIndex() + 1) ||
+                                                      numberOrUid == series.GetUid();
+        if (chosen) matches.push_back(&series);
+    }
+    if (matches.size() == 1) return *matches.front();
+    if (matches.empty() && !numberOrUid.empty()) AskForSeries(*this, "no series " + numberOrUid);
+    if (m_Series.size() == 1) return m_Series.front();  // refused further on, with its reason
+    if (matches.empty()) throw Error(ErrorKind::NotFound, "none of the series found has pixels");
+    const std::string count = std::to_string(matches.size());
+    AskForSeries(*this, count + (numberOrUid.empty() ? " series found" : " series have this UID"));
+}
+
+std::size_t Found::CountFiles() const {
+    return m_pFiles->files.size();
+}
+
+std::size_t Found::CountIgnored() const {
+    return m_pFiles->ignored;
+}
+
+std::size_t Found::CountCopies() const {
+    return m_pFiles->copies;
+}
+
+const std::vector<LeftOutFile>& Found::GetLeftOut() const {
+    return m_pFiles->leftOut;
+}
+
+const std::vector<Finding>& Found::GetUnreadable() const {
+    return m_pFiles->unreadable;
+}
+
+Found Find(const std::vector<std::string>& paths, const FindOptions& options) {
+    if (paths.empty()) throw Error(ErrorKind::WrongArgument, "no paths to look under");
+    return Found(std::make_shared<const FoundFiles>(FindSeries(paths, options.jobs, options.watcher)));
+}
+
+}  // namespace korvane

@@ -1,0 +1,78 @@
+// Finds the DICOM files under paths and groups them into series.
+#pragma once
+
+#include "../core/Finding.h"
+#include "../core/KitExport.h"
+#include "../core/Watcher.h"
+#include "Series.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// A file that is in no series, and why.
+struct LeftOutFile {
+    std::string path;
+    std::string why;
+};
+
+struct FindOptions {
+    unsigned jobs = 0;  ///< threads; 0: one for each core
+    Watcher* watcher = nullptr;
+};
+
+/// What lies under some paths. A cheap value, as its series are.
+class KORVANE_KIT Found {
+public:
+    /// For the rooms of the Kit.
+    explicit Found(std::shared_ptr<const FoundFiles> files);
+    Found(const Found& other);
+    Found(Found&& other) noexcept;
+    Found& operator=(const Found& other);
+    Found& operator=(Found&& other) noexcept;
+    ~Found();
+
+    /// By series number, UID and path; those without pixels among them.
+    const std::vector<Series>& GetSeries() const { return m_Series; }
+
+    /// The one series that has pixels. Throws `Error`: `WrongArgument` with the series as choices where there are several,
+    /// `NotFound` where there is none, and what `GetUnreadable` tells where a file could not be read: a slice may be
+    /// missing then.
+    const Series& Only() const;
+    /// The series by its number in the list, from 1, or its UID; "" for `Only`. Throws `Error` as `Only`.
+    const Series& Choose(const std::string& numberOrUid) const;
+
+    std::size_t CountFiles() const;    ///< DICOM files in series
+    std::size_t CountIgnored() const;  ///< files that are not DICOM
+    std::size_t CountCopies() const;   ///< files that repeat another one's image
+    const std::vector<LeftOutFile>& GetLeftOut() const;
+    /// Files and folders that could not be read: kind `Unreadable`, one each.
+    const std::vector<Finding>& GetUnreadable() const;
+
+    // For the rooms of the Kit.
+    const FoundFiles& GetFiles() const { return *m_pFiles; }
+
+private:
+    std::shared_ptr<const FoundFiles> m_pFiles;
+    std::vector<Series> m_Series;
+};
+
+/// Reads the headers of all regular files under the paths: folders, searched with all below them, or files. Pixels are not
+/// read. Throws `Error`: `NotFound` when a path does not exist, `Stopped`.
+///
+///     const korvane::Found found = korvane::Find({"/data/study"});
+///     korvane::Volume volume = korvane::Load(found.Only());
+KORVANE_KIT Found Find(const std::vector<std::string>& paths, const FindOptions& options = {});
+
+/// One line for each series, numbered from 1, with line ends; safe to print.
+KORVANE_KIT std::string List(const Found& found);
+
+/// One object: "schema" ("korvane.info"), "version" (1; it grows when a member changes its meaning or goes), counts, and
+/// the series in the order of the list. Lengths in millimetres, positions and directions in patient axes (LPS). Findings
+/// have the words of `WordOf`. Ends with a line end.
+KORVANE_KIT std::string ToJson(const Found& found);
+
+}  // namespace korvane

@@ -1,0 +1,55 @@
+// What the finder found, as the rooms of the Kit work with it.
+#pragma once
+
+#include "../core/Finding.h"
+#include "Find.h"
+#include "ImageHeader.h"
+#include "SeriesGeometry.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// One slice: a whole file, or a frame of one.
+struct SliceRef {
+    std::size_t file;  ///< index in `FoundFiles::files`
+    int frame;         ///< from 0; -1: the whole file, which may have several frames without places
+};
+
+/// Where positions repeat: time series, echoes, repeated acquisitions.
+struct VolumeSets {
+    std::vector<std::vector<SliceRef>> volumes;  ///< each in list order; one with all slices where no position repeats
+    std::vector<std::vector<std::size_t>> members;  ///< the same as indices in the series
+    std::vector<std::string> keys;                  ///< what tells each: "echo number 2"; "" for a single one
+    std::string order;                              ///< what the volumes were told apart by; "" for a single one
+};
+
+/// Images with one Series Instance UID, one orientation, one matrix and one pixel format. A multi-frame object without
+/// geometry is a series of its own. Objects without pixels are series too.
+struct FoundSeries {
+    std::vector<SliceRef> slices;  ///< by instance number, acquisition number, UID, frame
+    SeriesGeometry geometry{};
+    std::size_t orientations = 1;  ///< series with the same UID, told apart by orientation
+    std::size_t forms = 1;         ///< and by matrix or pixel format
+    VolumeSets sets{};
+    std::vector<Finding> findings{};
+};
+
+struct FoundFiles {
+    std::vector<std::string> paths;  ///< that were searched
+    std::vector<ImageHeader> files;
+    std::vector<FoundSeries> series;
+    std::vector<LeftOutFile> leftOut;  ///< those that the two numbers below count
+    std::size_t ignored = 0;           ///< files that are not DICOM
+    std::size_t copies = 0;            ///< files that repeat another file's image, left out
+    std::vector<Finding> unreadable;   ///< files and folders, one each
+
+    const ImageHeader& FirstFile(const FoundSeries& of) const { return files[of.slices.front().file]; }
+    const FramePlace& PlaceOf(const SliceRef& slice) const;
+    /// The file, and the frame of it.
+    std::string NameOf(const SliceRef& slice) const;
+};
+
+}  // namespace korvane
