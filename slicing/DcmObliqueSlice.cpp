@@ -171,10 +171,10 @@ void Widen(SampledAxis& axis, int number, const PlaneOffsets& offsets, Vector& c
         low = std::min(low, along(knot.m_Offset));
         high = std::max(high, along(knot.m_Offset));
     }
-    const double more = std::ceil((high - low) / axis.m_Spacing - korvane_detail::kStraight);
-    axis.m_Count = platform::WrapAdd(axis.m_Count, platform::TruncateToInt32(more));
+    const auto extent = korvane_detail::FindStraightExtent(along(offsets.At(0)), low, high, axis.m_Spacing);
+    axis.m_Count = platform::WrapAdd(axis.m_Count, extent.m_More);
     centre[static_cast<std::size_t>(number)] =
-        low + (axis.m_Count - 1) * axis.m_Spacing / 2 - along(offsets.At(centre[2]));
+        extent.m_First + (axis.m_Count - 1) * axis.m_Spacing / 2 - along(offsets.At(centre[2]));
 }
 
 }  // namespace

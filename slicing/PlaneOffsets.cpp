@@ -1,5 +1,7 @@
 #include "PlaneOffsets.h"
 
+#include "base/Integer.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -19,6 +21,12 @@ bool Agree(const PlaneOffset& a, const PlaneOffset& b, double tolerance) {
 }
 
 }  // namespace
+
+StraightExtent FindStraightExtent(double plane0, double low, double high, double spacing) {
+    const double below = std::max(std::ceil((plane0 - low) / spacing - kStraight), 0.0);
+    const double above = std::max(std::ceil((high - plane0) / spacing - kStraight), 0.0);
+    return {plane0 - below * spacing, platform::TruncateToInt32(below + above)};
+}
 
 double PlaneOffsets::GetTolerance(CVolume& volume) {
     float space[4];

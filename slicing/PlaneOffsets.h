@@ -19,6 +19,14 @@ struct PlaneOffset {
     double m_Y = 0;
 };
 
+/// Samples, `spacing` apart, that reach over all offsets from `low` to `high` and have one of them at `plane0`, the offset
+/// of plane 0: a straight picture or volume then has that plane's voxels as they are.
+struct StraightExtent {
+    double m_First;  ///< at or below `low`
+    int m_More;      ///< samples that are needed beside those of one plane
+};
+StraightExtent FindStraightExtent(double plane0, double low, double high, double spacing);
+
 /// The offset at every z: that of a plane where one lies, in proportion between two planes, and carried on beyond the
 /// first and the last. z counts from plane 0.
 ///

@@ -46,13 +46,13 @@ StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
             return GetOffset(a, axis) < GetOffset(b, axis);
         };
         const auto [low, high] = std::minmax_element(m_Samples.begin(), m_Samples.end(), lower);
-        const double extent = GetOffset(*high, axis) - GetOffset(*low, axis);
+        const StraightExtent extent = FindStraightExtent(GetOffset(m_Samples.front(), axis), GetOffset(*low, axis),
+                                                         GetOffset(*high, axis), space[axis]);
         m_Count[axis] = dim[axis];
         m_Space[axis] = space[axis];
-        m_Canvas.m_Extent[axis] = extent;
-        m_Canvas.m_First[axis] = GetOffset(*low, axis);
-        const double count = dim[axis] + std::ceil(extent / m_Space[axis] - kStraight);
-        m_Canvas.m_Count[axis] = platform::TruncateToInt32(std::min(count, double{std::numeric_limits<int>::max()}));
+        m_Canvas.m_First[axis] = extent.m_First;
+        m_Canvas.m_Extent[axis] = GetOffset(*high, axis) - GetOffset(*low, axis);
+        m_Canvas.m_Count[axis] = std::max(platform::WrapAdd(dim[axis], extent.m_More), 0);
     }
 }
 

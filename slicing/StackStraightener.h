@@ -14,8 +14,7 @@ struct VolumeDeleter {
 };
 using VolumePointer = std::unique_ptr<CVolume, VolumeDeleter>;
 
-/// The columns and rows of a straight stack: as many as hold every voxel of every plane, on the grid of the plane that
-/// lies lowest along each axis.
+/// The columns and rows of a straight stack: as many as hold every voxel of every plane, on the grid of the first.
 struct StraightCanvas {
     int m_Count[2] = {0, 0};
     double m_First[2] = {0, 0};   ///< of the first column and row, millimetres from the volume's origin

@@ -27,7 +27,7 @@ struct StraightenReport {
 /// hold one origin and one direction for all planes can keep that without shear.
 ///
 /// Rows and columns are moved within their planes by linear interpolation, integers rounded to the nearest, onto a canvas
-/// that is large enough for all planes; its spacing is the source's. Voxels that no plane has data for have the fill value.
+/// that is large enough for all planes; its spacing is the source's, and plane 0 stays as it is. Voxels that no plane has data for have the fill value.
 /// Where planes are uneven, new ones come between them along the tilt, weighed by the smoothed curve S(t). What needs
 /// no moving is the same bit for bit.
 ///
