@@ -3,7 +3,7 @@
 #include "Verbs.h"
 #include <Korvane/kit/core/HostError.h>
 #include <Korvane/kit/core/TextEncoding.h>
-#include <Korvane/kit/network/SendJob.h>
+#include <Korvane/kit/network/Send.h>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "SendJob.h"
+#include "Send.h"
 
 #include "../core/HostError.h"
 #include "../core/Paths.h"
