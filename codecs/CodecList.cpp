@@ -1,5 +1,6 @@
 #include "CodecList.h"
 
+#include "ExtendedJpegCodec.h"
 #include "LosslessJpegCodec.h"
 #include "RleCodec.h"
 
@@ -27,9 +28,9 @@ constexpr CodecOffer kOffers[] = {
     {"1.2.840.10008.1.2.5", kBoth, Make<RleCodec>},
     {"1.2.840.10008.1.2.4.57", kDecodes, Make<LosslessJpegCodec>},
     {"1.2.840.10008.1.2.4.70", kBoth, Make<LosslessJpegCodec>},
+    {"1.2.840.10008.1.2.4.51", kDecodes | DCM_CODEC_LOSSY, Make<ExtendedJpegCodec>},
 #if defined(CODECS_JPEG)
     {"1.2.840.10008.1.2.4.50", kDecodes | DCM_CODEC_LOSSY, Make<JpegCodec>},
-    {"1.2.840.10008.1.2.4.51", kDecodes | DCM_CODEC_LOSSY, Make<JpegCodec>},
 #endif
 #if defined(CODECS_JPEGLS)
     {"1.2.840.10008.1.2.4.80", kDecodes, Make<JpegLsCodec>},

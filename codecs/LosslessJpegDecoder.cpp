@@ -4,25 +4,6 @@
 
 namespace {
 
-enum Marker : unsigned {
-    kSof0 = 0xC0,
-    kSof3 = 0xC3,
-    kDht = 0xC4,
-    kJpg = 0xC8,
-    kDac = 0xCC,
-    kSof15 = 0xCF,
-    kRst0 = 0xD0,
-    kRst7 = 0xD7,
-    kSoi = 0xD8,
-    kEoi = 0xD9,
-    kSos = 0xDA,
-    kDri = 0xDD
-};
-
-unsigned Load16(const std::uint8_t* bytes) {
-    return bytes[0] << 8 | bytes[1];
-}
-
 /// Of the samples left of, above and left above the one that is to come (annex H.1.2.1).
 template <unsigned predictor>
 int Predict(int a, int b, int c) {
@@ -92,27 +73,25 @@ void DecodeByPredictor(unsigned predictor, Arguments&&... arguments) {
 }  // namespace
 
 LosslessJpegDecoder::LosslessJpegDecoder(const DcmFrameFormat& format, Bytes stream, std::span<std::uint8_t> pixels)
-    : m_format(format), m_layout(format), m_pixels(pixels.data()), m_at(stream.data()),
-      m_end(stream.data() + stream.size()) {}
+    : m_format(format), m_layout(format), m_pixels(pixels.data()), m_stream(stream) {}
 
 void LosslessJpegDecoder::Run() {
-    if (m_end - m_at < 2 || Load16(m_at) != (0xFF00 | kSoi)) Fail("the stream is not JPEG");
-    m_at += 2;
+    m_stream.Begin();
     std::size_t decoded = 0;
     while (m_precision == 0 || decoded < m_components.size()) {
-        const unsigned marker = NextMarker();
+        const unsigned marker = m_stream.NextMarker();
         if (marker == kEoi) Fail("the stream ends before the last component");
         if (marker <= kRst7 && marker >= kRst0) continue;
-        const Bytes segment = Segment();
+        const Bytes segment = m_stream.Segment();
         if (marker == kSof3) {
             ReadFrame(segment);
         } else if (marker == kDht) {
             ReadTables(segment);
-        } else if (marker >= kSof0 && marker <= kSof15 && marker != kJpg && marker != kDac) {
+        } else if (BeginsJpegFrame(marker)) {
             Fail("the stream is JPEG process SOF", marker - kSof0, ", not lossless (SOF3)");
         } else if (marker == kDri) {
             if (segment.size() != 2) Fail("the stream's restart interval is not whole");
-            m_restartInterval = Load16(segment.data());
+            m_restartInterval = LoadJpeg16(segment.data());
         } else if (marker == kSos) {
             const Scan scan = ReadScan(segment);
             DecodeScan(scan);
@@ -121,36 +100,12 @@ void LosslessJpegDecoder::Run() {
     }
 }
 
-// What lies between the end of a scan's last byte and the marker is passed over.
-unsigned LosslessJpegDecoder::NextMarker() {
-    while (m_end - m_at >= 2) {
-        m_at = static_cast<const std::uint8_t*>(std::memchr(m_at, 0xFF, static_cast<std::size_t>(m_end - m_at - 1)));
-        if (m_at == nullptr) break;
-        const unsigned marker = m_at[1];
-        if (marker != 0 && marker != 0xFF) {
-            m_at += 2;
-            return marker;
-        }
-        ++m_at;
-    }
-    Fail("the stream ends early");
-}
-
-LosslessJpegDecoder::Bytes LosslessJpegDecoder::Segment() {
-    const auto left = static_cast<std::size_t>(m_end - m_at);
-    const std::size_t length = left < 2 ? 0 : Load16(m_at);
-    if (length < 2 || length > left) Fail("the stream ends within a marker's segment");
-    const Bytes segment(m_at + 2, length - 2);
-    m_at += length;
-    return segment;
-}
-
 void LosslessJpegDecoder::ReadFrame(Bytes segment) {
     if (m_precision != 0) Fail("the stream has a second frame");
     if (segment.size() < 6 || segment.size() < 6 + 3u * segment[5]) Fail("the stream's frame header is not whole");
-    const unsigned rows = Load16(&segment[1]);
+    const unsigned rows = LoadJpeg16(&segment[1]);
     if (rows == 0) Fail("the stream does not tell its height in front");
-    CheckDimensions(m_format, Load16(&segment[3]), rows, segment[5]);
+    CheckDimensions(m_format, LoadJpeg16(&segment[3]), rows, segment[5]);
     m_precision = segment[0];
     if (m_precision < 2 || m_precision > m_format.bitsAllocated || m_precision > 16 || m_format.bitsAllocated > 16) {
         Fail("samples of ", m_precision, " bits do not go with ", m_format.bitsAllocated, " bits allocated");
@@ -215,8 +170,8 @@ void LosslessJpegDecoder::DecodeScan(const Scan& scan) {
     std::uint16_t* line = lines.data();
     std::uint16_t* above = line + (width + 1) * scan.count;
     m_bits = {};
-    m_bits.at = m_at;
-    m_bits.end = m_end;
+    m_bits.at = m_stream.at;
+    m_bits.end = m_stream.end;
     for (std::size_t row = 0; row < m_layout.Rows(); ++row) {
         const bool isFirst = row % rowsBetween == 0;
         if (isFirst && row != 0) Restart(static_cast<unsigned>((row / rowsBetween - 1) % 8));
@@ -225,15 +180,15 @@ void LosslessJpegDecoder::DecodeScan(const Scan& scan) {
         std::swap(line, above);
         StoreLine(scan, row, above);
     }
-    m_at = m_bits.at;
+    m_stream.at = m_bits.at;
 }
 
 void LosslessJpegDecoder::Restart(unsigned number) {
-    m_at = m_bits.at;
-    if (NextMarker() != kRst0 + number) Fail("a restart marker is missing");
+    m_stream.at = m_bits.at;
+    if (m_stream.NextMarker() != kRst0 + number) Fail("a restart marker is missing");
     m_bits = {};
-    m_bits.at = m_at;
-    m_bits.end = m_end;
+    m_bits.at = m_stream.at;
+    m_bits.end = m_stream.end;
 }
 
 // The first line of a scan or a restart interval is predicted from the left alone, beginning at half of what the samples

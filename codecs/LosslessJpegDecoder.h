@@ -4,6 +4,7 @@
 #include "FrameLayout.h"
 #include "JpegBitReader.h"
 #include "JpegHuffmanTable.h"
+#include "JpegSegments.h"
 
 /// Takes samples of 2 to 16 bits, all predictors, point transforms, restart intervals, and up to 4 components, in one
 /// scan together or each in its own. Heights that come behind the pixels (DNL) and components of different sizes are
@@ -31,8 +32,6 @@ private:
         unsigned shift = 0;  // the point transform
     };
 
-    unsigned NextMarker();
-    Bytes Segment();
     void ReadFrame(Bytes segment);
     void ReadTables(Bytes segment);
     Scan ReadScan(Bytes segment);
@@ -45,8 +44,7 @@ private:
     const DcmFrameFormat& m_format;
     FrameLayout m_layout;
     std::uint8_t* m_pixels;
-    const std::uint8_t* m_at;
-    const std::uint8_t* m_end;
+    JpegSegments m_stream;
     unsigned m_precision = 0;  // 0: no frame header yet
     std::size_t m_restartInterval = 0;
     std::vector<Component> m_components;

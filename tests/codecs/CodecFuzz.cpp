@@ -1,5 +1,6 @@
 // libFuzzer: one codec decodes frames of all formats. Nine bytes in front of the stream say which. An empty corpus
 // folder is seeded with what the codec encodes.
+#include <codecs/ExtendedJpegCodec.h>
 #include <codecs/LosslessJpegCodec.h>
 #include <codecs/RleCodec.h>
 

@@ -1,5 +1,6 @@
 // The codecs that need no library, and the module's edge. Peers read and write the same streams in test_peers.py.
 #include <Korvane/Dicom/Lib/pixels/CodecManager.h>
+#include <codecs/ExtendedJpegCodec.h>
 #include <codecs/Jpeg2000Header.h>
 #include <codecs/LosslessJpegCodec.h>
 #include <codecs/RleCodec.h>
@@ -189,6 +190,61 @@ TEST(LosslessJpegCodec, DamagedStreamsAreRefusedWithAReason) {
         Bytes stream = good;  // the first restart interval is no whole row; the second has no restart markers
         stream.insert(stream.begin() + static_cast<long>(sos), between.begin(), between.end());
         EXPECT_NE(Refusal<LosslessJpegCodec>(format, stream).find("restart"), std::string::npos);
+    }
+}
+
+/// 12 bits, two blocks of one value each, 1500 above and below the middle, a restart marker between them. Each table has
+/// one code, a single 0: for DC differences of 11 bits, and for the end of a block.
+Bytes TwoBlocks() {
+    Bytes stream = {0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0};
+    stream.insert(stream.end(), 64, 8);
+    for (const std::uint8_t part : Bytes{0x00, 0x10}) {
+        stream.insert(stream.end(), {0xFF, 0xC4, 0, 20, part, 1});
+        stream.insert(stream.end(), 15, 0);
+        stream.push_back(part == 0 ? 11 : 0);
+    }
+    const Bytes rest = {0xFF, 0xC1, 0, 11, 12, 0, 8, 0, 16, 1, 1,    0x11, 0,    0xFF, 0xDD, 0,    4,    0,   1,
+                        0xFF, 0xDA, 0, 8,  1,  1, 0, 0, 63, 0, 0x5D, 0xC7, 0xFF, 0xD0, 0x22, 0x37, 0xFF, 0xD9};
+    stream.insert(stream.end(), rest.begin(), rest.end());
+    return stream;
+}
+
+TEST(ExtendedJpegCodec, TwelveBitsWithRestartsAndDamagedStreams) {
+    const Bytes good = TwoBlocks();
+    const DcmFrameFormat format = Format(16, 8, 1, 16, 12);
+    Bytes pixels;
+    ASSERT_EQ(Refusal<ExtendedJpegCodec>(format, good, &pixels), "");
+    for (std::size_t i = 0; i < pixels.size() / 2; ++i) {
+        ASSERT_EQ(pixels[2 * i] + 256 * pixels[2 * i + 1], i % 16 < 8 ? 2048 + 1500 : 2048 - 1500) << i;
+    }
+    const std::size_t frame = 7 + 64 + 2 * 22 + 4;  // the frame header's values, behind marker and length
+    const struct {
+        std::size_t at;
+        std::uint8_t value;
+        const char* reason;
+    } damages[] = {{5, 66, "quantisation table is not whole"},
+                   {6, 1, "quantisation table is missing"},
+                   {76, 200, "Huffman table is not whole"},
+                   {92, 16, "difference of 16 bits"},
+                   {frame - 3, 0xC2, "process SOF2"},
+                   {frame, 10, "samples of 10 bits"},
+                   {frame + 4, 17, "not 16 x 8"},
+                   {frame + 8, 4, "names no quantisation table"},
+                   {good.size() - 8, 0x80, "code that its Huffman table lacks"},
+                   {good.size() - 5, 0xD1, "restart marker is missing"},
+                   {good.size() - 3, 0xFF, "ends in row 1 of 8"}};
+    for (const auto& [at, value, reason] : damages) {
+        Bytes damaged = good;
+        damaged[at] = value;
+        EXPECT_NE(Refusal<ExtendedJpegCodec>(format, damaged).find(reason), std::string::npos) << at;
+    }
+    Bytes stream = good;
+    stream[114] = 0xF0;              // the AC code now stands for 16 zeros,
+    stream[good.size() - 7] = 0xC0;  // and comes four times
+    EXPECT_NE(Refusal<ExtendedJpegCodec>(format, stream).find("more than 64 coefficients"), std::string::npos);
+    for (std::size_t length = 0; length + 3 < good.size(); ++length) {  // reads nothing behind the end
+        EXPECT_NE(Refusal<ExtendedJpegCodec>(format, Bytes(good.begin(), good.begin() + static_cast<long>(length))),
+                  "");
     }
 }
 

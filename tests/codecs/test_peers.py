@@ -25,14 +25,15 @@ if not WINDOWS:
               "j2k": ("gdcmconv --j2k", True), "j2kLossy": ("gdcmconv --j2k --lossy -q 40", False)}
 SOURCES = {  # shape without frames, bits, signed, planes, encoders
     "grey8": ((45, 67), 8, False, False, [*TOOLS]),
-    "grey12": ((33, 50), 12, False, False, ["rle", "sv1", "sel7", "gjpeg", "ls", "near", "j2k", "j2kLossy"]),
+    "grey12": ((33, 50), 12, False, False, ["ext12", "rle", "sv1", "sel7", "gjpeg", "ls", "near", "j2k", "j2kLossy"]),
     "signed": ((31, 66), 16, True, False, ["rle", "grle", "sv1", "sel4", "sel5", "sel6", "gjpeg", "ls", "gls", "j2k"]),
-    "signed12": ((30, 30), 12, True, False, ["rle", "sv1", "gjpeg", "ls", "j2k"]),
+    "signed12": ((30, 30), 12, True, False, ["ext12", "rle", "sv1", "gjpeg", "ls", "j2k"]),
     "grey32": ((20, 31), 32, False, False, ["rle"]),
     "rgb": ((41, 53, 3), 8, False, False, [*TOOLS]),
     "planes": ((40, 52, 3), 8, False, True, ["rle", "grle", "ls"]),
     "rgb16": ((24, 26, 3), 16, False, False, ["rle", "sv1", "gjpeg", "ls"]),
 }
+TOOLS["ext12"] = ("dcmcjpeg +ee", False)  # of 12 bits, own code in every build
 
 
 def smooth(shape, bits, signed):
@@ -100,7 +101,8 @@ def peers_streams():
         ours, ds = pixels(WORK / "decoded" / packed.name)
         uid = pydicom.dcmread(packed, stop_before_pixels=True).file_meta.TransferSyntaxUID
         expected = pixels(WORK / "native" / f"{source}.dcm")[0] if TOOLS[name][1] else decoded_by_peer(packed, uid, "peer")
-        assert numpy.array_equal(ours, expected), (source, name, uid)
+        tolerance = 1 if name == "ext12" else 0  # dcmtk's transform is in integers
+        assert (abs(ours - expected) <= tolerance).all(), (source, name, uid)
         assert ds.PhotometricInterpretation == ("RGB" if ds.SamplesPerPixel == 3 else "MONOCHROME2"), (source, name)
         assert TOOLS[name][1] or name == "j2kLossy" or ds.LossyImageCompression == "01", (source, name)
 
@@ -163,14 +165,12 @@ def refusals():
     for name, (source, command) in commands.items():
         packed = WORK / "packed" / f"{name}.dcm"
         assert tool(command, WORK / "native" / f"{source}.dcm", packed), command
-        if name != "12":
-            ds = pydicom.dcmread(packed)
-            frames = list(pydicom.encaps.generate_pixel_data_frame(ds.PixelData, 2))
-            ds.PixelData = pydicom.encaps.encapsulate([frames[0], frames[1][:len(frames[1]) * 2 // 3 & ~1]])
-            ds.save_as(packed)
+        ds = pydicom.dcmread(packed)
+        frames = list(pydicom.encaps.generate_pixel_data_frame(ds.PixelData, 2))
+        ds.PixelData = pydicom.encaps.encapsulate([frames[0], frames[1][:len(frames[1]) * 2 // 3 & ~1]])
+        ds.save_as(packed)
         _, err = korvane("convert", packed, WORK / "out.dcm", status=1)
-        assert name != "12" or WINDOWS or "12 bits cannot be decoded" in err, err
-        assert name in ("ls", "j2k", "12", "base") and WINDOWS or name == "12" or "frame 2" in err, err
+        assert name in ("ls", "j2k", "base") and WINDOWS or "frame 2" in err, err
         assert not (WORK / "out.dcm").exists()
 
 
