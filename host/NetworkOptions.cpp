@@ -1,10 +1,8 @@
 #include "NetworkOptions.h"
 
-#include <Korvane/kit/network/PeerConnection.h>
+#include <Korvane/Kit.h>
 
 #include <CLI/CLI.hpp>
-
-#include <algorithm>
 
 using namespace korvane;
 
@@ -23,12 +21,10 @@ std::string CheckPort(const std::string& text) {
 }  // namespace
 
 std::string CheckTitle(const std::string& title) {
-    const bool fits = title.size() <= 16 && title.find_first_not_of(' ') != std::string::npos &&
-                      std::all_of(title.begin(), title.end(), [](char c) { return c >= ' ' && c < 127 && c != '\\'; });
-    return fits ? "" : "an AE title is at most 16 letters, digits and other ASCII characters without backslash";
+    return FaultOfTitle(title);
 }
 
-void AddPeerOptions(CLI::App& verb, PeerOptions& options) {
+void AddPeerOptions(CLI::App& verb, Peer& options) {
     verb.add_option("HOST", options.host, "Name or IPv4 address")->required();
     verb.add_option("PORT", options.port, "Number, or name of a service")->required()->check(CheckPort);
     verb.add_option("--aet", options.ownTitle, "AE title of this program (KORVANE)")->check(CheckTitle);

@@ -179,7 +179,7 @@ private:
             {MakeTag(0x0004, 0x1512), MakeTag(0x0002, 0x0010), "transfer syntax"},
         };
         try {
-            const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData);
+            const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData, m_Watch);
             if (file.dataSet == nullptr) {
                 Note(at + path + " is not a DICOM file");
                 return;

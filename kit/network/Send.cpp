@@ -1,28 +1,30 @@
 #include "Send.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../core/Paths.h"
-#include "../core/Progress.h"
+#include "../core/TextEncoding.h"
+#include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
 #include "../dataset/DataSetOutput.h"
+#include "PeerConnection.h"
 
-#include "host/terminal/Terminal.h"
+#include "Dicom/Lib/network/StorageUser.h"
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 namespace korvane {
 
 namespace {
 
-constexpr std::uint64_t kUnit = 1024;  // of progress, whose counts have 32 bits
 constexpr int kMostBarren = 2;
 
 class SendJob {
 public:
-    explicit SendJob(const PeerOptions& options) : m_Options(options) {}
+    SendJob(const Peer& peer, const SendOptions& options) : m_Peer(peer), m_Watch(options.watcher) {}
 
     SendReport Run(const std::vector<std::string>& sources) {
         Find(sources);
@@ -41,12 +43,12 @@ private:
             }
             std::vector<std::string> files;
             std::vector<std::string> unreadable;
-            ListFolder(PathFromText(source), files, unreadable);
+            ListFolder(PathFromText(source), files, unreadable, m_Watch);
             std::sort(files.begin(), files.end());
             for (const std::string& file : files) paths.emplace_back(file, true);
             for (const std::string& line : unreadable) m_Report.failed.push_back({source, line});
         }
-        ProgressBar progress("looking", static_cast<long>(paths.size()));
+        TaskProgress progress(m_Watch, "looking", static_cast<std::int64_t>(paths.size()));
         for (const auto& [path, fromFolder] : paths) {
             Examine(path, fromFolder);
             progress.Step();
@@ -57,13 +59,13 @@ private:
         StorageFile file;
         std::string why;
         if (file.Examine(path, why) != 0) {
-            m_Units += static_cast<long>(file.dataLength / kUnit);
+            m_Bytes += file.dataLength;
             m_Files.push_back(std::move(file));
             return;
         }
         bool isMeant = true;
         try {
-            const DataSetFile read = ReadDataSetFile(path, kStopBeforePixelData);
+            const DataSetFile read = ReadDataSetFile(path, kStopBeforePixelData, m_Watch);
             if (read.dataSet == nullptr) {
                 isMeant = false;
                 why = "not DICOM";
@@ -71,17 +73,18 @@ private:
                 isMeant = false;
                 why = "a DICOMDIR";
             }
-        } catch (const Error&) {  // it cannot be read, as `why` says already
+        } catch (const Error& error) {  // it cannot be read, as `why` says already
+            if (error.GetKind() == ErrorKind::Stopped) throw;
         }
         (isMeant || !fromFolder ? m_Report.failed : m_Report.leftOut).push_back({path, why});
     }
 
     void SendAll() {
         const auto start = std::chrono::steady_clock::now();
-        PeerConnection peer(m_Options);
+        PeerConnection peer(m_Peer, m_Watch);
         DictionaryCodec codec;
         StorageUser user(peer.GetService(), codec);
-        ProgressBar progress("sending", m_Units, static_cast<double>(kUnit));
+        TaskProgress progress(m_Watch, "sending", static_cast<std::int64_t>(m_Bytes), 1);
         std::size_t next = 0;
         for (int barren = 0; next < m_Files.size();) {
             const std::size_t before = m_Report.stored;
@@ -100,9 +103,8 @@ private:
     bool Associate(PeerConnection& peer, std::size_t next) {
         try {
             peer.Associate();
-        } catch (const Interrupted&) {
-            Stop();
-        } catch (const HostError& failure) {
+        } catch (const Error& failure) {
+            if (failure.GetKind() == ErrorKind::Stopped) Stop();
             if (m_Report.associations == 0) throw;
             GiveUp(next, failure.what());
             return false;
@@ -112,20 +114,20 @@ private:
     }
 
     /// The files from `next` to `end`, as far as the association lasts.
-    void SendSome(StorageUser& user, DcmService& service, ProgressBar& progress, std::size_t& next, std::size_t end) {
+    void SendSome(StorageUser& user, DcmService& service, TaskProgress& progress, std::size_t& next, std::size_t end) {
         while (next < end && service.GetState() == DcmService::State::Established) {
             const StorageFile& file = m_Files[next++];
-            long units = 0;
+            std::uint64_t sent = 0;
             const auto advance = [&](std::uint64_t bytes) {
-                const auto now = static_cast<long>(std::min(bytes, file.dataLength) / kUnit);
-                progress.FireProgress(now - units);
-                units = now;
-                return platform::WasInterrupted();
+                const std::uint64_t now = std::min(bytes, file.dataLength);
+                if (m_Watch.IsStopped()) return true;
+                progress.Step(static_cast<std::int64_t>(now - sent));
+                sent = now;
+                return false;
             };
             user.SetProgress(advance);
             const StorageResult result = user.Send(file);
-            if (platform::WasInterrupted()) Stop();
-            advance(file.dataLength);
+            if (advance(file.dataLength)) Stop();
             Note(file, result);
         }
         user.SetProgress(nullptr);
@@ -149,21 +151,46 @@ private:
     }
 
     [[noreturn]] void Stop() const {
-        if (m_Report.stored == 0) throw Interrupted();
-        throw HostError("stopped; " + std::to_string(m_Report.stored) + " of " + std::to_string(m_Files.size()) +
-                        " files are stored at " + m_Options.Name());
+        if (m_Report.stored == 0) throw Error(ErrorKind::Stopped, "stopped");
+        throw Error(ErrorKind::Stopped, "stopped; " + std::to_string(m_Report.stored) + " of " +
+                                            std::to_string(m_Files.size()) + " files are stored at " + m_Peer.Name());
     }
 
-    const PeerOptions& m_Options;
+    const Peer& m_Peer;
+    Watch m_Watch;
     std::vector<StorageFile> m_Files;
-    long m_Units = 0;
+    std::uint64_t m_Bytes = 0;
     SendReport m_Report;
 };
 
+nlohmann::ordered_json FilesJson(const std::vector<SendReport::File>& files) {
+    const TextDecoder decoder("ISO_IR 192");
+    auto array = nlohmann::ordered_json::array();
+    for (const auto& file : files) {
+        array.push_back({{"path", decoder.ToUtf8(file.path)}, {"why", decoder.ToUtf8(file.why)}});
+        if (file.status != 0) array.back()["status"] = file.status;
+    }
+    return array;
+}
+
 }  // namespace
 
-SendReport SendFiles(const PeerOptions& peer, const std::vector<std::string>& sources) {
-    return SendJob(peer).Run(sources);
+SendReport Send(const Peer& peer, const std::vector<std::string>& sources, const SendOptions& options) {
+    return SendJob(peer, options).Run(sources);
+}
+
+std::string ToJson(const SendReport& report) {
+    nlohmann::ordered_json json;
+    json["schema"] = "korvane.send";
+    json["version"] = 1;
+    json["stored"] = report.stored;
+    json["bytes"] = report.bytes;
+    json["associations"] = report.associations;
+    json["seconds"] = report.seconds;
+    json["failed"] = FilesJson(report.failed);
+    json["warned"] = FilesJson(report.warned);
+    json["leftOut"] = FilesJson(report.leftOut);
+    return json.dump(2);
 }
 
 }  // namespace korvane

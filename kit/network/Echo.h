@@ -1,0 +1,32 @@
+// Whether a DICOM program answers: verification (C-ECHO, PS3.4 A).
+#pragma once
+
+#include "../core/Watcher.h"
+#include "Peer.h"
+
+#include <string>
+
+namespace korvane {
+
+struct EchoOptions {
+    Watcher* watcher = nullptr;
+};
+
+struct EchoReport {
+    Peer peer;                   ///< the one that was asked
+    std::string implementation;  ///< as which it named itself; may be empty. Escape it before printing.
+    double milliseconds = 0;     ///< from the request for the association to the answer
+};
+
+/// Asks for an association, sends one C-ECHO, releases. Throws `Error`: `NotFound` for a host or service that is not known,
+/// `Refused` when there is no connection, no association, no answer in time, or one that is no success; `Stopped`.
+///
+///     korvane::Peer peer{.host = "pacs", .port = "104"};
+///     std::cout << korvane::Echo(peer).milliseconds << " ms\n";
+KORVANE_KIT EchoReport Echo(const Peer& peer, const EchoOptions& options = {});
+
+/// One object: "schema" ("korvane.echo"), "version" (1; it grows when a member changes its meaning or goes), and the
+/// members of the report.
+KORVANE_KIT std::string ToJson(const EchoReport& report);
+
+}  // namespace korvane

@@ -1,0 +1,26 @@
+// Another DICOM program on the network.
+#pragma once
+
+#include "../core/KitExport.h"
+
+#include <string>
+
+namespace korvane {
+
+/// Where it is, and how it is spoken to. Titles are application entity titles (PS3.5 6.2): at most 16 ASCII characters.
+struct Peer {
+    std::string host;  ///< name or IPv4 address
+    std::string port;  ///< a number or the name of a service
+    std::string ownTitle = "KORVANE";
+    std::string peerTitle = "ANY-SCP";
+    int connectTimeout = 20;  ///< seconds for the connection, and for the answer to the request for an association
+    int timeout = 300;        ///< seconds for each other answer
+
+    /// "host:port".
+    std::string Name() const { return host + ":" + port; }
+};
+
+/// Why a text is no application entity title; empty for one.
+KORVANE_KIT std::string FaultOfTitle(const std::string& title);
+
+}  // namespace korvane
