@@ -2,14 +2,13 @@
 #include "Console.h"
 #include "SeriesOptions.h"
 #include "Verbs.h"
-#include <Korvane/kit/core/HostError.h>
 #include <Korvane/kit/pictures/SliceJob.h>
-#include <Korvane/kit/study/SeriesVolume.h>
 
 #include <CLI/CLI.hpp>
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,7 +21,11 @@ namespace {
 /// Texts of options that hold several numbers.
 struct Arguments {
     SeriesChoice choice;
-    SliceRequest request;
+    SliceOptions options;
+    std::string view;
+    std::string output;
+    bool all = false;
+    bool sheet = false;
     std::string point;
     std::string normal;
     std::string up;
@@ -33,14 +36,18 @@ struct Arguments {
     std::string interpolation = "linear";
 };
 
-const std::map<std::string, DcmOrientation::OrthoPlane> kViews = {{"axial", DcmOrientation::OP_AXIAL},
-                                                                  {"coronal", DcmOrientation::OP_CORONAL},
-                                                                  {"sagittal", DcmOrientation::OP_SAGITTAL}};
-const std::map<std::string, DcmObliqueSlice::Interpolation> kInterpolations = {{"nearest", DcmObliqueSlice::IP_NEAREST},
-                                                                               {"linear", DcmObliqueSlice::IP_LINEAR},
-                                                                               {"shaped", DcmObliqueSlice::IP_SHAPED}};
-const std::map<std::string, DcmObliqueSlice::SlabMode> kSlabModes = {
-    {"mean", DcmObliqueSlice::SM_MEAN}, {"max", DcmObliqueSlice::SM_MAXIMUM}, {"min", DcmObliqueSlice::SM_MINIMUM}};
+const std::map<std::string, View> kViews = {
+    {"axial", View::Axial}, {"coronal", View::Coronal}, {"sagittal", View::Sagittal}};
+const std::map<std::string, Interpolation> kInterpolations = {
+    {"nearest", Interpolation::Nearest}, {"linear", Interpolation::Linear}, {"shaped", Interpolation::Shaped}};
+const std::map<std::string, SlabMode> kSlabModes = {
+    {"mean", SlabMode::Mean}, {"max", SlabMode::Maximum}, {"min", SlabMode::Minimum}};
+constexpr double kSmallestLength = 1e-6;  // millimetres
+constexpr double kLargestLength = 1e9;
+
+Error Wrong(const std::string& sentence) {
+    return Error(ErrorKind::WrongArgument, sentence);
+}
 
 /// Numbers with commas between them, all of the text.
 template <std::size_t kCount>
@@ -56,85 +63,71 @@ std::array<double, kCount> ParseNumbers(const std::string& option, std::string_v
         at = result.ptr;
     }
     if (!good || at != end) {
-        throw UsageError(option + " takes " +
-                         (kCount == 1 ? "a number" : std::to_string(kCount) + " numbers, such as ") +
-                         (kCount == 3   ? "10,-20.5,30"
-                          : kCount == 2 ? "40,400"
-                                        : "") +
-                         ", not \"" + std::string(text) + '"');
+        throw Wrong(option + " takes " + (kCount == 1 ? "a number" : std::to_string(kCount) + " numbers, such as ") +
+                    (kCount == 3   ? "10,-20.5,30"
+                     : kCount == 2 ? "40,400"
+                                   : "") +
+                    ", not \"" + std::string(text) + '"');
     }
     return values;
 }
 
 double ParsePositive(const std::string& option, const std::string& text) {
     const double value = ParseNumbers<1>(option, text)[0];
-    if (value < DcmObliqueSlice::kSmallestLength || value > DcmObliqueSlice::kLargestLength) {
-        throw UsageError(option + " takes millimetres above 0");
+    if (value < kSmallestLength || value > kLargestLength) {
+        throw Wrong(option + " takes millimetres above 0");
     }
     return value;
 }
 
-SliceRequest ParseRequest(const Arguments& arguments) {
-    SliceRequest request = arguments.request;
-    if (!request.viewName.empty()) request.view = kViews.at(request.viewName);
-    request.all = request.all || request.sheet;
-    if (!request.view) {
-        if (arguments.normal.empty()) throw UsageError("either --view or --point and --normal are needed");
-        if (!arguments.point.empty()) request.plane.point = ParseNumbers<3>("--point", arguments.point);
-        request.plane.normal = ParseNumbers<3>("--normal", arguments.normal);
-        if (!arguments.up.empty()) request.plane.up = ParseNumbers<3>("--up", arguments.up);
+SliceOptions ParseOptions(const Arguments& arguments) {
+    SliceOptions options = arguments.options;
+    options.view.reset();
+    if (!arguments.view.empty()) options.view = kViews.at(arguments.view);
+    options.pictures = arguments.sheet ? SliceOptions::Pictures::Sheet
+                       : arguments.all ? SliceOptions::Pictures::All
+                                       : SliceOptions::Pictures::One;
+    if (!options.view) {
+        if (arguments.normal.empty()) throw Wrong("either --view or --point and --normal are needed");
+        if (!arguments.point.empty()) options.plane.point = ParseNumbers<3>("--point", arguments.point);
+        options.plane.normal = ParseNumbers<3>("--normal", arguments.normal);
+        if (!arguments.up.empty()) options.plane.up = ParseNumbers<3>("--up", arguments.up);
     }
     if (!arguments.window.empty()) {
         const auto window = ParseNumbers<2>("--window", arguments.window);
-        if (window[1] < 1) throw UsageError("a window is at least 1 wide");
-        request.window = Window{window[0], window[1]};
+        if (window[1] < 1) throw Wrong("a window is at least 1 wide");
+        options.window = Window{window[0], window[1]};
     }
-    if (!arguments.pixelSize.empty()) request.pixelSize = ParsePositive("--pixel", arguments.pixelSize);
-    request.interpolation = kInterpolations.at(arguments.interpolation);
-    if (!arguments.slab.empty()) {
-        request.slab = ParsePositive("--slab", arguments.slab);
-        request.slabMode = kSlabModes.at(arguments.slabMode);
-    }
-    return request;
-}
-
-/// Pixels that are no grey values, that the volume would hold as something else, or that 16 bits do not hold.
-void CheckPixels(const SeriesVolume& series, const SliceRequest& request) {
-    const PixelForm& form = series.GetHeader().form;
-    const std::string bits = std::to_string(form.allocated) + "-bit pixels";
-    std::string what;
-    if (!series.IsGrey()) {
-        what = series.DescribeColours() + " make no grey picture";
-    } else if ((form.allocated != 8 && form.allocated != 16 && form.allocated != 32) ||
-               (form.allocated == 8 && form.isSigned)) {
-        what = (form.isSigned ? "signed " : "") + bits + " cannot be sliced";
-    } else if (request.raw16 && form.allocated > 16) {
-        what = bits + " do not fit into 16 bits";
-    }
-    if (!what.empty()) throw HostError(series.GetHeader().path + ": " + what);
+    if (!arguments.pixelSize.empty()) options.pixelSize = ParsePositive("--pixel", arguments.pixelSize);
+    options.interpolation = kInterpolations.at(arguments.interpolation);
+    if (!arguments.slab.empty()) options.slab = ParsePositive("--slab", arguments.slab);
+    options.slabMode = kSlabModes.at(arguments.slabMode);
+    return options;
 }
 
 void MakeSlices(const Arguments& arguments) {
-    const SliceRequest request = ParseRequest(arguments);
     ConsoleWatcher watcher;
+    SliceOptions options = ParseOptions(arguments);
+    options.watcher = &watcher;
     SeriesChoice choice = arguments.choice;
     choice.watcher = &watcher;
     SeriesVolume series(choice);
-    CheckPixels(series, request);
+    CheckSlicing(series, options);
     series.Load();
-    SliceJob(request, series).Run();
+    const SliceReport report = SliceJob(series, options, arguments.output).Run();
+    for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
 }
 
 void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
-    SliceRequest& request = arguments.request;
-    CLI::Option* const view = verb.add_option("--view", request.viewName,
+    SliceOptions& options = arguments.options;
+    CLI::Option* const view = verb.add_option("--view", arguments.view,
                                               "axial, coronal or sagittal: the patient's right on the left, head up; "
                                               "front up in axial, left in sagittal pictures");
     view->check(CLI::IsMember(kViews));
     CLI::Option* const index =
-        verb.add_option("--index", request.index, "Which one, counted from 0 along the volume's axis (the middle one)");
-    CLI::Option* const all = verb.add_flag("--all", request.all, "All of the view: FILE is a folder for them");
-    CLI::Option* const sheet = verb.add_flag("--sheet", request.sheet, "All of the view, small, on one picture");
+        verb.add_option("--index", options.index, "Which one, counted from 0 along the volume's axis (the middle one)");
+    CLI::Option* const all = verb.add_flag("--all", arguments.all, "All of the view: FILE is a folder for them");
+    CLI::Option* const sheet = verb.add_flag("--sheet", arguments.sheet, "All of the view, small, on one picture");
     CLI::Option* const point = verb.add_option(
         "--point", arguments.point, "x,y,z in patient millimetres (LPS): the picture's middle (that of the volume)");
     CLI::Option* const normal =
@@ -150,7 +143,7 @@ void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
 }
 
 void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
-    SliceRequest& request = arguments.request;
+    SliceOptions& options = arguments.options;
     CLI::Option* const window = verb.add_option("--window", arguments.window,
                                                 "CENTRE,WIDTH in rescaled values (that of the series, else its 1st to "
                                                 "99th percentile)");
@@ -165,12 +158,12 @@ void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
         ->needs(slab);
     verb.add_option("--pixel", arguments.pixelSize, "Millimetres of a pixel (the smaller of the voxel's two sides)");
     CLI::Option* const annotate =
-        verb.add_flag("--annotate", request.annotate, "Directions at the edges, and a scale bar");
-    verb.add_flag("--raw16", request.raw16, "Stored values in 16 bits, signed ones + 32768; not windowed")
+        verb.add_flag("--annotate", options.annotate, "Directions at the edges, and a scale bar");
+    verb.add_flag("--raw16", options.raw16, "Stored values in 16 bits, signed ones + 32768; not windowed")
         ->excludes(window)
         ->excludes(annotate)
         ->excludes("--sheet");
-    verb.add_option("-o,--output", request.output, "FILE.png, or the folder for --all")->required();
+    verb.add_option("-o,--output", arguments.output, "FILE.png, or the folder for --all")->required();
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "ContactSheet.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 
 #include <algorithm>
 #include <cmath>
@@ -26,7 +26,8 @@ ContactSheet::ContactSheet(int count, int width, int height)
     const int rows = DivideUp(count, m_Columns);
     const double across = static_cast<double>(m_Columns) * m_Width + kGap;
     const double down = static_cast<double>(rows) * m_Height + kGap;
-    if (across * down > kMostPixels) throw HostError("too many pictures for one sheet: " + std::to_string(count));
+    if (across * down > kMostPixels)
+        throw Error(ErrorKind::Unsupported, "too many pictures for one sheet: " + std::to_string(count));
     m_Picture = Picture(static_cast<int>(across), static_cast<int>(down), kGround);
 }
 

@@ -12,7 +12,7 @@ public:
     static constexpr int kTile = 160;
     static constexpr int kGap = 2;  ///< between tiles and around them
 
-    /// For `count` pictures of this size. Throws `HostError` when the sheet would be too large.
+    /// For `count` pictures of this size. Throws `Error` when the sheet would be too large.
     ContactSheet(int count, int width, int height);
 
     int GetFactor() const { return m_Factor; }

@@ -1,6 +1,8 @@
 // A grey picture in memory, and drawing on it.
 #pragma once
 
+#include "../core/KitExport.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -8,7 +10,7 @@
 namespace korvane {
 
 /// 8 bits a pixel, 0 is black; (0, 0) is the upper left corner. What is drawn beside the picture is cut off.
-class Picture {
+class KORVANE_KIT Picture {
 public:
     Picture(int width, int height, std::uint8_t grey = 0);
 

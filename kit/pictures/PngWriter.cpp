@@ -1,6 +1,6 @@
 #include "PngWriter.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 
 #include <algorithm>
 #include <bit>
@@ -16,7 +16,7 @@ namespace korvane {
 namespace {
 
 constexpr int kCompression = 4;  // of 9: beyond it pictures take far longer and get hardly smaller
-constexpr int kBand = 64;        // rows between two looks at Ctrl-C
+constexpr int kBand = 64;        // rows between two looks at the watcher
 
 void WriteBytes(png_structp png, png_bytep bytes, std::size_t count) {
     auto* const file = static_cast<platform::OutputFile*>(png_get_io_ptr(png));
@@ -78,9 +78,11 @@ struct PngWriter::Encoder {
     png_infop info = nullptr;
 };
 
-PngWriter::PngWriter(const std::string& path) : m_Path(path) {
+PngWriter::PngWriter(const std::string& path, const Watch& watch) : m_Path(path), m_Watch(watch) {
     errno = 0;
-    if (!m_File.Open(path.c_str())) throw HostError("cannot create " + path + ": " + SystemText(errno));
+    if (!m_File.Open(path.c_str())) {
+        throw Error(ErrorKind::Disk, "cannot create " + path + ": " + SystemText(errno)).InFile(path);
+    }
 }
 
 void PngWriter::Write(const std::uint8_t* pixels, int width, int height) {
@@ -103,7 +105,7 @@ void PngWriter::Write(const void* pixels, int width, int height, int bits) {
         written = encoder.Begin(static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bits,
                                 hasSize ? static_cast<png_uint_32>(perMetre) : 0);
         for (int row = 0; written && row < height; row += kBand) {
-            StopIfInterrupted();
+            m_Watch.StopIfAsked();
             const int count = std::min(kBand, height - row);
             written = encoder.WriteRows(rows + static_cast<std::size_t>(row) * rowBytes, count, rowBytes);
         }
@@ -115,7 +117,7 @@ void PngWriter::Write(const void* pixels, int width, int height, int bits) {
         written = m_File.Close();
         error = errno;
     }
-    if (!written) throw HostError("cannot write " + m_Path + ": " + SystemText(error));
+    if (!written) throw Error(ErrorKind::Disk, "cannot write " + m_Path + ": " + SystemText(error)).InFile(m_Path);
 }
 
 }  // namespace korvane

@@ -1,6 +1,8 @@
 // Grey pictures as PNG files.
 #pragma once
 
+#include "../core/Watch.h"
+
 #include "../../platform/File.h"
 
 #include <cstdint>
@@ -15,13 +17,13 @@ namespace korvane {
 ///     png.Write(pixels, width, height);
 class PngWriter {
 public:
-    /// Creates the file. Throws `HostError`.
-    explicit PngWriter(const std::string& path);
+    /// Creates the file. Throws `Error`.
+    explicit PngWriter(const std::string& path, const Watch& watch = {});
 
     /// Millimetres, for programs that print pictures at their size.
     void SetPixelSize(double millimetres) { m_PixelSize = millimetres; }
 
-    // Rows from the top, without padding. Throw `HostError`; `Interrupted` once Ctrl-C has come.
+    // Rows from the top, without padding. Throw `Error`.
     void Write(const std::uint8_t* pixels, int width, int height);
     void Write(const std::uint16_t* pixels, int width, int height);
 
@@ -31,6 +33,7 @@ private:
     void Write(const void* pixels, int width, int height, int bits);
 
     std::string m_Path;
+    Watch m_Watch;
     platform::OutputFile m_File;
     double m_PixelSize = 0;
 };

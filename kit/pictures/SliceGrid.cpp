@@ -1,6 +1,6 @@
 #include "SliceGrid.h"
 
-#include "../core/HostError.h"
+#include "../core/Error.h"
 #include "../study/SeriesWarnings.h"
 
 #include "slicing/ViewAxes.h"
@@ -40,12 +40,13 @@ Vector UnitOf(const Vector& v) {
 
 void SetPixels(DcmObliqueSlice& slice, double width, double height, double pixelSize) {
     if (width > kLargestSide || height > kLargestSide || width * height > kMostPixels) {
-        throw HostError("the picture would have " + ShortNumber(width) + " x " + ShortNumber(height) + " pixels of " +
-                        ShortNumber(pixelSize) + " mm; --pixel makes them larger");
+        throw Error(ErrorKind::Unsupported, "the picture would have " + ShortNumber(width) + " x " +
+                                                ShortNumber(height) + " pixels of " + ShortNumber(pixelSize) +
+                                                " mm; --pixel makes them larger");
     }
     if (!slice.SetPixelSize(pixelSize, pixelSize) ||
         !slice.SetSize(static_cast<int>(width), static_cast<int>(height))) {
-        throw HostError(slice.GetError());
+        throw Error(ErrorKind::WrongArgument, slice.GetError());
     }
 }
 
@@ -141,9 +142,12 @@ void TakeUsualSide(PatientPlane& plane) {
 
 }  // namespace
 
-VolumeView FindView(CVolume& volume, DcmOrientation::OrthoPlane ortho) {
+VolumeView FindView(CVolume& volume, View wanted) {
+    constexpr DcmOrientation::OrthoPlane kPlanes[] = {DcmOrientation::OP_AXIAL, DcmOrientation::OP_CORONAL,
+                                                      DcmOrientation::OP_SAGITTAL};
     VolumeView view;
-    RadiologicalView(volume, ortho, view.raw);  // a volume without an orientation is shown as an axial one
+    RadiologicalView(volume, kPlanes[static_cast<int>(wanted)],
+                     view.raw);  // a volume without an orientation is shown as an axial one
     int dim[4];
     volume.GetDimensions(dim);
     ViewAxes axes;
@@ -155,7 +159,7 @@ VolumeView FindView(CVolume& volume, DcmOrientation::OrthoPlane ortho) {
 
 void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double pixelSize) {
     if (!slice.SetOrthogonal(view.raw.m_Plane, index, view.raw.m_bFlip1, view.raw.m_bFlip2)) {
-        throw HostError(slice.GetError());
+        throw Error(ErrorKind::WrongArgument, slice.GetError());
     }
     // What the slicer takes for z is the volume's table; the picture is to have the planes' own distance.
     CVolume& volume = *slice.GetVolume();
@@ -190,10 +194,11 @@ void PlacePlane(DcmObliqueSlice& slice, const PatientPlane& wanted, double pixel
     const Box box(volume);
     if (!slice.SetPlane(plane.point ? slice.DicomToVol(*plane.point) : box.Middle(), slice.DirectionToVol(row),
                         slice.DirectionToVol(Cross(away, row)))) {
-        throw UsageError("--normal or --up has no length, or they are parallel, or --point is too far away");
+        throw Error(ErrorKind::WrongArgument,
+                    "--normal or --up has no length, or they are parallel, or --point is too far away");
     }
     Cut cut(slice);
-    if (!cut.Find(box)) throw HostError("the plane does not meet the volume");
+    if (!cut.Find(box)) throw Error(ErrorKind::Unsupported, "the plane does not meet the volume");
     float space[4];
     volume.GetSpacing(space);
     const double pixel = pixelSize > 0 ? pixelSize : static_cast<double>(std::min(space[0], space[1]));

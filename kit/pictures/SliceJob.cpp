@@ -1,16 +1,13 @@
 #include "SliceJob.h"
 
-#include "../core/HostError.h"
 #include "../core/Paths.h"
-#include "../core/Progress.h"
-#include "../core/TextEncoding.h"
 #include "../study/SeriesWarnings.h"
 #include "ContactSheet.h"
 #include "PngWriter.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace korvane {
@@ -19,6 +16,11 @@ namespace {
 
 constexpr double kBeyondAnyValue = 1e12;
 constexpr std::uint16_t kSignedOffset = 32768;
+
+constexpr DcmObliqueSlice::Interpolation kInterpolations[] = {DcmObliqueSlice::IP_NEAREST, DcmObliqueSlice::IP_LINEAR,
+                                                              DcmObliqueSlice::IP_SHAPED};
+constexpr DcmObliqueSlice::SlabMode kSlabModes[] = {DcmObliqueSlice::SM_MEAN, DcmObliqueSlice::SM_MAXIMUM,
+                                                    DcmObliqueSlice::SM_MINIMUM};
 
 using Vector = DcmObliqueSlice::Vector;
 
@@ -45,78 +47,101 @@ void SetTrueSpacing(CVolume& volume, const FramePlace& place) {
 
 }  // namespace
 
-SliceJob::SliceJob(const SliceRequest& request, SeriesVolume& series)
-    : m_Request(request), m_Series(series), m_Slice(&series.GetVolume()), m_Files(Destination{}) {
+const char* WordOf(View view) {
+    switch (view) {
+    case View::Coronal: return "coronal";
+    case View::Sagittal: return "sagittal";
+    case View::Axial: break;
+    }
+    return "axial";
+}
+
+void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
+    const PixelForm& form = series.GetHeader().form;
+    const std::string bits = std::to_string(form.allocated) + "-bit pixels";
+    std::string what;
+    if (!series.IsGrey()) {
+        what = series.DescribeColours() + " make no grey picture";
+    } else if ((form.allocated != 8 && form.allocated != 16 && form.allocated != 32) ||
+               (form.allocated == 8 && form.isSigned)) {
+        what = (form.isSigned ? "signed " : "") + bits + " cannot be sliced";
+    } else if (options.raw16 && form.allocated > 16) {
+        what = bits + " do not fit into 16 bits";
+    }
+    const std::string& path = series.GetHeader().path;
+    if (!what.empty()) throw Error(ErrorKind::Unsupported, path + ": " + what).InFile(path);
+}
+
+SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output)
+    : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Series(series), m_Slice(&series.GetVolume()),
+      m_Files(Destination{}, m_Watch) {
     SetTrueSpacing(series.GetVolume(), series.GetPlace());
-    m_Slice.SetInterpolation(request.interpolation);
-    if (!m_Slice.SetSlab(request.slabMode, request.slab)) throw UsageError(m_Slice.GetError());
-    if (request.view) m_View = FindView(series.GetVolume(), *request.view);
-    if (!request.raw16) m_Window = FindWindow(series, request.window);
+    m_Slice.SetInterpolation(kInterpolations[static_cast<int>(options.interpolation)]);
+    const DcmObliqueSlice::SlabMode mode =
+        options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;
+    if (!m_Slice.SetSlab(mode, options.slab)) throw Error(ErrorKind::WrongArgument, m_Slice.GetError());
+    if (options.view) m_View = FindView(series.GetVolume(), *options.view);
+    if (!options.raw16) m_Window = FindWindow(series, options.window);
     // What is outside is black.
     m_Slice.SetBackground(m_Window.inverted ? kBeyondAnyValue : -kBeyondAnyValue);
 }
 
-void SliceJob::Run() {
-    if (m_Request.sheet) {
-        WriteSheet();
-    } else if (m_Request.all) {
-        WriteFolder();
-    } else {
-        WriteOne();
+SliceReport SliceJob::Run() {
+    switch (m_Options.pictures) {
+    case SliceOptions::Pictures::Sheet: WriteSheet(); break;
+    case SliceOptions::Pictures::All: WriteFolder(); break;
+    case SliceOptions::Pictures::One: WriteOne(); break;
     }
+    return std::move(m_Report);
 }
 
 int SliceJob::ChooseIndex() const {
-    const int index = m_Request.index.value_or(m_View.count / 2);
+    const int index = m_Options.index.value_or(m_View.count / 2);
     if (index < 0 || index >= m_View.count) {
-        throw UsageError("there is no plane " + std::to_string(index) + ": the " + m_Request.viewName +
-                         " view has 0 to " + std::to_string(m_View.count - 1));
+        throw Error(ErrorKind::WrongArgument, "there is no plane " + std::to_string(index) + ": the " +
+                                                  std::string(GetViewName()) + " view has 0 to " +
+                                                  std::to_string(m_View.count - 1));
     }
     return index;
 }
 
 void SliceJob::WriteOne() {
     std::string what = "oblique plane";
-    if (m_Request.view) {
+    if (m_Options.view) {
         const int index = ChooseIndex();
-        PlaceView(m_Slice, m_View, index, m_Request.pixelSize);
-        what = m_Request.viewName + " plane " + std::to_string(index) + " of 0 to " + std::to_string(m_View.count - 1);
+        PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
+        what = std::string(GetViewName()) + " plane " + std::to_string(index) + " of 0 to " +
+               std::to_string(m_View.count - 1);
     } else {
-        PlacePlane(m_Slice, m_Request.plane, m_Request.pixelSize);
+        PlacePlane(m_Slice, m_Options.plane, m_Options.pixelSize);
     }
-    WriteSlice(m_Request.output);
-    StopIfInterrupted();
-    m_Files.Commit();
-    std::printf("wrote %s\n", Visible(m_Files.GetNames().front()).c_str());
-    Report(what);
+    WriteSlice(m_Output);
+    Finish(what);
 }
 
 void SliceJob::WriteFolder() {
-    MakeDirectory(m_Request.output);
+    MakeDirectory(m_Output);
     {
-        ProgressBar progress("slicing", m_View.count);
+        TaskProgress progress(m_Watch, "slicing", m_View.count);
         for (int index = 0; index < m_View.count; ++index) {
-            PlaceView(m_Slice, m_View, index, m_Request.pixelSize);
-            WriteSlice(m_Request.output + "/" + m_Request.viewName + "-" + Number(index) + ".png");
+            PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
+            WriteSlice(m_Output + "/" + std::string(GetViewName()) + "-" + Number(index) + ".png");
             progress.Step();
         }
     }
-    m_Files.Commit();
-    std::printf("wrote %s to %s\n", Visible(m_Files.GetNames().front()).c_str(),
-                Visible(TextFromPath(PathFromText(m_Files.GetNames().back()).filename())).c_str());
-    Report("all " + std::to_string(m_View.count) + " " + m_Request.viewName + " planes");
+    Finish("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes");
 }
 
 void SliceJob::WriteSheet() {
-    PlaceView(m_Slice, m_View, 0, m_Request.pixelSize);
+    PlaceView(m_Slice, m_View, 0, m_Options.pixelSize);
     ContactSheet sheet(m_View.count, m_Slice.GetWidth(), m_Slice.GetHeight());
     const double pixelSize = m_Slice.GetPixelSize()[0] * sheet.GetFactor();
     {
-        ProgressBar progress("slicing", m_View.count);
+        TaskProgress progress(m_Watch, "slicing", m_View.count);
         for (int index = 0; index < m_View.count; ++index) {
-            PlaceView(m_Slice, m_View, index, m_Request.pixelSize);
+            PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
             Picture tile = MakePicture().Shrink(sheet.GetFactor());
-            if (m_Request.annotate) {
+            if (m_Options.annotate) {
                 // Letters on the first one hold for all.
                 Annotation annotation = index == 0 ? MakeAnnotation(pixelSize) : Annotation{};
                 annotation.corner = std::to_string(index);
@@ -126,28 +151,25 @@ void SliceJob::WriteSheet() {
             progress.Step();
         }
     }
-    WritePicture(m_Request.output, sheet.GetPicture(), pixelSize);
-    StopIfInterrupted();
-    m_Files.Commit();
-    std::printf("wrote %s\n", Visible(m_Files.GetNames().front()).c_str());
-    Report("all " + std::to_string(m_View.count) + " " + m_Request.viewName + " planes in rows of " +
+    WritePicture(m_Output, sheet.GetPicture(), pixelSize);
+    Finish("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes in rows of " +
                std::to_string(sheet.GetColumns()),
            sheet.GetFactor());
 }
 
 void SliceJob::WriteSlice(const std::string& path) {
-    if (m_Request.raw16) {
+    if (m_Options.raw16) {
         WriteRaw(path);
         return;
     }
     Picture picture = MakePicture();
     const double pixelSize = m_Slice.GetPixelSize()[0];
-    if (m_Request.annotate) Annotate(picture, MakeAnnotation(pixelSize));
+    if (m_Options.annotate) Annotate(picture, MakeAnnotation(pixelSize));
     WritePicture(path, picture, pixelSize);
 }
 
 void SliceJob::WritePicture(const std::string& path, const Picture& picture, double pixelSize) {
-    PngWriter png(m_Files.Begin(path));
+    PngWriter png(BeginFile(path), m_Watch);
     png.SetPixelSize(pixelSize);
     png.Write(picture.GetPixels(), picture.GetWidth(), picture.GetHeight());
 }
@@ -166,8 +188,8 @@ void SliceJob::WriteRaw(const std::string& path) {
             for (std::uint16_t& value : values) value = static_cast<std::uint16_t>(value ^ kSignedOffset);
         }
     }
-    if (!sampled) throw HostError(m_Slice.GetError());
-    PngWriter png(m_Files.Begin(path));
+    if (!sampled) throw SliceFailure();
+    PngWriter png(BeginFile(path), m_Watch);
     png.SetPixelSize(m_Slice.GetPixelSize()[0]);
     png.Write(values.data(), m_Slice.GetWidth(), m_Slice.GetHeight());
 }
@@ -176,7 +198,7 @@ Picture SliceJob::MakePicture() {
     Picture picture(m_Slice.GetWidth(), m_Slice.GetHeight());
     const Window& window = m_Window.stored;
     if (!m_Slice.GetPicture(picture.GetPixels(), picture.GetSize(), window.centre, window.width)) {
-        throw HostError(m_Slice.GetError());
+        throw SliceFailure();
     }
     if (m_Window.inverted) picture.Invert();
     return picture;
@@ -197,22 +219,41 @@ Annotation SliceJob::MakeAnnotation(double pixelSize) const {
     return annotation;
 }
 
-void SliceJob::Report(const std::string& what, int factor) const {
+std::string SliceJob::BeginFile(const std::string& path) {
+    const std::string target = m_Files.Begin(path);
+    if (target.empty()) m_Files.ThrowFailure();
+    return target;
+}
+
+void SliceJob::Finish(const std::string& what, int factor) {
+    m_Watch.StopIfAsked();
+    m_Files.Commit();
     const int round = factor - 1;
-    std::printf("%s, %d x %d pixels of %s mm\n", what.c_str(), (m_Slice.GetWidth() + round) / factor,
-                (m_Slice.GetHeight() + round) / factor, ShortNumber(m_Slice.GetPixelSize()[0] * factor).c_str());
-    const Vector right = m_Slice.DirectionToDicom(m_Slice.GetRow());
-    const Vector down = m_Slice.DirectionToDicom(m_Slice.GetColumn());
+    m_Report.files = m_Files.GetOutputs();
+    m_Report.what = what;
+    m_Report.width = (m_Slice.GetWidth() + round) / factor;
+    m_Report.height = (m_Slice.GetHeight() + round) / factor;
+    m_Report.pixelSize = m_Slice.GetPixelSize()[0] * factor;
     if (m_Series.GetPlace().hasOrientation) {
-        std::printf("right of the picture is %s, its lower edge %s\n", LabelOf(right, 1).c_str(),
-                    LabelOf(down, 1).c_str());
+        m_Report.right = LabelOf(m_Slice.DirectionToDicom(m_Slice.GetRow()), 1);
+        m_Report.below = LabelOf(m_Slice.DirectionToDicom(m_Slice.GetColumn()), 1);
     }
-    if (m_Request.raw16) {
-        const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
-        std::printf("stored values%s\n", isSigned ? " + 32768" : "");
-    } else {
-        std::printf("%s\n", m_Window.origin.c_str());
+    const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
+    m_Report.values = !m_Options.raw16 ? m_Window.origin : isSigned ? "stored values + 32768" : "stored values";
+}
+
+std::vector<std::string> Describe(const SliceReport& report) {
+    std::vector<std::string> lines;
+    const std::string& first = report.files.front().name;
+    const std::string last = TextFromPath(PathFromText(report.files.back().name).filename());
+    lines.push_back("wrote " + first + (report.files.size() > 1 ? " to " + last : ""));
+    lines.push_back(report.what + ", " + std::to_string(report.width) + " x " + std::to_string(report.height) +
+                    " pixels of " + ShortNumber(report.pixelSize) + " mm");
+    if (!report.right.empty()) {
+        lines.push_back("right of the picture is " + report.right + ", its lower edge " + report.below);
     }
+    lines.push_back(report.values);
+    return lines;
 }
 
 }  // namespace korvane

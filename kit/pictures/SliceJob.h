@@ -1,40 +1,27 @@
-// The pictures of one run of `korvane slice`.
+// The pictures of one call.
 #pragma once
 
+#include "../core/Error.h"
 #include "../core/ExportFiles.h"
+#include "../core/Watch.h"
 #include "../study/SeriesVolume.h"
 #include "Annotation.h"
+#include "Slice.h"
 #include "SliceGrid.h"
 #include "WindowChoice.h"
 
-#include <optional>
 #include <string>
 
 namespace korvane {
 
-struct SliceRequest {
-    std::optional<DcmOrientation::OrthoPlane> view;  ///< else a plane
-    std::string viewName;
-    std::optional<int> index;  ///< of one picture; the middle one without
-    bool all = false;
-    bool sheet = false;
-    PatientPlane plane;
-    std::optional<Window> window;
-    DcmObliqueSlice::Interpolation interpolation = DcmObliqueSlice::IP_LINEAR;
-    DcmObliqueSlice::SlabMode slabMode = DcmObliqueSlice::SM_NONE;
-    double slab = 0;       ///< millimetres
-    double pixelSize = 0;  ///< millimetres; 0: by the volume
-    bool annotate = false;
-    bool raw16 = false;
-    std::string output;  ///< a file, or a folder for all pictures of a view
-};
-
+/// Of a loaded series, whose spacing it sets to the true one.
 class SliceJob {
 public:
-    SliceJob(const SliceRequest& request, SeriesVolume& series);
+    /// `output`: a file, or a folder for all pictures of a view. Throws `Error`.
+    SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output);
 
-    /// Writes all pictures or none, and tells on standard output what they are. Throws `HostError`, `UsageError`.
-    void Run();
+    /// Writes all pictures or none. Throws `Error`.
+    SliceReport Run();
 
 private:
     void WriteOne();
@@ -46,14 +33,24 @@ private:
     Picture MakePicture();
     Annotation MakeAnnotation(double pixelSize) const;
     int ChooseIndex() const;
-    void Report(const std::string& what, int factor = 1) const;  // how many times smaller the pictures became
+    void Finish(const std::string& what, int factor = 1);  // how many times smaller the pictures became
+    std::string BeginFile(const std::string& path);
+    Error SliceFailure() const { return Error(ErrorKind::Unsupported, m_Slice.GetError()); }
+    const char* GetViewName() const { return WordOf(*m_Options.view); }
 
-    const SliceRequest& m_Request;
+    const SliceOptions& m_Options;
+    const std::string m_Output;
+    Watch m_Watch;
     SeriesVolume& m_Series;
     DcmObliqueSlice m_Slice;
     VolumeView m_View;
     WindowChoice m_Window;
     ExportFiles m_Files;
+    SliceReport m_Report;
 };
+
+/// Throws `Error` for pixels that are no grey values, that the volume would hold as something else, or that 16 bits do not
+/// hold where those are asked for.
+void CheckSlicing(const SeriesVolume& series, const SliceOptions& options);
 
 }  // namespace korvane

@@ -2,18 +2,13 @@
 #pragma once
 
 #include "../study/SeriesVolume.h"
+#include "Slice.h"
 
 #include <optional>
 #include <string>
 #include <utility>
 
 namespace korvane {
-
-/// A window as users and data sets state it, over rescaled values (PS3.3 C.11.2.1.2): centre and width.
-struct Window {
-    double centre = 0;
-    double width = 1;
-};
 
 /// A window over the values that are stored.
 struct WindowChoice {

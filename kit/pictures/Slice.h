@@ -1,0 +1,83 @@
+// Pictures of planes through a series.
+#pragma once
+
+#include "../core/ExportOutput.h"
+#include "../core/KitExport.h"
+#include "../core/Watcher.h"
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// A radiological view: the patient's right on the left, head up; front up in axial, left in sagittal pictures.
+enum class View { Axial, Coronal, Sagittal };
+
+/// The words "axial", "coronal", "sagittal".
+KORVANE_KIT const char* WordOf(View view);
+
+/// How a value between voxels is made: that of the nearest one, trilinear, or linear in the plane with smoothed weights
+/// between planes.
+enum class Interpolation { Nearest, Linear, Shaped };
+
+/// What is taken of the values across a slab.
+enum class SlabMode { Mean, Maximum, Minimum };
+
+/// A plane through a point, or through the volume's middle, in patient millimetres (LPS: x to the left, y to the back, z to
+/// the head). The sign of the normal says nothing: by the patient plane that it is nearest to, a plane is seen from the
+/// feet (axial), from the front (coronal) or from the patient's left (sagittal), as in the views. `up` only turns the
+/// picture; without it the front is up in axial pictures, the head in others.
+struct PatientPlane {
+    std::optional<std::array<double, 3>> point{};
+    std::array<double, 3> normal{};
+    std::optional<std::array<double, 3>> up{};
+};
+
+/// Grey values as users and data sets state them, over rescaled values (PS3.3 C.11.2.1.2): centre and width.
+struct Window {
+    double centre = 0;
+    double width = 1;  ///< at least 1
+};
+
+/// Which pictures, and what they look like. The defaults give the middle axial plane.
+struct SliceOptions {
+    enum class Pictures {
+        One,    ///< the plane, or the view's plane `index`
+        All,    ///< all of a view, files in the folder `output`
+        Sheet,  ///< all of a view, small, on one picture
+    };
+
+    std::optional<View> view = View::Axial;  ///< none: `plane`
+    Pictures pictures = Pictures::One;
+    std::optional<int> index{};  ///< along the volume's axis, from 0; none: the middle one
+    PatientPlane plane{};
+    std::optional<Window>
+        window{};  ///< none: that of the series, else from the 1st to the 99th percentile of the values
+    Interpolation interpolation = Interpolation::Linear;
+    double slab = 0;  ///< millimetres across the plane that are taken together
+    SlabMode slabMode = SlabMode::Mean;
+    double pixelSize = 0;   ///< millimetres; 0: the smaller of the voxel's two sides
+    bool annotate = false;  ///< directions at the edges, and a scale bar
+    bool raw16 = false;     ///< stored values in 16 bits, signed ones + 32768, in place of a window
+    Watcher* watcher = nullptr;
+};
+
+/// What pictures show.
+struct SliceReport {
+    std::vector<ExportOutput> files{};
+    std::string what{};  ///< "axial plane 3 of 0 to 7"
+    int width = 0;       ///< pixels; of one tile of a sheet
+    int height = 0;
+    double pixelSize = 0;  ///< millimetres
+    std::string
+        right{};  ///< patient directions of the right and the lower edge (letters of L R P A H F); "" if unknown
+    std::string below{};
+    std::string values{};  ///< "window 40,400 of the series": where grey values come from
+};
+
+/// Lines for people, without line ends; not escaped for printing.
+KORVANE_KIT std::vector<std::string> Describe(const SliceReport& report);
+
+}  // namespace korvane
