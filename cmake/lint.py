@@ -122,7 +122,7 @@ def check_arrows(files, public):
                 yield f"{path}:{number}: {room}/ must not include {other}/ ({name})"
             elif not angled and target is None:
                 yield f"{path}:{number}: no such file in the project: {name}"
-            elif name.startswith("Korvane/"):
+            elif name.startswith("Korvane/") and name != "Korvane/Version.h":  # which the build makes
                 yield f"{path}:{number}: inside the library include by folder, not {name}"
             elif path.as_posix() in public and target and not (ROOT / path.parent / name).is_file():
                 yield f"{path}:{number}: public headers include relatively: {name}"

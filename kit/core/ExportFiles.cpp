@@ -5,7 +5,7 @@
 #include "Paths.h"
 
 #include "platform/File.h"
-#include <Korvane/Korvane.h>
+#include "export/CFileWriter.h"
 
 #include <algorithm>
 #include <cerrno>

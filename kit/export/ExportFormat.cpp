@@ -4,7 +4,10 @@
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
 
-#include <Korvane/Korvane.h>
+#include "export/CAnalyzeVolume.h"
+#include "export/CCBobVolume.h"
+#include "export/CRTVizVolume.h"
+#include "volume/CVolume.h"
 
 #include <algorithm>
 

@@ -3,7 +3,9 @@
 #include "../core/Error.h"
 #include "ExportReport.h"
 
-#include <Korvane/Korvane.h>
+#include "export/CFileWriter.h"
+#include "export/CVolumeExport.h"
+#include "volume/CVolume.h"
 
 #include <algorithm>
 

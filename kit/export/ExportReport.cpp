@@ -6,7 +6,9 @@
 #include "ExportFormat.h"
 #include "IrregularPolicy.h"
 
-#include <Korvane/Korvane.h>
+#include "volume/CImagePlane.h"
+#include "volume/CVolume.h"
+
 #include <Korvane/Version.h>
 
 #include <algorithm>

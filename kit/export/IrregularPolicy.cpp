@@ -5,7 +5,8 @@
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
 
-#include <Korvane/Korvane.h>
+#include "slicing/CVolumeReformatter.h"
+#include "volume/CImagePlane.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
-#include "../../kit/core/ExportFiles.h"
-#include "../../kit/core/Error.h"
+#include <Korvane/kit/core/Error.h>
+#include <Korvane/kit/core/ExportFiles.h>
 
 #include <Korvane/export/CFileWriter.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "../../kit/core/Destination.h"
-#include "../../kit/core/Error.h"
+#include <Korvane/kit/core/Destination.h>
+#include <Korvane/kit/core/Error.h>
 
 #include <gtest/gtest.h>
 
