@@ -48,7 +48,9 @@ void ExportSeries(Arguments& arguments) {
     arguments.choice.watcher = &watcher;
     arguments.options.askPassword = AskPassword;
     ExportJob job(arguments.format, arguments.url, arguments.options);
-    const ExportReport report = job.Run(arguments.choice);
+    SeriesChoice choice = arguments.choice;
+    choice.watcher = &watcher;
+    const ExportReport report = job.Run(choice);
     for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
 }
 

@@ -12,6 +12,9 @@
 
 namespace korvane {
 
+class Series;
+class Volume;
+
 /// What becomes of a series whose planes are not even, or whose positions repeat.
 enum class Irregular {
     Keep,      ///< the planes as they are, of the first of several volumes
@@ -26,6 +29,7 @@ KORVANE_KIT const char* WordOf(Irregular policy);
 /// How an export is made. The defaults write all files, whole, and no report.
 struct ExportOptions {
     Irregular irregular = Irregular::Keep;
+    int volume = 0;       ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
     bool dryRun = false;  ///< everything is read and converted, nothing is written, and the report says what would be
     /// A file for the report as JSON (`ToJson`), with checksums; none when empty. It is there before the volume files get
     /// their names. A run that fails writes it too, one that is stopped does not.
@@ -84,6 +88,17 @@ struct ExportReport {
     std::vector<LeftOut> leftOut{};
     std::vector<ExportedVolume> volumes{};
 };
+
+/// Writes the files of a series: all of them, whole, or none. `format`: one of `GetExportFormats`. `url`:
+/// "file:path/name" or "ftp:user%password@host/path/name", without extension. Throws `Error`.
+///
+///     const korvane::Found found = korvane::Find({"ct"});
+///     korvane::Export(found.Only(), "nifti", "file:out/head");
+KORVANE_KIT ExportReport Export(const Series& series, const std::string& format, const std::string& url,
+                                const ExportOptions& options = {});
+/// The same of a volume that is loaded; `Irregular::Split` takes its parts alone.
+KORVANE_KIT ExportReport Export(const Volume& volume, const std::string& format, const std::string& url,
+                                const ExportOptions& options = {});
 
 /// One JSON object with a line end: "schema" ("korvane.export"), "version" (1; it grows when a member changes its meaning
 /// or goes), "status" ("done", "dry run" or "failed", then with "error"), what was read and what was left out and why, and

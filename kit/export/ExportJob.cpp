@@ -8,6 +8,7 @@
 #include "volume/CVolume.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace korvane {
 
@@ -62,9 +63,23 @@ ExportJob::ExportJob(const std::string& format, const std::string& url, const Ex
 ExportJob::~ExportJob() = default;
 
 ExportReport ExportJob::Run(const SeriesChoice& choice) {
+    return RunOn([&] { return std::make_unique<SeriesVolume>(choice); });
+}
+
+ExportReport ExportJob::Run(const Series& series) {
+    return RunOn([&] { return std::make_unique<SeriesVolume>(series, m_Options.volume, m_Watch); });
+}
+
+ExportReport ExportJob::Run(SeriesVolume& series) {
+    return RunOn([&] { return &series; });
+}
+
+template <class MakeSeries>
+ExportReport ExportJob::RunOn(const MakeSeries& make) {
     CheckReportFile();
     try {
-        Export(choice);
+        const auto series = make();
+        Export(*series);
     } catch (const Error& error) {
         const ErrorKind kind = error.GetKind();
         if (kind != ErrorKind::Stopped && kind != ErrorKind::WrongArgument) ReportFailure(error.what());
@@ -96,8 +111,7 @@ void ExportJob::ReportFailure(const std::string& text) {
     }
 }
 
-void ExportJob::Export(const SeriesChoice& choice) {
-    SeriesVolume series(choice);
+void ExportJob::Export(SeriesVolume& series) {
     const ExportPlan plan = MakePlan(series, m_Options.irregular);
     AddSeries(m_Report, series, plan);
     std::size_t slices = plan.parts.size() == 1 ? series.GetSliceCount() : 0;

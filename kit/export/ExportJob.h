@@ -23,11 +23,16 @@ public:
     ExportJob(const ExportJob&) = delete;
     ExportJob& operator=(const ExportJob&) = delete;
 
-    /// Writes all files or none. Throws `Error`. Once only.
+    // Write all files or none. Throw `Error`. Once only.
     ExportReport Run(const SeriesChoice& choice);
+    ExportReport Run(const Series& series);
+    /// As it is loaded, if it is one.
+    ExportReport Run(SeriesVolume& series);
 
 private:
-    void Export(const SeriesChoice& choice);
+    template <class MakeSeries>
+    ExportReport RunOn(const MakeSeries& make);
+    void Export(SeriesVolume& series);
     void OpenFiles();
     void ExportParts(SeriesVolume& series, const ExportPlan& plan);
     void ExportOne(SeriesVolume& series, const ExportPart& part, bool resample);
