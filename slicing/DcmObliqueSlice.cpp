@@ -23,6 +23,7 @@ using korvane_detail::GreyWindow;
 using korvane_detail::PatientFrame;
 using korvane_detail::PlaneOffset;
 using korvane_detail::PlaneOffsets;
+using korvane_detail::Sampling;
 using korvane_detail::SlabRow;
 using korvane_detail::SliceGrid;
 using korvane_detail::SlicePlan;
@@ -203,6 +204,7 @@ DcmObliqueSlice& DcmObliqueSlice::operator=(const DcmObliqueSlice& other) {
     m_SlabStep = other.m_SlabStep;
     m_Background = other.m_Background;
     m_bWide = other.m_bWide;
+    m_bAreaAverage = other.m_bAreaAverage;
     m_Error = other.m_Error;
     return *this;
 }
@@ -286,7 +288,7 @@ bool DcmObliqueSlice::SetSize(int width, int height) {
 }
 
 bool DcmObliqueSlice::SetInterpolation(Interpolation interpolation) {
-    if (interpolation < IP_NEAREST || interpolation > IP_SHAPED) {
+    if (interpolation < IP_NEAREST || interpolation > IP_CUBIC) {
         return Fail("unknown interpolation");
     }
     m_Interpolation = interpolation;
@@ -417,17 +419,25 @@ bool DcmObliqueSlice::Sample(Sink sink) {
     const Vector centre = Straighten(tables.GetOffsets(), m_Centre);
     const Vector corner = Add(StraightPixel(centre, 0, 0), -layerStep * (layers - 1) / 2, normal);
     SliceGrid grid = {{}, {}, {}, {}, m_Width, m_Height, layers};
+    SlicePlan plan(tables);
     for (std::size_t axis = 0; axis < 3; ++axis) {
         grid.m_Origin[axis] = corner[axis];
         grid.m_PerPixel[axis] = m_Row[axis] * m_PixelSize[0];
         grid.m_PerRow[axis] = m_Column[axis] * m_PixelSize[1];
         grid.m_PerLayer[axis] = normal[axis] * layerStep;
     }
-    SlicePlan plan(tables);
+    if (m_bAreaAverage) {
+        grid.m_Across = plan.CountParts(grid.m_PerPixel);
+        grid.m_Down = plan.CountParts(grid.m_PerRow);
+    }
     plan.SetGrid(grid);
-    plan.SetKernel(m_Interpolation == IP_NEAREST, m_Interpolation == IP_SHAPED, m_bWide);
+    plan.SetKernel(static_cast<Sampling>(m_Interpolation), m_bWide);
     plan.SetBackground(m_Background);
-    if (layers > 1) plan.SetSlab(static_cast<SlabRow::Mode>(m_SlabMode - SM_MEAN));
+    if (layers > 1) {
+        plan.SetSlab(static_cast<SlabRow::Mode>(m_SlabMode - SM_MEAN));
+    } else if (grid.m_Across > 1 || grid.m_Down > 1) {
+        plan.SetSlab(SlabRow::kMean);
+    }
     for (int first = 0; first < m_Height; first += SlicePlan::kBand) {
         const int count = std::min(SlicePlan::kBand, m_Height - first);
         plan.SampleRows(first, count, sink.GetRows(first));
@@ -453,6 +463,32 @@ bool DcmObliqueSlice::GetPixels(void* pixels, std::size_t bytes) {
     };
     return Sample(Sink{static_cast<unsigned char*>(pixels), bytes, static_cast<std::size_t>(m_Width),
                        static_cast<std::size_t>(m_Height), 0});
+}
+
+bool DcmObliqueSlice::GetPixelStack(void* pixels, std::size_t bytes, int count, double step) {
+    if (m_pVolume == nullptr) {
+        return Fail("slice without a volume");
+    }
+    const int size = m_pVolume->GetTypeSize();
+    const std::size_t most = std::numeric_limits<std::size_t>::max() / static_cast<std::size_t>(std::max(size, 1));
+    if (count < 1 || !std::isfinite(step)) {
+        return Fail("slice stack out of range");
+    }
+    if (size < 1) {
+        return Fail("volume of an unknown pixel type");
+    }
+    const std::size_t picture = std::min(GetPixelCount(), most) * static_cast<std::size_t>(size);
+    if (pixels == nullptr || bytes / picture < static_cast<std::size_t>(count)) {
+        return Fail(kNoRoom);
+    }
+    DcmObliqueSlice slice(*this);
+    for (int n = 0; n < count; ++n) {
+        slice.m_Centre = m_Centre;
+        if (!slice.Move(n * step) || !slice.GetPixels(static_cast<unsigned char*>(pixels) + n * picture, picture)) {
+            return Fail(slice.GetError().c_str());
+        }
+    }
+    return true;
 }
 
 bool DcmObliqueSlice::GetPicture(unsigned char* pixels, std::size_t bytes, double centre, double width) {

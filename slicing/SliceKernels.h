@@ -23,12 +23,22 @@ inline bool IsSampledInFloat(int size) {
     return size < 4;
 }
 
+/// How a sample comes of the voxels around it.
+enum class Sampling {
+    kNearest,
+    kLinear,
+    kShaped,  ///< linear in x and y, smoothed weights along z
+    kCubic,   ///< Catmull-Rom, four voxels along each axis
+};
+
 using SliceKernel = void (*)(const SliceView& view, const SliceRun& run, void* out);
 
 /// The loop for this volume. `shaped`: the smoothed weights along z. The wide ones need AVX2 and take what is left of a
 /// run by the others, with the same results to the bit; null where the volume or the processor is not fit for them.
 SliceKernel GetNearestKernel(const SliceView& view);
 SliceKernel GetLinearKernel(const SliceView& view, bool shaped);
+/// Values beyond the range of integer voxels are held within it.
+SliceKernel GetCubicKernel(const SliceView& view);
 SliceKernel GetWideNearestKernel(const SliceView& view);
 SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped);
 

@@ -73,12 +73,25 @@ void SlicePlan::MakeShears() {
     }
 }
 
-void SlicePlan::SetKernel(bool nearest, bool shaped, bool wide) {
+int SlicePlan::CountParts(const double (&step)[3]) const {
+    double voxels = 0;
+    for (int axis = 0; axis < 3; ++axis) {
+        voxels = std::max(voxels, std::fabs(step[axis]) * m_Tables.GetScale()[axis] / m_Tables.GetVoxel()[axis]);
+    }
+    return std::clamp(platform::TruncateToInt32(std::ceil(voxels - kBorder)), 1, kMostParts);
+}
+
+void SlicePlan::SetKernel(Sampling sampling, bool wide) {
     const SliceView& view = m_Tables.GetView();
-    m_bNearest = nearest;
-    m_bShaped = shaped;
+    const bool shaped = sampling == Sampling::kShaped;
+    m_Sampling = sampling;
     m_bWide = wide;
     m_Kernel = nullptr;
+    if (sampling == Sampling::kCubic) {
+        m_Kernel = GetCubicKernel(view);
+        return;
+    }
+    const bool nearest = sampling == Sampling::kNearest;
     if (wide) {
         m_Kernel = nearest ? GetWideNearestKernel(view) : GetWideLinearKernel(view, shaped);
     }
@@ -91,13 +104,22 @@ void SlicePlan::SetBackground(double value) {
     StoreValue(value, m_Tables.GetView().m_Type, m_Background);
 }
 
-SlicePlan::Line SlicePlan::FindLine(int row, int layer) const {
+SlicePlan::Line SlicePlan::FindLine(int row) const {
     Line line;
     for (int axis = 0; axis < 3; ++axis) {
-        line.m_Start[axis] = m_Grid.m_Origin[axis] + row * m_Grid.m_PerRow[axis] + layer * m_Grid.m_PerLayer[axis];
+        line.m_Start[axis] = m_Grid.m_Origin[axis] + row * m_Grid.m_PerRow[axis];
         line.m_Step[axis] = m_Grid.m_PerPixel[axis];
     }
     return line;
+}
+
+SlicePlan::Line SlicePlan::Shift(const Line& line, double across, double down, int layer) const {
+    Line shifted = line;
+    for (int axis = 0; axis < 3; ++axis) {
+        shifted.m_Start[axis] += layer * m_Grid.m_PerLayer[axis];
+        shifted.m_Start[axis] += across * m_Grid.m_PerPixel[axis] + down * m_Grid.m_PerRow[axis];
+    }
+    return shifted;
 }
 
 /// Calls `work` with a line and the first and the end of its samples, all inside the volume, for each straight piece of
@@ -156,7 +178,7 @@ bool SlicePlan::IsBent(const Line& line, int end, int other) const {
 void SlicePlan::Sample(const Line& line, int first, int count, void* out) const {
     auto* const to = static_cast<unsigned char*>(out);
     const int size = m_Tables.GetView().m_Size;
-    const int bytes = m_bNearest ? size : IsSampledInFloat(size) ? 4 : 8;
+    const int bytes = m_Sampling == Sampling::kNearest ? size : IsSampledInFloat(size) ? 4 : 8;
     int from = first;
     int last = first + count - 1;
     for (; from < last && IsBent(line, from, last); ++from) SampleRun(line, from, 1, to + (from - first) * bytes);
@@ -176,17 +198,17 @@ void SlicePlan::SampleRun(const Line& line, int first, int count, void* out) con
         run.m_Step[axis] = count > 1 ? (end - begin) / (count - 1) : 0;
     }
     const SliceView& view = m_Tables.GetView();
-    if (!IsAlongRow(run)) {
+    if (m_Sampling == Sampling::kCubic || !IsAlongRow(run)) {
         m_Kernel(view, run, out);
-    } else if (m_bNearest) {
+    } else if (m_Sampling == Sampling::kNearest) {
         SampleNearestAlongRow(view, run, out);
     } else {
-        SampleLinearAlongRow(view, run, m_bShaped, m_bWide, out);
+        SampleLinearAlongRow(view, run, m_Sampling == Sampling::kShaped, m_bWide, out);
     }
 }
 
 void SlicePlan::SamplePixels(const Line& line, int first, int count, unsigned char* pixels) {
-    if (m_bNearest) {
+    if (m_Sampling == Sampling::kNearest) {
         Sample(line, first, count, pixels);
     } else {
         Sample(line, first, count, m_Samples);
@@ -195,22 +217,32 @@ void SlicePlan::SamplePixels(const Line& line, int first, int count, unsigned ch
 }
 
 void SlicePlan::SampleSlab(int row, unsigned char* pixels) {
-    const SliceView& view = m_Tables.GetView();
+    const auto part = [](int i, int count) { return (i - (count - 1) / 2.0) / count; };
+    const Line line = FindLine(row);
     m_Slab->Clear();
     for (int layer = 0; layer < m_Grid.m_Layers; ++layer) {
-        ForEachPiece(FindLine(row, layer), [&](const Line& line, int first, int end) {
-            for (int i = first; i < end; i += kRun) {
-                const int count = std::min(kRun, end - i);
-                Sample(line, i, count, m_Samples);
-                if (m_bNearest) {
-                    m_Slab->AddPixels(i, count, m_Samples, view.m_Type);
-                } else {
-                    m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size));
-                }
+        for (int down = 0; down < m_Grid.m_Down; ++down) {
+            for (int across = 0; across < m_Grid.m_Across; ++across) {
+                AddToSlab(Shift(line, part(across, m_Grid.m_Across), part(down, m_Grid.m_Down), layer));
             }
-        });
+        }
     }
-    m_Slab->Store(view.m_Type, m_Background, pixels);
+    m_Slab->Store(m_Tables.GetView().m_Type, m_Background, pixels);
+}
+
+void SlicePlan::AddToSlab(const Line& row) {
+    const SliceView& view = m_Tables.GetView();
+    ForEachPiece(row, [&](const Line& line, int first, int end) {
+        for (int i = first; i < end; i += kRun) {
+            const int count = std::min(kRun, end - i);
+            Sample(line, i, count, m_Samples);
+            if (m_Sampling == Sampling::kNearest) {
+                m_Slab->AddPixels(i, count, m_Samples, view.m_Type);
+            } else {
+                m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size));
+            }
+        }
+    });
 }
 
 void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
@@ -228,7 +260,7 @@ void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
             FillPixels(m_Background, static_cast<int>(size), static_cast<std::size_t>(to - from), at(j, from));
         };
         int filled = 0;
-        ForEachPiece(FindLine(first + j, 0), [&](const Line& line, int begin, int end) {
+        ForEachPiece(FindLine(first + j), [&](const Line& line, int begin, int end) {
             fill(filled, begin);
             for (int i = begin; i < end; i += kRun) SamplePixels(line, i, std::min(kRun, end - i), at(j, i));
             filled = end;

@@ -20,6 +20,9 @@ struct SliceGrid {
     int m_Width;
     int m_Height;
     int m_Layers;
+    /// Samples of a pixel along the row and down the column, spread over its area.
+    int m_Across = 1;
+    int m_Down = 1;
 };
 
 class SlicePlan {
@@ -29,8 +32,12 @@ public:
     SlicePlan& operator=(const SlicePlan&) = delete;
 
     void SetGrid(const SliceGrid& grid);
-    void SetKernel(bool nearest, bool shaped, bool wide);
+    void SetKernel(Sampling sampling, bool wide);
+    /// What becomes of the samples of a pixel where there are several: layers, or parts of its area.
     void SetSlab(SlabRow::Mode mode) { m_Slab.emplace(mode, m_Grid.m_Width); }
+    /// How many samples leave no voxel out along a step of the grid (`SetGrid` first), 1 to kMostParts.
+    int CountParts(const double (&step)[3]) const;
+    static constexpr int kMostParts = 256;
     void SetBackground(double value);
 
     /// Rows are sampled some at a time; the most that `SampleRows` takes.
@@ -54,7 +61,8 @@ private:
     };
 
     void MakeShears();
-    Line FindLine(int row, int layer) const;
+    Line FindLine(int row) const;
+    Line Shift(const Line& line, double across, double down, int layer) const;
     template <typename Work>
     void ForEachPiece(const Line& line, Work work) const;
     bool IsBent(const Line& line, int end, int other) const;
@@ -62,6 +70,7 @@ private:
     void SampleRun(const Line& line, int first, int count, void* out) const;
     void SamplePixels(const Line& line, int first, int count, unsigned char* pixels);
     void SampleSlab(int row, unsigned char* pixels);
+    void AddToSlab(const Line& row);
 
     const SliceTables& m_Tables;
     SliceGrid m_Grid = {};  // in positions
@@ -69,8 +78,7 @@ private:
     double m_High[3] = {0, 0, 0};
     CClipLine m_Box;
     std::vector<Shear> m_Shears;  // of a stack whose planes are not on one line
-    bool m_bNearest = false;
-    bool m_bShaped = false;
+    Sampling m_Sampling = Sampling::kLinear;
     bool m_bWide = false;
     SliceKernel m_Kernel = nullptr;
     std::optional<SlabRow> m_Slab;
