@@ -36,6 +36,9 @@ using Vector = DcmObliqueSlice::Vector;
 constexpr double kNoDirection = 1e-9;
 constexpr double kParallel = 1e-6;
 
+// Of one pixel, through a slab and over its area.
+constexpr std::int64_t kMostSamples = 1 << 20;
+
 constexpr const char* kNoRoom = "too little memory for the slice's pixels";
 
 /// a + s * b
@@ -429,6 +432,9 @@ bool DcmObliqueSlice::Sample(Sink sink) {
     if (m_bAreaAverage) {
         grid.m_Across = plan.CountParts(grid.m_PerPixel);
         grid.m_Down = plan.CountParts(grid.m_PerRow);
+        if (std::int64_t{layers} * grid.m_Across * grid.m_Down > kMostSamples) {
+            return Fail("pixels of too many samples");
+        }
     }
     plan.SetGrid(grid);
     plan.SetKernel(static_cast<Sampling>(m_Interpolation), m_bWide);

@@ -160,7 +160,7 @@ public:
     /// Where pixels are larger than voxels, take the mean over each pixel's area instead of its centre: samples no further
     /// apart than voxels (at most 256 along each side of a pixel), those outside the volume left out. A slab's samples are
     /// spread over the area likewise, and its mean, maximum or minimum is over all of them. Smaller pixels stay as they
-    /// are. Off at first.
+    /// are. More than 1,048,576 samples of one pixel are refused when it comes to sampling. Off at first.
     void SetAreaAverage(bool average) { m_bAreaAverage = average; }
     bool GetAreaAverage() const { return m_bAreaAverage; }
 

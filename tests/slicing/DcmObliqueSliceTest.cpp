@@ -460,3 +460,120 @@ TEST(DcmObliqueSlice, ViewsOfALeaningStack) {
     std::vector<unsigned char> pixels(slice.GetPixelCount() * 2);
     EXPECT_FALSE(slice.GetPixels(pixels.data(), pixels.size()));
 }
+
+// ---- Cubic interpolation, area averages, stacks
+
+TEST(DcmObliqueSlice, CubicIsExactOnQuadratics) {
+    Random random;
+    int compared = 0;
+    for (const auto& stack : kStacks) {
+        for (const int columns : {2, 3, 12}) {
+            SlicedVolume volume({CVolume::PT_FLOAT, columns, 9, stack, 0.7F, 1.3F}, [](int, int, int) { return 0; });
+            const bool bent = columns > 2;  // two columns make a line
+            const auto field = [&](const Slice::Vector& p) {
+                return 2 + (bent ? p[0] * p[0] : p[0]) - 0.3 * p[0] * p[1] + 0.5 * p[1] * p[1] +
+                       p[2] * (0.2 * p[2] - 1) + 0.01 * p[0] * p[1] * p[1] * p[2];
+            };
+            ForEach(*volume, [&](int i, int j, int k) {
+                const auto value = static_cast<float>(field({i * 0.7, j * 1.3, volume.GetZ(k)}));
+                std::memcpy(At(*volume, i, j, k), &value, sizeof value);
+            });
+            Slice slice(volume.Get());
+            ASSERT_TRUE(slice.SetInterpolation(Slice::IP_CUBIC));
+            slice.SetBackground(-1e9);
+            slice.SetSize(60, 40);
+            slice.SetPixelSize(0.31, 0.23);
+            for (int n = 0; n < 8; ++n) {
+                const auto shift = random.Vector(2);
+                slice.SetPlane({0.35 * columns + shift[0] / 2, 5 + shift[1], volume.GetLastZ() / 2 + shift[2]},
+                               n == 0 ? Slice::Vector{1, 0, 0} : random.Vector(), random.Vector());
+                const auto values = Values(slice);
+                for (int i = 0; i < 60 * 40; ++i) {
+                    if (values[static_cast<std::size_t>(i)] == -1e9) continue;
+                    const double truth = field(slice.PixelToVol(i % 60, i / 60));
+                    ASSERT_NEAR(values[static_cast<std::size_t>(i)], truth, 2e-3) << "pixel " << i;
+                    ++compared;
+                }
+            }
+        }
+    }
+    EXPECT_GT(compared, 10000);
+}
+
+TEST(DcmObliqueSlice, CubicIsTheCatmullRomSplineAndStaysInRange) {
+    Random random;
+    const SlicedVolume volume({CVolume::PT_BYTE, 40, 1, {0}}, random.Noise(0, 255.9));
+    Slice slice(volume.Get());
+    slice.SetInterpolation(Slice::IP_CUBIC);
+    slice.SetPixelSize(0.25, 1);
+    slice.SetSize(149, 1);
+    slice.SetPlane({19.5, 0, 0}, {1, 0, 0}, {0, 1, 0});
+    const auto values = Values(slice);
+    int held = 0;
+    for (int i = 0; i < 149; ++i) {
+        const int low = 1 + i / 4;
+        const double t = i % 4 / 4.0;
+        const auto at = [&](int column) { return Voxel(*volume, std::min(column, 39), 0, 0); };
+        const double a = at(low - 1), b = at(low), c = at(low + 1), d = at(low + 2);
+        const double truth =
+            (2 * b + t * (c - a) + t * t * (2 * a - 5 * b + 4 * c - d) + t * t * t * (3 * b - a - 3 * c + d)) / 2;
+        held += truth < 0 || truth > 255 ? 1 : 0;
+        EXPECT_NEAR(values[static_cast<std::size_t>(i)], std::clamp(truth, 0.0, 255.0), 0.501) << i;
+    }
+    EXPECT_GT(held, 0);
+}
+
+TEST(DcmObliqueSlice, AreaAveragesLeaveNoVoxelOut) {
+    Random random;
+    const SlicedVolume volume({CVolume::PT_SHORT, 24, 18, {0, 1, 2, 3}}, random.Noise(-1000, 1000));
+    Slice slice(volume.Get());
+    slice.SetAreaAverage(true);
+    const auto box = [&](int column, int row, int planes, auto combine, double value) {
+        for (int i = 0; i < 9 * planes; ++i) {
+            value = combine(value, Voxel(*volume, 3 * column + i % 3, 3 * row + i / 3 % 3, 1 + i / 9));
+        }
+        return value;
+    };
+    slice.SetPixelSize(3, 3);
+    slice.SetSize(8, 6);
+    slice.SetPlane({11.5, 8.5, 1}, {1, 0, 0}, {0, 1, 0});
+    const auto means = Values(slice);
+    slice.SetPlane({11.5, 8.5, 1.5}, {1, 0, 0}, {0, 1, 0});
+    slice.SetSlab(Slice::SM_MAXIMUM, 1);
+    const auto largest = Values(slice);
+    for (int i = 0; i < 48; ++i) {
+        EXPECT_NEAR(means[static_cast<std::size_t>(i)], box(i % 8, i / 8, 1, std::plus<>(), 0) / 9, 0.5001) << i;
+        const auto larger = [](double a, double b) { return std::max(a, b); };
+        EXPECT_EQ(largest[static_cast<std::size_t>(i)], box(i % 8, i / 8, 2, larger, -1e9)) << i;
+    }
+    slice.SetSlab(Slice::SM_NONE, 0);
+    slice.SetPixelSize(0.5, 0.9);
+    const auto small = Values(slice);
+    slice.SetAreaAverage(false);
+    EXPECT_EQ(Values(slice), small);
+    slice.SetPixelSize(1e6, 1e9);
+    slice.SetAreaAverage(true);
+    EXPECT_EQ(Values(slice).size(), 48U) << "bounded";
+}
+
+TEST(DcmObliqueSlice, StacksOfParallelPlanes) {
+    Random random;
+    const LeaningVolume volume(Lean::kUneven, kStacks[0], CVolume::PT_USHORT, random.Noise(0, 65535));
+    Slice slice(volume.Get());
+    slice.SetSize(17, 11);
+    ASSERT_TRUE(slice.SetPlane({7, 11, 5}, {1, 0.3, 0.2}, {0, 1, 0.5}));
+    const std::size_t picture = 17 * 11 * 2;
+    std::vector<unsigned char> stack(5 * picture);
+    ASSERT_TRUE(slice.GetPixelStack(stack.data(), stack.size(), 5, -1.7)) << slice.GetError();
+    const auto centre = slice.GetCentre();
+    EXPECT_FALSE(slice.GetPixelStack(stack.data(), stack.size() - 1, 5, 1) || slice.GetPixelStack(nullptr, 0, 1, 1) ||
+                 slice.GetPixelStack(stack.data(), stack.size(), 0, 1) ||
+                 slice.GetPixelStack(stack.data(), stack.size(), 2, kNaN));
+    EXPECT_EQ(slice.GetCentre(), centre);
+    for (std::size_t n = 0; n < 5; ++n) {
+        const std::vector<unsigned char> one(stack.begin() + static_cast<std::ptrdiff_t>(n * picture),
+                                             stack.begin() + static_cast<std::ptrdiff_t>((n + 1) * picture));
+        EXPECT_EQ(Pixels(slice), one) << n;
+        slice.Move(-1.7);
+    }
+}
