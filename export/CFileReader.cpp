@@ -1,7 +1,7 @@
 #include "CFileReader.h"
 
-#include "platform/File.h"
 #include "base/Layout.h"
+#include "platform/File.h"
 
 #include <cctype>
 #include <cerrno>

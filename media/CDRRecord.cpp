@@ -1,8 +1,8 @@
 #include "CDRRecord.h"
 
-#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 #include "CCDRObject.h"
 #include "DRText.h"
+#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,9 +1,9 @@
 // CCDRObject: the directory itself, as a data set and as a file.
-#include "Dicom/Lib/dataset/Encapsulation.h"
-#include "Dicom/Lib/stream/FileBuffer.h"
-#include "Dicom/Lib/dataset/ReplaceValue.h"
-#include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "CCDRObject.h"
+#include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/stream/FileBuffer.h"
+#include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "base/Bytes.h"
 
 #include <algorithm>
