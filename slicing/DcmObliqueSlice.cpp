@@ -114,14 +114,6 @@ Vector ToPatient(const PatientFrame& frame, const Vector& v) {
     return Add(Add(Times(frame.m_Row, v[0]), v[1], frame.m_Column), -v[2], frame.m_Normal);
 }
 
-// Row and column as a file has them need not be quite perpendicular: the inverse by Cramer's rule.
-Vector ToVolume(const PatientFrame& frame, const Vector& p) {
-    const Vector across = Times(frame.m_Normal, -1);
-    const double determinant = Dot(frame.m_Row, Cross(frame.m_Column, across));
-    return {Dot(p, Cross(frame.m_Column, across)) / determinant, Dot(p, Cross(across, frame.m_Row)) / determinant,
-            Dot(p, Cross(frame.m_Row, frame.m_Column)) / determinant};
-}
-
 /// One axis of the volume as an orthogonal picture samples it.
 struct SampledAxis {
     Vector m_Direction;
@@ -180,6 +172,23 @@ void Widen(SampledAxis& axis, int number, const PlaneOffsets& offsets, Vector& c
     centre[static_cast<std::size_t>(number)] =
         extent.m_First + (axis.m_Count - 1) * axis.m_Spacing / 2 - along(offsets.At(centre[2]));
 }
+
+/// The layers of a slab, both faces among them; of a plain slice there is one.
+struct Layers {
+    int m_Count = 1;
+    double m_Step = 0;
+
+    /// False where there would be too many.
+    bool Divide(double thickness, double step) {
+        const double steps = std::max(std::ceil(thickness / step - 1e-9), 1.0);
+        if (steps > DcmObliqueSlice::kLargestSlab - 1) {
+            return false;
+        }
+        m_Count = static_cast<int>(steps) + 1;
+        m_Step = thickness / steps;
+        return true;
+    }
+};
 
 }  // namespace
 
@@ -381,7 +390,7 @@ Vector DcmObliqueSlice::VolToDicom(const Vector& point) const {
 
 Vector DcmObliqueSlice::DicomToVol(const Vector& point) const {
     const PatientFrame frame = ReadFrame(m_pVolume);
-    return Shear(ReadOffsets(m_pVolume), ToVolume(frame, Add(point, -1, frame.GetPoint(0, 0, FirstPlaneZ(m_pVolume)))));
+    return Shear(ReadOffsets(m_pVolume), frame.ToAxes(Add(point, -1, frame.GetPoint(0, 0, FirstPlaneZ(m_pVolume)))));
 }
 
 Vector DcmObliqueSlice::DirectionToDicom(const Vector& direction) const {
@@ -389,7 +398,7 @@ Vector DcmObliqueSlice::DirectionToDicom(const Vector& direction) const {
 }
 
 Vector DcmObliqueSlice::DirectionToVol(const Vector& direction) const {
-    return ToVolume(ReadFrame(m_pVolume), direction);
+    return ReadFrame(m_pVolume).ToAxes(direction);
 }
 
 // The sink is an object with
@@ -407,17 +416,13 @@ bool DcmObliqueSlice::Sample(Sink sink) {
     if (failure != nullptr) {
         return Fail(failure);
     }
-    int layers = 1;
-    double layerStep = 0;
-    if (m_SlabMode != SM_NONE && m_SlabThickness > 0) {
-        const double step = m_SlabStep > 0 ? m_SlabStep : tables.GetSmallestSpacing();
-        const double steps = std::max(std::ceil(m_SlabThickness / step - 1e-9), 1.0);
-        if (steps > kLargestSlab - 1) {
-            return Fail("slab of too many samples");
-        }
-        layers = static_cast<int>(steps) + 1;
-        layerStep = m_SlabThickness / steps;
+    Layers slab;
+    if (m_SlabMode != SM_NONE && m_SlabThickness > 0 &&
+        !slab.Divide(m_SlabThickness, m_SlabStep > 0 ? m_SlabStep : tables.GetSmallestSpacing())) {
+        return Fail("slab of too many samples");
     }
+    const int layers = slab.m_Count;
+    const double layerStep = slab.m_Step;
     const Vector normal = GetNormal();
     const Vector centre = Straighten(tables.GetOffsets(), m_Centre);
     const Vector corner = Add(StraightPixel(centre, 0, 0), -layerStep * (layers - 1) / 2, normal);

@@ -44,6 +44,14 @@ Triple PatientFrame::GetAxis(int axis) const {
     return axis == 0 ? m_Row : axis == 1 ? m_Column : m_bDescending ? m_Normal : Times(m_Normal, -1);
 }
 
+// Cramer's rule.
+Triple PatientFrame::ToAxes(const Triple& direction) const {
+    const Triple across = Times(m_Normal, -1);
+    const double determinant = Dot(m_Row, Cross(m_Column, across));
+    return {Dot(direction, Cross(m_Column, across)) / determinant, Dot(direction, Cross(across, m_Row)) / determinant,
+            Dot(direction, Cross(m_Row, m_Column)) / determinant};
+}
+
 Triple PatientFrame::GetPoint(double x, double y, double z) const {
     const Triple inPlane = Plus(Times(m_Row, x), Times(m_Column, y));
     return Plus(Plus(m_Origin, inPlane), Times(m_Normal, -z - m_Origin[2]));

@@ -39,6 +39,10 @@ struct PatientFrame {
     /// Unit direction of growing index along x, y (0, 1) or from plane to plane (2).
     Triple GetAxis(int axis) const;
 
+    /// Components of a direction along row, column and against the normal, as the volume frame counts. Row and column
+    /// need not be perpendicular.
+    Triple ToAxes(const Triple& direction) const;
+
     /// The point `x` and `y` millimetres along row and column from the first voxel of a plane at `z`, as planes count it.
     Triple GetPoint(double x, double y, double z) const;
 };

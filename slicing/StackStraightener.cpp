@@ -35,6 +35,18 @@ void Add(const unsigned char* row, double weight, int count, Number* sums) {
 
 }  // namespace
 
+double FindLowestVoxel(CVolume& volume) {
+    double lowest = std::numeric_limits<double>::infinity();
+    int dim[4];
+    volume.GetDimensions(dim);
+    const std::size_t voxels = BufferSize({dim[0], dim[1]});
+    for (int k = 0; k < dim[2]; ++k) {
+        const VoxelRange range = FindVoxelRange(volume.GetPlane(k)->m_pData, voxels, volume.GetType());
+        if (range.m_Low <= range.m_High) lowest = std::min(lowest, range.m_Low);
+    }
+    return std::isfinite(lowest) ? lowest : 0;
+}
+
 StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
     : m_Source(source), m_Samples(sampler.GetSamples()) {
     int dim[4];
@@ -54,18 +66,6 @@ StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
         m_Canvas.m_Extent[axis] = GetOffset(*high, axis) - GetOffset(*low, axis);
         m_Canvas.m_Count[axis] = std::max(platform::WrapAdd(dim[axis], extent.m_More), 0);
     }
-}
-
-double StackStraightener::FindLowest() const {
-    double lowest = std::numeric_limits<double>::infinity();
-    int dim[4];
-    m_Source.GetDimensions(dim);
-    const std::size_t voxels = BufferSize({dim[0], dim[1]});
-    for (int k = 0; k < dim[2]; ++k) {
-        const VoxelRange range = FindVoxelRange(m_Source.GetPlane(k)->m_pData, voxels, m_Source.GetType());
-        if (range.m_Low <= range.m_High) lowest = std::min(lowest, range.m_Low);
-    }
-    return std::isfinite(lowest) ? lowest : 0;
 }
 
 VolumePointer StackStraightener::Make(double fill, bool contig) {

@@ -9,6 +9,9 @@
 
 namespace korvane_detail {
 
+/// The lowest voxel of a volume that has pixels; 0 where there is none but NaN and infinity.
+double FindLowestVoxel(CVolume& volume);
+
 struct VolumeDeleter {
     void operator()(CVolume* volume) const { volume->Delete(); }
 };
@@ -27,9 +30,6 @@ public:
     StackStraightener(CVolume& source, const ZSampler& sampler);
 
     const StraightCanvas& GetCanvas() const { return m_Canvas; }
-
-    /// The lowest voxel of the source; 0 where all are NaN.
-    double FindLowest() const;
 
     /// One plane for each sample, at its z: voxels are linear in x and y within the planes, and mixed across two planes by the
     /// sample's weight. Voxels without data are `fill`, held within the range of the type. Throws `std::bad_alloc`.
