@@ -96,9 +96,10 @@ double DecodeAll(const std::vector<Bytes>& streams, std::uint8_t* out) {
 /// A multi-frame file of explicit VR little endian.
 void WriteNative(const std::string& path, const Bytes& pixels) {
     std::string data;
-    const auto add = [&](unsigned group, unsigned element, const char* vr, std::string value) {
+    const auto add = [&](Tag tag, const char* vr, std::string value) {
         if (value.size() % 2 != 0) value += vr[0] == 'U' && vr[1] == 'I' ? '\0' : ' ';
-        for (const unsigned part : {group, element}) data += {static_cast<char>(part), static_cast<char>(part >> 8)};
+        for (const unsigned part : {GroupOf(tag), ElementOf(tag)})
+            data += {static_cast<char>(part), static_cast<char>(part >> 8)};
         data += vr;
         data += {static_cast<char>(value.size()), static_cast<char>(value.size() >> 8)};
         data += value;
@@ -106,22 +107,24 @@ void WriteNative(const std::string& path, const Bytes& pixels) {
     const auto number = [](unsigned value) {
         return std::string{static_cast<char>(value), static_cast<char>(value >> 8)};
     };
-    add(0x0002, 0x0002, "UI", "1.2.840.10008.5.1.4.1.1.7.3");
-    add(0x0002, 0x0003, "UI", "2.25.1");
-    add(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.1");
+    add(tags::MediaStorageSOPClassUID, "UI", "1.2.840.10008.5.1.4.1.1.7.3");
+    add(tags::MediaStorageSOPInstanceUID, "UI", "2.25.1");
+    add(tags::TransferSyntaxUID, "UI", "1.2.840.10008.1.2.1");
     const std::string meta = data;
     data.clear();
-    add(0x0002, 0x0000, "UL", number(static_cast<unsigned>(meta.size())) + number(0));
+    add(tags::FileMetaInformationGroupLength, "UL", number(static_cast<unsigned>(meta.size())) + number(0));
     data += meta;
-    add(0x0008, 0x0016, "UI", "1.2.840.10008.5.1.4.1.1.7.3");
-    add(0x0008, 0x0018, "UI", "2.25.1");
-    add(0x0020, 0x000D, "UI", "2.25.2");
-    add(0x0020, 0x000E, "UI", "2.25.3");
-    add(0x0028, 0x0002, "US", number(1));
-    add(0x0028, 0x0004, "CS", "MONOCHROME2");
-    add(0x0028, 0x0008, "IS", std::to_string(pixels.size() / kFrameBytes));
-    const unsigned numbers[][2] = {{0x10, kSide}, {0x11, kSide}, {0x100, 16}, {0x101, 12}, {0x102, 11}, {0x103, 0}};
-    for (const auto& [element, value] : numbers) add(0x0028, element, "US", number(value));
+    add(tags::SOPClassUID, "UI", "1.2.840.10008.5.1.4.1.1.7.3");
+    add(tags::SOPInstanceUID, "UI", "2.25.1");
+    add(tags::StudyInstanceUID, "UI", "2.25.2");
+    add(tags::SeriesInstanceUID, "UI", "2.25.3");
+    add(tags::SamplesPerPixel, "US", number(1));
+    add(tags::PhotometricInterpretation, "CS", "MONOCHROME2");
+    add(tags::NumberOfFrames, "IS", std::to_string(pixels.size() / kFrameBytes));
+    const std::pair<Tag, unsigned> numbers[] = {{tags::Rows, kSide},       {tags::Columns, kSide},
+                                                {tags::BitsAllocated, 16}, {tags::BitsStored, 12},
+                                                {tags::HighBit, 11},       {tags::PixelRepresentation, 0}};
+    for (const auto& [tag, value] : numbers) add(tag, "US", number(value));
     data += std::string("\xE0\x7F\x10\x00OW\0\0", 8) + number(pixels.size() & 0xFFFF) +
             number(static_cast<unsigned>(pixels.size() >> 16));
     std::ofstream file(path, std::ios::binary);

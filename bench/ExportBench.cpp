@@ -39,13 +39,13 @@ struct Settings {
 class Input {
 public:
     Input(const Settings& settings, CVolume::PixelType type, const char* slope) {
-        AddText(0x0028, 0x1052, "-1000");
-        AddText(0x0028, 0x1053, slope);
-        AddNumber(0x0028, 0x0010, 1);
-        AddNumber(0x0028, 0x0011, 1);
-        for (const int element : {0x0100, 0x0101}) AddNumber(0x0028, static_cast<std::uint16_t>(element), 16);
-        AddNumber(0x0028, 0x0102, 15);
-        AddNumber(0x7FE0, 0x0010, 0);
+        AddText(tags::RescaleIntercept, "-1000");
+        AddText(tags::RescaleSlope, slope);
+        AddNumber(tags::Rows, 1);
+        AddNumber(tags::Columns, 1);
+        for (const tags::Tag tag : {tags::BitsAllocated, tags::BitsStored}) AddNumber(tag, 16);
+        AddNumber(tags::HighBit, 15);
+        AddNumber(tags::PixelData, 0);
         std::vector<DICOMDataObject*> list{&m_DataSet};
         m_Series.SetIODList(list, nullptr);
         CVolume& volume = *m_Series.GetVolume();
@@ -65,12 +65,12 @@ public:
     std::size_t GetBytes() const { return m_Bytes; }
 
 private:
-    void AddText(std::uint16_t group, std::uint16_t element, const std::string& text) {
-        auto* const vr = new VR(group, element, static_cast<std::uint32_t>(text.size()), 1);
+    void AddText(tags::Tag tag, const std::string& text) {
+        auto* const vr = new VR(tag, static_cast<std::uint32_t>(text.size()), 1);
         std::copy(text.begin(), text.end(), vr->m_pData);
         m_DataSet.Push(vr);
     }
-    void AddNumber(std::uint16_t group, std::uint16_t element, char value) { AddText(group, element, {value, '\0'}); }
+    void AddNumber(tags::Tag tag, char value) { AddText(tag, {value, '\0'}); }
 
     DICOMDataObject m_DataSet;
     CDicomVolume m_Series;

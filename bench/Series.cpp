@@ -9,117 +9,116 @@
 namespace {
 
 struct TextRow {
-    std::uint16_t group;
-    std::uint16_t element;
+    tags::Tag tag;
     std::uint16_t typeCode;
     const char* text;
 };
 
 // What a scanner writes into each slice, as far as reading it costs time.
 constexpr TextRow kTexts[] = {
-    {0x0008, 0x0005, TypeCode("CS"), "ISO_IR 100"},
-    {0x0008, 0x0008, TypeCode("CS"), "ORIGINAL\\PRIMARY\\AXIAL\\CT_SOM5 SPI"},
-    {0x0008, 0x0012, TypeCode("DA"), "20240229"},
-    {0x0008, 0x0013, TypeCode("TM"), "101502.468000"},
-    {0x0008, 0x0016, TypeCode("UI"), "1.2.840.10008.5.1.4.1.1.2"},
-    {0x0008, 0x0020, TypeCode("DA"), "20240229"},
-    {0x0008, 0x0021, TypeCode("DA"), "20240229"},
-    {0x0008, 0x0022, TypeCode("DA"), "20240229"},
-    {0x0008, 0x0023, TypeCode("DA"), "20240229"},
-    {0x0008, 0x0030, TypeCode("TM"), "100804.750000"},
-    {0x0008, 0x0031, TypeCode("TM"), "101012.500000"},
-    {0x0008, 0x0032, TypeCode("TM"), "101101.125000"},
-    {0x0008, 0x0033, TypeCode("TM"), "101101.125000"},
-    {0x0008, 0x0050, TypeCode("SH"), "A-2024-004711"},
-    {0x0008, 0x0060, TypeCode("CS"), "CT"},
-    {0x0008, 0x0070, TypeCode("LO"), "Phantom Works"},
-    {0x0008, 0x0080, TypeCode("LO"), "Institute of Synthetic Radiology"},
-    {0x0008, 0x0081, TypeCode("ST"), "1 Phantom Street, 00000 Nowhere"},
-    {0x0008, 0x0090, TypeCode("PN"), "Referring^Physician"},
-    {0x0008, 0x1010, TypeCode("SH"), "CT01"},
-    {0x0008, 0x1030, TypeCode("LO"), "Thorax and abdomen with contrast"},
-    {0x0008, 0x103E, TypeCode("LO"), "Thorax 1.0 B30f"},
-    {0x0008, 0x1040, TypeCode("LO"), "Radiology"},
-    {0x0008, 0x1070, TypeCode("PN"), "Operator^One"},
-    {0x0008, 0x1090, TypeCode("LO"), "Phantom 64"},
-    {0x0010, 0x0010, TypeCode("PN"), "Phantom^Benchmark"},
-    {0x0010, 0x0020, TypeCode("LO"), "BENCH-0001"},
-    {0x0010, 0x0030, TypeCode("DA"), "19700101"},
-    {0x0010, 0x0040, TypeCode("CS"), "O"},
-    {0x0010, 0x1010, TypeCode("AS"), "054Y"},
-    {0x0010, 0x1030, TypeCode("DS"), "70"},
-    {0x0010, 0x4000, TypeCode("LT"), "Made by the benchmark; stands for nobody."},
-    {0x0018, 0x0010, TypeCode("LO"), "APPLIED"},
-    {0x0018, 0x0015, TypeCode("CS"), "CHEST"},
-    {0x0018, 0x0050, TypeCode("DS"), "1"},
-    {0x0018, 0x0060, TypeCode("DS"), "120"},
-    {0x0018, 0x0090, TypeCode("DS"), "500"},
-    {0x0018, 0x1000, TypeCode("LO"), "55555"},
-    {0x0018, 0x1020, TypeCode("LO"), "synthetic 1.0"},
-    {0x0018, 0x1030, TypeCode("LO"), "ThoraxRoutine"},
-    {0x0018, 0x1100, TypeCode("DS"), "358"},
-    {0x0018, 0x1110, TypeCode("DS"), "1040"},
-    {0x0018, 0x1111, TypeCode("DS"), "570"},
-    {0x0018, 0x1120, TypeCode("DS"), "0"},
-    {0x0018, 0x1130, TypeCode("DS"), "143"},
-    {0x0018, 0x1140, TypeCode("CS"), "CW"},
-    {0x0018, 0x1150, TypeCode("IS"), "500"},
-    {0x0018, 0x1151, TypeCode("IS"), "216"},
-    {0x0018, 0x1152, TypeCode("IS"), "108"},
-    {0x0018, 0x1160, TypeCode("SH"), "0"},
-    {0x0018, 0x1170, TypeCode("IS"), "26"},
-    {0x0018, 0x1190, TypeCode("DS"), "1.2"},
-    {0x0018, 0x1210, TypeCode("SH"), "B30f"},
-    {0x0018, 0x5100, TypeCode("CS"), "FFS"},
-    {0x0020, 0x000D, TypeCode("UI"), "2.25.281474976710656.20240229.1"},
-    {0x0020, 0x000E, TypeCode("UI"), "2.25.281474976710656.20240229.1.2"},
-    {0x0020, 0x0010, TypeCode("SH"), "1"},
-    {0x0020, 0x0011, TypeCode("IS"), "2"},
-    {0x0020, 0x0012, TypeCode("IS"), "2"},
-    {0x0020, 0x0037, TypeCode("DS"), "1\\0\\0\\0\\1\\0"},
-    {0x0020, 0x0052, TypeCode("UI"), "2.25.281474976710656.20240229.1.3"},
-    {0x0020, 0x1040, TypeCode("LO"), ""},
-    {0x0028, 0x0004, TypeCode("CS"), "MONOCHROME2"},
-    {0x0028, 0x0030, TypeCode("DS"), "0.69921875\\0.69921875"},
-    {0x0028, 0x1050, TypeCode("DS"), "40\\-600"},
-    {0x0028, 0x1051, TypeCode("DS"), "300\\1500"},
-    {0x0028, 0x1052, TypeCode("DS"), "-1024"},
-    {0x0028, 0x1053, TypeCode("DS"), "1"},
-    {0x0028, 0x1055, TypeCode("LO"), "WINDOW1\\WINDOW2"},
-    {0x0040, 0x0244, TypeCode("DA"), "20240229"},
-    {0x0040, 0x0245, TypeCode("TM"), "100804.750000"},
-    {0x0040, 0x0253, TypeCode("SH"), "12345"},
+    {tags::SpecificCharacterSet, TypeCode("CS"), "ISO_IR 100"},
+    {tags::ImageType, TypeCode("CS"), "ORIGINAL\\PRIMARY\\AXIAL\\CT_SOM5 SPI"},
+    {tags::InstanceCreationDate, TypeCode("DA"), "20240229"},
+    {tags::InstanceCreationTime, TypeCode("TM"), "101502.468000"},
+    {tags::SOPClassUID, TypeCode("UI"), "1.2.840.10008.5.1.4.1.1.2"},
+    {tags::StudyDate, TypeCode("DA"), "20240229"},
+    {tags::SeriesDate, TypeCode("DA"), "20240229"},
+    {tags::AcquisitionDate, TypeCode("DA"), "20240229"},
+    {tags::ContentDate, TypeCode("DA"), "20240229"},
+    {tags::StudyTime, TypeCode("TM"), "100804.750000"},
+    {tags::SeriesTime, TypeCode("TM"), "101012.500000"},
+    {tags::AcquisitionTime, TypeCode("TM"), "101101.125000"},
+    {tags::ContentTime, TypeCode("TM"), "101101.125000"},
+    {tags::AccessionNumber, TypeCode("SH"), "A-2024-004711"},
+    {tags::Modality, TypeCode("CS"), "CT"},
+    {tags::Manufacturer, TypeCode("LO"), "Phantom Works"},
+    {tags::InstitutionName, TypeCode("LO"), "Institute of Synthetic Radiology"},
+    {tags::InstitutionAddress, TypeCode("ST"), "1 Phantom Street, 00000 Nowhere"},
+    {tags::ReferringPhysicianName, TypeCode("PN"), "Referring^Physician"},
+    {tags::StationName, TypeCode("SH"), "CT01"},
+    {tags::StudyDescription, TypeCode("LO"), "Thorax and abdomen with contrast"},
+    {tags::SeriesDescription, TypeCode("LO"), "Thorax 1.0 B30f"},
+    {tags::InstitutionalDepartmentName, TypeCode("LO"), "Radiology"},
+    {tags::OperatorsName, TypeCode("PN"), "Operator^One"},
+    {tags::ManufacturerModelName, TypeCode("LO"), "Phantom 64"},
+    {tags::PatientName, TypeCode("PN"), "Phantom^Benchmark"},
+    {tags::PatientID, TypeCode("LO"), "BENCH-0001"},
+    {tags::PatientBirthDate, TypeCode("DA"), "19700101"},
+    {tags::PatientSex, TypeCode("CS"), "O"},
+    {tags::PatientAge, TypeCode("AS"), "054Y"},
+    {tags::PatientWeight, TypeCode("DS"), "70"},
+    {tags::PatientComments, TypeCode("LT"), "Made by the benchmark; stands for nobody."},
+    {tags::ContrastBolusAgent, TypeCode("LO"), "APPLIED"},
+    {tags::BodyPartExamined, TypeCode("CS"), "CHEST"},
+    {tags::SliceThickness, TypeCode("DS"), "1"},
+    {tags::KVP, TypeCode("DS"), "120"},
+    {tags::DataCollectionDiameter, TypeCode("DS"), "500"},
+    {tags::DeviceSerialNumber, TypeCode("LO"), "55555"},
+    {tags::SoftwareVersions, TypeCode("LO"), "synthetic 1.0"},
+    {tags::ProtocolName, TypeCode("LO"), "ThoraxRoutine"},
+    {tags::ReconstructionDiameter, TypeCode("DS"), "358"},
+    {tags::DistanceSourceToDetector, TypeCode("DS"), "1040"},
+    {tags::DistanceSourceToPatient, TypeCode("DS"), "570"},
+    {tags::GantryDetectorTilt, TypeCode("DS"), "0"},
+    {tags::TableHeight, TypeCode("DS"), "143"},
+    {tags::RotationDirection, TypeCode("CS"), "CW"},
+    {tags::ExposureTime, TypeCode("IS"), "500"},
+    {tags::XRayTubeCurrent, TypeCode("IS"), "216"},
+    {tags::Exposure, TypeCode("IS"), "108"},
+    {tags::FilterType, TypeCode("SH"), "0"},
+    {tags::GeneratorPower, TypeCode("IS"), "26"},
+    {tags::FocalSpots, TypeCode("DS"), "1.2"},
+    {tags::ConvolutionKernel, TypeCode("SH"), "B30f"},
+    {tags::PatientPosition, TypeCode("CS"), "FFS"},
+    {tags::StudyInstanceUID, TypeCode("UI"), "2.25.281474976710656.20240229.1"},
+    {tags::SeriesInstanceUID, TypeCode("UI"), "2.25.281474976710656.20240229.1.2"},
+    {tags::StudyID, TypeCode("SH"), "1"},
+    {tags::SeriesNumber, TypeCode("IS"), "2"},
+    {tags::AcquisitionNumber, TypeCode("IS"), "2"},
+    {tags::ImageOrientationPatient, TypeCode("DS"), "1\\0\\0\\0\\1\\0"},
+    {tags::FrameOfReferenceUID, TypeCode("UI"), "2.25.281474976710656.20240229.1.3"},
+    {tags::PositionReferenceIndicator, TypeCode("LO"), ""},
+    {tags::PhotometricInterpretation, TypeCode("CS"), "MONOCHROME2"},
+    {tags::PixelSpacing, TypeCode("DS"), "0.69921875\\0.69921875"},
+    {tags::WindowCenter, TypeCode("DS"), "40\\-600"},
+    {tags::WindowWidth, TypeCode("DS"), "300\\1500"},
+    {tags::RescaleIntercept, TypeCode("DS"), "-1024"},
+    {tags::RescaleSlope, TypeCode("DS"), "1"},
+    {tags::WindowCenterWidthExplanation, TypeCode("LO"), "WINDOW1\\WINDOW2"},
+    {tags::PerformedProcedureStepStartDate, TypeCode("DA"), "20240229"},
+    {tags::PerformedProcedureStepStartTime, TypeCode("TM"), "100804.750000"},
+    {tags::PerformedProcedureStepID, TypeCode("SH"), "12345"},
 };
 
 struct WordRow {
-    std::uint16_t element;
+    tags::Tag tag;
     std::uint16_t value;
 };
 
 constexpr WordRow kWords[] = {
-    {0x0002, 1}, {0x0010, Series::kSide}, {0x0011, Series::kSide}, {0x0100, 16}, {0x0101, 12}, {0x0102, 11},
-    {0x0103, 0},
+    {tags::SamplesPerPixel, 1}, {tags::Rows, Series::kSide}, {tags::Columns, Series::kSide}, {tags::BitsAllocated, 16},
+    {tags::BitsStored, 12},     {tags::HighBit, 11},         {tags::PixelRepresentation, 0},
 };
 
 void PutText(DICOMObject& dataSet, const TextRow& row) {
-    ReplaceText(dataSet, row.group, row.element, row.typeCode, row.text);
+    ReplaceText(dataSet, row.tag, row.typeCode, row.text);
 }
 
 /// A sequence of one coded entry (PS3.3 8.8).
-void PutCode(DICOMObject& dataSet, std::uint16_t group, std::uint16_t element) {
-    auto* const sequence = new VR(group, element, 0, 0);
+void PutCode(DICOMObject& dataSet, tags::Tag tag) {
+    auto* const sequence = new VR(tag, 0, 0);
     sequence->m_TypeCode = TypeCode("SQ");
     dataSet.Push(sequence);
     auto* const item = new DICOMDataObject;
-    PutText(*item, {0x0008, 0x0100, TypeCode("SH"), "CTCHEST"});
-    PutText(*item, {0x0008, 0x0102, TypeCode("SH"), "99BENCH"});
-    PutText(*item, {0x0008, 0x0104, TypeCode("LO"), "CT of the chest"});
+    PutText(*item, {tags::CodeValue, TypeCode("SH"), "CTCHEST"});
+    PutText(*item, {tags::CodingSchemeDesignator, TypeCode("SH"), "99BENCH"});
+    PutText(*item, {tags::CodeMeaning, TypeCode("LO"), "CT of the chest"});
     dataSet.PushItemToLast(item);
 }
 
 /// A disc that moves from slice to slice, and noise over it.
 void PutPixels(DICOMObject& dataSet, int slice) {
-    auto* const pixels = new VR(0x7FE0, 0x0010, Series::kSlicePixels * sizeof(std::uint16_t), 1);
+    auto* const pixels = new VR(tags::PixelData, Series::kSlicePixels * sizeof(std::uint16_t), 1);
     pixels->m_TypeCode = TypeCode("OW");
     std::minstd_rand noise(static_cast<unsigned>(slice) + 1);
     unsigned char* out = pixels->m_pData;
@@ -140,18 +139,18 @@ void PutSlice(DICOMObject& dataSet, int slice) {
     for (const WordRow& row : kWords) {
         const unsigned char bytes[2] = {static_cast<unsigned char>(row.value),
                                         static_cast<unsigned char>(row.value >> 8)};
-        ReplaceValue(dataSet, 0x0028, row.element, TypeCode("US"), bytes, sizeof bytes);
+        ReplaceValue(dataSet, row.tag, TypeCode("US"), bytes, sizeof bytes);
     }
     const std::string number = std::to_string(slice + 1);
     // Falling, so that the planes, whose z is negated, come in the order of the files.
     const std::string z = std::to_string(-slice);
-    PutText(dataSet, {0x0008, 0x0018, TypeCode("UI"), ("2.25.281474976710656.20240229.1.2." + number).c_str()});
-    PutText(dataSet, {0x0020, 0x0013, TypeCode("IS"), number.c_str()});
-    PutText(dataSet, {0x0020, 0x0032, TypeCode("DS"), ("-179\\-179\\" + z).c_str()});
-    PutText(dataSet, {0x0020, 0x1041, TypeCode("DS"), z.c_str()});
-    PutCode(dataSet, 0x0008, 0x1032);
-    PutCode(dataSet, 0x0032, 0x1064);
-    PutCode(dataSet, 0x0040, 0x0008);
+    PutText(dataSet, {tags::SOPInstanceUID, TypeCode("UI"), ("2.25.281474976710656.20240229.1.2." + number).c_str()});
+    PutText(dataSet, {tags::InstanceNumber, TypeCode("IS"), number.c_str()});
+    PutText(dataSet, {tags::ImagePositionPatient, TypeCode("DS"), ("-179\\-179\\" + z).c_str()});
+    PutText(dataSet, {tags::SliceLocation, TypeCode("DS"), z.c_str()});
+    PutCode(dataSet, tags::ProcedureCodeSequence);
+    PutCode(dataSet, tags::RequestedProcedureCodeSequence);
+    PutCode(dataSet, tags::ScheduledProtocolCodeSequence);
     PutPixels(dataSet, slice);
 }
 

@@ -317,7 +317,7 @@ int CompareSeries(const std::string& folder, int planes) {
     std::vector<DICOMDataObject*> list;
     for (const auto& file : std::filesystem::directory_iterator(folder)) {
         std::unique_ptr<DICOMDataObject> dataSet(LoadDICOMFile(file.path().string().c_str()));
-        if (dataSet == nullptr || dataSet->GetVR(0x7FE0, 0x0010) == nullptr) continue;
+        if (dataSet == nullptr || dataSet->GetVR(tags::PixelData) == nullptr) continue;
         list.push_back(dataSet.get());
         dataSets.push_back(std::move(dataSet));
     }

@@ -50,7 +50,7 @@ public:
     std::size_t Parse(const std::string& stream) override {
         const auto dataSet = m_Reader.LoadMemory(stream.data(), stream.size());
         if (dataSet == nullptr || !m_Reader.IsComplete()) throw std::runtime_error("cannot parse");
-        if (const VR* const sequence = dataSet->GetVR(0x0040, 0xA730)) return sequence->GetItemCount();
+        if (const VR* const sequence = dataSet->GetVR(tags::ContentSequence)) return sequence->GetItemCount();
         std::size_t count = 0;
         for (const VR* element = dataSet->GetFirst(); element != nullptr; element = dataSet->GetNext(element)) {
             if (element->m_Group != 0x0002) ++count;

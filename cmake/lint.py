@@ -67,6 +67,8 @@ FORBIDDEN = re.compile(
     r"\bthe spec(ification)?\b|\bspec(ification)?\.md\b|\bParts? [1-8]\.[1-9]\b|\.\./shared/(spec|design|models)"
     r"|/wor" r"k/|/tmp/bri" r"ef|\bdesign\.md\b|\bmodels\.md\b", re.IGNORECASE)
 MAX_LINES = 700
+TAG_NAME = re.compile(r"\btags::(?!Tag\b|MakeTag\b|ElementOf\b|GroupOf\b)(\w+)")
+TAG_NAMES = Path("Dicom/Lib/dictionary/Tags.generated.h")  # made by cmake/make_dictionary.py
 
 
 def project_files():
@@ -179,6 +181,20 @@ def check_program():
                 yield f"{path.relative_to(ROOT)}:{number}: the program includes {name}, which is not its own"
 
 
+def check_tags(files):
+    """The list of tag names holds those that the sources use, and no others."""
+    listed = set(re.findall(r"constexpr Tag (\w+)", (ROOT / TAG_NAMES).read_text(encoding="ascii")))
+    used = {}
+    for path in files:
+        if is_source(path) and not is_generated(path):
+            for number, line in enumerate((ROOT / path).read_text(encoding="utf-8", errors="replace").splitlines(), 1):
+                used.update({name: f"{path}:{number}" for name in TAG_NAME.findall(line)})
+    for name in sorted(used.keys() - listed):
+        yield f"{used[name]}: tags::{name} is not listed yet; run cmake/make_dictionary.py --tags"
+    for name in sorted(listed - used.keys()):
+        yield f"{TAG_NAMES}:1: tags::{name} is used no more; run cmake/make_dictionary.py --tags"
+
+
 def run_all(commands):
     """Runs (label, command) pairs on all processors; yields (label, exit status, output) in order."""
     def run(item):
@@ -267,6 +283,7 @@ def main():
         "portability": lambda: check_portability(files),
         "words": lambda: check_words(files),
         "length": lambda: check_length(files),
+        "tags": lambda: check_tags(files),
         "format": lambda: check_format(files),
         "headers": lambda: check_headers(build, public),
         "tidy": lambda: check_tidy(build),

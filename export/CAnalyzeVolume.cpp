@@ -2,6 +2,7 @@
 
 #include "AnalyzeStream.h"
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "base/Bytes.h"
 #include "base/Integer.h"
 #include "series/CDicomVolume.h"
@@ -23,7 +24,8 @@ constexpr std::int32_t kFloat = 16;
 
 bool IsXRayAngiography(DICOMDataObject* dataSet) {
     char modality[64];
-    if (dataSet == nullptr || !ReadDCMStringTag(dataSet, 0x0008, 0x0060, modality, sizeof modality)) {
+    if (dataSet == nullptr ||
+        !ReadDCMStringTag(dataSet, GroupOf(tags::Modality), ElementOf(tags::Modality), modality, sizeof modality)) {
         return false;
     }
     return (modality[0] == 'X' || modality[0] == 'x') && (modality[1] == 'A' || modality[1] == 'a') &&
@@ -116,7 +118,8 @@ CVolumeExport& CAnalyzeVolume::operator=(CDicomVolume& series) {
     std::strcpy(m_Header.vox_units, "mm");
     std::strcpy(m_Header.descrip, "Converted from dicom");
     ChooseVoxelMapping(first);
-    m_Header.bitpix = first == nullptr ? std::int16_t{0} : static_cast<std::int16_t>(first->GetUINT16(0x0028, 0x0101));
+    m_Header.bitpix =
+        first == nullptr ? std::int16_t{0} : static_cast<std::int16_t>(first->GetUINT16(tags::BitsStored));
     m_Header.funused1 = 1.0f;
     m_Header.glmax = platform::Low32(m_pVolume->GetMax());
     m_bBigEndian = true;

@@ -2,6 +2,7 @@
 
 #include "CFileWriter.h"
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/storage/UniqueFileName.h"
 #include "SampleTable.h"
 #include "base/Bytes.h"
@@ -37,10 +38,10 @@ private:
 };
 
 template <std::size_t N>
-void ReadText(DICOMDataObject* dataSet, unsigned short group, unsigned short element, char (&text)[N]) {
+void ReadText(DICOMDataObject* dataSet, tags::Tag tag, char (&text)[N]) {
     text[0] = '\0';
     if (dataSet != nullptr) {
-        ReadDCMStringTag(dataSet, group, element, text, N);
+        ReadDCMStringTag(dataSet, GroupOf(tag), ElementOf(tag), text, N);
     }
     // A value must not bring lines of its own into the header.
     std::replace_if(
@@ -91,14 +92,14 @@ CVolumeExport& CCBobVolume::operator=(CDicomVolume& series) {
 
 void CCBobVolume::TakeTexts(DICOMDataObject* first) {
     char date[64];
-    ReadText(first, 0x0008, 0x0021, date);
+    ReadText(first, tags::SeriesDate, date);
     TakeDate(date);
-    ReadText(first, 0x0008, 0x0060, m_Modality);
-    ReadText(first, 0x0010, 0x0010, m_DbName);
-    ReadText(first, 0x0010, 0x0020, m_MedicalRecordNum);
-    ReadText(first, 0x0008, 0x0080, m_Originator);
-    ReadText(first, 0x0008, 0x0070, m_ScannerId);
-    ReadText(first, 0x0018, 0x5100, m_PatientPosition);
+    ReadText(first, tags::Modality, m_Modality);
+    ReadText(first, tags::PatientName, m_DbName);
+    ReadText(first, tags::PatientID, m_MedicalRecordNum);
+    ReadText(first, tags::InstitutionName, m_Originator);
+    ReadText(first, tags::Manufacturer, m_ScannerId);
+    ReadText(first, tags::PatientPosition, m_PatientPosition);
     if (!IsPatientPosition(m_PatientPosition)) {
         std::strcpy(m_PatientPosition, "HFS");
     }
@@ -120,7 +121,7 @@ void CCBobVolume::TakeThickness(CDicomVolume& series) {
     m_Thickness.resize(static_cast<std::size_t>(m_pVolume->GetPlaneCount()));
     const std::vector<DICOMDataObject*>& slices = series.GetDDOList();
     for (std::size_t k = 0; k < std::min(slices.size(), m_Thickness.size()); ++k) {
-        VR* const thickness = slices[k]->GetVR(0x0018, 0x0050);
+        VR* const thickness = slices[k]->GetVR(tags::SliceThickness);
         m_Thickness[k] = thickness == nullptr ? spacing[3] : static_cast<float>(VRAtof(thickness));
     }
 }

@@ -1,7 +1,8 @@
 #include "CCDRObject.h"
 
-#include "DRText.h"
+#include "Dicom/Lib/dataset/ValueText.h"
 #include "Dicom/Lib/dictionary/DcmDictionary.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/pixels/CodecManager.h"
 #include "Dicom/Lib/storage/DICOMFile.h"
 #include "platform/File.h"
@@ -13,8 +14,6 @@
 #include <system_error>
 #include <utility>
 #include <vector>
-
-using korvane_detail::TextOf;
 
 namespace {
 
@@ -174,15 +173,15 @@ std::string CCDRObject::AddIOD(const std::string& path, bool transcode) {
 
 std::string CCDRObject::AddIOD(const std::string& path, const DICOMObject& dataSet, bool transcode) {
     Placing placing(m_Root);
-    CDRRecord* patient = FindRecord(m_Patients, TextOf(dataSet, 0x0010, 0x0020));
+    CDRRecord* patient = FindRecord(m_Patients, TextOf(dataSet, tags::PatientID));
     if (patient == nullptr) patient = &Place(placing, std::make_unique<CDRPatientRecord>(this), nullptr, dataSet);
-    CDRRecord* study = FindRecord(patient->m_Children, TextOf(dataSet, 0x0020, 0x000D));
+    CDRRecord* study = FindRecord(patient->m_Children, TextOf(dataSet, tags::StudyInstanceUID));
     if (study == nullptr) study = &Place(placing, std::make_unique<CDRStudyRecord>(this), patient, dataSet);
-    CDRRecord* series = FindRecord(study->m_Children, TextOf(dataSet, 0x0020, 0x000E));
+    CDRRecord* series = FindRecord(study->m_Children, TextOf(dataSet, tags::SeriesInstanceUID));
     if (series == nullptr) series = &Place(placing, std::make_unique<CDRSeriesRecord>(this), study, dataSet);
-    CDRRecord* leaf = FindRecord(series->m_Children, TextOf(dataSet, 0x0008, 0x0018));
+    CDRRecord* leaf = FindRecord(series->m_Children, TextOf(dataSet, tags::SOPInstanceUID));
     if (leaf == nullptr) {
-        auto made = CDRImageRecord::Make(this, TextOf(dataSet, 0x0008, 0x0016));
+        auto made = CDRImageRecord::Make(this, TextOf(dataSet, tags::SOPClassUID));
         leaf = &Place(placing, std::move(made), series, dataSet);
         leaf->m_SourcePath = path;
         Store(*leaf, path, transcode);
@@ -261,8 +260,8 @@ int CCDRObject::MyCopyFunc(const char* destination, const char* source, void* /*
 }
 
 void CCDRObject::CopyFile(DICOMObject& dataSet, const std::string& destination) {
-    const std::string syntax = TextOf(dataSet, 0x0002, 0x0010);
-    const std::string sopClass = TextOf(dataSet, 0x0008, 0x0016);
+    const std::string syntax = TextOf(dataSet, tags::TransferSyntaxUID);
+    const std::string sopClass = TextOf(dataSet, tags::SOPClassUID);
     if (!CodecManager::Init()) throw std::string("Failed to init compression codecs");
     if (m_pCodecs == nullptr) m_pCodecs = std::make_unique<CodecManager>();
     if (!syntax.empty() && syntax != kImplicitLittleEndianUid && m_pCodecs->Decode(&dataSet) == 0) {

@@ -1,7 +1,8 @@
 #include "CDRRecord.h"
 
 #include "CCDRObject.h"
-#include "DRText.h"
+#include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 #include <algorithm>
@@ -9,35 +10,33 @@
 
 namespace {
 
-using korvane_detail::TextOf;
-
-constexpr DRElement kPatient[] = {{0x0010, 0x0010, TypeCode("PN")},
-                                  {0x0010, 0x0020, TypeCode("LO")},
-                                  {0x0010, 0x0040, TypeCode("CS")},
-                                  {0x0010, 0x0030, TypeCode("DA")}};
-constexpr DRElement kStudy[] = {{0x0020, 0x000D, TypeCode("UI")}, {0x0020, 0x0010, TypeCode("SH")},
-                                {0x0008, 0x0020, TypeCode("DA")}, {0x0008, 0x0030, TypeCode("TM")},
-                                {0x0008, 0x1030, TypeCode("LO")}, {0x0008, 0x0050, TypeCode("SH")}};
+constexpr DRElement kPatient[] = {{tags::PatientName, TypeCode("PN")},
+                                  {tags::PatientID, TypeCode("LO")},
+                                  {tags::PatientSex, TypeCode("CS")},
+                                  {tags::PatientBirthDate, TypeCode("DA")}};
+constexpr DRElement kStudy[] = {{tags::StudyInstanceUID, TypeCode("UI")}, {tags::StudyID, TypeCode("SH")},
+                                {tags::StudyDate, TypeCode("DA")},        {tags::StudyTime, TypeCode("TM")},
+                                {tags::StudyDescription, TypeCode("LO")}, {tags::AccessionNumber, TypeCode("SH")}};
 constexpr DRElement kSeries[] = {
-    {0x0008, 0x0060, TypeCode("CS")}, {0x0020, 0x000E, TypeCode("UI")}, {0x0020, 0x0011, TypeCode("IS")}};
+    {tags::Modality, TypeCode("CS")}, {tags::SeriesInstanceUID, TypeCode("UI")}, {tags::SeriesNumber, TypeCode("IS")}};
 // The leaves' begin with the one that all have.
-constexpr DRElement kInstanceNumber = {0x0020, 0x0013, TypeCode("IS")};
+constexpr DRElement kInstanceNumber = {tags::InstanceNumber, TypeCode("IS")};
 constexpr DRElement kImage[] = {kInstanceNumber};
-constexpr DRElement kRTDose[] = {kInstanceNumber, {0x3004, 0x000A, TypeCode("CS")}};
+constexpr DRElement kRTDose[] = {kInstanceNumber, {tags::DoseSummationType, TypeCode("CS")}};
 constexpr DRElement kRTStructSet[] = {kInstanceNumber,
-                                      {0x3006, 0x0002, TypeCode("SH")},
-                                      {0x3006, 0x0008, TypeCode("DA")},
-                                      {0x3006, 0x0009, TypeCode("TM")}};
+                                      {tags::StructureSetLabel, TypeCode("SH")},
+                                      {tags::StructureSetDate, TypeCode("DA")},
+                                      {tags::StructureSetTime, TypeCode("TM")}};
 constexpr DRElement kRTPlan[] = {kInstanceNumber,
-                                 {0x300A, 0x0002, TypeCode("CS")},
-                                 {0x300A, 0x0006, TypeCode("DA")},
-                                 {0x300A, 0x0007, TypeCode("TM")}};
+                                 {tags::RTPlanLabel, TypeCode("CS")},
+                                 {tags::RTPlanDate, TypeCode("DA")},
+                                 {tags::RTPlanTime, TypeCode("TM")}};
 constexpr DRElement kSRDoc[] = {kInstanceNumber,
-                                {0x0040, 0xA491, TypeCode("CS")},
-                                {0x0040, 0xA493, TypeCode("CS")},
-                                {0x0008, 0x0023, TypeCode("DA")},
-                                {0x0008, 0x0033, TypeCode("TM")},
-                                {0x0040, 0xA030, TypeCode("DT")}};
+                                {tags::CompletionFlag, TypeCode("CS")},
+                                {tags::VerificationFlag, TypeCode("CS")},
+                                {tags::ContentDate, TypeCode("DA")},
+                                {tags::ContentTime, TypeCode("TM")},
+                                {tags::VerificationDateTime, TypeCode("DT")}};
 
 /// Positions of the keys in the tables above.
 constexpr std::size_t kPatientKey = 1;
@@ -49,7 +48,7 @@ bool IsBeyondAscii(std::string_view text) {
 }
 
 void Push(DICOMObject& item, const DRElement& element, const std::string& value) {
-    item.Push(CCDRObject::CreateVR(element.group, element.element, element.typeCode, value));
+    item.Push(CCDRObject::CreateVR(GroupOf(element.tag), ElementOf(element.tag), element.typeCode, value));
 }
 
 bool HasTextBeyondAscii(const VR& codes) {
@@ -125,20 +124,21 @@ const std::string& CDRRecord::GetKey() const {
 }
 
 void CDRRecord::SetDDO(CDRRecord* parent, const DICOMObject& dataSet) {
-    m_ReferencedSyntax = TextOf(dataSet, 0x0002, 0x0010);
-    m_ReferencedClass = TextOf(dataSet, 0x0008, 0x0016);
-    m_ReferencedInstance = TextOf(dataSet, 0x0008, 0x0018);
-    m_ReferencedFileId = TextOf(dataSet, 0x0004, 0x1500);
+    m_ReferencedSyntax = TextOf(dataSet, tags::TransferSyntaxUID);
+    m_ReferencedClass = TextOf(dataSet, tags::SOPClassUID);
+    m_ReferencedInstance = TextOf(dataSet, tags::SOPInstanceUID);
+    m_ReferencedFileId = TextOf(dataSet, tags::ReferencedFileID);
     for (std::size_t i = 0; i < m_Values.size(); ++i) {
-        m_Values[i] = TextOf(dataSet, m_pElements[i].group, m_pElements[i].element);
+        m_Values[i] = TextOf(dataSet, m_pElements[i].tag);
     }
-    if (std::any_of(m_Values.begin(), m_Values.end(), IsBeyondAscii)) m_CharacterSet = TextOf(dataSet, 0x0008, 0x0005);
+    if (std::any_of(m_Values.begin(), m_Values.end(), IsBeyondAscii))
+        m_CharacterSet = TextOf(dataSet, tags::SpecificCharacterSet);
     if (parent != nullptr) parent->m_Children.Append(this);
 }
 
 void CDRRecord::AddToDDO(DICOMObject& item) const {
-    Push(item, {0x0004, 0x1430, TypeCode("CS")}, GetTypeText());
-    if (!m_CharacterSet.empty()) Push(item, {0x0008, 0x0005, TypeCode("CS")}, m_CharacterSet);
+    Push(item, {tags::DirectoryRecordType, TypeCode("CS")}, GetTypeText());
+    if (!m_CharacterSet.empty()) Push(item, {tags::SpecificCharacterSet, TypeCode("CS")}, m_CharacterSet);
     for (std::size_t i = 0; i < m_Values.size(); ++i) Push(item, m_pElements[i], m_Values[i]);
 }
 
@@ -193,10 +193,10 @@ const std::string& CDRImageRecord::GetKey() const {
 
 void CDRImageRecord::AddToDDO(DICOMObject& item) const {
     // The path's components are the values of the file ID.
-    Push(item, {0x0004, 0x1500, TypeCode("CS")}, m_Path);
-    Push(item, {0x0004, 0x1510, TypeCode("UI")}, m_ReferencedClass);
-    Push(item, {0x0004, 0x1511, TypeCode("UI")}, m_ReferencedInstance);
-    Push(item, {0x0004, 0x1512, TypeCode("UI")}, m_ReferencedSyntax);
+    Push(item, {tags::ReferencedFileID, TypeCode("CS")}, m_Path);
+    Push(item, {tags::ReferencedSOPClassUIDInFile, TypeCode("UI")}, m_ReferencedClass);
+    Push(item, {tags::ReferencedSOPInstanceUIDInFile, TypeCode("UI")}, m_ReferencedInstance);
+    Push(item, {tags::ReferencedTransferSyntaxUIDInFile, TypeCode("UI")}, m_ReferencedSyntax);
     CDRRecord::AddToDDO(item);
 }
 
@@ -248,10 +248,10 @@ std::string CDRSRDocRecord::GetTypeText() const {
 }
 
 void CDRSRDocRecord::SetDDO(CDRRecord* parent, const DICOMObject& dataSet) {
-    const VR* const conceptName = dataSet.GetVR(0x0040, 0xA043);
+    const VR* const conceptName = dataSet.GetVR(tags::ConceptNameCodeSequence);
     if (conceptName == nullptr) throw std::string("CDRSRDocRecord::SetDDO: Concept name sequence missing");
     m_pConceptName = CopyCodes(*conceptName);
-    if (HasTextBeyondAscii(*m_pConceptName)) m_CharacterSet = TextOf(dataSet, 0x0008, 0x0005);
+    if (HasTextBeyondAscii(*m_pConceptName)) m_CharacterSet = TextOf(dataSet, tags::SpecificCharacterSet);
     CDRImageRecord::SetDDO(parent, dataSet);
 }
 

@@ -15,8 +15,7 @@ class CCDRObject;
 
 /// An element that a record copies from a data set: tag, and the value representation that it is written with.
 struct DRElement {
-    unsigned short group;
-    unsigned short element;
+    tags::Tag tag;
     unsigned short typeCode;
 };
 

@@ -2,6 +2,7 @@
 #include "CCDRObject.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
 #include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/stream/FileBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "base/Bytes.h"
@@ -45,12 +46,16 @@ std::string MakeUid() {
     }
 }
 
-VR* CreateElement(unsigned short group, unsigned short element, unsigned short typeCode, const void* bytes,
-                  std::size_t count) {
-    auto made = std::make_unique<VR>(group, element, static_cast<std::uint32_t>(count), 1);
+VR* CreateElement(tags::Tag tag, unsigned short typeCode, const void* bytes, std::size_t count) {
+    auto made = std::make_unique<VR>(tag, static_cast<std::uint32_t>(count), 1);
     if (count > 0) std::memcpy(made->m_pData, bytes, count);
     made->m_TypeCode = typeCode;
     return made.release();
+}
+
+template <typename Value>
+VR* MakeElement(tags::Tag tag, unsigned short typeCode, Value value) {
+    return CCDRObject::CreateVR(GroupOf(tag), ElementOf(tag), typeCode, value);
 }
 
 /// Whether the encoder writes items, or would if there were any.
@@ -80,47 +85,48 @@ unsigned long long ElementBytes(const VR& element) {
 VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned short typeCode,
                          const std::string& value) {
     const std::string padded = value.size() % 2 != 0 ? value + " " : value;
-    return CreateElement(group, element, typeCode, padded.data(), padded.size());
+    return CreateElement(tags::MakeTag(group, element), typeCode, padded.data(), padded.size());
 }
 
 VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned short typeCode, unsigned int value) {
     unsigned char bytes[4];
     platform::StoreLittle(bytes, static_cast<std::uint32_t>(value));
-    return CreateElement(group, element, typeCode, bytes, sizeof bytes);
+    return CreateElement(tags::MakeTag(group, element), typeCode, bytes, sizeof bytes);
 }
 
 VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned short typeCode, unsigned short value) {
     unsigned char bytes[2];
     platform::StoreLittle(bytes, static_cast<std::uint16_t>(value));
-    return CreateElement(group, element, typeCode, bytes, sizeof bytes);
+    return CreateElement(tags::MakeTag(group, element), typeCode, bytes, sizeof bytes);
 }
 
 void CCDRObject::AddMetaInformation(DICOMDataObject& dataSet) {
     static constexpr unsigned char kVersion[2] = {0x00, 0x01};
     if (m_MediaStorageUID.empty()) m_MediaStorageUID = MakeUid();
-    dataSet.Push(CreateElement(0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion));
-    dataSet.Push(CreateVR(0x0002, 0x0002, TypeCode("UI"), std::string(kDirectoryClassUid)));
-    dataSet.Push(CreateVR(0x0002, 0x0003, TypeCode("UI"), m_MediaStorageUID));
-    ReplaceText(dataSet, 0x0002, 0x0010, TypeCode("UI"), GetTransferSyntax());
-    ReplaceText(dataSet, 0x0002, 0x0012, TypeCode("UI"), GetImplementationClass());
-    ReplaceText(dataSet, 0x0002, 0x0013, TypeCode("SH"), GetImplementationVersion());
-    dataSet.Push(CreateVR(0x0002, 0x0016, TypeCode("AE"), m_SourceAETitle));
-    dataSet.Push(CreateVR(0x0002, 0x0000, TypeCode("UL"), static_cast<unsigned>(DDOLength(dataSet, 0))));
+    dataSet.Push(CreateElement(tags::FileMetaInformationVersion, TypeCode("OB"), kVersion, sizeof kVersion));
+    dataSet.Push(MakeElement(tags::MediaStorageSOPClassUID, TypeCode("UI"), std::string(kDirectoryClassUid)));
+    dataSet.Push(MakeElement(tags::MediaStorageSOPInstanceUID, TypeCode("UI"), m_MediaStorageUID));
+    ReplaceText(dataSet, tags::TransferSyntaxUID, TypeCode("UI"), GetTransferSyntax());
+    ReplaceText(dataSet, tags::ImplementationClassUID, TypeCode("UI"), GetImplementationClass());
+    ReplaceText(dataSet, tags::ImplementationVersionName, TypeCode("SH"), GetImplementationVersion());
+    dataSet.Push(MakeElement(tags::SourceApplicationEntityTitle, TypeCode("AE"), m_SourceAETitle));
+    dataSet.Push(MakeElement(tags::FileMetaInformationGroupLength, TypeCode("UL"),
+                             static_cast<unsigned>(DDOLength(dataSet, 0))));
 }
 
 std::unique_ptr<DICOMDataObject> CCDRObject::CreateDDO() {
     auto dataSet = std::make_unique<DICOMDataObject>();
     AddMetaInformation(*dataSet);
-    VR* const first = CreateVR(0x0004, 0x1200, TypeCode("UL"), 0u);
-    VR* const last = CreateVR(0x0004, 0x1202, TypeCode("UL"), 0u);
+    VR* const first = MakeElement(tags::OffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity, TypeCode("UL"), 0u);
+    VR* const last = MakeElement(tags::OffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity, TypeCode("UL"), 0u);
     const unsigned short consistency = m_bConsistencyFlag ? 65535 : 0;
     // The file-set ID is a CS in the standard. UI is required: readers of these media compare it so.
-    dataSet->Push(CreateVR(0x0004, 0x1130, TypeCode("UI"), m_FileSetID));
+    dataSet->Push(MakeElement(tags::FileSetID, TypeCode("UI"), m_FileSetID));
     dataSet->Push(first);
     dataSet->Push(last);
-    dataSet->Push(CreateVR(0x0004, 0x1212, TypeCode("US"), consistency));
+    dataSet->Push(MakeElement(tags::FileSetConsistencyFlag, TypeCode("US"), consistency));
     const unsigned long long base = DDOLength(*dataSet, kPreambleBytes + sizeof kMarker);
-    dataSet->Push(CreateVR(0x0004, 0x1220, TypeCode("SQ"), std::string()));
+    dataSet->Push(MakeElement(tags::DirectoryRecordSequence, TypeCode("SQ"), std::string()));
     m_ItemBytes = 0;
     const RecordRange range = CreateRecordDDO(*dataSet, m_Patients, base);
     if (range.last + m_ItemBytes > std::numeric_limits<std::uint32_t>::max()) {
@@ -141,11 +147,11 @@ CCDRObject::RecordRange CCDRObject::CreateRecordDDO(DICOMObject& dataSet, const 
         if (range.first == 0) range.first = range.last;
         if (previous != nullptr) platform::StoreLittle(previous->m_pData, static_cast<std::uint32_t>(range.last));
         auto item = std::make_unique<DICOMDataObject>();
-        VR* const next = CreateVR(0x0004, 0x1400, TypeCode("UL"), 0u);
-        VR* const lower = CreateVR(0x0004, 0x1420, TypeCode("UL"), 0u);
+        VR* const next = MakeElement(tags::OffsetOfTheNextDirectoryRecord, TypeCode("UL"), 0u);
+        VR* const lower = MakeElement(tags::OffsetOfReferencedLowerLevelDirectoryEntity, TypeCode("UL"), 0u);
         const unsigned short inUse = 65535;
         item->Push(next);
-        item->Push(CreateVR(0x0004, 0x1410, TypeCode("US"), inUse));
+        item->Push(MakeElement(tags::RecordInUseFlag, TypeCode("US"), inUse));
         item->Push(lower);
         record.AddToDDO(*item);
         m_ItemBytes += kItemBytes + DDOLength(*item, 0);

@@ -1,6 +1,7 @@
 #include "CDicomPixelStream.h"
 
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "PixelRows.h"
 #include "ValueHelpers.h"
 #include "base/Bytes.h"
@@ -32,8 +33,8 @@ int ToInt(std::uint32_t bits) {
 }
 
 // The element, only when it has a value.
-VR* WithValue(DICOMDataObject* ddo, unsigned short group, unsigned short element) {
-    VR* vr = ddo->GetVR(group, element);
+VR* WithValue(DICOMDataObject* ddo, tags::Tag tag) {
+    VR* vr = ddo->GetVR(tag);
     return vr != nullptr && !vr->GetText().empty() ? vr : nullptr;
 }
 
@@ -116,7 +117,7 @@ bool CDicomPixelStream::ReadLayout(DICOMDataObject* ddo) {
         return false;
     }
     SetOverlay(false);
-    const VR* pixels = ddo->GetVR(0x7FE0, 0x0010);
+    const VR* pixels = ddo->GetVR(tags::PixelData);
     if (pixels == nullptr) {
         return false;
     }
@@ -127,27 +128,26 @@ bool CDicomPixelStream::ReadLayout(DICOMDataObject* ddo) {
 }
 
 bool CDicomPixelStream::ReadMatrix(DICOMDataObject* ddo) {
-    if (ddo->GetVR(0x0028, 0x0010) == nullptr || ddo->GetVR(0x0028, 0x0011) == nullptr) {
+    if (ddo->GetVR(tags::Rows) == nullptr || ddo->GetVR(tags::Columns) == nullptr) {
         return false;
     }
-    m_nRows = ddo->GetUINT16(0x0028, 0x0010);
-    m_nCols = ddo->GetUINT16(0x0028, 0x0011);
-    VR* frames = WithValue(ddo, 0x0028, 0x0008);
+    m_nRows = ddo->GetUINT16(tags::Rows);
+    m_nCols = ddo->GetUINT16(tags::Columns);
+    VR* frames = WithValue(ddo, tags::NumberOfFrames);
     m_nFrames = frames != nullptr ? static_cast<int>(VRAtoi(frames)) : 1;
     return true;
 }
 
 bool CDicomPixelStream::ReadBits(DICOMDataObject* ddo) {
-    constexpr unsigned short kRequired[] = {0x0101, 0x0100, 0x0102};
-    for (const unsigned short element : kRequired) {
-        if (ddo->GetVR(0x0028, element) == nullptr) {
+    for (const tags::Tag tag : {tags::BitsStored, tags::BitsAllocated, tags::HighBit}) {
+        if (ddo->GetVR(tag) == nullptr) {
             return false;
         }
     }
-    m_nBitsStored = ddo->GetUINT16(0x0028, 0x0101);
-    m_nBitsAllocated = ddo->GetUINT16(0x0028, 0x0100);
-    m_nHighBit = ddo->GetUINT16(0x0028, 0x0102);
-    m_bSigned = ddo->GetUINT16(0x0028, 0x0103) != 0;
+    m_nBitsStored = ddo->GetUINT16(tags::BitsStored);
+    m_nBitsAllocated = ddo->GetUINT16(tags::BitsAllocated);
+    m_nHighBit = ddo->GetUINT16(tags::HighBit);
+    m_bSigned = ddo->GetUINT16(tags::PixelRepresentation) != 0;
     return true;
 }
 
@@ -168,7 +168,7 @@ void CDicomPixelStream::DeriveMasks() {
 
 // The comparison goes as far as the shorter of value and keyword, so that a value that begins a keyword matches it.
 bool CDicomPixelStream::ReadPhotometric(DICOMDataObject* ddo) {
-    const VR* vr = WithValue(ddo, 0x0028, 0x0004);
+    const VR* vr = WithValue(ddo, tags::PhotometricInterpretation);
     if (vr == nullptr) {
         return false;
     }
@@ -193,14 +193,14 @@ bool CDicomPixelStream::ReadPhotometric(DICOMDataObject* ddo) {
 }
 
 bool CDicomPixelStream::ReadSamples(DICOMDataObject* ddo) {
-    m_nSamples = m_nSamplesStored = ddo->GetUINT16(0x0028, 0x0002);
+    m_nSamples = m_nSamplesStored = ddo->GetUINT16(tags::SamplesPerPixel);
     if (m_nSamples == 0) {
         return false;
     }
     m_bPlanar = false;
     if (m_nSamples != 1) {
         m_nBytesPerPixel = m_nSamples;
-        m_bPlanar = ddo->GetUINT16(0x0028, 0x0006) != 0;
+        m_bPlanar = ddo->GetUINT16(tags::PlanarConfiguration) != 0;
     }
     const int rowBytes = platform::WrapMultiply(m_nBytesPerPixel, m_nCols);
     const int frameBytes = platform::WrapMultiply(rowBytes, m_nRows);
@@ -237,8 +237,8 @@ void CDicomPixelStream::ReadMapping(DICOMDataObject* ddo, const PixelRange& raw)
     m_fIntercept = 0.0F;
     m_fRescale = 1.0F;
     if (IsMonochrome()) {
-        VR* intercept = WithValue(ddo, 0x0028, 0x1052);
-        VR* slope = WithValue(ddo, 0x0028, 0x1053);
+        VR* intercept = WithValue(ddo, tags::RescaleIntercept);
+        VR* slope = WithValue(ddo, tags::RescaleSlope);
         if (intercept != nullptr && slope != nullptr) {
             m_fIntercept = static_cast<float>(VRAtof(intercept));
             m_fRescale = static_cast<float>(VRAtof(slope));
@@ -255,8 +255,8 @@ void CDicomPixelStream::ReadMapping(DICOMDataObject* ddo, const PixelRange& raw)
 }
 
 bool CDicomPixelStream::ReadWindow(DICOMDataObject* ddo) {
-    VR* center = WithValue(ddo, 0x0028, 0x1050);
-    VR* width = WithValue(ddo, 0x0028, 0x1051);
+    VR* center = WithValue(ddo, tags::WindowCenter);
+    VR* width = WithValue(ddo, tags::WindowWidth);
     if (center == nullptr || width == nullptr) {
         return false;
     }
@@ -273,17 +273,14 @@ bool CDicomPixelStream::ReadWindow(DICOMDataObject* ddo) {
 }
 
 void CDicomPixelStream::ReadSpacing(DICOMDataObject* ddo) {
-    struct Tag {
-        unsigned short group;
-        unsigned short element;
-    };
     // Imager Pixel Spacing, twice (the second group is no mistake), Image Plane Pixel Spacing, Pixel Spacing, Nominal
     // Scanned Pixel Spacing.
-    constexpr Tag kSpacings[] = {
-        {0x0018, 0x1164}, {0x3006, 0x1164}, {0x3002, 0x0011}, {0x0028, 0x0030}, {0x0018, 0x2010}};
+    constexpr tags::Tag kSpacings[] = {tags::ImagerPixelSpacing, tags::MakeTag(0x3006, 0x1164),
+                                       tags::ImagePlanePixelSpacing, tags::PixelSpacing,
+                                       tags::NominalScannedPixelSpacing};
     double spacing[2] = {1.0, 1.0};
-    for (const Tag& tag : kSpacings) {
-        if (const VR* vr = ddo->GetVR(tag.group, tag.element); vr != nullptr) {
+    for (const tags::Tag tag : kSpacings) {
+        if (const VR* vr = ddo->GetVR(tag); vr != nullptr) {
             platform::ScanReals(vr->GetText(), spacing, 2);
             break;
         }

@@ -2,6 +2,7 @@
 
 #include "CDicomPixelStream.h"
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "GeometryElements.h"
 #include "PixelRows.h"
 #include "ValueHelpers.h"
@@ -152,7 +153,7 @@ void CDicomVolume::SetIODList(std::vector<DICOMDataObject*>& list, std::vector<b
 // or of frames, that the caller may index.
 std::size_t CDicomVolume::Select(const std::vector<DICOMDataObject*>& list, const std::vector<bool>* mask) {
     std::int32_t claimed = 0;
-    m_bMultiframe = ReadWhole(list.front(), 0x0028, 0x0008, &claimed);
+    m_bMultiframe = ReadWhole(list.front(), tags::NumberOfFrames, &claimed);
     std::size_t present = list.size();
     std::size_t entries = list.size();
     if (m_bMultiframe) {
@@ -188,7 +189,7 @@ void CDicomVolume::FindReference(const std::vector<DICOMDataObject*>& list) {
     for (const int index : m_Selected) {
         DICOMDataObject* slice = list[static_cast<std::size_t>(index)];
         std::int32_t number = index + 1;
-        ReadWhole(slice, 0x0020, 0x0013, &number);
+        ReadWhole(slice, tags::InstanceNumber, &number);
         if (number < lowest) {
             lowest = number;
             m_pRefDDO = slice;
@@ -216,7 +217,7 @@ CDicomVolume::Placement CDicomVolume::ReadPlacement(DICOMDataObject* first) {
 // Image Orientation (Patient): the volume gets the cosines as they are, the geometry their unit vectors.
 bool CDicomVolume::ReadOrientation(DICOMDataObject* first) {
     float cosines[6] = {1, 0, 0, 0, 1, 0};
-    const bool present = ReadReals(first, 0x0020, 0x0037, cosines, 6);
+    const bool present = ReadReals(first, tags::ImageOrientationPatient, cosines, 6);
     float orientation[2][3];
     std::copy(cosines, cosines + 3, orientation[0]);
     std::copy(cosines + 3, cosines + 6, orientation[1]);
@@ -234,9 +235,9 @@ bool CDicomVolume::ReadOrientation(DICOMDataObject* first) {
 
 // Whether the slice has an Image Position (Patient). A Slice Location replaces z even where it has none.
 bool CDicomVolume::ReadPosition(DICOMDataObject* slice, float (&position)[3]) const {
-    const bool present = ReadReals(slice, 0x0020, 0x0032, position, 3);
+    const bool present = ReadReals(slice, tags::ImagePositionPatient, position, 3);
     if (m_bUseSliceLocation) {
-        ReadReals(slice, 0x0020, 0x1041, &position[2], 1);
+        ReadReals(slice, tags::SliceLocation, &position[2], 1);
     }
     return present;
 }
@@ -261,9 +262,9 @@ void CDicomVolume::ReadOffsets(Placement& placement) const {
 
 void CDicomVolume::ReadPitch(Placement& placement) const {
     // Spacing Between Slices, Slice Thickness, Pixel Spacing: the first that is there.
-    if (!ReadReals(m_pRefDDO, 0x0018, 0x0088, &placement.m_Pitch, 1) &&
-        !ReadReals(m_pRefDDO, 0x0018, 0x0050, &placement.m_Pitch, 1)) {
-        ReadReals(m_pRefDDO, 0x0028, 0x0030, &placement.m_Pitch, 1);
+    if (!ReadReals(m_pRefDDO, tags::SpacingBetweenSlices, &placement.m_Pitch, 1) &&
+        !ReadReals(m_pRefDDO, tags::SliceThickness, &placement.m_Pitch, 1)) {
+        ReadReals(m_pRefDDO, tags::PixelSpacing, &placement.m_Pitch, 1);
     }
     if (placement.m_Pitch < 0) {
         placement.m_Pitch = -placement.m_Pitch;
@@ -316,13 +317,13 @@ void CDicomVolume::SetSpacing(const std::vector<SliceRecord>& records) {
     float space[4];
     m_pVolume.Get()->GetSpacing(space);
     float pixel[2] = {1, 1};
-    ReadReals(m_pRefDDO, 0x0028, 0x0030, pixel, 2);
+    ReadReals(m_pRefDDO, tags::PixelSpacing, pixel, 2);
     space[0] = pixel[0] > 0 ? pixel[0] : 1.0F;
     space[1] = pixel[1] > 0 ? pixel[1] : 1.0F;
     if (records.size() >= 2) {
         const double extent = std::fabs(records.back().z - records.front().z);
         space[2] = static_cast<float>(extent / static_cast<double>(records.size() - 1));
-    } else if (!ReadReals(m_pRefDDO, 0x0018, 0x0050, &space[2], 1)) {
+    } else if (!ReadReals(m_pRefDDO, tags::SliceThickness, &space[2], 1)) {
         space[2] = (space[0] + space[1]) / 2;
     }
     m_pVolume.Get()->SetSpacing(space);

@@ -1,6 +1,7 @@
 #include "CModalityLUT.h"
 
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "base/Integer.h"
 #include "base/Layout.h"
 #include "base/Number.h"
@@ -20,8 +21,8 @@ CModalityLUT::~CModalityLUT() {
 }
 
 void CModalityLUT::SetDDO(DICOMDataObject* ddo) {
-    const VR* intercept = ddo->GetVR(0x0028, 0x1052);
-    const VR* slope = ddo->GetVR(0x0028, 0x1053);
+    const VR* intercept = ddo->GetVR(tags::RescaleIntercept);
+    const VR* slope = ddo->GetVR(tags::RescaleSlope);
     if (intercept == nullptr || slope == nullptr || intercept->GetText().empty() || slope->GetText().empty()) {
         return;
     }

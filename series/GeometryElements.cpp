@@ -2,6 +2,7 @@
 
 #include "Dicom/Lib/dataset/DICOMObject.h"
 #include "Dicom/Lib/dataset/TypeCode.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "ValueHelpers.h"
 #include "automation/CVariant.h"
 #include "automation/CVariantVR.h"
@@ -19,24 +20,24 @@ struct Text {
     char m_Chars[256];
 };
 
-bool ReadText(DICOMDataObject* ddo, unsigned short group, unsigned short element, Text& text) {
-    return ReadDCMStringTag(ddo, group, element, text.m_Chars, sizeof text.m_Chars);
+bool ReadText(DICOMDataObject* ddo, tags::Tag tag, Text& text) {
+    return ReadDCMStringTag(ddo, GroupOf(tag), ElementOf(tag), text.m_Chars, sizeof text.m_Chars);
 }
 
 }  // namespace
 
-bool ReadReals(DICOMDataObject* ddo, unsigned short group, unsigned short element, float* values, std::size_t count) {
+bool ReadReals(DICOMDataObject* ddo, tags::Tag tag, float* values, std::size_t count) {
     Text text;
-    if (!ReadText(ddo, group, element, text)) {
+    if (!ReadText(ddo, tag, text)) {
         return false;
     }
     platform::ScanReals(text.m_Chars, values, count);
     return true;
 }
 
-bool ReadWhole(DICOMDataObject* ddo, unsigned short group, unsigned short element, std::int32_t* value) {
+bool ReadWhole(DICOMDataObject* ddo, tags::Tag tag, std::int32_t* value) {
     Text text;
-    if (!ReadText(ddo, group, element, text)) {
+    if (!ReadText(ddo, tag, text)) {
         return false;
     }
     *value = platform::ParseInteger(text.m_Chars);
@@ -52,7 +53,7 @@ float DecimalValues::Next() {
     // The value as an element of its own, with borrowed bytes: by its index in the whole text each would be looked for
     // from the beginning.
     const std::size_t end = std::min(m_Rest.find('\\'), m_Rest.size());
-    VR single(0x3004, 0x000C, 0, 0);
+    VR single(tags::GridFrameOffsetVector, 0, 0);
     single.m_pData = reinterpret_cast<unsigned char*>(const_cast<char*>(m_Rest.data()));
     single.m_Length = static_cast<std::uint32_t>(end);
     single.m_bOwnsData = 0;
@@ -63,7 +64,7 @@ float DecimalValues::Next() {
 }
 
 const VR* FindFrameOffsets(DICOMDataObject* ddo, bool* relative) {
-    const VR* pointer = ddo->GetVR(0x0028, 0x0009);
+    const VR* pointer = ddo->GetVR(tags::FrameIncrementPointer);
     if (pointer == nullptr) {
         return nullptr;
     }

@@ -1,6 +1,8 @@
 // The elements that place slices, as numbers.
 #pragma once
 
+#include "Dicom/Lib/dataset/Tag.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -12,10 +14,10 @@ namespace korvane_detail {
 
 /// Reads the first numbers of a decimal string with several values. False when the element is absent; numbers that its
 /// text lacks leave theirs as they are.
-bool ReadReals(DICOMDataObject* ddo, unsigned short group, unsigned short element, float* values, std::size_t count);
+bool ReadReals(DICOMDataObject* ddo, tags::Tag tag, float* values, std::size_t count);
 
 /// The same for one integer; a present element without one gives 0.
-bool ReadWhole(DICOMDataObject* ddo, unsigned short group, unsigned short element, std::int32_t* value);
+bool ReadWhole(DICOMDataObject* ddo, tags::Tag tag, std::int32_t* value);
 
 /// The values of a decimal string one after another, however many, as the automation bridge converts them to floats: what
 /// is no number is 0. Behind the last it is repeated: a reader of single values keeps its previous result there.

@@ -1,6 +1,7 @@
 #include "DcmOrientation.h"
 
 #include "Dicom/Lib/dataset/DICOMObject.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "base/Number.h"
 
 #include <cmath>
@@ -102,10 +103,10 @@ std::string DcmOrientation::GetOrientation(DICOMObject* obj) {
     if (obj == nullptr) {
         return {};
     }
-    if (const VR* letters = obj->GetVR(0x0020, 0x0020)) {
+    if (const VR* letters = obj->GetVR(tags::PatientOrientation)) {
         return std::string(TextOf(*letters));
     }
-    const VR* element = obj->GetVR(0x0020, 0x0037);
+    const VR* element = obj->GetVR(tags::ImageOrientationPatient);
     double cosines[6];
     if (element == nullptr || platform::ScanReals(TextOf(*element), cosines, 6) != 6) {
         return {};

@@ -172,7 +172,7 @@ void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink&
     const bool done = Transcode(dataSet, to);
     m_Watch.StopIfAsked();
     if (!done) {
-        const bool undecoded = file.encapsulated && IsEncapsulated(FindElement(dataSet, MakeTag(0x7FE0, 0x0010)));
+        const bool undecoded = file.encapsulated && IsEncapsulated(FindElement(dataSet, tags::PixelData));
         if (undecoded && !CodecManager::CanDecode(file.transferSyntax)) {
             throw Error(ErrorKind::Unsupported, name + ": no codec for " + DescribeSyntax(file.transferSyntax))
                 .InFile(name);
@@ -187,7 +187,7 @@ void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink&
              name + ": compressed with loss as " + DescribeSyntax(file.transferSyntax) +
                  "; what was decoded is written without further loss");
     }
-    dataSet.Take(0xFFFC, 0xFFFC);  // padding behind the data set
+    dataSet.Take(tags::DataSetTrailingPadding);  // padding behind the data set
     CompleteTypes(dataSet, &PublicDictionary());
 }
 

@@ -111,7 +111,7 @@ DataSetFile ReadDataSet(Buffer& buffer, int option) {
     }
     if (codec.HasStopped()) file.encapsulated = codec.GetStoppedLength() == kUndefinedLength;
     file.hasPixels = file.hasPixels || codec.HasStopped();
-    if (const VR* const pixels = FindElement(*file.dataSet, MakeTag(0x7FE0, 0x0010)); pixels != nullptr) {
+    if (const VR* const pixels = FindElement(*file.dataSet, tags::PixelData); pixels != nullptr) {
         file.hasPixels = true;
         file.encapsulated = IsEncapsulated(pixels);
     }

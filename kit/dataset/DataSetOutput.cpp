@@ -56,7 +56,7 @@ bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view synta
     static constexpr char kMarker[] = {'D', 'I', 'C', 'M'};
     StandardOrderCodec codec(codecs);
     if (codec.PrepareMetaInformation(&dataSet, 3) == 0) return false;
-    if (IsNativeTransferSyntax(syntax)) PutText(dataSet, MakeTag(0x0002, 0x0010), syntax);
+    if (IsNativeTransferSyntax(syntax)) PutText(dataSet, tags::TransferSyntaxUID, syntax);
     return buffer.WriteZeros(128) && buffer.Write(kMarker, sizeof kMarker) &&
            codec.EncodeMetaInformation(buffer, dataSet) != 0 &&
            codec.EncodeStream(FindTransferSyntax(syntax, kExplicitLittleEndian), buffer, &dataSet) != 0;
@@ -65,8 +65,8 @@ bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view synta
 }  // namespace
 
 bool IsMediaDirectory(const DICOMObject& dataSet) {
-    return FindText(dataSet, MakeTag(0x0002, 0x0002)) == kMediaDirectoryClass ||
-           FindElement(dataSet, MakeTag(0x0004, 0x1220)) != nullptr;
+    return FindText(dataSet, tags::MediaStorageSOPClassUID) == kMediaDirectoryClass ||
+           FindElement(dataSet, tags::DirectoryRecordSequence) != nullptr;
 }
 
 bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {

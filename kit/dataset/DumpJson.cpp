@@ -50,7 +50,7 @@ public:
     JsonDump(bool meta, const Watch& watch) : m_bMeta(meta), m_Watch(watch) {}
 
     Json DataSet(const DICOMObject& dataSet, const TextDecoder& outer) const {
-        const VR* const set = FindElement(dataSet, MakeTag(0x0008, 0x0005));
+        const VR* const set = FindElement(dataSet, tags::SpecificCharacterSet);
         const TextDecoder decoder = set != nullptr ? TextDecoder(set->GetText()) : outer;
         const std::vector<const VR*> elements = SortedElements(dataSet);
         // Not by operator[], which looks for the key first: each tag is there once, and there may be very many. Growing

@@ -22,7 +22,7 @@ public:
     TextDump(bool whole, std::ostream& out, const Watch& watch) : m_bWhole(whole), m_Out(out), m_Watch(watch) {}
 
     void DataSet(const DICOMObject& dataSet, const TextDecoder& outer, int depth) {
-        const VR* const set = FindElement(dataSet, MakeTag(0x0008, 0x0005));
+        const VR* const set = FindElement(dataSet, tags::SpecificCharacterSet);
         const TextDecoder decoder = set != nullptr ? TextDecoder(set->GetText()) : outer;
         for (const VR* const element : SortedElements(dataSet)) {
             m_Watch.StopIfAsked();

@@ -40,13 +40,12 @@ const DcmDictionary& PublicDictionary() {
 DictionaryCodec::DictionaryCodec() : TransferSyntaxCodec(&SharedDictionary()) {}
 
 VR* FindElement(const DICOMObject& dataSet, Tag tag) {
-    return dataSet.GetVR(GroupOf(tag), ElementOf(tag));
+    return dataSet.GetVR(tag);
 }
 
 std::string FindText(const DICOMObject& dataSet, Tag tag) {
-    const VR* const element = FindElement(dataSet, tag);
-    if (element == nullptr) return {};
-    std::string_view text = element->GetText();
+    const std::string whole = TextOf(dataSet, tag);
+    std::string_view text = whole;
     while (!text.empty() && IsFill(text.back())) text.remove_suffix(1);
     while (!text.empty() && IsFill(text.front())) text.remove_prefix(1);
     return std::string(text);
@@ -57,10 +56,9 @@ int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {
     if (element == nullptr || element->GetText().empty()) return otherwise;
     // Some writers call UN what they might have named.
     const bool unnamed = element->m_TypeCode == TypeCode("UN") || element->m_TypeCode == 0;
-    const std::uint16_t type =
-        unnamed ? PublicDictionary().LookupTypeCode(GroupOf(tag), ElementOf(tag)) : element->m_TypeCode;
+    const std::uint16_t type = unnamed ? PublicDictionary().LookupTypeCode(tag) : element->m_TypeCode;
     if (GetValueKind(type) == ValueKind::Text) return platform::ParseInteger(FindText(dataSet, tag));
-    return element->m_Length == 2 ? dataSet.GetUINT16(GroupOf(tag), ElementOf(tag)) : otherwise;
+    return element->m_Length == 2 ? dataSet.GetUINT16(tag) : otherwise;
 }
 
 bool FindReals(const DICOMObject& dataSet, Tag tag, double* values, std::size_t count) {
@@ -80,8 +78,8 @@ DICOMObject* FindItem(const DICOMObject& dataSet, Tag tag) {
 }
 
 void PutText(DICOMObject& dataSet, Tag tag, std::string_view text) {
-    const std::uint16_t type = PublicDictionary().LookupTypeCode(GroupOf(tag), ElementOf(tag));
-    if (ReplaceText(dataSet, GroupOf(tag), ElementOf(tag), type, text) == 0) throw std::bad_alloc();
+    const std::uint16_t type = PublicDictionary().LookupTypeCode(tag);
+    if (ReplaceText(dataSet, tag, type, text) == 0) throw std::bad_alloc();
 }
 
 void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t count) {
@@ -92,20 +90,13 @@ void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t c
 
 void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value) {
     const unsigned char bytes[] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8)};
-    if (ReplaceValue(dataSet, GroupOf(tag), ElementOf(tag), TypeCode("US"), bytes, sizeof bytes) == 0) {
+    if (ReplaceValue(dataSet, tag, TypeCode("US"), bytes, sizeof bytes) == 0) {
         throw std::bad_alloc();
     }
 }
 
 void DropElement(DICOMObject& dataSet, Tag tag) {
-    if (FindElement(dataSet, tag) == nullptr) return;
-    // Elements leave a data set through Pop alone.
-    std::vector<std::unique_ptr<VR>> kept;
-    while (VR* const element = dataSet.Pop()) {
-        kept.emplace_back(element);
-        if (MakeTag(element->m_Group, element->m_Element) == tag) kept.pop_back();
-    }
-    for (auto& element : kept) dataSet.Push(element.release());
+    dataSet.Take(tag);
 }
 
 void SaveFile(const std::string& path, DICOMDataObject& dataSet) {

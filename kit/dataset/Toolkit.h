@@ -4,7 +4,9 @@
 #include "../../Dicom/Lib/dataset/DICOMObject.h"
 #include "../../Dicom/Lib/dataset/Encapsulation.h"
 #include "../../Dicom/Lib/dataset/ReplaceValue.h"
+#include "../../Dicom/Lib/dataset/ValueText.h"
 #include "../../Dicom/Lib/dictionary/PublicDictionary.h"
+#include "../../Dicom/Lib/dictionary/Tags.generated.h"
 #include "../../Dicom/Lib/pixels/CodecManager.h"
 #include "../../Dicom/Lib/storage/DICOMFile.h"
 #include "../../Dicom/Lib/stream/FileBuffer.h"
@@ -18,17 +20,10 @@
 
 namespace korvane {
 
-/// A tag, group and element in one number.
-using Tag = std::uint32_t;
-constexpr Tag MakeTag(unsigned group, unsigned element) {
-    return static_cast<Tag>((group << 16) | element);
-}
-constexpr std::uint16_t GroupOf(Tag tag) {
-    return static_cast<std::uint16_t>(tag >> 16);
-}
-constexpr std::uint16_t ElementOf(Tag tag) {
-    return static_cast<std::uint16_t>(tag & 0xFFFF);
-}
+using tags::ElementOf;
+using tags::GroupOf;
+using tags::MakeTag;
+using tags::Tag;
 
 /// The public dictionary, built once.
 const DcmDictionary& PublicDictionary();
@@ -39,9 +34,9 @@ public:
     DictionaryCodec();
 };
 
-/// Elements by tag; null or empty when absent.
+/// The element; null when absent.
 VR* FindElement(const DICOMObject& dataSet, Tag tag);
-/// The value without blanks at either end and without zero bytes at its end.
+/// `TextOf` without blanks in front either, and without tabs and line ends at both ends.
 std::string FindText(const DICOMObject& dataSet, Tag tag);
 int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise);
 /// Exactly `count` reals separated by backslashes; false, nothing changed, when there are fewer or one is not finite.

@@ -174,7 +174,7 @@ void EvenPlanes::PutInto(CDicomVolume& assembled, const Watch& watch) {
     volume.UpdateZInterpArray();
     std::vector<DICOMDataObject*>& dataSets = assembled.GetDDOList();
     const double thickness = static_cast<double>(space[2]);
-    PutReals(*dataSets.front(), MakeTag(0x0018, 0x0050), &thickness, 1);
+    PutReals(*dataSets.front(), tags::SliceThickness, &thickness, 1);
     dataSets.assign(static_cast<std::size_t>(dim[2]), dataSets.front());
 }
 

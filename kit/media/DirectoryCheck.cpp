@@ -77,7 +77,7 @@ public:
     MediumContents Check(const std::string& directory) {
         DICOMFileReader reader(m_Codec);
         const auto dataSet = reader.LoadMemory(m_Bytes.data(), m_Bytes.size());
-        const VR* const sequence = dataSet != nullptr ? FindElement(*dataSet, MakeTag(0x0004, 0x1220)) : nullptr;
+        const VR* const sequence = dataSet != nullptr ? FindElement(*dataSet, tags::DirectoryRecordSequence) : nullptr;
         if (!reader.HasPreamble() || sequence == nullptr) {
             throw Error(ErrorKind::NotDicom, directory + ": not a DICOMDIR").InFile(directory);
         }
@@ -88,8 +88,9 @@ public:
                  ", where explicit VR little endian is asked for");
         }
         m_Items = sequence->GetItemCount();
-        const std::uint32_t last = Follow(FindOffset(*dataSet, MakeTag(0x0004, 0x1200)), 0);
-        const std::uint32_t named = FindOffset(*dataSet, MakeTag(0x0004, 0x1202));
+        const std::uint32_t last =
+            Follow(FindOffset(*dataSet, tags::OffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity), 0);
+        const std::uint32_t named = FindOffset(*dataSet, tags::OffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity);
         if (last != named) {
             Note("the last record is said to be at " + std::to_string(named) + ", yet is at " + std::to_string(last));
         }
@@ -120,8 +121,8 @@ private:
             }
             last = offset;
             Examine(offset, record);
-            Follow(FindOffset(record, MakeTag(0x0004, 0x1420)), depth + 1);
-            offset = FindOffset(record, MakeTag(0x0004, 0x1400));
+            Follow(FindOffset(record, tags::OffsetOfReferencedLowerLevelDirectoryEntity), depth + 1);
+            offset = FindOffset(record, tags::OffsetOfTheNextDirectoryRecord);
         }
         return last;
     }
@@ -145,15 +146,15 @@ private:
     bool ParseItem(Buffer& buffer, DICOMDataObject& record) {
         const int parsed = m_Syntax == kImplicitLittleEndian ? m_Codec.Implicit_ParseRawVRIntoDCM(buffer, &record, 1)
                                                              : m_Codec.ExplicitParse(buffer, &record, 1);
-        return parsed != 0 && FindElement(record, MakeTag(0x0004, 0x1430)) != nullptr;
+        return parsed != 0 && FindElement(record, tags::DirectoryRecordType) != nullptr;
     }
 
     void Examine(std::uint32_t offset, const DICOMObject& record) {
-        const std::string type = FindText(record, MakeTag(0x0004, 0x1430));
+        const std::string type = FindText(record, tags::DirectoryRecordType);
         if (type == "PATIENT") ++m_Report.patients;
         if (type == "STUDY") ++m_Report.studies;
         if (type == "SERIES") ++m_Report.series;
-        const std::string fileId = FindText(record, MakeTag(0x0004, 0x1500));
+        const std::string fileId = FindText(record, tags::ReferencedFileID);
         if (fileId.empty()) return;
         ++m_Report.files;
         const std::string path = PathOf(fileId);
@@ -174,9 +175,9 @@ private:
             const char* name;
         };
         static constexpr Pair kPairs[] = {
-            {MakeTag(0x0004, 0x1510), MakeTag(0x0008, 0x0016), "SOP class"},
-            {MakeTag(0x0004, 0x1511), MakeTag(0x0008, 0x0018), "SOP instance"},
-            {MakeTag(0x0004, 0x1512), MakeTag(0x0002, 0x0010), "transfer syntax"},
+            {tags::ReferencedSOPClassUIDInFile, tags::SOPClassUID, "SOP class"},
+            {tags::ReferencedSOPInstanceUIDInFile, tags::SOPInstanceUID, "SOP instance"},
+            {tags::ReferencedTransferSyntaxUIDInFile, tags::TransferSyntaxUID, "transfer syntax"},
         };
         try {
             const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData, m_Watch);
@@ -188,8 +189,8 @@ private:
                 Note(at + path + " ends early or is damaged");
             }
             for (const Pair& pair : kPairs) {
-                const std::string said = DirectoryText(record, pair.inRecord);
-                const std::string found = DirectoryText(*file.dataSet, pair.inFile);
+                const std::string said = TextOf(record, pair.inRecord);
+                const std::string found = TextOf(*file.dataSet, pair.inFile);
                 if (said == found) continue;
                 std::string what = at + path + ": the ";
                 what.append(pair.name).append(" is ").append(found).append(", not ").append(said);

@@ -30,7 +30,7 @@ MediaHeader CannotBeRead(int error, const Watch& watch) {
 /// Empty when the data set can go onto a medium; `beyond`: bytes of the file behind those that were looked at.
 std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
     const DICOMObject& dataSet = *file.dataSet;
-    const bool hasMeta = !FindText(dataSet, MakeTag(0x0002, 0x0010)).empty();
+    const bool hasMeta = !FindText(dataSet, tags::TransferSyntaxUID).empty();
     if (transcode && file.transferSyntax == kDeflatedUid) return "its data set is deflated";
     if (!file.complete) return "its data set ends early or is damaged";
     if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
@@ -38,23 +38,18 @@ std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transc
     // The library's test for the syntax does not see it.
     if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid) return "it is big endian, without meta information";
     if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
-    static constexpr std::pair<Tag, const char*> kNeeded[] = {{MakeTag(0x0010, 0x0020), "Patient ID"},
-                                                              {MakeTag(0x0020, 0x000D), "Study Instance UID"},
-                                                              {MakeTag(0x0020, 0x000E), "Series Instance UID"},
-                                                              {MakeTag(0x0008, 0x0018), "SOP Instance UID"},
-                                                              {MakeTag(0x0008, 0x0016), "SOP Class UID"}};
+    static constexpr std::pair<Tag, const char*> kNeeded[] = {{tags::PatientID, "Patient ID"},
+                                                              {tags::StudyInstanceUID, "Study Instance UID"},
+                                                              {tags::SeriesInstanceUID, "Series Instance UID"},
+                                                              {tags::SOPInstanceUID, "SOP Instance UID"},
+                                                              {tags::SOPClassUID, "SOP Class UID"}};
     for (const auto& [tag, name] : kNeeded) {
-        if (DirectoryText(dataSet, tag).empty()) return std::string("it has no ") + name;
+        if (TextOf(dataSet, tag).empty()) return std::string("it has no ") + name;
     }
     return {};
 }
 
 }  // namespace
-
-std::string DirectoryText(const DICOMObject& dataSet, Tag tag) {
-    const VR* const element = FindElement(dataSet, tag);
-    return element != nullptr ? TrimmedUid(element->GetText()) : std::string();
-}
 
 MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch) {
     std::array<unsigned char, kShortHeader> head;
@@ -80,7 +75,8 @@ MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch
     }
     MediaHeader header;
     header.notDicom = file.dataSet == nullptr;
-    header.isDirectory = !header.notDicom && FindText(*file.dataSet, MakeTag(0x0002, 0x0002)) == kDirectoryClassUid;
+    header.isDirectory =
+        !header.notDicom && FindText(*file.dataSet, tags::MediaStorageSOPClassUID) == kDirectoryClassUid;
     if (header.notDicom) {
         header.why = "not a DICOM file";
     } else if (header.isDirectory) {

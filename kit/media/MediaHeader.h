@@ -20,9 +20,6 @@ struct MediaHeader {
     bool IsFault() const { return dataSet == nullptr && !notDicom && !isDirectory; }
 };
 
-/// A value as the library's directory keeps and compares it: up to a zero byte, without blanks at its end.
-std::string DirectoryText(const DICOMObject& dataSet, Tag tag);
-
 /// Reads the header, in one go where it is short. Without `transcode` files need meta information, as media ask for it.
 /// Throws `Error` of kind `Stopped`.
 MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch);

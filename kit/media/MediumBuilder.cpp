@@ -206,7 +206,7 @@ private:
     }
 
     void AddFile(const std::string& path, const DICOMObject& dataSet) {
-        const auto [known, isNew] = m_Known.try_emplace(DirectoryText(dataSet, MakeTag(0x0008, 0x0018)), path);
+        const auto [known, isNew] = m_Known.try_emplace(TextOf(dataSet, tags::SOPInstanceUID), path);
         if (!isNew) {
             const bool isCopy = HaveSameBytes(path, known->second, m_Watch);
             const std::string relation = isCopy ? "the same as " : "another content, the same SOP Instance UID as ";

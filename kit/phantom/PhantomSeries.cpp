@@ -171,34 +171,34 @@ std::unique_ptr<DICOMDataObject> PhantomSeries::MakeImage(int image) const {
 void PhantomSeries::PutIdentity(DICOMDataObject& dataSet, int image) const {
     const std::string acquisition = std::to_string(image / m_Options.slices + 1);
     const std::pair<Tag, std::string> texts[] = {
-        {0x00080008, "ORIGINAL\\PRIMARY\\AXIAL"},
-        {0x00080016, "1.2.840.10008.5.1.4.1.1.2"},
-        {0x00080018, Uid(static_cast<std::uint32_t>(image) + 100)},
-        {0x00080020, "20240101"},
-        {0x00080021, "20240101"},
-        {0x00080023, "20240101"},
-        {0x00080030, "120000"},
-        {0x00080033, "120000"},
-        {0x00080050, ""},
-        {0x00080060, "CT"},
-        {0x00080070, "Korvane"},
-        {0x00080090, ""},
-        {0x00081030, "Synthetic head"},
-        {0x0008103E, "Ellipsoids"},
-        {0x00100010, "Phantom^Ellipsoid"},
-        {0x00100020, "PHANTOM"},
-        {0x00100030, ""},
-        {0x00100040, "O"},
-        {0x00180060, "120"},
-        {0x00185100, "HFS"},
-        {0x0020000D, Uid(1)},
-        {0x0020000E, Uid(2)},
-        {0x00200010, "1"},
-        {0x00200011, "1"},
-        {0x00200012, acquisition},
-        {0x00200013, std::to_string(image + 1)},
-        {0x00200052, Uid(3)},
-        {0x00201040, ""},
+        {tags::ImageType, "ORIGINAL\\PRIMARY\\AXIAL"},
+        {tags::SOPClassUID, "1.2.840.10008.5.1.4.1.1.2"},
+        {tags::SOPInstanceUID, Uid(static_cast<std::uint32_t>(image) + 100)},
+        {tags::StudyDate, "20240101"},
+        {tags::SeriesDate, "20240101"},
+        {tags::ContentDate, "20240101"},
+        {tags::StudyTime, "120000"},
+        {tags::ContentTime, "120000"},
+        {tags::AccessionNumber, ""},
+        {tags::Modality, "CT"},
+        {tags::Manufacturer, "Korvane"},
+        {tags::ReferringPhysicianName, ""},
+        {tags::StudyDescription, "Synthetic head"},
+        {tags::SeriesDescription, "Ellipsoids"},
+        {tags::PatientName, "Phantom^Ellipsoid"},
+        {tags::PatientID, "PHANTOM"},
+        {tags::PatientBirthDate, ""},
+        {tags::PatientSex, "O"},
+        {tags::KVP, "120"},
+        {tags::PatientPosition, "HFS"},
+        {tags::StudyInstanceUID, Uid(1)},
+        {tags::SeriesInstanceUID, Uid(2)},
+        {tags::StudyID, "1"},
+        {tags::SeriesNumber, "1"},
+        {tags::AcquisitionNumber, acquisition},
+        {tags::InstanceNumber, std::to_string(image + 1)},
+        {tags::FrameOfReferenceUID, Uid(3)},
+        {tags::PositionReferenceIndicator, ""},
     };
     for (const auto& [tag, text] : texts) PutText(dataSet, tag, text);
 }
@@ -209,30 +209,30 @@ void PhantomSeries::PutGeometry(DICOMDataObject& dataSet, int slice) const {
     const double pixel[] = {m_Pixel, m_Pixel};
     double along = 0;
     for (int axis = 0; axis < 3; ++axis) along += place.position[axis] * m_Normal[axis];
-    PutText(dataSet, 0x00180050, DecimalString(place.gap, 1e-6));
-    PutText(dataSet, 0x00200032, DecimalStrings(place.position, 1e-6));
-    PutText(dataSet, 0x00200037, DecimalStrings(cosines, 1e-8));
-    PutText(dataSet, 0x00201041, DecimalString(along, 1e-6));
-    PutText(dataSet, 0x00280030, DecimalStrings(pixel, 1e-6));
+    PutText(dataSet, tags::SliceThickness, DecimalString(place.gap, 1e-6));
+    PutText(dataSet, tags::ImagePositionPatient, DecimalStrings(place.position, 1e-6));
+    PutText(dataSet, tags::ImageOrientationPatient, DecimalStrings(cosines, 1e-8));
+    PutText(dataSet, tags::SliceLocation, DecimalString(along, 1e-6));
+    PutText(dataSet, tags::PixelSpacing, DecimalStrings(pixel, 1e-6));
 }
 
 void PhantomSeries::PutPixels(DICOMDataObject& dataSet, int image) const {
     const auto columns = static_cast<std::size_t>(m_Options.columns);
-    PutNumber(dataSet, 0x00280002, 1);
-    PutText(dataSet, 0x00280004, "MONOCHROME2");
-    PutNumber(dataSet, 0x00280010, static_cast<unsigned>(m_Options.rows));
-    PutNumber(dataSet, 0x00280011, static_cast<unsigned>(m_Options.columns));
-    PutNumber(dataSet, 0x00280100, 16);
-    PutNumber(dataSet, 0x00280101, 12);
-    PutNumber(dataSet, 0x00280102, 11);
-    PutNumber(dataSet, 0x00280103, m_Options.isSigned ? 1 : 0);
-    PutText(dataSet, 0x00281050, "40");
-    PutText(dataSet, 0x00281051, "400");
-    PutText(dataSet, 0x00281052, m_Options.isSigned ? "0" : std::to_string(-kUnsignedOffset));
-    PutText(dataSet, 0x00281053, "1");
-    PutText(dataSet, 0x00281054, "HU");
+    PutNumber(dataSet, tags::SamplesPerPixel, 1);
+    PutText(dataSet, tags::PhotometricInterpretation, "MONOCHROME2");
+    PutNumber(dataSet, tags::Rows, static_cast<unsigned>(m_Options.rows));
+    PutNumber(dataSet, tags::Columns, static_cast<unsigned>(m_Options.columns));
+    PutNumber(dataSet, tags::BitsAllocated, 16);
+    PutNumber(dataSet, tags::BitsStored, 12);
+    PutNumber(dataSet, tags::HighBit, 11);
+    PutNumber(dataSet, tags::PixelRepresentation, m_Options.isSigned ? 1 : 0);
+    PutText(dataSet, tags::WindowCenter, "40");
+    PutText(dataSet, tags::WindowWidth, "400");
+    PutText(dataSet, tags::RescaleIntercept, m_Options.isSigned ? "0" : std::to_string(-kUnsignedOffset));
+    PutText(dataSet, tags::RescaleSlope, "1");
+    PutText(dataSet, tags::RescaleType, "HU");
 
-    auto pixels = std::make_unique<VR>(std::uint16_t{0x7FE0}, std::uint16_t{0x0010}, 0U, 0);
+    auto pixels = std::make_unique<VR>(tags::PixelData, 0U, 0);
     pixels->m_TypeCode = TypeCode("OW");
     const auto bytes = static_cast<std::uint32_t>(2 * columns * static_cast<std::size_t>(m_Options.rows));
     unsigned char* out = pixels->AllocateValue(bytes);

@@ -33,8 +33,8 @@ Rescale RescaleOf(const FramePlace& place) {
 
 std::optional<Window> WindowOf(const DICOMDataObject& dataSet) {
     Window window;
-    if (platform::ScanReals(FindText(dataSet, MakeTag(0x0028, 0x1050)), &window.centre, 1) == 1 &&
-        platform::ScanReals(FindText(dataSet, MakeTag(0x0028, 0x1051)), &window.width, 1) == 1 &&
+    if (platform::ScanReals(FindText(dataSet, tags::WindowCenter), &window.centre, 1) == 1 &&
+        platform::ScanReals(FindText(dataSet, tags::WindowWidth), &window.width, 1) == 1 &&
         std::isfinite(window.centre) && std::isfinite(window.width) && window.width >= 1) {
         return window;
     }

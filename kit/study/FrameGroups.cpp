@@ -8,24 +8,24 @@ namespace korvane {
 
 namespace {
 
-constexpr Tag kSharedGroups = MakeTag(0x5200, 0x9229);
-constexpr Tag kPerFrameGroups = MakeTag(0x5200, 0x9230);
-constexpr Tag kPixelMeasures = MakeTag(0x0028, 0x9110);
-constexpr Tag kPlanePosition = MakeTag(0x0020, 0x9113);
-constexpr Tag kPlaneOrientation = MakeTag(0x0020, 0x9116);
-constexpr Tag kPixelValueTransformation = MakeTag(0x0028, 0x9145);
-constexpr Tag kFrameWindow = MakeTag(0x0028, 0x9132);
+constexpr Tag kSharedGroups = tags::SharedFunctionalGroupsSequence;
+constexpr Tag kPerFrameGroups = tags::PerFrameFunctionalGroupsSequence;
+constexpr Tag kPixelMeasures = tags::PixelMeasuresSequence;
+constexpr Tag kPlanePosition = tags::PlanePositionSequence;
+constexpr Tag kPlaneOrientation = tags::PlaneOrientationSequence;
+constexpr Tag kPixelValueTransformation = tags::PixelValueTransformationSequence;
+constexpr Tag kFrameWindow = tags::FrameVOILUTSequence;
 
-constexpr Tag kPosition = MakeTag(0x0020, 0x0032);
-constexpr Tag kOrientation = MakeTag(0x0020, 0x0037);
-constexpr Tag kPixelSpacing = MakeTag(0x0028, 0x0030);
-constexpr Tag kSliceThickness = MakeTag(0x0018, 0x0050);
-constexpr Tag kSliceSpacing = MakeTag(0x0018, 0x0088);
-constexpr Tag kIntercept = MakeTag(0x0028, 0x1052);
-constexpr Tag kSlope = MakeTag(0x0028, 0x1053);
-constexpr Tag kWindowCentre = MakeTag(0x0028, 0x1050);
-constexpr Tag kWindowWidth = MakeTag(0x0028, 0x1051);
-constexpr Tag kGridFrameOffsets = MakeTag(0x3004, 0x000C);
+constexpr Tag kPosition = tags::ImagePositionPatient;
+constexpr Tag kOrientation = tags::ImageOrientationPatient;
+constexpr Tag kPixelSpacing = tags::PixelSpacing;
+constexpr Tag kSliceThickness = tags::SliceThickness;
+constexpr Tag kSliceSpacing = tags::SpacingBetweenSlices;
+constexpr Tag kIntercept = tags::RescaleIntercept;
+constexpr Tag kSlope = tags::RescaleSlope;
+constexpr Tag kWindowCentre = tags::WindowCenter;
+constexpr Tag kWindowWidth = tags::WindowWidth;
+constexpr Tag kGridFrameOffsets = tags::GridFrameOffsetVector;
 
 // Far more than any volume has; a place takes more memory than the smallest of frames.
 constexpr int kMostFrames = 65535;
@@ -44,21 +44,21 @@ constexpr GroupedElement kGrouped[] = {
 
 /// What is read of a slice beside those.
 constexpr Tag kOfImage[] = {
-    MakeTag(0x0008, 0x0016),
-    MakeTag(0x0008, 0x0018),
-    MakeTag(0x0008, 0x0060),
-    MakeTag(0x0010, 0x0010),
-    MakeTag(0x0010, 0x0020),
-    MakeTag(0x0020, 0x000E),
-    MakeTag(0x0028, 0x0002),
-    MakeTag(0x0028, 0x0004),
-    MakeTag(0x0028, 0x0006),
-    MakeTag(0x0028, 0x0010),
-    MakeTag(0x0028, 0x0011),
-    MakeTag(0x0028, 0x0100),
-    MakeTag(0x0028, 0x0101),
-    MakeTag(0x0028, 0x0102),
-    MakeTag(0x0028, 0x0103),
+    tags::SOPClassUID,
+    tags::SOPInstanceUID,
+    tags::Modality,
+    tags::PatientName,
+    tags::PatientID,
+    tags::SeriesInstanceUID,
+    tags::SamplesPerPixel,
+    tags::PhotometricInterpretation,
+    tags::PlanarConfiguration,
+    tags::Rows,
+    tags::Columns,
+    tags::BitsAllocated,
+    tags::BitsStored,
+    tags::HighBit,
+    tags::PixelRepresentation,
     kWindowCentre,
     kWindowWidth,
 };
@@ -156,9 +156,9 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
         const auto& position = header.places[static_cast<std::size_t>(number)].position;
         PutReals(*frame, kPosition, position.data(), position.size());
     }
-    PutText(*frame, MakeTag(0x0020, 0x0013), std::to_string(number + 1));
+    PutText(*frame, tags::InstanceNumber, std::to_string(number + 1));
 
-    const VR& all = *FindElement(source, MakeTag(0x7FE0, 0x0010));
+    const VR& all = *FindElement(source, tags::PixelData);
     auto pixels = std::make_unique<VR>(all.m_Group, all.m_Element, 0U, 0);
     const std::uint64_t bytes = header.form.FrameBytes();
     pixels->m_TypeCode = all.m_TypeCode;

@@ -11,9 +11,9 @@ namespace korvane {
 
 namespace {
 
-constexpr Tag kFloatPixels = MakeTag(0x7FE0, 0x0008);
-constexpr Tag kDoublePixels = MakeTag(0x7FE0, 0x0009);
-constexpr Tag kNumberOfFrames = MakeTag(0x0028, 0x0008);
+constexpr Tag kFloatPixels = tags::FloatPixelData;
+constexpr Tag kDoublePixels = tags::DoubleFloatPixelData;
+constexpr Tag kNumberOfFrames = tags::NumberOfFrames;
 
 PixelForm::Kind KindOfPixels(const DataSetFile& file) {
     if (file.hasPixels) return PixelForm::Kind::Integer;
@@ -27,33 +27,33 @@ PixelForm ReadForm(const DataSetFile& file) {
     PixelForm form;
     form.kind = KindOfPixels(file);
     if (form.kind == PixelForm::Kind::None) return form;
-    form.rows = FindInteger(dataSet, MakeTag(0x0028, 0x0010), 0);
-    form.columns = FindInteger(dataSet, MakeTag(0x0028, 0x0011), 0);
-    form.samples = FindInteger(dataSet, MakeTag(0x0028, 0x0002), 0);
-    form.allocated = FindInteger(dataSet, MakeTag(0x0028, 0x0100), 0);
-    form.stored = FindInteger(dataSet, MakeTag(0x0028, 0x0101), 0);
-    form.highBit = FindInteger(dataSet, MakeTag(0x0028, 0x0102), 0);
-    form.isSigned = FindInteger(dataSet, MakeTag(0x0028, 0x0103), 0) != 0;
-    form.photometric = FindText(dataSet, MakeTag(0x0028, 0x0004));
+    form.rows = FindInteger(dataSet, tags::Rows, 0);
+    form.columns = FindInteger(dataSet, tags::Columns, 0);
+    form.samples = FindInteger(dataSet, tags::SamplesPerPixel, 0);
+    form.allocated = FindInteger(dataSet, tags::BitsAllocated, 0);
+    form.stored = FindInteger(dataSet, tags::BitsStored, 0);
+    form.highBit = FindInteger(dataSet, tags::HighBit, 0);
+    form.isSigned = FindInteger(dataSet, tags::PixelRepresentation, 0) != 0;
+    form.photometric = FindText(dataSet, tags::PhotometricInterpretation);
     return form;
 }
 
 void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
-    header.modality = FindText(dataSet, MakeTag(0x0008, 0x0060));
-    header.sopClass = FindText(dataSet, MakeTag(0x0008, 0x0016));
-    header.sopInstance = FindText(dataSet, MakeTag(0x0008, 0x0018));
-    header.seriesUid = FindText(dataSet, MakeTag(0x0020, 0x000E));
-    header.seriesNumber = FindInteger(dataSet, MakeTag(0x0020, 0x0011), 0);
-    header.instance = FindInteger(dataSet, MakeTag(0x0020, 0x0013), 0);
-    header.acquisition = FindInteger(dataSet, MakeTag(0x0020, 0x0012), 0);
-    header.temporal = FindInteger(dataSet, MakeTag(0x0020, 0x0100), 0);
-    header.echo = FindInteger(dataSet, MakeTag(0x0018, 0x0086), 0);
-    const TextDecoder decoder(FindText(dataSet, MakeTag(0x0008, 0x0005)));
+    header.modality = FindText(dataSet, tags::Modality);
+    header.sopClass = FindText(dataSet, tags::SOPClassUID);
+    header.sopInstance = FindText(dataSet, tags::SOPInstanceUID);
+    header.seriesUid = FindText(dataSet, tags::SeriesInstanceUID);
+    header.seriesNumber = FindInteger(dataSet, tags::SeriesNumber, 0);
+    header.instance = FindInteger(dataSet, tags::InstanceNumber, 0);
+    header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
+    header.temporal = FindInteger(dataSet, tags::TemporalPositionIdentifier, 0);
+    header.echo = FindInteger(dataSet, tags::EchoNumbers, 0);
+    const TextDecoder decoder(FindText(dataSet, tags::SpecificCharacterSet));
     const auto text = [&](Tag tag) { return decoder.ToUtf8(FindText(dataSet, tag)); };
-    header.description = text(MakeTag(0x0008, 0x103E));
-    header.study = std::make_shared<const StudyTexts>(StudyTexts{
-        text(MakeTag(0x0010, 0x0010)), text(MakeTag(0x0010, 0x0020)), FindText(dataSet, MakeTag(0x0020, 0x000D)),
-        FindText(dataSet, MakeTag(0x0008, 0x0020)), text(MakeTag(0x0008, 0x1030))});
+    header.description = text(tags::SeriesDescription);
+    header.study = std::make_shared<const StudyTexts>(
+        StudyTexts{text(tags::PatientName), text(tags::PatientID), FindText(dataSet, tags::StudyInstanceUID),
+                   FindText(dataSet, tags::StudyDate), text(tags::StudyDescription)});
 }
 
 }  // namespace
@@ -79,8 +79,8 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
     ReadNames(dataSet, header);
     header.form = ReadForm(file);
-    FindReals(dataSet, MakeTag(0x0018, 0x0088), &header.sliceSpacing, 1);
-    FindReals(dataSet, MakeTag(0x0018, 0x0050), &header.sliceThickness, 1);
+    FindReals(dataSet, tags::SpacingBetweenSlices, &header.sliceSpacing, 1);
+    FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
     header.frames = std::max(FindInteger(dataSet, kNumberOfFrames, 1), 1);
     header.places = ReadFramePlaces(dataSet, header);
     header.framesPlaced = header.places.size() == static_cast<std::size_t>(header.frames) &&

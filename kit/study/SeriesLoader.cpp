@@ -9,8 +9,8 @@ namespace korvane {
 
 namespace {
 
-constexpr Tag kNumberOfFrames = MakeTag(0x0028, 0x0008);
-constexpr Tag kPixelData = MakeTag(0x7FE0, 0x0010);
+constexpr Tag kNumberOfFrames = tags::NumberOfFrames;
+constexpr Tag kPixelData = tags::PixelData;
 
 [[noreturn]] void Refuse(const ImageHeader& header, ErrorKind kind, const std::string& why) {
     throw Error(kind, header.path + ": " + why).InFile(header.path);
@@ -91,7 +91,7 @@ void LoadedSlices::PlaceInOrder(const ImageHeader& header) {
         std::array<double, 3>& position = m_Places[i].position;
         for (std::size_t axis = 0; axis < 3; ++axis)
             position[axis] = first.position[axis] + distance * static_cast<double>(i) * normal[axis];
-        if (first.hasOrientation) PutReals(*m_List[i], MakeTag(0x0020, 0x0032), position.data(), position.size());
+        if (first.hasOrientation) PutReals(*m_List[i], tags::ImagePositionPatient, position.data(), position.size());
     }
 }
 

@@ -36,12 +36,15 @@ public:
 
     /// Takes one element out; null when absent. A walk by `Pop` goes on behind it.
     std::unique_ptr<VR> Take(std::uint16_t group, std::uint16_t element);
+    std::unique_ptr<VR> Take(tags::Tag tag) { return Take(GroupOf(tag), ElementOf(tag)); }
 
     /// The element, which stays in the set and valid until it is popped or the set reset or destroyed; null when absent.
     VR* GetVR(std::uint16_t group, std::uint16_t element) const { return m_Tree.Find(group, element); }
+    VR* GetVR(tags::Tag tag) const { return GetVR(GroupOf(tag), ElementOf(tag)); }
 
     /// The value of a present element of exactly 2 bytes; 0 otherwise.
     std::uint16_t GetUINT16(std::uint16_t group, std::uint16_t element) const;
+    std::uint16_t GetUINT16(tags::Tag tag) const { return GetUINT16(GroupOf(tag), ElementOf(tag)); }
 
     /// Destroys all elements. Returns 1.
     int Reset();

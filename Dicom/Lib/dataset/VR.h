@@ -3,6 +3,7 @@
 
 #include "../../../platform/memory/SmallBlocks.h"
 #include "CursorList.h"
+#include "Tag.h"
 #include "TypeCode.h"
 
 #include <cstddef>
@@ -22,6 +23,7 @@ public:
     /// An odd length is raised by one. With `allocate` non-zero the value memory is made, uninitialised but for the byte
     /// that an odd length adds, which is 0.
     VR(std::uint16_t group, std::uint16_t element, std::uint32_t length, int allocate);
+    VR(tags::Tag tag, std::uint32_t length, int allocate) : VR(GroupOf(tag), ElementOf(tag), length, allocate) {}
 
     /// Copies tag, length, type code and, item by item, the sequence. `deep`: a value memory of its own. Otherwise the
     /// copy shares the source's bytes and must not outlive them.
@@ -56,6 +58,8 @@ public:
 
     /// Destroys value and items: length 0, no data.
     void ClearValue();
+
+    tags::Tag GetTag() const { return tags::MakeTag(m_Group, m_Element); }
 
     /// The value as characters, padding included; empty without data.
     std::string_view GetText() const {

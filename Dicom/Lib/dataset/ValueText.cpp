@@ -131,6 +131,17 @@ std::string Printable(std::string_view text) {
     return printable;
 }
 
+std::string TextOf(const DICOMObject& dataSet, tags::Tag tag) {
+    const VR* const element = dataSet.GetVR(tag);
+    return element != nullptr ? TrimmedUid(element->GetText()) : std::string();
+}
+
+std::string TrimmedUid(std::string_view value) {
+    value = value.substr(0, value.find('\0'));
+    while (!value.empty() && value.back() == ' ') value.remove_suffix(1);
+    return std::string(value);
+}
+
 std::string_view WithoutPadding(std::string_view text) {
     while (!text.empty() && (text.back() == '\0' || text.back() == ' ')) text.remove_suffix(1);
     return text;

@@ -1,7 +1,7 @@
 // The value of an element as text, formatted by its type code.
 #pragma once
 
-#include "VR.h"
+#include "DICOMObject.h"
 
 #include <cstddef>
 #include <string>
@@ -14,8 +14,14 @@ std::string ValueText(const VR& element, std::size_t first = 0, std::size_t coun
 /// Number of values: parts between backslashes for texts that may hold several, units for numbers, else 1; 0 when empty.
 std::size_t GetValueCount(const VR& element);
 
+/// The value as characters up to its first zero byte, without the blanks at its end; empty where the element is absent.
+std::string TextOf(const DICOMObject& dataSet, tags::Tag tag);
+
 /// A text without the blanks and zero bytes at its end.
 std::string_view WithoutPadding(std::string_view text);
+
+/// The same for a value at hand, such as a UID in a PDU.
+std::string TrimmedUid(std::string_view value);
 
 /// A text with what is not printable ASCII shown as ".", as it may stand in a log.
 std::string Printable(std::string_view text);

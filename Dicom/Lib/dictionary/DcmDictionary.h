@@ -30,6 +30,9 @@ public:
 
     /// The type code of a tag; 0 when it is not there. A found entry's name goes to `name` when that is given.
     std::uint16_t LookupTypeCode(std::uint16_t group, std::uint16_t element, std::string* name = nullptr) const;
+    std::uint16_t LookupTypeCode(tags::Tag tag, std::string* name = nullptr) const {
+        return LookupTypeCode(GroupOf(tag), ElementOf(tag), name);
+    }
 
     /// Completes the type code of an element: one that is set, and is not UN, stays (1). Else it becomes the one looked
     /// up (1); for an unknown tag, SQ when the element has items, and the result is 0 either way.

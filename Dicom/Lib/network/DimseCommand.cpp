@@ -1,5 +1,6 @@
 #include "DimseCommand.h"
 
+#include "Dicom/Lib/dataset/ValueText.h"
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 

@@ -1,7 +1,8 @@
 #include "FolderSink.h"
 
-#include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
@@ -16,16 +17,16 @@ constexpr int kMostCompared = 100;  // or a flood of versions of one instance wo
 std::vector<unsigned char> FileHead(const StorageRequest& request) {
     static constexpr unsigned char kVersion[2] = {0, 1};
     DICOMDataObject meta;
-    int made = ReplaceValue(meta, 0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion);
-    const auto put = [&](std::uint16_t element, std::uint16_t type, std::string_view text) {
-        made &= ReplaceText(meta, 0x0002, element, type, text);
+    int made = ReplaceValue(meta, tags::FileMetaInformationVersion, TypeCode("OB"), kVersion, sizeof kVersion);
+    const auto put = [&](tags::Tag tag, std::uint16_t type, std::string_view text) {
+        made &= ReplaceText(meta, tag, type, text);
     };
-    put(0x0002, TypeCode("UI"), request.sopClass);
-    put(0x0003, TypeCode("UI"), request.sopInstance);
-    put(0x0010, TypeCode("UI"), request.transferSyntax);
-    put(0x0012, TypeCode("UI"), kImplementationClassUid);
-    put(0x0013, TypeCode("SH"), kImplementationVersionName);
-    if (!request.callingTitle.empty()) put(0x0016, TypeCode("AE"), request.callingTitle);
+    put(tags::MediaStorageSOPClassUID, TypeCode("UI"), request.sopClass);
+    put(tags::MediaStorageSOPInstanceUID, TypeCode("UI"), request.sopInstance);
+    put(tags::TransferSyntaxUID, TypeCode("UI"), request.transferSyntax);
+    put(tags::ImplementationClassUID, TypeCode("UI"), kImplementationClassUid);
+    put(tags::ImplementationVersionName, TypeCode("SH"), kImplementationVersionName);
+    if (!request.callingTitle.empty()) put(tags::SourceApplicationEntityTitle, TypeCode("AE"), request.callingTitle);
     MemoryOutputBuffer head;
     head.WriteZeros(128);
     head.Write("DICM", 4);

@@ -1,11 +1,12 @@
 #include "StorageUser.h"
 
-#include "Dicom/Lib/storage/DICOMFile.h"
-#include "Dicom/Lib/syntax/DataSetWalker.h"
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
-#include "Dicom/Lib/stream/FileBuffer.h"
-#include "PDataBuffers.h"
 #include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/DcmDictionary.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/storage/DICOMFile.h"
+#include "Dicom/Lib/stream/FileBuffer.h"
+#include "Dicom/Lib/syntax/DataSetWalker.h"
+#include "PDataBuffers.h"
 #include "platform/File.h"
 
 #include <algorithm>
@@ -28,11 +29,6 @@ std::string_view NativeUid(int syntax) {
     case kExplicitLittleEndian: return kExplicitLittleEndianUid;
     default: return kExplicitBigEndianUid;
     }
-}
-
-std::string MetaUid(const DICOMObject& meta, std::uint16_t element) {
-    const VR* const found = meta.GetVR(0x0002, element);
-    return found != nullptr ? TrimmedUid(found->GetText()) : "";
 }
 
 /// A data set without meta information that begins with group 0008 the other way round.
@@ -58,7 +54,7 @@ int StorageFile::Examine(const std::string& filePath, std::string& error) {
         error = "damaged meta information";
         return 0;
     }
-    transferSyntax = MetaUid(meta, 0x0010);
+    transferSyntax = TextOf(meta, tags::TransferSyntaxUID);
     int syntax;
     if (transferSyntax.empty()) {
         syntax = IsBareBigEndian(in) ? kExplicitBigEndian : DetectSyntax(in);
@@ -69,8 +65,8 @@ int StorageFile::Examine(const std::string& filePath, std::string& error) {
     dataOffset = in.GetPosition();
     dataLength = in.GetRemaining() == Buffer::kUnknown ? 0 : in.GetRemaining();
     if (transferSyntax != kDeflatedUid) return Walk(syntax, error) ? 1 : 0;
-    sopClass = MetaUid(meta, 0x0002);
-    sopInstance = MetaUid(meta, 0x0003);
+    sopClass = TextOf(meta, tags::MediaStorageSOPClassUID);
+    sopInstance = TextOf(meta, tags::MediaStorageSOPInstanceUID);
     if (!sopClass.empty() && !sopInstance.empty()) return 1;
     error = kNoIdentity;
     return 0;

@@ -1,10 +1,12 @@
 #include "CodecManager.h"
 
 #include "Dicom/Lib/dataset/Encapsulation.h"
-#include "PixelTranscoder.h"
 #include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
+#include "PixelTranscoder.h"
 #include "platform/File.h"
 
 #include <algorithm>
@@ -82,12 +84,6 @@ bool Load(CodecEntry& entry) {
     entry.codec = codec;
     entry.freeCodec = freeCodec;
     return true;
-}
-
-/// The transfer syntax that a data set names; "" without one.
-std::string SyntaxOf(const DICOMObject& dataSet) {
-    const VR* const named = dataSet.GetVR(0x0002, 0x0010);
-    return named != nullptr ? TrimmedUid(named->GetText()) : std::string();
 }
 
 /// The data set and all items in it that have compressed pixel data.
@@ -247,9 +243,9 @@ bool CodecManager::ConvertTo(DICOMObject& dataSet, std::string_view target) {
     const CodecProps* const props = FindProps(target);
     if (props == nullptr) return Fail("no codec for " + std::string(target));
     if ((props->flags & DCM_CODEC_CONVERTS) == 0) return SetSyntax(dataSet, target);
-    const VR* const pixelData = dataSet.GetVR(0x7FE0, 0x0010);
+    const VR* const pixelData = dataSet.GetVR(tags::PixelData);
     const bool isEncoded = pixelData == nullptr || IsEncapsulated(pixelData);
-    if (isEncoded && SyntaxOf(dataSet) == target) return true;
+    if (isEncoded && TextOf(dataSet, tags::TransferSyntaxUID) == target) return true;
     if ((props->abilities & DCM_CODEC_ENCODES) == 0)
         return Fail("the codec for " + std::string(target) + " only decodes");
     if (!DecodeAll(dataSet, false)) return false;
@@ -266,7 +262,7 @@ bool CodecManager::DecodeAll(DICOMObject& dataSet, bool isWritten) {
     std::vector<DICOMObject*> images;
     FindEncapsulated(dataSet, images);
     if (images.empty()) return SetSyntax(dataSet, kExplicitLittleEndianUid);
-    const std::string syntax = SyntaxOf(dataSet);
+    const std::string syntax = TextOf(dataSet, tags::TransferSyntaxUID);
     if (syntax.empty() || IsNativeTransferSyntax(syntax)) {
         return Fail("compressed pixel data, and no compressed transfer syntax is named");
     }
@@ -290,5 +286,5 @@ bool CodecManager::DecodeAll(DICOMObject& dataSet, bool isWritten) {
 }
 
 bool CodecManager::SetSyntax(DICOMObject& dataSet, std::string_view uid) {
-    return ReplaceText(dataSet, 0x0002, 0x0010, TypeCode("UI"), uid) != 0 || Fail("out of memory");
+    return ReplaceText(dataSet, tags::TransferSyntaxUID, TypeCode("UI"), uid) != 0 || Fail("out of memory");
 }

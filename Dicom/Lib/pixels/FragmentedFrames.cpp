@@ -1,6 +1,7 @@
 #include "FragmentedFrames.h"
 
 #include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "base/Bytes.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ bool FragmentedFrames::Arrange(const DICOMObject& dataSet, std::uint32_t frames)
     m_Fragments.clear();
     m_Begins.clear();
     m_Error.clear();
-    const VR* const pixelData = dataSet.GetVR(0x7FE0, 0x0010);
+    const VR* const pixelData = dataSet.GetVR(tags::PixelData);
     if (IsEncapsulated(pixelData)) Collect(*pixelData);
     const auto count = static_cast<std::uint32_t>(m_Fragments.size());
     if (count == 0 || frames == 0 || count < frames) {
@@ -65,7 +66,8 @@ bool FragmentedFrames::Arrange(const DICOMObject& dataSet, std::uint32_t frames)
     } else if (count == frames) {
         for (std::uint32_t i = 0; i <= count; ++i) m_Begins.push_back(i);
     } else if (!ArrangeByTable<std::uint32_t>(GetFragment(*pixelData, 0), frames) &&
-               !ArrangeByTable<std::uint64_t>(dataSet.GetVR(0x7FE0, 0x0001), frames) && !ArrangeByMarks(frames)) {
+               !ArrangeByTable<std::uint64_t>(dataSet.GetVR(tags::ExtendedOffsetTable), frames) &&
+               !ArrangeByMarks(frames)) {
         m_Begins.clear();
         m_Error =
             "nothing tells how " + std::to_string(count) + " fragments make " + std::to_string(frames) + " frames";

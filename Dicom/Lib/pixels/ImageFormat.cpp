@@ -2,6 +2,7 @@
 
 #include "Dicom/Lib/dataset/ReplaceValue.h"
 #include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "base/Number.h"
 
 #include <algorithm>
@@ -13,18 +14,13 @@ namespace {
 constexpr std::uint64_t kLargestFrame = 0x7FFFFFFF;
 constexpr std::uint64_t kLargestValue = 0xFFFFFFFE;
 
-std::string_view FindText(const DICOMObject& dataSet, std::uint16_t group, std::uint16_t element) {
-    const VR* const found = dataSet.GetVR(group, element);
-    return found != nullptr ? WithoutPadding(found->GetText()) : std::string_view();
+std::uint32_t NumberOr(const DICOMObject& dataSet, tags::Tag tag, std::uint32_t otherwise) {
+    return dataSet.GetVR(tag) != nullptr ? dataSet.GetUINT16(tag) : otherwise;
 }
 
-std::uint32_t NumberOr(const DICOMObject& dataSet, std::uint16_t element, std::uint32_t otherwise) {
-    return dataSet.GetVR(0x0028, element) != nullptr ? dataSet.GetUINT16(0x0028, element) : otherwise;
-}
-
-int WriteNumber(DICOMObject& dataSet, std::uint16_t element, std::uint32_t value) {
+int WriteNumber(DICOMObject& dataSet, tags::Tag tag, std::uint32_t value) {
     const unsigned char bytes[] = {static_cast<unsigned char>(value), static_cast<unsigned char>(value >> 8)};
-    return ReplaceValue(dataSet, 0x0028, element, TypeCode("US"), bytes, sizeof bytes);
+    return ReplaceValue(dataSet, tag, TypeCode("US"), bytes, sizeof bytes);
 }
 
 bool FitsIntoBits(const DcmFrameFormat& frame) {
@@ -59,19 +55,19 @@ std::string ReadImageFormat(const DICOMObject& dataSet, ImageFormat& format) {
     DcmFrameFormat& frame = format.frame;
     frame = DcmFrameFormat{};
     frame.size = sizeof frame;
-    frame.samplesPerPixel = NumberOr(dataSet, 0x0002, 1);
-    frame.rows = NumberOr(dataSet, 0x0010, 0);
-    frame.columns = NumberOr(dataSet, 0x0011, 0);
-    frame.bitsAllocated = NumberOr(dataSet, 0x0100, 0);
-    frame.bitsStored = NumberOr(dataSet, 0x0101, frame.bitsAllocated);
-    frame.highBit = NumberOr(dataSet, 0x0102, frame.bitsStored - 1);
-    frame.pixelRepresentation = NumberOr(dataSet, 0x0103, 0);
-    frame.planarConfiguration = NumberOr(dataSet, 0x0006, 0);
-    const std::string_view photometric = FindText(dataSet, 0x0028, 0x0004);
+    frame.samplesPerPixel = NumberOr(dataSet, tags::SamplesPerPixel, 1);
+    frame.rows = NumberOr(dataSet, tags::Rows, 0);
+    frame.columns = NumberOr(dataSet, tags::Columns, 0);
+    frame.bitsAllocated = NumberOr(dataSet, tags::BitsAllocated, 0);
+    frame.bitsStored = NumberOr(dataSet, tags::BitsStored, frame.bitsAllocated);
+    frame.highBit = NumberOr(dataSet, tags::HighBit, frame.bitsStored - 1);
+    frame.pixelRepresentation = NumberOr(dataSet, tags::PixelRepresentation, 0);
+    frame.planarConfiguration = NumberOr(dataSet, tags::PlanarConfiguration, 0);
+    const std::string_view photometric = TextOf(dataSet, tags::PhotometricInterpretation);
     if (photometric.size() >= sizeof frame.photometric) return "an unknown photometric interpretation";
     std::copy(photometric.begin(), photometric.end(), frame.photometric);
     if (std::string fault = CheckLimits(frame); !fault.empty()) return fault;
-    const std::string_view frames = FindText(dataSet, 0x0028, 0x0008);
+    const std::string_view frames = TextOf(dataSet, tags::NumberOfFrames);
     format.frames = static_cast<std::uint32_t>(frames.empty() ? 1 : std::max(platform::ParseInteger(frames), 1));
     format.frameBytes = std::uint64_t{frame.rows} * frame.columns * frame.samplesPerPixel * (frame.bitsAllocated / 8);
     if (format.frameBytes > kLargestFrame) return "a frame of " + std::to_string(format.frameBytes) + " bytes";
@@ -101,26 +97,26 @@ bool IsAllowedChange(const DcmFrameFormat& before, const DcmFrameFormat& after) 
 int WriteChanges(DICOMObject& dataSet, const DcmFrameFormat& before, const DcmFrameFormat& after) {
     int done = 1;
     if (std::strcmp(before.photometric, after.photometric) != 0) {
-        done &= ReplaceText(dataSet, 0x0028, 0x0004, TypeCode("CS"), after.photometric);
+        done &= ReplaceText(dataSet, tags::PhotometricInterpretation, TypeCode("CS"), after.photometric);
     }
-    const auto number = [&](std::uint16_t element, std::uint32_t DcmFrameFormat::*field) {
-        if (before.*field != after.*field) done &= WriteNumber(dataSet, element, after.*field);
+    const auto number = [&](tags::Tag tag, std::uint32_t DcmFrameFormat::*field) {
+        if (before.*field != after.*field) done &= WriteNumber(dataSet, tag, after.*field);
     };
-    number(0x0006, &DcmFrameFormat::planarConfiguration);
-    number(0x0101, &DcmFrameFormat::bitsStored);
-    number(0x0102, &DcmFrameFormat::highBit);
-    number(0x0103, &DcmFrameFormat::pixelRepresentation);
+    number(tags::PlanarConfiguration, &DcmFrameFormat::planarConfiguration);
+    number(tags::BitsStored, &DcmFrameFormat::bitsStored);
+    number(tags::HighBit, &DcmFrameFormat::highBit);
+    number(tags::PixelRepresentation, &DcmFrameFormat::pixelRepresentation);
     return done;
 }
 
 int MarkAsLossy(DICOMObject& dataSet, double ratio, std::string_view syntax) {
-    int done = ReplaceText(dataSet, 0x0028, 0x2110, TypeCode("CS"), "01");
-    if (FindText(dataSet, 0x0028, 0x2112).empty()) {
+    int done = ReplaceText(dataSet, tags::LossyImageCompression, TypeCode("CS"), "01");
+    if (TextOf(dataSet, tags::LossyImageCompressionRatio).empty()) {
         const double rounded = std::round(ratio * 100) / 100;
-        done &= ReplaceText(dataSet, 0x0028, 0x2112, TypeCode("DS"), platform::FormatReal(rounded));
+        done &= ReplaceText(dataSet, tags::LossyImageCompressionRatio, TypeCode("DS"), platform::FormatReal(rounded));
     }
-    if (FindText(dataSet, 0x0028, 0x2114).empty()) {
-        done &= ReplaceText(dataSet, 0x0028, 0x2114, TypeCode("CS"), LossyMethod(syntax));
+    if (TextOf(dataSet, tags::LossyImageCompressionMethod).empty()) {
+        done &= ReplaceText(dataSet, tags::LossyImageCompressionMethod, TypeCode("CS"), LossyMethod(syntax));
     }
     return done;
 }

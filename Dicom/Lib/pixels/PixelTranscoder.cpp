@@ -1,8 +1,9 @@
 #include "PixelTranscoder.h"
 
-#include "Dicom/Lib/syntax/DiagnosticDump.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
 #include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/syntax/DiagnosticDump.h"
 #include "base/Bytes.h"
 #include "platform/memory/Memory.h"
 
@@ -164,7 +165,7 @@ bool PixelTranscoder::EncodeFrame(std::uint32_t index, const unsigned char* pixe
 bool PixelTranscoder::Encode(const DICOMObject& dataSet) {
     if (m_Codec.EncodeFrame == nullptr) return Fail("the codec does not encode");
     if (!Begin(dataSet)) return false;
-    const VR* const pixelData = dataSet.GetVR(0x7FE0, 0x0010);
+    const VR* const pixelData = dataSet.GetVR(tags::PixelData);
     const std::uint64_t total = m_Format.TotalBytes();
     if (pixelData == nullptr || pixelData->m_pData == nullptr) return Fail("no pixel data");
     const std::uint64_t present = pixelData->m_Length;
@@ -204,10 +205,10 @@ void PixelTranscoder::WriteOffsetTable() {
 bool PixelTranscoder::Apply(DICOMObject& dataSet, std::string_view syntax) {
     int done = WriteChanges(dataSet, m_Format.frame, m_NewFormat);
     if (m_pFirst != nullptr) {
-        m_pSource = dataSet.Take(0x7FE0, 0x0010);
+        m_pSource = dataSet.Take(tags::PixelData);
         done &= dataSet.Push(m_pResult.release());
     } else {
-        done &= dataSet.GetVR(0x7FE0, 0x0010)->TakeValueFrom(m_pResult.get());
+        done &= dataSet.GetVR(tags::PixelData)->TakeValueFrom(m_pResult.get());
     }
     if (m_bLossy) {
         const auto ratio = static_cast<double>(m_Format.TotalBytes()) / static_cast<double>(m_StreamBytes);

@@ -1,6 +1,8 @@
 #include "DICOMFile.h"
 
 #include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/stream/FileBuffer.h"
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
@@ -72,7 +74,7 @@ std::unique_ptr<DICOMDataObject> DICOMFileReader::LoadStream(Buffer& buffer, int
 
 /// The number that what follows group 0002 is read with; false for data that cannot be read at all.
 bool DICOMFileReader::SelectSyntax(Buffer& buffer, const DICOMObject& dataSet) {
-    const VR* const named = dataSet.GetVR(0x0002, 0x0010);
+    const VR* const named = dataSet.GetVR(tags::TransferSyntaxUID);
     if (named == nullptr) {
         m_Syntax = DetectSyntax(buffer);
         return true;
@@ -92,7 +94,7 @@ int SaveDICOMFile(const char* path, int mode, DICOMObject* dataSet, TransferSynt
     TransferSyntaxCodec plain;
     TransferSyntaxCodec& used = codec != nullptr ? *codec : plain;
     const bool refused =
-        mode == 1 ? IsEncapsulated(dataSet->GetVR(0x7FE0, 0x0010)) : used.PrepareMetaInformation(dataSet, mode) == 0;
+        mode == 1 ? IsEncapsulated(dataSet->GetVR(tags::PixelData)) : used.PrepareMetaInformation(dataSet, mode) == 0;
     if (refused) return 0;
     FileOutputBuffer file;
     if (!file.Open(path)) return 0;

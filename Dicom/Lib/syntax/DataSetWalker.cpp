@@ -1,8 +1,9 @@
 #include "DataSetWalker.h"
 
+#include "Dicom/Lib/dataset/TypeCode.h"
+#include "Dicom/Lib/dataset/ValueText.h"
 #include "TransferSyntaxCodec.h"
 #include "TransferSyntaxTable.h"
-#include "Dicom/Lib/dataset/TypeCode.h"
 #include "base/Bytes.h"
 
 #include <algorithm>

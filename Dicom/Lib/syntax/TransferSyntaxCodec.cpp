@@ -1,11 +1,13 @@
 // The entry points, and what parser and encoder have in common.
 #include "TransferSyntaxCodec.h"
 
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "DiagnosticDump.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
-#include "Dicom/Lib/dictionary/PublicDictionary.h"
 #include "Dicom/Lib/dataset/ReplaceValue.h"
+#include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/DcmDictionary.h"
+#include "Dicom/Lib/dictionary/PublicDictionary.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "TransferSyntaxTable.h"
 
 #include <string>
@@ -84,22 +86,24 @@ int TransferSyntaxCodec::OnReadPixelData(Buffer& /*buffer*/, VR& /*pixelData*/) 
 }
 
 int TransferSyntaxCodec::PrepareMetaInformation(DICOMObject* dataSet, int mode) {
-    const VR* const present = dataSet->GetVR(0x0002, 0x0010);
+    const VR* const present = dataSet->GetVR(tags::TransferSyntaxUID);
     std::string syntax(mode == 2 ? kImplicitLittleEndianUid : kExplicitLittleEndianUid);
-    if (IsEncapsulated(dataSet->GetVR(0x7FE0, 0x0010))) {
+    if (IsEncapsulated(dataSet->GetVR(tags::PixelData))) {
         if (mode != 3 || present == nullptr) return 0;
         syntax = TrimmedUid(present->GetText());
         if (IsNativeTransferSyntax(syntax)) return 0;
     }
     static constexpr unsigned char kVersion[2] = {0x00, 0x01};
-    int done = ReplaceValue(*dataSet, 0x0002, 0x0001, TypeCode("OB"), kVersion, sizeof kVersion);
-    const VR* const sopClass = dataSet->GetVR(0x0008, 0x0016);
-    const VR* const sopInstance = dataSet->GetVR(0x0008, 0x0018);
-    if (sopClass != nullptr) done &= ReplaceText(*dataSet, 0x0002, 0x0002, TypeCode("UI"), sopClass->GetText());
-    if (sopInstance != nullptr) done &= ReplaceText(*dataSet, 0x0002, 0x0003, TypeCode("UI"), sopInstance->GetText());
-    done &= ReplaceText(*dataSet, 0x0002, 0x0010, TypeCode("UI"), syntax);
-    done &= ReplaceText(*dataSet, 0x0002, 0x0012, TypeCode("UI"), kImplementationClassUid);
-    done &= ReplaceText(*dataSet, 0x0002, 0x0013, TypeCode("SH"), kImplementationVersionName);
+    int done = ReplaceValue(*dataSet, tags::FileMetaInformationVersion, TypeCode("OB"), kVersion, sizeof kVersion);
+    const VR* const sopClass = dataSet->GetVR(tags::SOPClassUID);
+    const VR* const sopInstance = dataSet->GetVR(tags::SOPInstanceUID);
+    if (sopClass != nullptr)
+        done &= ReplaceText(*dataSet, tags::MediaStorageSOPClassUID, TypeCode("UI"), sopClass->GetText());
+    if (sopInstance != nullptr)
+        done &= ReplaceText(*dataSet, tags::MediaStorageSOPInstanceUID, TypeCode("UI"), sopInstance->GetText());
+    done &= ReplaceText(*dataSet, tags::TransferSyntaxUID, TypeCode("UI"), syntax);
+    done &= ReplaceText(*dataSet, tags::ImplementationClassUID, TypeCode("UI"), kImplementationClassUid);
+    done &= ReplaceText(*dataSet, tags::ImplementationVersionName, TypeCode("SH"), kImplementationVersionName);
     return done;
 }
 

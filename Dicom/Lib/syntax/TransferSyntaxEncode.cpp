@@ -1,7 +1,8 @@
 // Encoding: data set to byte stream.
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "DiagnosticDump.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dictionary/DcmDictionary.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "TransferSyntaxCodec.h"
 #include "base/Bytes.h"
@@ -97,7 +98,7 @@ int TransferSyntaxCodec::ExplicitEncode(Buffer& buffer, DICOMObject* dataSet, in
 
 int TransferSyntaxCodec::Encode(Buffer& buffer, DICOMObject* dataSet, int depth, bool explicitVR) {
     if (dataSet == nullptr || depth > kDeepest) return 0;
-    if (depth == 0) m_bSignedPixels = dataSet->GetUINT16(0x0028, 0x0103) != 0;
+    if (depth == 0) m_bSignedPixels = dataSet->GetUINT16(tags::PixelRepresentation) != 0;
     while (const auto element = std::unique_ptr<VR>(dataSet->Pop())) {
         if (!IsLeftOut(*element, explicitVR) && EncodeElement(buffer, *element, depth, explicitVR) == 0) return 0;
     }
@@ -144,12 +145,12 @@ int TransferSyntaxCodec::EncodeElement(Buffer& buffer, VR& element, int depth, b
 
 int TransferSyntaxCodec::EncodeMetaInformation(Buffer& buffer, const DICOMObject& dataSet) {
     MemoryOutputBuffer group;
-    for (VR* element = dataSet.GetVR(0x0002, 0x0001); element != nullptr && element->m_Group == 0x0002;
-         element = dataSet.GetNext(element)) {
+    for (VR* element = dataSet.GetVR(tags::FileMetaInformationVersion);
+         element != nullptr && element->m_Group == 0x0002; element = dataSet.GetNext(element)) {
         if (EncodeElement(group, *element, 1, true) == 0) return 0;
     }
     const std::vector<unsigned char>& bytes = group.GetBytes();
-    VR groupLength(0x0002, 0x0000, 4, 1);
+    VR groupLength(tags::FileMetaInformationGroupLength, 4, 1);
     groupLength.m_TypeCode = TypeCode("UL");
     platform::StoreLittle(groupLength.m_pData, static_cast<std::uint32_t>(bytes.size()));
     buffer.SetByteOrder(Buffer::kLittleEndian);

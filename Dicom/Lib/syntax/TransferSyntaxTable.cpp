@@ -83,9 +83,3 @@ int FindTransferSyntax(std::string_view uid, int unknown) {
 bool IsNativeTransferSyntax(std::string_view uid) {
     return uid == kImplicitLittleEndianUid || uid == kExplicitLittleEndianUid || uid == kExplicitBigEndianUid;
 }
-
-std::string TrimmedUid(std::string_view value) {
-    value = value.substr(0, value.find('\0'));
-    while (!value.empty() && value.back() == ' ') value.remove_suffix(1);
-    return std::string(value);
-}

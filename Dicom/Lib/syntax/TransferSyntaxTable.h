@@ -43,6 +43,3 @@ int FindTransferSyntax(std::string_view uid, int unknown);
 
 /// Whether a UID names one of the three uncompressed syntaxes.
 bool IsNativeTransferSyntax(std::string_view uid);
-
-/// A UID as it stands in data, without the blanks and zero bytes that fill its value.
-std::string TrimmedUid(std::string_view value);

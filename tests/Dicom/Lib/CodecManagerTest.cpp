@@ -24,7 +24,7 @@ std::unique_ptr<DICOMDataObject> Image(std::uint16_t rows, const char* frames, c
 
 /// Makes the pixel data encapsulated: offset table, then fragments.
 void Encapsulate(DICOMObject& set, const std::string& table, const std::vector<std::string>& fragments) {
-    ReplaceText(set, 0x0002, 0x0010, TypeCode("UI"), kXor);
+    ReplaceText(set, tags::TransferSyntaxUID, TypeCode("UI"), kXor);
     set.Take(0x7FE0, 0x0010);
     auto* const pixels = new VR(0x7FE0, 0x0010, 0, 0);
     AppendFragment(*pixels, table.data(), static_cast<std::uint32_t>(table.size()));
@@ -104,7 +104,7 @@ TEST(CodecManager, EncodesBehindAnOffsetTableAndDecodesTheSame) {
         std::string pixels;
         for (int i = 0; i < count; ++i) pixels += std::string(15, static_cast<char>('a' + i));
         pixels += '\0';
-        ReplaceValue(*set, 0x7FE0, 0x0010, TypeCode("OB"), pixels.data(), static_cast<std::uint32_t>(pixels.size()));
+        ReplaceValue(*set, tags::PixelData, TypeCode("OB"), pixels.data(), static_cast<std::uint32_t>(pixels.size()));
         const std::string before = Listing(*set);
         ASSERT_EQ(manager.Convert(set.get(), kXor), 1) << manager.GetError();
         const VR& encoded = *set->GetVR(0x7FE0, 0x0010);

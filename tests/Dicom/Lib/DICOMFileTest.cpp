@@ -74,7 +74,7 @@ TEST_F(DicomFile, WhatCannotBeWrittenTouchesNoFile) {
     AppendFragment(*set->GetVR(0x7FE0, 0x0010), "", 0);
     for (const int mode : {1, 2, 3}) EXPECT_EQ(SaveDICOMFile(Path("no.dcm").c_str(), mode, set.get()), 0);
     EXPECT_FALSE(fs::exists(Path("no.dcm")));
-    ReplaceText(*set, 0x0002, 0x0010, TypeCode("UI"), "1.2.840.10008.1.2.4.70");
+    ReplaceText(*set, tags::TransferSyntaxUID, TypeCode("UI"), "1.2.840.10008.1.2.4.70");
     EXPECT_EQ(SaveDICOMFile(Path("yes.dcm").c_str(), 3, set.get()), 1);
     Load("yes.dcm");
     EXPECT_EQ(m_Reader.GetTransferSyntax(), "1.2.840.10008.1.2.4.70") << "compressed data keeps its syntax";
