@@ -46,24 +46,24 @@ bool PlaneOffsets::Read(CVolume& volume) {
         return true;
     }
     const double tolerance = GetTolerance(volume);
-    const CImagePlane& first = *volume.GetPlane(0);
-    const auto from = [&](const CImagePlane& plane, const float* zero) {
-        return PlaneOffset{double{plane.m_Org[0]} - zero[0], double{plane.m_Org[1]} - zero[1]};
-    };
+    const CImagePlane* const planes = volume.GetPlane(0);  // side by side
+    const float* const first = planes->m_Org;
     bool upright = true;
+    float sum = 0;  // not finite where a position is not
     for (int k = 0; k < count; ++k) {
-        const PlaneOffset offset = from(*volume.GetPlane(k), first.m_Org);
-        if (!std::isfinite(offset.m_X + offset.m_Y + volume.GetPlane(k)->m_Org[2])) {
-            return false;
-        }
-        upright = upright && Agree(offset, {}, tolerance);
+        const float* const org = planes[k].m_Org;
+        sum += 0 * org[0] + 0 * org[1] + 0 * org[2];
+        upright = upright && Agree({org[0], org[1]}, {first[0], first[1]}, tolerance);
+    }
+    if (!std::isfinite(sum)) {
+        return false;
     }
     if (upright) {
         return true;
     }
     for (int k = 0; k < count; ++k) {
-        const CImagePlane& plane = *volume.GetPlane(k);
-        m_Knots.push_back({double{plane.m_Org[2]} - first.m_Org[2], from(plane, origin)});
+        const float* const org = planes[k].m_Org;
+        m_Knots.push_back({double{org[2]} - first[2], {double{org[0]} - origin[0], double{org[1]} - origin[1]}});
     }
     const auto lower = [](const Knot& a, const Knot& b) { return a.m_Z < b.m_Z; };
     const auto coincide = [](const Knot& a, const Knot& b) { return b.m_Z - a.m_Z <= kSamePlane; };
