@@ -26,6 +26,7 @@ void Dump(const Arguments& arguments) {
     ConsoleWatcher watcher;
     const DataSetFile file = ReadDataSetFile(arguments.path, kParseAll, &watcher);
     if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, arguments.path + ": not a DICOM file");
+    for (const Finding& finding : file.findings) watcher.OnFinding(finding);
     platform::StandardOutput out;
     if (arguments.json) {
         DumpAsJson(*file.dataSet, arguments.meta, out, &watcher);

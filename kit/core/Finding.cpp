@@ -28,6 +28,12 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::IrregularTaken: return "irregular taken";
     case FindingKind::FileFailed: return "file failed";
     case FindingKind::PeerWarned: return "peer warned";
+    case FindingKind::OtherEncoding: return "other encoding";
+    case FindingKind::MixedEncoding: return "mixed encoding";
+    case FindingKind::WrongLengths: return "wrong lengths";
+    case FindingKind::TrailingBytes: return "trailing bytes";
+    case FindingKind::NoMeta: return "no meta information";
+    case FindingKind::UndecodedText: return "undecoded text";
     }
     return "unknown";
 }

@@ -35,6 +35,12 @@ enum class FindingKind {
     IrregularTaken,     ///< what an irregularity policy made of the series
     FileFailed,         ///< one file of many failed, the job goes on; `files`
     PeerWarned,         ///< another program accepted, with a remark; `files`
+    OtherEncoding,      ///< data is not encoded as its transfer syntax says, or nobody knows that; `files`
+    MixedEncoding,      ///< some elements name their types, others do not; `files`
+    WrongLengths,       ///< sequences or items that do not end where they should; `files`
+    TrailingBytes,      ///< bytes behind a data set that are no elements; `files`
+    NoMeta,             ///< no preamble or no group 0002; `files`
+    UndecodedText,      ///< texts with bytes that are not in their character set; `files`, `count` texts
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

@@ -1,5 +1,8 @@
 #include "TextEncoding.h"
 
+#include "platform/TextConversion.h"
+
+#include <algorithm>
 #include <cstddef>
 
 namespace korvane {
@@ -83,37 +86,287 @@ std::string Visible(std::string_view text) {
     return out;
 }
 
-TextDecoder::TextDecoder(std::string_view characterSet) {
-    // Several values mean code extensions (ISO 2022): what is outside ASCII is then passed on escaped.
-    while (!characterSet.empty() && (characterSet.back() == ' ' || characterSet.back() == '\0')) {
-        characterSet.remove_suffix(1);
+/// A set of (0008,0005). `escapeLow`, `escapeHigh`: what calls it into the lower or the upper half of the code table,
+/// behind the escape character.
+struct CodedSet {
+    enum class Kind { Ascii, Single, Katakana, Romaji, Pairs, Utf8, Whole };
+
+    const char* terms;  ///< letters and digits of its defined terms, between bars
+    Kind kind;
+    platform::TextCode code;
+    const char* escapeLow;
+    const char* escapeHigh;
+};
+
+namespace {
+
+using platform::TextCode;
+using Kind = CodedSet::Kind;
+
+constexpr char kEscape = '\x1B';
+
+constexpr CodedSet kAscii = {"|ISOIR6|ISO2022IR6|", Kind::Ascii, TextCode::Iso8859_1, "(B", nullptr};
+constexpr CodedSet kRomaji = {"|ISOIR14|", Kind::Romaji, TextCode::Iso8859_1, "(J", nullptr};
+constexpr CodedSet kSets[] = {
+    kAscii,
+    kRomaji,
+    {"|ISOIR100|ISO2022IR100|LATIN1|ISO88591|", Kind::Single, TextCode::Iso8859_1, nullptr, "-A"},
+    {"|ISOIR101|ISO2022IR101|", Kind::Single, TextCode::Iso8859_2, nullptr, "-B"},
+    {"|ISOIR109|ISO2022IR109|", Kind::Single, TextCode::Iso8859_3, nullptr, "-C"},
+    {"|ISOIR110|ISO2022IR110|", Kind::Single, TextCode::Iso8859_4, nullptr, "-D"},
+    {"|ISOIR144|ISO2022IR144|", Kind::Single, TextCode::Iso8859_5, nullptr, "-L"},
+    {"|ISOIR127|ISO2022IR127|", Kind::Single, TextCode::Iso8859_6, nullptr, "-G"},
+    {"|ISOIR126|ISO2022IR126|", Kind::Single, TextCode::Iso8859_7, nullptr, "-F"},
+    {"|ISOIR138|ISO2022IR138|", Kind::Single, TextCode::Iso8859_8, nullptr, "-H"},
+    {"|ISOIR148|ISO2022IR148|", Kind::Single, TextCode::Iso8859_9, nullptr, "-M"},
+    {"|ISOIR203|ISO2022IR203|", Kind::Single, TextCode::Iso8859_15, nullptr, "-b"},
+    {"|ISOIR166|ISO2022IR166|", Kind::Single, TextCode::Tis620, nullptr, "-T"},
+    {"|ISOIR13|ISO2022IR13|", Kind::Katakana, TextCode::Iso8859_1, nullptr, ")I"},
+    {"|ISOIR87|ISO2022IR87|", Kind::Pairs, TextCode::JisX0208, "$B", nullptr},
+    {"|ISOIR159|ISO2022IR159|", Kind::Pairs, TextCode::JisX0212, "$(D", nullptr},
+    {"|ISOIR149|ISO2022IR149|", Kind::Pairs, TextCode::KsX1001, nullptr, "$)C"},
+    {"|ISOIR58|ISO2022IR58|", Kind::Pairs, TextCode::Gb2312, nullptr, "$)A"},
+    {"|ISOIR192|UTF8|", Kind::Utf8, TextCode::Iso8859_1, nullptr, nullptr},
+    {"|GB18030|", Kind::Whole, TextCode::Gb18030, nullptr, nullptr},
+    {"|GBK|", Kind::Whole, TextCode::Gbk, nullptr, nullptr},
+};
+
+const CodedSet* FindSet(std::string_view term) {
+    std::string letters = "|";
+    for (const char letter : term) {
+        if (letter >= 'a' && letter <= 'z') letters += static_cast<char>(letter - 'a' + 'A');
+        if ((letter >= 'A' && letter <= 'Z') || (letter >= '0' && letter <= '9')) letters += letter;
     }
-    if (characterSet == "ISO_IR 100") m_Set = Set::Latin1;
-    if (characterSet == "ISO_IR 192") m_Set = Set::Utf8;
-    m_bKnown = m_Set != Set::Ascii || characterSet.empty() || characterSet == "ISO_IR 6";
+    letters += '|';
+    if (letters == "||") return &kAscii;
+    for (const CodedSet& set : kSets) {
+        if (std::string_view(set.terms).find(letters) != std::string_view::npos) return &set;
+    }
+    return nullptr;
 }
 
-std::string TextDecoder::ToUtf8(std::string_view bytes) const {
-    std::string out;
-    out.reserve(bytes.size());
-    const auto escape = [&](unsigned char byte) { AppendEscaped(out, byte); };
-    if (m_Set == Set::Utf8) {
-        WalkUtf8(
-            bytes, [&](std::string_view sequence) { out += sequence; }, escape);
-        return out;
-    }
-    for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x80) {
-            out += character;
-        } else if (m_Set == Set::Latin1) {
-            out += static_cast<char>(0xC0 | (byte >> 6));
-            out += static_cast<char>(0x80 | (byte & 0x3F));
-        } else {
-            escape(byte);
+/// The set that an escape sequence calls, and whether into the upper half; null where the text begins with none.
+const CodedSet* FindEscape(std::string_view text, std::size_t& length, bool& high) {
+    for (const CodedSet& set : kSets) {
+        for (const char* const escape : {set.escapeLow, set.escapeHigh}) {
+            if (escape == nullptr || text.substr(1, std::string_view(escape).size()) != escape) continue;
+            length = 1 + std::string_view(escape).size();
+            high = escape == set.escapeHigh;
+            return &set;
         }
     }
+    return nullptr;
+}
+
+bool IsDelimiter(char character, TextForm form) {
+    if (form == TextForm::Name && (character == '^' || character == '=')) return true;
+    return character == '\\' || character == '\n' || character == '\r' || character == '\f' || character == '\t';
+}
+
+bool IsHigh(char character) {
+    return (static_cast<unsigned char>(character) & 0x80U) != 0;
+}
+
+/// Whether two bytes are a character's of a set of pairs, in one half of the code table.
+bool IsPair(std::string_view text, bool high) {
+    if (text.size() < 2) return false;
+    const unsigned low = high ? 0xA1 : 0x21;
+    const auto belongs = [&](char byte) {
+        const auto value = static_cast<unsigned char>(byte);
+        return value >= low && value <= low + 0x5D;
+    };
+    return belongs(text[0]) && belongs(text[1]);
+}
+
+std::size_t CountRun(std::string_view text, const CodedSet& set, bool high) {
+    std::size_t length = 0;
+    if (set.kind == Kind::Pairs) {
+        while (IsPair(text.substr(length), high)) length += 2;
+    } else {
+        while (length < text.size() && IsHigh(text[length])) ++length;
+    }
+    return length;
+}
+
+/// Bytes that are in no set, one by one.
+void AppendUndecoded(std::string& out, std::string_view bytes, Undecoded undecoded) {
+    for (const char byte : bytes) {
+        if (undecoded == Undecoded::Escape) {
+            AppendEscaped(out, static_cast<unsigned char>(byte));
+        } else {
+            out += "\xEF\xBF\xBD";
+        }
+    }
+}
+
+/// Katakana of JIS X 0201, which are in one row of Unicode in the same order. The number of bytes that are none.
+std::size_t AppendKatakana(std::string_view run, Undecoded undecoded, std::string& out) {
+    std::size_t faults = 0;
+    for (std::size_t i = 0; i < run.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(run[i]);
+        if (byte < 0xA1 || byte > 0xDF) {
+            AppendUndecoded(out, run.substr(i, 1), undecoded);
+            ++faults;
+            continue;
+        }
+        const unsigned code = 0xFF61U + (byte - 0xA1U);
+        out += '\xEF';
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    }
+    return faults;
+}
+
+/// The bytes of the character that a text begins with, in a code of one length or in GBK and GB 18030.
+std::size_t CharacterLength(const CodedSet& set, std::string_view text) {
+    if (set.kind != Kind::Whole) return set.kind == Kind::Pairs ? 2 : 1;
+    const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+    if (at(0) < 0x81) return 1;
+    if (at(1) >= 0x30 && at(1) <= 0x39 && text.size() >= 4) return 4;
+    return at(1) >= 0x40 ? 2 : 1;
+}
+
+/// A run of one set's characters. Where it cannot be converted as a whole it goes character by character. The number of
+/// bytes that are no characters.
+std::size_t AppendRun(const CodedSet& set, std::string_view run, Undecoded undecoded, std::string& out) {
+    if (set.kind == Kind::Katakana) return AppendKatakana(run, undecoded, out);
+    platform::TextConverter converter(set.code);
+    if (converter.AppendUtf8(run, out)) return 0;
+    std::size_t faults = 0;
+    while (!run.empty()) {
+        std::size_t length = std::min(CharacterLength(set, run), run.size());
+        if (!converter.AppendUtf8(run.substr(0, length), out)) {
+            if (set.kind == Kind::Whole) length = 1;
+            AppendUndecoded(out, run.substr(0, length), undecoded);
+            faults += length;
+        }
+        run.remove_prefix(length);
+    }
+    return faults;
+}
+
+std::string_view WithoutFill(std::string_view text) {
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\0')) text.remove_suffix(1);
+    return text;
+}
+
+}  // namespace
+
+TextDecoder::TextDecoder(std::string_view characterSet) {
+    characterSet = WithoutFill(characterSet);
+    for (bool isFirst = true;; isFirst = false) {
+        const std::size_t end = std::min(characterSet.find('\\'), characterSet.size());
+        const CodedSet* const set = FindSet(characterSet.substr(0, end));
+        m_bKnown = m_bKnown && set != nullptr;
+        if (set != nullptr && set->kind != Kind::Ascii) {
+            m_Sets.push_back(set);
+            m_bBeginsAscii = m_bBeginsAscii && !isFirst;
+        }
+        if (end == characterSet.size()) break;
+        characterSet.remove_prefix(end + 1);
+    }
+}
+
+TextDecoder::State TextDecoder::Begin() const {
+    if (m_bBeginsAscii) return {&kAscii, nullptr};
+    const CodedSet* const first = m_Sets.front();
+    if (first->kind == Kind::Katakana) return {&kRomaji, first};
+    return first->escapeHigh != nullptr ? State{&kAscii, first} : State{first, nullptr};
+}
+
+/// The number of bytes that are no characters.
+std::size_t TextDecoder::Decode(std::string_view bytes, TextForm form, Undecoded undecoded, std::string& out) const {
+    out.reserve(out.size() + bytes.size());
+    std::size_t faults = 0;
+    if (!m_bBeginsAscii && m_Sets.front()->kind == Kind::Utf8) {
+        WalkUtf8(
+            bytes, [&](std::string_view sequence) { out += sequence; },
+            [&](unsigned char byte) {
+                const char character = static_cast<char>(byte);
+                AppendUndecoded(out, {&character, 1}, undecoded);
+                ++faults;
+            });
+        return faults;
+    }
+    if (!m_bBeginsAscii && m_Sets.front()->kind == Kind::Whole) {
+        return AppendRun(*m_Sets.front(), bytes, undecoded, out);
+    }
+    State state = Begin();
+    while (!bytes.empty()) {
+        const char next = bytes.front();
+        std::size_t length = 1;
+        bool high = false;
+        const CodedSet* const called = next == kEscape ? FindEscape(bytes, length, high) : nullptr;
+        if (called != nullptr) {
+            (high ? state.high : state.low) = called;
+        } else if (const CodedSet* const set = IsHigh(next) ? state.high : state.low;
+                   set != nullptr && (IsHigh(next) || set->kind == Kind::Pairs) &&
+                   (length = CountRun(bytes, *set, IsHigh(next))) > 0) {
+            faults += AppendRun(*set, bytes.substr(0, length), undecoded, out);
+        } else if (IsHigh(next)) {
+            length = 1;
+            AppendUndecoded(out, bytes.substr(0, 1), undecoded);
+            ++faults;
+        } else {
+            length = 1;
+            out += next;
+            if (IsDelimiter(next, form)) state = Begin();
+        }
+        bytes.remove_prefix(length);
+    }
+    return faults;
+}
+
+std::string TextDecoder::ToUtf8(std::string_view bytes, TextForm form, Undecoded undecoded) const {
+    std::string out;
+    Decode(bytes, form, undecoded, out);
     return out;
+}
+
+bool TextDecoder::Decodes(std::string_view bytes, TextForm form) const {
+    std::string out;
+    return Decode(bytes, form, Undecoded::Replace, out) == 0;
+}
+
+std::optional<std::string> TextDecoder::FromUtf8(std::string_view text) const {
+    if (std::all_of(text.begin(), text.end(), [](char c) { return !IsHigh(c) && c != kEscape; }))
+        return std::string(text);
+    if (m_Sets.empty()) return std::nullopt;
+    if (m_Sets.front()->kind == Kind::Utf8 && !m_bBeginsAscii) return std::string(text);
+    std::string bytes;
+    if (m_Sets.front()->kind == Kind::Whole && !m_bBeginsAscii) {
+        if (!platform::AppendFromUtf8(m_Sets.front()->code, text, bytes)) return std::nullopt;
+        return bytes;
+    }
+    bool possible = true;
+    std::size_t run = 0;  // of characters outside ASCII, which stay together in one set
+    for (std::size_t at = 0; possible && at < text.size(); at += run) {
+        for (run = 0; at + run < text.size() && IsHigh(text[at + run]);) ++run;
+        if (run == 0) {
+            bytes += text[at];
+            run = 1;
+        } else {
+            possible = EncodeRun(text.substr(at, run), bytes);
+        }
+    }
+    if (!possible) return std::nullopt;
+    return bytes;
+}
+
+/// In the first of the sets that has all of its characters, and back to where a value begins.
+bool TextDecoder::EncodeRun(std::string_view run, std::string& bytes) const {
+    for (const CodedSet* const set : m_Sets) {
+        std::string encoded;
+        if (set->kind == Kind::Katakana || !platform::AppendFromUtf8(set->code, run, encoded)) continue;
+        const bool isHigh = set->escapeHigh != nullptr;
+        const bool called = set != m_Sets.front() || m_bBeginsAscii || set->kind == Kind::Pairs;
+        if (called) bytes.append(1, kEscape).append(isHigh ? set->escapeHigh : set->escapeLow);
+        for (const char byte : encoded) bytes += isHigh ? static_cast<char>(byte | 0x80) : byte;
+        if (called && !isHigh) bytes.append(1, kEscape).append(kAscii.escapeLow);
+        if (called && isHigh && !m_bBeginsAscii) bytes.append(1, kEscape).append(m_Sets.front()->escapeHigh);
+        return true;
+    }
+    return false;
 }
 
 }  // namespace korvane

@@ -3,29 +3,63 @@
 
 #include "Visible.h"
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace korvane {
 
-/// Turns values of a data set into UTF-8 by its Specific Character Set (0008,0005), PS3.3 C.12.1.1.2.
+struct CodedSet;
+
+/// What becomes of bytes that are no characters of their set.
+enum class Undecoded {
+    Escape,   ///< each is \xNN: for people, nothing is lost
+    Replace,  ///< each is U+FFFD, which no value holds otherwise: for programs
+};
+
+/// How a text is delimited: code extensions end at a delimiter (PS3.5 6.1.2.5.3).
+enum class TextForm {
+    Plain,  ///< at backslashes, line and page ends, tabs
+    Name,   ///< of a person: at ^ and = too
+};
+
+/// Turns values of a data set into UTF-8 and back by its Specific Character Set (0008,0005), PS3.3 C.12.1.1.2: all sets
+/// defined there, those of one value and those with code extensions (ISO 2022), whose escape sequences are followed
+/// whether the set announces them or not. Defined terms are recognised in their usual misspellings.
 ///
-/// ASCII, Latin-1 (ISO_IR 100) and UTF-8 (ISO_IR 192) are converted. Of any other set, and of bytes that their own set
-/// does not have, ASCII stays and each other byte becomes \xNN, so that nothing is lost.
+/// Values are decoded whole and split afterwards: in some sets a backslash is the second byte of a character.
 class TextDecoder {
 public:
-    /// The value of (0008,0005); "" without one.
+    /// The value of (0008,0005); "" without one: ASCII.
     explicit TextDecoder(std::string_view characterSet = {});
 
-    std::string ToUtf8(std::string_view bytes) const;
+    std::string ToUtf8(std::string_view bytes, TextForm form = TextForm::Plain,
+                       Undecoded undecoded = Undecoded::Escape) const;
 
-    /// Whether everything that the set has is converted.
+    /// Whether all bytes are characters.
+    bool Decodes(std::string_view bytes, TextForm form = TextForm::Plain) const;
+
+    /// The bytes for a text in UTF-8; nothing when the set lacks a character.
+    std::optional<std::string> FromUtf8(std::string_view text) const;
+
+    /// Whether every set that is named is known.
     bool IsKnown() const { return m_bKnown; }
 
 private:
-    enum class Set { Ascii, Latin1, Utf8 };
-    Set m_Set = Set::Ascii;
-    bool m_bKnown = false;
+    struct State {
+        const CodedSet* low;   // what the bytes below 80 are
+        const CodedSet* high;  // and those above; null: nothing yet
+    };
+
+    State Begin() const;
+    bool EncodeRun(std::string_view run, std::string& bytes) const;
+    std::size_t Decode(std::string_view bytes, TextForm form, Undecoded undecoded, std::string& out) const;
+
+    std::vector<const CodedSet*> m_Sets;  // the first is where each value begins; ASCII is not among them
+    bool m_bBeginsAscii = true;
+    bool m_bKnown = true;
 };
 
 }  // namespace korvane

@@ -2,13 +2,14 @@
 
 #include "../core/Error.h"
 #include "InflateBuffer.h"
+#include "TolerantParser.h"
 
 #include "base/Bytes.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <new>
 
 namespace korvane {
 
@@ -37,43 +38,6 @@ private:
     DataSetFile& m_File;
 };
 
-/// Whether the stream begins as a bare data set in big endian does, which the library's test for the syntax does not see.
-enum class Beginning { NotDicom, Dicom, BigEndian };
-
-Beginning LookAtBeginning(Buffer& buffer) {
-    const unsigned char* head = buffer.Peek(132);
-    if (head != nullptr && std::memcmp(head + 128, "DICM", 4) == 0) return Beginning::Dicom;
-    head = buffer.Peek(8);
-    if (head == nullptr) return Beginning::NotDicom;
-    const auto little = platform::LoadLittle<std::uint16_t>(head);
-    if (little == 0x0002 || little == 0x0008) return Beginning::Dicom;
-    const bool typed = std::isupper(head[4]) != 0 && std::isupper(head[5]) != 0;
-    return platform::LoadBig<std::uint16_t>(head) == 0x0008 && typed ? Beginning::BigEndian : Beginning::NotDicom;
-}
-
-void ReadBigEndian(Buffer& buffer, NotingCodec& codec, int option, DataSetFile& file) {
-    auto dataSet = std::make_unique<DICOMDataObject>();
-    file.complete = codec.ParseStream(kExplicitBigEndian, buffer, dataSet.get(), option) != 0;
-    file.transferSyntax = kExplicitBigEndianUid;
-    file.dataSet = std::move(dataSet);
-}
-
-void ReadWithLibrary(Buffer& buffer, NotingCodec& codec, int option, DataSetFile& file) {
-    DICOMFileReader reader(codec);
-    file.dataSet = reader.LoadStream(buffer, option);
-    if (file.dataSet == nullptr) throw std::bad_alloc();
-    file.complete = reader.IsComplete();
-    file.hasPreamble = reader.HasPreamble();
-    file.transferSyntax = reader.GetTransferSyntax();
-    if (file.transferSyntax.empty()) {
-        file.transferSyntax =
-            reader.GetSyntax() == kImplicitLittleEndian ? kImplicitLittleEndianUid : kExplicitLittleEndianUid;
-    }
-    if (!reader.IsDeflated()) return;
-    InflateBuffer inflated(buffer);
-    file.complete = codec.ParseStream(kExplicitLittleEndian, inflated, file.dataSet.get(), option) != 0;
-}
-
 struct SyntaxName {
     const char* uid;
     const char* name;
@@ -97,20 +61,186 @@ constexpr SyntaxName kSyntaxNames[] = {
     {"1.2.840.10008.1.2.5", "RLE Lossless"},
 };
 
-}  // namespace
+enum class Beginning { NotDicom, Preamble, Marker, Bare };
 
-DataSetFile ReadDataSet(Buffer& buffer, int option) {
-    DataSetFile file;
-    const Beginning beginning = LookAtBeginning(buffer);
-    if (beginning == Beginning::NotDicom) return file;
-    NotingCodec codec(file);
-    if (beginning == Beginning::BigEndian) {
-        ReadBigEndian(buffer, codec, option, file);
-    } else {
-        ReadWithLibrary(buffer, codec, option, file);
+/// A data set without a preamble is known by its first group; in big endian, by the letters of its first type too.
+Beginning LookAtBeginning(Buffer& buffer) {
+    const unsigned char* head = buffer.Peek(132);
+    if (head != nullptr && std::memcmp(head + 128, "DICM", 4) == 0) return Beginning::Preamble;
+    head = buffer.Peek(8);
+    if (head == nullptr) return Beginning::NotDicom;
+    const bool begins = (head[4] == 2 || head[4] == 8) && head[5] == 0;
+    if (begins && std::memcmp(head, "DICM", 4) == 0) return Beginning::Marker;
+    const auto little = platform::LoadLittle<std::uint16_t>(head);
+    if (little == 0x0002 || little == 0x0008) return Beginning::Bare;
+    const bool typed = std::isupper(head[4]) != 0 && std::isupper(head[5]) != 0;
+    return platform::LoadBig<std::uint16_t>(head) == 0x0008 && typed ? Beginning::Bare : Beginning::NotDicom;
+}
+
+/// The syntax that the next element looks like; `otherwise` where nothing stands there.
+int LookAtEncoding(Buffer& buffer, int otherwise) {
+    const unsigned char* const head = buffer.Peek(8);
+    if (head == nullptr) return otherwise;
+    if (!IsKnownType(head[4], head[5])) return kImplicitLittleEndian;
+    // The first group of a data set is a small number.
+    return head[0] == 0 && head[1] != 0 ? kExplicitBigEndian : kExplicitLittleEndian;
+}
+
+const char* NameOfEncoding(int syntax) {
+    if (syntax == kImplicitLittleEndian) return "implicit VR little endian";
+    return syntax == kExplicitBigEndian ? "explicit VR big endian" : "explicit VR little endian";
+}
+
+std::string_view UidOfEncoding(int syntax) {
+    if (syntax == kImplicitLittleEndian) return kImplicitLittleEndianUid;
+    return syntax == kExplicitBigEndian ? kExplicitBigEndianUid : kExplicitLittleEndianUid;
+}
+
+/// Reads a stream in steps, by the toolkit or, a second time, by the tolerant parser.
+class Reading {
+public:
+    Reading(DataSetFile& file, int option, const Leniency& leniency, bool second)
+        : m_File(file), m_iOption(option), m_Leniency(leniency), m_bSecond(second) {}
+
+    /// False when the stream is not DICOM.
+    bool Read(Buffer& buffer) {
+        const Beginning beginning = LookAtBeginning(buffer);
+        if (beginning == Beginning::NotDicom) return false;
+        m_File.hasPreamble = SkipPreamble(buffer);
+        if (beginning == Beginning::Marker) buffer.Skip(4);
+        m_File.dataSet = std::make_unique<DICOMDataObject>();
+        const bool hasMeta = ReadMeta(buffer);
+        if (!m_File.hasPreamble || !hasMeta) {
+            Note(FindingKind::NoMeta, m_File.hasPreamble ? "no meta information (group 0002)" : "no preamble");
+        }
+        m_File.transferSyntax = TrimmedUid(ValueOf(tags::TransferSyntaxUID));
+        const bool named = !m_File.transferSyntax.empty();
+        if (m_File.transferSyntax == kDeflatedUid && !IsPlain(buffer)) {
+            InflateBuffer inflated(buffer);
+            ParseInflated(inflated);
+            return true;
+        }
+        const int syntax = ChooseSyntax(buffer);
+        if (!named) m_File.transferSyntax = UidOfEncoding(syntax);
+        ParseAs(syntax, buffer);
+        return true;
     }
-    if (codec.HasStopped()) file.encapsulated = codec.GetStoppedLength() == kUndefinedLength;
-    file.hasPixels = file.hasPixels || codec.HasStopped();
+
+private:
+    std::string_view ValueOf(Tag tag) const {
+        const VR* const element = FindElement(*m_File.dataSet, tag);
+        return element != nullptr ? element->GetText() : std::string_view();
+    }
+
+    bool ReadMeta(Buffer& buffer) {
+        const unsigned char* const head = buffer.Peek(8);
+        if (head == nullptr || head[0] != 2 || head[1] != 0) return false;
+        DictionaryCodec codec;
+        m_bMetaFaulty = codec.ParseMetaInformation(buffer, m_File.dataSet.get()) == 0;
+        return true;
+    }
+
+    /// Whether data that is named deflated is not.
+    bool IsPlain(Buffer& buffer) {
+        const unsigned char* const head = buffer.Peek(8);
+        const bool plain =
+            head != nullptr && head[0] == 8 && head[1] == 0 && head[3] == 0 && IsKnownType(head[4], head[5]);
+        if (plain) Note(FindingKind::OtherEncoding, "the data is not deflated, though its transfer syntax says so");
+        return plain && m_Leniency.otherEncoding;
+    }
+
+    int ChooseSyntax(Buffer& buffer) {
+        constexpr int kUnknownSyntax = -1;
+        const std::string& uid = m_File.transferSyntax;
+        const int named = FindTransferSyntax(uid, kUnknownSyntax);
+        const int looks = LookAtEncoding(buffer, named == kUnknownSyntax ? kExplicitLittleEndian : named);
+        if (uid.empty() || uid == kDeflatedUid) return looks;
+        // Syntaxes of compressed pixels are explicit little endian, those too that no codec is there for.
+        const int expected = named == kUnknownSyntax ? kExplicitLittleEndian : named;
+        const bool known = named != kUnknownSyntax || DescribeSyntax(uid) != uid;
+        if (!known) {
+            Note(FindingKind::OtherEncoding,
+                 "the transfer syntax " + uid + " is not known; read as " + NameOfEncoding(looks));
+            return m_Leniency.unknownSyntax ? looks : expected;
+        }
+        if (expected == looks) return looks;
+        Note(FindingKind::OtherEncoding, std::string("the data is in ") + NameOfEncoding(looks) +
+                                             ", not as its transfer syntax " + DescribeSyntax(uid) + " says");
+        return m_Leniency.otherEncoding ? looks : expected;
+    }
+
+    /// Where a deflated stream ends is known at its end alone; the tolerant parser must know it at once.
+    void ParseInflated(Buffer& inflated) {
+        if (!m_bSecond) {
+            ParseAs(LookAtEncoding(inflated, kExplicitLittleEndian), inflated);
+            return;
+        }
+        constexpr std::size_t kStep = std::size_t{1} << 20;
+        std::vector<unsigned char> bytes;
+        for (std::size_t read = 1; read > 0;) {
+            const std::size_t before = bytes.size();
+            bytes.resize(before + kStep);
+            read = inflated.ReadSome(bytes.data() + before, kStep);
+            bytes.resize(before + read);
+        }
+        MemoryInputBuffer whole(bytes.data(), bytes.size());
+        ParseAs(LookAtEncoding(whole, kExplicitLittleEndian), whole);
+    }
+
+    void ParseAs(int syntax, Buffer& buffer) {
+        m_File.complete =
+            (m_bSecond ? ParseTolerantly(syntax, buffer) : ParseStrictly(syntax, buffer)) && !m_bMetaFaulty;
+    }
+
+    bool ParseStrictly(int syntax, Buffer& buffer) {
+        NotingCodec codec(m_File);
+        bool parsed = false;
+        // A delimiter on the top level ends a parse, not the file.
+        do {
+            parsed = codec.ParseStream(syntax, buffer, m_File.dataSet.get(), m_iOption) != 0;
+        } while (parsed && !codec.HasStopped() && buffer.HasData());
+        if (codec.HasStopped()) m_File.encapsulated = codec.GetStoppedLength() == kUndefinedLength;
+        m_File.hasPixels = m_File.hasPixels || codec.HasStopped();
+        // Letters that are no type were never letters: the parse has lost its way without meeting a fault.
+        return parsed && HasSoundTypes(*m_File.dataSet);
+    }
+
+    bool ParseTolerantly(int syntax, Buffer& buffer) {
+        TolerantParser parser(m_Leniency, m_File.findings);
+        const bool whole = parser.Parse(syntax, buffer, *m_File.dataSet, m_iOption);
+        m_File.hasPixels = parser.HasPixels();
+        m_File.encapsulated = m_File.hasPixels && parser.GetPixelLength() == kUndefinedLength;
+        m_File.pixelLength = m_File.encapsulated ? 0 : parser.GetPixelLength();
+        m_File.pixelsPresent = m_File.encapsulated ? 0 : parser.GetPixelsPresent();
+        return whole;
+    }
+
+    static bool HasSoundTypes(const DICOMObject& dataSet) {
+        for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+            const std::uint16_t type = element->m_TypeCode;
+            const auto first = static_cast<unsigned char>(type >> 8);
+            if (type != 0 && type != TypeCode("OX") && !IsKnownType(first, static_cast<unsigned char>(type & 0xFF)))
+                return false;
+            if (IsPixelData(*element)) continue;
+            for (std::uint32_t i = 0; i < element->GetItemCount(); ++i) {
+                if (!HasSoundTypes(*element->GetItem(i))) return false;
+            }
+        }
+        return true;
+    }
+
+    void Note(FindingKind kind, const std::string& text) { m_File.findings.push_back({.kind = kind, .text = text}); }
+
+    DataSetFile& m_File;
+    int m_iOption;
+    Leniency m_Leniency;
+    bool m_bSecond;
+    bool m_bMetaFaulty = false;
+};
+
+DataSetFile ReadOnce(Buffer& buffer, int option, const Leniency& leniency, bool second) {
+    DataSetFile file;
+    if (!Reading(file, option, leniency, second).Read(buffer)) return {};
     if (const VR* const pixels = FindElement(*file.dataSet, tags::PixelData); pixels != nullptr) {
         file.hasPixels = true;
         file.encapsulated = IsEncapsulated(pixels);
@@ -118,19 +248,42 @@ DataSetFile ReadDataSet(Buffer& buffer, int option) {
     return file;
 }
 
-DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch) {
-    FileInputBuffer buffer;
-    buffer.SetStopQuestion(watch.GetStopQuestion());
+}  // namespace
+
+DataSetFile ReadDataSet(Buffer& buffer, int option) {
+    return ReadOnce(buffer, option, {}, false);
+}
+
+DataSetFile ReadDataSet(std::span<const unsigned char> bytes, int option, const Leniency& leniency) {
+    MemoryInputBuffer buffer(bytes.data(), bytes.size());
+    DataSetFile file = ReadOnce(buffer, option, leniency, false);
+    if (file.dataSet == nullptr || file.complete) return file;
+    MemoryInputBuffer again(bytes.data(), bytes.size());
+    return ReadOnce(again, option, leniency, true);
+}
+
+DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch, const Leniency& leniency) {
     DataSetFile file;
-    errno = 0;
-    const bool opened = buffer.Open(path.c_str());
-    if (opened) file = ReadDataSet(buffer, option);
-    if (!opened || buffer.HasFailed()) {
-        const int error = opened ? buffer.GetError() : errno;
-        watch.StopIfAsked();
-        const bool missing = error == ENOENT || error == ENOTDIR;
-        throw Error(missing ? ErrorKind::NotFound : ErrorKind::Disk, "cannot read " + path + ": " + SystemText(error))
-            .InFile(path);
+    for (const bool second : {false, true}) {
+        FileInputBuffer buffer;
+        buffer.SetStopQuestion(watch.GetStopQuestion());
+        errno = 0;
+        const bool opened = buffer.Open(path.c_str());
+        if (opened) file = ReadOnce(buffer, option, leniency, second);
+        if (!opened || buffer.HasFailed()) {
+            const int error = opened ? buffer.GetError() : errno;
+            watch.StopIfAsked();
+            const bool missing = error == ENOENT || error == ENOTDIR;
+            throw Error(missing ? ErrorKind::NotFound : ErrorKind::Disk,
+                        "cannot read " + path + ": " + SystemText(error))
+                .InFile(path);
+        }
+        // What has no known end, such as a pipe, cannot be read again.
+        if (file.dataSet == nullptr || file.complete || buffer.GetRemaining() == Buffer::kUnknown) break;
+    }
+    for (Finding& finding : file.findings) {
+        finding.files = {path};
+        finding.text = path + ": " + finding.text;
     }
     return file;
 }

@@ -1,12 +1,16 @@
 // One DICOM file, read with all that the Kit wants to know about the reading.
 #pragma once
 
+#include "../core/Finding.h"
 #include "../core/Watch.h"
+#include "Leniency.h"
 #include "Toolkit.h"
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 namespace korvane {
 
@@ -15,6 +19,7 @@ struct DataSetFile {
     std::string transferSyntax;                ///< (0002,0010), or that of the encoding where it is missing
     bool complete = false;                     ///< the parse met no fault
     bool hasPreamble = false;                  ///< "DICM" stood at byte 128
+    std::vector<Finding> findings;             ///< what was forgiven
 
     // Pixel Data (7FE0,0010) of the top level:
     bool hasPixels = false;
@@ -23,12 +28,17 @@ struct DataSetFile {
     std::uint64_t pixelsPresent = 0;  ///< how many of them the file can hold
 };
 
-/// Reads a stream; `option` as for `LoadDICOMFile`. It counts as DICOM when "DICM" stands at byte 128, or when it begins
-/// with an element of group 0002 or 0008, either byte order. Deflated data is inflated.
+/// Reads a stream; `option` as for `LoadDICOMFile`. It counts as DICOM when "DICM" stands at byte 128 or at its start, or
+/// when it begins with an element of group 0002 or 0008, either byte order. Deflated data is inflated. A stream is read
+/// once: of the leniencies only those about the encoding as a whole apply.
 DataSetFile ReadDataSet(Buffer& buffer, int option);
 
-/// The same of a file. Throws `Error` when it cannot be read.
-DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch = {});
+/// The same of bytes in memory; where the toolkit meets a fault they are read a second time, with all leniencies.
+DataSetFile ReadDataSet(std::span<const unsigned char> bytes, int option, const Leniency& leniency = {});
+
+/// The same of a file, whose name findings and errors bear. Throws `Error` when it cannot be read.
+DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch = {},
+                            const Leniency& leniency = {});
 
 /// The name of a transfer syntax with its UID behind it; the UID alone when the name is not known.
 std::string DescribeSyntax(const std::string& uid);

@@ -143,29 +143,28 @@ private:
     }
 
     static Json Texts(const VR& element, const TextDecoder& decoder) {
-        const auto parts = TextParts(element);
+        const auto parts = TextParts(element, decoder, Undecoded::Replace);
         const bool isSet = element.m_Group == 0x0008 && element.m_Element == 0x0005;
         if (isSet && !parts.empty() && TextDecoder(element.GetText()).IsKnown()) {
             return Json::array({"ISO_IR 192"});  // what the texts here are in
         }
         Json texts = NewArray(parts.size());
-        for (const std::string_view part : parts) texts.push_back(Text(element.m_TypeCode, part, decoder));
+        for (const std::string& part : parts) texts.push_back(Text(element.m_TypeCode, part));
         return texts;
     }
 
-    static Json Text(std::uint16_t type, std::string_view part, const TextDecoder& decoder) {
+    static Json Text(std::uint16_t type, const std::string& part) {
         if (part.empty()) return nullptr;
-        if (type == TypeCode("PN")) return Name(part, decoder);
-        const std::string text = decoder.ToUtf8(part);
-        return type == TypeCode("IS") || type == TypeCode("DS") ? NumberOrText(text) : Json(text);
+        if (type == TypeCode("PN")) return Name(part);
+        return type == TypeCode("IS") || type == TypeCode("DS") ? NumberOrText(part) : Json(part);
     }
 
     /// The up to three groups of a person name (PS3.5 6.2.1).
-    static Json Name(std::string_view name, const TextDecoder& decoder) {
+    static Json Name(std::string_view name) {
         Json groups = Json::object();
         for (const char* const group : {"Alphabetic", "Ideographic", "Phonetic"}) {
             const std::size_t end = std::min(name.find('='), name.size());
-            if (end > 0) groups[group] = decoder.ToUtf8(name.substr(0, end));
+            if (end > 0) groups[group] = name.substr(0, end);
             name.remove_prefix(std::min(end + 1, name.size()));
         }
         return groups;

@@ -80,9 +80,11 @@ private:
 
     std::string Text(const VR& element, const TextDecoder& decoder) const {
         std::string text;
-        for (const std::string_view part : TextParts(element)) {
-            text += (text.empty() && part.data() == element.GetText().data() ? "" : "\\");
-            text += Visible(decoder.ToUtf8(part));
+        bool isFirst = true;
+        for (const std::string& part : TextParts(element, decoder, Undecoded::Escape)) {
+            text += isFirst ? "" : "\\";
+            isFirst = false;
+            text += Visible(part);
             if (text.size() > Limit(kCutText)) return Cut(std::move(text));
         }
         return text;

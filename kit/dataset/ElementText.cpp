@@ -86,15 +86,21 @@ std::string NumberAt(const VR& element, std::size_t index) {
     return tag;
 }
 
-std::vector<std::string_view> TextParts(const VR& element) {
-    std::string_view text = WithoutFill(element.GetText());
+TextForm FormOf(const VR& element) {
+    return element.m_TypeCode == TypeCode("PN") ? TextForm::Name : TextForm::Plain;
+}
+
+std::vector<std::string> TextParts(const VR& element, const TextDecoder& decoder, Undecoded undecoded) {
+    const std::string whole = decoder.ToUtf8(WithoutFill(element.GetText()), FormOf(element), undecoded);
+    std::string_view text = whole;
     if (text.empty()) return {};
-    if (IsSingleText(element.m_TypeCode)) return {text};
-    std::vector<std::string_view> parts;
-    for (std::size_t at; (at = text.find('\\')) != std::string_view::npos; text.remove_prefix(at + 1)) {
-        parts.push_back(WithoutFill(text.substr(0, at)));
+    std::vector<std::string> parts;
+    if (!IsSingleText(element.m_TypeCode)) {
+        for (std::size_t at; (at = text.find('\\')) != std::string_view::npos; text.remove_prefix(at + 1)) {
+            parts.emplace_back(WithoutFill(text.substr(0, at)));
+        }
     }
-    parts.push_back(WithoutFill(text));
+    parts.emplace_back(WithoutFill(text));
     return parts;
 }
 

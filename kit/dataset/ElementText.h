@@ -1,6 +1,7 @@
 // Elements of a data set in words: names, numbers, parts of texts.
 #pragma once
 
+#include "../core/TextEncoding.h"
 #include "Toolkit.h"
 
 #include <cstddef>
@@ -24,7 +25,8 @@ bool IsSequence(const VR& element);
 std::size_t CountNumbers(const VR& element);
 std::string NumberAt(const VR& element, std::size_t index);
 
-/// The values of a text element: between backslashes where the type may have several; fill at the end taken off.
-std::vector<std::string_view> TextParts(const VR& element);
+/// The values of a text element in UTF-8: between backslashes where the type may have several; fill at the end taken off.
+std::vector<std::string> TextParts(const VR& element, const TextDecoder& decoder, Undecoded undecoded);
+TextForm FormOf(const VR& element);
 
 }  // namespace korvane

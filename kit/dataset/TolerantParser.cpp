@@ -1,0 +1,328 @@
+#include "TolerantParser.h"
+
+#include "base/Bytes.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+namespace korvane {
+
+namespace {
+
+using platform::LoadBig;
+using platform::LoadLittle;
+
+constexpr std::uint32_t kUndefined = 0xFFFFFFFFU;
+constexpr int kDeepest = 256;
+constexpr const char* kTypes[] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO", "LT",
+                                  "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ", "SS", "ST",
+                                  "SV", "TM", "UC", "UI", "UL", "UN", "UR", "US", "UT", "UV"};
+
+std::string TagText(std::uint16_t group, std::uint16_t element) {
+    char text[16];
+    std::snprintf(text, sizeof text, "(%04X,%04X)", unsigned{group}, unsigned{element});
+    return text;
+}
+
+/// Whether the standard says "US or SS", which (0028,0103) decides.
+bool IsSignedOrUnsigned(std::uint16_t group, std::uint16_t element) {
+    std::size_t count = 0;
+    const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
+    const auto key = static_cast<std::uint32_t>(MakeTag(group, element));
+    const DcmDictionaryRow* const row = std::lower_bound(
+        rows, rows + count, key, [](const DcmDictionaryRow& left, std::uint32_t right) { return left.key < right; });
+    return row != rows + count && row->key == key && (row->flags & kAmbiguousUsSs) != 0;
+}
+
+std::uint16_t TypeFromDictionary(std::uint16_t group, std::uint16_t element, bool isSigned) {
+    if (element == 0) return TypeCode("UL");
+    const std::uint16_t type = PublicDictionary().LookupTypeCode(group, element);
+    if (type == TypeCode("US") && isSigned && IsSignedOrUnsigned(group, element)) return TypeCode("SS");
+    return type;
+}
+
+}  // namespace
+
+bool IsKnownType(unsigned char first, unsigned char second) {
+    return std::any_of(std::begin(kTypes), std::end(kTypes),
+                       [&](const char* type) { return type[0] == first && type[1] == second; });
+}
+
+void TolerantParser::Note(FindingKind kind, const std::string& text) {
+    constexpr std::size_t kMost = 20;  // kinds of fault repeat all through a file
+    const auto same =
+        std::count_if(m_Findings.begin(), m_Findings.end(), [&](const Finding& f) { return f.kind == kind; });
+    if (static_cast<std::size_t>(same) < kMost) m_Findings.push_back({.kind = kind, .text = text});
+}
+
+bool TolerantParser::Parse(int syntax, Buffer& buffer, DICOMObject& target, int option) {
+    m_Option = option;
+    m_bBig = syntax == kExplicitBigEndian;
+    buffer.SetByteOrder(m_bBig ? Buffer::kBigEndian : Buffer::kLittleEndian);
+    for (;;) {
+        const End end = ParseLevel(buffer, target, 0, syntax != kImplicitLittleEndian);
+        if (end == End::Fault) return false;
+        if (end == End::Data) return true;
+        Note(FindingKind::WrongLengths, "an item or a sequence ends where none began");
+        if (!m_Leniency.missingEnds) return false;
+    }
+}
+
+bool TolerantParser::PeekExplicit(const unsigned char* head, Buffer& buffer, Header& header) const {
+    if (!IsKnownType(head[4], head[5])) return false;
+    header.isExplicit = true;
+    header.type = static_cast<std::uint16_t>(head[4] * 256 + head[5]);
+    header.size = 8;
+    header.length = m_bBig ? LoadBig<std::uint16_t>(head + 6) : LoadLittle<std::uint16_t>(head + 6);
+    if (!HasLongLength(header.type)) return true;
+    const unsigned char* const longer = buffer.Peek(12);
+    if (longer == nullptr) return false;
+    header.length = m_bBig ? LoadBig<std::uint32_t>(longer + 8) : LoadLittle<std::uint32_t>(longer + 8);
+    header.size = 12;
+    return true;
+}
+
+/// Letters that the standard does not know, or zeros in their place: such an element is UN. Which length goes with them
+/// shows in what follows.
+bool TolerantParser::PeekUnknownType(Buffer& buffer, Header& header) const {
+    const auto reads = [&](std::size_t size, std::uint32_t length) {
+        constexpr std::size_t kMostPeeked = 512;
+        if (length > kMostPeeked || length > buffer.GetRemaining() - size) return false;
+        if (length == buffer.GetRemaining() - size) return true;
+        const unsigned char* const next = buffer.Peek(size + length + 6);
+        if (next == nullptr) return false;
+        const unsigned char* const at = next + size + length;
+        const unsigned group = m_bBig ? LoadBig<std::uint16_t>(at) : LoadLittle<std::uint16_t>(at);
+        return (group >= header.group && IsKnownType(at[4], at[5])) || group == 0xFFFE;
+    };
+    const unsigned char* const head = buffer.Peek(8);
+    const std::uint32_t shorter = m_bBig ? LoadBig<std::uint16_t>(head + 6) : LoadLittle<std::uint16_t>(head + 6);
+    const unsigned char* const longer = buffer.Peek(12);
+    const std::uint32_t length =
+        longer == nullptr ? kUndefined
+                          : (m_bBig ? LoadBig<std::uint32_t>(longer + 8) : LoadLittle<std::uint32_t>(longer + 8));
+    const bool isLong = shorter == 0 && longer != nullptr && reads(12, length);
+    if (!isLong && !reads(8, shorter)) return false;
+    header.isExplicit = true;
+    header.type = TypeCode("UN");
+    header.size = isLong ? 12 : 8;
+    header.length = isLong ? length : shorter;
+    return true;
+}
+
+/// What the next bytes are the header of; of the two encodings the level's own goes first where both fit.
+bool TolerantParser::PeekHeader(Buffer& buffer, bool isExplicit, Header& header) const {
+    const unsigned char* const head = buffer.Peek(8);
+    if (head == nullptr) return false;
+    header = {};
+    header.group = m_bBig ? LoadBig<std::uint16_t>(head) : LoadLittle<std::uint16_t>(head);
+    header.element = m_bBig ? LoadBig<std::uint16_t>(head + 2) : LoadLittle<std::uint16_t>(head + 2);
+    header.size = 8;
+    header.length = m_bBig ? LoadBig<std::uint32_t>(head + 4) : LoadLittle<std::uint32_t>(head + 4);
+    if (header.group == 0xFFFE) return true;
+    const std::uint64_t rest = buffer.GetRemaining() - 8;
+    const bool fitsImplicit = header.length == kUndefined || header.length <= rest;
+    if (!isExplicit && fitsImplicit) {
+        header.type = TypeFromDictionary(header.group, header.element, m_bSignedPixels);
+        return true;
+    }
+    if (PeekExplicit(head, buffer, header)) return true;
+    if (isExplicit && PeekUnknownType(buffer, header)) return true;
+    header.type = TypeFromDictionary(header.group, header.element, m_bSignedPixels);
+    const unsigned char* const again = buffer.Peek(8);
+    header.length = m_bBig ? LoadBig<std::uint32_t>(again + 4) : LoadLittle<std::uint32_t>(again + 4);
+    header.size = 8;
+    header.isExplicit = false;
+    return true;
+}
+
+/// Whether what is left at the top may be left out.
+bool TolerantParser::EndWithRest(Buffer& buffer, int depth) {
+    if (depth > 0) return false;
+    const std::uint64_t rest = buffer.GetRemaining();
+    Note(FindingKind::TrailingBytes,
+         std::to_string(rest) + " bytes behind the data set are no elements and are left out");
+    return m_Leniency.trailingBytes && m_LastTag != Tag{};
+}
+
+TolerantParser::End TolerantParser::ParseDelimiter(Buffer& buffer, const Header& header, int depth) {
+    buffer.Skip(header.size);
+    if (header.element == 0xE00D) return End::Item;
+    if (header.element == 0xE0DD) return End::Sequence;
+    if (depth == 0) return End::Item;
+    Note(FindingKind::WrongLengths, "an item that belongs to no sequence");
+    return m_Leniency.missingEnds ? End::Data : End::Fault;
+}
+
+TolerantParser::End TolerantParser::ParseLevel(Buffer& buffer, DICOMObject& target, int depth, bool isExplicit) {
+    if (depth > kDeepest) return End::Fault;
+    bool told = false;
+    while (buffer.HasData()) {
+        Header header;
+        if (!PeekHeader(buffer, isExplicit, header)) return EndWithRest(buffer, depth) ? End::Data : End::Fault;
+        if (header.group == 0xFFFE) {
+            const End end = ParseDelimiter(buffer, header, depth);
+            if (end != End::Data) return end;
+            continue;
+        }
+        const Tag tag = MakeTag(header.group, header.element);
+        const bool lies = header.length != kUndefined && header.length > buffer.GetRemaining() - header.size;
+        const bool backwards = depth == 0 && tag <= m_LastTag;
+        const bool strange = isExplicit && !header.isExplicit;
+        // Behind a whole data set: an element neither belongs there nor fits.
+        if (depth == 0 && (lies || strange) && (backwards || (strange && header.type == 0 && header.group % 2 == 0))) {
+            return EndWithRest(buffer, depth) ? End::Data : End::Fault;
+        }
+        if (header.isExplicit != isExplicit && !told) {
+            told = true;
+            Note(FindingKind::MixedEncoding, TagText(header.group, header.element) + " is encoded " +
+                                                 (header.isExplicit ? "with" : "without") +
+                                                 " its type, unlike what is around it");
+            if (!m_Leniency.mixedEncoding) return End::Fault;
+        }
+        if (depth == 0) m_LastTag = std::max(m_LastTag, tag);
+        if (depth == 0 && tag == tags::PixelData && (m_Option & kStopBeforePixelData) != 0 && header.length != 0) {
+            m_bStopped = true;
+            m_StoppedLength = header.length;
+            m_bPixels = true;
+            m_PixelLength = header.length;
+            m_PixelsPresent = std::min<std::uint64_t>(header.length, buffer.GetRemaining() - header.size);
+            return End::Data;
+        }
+        buffer.Skip(header.size);
+        const End end = ParseElement(buffer, target, header, depth);
+        if (m_bStopped || end != End::Data) return end;
+    }
+    return End::Data;
+}
+
+TolerantParser::End TolerantParser::ParseElement(Buffer& buffer, DICOMObject& target, const Header& header, int depth) {
+    auto made = std::make_unique<VR>();
+    made->m_Group = header.group;
+    made->m_Element = header.element;
+    made->m_TypeCode = header.type;
+    VR& element = *made;
+    if (target.Push(made.get()) == 0) return End::Fault;
+    made.release();
+    const bool isPixelData = IsPixelData(element);
+    if (isPixelData && depth == 0) {
+        m_bPixels = true;
+        m_PixelLength = header.length;
+        m_PixelsPresent = std::min<std::uint64_t>(header.length, buffer.GetRemaining());
+    }
+    const bool undefined = header.length == kUndefined;
+    if (undefined && isPixelData) return ParseFragments(buffer, element);
+    const bool isUnknown = header.isExplicit && header.type == TypeCode("UN");
+    if (undefined || header.type == TypeCode("SQ")) {
+        element.m_TypeCode = TypeCode("SQ");
+        return ParseSequence(buffer, element, header.length, depth, header.isExplicit && !isUnknown);
+    }
+    const End end = ReadValue(buffer, element, header.length);
+    if (depth == 0 && header.group == 0x0028 && header.element == 0x0103 && element.m_Length == 2) {
+        m_bSignedPixels = LoadLittle<std::uint16_t>(element.m_pData) != 0;
+    }
+    return end;
+}
+
+TolerantParser::End TolerantParser::ReadValue(Buffer& buffer, VR& element, std::uint32_t length) {
+    const auto there = static_cast<std::uint32_t>(std::min<std::uint64_t>(length, buffer.GetRemaining()));
+    if (there < length) {
+        Note(FindingKind::EndsEarly, "the value of " + TagText(element.m_Group, element.m_Element) + " ends early: " +
+                                         std::to_string(there) + " of " + std::to_string(length) + " bytes are there");
+        if (!m_Leniency.cutValues) return End::Fault;
+    }
+    if (there > 0 && (element.AllocateValue(there) == nullptr || !buffer.Read(element.m_pData, there)))
+        return End::Fault;
+    element.m_Length = there;
+    if (m_bBig && there > 0) platform::SwapUnits(element.m_pData, there, GetSwapUnit(element.m_TypeCode));
+    return there < length ? End::Fault : End::Data;
+}
+
+TolerantParser::End TolerantParser::ParseSequence(Buffer& buffer, VR& sequence, std::uint32_t length, int depth,
+                                                  bool isExplicit) {
+    if (length == kUndefined) return ParseItems(buffer, sequence, depth, isExplicit);
+    const std::uint64_t remaining = buffer.GetRemaining();
+    const bool cut = length > remaining;
+    if (cut) {
+        Note(FindingKind::EndsEarly,
+             "the sequence " + TagText(sequence.m_Group, sequence.m_Element) + " ends early or its length is wrong");
+        if (!m_Leniency.cutValues) return End::Fault;
+    }
+    const Buffer::Window window(buffer, static_cast<std::uint32_t>(std::min<std::uint64_t>(length, remaining)));
+    const End end = ParseItems(buffer, sequence, depth, isExplicit);
+    return cut ? End::Fault : end;
+}
+
+/// Items until the sequence ends; at anything else it is over too, and what stands there belongs to the level above.
+TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit) {
+    while (buffer.HasData()) {
+        Header header;
+        if (!PeekHeader(buffer, isExplicit, header)) return End::Fault;
+        if (header.group != 0xFFFE || header.element == 0xE00D) {
+            Note(FindingKind::WrongLengths,
+                 "the sequence " + TagText(sequence.m_Group, sequence.m_Element) + " has no end of its own");
+            return m_Leniency.missingEnds ? End::Data : End::Fault;
+        }
+        buffer.Skip(header.size);
+        if (header.element == 0xE0DD) return End::Data;
+        bool ended = false;
+        if (!ParseItem(buffer, sequence, header.length, depth, isExplicit, ended)) return End::Fault;
+        if (ended) return End::Data;
+    }
+    return End::Data;
+}
+
+/// `ended`: the item was ended by the end of its sequence.
+bool TolerantParser::ParseItem(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit,
+                               bool& ended) {
+    auto made = std::make_unique<DICOMDataObject>();
+    DICOMDataObject& item = *made;
+    if (sequence.AddItem(made.get()) == 0) return false;
+    made.release();
+    if (length == kUndefined) {
+        const End end = ParseLevel(buffer, item, depth + 1, isExplicit);
+        ended = end == End::Sequence;
+        if (ended) Note(FindingKind::WrongLengths, "an item has no end of its own");
+        return end == End::Item || (end != End::Fault && m_Leniency.missingEnds);
+    }
+    const std::uint64_t remaining = buffer.GetRemaining();
+    if (length > remaining) {
+        Note(FindingKind::EndsEarly,
+             "an item of " + TagText(sequence.m_Group, sequence.m_Element) + " ends early or its length is wrong");
+        if (!m_Leniency.cutValues) return false;
+    }
+    const Buffer::Window window(buffer, static_cast<std::uint32_t>(std::min<std::uint64_t>(length, remaining)));
+    const End end = ParseLevel(buffer, item, depth + 1, isExplicit);
+    return end != End::Fault && length <= remaining;
+}
+
+TolerantParser::End TolerantParser::ParseFragments(Buffer& buffer, VR& pixelData) {
+    while (buffer.HasData()) {
+        Header header;
+        if (!PeekHeader(buffer, true, header)) break;
+        if (header.group != 0xFFFE || (header.element != 0xE000 && header.element != 0xE0DD)) break;
+        buffer.Skip(header.size);
+        if (header.element == 0xE0DD) return End::Data;
+        auto item = std::make_unique<DICOMDataObject>();
+        if (header.length > 0) {
+            auto fragment = std::make_unique<VR>();
+            fragment->m_Group = header.group;
+            fragment->m_Element = header.element;
+            fragment->m_TypeCode = TypeCode("OB");
+            const End end = ReadValue(buffer, *fragment, header.length);
+            if (item->Push(fragment.get()) == 0) return End::Fault;
+            fragment.release();
+            if (pixelData.AddItem(item.get()) == 0) return End::Fault;
+            item.release();
+            if (end != End::Data) return end;
+            continue;
+        }
+        if (pixelData.AddItem(item.get()) == 0) return End::Fault;
+        item.release();
+    }
+    Note(FindingKind::EndsEarly, "the compressed pixel data has no end");
+    return buffer.HasData() ? End::Fault : (m_Leniency.missingEnds ? End::Data : End::Fault);
+}
+
+}  // namespace korvane

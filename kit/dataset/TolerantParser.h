@@ -1,0 +1,73 @@
+// Reads what the toolkit's parser refuses.
+#pragma once
+
+#include "../core/Finding.h"
+#include "Leniency.h"
+#include "Toolkit.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// Whether two letters are a value representation of the standard.
+bool IsKnownType(unsigned char first, unsigned char second);
+
+/// A second look at a stream in which the toolkit met a fault: elements are taken as they look, level by level. What no
+/// leniency covers ends the parse; what was read until then stays.
+class TolerantParser {
+public:
+    TolerantParser(const Leniency& leniency, std::vector<Finding>& findings)
+        : m_Leniency(leniency), m_Findings(findings) {}
+
+    /// `buffer` stands behind group 0002 and knows its end. `option`: see `ParseOption`. Whether all was read.
+    bool Parse(int syntax, Buffer& buffer, DICOMObject& target, int option);
+
+    bool HasStopped() const { return m_bStopped; }
+    std::uint32_t GetStoppedLength() const { return m_StoppedLength; }
+    /// Of (7FE0,0010) at the top: what its length field says, and what there is of it.
+    bool HasPixels() const { return m_bPixels; }
+    std::uint32_t GetPixelLength() const { return m_PixelLength; }
+    std::uint64_t GetPixelsPresent() const { return m_PixelsPresent; }
+
+private:
+    enum class End { Data, Item, Sequence, Fault };
+
+    struct Header {
+        std::uint16_t group = 0;
+        std::uint16_t element = 0;
+        std::uint16_t type = 0;
+        std::uint32_t length = 0;
+        unsigned size = 0;  ///< bytes of it in the stream
+        bool isExplicit = false;
+    };
+
+    End ParseLevel(Buffer& buffer, DICOMObject& target, int depth, bool isExplicit);
+    End ParseDelimiter(Buffer& buffer, const Header& header, int depth);
+    End ParseElement(Buffer& buffer, DICOMObject& target, const Header& header, int depth);
+    End ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit);
+    End ParseSequence(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit);
+    bool ParseItem(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit, bool& ended);
+    End ParseFragments(Buffer& buffer, VR& pixelData);
+    End ReadValue(Buffer& buffer, VR& element, std::uint32_t length);
+    bool PeekHeader(Buffer& buffer, bool isExplicit, Header& header) const;
+    bool PeekExplicit(const unsigned char* head, Buffer& buffer, Header& header) const;
+    bool PeekUnknownType(Buffer& buffer, Header& header) const;
+    bool EndWithRest(Buffer& buffer, int depth);
+    void Note(FindingKind kind, const std::string& text);
+
+    Leniency m_Leniency;
+    std::vector<Finding>& m_Findings;
+    int m_Option = kParseAll;
+    bool m_bBig = false;
+    bool m_bStopped = false;
+    bool m_bPixels = false;
+    bool m_bSignedPixels = false;
+    std::uint32_t m_StoppedLength = 0;
+    std::uint32_t m_PixelLength = 0;
+    std::uint64_t m_PixelsPresent = 0;
+    Tag m_LastTag{};  // at the top
+};
+
+}  // namespace korvane
