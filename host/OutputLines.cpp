@@ -1,6 +1,6 @@
 #include "OutputLines.h"
 
-#include <Korvane/kit/core/HostError.h>
+#include "Console.h"
 
 #include "terminal/Terminal.h"
 #include <Korvane/platform/Signals.h>
@@ -51,5 +51,5 @@ bool OutputLines::Write(int milliseconds) {
 
 void OutputLines::Finish() {
     while (Write(kLook) && !m_Pending.empty()) StopIfInterrupted();
-    if (m_bFailed) throw HostError("cannot write to standard output");
+    if (m_bFailed) throw korvane::Error(korvane::ErrorKind::Disk, "cannot write to standard output");
 }

@@ -1,13 +1,10 @@
 // korvane receive: files from other DICOM programs.
+#include "Console.h"
 #include "NetworkOptions.h"
 #include "OutputLines.h"
 #include "Verbs.h"
-#include <Korvane/kit/core/HostError.h>
-#include <Korvane/kit/core/TextEncoding.h>
-#include <Korvane/kit/network/ReceiveJob.h>
 
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <memory>
 
@@ -15,10 +12,10 @@ using namespace korvane;
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 struct Arguments {
     ReceiveOptions options;
+    std::uint64_t keepFree = 64;  // megabytes
+    bool local = false;
     bool once = false;
     bool json = false;
 };
@@ -44,13 +41,14 @@ public:
     void OnListening(std::uint16_t port) override {
         m_Lines.Add("listening on port " + std::to_string(port) + ", files go to " + Visible(m_Options.folder));
     }
-    void OnFile(const StorageRequest& request, const std::string&, std::uint16_t, const std::string& why) override {
-        if (!why.empty()) Warn(request.sopInstance + " from " + request.callingTitle + ": " + why);
+    void OnFile(const ReceivedFile& file) override {
+        const std::string& said = file.why.empty() ? file.remark : file.why;
+        if (!said.empty()) Complain(file.sopInstance + " from " + file.caller + ": " + said);
     }
-    void OnEnd(const Association& association) override {
+    void OnEnd(const ReceivedAssociation& association) override {
         const std::string who =
             (association.caller.empty() ? "unnamed" : association.caller) + " (" + association.address + ")";
-        if (!association.error.empty()) Warn(who + ": " + association.error);
+        if (!association.error.empty()) Complain(who + ": " + association.error);
         m_Lines.Add(Visible(who) + ": " + CountText(association.stored, association.refused));
     }
 
@@ -58,50 +56,32 @@ private:
     const ReceiveOptions& m_Options;
 };
 
-/// An object on each line, as things happen: "schema" ("korvane.receive"), "version" (1; it grows when a member changes
-/// its meaning or goes) and "event": "listening", "file" or "association".
+/// An object on each line, as things happen.
 class JsonOutput : public Output {
 public:
-    void OnListening(std::uint16_t port) override { Print("listening", {{"port", port}}); }
-    void OnFile(const StorageRequest& request, const std::string& path, std::uint16_t status,
-                const std::string& why) override {
-        Print("file", {{"path", Text(path)},
-                       {"sopClass", Text(request.sopClass)},
-                       {"sopInstance", Text(request.sopInstance)},
-                       {"transferSyntax", Text(request.transferSyntax)},
-                       {"calling", Text(request.callingTitle)},
-                       {"status", status},
-                       {"why", Text(why)}});
-    }
-    void OnEnd(const Association& association) override {
-        Print("association", {{"address", association.address},
-                              {"calling", Text(association.caller)},
-                              {"released", association.end == DcmService::Event::Released},
-                              {"error", Text(association.error)},
-                              {"stored", association.stored},
-                              {"refused", association.refused}});
-    }
-
-private:
-    static std::string Text(const std::string& text) { return TextDecoder("ISO_IR 192").ToUtf8(text); }
-
-    void Print(const char* event, const Json& members) {
-        Json json = {{"schema", "korvane.receive"}, {"version", 1}, {"event", event}};
-        json.update(members);
-        m_Lines.Add(json.dump());
-    }
+    void OnListening(std::uint16_t port) override { m_Lines.Add(ListeningJson(port)); }
+    void OnFile(const ReceivedFile& file) override { m_Lines.Add(ToJson(file)); }
+    void OnEnd(const ReceivedAssociation& association) override { m_Lines.Add(ToJson(association)); }
 };
 
-void Receive(Arguments& arguments) {
+void Run(Arguments& arguments) {
     ReceiveOptions& options = arguments.options;
+    ConsoleWatcher watcher;
+    options.watcher = &watcher;
+    options.keepFree = arguments.keepFree << 20;
     if (arguments.once) options.count = 1;
+    if (arguments.local) options.bindAddress = "127.0.0.1";
     TextOutput text(options);
     JsonOutput json;
     Output& output = arguments.json ? static_cast<Output&>(json) : text;
-    const ReceiveReport report = ReceiveFiles(options, output);
+    const ReceiveReport report = Receive(options, &output);
     output.Finish();
-    if (report.refused > 0) throw HostError(std::to_string(report.refused) + " data sets were not stored");
-    if (report.broken > 0) throw HostError(std::to_string(report.broken) + " associations were not ended in order");
+    if (report.refused > 0) {
+        throw Error(ErrorKind::Disk, std::to_string(report.refused) + " data sets were not stored");
+    }
+    if (report.broken > 0) {
+        throw Error(ErrorKind::Refused, std::to_string(report.broken) + " associations were not ended in order");
+    }
 }
 
 }  // namespace
@@ -121,7 +101,18 @@ void AddReceiveVerb(CLI::App& program) {
         ->check(CheckTitle);
     verb->add_flag("--replace", options.replace,
                    "Replace files of the same SOP Instance UID; else other contents get -2, -3 ... behind it");
-    verb->add_flag("--local", options.loopbackOnly, "Take connections from this machine only");
+    CLI::Option* const bind =
+        verb->add_option("--bind", options.bindAddress, "Address of this machine to listen on (all)");
+    verb->add_flag("--local", arguments->local, "Take connections from this machine only")->excludes(bind);
+    verb->add_option("--allow", options.addresses, "IPv4 address that may connect; may be repeated (all)")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    verb->add_option("--limit", options.limit, "Associations at once; who comes beyond it is rejected for now (64)")
+        ->check(CLI::Range(1, 1000));
+    verb->add_option("--limit-per-address", options.limitPerAddress, "Of them from one address (as many)")
+        ->check(CLI::Range(1, 1000));
+    verb->add_option("--keep-free", arguments->keepFree, "Megabytes of the disk that are not written to (64)");
+    verb->add_flag("!--no-sync", options.sync, "Answer before a file is on the disk: faster, and lost with the power");
     CLI::Option* const count =
         verb->add_option("--count", options.count, "End after so many associations")->check(CLI::Range(1, 1000000000));
     verb->add_flag("--once", arguments->once, "End after one association")->excludes(count);
@@ -131,5 +122,5 @@ void AddReceiveVerb(CLI::App& program) {
     verb->add_option("--timeout", options.timeout, "Seconds that a peer may then be silent (300)")
         ->check(CLI::Range(1, kLongest));
     verb->add_flag("--json", arguments->json, "For programs: an object on each line");
-    verb->callback([arguments] { Receive(*arguments); });
+    verb->callback([arguments] { Run(*arguments); });
 }

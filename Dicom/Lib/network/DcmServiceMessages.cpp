@@ -20,11 +20,13 @@ DcmService::Event DcmService::ReceiveCommand(std::uint8_t& context, DimseCommand
         const std::size_t got = in.ReadSome(bytes.data() + have, kStep);
         bytes.resize(have + got);
         if (got == 0) break;
+        if (have == 0) SetDeadline(GetSocket().GetTimeout());  // for all of it, in however many pieces it comes
         if (bytes.size() > DimseCommand::kLargest) {
             return BreakOff(kAbortInvalidParameter, "a command set beyond all measure");
         }
     }
     if (in.GetEvent() != Event::Message) return in.GetEvent();
+    SetDeadline(0);
     context = m_ContextID;
     if (command.Decode(bytes.data(), bytes.size()) == 0) {
         return BreakOff(kAbortInvalidParameter, "malformed command set");

@@ -163,6 +163,10 @@ void DcmSocket::ShutDown() {
     if (IsConnected()) platform::ShutDownSending(m_Handle);
 }
 
+void DcmSocket::KeepAlive() {
+    if (IsConnected()) platform::KeepAlive(m_Handle);
+}
+
 int DcmSocket::Listen(std::uint16_t port, bool loopbackOnly) {
     return ListenAt(port, loopbackOnly ? platform::LoopbackAddress() : platform::kAnyAddress);
 }

@@ -58,6 +58,9 @@ public:
     /// Gives the next connection within that time to another socket, which is closed first. 1 or 0.
     int Accept(DcmSocket& connection, int milliseconds);
 
+    /// Has the system ask now and then whether a silent peer is still there.
+    void KeepAlive();
+
     bool IsConnected() const { return m_bConnected != 0; }
     /// Whether sending or receiving has failed since the socket was opened; the number is that of the system's socket
     /// library.

@@ -1,0 +1,264 @@
+#include "Receive.h"
+
+#include "../core/Error.h"
+#include "../core/Paths.h"
+#include "../core/Watch.h"
+#include "PeerConnection.h"
+#include "ReceivedFiles.h"
+
+#include "Dicom/Lib/network/StorageProvider.h"
+#include "platform/Socket.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <exception>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace korvane {
+
+namespace {
+
+using Event = DcmService::Event;
+
+constexpr int kLook = 50;  // milliseconds from one look for a stop to the next
+constexpr int kLongestLook = 20;
+constexpr unsigned kMostRejecting = 64;  // threads that do nothing but say no
+constexpr int kRejectSeconds = 5;        // that a peer has to ask before it is told so
+
+/// One connection and the thread that serves it.
+struct Served {
+    DcmService service;
+    std::uint32_t address = 0;
+    bool isRejected = false;
+    std::atomic<bool> isOver = false;
+    std::thread thread;
+};
+
+class Receiver {
+public:
+    Receiver(const ReceiveOptions& options, ReceiveObserver& observer)
+        : m_Options(options), m_Observer(observer), m_Watch(options.watcher) {
+        m_Policy.aeTitle = options.ownTitle;
+        m_Policy.callingTitles = options.callers;
+        m_Policy.acceptsSyntax = [](std::string_view syntax) {
+            return IsStorableSyntax(syntax) || syntax == kDeflatedUid;
+        };
+        m_Busy = m_Policy;
+        m_Busy.rejectResult = kRejectedTransient;
+        m_Busy.rejectSource = kRejectProviderPresentation;
+        m_Busy.rejectReason = kRejectPresentationLocalLimit;
+        for (const std::string& address : options.addresses) m_Allowed.push_back(ParseAddress(address));
+    }
+
+    ~Receiver() { EndAll(); }
+    Receiver(const Receiver&) = delete;
+    Receiver& operator=(const Receiver&) = delete;
+
+    ReceiveReport Run() {
+        MakeDirectory(m_Options.folder);
+        DcmSocket listener;
+        const std::uint32_t own =
+            m_Options.bindAddress.empty() ? platform::kAnyAddress : ParseAddress(m_Options.bindAddress);
+        if (listener.ListenAt(m_Options.port, own) == 0) {
+            const std::error_code reason(listener.GetLastError(), std::system_category());
+            throw Error(ErrorKind::Disk,
+                        "cannot listen on port " + std::to_string(m_Options.port) + ": " + SystemText(reason, ""));
+        }
+        Observe([&] { m_Observer.OnListening(listener.GetListeningPort()); });
+        while (GoesOn()) {
+            Reap();
+            if (IsFull()) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(kLongestLook));
+                continue;
+            }
+            auto served = std::make_unique<Served>();
+            if (listener.Accept(served->service.GetSocket(), kLook) != 0) Begin(std::move(served));
+        }
+        listener.Close();
+        EndAll();
+        if (m_Failure) std::rethrow_exception(m_Failure);
+        if (m_bBrokenOff) throw Error(ErrorKind::Stopped, "stopped");
+        return m_Report;
+    }
+
+private:
+    static std::uint32_t ParseAddress(const std::string& text) {
+        const std::uint32_t address = platform::AddressFromText(text.c_str());
+        if (address != 0xFFFFFFFFU) return address;
+        throw Error(ErrorKind::WrongArgument, text + ": not an IPv4 address");
+    }
+
+    /// What the observer throws ends the work.
+    template <class Function>
+    void Observe(Function&& tell) {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_Failure) return;
+        try {
+            tell();
+        } catch (...) {
+            m_Failure = std::current_exception();
+            m_bEnd = true;
+        }
+    }
+
+    bool GoesOn() {
+        Observe([this] {
+            if (!m_Observer.OnLook(kLongestLook)) m_bEnd = true;
+        });
+        return !IsStopped() && (m_Options.count == 0 || CountDone() < m_Options.count);
+    }
+
+    bool IsStopped() const { return m_bEnd || m_Watch.IsStopped(); }
+
+    std::size_t CountDone() {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_Report.associations;
+    }
+
+    /// Whether those at work may be as many as are still asked for.
+    bool IsFull() {
+        return m_Options.count > 0 && CountDone() + m_Served.size() >= m_Options.count && !m_Served.empty();
+    }
+
+    void Reap() {
+        for (auto served = m_Served.begin(); served != m_Served.end();) {
+            if (!(*served)->isOver) {
+                ++served;
+                continue;
+            }
+            (*served)->thread.join();
+            served = m_Served.erase(served);
+        }
+    }
+
+    void EndAll() {
+        m_bEnd = true;
+        for (const auto& served : m_Served) served->thread.join();
+        m_Served.clear();
+    }
+
+    void Begin(std::unique_ptr<Served> served) {
+        DcmSocket& socket = served->service.GetSocket();
+        served->address = socket.GetPeer().address;
+        if (!m_Allowed.empty() && std::find(m_Allowed.begin(), m_Allowed.end(), served->address) == m_Allowed.end()) {
+            Refuse(*served, "this address may not connect");
+            return;
+        }
+        const auto count = [this](auto&& counts) {
+            return static_cast<unsigned>(std::count_if(m_Served.begin(), m_Served.end(), counts));
+        };
+        const unsigned working = count([](const auto& other) { return !other->isRejected; });
+        const unsigned same = count([&](const auto& o) { return !o->isRejected && o->address == served->address; });
+        const unsigned perAddress = m_Options.limitPerAddress > 0 ? m_Options.limitPerAddress : m_Options.limit;
+        served->isRejected = working >= m_Options.limit || same >= perAddress;
+        if (served->isRejected && m_Served.size() - working >= kMostRejecting) {
+            Refuse(*served, "too many connections");
+            return;
+        }
+        socket.KeepAlive();
+        m_Served.push_back(std::move(served));
+        Served& added = *m_Served.back();
+        try {
+            added.thread = std::thread([this, &added] { Serve(added); });
+        } catch (const std::system_error&) {
+            Refuse(added, "no thread for it");
+            m_Served.pop_back();
+        }
+    }
+
+    void Refuse(Served& served, const char* why) {
+        ReceivedAssociation association;
+        association.address = platform::AddressText(served.service.GetSocket().GetPeer());
+        association.rejected = true;
+        association.error = why;
+        served.service.GetSocket().Close();
+        Observe([&] { m_Observer.OnEnd(association); });
+    }
+
+    void Serve(Served& served) {
+        try {
+            ServeAssociation(served);
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            if (!m_Failure) m_Failure = std::current_exception();
+            m_bEnd = true;
+        }
+        served.isOver = true;
+    }
+
+    void ServeAssociation(Served& served) {
+        DcmService& service = served.service;
+        const auto stop = [this] { return IsStopped(); };
+        service.SetStopCheck(stop);
+        service.SetArtim(served.isRejected ? std::min(m_Options.requestTimeout, kRejectSeconds)
+                                           : m_Options.requestTimeout);
+        service.GetSocket().SetTimeout(m_Options.timeout);
+        ReceivedAssociation association;
+        association.address = platform::AddressText(service.GetSocket().GetPeer());
+        const std::function<void(const ReceivedFile&)> tell = [this](const ReceivedFile& file) {
+            Observe([&] { m_Observer.OnFile(file); });
+        };
+        ReceivedFiles files(m_Options, stop, tell);
+        StorageProvider provider(service, files);
+        service.AAssociateRQ::m_CallingAETitle.clear();  // stays so when no request comes
+        const Event end = provider.Serve(served.isRejected ? m_Busy : m_Policy);
+        association.caller = service.GetCallingTitle();
+        association.released = end == Event::Released;
+        association.rejected = end == Event::Rejected || association.caller.empty();
+        association.error = service.GetError();
+        association.stored = files.GetStored();
+        association.refused = files.GetRefused();
+        Count(association, end == Event::Stopped && m_Watch.IsStopped());
+    }
+
+    void Count(const ReceivedAssociation& association, bool brokenOff) {
+        {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            m_Report.stored += association.stored;
+            m_Report.refused += association.refused;
+            m_bBrokenOff = m_bBrokenOff || brokenOff;
+            if (!association.rejected) {
+                ++m_Report.associations;
+                if (!association.released) ++m_Report.broken;
+            }
+        }
+        if (!brokenOff) Observe([&] { m_Observer.OnEnd(association); });
+    }
+
+    const ReceiveOptions& m_Options;
+    ReceiveObserver& m_Observer;
+    Watch m_Watch;
+    AcceptPolicy m_Policy;
+    AcceptPolicy m_Busy;  // says no
+    std::vector<std::uint32_t> m_Allowed;
+    std::list<std::unique_ptr<Served>> m_Served;  // of the calling thread
+    std::atomic<bool> m_bEnd = false;
+    std::mutex m_Mutex;  // of what follows, and while the observer is told
+    ReceiveReport m_Report;
+    std::exception_ptr m_Failure;
+    bool m_bBrokenOff = false;
+};
+
+}  // namespace
+
+ReceiveObserver::~ReceiveObserver() = default;
+void ReceiveObserver::OnListening(std::uint16_t /*port*/) {}
+void ReceiveObserver::OnFile(const ReceivedFile& /*file*/) {}
+void ReceiveObserver::OnEnd(const ReceivedAssociation& /*association*/) {}
+bool ReceiveObserver::OnLook(int /*milliseconds*/) {
+    return true;
+}
+
+ReceiveReport Receive(const ReceiveOptions& options, ReceiveObserver* observer) {
+    ReceiveObserver silent;
+    return Receiver(options, observer != nullptr ? *observer : silent).Run();
+}
+
+}  // namespace korvane

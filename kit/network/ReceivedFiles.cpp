@@ -1,0 +1,96 @@
+#include "ReceivedFiles.h"
+
+#include "../core/Error.h"
+#include "../core/Paths.h"
+#include "../dataset/InflateBuffer.h"
+
+#include "Dicom/Lib/stream/FileBuffer.h"
+#include "Dicom/Lib/syntax/DataSetWalker.h"
+#include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
+#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace korvane {
+
+namespace {
+
+constexpr std::size_t kPieceBytes = 64 * 1024;
+constexpr std::uint64_t kAskDiskEvery = std::uint64_t{16} << 20;
+
+}  // namespace
+
+ReceivedFiles::ReceivedFiles(const ReceiveOptions& options, std::function<bool()> stop,
+                             const std::function<void(const ReceivedFile&)>& tell)
+    : FolderSink(options.folder, options.replace ? Existing::Replace : Existing::KeepBoth), m_Options(options),
+      m_Stop(std::move(stop)), m_Tell(tell) {}
+
+bool ReceivedFiles::HasRoom() {
+    m_nUnasked = 0;
+    std::error_code error;
+    const auto space = std::filesystem::space(PathFromText(m_Options.folder), error);
+    if (error || space.available >= m_Options.keepFree) return true;
+    m_Why = ": less than " + std::to_string(m_Options.keepFree >> 20) + " MB are free";
+    return false;
+}
+
+std::uint16_t ReceivedFiles::Begin(const StorageRequest& request) {
+    m_Request = request;
+    m_Why.clear();
+    if (!HasRoom()) return kStatusOutOfResources;
+    errno = 0;
+    return Explain(FolderSink::Begin(request));
+}
+
+std::uint16_t ReceivedFiles::Write(const void* bytes, std::size_t count) {
+    m_nUnasked += count;
+    if (m_nUnasked >= kAskDiskEvery && !HasRoom()) return kStatusOutOfResources;
+    errno = 0;
+    return Explain(FolderSink::Write(bytes, count));
+}
+
+std::uint16_t ReceivedFiles::End() {
+    errno = 0;
+    return Explain(FolderSink::End());
+}
+
+void ReceivedFiles::Answered(const StorageRequest& request, std::uint16_t status, const std::string& reason) {
+    const bool stored = IsStored(status);
+    ++(stored ? m_nStored : m_nRefused);
+    ReceivedFile file;
+    file.path = stored ? GetPath() : "";
+    file.sopClass = request.sopClass;
+    file.sopInstance = request.sopInstance;
+    file.transferSyntax = request.transferSyntax;
+    file.caller = request.callingTitle;
+    file.status = status;
+    file.why = stored ? "" : DimseStatusText(status) + ": " + reason + m_Why;
+    m_Why.clear();
+    m_Tell(file);
+}
+
+std::uint16_t ReceivedFiles::Check(const std::string& path, std::size_t head) {
+    if (m_Request.transferSyntax != kDeflatedUid) return kStatusSuccess;
+    FileInputBuffer file;
+    if (!file.Open(path.c_str()) || !file.Skip(head)) return kStatusOutOfResources;
+    file.SetStopQuestion(m_Stop);
+    InflateBuffer inflated(file);
+    DataSetWalker walker(kExplicitLittleEndian);
+    std::vector<unsigned char> piece(kPieceBytes);
+    while (const std::size_t count = inflated.ReadSome(piece.data(), piece.size())) {
+        if (!walker.Feed(piece.data(), count)) break;
+    }
+    if (m_Stop && m_Stop()) return kStatusOutOfResources;
+    return inflated.IsWhole() ? CheckDataSet(walker, m_Request) : std::uint16_t{kStatusCannotUnderstand};
+}
+
+std::uint16_t ReceivedFiles::Explain(std::uint16_t status) {
+    if (status == kStatusOutOfResources && errno != 0 && m_Why.empty()) m_Why = ": " + SystemText(errno);
+    return status;
+}
+
+}  // namespace korvane
