@@ -28,15 +28,23 @@ struct WordForm;
 /// Four-byte words are the exception: their raw value is word + sign offset, without shift or mask. Images with more
 /// than one sample per pixel are taken as 8-bit samples: their word is one byte, except that of two or four samples.
 ///
+/// RANGE AND WINDOW are in modality units for monochrome images (PS3.3 C.11.1, C.11.2); where there is no rescale slope and
+/// intercept (0028,1053), (0028,1052), both are needed, they are raw values. Colour images have the range that their bits
+/// allow.
+///
+/// FAILURE is a false of SetDDO, nothing is thrown. Compressed pixels are not recognised as such: they are read as if they were
+/// native, so decode first.
+///
 /// The stream borrows the pixels: the data set must outlive it, and copies share them. Nothing is ever read beyond the
 /// end of Pixel Data: there the stored word is 0. All arithmetic is that of 32 bits; a shift outside 0 .. 31 gives 0.
 class KORVANE_API CDicomPixelStream {
 public:
+    /// (0028,0004), PS3.3 C.7.6.3.1.2. A value that is the beginning of a keyword counts as that keyword.
     enum PhotometricInterpretation {
-        PI_MONO8 = 0,   ///< MONOCHROME1 or 2, words of 1 byte
-        PI_MONO16 = 1,  ///< monochrome, any other size; also what none of the four keywords names
-        PI_MONO32 = 2,  ///< monochrome, words of 4 bytes
-        PI_PALETTE = 3,
+        PI_MONO8 = 0,    ///< MONOCHROME1 or 2, words of 1 byte
+        PI_MONO16 = 1,   ///< monochrome, any other size; also what none of the four keywords names
+        PI_MONO32 = 2,   ///< monochrome, words of 4 bytes
+        PI_PALETTE = 3,  ///< PALETTE COLOR; the palette itself is not applied
         PI_RGB = 4
     };
 
@@ -63,7 +71,7 @@ public:
     void ReadPixels(void* out, std::size_t count);
     int GetWordSize() const;  ///< 1, 2 or 4
 
-    /// Random access. The address of a pixel is null where it would not lie inside Pixel Data. Raw and modality values
+    /// Random access; row, column, frame and sample count from 0. The address of a pixel is null where it would not lie inside Pixel Data. Raw and modality values
     /// are 0 outside rows and columns. GetPixelValue is -1 outside any of the four ranges, else what the selected
     /// interpret function makes of the word: -1 where an overlay bit is set and overlays are on, inverted for
     /// MONOCHROME1.
@@ -80,18 +88,26 @@ public:
     long ModalityToRaw(long v) const;
     long PixelToRaw(long v) const;
     long RawToPixel(long v) const;
-    long GetMaxPossibleValue() const;  ///< in modality units
+    /// What the largest value that the stored bits can hold is in modality units.
+    long GetMaxPossibleValue() const;
 
     /// Overlay planes in the bits above the stored ones; off after SetDDO.
     void SetOverlay(bool on);
     bool GetOverlay() const { return m_bOverlay; }
 
-    /// After SetDDO the range is in modality units; what the cursor reads afterwards widens it by raw values.
+    /// Smallest and largest value of all Pixel Data, of every frame; the search starts at 65535 and -65535, so of four-byte
+    /// values that are all above or all below, one end is that. After SetDDO the range is in modality units; what the
+    /// cursor reads afterwards widens it by raw values.
     int GetMin() const { return m_nMin; }
     int GetMax() const { return m_nMax; }
+    /// The first window of the data set (0028,1050), (0028,1051), as its lowest and highest value, both truncated to integers: a
+    /// centre of 40 and a width of 400 give -159 and 240, but 0 and 240 where stored values are unsigned. Without a
+    /// window it is the range.
     int GetVOIWinMin() const { return m_nWinMin; }
     int GetVOIWinMax() const { return m_nWinMax; }
 
+    /// How words become values, as in the table above. The pixel mask is not shifted; the overlay mask has the bits of a word
+    /// that are above Bits Stored; the XOR mask is the sign bit of signed words; Invert is true for MONOCHROME1.
     int GetPixelMask() const { return m_nPixelMask; }
     int GetOverlayMask() const { return m_nOverlayMask; }
     int GetXORMask() const { return m_nXORMask; }
@@ -99,14 +115,15 @@ public:
     bool GetInvert() const { return m_bInvert; }
     /// For more than one sample per pixel: the number of samples.
     int GetBytesPerPixel() const { return m_nBytesPerPixel; }
-    bool IsSigned() const { return m_bSigned; }
+    bool IsSigned() const { return m_bSigned; }  ///< Pixel Representation (0028,0103)
     int GetNRows() const { return m_nRows; }
     int GetNCols() const { return m_nCols; }
     int GetBitsAllocated() const { return m_nBitsAllocated; }
     int GetBitsStored() const { return m_nBitsStored; }
     int GetHighBit() const { return m_nHighBit; }
-    int GetNumberOfFrames() const { return m_nFrames; }
-    int GetNSamples() const { return m_nSamples; }  ///< 3 for palette colour
+    int GetNumberOfFrames() const { return m_nFrames; }  ///< as claimed; 1 without (0028,0008)
+    int GetNSamples() const { return m_nSamples; }       ///< 3 for palette colour
+    /// Rescale intercept and slope; 0 and 1 unless both are there.
     float GetModalitLUTIntercept() const { return m_fIntercept; }
     float GetModalitLUTRescale() const { return m_fRescale; }
     PhotometricInterpretation GetPhotometricInterpretation() const { return m_Photometric; }
@@ -114,7 +131,9 @@ public:
     /// Byte steps to the next column, row, frame and sample (low 32 bits).
     void GetIncrements(int* const inc) const;
 
-    /// Millimetres; x is the first value of the spacing element, y the second. 1.0 without such an element.
+    /// Millimetres; x is the first value of the spacing element, y the second. The first that is there of Imager Pixel Spacing
+    /// (0018,1164), (3006,1164), Image Plane Pixel Spacing (3002,0011), Pixel Spacing (0028,0030) and Nominal Scanned
+    /// Pixel Spacing (0018,2010); 1.0 without any. The first one is the distance at the detector, not in the patient.
     double GetXSpacing() const { return m_dXSpacing; }
     double GetYSpacing() const { return m_dYSpacing; }
 
