@@ -186,7 +186,7 @@ float Distance(const FPlane& a, const FSegment& b) {
     return Distance(b, a);
 }
 
-// ---- As the joining segments have it
+// ---- Dist: the length of what `Intersect` returns
 
 namespace {
 

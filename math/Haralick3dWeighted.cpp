@@ -36,7 +36,7 @@ public:
 
     /// The best of many triplets.
     void Begin();
-    /// Weights from errors, the pose from weights, until they stay.
+    /// Computes weights from the pose's errors and a new pose from the weights, in turn, until the weights no longer change.
     void Converge();
 
     const FVector& GetWeights() const { return m_Weights; }
@@ -100,7 +100,8 @@ void RobustFit::TryAllTriplets() {
     }
 }
 
-// Drawn by a generator of its own, so that the result is the same everywhere.
+// The triplets are drawn by a generator of its own: those of the standard library may differ from system to system, and the
+// result must not.
 void RobustFit::TrySomeTriplets() {
     std::uint64_t state = 1;
     const auto draw = [this, &state] {
@@ -127,8 +128,9 @@ void RobustFit::Begin() {
     m_Pose = m_Fit.GetPose();
 }
 
-// Returns the largest change of a weight. Errors of normal coordinates have the median 1.538 deviations; six unknowns of 3n
-// have been fitted away.
+// Returns the largest change of a weight. An error is the length of a difference of three coordinates: where each of them is
+// normally distributed, the median length is 1.538 standard deviations. The root makes up for the six unknowns of the pose,
+// which 3n coordinates were fitted with.
 double RobustFit::Weigh() {
     constexpr double kMedian = 1.5381722544550522;
     constexpr double kCutoff = 6.0;

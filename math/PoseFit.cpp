@@ -8,7 +8,7 @@ namespace korvane_detail {
 
 namespace {
 
-// a b', times a weight.
+// Weight times the 3 x 3 matrix of products a[i] * b[j].
 void AddProduct(Matrix3& sum, const Double3& a, const Double3& b, double weight) {
     sum.SetColumn(0, sum.Column(0) + a * (b.x * weight));
     sum.SetColumn(1, sum.Column(1) + a * (b.y * weight));
@@ -29,7 +29,8 @@ PoseFit::PoseFit(const PointPairs& pairs) : m_Pairs(pairs) {
     m_Rounding = largest * std::numeric_limits<float>::epsilon();
 }
 
-// How far the points reach along their longest axis, squared and summed; 0 where they reach nowhere across it.
+// The sum of squares of the points' places along their longest axis; 0 for points on one line, which leave the turn about it
+// open.
 double PoseFit::GetSpread(const Matrix3& scatter, double weight) const {
     constexpr double kLine = 1e-5;
     const Decomposition3 axes(scatter);

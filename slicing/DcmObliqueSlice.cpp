@@ -71,7 +71,7 @@ bool Orthonormalise(Vector& row, Vector& column) {
     if (!(Dot(b, b) > kParallel * kParallel) || !Normalise(b)) {
         return false;
     }
-    // What the subtraction left of `a` in a short difference.
+    // The difference of nearly parallel vectors is short, and rounding along `a` is large beside it: once more.
     b = Add(b, -Dot(a, b), a);
     Normalise(b);
     row = a;

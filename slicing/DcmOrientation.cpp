@@ -73,7 +73,8 @@ std::string_view TextOf(const VR& element) {
     return text.substr(0, text.find('\0'));
 }
 
-// The letters of one direction. Ties end the group: the comparisons are strict on purpose.
+// The letters of one direction, that of its largest component first. Where the two largest components are equal, neither gets
+// a letter and the group ends: callers know it so, hence the strict comparisons.
 std::string Letters(const double* cosines) {
     const char letters[3] = {cosines[0] < 0 ? 'R' : 'L', cosines[1] < 0 ? 'A' : 'P', cosines[2] < 0 ? 'F' : 'H'};
     double size[3] = {std::fabs(cosines[0]), std::fabs(cosines[1]), std::fabs(cosines[2])};

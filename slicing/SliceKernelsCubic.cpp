@@ -25,8 +25,9 @@ void AddSlope(double factor, double before, double after, double* weights) {
     weights[2] += factor * before / (after * both);
 }
 
-/// The same for the slope at the end of the three that `near` leads away from, with the weights from that end on and
-/// `step` from one to the next. The factor's sign is that of the axis.
+/// The same for the slope at the outermost voxel of the volume, by the parabola through it and the next two: `near` is the
+/// distance of the first two, `far` that of the last two, `weights` that of the outermost. With a step of -1 the others lie
+/// before it; slopes then count against the axis, and the factor has the other sign.
 void AddEndSlope(double factor, double near, double far, double* weights, int step) {
     const double both = near + far;
     weights[0] -= factor * (near + both) / (near * both);
