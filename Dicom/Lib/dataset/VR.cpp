@@ -15,8 +15,9 @@ namespace {
 // From here on values are pixel data or the like, which want huge pages.
 constexpr std::uint32_t kBufferBytes = 64 * 1024;
 
+/// In 32 bits: the largest length, which stands for "undefined" in streams, becomes 0.
 constexpr std::uint32_t RaisedToEven(std::uint32_t length) {
-    return length == 0xFFFFFFFFu ? length - 1 : length + (length & 1u);
+    return length + (length & 1u);
 }
 
 }  // namespace
@@ -24,7 +25,7 @@ constexpr std::uint32_t RaisedToEven(std::uint32_t length) {
 VR::VR(std::uint16_t group, std::uint16_t element, std::uint32_t length, int allocate)
     : m_Group(group), m_Element(element) {
     if (allocate != 0) {
-        if (AllocateValue(length) == nullptr && length != 0) throw std::bad_alloc();
+        if (AllocateValue(length) == nullptr && RaisedToEven(length) != 0) throw std::bad_alloc();
     }
     m_Length = RaisedToEven(length);
 }
@@ -60,13 +61,20 @@ VR::~VR() {
     FreeSequence();
 }
 
+/// Whether `m_pData` is still what `AllocateOutside` made: a host may have put memory of its own there.
+bool VR::IsOwnAllocation() const {
+    return std::memcmp(m_Inline, &m_pData, sizeof m_pData) == 0;
+}
+
 void VR::FreeValue() {
-    if (m_pData == nullptr || m_bOwnsData == 0) return;
-    switch (m_Storage) {
-    case Storage::Inline: break;
-    case Storage::Small: platform::FreeSmall(m_pData); break;
-    case Storage::Buffer: platform::FreeBuffer(m_pData); break;
-    case Storage::Heap: std::free(m_pData); break;
+    if (m_pData == nullptr || m_bOwnsData == 0 || m_pData == m_Inline) return;
+    const bool isPooled = m_Storage == Storage::Small || m_Storage == Storage::Buffer;
+    if (!isPooled || !IsOwnAllocation()) {
+        std::free(m_pData);
+    } else if (m_Storage == Storage::Small) {
+        platform::FreeSmall(m_pData);
+    } else {
+        platform::FreeBuffer(m_pData);
     }
 }
 
@@ -99,6 +107,8 @@ void VR::AllocateOutside(std::uint32_t bytes) {
     } catch (const std::bad_alloc&) {
         m_pData = nullptr;
     }
+    static_assert(sizeof m_pData <= sizeof m_Inline);
+    std::memcpy(m_Inline, &m_pData, sizeof m_pData);
 }
 
 unsigned char* VR::AllocateValue(std::uint32_t length) {
@@ -130,12 +140,8 @@ int VR::TakeValueFrom(VR* other) {
     m_pSequence = other->m_pSequence;
     m_bOwnsData = other->m_bOwnsData;
     m_Storage = other->m_Storage;
-    if (other->m_pData == other->m_Inline) {
-        std::memcpy(m_Inline, other->m_Inline, kInlineBytes);
-        m_pData = m_Inline;
-    } else {
-        m_pData = other->m_pData;
-    }
+    if (other->m_Storage != Storage::Heap) std::memcpy(m_Inline, other->m_Inline, kInlineBytes);
+    m_pData = other->m_pData == other->m_Inline ? m_Inline : other->m_pData;
     other->m_Length = 0;
     other->m_pData = nullptr;
     other->m_pSequence = nullptr;

@@ -20,7 +20,7 @@ class VR : public platform::SmallObject {
 public:
     VR() = default;
 
-    /// An odd length is raised by one. With `allocate` non-zero the value memory is made, uninitialised but for the byte
+    /// An odd length is raised by one, in 32 bits: 0xFFFFFFFF gives 0. With `allocate` non-zero the value memory is made, uninitialised but for the byte
     /// that an odd length adds, which is 0.
     VR(std::uint16_t group, std::uint16_t element, std::uint32_t length, int allocate);
     VR(tags::Tag tag, std::uint32_t length, int allocate) : VR(GroupOf(tag), ElementOf(tag), length, allocate) {}
@@ -85,10 +85,12 @@ private:
     enum class Storage : std::uint8_t { Heap, Inline, Small, Buffer };
 
     void AllocateOutside(std::uint32_t bytes);
+    bool IsOwnAllocation() const;
     void FreeValue();
     void FreeSequence();
 
-    // Most values are shorter than this; they need no allocation of their own.
+    // Most values are shorter than this; they need no allocation of their own. For a longer one the address of its memory
+    // is kept here.
     static constexpr std::uint32_t kInlineBytes = 22;
     alignas(8) unsigned char m_Inline[kInlineBytes];
     Storage m_Storage = Storage::Heap;

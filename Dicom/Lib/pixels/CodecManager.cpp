@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <mutex>
 #include <new>
 
 namespace {
@@ -29,6 +30,13 @@ Registry& TheRegistry() {
 }
 
 bool s_initialised = false;
+
+/// Held while registry and use counts are read or changed: managers of several threads share them. Registering comes
+/// back to looking up, so one thread may take it again.
+std::recursive_mutex& Lock() {
+    static std::recursive_mutex lock;
+    return lock;
+}
 
 template <class Function>
 Function Find(platform::ModuleHandle module, const char* name) {
@@ -110,13 +118,17 @@ void EndUse(CodecEntry& entry) {
 
 CodecManager::CodecManager() {
     TheRegistry();  // outlives every manager, those of static storage included
+    Lock();
 }
 
 CodecManager::~CodecManager() {
+    const std::lock_guard guard(Lock());
     for (CodecEntry* const entry : m_InUse) EndUse(*entry);
+    for (CodecEntry* const entry : m_OwnUses) EndUse(*entry);
 }
 
 bool CodecManager::Init() {
+    const std::lock_guard guard(Lock());
     if (s_initialised) return true;
     s_initialised = true;  // Register comes here too
     TheRegistry().clear();
@@ -128,6 +140,7 @@ bool CodecManager::Init() {
 }
 
 void CodecManager::Register(const char* moduleName, platform::ModuleHandle module) {
+    const std::lock_guard guard(Lock());
     Init();
     if (module == nullptr) return;
     const auto getCount = Find<DcmGetCodecCountFunction>(module, "DcmGetCodecCount");
@@ -143,6 +156,7 @@ void CodecManager::Register(const char* moduleName, platform::ModuleHandle modul
 }
 
 const CodecEntry* CodecManager::FindEntry(std::string_view uid) {
+    const std::lock_guard guard(Lock());
     Init();
     const auto found = TheRegistry().find(uid);
     return found != TheRegistry().end() ? &found->second : nullptr;
@@ -164,6 +178,7 @@ bool CodecManager::CanEncode(std::string_view uid) {
 }
 
 DcmCodec* CodecManager::GetCodec(std::string_view uid) {
+    const std::lock_guard guard(Lock());
     Init();
     const auto found = TheRegistry().find(uid);
     if (found == TheRegistry().end()) return nullptr;
@@ -175,6 +190,7 @@ DcmCodec* CodecManager::GetCodec(std::string_view uid) {
 }
 
 void CodecManager::ReleaseCodec(DcmCodec* codec) {
+    const std::lock_guard guard(Lock());
     const auto use = std::find_if(m_InUse.begin(), m_InUse.end(),
                                   [codec](const CodecEntry* entry) { return entry->codec == codec; });
     if (use == m_InUse.end()) return;
@@ -231,12 +247,18 @@ int CodecManager::WriteFrames(const std::function<bool(std::span<unsigned char>)
     });
 }
 
-/// A codec for work of our own: one use of it stays with this object.
+/// A codec for work of our own: one use of it stays with this object, whatever uses the caller ends meanwhile.
 DcmCodec* CodecManager::Use(std::string_view uid) {
-    for (const CodecEntry* const entry : m_InUse) {
+    const std::lock_guard guard(Lock());
+    for (const CodecEntry* const entry : m_OwnUses) {
         if (entry->key == uid) return entry->codec;
     }
-    return GetCodec(uid);
+    m_OwnUses.reserve(m_OwnUses.size() + 1);
+    DcmCodec* const codec = GetCodec(uid);
+    if (codec == nullptr) return nullptr;
+    m_OwnUses.push_back(m_InUse.back());
+    m_InUse.pop_back();
+    return codec;
 }
 
 bool CodecManager::ConvertTo(DICOMObject& dataSet, std::string_view target) {

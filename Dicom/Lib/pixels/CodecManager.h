@@ -3,8 +3,8 @@
 #pragma once
 
 #include "../../../platform/DynamicModule.h"
-#include "CodecModule.h"
 #include "../dataset/DICOMObject.h"
+#include "CodecModule.h"
 
 #include <cstddef>
 #include <functional>
@@ -124,7 +124,8 @@ private:
     bool SetSyntax(DICOMObject& dataSet, std::string_view uid);
     DcmCodec* Use(std::string_view uid);
 
-    std::vector<CodecEntry*> m_InUse;  // one for each use
+    std::vector<CodecEntry*> m_InUse;    // one for each use that the caller has
+    std::vector<CodecEntry*> m_OwnUses;  // one for each codec that this object has worked with
     std::string m_Error;
     bool m_bLossy = false;
     std::function<bool()> m_Stop;

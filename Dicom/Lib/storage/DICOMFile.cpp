@@ -90,7 +90,7 @@ DICOMDataObject* LoadDICOMFile(const char* path, int option, TransferSyntaxCodec
 }
 
 int SaveDICOMFile(const char* path, int mode, DICOMObject* dataSet, TransferSyntaxCodec* codec) {
-    if (mode < 1 || mode > 3) return 0;
+    if (mode < 1 || mode > 3 || path == nullptr || dataSet == nullptr) return 0;
     TransferSyntaxCodec plain;
     TransferSyntaxCodec& used = codec != nullptr ? *codec : plain;
     const bool refused =

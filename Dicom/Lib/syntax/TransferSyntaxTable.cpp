@@ -1,10 +1,10 @@
 #include "TransferSyntaxTable.h"
 
-#include "Dicom/Lib/dataset/CursorList.h"
 #include "TransferSyntaxCodec.h"
 
 #include <cstring>
-#include <memory>
+#include <deque>
+#include <mutex>
 
 TransferSyntaxRow TransferSyntaxTable[kTransferSyntaxRows + 1] = {
     {"1.2.840.10008.1.2", 0, kImplicitLittleEndian, 0},
@@ -35,13 +35,22 @@ TransferSyntaxRow TransferSyntaxTable[kTransferSyntaxRows + 1] = {
 
 namespace {
 
-CursorList<TransferSyntaxRow>& Registered() {
-    static CursorList<TransferSyntaxRow> list;
-    return list;
+/// Threads with readers of their own look rows up while a codec manager adds some: the caller holds the lock.
+std::mutex& Lock() {
+    static std::mutex lock;
+    return lock;
+}
+
+/// Rows stay where they are when others are added.
+std::deque<TransferSyntaxRow>& Registered() {
+    static std::deque<TransferSyntaxRow> rows;
+    return rows;
 }
 
 TransferSyntaxRow* RowAt(unsigned index) {
-    return index < kTransferSyntaxRows ? &TransferSyntaxTable[index] : Registered().At(index - kTransferSyntaxRows);
+    if (index < kTransferSyntaxRows) return &TransferSyntaxTable[index];
+    const std::size_t beyond = index - kTransferSyntaxRows;
+    return beyond < Registered().size() ? &Registered()[beyond] : nullptr;
 }
 
 TransferSyntaxRow* FindRow(std::string_view uid) {
@@ -54,20 +63,22 @@ TransferSyntaxRow* FindRow(std::string_view uid) {
 }  // namespace
 
 const TransferSyntaxRow* GetTransferSyntax(unsigned index) {
+    const std::lock_guard guard(Lock());
     return RowAt(index);
 }
 
 int RegisterTransferSyntax(std::string_view uid, int syntax) {
+    const std::lock_guard guard(Lock());
     if (uid.empty() || uid.size() >= sizeof TransferSyntaxRow::uid || FindRow(uid) != nullptr) return 0;
-    auto row = std::make_unique<TransferSyntaxRow>();
-    std::memcpy(row->uid, uid.data(), uid.size());
-    row->syntax = syntax;
-    Registered().Append(row.get());
-    row.release();
+    TransferSyntaxRow row{};
+    std::memcpy(row.uid, uid.data(), uid.size());
+    row.syntax = syntax;
+    Registered().push_back(row);
     return 1;
 }
 
 int SetTransferSyntaxCodec(std::string_view uid, std::uint32_t slot, std::uint32_t state) {
+    const std::lock_guard guard(Lock());
     TransferSyntaxRow* const row = FindRow(uid);
     if (row == nullptr) return 0;
     row->codecSlot = slot;
@@ -76,6 +87,7 @@ int SetTransferSyntaxCodec(std::string_view uid, std::uint32_t slot, std::uint32
 }
 
 int FindTransferSyntax(std::string_view uid, int unknown) {
+    const std::lock_guard guard(Lock());
     const TransferSyntaxRow* const row = FindRow(uid);
     return row != nullptr ? row->syntax : unknown;
 }

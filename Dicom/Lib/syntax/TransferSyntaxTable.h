@@ -24,7 +24,8 @@ struct TransferSyntaxRow {
     std::uint32_t codecState;
 };
 
-/// 22 rows, and an empty one that ends the table. Process-wide; only the two run-time fields change.
+/// 22 rows, and an empty one that ends the table. Process-wide; only the two run-time fields change. The functions below
+/// may be called from any thread.
 extern TransferSyntaxRow TransferSyntaxTable[23];
 inline constexpr unsigned kTransferSyntaxRows = 22;
 

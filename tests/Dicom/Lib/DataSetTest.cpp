@@ -1,5 +1,6 @@
 #include "DataSetBytes.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -132,6 +133,26 @@ TEST(Element, CopiesShareOrOwnTheirBytesAndAlwaysOwnTheirItems) {
     const std::unique_ptr<DICOMObject> popped(source.PopItem());
     EXPECT_EQ(popped.get(), item);
     EXPECT_EQ(shallow->GetItemCount(), 1U);
+}
+
+TEST(DataElement, TheUndefinedLengthMakesAnEmptyElement) {
+    for (const int allocate : {0, 1}) {
+        VR element(0x0009, 0x1001, 0xFFFFFFFFU, allocate);
+        EXPECT_EQ(element.m_Length, 0U);
+        EXPECT_EQ(element.m_pData, nullptr);
+    }
+}
+
+TEST(DataElement, MemoryOfTheHostTakesThePlaceOfAllocatedMemory) {
+    // 100,000 bytes come from another place than 100, and 10 lie in the element.
+    for (const std::uint32_t length : {10U, 100U, 3000U, 100000U}) {
+        VR element(0x0009, 0x1001, length, 1);
+        std::unique_ptr<VR> aside(element.Clone(true));
+        ASSERT_EQ(element.TakeValueFrom(aside.get()), 1);
+        element.m_pData = static_cast<unsigned char*>(std::malloc(8));
+        element.m_Length = 8;
+        // The destructor frees the host's memory as malloc gave it.
+    }
 }
 
 TEST(CursorList, FindsEveryIndexFromWhereverTheCursorStands) {
