@@ -1,7 +1,7 @@
 // The options of every verb that works on the volume of a series.
 #pragma once
 
-#include <Korvane/kit/study/SeriesVolume.h>
+#include <Korvane/Kit.h>
 
 namespace CLI {
 class App;

@@ -2,7 +2,6 @@
 #include "Console.h"
 #include "SeriesOptions.h"
 #include "Verbs.h"
-#include <Korvane/kit/pictures/SliceJob.h>
 
 #include <CLI/CLI.hpp>
 
@@ -109,12 +108,9 @@ void MakeSlices(const Arguments& arguments) {
     ConsoleWatcher watcher;
     SliceOptions options = ParseOptions(arguments);
     options.watcher = &watcher;
-    SeriesChoice choice = arguments.choice;
-    choice.watcher = &watcher;
-    SeriesVolume series(choice);
-    CheckSlicing(series, options);
-    series.Load();
-    const SliceReport report = SliceJob(series, options, arguments.output).Run();
+    const SeriesChoice& choice = arguments.choice;
+    const Series series = Find(choice.paths, {choice.jobs, &watcher}).Choose(choice.series);
+    const SliceReport report = SaveSlices(series, choice.volume, arguments.output, options);
     for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
 }
 

@@ -4,6 +4,7 @@
 #include "../core/ExportOutput.h"
 #include "../core/KitExport.h"
 #include "../core/Watcher.h"
+#include "Picture.h"
 
 #include <array>
 #include <optional>
@@ -11,6 +12,9 @@
 #include <vector>
 
 namespace korvane {
+
+class Series;
+class Volume;
 
 /// A radiological view: the patient's right on the left, head up; front up in axial, left in sagittal pictures.
 enum class View { Axial, Coronal, Sagittal };
@@ -76,6 +80,35 @@ struct SliceReport {
     std::string below{};
     std::string values{};  ///< "window 40,400 of the series": where grey values come from
 };
+
+/// A picture in memory, with what it shows.
+struct SlicePicture {
+    Picture picture;
+    SliceReport report;  ///< without files
+};
+
+/// Draws one picture, or a sheet of all planes of a view. Throws `Error`: `WrongArgument` for a plane that is not there, for
+/// directions that define none, and for pictures that are several or have 16 bits (see `SaveSlices`); `Unsupported` for
+/// voxels that are no grey values, and where the plane does not meet the volume; `Stopped`.
+///
+///     korvane::SliceOptions options;
+///     options.view.reset();
+///     options.plane.normal = {0, -1, 1};
+///     const korvane::SlicePicture oblique = korvane::Slice(volume, options);
+///     korvane::SavePng(oblique.picture, "oblique.png", oblique.report.pixelSize);
+KORVANE_KIT SlicePicture Slice(const Volume& volume, const SliceOptions& options = {});
+
+/// Writes pictures as PNG files, all of them, whole, or none. `output`: a file, or the folder for all pictures of a view,
+/// which is made where it is not there. Throws as `Slice`, and `Disk`.
+KORVANE_KIT SliceReport SaveSlices(const Volume& volume, const std::string& output, const SliceOptions& options = {});
+/// The same of a series, of which volume `volume` is read (from 1; 0: the first, which the watcher is told where there are
+/// several). What is odd about the series is told to the watcher.
+KORVANE_KIT SliceReport SaveSlices(const Series& series, int volume, const std::string& output,
+                                   const SliceOptions& options = {});
+
+/// Writes a picture as a PNG file, whole or not at all. `pixelSize`: millimetres, for programs that print pictures at their
+/// size; 0 for none. Throws `Error` of kind `Disk`.
+KORVANE_KIT void SavePng(const Picture& picture, const std::string& path, double pixelSize = 0);
 
 /// Lines for people, without line ends; not escaped for printing.
 KORVANE_KIT std::vector<std::string> Describe(const SliceReport& report);

@@ -88,11 +88,32 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
 
 SliceReport SliceJob::Run() {
     switch (m_Options.pictures) {
-    case SliceOptions::Pictures::Sheet: WriteSheet(); break;
-    case SliceOptions::Pictures::All: WriteFolder(); break;
-    case SliceOptions::Pictures::One: WriteOne(); break;
+    case SliceOptions::Pictures::Sheet: {
+        const Picture sheet = DrawSheet();
+        WritePicture(m_Output, sheet, m_Report.pixelSize);
+        break;
     }
+    case SliceOptions::Pictures::All: WriteFolder(); break;
+    case SliceOptions::Pictures::One:
+        PlaceOne();
+        WriteSlice(m_Output);
+        break;
+    }
+    m_Watch.StopIfAsked();
+    m_Files.Commit();
+    m_Report.files = m_Files.GetOutputs();
     return std::move(m_Report);
+}
+
+SlicePicture SliceJob::Draw() {
+    if (m_Options.pictures == SliceOptions::Pictures::All || m_Options.raw16) {
+        throw Error(ErrorKind::WrongArgument, "several pictures, and pictures of 16 bits, are written as files");
+    }
+    const bool isSheet = m_Options.pictures == SliceOptions::Pictures::Sheet;
+    if (!isSheet) PlaceOne();
+    Picture picture = isSheet ? DrawSheet() : DrawSlice();
+    m_Watch.StopIfAsked();
+    return {std::move(picture), std::move(m_Report)};
 }
 
 int SliceJob::ChooseIndex() const {
@@ -105,7 +126,7 @@ int SliceJob::ChooseIndex() const {
     return index;
 }
 
-void SliceJob::WriteOne() {
+void SliceJob::PlaceOne() {
     std::string what = "oblique plane";
     if (m_Options.view) {
         const int index = ChooseIndex();
@@ -115,8 +136,7 @@ void SliceJob::WriteOne() {
     } else {
         PlacePlane(m_Slice, m_Options.plane, m_Options.pixelSize);
     }
-    WriteSlice(m_Output);
-    Finish(what);
+    Describe(what);
 }
 
 void SliceJob::WriteFolder() {
@@ -129,10 +149,10 @@ void SliceJob::WriteFolder() {
             progress.Step();
         }
     }
-    Finish("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes");
+    Describe("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes");
 }
 
-void SliceJob::WriteSheet() {
+Picture SliceJob::DrawSheet() {
     PlaceView(m_Slice, m_View, 0, m_Options.pixelSize);
     ContactSheet sheet(m_View.count, m_Slice.GetWidth(), m_Slice.GetHeight());
     const double pixelSize = m_Slice.GetPixelSize()[0] * sheet.GetFactor();
@@ -151,10 +171,10 @@ void SliceJob::WriteSheet() {
             progress.Step();
         }
     }
-    WritePicture(m_Output, sheet.GetPicture(), pixelSize);
-    Finish("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes in rows of " +
-               std::to_string(sheet.GetColumns()),
-           sheet.GetFactor());
+    Describe("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes in rows of " +
+                 std::to_string(sheet.GetColumns()),
+             sheet.GetFactor());
+    return sheet.GetPicture();
 }
 
 void SliceJob::WriteSlice(const std::string& path) {
@@ -162,10 +182,13 @@ void SliceJob::WriteSlice(const std::string& path) {
         WriteRaw(path);
         return;
     }
+    WritePicture(path, DrawSlice(), m_Slice.GetPixelSize()[0]);
+}
+
+Picture SliceJob::DrawSlice() {
     Picture picture = MakePicture();
-    const double pixelSize = m_Slice.GetPixelSize()[0];
-    if (m_Options.annotate) Annotate(picture, MakeAnnotation(pixelSize));
-    WritePicture(path, picture, pixelSize);
+    if (m_Options.annotate) Annotate(picture, MakeAnnotation(m_Slice.GetPixelSize()[0]));
+    return picture;
 }
 
 void SliceJob::WritePicture(const std::string& path, const Picture& picture, double pixelSize) {
@@ -225,11 +248,8 @@ std::string SliceJob::BeginFile(const std::string& path) {
     return target;
 }
 
-void SliceJob::Finish(const std::string& what, int factor) {
-    m_Watch.StopIfAsked();
-    m_Files.Commit();
+void SliceJob::Describe(const std::string& what, int factor) {
     const int round = factor - 1;
-    m_Report.files = m_Files.GetOutputs();
     m_Report.what = what;
     m_Report.width = (m_Slice.GetWidth() + round) / factor;
     m_Report.height = (m_Slice.GetHeight() + round) / factor;

@@ -22,18 +22,21 @@ public:
 
     /// Writes all pictures or none. Throws `Error`.
     SliceReport Run();
+    /// The one picture, or the sheet, without a file. Throws `Error`.
+    SlicePicture Draw();
 
 private:
-    void WriteOne();
+    void PlaceOne();
     void WriteFolder();
-    void WriteSheet();
+    Picture DrawSheet();
+    Picture DrawSlice();
     void WriteSlice(const std::string& path);
     void WriteRaw(const std::string& path);
     void WritePicture(const std::string& path, const Picture& picture, double pixelSize);
     Picture MakePicture();
     Annotation MakeAnnotation(double pixelSize) const;
     int ChooseIndex() const;
-    void Finish(const std::string& what, int factor = 1);  // how many times smaller the pictures became
+    void Describe(const std::string& what, int factor = 1);  // how many times smaller the pictures became
     std::string BeginFile(const std::string& path);
     Error SliceFailure() const { return Error(ErrorKind::Unsupported, m_Slice.GetError()); }
     const char* GetViewName() const { return WordOf(*m_Options.view); }

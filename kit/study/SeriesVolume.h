@@ -3,6 +3,7 @@
 
 #include "../core/Watch.h"
 #include "FoundFiles.h"
+#include "SeriesChoice.h"
 #include "SeriesLoader.h"
 
 #include "../../series/CDicomVolume.h"
@@ -13,15 +14,6 @@
 #include <vector>
 
 namespace korvane {
-
-/// What the user says about it.
-struct SeriesChoice {
-    std::vector<std::string> paths;
-    std::string series;
-    int volume = 0;  ///< 0: not asked for
-    unsigned jobs = 0;
-    Watcher* watcher = nullptr;
-};
 
 class SeriesVolume {
 public:

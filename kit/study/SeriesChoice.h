@@ -1,0 +1,20 @@
+// Which volume of which series under some paths, as a user says it.
+#pragma once
+
+#include "../core/Watcher.h"
+
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// As `Find`, `Found::Choose` and `LoadOptions::volume` take it, in one value for jobs that go all the way themselves.
+struct SeriesChoice {
+    std::vector<std::string> paths{};
+    std::string series{};  ///< number in the list, from 1, or UID; "": the only one with pixels
+    int volume = 0;        ///< from 1; 0: not asked for
+    unsigned jobs = 0;     ///< threads; 0: one for each core
+    Watcher* watcher = nullptr;
+};
+
+}  // namespace korvane
