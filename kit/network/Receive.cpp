@@ -8,6 +8,7 @@
 
 #include "Dicom/Lib/network/StorageProvider.h"
 #include "platform/Socket.h"
+#include "platform/Sync.h"
 
 #include <algorithm>
 #include <atomic>
@@ -183,6 +184,7 @@ private:
     }
 
     void Serve(Served& served) {
+        platform::IgnoreFileLimitSignal();
         try {
             ServeAssociation(served);
         } catch (...) {
@@ -207,6 +209,7 @@ private:
         };
         ReceivedFiles files(m_Options, stop, tell);
         StorageProvider provider(service, files);
+        provider.SetTakesAnyInstance(true);
         service.AAssociateRQ::m_CallingAETitle.clear();  // stays so when no request comes
         const Event end = provider.Serve(served.isRejected ? m_Busy : m_Policy);
         association.caller = service.GetCallingTitle();

@@ -9,6 +9,8 @@
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
+#include "platform/Sync.h"
+
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -21,6 +23,14 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 64 * 1024;
 constexpr std::uint64_t kAskDiskEvery = std::uint64_t{16} << 20;
+constexpr auto kNotForOthers = std::filesystem::perms::others_all | std::filesystem::perms::group_write;
+
+/// FNV-1a, from another start for each `seed`.
+std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
+    std::uint64_t hash = 0xCBF29CE484222325U ^ (seed * 0x9E3779B97F4A7C15U);
+    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+    return hash;
+}
 
 }  // namespace
 
@@ -43,7 +53,8 @@ std::uint16_t ReceivedFiles::Begin(const StorageRequest& request) {
     m_Why.clear();
     if (!HasRoom()) return kStatusOutOfResources;
     errno = 0;
-    return Explain(FolderSink::Begin(request));
+    const std::uint16_t status = FolderSink::Begin(request);
+    return Explain(status);
 }
 
 std::uint16_t ReceivedFiles::Write(const void* bytes, std::size_t count) {
@@ -55,7 +66,11 @@ std::uint16_t ReceivedFiles::Write(const void* bytes, std::size_t count) {
 
 std::uint16_t ReceivedFiles::End() {
     errno = 0;
-    return Explain(FolderSink::End());
+    std::uint16_t status = FolderSink::End();
+    if (status != kStatusSuccess) return Explain(status);
+    // Without its name on the disk the file may be lost with the power: the peer must keep its own.
+    if (m_Options.sync && !platform::SyncFolder(m_Options.folder.c_str())) status = kStatusOutOfResources;
+    return Explain(status);
 }
 
 void ReceivedFiles::Answered(const StorageRequest& request, std::uint16_t status, const std::string& reason) {
@@ -68,13 +83,30 @@ void ReceivedFiles::Answered(const StorageRequest& request, std::uint16_t status
     file.transferSyntax = request.transferSyntax;
     file.caller = request.callingTitle;
     file.status = status;
+    if (stored && !IsUid(request.sopInstance)) file.remark = "no UID; stored as " + file.path;
     file.why = stored ? "" : DimseStatusText(status) + ": " + reason + m_Why;
     m_Why.clear();
     m_Tell(file);
 }
 
 std::uint16_t ReceivedFiles::Check(const std::string& path, std::size_t head) {
-    if (m_Request.transferSyntax != kDeflatedUid) return kStatusSuccess;
+    const std::uint16_t status =
+        m_Request.transferSyntax == kDeflatedUid ? CheckDeflated(path, head) : std::uint16_t{kStatusSuccess};
+    if (status != kStatusSuccess) return status;
+    std::error_code ignored;  // of a file system without rights
+    std::filesystem::permissions(PathFromText(path), kNotForOthers, std::filesystem::perm_options::remove, ignored);
+    errno = 0;
+    return !m_Options.sync || platform::SyncFile(path.c_str()) ? std::uint16_t{kStatusSuccess}
+                                                               : std::uint16_t{kStatusOutOfResources};
+}
+
+std::string ReceivedFiles::MakeName(const StorageRequest& request) const {
+    const std::string name = FolderSink::MakeName(request);
+    if (!name.empty()) return name;
+    return "2.25." + std::to_string(Hash(request.sopInstance, 1)) + std::to_string(Hash(request.sopInstance, 2));
+}
+
+std::uint16_t ReceivedFiles::CheckDeflated(const std::string& path, std::size_t head) {
     FileInputBuffer file;
     if (!file.Open(path.c_str()) || !file.Skip(head)) return kStatusOutOfResources;
     file.SetStopQuestion(m_Stop);

@@ -32,8 +32,11 @@ public:
 protected:
     /// A deflated data set is stored as it came. What is in it has not been looked at on the way.
     std::uint16_t Check(const std::string& path, std::size_t head) override;
+    /// What is no UID becomes one that is made of its bytes (2.25 and two hashes), the same each time.
+    std::string MakeName(const StorageRequest& request) const override;
 
 private:
+    std::uint16_t CheckDeflated(const std::string& path, std::size_t head);
     std::uint16_t Explain(std::uint16_t status);
     bool HasRoom();
 

@@ -231,12 +231,12 @@ def received_with_care():
         return
 
     def small_disk():
-        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
         resource.setrlimit(resource.RLIMIT_FSIZE, (2000, 2000))
 
-    with receiver(WORK / "full", "--once", status=1, preexec_fn=small_disk, restore_signals=False) as (port, said, _):
-        assert "0xA700" in korvane("send", HERE, port, files[0], status=1)[1]
+    with receiver(WORK / "full", "--once", status=1, preexec_fn=small_disk) as (port, said, _):
+        assert korvane("send", HERE, port, files[0], files[1], status=1)[1].count("0xA700") == 2  # on one association
     assert "File too large" in said[0]["why"] and not list((WORK / "full").iterdir()), said
+    assert said[-2]["refused"] == 2 and said[-2]["released"], said
 
 
 def request_then(*messages):
@@ -253,6 +253,60 @@ def request_then(*messages):
         command += struct.pack("<HHI", 0, tag, len(uid)) + uid
     pdvs = b"".join(struct.pack(">BBIIBB", 4, 0, len(m) + 6, len(m) + 2, 1, c) + m for c, m in ((3, command), *messages))
     return struct.pack(">BBI", 1, 0, len(body)) + body, pdvs
+
+
+def many_at_once():
+    """Peers that hang in every way cost the others nothing; who is one too many is told so, and to come again."""
+    file = sources()["explicit"][0]
+    request, store = request_then((0, bytes(100)))
+    begun, command = store[:10], store[:60]
+    ways = (b"", request[:5], request[:100], request, request + begun, request + command, request + store)
+    with receiver(WORK / "in", "--limit", 18, status=-signal.SIGINT) as (port, said, process), contextlib.ExitStack() as hanging:
+        for i in range(16):
+            peer = hanging.enter_context(socket.create_connection((HERE, port), 10))
+            peer.sendall(ways[i % len(ways)])
+        time.sleep(0.3)
+        times = [json.loads(korvane("echo", HERE, port, "--json")[0])["milliseconds"] for _ in range(3)]
+        print(f"behind 16 that hang: {min(times):.1f} ms")
+        assert min(times) < 100, times
+        korvane("send", HERE, port, file)
+        for _ in range(2):
+            hanging.enter_context(socket.create_connection((HERE, port), 10))
+        err = korvane("echo", HERE, port, status=1)[1]
+        assert "temporar" in err or "transient" in err or "limit" in err, err
+        start = time.monotonic()
+        process.send_signal(signal.SIGINT)
+        process.wait(timeout=10)
+        assert time.monotonic() - start < 1, "slow to stop"
+    (stored,) = (WORK / "in").iterdir()
+    assert WINDOWS or stored.stat().st_mode & 0o777 == 0o640 & ~os_umask(), oct(stored.stat().st_mode)
+    with receiver(WORK / "allowed", "--allow", "10.1.2.3", status=0) as (port, said, process):
+        korvane("echo", HERE, port, status=1)
+        process.send_signal(signal.SIGINT)
+    assert "may not connect" in said[0]["error"], said
+    with receiver(WORK / "narrow", "--once", "--keep-free", 2**40, status=1) as (port, said, _):
+        assert "0xA700" in korvane("send", HERE, port, file, file, status=1)[1]
+    assert len([line for line in said[:-1] if line["event"] == "file" and "are free" in line["why"]]) == 2, said
+
+
+def os_umask():
+    mask = os.umask(0)
+    os.umask(mask)
+    return mask
+
+
+def odd_names():
+    """An instance whose UID is none has a place too, the same each time, and inside the folder."""
+    other = pydicom.dcmread(sources()["explicit"][0])
+    uid = "../1.2.a"
+    other.SOPInstanceUID = other.file_meta.MediaStorageSOPInstanceUID = uid
+    other.save_as(WORK / "odd")
+    with receiver(WORK / "in", "--count", 2, "--no-sync") as (port, said, _):
+        for _ in range(2):
+            korvane("send", HERE, port, WORK / "odd")
+    (stored,) = (WORK / "in").iterdir()
+    assert stored.name.startswith("2.25.") and pydicom.dcmread(stored).SOPInstanceUID == uid
+    assert "no UID" in said[0]["remark"] and not (WORK / "1.2.a.dcm").exists(), said
 
 
 def flooded():
@@ -317,4 +371,4 @@ def stopped():
 if not PEERS:
     print("skipped: dcmtk is not installed")
     raise SystemExit(host_test.SKIPPED)
-host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, flooded, stopped)
+host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, many_at_once, odd_names, flooded, stopped)

@@ -92,10 +92,15 @@ FolderSink::~FolderSink() {
     Discard();
 }
 
+std::string FolderSink::MakeName(const StorageRequest& request) const {
+    return IsUid(request.sopInstance) ? request.sopInstance : "";  // whoever calls
+}
+
 std::uint16_t FolderSink::Begin(const StorageRequest& request) {
     Discard();
-    if (!IsUid(request.sopInstance)) return kStatusInvalidInstance;  // whoever calls: no other name is ever made
-    m_Path = m_Folder + "/" + request.sopInstance + std::string(kExtension);
+    const std::string name = MakeName(request);
+    if (name.empty()) return kStatusInvalidInstance;
+    m_Path = m_Folder + "/" + name + std::string(kExtension);
     m_Part = m_Path + ".part";
     const std::vector<unsigned char> head = FileHead(request);
     m_Head = head.size();

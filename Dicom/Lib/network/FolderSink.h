@@ -31,6 +31,10 @@ protected:
     /// behind `head` bytes.
     virtual std::uint16_t Check(const std::string& /*path*/, std::size_t /*head*/) { return kStatusSuccess; }
 
+    /// The file's name without ".dcm"; "" refuses the data set (0x0117). What a peer says must not lead elsewhere: here it
+    /// is the SOP instance UID, where it is one.
+    virtual std::string MakeName(const StorageRequest& request) const;
+
 private:
     bool Settle();
 

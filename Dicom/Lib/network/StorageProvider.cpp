@@ -1,8 +1,8 @@
 #include "StorageProvider.h"
 
 #include "Dicom/Lib/syntax/DataSetWalker.h"
-#include "PDataBuffers.h"
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
+#include "PDataBuffers.h"
 
 #include <algorithm>
 
@@ -87,7 +87,7 @@ Event StorageProvider::Store(const AcceptedContext& context, const DimseCommand&
         PDataInputBuffer data(m_Service, context.id, 0);
         if (command.sopClass != context.sopClass || !IsUid(command.sopClass)) {
             status = kStatusClassNotSupported;
-        } else if (!IsUid(command.sopInstance)) {
+        } else if (!IsUid(command.sopInstance) && !(m_bAnyInstance && !command.sopInstance.empty())) {
             status = kStatusInvalidInstance;
         } else {
             status = Receive(data, request);

@@ -16,7 +16,8 @@ class PDataInputBuffer;
 /// component.
 bool IsUid(std::string_view text);
 
-/// A data set that is about to come. Class and instance are UIDs, checked to be such.
+/// A data set that is about to come. Class and instance are UIDs, checked to be such (the instance unless
+/// `SetTakesAnyInstance` was called: then it is any text that is not empty).
 struct StorageRequest {
     std::string sopClass;
     std::string sopInstance;
@@ -51,6 +52,10 @@ class StorageProvider {
 public:
     StorageProvider(DcmService& service, StorageSink& sink) : m_Service(service), m_Sink(sink) {}
 
+    /// Data sets whose instance is named by a text that is no UID are passed on all the same, where the sink can give them
+    /// a name; else they are refused (0x0117).
+    void SetTakesAnyInstance(bool takes) { m_bAnyInstance = takes; }
+
     /// Serves the connection of the service's socket until the association has ended; how it did.
     DcmService::Event Serve(const AcceptPolicy& policy);
 
@@ -64,4 +69,5 @@ private:
     DcmService& m_Service;
     StorageSink& m_Sink;
     std::vector<unsigned char> m_Piece;
+    bool m_bAnyInstance = false;
 };
