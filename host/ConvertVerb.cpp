@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 using namespace korvane;
 
@@ -19,6 +20,8 @@ struct Arguments {
     std::string input;
     std::string output;
     std::string syntax = "explicit";
+    std::vector<std::string> set;
+    std::vector<std::string> remove;
 };
 
 ConvertReport ConvertAsAsked(const Arguments& arguments, const ConvertOptions& options) {
@@ -35,6 +38,13 @@ void ConvertFiles(const Arguments& arguments) {
     ConsoleWatcher watcher;
     ConvertOptions options;
     options.syntax = arguments.syntax;
+    for (const std::string& edit : arguments.set) {
+        const std::size_t equals = edit.find('=');
+        if (equals == std::string::npos)
+            throw Error(ErrorKind::WrongArgument, "--set takes KEYWORD=VALUE, not " + edit);
+        options.set.emplace_back(edit.substr(0, equals), edit.substr(equals + 1));
+    }
+    for (const std::string& path : arguments.remove) options.remove.emplace_back(path);
     options.watcher = &watcher;
     const ConvertReport report = ConvertAsAsked(arguments, options);
     if (!report.isFolder) return;
@@ -60,5 +70,12 @@ void AddConvertVerb(CLI::App& program) {
     verb->add_option("--syntax", arguments->syntax,
                      "implicit, explicit (the default), big: uncompressed; rle, jpegll: compressed without loss")
         ->check(CLI::IsMember(GetSyntaxWords()));
+    verb->add_option(
+            "--set", arguments->set,
+            "KEYWORD=VALUE: sets a value, several between backslashes; again for more. Also a tag (0010,0010) or a "
+            "way into items: ReferencedSeriesSequence[0].SeriesInstanceUID=...")
+        ->allow_extra_args(false);
+    verb->add_option("--delete", arguments->remove, "KEYWORD: takes an element out; again for more")
+        ->allow_extra_args(false);
     verb->callback([arguments] { ConvertFiles(*arguments); });
 }

@@ -30,4 +30,28 @@ std::string Base64::Finish() && {
     return std::move(m_Text);
 }
 
+std::optional<std::string> FromBase64(std::string_view text) {
+    std::string bytes;
+    bytes.reserve(text.size() / 4 * 3);
+    std::uint32_t group = 0;
+    int bits = 0;
+    std::size_t fill = 0;
+    for (const char character : text) {
+        if (character == ' ' || character == '\n' || character == '\r' || character == '\t') continue;
+        if (character == '=') {
+            ++fill;
+            continue;
+        }
+        const std::size_t digit = std::string_view(kDigits).find(character);
+        if (digit == std::string_view::npos || fill > 0) return std::nullopt;
+        group = (group << 6) | static_cast<std::uint32_t>(digit);
+        bits += 6;
+        if (bits < 8) continue;
+        bits -= 8;
+        bytes += static_cast<char>((group >> bits) & 0xFF);
+    }
+    if (fill > 2 || bits >= 6) return std::nullopt;
+    return bytes;
+}
+
 }  // namespace korvane

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,5 +25,8 @@ private:
     std::uint32_t m_Group = 0;  // bytes that wait for a group of three
     int m_Waiting = 0;
 };
+
+/// The bytes of a text; nothing when it is not base 64. White space does not count.
+std::optional<std::string> FromBase64(std::string_view text);
 
 }  // namespace korvane

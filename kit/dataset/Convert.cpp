@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../core/Paths.h"
+#include "DataSet.h"
 #include "DataSetFile.h"
 #include "DataSetOutput.h"
 #include "StreamBuffers.h"
@@ -19,67 +20,6 @@ namespace korvane {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr char kUnfinished[] = ".part";
-
-struct SyntaxWord {
-    const char* word;
-    std::string_view uid;
-};
-
-constexpr SyntaxWord kSyntaxWords[] = {
-    {"big", kExplicitBigEndianUid},         {"explicit", kExplicitLittleEndianUid},
-    {"implicit", kImplicitLittleEndianUid}, {"jpegll", "1.2.840.10008.1.2.4.70"},
-    {"rle", "1.2.840.10008.1.2.5"},
-};
-
-std::string UidOf(const std::string& syntax) {
-    for (const SyntaxWord& known : kSyntaxWords) {
-        if (syntax == known.word) return std::string(known.uid);
-    }
-    return syntax;
-}
-
-/// A file under a name that nothing else has, until it is whole; removed when it does not get there. A link stays one to
-/// the file that it leads to. Devices and pipes have no other name: they take what comes.
-class UnfinishedFile {
-public:
-    explicit UnfinishedFile(const std::string& name) : m_Name(name), m_Path(name) {
-        std::error_code error;
-        const fs::path path = PathFromText(name);
-        if (fs::is_other(path, error)) return;
-        if (fs::is_symlink(path, error)) {
-            const fs::path file = fs::canonical(path, error);
-            if (!error) m_Name = TextFromPath(file);
-        }
-        m_bPending = true;
-        m_Path = m_Name + kUnfinished;
-        for (int i = 1; fs::exists(fs::symlink_status(PathFromText(m_Path), error)); ++i) {
-            m_Path = m_Name + "." + std::to_string(i) + kUnfinished;
-        }
-    }
-    ~UnfinishedFile() {
-        if (m_bPending) RemoveFile(m_Path);
-    }
-    UnfinishedFile(const UnfinishedFile&) = delete;
-    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
-
-    const std::string& GetPath() const { return m_Path; }
-
-    void Finish() {
-        if (!m_bPending) return;
-        std::error_code error;
-        fs::rename(PathFromText(m_Path), PathFromText(m_Name), error);
-        if (error)
-            throw Error(ErrorKind::Disk, "cannot create " + m_Name + ": " + SystemText(error, m_Name)).InFile(m_Name);
-        m_bPending = false;
-    }
-
-private:
-    std::string m_Name;
-    std::string m_Path;
-    bool m_bPending = false;
-};
 
 bool AreSame(const fs::path& a, const fs::path& b) {
     std::error_code error;
@@ -118,26 +58,39 @@ public:
 
 private:
     DataSetFile Read(const Source& from) const;
+    void Edit(DataSetFile& file, const std::string& name) const;
     bool Transcode(DICOMDataObject& dataSet, const Sink& to);
     void Prepare(DataSetFile& file, const std::string& name, const Sink& to);
     void Write(DataSetFile& file, const std::string& name, const Sink& to);
     void WriteFile(DataSetFile& file, const std::string& name, const std::string& output);
     void ConvertRead(DataSetFile& file, const Source& from, const Sink& to);
     void ConvertListed(const std::string& path, const fs::path& from, const fs::path& to);
+    void TellOf(const DataSetFile& file);
     void Tell(FindingKind kind, const std::string& path, const std::string& text);
 
     std::string m_Syntax;
     Watch m_Watch;
+    std::vector<std::pair<ElementPath, std::string>> m_Set;
+    std::vector<ElementPath> m_Remove;
     CodecManager m_Codecs;
     ConvertReport m_Report;
 };
 
-Conversion::Conversion(const ConvertOptions& options) : m_Syntax(UidOf(options.syntax)), m_Watch(options.watcher) {
+Conversion::Conversion(const ConvertOptions& options)
+    : m_Syntax(SyntaxUid(options.syntax)), m_Watch(options.watcher), m_Set(options.set), m_Remove(options.remove) {
     m_Report.syntax = DescribeSyntax(m_Syntax);
     if (!IsNativeTransferSyntax(m_Syntax) && !CodecManager::CanEncode(m_Syntax)) {
         throw Error(ErrorKind::Unsupported, "no codec module encodes " + DescribeSyntax(m_Syntax));
     }
     m_Codecs.SetStopQuestion(m_Watch.GetStopQuestion());
+}
+
+/// What the reader forgave is told with the file.
+void Conversion::TellOf(const DataSetFile& file) {
+    for (const Finding& finding : file.findings) {
+        m_Report.findings.push_back(finding);
+        m_Watch.Tell(finding);
+    }
 }
 
 void Conversion::Tell(FindingKind kind, const std::string& path, const std::string& text) {
@@ -161,16 +114,29 @@ bool Conversion::Transcode(DICOMDataObject& dataSet, const Sink& to) {
     return (to.stream != nullptr ? m_Codecs.Decode(&dataSet) : m_Codecs.DecodeForWriting(&dataSet)) != 0;
 }
 
+void Conversion::Edit(DataSetFile& file, const std::string& name) const {
+    if (m_Set.empty() && m_Remove.empty()) return;
+    DataSet edited = DataSet::FromToolkit(std::move(file.dataSet));
+    try {
+        for (const auto& [path, text] : m_Set) edited.Set(path, text);
+    } catch (Error& failure) {
+        throw Error(failure.GetKind(), name + ": " + failure.what()).InFile(name);
+    }
+    for (const ElementPath& path : m_Remove) edited.Delete(path);
+    file.dataSet = edited.ReleaseToolkit();
+}
+
 /// Makes the data set what is to be written. `name`: of what it was read from.
 void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink& to) {
-    DICOMDataObject& dataSet = *file.dataSet;
     if (!file.complete) throw Error(ErrorKind::Damaged, name + ": the data ends early or is damaged").InFile(name);
-    if (IsMediaDirectory(dataSet)) {
+    if (IsMediaDirectory(*file.dataSet)) {
         throw Error(ErrorKind::Unsupported, name + ": a DICOMDIR holds offsets into itself and stays as it is")
             .InFile(name);
     }
-    const bool done = Transcode(dataSet, to);
+    Edit(file, name);
+    const bool done = Transcode(*file.dataSet, to);
     m_Watch.StopIfAsked();
+    DICOMDataObject& dataSet = *file.dataSet;
     if (!done) {
         const bool undecoded = file.encapsulated && IsEncapsulated(FindElement(dataSet, tags::PixelData));
         if (undecoded && !CodecManager::CanDecode(file.transferSyntax)) {
@@ -226,6 +192,7 @@ void Conversion::WriteFile(DataSetFile& file, const std::string& name, const std
 }
 
 void Conversion::ConvertRead(DataSetFile& file, const Source& from, const Sink& to) {
+    TellOf(file);
     Prepare(file, from.name, to);
     Write(file, from.name, to);
     ++m_Report.written;
@@ -296,12 +263,6 @@ ConvertReport ConvertOne(const Source& from, const Sink& to, const ConvertOption
 }
 
 }  // namespace
-
-std::vector<std::string> GetSyntaxWords() {
-    std::vector<std::string> words;
-    for (const SyntaxWord& known : kSyntaxWords) words.emplace_back(known.word);
-    return words;
-}
 
 ConvertReport Convert(const std::string& input, const std::string& output, const ConvertOptions& options) {
     std::error_code error;

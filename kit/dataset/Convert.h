@@ -7,10 +7,12 @@
 #include "../core/Finding.h"
 #include "../core/KitExport.h"
 #include "../core/Watcher.h"
+#include "ElementPath.h"
 
 #include <cstddef>
 #include <iosfwd>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace korvane {
@@ -21,6 +23,10 @@ struct ConvertOptions {
     /// What messages call streams.
     std::string inputName = "standard input";
     std::string outputName = "standard output";
+    /// Values to set on the way, as `DataSet::Set` takes them, and then elements to take out. What a file does not have need
+    /// not be taken out.
+    std::vector<std::pair<ElementPath, std::string>> set{};
+    std::vector<ElementPath> remove{};
     Watcher* watcher = nullptr;
 };
 

@@ -1,10 +1,31 @@
 #include "DataSetOutput.h"
 
+#include "../core/Error.h"
+#include "../core/Paths.h"
+#include "Convert.h"
+
 #include "base/Bytes.h"
+
+#include <system_error>
 
 namespace korvane {
 
+namespace fs = std::filesystem;
+
 namespace {
+
+constexpr char kUnfinished[] = ".part";
+
+struct SyntaxWord {
+    const char* word;
+    std::string_view uid;
+};
+
+constexpr SyntaxWord kSyntaxWords[] = {
+    {"big", kExplicitBigEndianUid},         {"explicit", kExplicitLittleEndianUid},
+    {"implicit", kImplicitLittleEndianUid}, {"jpegll", "1.2.840.10008.1.2.4.70"},
+    {"rle", "1.2.840.10008.1.2.5"},
+};
 
 constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
 constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
@@ -63,6 +84,47 @@ bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view synta
 }
 
 }  // namespace
+
+std::vector<std::string> GetSyntaxWords() {
+    std::vector<std::string> words;
+    for (const SyntaxWord& known : kSyntaxWords) words.emplace_back(known.word);
+    return words;
+}
+
+std::string SyntaxUid(const std::string& syntax) {
+    for (const SyntaxWord& known : kSyntaxWords) {
+        if (syntax == known.word) return std::string(known.uid);
+    }
+    return syntax;
+}
+
+UnfinishedFile::UnfinishedFile(const std::string& name) : m_Name(name), m_Path(name) {
+    std::error_code error;
+    const fs::path path = PathFromText(name);
+    if (fs::is_other(path, error)) return;
+    if (fs::is_symlink(path, error)) {
+        const fs::path file = fs::canonical(path, error);
+        if (!error) m_Name = TextFromPath(file);
+    }
+    m_bPending = true;
+    m_Path = m_Name + kUnfinished;
+    for (int i = 1; fs::exists(fs::symlink_status(PathFromText(m_Path), error)); ++i) {
+        m_Path = m_Name + "." + std::to_string(i) + kUnfinished;
+    }
+}
+
+UnfinishedFile::~UnfinishedFile() {
+    if (m_bPending) RemoveFile(m_Path);
+}
+
+void UnfinishedFile::Finish() {
+    if (!m_bPending) return;
+    std::error_code error;
+    fs::rename(PathFromText(m_Path), PathFromText(m_Name), error);
+    if (error)
+        throw Error(ErrorKind::Disk, "cannot create " + m_Name + ": " + SystemText(error, m_Name)).InFile(m_Name);
+    m_bPending = false;
+}
 
 bool IsMediaDirectory(const DICOMObject& dataSet) {
     return FindText(dataSet, tags::MediaStorageSOPClassUID) == kMediaDirectoryClass ||

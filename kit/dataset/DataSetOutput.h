@@ -3,9 +3,33 @@
 
 #include "Toolkit.h"
 
+#include <string>
 #include <string_view>
 
 namespace korvane {
+
+/// A file under a name that nothing else has, until it is whole; removed when it does not get there. A link stays one to
+/// the file that it leads to. Devices and pipes have no other name: they take what comes.
+class UnfinishedFile {
+public:
+    explicit UnfinishedFile(const std::string& name);
+    ~UnfinishedFile();
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+
+    /// What to write to.
+    const std::string& GetPath() const { return m_Path; }
+    /// Gives the file its name. Throws `Error`.
+    void Finish();
+
+private:
+    std::string m_Name;
+    std::string m_Path;
+    bool m_bPending = false;
+};
+
+/// The UID of a word of `GetSyntaxWords`; any other text as it is.
+std::string SyntaxUid(const std::string& syntax);
 
 /// Whether a data set is a directory of media: its records hold offsets into the file as it is.
 bool IsMediaDirectory(const DICOMObject& dataSet);

@@ -176,8 +176,8 @@ private:
 
 }  // namespace
 
-void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch) {
-    out << std::setw(1) << JsonDump(meta, watch).DataSet(dataSet, TextDecoder()) << '\n';
+void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch, std::string_view outer) {
+    out << std::setw(1) << JsonDump(meta, watch).DataSet(dataSet, TextDecoder(outer)) << '\n';
 }
 
 }  // namespace korvane

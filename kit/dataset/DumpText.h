@@ -14,6 +14,8 @@ void DumpAsText(const DICOMObject& dataSet, bool whole, std::ostream& out, const
 
 /// The DICOM JSON model (PS3.18 Annex F). Group lengths are not part of it, nor is group 0002 unless `meta`. Binary values
 /// are inline, those of encapsulated pixel data with the item headers of their fragments.
-void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch);
+/// `outer`: the character set of what is around an item.
+void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch,
+                std::string_view outer = {});
 
 }  // namespace korvane

@@ -1,5 +1,7 @@
 #include "ElementText.h"
 
+#include "Attributes.h"
+
 #include "base/Bytes.h"
 #include "base/Number.h"
 

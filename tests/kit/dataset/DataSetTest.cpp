@@ -1,0 +1,163 @@
+#include "../../../kit/dataset/DataSet.h"
+#include "../../../kit/core/Error.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+using namespace korvane;
+
+namespace {
+
+DataSet Patient() {
+    DataSet set;
+    set.Set("SpecificCharacterSet", "\\ISO 2022 IR 87");
+    set.Set("SOPClassUID", "1.2.840.10008.5.1.4.1.1.2");
+    set.Set("SOPInstanceUID", "1.2.3.4");
+    set.Set("PatientName", "Yamada^Tarou=\xE5\xB1\xB1\xE7\x94\xB0^\xE5\xA4\xAA\xE9\x83\x8E");
+    set.Set("StudyDate", "20240229");
+    set.Set("StudyTime", "1359");
+    set.Set("Rows", "512");
+    set.Set("PixelSpacing", std::vector<double>{0.1 + 0.2, 1.0 / 3});
+    set.Set("ReferencedSeriesSequence[0].SeriesInstanceUID", "1.2.3");
+    set.SetBytes("0011,1010", std::vector<unsigned char>{1, 2, 3, 4}, "UN");
+    return set;
+}
+
+void Refuses(const std::function<void()>& action, ErrorKind kind) {
+    try {
+        action();
+        ADD_FAILURE() << "not refused";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.GetKind(), kind) << error.what();
+    }
+}
+
+std::string Saved(const DataSet& set, const std::string& syntax) {
+    std::ostringstream out;
+    set.Save(out, {.syntax = syntax});
+    return out.str();
+}
+
+DataSet Parsed(const std::string& bytes, const ReadOptions& options = {}) {
+    return DataSet::Parse({reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}, options);
+}
+
+TEST(DataSetTest, TypedValues) {
+    const DataSet set = Patient();
+    EXPECT_EQ(set.Text("PatientName").substr(0, 16), "Yamada^Tarou=\xE5\xB1\xB1");
+    EXPECT_EQ(set.Integer("Rows"), 512);
+    EXPECT_EQ(set.Bytes("Rows").size(), 2U);
+    EXPECT_EQ(set.Text("PixelSpacing"), "0.3\\0.33333333333333");  // 16 characters at most
+    EXPECT_NEAR(set.Reals("0028,0030").at(1), 1.0 / 3, 1e-14);
+    EXPECT_EQ(set.Date("StudyDate"), std::chrono::year(2024) / 2 / 29);
+    EXPECT_EQ(set.Time("StudyTime"), std::chrono::minutes(13 * 60 + 59));
+    EXPECT_EQ(set.Items("ReferencedSeriesSequence").at(0).Text("SeriesInstanceUID"), "1.2.3");
+    EXPECT_FALSE(set.Real("SliceThickness").has_value());
+    Refuses([&] { set.Real("PixelSpacing"); }, ErrorKind::Damaged);
+    Refuses([&] { set.Real("PatientName"); }, ErrorKind::Damaged);
+    Refuses([&] { set.Text("PatientNam"); }, ErrorKind::WrongArgument);
+}
+
+TEST(DataSetTest, SettersKeepTheStandard) {
+    DataSet set = Patient();
+    for (const auto& [path, value] :
+         std::vector<std::pair<const char*, const char*>>{{"Rows", "70000"},
+                                                          {"Rows", "1\\2"},
+                                                          {"PixelSpacing", "1"},
+                                                          {"StudyDate", "2024-01-01"},
+                                                          {"PatientSex", "male"},
+                                                          {"SOPInstanceUID", "1.x"},
+                                                          {"ReferencedSeriesSequence", "a"},
+                                                          {"ReferencedSeriesSequence[5].SeriesInstanceUID", "1"},
+                                                          {"0011,1020", "a"},
+                                                          {"PatientID", "\xD0\x9B\xF0\x9F\x98\x80"}}) {
+        Refuses([&] { set.Set(path, value); }, ErrorKind::WrongArgument);
+    }
+    EXPECT_EQ(set, Patient());
+    EXPECT_TRUE(set.Delete("PatientName"));
+    EXPECT_FALSE(set.Delete("PatientName"));
+    EXPECT_FALSE(set.Has("PatientName"));
+}
+
+// Every syntax gives back what was saved, and saving leaves the set alone.
+TEST(DataSetTest, SavingLosesNothing) {
+    const DataSet set = Patient();
+    for (const char* const syntax : {"implicit", "explicit", "big"}) {
+        const DataSet read = Parsed(Saved(set, syntax));
+        EXPECT_EQ(set, Patient());
+        for (const char* const path :
+             {"PatientName", "Rows", "PixelSpacing", "ReferencedSeriesSequence[0].SeriesInstanceUID"}) {
+            EXPECT_EQ(read.Text(path), set.Text(path)) << syntax << ' ' << path;
+        }
+        EXPECT_EQ(read.Bytes("0011,1010").size(), 4U) << syntax;
+        EXPECT_TRUE(read.GetReport().complete && read.GetReport().findings.empty());
+    }
+    const std::string path = (std::filesystem::temp_directory_path() / "korvane-dataset-test.dcm").string();
+    set.Save(path);
+    Refuses([&] { set.Save(path + "/below"); }, ErrorKind::Disk);
+    Refuses([&] { set.Save(path, {.syntax = "1.2.3"}); }, ErrorKind::Unsupported);
+    EXPECT_EQ(DataSet::Read(path).Text("PatientName"), set.Text("PatientName"));
+    std::filesystem::remove(path);
+}
+
+TEST(DataSetTest, JsonBothWays) {
+    const DataSet set = Patient();
+    const DataSet back = DataSet::FromJson(set.ToJson());
+    EXPECT_EQ(back.ToJson(), set.ToJson());
+    EXPECT_EQ(back.Text("PatientName"), set.Text("PatientName"));
+    for (const char* const json :
+         {"", "[]", "{\"0010\":{}}", "{\"00100010\":{\"vr\":\"PN\",\"InlineBinary\":\"a\"}}"}) {
+        Refuses([&] { DataSet::FromJson(json); }, ErrorKind::Damaged);
+    }
+}
+
+bool Tells(const DataSet& set, FindingKind kind) {
+    for (const Finding& finding : set.GetReport().findings) {
+        if (finding.kind == kind) return true;
+    }
+    return false;
+}
+
+std::string Replaced(std::string bytes, const std::string& from, const std::string& to) {
+    const std::size_t at = bytes.find(from);
+    EXPECT_NE(at, std::string::npos);
+    return bytes.replace(at, from.size(), to);
+}
+
+TEST(DataSetTest, WhatIsForgivenIsTold) {
+    const std::string implicit = Saved(Patient(), "implicit");
+    const std::string explicitly = Saved(Patient(), "explicit");
+    const std::string name = Patient().Text("PatientName");
+    using namespace std::string_literals;
+
+    const DataSet other = Parsed(Replaced(implicit, "1.2.840.10008.1.2\0"s, "1.2.840.10008.1.2.1\0"s.substr(0, 18)));
+    EXPECT_EQ(other.Text("PatientName"), name);
+
+    // Implicit items in an explicit data set: the length field takes the place of letters and short length.
+    const DataSet mixed = Parsed(Replaced(explicitly, "\x20\0\x0E\0UI\x06\0"s, "\x20\0\x0E\0\x06\0\0\0"s));
+    EXPECT_EQ(mixed.Text("ReferencedSeriesSequence[0].SeriesInstanceUID"), "1.2.3");
+    EXPECT_TRUE(Tells(mixed, FindingKind::MixedEncoding) && mixed.GetReport().complete);
+    EXPECT_EQ(mixed.Text("Rows"), "512");
+
+    const DataSet trailing = Parsed(explicitly + "\0\0\0\0\0\0\0\0\0\0\0\0"s);
+    EXPECT_EQ(trailing.Text("Rows"), "512");
+
+    const DataSet cut = Parsed(explicitly.substr(0, explicitly.size() - 1));
+    EXPECT_TRUE(Tells(cut, FindingKind::EndsEarly) && !cut.GetReport().complete);
+    EXPECT_EQ(cut.Text("PatientName"), name);
+
+    const DataSet bare = Parsed(explicitly.substr(explicitly.find("\x08\0\x05\0CS"s)));
+    EXPECT_TRUE(Tells(bare, FindingKind::NoMeta));
+    EXPECT_EQ(bare.Text("PatientName"), name);
+    Refuses([] { Parsed("not DICOM at all, though long enough"); }, ErrorKind::NotDicom);
+
+    // Every cut of the file is read as far as it goes.
+    for (std::size_t length = 140; length < explicitly.size(); ++length) {
+        EXPECT_NO_THROW(Parsed(explicitly.substr(0, length))) << length;
+    }
+}
+
+}  // namespace
