@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Converts to a float; false where it is no number.
+// Converts to a float; false where the value is not a number.
 bool ToFloat(VARIANT& value, float& number) {
     VARIANT converted;
     VariantInit(&converted);
@@ -15,7 +15,7 @@ bool ToFloat(VARIANT& value, float& number) {
     return true;
 }
 
-/// Replaces what `out` held by an array; frees the array where that cannot be.
+// Replaces what `out` held by `array`, which it takes over; frees the array when `out` cannot be cleared.
 int StoreArray(VARIANT* out, SAFEARRAY* array) {
     if (FAILED(VariantClear(out))) {
         SafeArrayDestroy(array);
@@ -32,10 +32,10 @@ bool IsElementType(VARTYPE vt) {
     return std::find(std::begin(kTypes), std::end(kTypes), vt) != std::end(kTypes);
 }
 
-/// The elements of an array that is read, by indices that count from 0.
+// Reads the elements of an array by indices that count from 0, whatever the array's lower bounds.
 class ArrayReader {
 public:
-    /// False unless `in` is an array of so many dimensions, each with at least `n` elements.
+    // False unless `in` is an array of `dimensions` dimensions, each with at least `n` elements.
     bool Open(VARIANT* in, UINT dimensions, int n) {
         if (in == nullptr || (in->vt & VT_ARRAY) == 0 || (in->vt & VT_BYREF) != 0 || n < 1) return false;
         m_pArray = in->parray;
@@ -64,7 +64,7 @@ public:
         return done;
     }
 
-    /// Row after row; false where an element is no number.
+    // Row after row; false where an element is not a number.
     bool ReadAll(int rows, int columns, std::vector<float>& numbers) const {
         for (int i = 0; i < rows; ++i) {
             for (int j = 0; j < columns; ++j) {

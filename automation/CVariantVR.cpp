@@ -1,8 +1,8 @@
 #include "CVariantVR.h"
 
+#include "DateText.h"
 #include "Dicom/Lib/dataset/TypeCode.h"
 #include "Dicom/Lib/dataset/VR.h"
-#include "DateText.h"
 #include "TextValues.h"
 #include "Variant.h"
 #include "base/Bytes.h"
@@ -32,7 +32,7 @@ namespace {
 
 constexpr LCID kLocale = 1033;
 
-// The most bytes of an element whose explicit form has a length of 16 bits, and is even (PS3.5 7.1.2).
+// The longest value where explicit VR has 16 bits for the length, which must be even (PS3.5 7.1.2); in bytes.
 constexpr std::uint32_t kMostBytes = 65534;
 
 template <std::size_t N>
@@ -40,11 +40,11 @@ constexpr bool IsOneOf(int type, const int (&types)[N]) {
     return std::find(types, types + N, type) != types + N;
 }
 
-// Texts without a form of their own: one value, and several.
+// Representations whose values are free text: those that hold a single value, and those that may hold several.
 constexpr int kSingleTexts[] = {TypeCode("ST"), TypeCode("LT"), TypeCode("UT")};
 constexpr int kTexts[] = {TypeCode("AE"), TypeCode("AS"), TypeCode("CS"),
                           TypeCode("LO"), TypeCode("SH"), TypeCode("UI")};
-// Texts with one.
+// Representations whose values are text of a fixed form.
 constexpr int kFormedTexts[] = {TypeCode("DA"), TypeCode("DS"), TypeCode("DT"),
                                 TypeCode("IS"), TypeCode("PN"), TypeCode("TM")};
 
@@ -149,7 +149,8 @@ bool CVariantVR::SetVal(VARIANT& v, int i) {
 }
 
 int CVariantVR::GetVM() {
-    // Packed in small letters, with values of 8 bytes: callers rely on it, and on FD counting 1.
+    // The letters v and r: not a representation of the standard, but a type code that hosts may pass for values of 8
+    // bytes. FD itself counts 1, as the header says.
     constexpr int kSmallLetters = 0x7672;
     const std::string_view bytes = ValueOf(m_pVR);
     std::size_t count = 1;
@@ -169,14 +170,14 @@ unsigned long CVariantVR::GetDCMLocale() {
     return kLocale;
 }
 
-/// ST, LT and UT have one value: any other index throws.
+// ST, LT and UT have one value: any other index throws.
 void CVariantVR::CheckIndex(int i) const {
     if (IsSingleText(m_VRType) && i != 0) throw std::string("Error: VR type ST,LT and UT have VM=1");
 }
 
 // ---- Texts
 
-/// Value i without trailing blanks, up to a zero byte; false when it does not exist.
+// Value i without trailing blanks, up to a zero byte; false when it does not exist.
 bool CVariantVR::FindText(int i, std::string_view& text) const {
     CheckIndex(i);
     const std::string_view bytes = ValueOf(m_pVR);
@@ -188,14 +189,14 @@ bool CVariantVR::FindText(int i, std::string_view& text) const {
     return true;
 }
 
-/// The result, empty but for its type.
+// Clears the result and sets its type.
 VARIANT& CVariantVR::NewResult(int type) {
     VariantClear(&m_Var);
     m_Var.vt = static_cast<VARTYPE>(type);
     return m_Var;
 }
 
-/// Makes a text the result; false, and the result as it was, without memory.
+// Makes a text the result. False when memory runs out; the result is then unchanged.
 bool CVariantVR::StoreText(std::string_view text) {
     BSTR made = MakeText(text);
     if (made == nullptr) return false;
@@ -213,7 +214,7 @@ VARIANT& CVariantVR::GetName(int i) {
     return GetString(i);
 }
 
-/// A number in text; what is none stays a text.
+// Value i of a number in text; a text that is no number is returned as text.
 VARIANT& CVariantVR::GetNumber(int i, int type) {
     std::string_view text;
     if (FindText(i, text) && StoreText(text)) {
@@ -253,7 +254,7 @@ bool CVariantVR::ReplaceText(std::string text, int i) {
     made.m_TypeCode = m_pVR->m_TypeCode;
     std::copy(text.begin(), text.end(), reinterpret_cast<char*>(made.m_pData));
     m_pVR->TakeValueFrom(&made);
-    m_pVR->m_Length = length;  // exactly, where the element itself would be even
+    m_pVR->m_Length = length;  // the exact length, where the element itself would round it up to even
     return true;
 }
 
@@ -261,7 +262,7 @@ bool CVariantVR::SetName(VARIANT& v, int i) {
     return SetString(v, i, 0);
 }
 
-/// Stores a text that was made here as value i.
+// Stores a text that was made here as value i.
 bool CVariantVR::SetText(const std::string& text, int i) {
     Variant made;
     made.bstrVal = MakeText(text);
@@ -310,7 +311,7 @@ bool CVariantVR::SetTime(VARIANT& v, int i) {
 
 // ---- Binary numbers
 
-/// Value i of the numbers that the element consists of; false when it does not exist.
+// Value i of the numbers that the element consists of; false when it does not exist.
 template <class T>
 bool CVariantVR::ReadBinary(int i, T& value) const {
     const std::string_view bytes = ValueOf(m_pVR);
@@ -355,7 +356,7 @@ VARIANT& CVariantVR::GetDouble(int i) {
     return m_Var;
 }
 
-/// Number i becomes `value`; the element grows where it has fewer.
+// Number i becomes `value`; the element grows where it has fewer.
 template <class T>
 bool CVariantVR::WriteBinary(T value, int i) {
     if (m_pVR == nullptr || i < 0) return false;
@@ -451,7 +452,7 @@ bool CVariantVR::SetByteArray(VARIANT& v) {
         std::copy_n(static_cast<const unsigned char*>(data), count, made.m_pData);
         done = m_pVR->TakeValueFrom(&made) != 0;
     } catch (const std::bad_alloc&) {
-        // the element stays as it is
+        // Out of memory: the element stays as it is.
     }
     SafeArrayUnaccessData(v.parray);
     return done;

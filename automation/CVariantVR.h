@@ -1,8 +1,8 @@
 // The values of a data element as automation values.
 #pragma once
 
-#include "values/Automation.h"
 #include "../base/Export.h"
+#include "values/Automation.h"
 
 #include <string>
 #include <string_view>
@@ -26,20 +26,21 @@ class VR;
 /// | SQ                                 | VT_ARRAY or VT_UI1      | nothing is stored; true                    |
 /// | others                             | VT_ARRAY or VT_UI1      | VT_ARRAY with VT_UI1 or VT_I1              |
 ///
-/// (An array is VT_ARRAY | VT_UI1, one element a byte.) AT counts as 16-bit numbers, like US: callers rely on it.
+/// (An array is VT_ARRAY | VT_UI1, one element a byte.) AT is
+/// read as 16-bit numbers, like US, so a tag is two values, group and element: hosts index them that way.
 ///
 /// VALUES of a text lie between backslashes and are counted from 0; blanks at the end of a value do not belong to it,
 /// those in front do, and a zero byte ends it. Bytes and UTF-16 map one to one (ISO 8859-1). Texts of ST, LT and UT are
-/// one value, and any other index throws the std::string "Error: VR type ST,LT and UT have VM=1". Numbers in text follow
-/// locale 1033 (US English).
+/// one value, and any other index throws the std::string "Error: VR type ST,LT and UT have VM=1". Numbers in text
+/// follow locale 1033 (US English).
 ///
-/// RESULTS. Every getter returns the same VARIANT, `m_Var`: it is good until the next call, and must not be cleared by the
-/// caller. What cannot be read - a value that does not exist, a text that is no date - leaves it as it was; a DS or IS
-/// that is no number leaves the text.
+/// RESULTS. Every getter returns the same VARIANT, `m_Var`: it is good until the next call, and must not be cleared by
+/// the caller. What cannot be read - a value that does not exist, a text that is no date - leaves it as it was; a DS or
+/// IS that is no number leaves the text.
 ///
-/// Setters return false where the VARIANT cannot be converted, for a negative index, and without memory; the element then
-/// is as it was. The element is not owned and must outlive this object. Copies have the same element and a copy of the
-/// result.
+/// Setters return false where the VARIANT cannot be converted, for a negative index, and without memory; the element
+/// then is as it was. The element is not owned and must outlive this object. Copies have the same element and a copy of
+/// the result.
 class KORVANE_API CVariantVR {
 public:
     CVariantVR();
@@ -80,9 +81,9 @@ public:
 
     // ---- Setters
 
-    /// Replaces value i, or appends: however far i lies beyond the last value, one backslash is written and the new value
-    /// becomes the next. In an empty element i backslashes come before it. The element gets the exact length, odd ones
-    /// included, and owns its data. `locale` 0 is the default conversion. Characters beyond U+00FF become "?".
+    /// Replaces value i, or appends: however far i lies beyond the last value, one backslash is written and the new
+    /// value becomes the next. In an empty element i backslashes come before it. The element gets the exact length, odd
+    /// ones included, and owns its data. `locale` 0 is the default conversion. Characters beyond U+00FF become "?".
     bool SetString(VARIANT& v, int i, unsigned long locale);
     bool SetName(VARIANT& v, int i);
     bool SetDate(VARIANT& v, int i);

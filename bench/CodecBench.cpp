@@ -1,8 +1,8 @@
 // usage: bench_codec [--rounds=N] [--frames=N]
 //
 // Frames of 512 x 512 12-bit pixels through the codecs of the bundled module: decoding in this process beside `memcpy`
-// of as many bytes, and whole runs of `korvane convert` beside dcmtk's programs where they are installed. Each round runs
-// everything once; ratios are medians of the ratios within a round. Fails when an aim is missed.
+// of as many bytes, and whole runs of `korvane convert` beside dcmtk's programs where they are installed. Each round
+// runs everything once; ratios are medians of the ratios within a round. Fails when an aim is missed.
 #include "DcmtkRle.h"
 
 #include <codecs/LosslessJpegCodec.h>
@@ -32,7 +32,7 @@ constexpr std::size_t kFrameBytes = std::size_t{kSide} * kSide * 2;
 struct Row {
     std::string name;
     std::size_t other;            // the row that it is compared with
-    double aim;                   // of this row's time / the other's, at most; 0 where nothing is asked for
+    double aim;                   // the most that this row's time / the other's may be; 0 for no aim
     std::function<double()> job;  // returns seconds
     std::vector<double> seconds = {};
 };
@@ -53,7 +53,7 @@ DcmFrameFormat Format() {
     return {sizeof(DcmFrameFormat), kSide, kSide, 1, 16, 12, 11, 0, 0, 0, "MONOCHROME2"};
 }
 
-/// Soft shapes in air, with the noise of a CT within them.
+// Frames like those of a CT: soft shapes with noise, surrounded by air.
 Bytes MakeFrames(std::size_t count) {
     Bytes pixels(count * kFrameBytes);
     std::uint32_t noise = 1;
@@ -93,7 +93,7 @@ double DecodeAll(const std::vector<Bytes>& streams, std::uint8_t* out) {
     });
 }
 
-/// A multi-frame file of explicit VR little endian.
+// A multi-frame file of explicit VR little endian.
 void WriteNative(const std::string& path, const Bytes& pixels) {
     std::string data;
     const auto add = [&](Tag tag, const char* vr, std::string value) {

@@ -38,7 +38,8 @@ private:
 
 class DcmtkReader : public Reader {
 public:
-    DcmtkReader() { OFLog::configure(OFLogger::OFF_LOG_LEVEL); }  // it would warn of each header that it stopped in
+    // Without this the library warns of every file that is read only up to its pixel data.
+    DcmtkReader() { OFLog::configure(OFLogger::OFF_LOG_LEVEL); }
 
     std::string GetName() const override { return "DCMTK"; }
 

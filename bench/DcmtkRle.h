@@ -1,4 +1,4 @@
-// dcmtk's RLE decoder in this process.
+// dcmtk's RLE decoder, called in this process, as a peer of bench_codec.
 #pragma once
 
 #include <string>
@@ -9,5 +9,6 @@ constexpr bool kHasDcmtkRle = true;
 constexpr bool kHasDcmtkRle = false;
 #endif
 
-/// Reads a file, then takes the time of decoding its pixel data. 0 where dcmtk is not there.
+/// Reads a file with RLE pixel data and returns the seconds that decoding it takes, without reading. 0 where the
+/// benchmark was built without dcmtk.
 double SecondsOfDcmtkRle(const std::string& path);

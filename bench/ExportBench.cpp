@@ -1,8 +1,8 @@
 // usage: bench_export [--rounds=N] [--size=N] [--slices=N] [--folder=DIR] [--url=ftp:USER%PASSWORD@HOST/PATH]
 //
-// Each format and pixel type saved to a folder, beside the floor: the same voxels converted by a plain loop in blocks of
-// 512 KB, each written with one call. Each round runs everything once, so that what disturbs the machine disturbs all;
-// ratios are medians of the ratios within a round. Fails when an aim is missed.
+// Each format and pixel type saved to a folder, beside the floor: the same voxels converted by a plain loop in blocks
+// of 512 KB, each written with one call. Each round runs everything once, so that what disturbs the machine disturbs
+// all; ratios are medians of the ratios within a round. Fails when an aim is missed.
 //
 // With --url it measures FTP alone: saves an Analyze pair below the URL and prints the rate (see ftp_rate.py).
 #include <Korvane/Dicom.h>
@@ -35,7 +35,8 @@ struct Settings {
     std::string url;
 };
 
-/// A series of one small data set whose volume is exchanged for one of the wanted type, full of noise.
+// A series made from one small data set. Its volume is then replaced by one of the wanted type and size, filled with
+// noise.
 class Input {
 public:
     Input(const Settings& settings, CVolume::PixelType type, const char* slope) {
@@ -58,7 +59,7 @@ public:
             noise = noise * 1664525U + 1013904223U;
             bytes[i] = static_cast<unsigned char>(type != CVolume::PT_BYTE && i % 2 == 1 ? noise >> 29 : noise >> 24);
         }
-        volume.SetMax(slope[0] == '0' ? 30000 : 2047);  // with the first, vox files are reduced
+        volume.SetMax(slope[0] == '0' ? 30000 : 2047);  // a range above 4096 makes the vox exporter divide by 16
     }
     CDicomVolume& GetSeries() { return m_Series; }
     const void* GetVoxels() { return m_Series.GetVolume()->GetVolumePt(); }
@@ -81,7 +82,7 @@ std::uint16_t Swap(int value) {
     return static_cast<std::uint16_t>((value << 8) | ((value >> 8) & 0xFF));
 }
 
-/// The floor: voxels converted one by one, with the arithmetic that the format asks for.
+// The floor: voxels converted one by one, with the arithmetic that the format asks for.
 template <class Voxel, class Convert>
 void WriteConverted(const fs::path& path, Input& input, Convert convert) {
     using Stored = decltype(convert(Voxel{}));
@@ -151,7 +152,7 @@ double Time(const std::function<void()>& job) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// One save and one floor, in turns first, each into an empty folder.
+// Runs one save and one floor, each into an empty folder. They take turns in going first.
 void RunOnce(const Settings& settings, Row& row, bool floorFirst) {
     Input input(settings, row.type, row.slope);
     *row.exporter = input.GetSeries();

@@ -58,7 +58,7 @@ public:
     }
 
 private:
-    /// The bytes as a stream, without a copy.
+    // The bytes as a stream, without a copy.
     class MemoryStream : public std::streambuf {
     public:
         explicit MemoryStream(const std::string& bytes) {

@@ -23,7 +23,7 @@ using Job = std::function<void(benchmark::State&)>;
 
 struct Row {
     std::string name;
-    double most;  ///< time / Eigen's, at most; 0 where nothing is asked for
+    double most;  ///< the most that time / Eigen's may be; 0 for no aim
     Job ours;
     Job eigen;
     std::vector<double> seconds = {};
@@ -52,7 +52,7 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-/// What is measured, again and again; results are used, but nothing else is done with them.
+// Repeats an operation. Its results are used, so that the compiler cannot drop it.
 template <typename Operation>
 Job Repeat(Operation operation) {
     return [operation](benchmark::State& state) {

@@ -1,4 +1,6 @@
-// usage: bench_memory    peak memory of the road, and what repeated assembly leaves behind; exit status 1 if too much
+// usage: bench_memory    measures the peak memory from files to a volume, and what repeated assembly leaves behind;
+// exit
+//                        status 1 if either is too much
 #include "Series.h"
 
 #include <Korvane/Dicom.h>
@@ -15,7 +17,7 @@ namespace {
 
 constexpr double kMegabyte = 1024 * 1024;
 
-/// "VmRSS" or "VmHWM" (the highest it was) of this process in bytes; 0 where the system does not say.
+// This process's memory in bytes: "VmRSS" for now, "VmHWM" for the highest so far. 0 where the system does not say.
 double ProcessMemory(const std::string& key) {
     std::ifstream status("/proc/self/status");
     for (std::string word; status >> word;) {

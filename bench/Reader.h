@@ -1,4 +1,4 @@
-// What the benchmarks ask of each library: this project's toolkit and the peers beside it.
+// The operations that bench_speed measures, as an interface: this project and each peer library implement it.
 #pragma once
 
 #include "Series.h"
@@ -7,23 +7,23 @@
 #include <memory>
 #include <string>
 
-/// A failure is a `std::runtime_error` out of any operation.
+/// Every operation throws `std::runtime_error` when it fails.
 class Reader {
 public:
     virtual ~Reader() = default;
     virtual std::string GetName() const = 0;
 
-    /// A volume, and whatever else must live as long: freed with the object.
+    /// A volume, and whatever else must live as long as its pixels; all is freed with the object.
     class Volume {
     public:
         virtual ~Volume() = default;
         virtual const void* GetPixels() = 0;
     };
 
-    /// Files to filled planes in one block, all data sets held.
+    /// Reads all files of the series into one block of pixels, keeping the data sets.
     virtual std::unique_ptr<Volume> ReadVolume(const Series& series) = 0;
 
-    /// Everything in front of the pixel data, read and dropped.
+    /// Reads everything in front of the pixel data, and frees it.
     virtual void ReadHeader(const std::string& path) = 0;
 
     /// Parses a Part 10 stream and frees the result. Returns the number of items in the sequence (0040,A730), or of
@@ -31,6 +31,7 @@ public:
     virtual std::size_t Parse(const std::string& stream) = 0;
 };
 
+/// The peers' are linked only where their libraries are installed: BENCH_DCMTK, BENCH_GDCM.
 std::unique_ptr<Reader> MakeToolkitReader();
 std::unique_ptr<Reader> MakeDcmtkReader();
 std::unique_ptr<Reader> MakeGdcmReader();

@@ -25,7 +25,7 @@ using Holder = std::shared_ptr<void>;
 
 struct Row {
     std::string name;
-    double most;  ///< time / time of the limit, at most; 0 where nothing is asked for
+    double most;  ///< the most that time / the limit's time may be; 0 for no aim
     std::function<Holder()> job;
     std::size_t bytes;  ///< of the result
     std::vector<double> seconds = {};
@@ -43,7 +43,7 @@ Holder Share(CVolume* volume) {
     return {volume, [](CVolume* last) { last->Delete(); }};
 }
 
-/// Voxels of 0.7 mm; planes at 1 mm, or alternately at 0.5 and 1.5 mm.
+// Makes a volume with 0.7 mm between voxels. Planes are 1 mm apart (`even`), or 0.5 and 1.5 mm in turn.
 CVolume* MakeSource(const Sizes& sizes, bool even) {
     CVolume* const volume = CVolume::New();
     volume->Init(CVolume::PT_SHORT, sizes.size, sizes.size, sizes.slices, 1);
@@ -74,7 +74,7 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-/// Time divided by that of the limit, which is for the source's bytes, for as many bytes.
+// Time divided by that of the limit, both for the same number of bytes: the limit was measured on the source's size.
 double Ratio(const Row& row, const Row& limit) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < row.seconds.size(); ++i) ratios.push_back(row.seconds[i] / limit.seconds[i]);

@@ -13,7 +13,7 @@ double Median(std::vector<double> values) {
     return *middle;
 }
 
-/// Median of one entry's time / another's, round by round; 0 where one was not measured.
+// The median over the rounds of one entry's time / another's; 0 where one of them was not measured.
 double Ratio(const Entry& one, const Entry& other) {
     std::vector<double> ratios;
     for (std::size_t i = 0; i < std::min(one.seconds.size(), other.seconds.size()); ++i) {
@@ -49,7 +49,8 @@ std::string Fixed(double value, int digits) {
     return text.str();
 }
 
-/// One condition of a row's aim: its text, and whether it is met. A peer that is not there is no condition.
+// One condition of a row's aim: its text, and whether it is met. Conditions on peers that are not installed are left
+// out.
 struct Condition {
     std::string text;
     bool met;

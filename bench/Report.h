@@ -1,4 +1,4 @@
-// The table and its JSON form.
+// Prints the results of bench_speed: a table for people, and the same as JSON.
 #pragma once
 
 #include "Rows.h"

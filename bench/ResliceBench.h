@@ -1,4 +1,4 @@
-// vtkImageReslice as the peer of bench_slice, on one thread. Where VTK is not installed it does nothing.
+// vtkImageReslice, on one thread, as the peer of bench_slice. A stand-in that does nothing where VTK is not installed.
 #pragma once
 
 #include <Korvane/Korvane.h>
@@ -8,13 +8,15 @@
 
 class ResliceBench {
 public:
+    /// Whether the benchmark was built with VTK.
     static bool IsThere();
 
     /// A contiguous signed 16-bit volume with evenly spaced planes; must outlive the object.
     explicit ResliceBench(CVolume& volume);
     ~ResliceBench();
 
-    /// The same picture, valid until the next run. Null without VTK.
+    /// Makes the picture that `slice` makes, with linear or nearest-neighbour interpolation: its pixels row by row,
+    /// valid until the next run. Null without VTK.
     const std::int16_t* Run(const DcmObliqueSlice& slice, bool linear);
 
 private:

@@ -20,7 +20,7 @@ constexpr std::size_t kSliceBytes = Series::kSlicePixels * sizeof(std::uint16_t)
 
 // ---- Limits
 
-/// Reads each file whole into one buffer and copies the pixels, which stand at the file's end, into `volume`.
+// Reads each file whole into one buffer and copies the pixels, which stand at the file's end, into `volume`.
 void ReadAndCopy(const Series& series, unsigned char* volume) {
     std::vector<unsigned char> file(kSliceBytes + (std::size_t{1} << 16));
     for (const std::string& path : series.GetFiles()) {
@@ -73,7 +73,7 @@ void SwapAndWrite(const std::uint16_t* volume, const std::string& path) {
 
 // ---- Rows
 
-/// The reader's entry, unless it fails when `check` tries it, which is said on standard error.
+// Adds the reader's entry to the row, unless `check`, which runs its work once, fails; that is told on standard error.
 template <class Check>
 void AddReader(Row& row, const Reader& reader, Check check, Entry::Job job) {
     try {
@@ -84,7 +84,7 @@ void AddReader(Row& row, const Reader& reader, Check check, Entry::Job job) {
     }
 }
 
-/// A job that leaves nothing to be freed later.
+// Makes a job of work that leaves nothing to be freed later.
 template <class Work>
 Entry::Job Whole(Work work) {
     return [work] {
@@ -127,7 +127,7 @@ Row MakeHeadersRow(const Series& series, const Readers& readers) {
     return row;
 }
 
-/// Parsing and freeing `stream`; `result` is what every reader must return for it. The limit is a copy of the bytes.
+// Parsing and freeing `stream`; `result` is what every reader must return for it. The limit is a copy of the bytes.
 Row MakeParseRow(std::string name, std::string bytes, std::size_t units, std::size_t result, const Readers& readers) {
     const auto stream = std::make_shared<const std::string>(std::move(bytes));
     Row row{std::move(name), "copy the bytes", units, {}, {}};
@@ -141,7 +141,7 @@ Row MakeParseRow(std::string name, std::string bytes, std::size_t units, std::si
     return row;
 }
 
-/// Ten times the elements: the limit is this library with a tenth.
+// Shows that parsing time is proportional to the number of elements: the limit is this library with a tenth of them.
 Row MakeLinearRow(std::string name, std::size_t elements, Reader& reader) {
     const auto small = std::make_shared<const std::string>(MakeNestedStream(elements / 10, true));
     const auto large = std::make_shared<const std::string>(MakeNestedStream(elements, true));
@@ -155,7 +155,7 @@ Row MakeLinearRow(std::string name, std::size_t elements, Reader& reader) {
             {{"limit", parse(small)}, {reader.GetName(), parse(large)}}};
 }
 
-/// A series read once, its volume, and a place for the files.
+// A series read once, its volume, and a place for the files.
 struct ExportSource {
     explicit ExportSource(const Series& series) : folder(series.GetFolder().string()) {
         std::vector<DICOMDataObject*> list;

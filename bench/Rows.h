@@ -1,4 +1,5 @@
-// What is measured: rows of the table, each with the limit, this library and the peers as entries.
+// The rows of bench_speed's table. Each row is one piece of work, done by several entries: a limit (the least that any
+// library would have to do), this library, and its peers.
 #pragma once
 
 #include "Reader.h"
@@ -10,17 +11,17 @@
 
 /// One way to do a row's work, and the seconds that it took in each round.
 struct Entry {
-    /// What the job returns is freed when the clock has stopped.
+    /// Does the work once. What it returns is freed after the clock has been stopped.
     using Job = std::function<std::shared_ptr<void>()>;
 
     std::string name;
     Job job;
     std::vector<double> seconds = {};      ///< CPU time of the thread, user and system
     std::vector<double> wallSeconds = {};  ///< the same rounds by the clock on the wall
-    std::string failure = {};
+    std::string failure = {};              ///< why the job failed; empty when it did not
 };
 
-/// What the row should reach; 0 where nothing is asked for.
+/// What the row should reach; 0 means no aim.
 struct Aim {
     double mostOfLimit = 0;     ///< time / limit, at most
     double leastOfDcmtk = 0;    ///< DCMTK's time / time, at least
@@ -33,11 +34,11 @@ struct Row {
     std::string limit;  ///< what the first entry does
     std::size_t units;  ///< files, elements or slices of one run
     Aim aim;
-    std::vector<Entry> entries;  ///< the limit, this library, then whatever stands beside them
+    std::vector<Entry> entries;  ///< the limit, this library, then the peers
 };
 
 using Readers = std::vector<std::unique_ptr<Reader>>;  ///< this library's first
 
-/// All rows. Each reader has then read everything once, with a result that was compared with the truth; a reader that
-/// failed at a row's work is not in that row. The series must outlive the rows, and so must the readers.
+/// Makes all rows. To do so it lets each reader do each work once and checks the result; a reader that fails at a row's
+/// work is left out of that row. Series and readers must outlive the rows.
 std::vector<Row> MakeRows(const Series& series, const Readers& readers);

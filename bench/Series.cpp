@@ -14,7 +14,7 @@ struct TextRow {
     const char* text;
 };
 
-// What a scanner writes into each slice, as far as reading it costs time.
+// Elements that scanners write into each slice, as many as it takes to make reading cost what it does there.
 constexpr TextRow kTexts[] = {
     {tags::SpecificCharacterSet, TypeCode("CS"), "ISO_IR 100"},
     {tags::ImageType, TypeCode("CS"), "ORIGINAL\\PRIMARY\\AXIAL\\CT_SOM5 SPI"},
@@ -104,7 +104,7 @@ void PutText(DICOMObject& dataSet, const TextRow& row) {
     ReplaceText(dataSet, row.tag, row.typeCode, row.text);
 }
 
-/// A sequence of one coded entry (PS3.3 8.8).
+// A sequence of one coded entry (PS3.3 8.8).
 void PutCode(DICOMObject& dataSet, tags::Tag tag) {
     auto* const sequence = new VR(tag, 0, 0);
     sequence->m_TypeCode = TypeCode("SQ");
@@ -116,7 +116,7 @@ void PutCode(DICOMObject& dataSet, tags::Tag tag) {
     dataSet.PushItemToLast(item);
 }
 
-/// A disc that moves from slice to slice, and noise over it.
+// Draws a disc that moves from slice to slice, with noise over it.
 void PutPixels(DICOMObject& dataSet, int slice) {
     auto* const pixels = new VR(tags::PixelData, Series::kSlicePixels * sizeof(std::uint16_t), 1);
     pixels->m_TypeCode = TypeCode("OW");
@@ -142,7 +142,7 @@ void PutSlice(DICOMObject& dataSet, int slice) {
         ReplaceValue(dataSet, row.tag, TypeCode("US"), bytes, sizeof bytes);
     }
     const std::string number = std::to_string(slice + 1);
-    // Falling, so that the planes, whose z is negated, come in the order of the files.
+    // Positions fall from slice to slice: assembly negates z and sorts by it, so the planes come in the order of the files.
     const std::string z = std::to_string(-slice);
     PutText(dataSet, {tags::SOPInstanceUID, TypeCode("UI"), ("2.25.281474976710656.20240229.1.2." + number).c_str()});
     PutText(dataSet, {tags::InstanceNumber, TypeCode("IS"), number.c_str()});

@@ -54,7 +54,7 @@ double Seconds(const Job& job) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-/// A volume with a structure of its own in every direction, and noise.
+// A volume with a different structure in every direction, and noise.
 class Block {
 public:
     Block(int nx, int ny, int nz, float sx, float sy, float sz) {
@@ -94,7 +94,7 @@ std::vector<std::int16_t> Pixels(DcmObliqueSlice& slice) {
     return pixels;
 }
 
-/// The voxels around each pixel, as the limit fetches them: an index for the pixel, eight (or one) values from there.
+// For each pixel the index of the first voxel that it is made of. The limit fetches eight values (or one) from there.
 std::vector<std::uint32_t> Addresses(const DcmObliqueSlice& slice, CVolume& volume) {
     int dim[4];
     float space[4];
@@ -130,13 +130,14 @@ std::uint32_t Fetch(const std::vector<std::uint32_t>& addresses, CVolume& volume
     for (const std::uint32_t address : addresses) {
         const std::uint16_t* const v = voxels + address;
         sum += v[0];
-        if (neighbours)
+        if (neighbours) {
             sum += v[1] + v[row] + v[row + 1] + v[plane] + v[plane + 1] + v[plane + row] + v[plane + row + 1];
+        }
     }
     return sum;
 }
 
-/// Cache lines that hold the voxels fetched, each counted once.
+// Cache lines that hold the voxels fetched, each counted once.
 std::size_t CountLines(const std::vector<std::uint32_t>& addresses, CVolume& volume, bool neighbours) {
     int dim[4];
     volume.GetDimensions(dim);
@@ -152,7 +153,7 @@ std::size_t CountLines(const std::vector<std::uint32_t>& addresses, CVolume& vol
     return static_cast<std::size_t>(std::count(touched.begin(), touched.end(), true));
 }
 
-/// Seconds a line takes when the whole volume is read from end to end.
+// Seconds a line takes when the whole volume is read from end to end.
 double SecondsPerLine(CVolume& volume) {
     int dim[4];
     volume.GetDimensions(dim);
@@ -180,7 +181,7 @@ int Judge(const char* what, double ratio, double least) {
 int Measure(const Orientation& orientation, bool linear, CVolume& volume, double perLine, int rounds) {
     DcmObliqueSlice slice(&volume);
     slice.SetPlane({255.5 * 0.7, 255.5 * 0.7, 149.5}, orientation.row, orientation.column);
-    slice.SetPixelSize(0.7F, 0.7F);  // the volume's spacing to the bit
+    slice.SetPixelSize(0.7F, 0.7F);  // exactly the volume's spacing
     slice.SetInterpolation(linear ? DcmObliqueSlice::IP_LINEAR : DcmObliqueSlice::IP_NEAREST);
     DcmObliqueSlice narrow(slice);
     narrow.AllowWideVectors(false);
@@ -213,8 +214,8 @@ int Measure(const Orientation& orientation, bool linear, CVolume& volume, double
     return missed;
 }
 
-/// Pixels that differ by more than `most`; those that a rounding may put elsewhere are left out: on the border of the
-/// volume, and for nearest halfway between voxels.
+// Counts the pixels that differ by more than `most`. Pixels where a rounding decides which voxel is taken are left out:
+// those on the border of the volume, and for nearest-neighbour interpolation those halfway between voxels.
 struct Difference {
     std::size_t compared = 0;
     std::size_t different = 0;
@@ -285,7 +286,8 @@ int CompareRandomPlanes(const std::string& name, CVolume& volume, int planes) {
     return failed;
 }
 
-/// Where the stored decimals put the planes off an even grid by a rounding, they are put on it: VTK knows no other.
+// Moves planes that miss an even grid only by the rounding of their stored decimals onto it, since VTK has even grids
+// only.
 bool MakeEven(CVolume& volume, int planes) {
     const double first = volume.GetPlane(0)->m_Org[2];
     const double gap = (volume.GetPlane(planes - 1)->m_Org[2] - first) / (planes - 1);
@@ -301,7 +303,7 @@ bool MakeEven(CVolume& volume, int planes) {
     return true;
 }
 
-/// Of slices at the same place (times of a series) one, as a mask over the list.
+// Marks one slice of each group at the same place (a series over time has several), as a mask over the list.
 std::vector<bool> OneOfEachPlace(const CDicomVolume& series, std::size_t count) {
     std::vector<bool> mask(count);
     CVolume& volume = *series.GetVolume();
@@ -350,8 +352,9 @@ int Argument(int argc, char** argv, std::string_view name, int value) {
 
 int main(int argc, char** argv) {
     const double h = std::sqrt(0.5);
-    // Where rows cross planes or rows of the volume, memory sets the pace for both sides (see "limit"): about y and z
-    // that leaves less than about x, and in the sagittal plane itself, where VTK has a loop of its own, nothing.
+    // Where the rows of a picture cross planes or rows of the volume, memory limits both libraries (see "limit"). So
+    // less can be gained in turns about y and z than about x, and nothing in the sagittal plane itself, for which VTK
+    // has a special loop.
     const Orientation orientations[] = {
         {"axial", {1, 0, 0}, {0, 1, 0}, {0, 0}, {1.6, 0}},
         {"45 about x", {1, 0, 0}, {0, h, h}, {6, 2}, {1.6, 0}},

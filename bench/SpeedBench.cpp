@@ -42,7 +42,7 @@ struct Options {
     }
 };
 
-/// Takes the times of the one entry that was run.
+// Collects the times of the entry that was run.
 class Collector : public benchmark::BenchmarkReporter {
 public:
     explicit Collector(Entry& entry) : m_Entry(entry) {}
@@ -74,8 +74,8 @@ void RunEntry(benchmark::State& state, Entry& entry) {
     }
 }
 
-/// Virtual machines may hand free memory back to their host, and touching it again then costs ten times as much: as much
-/// memory as any entry takes is touched beforehand, so that all of them find it equally warm.
+// Virtual machines may hand free memory back to their host; the first access to it then takes ten times as long. So as
+// much memory as any entry needs is touched beforehand, and all entries find the same conditions.
 void WarmMemory() {
     constexpr std::size_t kBytes = 2 * Series::kVolumeBytes + (std::size_t{64} << 20);
     auto* const bytes = static_cast<volatile unsigned char*>(platform::AllocateBuffer(kBytes));

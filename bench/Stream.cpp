@@ -18,7 +18,7 @@ public:
         m_bExplicit = explicitVR;
     }
 
-    /// An element with a short length; the value's length must be even.
+    // An element with a short length; the value's length must be even.
     void Put(std::uint32_t tag, const char* type, std::string_view value) {
         PutTag(tag);
         if (m_bExplicit) {
@@ -30,7 +30,7 @@ public:
         m_Bytes += value;
     }
 
-    /// A sequence of undefined length; `putItem(i)` writes what is in item i.
+    // A sequence of undefined length; `putItem(i)` writes what is in item i.
     template <class PutItem>
     void PutSequence(std::uint32_t tag, std::size_t items, PutItem putItem) {
         PutTag(tag);
@@ -66,7 +66,7 @@ private:
     bool m_bExplicit;
 };
 
-/// Six elements.
+// Six elements.
 void PutMeasurement(Writer& out) {
     out.Put(0x00080100, "SH", "121401");
     out.Put(0x00080102, "SH", "DCM ");
@@ -76,7 +76,7 @@ void PutMeasurement(Writer& out) {
     out.Put(0x300A00B4, "DS", "0.5 ");
 }
 
-/// 21 elements: 14 values, and a sequence of one item.
+// 21 elements: 14 values, and a sequence of one item.
 void PutContent(Writer& out, std::size_t index) {
     out.Put(0x00080060, "CS", "CT");
     out.Put(0x00081150, "UI", std::string_view("1.2.840.10008.5.1.4.1.1.2\0", 26));
@@ -95,7 +95,7 @@ void PutContent(Writer& out, std::size_t index) {
     out.Put(0x0040DB00, "CS", "300 ");
 }
 
-/// 200 elements: 10 values, and a sequence of 9 items.
+// 200 elements: 10 values, and a sequence of 9 items.
 void PutGroup(Writer& out) {
     out.Put(0x00080018, "UI", "2.25.2814749767106560001.20240229.1.2.17");
     out.Put(0x00080020, "DA", "20240229");
@@ -110,7 +110,7 @@ void PutGroup(Writer& out) {
     out.PutSequence(0x0040A730, 9, [&](std::size_t i) { PutContent(out, i); });
 }
 
-/// Four elements: a sequence of one coded entry (PS3.3 8.8).
+// Four elements: a sequence of one coded entry (PS3.3 8.8).
 void PutCode(Writer& out, std::uint32_t tag, const char* code, const char* meaning) {
     out.PutSequence(tag, 1, [&](std::size_t) {
         out.Put(0x00080100, "SH", code);
@@ -119,7 +119,7 @@ void PutCode(Writer& out, std::uint32_t tag, const char* code, const char* meani
     });
 }
 
-/// 12 elements in four items: a measured number (PS3.3 C.18.1).
+// 12 elements in four items: a measured number (PS3.3 C.18.1).
 void PutNumber(Writer& out) {
     out.Put(0x0040A010, "CS", "CONTAINS");
     out.Put(0x0040A040, "CS", "NUM ");
@@ -130,7 +130,7 @@ void PutNumber(Writer& out) {
     });
 }
 
-/// 200 elements: a container of 16 numbers.
+// 200 elements: a container of 16 numbers.
 void PutContainer(Writer& out) {
     out.Put(0x0040A010, "CS", "CONTAINS");
     out.Put(0x0040A040, "CS", "CONTAINER ");
@@ -157,7 +157,7 @@ std::string MakePrivateStream(std::size_t elements, bool descending) {
     Writer out(false);
     for (std::size_t i = 0; i < elements; ++i) {
         const auto place = static_cast<std::uint32_t>(descending ? elements - 1 - i : i);
-        // 240 elements to each odd group.
+        // Private groups have odd numbers; each takes 240 elements.
         out.Put((0x0009 + 2 * (place / 240)) << 16 | (0x1000 + place % 240), "LO", "value ");
     }
     return out.Take();

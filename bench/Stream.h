@@ -1,15 +1,15 @@
-// Part 10 streams in memory with many small elements.
+// Makes DICOM files (PS3.10) in memory that consist of many small elements.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-/// Explicit or implicit VR little endian. A sequence at the top whose items hold 200 elements each, nested three deep,
-/// ten elements to an item: the texts and numbers of a treatment plan. `elements`: a multiple of 200.
+/// A sequence whose items hold 200 elements each, nested three deep with about ten elements to an item, like the texts
+/// and numbers of a treatment plan. Little endian, explicit or implicit VR. `elements` must be a multiple of 200.
 std::string MakeNestedStream(std::size_t elements, bool explicitVR);
 
-/// Explicit VR little endian. The same with three elements to an item: the measurements of a structured report.
+/// The same with three elements to an item, like the measurements of a structured report. Explicit VR little endian.
 std::string MakeReportStream(std::size_t elements);
 
-/// Implicit VR little endian: private elements side by side in one data set, by ascending or descending tag.
+/// Private elements without nesting, by ascending or descending tag. Implicit VR little endian.
 std::string MakePrivateStream(std::size_t elements, bool descending);

@@ -79,7 +79,7 @@ def run(*command, cwd=None):
 
 
 def korvane(program, work, source):
-    # None is removed between the rounds: file systems look long at what was removed a moment ago.
+    # Nothing is removed between the rounds: file systems are slow for a while after many files were removed.
     media = [work / f"{source.name}-medium{n}" for n in range(ROUNDS)]
     results = [run(program, "media", medium, source, "--link") for medium in media]
     return min(results)

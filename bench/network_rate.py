@@ -30,7 +30,7 @@ def free_port():
 
 
 def seconds(folder, files, send, receive):
-    """From the sender's start to its end; by then the receiver has confirmed each file."""
+    """Seconds from the sender's start to its end; by then the receiver has confirmed each file."""
     port, target = free_port(), folder / "in"
     target.mkdir()
     command = [*receive, "-od", target, port] if receive[0] == "storescp" else [*receive, port, target]
@@ -56,7 +56,7 @@ def seconds(folder, files, send, receive):
 
 def main():
     program, slices = sys.argv[1], int((sys.argv[2:] or ["1000"])[0])
-    memory = "/dev/shm" if os.path.isdir("/dev/shm") else None  # disks differ from one round to the next
+    memory = "/dev/shm" if os.path.isdir("/dev/shm") else None  # in memory: the speed of disks varies from round to round
     folder = pathlib.Path(tempfile.mkdtemp(prefix="korvane-network-rate-", dir=memory))
     try:
         subprocess.run([program, "phantom", folder / "ct", "--slices", str(slices), "--size", "512"], check=True, **QUIET)

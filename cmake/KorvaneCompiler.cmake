@@ -17,17 +17,19 @@ endif()
 find_program(KORVANE_CCACHE ccache)
 mark_as_advanced(KORVANE_CCACHE)
 if(KORVANE_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    # Without this it gives up on sources with precompiled headers.
+    # Without this setting ccache does not cache sources that use precompiled headers.
     set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${KORVANE_CCACHE}")
 endif()
 
-# Warnings and arithmetic for one target of ours. Results must not depend on whether the compiler fuses a multiply and
-# an add, hence -ffp-contract=off. Nor may a double be widened from a float that was never rounded: GCC 12 leaves the
-# rounding out where it makes vectors of straight code (loops are right), and only where pairs of floats fill a vector,
-# which is not so on 32-bit x86. GCC leaves sign conversions out of -Wconversion in C++, Clang does not: both leave them
-# out here. Clang sees through the links of the build's include tree, and takes <Korvane/...> for a misspelling where
-# the checkout's own folder is called "korvane". The order of fields is checked with offsetof, in classes with a virtual
-# table too, which both compilers support and GCC warns of.
+# Warnings and arithmetic for one of the project's targets.
+# - -ffp-contract=off: results must not depend on whether the compiler fuses a multiplication and an addition.
+# - -fno-tree-slp-vectorize: GCC 12 may widen a float to a double without rounding it first where it makes vectors of
+#   straight-line code (not of loops), if pairs of floats fill a vector, which they do not on 32-bit x86.
+# - No sign conversions in -Wconversion: GCC leaves them out in C++, and Clang shall do the same.
+# - No -Wnonportable-include-path: Clang resolves the links of the build's include tree, and takes <Korvane/...> for a
+#   misspelling where the checkout's folder is called "korvane".
+# - No -Winvalid-offsetof: tests check the order of fields with offsetof in classes with a virtual table, which both
+#   compilers support.
 function(korvane_compile_settings target)
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wconversion -Wno-sign-conversion -Wshadow -Wimplicit-fallthrough -Wundef

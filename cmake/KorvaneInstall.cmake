@@ -43,7 +43,7 @@ function(korvane_install)
         install(TARGETS korvane-host)
     endif()
     install(TARGETS ${products} EXPORT KorvaneTargets)
-    # Beside the module Korvane, where the codec manager looks.
+    # Next to the library Korvane, where the codec manager looks for codec modules.
     if(TARGET DcmCodec)
         if(WIN32)
             install(TARGETS DcmCodec LIBRARY DESTINATION "${CMAKE_INSTALL_BINDIR}")
@@ -63,7 +63,7 @@ function(korvane_install)
     install(FILES "${PROJECT_BINARY_DIR}/KorvaneConfig.cmake" "${PROJECT_BINARY_DIR}/KorvaneConfigVersion.cmake"
             DESTINATION "${package_dir}")
 
-    # Relative to the file itself, so that an installed tree may be moved.
+    # The prefix is relative to the pkg-config file itself, so that an installed tree may be moved.
     file(RELATIVE_PATH KORVANE_PC_TO_PREFIX
          "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
     get_target_property(options Korvane INTERFACE_LINK_OPTIONS)

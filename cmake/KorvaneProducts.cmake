@@ -1,7 +1,7 @@
 # The products made of the rooms: the module Korvane, the toolkit archive KorvaneDicom, and the include tree
 # <build>/include/Korvane, which looks like the installed one.
 
-# Text "#include" lines for the public headers of the given rooms, in order.
+# Makes the "#include" lines for the public headers of the given rooms, in order.
 function(korvane_include_lines out)
     set(lines "")
     foreach(room IN LISTS ARGN)
@@ -64,10 +64,10 @@ function(korvane_products)
     set_target_properties(Korvane PROPERTIES
         LINKER_LANGUAGE CXX VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
     if(NOT WIN32)
-        # Templates of the standard library that the module instantiated are nobody else's business.
+        # Hides the standard library's templates that the module instantiated: they are no part of its interface.
         set(version_script "${PROJECT_SOURCE_DIR}/cmake/Korvane.map")
         target_link_options(Korvane PRIVATE "LINKER:--version-script=${version_script}")
-        # Clang's sanitizers leave their runtime to the program.
+        # With Clang the sanitizers' runtime is linked into programs only, so the library has undefined symbols.
         if(NOT KORVANE_BUILD_FUZZ AND NOT (CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND CMAKE_CXX_FLAGS MATCHES "-fsanitize"))
             target_link_options(Korvane PRIVATE LINKER:--no-undefined)
         endif()
@@ -102,7 +102,8 @@ function(korvane_products)
     endforeach()
 endfunction()
 
-# Windows: the compiler's runtime that the module and every program share, into KORVANE_RUNTIME and beside the programs.
+# On Windows: finds the compiler's runtime libraries that the module and every program share, sets KORVANE_RUNTIME to
+# them, and copies them beside the programs.
 function(korvane_ship_runtime)
     set(shipped "")
     foreach(file libgcc_s_dw2-1.dll libwinpthread-1.dll)
@@ -115,7 +116,7 @@ function(korvane_ship_runtime)
     set_property(GLOBAL PROPERTY KORVANE_RUNTIME "${shipped}")
 endfunction()
 
-# The Kit's library, from the objects that its folder has made; its headers are in KORVANE_KIT_HEADERS.
+# Makes the Kit's library from the objects of its folder; its headers are listed in KORVANE_KIT_HEADERS.
 function(korvane_kit_product)
     set(KORVANE_KIT_INCLUDES "")
     foreach(header IN LISTS KORVANE_KIT_HEADERS)
@@ -134,7 +135,7 @@ function(korvane_kit_product)
     target_link_libraries(KorvaneKit PUBLIC Korvane PRIVATE KorvaneDicom PNG::PNG ZLIB::ZLIB Threads::Threads)
     target_include_directories(KorvaneKit INTERFACE
         $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> $<INSTALL_INTERFACE:include>)
-    add_dependencies(KorvaneKit DcmCodec) # it is loaded at run time
+    add_dependencies(KorvaneKit DcmCodec) # loaded at run time, so nothing else makes the build wait for it
     if(WIN32)
         set_target_properties(KorvaneKit PROPERTIES PREFIX "")
     else()

@@ -16,19 +16,20 @@ function(korvane_link_program target)
     endif()
 endfunction()
 
-# What is tested is optimised; the tests themselves run for moments, and compile in two thirds of the time without.
+# The libraries under test are optimised. The tests' own code is not: it runs for moments only, and compiles in two
+# thirds of the time.
 function(korvane_test_options target)
     korvane_link_program(${target} ${ARGN})
     target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O0>)
 endfunction()
 
-# Where precompiled headers are on, GoogleTest's is read once for all test programs, not once for each source. They are off
-# in the presets for daily work: editors and the lint, which read GCC's commands by Clang, could not follow.
+# Where precompiled headers are on, GoogleTest's header is compiled once for all test programs. The presets for daily
+# work have them off: editors and the lint pass GCC's commands to Clang, which cannot read GCC's precompiled headers.
 function(korvane_share_test_header target)
     if(NOT TARGET korvane-test-header)
         set(source "${PROJECT_BINARY_DIR}/test_header.cpp")
         file(GENERATE OUTPUT "${source}" CONTENT "int main() {}\n")
-        # A program, since its code must be as position independent as theirs.
+        # An executable like the tests: the header must be compiled with the same options for position independent code.
         add_executable(korvane-test-header EXCLUDE_FROM_ALL "${source}")
         korvane_test_options(korvane-test-header GTest::gtest)
         target_precompile_headers(korvane-test-header PRIVATE <gtest/gtest.h>)

@@ -13,7 +13,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 
-# A room may include itself and these. Arrows run one way: no room is listed before one that it may use.
+# The rooms that each room may include besides itself. A room stands below all those that it may include, so there are no
+# circles.
 TOOLKIT = {
     "Dicom/Lib/stream": [],
     "Dicom/Lib/dataset": [],
@@ -224,7 +225,7 @@ def check_headers(build, public):
 
 
 def stamp(entry, dependencies, settings):
-    """Changes when the source, a project header that it includes, its flags or the settings change."""
+    """A key that changes when the source, a project header that it includes, its flags or the settings change."""
     digest = hashlib.sha256(settings + entry["command"].encode())
     for path in sorted({entry["file"], *dependencies}):
         digest.update(Path(path).read_bytes())

@@ -8,13 +8,13 @@ namespace {
 
 constexpr std::size_t kSide = 8;
 
-/// Where a coefficient that comes in zigzag order lies in the block (figure A.6).
+// Index within a block, row by row, of each coefficient in the zigzag order of the stream (T.81 figure A.6).
 constexpr std::uint8_t kZigzag[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
                                       12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
                                       35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
                                       58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
 
-/// C(u) / 2 * cos((2x + 1) u pi / 16) of annex A.3.3, by x and u.
+// The cosine table of the inverse transform (T.81 A.3.3): entry 8x + u is C(u) / 2 * cos((2x + 1) u pi / 16).
 std::array<double, 64> MakeWaves() {
     std::array<double, 64> waves{};
     for (std::size_t x = 0; x < kSide; ++x) {
@@ -26,7 +26,8 @@ std::array<double, 64> MakeWaves() {
     return waves;
 }
 
-/// Turns the rows of `block` back into samples and exchanges rows and columns: done twice, the block is back.
+// Applies the inverse transform to each row of `block` and transposes it. Two calls make the whole two-dimensional
+// transform, and leave the block as it was oriented.
 void TransformRows(std::array<double, 64>& block) {
     static const std::array<double, 64> waves = MakeWaves();
     std::array<double, 64> turned;
@@ -114,7 +115,7 @@ void ExtendedJpegDecoder::ReadCodes(Bytes segment) {
 
 ExtendedJpegDecoder::CodeTable ExtendedJpegDecoder::MakeCodes(Bytes counts, Bytes symbols) {
     CodeTable table(65536);
-    std::size_t next = 0;  // the first 16 bits that have no code yet
+    std::size_t next = 0;  // the first entry that no code has filled yet
     std::size_t index = 0;
     for (unsigned length = 1; length <= 16; ++length) {
         const std::size_t reach = std::size_t{65536} >> length;
@@ -188,8 +189,8 @@ unsigned ExtendedJpegDecoder::TakeSymbol(const CodeTable& table) {
     return entry & 0xFFu;
 }
 
-/// A number of so many bits, at most 15, which follow a code: a first bit of 0 means a negative one. TakeSymbol has left
-/// enough of them.
+// Reads the signed number of `bits` bits, at most 15, that follows a code (T.81 F.2.2.1): a first bit of 0 marks a
+// negative one. The bits are already in m_bits: TakeSymbol fills it far enough.
 int ExtendedJpegDecoder::TakeValue(unsigned bits) {
     if (bits == 0) return 0;
     const bool isPositive = m_bits.bits >> 63 != 0;
@@ -199,7 +200,8 @@ int ExtendedJpegDecoder::TakeValue(unsigned bits) {
     return isPositive ? value : value - (1 << bits) + 1;
 }
 
-/// Coefficients (annex F.2.2), times the steps of quantisation, back to samples about 0.
+// Reads the coefficients of a block (T.81 F.2.2), multiplies them by their quantisation steps, and transforms them to
+// samples that lie around 0.
 void ExtendedJpegDecoder::DecodeBlock(Block& block) {
     const std::array<double, 64>& steps = m_steps[m_stepTable];
     block.fill(0);
@@ -210,7 +212,7 @@ void ExtendedJpegDecoder::DecodeBlock(Block& block) {
     for (std::size_t k = 1; k < 64; ++k) {
         const unsigned symbol = TakeSymbol(*m_pAc);
         const unsigned zeros = symbol >> 4, bits = symbol & 15u;
-        if (bits == 0 && zeros != 15) break;  // the rest is 0
+        if (bits == 0 && zeros != 15) break;  // end of block: the coefficients that follow are 0
         k += zeros;
         if (k >= 64) Fail("a block has more than 64 coefficients");
         block[kZigzag[k]] = TakeValue(bits) * steps[k];

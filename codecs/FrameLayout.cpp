@@ -33,12 +33,13 @@ void CheckDimensions(const DcmFrameFormat& format, std::uint64_t columns, std::u
 void FinishSamples(DcmFrameFormat& format, unsigned precision, std::span<std::uint8_t> pixels) {
     if (format.highBit >= precision) format.highBit = format.bitsStored - 1;
     if (format.pixelRepresentation == 0 || precision != format.bitsStored || precision == format.bitsAllocated) return;
-    if (format.bitsAllocated == 8)
+    if (format.bitsAllocated == 8) {
         ExtendSamples<std::int8_t>(precision, pixels);
-    else if (format.bitsAllocated == 16)
+    } else if (format.bitsAllocated == 16) {
         ExtendSamples<std::int16_t>(precision, pixels);
-    else
+    } else {
         ExtendSamples<std::int32_t>(precision, pixels);
+    }
 }
 
 bool IsPhotometric(const DcmFrameFormat& format, const char* photometric) {

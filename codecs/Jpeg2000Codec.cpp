@@ -21,13 +21,13 @@ struct Deleter {
         destroy(object);
     }
 };
-// The library calls any pointer a codec or a stream.
+// opj_codec_t and opj_stream_t are both typedefs of void*: the deleters keep them apart.
 using CodecPointer = std::unique_ptr<opj_codec_t, Deleter<opj_destroy_codec>>;
 using StreamPointer = std::unique_ptr<opj_stream_t, Deleter<opj_stream_destroy>>;
 using ImagePointer = std::unique_ptr<opj_image_t, Deleter<opj_image_destroy>>;
 using InfoPointer = std::unique_ptr<opj_codestream_info_v2_t, Deleter<DestroyInfo>>;
 
-/// The library's stream, from memory.
+// A stream of the library's that reads from memory.
 struct Memory {
     std::span<const std::uint8_t> bytes;
     std::size_t at = 0;
@@ -70,7 +70,7 @@ StreamPointer OpenStream(Memory& memory) {
     return stream;
 }
 
-/// Keeps the first message, which is the one with the cause.
+// Keeps the first message, which is the one with the cause.
 void OnError(const char* message, void* context) {
     auto* reason = static_cast<std::string*>(context);
     try {
@@ -93,7 +93,8 @@ CodecPointer MakeDecoder(std::string& reason) {
     return codec;
 }
 
-/// The 9-7 wavelet rounds; the 5-3 one gives back what went in, unless the encoder left bits out, which no stream tells.
+// Whether the stream uses the irreversible 9-7 wavelet, which rounds. The 5-3 wavelet is reversible; whether its
+// encoder left bits out cannot be seen in a stream.
 bool IsRounded(opj_codec_t* codec) {
     const InfoPointer info(opj_get_cstr_info(codec));
     return info != nullptr && info->m_default_tile_info.tccp_info != nullptr &&
@@ -135,6 +136,6 @@ void Jpeg2000Codec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t>
     if (header.isSigned) format.pixelRepresentation = 1;
     FinishSamples(format, header.precision, pixels);
     if (IsPhotometric(format, "YBR_RCT") || IsPhotometric(format, "YBR_ICT")) SetPhotometric(format, "RGB");
-    if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // the components are whole
+    if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // no longer subsampled
     format.lossy = IsRounded(codec.get()) ? 1 : 0;
 }

@@ -1,10 +1,11 @@
-// JPEG 2000, lossless and lossy (PS3.5 A.4.4), decoded by OpenJPEG.
+// JPEG 2000, transfer syntaxes 1.2.840.10008.1.2.4.90 (lossless) and .91 (PS3.5 A.4.4), decoded by OpenJPEG.
 #pragma once
 
 #include "Codec.h"
 
-/// Colour components that the stream keeps transformed come out as RGB. Of a stream within a JP2 file the code stream
-/// alone is read. Components that are smaller than the image are failures.
+/// Decodes only. Where the stream uses the multiple component transformation (YBR_RCT, YBR_ICT), the pixels come out as
+/// RGB. A stream may be wrapped in a JP2 file, of which only the code stream is read. Subsampled components fail, as
+/// does everything that Jpeg2000Header refuses. The result is marked lossy when the irreversible wavelet was used.
 class Jpeg2000Codec : public Codec {
 public:
     void Decode(DcmFrameFormat& format, std::span<const std::uint8_t> stream, std::span<std::uint8_t> pixels) override;

@@ -9,9 +9,9 @@ namespace {
 constexpr std::uint32_t kSocSiz = 0xFF4FFF51;
 constexpr std::uint32_t kSignatureBox = 0x6A502020;   // "jP  "
 constexpr std::uint32_t kCodeStreamBox = 0x6A703263;  // "jp2c"
-constexpr std::size_t kFixedSize = 42;                // up to the first component
-constexpr std::uint64_t kAlwaysTaken = 1U << 24;      // samples of an image of whatever size in bytes
-constexpr std::uint64_t kMostPerByte = 1024;          // samples of a larger one; where lossy pictures are useless: 100
+constexpr std::size_t kFixedSize = 42;                // bytes before the description of the first component
+constexpr std::uint64_t kAlwaysTaken = 1U << 24;      // samples that a stream of any length may claim
+constexpr std::uint64_t kMostPerByte = 1024;          // samples of larger images; pictures are useless from 100 on
 constexpr unsigned kCod = 0xFF52, kCoc = 0xFF53, kSot = 0xFF90, kSod = 0xFF93, kEoc = 0xFFD9;
 
 std::uint32_t Load32(const std::uint8_t* bytes) {
@@ -28,12 +28,13 @@ std::uint64_t TilesAlong(std::uint32_t end, std::uint32_t start, std::uint32_t s
 
 struct Tiling {
     std::uint64_t count = 0;
-    std::uint64_t width = 0, height = 0;  // of one, no more than the image's
+    std::uint64_t width = 0, height = 0;  // of a tile, in pixels, at most the image's
     std::uint64_t components = 0;
-    std::uint64_t pixels = 0;  // of the image
+    std::uint64_t pixels = 0;  // of the whole image
 };
 
-// The decoder takes kilobytes for every tile that the header promises.
+// Limits the number of tiles, since the decoder allocates kilobytes for each one that the header states. Each argument
+// but `format` is a pair, horizontal and vertical: the image's end and origin, the tiles' size and origin.
 Tiling CheckTiles(const std::uint32_t* end, const std::uint32_t* origin, const std::uint32_t* size,
                   const std::uint32_t* start, const DcmFrameFormat& format) {
     for (int i = 0; i < 2; ++i) {
@@ -53,8 +54,10 @@ Tiling CheckTiles(const std::uint32_t* end, const std::uint32_t* origin, const s
     return tiling;
 }
 
-// And kilobytes for every precinct of every resolution. `coding`: the number of decompositions, four bytes that do not
-// matter here, and, where they are not 2^15, the exponents of the precincts' sides (A.6.1).
+// Limits the number of precincts over all resolutions, for each of which the decoder allocates kilobytes too. `coding`
+// is the part of a COD or COC segment (T.800 A.6.1) that begins with the number of decomposition levels; four bytes
+// that do not matter here follow, then, with `hasSizes`, a byte for each resolution with the exponents of the
+// precincts' sides, which are 15 otherwise.
 void CheckPrecincts(std::span<const std::uint8_t> coding, bool hasSizes, const Tiling& tiling) {
     const unsigned levels = coding.empty() ? 0 : coding[0];
     if (levels > 32 || coding.size() < 5 + (hasSizes ? levels + 1 : 0)) Fail("JPEG 2000: the coding style is damaged");
@@ -70,7 +73,8 @@ void CheckPrecincts(std::span<const std::uint8_t> coding, bool hasSizes, const T
     }
 }
 
-// The styles of coding in the main header and in those of tile parts, whose data is passed over.
+// Checks the coding styles (COD and COC segments) in the main header and in the headers of all tile parts; the tile
+// parts' data is skipped.
 void CheckCodingStyles(std::span<const std::uint8_t> stream, const Tiling& tiling) {
     std::size_t at = 2, tilePart = 0;
     while (stream.size() - at >= 4) {
@@ -78,8 +82,9 @@ void CheckCodingStyles(std::span<const std::uint8_t> stream, const Tiling& tilin
         if (marker == kEoc) return;
         if (marker == kSod) {
             const std::size_t length = Load32(&stream[tilePart + 6]);
-            if (length < at - tilePart + 2 || length > stream.size() - tilePart)
-                return;  // the last, or cut: nothing follows
+            if (length < at - tilePart + 2 || length > stream.size() - tilePart) {
+                return;  // the last tile part, or one that is cut off: no header follows
+            }
             at = tilePart + length;
             continue;
         }

@@ -12,8 +12,8 @@
 
 namespace {
 
-/// libjpeg's object. The library reports by functions that must not return, nor throw through its frames: they jump back
-/// into Try.
+// Owns libjpeg's decompression object. The library reports errors by calling a function that must not return, and no
+// exception may pass through its C frames: OnMessage therefore jumps (longjmp) back into Try, which throws.
 class Decompressor {
 public:
     explicit Decompressor(std::span<const std::uint8_t> stream);
@@ -22,7 +22,8 @@ public:
     Decompressor& operator=(const Decompressor&) = delete;
 
     jpeg_decompress_struct& Info() { return m_info; }
-    /// Runs `step`, which calls the library and has no object with a destructor. Throws CodecFailure.
+    // Runs `step`, which calls the library. A jump skips destructors, so `step` must not have objects that need one.
+    // Throws CodecFailure when the library reports an error.
     template <class Step>
     void Try(Step step) {
         if (!Returns(step)) Fail("JPEG: ", m_reason);
@@ -72,7 +73,8 @@ void Decompressor::OnError(j_common_ptr info) {
     std::longjmp(self->m_jump, 1);
 }
 
-// The library goes on behind damage, with grey. Warnings that are about no pixel are left alone.
+// The library only warns of damaged data and fills the rest with grey; here that is an error. Warnings that do not
+// concern pixels are ignored.
 void Decompressor::OnMessage(j_common_ptr info, int level) {
     const int code = info->err->msg_code;
     const bool isHarmless = level >= 0 || code == JWRN_EXTRANEOUS_DATA || code == JWRN_JFIF_MAJOR ||
@@ -80,7 +82,8 @@ void Decompressor::OnMessage(j_common_ptr info, int level) {
     if (!isHarmless) OnError(info);
 }
 
-// Each component has one scan; a stream of a few bytes a scan could keep the library busy for hours.
+// A sequential stream has at most one scan for each component. More are an error: a stream of many scans, each of a few
+// bytes, could keep the library busy for hours.
 void Decompressor::OnProgress(j_common_ptr info) {
     const auto* decompress = reinterpret_cast<j_decompress_ptr>(info);
     if (decompress->input_scan_number > decompress->num_components) ERREXIT(info, JERR_BAD_PROGRESSION);
@@ -94,7 +97,7 @@ bool HasColourTransform(const jpeg_decompress_struct& info, const DcmFrameFormat
     return isSubsampled || !IsPhotometric(format, "RGB");
 }
 
-// The header says what is to come before memory is taken for it.
+// Checked before any memory is allocated for the image.
 void CheckHeader(const jpeg_decompress_struct& info, const DcmFrameFormat& format) {
     CheckDimensions(format, info.image_width, info.image_height, static_cast<std::uint64_t>(info.num_components));
     if (info.num_components != 1 && info.num_components != 3) Fail("JPEG: pixels of ", info.num_components, " samples");

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// `bits` begin with the code, and the first kLookahead of them are known.
+// The entry for bits that begin with a code of `length` bits; only the first kLookahead of `bits` are meaningful.
 JpegHuffmanTable::Entry MakeEntry(std::uint64_t bits, unsigned length, std::uint8_t category) {
     JpegHuffmanTable::Entry entry{category, 0, static_cast<std::uint8_t>(length)};
     if (length + category > JpegHuffmanTable::kLookahead) return entry;
@@ -53,12 +53,12 @@ JpegHuffmanTable::Entry JpegHuffmanTable::Search(std::uint64_t bits) const {
 
 namespace {
 
-/// Lengths of Huffman codes, longer than 16 bits where frequencies ask for it. The last symbol stands for the code of
-/// nothing but ones, which no table may have.
+// The length of each symbol's Huffman code (T.81 figure K.1); with uneven frequencies lengths may exceed 16. The
+// caller adds a last symbol, which takes up the code of nothing but ones: JPEG reserves that code.
 template <std::size_t n>
 std::array<unsigned, n> CodeLengths(std::array<std::uint64_t, n> frequencies) {
     std::array<unsigned, n> lengths{};
-    std::array<std::size_t, n> group{};  // symbols in one tree have the same
+    std::array<std::size_t, n> group{};  // symbols of one tree share a number
     for (std::size_t i = 0; i < n; ++i) group[i] = i;
     while (true) {
         std::size_t least = n, next = n;
@@ -94,7 +94,8 @@ JpegHuffmanTable JpegHuffmanTable::ForFrequencies(const std::array<std::uint64_t
 
     std::array<unsigned, kCategories + 1> counts{};
     for (const unsigned length : lengths) ++counts[length];
-    // A pair of codes of 17 bits becomes one of 16; its other half goes below a shorter one (figure K.3).
+    // Codes of 17 bits are not allowed (T.81 figure K.3): of each pair of them one takes their common prefix of 16
+    // bits, and the other shares a shorter code's place, both then being one bit longer than that code.
     while (counts[17] > 0) {
         unsigned length = 15;
         while (counts[length] == 0) --length;

@@ -15,7 +15,8 @@ void Check(charls_jpegls_errc result) {
     if (result != charls_jpegls_errc{}) Fail("JPEG-LS: ", charls_get_error_message(result));
 }
 
-/// The samples of a frame, as CharLS gives them out: of 8 or 16 bits, plane by plane or those of a pixel together.
+// The format in which CharLS delivers the frame: 8 or 16 bits a sample, and plane by plane or pixel by pixel as the
+// stream's interleave mode is.
 DcmFrameFormat StreamFormat(const charls_jpegls_decoder* decoder, const DcmFrameFormat& format,
                             const charls_frame_info& info) {
     charls_interleave_mode mode{};
@@ -63,14 +64,15 @@ void JpegLsCodec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t> s
     std::vector<std::uint8_t> own(isSame ? 0 : from.FrameBytes());
     const std::span<std::uint8_t> samples = isSame ? pixels : own;
     Check(charls_jpegls_decoder_decode_to_buffer(decoder.get(), samples.data(), samples.size(), 0));
-    if (!isSame && from.SampleBytes() == 1)
+    if (!isSame && from.SampleBytes() == 1) {
         CopyFrame<std::uint8_t>(from, own, to, pixels.data());
-    else if (!isSame)
+    } else if (!isSame) {
         CopyFrame<std::uint16_t>(from, own, to, pixels.data());
+    }
 
     std::int32_t near = 0;
     Check(charls_jpegls_decoder_get_near_lossless(decoder.get(), 0, &near));
     FinishSamples(format, static_cast<unsigned>(info.bits_per_sample), pixels);
-    if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // the components are whole
+    if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // no longer subsampled
     format.lossy = near != 0 ? 1 : 0;
 }

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Of the samples left of, above and left above the one that is to come (annex H.1.2.1).
+// The predicted sample (T.81 H.1.2.1) from its neighbours: `a` to the left, `b` above, `c` above to the left.
 template <unsigned predictor>
 int Predict(int a, int b, int c) {
     switch (predictor) {
@@ -18,7 +18,7 @@ int Predict(int a, int b, int c) {
     }
 }
 
-/// A difference that the table's entry does not hold whole.
+// Removes the next difference from `in`, where `entry`, the result of the look-up, has only its code or not even that.
 unsigned TakeLongDifference(JpegBitReader& in, const JpegHuffmanTable& table, JpegHuffmanTable::Entry entry) {
     if (entry.code == 0) entry = table.Search(in.bits);
     if (entry.code == 0) Fail("the stream has a code that its Huffman table lacks");
@@ -31,7 +31,7 @@ unsigned TakeLongDifference(JpegBitReader& in, const JpegHuffmanTable& table, Jp
     return category == 0 ? 0 : static_cast<unsigned>(JpegHuffmanTable::Difference(behindCode, category));
 }
 
-/// Removes the next difference from `in`.
+// Removes the next difference from `in`.
 inline unsigned TakeDifference(JpegBitReader& in, const JpegHuffmanTable& table) {
     if (in.count < 32) in.Fill();
     const JpegHuffmanTable::Entry entry = table.Lookup(in.bits);
@@ -41,7 +41,8 @@ inline unsigned TakeDifference(JpegBitReader& in, const JpegHuffmanTable& table)
     return static_cast<unsigned>(entry.value);
 }
 
-/// `line` and `above` have a pixel in front, which stands for what lies left of the first one.
+// Decodes one line. `line` and `above` begin with an extra pixel, the left neighbour of the first. `fixedCount`, where
+// not 0, is the number of components, known to the compiler.
 template <unsigned predictor, std::size_t fixedCount>
 void DecodeSamples(JpegBitReader& bits, const JpegHuffmanTable* const* tables, std::size_t componentCount,
                    std::size_t columns, const std::uint16_t* above, std::uint16_t* line) {
@@ -123,7 +124,7 @@ void LosslessJpegDecoder::ReadTables(Bytes segment) {
         for (std::size_t i = 1; i <= 16; ++i) size += segment[i];
         const unsigned target = segment[0];
         if (segment.size() < 17 + size) Fail("a Huffman table is not whole");
-        // Tables for the coefficients of other processes (class 1) say nothing here.
+        // Tables of class 1 (numbers 16 and up) are for the coefficients of other processes, and are skipped.
         if (target < 4) m_tables[target] = JpegHuffmanTable(segment.subspan<1, 16>(), segment.subspan(17, size));
         segment = segment.subspan(17 + size);
     }
@@ -146,7 +147,7 @@ LosslessJpegDecoder::Scan LosslessJpegDecoder::ReadScan(Bytes segment) {
     return scan;
 }
 
-// The components of a scan come in the frame's order.
+// Looks up the components that a scan header lists; they must be neighbours, in the order of the frame header.
 void LosslessJpegDecoder::AddComponents(Bytes segment, Scan& scan) {
     for (std::size_t i = 0; i < scan.count; ++i) {
         const auto found = std::find_if(m_components.begin(), m_components.end(), [&](const Component& component) {
@@ -191,9 +192,9 @@ void LosslessJpegDecoder::Restart(unsigned number) {
     m_bits.end = m_stream.end;
 }
 
-// The first line of a scan or a restart interval is predicted from the left alone, beginning at half of what the samples
-// can be. In the others the first sample is predicted from the one above, whatever the predictor: so it is with each of
-// them where what lies left, and left above, is what lies above.
+// The first line of a scan or restart interval uses predictor 1, and its first sample is predicted as half of the range
+// (T.81 H.1.2.1). In all other lines the first sample is predicted from the one above. Setting the extra pixels left of
+// it, in `line` and `above`, to that sample makes every predictor give just that, so the loop needs no special case.
 void LosslessJpegDecoder::DecodeLine(const Scan& scan, bool isFirst, std::uint16_t* above, std::uint16_t* line) {
     for (std::size_t c = 0; c < scan.count; ++c) {
         above[c] = above[scan.count + c];

@@ -6,30 +6,33 @@
 #include "JpegHuffmanTable.h"
 #include "JpegSegments.h"
 
-/// Takes samples of 2 to 16 bits, all predictors, point transforms, restart intervals, and up to 4 components, in one
-/// scan together or each in its own. Heights that come behind the pixels (DNL) and components of different sizes are
-/// failures. Samples fill the low bits of the frame's.
+/// Decodes samples of 2 to 16 bits in 8 or 16 bits allocated, with any predictor, point transform and restart interval
+/// (of whole rows), and up to 4 components, in one scan together or in several. Streams that state their height only
+/// behind the pixels (DNL marker) and subsampled components fail. Decoded values are stored in the low bits of the
+/// frame's samples; FinishSamples does what remains for signed pixels and high bits.
 class LosslessJpegDecoder {
 public:
+    /// The object refers to all three arguments, which must outlive it.
     LosslessJpegDecoder(const DcmFrameFormat& format, std::span<const std::uint8_t> stream,
                         std::span<std::uint8_t> pixels);
-    /// Throws CodecFailure unless every pixel was in the stream.
+    /// Decodes the frame; call it once. Throws CodecFailure unless the stream holds every pixel.
     void Run();
+    /// Bits of a sample in the stream; valid after Run.
     unsigned Precision() const { return m_precision; }
 
 private:
     using Bytes = std::span<const std::uint8_t>;
     struct Component {
         std::uint8_t id = 0;
-        std::uint8_t sampling = 0;  // horizontal and vertical factor in a byte, as the stream has them
+        std::uint8_t sampling = 0;  ///< horizontal and vertical factor in a byte, as the stream has them
         bool isDecoded = false;
     };
     struct Scan {
-        std::size_t first = 0;  // component
-        std::size_t count = 0;
+        std::size_t first = 0;  ///< index of its first component
+        std::size_t count = 0;  ///< of its components
         const JpegHuffmanTable* tables[4] = {};
         unsigned predictor = 1;
-        unsigned shift = 0;  // the point transform
+        unsigned shift = 0;  ///< the point transform
     };
 
     void ReadFrame(Bytes segment);
@@ -45,10 +48,10 @@ private:
     FrameLayout m_layout;
     std::uint8_t* m_pixels;
     JpegSegments m_stream;
-    unsigned m_precision = 0;  // 0: no frame header yet
-    std::size_t m_restartInterval = 0;
+    unsigned m_precision = 0;           ///< 0: no frame header yet
+    std::size_t m_restartInterval = 0;  ///< in pixels, 0 for none
     std::vector<Component> m_components;
     JpegHuffmanTable m_tables[4];
     JpegBitReader m_bits;
-    std::vector<std::uint16_t> m_values;  // of a line, as the frame has them
+    std::vector<std::uint16_t> m_values;  ///< of a line whose point transform has been undone
 };

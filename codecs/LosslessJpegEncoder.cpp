@@ -5,16 +5,16 @@
 
 namespace {
 
-/// Bits of a difference as it is written: 0 for none, 16 for 32768 alone (annex H.1.2.2).
+// The category of a difference: the number of bits written for it. Category 16 is 32768 alone (T.81 H.1.2.2).
 unsigned Category(std::uint16_t difference) {
     const auto value = static_cast<std::int16_t>(difference);
     return static_cast<unsigned>(std::bit_width(static_cast<unsigned>(value < 0 ? -value : value)));
 }
 
-/// Bits behind each other, with a zero byte stuffed behind 0xFF.
+// Collects bits into bytes, most significant bit first, and stuffs a zero byte behind each 0xFF (T.81 F.1.2.3).
 class BitWriter {
 public:
-    /// `length` at most 32.
+    // `length` at most 32.
     void Put(std::uint32_t bits, unsigned length) {
         m_bits = m_bits << length | bits;
         m_count += length;
@@ -25,7 +25,7 @@ public:
             if (byte == 0xFF) *m_at++ = 0;
         }
     }
-    /// Makes room for a line; what is there goes out first.
+    // Writes out what has been collected and makes room for a line of `samples`.
     void StartLine(std::size_t samples, const FrameWriter& writer) {
         Flush(writer);
         m_buffer.resize(std::max(m_buffer.size(), kMostBytes * (samples + 2)));
@@ -40,7 +40,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMostBytes = 8;  // of a sample: 32 bits, each byte of them stuffed
+    static constexpr std::size_t kMostBytes =
+        8;  // for a sample: code and difference take at most 32 bits, and each byte may be stuffed
     std::vector<std::uint8_t> m_buffer;
     std::uint8_t* m_at = m_buffer.data();
     std::uint64_t m_bits = 0;
@@ -67,7 +68,8 @@ unsigned LosslessJpegEncoder::Precision() const {
     return isPlain && used >> stored == 0 ? stored : m_format.bitsAllocated;
 }
 
-// From the left, the first of a line from the one above, the very first from half of what samples can be.
+// Predictor 1: each sample from its left neighbour, the first of a line from the one above, and the very first of the
+// frame from half of the range (T.81 H.1.2.1).
 void LosslessJpegEncoder::NextDifferences(std::size_t row) {
     const std::size_t count = m_layout.Samples();
     for (std::size_t c = 0; c < count; ++c) {

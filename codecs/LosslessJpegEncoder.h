@@ -4,12 +4,16 @@
 #include "FrameLayout.h"
 #include "JpegHuffmanTable.h"
 
-/// Takes 1 to 4 components of 8 or 16 bits. Two passes: the Huffman table is the best one for the frame. The stream's
-/// precision is the bits stored of unsigned samples of which no other bits are set, else the bits allocated: decoders
-/// give back every bit then, the unused ones and signs too.
+/// Encodes 1 to 4 components with 8 or 16 bits allocated into one scan. It goes through the pixels twice: the first
+/// time to find the best Huffman table for the frame, the second time to write.
+///
+/// The stream's precision is Bits Stored where samples are unsigned, lie in the low bits and use no others. Otherwise
+/// it is Bits Allocated, so that a decoder gives back every bit, unused ones and signs included.
 class LosslessJpegEncoder {
 public:
+    /// The object refers to both arguments, which must outlive it. Throws CodecFailure for other formats.
     LosslessJpegEncoder(const DcmFrameFormat& format, std::span<const std::uint8_t> pixels);
+    /// Writes the whole stream. Throws CodecFailure when the writer has no room.
     void Run(const FrameWriter& writer);
 
 private:
@@ -23,6 +27,6 @@ private:
     FrameLayout m_layout;
     std::span<const std::uint8_t> m_pixels;
     unsigned m_precision;
-    std::vector<std::uint16_t> m_line;         // a pixel in front, as for the decoder
-    std::vector<std::uint16_t> m_differences;  // of the line, modulo 65536
+    std::vector<std::uint16_t> m_line;         ///< with an extra pixel in front, as in LosslessJpegDecoder
+    std::vector<std::uint16_t> m_differences;  ///< of the line, modulo 65536
 };

@@ -1,4 +1,4 @@
-// The module's edge: the four entry points and the C object around a codec. No exception leaves here.
+// The module's four exported functions (CodecModule.h) and the C object around a codec. No exception leaves this file.
 #include "CodecList.h"
 
 #include <algorithm>
@@ -20,7 +20,8 @@ void Explain(const char* reason, char* error, size_t capacity) {
     error[length] = '\0';
 }
 
-// What the header promises, checked once more: a codec writes as many bytes as the format says.
+// The manager promises all of this (CodecModule.h). It is checked again because codecs write as many bytes as the
+// format says, and another host may promise less.
 void CheckFormat(const DcmFrameFormat& format, size_t frameBytes) {
     const auto within = [](uint32_t value, uint32_t most) { return value >= 1 && value <= most; };
     if (format.size < sizeof format || !within(format.columns, 65535) || !within(format.rows, 65535) ||

@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kHeaderSize = 64;
 constexpr std::size_t kMostSegments = 15;
-constexpr std::size_t kPiece = 4096;  // pixels at a time: the planes of a piece stay in the nearest cache
+constexpr std::size_t kPiece = 4096;  // pixels decoded at a time, so that their planes stay in the first-level cache
 
 std::uint32_t LoadWord(const std::uint8_t* bytes) {
     return bytes[0] | static_cast<std::uint32_t>(bytes[1]) << 8 | static_cast<std::uint32_t>(bytes[2]) << 16 |
@@ -27,7 +27,7 @@ std::size_t SegmentCount(const FrameLayout& layout) {
     return count;
 }
 
-/// The segments that the header lists. Each ends where the next one starts.
+// A reader for each segment that the stream's header lists (PS3.5 G.5). A segment ends where the next one starts.
 std::vector<RleSegmentReader> FindSegments(std::span<const std::uint8_t> stream, std::size_t count) {
     if (stream.size() < kHeaderSize) Fail("the RLE header is not whole");
     const std::uint32_t stated = LoadWord(stream.data());
@@ -44,8 +44,9 @@ std::vector<RleSegmentReader> FindSegments(std::span<const std::uint8_t> stream,
 
 using Planes = std::array<std::array<std::uint8_t, kPiece>, 4>;
 
-// Planes of bytes, the first of the most significant ones, become little-endian samples. With the number of planes known
-// to the compiler and no gaps between samples, whole vectors are shuffled.
+// Joins planes of bytes, the most significant ones first, into little-endian samples that are `step` bytes apart. The
+// number of planes is a template argument, and the case without gaps a loop of its own, because the compiler then makes
+// vector shuffles of it.
 template <std::size_t bytes>
 void JoinPlanes(const Planes& planes, std::size_t count, std::uint8_t* out, std::size_t step) {
     if (step == bytes) {
@@ -61,7 +62,6 @@ void JoinPlanes(const Planes& planes, std::size_t count, std::uint8_t* out, std:
 
 }  // namespace
 
-// Segments come component by component, of each the most significant bytes first.
 void RleCodec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t> stream, std::span<std::uint8_t> pixels) {
     const FrameLayout layout(format);
     const std::size_t bytes = layout.SampleBytes();
@@ -78,15 +78,16 @@ void RleCodec::Decode(DcmFrameFormat& format, std::span<const std::uint8_t> stre
         for (std::size_t c = 0; c < layout.Samples(); ++c) {
             for (std::size_t b = 0; b < bytes; ++b) segments[c * bytes + b].Read(planes[b].data(), count);
             std::uint8_t* const out = pixels.data() + layout.Offset(c, 0) + done * step;
-            if (bytes == 1)
+            if (bytes == 1) {
                 JoinPlanes<1>(planes, count, out, step);
-            else if (bytes == 2)
+            } else if (bytes == 2) {
                 JoinPlanes<2>(planes, count, out, step);
-            else
+            } else {
                 JoinPlanes<4>(planes, count, out, step);
+            }
         }
     }
-    if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // the planes are whole
+    if (IsPhotometric(format, "YBR_FULL_422")) SetPhotometric(format, "YBR_FULL");  // no longer subsampled
     format.lossy = 0;
 }
 
@@ -108,7 +109,7 @@ void RleCodec::Encode(DcmFrameFormat& format, std::span<const std::uint8_t> pixe
             PackRow(row, packed);
         }
         if (packed.size() % 2 != 0) packed.push_back(0);
-        if (packed.size() >> 31 > 1) Fail("the frame is too large for RLE");  // its offsets have 32 bits
+        if (packed.size() >> 31 > 1) Fail("the frame is too large for RLE");  // the header's offsets have 32 bits
     }
     writer.Write(packed);
     format.lossy = 0;

@@ -12,8 +12,8 @@ constexpr std::size_t kBlock = 16;
 
 }  // namespace
 
-// Runs well within both buffers are written in whole blocks, a block behind their end at most: the next run overwrites
-// it.
+// Copies and fills in whole blocks of kBlock bytes, which is faster than exact lengths. That writes up to a block too
+// far; both buffers have room for that here, and the next run overwrites it.
 std::uint8_t* RleSegmentReader::ReadRuns(std::uint8_t* out, const std::uint8_t* outEnd) {
     const std::uint8_t* at = m_at;
     while (static_cast<std::size_t>(outEnd - out) >= kLongestRun + kBlock &&
@@ -68,7 +68,8 @@ void RleSegmentReader::Read(std::uint8_t* out, std::size_t count) {
     }
 }
 
-// A literal run goes on over pairs of equal bytes, which cost as much either way; three equal bytes end it.
+// Two equal bytes within a literal run stay in it, since a run of their own would save nothing; three equal bytes end
+// it.
 void PackRow(std::span<const std::uint8_t> row, std::vector<std::uint8_t>& packed) {
     const std::uint8_t* at = row.data();
     const std::uint8_t* const end = at + row.size();

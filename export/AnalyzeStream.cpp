@@ -12,7 +12,7 @@ namespace korvane_detail {
 namespace {
 
 constexpr std::int32_t kHeaderSize = 348;
-constexpr std::size_t kLargestField = 32;  // dim and pixdim are the longest arrays
+constexpr std::size_t kLargestField = 32;  // bytes: pixdim is the longest array
 
 }  // namespace
 
@@ -61,7 +61,7 @@ void AnalyzeStream::Bytes(void* bytes, std::size_t count) {
 void AnalyzeStream::Byte(char& value) {
     Bytes(&value, 1);
     if (!m_bWriting && value == static_cast<char>(0xFF)) {
-        throw EIO;  // a single byte of 0xFF reads as the end of the file; required
+        throw EIO;  // 0xFF is taken for the end of the file: see CAnalyzeVolume::ReadHeader
     }
 }
 
@@ -93,7 +93,7 @@ bool AnalyzeStream::SizeField(AnalyzeHeader& header) {
     }
     Number(header.sizeof_hdr);
     if (!m_bWriting && header.sizeof_hdr != kHeaderSize) {
-        m_bSwap = false;  // a little-endian file, whatever the size says
+        m_bSwap = false;  // then it is taken for a little-endian file, and its own size is not examined
         header.sizeof_hdr = kHeaderSize;
     }
     return m_bSwap;

@@ -12,14 +12,15 @@ struct AnalyzeHeader;
 
 namespace korvane_detail {
 
-/// Every operation works in one direction, reading or writing, fixed at construction. Each throws an `int`: the `errno`
-/// of what failed, EIO for a file that ends too early, 1 for a writer that refuses.
+/// An object either reads or writes, as its constructor says, and each operation does whichever it is. A failure is
+/// thrown as an `int`: the `errno` of the system call, EIO for a file that ends too early, 1 when the writer reports a
+/// failure.
 class AnalyzeStream {
 public:
     /// Reads local files.
     AnalyzeStream() = default;
 
-    /// Writes through `writer` (not owned; null refuses everything).
+    /// Writes through `writer`, which is not owned; with null every operation fails.
     explicit AnalyzeStream(CFileWriter* writer) : m_pWriter(writer), m_bWriting(true) {}
 
     AnalyzeStream(const AnalyzeStream&) = delete;
@@ -31,13 +32,14 @@ public:
     void Open(const std::string& path);
     void Close();
 
-    /// Whether the bytes of each number are reversed on their way: on for big-endian files.
+    /// Whether the bytes of each number are reversed, as big-endian files need; true at first.
     void SetSwap(bool swap) { m_bSwap = swap; }
 
     /// Bytes in the file that is being read.
     std::uint64_t GetSize() const { return m_Input.GetSize(); }
 
-    /// Bytes as they are. Writing asks the writer for items of size 1; its count must be `count`.
+    /// Reads or writes bytes unchanged. The writer is called once, with items of size 1, and fails unless it returns
+    /// `count`.
     void Bytes(void* bytes, std::size_t count);
 
     /// The header's 43 fields, one call of the writer each. Reading takes the byte order from the first of them and

@@ -32,8 +32,8 @@ bool IsXRayAngiography(DICOMDataObject* dataSet) {
            modality[2] == '\0';
 }
 
-/// One row of 16-bit samples as the file holds them: sample * scale, truncated, and `offset` added. A scale of
-/// 1 / Divisor is exact on 16 bits, so the integer division, which truncates too, gives the same.
+// One row of 16-bit samples as the file holds them: sample * scale, truncated, and `offset` added. A scale of
+// 1 / Divisor is exact on 16 bits, so the integer division, which truncates too, gives the same.
 template <int Divisor, class Sample>
 void ConvertRow(const Sample* source, std::vector<std::uint16_t>& row, int offset) {
     const auto added = static_cast<std::uint16_t>(offset);
@@ -55,7 +55,7 @@ void ConvertRow(const void* source, std::vector<std::uint16_t>& row, const Expor
     static char i32[] = "I32 data type not supported";
     static char complex[] = "COMPLEX data type not supported";
     static char real[] = "DOUBLE data type not supported";
-    static char unknown[] = "0 Unknown data type not supported";  // the number is not the code, and means nothing
+    static char unknown[] = "0 Unknown data type not supported";  // always "0", whatever the type's number
     char* text = unknown;
     switch (datatype) {
     case 0: text = bit; break;
@@ -76,7 +76,7 @@ CVolume::PixelType PixelTypeOf(std::int32_t datatype) {
     }
 }
 
-/// Bytes of a slice; throws unless the data file holds all slices, before memory is taken for them.
+// The bytes of a slice. Throws, before memory is allocated, unless the data file is long enough for all slices.
 std::size_t CheckedSliceSize(const AnalyzeHeader& header, std::size_t voxelSize, std::uint64_t fileSize) {
     if (header.dim[1] < 0 || header.dim[2] < 0 || header.dim[3] < 0) {
         throw EINVAL;
@@ -131,7 +131,7 @@ void CAnalyzeVolume::ChooseVoxelMapping(DICOMDataObject* first) {
     if (m_pVolume->GetType() != CVolume::PT_USHORT) {
         return;
     }
-    // Neither is set back when another volume is assigned: required.
+    // Neither is reset for the next volume: see operator= in the header.
     if (IsXRayAngiography(first)) {
         m_bHalve = true;
     } else {
@@ -223,7 +223,7 @@ void CAnalyzeVolume::WriteSlice16(AnalyzeStream& stream, int slice, const Export
     const std::size_t width = row.size();
     for (int y = 0; y < m_Header.dim[2]; ++y) {
         const std::uint16_t* const source = pixels + y * width;
-        if (mapping.scale != 0) {  // otherwise the row stays zero
+        if (mapping.scale != 0) {  // a scale of 0 means that zeros are written
             isSigned ? ConvertRow<std::int16_t>(source, row, mapping) : ConvertRow<std::uint16_t>(source, row, mapping);
         }
         stream.Bytes(row.data(), 2 * width);  // one call of the writer for each row: a host's writer may count on it
@@ -268,7 +268,7 @@ void CAnalyzeVolume::LoadPair(const std::string& base) {
         void* const pixels = PlanePixels(slice);
         stream.Bytes(pixels, sliceSize);
         if (m_bBigEndian && type != CVolume::PT_BYTE) {
-            platform::SwapUnits(pixels, sliceSize, 2);  // floats too: required
+            platform::SwapUnits(pixels, sliceSize, 2);  // wrong for floats, and meant to be: see Load in the header
         }
         AdvanceProgress();
     }

@@ -19,7 +19,8 @@ class AnalyzeStream;
 /// a pair back.
 ///
 /// Written files are big-endian. Slices are stored LAST SLICE FIRST, rows and columns in memory order; `Load` reads
-/// first slice first, so saving and loading again reverses the slices. Callers rely on both.
+/// first slice first, so saving and loading again reverses the slices. Both stay: existing pairs are stored in this
+/// order, and hosts expect it of a loaded volume.
 ///
 /// Voxels by pixel type:
 ///   PT_SHORT   signed 16-bit
@@ -49,8 +50,8 @@ public:
     /// After `Load` or `ReadHeader` of a little-endian pair the voxels are written as zeros.
     bool Save(const char* dir, const char* name) override;
 
-    /// What `Save` does to the voxels of the volume held. Without a volume, and for a pixel type that has no form, `bits`
-    /// is 0.
+    /// What `Save` does to the voxels of the volume held. Without a volume, and for a pixel type that has no form,
+    /// `bits` is 0.
     ExportMapping GetMapping() const;
 
     /// Reads the header file `path` (with its extension) and finds out its byte order: big-endian where the first
@@ -64,7 +65,8 @@ public:
     /// 16 PT_FLOAT. The callback is called after each slice and cannot stop the work.
     ///
     /// 32-bit floats of a big-endian pair come out wrong: the two bytes of each half are exchanged, the halves are not.
-    /// Kept as it is.
+    /// That stays, since hosts that
+    /// read such pairs correct it themselves.
     ///
     /// Returns true, or throws a `char*`: the text of a data type that is not supported, which leaves a new volume
     /// without dimensions, or the system's text when a file is missing, too short for its header or damaged, which
@@ -84,8 +86,8 @@ private:
     void LoadPair(const std::string& base);
 
     AnalyzeHeader m_Header;
-    bool m_bBigEndian;  // the data file's samples, or those to be written, are big-endian
+    bool m_bBigEndian;  ///< the data file's samples, or those to be written, are big-endian
     // 16-bit samples are written as trunc(sample * scale) - offset: see GetMapping.
-    bool m_bHalve;  // a scale of 0.5 instead of 1
+    bool m_bHalve;  ///< a scale of 0.5 instead of 1
     int m_nOffset;
 };

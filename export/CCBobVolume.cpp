@@ -21,7 +21,8 @@
 
 namespace {
 
-/// Prints the lines of a text file: tab, label, value. Every number is text by then, whatever the locale.
+// Prints the lines of a text file: tab, label, value. Numbers are turned into text here rather than by `Print`, whose
+// decimal point follows the program's locale.
 class Lines {
 public:
     explicit Lines(CFileWriter& writer) : m_Writer(writer) {}
@@ -53,7 +54,8 @@ bool IsPatientPosition(std::string_view position) {
     return std::find(std::begin(kPositions), std::end(kPositions), position) != std::end(kPositions);
 }
 
-// The limits of voxels in modality units. Those of signed volumes end where MapValue does, so large ones wrap around.
+// The limits of voxels in modality units. For signed volumes the upper one is that of MapValue's result, which 16 bits
+// do not hold: large values wrap around.
 constexpr std::int32_t kLowest = 0;
 
 std::int32_t HighestOf(CVolume::PixelType type) {

@@ -29,10 +29,10 @@ public:
     CCBobVolume& operator=(const CCBobVolume&) = default;
 
     /// Takes the volume of `series`; from its first data set the LUT, Modality (0008,0060) and the texts of the header;
-    /// from each of its data sets Slice Thickness (0018,0050), or the volume's fourth spacing value where it is missing.
-    /// Series Date (0008,0021) counts with 8 (yyyymmdd) or 10 (yyyy.mm.dd) characters, otherwise the date of the
-    /// series before stays; all else is forgotten. Patient Position (0018,5100) becomes "HFS" unless it is one of the
-    /// eight positions lying on back, front or side.
+    /// from each of its data sets Slice Thickness (0018,0050), or the volume's fourth spacing value where it is
+    /// missing. Series Date (0008,0021) counts with 8 (yyyymmdd) or 10 (yyyy.mm.dd) characters, otherwise the date of
+    /// the series before stays; all else is forgotten. Patient Position (0018,5100) becomes "HFS" unless it is one of
+    /// the eight positions lying on back, front or side.
     // NOLINTNEXTLINE(misc-unconventional-assign-operator): callers chain it as the base declares it
     CVolumeExport& operator=(CDicomVolume& series) override;
 
@@ -41,8 +41,8 @@ public:
     /// stopped the work, which leaves a short data file, and when the disk was full: writing is not checked.
     bool Save(const char* dir, const char* name) override;
 
-    /// What `Save` does to the voxels of the volume held. Without a volume, and for a pixel type that has no form, `bits`
-    /// is 0.
+    /// What `Save` does to the voxels of the volume held. Without a volume, and for a pixel type that has no form,
+    /// `bits` is 0.
     ExportMapping GetMapping() const;
 
 private:
@@ -55,18 +55,18 @@ private:
     void WriteSliceInfo();
     void WriteVoxels();
 
-    static constexpr int kTextSize = 256;  // a line stays below what one CFTPSend::Print sends
+    static constexpr int kTextSize = 256;  ///< a line stays below what one CFTPSend::Print sends
 
     char m_DimUnits[4];
     char m_DbName[kTextSize];
     char m_MedicalRecordNum[kTextSize];
     char m_Originator[kTextSize];
-    char m_Date[11];  // mm/dd/yyyy
+    char m_Date[11];  ///< mm/dd/yyyy
     char m_ScannerId[kTextSize];
     char m_PatientPosition[kTextSize];
     char m_Comment[kTextSize];
     int m_nOrientation;
-    std::vector<float> m_Thickness;  // millimetres, one a slice
+    std::vector<float> m_Thickness;  ///< millimetres, one a slice
     CModalityLUT m_LUT;
     char m_Modality[kTextSize];
 };

@@ -16,7 +16,7 @@
 
 namespace {
 
-/// Bytes that one call of ftplib sends: what a slow connection still takes within the time limit.
+// The most bytes that one call of ftplib sends: few enough that a slow connection takes them within the time limit.
 constexpr int kBlock = 65536;
 
 char g_NoReply[] = "";
@@ -25,14 +25,15 @@ struct Reply {
     char text[512];
 };
 
-/// Throws a reply as text that outlives the connection whose buffer it stands in, until the thread throws the next one.
+// Throws a server's reply as a `char*`. The text is copied, because the connection whose buffer holds it may be closed
+// by then; the copy lasts until the thread's next throw from here.
 [[noreturn]] void ThrowReply(const char* reply) {
     char(&text)[512] = platform::PerThread<Reply>::Get().text;
     std::snprintf(text, sizeof text, "%s", reply);
     throw static_cast<char*>(text);
 }
 
-/// FtpInit of the first object, whichever thread makes it; others wait until it is done.
+// Calls FtpInit once in the process, when the first object is made; other threads wait until it is done.
 void StartLibrary() {
     static std::mutex mutex;
     const std::lock_guard lock(mutex);
@@ -47,7 +48,7 @@ void StartLibrary() {
 bool CFTPSend::Init = false;
 int CFTPSend::Timeout = 60'000;
 
-/// One call of ftplib: bounded, and without SIGPIPE.
+// Lives as long as one call of ftplib: keeps its time limit, and keeps SIGPIPE from the host.
 class CFTPSend::Call {
 public:
     explicit Call(const CFTPSend& sender, NetBuf* data = nullptr) : m_pWatch(sender.m_pWatch.get()) {
@@ -143,7 +144,7 @@ void CFTPSend::ChDir(const char* dir) {
 bool CFTPSend::Open(const char* path, const char* mode) {
     if (m_pData != nullptr) {
         Close();
-        CFTPSend::Close();  // a derived Close may have left it open
+        CFTPSend::Close();  // a derived class's Close may leave it open
     }
     if (!HasSession()) {
         return false;
@@ -186,7 +187,7 @@ unsigned CFTPSend::Seek(unsigned long offset) {
     const char zero = 0;
     for (unsigned long i = 0; i < offset; ++i) {
         if (Send(&zero, 1) != 1) {
-            break;  // the connection is gone, and the result is fixed
+            break;  // the connection is gone, and the offset is returned all the same
         }
     }
     return static_cast<unsigned>(offset);
@@ -206,7 +207,8 @@ int CFTPSend::Send(const void* bytes, int count) {
     do {
         int block = std::min(count - sent, kBlock);
         if (sent + block < count && text[sent + block - 1] == '\r') {
-            --block;  // text transfer adds one to a line feed that has none in front of it in the same call
+            // A line feed belongs into the same call as its carriage return: ftplib adds another one otherwise.
+            --block;
         }
         const Call call(*this, m_pData);
         const int result = FtpWrite(text + sent, block, m_pData);

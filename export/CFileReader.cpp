@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Cuts comment and trailing white space off; whether anything but white space is left.
+// Cuts off the comment and trailing white space. True when anything but white space is left.
 bool CutLine(char* line) {
     std::size_t length = std::strcspn(line, "#");
     while (length > 0 && std::isspace(static_cast<unsigned char>(line[length - 1])) != 0) {

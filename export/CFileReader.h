@@ -23,8 +23,8 @@ public:
 
     /// Copies the next line that holds anything besides white space and a comment to `dst`, at most `size` - 1
     /// characters of it, and fills the rest of `dst` with zero bytes. Comment and trailing white space are removed;
-    /// leading white space is kept (callers rely on it). False at the end of the file. Throws the system's error text
-    /// as a `char*` when reading fails.
+    /// leading white space is kept, for formats in which the indent means something. False at the end of the file.
+    /// Throws the system's error text as a `char*` when reading fails.
     bool ReadNextLine(char* dst, int size);
 
     /// The whole line last read, cut like the one `ReadNextLine` gives.

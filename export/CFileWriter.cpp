@@ -32,7 +32,7 @@ CFileWriter::~CFileWriter() {
 bool CFileWriter::Open(const char* path, const char* mode) {
     if (m_pFile != nullptr) {
         Close();
-        CFileWriter::Close();  // a derived Close may have left the file open, and its buffer is about to be used again
+        CFileWriter::Close();  // a derived class's Close may leave the file open, and the new file is to use its buffer
     }
     m_pFile = platform::OpenFile(path, mode);
     if (m_pFile == nullptr) {

@@ -20,19 +20,21 @@ namespace {
 
 constexpr char kNoForm[] = "A vox file holds 8-bit and 16-bit voxels only";
 
-/// Stored values of 16-bit voxels: trunc((voxel - minimum) * scale), the product in single precision, its low 16 bits.
+// Computes the stored values of 16-bit voxels: the low 16 bits of trunc((voxel - minimum) * scale), where the product
+// is rounded to single precision. Where that rounding cannot matter, 16-bit integers are subtracted, which is faster.
 class Converter {
 public:
     Converter(CVolume::PixelType type, const ExportMapping& mapping)
         : m_Type(type), m_nMinimum(static_cast<std::int32_t>(-mapping.shift / mapping.scale)),
           m_bReduce(mapping.scale != 1) {}
 
-    /// Differences that single precision holds, unscaled: 16 bits are right whatever wraps around. Otherwise each plane
-    /// is begun with its range.
+    // Whether BeginPlane must be called with the range of each plane. It need not where voxels are not scaled and
+    // single precision holds every difference exactly (below 2^24): 16-bit subtraction is then right even where it
+    // wraps around.
     bool NeedsRange() const { return m_bReduce || std::abs(std::int64_t{m_nMinimum}) > (1 << 24) - 65536; }
 
-    /// Where the range lies as it should, from the minimum 65,535 upward, 16 bits do as well; a volume may name a wrong
-    /// minimum, though.
+    // 16-bit subtraction is right, too, for a plane whose voxels lie within minimum .. minimum + 65,535. All do when
+    // the volume's minimum is the true one, but a volume may state a wrong one; then a table is used.
     void BeginPlane(const VoxelRange& range) {
         m_bPlain = range.m_Low >= m_nMinimum && range.m_High - m_nMinimum <= 65535.0;
         if (!m_bPlain && m_Table.IsEmpty()) {
@@ -180,12 +182,12 @@ ExportMapping CRTVizVolume::GetMapping() const {
             mapping.reasons |= ExportMapping::FromMinimum;
         }
         mapping.bits = 16;
-    } catch (int) {  // planes without pixels
+    } catch (int) {  // thrown by PlanePixels: a plane has no pixels
     }
     return mapping;
 }
 
-/// False when the callback stopped it.
+// False when the callback stopped the work.
 bool CRTVizVolume::WriteVoxels() {
     int dimensions[4];
     m_pVolume->GetDimensions(dimensions);

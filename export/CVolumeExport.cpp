@@ -30,7 +30,8 @@ CVolumeExport& CVolumeExport::operator=(const CVolumeExport& source) {
     if (this == &source) {
         return *this;
     }
-    // What both share already keeps its owner: assigning a copy back to its source must not turn that into a borrower.
+    // What both share already keeps its owner: assigning a copy back to its source must not make the source believe
+    // that the volume or the writer belongs to somebody else.
     if (m_pVolume != source.m_pVolume) {
         ReleaseVolume();
         m_pVolume = source.m_pVolume;
@@ -111,7 +112,7 @@ bool CVolumeExport::SaveUrl(const char* url) {
             return SaveFile(std::string(rest));
         }
     } catch (...) {
-        // Deliberately broad: whatever an exporter throws is reported as a bad URL too.
+        // An exporter's Save may throw anything; the header promises this one text for all of it.
     }
     m_Error = kBadUrl;
     return false;
@@ -137,6 +138,6 @@ bool CVolumeExport::SaveFtp(const std::string& rest) {
     const CFTPSend* const installed = sender.get();
     SetFileWriter(sender.release());
     const bool saved = Save(target->directory.c_str(), target->name.c_str());
-    // A format does not notice a file that the server refused to finish.
+    // The exporters ignore the result of Close, so a file that the server did not confirm is only known to the writer.
     return saved && !(m_pWriter == installed && installed->HasFailed());
 }

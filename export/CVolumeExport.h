@@ -62,8 +62,8 @@ public:
     /// The parts of an FTP URL end at the first '%', the first '@' behind it, the first '/' behind that: a user name
     /// cannot hold '%', a password not '@'. Nothing in it is decoded. The host is a name or an IPv4 address, and takes
     /// ":port" where the port is not 21. The path is the server's; without one the formats ask for a file in its root
-    /// ("/vol.hdr"). CRTVizVolume puts a backslash between path and name here too, so a server with slashes makes a file
-    /// "path\name.vox" beside the folder.
+    /// ("/vol.hdr"). CRTVizVolume puts a backslash between path and name here too, so a server with slashes makes a
+    /// file "path\name.vox" beside the folder.
     ///
     /// A malformed URL (control characters included) and any exception out of `Save` give the same "Bad URL: ..." text.
     bool SaveUrl(const char* url);

@@ -23,7 +23,7 @@ struct ExportMapping {
 
     double scale = 1;
     double shift = 0;  ///< added before truncation
-    int offset = 0;    ///< added behind it
+    int offset = 0;    ///< added after truncation
     std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
     std::int64_t highest = std::numeric_limits<std::int64_t>::max();
     int bits = 0;           ///< of a number in the file; 0 where it holds none of the volume's voxels

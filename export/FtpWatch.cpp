@@ -14,13 +14,15 @@ namespace korvane_detail {
 
 namespace {
 
-/// For a call to return whose connection has been broken.
+// How long a call whose connection has been broken may take to return.
 constexpr std::chrono::milliseconds kGrace{250};
 
-/// A call that makes a connection, on a thread of its own that may be left alone with it.
+// A call that makes a connection and cannot be interrupted. It runs on a thread of its own, so that the caller can give
+// it up; both threads own the Attempt.
 struct Attempt {
     const std::function<NetBuf*()> make;
-    const std::function<void(NetBuf*)> dispose;  // of what was made too late (may be null)
+    const std::function<void(NetBuf*)>
+        dispose;  // called with the connection (may be null) when the caller has given up
     std::mutex mutex;
     std::condition_variable finished;
     NetBuf* made = nullptr;
@@ -45,7 +47,8 @@ void Try(const std::shared_ptr<Attempt>& attempt) {
     }
 }
 
-/// False when the time ran out; the thread then goes on by itself. `control` is the session's connection, -1 for none.
+// Runs an attempt for at most `limit`. False when the time ran out; the thread then goes on by itself and disposes of
+// what it makes. `control` is the socket of the session, which is broken to make the call return; -1 for none.
 bool TryWithin(const std::shared_ptr<Attempt>& attempt, std::chrono::milliseconds limit, int control = -1) {
     std::thread thread(Try, attempt);
     std::unique_lock lock(attempt->mutex);
@@ -71,7 +74,8 @@ void QuitIfConnected(NetBuf* control) {
     }
 }
 
-/// How ftplib 4.0, which has no call that names the socket, begins what it allocates for a connection.
+// The beginning of ftplib 4.0's private structure for a connection. Its public calls do not give the socket, which is
+// needed to break the connection.
 struct NetBufStart {
     char *cput, *cget;
     int handle;
@@ -87,7 +91,7 @@ struct NetBufStart {
     char response[1];
 };
 
-/// Whether that holds for the ftplib at hand: its last reply then lies where it should.
+// Whether the ftplib at hand has that layout: its last reply must lie at the offset of `response`.
 bool IsKnownLayout(NetBuf* control) {
     return FtpLastResponse(control) == reinterpret_cast<char*>(control) + offsetof(NetBufStart, response);
 }
@@ -175,7 +179,8 @@ void FtpWatch::Run() {
             }
             m_Deadline = Clock::time_point::max();
         }
-        // No call that begins in the meantime can be late before that.
+        // A call that begins while this thread sleeps has a deadline of at least now + m_Limit, so waking then is early
+        // enough.
         m_Wake.wait_until(lock, std::min(m_Deadline, now + m_Limit));
     }
 }

@@ -1,4 +1,4 @@
-// Bounds the waiting of an FTP session.
+// Time limits for the calls of an FTP session.
 #pragma once
 
 #include <chrono>
@@ -11,16 +11,18 @@ struct NetBuf;
 
 namespace korvane_detail {
 
-/// `FtpConnect` that gives up after `limit` milliseconds (0: never) of looking the name up, connecting and waiting for
-/// the greeting. Null on failure. What was given up is left to a thread of its own, which ends with the connection.
+/// Calls `FtpConnect`, which looks the name up, connects and waits for the greeting, and gives up after `limit`
+/// milliseconds (0: never). Null on failure. An attempt that was given up goes on in a thread of its own until the
+/// system or the server ends it.
 NetBuf* ConnectWithin(const std::string& host, int limit);
 
-/// Breaks a session's connections when one call of ftplib has waited for too long; the call, and all later ones, then
-/// fail as with a server that has gone.
+/// Watches a session and breaks its connections when one call of ftplib takes too long. That call and all later ones
+/// then fail, as they do when the server has gone.
 ///
-/// ftplib itself cannot do that: the idle time of `FtpOptions` does not cover the control connection, is overruled where
-/// a binary file is written, and needs descriptors below 1024; and it reads again when a socket's own time-out strikes. So
-/// this takes a thread, the library's only one: it does nothing but wait, and calls nothing of the host's.
+/// ftplib has no limit that would do: the idle time of `FtpOptions` does not cover the control connection, is not used
+/// while a binary file is written, and fails for descriptors from 1024 on; a time-out set on the socket makes it read
+/// again. Hence a thread, the only one that the module starts while calls go well. It only waits, and calls nothing of
+/// the host's.
 class FtpWatch {
 public:
     /// Calls on `control` may take `limit` milliseconds each; 0 for no limit.
@@ -29,16 +31,17 @@ public:
     FtpWatch(const FtpWatch&) = delete;
     FtpWatch& operator=(const FtpWatch&) = delete;
 
-    /// A call begins that waits for the control connection and for `data` (may be null).
+    /// Called before and after each call of ftplib. `data` is the data connection that it uses besides the control
+    /// connection; null for none.
     void Begin(NetBuf* data);
     void End();
 
-    /// `FtpAccess` for writing, within the limit; null on failure. It may hang where there is nothing to break yet: in
-    /// connecting to an address that does not answer. Then the whole session is given up and left to a thread of its own,
+    /// Calls `FtpAccess` for writing, within the limit; null on failure. While it connects to an address that does not
+    /// answer there is no connection to break; the whole session is then given up and left to a thread of its own,
     /// which ends it when the system gives up connecting.
     NetBuf* OpenRemote(const std::string& path, char kind);
 
-    /// The session was given up: its connections belong to that thread.
+    /// Whether the session was given up by OpenRemote; its connections then belong to the other thread.
     bool IsLost() const { return m_bLost; }
 
 private:
@@ -48,7 +51,7 @@ private:
     NetBuf* const m_pControl;
     const int m_nControl;
     const std::chrono::milliseconds m_Limit;
-    bool m_bLost = false;  // of the caller's thread alone
+    bool m_bLost = false;  ///< only used by the caller's thread
     int m_nData = -1;
     Clock::time_point m_Deadline = Clock::time_point::max();
     bool m_bEnd = false;

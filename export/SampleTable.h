@@ -7,11 +7,12 @@
 
 namespace korvane_detail {
 
-/// What each of the 65,536 values of a 16-bit voxel is stored as. A look-up takes less than the arithmetic with its
-/// tests of range, and the arithmetic needs to be written down but once.
+/// The stored value for each of the 65,536 values of a 16-bit voxel. A look-up is faster than the arithmetic with its
+/// tests of range. Empty until Fill.
 class SampleTable {
 public:
-    /// `map` takes a Sample (std::int16_t or std::uint16_t) and gives an integer, of which the low 16 bits are stored.
+    /// `map` is called for each value of Sample (std::int16_t or std::uint16_t) and returns an integer, of which the
+    /// low 16 bits are stored.
     template <class Sample, class Map>
     void Fill(Map map) {
         m_Stored.resize(65536);
@@ -22,6 +23,7 @@ public:
 
     bool IsEmpty() const { return m_Stored.empty(); }
 
+    /// Converts as many samples as `row` has elements; signed samples are passed by their bits.
     void Convert(const std::uint16_t* samples, std::vector<std::uint16_t>& row) const {
         const std::uint16_t* const stored = m_Stored.data();
         std::uint16_t* const out = row.data();

@@ -1,21 +1,21 @@
 // OLE automation values: VARIANT, BSTR, SAFEARRAY, and the functions on them.
 //
 // On Windows these are the system's own. Elsewhere the ones below stand in for them, with the same names, results and
-// HRESULT values, so that a host's code is the same on both. They live in the toolkit archive. Memory comes from malloc:
-// what one copy of the archive made (the module's), another (the host's) may free.
+// HRESULT values, so that a host's code is the same on both. They live in the toolkit archive. Memory comes from
+// malloc: what one copy of the archive made (the module's), another (the host's) may free.
 //
-// Away from Windows:
+// On other systems:
 // - Types of a VARIANT: VT_EMPTY, VT_NULL, VT_I1 to VT_UI8, VT_INT, VT_UINT, VT_R4, VT_R8, VT_BOOL, VT_DATE, VT_BSTR,
 //   VT_ERROR, and arrays of these and of VT_VARIANT. Others, VT_BYREF among them, are DISP_E_BADVARTYPE.
 // - The only locale is 1033 (US English), whatever is asked for.
-// - A text is read as a number as far as Windows reads it: blanks around, one sign in front or behind, parentheses for a
-//   negative number, "$", commas between digits, a decimal point, an exponent; or "&H1F", "&O17".
+// - A text is read as a number as far as Windows reads it: blanks around, one sign in front or behind, parentheses for
+//   a negative number, "$", commas between digits, a decimal point, an exponent; or "&H1F", "&O17".
 // - A text is read as a date where it has year, month and day: numbers, or the month as English name or its first three
-//   letters, a day's name before it or not, with "/", "-", "," or blanks between ("1/2/2000", "2000-01-02",
-//   "2 Jan 2000", "Sunday, January 2, 2000"). Numbers are taken as month day year; where that is no date, as year month
-//   day, day month year, year day month. Years below 50 belong to 2000, those to 99 to 1900. A time ("15:04:05",
-//   "3:04 PM", "3 PM") may stand before or behind, or alone. Dates without a year or without a day, "A.M.", fractions of
-//   a second and ISO 8601's "T" are not read: DISP_E_TYPEMISMATCH.
+//   letters, a day's name before it or not, with "/", "-", "," or blanks between ("1/2/2000", "2000-01-02", "2 Jan
+//   2000", "Sunday, January 2, 2000"). Numbers are taken as month day year; where that is no date, as year month day,
+//   day month year, year day month. Years below 50 belong to 2000, those to 99 to 1900. A time ("15:04:05", "3:04 PM",
+//   "3 PM") may stand before or behind, or alone. Dates without a year or without a day, "A.M.", fractions of a second
+//   and ISO 8601's "T" are not read: DISP_E_TYPEMISMATCH.
 #pragma once
 
 #if defined(_WIN32)
@@ -161,9 +161,9 @@ struct SYSTEMTIME {
 // ---- BSTR
 
 BSTR SysAllocString(const OLECHAR* text);
-/// `length` characters; without `text` they are not initialised.
+/// A text of `length` characters, copied from `text`, or not initialised where that is null.
 BSTR SysAllocStringLen(const OLECHAR* text, UINT length);
-/// As bytes; their number may be odd.
+/// A text of `length` bytes, copied unchanged; their number may be odd.
 BSTR SysAllocStringByteLen(const char* bytes, UINT length);
 UINT SysStringLen(BSTR text);
 UINT SysStringByteLen(BSTR text);
@@ -171,21 +171,22 @@ void SysFreeString(BSTR text);
 
 // ---- SAFEARRAY
 
-/// Null for a type that cannot be an element's, for no dimension, and where memory (2 GB at most) does not suffice.
+/// Null for a type that elements cannot have, for 0 dimensions, above 2 GB, and when memory runs out.
 SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dimensions, SAFEARRAYBOUND* bounds);
 SAFEARRAY* SafeArrayCreateVector(VARTYPE vt, LONG lowerBound, ULONG elements);
 HRESULT SafeArrayCopy(SAFEARRAY* source, SAFEARRAY** copy);
 HRESULT SafeArrayDestroy(SAFEARRAY* array);
-/// The elements, until `SafeArrayUnaccessData`; as long the array cannot be destroyed.
+/// The address of the elements, valid until `SafeArrayUnaccessData`; until then the array cannot be destroyed.
 HRESULT SafeArrayAccessData(SAFEARRAY* array, void** data);
 HRESULT SafeArrayUnaccessData(SAFEARRAY* array);
 UINT SafeArrayGetDim(SAFEARRAY* array);
 UINT SafeArrayGetElemsize(SAFEARRAY* array);
 HRESULT SafeArrayGetVartype(SAFEARRAY* array, VARTYPE* vt);
-/// Bounds of dimension 1 and up; the upper one belongs to the array.
+/// Dimensions count from 1. The upper bound is the last index, not the one behind it.
 HRESULT SafeArrayGetLBound(SAFEARRAY* array, UINT dimension, LONG* bound);
 HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound);
-/// One index for each dimension. Texts and variants are copied, on either way; `PutElement` takes the BSTR itself.
+/// `indices` holds one index for each dimension. Texts and variants are copied both ways. For a text, `value` of
+/// `PutElement` is the BSTR itself, that of `GetElement` the address of one.
 HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* value);
 HRESULT SafeArrayGetElement(SAFEARRAY* array, LONG* indices, void* value);
 
@@ -193,19 +194,20 @@ HRESULT SafeArrayGetElement(SAFEARRAY* array, LONG* indices, void* value);
 
 void VariantInit(VARIANT* value);
 HRESULT VariantClear(VARIANT* value);
-/// A copy of its own; what `copy` held is freed.
+/// `copy` gets its own copy of texts and arrays; what it held before is freed.
 HRESULT VariantCopy(VARIANT* copy, const VARIANT* source);
-/// Converts to `vt`, in place too; where that fails `result` stays as it is. Reals become integers by rounding, halves to
-/// even; what does not fit is DISP_E_OVERFLOW. Integers of one width keep their bits (-1 as VT_UI4 is 4294967295).
+/// Converts to `vt`; `result` and `source` may be the same object. On failure `result` is unchanged. Reals become
+/// integers by rounding, halves to even; what does not fit is DISP_E_OVERFLOW. Integers of one width keep their bits
+/// (-1 as VT_UI4 is 4294967295).
 HRESULT VariantChangeType(VARIANT* result, const VARIANT* source, USHORT flags, VARTYPE vt);
 HRESULT VariantChangeTypeEx(VARIANT* result, const VARIANT* source, LCID locale, USHORT flags, VARTYPE vt);
 
-// ---- Dates: 1 January 100 to 31 December 9999. Both return 1, or 0 for what is no date.
+// ---- Dates: 1 January 100 to 31 December 9999. Both functions return 1, or 0 where the argument is not a date.
 
-/// Rounds to whole seconds; milliseconds are 0.
+/// Splits a date into its fields, rounded to whole seconds; milliseconds are 0.
 int VariantTimeToSystemTime(DATE time, SYSTEMTIME* fields);
-/// Milliseconds and the day of the week are not looked at. A day from 0 to 31 that the month does not have counts on into
-/// its neighbour. Years below 50 belong to 2000, those to 99 to 1900.
+/// Milliseconds and the day of the week are not looked at. A day from 0 to 31 that the month does not have counts on
+/// into its neighbour. Years below 50 belong to 2000, those to 99 to 1900.
 int SystemTimeToVariantTime(SYSTEMTIME* fields, DATE* time);
 
 #endif

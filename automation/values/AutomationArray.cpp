@@ -1,5 +1,5 @@
-// SAFEARRAY away from Windows. The descriptor stands behind a header that remembers the element type; the elements have a
-// block of their own.
+// SAFEARRAY on systems other than Windows. The memory block of the descriptor begins with a header that holds the
+// element type; the elements have a block of their own.
 #include "Automation.h"
 
 #include <cstdlib>
@@ -14,9 +14,9 @@ constexpr std::uint64_t kLargest = 0x7FFFFFFF;
 constexpr ULONG kMostLocks = 0xFFFF;
 constexpr UINT kMostDimensions = 0xFFFF;
 
-constexpr std::size_t kHeader = 16;  // room for the type; keeps the descriptor aligned
+constexpr std::size_t kHeader = 16;  // bytes in front of the descriptor for the element type; 16 keep it aligned
 
-/// 0 for a type that no element may have.
+// Bytes of an element; 0 for a type that elements cannot have.
 ULONG ElementSize(VARTYPE vt) {
     switch (vt) {
     case VT_I1:
@@ -56,7 +56,7 @@ std::size_t CountOf(const SAFEARRAY* array) {
     return count;
 }
 
-/// The descriptor, its bounds not yet set, without elements.
+// Makes a descriptor without elements; its bounds are not set yet.
 SAFEARRAY* MakeDescriptor(VARTYPE vt, UINT dimensions) {
     const std::size_t bytes = kHeader + sizeof(SAFEARRAY) + (dimensions - 1) * sizeof(SAFEARRAYBOUND);
     auto* const block = static_cast<unsigned char*>(std::calloc(1, bytes));
@@ -80,7 +80,7 @@ void FreeElement(VARTYPE vt, void* element) {
     }
 }
 
-/// Into memory that holds no element yet.
+// Copies one element into memory that holds none yet, so that nothing has to be freed there.
 HRESULT CopyElement(VARTYPE vt, ULONG size, void* to, const void* from) {
     if (vt == VT_BSTR) {
         BSTR text = *static_cast<const BSTR*>(from);
@@ -100,19 +100,20 @@ HRESULT CopyElement(VARTYPE vt, ULONG size, void* to, const void* from) {
     return S_OK;
 }
 
-/// The array with all that is in it.
+// Frees an array, its elements and what they own.
 void FreeArray(SAFEARRAY* array) {
     const VARTYPE vt = TypeOf(array);
     if (array->pvData != nullptr && (vt == VT_BSTR || vt == VT_VARIANT)) {
         auto* element = static_cast<unsigned char*>(array->pvData);
-        for (std::size_t left = CountOf(array); left > 0; --left, element += array->cbElements)
+        for (std::size_t left = CountOf(array); left > 0; --left, element += array->cbElements) {
             FreeElement(vt, element);
+        }
     }
     std::free(array->pvData);
     std::free(BlockOf(array));
 }
 
-/// Into an array of the same shape that has none yet.
+// Copies all elements into an array of the same shape that has none yet.
 HRESULT CopyElements(const SAFEARRAY* source, SAFEARRAY* copy) {
     const VARTYPE vt = TypeOf(copy);
     const std::size_t count = CountOf(copy);
@@ -129,7 +130,7 @@ HRESULT CopyElements(const SAFEARRAY* source, SAFEARRAY* copy) {
     return S_OK;
 }
 
-/// Null for an index outside the bounds.
+// The address of an element; null for an index outside the bounds.
 unsigned char* ElementAt(SAFEARRAY* array, const LONG* indices) {
     std::size_t at = 0, stride = 1;
     for (UINT i = 0; i < array->cDims; ++i) {
@@ -154,7 +155,7 @@ SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT dimensions, SAFEARRAYBOUND* bounds) 
     if (size == 0 || bounds == nullptr || dimensions < 1 || dimensions > kMostDimensions) return nullptr;
     std::uint64_t bytes = size;
     for (UINT i = 0; i < dimensions; ++i) {
-        // An empty dimension empties the array; the others must still be sane.
+        // A dimension of 0 elements makes the array empty, but the other dimensions must still be of a possible size.
         if (bounds[i].cElements > kLargest || bytes * bounds[i].cElements > kLargest) return nullptr;
         bytes *= bounds[i].cElements;
     }
@@ -240,7 +241,7 @@ HRESULT SafeArrayGetUBound(SAFEARRAY* array, UINT dimension, LONG* bound) {
     if (array == nullptr || bound == nullptr) return E_INVALIDARG;
     const SAFEARRAYBOUND* const found = BoundOf(array, dimension);
     if (found == nullptr) return DISP_E_BADINDEX;
-    // In 32 bits, which wrap around beyond the largest index.
+    // Computed in 32 bits, which wrap around where the upper bound exceeds the largest LONG, as on Windows.
     *bound = static_cast<LONG>(static_cast<ULONG>(found->lLbound) + found->cElements - 1u);
     return S_OK;
 }
@@ -251,7 +252,7 @@ HRESULT SafeArrayPutElement(SAFEARRAY* array, LONG* indices, void* value) {
     if (element == nullptr) return DISP_E_BADINDEX;
     const VARTYPE vt = TypeOf(array);
     if (vt == VT_VARIANT) return VariantCopy(static_cast<VARIANT*>(element), static_cast<const VARIANT*>(value));
-    // A text is passed as itself, not by its address.
+    // `value` is the BSTR itself, not its address.
     BSTR text = static_cast<BSTR>(value);
     if (vt != VT_BSTR && value == nullptr) return E_INVALIDARG;
     if (vt == VT_BSTR) FreeElement(vt, element);

@@ -34,7 +34,7 @@ bool DayOf(int year, int month, int day, double& date) {
 }
 
 double WithTime(double day, const DateFields& time) {
-    // Rounded once, from whole seconds.
+    // The time is computed from whole seconds, so that it is rounded only once.
     const int seconds = (time.m_Hour * 60 + time.m_Minute) * 60 + time.m_Second;
     return (day * kSecondsOfDay + (day < 0 ? -seconds : seconds)) / kSecondsOfDay;
 }

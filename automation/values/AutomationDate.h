@@ -1,4 +1,5 @@
-// Dates of automation values and their texts (US English), away from Windows.
+// Dates of automation values and their text (US English), for systems other than Windows. A date is a DATE of
+// Automation.h: days since 30 December 1899. Years run from 100 to 9999.
 #pragma once
 
 #include "Automation.h"
@@ -8,6 +9,7 @@
 
 namespace platform {
 
+/// A date and time of day in the calendar; months and days count from 1.
 struct DateFields {
     int m_Year = 0;
     int m_Month = 0;
@@ -20,22 +22,25 @@ struct DateFields {
 /// Whether a DATE lies in the years 100 to 9999.
 bool IsDate(double date);
 
-/// The day of a date, as a DATE. The day may lie outside its month, the month must not; false when the result is no date.
+/// The DATE of a calendar day. `day` may lie outside its month and then counts on into a neighbouring one; `month` must
+/// be 1 to 12. False when the result is not a date.
 bool DayOf(int year, int month, int day, double& date);
 
-/// The day together with a time; for days below 0 the time counts downwards.
+/// The DATE of a day and a time of day. For days below 0 the fraction counts away from midnight, so it is subtracted.
 double WithTime(double day, const DateFields& time);
 
-/// Rounded to seconds; false for what is no date.
+/// Splits a DATE into its fields, rounded to seconds. False when it is not a date.
 bool SplitDate(double date, DateFields& fields);
 
-/// A year that was written with two digits.
+/// The full year for one written with two digits: below 50 in the 2000s, others in the 1900s; larger ones are
+/// unchanged.
 int FullYear(int year);
 
-/// "1/2/2000 3:04:05 PM"; only the day at midnight, only the time on day 0. Empty for what is no date.
+/// The text of a date, "1/2/2000 3:04:05 PM". At midnight the time is left out, on day 0 the day. Empty when it is not
+/// a date.
 std::string DateText(double date);
 
-/// DISP_E_TYPEMISMATCH for what is no date. Automation.h tells what is.
+/// Reads a date in any of the forms that Automation.h lists; DISP_E_TYPEMISMATCH for other texts.
 HRESULT ReadDate(std::u16string_view text, double& date);
 
 }  // namespace platform

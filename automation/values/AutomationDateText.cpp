@@ -1,4 +1,4 @@
-// Texts that are dates: what Automation.h says is read.
+// Reading dates from text; Automation.h lists the forms that are accepted.
 #include "AutomationDate.h"
 
 #include <array>
@@ -16,7 +16,8 @@ constexpr std::array<std::string_view, 12> kMonths = {"january",   "february", "
 constexpr std::array<std::string_view, 7> kDays = {"sunday",   "monday", "tuesday", "wednesday",
                                                    "thursday", "friday", "saturday"};
 
-/// 1 for the first of the names; 0 for none of them. Three letters stand for the whole name.
+// The position of a word in a list of names, from 1; 0 where it is none of them. The first three letters stand for a
+// name.
 template <std::size_t N>
 int IndexOf(const std::array<std::string_view, N>& names, std::string_view word) {
     for (std::size_t i = 0; i < N; ++i) {
@@ -35,7 +36,7 @@ bool IsDayOf(int year, int month, int day) {
     return day <= kLengths[month - 1] || (month == 2 && day == 29 && IsLeapYear(year));
 }
 
-/// A number, a word in small letters, or a single character.
+// A number, a word in small letters, or a single character.
 struct Token {
     int m_Number = -1;
     std::string m_Word;
@@ -46,7 +47,7 @@ struct Token {
 
 class DateReader {
 public:
-    /// False for characters that no date has, and for numbers of more than four digits.
+    // Splits a text into tokens. False where it has a character that no date has, or a number of more than four digits.
     bool Split(std::u16string_view text) {
         bool space = false;
         for (std::size_t i = 0; i < text.size();) {
@@ -106,7 +107,8 @@ private:
     }
     bool IsNumber(std::size_t at) const { return At(at).m_Number >= 0; }
 
-    /// Hour, and minute and second behind it, or "AM" or "PM"; false, with nothing read, where no time stands.
+    // Reads an hour that is followed by minutes and seconds, by "AM" or "PM", or by both. False, and nothing is
+    // consumed, where there is no time.
     bool ReadTime() {
         if (!IsNumber(m_At)) return false;
         std::size_t at = m_At;
@@ -126,7 +128,7 @@ private:
         return true;
     }
 
-    /// One separator, or a blank.
+    // One separator, or a blank.
     bool SkipSeparator() {
         const Token& token = At(m_At);
         if (token.Is("/") || token.Is("-") || token.Is(",")) {

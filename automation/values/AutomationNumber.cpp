@@ -20,7 +20,7 @@ bool IsDigit(char16_t c) {
     return c >= u'0' && c <= u'9';
 }
 
-/// Reads a text from front to back.
+// Reads a text from front to back.
 class NumberReader {
 public:
     NumberReader(std::u16string_view text, NumberText& number) : m_Rest(text), m_Number(number) {}
@@ -40,7 +40,7 @@ private:
         while (!m_Rest.empty() && IsSpace(m_Rest.front())) m_Rest.remove_prefix(1);
     }
 
-    /// The marks around the digits, in any order: one sign, one pair of parentheses, one "$", and blanks.
+    // The marks around the digits, in any order: one sign, one pair of parentheses, one "$", and blanks.
     void ReadMarks(bool leading) {
         for (SkipSpaces(); !m_Rest.empty(); SkipSpaces()) {
             const char16_t c = m_Rest.front();
@@ -61,7 +61,7 @@ private:
         }
     }
 
-    /// Digits with commas between or behind them and at most one point; false without a digit.
+    // Digits with commas between or behind them and at most one point; false without a digit.
     bool ReadDigits() {
         bool point = false, any = false;
         std::int64_t exponent = 0;
@@ -81,7 +81,7 @@ private:
         return any;
     }
 
-    /// False when an "E" has no number behind it.
+    // Reads an exponent where there is one. False when an "E" has no number behind it.
     bool ReadExponent() {
         if (m_Rest.empty() || (m_Rest.front() != u'e' && m_Rest.front() != u'E')) return true;
         m_Rest.remove_prefix(1);
@@ -99,7 +99,7 @@ private:
         return true;
     }
 
-    /// "&H1F" and "&O17".
+    // "&H1F" and "&O17".
     HRESULT ReadBits() {
         const char16_t base = m_Rest[1];
         const bool hexadecimal = base == u'H' || base == u'h';
@@ -133,9 +133,10 @@ private:
     bool m_bOpen = false;
 };
 
-/// Whether a number lies just between two of so many digits; such numbers are shown away from zero.
+// Whether a number lies exactly halfway between two numbers of `digits` digits; such numbers are rounded away from
+// zero.
 bool IsHalf(double value, int digits) {
-    // A double that is no half differs from one within its first 40 digits.
+    // 40 digits are enough: a double that is not halfway differs from the halfway number within them.
     char buffer[64];
     const auto end =
         std::to_chars(buffer, buffer + sizeof buffer, std::fabs(value), std::chars_format::scientific, 40).ptr;
@@ -149,8 +150,9 @@ bool IsHalf(double value, int digits) {
 HRESULT ReadNumber(std::u16string_view text, NumberText& number) {
     number = NumberText();
     // Digits are counted in 32 bits, with room for the exponent.
-    if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 2))
+    if (text.size() > static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max() / 2)) {
         return DISP_E_TYPEMISMATCH;
+    }
     return NumberReader(text, number).Read();
 }
 

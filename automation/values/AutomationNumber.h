@@ -1,4 +1,4 @@
-// Numbers of automation values and their texts (US English), away from Windows.
+// Numbers of automation values and their text (US English), for systems other than Windows.
 #pragma once
 
 #include "Automation.h"
@@ -9,8 +9,8 @@
 
 namespace platform {
 
-/// A number as a text gives it, exactly: `m_Digits` times 10 to the power of `m_Exponent`; or, for a text in hexadecimal or
-/// octal digits, bits.
+/// The exact number that a text states: `m_Digits` times 10 to the power of `m_Exponent`. For "&H1F" and "&O17"
+/// (hexadecimal and octal digits) `m_bBits` is set and `m_Bits` is the number.
 struct NumberText {
     bool m_bNegative = false;
     std::string m_Digits;  ///< without zeros in front; empty for 0
@@ -19,17 +19,20 @@ struct NumberText {
     std::uint64_t m_Bits = 0;
 };
 
-/// DISP_E_TYPEMISMATCH for what is no number, DISP_E_OVERFLOW for more than 64 bits.
+/// Reads a number in any of the forms that Automation.h lists. DISP_E_TYPEMISMATCH for other texts, DISP_E_OVERFLOW for
+/// more than 64 bits.
 HRESULT ReadNumber(std::u16string_view text, NumberText& number);
 
-/// DISP_E_OVERFLOW beyond the range of a double; what is too small is 0. Bits are a 32-bit signed number.
+/// The nearest double. DISP_E_OVERFLOW beyond its range; a number too small for it becomes 0. Hexadecimal and octal
+/// digits are taken for a 32-bit signed number.
 HRESULT ToReal(const NumberText& number, double& value);
 
-/// Rounded to an integer, halves to even. DISP_E_OVERFLOW beyond 64 bits. Not for bits.
+/// The number without its sign, rounded to an integer, halves to even. DISP_E_OVERFLOW beyond 64 bits. Only for decimal
+/// numbers.
 HRESULT ToMagnitude(const NumberText& number, std::uint64_t& magnitude);
 
-/// `digits` significant digits at most; an exponent ("1E+20", "1E-05") from 10 to the power of `digits` on, and below
-/// 0.0001.
+/// The text of a number with at most `digits` significant digits. It has an exponent ("1E+20", "1E-05") from 10 to the
+/// power of `digits` on, and below 0.0001.
 std::string RealText(double value, int digits);
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// BSTR away from Windows: a malloc block with the number of bytes before the text.
+// BSTR on systems other than Windows: a malloc block that begins with the text's length in bytes.
 #include "Automation.h"
 
 #include <cstdlib>
@@ -7,7 +7,7 @@
 
 namespace {
 
-// Keeps the text aligned as malloc aligned the block.
+// Bytes in front of the text. The length needs 4; 16 keep the text aligned as malloc aligned the block.
 constexpr std::size_t kHeader = 16;
 constexpr UINT kLongest = 0x7FFFFFFFu - 32;
 

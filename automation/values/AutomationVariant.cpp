@@ -1,4 +1,4 @@
-// VARIANT away from Windows: life, copies, and the conversions between types.
+// VARIANT on systems other than Windows: clearing, copying, and the conversions between types.
 #include "Automation.h"
 
 #include "AutomationDate.h"
@@ -21,18 +21,18 @@ bool IsPlainType(VARTYPE vt) {
            (vt >= VT_I1 && vt <= VT_UINT);
 }
 
-/// What a VARIANT may be asked to become.
+// The types that VariantChangeType converts to.
 bool IsType(VARTYPE vt) {
     const VARTYPE plain = vt & static_cast<VARTYPE>(~VT_ARRAY);
     return IsPlainType(plain) && ((vt & VT_ARRAY) == 0 || plain > VT_NULL);
 }
 
-/// What a VARIANT may be.
+// The types that a VARIANT may have.
 bool IsValueType(VARTYPE vt) {
     return IsType(vt) && vt != VT_VARIANT;
 }
 
-/// A number out of a VARIANT: an integer as sign and magnitude, or a real.
+// The number in a VARIANT: an integer as sign and magnitude, or a real.
 struct Number {
     bool m_bReal = false;
     bool m_bNegative = false;
@@ -55,7 +55,7 @@ Number Real(double value) {
     return number;
 }
 
-/// Any type but texts.
+// The number in a value of any type but text.
 Number NumberOf(const VARIANT& source) {
     switch (source.vt) {
     case VT_I1: return Whole(static_cast<std::int8_t>(source.cVal));
@@ -82,7 +82,7 @@ double AsReal(const Number& number) {
     return number.m_bNegative ? -value : value;
 }
 
-/// Halves to even, whatever rounding the processor is set to.
+// Rounds halves to even, whatever rounding mode the processor is set to.
 double RoundToEven(double value) {
     const double below = std::floor(value);
     const double part = value - below;
@@ -90,7 +90,7 @@ double RoundToEven(double value) {
     return below + 1;
 }
 
-/// A rounded real as sign and magnitude; false for what 64 bits do not hold.
+// Rounds a real to sign and magnitude; false where 64 bits do not hold it.
 bool AsWhole(Number& number) {
     if (!number.m_bReal) return true;
     const double rounded = RoundToEven(number.m_Real);
@@ -113,7 +113,7 @@ HRESULT StoreWhole(Number number, T& value) {
 }
 
 HRESULT StoreReal4(double value, float& stored) {
-    // A double just above the range still rounds into it.
+    // Doubles between the largest float and this limit still round to the largest float.
     constexpr double kTooLarge = 3.4028235677973366e38;
     if (std::fabs(value) >= kTooLarge) return DISP_E_OVERFLOW;
     stored = static_cast<float>(value);
@@ -126,7 +126,7 @@ HRESULT StoreDate(double value, DATE& date) {
     return S_OK;
 }
 
-/// Into a type that a number has.
+// Stores a number as one of the numeric types.
 HRESULT StoreNumber(const Number& number, VARIANT& result) {
     switch (result.vt) {
     case VT_I1: {
@@ -156,7 +156,7 @@ HRESULT StoreNumber(const Number& number, VARIANT& result) {
     }
 }
 
-/// Bytes of an integer type, 0 for others.
+// Bytes of an integer type, 0 for others.
 unsigned WidthOf(VARTYPE vt) {
     switch (vt) {
     case VT_I1:
@@ -173,7 +173,7 @@ unsigned WidthOf(VARTYPE vt) {
     }
 }
 
-/// Bits as an integer of a type: they must fit its width.
+// Stores bits as an integer of the result's type; DISP_E_OVERFLOW where its width does not hold them.
 HRESULT StoreBits(std::uint64_t bits, VARIANT& result) {
     const unsigned width = WidthOf(result.vt);
     if (width < 8 && (bits >> (8 * width)) != 0) return DISP_E_OVERFLOW;
@@ -183,7 +183,7 @@ HRESULT StoreBits(std::uint64_t bits, VARIANT& result) {
 
 // ---- Texts
 
-/// Up to the first zero: what stands behind it belongs to the text, but to no number.
+// The part of a text that is read as a number or date: up to the first zero character.
 std::u16string_view TextOf(const VARIANT& source) {
     return source.bstrVal != nullptr ? std::u16string_view(source.bstrVal) : std::u16string_view();
 }
@@ -268,7 +268,7 @@ HRESULT TextToBytes(BSTR text, VARIANT& result) {
     return S_OK;
 }
 
-/// Between two different types; `result` has its type already and nothing in it.
+// Between two different types; `result` has its type already and nothing in it.
 HRESULT Convert(const VARIANT& source, USHORT flags, VARIANT& result) {
     constexpr VARTYPE kBytes = VT_ARRAY | VT_UI1;
     if (source.vt == VT_BSTR && result.vt == kBytes) return TextToBytes(source.bstrVal, result);

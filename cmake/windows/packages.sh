@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes, for the 32-bit Windows build, what Debian does not package for that target: ftplib, libpng, the libraries of the
-# codec module and GoogleTest, from Debian's sources, all static, and the header-only libraries of the program and the
-# tests, apart from the system's other headers.
+# Makes what the 32-bit Windows build needs and Debian does not package for that target. From Debian's sources, as static
+# libraries: ftplib, libpng, the libraries of the codec module, and GoogleTest. Also copies the header-only libraries of the
+# program and the tests, since the folder of the machine's other headers must not be searched.
 #
 # usage: packages.sh DESTINATION    (include/, lib/ and share/cmake/ there; the file "complete" comes last)
 set -euo pipefail
@@ -24,7 +24,7 @@ list_sources() {
 }
 
 # fetch_sources NAME...: unpacks Debian's source packages to $work/NAME each.
-# Lists of its own: nothing of the machine's is changed, and no root rights are needed.
+# It keeps package lists of its own, so nothing of the machine is changed and no root rights are needed.
 fetch_sources() {
     local apt=$work/apt log=$work/apt.log name version
     mkdir -p "$apt/lists/partial"
@@ -36,7 +36,7 @@ fetch_sources() {
     apt-get "${options[@]}" update >"$log" 2>&1 || die "cannot list source packages: $(tail -n 3 "$log")"
     for name in "$@"; do
         mkdir "$work/$name.package"
-        # A mirror may list a version before it has it: the newest one that is there.
+        # A mirror may list a version before it has the files: take the newest one that can be fetched.
         for version in $(apt-cache "${options[@]}" showsrc "$name" | sed -n 's/^Version: //p' | sort -ruV); do
             (cd "$work/$name.package" &&
                 apt-get "${options[@]}" source --download-only "$name=$version") >"$log" 2>&1 || continue
@@ -66,7 +66,7 @@ build_ftplib() {
     sed 's/__declspec(dllimport)/extern/' "$source/ftplib.h" >"$destination/include/ftplib.h"
 }
 
-# zlib is packaged; only its static library shall be found.
+# zlib is packaged for the target; a copy of its static library makes sure that the DLL is not linked.
 build_libpng() {
     cp "/usr/$triplet/include/"z{lib,conf}.h "$destination/include/"
     cp "/usr/$triplet/lib/libz.a" "$destination/lib/"

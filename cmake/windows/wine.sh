@@ -36,7 +36,7 @@ fi
 
 case ${1:-} in
 --start)
-    # Wine's services start with the first program, and would hold on to whatever its output goes to.
+    # Wine's services start with the first program, inherit its output, and would keep a pipe there open.
     exec </dev/null >/dev/null 2>&1
     WINEPREFIX=/prefix chroot "$root" wineserver --persistent || [ $? -eq 2 ] # 2: one is running
     set -- wineboot

@@ -13,13 +13,13 @@ die() {
     exit 1
 }
 
-# "mirror suite" of the machine's own Debian.
+# Prints the mirror and the suite that the machine's own Debian uses.
 mirror() {
     apt-get indextargets --format '$(CREATED_BY) $(REPO_URI) $(CODENAME) $(COMPONENT) $(ORIGIN)' |
         sed -n 's/^Packages \([^ ]*\) \([a-z]*\) main Debian$/\1 \2/p' | head -n 1
 }
 
-# The prefix is made beforehand, without the parts that would ask to be downloaded.
+# Wine's prefix is made here, once, without the parts that Wine would offer to download.
 make_prefix() {
     mount --bind /proc "$1/proc"
     mount --bind /dev "$1/dev"

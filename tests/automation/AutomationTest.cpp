@@ -10,7 +10,7 @@ HRESULT Convert(VARIANT& from, VARTYPE vt, VARIANT& to) {
     return VariantChangeTypeEx(&to, &from, 1033, 0, vt);
 }
 
-/// Each text of a list as one type, and that as another.
+// Each text of a list as one type, and that as another.
 std::string Converted(const std::string& list, VARTYPE first, VARTYPE second) {
     std::string all;
     for (const std::string& text : Split(list)) {

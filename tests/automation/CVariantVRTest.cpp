@@ -11,7 +11,7 @@ namespace {
 
 constexpr int kMost = std::numeric_limits<int>::max(), kLeast = std::numeric_limits<int>::min();
 
-/// An element of a representation, with exactly these bytes.
+// An element of a representation, with exactly these bytes.
 class Element {
 public:
     Element(const std::string& type, const std::string& bytes)
@@ -28,7 +28,7 @@ public:
     CVariantVR m_Bridge;
 };
 
-/// The results, one after the other, of the same element.
+// The results, one after the other, of the same element.
 std::string Read(const std::string& type, const std::string& bytes, std::initializer_list<int> indices) {
     Element element(type, bytes);
     std::string all;
@@ -36,7 +36,7 @@ std::string Read(const std::string& type, const std::string& bytes, std::initial
     return all;
 }
 
-/// The bytes after a value has been set.
+// The bytes after a value has been set.
 std::string Written(const std::string& type, VARIANT& value, const std::string& bytes = "", int i = 0) {
     Element element(type, bytes);
     return element->SetVal(value, i) ? element.Bytes() : "refused";

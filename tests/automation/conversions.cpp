@@ -47,7 +47,7 @@ public:
         Convert(source, targets, flags);
     }
 
-    /// A date apart, and together again.
+    // A date apart, and together again.
     void Fields(double date) {
         SYSTEMTIME time = {};
         const bool done = VariantTimeToSystemTime(date, &time) != 0;
@@ -150,8 +150,9 @@ void Dates(Table& table, std::mt19937& dice) {
     }
     for (const std::string& year : Split("0|49|50|99|101|1899|1900|2000|2001|9999|10000|65535")) {
         for (const WORD month : {WORD{1}, WORD{2}, WORD{4}, WORD{12}, WORD{13}}) {
-            for (WORD day = 0; day < 33; ++day)
+            for (WORD day = 0; day < 33; ++day) {
                 table.Day({static_cast<WORD>(std::stoi(year)), month, 0, day, 0, 0, 0, 0});
+            }
         }
     }
     for (int i = 0; i < 300; ++i) {

@@ -37,7 +37,7 @@ Bytes Encoded(DcmFrameFormat& format, const Bytes& pixels) {
     return stream;
 }
 
-/// Why a codec refuses a stream; "" when it does not.
+// Why a codec refuses a stream; "" when it does not.
 template <class AnyCodec>
 std::string Refusal(DcmFrameFormat format, const Bytes& stream, Bytes* result = nullptr) {
     Bytes pixels(SizeOf(format));
@@ -50,7 +50,7 @@ std::string Refusal(DcmFrameFormat format, const Bytes& stream, Bytes* result = 
     return "";
 }
 
-/// Kinds: noise, steps, flat, the extremes by turns, `stored` bits of noise, the same with their sign above.
+// Kinds: noise, steps, flat, the extremes by turns, `stored` bits of noise, the same with their sign above.
 Bytes MakePixels(const DcmFrameFormat& format, int kind) {
     Bytes pixels(SizeOf(format));
     const std::size_t width = format.bitsAllocated / 8;
@@ -95,7 +95,7 @@ TEST(Codecs, WhatIsEncodedComesBackBitForBit) {
     EXPECT_THROW(Encoded<LosslessJpegCodec>(wide, Bytes(256)), CodecFailure);
 }
 
-/// An RLE stream: the header says `count` and `offsets`, `body` follows it.
+// An RLE stream: the header says `count` and `offsets`, `body` follows it.
 Bytes Rle(std::uint32_t count, std::vector<std::uint32_t> offsets, const Bytes& body) {
     offsets.insert(offsets.begin(), count);
     offsets.resize(16);
@@ -193,8 +193,8 @@ TEST(LosslessJpegCodec, DamagedStreamsAreRefusedWithAReason) {
     }
 }
 
-/// 12 bits, two blocks of one value each, 1500 above and below the middle, a restart marker between them. Each table has
-/// one code, a single 0: for DC differences of 11 bits, and for the end of a block.
+// 12 bits, two blocks of one value each, 1500 above and below the middle, a restart marker between them. Each table has
+// one code, a single 0: for DC differences of 11 bits, and for the end of a block.
 Bytes TwoBlocks() {
     Bytes stream = {0xFF, 0xD8, 0xFF, 0xDB, 0, 67, 0};
     stream.insert(stream.end(), 64, 8);

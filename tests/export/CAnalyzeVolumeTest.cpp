@@ -2,7 +2,7 @@
 
 namespace {
 
-/// A header with a matrix, a data type and pixdim[1] = 0.5; a little-endian one has sizeof_hdr 0.
+// A header with a matrix, a data type and pixdim[1] = 0.5; a little-endian one has sizeof_hdr 0.
 std::string Header(bool big, int nx, int ny, int nz, int datatype) {
     const auto word = [big](int v) { return big ? Bytes({v >> 8, v}) : Bytes({v, v >> 8}); };
     std::string header(348, '\0');
@@ -12,7 +12,7 @@ std::string Header(bool big, int nx, int ny, int nz, int datatype) {
     return header.replace(80, 4, big ? Bytes({0x3F, 0, 0, 0}) : Bytes({0, 0, 0, 0x3F}));
 }
 
-/// Writes to disk, but refuses the given one of its opens and writes.
+// Writes to disk, but refuses the given one of its opens and writes.
 struct StubbornWriter : CFileWriter {
     explicit StubbornWriter(int refused) : m_nRefused(refused) {}
     bool Open(const char* path, const char* mode) override {
@@ -40,7 +40,7 @@ protected:
         MakeFile("vol.img", voxels);
         return ThrownText([this] { m_Exporter.Load(Path("vol").c_str()); });
     }
-    /// The bytes in memory of both planes of a loaded pair.
+    // The bytes in memory of both planes of a loaded pair.
     std::string Loaded(const std::string& header, const std::string& voxels) {
         EXPECT_EQ(LoadError(header, voxels), "nothing thrown");
         const auto plane = [&](int k) { return static_cast<char*>(m_Exporter.GetVolume()->GetPlane(k)->m_pData); };

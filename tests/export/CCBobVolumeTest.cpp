@@ -17,7 +17,7 @@ protected:
         EXPECT_TRUE(Save(series));
         return ReadBack(file);
     }
-    /// The value behind a label of the header or of the first slice's block.
+    // The value behind a label of the header or of the first slice's block.
     std::string Value(const std::string& label, const TestSeries::Form& form, const char* file = "vol.header") {
         const std::string text = Saved(form, file);
         const std::size_t start = text.find("\t" + label + " ") + label.size() + 4;

@@ -6,14 +6,14 @@ namespace {
 
 class CRTVizVolumeTest : public ExportTest {
 protected:
-    /// The file made of a series whose volume has this minimum and maximum.
+    // The file made of a series whose volume has this minimum and maximum.
     std::string Saved(const TestSeries::Form& form, long long minimum, long long maximum) {
         TestSeries series(form);
         m_Exporter = series.Range(minimum, maximum);
         EXPECT_TRUE(m_Exporter.Save(m_Folder.string().c_str(), "vol"));
         return ReadBack("vol.vox");
     }
-    /// The two voxels first, first + 1 as they come out.
+    // The two voxels first, first + 1 as they come out.
     std::vector<int> Voxels(int first, long long minimum, long long maximum, bool isSigned = true) {
         const std::string file =
             Saved({.slices = 1, .isSigned = isSigned, .first = first, .rows = 1, .columns = 2}, minimum, maximum);

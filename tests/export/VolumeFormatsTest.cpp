@@ -6,7 +6,7 @@
 
 namespace {
 
-/// What is particular to a format: its files, that of the voxels last; the voxels' order; when the callback is asked.
+// What is particular to a format: its files, that of the voxels last; the voxels' order; when the callback is asked.
 template <class Exporter>
 struct Format;
 template <>
@@ -25,7 +25,7 @@ struct Format<CRTVizVolume> {
     static constexpr bool lowByteFirst = true, lastSliceFirst = false, asksBefore = false, staysOpen = true;
 };
 
-/// Counts its life and its files, and refuses to open one of them.
+// Counts its life and its files, and refuses to open one of them.
 struct Gate : CFileWriter {
     explicit Gate(int refused = 0) : m_nRefused(refused) {}
     ~Gate() override { ++s_nDeaths; }
@@ -44,7 +44,7 @@ class VolumeFormatsTest : public ExportTest {
 protected:
     VolumeFormatsTest() { m_Series.Range(300, 317); }
     bool Save() { return m_Exporter.Save(m_Folder.string().c_str(), "vol"); }
-    /// The voxels in the file: 36 bytes at its end, unless the save was stopped.
+    // The voxels in the file: 36 bytes at its end, unless the save was stopped.
     std::string Voxels(std::size_t count = 36) {
         const std::string file = ReadBack(*std::rbegin(Format<Exporter>::files));
         return file.size() < count ? file : file.substr(file.size() - count);
@@ -64,8 +64,9 @@ TYPED_TEST(VolumeFormatsTest, SizeByteOrderSliceOrder) {
         const int value = std::is_same_v<TypeParam, CRTVizVolume> ? i : 300 + i;
         expected += Format<TypeParam>::lowByteFirst ? Bytes({value, value >> 8}) : Bytes({value >> 8, value});
     }
-    if (Format<TypeParam>::lastSliceFirst)
+    if (Format<TypeParam>::lastSliceFirst) {
         expected = expected.substr(24) + expected.substr(12, 12) + expected.substr(0, 12);
+    }
     EXPECT_EQ(this->Voxels(), expected);
     for (const char* file : Format<TypeParam>::files) std::filesystem::remove(this->Path(file));
     EXPECT_TRUE(this->m_Exporter.SaveUrl(("file:" + this->m_Folder.string() + "\\vol").c_str()));
@@ -139,7 +140,7 @@ TYPED_TEST(VolumeFormatsTest, OwnsWriterAndReferenceAndACopyOwnsNothing) {
     EXPECT_EQ(this->m_Volume.GetNRefs(), 1);
 }
 
-/// The number that the mapping's formula gives, in the bits of the file.
+// The number that the mapping's formula gives, in the bits of the file.
 int Mapped(const ExportMapping& mapping, int voxel) {
     const double number = std::trunc(voxel * mapping.scale + mapping.shift) + mapping.offset;
     const auto limited = static_cast<long long>(
@@ -171,11 +172,12 @@ TYPED_TEST(VolumeFormatsTest, TellsWhatItDoesToVoxels) {
             const int slice = i / 6;
             const int place = Format<TypeParam>::lastSliceFirst ? i - 6 * slice + 6 * (form.slices - 1 - slice) : i;
             const int number = Mapped(mapping, form.first + place);
-            if (mapping.bits == 8)
+            if (mapping.bits == 8) {
                 expected += Bytes({number});
-            else
+            } else {
                 expected +=
                     Format<TypeParam>::lowByteFirst ? Bytes({number, number >> 8}) : Bytes({number >> 8, number});
+            }
         }
         EXPECT_TRUE(this->Voxels(expected.size()) == expected) << form.modality << form.first;
         for (const char* file : Format<TypeParam>::files) std::filesystem::remove(this->Path(file));

@@ -72,8 +72,9 @@ TEST(FTransform, DecomposesIntoAnglesThatMakeItAgain) {
     FVector angles, shift;
     for (int i = 0; i < 200; ++i) {
         FTransform t = numbers.Rigid();
-        if (i % 4 == 1)
+        if (i % 4 == 1) {
             t = FTransform(V(numbers.Next(), i % 8 == 1 ? kPi / 2 : -kPi / 2, numbers.Next()), numbers.Vector());
+        }
         t.Decompose(angles, shift);
         EXPECT_LT(Difference(t, FTransform(angles, shift)), 4e-7) << "as float angles have it";
         EXPECT_LE(std::fabs(angles[1]), static_cast<float>(kPi / 2));

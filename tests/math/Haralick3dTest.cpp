@@ -181,8 +181,9 @@ TEST(Haralick3dWeighted, SurvivesOutliers) {
                 pose.InitRobust(sets.m_From.data(), sets.m_To.data(), n);
                 robust += std::pow(good.Error(pose.GetTransform()), 2);
                 clean += std::pow(good.Error(Fit(good)), 2);
-                for (int i = n * 7 / 10; i < n; ++i)
+                for (int i = n * 7 / 10; i < n; ++i) {
                     kept += pose.GetErrors()[i] > 3 && pose.GetWeights()[i] > 0 ? 1 : 0;
+                }
                 EXPECT_NEAR(pose.GetDeviation(), 0.35, 0.3) << seed;
             }
             const std::string what = std::to_string(n) + " points, kind " + std::to_string(&kind - kinds);
@@ -198,8 +199,9 @@ TEST(Haralick3dWeighted, SurvivesOutliers) {
     EXPECT_LT(exact.Error(pose.GetTransform()), 3e-5);
     EXPECT_EQ(pose.GetWeights()[0] + pose.GetWeights()[1] + pose.GetWeights()[2], 0.0F);
     EXPECT_GT(FVector(pose.GetWeights().GetPointer() + 3, 7).min(), 0.5F);
-    for (const int few : {2, 0})
+    for (const int few : {2, 0}) {
         EXPECT_THROW(pose.InitRobust(exact.m_From.data(), exact.m_To.data(), few), DimException);
+    }
     const std::vector<FPoint> same(10, FPoint(1, 2, 3));
     EXPECT_THROW(pose.InitRobust(same.data(), same.data(), 10), ZeroException);
 }

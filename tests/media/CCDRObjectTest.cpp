@@ -21,7 +21,7 @@ std::string Bytes(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// What a failing call throws.
+// What a failing call throws.
 std::string Thrown(const std::function<void()>& call) {
     try {
         call();

@@ -5,7 +5,7 @@ namespace {
 using Words = std::vector<std::uint16_t>;
 using Bytes = std::vector<std::uint8_t>;
 
-/// Counts what it is told and stops at three quarters.
+// Counts what it is told and stops at three quarters.
 struct Recorder : CPercent {
     bool OnProgress(short percent) override { return ++m_nCalls, percent >= 75; }
     int m_nCalls = 0;

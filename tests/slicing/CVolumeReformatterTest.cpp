@@ -14,7 +14,7 @@ namespace {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-/// A volume that lies obliquely in the patient.
+// A volume that lies obliquely in the patient.
 struct Source : SlicedVolume {
     Source(CVolume::PixelType type, int nx, int ny, const std::vector<float>& planeZ, bool contig,
            const Content& content)
@@ -250,7 +250,7 @@ double Field(const Point& p) {
     return 200 + 3 * p[0] - 2 * p[1] + 5 * p[2];
 }
 
-/// A stack that leans, evenly or by a step and with uneven planes, and holds a field that is linear in the patient.
+// A stack that leans, evenly or by a step and with uneven planes, and holds a field that is linear in the patient.
 struct Leaning : Source {
     Leaning(CVolume::PixelType type, bool even, double scale)
         : Source(type, 11, 9, even ? Even(5, true) : std::vector<float>{0, 2, 3, 7, 8, 9}, even,
@@ -271,7 +271,7 @@ struct Leaning : Source {
     }
 };
 
-/// How many voxels have data. Those have the field's value at the point where they are said to be.
+// How many voxels have data. Those have the field's value at the point where they are said to be.
 int CountData(CVolume& volume, double fill, double scale, double tolerance) {
     int found = 0;
     ForEach(volume, [&](int i, int j, int k) {

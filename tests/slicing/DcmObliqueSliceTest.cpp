@@ -342,8 +342,8 @@ namespace {
 
 enum class Lean { kEven, kUneven, kShifted, kRounded };
 
-/// A stack that lies obliquely in the patient, its planes sideways of each other, in floats of a field that is linear in
-/// the patient.
+// A stack that lies obliquely in the patient, its planes sideways of each other, in floats of a field that is linear in
+// the patient.
 struct LeaningVolume : SlicedVolume {
     LeaningVolume(Lean lean, const std::vector<float>& planeZ, CVolume::PixelType type, const Content& content)
         : SlicedVolume({type, 21, 18, planeZ, 0.7F, 1.3F, lean != Lean::kUneven}, content) {

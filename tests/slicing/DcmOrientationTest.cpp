@@ -84,8 +84,9 @@ TEST(DcmOrientation, RawPlanes) {
     }
     EXPECT_EQ(known, 24);
     EXPECT_EQ(Views(""), "0b 2 1");
-    for (const char* other : {"L\\R\\", "A\\A", "X", "L", "\\H\\", "L\\", "l\\p\\", "\\"})
+    for (const char* other : {"L\\R\\", "A\\A", "X", "L", "\\H\\", "L\\", "l\\p\\", "\\"}) {
         EXPECT_EQ(Views(other), "0 2 1") << other;
+    }
     EXPECT_EQ(View("L\\A\\", 3) + View("", -1), "00");
 
     DICOMDataObject object;

@@ -20,7 +20,7 @@ Point Apply(const FTransform& t, const Point& p) {
     return moved;
 }
 
-/// A tilted, uneven source and a grid that lies otherwise, tilted too.
+// A tilted, uneven source and a grid that lies otherwise, tilted too.
 struct Pair {
     SlicedVolume source{{CVolume::PT_FLOAT, 24, 20, {0, 3, 5, 9, 12, 16, 18}, 0.9F, 1.1F},
                         [](int, int, int) { return 0; }};
@@ -37,7 +37,7 @@ struct Pair {
         });
     }
 
-    /// Turns, scales and shears a little, and takes the middle of the grid to that of the source.
+    // Turns, scales and shears a little, and takes the middle of the grid to that of the source.
     FTransform ToSource(double scale) {
         const float rows[3][3] = {{1, 0.2F, -0.1F}, {-0.2F, 0.9F, 0.3F}, {0.1F, -0.2F, 1.1F}};
         FMatrix linear(3, 3);

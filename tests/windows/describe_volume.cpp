@@ -1,7 +1,7 @@
 // usage: describe_volume DUMP FILE...    assembles a series; `CVolume::Dump` to DUMP, every number bit for bit to stdout
+#include "../../host/terminal/Terminal.h"
 #include <Korvane/Dicom.h>
 #include <Korvane/Korvane.h>
-#include "../../host/terminal/Terminal.h"
 
 #include <array>
 #include <bit>
@@ -20,7 +20,7 @@ void PrintBits(const char* name, std::span<const float> values) {
     std::printf("\n");
 }
 
-/// Fowler, Noll and Vo's hash, 64 bits.
+// Fowler, Noll and Vo's hash, 64 bits.
 unsigned long long Hash(const void* bytes, std::size_t count) {
     std::uint64_t hash = 0xCBF29CE484222325U;
     for (const auto* byte = static_cast<const unsigned char*>(bytes); count > 0; --count, ++byte) {

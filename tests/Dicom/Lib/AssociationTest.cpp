@@ -8,7 +8,7 @@ using Event = DcmService::Event;
 
 const Bytes kRequest = PduBytes(Request());
 
-/// Keeps nothing.
+// Keeps nothing.
 struct NoSink : StorageSink {
     std::uint16_t Begin(const StorageRequest&) override { return kStatusSuccess; }
     std::uint16_t Write(const void*, std::size_t) override { return kStatusSuccess; }
@@ -24,8 +24,8 @@ struct Served {
     int whole;
 };
 
-/// An acceptor that meets a peer who says `script` and then closes its sending side, or stays silent. With a pause
-/// (milliseconds), byte after byte of what stands behind the request.
+// An acceptor that meets a peer who says `script` and then closes its sending side, or stays silent. With a pause
+// (milliseconds), byte after byte of what stands behind the request.
 Served Serve(const Bytes& script, bool closes = true, const AcceptPolicy& policy = {}, int pause = -1) {
     DcmService service;
     DcmSocket peer;
@@ -49,7 +49,7 @@ Served Serve(const Bytes& script, bool closes = true, const AcceptPolicy& policy
     return {event, ReceiveAll(peer), service.GetError(), sink.whole};
 }
 
-/// A requestor that meets a server who says `script` and closes.
+// A requestor that meets a server who says `script` and closes.
 Served Ask(const Bytes& script, bool closes = true) {
     Served result{};
     Server server([&](DcmService& peer) {

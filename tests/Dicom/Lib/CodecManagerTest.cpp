@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kXor[] = "1.2.3.1";
 
-/// Rows of 5 pixels; the frames' bytes are the pixels.
+// Rows of 5 pixels; the frames' bytes are the pixels.
 std::unique_ptr<DICOMDataObject> Image(std::uint16_t rows, const char* frames, const std::string& pixels) {
     auto set = std::make_unique<DICOMDataObject>();
     set->Push(MakeText(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.1"));
@@ -22,7 +22,7 @@ std::unique_ptr<DICOMDataObject> Image(std::uint16_t rows, const char* frames, c
     return set;
 }
 
-/// Makes the pixel data encapsulated: offset table, then fragments.
+// Makes the pixel data encapsulated: offset table, then fragments.
 void Encapsulate(DICOMObject& set, const std::string& table, const std::vector<std::string>& fragments) {
     ReplaceText(set, tags::TransferSyntaxUID, TypeCode("UI"), kXor);
     set.Take(0x7FE0, 0x0010);

@@ -12,7 +12,7 @@ constexpr const char* kSyntaxes[] = {"1.2.840.10008.1.2.5",    "1.2.840.10008.1.
                                      "1.2.840.10008.1.2.4.81", "1.2.840.10008.1.2.4.90", "1.2.840.10008.1.2.4.91"};
 constexpr std::size_t kHeader = 8;
 
-/// The header is: syntax, rows, columns, frames, samples and their form, bits allocated, bits stored, length of the offset table.
+// The header is: syntax, rows, columns, frames, samples and their form, bits allocated, bits stored, length of the offset table.
 std::unique_ptr<DICOMDataObject> Image(const std::uint8_t* header) {
     auto set = std::make_unique<DICOMDataObject>();
     const std::uint16_t samples = (header[4] & 1) != 0 ? 3 : 1;
@@ -31,7 +31,7 @@ std::unique_ptr<DICOMDataObject> Image(const std::uint8_t* header) {
     return set;
 }
 
-/// Behind the header: the table, then fragments of 2-byte lengths.
+// Behind the header: the table, then fragments of 2-byte lengths.
 void PushFragments(DICOMObject& set, const std::uint8_t* bytes, std::size_t count) {
     auto* const pixels = new VR(0x7FE0, 0x0010, 0, 0);
     std::size_t length = std::min<std::size_t>(bytes[7], count - kHeader);

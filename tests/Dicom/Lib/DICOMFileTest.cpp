@@ -36,7 +36,7 @@ std::unique_ptr<DICOMDataObject> SmallImage() {
     return set;
 }
 
-/// What stands behind group 0002.
+// What stands behind group 0002.
 std::string DataSetListing(const DICOMObject& set) {
     const std::string listing = Listing(set);
     return listing.substr(listing.find("0008,0016"));

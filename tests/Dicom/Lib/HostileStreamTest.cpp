@@ -5,7 +5,7 @@
 
 namespace {
 
-/// Loads, and encodes what came of it in every syntax.
+// Loads, and encodes what came of it in every syntax.
 void LoadAndEncode(const Bytes& bytes) {
     TransferSyntaxCodec codec(&PublicDictionary());
     DICOMFileReader reader(codec);
@@ -18,7 +18,7 @@ void LoadAndEncode(const Bytes& bytes) {
     }
 }
 
-/// A source whose end is not known, as a socket's is not.
+// A source whose end is not known, as a socket's is not.
 class Endless : public Buffer {
 public:
     explicit Endless(const Bytes& bytes) : m_Bytes(bytes) {}

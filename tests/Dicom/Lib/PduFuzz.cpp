@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Reads what stands behind the type byte; what is then written, without that byte.
+// Reads what stands behind the type byte; what is then written, without that byte.
 template <class Pdu>
 Bytes Read(Pdu& pdu, const std::uint8_t* bytes, std::size_t count) {
     MemoryInputBuffer in(bytes, count);
@@ -27,14 +27,15 @@ Bytes Read(Pdu& pdu, const std::uint8_t* bytes, std::size_t count) {
 }
 
 Bytes Seed() {
-    if constexpr (std::is_same_v<KORVANE_PDU, DimseCommand>)
+    if constexpr (std::is_same_v<KORVANE_PDU, DimseCommand>) {
         return Join({{0}, StoreCommand().Encode()});
-    else if constexpr (std::is_same_v<KORVANE_PDU, PDataTF>)
+    } else if constexpr (std::is_same_v<KORVANE_PDU, PDataTF>) {
         return DataPdu(1, 3, EchoCommand());
-    else if constexpr (std::is_same_v<KORVANE_PDU, AAssociateRQ>)
+    } else if constexpr (std::is_same_v<KORVANE_PDU, AAssociateRQ>) {
         return PduBytes(Request());
-    else
+    } else {
         return PduBytes(KORVANE_PDU());
+    }
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 namespace {
 
-/// Reads bytes with the class of their type; all pieces of P-DATA too.
+// Reads bytes with the class of their type; all pieces of P-DATA too.
 int ReadAny(const Bytes& bytes) {
     DcmService service;
     switch (bytes[0]) {

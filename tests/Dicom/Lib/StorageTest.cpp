@@ -15,7 +15,7 @@ Bytes Meta(const std::string& syntax) {
     return le.Short(0x0002, 0x0010, "UI", syntax + std::string(syntax.size() % 2, '\0'));
 }
 
-/// Class, instance and `rest` in a byte order; the other elements are the same in any.
+// Class, instance and `rest` in a byte order; the other elements are the same in any.
 Bytes File(const std::string& syntax, const std::string& instance, const Bytes& rest, const Writer& order = le) {
     return Join({kPreamble, Meta(syntax), order.Short(0x0008, 0x0016, "UI", std::string(kCtClass) + '\0'),
                  order.Short(0x0008, 0x0018, "UI", instance), rest});
@@ -33,7 +33,7 @@ protected:
 
     std::string Path(const std::string& name) const { return (m_Folder / name).string(); }
 
-    /// Sends the files written to this folder; what came of each.
+    // Sends the files written to this folder; what came of each.
     std::vector<StorageResult> Send(const std::vector<std::string>& names, const AcceptPolicy& policy,
                                     std::uint32_t maximumLength = DcmService::kDefaultLength) {
         FolderSink sink(Path("in"));
@@ -59,7 +59,7 @@ protected:
         return results;
     }
 
-    /// The values of a file's data set. Without their types, which the implicit syntax does not carry.
+    // The values of a file's data set. Without their types, which the implicit syntax does not carry.
     static std::string Content(const std::string& path) {
         TransferSyntaxCodec codec(&PublicDictionary());
         DICOMFileReader reader(codec);
@@ -70,7 +70,7 @@ protected:
         return Listing(*set);
     }
 
-    /// What the provider answers to one data set, and what then lies in the folder.
+    // What the provider answers to one data set, and what then lies in the folder.
     std::pair<std::uint16_t, std::size_t> Status(const DimseCommand& command, const Bytes& data, const char* folder) {
         DcmService service;
         DcmSocket peer;

@@ -14,7 +14,7 @@ protected:
         return result;
     }
 
-    /// Encodes a copy of the set.
+    // Encodes a copy of the set.
     Bytes Encode(int syntax) {
         const std::unique_ptr<DICOMObject> copy(m_Set.Clone(true));
         MemoryOutputBuffer buffer;
