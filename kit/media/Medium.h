@@ -49,8 +49,8 @@ struct MediumReport {
 ///     for (const auto& fault : report.faults) std::cerr << fault.path << ": " << fault.why << '\n';
 ///
 /// Sources keep their order, the files of a folder are sorted; of two files with one SOP Instance UID the first stays.
-/// The directory gets its name when all is there: a folder with a DICOMDIR is a whole medium. While it works it holds
-/// a lock in the root; another one that builds there at the same time fails, and removes nothing.
+/// The directory gets its name when all is there: a folder with a DICOMDIR is a whole medium. One builder for a root
+/// at a time: nothing keeps a second one out.
 ///
 /// Throws `Error`: `NotFound` for a source that is not there, or when nothing goes onto the medium; `Disk`, `Damaged`;
 /// `Stopped`. Nothing that it made is there then.

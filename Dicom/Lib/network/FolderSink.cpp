@@ -7,6 +7,9 @@
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <random>
 
 namespace {
 
@@ -66,6 +69,16 @@ Content CompareDataSets(const std::string& older, const std::string& file, std::
     return a.HasFailed() || b.HasFailed() ? Content::Unreadable : Content::Other;
 }
 
+/// Nobody else's: the same instance may come on two associations at once, to this process and to others.
+std::string UnfinishedSuffix() {
+    static std::atomic<unsigned> s_count{0};
+    std::random_device random;
+    return "." + std::to_string(random()) + "-" + std::to_string(++s_count) + ".part";
+}
+
+/// Of this process, one at a time finds a free name and takes it.
+std::mutex g_Settling;
+
 std::string NumberedName(const std::string& path, int number) {
     const std::string base = path.substr(0, path.size() - kExtension.size());
     return base + "-" + std::to_string(number) + std::string(kExtension);
@@ -101,7 +114,7 @@ std::uint16_t FolderSink::Begin(const StorageRequest& request) {
     const std::string name = MakeName(request);
     if (name.empty()) return kStatusInvalidInstance;
     m_Path = m_Folder + "/" + name + std::string(kExtension);
-    m_Part = m_Path + ".part";
+    m_Part = m_Path + UnfinishedSuffix();
     const std::vector<unsigned char> head = FileHead(request);
     m_Head = head.size();
     if (!m_File.Open(m_Part.c_str())) {
@@ -132,6 +145,7 @@ std::uint16_t FolderSink::End() {
 
 /// Gives the file its name, which may be another than was thought.
 bool FolderSink::Settle() {
+    const std::lock_guard<std::mutex> lock(g_Settling);
     const std::string first = m_Path;
     for (int number = 2; m_Existing == Existing::KeepBoth && platform::FileExists(m_Path.c_str()); ++number) {
         if (number > kMostCompared) {
