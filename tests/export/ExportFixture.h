@@ -1,6 +1,7 @@
-// What the export tests share: a folder of their own, whole files as texts, and small series made in memory.
+// What the export tests share: whole files as texts, and small series made in memory.
 #pragma once
 
+#include "FolderTest.h"
 #include "series/SeriesFixture.h"
 
 #include <filesystem>
@@ -8,16 +9,11 @@
 #include <functional>
 #include <iterator>
 
-/// A fresh folder for each test, removed behind it.
-class ExportTest : public ::testing::Test {
+/// Each test has a folder of its own with an empty folder "sub" in it.
+class ExportTest : public FolderTest {
 protected:
-    ExportTest() {
-        std::filesystem::remove_all(m_Folder);
-        std::filesystem::create_directories(m_Folder / "sub");
-    }
-    ~ExportTest() override { std::filesystem::remove_all(m_Folder); }
+    ExportTest() { std::filesystem::create_directories(m_Folder / "sub"); }
 
-    std::string Path(const std::string& name) const { return (m_Folder / name).string(); }
     std::string ReadBack(const std::string& name) const {
         std::ifstream file(m_Folder / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
@@ -25,10 +21,6 @@ protected:
     void MakeFile(const std::string& name, const std::string& bytes) const {
         std::ofstream(m_Folder / name, std::ios::binary) << bytes;
     }
-
-    const std::filesystem::path m_Folder =
-        std::filesystem::path(::testing::TempDir()) /
-        (std::string("korvane_export_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
 /// The text that a call throws as a `char*`.

@@ -1,3 +1,4 @@
+#include "FolderTest.h"
 #include "WrittenDirectory.h"
 
 #include <Korvane/Dicom.h>
@@ -58,15 +59,13 @@ Set MakeSet(const std::string& patient, const std::string& study, const std::str
     return set;
 }
 
-class CCDRObjectTest : public testing::Test {
+class CCDRObjectTest : public FolderTest {
 protected:
     CCDRObjectTest() {
-        fs::remove_all(m_Folder);
         fs::create_directories(m_Folder / "root" / "FILES");
         m_Builder.SetRoot((m_Folder / "root").string());
         m_Builder.SetFileRoot("FILES");
     }
-    ~CCDRObjectTest() override { fs::remove_all(m_Folder); }
 
     std::string Save(DICOMObject& set, int mode = 3) {
         const std::string path = (m_Folder / ("in" + std::to_string(++m_Files))).string();
@@ -84,9 +83,6 @@ protected:
         return WrittenDirectory(Bytes(Root() / "DICOMDIR"));
     }
 
-    // Of its own for each test: they run side by side.
-    fs::path m_Folder = fs::temp_directory_path() /
-                        (std::string("korvane-media-") + testing::UnitTest::GetInstance()->current_test_info()->name());
     Builder m_Builder;
     int m_Files = 0;
 };

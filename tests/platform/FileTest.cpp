@@ -1,3 +1,5 @@
+#include "FolderTest.h"
+
 #include <Korvane/platform/File.h>
 #include <Korvane/platform/FileTree.h>
 
@@ -9,49 +11,45 @@
 using namespace platform;
 namespace fs = std::filesystem;
 
-TEST(File, BothSeparatorsWorkAndDirectoriesAreRefused) {
-    const fs::path folder = fs::path(testing::TempDir()) / "korvane-file-test";
-    fs::create_directories(folder);
-    const std::string path = folder.string() + "\\a.bin";
+using File = FolderTest;
+
+TEST_F(File, BothSeparatorsWorkAndDirectoriesAreRefused) {
+    const std::string path = m_Folder.string() + "\\a.bin";
     OutputFile out;
     ASSERT_TRUE(out.Open(path.c_str()));
     EXPECT_TRUE(out.Write("abcdef", 6));
     EXPECT_TRUE(out.Close());
-    EXPECT_EQ(fs::file_size(folder / "a.bin"), 6U);
+    EXPECT_EQ(fs::file_size(m_Folder / "a.bin"), 6U);
     EXPECT_TRUE(FileExists(path.c_str()));
 
     InputFile in;
     char bytes[8];
-    ASSERT_TRUE(in.Open((folder / "a.bin").string().c_str()));
+    ASSERT_TRUE(in.Open((m_Folder / "a.bin").string().c_str()));
     EXPECT_EQ(in.GetSize(), 6U);
     EXPECT_EQ(in.Read(bytes, 4), 4U);
     EXPECT_EQ(in.Read(bytes, 8), 2U);
     EXPECT_FALSE(in.HasFailed());
 
-    EXPECT_FALSE(in.Open(folder.string().c_str()));
+    EXPECT_FALSE(in.Open(m_Folder.string().c_str()));
     EXPECT_EQ(errno, EISDIR);
-    EXPECT_EQ(OpenFile(folder.string().c_str(), "rb"), nullptr);
-    EXPECT_FALSE(in.Open((folder / "missing").string().c_str()));
+    EXPECT_EQ(OpenFile(m_Folder.string().c_str(), "rb"), nullptr);
+    EXPECT_FALSE(in.Open((m_Folder / "missing").string().c_str()));
     EXPECT_EQ(errno, ENOENT);
-    fs::remove_all(folder);
 }
 
-TEST(File, PathsAreUtf8OrElseInTheCodePage) {
-    const fs::path folder = fs::path(testing::TempDir()) / "korvane-file-names";
-    fs::create_directories(folder);
+TEST_F(File, PathsAreUtf8OrElseInTheCodePage) {
     const std::string utf8 = "\xCE\xA9\xE6\x97\xA5.bin", codePage = "gr\xF6.bin";
     for (const std::string& name : {utf8, codePage}) {
-        const std::string path = folder.string() + "/" + name;
+        const std::string path = m_Folder.string() + "/" + name;
         OutputFile out;
         ASSERT_TRUE(out.Open(path.c_str()));
         EXPECT_TRUE(out.Close());
         EXPECT_TRUE(FileExists(path.c_str()));
     }
-    EXPECT_TRUE(fs::exists(folder / fs::path(std::u8string(utf8.begin(), utf8.end()))));
-    fs::remove_all(folder);
+    EXPECT_TRUE(fs::exists(m_Folder / fs::path(std::u8string(utf8.begin(), utf8.end()))));
 }
 
-TEST(File, AFullDiskIsReportedByClose) {
+TEST_F(File, AFullDiskIsReportedByClose) {
     if (!fs::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
     OutputFile out;
     ASSERT_TRUE(out.Open("/dev/full"));
@@ -59,11 +57,9 @@ TEST(File, AFullDiskIsReportedByClose) {
     EXPECT_FALSE(out.Close());
 }
 
-TEST(File, ReadingWritingAndCopyingStopWithinAFewMegabytesAndLeaveNoCopy) {
-    const fs::path folder = fs::path(testing::TempDir()) / "korvane-file-stop";
-    fs::create_directories(folder);
-    const std::string path = (folder / "large").string();
-    const std::string copy = (folder / "copy").string();
+TEST_F(File, ReadingWritingAndCopyingStopWithinAFewMegabytesAndLeaveNoCopy) {
+    const std::string path = (m_Folder / "large").string();
+    const std::string copy = (m_Folder / "copy").string();
     std::vector<char> bytes(std::size_t{24} << 20, 'x');
     int asked = 0;
     const StopQuestion third = [&] { return ++asked >= 3; };
@@ -95,5 +91,4 @@ TEST(File, ReadingWritingAndCopyingStopWithinAFewMegabytesAndLeaveNoCopy) {
     EXPECT_FALSE(out.Close());
     EXPECT_EQ(errno, EINTR);
     EXPECT_LT(fs::file_size(copy), std::size_t{8} << 20);
-    fs::remove_all(folder);
 }

@@ -1,4 +1,5 @@
 #include "DataSetBytes.h"
+#include "FolderTest.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -7,21 +8,11 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class DicomFile : public testing::Test {
+class DicomFile : public FolderTest {
 protected:
-    void SetUp() override {
-        m_Folder = fs::path(testing::TempDir()) /
-                   (std::string("korvane-file-") + testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_Folder);
-        fs::create_directories(m_Folder);
-    }
-    void TearDown() override { fs::remove_all(m_Folder); }
-
-    std::string Path(const char* name) const { return (m_Folder / name).string(); }
     void Write(const char* name, const Bytes& bytes) const { WriteBytes(Path(name), bytes); }
     std::unique_ptr<DICOMDataObject> Load(const char* name) { return m_Reader.Load(Path(name).c_str()); }
 
-    fs::path m_Folder;
     TransferSyntaxCodec m_Codec{&PublicDictionary()};
     DICOMFileReader m_Reader{m_Codec};
 };

@@ -1,26 +1,21 @@
 #include "DataSetBytes.h"
+#include "FolderTest.h"
 
 #include <filesystem>
 #include <gtest/gtest.h>
 
 namespace {
 
-class DiagnosticDump : public testing::Test {
+class DiagnosticDump : public FolderTest {
 protected:
-    void SetUp() override {
-        std::filesystem::remove(m_Path);
-        SetDumpLogPath(m_Path);
-    }
-    void TearDown() override {
+    DiagnosticDump() { SetDumpLogPath(m_Path); }
+    ~DiagnosticDump() override {
         SetDebugFlag(0xFFFFFFFF, false);
         SetDumpLogPath("");
-        std::filesystem::remove(m_Path);
     }
     std::string Log() const { return ReadText(m_Path); }
 
-    // One for each test: they run side by side.
-    std::string m_Path =
-        testing::TempDir() + "korvane-" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".log";
+    const std::string m_Path = Path("dump.log");
 };
 
 }  // namespace

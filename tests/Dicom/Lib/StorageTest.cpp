@@ -1,3 +1,4 @@
+#include "FolderTest.h"
 #include "NetworkPeers.h"
 
 #include <filesystem>
@@ -21,17 +22,9 @@ Bytes File(const std::string& syntax, const std::string& instance, const Bytes& 
                  order.Short(0x0008, 0x0018, "UI", instance), rest});
 }
 
-class Storage : public testing::Test {
+class Storage : public FolderTest {
 protected:
-    void SetUp() override {
-        m_Folder = fs::path(testing::TempDir()) /
-                   (std::string("korvane-storage-") + testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(m_Folder);
-        fs::create_directories(m_Folder / "in");
-    }
-    void TearDown() override { fs::remove_all(m_Folder); }
-
-    std::string Path(const std::string& name) const { return (m_Folder / name).string(); }
+    Storage() { fs::create_directories(m_Folder / "in"); }
 
     // Sends the files written to this folder; what came of each.
     std::vector<StorageResult> Send(const std::vector<std::string>& names, const AcceptPolicy& policy,
@@ -94,7 +87,6 @@ protected:
         return {response.status, static_cast<std::size_t>(count) - 1};
     }
 
-    fs::path m_Folder;
     Event m_Event = Event::Fault;
 };
 
