@@ -63,13 +63,14 @@ void AddExportVerb(CLI::App& program) {
     verb->add_option(
             "--format", arguments->format,
             "analyze: Analyze 7.5, NAME.hdr and NAME.img; bob: brick of bytes, NAME.header, NAME.ImageInfo and "
-            "NAME.img, with numbers in the names where files exist; vox: RTViz, NAME.vox")
+            "NAME.img, with numbers in the names where files exist; vox: RTViz, NAME.vox; nifti: NIfTI, NAME.nii; "
+            "nrrd: "
+            "NAME.nrrd; metaimage: NAME.mha")
         ->required()
         ->check(CLI::IsMember(GetExportFormats()));
-    verb->add_option(
-            "--to", arguments->url,
-            "file:PATH/NAME or ftp:USER%PASSWORD@HOST/PATH/NAME, without extension; an empty PASSWORD is taken "
-            "from KORVANE_FTP_PASSWORD, or asked for")
+    verb->add_option("--to", arguments->url,
+                     "PATH/NAME, file:PATH/NAME or ftp:USER%PASSWORD@HOST/PATH/NAME; an empty PASSWORD is taken "
+                     "from KORVANE_FTP_PASSWORD, or asked for")
         ->required();
     verb->add_option_function<std::string>(
             "--irregular", [arguments](const std::string& word) { arguments->options.irregular = kPolicies.at(word); },
@@ -77,6 +78,9 @@ void AddExportVerb(CLI::App& program) {
             "resample (evenly along z), split (an output for each volume and even run, NAME-1 ...)")
         ->check(CLI::IsMember({"keep", "reject", "resample", "split"}))
         ->default_str("keep");
+    verb->add_flag("--gzip", arguments->options.compress,
+                   "Compress on all cores: NAME.nii.gz, the voxels of NAME.nrrd (NAME.nii.gz in --to does the same)");
+    verb->add_option("--jobs", arguments->options.jobs, "Threads (one for each core)");
     verb->add_flag("--dry-run", arguments->options.dryRun,
                    "Read and convert everything, write nothing, and say what would be");
     verb->add_option("--report", arguments->options.reportFile,

@@ -21,6 +21,12 @@ Error Wrong(const std::string& sentence) {
     return Error(ErrorKind::WrongArgument, sentence);
 }
 
+/// Whether what stands before the first colon is no scheme: there is none, or it is a drive or part of a path.
+bool IsPath(std::string_view url, std::string_view scheme) {
+    if (url.find(':') == std::string_view::npos || scheme.size() == 1) return true;
+    return scheme.find_first_of("/\\") != std::string_view::npos;
+}
+
 Destination Checked(platform::DestinationUrl parts) {
     if (parts.name.empty() || parts.name == "." || parts.name == "..") {
         throw Wrong("the destination lacks a file name: " + std::string(kForms));
@@ -62,6 +68,7 @@ Destination ParseDestination(const std::string& url) {
     if (platform::HasControls(url)) throw Wrong("control characters in the destination");
     std::string_view rest(url);
     const std::string_view scheme = platform::TakeScheme(rest);
+    if (IsPath(url, scheme)) return Checked(platform::SplitFileUrl(url, "/\\"));
     if (scheme == "file") return Checked(platform::SplitFileUrl(rest, "/\\"));
     std::optional<platform::DestinationUrl> parts;
     if (scheme == "ftp") parts = platform::SplitFtpUrl(rest);

@@ -6,7 +6,7 @@
 
 namespace korvane {
 
-/// "file:path/name" or "ftp:user%password@host/path/name". Slashes and backslashes both separate in file URLs. A path on a
+/// "file:path/name", "path/name" alone, or "ftp:user%password@host/path/name". Slashes and backslashes both separate in file URLs. A path on a
 /// server begins in the folder that it opens for the user; "ftp:user%password@host//path/name" begins in the root.
 struct Destination {
     bool isFtp = false;

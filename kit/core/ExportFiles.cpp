@@ -4,8 +4,8 @@
 #include "FtpWriter.h"
 #include "Paths.h"
 
-#include "platform/File.h"
 #include "export/CFileWriter.h"
+#include "platform/File.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -32,11 +32,15 @@ std::string ReasonOf(const std::string& reply, const std::string& otherwise) {
 /// Writes nothing; fails where a local file could not be made for want of its folder.
 class DryWriter : public CFileWriter {
 public:
-    explicit DryWriter(bool local) : m_bLocal(local) {}
+    DryWriter(bool local, bool makesFolders) : m_bLocal(local), m_bMakesFolders(makesFolders) {}
 
     bool Open(const char* path, const char*) override {
+        if (!m_bLocal) return true;
         std::error_code error;
-        if (!m_bLocal || fs::is_directory(PathFromText(path).parent_path() / ".", error)) return true;
+        fs::path folder = fs::absolute(PathFromText(path), error).parent_path();
+        while (m_bMakesFolders && !fs::exists(folder, error) && folder.has_relative_path())
+            folder = folder.parent_path();
+        if (fs::is_directory(folder / ".", error)) return true;
         errno = ENOENT;
         return false;
     }
@@ -44,6 +48,7 @@ public:
 
 private:
     bool m_bLocal;
+    bool m_bMakesFolders;
 };
 
 /// What the operations of a library writer return when all went well.
@@ -120,7 +125,8 @@ private:
 }  // namespace
 
 std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
-    if (m_bDryRun) return std::make_unique<WatchedWriter<DryWriter>>(*this, WriterForm{}, !m_Destination.isFtp);
+    if (m_bDryRun)
+        return std::make_unique<WatchedWriter<DryWriter>>(*this, WriterForm{}, !m_Destination.isFtp, m_bFolders);
     if (!m_Destination.isFtp) return std::make_unique<WatchedWriter<CFileWriter>>(*this, WriterForm{});
     auto writer = std::make_unique<WatchedWriter<FtpWriter>>(*this, WriterForm{1, true}, m_Watch.GetStopQuestion());
     if (!writer->Connect(m_Destination.host, m_Destination.user, m_Destination.password)) {
@@ -168,8 +174,20 @@ std::string ExportFiles::Begin(const std::string& path) {
             return {};
         }
     }
+    if (m_bFolders && !m_bDryRun && !m_Destination.isFtp && !MakeFolderOf(output.name)) return {};
     m_Outputs.push_back(output);
     return m_Destination.isFtp || m_bDryRun || output.isDevice ? output.name : output.name + kUnfinished;
+}
+
+bool ExportFiles::MakeFolderOf(const std::string& path) {
+    const std::string folder = TextFromPath(PathFromText(path).parent_path());
+    try {
+        if (!folder.empty()) MakeDirectory(folder);
+        return true;
+    } catch (const Error& error) {
+        Fail(error.what(), "");
+        return false;
+    }
 }
 
 void ExportFiles::Reserve(const std::string& path) {

@@ -28,6 +28,7 @@ public:
     // Settings, to be made before `MakeWriter`:
     void SetDryRun() { m_bDryRun = true; }        ///< nothing is written, no server is asked
     void SetChecksums() { m_bChecksums = true; }  ///< of all that is written
+    void SetMakeFolders() { m_bFolders = true; }  ///< that are missing
     void SetKeepExisting() { m_bKeep = true; }    ///< a local file of the name is not replaced: a failure
     void Reserve(const std::string& path);        ///< a local file that shall be something else
 
@@ -55,6 +56,7 @@ public:
     void Fail(const std::string& what, const std::string& reason);
 
 private:
+    bool MakeFolderOf(const std::string& path);
     std::string NameOf(const std::string& path) const;
     std::string WithoutPassword(const std::string& reply) const;
 
@@ -66,6 +68,7 @@ private:
     bool m_bDryRun = false;
     bool m_bChecksums = false;
     bool m_bKeep = false;
+    bool m_bFolders = false;
     bool m_bCommitted = false;
 };
 

@@ -6,6 +6,7 @@
 #include "../core/Watcher.h"
 
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -29,8 +30,9 @@ KORVANE_KIT const char* WordOf(Irregular policy);
 /// How an export is made. The defaults write all files, whole, and no report.
 struct ExportOptions {
     Irregular irregular = Irregular::Keep;
-    int volume = 0;       ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
-    bool dryRun = false;  ///< everything is read and converted, nothing is written, and the report says what would be
+    int volume = 0;         ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
+    bool compress = false;  ///< gzip, where the format has it; also asked for by a name that ends in .gz
+    bool dryRun = false;    ///< everything is read and converted, nothing is written, and the report says what would be
     /// A file for the report as JSON (`ToJson`), with checksums; none when empty. It is there before the volume files get
     /// their names. A run that fails writes it too, one that is stopped does not.
     std::string reportFile{};
@@ -53,6 +55,7 @@ struct ExportedVolume {
     std::string what{};                              ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
     std::vector<std::string> inputs{};               ///< files, and frames of them
     std::array<int, 3> size{};                       ///< columns, rows, slices
+    std::size_t times = 1;                           ///< volumes one behind the other in the file
     std::array<double, 3> spacing{};                 ///< as the file has it
     std::array<double, 6> cosines{};                 ///< directions of rows and columns
     std::vector<std::array<double, 3>> positions{};  ///< first voxel of each slice, in the file's order

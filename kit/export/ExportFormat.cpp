@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
+#include "VoxelGrid.h"
 
 #include "export/CAnalyzeVolume.h"
 #include "export/CCBobVolume.h"
@@ -26,6 +27,7 @@ class AnalyzeFormat : public ExportFormat {
 public:
     const char* GetName() const override { return "analyze"; }
     std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CAnalyzeVolume>(); }
+    std::vector<std::string> GetExtensions() const override { return {".hdr", ".img"}; }
     bool IsLastFirst() const override { return true; }
 
     ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume& volume) const override {
@@ -59,6 +61,7 @@ class BobFormat : public ExportFormat {
 public:
     const char* GetName() const override { return "bob"; }
     std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CCBobVolume>(); }
+    std::vector<std::string> GetExtensions() const override { return {".header", ".ImageInfo", ".img"}; }
     bool IsRescaled() const override { return true; }
     bool KeepsExisting() const override { return true; }
 
@@ -87,6 +90,7 @@ class VoxFormat : public ExportFormat {
 public:
     const char* GetName() const override { return "vox"; }
     std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CRTVizVolume>(); }
+    std::vector<std::string> GetExtensions() const override { return {".vox"}; }
 
     ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume&) const override {
         const ExportMapping done = static_cast<const CRTVizVolume&>(exporter).GetMapping();
@@ -104,10 +108,57 @@ public:
     }
 };
 
+/// A header and the voxels behind it, one grid for all.
+class VoxelFormat : public ExportFormat {
+public:
+    bool IsOfModule() const override { return false; }
+
+protected:
+    std::string FindFault(const SeriesVolume& series, std::size_t slices) const override {
+        const PixelForm& form = series.GetHeader().form;
+        if (series.IsGrey() && form.allocated == 32) return {};
+        return ExportFormat::FindFault(series, slices);
+    }
+};
+
+class NiftiFormat : public VoxelFormat {
+public:
+    const char* GetName() const override { return "nifti"; }
+    std::vector<std::string> GetExtensions() const override { return {".nii", ".nii.gz"}; }
+    std::string GetExtension(bool gzip) const override { return gzip ? ".nii.gz" : ".nii"; }
+    std::string MakeHeader(const VoxelGrid& grid, bool) const override { return MakeNiftiHeader(grid); }
+    bool CanCompress() const override { return true; }
+    bool IsHeaderCompressed() const override { return true; }
+    bool HoldsRescale() const override { return true; }
+    bool HoldsTilt() const override { return true; }
+    bool HoldsTimes() const override { return true; }
+};
+
+class NrrdFormat : public VoxelFormat {
+public:
+    const char* GetName() const override { return "nrrd"; }
+    std::vector<std::string> GetExtensions() const override { return {".nrrd"}; }
+    std::string MakeHeader(const VoxelGrid& grid, bool gzip) const override { return MakeNrrdHeader(grid, gzip); }
+    bool CanCompress() const override { return true; }
+    bool HoldsTilt() const override { return true; }
+    bool HoldsTimes() const override { return true; }
+};
+
+class MetaImageFormat : public VoxelFormat {
+public:
+    const char* GetName() const override { return "metaimage"; }
+    std::vector<std::string> GetExtensions() const override { return {".mha"}; }
+    std::string MakeHeader(const VoxelGrid& grid, bool) const override { return MakeMetaImageHeader(grid); }
+    bool HoldsTimes() const override { return true; }
+};
+
 const AnalyzeFormat kAnalyze;
 const BobFormat kBob;
 const VoxFormat kVox;
-const ExportFormat* const kFormats[] = {&kAnalyze, &kBob, &kVox};
+const NiftiFormat kNifti;
+const NrrdFormat kNrrd;
+const MetaImageFormat kMetaImage;
+const ExportFormat* const kFormats[] = {&kAnalyze, &kBob, &kVox, &kNifti, &kNrrd, &kMetaImage};
 
 }  // namespace
 
@@ -115,6 +166,10 @@ const ExportFormat* ExportFormat::Find(const std::string& name) {
     const auto found = std::find_if(std::begin(kFormats), std::end(kFormats),
                                     [&](const ExportFormat* format) { return name == format->GetName(); });
     return found != std::end(kFormats) ? *found : nullptr;
+}
+
+std::unique_ptr<CVolumeExport> ExportFormat::MakeExporter() const {
+    return nullptr;
 }
 
 std::vector<std::string> ExportFormat::GetNames() {

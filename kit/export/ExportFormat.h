@@ -14,6 +14,7 @@ class CVolumeExport;
 namespace korvane {
 
 class SeriesVolume;
+struct VoxelGrid;
 
 class ExportFormat {
 public:
@@ -21,12 +22,16 @@ public:
     ExportFormat& operator=(const ExportFormat&) = delete;
     virtual ~ExportFormat() = default;
 
-    /// Null for a name that is none. Names: analyze, bob, vox.
+    /// Null for a name that is none. Names: those of `GetNames`.
     static const ExportFormat* Find(const std::string& name);
     static std::vector<std::string> GetNames();
 
     virtual const char* GetName() const = 0;
-    virtual std::unique_ptr<CVolumeExport> MakeExporter() const = 0;
+    /// Written by an exporter of the module; else by `VoxelFile`.
+    virtual bool IsOfModule() const { return true; }
+    virtual std::unique_ptr<CVolumeExport> MakeExporter() const;
+    /// Those that its files have, the one for a name without an extension first.
+    virtual std::vector<std::string> GetExtensions() const = 0;
     /// The file holds the slices from the last to the first.
     virtual bool IsLastFirst() const { return false; }
     /// Its values are rescaled ones.
@@ -34,7 +39,16 @@ public:
     /// Never replaces files, but takes other names.
     virtual bool KeepsExisting() const { return false; }
     /// What `exporter`, made by `MakeExporter`, has done to the values of `volume`, which it saved.
-    virtual ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume& volume) const = 0;
+    virtual ValueMapping DescribeValues(const CVolumeExport& /*exporter*/, CVolume& /*volume*/) const { return {}; }
+
+    // Of the Kit's formats:
+    virtual std::string MakeHeader(const VoxelGrid& /*grid*/, bool /*gzip*/) const { return {}; }
+    virtual std::string GetExtension(bool /*gzip*/) const { return GetExtensions().front(); }
+    virtual bool CanCompress() const { return false; }
+    virtual bool IsHeaderCompressed() const { return false; }  ///< with the voxels behind it
+    virtual bool HoldsRescale() const { return false; }
+    virtual bool HoldsTilt() const { return false; }
+    virtual bool HoldsTimes() const { return false; }  ///< several volumes in one file
 
     /// Throws `Error`, with the formats that would do, for pixels that this one has no form for or would hold as
     /// something else, and for more slices than it can count.

@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "ExportReport.h"
+#include "VoxelFile.h"
 
 #include "export/CFileWriter.h"
 #include "export/CVolumeExport.h"
@@ -45,6 +46,18 @@ ValueMapping DescribeValues(const ExportFormat& format, const CVolumeExport& exp
     return mapping;
 }
 
+/// A name may be given with the extension, which says more in one case.
+void TakeExtension(Destination& destination, const ExportFormat& format, bool& compress) {
+    std::vector<std::string> extensions = format.GetExtensions();
+    std::reverse(extensions.begin(), extensions.end());  // ".nii.gz" before ".nii"
+    for (const std::string& extension : extensions) {
+        if (destination.name.size() <= extension.size() || !destination.name.ends_with(extension)) continue;
+        destination.name.resize(destination.name.size() - extension.size());
+        if (format.CanCompress() && extension.ends_with(".gz")) compress = true;
+        return;
+    }
+}
+
 double SliceBytes(CVolume& volume) {
     int dim[4];
     volume.GetDimensions(dim);
@@ -54,7 +67,9 @@ double SliceBytes(CVolume& volume) {
 }  // namespace
 
 ExportJob::ExportJob(const std::string& format, const std::string& url, const ExportOptions& options)
-    : m_Options(options), m_Watch(options.watcher), m_Format(FindFormat(format)), m_Destination(ParseDestination(url)) {
+    : m_Options(options), m_Watch(options.watcher), m_Format(FindFormat(format)), m_bCompress(options.compress),
+      m_Destination(ParseDestination(url)) {
+    TakeExtension(m_Destination, m_Format, m_bCompress);
     m_Report.format = format;
     m_Report.destination = m_Destination.Describe();
     m_Report.policy = options.irregular;
@@ -100,6 +115,7 @@ void ExportJob::ReportFailure(const std::string& text) {
     m_Report.status = ExportReport::Status::Failed;
     m_Report.error = text;
     m_pExporter.reset();
+    m_pWriter.reset();
     if (m_Files) m_Files->Discard();  // the report may need the room
     try {
         ExportFiles file(Destination{}, m_Watch);
@@ -112,7 +128,7 @@ void ExportJob::ReportFailure(const std::string& text) {
 }
 
 void ExportJob::Export(SeriesVolume& series) {
-    const ExportPlan plan = MakePlan(series, m_Options.irregular);
+    const ExportPlan plan = MakePlan(series, m_Options.irregular, m_Format.HoldsTimes());
     AddSeries(m_Report, series, plan);
     std::size_t slices = plan.parts.size() == 1 ? series.GetSliceCount() : 0;
     for (const ExportPart& part : plan.parts) slices = std::max(slices, part.slices.size());
@@ -129,6 +145,7 @@ void ExportJob::Export(SeriesVolume& series) {
 void ExportJob::OpenFiles() {
     if (!m_Options.dryRun) CompletePassword(m_Destination, m_Options.askPassword);
     m_Files.emplace(m_Destination, m_Watch);
+    m_Files->SetMakeFolders();
     if (m_Options.dryRun) m_Files->SetDryRun();
     if (!m_Options.reportFile.empty()) {
         m_Files->SetChecksums();
@@ -142,6 +159,32 @@ void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
 }
 
 void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, bool resample) {
+    const std::size_t firstOutput = m_Files->GetOutputs().size();
+    ExportedVolume volume =
+        m_Format.IsOfModule() ? WriteByModule(series, part, resample) : WriteVoxels(series, part, resample);
+    const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
+    volume.outputs.assign(outputs.begin() + static_cast<std::ptrdiff_t>(firstOutput), outputs.end());
+    m_Report.volumes.push_back(std::move(volume));
+}
+
+ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& part, bool resample) {
+    if (!m_pWriter) m_pWriter = m_Files->MakeWriter();
+    ExportOptions options = m_Options;
+    options.compress = m_bCompress;
+    const std::string path = m_Destination.GetFolder() + "/" + m_Destination.name + part.suffix;
+    VoxelFile file(series, m_Format, options);
+    ExportedVolume volume;
+    try {
+        volume = file.Write(part, resample, *m_pWriter, path);
+    } catch (const Error& error) {
+        if (!m_Destination.isFtp || m_Options.dryRun || m_Files->GetOutputs().empty()) throw;
+        throw Error(error.GetKind(), error.what() + ("; " + EmptyRemoteFiles(*m_pWriter, *m_Files)));
+    }
+    if (!m_Files->GetFailure().empty() || m_Watch.IsStopped()) ThrowUnsaved(*m_pWriter);
+    return volume;
+}
+
+ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, bool resample) {
     series.Load(part.slices);
     EvenPlanes even;
     if (resample) {
@@ -153,13 +196,10 @@ void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, bool res
         m_pExporter->SetFileWriter(m_Files->MakeWriter().release());
     }
     *m_pExporter = series.GetAssembled();
-    const std::size_t firstOutput = m_Files->GetOutputs().size();
     Save(series.GetVolume(), m_Destination.name + part.suffix);
     ExportedVolume volume = DescribeVolume(series, part, m_Format.IsLastFirst());
     volume.values = DescribeValues(m_Format, *m_pExporter, series, part.slices);
-    const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
-    volume.outputs.assign(outputs.begin() + static_cast<std::ptrdiff_t>(firstOutput), outputs.end());
-    m_Report.volumes.push_back(std::move(volume));
+    return volume;
 }
 
 /// The exporter's own answer is true even when it was stopped, when the disk was full, or when a file could not be closed.
@@ -175,22 +215,25 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
                                     : m_pExporter->SaveUrl(("file:" + folder + "\\" + name).c_str());
         m_pExporter->SetCallback(nullptr);
     }
+    if (saved && m_Files->GetFailure().empty() && !m_Watch.IsStopped()) return;
+    ThrowUnsaved(*m_pExporter->GetFileWriter());
+}
+
+/// What a server got in part is emptied first.
+void ExportJob::ThrowUnsaved(CFileWriter& writer) {
     const bool stopped = m_Watch.IsStopped();
-    if (saved && m_Files->GetFailure().empty() && !stopped) return;
     std::string failure = stopped ? "stopped" : m_Files->GetFailure();
     if (failure.empty()) failure = "cannot write " + m_Destination.Describe();
     if (m_Destination.isFtp && !m_Options.dryRun && !m_Files->GetOutputs().empty()) {
-        failure += "; " + EmptyRemoteFiles(*m_pExporter->GetFileWriter(), *m_Files);
+        failure += "; " + EmptyRemoteFiles(writer, *m_Files);
     }
-    throw Error(stopped               ? ErrorKind::Stopped
-                : m_Destination.isFtp ? ErrorKind::Refused
-                                      : ErrorKind::Disk,
-                failure)
-        .InFile(m_Destination.Describe());
+    const ErrorKind kind = m_Destination.isFtp ? ErrorKind::Refused : ErrorKind::Disk;
+    throw Error(stopped ? ErrorKind::Stopped : kind, failure).InFile(m_Destination.Describe());
 }
 
 void ExportJob::Finish() {
-    m_pExporter->SetFileWriter(nullptr);  // ends an FTP session
+    m_pExporter.reset();  // ends an FTP session
+    m_pWriter.reset();
     m_Report.status = m_Options.dryRun ? ExportReport::Status::DryRun : ExportReport::Status::Done;
     // Before the volumes get their names: without a report that was asked for there are none.
     ExportFiles file(Destination{}, m_Watch);

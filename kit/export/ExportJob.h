@@ -36,7 +36,10 @@ private:
     void OpenFiles();
     void ExportParts(SeriesVolume& series, const ExportPlan& plan);
     void ExportOne(SeriesVolume& series, const ExportPart& part, bool resample);
+    ExportedVolume WriteByModule(SeriesVolume& series, const ExportPart& part, bool resample);
     void Save(CVolume& volume, const std::string& name);
+    ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, bool resample);
+    [[noreturn]] void ThrowUnsaved(CFileWriter& writer);
     void Finish();
     void CheckReportFile();
     void ReportFailure(const std::string& text);
@@ -45,10 +48,13 @@ private:
     const ExportOptions& m_Options;
     Watch m_Watch;
     const ExportFormat& m_Format;
+    bool m_bCompress;
     Destination m_Destination;
     ExportReport m_Report;
     std::optional<ExportFiles> m_Files;
-    std::unique_ptr<CVolumeExport> m_pExporter;  // its writer stands on the files
+    // Both stand on the files.
+    std::unique_ptr<CVolumeExport> m_pExporter;  // of a format of the module; it owns its writer
+    std::unique_ptr<CFileWriter> m_pWriter;      // for one of the Kit
 };
 
 }  // namespace korvane

@@ -53,6 +53,9 @@ std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const
     std::set<std::string> used;
     for (const ExportPart& part : parts) {
         for (const SliceRef& slice : part.slices) used.insert(found.NameOf(slice));
+        for (const std::vector<SliceRef>& time : part.later) {
+            for (const SliceRef& slice : time) used.insert(found.NameOf(slice));
+        }
     }
     const VolumeSets& sets = series.GetSets();
     for (std::size_t i = 0; i < sets.volumes.size(); ++i) {
@@ -99,6 +102,7 @@ Json JsonOf(const ExportedVolume& volume) {
     if (!volume.what.empty()) json["what"] = volume.what;
     json["inputs"] = Texts(volume.inputs);
     json["size"] = volume.size;
+    if (volume.times > 1) json["times"] = volume.times;
     json["spacing"] = volume.spacing;
     json["orientation"] = volume.cosines;
     json["slicePositions"] = volume.positions;
@@ -169,6 +173,9 @@ ExportedVolume DescribeVolume(SeriesVolume& series, const ExportPart& part, bool
     ExportedVolume entry;
     entry.what = part.what;
     for (const SliceRef& slice : part.slices) entry.inputs.push_back(series.GetFound().NameOf(slice));
+    for (const std::vector<SliceRef>& time : part.later) {
+        for (const SliceRef& slice : time) entry.inputs.push_back(series.GetFound().NameOf(slice));
+    }
     AddGeometry(entry, series, series.GetAssembled(), lastFirst);
     entry.stored = NameOf(series.GetVolume().GetType());
     entry.smallest = series.GetVolume().GetMin();
@@ -203,9 +210,11 @@ std::vector<std::string> Describe(const ExportReport& report) {
         lines.push_back((dryRun ? "would write " : "wrote ") + names);
         if (!volume.what.empty()) lines.push_back(volume.what);
         lines.push_back(std::to_string(volume.size[0]) + " x " + std::to_string(volume.size[1]) + " x " +
-                        std::to_string(volume.size[2]) + " voxels of " + ShortNumber(volume.spacing[0]) + " x " +
-                        ShortNumber(volume.spacing[1]) + " x " + ShortNumber(volume.spacing[2]) + " mm, values " +
-                        std::to_string(volume.smallest) + " to " + std::to_string(volume.largest));
+                        std::to_string(volume.size[2]) +
+                        (volume.times > 1 ? " x " + std::to_string(volume.times) : "") + " voxels of " +
+                        ShortNumber(volume.spacing[0]) + " x " + ShortNumber(volume.spacing[1]) + " x " +
+                        ShortNumber(volume.spacing[2]) + " mm, values " + std::to_string(volume.smallest) + " to " +
+                        std::to_string(volume.largest));
         lines.insert(lines.end(), volume.values.remarks.begin(), volume.values.remarks.end());
     }
     return lines;

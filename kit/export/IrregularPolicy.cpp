@@ -38,8 +38,9 @@ public:
         }
     }
 
-    ExportPlan Keep() {
+    ExportPlan Keep(bool times) {
         AddFirst();
+        if (m_bSeveral && times) KeepTimes();
         if (m_bSeveral) Do("took volume 1; choose with --volume, or take all with --irregular split");
         if (m_bGaps) Do("kept the planes as they are; the header has one distance for all, their mean");
         return std::move(m_Plan);
@@ -88,6 +89,19 @@ private:
         return geometry;
     }
 
+    /// Echoes are no times: their images mean different things.
+    void KeepTimes() {
+        const bool complete = std::all_of(m_Sets.begin(), m_Sets.end(), [this](const std::vector<SliceRef>& set) {
+            return set.size() == m_Sets.front().size();
+        });
+        if (!complete || m_Series.GetSets().order.find("echo") != std::string::npos) return;
+        m_Plan.parts.front().what =
+            std::to_string(m_Sets.size()) + " volumes, told apart by " + m_Series.GetSets().order;
+        m_Plan.parts.front().later.assign(m_Sets.begin() + 1, m_Sets.end());
+        m_Plan.found.clear();
+        m_bSeveral = false;
+    }
+
     void AddFirst() {
         const std::size_t set = static_cast<std::size_t>(m_Series.GetVolumeNumber()) - 1;
         Judge(set);
@@ -124,7 +138,7 @@ private:
 
 }  // namespace
 
-ExportPlan MakePlan(const SeriesVolume& series, Irregular policy) {
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, bool times) {
     Planner planner(series);
     switch (policy) {
     case Irregular::Reject: return planner.Reject();
@@ -132,7 +146,7 @@ ExportPlan MakePlan(const SeriesVolume& series, Irregular policy) {
     case Irregular::Split: return planner.Split();
     case Irregular::Keep: break;
     }
-    return planner.Keep();
+    return planner.Keep(times);
 }
 
 EvenPlanes::~EvenPlanes() {

@@ -20,6 +20,7 @@ struct ExportPart {
     std::string suffix;  ///< of the name: "" or "-1", "-2" ...
     std::string what;    ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
     std::vector<SliceRef> slices;
+    std::vector<std::vector<SliceRef>> later{};  ///< the volumes behind it, as times of the same file
 };
 
 struct ExportPlan {
@@ -30,7 +31,9 @@ struct ExportPlan {
 };
 
 /// A volume that `--volume` chooses is judged alone. Throws `Error`, which names the gaps, when the policy rejects.
-ExportPlan MakePlan(const SeriesVolume& series, Irregular policy);
+/// `times`: a file may hold several volumes. Those that were told apart by time, and have a slice at each position, then are
+/// kept together.
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, bool times);
 
 /// A volume's planes resampled evenly along z (CVolumeReformatter).
 class EvenPlanes {

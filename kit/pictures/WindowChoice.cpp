@@ -1,6 +1,7 @@
 #include "WindowChoice.h"
 
 #include "../dataset/Toolkit.h"
+#include "../study/PlaceRescale.h"
 #include "../study/SeriesWarnings.h"
 
 #include "base/Number.h"
@@ -14,22 +15,6 @@ namespace korvane {
 namespace {
 
 constexpr std::size_t kBins = 65536;  // one for each value of 16 bits
-
-struct Rescale {
-    double slope = 1;
-    double intercept = 0;
-};
-
-Rescale RescaleOf(const FramePlace& place) {
-    Rescale rescale;
-    double slope = 0;
-    double intercept = 0;
-    if (platform::ScanReals(place.slope, &slope, 1) == 1 && platform::ScanReals(place.intercept, &intercept, 1) == 1 &&
-        slope != 0 && std::isfinite(slope) && std::isfinite(intercept)) {
-        rescale = {slope, intercept};
-    }
-    return rescale;
-}
 
 std::optional<Window> WindowOf(const DICOMDataObject& dataSet) {
     Window window;

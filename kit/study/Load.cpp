@@ -1,6 +1,7 @@
 #include "Load.h"
 
 #include "../core/Error.h"
+#include "PlaceRescale.h"
 #include "VolumeData.h"
 
 #include "base/Number.h"
@@ -36,17 +37,6 @@ int ChooseVolume(const Series& series, int asked) {
     throw Error(ErrorKind::Irregular, "the series makes " + std::to_string(volumes.size()) +
                                           " volumes, told apart by " + series.GetVolumeOrder() + ": choose one")
         .WithChoices(choices);
-}
-
-Rescale RescaleOf(const FramePlace& place) {
-    Rescale rescale;
-    double slope = 0;
-    double intercept = 0;
-    if (platform::ScanReals(place.slope, &slope, 1) == 1 && platform::ScanReals(place.intercept, &intercept, 1) == 1 &&
-        slope != 0 && std::isfinite(slope) && std::isfinite(intercept)) {
-        rescale = {slope, intercept};
-    }
-    return rescale;
 }
 
 VoxelType TypeOf(CVolume::PixelType type) {

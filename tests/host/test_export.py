@@ -136,7 +136,7 @@ def refused():
     for form in FILES:
         report, out, err = report_of(colour, form, status=1)
         assert not out and "PALETTE" in err and "any other format" in err and report["status"] == "failed", (report, err)
-        err = run_export(source, form, "--dry-run", to=f"file:{WORK}/none/vol", status=1)[1]
+        err = run_export(source, form, "--dry-run", to=f"file:{next(source.iterdir())}/vol", status=1)[1]
         assert "cannot create" in err, err
         run_export(source, form, "--report", WORK / "none" / "report", status=1)
         err = run_export(source, form, "--report", f"{WORK}/source/../{FILES[form][-1]}", status=1)[1]
@@ -229,7 +229,7 @@ def full_disks():
         print("left out: full disks, which are made of a device of POSIX")
         return
     source = phantom("source", "--size", 256, "--slices", 3)
-    for form, names in FILES.items():
+    for form, names in {**FILES, "nifti": ["vol.nii"]}.items():
         for name in names:
             os.symlink("/dev/full", WORK / f"{name}.part")
             err = run_export(source, form, status=1)[1]
@@ -253,7 +253,7 @@ def servers():
     for names in FILES.values():
         (WORK / "sub" / names[0]).touch()  # no business of the server's
     with Server(served) as server:
-        for form, names in FILES.items():
+        for form, names in {**FILES, "nifti": ["vol.nii"]}.items():
             report, out, err = report_of(source, form, to=f"ftp:me%@{server.host}/sub/vol", env=secret, cwd=WORK)
             sent = {path.name: path.read_bytes() for path in (served / "sub").iterdir()}
             assert sorted(sent) == names and f"sub/{names[0]}" in out and not err, (sent.keys(), out, err)
@@ -285,7 +285,7 @@ def stopped():
         print("left out: signals")
         return
     source = phantom("source", "--size", 256, "--slices", 6)
-    for form, name in (("bob", "vol.img"), ("vox", "vol.vox")):
+    for form, name in (("bob", "vol.img"), ("vox", "vol.vox"), ("nifti", "vol.nii")):
         os.mkfifo(WORK / f"{name}.part")
         reader = []
 

@@ -17,6 +17,9 @@ TEST(DestinationTest, UrlsComeApartAndPasswordsAreNeverShown) {
     const std::pair<const char*, const char*> cases[] = {
         {"file:vol", ".|vol|vol|."},
         {"file:/vol", "|vol|/vol|"},
+        {"vol", ".|vol|vol|."},
+        {"a/b:c", "a|b:c|a/b:c|a"},
+        {"C:\\vol", "C:|vol|C:/vol|C:"},
         {"file:a/b\\vol", "a/b|vol|a/b/vol|a/b"},
         {"file:C:\\out\\vol", "C:\\out|vol|C:\\out/vol|C:\\out"},
         {"file:a%b@c/d.e", "a%b@c|d.e|a%b@c/d.e|a%b@c"},

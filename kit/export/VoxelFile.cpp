@@ -1,0 +1,201 @@
+#include "VoxelFile.h"
+
+#include "../dataset/Toolkit.h"
+#include "../study/PlaceRescale.h"
+#include "../study/SeriesVolume.h"
+#include "../study/SeriesWarnings.h"
+#include "ExportReport.h"
+#include "GzipStream.h"
+
+#include "base/Number.h"
+#include "export/CFileWriter.h"
+#include "volume/CImagePlane.h"
+#include "volume/CVolume.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numbers>
+
+namespace korvane {
+
+namespace {
+
+using Vector = Volume::Vector;
+
+constexpr double kTilt = 0.1;  // degrees; rounded positions stay below
+constexpr Tag kRepetitionTime = MakeTag(0x0018, 0x0080);
+
+Vector Times(const Vector& v, double factor) {
+    return {v[0] * factor, v[1] * factor, v[2] * factor};
+}
+
+VoxelType TypeOf(CVolume::PixelType type) {
+    switch (type) {
+    case CVolume::PT_SHORT: return VoxelType::Int16;
+    case CVolume::PT_USHORT: return VoxelType::UInt16;
+    case CVolume::PT_BYTE: return VoxelType::UInt8;
+    case CVolume::PT_FLOAT: return VoxelType::Float32;
+    case CVolume::PT_LONG: return VoxelType::Int32;
+    case CVolume::PT_ULONG: return VoxelType::UInt32;
+    }
+    return VoxelType::UInt8;
+}
+
+bool HaveOneRescale(const SeriesVolume& series, const ExportPart& part) {
+    const Rescale first = RescaleOf(series.GetFound().PlaceOf(part.slices.front()));
+    const auto same = [&](const SliceRef& slice) { return RescaleOf(series.GetFound().PlaceOf(slice)) == first; };
+    return std::all_of(part.slices.begin(), part.slices.end(), same) &&
+           std::all_of(part.later.begin(), part.later.end(),
+                       [&](const std::vector<SliceRef>& time) { return std::all_of(time.begin(), time.end(), same); });
+}
+
+template <class T>
+void ToReal(const void* values, const Rescale& rescale, std::size_t count, std::byte* to) {
+    const T* const stored = static_cast<const T*>(values);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto real = static_cast<float>(static_cast<double>(stored[i]) * rescale.slope + rescale.intercept);
+        std::memcpy(to + i * sizeof real, &real, sizeof real);
+    }
+}
+
+}  // namespace
+
+VoxelFile::VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options)
+    : m_Series(series), m_Format(format), m_Options(options), m_Watch(options.watcher) {}
+
+ExportedVolume VoxelFile::Write(const ExportPart& part, bool resample, CFileWriter& writer, const std::string& path) {
+    const bool gzip = m_Options.compress && m_Format.CanCompress();
+    ExportedVolume entry;
+    std::unique_ptr<ByteStream> stream;
+    bool written = true;
+    for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
+        m_Series.Load(time == 0 ? part.slices : part.later[time - 1]);
+        EvenPlanes even;
+        if (resample) even.PutInto(m_Series.GetAssembled(), m_Watch);
+        if (time == 0) {
+            entry = DescribeVolume(m_Series, part, false);
+            ReadGrid(part, resample, entry);
+            if (!writer.Open((path + m_Format.GetExtension(gzip)).c_str(), "wb")) return entry;
+            stream = gzip ? std::make_unique<GzipStream>(writer, m_Options.jobs, m_Watch)
+                          : std::make_unique<ByteStream>(writer);
+            const std::string header = m_Format.MakeHeader(m_Grid, gzip);
+            // Behind a header of text the voxels alone are compressed.
+            ByteStream plain(writer);
+            ByteStream& headerStream = m_Format.IsHeaderCompressed() ? *stream : plain;
+            written = headerStream.Write(std::as_bytes(std::span(header)));
+        }
+        entry.smallest = std::min<long long>(entry.smallest, m_Series.GetVolume().GetMin());
+        entry.largest = std::max<long long>(entry.largest, m_Series.GetVolume().GetMax());
+        written = written && WriteVolume(*stream);
+    }
+    if (written) stream->End();
+    writer.Close();
+    entry.times = m_Grid.size[3];
+    entry.values = DescribeValues();
+    return entry;
+}
+
+void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry) {
+    int dim[4];
+    m_Series.GetVolume().GetDimensions(dim);
+    for (std::size_t i = 0; i < 3; ++i) m_Grid.size[i] = static_cast<std::size_t>(dim[i]);
+    m_Grid.size[3] = part.later.size() + 1;
+    m_Grid.type = TypeOf(m_Series.GetVolume().GetType());
+    m_bReal = !HaveOneRescale(m_Series, part);
+    m_Grid.rescale = m_bReal ? Rescale{} : RescaleOf(m_Series.GetPlace());
+    if (m_bReal) m_Grid.type = VoxelType::Float32;
+    m_Grid.isResampled = resample;
+    m_Grid.timeStep = 0;
+    double milliseconds = 0;
+    if (platform::ScanReals(FindText(m_Series.GetFirstDataSet(), kRepetitionTime), &milliseconds, 1) == 1 &&
+        std::isfinite(milliseconds) && milliseconds > 0 && m_Grid.size[3] > 1) {
+        m_Grid.timeStep = milliseconds / 1000;
+    }
+    ReadPlace(entry);
+}
+
+/// From the positions as the files have them; where planes were resampled, from those that the volume has now.
+void VoxelFile::ReadPlace(const ExportedVolume& entry) {
+    const FramePlace& place = m_Series.GetPlace();
+    const Vector row = {place.orientation[0], place.orientation[1], place.orientation[2]};
+    const Vector column = {place.orientation[3], place.orientation[4], place.orientation[5]};
+    const Vector normal = StudyGeometry({place}).normal;
+    std::vector<Vector> positions = entry.positions;
+    const std::vector<FramePlace> planes = m_Series.GetPlanePlaces();
+    m_Grid.isPlaced = place.hasPosition && !planes.empty();
+    if (!m_Grid.isResampled && m_Grid.isPlaced && planes.size() == positions.size() &&
+        (planes.size() < 2 || planes.front().position != planes.back().position)) {
+        for (std::size_t k = 0; k < planes.size(); ++k) positions[k] = planes[k].position;
+    }
+    m_Grid.origin = positions.front();
+    m_Grid.steps = {Times(row, place.spacing[1]), Times(column, place.spacing[0]), Times(normal, entry.spacing[2])};
+    if (positions.size() < 2) return;
+    Vector& step = m_Grid.steps[2];
+    for (std::size_t i = 0; i < 3; ++i) {
+        step[i] = (positions.back()[i] - positions.front()[i]) / static_cast<double>(positions.size() - 1);
+    }
+    const double along = std::fabs(step[0] * normal[0] + step[1] * normal[1] + step[2] * normal[2]);
+    const double length = std::hypot(step[0], step[1], step[2]);
+    m_Grid.isTilted = std::acos(std::min(along / length, 1.0)) * 180 / std::numbers::pi > kTilt;
+}
+
+bool VoxelFile::WriteVolume(ByteStream& stream) {
+    CVolume& volume = m_Series.GetVolume();
+    const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * static_cast<std::size_t>(volume.GetTypeSize());
+    const auto planes = static_cast<int>(m_Grid.size[2]);
+    TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", planes, static_cast<double>(bytes));
+    for (int plane = 0; plane < planes; ++plane) {
+        const auto* const stored = static_cast<const std::byte*>(volume.GetPlane(plane)->m_pData);
+        const bool written = m_bReal ? stream.Write(RealValues(plane)) : stream.Write({stored, bytes});
+        if (!written) return false;
+        progress.Step();
+    }
+    return true;
+}
+
+std::vector<std::byte> VoxelFile::RealValues(int plane) const {
+    CVolume& volume = m_Series.GetVolume();
+    const std::vector<FramePlace> places = m_Series.GetPlanePlaces();
+    const Rescale rescale = RescaleOf(places.at(std::min(static_cast<std::size_t>(plane), places.size() - 1)));
+    const std::size_t count = m_Grid.size[0] * m_Grid.size[1];
+    std::vector<std::byte> bytes(count * sizeof(float));
+    const void* const stored = volume.GetPlane(plane)->m_pData;
+    switch (volume.GetType()) {
+    case CVolume::PT_SHORT: ToReal<std::int16_t>(stored, rescale, count, bytes.data()); break;
+    case CVolume::PT_USHORT: ToReal<std::uint16_t>(stored, rescale, count, bytes.data()); break;
+    case CVolume::PT_BYTE: ToReal<std::uint8_t>(stored, rescale, count, bytes.data()); break;
+    case CVolume::PT_FLOAT: ToReal<float>(stored, rescale, count, bytes.data()); break;
+    case CVolume::PT_LONG: ToReal<std::int32_t>(stored, rescale, count, bytes.data()); break;
+    case CVolume::PT_ULONG: ToReal<std::uint32_t>(stored, rescale, count, bytes.data()); break;
+    }
+    return bytes;
+}
+
+ValueMapping VoxelFile::DescribeValues() const {
+    ValueMapping mapping;
+    const Rescale& rescale = m_Grid.rescale;
+    if (m_bReal) {
+        mapping.formula = "real values";
+        mapping.remarks.emplace_back(
+            "each slice has a rescale of its own: the file holds real values in 32-bit floats");
+    } else if (rescale != Rescale{} && m_Format.HoldsRescale()) {
+        mapping.remarks.push_back("real values are stored * " + ShortNumber(rescale.slope) + " + " +
+                                  ShortNumber(rescale.intercept) + ", as the header says");
+    } else if (rescale != Rescale{}) {
+        mapping.remarks.push_back("values are as stored: the real value is stored * " + ShortNumber(rescale.slope) +
+                                  " + " + ShortNumber(rescale.intercept));
+    }
+    if (m_Grid.isTilted) {
+        mapping.remarks.emplace_back(m_Format.HoldsTilt()
+                                         ? "the planes are tilted: the header's axes are sheared, as the positions are"
+                                         : "the planes are tilted: readers that expect right angles misplace them");
+    }
+    if (!m_Grid.isPlaced) mapping.remarks.emplace_back("without positions: origin and directions are a guess");
+    if (m_Series.GetHeader().form.photometric == "MONOCHROME1") {
+        mapping.remarks.emplace_back("MONOCHROME1: low values are bright");
+    }
+    return mapping;
+}
+
+}  // namespace korvane

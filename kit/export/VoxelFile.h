@@ -1,0 +1,42 @@
+// Volumes into a file of voxels on one grid: NIfTI, NRRD, MetaImage.
+#pragma once
+
+#include "../core/ExportFiles.h"
+#include "../core/Watch.h"
+#include "ExportFormat.h"
+#include "IrregularPolicy.h"
+#include "VoxelGrid.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+class ByteStream;
+
+/// One file: a header, then the voxels of one volume after the other. Only one volume is in memory at a time.
+class VoxelFile {
+public:
+    VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options);
+
+    /// Reads the volumes of a part and writes them. `path` is without extension. What the writer did not take is told by
+    /// its files. Throws `Error`.
+    ExportedVolume Write(const ExportPart& part, bool resample, CFileWriter& writer, const std::string& path);
+
+private:
+    void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
+    void ReadPlace(const ExportedVolume& entry);
+    bool WriteVolume(ByteStream& stream);
+    std::vector<std::byte> RealValues(int plane) const;
+    ValueMapping DescribeValues() const;
+
+    SeriesVolume& m_Series;
+    const ExportFormat& m_Format;
+    const ExportOptions& m_Options;
+    Watch m_Watch;
+    VoxelGrid m_Grid;
+    bool m_bReal = false;  // 32-bit floats of real values, since slices have rescales of their own
+};
+
+}  // namespace korvane

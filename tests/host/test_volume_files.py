@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""NIfTI, NRRD and MetaImage: the same voxels at the same places as the data sets say and as dcm2niix writes."""
+
+import gzip
+import json
+import pathlib
+import shutil
+import subprocess
+import sys
+
+import host_test
+import numpy
+from host_test import SAMPLES, WORK, edited, korvane, phantom, read_volume
+
+try:
+    import nibabel
+except ImportError:
+    print("skipped: python3-nibabel is not installed")
+    sys.exit(77)
+
+SMALL = ("--size", 24, "--slices", 7)
+
+
+def run_export(source, form, name, *options, **more):
+    return korvane("export", source, "--format", form, "--to", WORK / name, *options, **more)
+
+
+def canonical(path):
+    """Real values along right, front, head, and the affine of them."""
+    image = nibabel.as_closest_canonical(nibabel.load(path))
+    return numpy.asarray(image.dataobj, "f8"), image.affine
+
+
+def corners(affine, shape):
+    ends = numpy.array(numpy.meshgrid(*[(0, n - 1) for n in shape[:3]])).reshape(3, -1)
+    return affine[:3, :3] @ ends + affine[:3, 3:]
+
+
+def expected_places(sets):
+    """Patient positions (RAS) of the first and last voxel of each slice."""
+    places = []
+    for ds in sets:
+        row, column = numpy.reshape([float(x) for x in ds.ImageOrientationPatient], (2, 3))
+        down, along = (float(x) for x in ds.PixelSpacing)
+        first = numpy.array([float(x) for x in ds.ImagePositionPatient])
+        last = first + row * along * (ds.Columns - 1) + column * down * (ds.Rows - 1)
+        places.append([first * (-1, -1, 1), last * (-1, -1, 1)])
+    return numpy.array(places)
+
+
+def same_places(affine, shape, sets):
+    """Whether each slice's ends lie where its data set says, in one order of the planes or the other."""
+    ends = numpy.array([[affine @ (0, 0, k, 1), affine @ (shape[0] - 1, shape[1] - 1, k, 1)] for k in range(shape[2])])
+    ends, expected = ends[:, :, :3], expected_places(sets)
+    return min(abs(ends - expected).max(), abs(ends - expected[::-1]).max()) < 1e-3
+
+
+def real_values(source):
+    values, sets = read_volume(source)
+    slope, intercept = float(sets[0].get("RescaleSlope", 1)), float(sets[0].get("RescaleIntercept", 0))
+    return values * slope + intercept, sets
+
+
+def formats():
+    for source in (phantom("plain", *SMALL), phantom("signed", *SMALL, "--signed", "--oblique")):
+        values, sets = real_values(source)
+        for name, options in (("a/vol.nii", ()), ("vol.nii.gz", ()), ("vol", ("--gzip", "--jobs", 3))):
+            out, _ = run_export(source, "nifti", name, *options)
+            path = WORK / (name if "nii" in name else name + ".nii.gz")
+            assert str(path) in out, out
+            image = nibabel.load(path)
+            voxels = numpy.asarray(image.dataobj, "f8").transpose(2, 1, 0)
+            assert (voxels == values).all() or (voxels == values[::-1]).all(), (source, name)
+            assert same_places(image.affine, image.shape, sets), image.affine
+            assert abs(image.get_qform() - image.affine).max() < 1e-3
+            assert int(image.header["sform_code"]) == 1 == int(image.header["qform_code"])
+            if shutil.which("nifti_tool"):
+                said = subprocess.run(["nifti_tool", "-check_hdr", "-infiles", str(path)], capture_output=True, check=True)
+                assert b"is good" in said.stdout + said.stderr or b"GOOD" in said.stdout + said.stderr, said
+        stored = numpy.asarray(nibabel.load(path).dataobj.get_unscaled())
+        assert gzip.decompress(path.read_bytes())[352:] == stored.tobytes("F")  # one member, whole
+        assert path.read_bytes()[3:8] == bytes(5)  # no name, no time
+        run_export(source, "nrrd", "vol.nrrd", "--gzip")
+        header, packed = (WORK / "vol.nrrd").read_bytes().split(b"\n\n", 1)
+        assert gzip.decompress(packed) == stored.tobytes("F") and b"sizes: 24 24 7" in header, header
+        run_export(source, "metaimage", "vol")
+        data = (WORK / "vol.mha").read_bytes()
+        assert data.endswith(b"ElementDataFile = LOCAL\n" + stored.tobytes("F")), data[:500]
+
+
+def own_rescales():
+    """Slices with rescales of their own become real values."""
+    source = edited(phantom("plain", *SMALL), "own", lambda ds, n: setattr(ds, "RescaleSlope", str(n + 1)))
+    values, sets = read_volume(source)
+    expected = numpy.array([v * float(ds.RescaleSlope) + float(ds.RescaleIntercept) for v, ds in zip(values, sets)])
+    run_export(source, "nifti", "own")
+    image = nibabel.load(WORK / "own.nii")
+    voxels = numpy.asarray(image.dataobj).transpose(2, 1, 0)
+    assert voxels.dtype == numpy.float32 and ((voxels == expected).all() or (voxels == expected[::-1]).all())
+
+
+def tilted():
+    """The sheared matrix is exact, and no quaternion claims right angles."""
+    def shift(ds, n):
+        ds.ImagePositionPatient[1] = float(ds.ImagePositionPatient[1]) + n * 1.5
+
+    source = edited(phantom("plain", *SMALL), "tilted", shift)
+    run_export(source, "nifti", "tilted")
+    image = nibabel.load(WORK / "tilted.nii")
+    assert same_places(image.affine, image.shape, real_values(source)[1])
+    assert (int(image.header["qform_code"]), int(image.header["sform_code"])) == (0, 1)
+
+
+def times():
+    source = phantom("series", *SMALL, "--volumes", 3)
+    report = WORK / "report.json"
+    out, err = run_export(source, "nifti", "times.nii.gz", "--report", report)
+    image = nibabel.load(WORK / "times.nii.gz")
+    assert image.shape == (24, 24, 7, 3) and "7 x 3 voxels" in out and "volume 1" not in err, (out, err)
+    for volume in range(3):
+        run_export(source, "nifti", "one", "--volume", volume + 1)
+        alone = nibabel.load(WORK / "one.nii")
+        assert (numpy.asarray(image.dataobj)[..., volume] == numpy.asarray(alone.dataobj)).all(), volume
+    (volume,) = json.loads(report.read_text("utf-8"))["volumes"]
+    assert volume["times"] == 3 and len(volume["inputs"]) == 21
+
+
+def beside_dcm2niix():
+    """Both taken to the closest canonical axes: the same values, the same affine."""
+    if not shutil.which("dcm2niix"):
+        print("skipped: dcm2niix is not installed")
+        return
+    # Not of signed values in 12 bits, whose sign that program does not extend.
+    sources = [phantom("plain", *SMALL), phantom("oblique", *SMALL, "--oblique"), phantom("times", *SMALL, "--volumes", 3)]
+    if SAMPLES.is_dir():
+        sources.append(SAMPLES / "mr-epi-5x30")
+    for number, source in enumerate(sources):
+        folder = WORK / f"peer{number}"
+        folder.mkdir()
+        subprocess.run(["dcm2niix", "-x", "i", "-p", "n", "-f", "peer", "-o", folder, source], capture_output=True, check=True)
+        theirs = sorted(folder.glob("*.nii"))
+        assert len(theirs) == 1, theirs
+        run_export(source, "nifti", "ours")
+        values, affine = canonical(WORK / "ours.nii")
+        expected, reference = canonical(theirs[0])
+        assert values.shape == expected.shape, (source, values.shape, expected.shape)
+        assert numpy.array_equal(values, expected), (source, abs(values - expected).max())
+        apart = abs(corners(affine, values.shape) - corners(reference, values.shape)).max()
+        print(f"{pathlib.Path(source).name}: {values.shape}, corners {apart:.1e} mm apart")
+        assert apart < 1e-3, (source, affine, reference)
+
+
+host_test.run(formats, own_rescales, tilted, times, beside_dcm2niix)
