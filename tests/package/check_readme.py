@@ -12,8 +12,8 @@ root = Path(sys.argv[1])
 wrong = []
 readme = (root / "README.md").read_text(encoding="utf-8")
 programs = re.findall(r"```cpp\n(.*?)```", readme, re.DOTALL)
-if programs != [(root / "examples/series_to_analyze.cpp").read_text(encoding="utf-8")]:
-    wrong.append("README.md: the program differs from examples/series_to_analyze.cpp")
+if programs != [(root / "examples/series_to_volume.cpp").read_text(encoding="utf-8")]:
+    wrong.append("README.md: the program differs from examples/series_to_volume.cpp")
 for page in sorted(root.rglob("*.md")):
     if page.relative_to(root).parts[0] in ("build", "out"):
         continue

@@ -51,6 +51,32 @@ read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags -
 takes_a_series "$scratch/by_pkg_config"
 cmp "$scratch/stranger/stranger.out/volume.img" "$scratch/by_pkg_config.out/volume.img"
 
+# The Kit: each example does its work; the README's refuses what would make no true volume.
+on_the_kit() { "${run[@]}" "$scratch/stranger/$1$suffix" "${@:2}"; }
+on_the_kit series_to_volume "$scratch/series" "$scratch/kit_volume"
+cmp "$scratch/kit_volume.img" "$scratch/by_pkg_config.out/volume.img"
+on_the_kit series_to_volume "$scratch/packed" "$scratch/unpacked"
+cmp "$scratch/kit_volume.img" "$scratch/unpacked.img"
+on_the_kit oblique_picture "$scratch/series" "$scratch/oblique.png"
+[ -s "$scratch/oblique.png" ]
+on_the_kit edit_data_set "$(find "$scratch/series" -type f | head -1)" "$scratch/edited.dcm"
+grep -q edited "$scratch/edited.dcm"
+on_the_kit send_and_receive "$scratch/received" "$scratch/series" | grep -q "5 sent, 5 stored"
+on_the_kit make_medium "$scratch/medium" "$scratch/series" | grep -q "5 files of 1 patients"
+read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane-kit)"
+"$compiler" -std=c++20 "$source/../../examples/series_to_volume.cpp" -o "$scratch/kit_by_pkg_config$suffix" "${flags[@]}" "${link[@]}"
+"${run[@]}" "$scratch/kit_by_pkg_config$suffix" "$scratch/series" "$scratch/kit_volume"
+kit_refuses() {
+    ! on_the_kit series_to_volume "$2" "$scratch/refused" 2>"$scratch/message"
+    grep -q "$1" "$scratch/message"
+    [ ! -e "$scratch/refused.img" ]
+}
+mkdir "$scratch/both" "$scratch/empty"
+"${run[@]}" "$prefix/bin/korvane$suffix" phantom "$scratch/both/other" --slices 5 --size 16 --oblique
+cp -r "$scratch/series" "$scratch/both"
+kit_refuses "2 series" "$scratch/both"
+kit_refuses "no DICOM files" "$scratch/empty"
+
 # The sample decodes with the codec module, and refuses what would make no true volume; then there is no file.
 refuses() {
     rm -rf "$scratch/none" && mkdir "$scratch/none" && cd "$scratch/none"
@@ -65,4 +91,5 @@ refuses "usage"
 codec=$(find "$prefix" -name 'DcmCodec*' -type f | head -1)
 mv "$codec" "$scratch/away"
 refuses "$scratch/packed" "$scratch"/packed/*
+kit_refuses "no codec" "$scratch/packed"
 mv "$scratch/away" "$codec"
