@@ -29,7 +29,4 @@ void CloseModule(ModuleHandle module);
 /// Path of a module's file, of the program's for null; "" when the system does not tell.
 std::string GetModuleFile(ModuleHandle module);
 
-/// The folder of a path, with the separator at its end; "" for a bare name.
-std::string FolderOf(const std::string& path);
-
 }  // namespace platform

@@ -1,6 +1,7 @@
 // What the process's surroundings say: environment variables and the local time.
 #pragma once
 
+#include <ctime>
 #include <string>
 
 namespace platform {
@@ -8,7 +9,10 @@ namespace platform {
 /// The value of an environment variable; `found` tells a missing one from an empty one.
 std::string GetEnvironment(const char* name, bool* found = nullptr);
 
-/// The local time by strftime's "%c", at most 128 characters.
+/// A point in time by the clock on the wall.
+std::tm LocalTime(std::time_t time);
+
+/// The local time now by strftime's "%c", at most 128 characters.
 std::string LocalTimeText();
 
 }  // namespace platform

@@ -2,164 +2,35 @@
 
 #include <algorithm>
 #include <cerrno>
-
-#if defined(_WIN32)
-#include "WideText.h"
-
-#include <fcntl.h>
-#include <io.h>
-#include <share.h>
-#include <sys/stat.h>
-#include <windows.h>
-#else
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#endif
+#include <cstring>
 
 namespace platform {
 
 namespace {
 
 constexpr std::size_t kLargestRead = std::size_t{16} << 20;  // the system's own calls count in 32 bits
-
-#if defined(_WIN32)
-
-/// `errno` after a failure to open the path.
-void NameLength(const char* path) {
-    if (errno == ENOENT && IsPathTooLong(path)) errno = ENAMETOOLONG;
-}
-
-bool IsDirectory(const std::wstring& path) {
-    const DWORD attributes = GetFileAttributesW(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
-#endif
+constexpr std::size_t kLargestWrite = std::size_t{16} << 20;
+constexpr std::size_t kWriteArea = std::size_t{64} << 10;
 
 }  // namespace
 
-#if defined(_WIN32)
-
-std::string NativePath(const char* path) {
-    std::string native(path);
-    std::replace(native.begin(), native.end(), '/', '\\');
-    return native;
+std::string FolderOf(const std::string& path) {
+    const std::size_t separator = path.find_last_of("/\\");
+    return separator == std::string::npos ? "" : path.substr(0, separator + 1);
 }
-
-bool IsPathTooLong(const char* path) {
-    const std::wstring wide = WideText(NativePath(path).c_str());
-    return GetFullPathNameW(wide.c_str(), 0, nullptr, nullptr) > MAX_PATH;  // both with the zero at the end
-}
-
-std::FILE* OpenFile(const char* path, const char* mode) {
-    const std::wstring wide = WideText(NativePath(path).c_str());
-    if (IsDirectory(wide)) {
-        errno = EISDIR;
-        return nullptr;
-    }
-    std::FILE* const file = _wfopen(wide.c_str(), WideText(mode).c_str());
-    if (file == nullptr) NameLength(path);
-    return file;
-}
-
-int SeekFile(std::FILE* file, std::uint64_t offset) {
-    return _fseeki64(file, static_cast<long long>(offset), SEEK_SET);
-}
-
-bool FileExists(const char* path) {
-    return GetFileAttributesW(WideText(NativePath(path).c_str()).c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-bool RenameOver(const char* from, const char* to) {
-    const std::wstring oldName = WideText(NativePath(from).c_str());
-    const std::wstring newName = WideText(NativePath(to).c_str());
-    if (MoveFileExW(oldName.c_str(), newName.c_str(), MOVEFILE_REPLACE_EXISTING) != 0) return true;
-    errno = GetLastError() == ERROR_FILE_NOT_FOUND ? ENOENT : EACCES;
-    return false;
-}
-
-bool RemoveFile(const char* path) {
-    return _wremove(WideText(NativePath(path).c_str()).c_str()) == 0;
-}
-
-bool InputFile::Open(const char* path) {
-    Close();
-    const std::wstring wide = WideText(NativePath(path).c_str());
-    if (IsDirectory(wide)) {
-        errno = EISDIR;
-        return false;
-    }
-    m_Handle = _wopen(wide.c_str(), _O_RDONLY | _O_BINARY | _O_SEQUENTIAL);
-    if (m_Handle < 0) {
-        NameLength(path);
-        return false;
-    }
-    const long long size = _filelengthi64(m_Handle);
-    m_Size = size > 0 ? static_cast<std::uint64_t>(size) : 0;
-    return true;
-}
-
-#else
-
-std::string NativePath(const char* path) {
-    std::string native(path);
-    std::replace(native.begin(), native.end(), '\\', '/');
-    return native;
-}
-
-bool IsPathTooLong(const char*) {
-    return false;
-}
-
-std::FILE* OpenFile(const char* path, const char* mode) {
-    const std::string native = NativePath(path);
-    struct stat status;
-    if (stat(native.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        errno = EISDIR;
-        return nullptr;
-    }
-    return std::fopen(native.c_str(), mode);
-}
-
-int SeekFile(std::FILE* file, std::uint64_t offset) {
-    return fseeko(file, static_cast<off_t>(offset), SEEK_SET);
-}
-
-bool FileExists(const char* path) {
-    return access(NativePath(path).c_str(), F_OK) == 0;
-}
-
-bool RenameOver(const char* from, const char* to) {
-    return std::rename(NativePath(from).c_str(), NativePath(to).c_str()) == 0;
-}
-
-bool RemoveFile(const char* path) {
-    return unlink(NativePath(path).c_str()) == 0;
-}
-
-bool InputFile::Open(const char* path) {
-    Close();
-    m_Handle = open(NativePath(path).c_str(), O_RDONLY | O_CLOEXEC);
-    if (m_Handle < 0) return false;
-    struct stat status;
-    if (fstat(m_Handle, &status) != 0 || S_ISDIR(status.st_mode)) {
-        Close();
-        errno = EISDIR;
-        return false;
-    }
-    m_Size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-    return true;
-}
-
-#endif
 
 InputFile::~InputFile() {
     Close();
 }
 
+bool InputFile::Open(const char* path) {
+    Close();
+    m_Handle = OpenToRead(path, m_Size);
+    return m_Handle >= 0;
+}
+
 void InputFile::Close() {
-    if (m_Handle >= 0) close(m_Handle);
+    if (m_Handle >= 0) CloseFile(m_Handle);
     m_Handle = -1;
     m_Size = 0;
     m_Error = 0;
@@ -176,11 +47,7 @@ std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
             m_Error = errno = EINTR;
             break;
         }
-#if defined(_WIN32)
-        const auto got = read(m_Handle, first + done, static_cast<unsigned>(wanted));
-#else
-        const auto got = read(m_Handle, first + done, wanted);
-#endif
+        const std::ptrdiff_t got = ReadSome(m_Handle, first + done, wanted);
         if (got == 0) break;
         if (got < 0) {
             if (errno == EINTR) continue;
@@ -197,32 +64,75 @@ OutputFile::~OutputFile() {
 }
 
 bool OutputFile::Open(const char* path) {
+    return Begin(path, OpenToWrite);
+}
+
+bool OutputFile::OpenExclusively(const char* path) {
+    return Begin(path, OpenNew);
+}
+
+bool OutputFile::Begin(const char* path, FileHandle (*open)(const char*)) {
     Close();
     m_Error = 0;
+    m_Used = 0;
     m_Stop.Restart();
-    m_pFile = OpenFile(path, "wb");
-    return m_pFile != nullptr;
+    m_Handle = open(path);
+    return m_Handle >= 0;
 }
 
 bool OutputFile::Write(const void* bytes, std::size_t count) {
-    const auto* const first = static_cast<const unsigned char*>(bytes);
-    const std::size_t largest = m_Stop.HasQuestion() ? StopCheck::kStep : count;
-    if (m_pFile == nullptr && m_Error == 0) m_Error = EBADF;
-    for (std::size_t done = 0; done < count && m_Error == 0;) {
-        const std::size_t step = std::min(count - done, largest);
-        if (m_Stop.IsStopped(step)) {
-            m_Error = EINTR;
-        } else if (std::fwrite(first + done, 1, step, m_pFile) != step) {
-            m_Error = errno;
-        }
-        done += step;
+    if (m_Handle < 0 && m_Error == 0) m_Error = EBADF;
+    if (m_Used + count > kWriteArea) Flush();
+    if (count > kWriteArea / 2) {
+        WriteThrough(bytes, count);
+        return Succeeded();
+    }
+    if (m_Error == 0 && count > 0) {
+        if (m_pArea == nullptr) m_pArea = std::make_unique_for_overwrite<unsigned char[]>(kWriteArea);
+        std::memcpy(m_pArea.get() + m_Used, bytes, count);
+        m_Used += count;
     }
     return Succeeded();
 }
 
+void OutputFile::Flush() {
+    WriteThrough(m_pArea.get(), m_Used);
+    m_Used = 0;
+}
+
+/// What stands in the area goes first.
+void OutputFile::WriteThrough(const void* bytes, std::size_t count) {
+    if (m_Used > 0 && bytes != m_pArea.get()) Flush();
+    const auto* place = static_cast<const unsigned char*>(bytes);
+    const std::size_t largest = m_Stop.HasQuestion() ? StopCheck::kStep : kLargestWrite;
+    while (count > 0 && m_Error == 0) {
+        const std::size_t step = std::min(count, largest);
+        if (m_Stop.IsStopped(step)) {
+            m_Error = EINTR;
+            break;
+        }
+        const std::ptrdiff_t written = WriteSome(m_Handle, place, step);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) {
+            m_Error = written < 0 ? errno : ENOSPC;
+            break;
+        }
+        place += written;
+        count -= static_cast<std::size_t>(written);
+    }
+}
+
+bool OutputFile::Sync() {
+    Flush();
+    if (m_Handle >= 0 && m_Error == 0 && !SyncFile(m_Handle)) m_Error = errno;
+    return Succeeded();
+}
+
 bool OutputFile::Close() {
-    if (m_pFile != nullptr && std::fclose(m_pFile) != 0 && m_Error == 0) m_Error = errno;
-    m_pFile = nullptr;
+    if (m_Handle < 0) return Succeeded();
+    Flush();
+    if (!CloseFile(m_Handle) && m_Error == 0) m_Error = errno;
+    m_Handle = -1;
     return Succeeded();
 }
 

@@ -2,11 +2,13 @@
 // file. Paths are UTF-8 where they are valid UTF-8, else in the system's code page.
 #pragma once
 
+#include "FileCalls.h"
 #include "StopQuestion.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -28,11 +30,8 @@ int SeekFile(std::FILE* file, std::uint64_t offset);
 /// Whether anything stands under the path (no access rights checked).
 bool FileExists(const char* path);
 
-/// Gives a file another name; a file that bears it already is replaced. False with `errno` set on failure.
-bool RenameOver(const char* from, const char* to);
-
-/// Removes a file. False with `errno` set on failure.
-bool RemoveFile(const char* path);
+/// The folder of a path, with the separator at its end; "" for a bare name.
+std::string FolderOf(const std::string& path);
 
 /// A file read from front to back without a buffer of its own.
 class InputFile {
@@ -64,13 +63,14 @@ public:
     int GetError() const { return m_Error; }
 
 private:
-    int m_Handle = -1;
+    FileHandle m_Handle = -1;
     std::uint64_t m_Size = 0;
     int m_Error = 0;
     StopCheck m_Stop;
 };
 
-/// A file written from front to back. A failed write, flush or close is kept and reported by `Close`.
+/// A file written from front to back. Small writes are collected; a write, flush or close that failed is remembered, and
+/// told by every call that follows.
 class OutputFile {
 public:
     OutputFile() = default;
@@ -78,23 +78,34 @@ public:
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    /// Creates or truncates. False with `errno` set on failure.
+    /// Creates the file, or empties the one that is there. False with `errno` set on failure.
     bool Open(const char* path);
+
+    /// Creates a file that was not there: EEXIST where anything bears the name. No link is followed.
+    bool OpenExclusively(const char* path);
 
     /// As with `InputFile`; being stopped is a write that fails with EINTR.
     void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
 
-    /// False with `errno` set when this write or one before it has failed.
+    /// False with `errno` set when this or an earlier write failed.
     bool Write(const void* bytes, std::size_t count);
 
-    /// False with `errno` set when anything since `Open` has failed.
+    /// Waits until what was written is on the disk. False with `errno` set.
+    bool Sync();
+
+    /// False with `errno` set when anything since the opening has failed.
     bool Close();
 
 private:
+    bool Begin(const char* path, FileHandle (*open)(const char*));
+    void Flush();
+    void WriteThrough(const void* bytes, std::size_t count);
     bool Succeeded() const;
 
-    std::FILE* m_pFile = nullptr;
-    int m_Error = 0;  // the first one's `errno`
+    FileHandle m_Handle = -1;
+    std::unique_ptr<unsigned char[]> m_pArea;
+    std::size_t m_Used = 0;  // bytes in the area
+    int m_Error = 0;         // `errno` of what failed first
     StopCheck m_Stop;
 };
 

@@ -5,7 +5,7 @@
 #include "Paths.h"
 
 #include "export/CFileWriter.h"
-#include "platform/File.h"
+#include "platform/ReplacingFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -19,8 +19,6 @@ namespace korvane {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr char kUnfinished[] = ".part";
 
 /// Why a server's last reply is the last one. Only a refusal is a reason in itself.
 std::string ReasonOf(const std::string& reply, const std::string& otherwise) {
@@ -124,6 +122,11 @@ private:
 
 }  // namespace
 
+ExportFiles::ExportFiles(Destination destination, const Watch& watch)
+    : m_Destination(std::move(destination)), m_Watch(watch) {}
+
+ExportFiles::~ExportFiles() = default;
+
 std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
     if (m_bDryRun)
         return std::make_unique<WatchedWriter<DryWriter>>(*this, WriterForm{}, !m_Destination.isFtp, m_bFolders);
@@ -175,8 +178,18 @@ std::string ExportFiles::Begin(const std::string& path) {
         }
     }
     if (m_bFolders && !m_bDryRun && !m_Destination.isFtp && !MakeFolderOf(output.name)) return {};
+    std::unique_ptr<platform::ReplacingFile> file;
+    if (!m_Destination.isFtp && !m_bDryRun && !output.isDevice) {
+        file = std::make_unique<platform::ReplacingFile>();
+        if (!file->Reserve(output.name)) {
+            Fail("cannot create " + output.name, SystemText(errno));
+            return {};
+        }
+    }
+    std::string writtenAs = file != nullptr ? file->GetUnfinished() : output.name;
     m_Outputs.push_back(output);
-    return m_Destination.isFtp || m_bDryRun || output.isDevice ? output.name : output.name + kUnfinished;
+    m_Unfinished.push_back(std::move(file));
+    return writtenAs;
 }
 
 bool ExportFiles::MakeFolderOf(const std::string& path) {
@@ -217,6 +230,7 @@ void ExportFiles::ThrowFailure() const {
 void ExportFiles::Abandon(const std::string& reason) {
     Fail("cannot create " + m_Outputs.back().name, reason);
     m_Outputs.pop_back();
+    m_Unfinished.pop_back();
 }
 
 std::vector<std::string> ExportFiles::GetNames() const {
@@ -226,33 +240,26 @@ std::vector<std::string> ExportFiles::GetNames() const {
 }
 
 void ExportFiles::Commit() {
-    const bool named = m_Destination.isFtp || m_bDryRun;
+    using Existing = platform::ReplacingFile::Existing;
     // The header is the first and is named last: a reader that finds it finds the rest, and an image that is in use,
     // which Windows does not let go, costs nothing of what was there before.
-    for (std::size_t i = m_Outputs.size(); !named && i-- > 0;) {
-        const std::string& name = m_Outputs[i].name;
-        if (m_Outputs[i].isDevice) continue;
-        std::error_code error;
-        if (m_bKeep && platform::FileExists(name.c_str())) {
-            error = std::make_error_code(std::errc::file_exists);  // made by somebody in the meantime
-        } else {
-            fs::rename(PathFromText(name + kUnfinished), PathFromText(name), error);
-        }
-        if (!error) continue;
+    for (std::size_t i = m_Outputs.size(); i-- > 0;) {
+        if (m_Unfinished[i] == nullptr || m_Unfinished[i]->Commit(m_bKeep ? Existing::Refuse : Existing::Replace))
+            continue;
+        const std::error_code error(errno, std::generic_category());
         for (std::size_t done = i + 1; done < m_Outputs.size(); ++done) {
-            if (!m_Outputs[done].isDevice) RemoveFile(m_Outputs[done].name);
+            if (m_Unfinished[done] != nullptr) RemoveFile(m_Outputs[done].name);
         }
+        const std::string& name = m_Outputs[i].name;
         throw Error(ErrorKind::Disk, "cannot create " + name + ": " + SystemText(error, name)).InFile(name);
     }
-    m_bCommitted = true;
+    m_Unfinished.clear();
 }
 
 void ExportFiles::Discard() noexcept {
-    if (m_bCommitted || m_bDryRun || m_Destination.isFtp) return;
-    for (const ExportOutput& output : m_Outputs) {
-        if (!output.isDevice) RemoveFile(output.name + kUnfinished);
-    }
-    m_Outputs.clear();
+    if (m_Unfinished.empty()) return;  // all have their names
+    m_Unfinished.clear();
+    if (!m_bDryRun && !m_Destination.isFtp) m_Outputs.clear();
 }
 
 std::string EmptyRemoteFiles(CFileWriter& writer, const ExportFiles& files) {

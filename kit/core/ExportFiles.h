@@ -13,15 +13,18 @@
 
 class CFileWriter;
 
+namespace platform {
+class ReplacingFile;
+}
+
 namespace korvane {
 
-/// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as "name.part" and
+/// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as ".name.RANDOM.part" and
 /// get their names when all are whole; what a server was sent under its name is emptied when it did not become whole.
 class ExportFiles {
 public:
-    explicit ExportFiles(Destination destination, const Watch& watch = {})
-        : m_Destination(std::move(destination)), m_Watch(watch) {}
-    ~ExportFiles() { Discard(); }
+    explicit ExportFiles(Destination destination, const Watch& watch = {});
+    ~ExportFiles();
     ExportFiles(const ExportFiles&) = delete;
     ExportFiles& operator=(const ExportFiles&) = delete;
 
@@ -65,11 +68,12 @@ private:
     std::filesystem::path m_Reserved;
     std::string m_Failure;
     std::vector<ExportOutput> m_Outputs;
+    std::vector<std::unique_ptr<platform::ReplacingFile>>
+        m_Unfinished;  // of each output; null: it has its name already
     bool m_bDryRun = false;
     bool m_bChecksums = false;
     bool m_bKeep = false;
     bool m_bFolders = false;
-    bool m_bCommitted = false;
 };
 
 /// Empties the files that a server got in part. The message says whether that worked.

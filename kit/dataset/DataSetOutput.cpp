@@ -6,6 +6,7 @@
 
 #include "base/Bytes.h"
 
+#include <cerrno>
 #include <system_error>
 
 namespace korvane {
@@ -13,8 +14,6 @@ namespace korvane {
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr char kUnfinished[] = ".part";
 
 struct SyntaxWord {
     const char* word;
@@ -98,32 +97,24 @@ std::string SyntaxUid(const std::string& syntax) {
     return syntax;
 }
 
-UnfinishedFile::UnfinishedFile(const std::string& name) : m_Name(name), m_Path(name) {
+UnfinishedFile::UnfinishedFile(const std::string& name) : m_Name(name) {
     std::error_code error;
     const fs::path path = PathFromText(name);
-    if (fs::is_other(path, error)) return;
+    m_bDevice = fs::is_other(path, error);
+    if (m_bDevice) return;
     if (fs::is_symlink(path, error)) {
         const fs::path file = fs::canonical(path, error);
         if (!error) m_Name = TextFromPath(file);
     }
-    m_bPending = true;
-    m_Path = m_Name + kUnfinished;
-    for (int i = 1; fs::exists(fs::symlink_status(PathFromText(m_Path), error)); ++i) {
-        m_Path = m_Name + "." + std::to_string(i) + kUnfinished;
+    if (!m_File.Reserve(m_Name)) {
+        throw Error(ErrorKind::Disk, "cannot write " + name + ": " + SystemText(errno)).InFile(name);
     }
 }
 
-UnfinishedFile::~UnfinishedFile() {
-    if (m_bPending) RemoveFile(m_Path);
-}
-
 void UnfinishedFile::Finish() {
-    if (!m_bPending) return;
-    std::error_code error;
-    fs::rename(PathFromText(m_Path), PathFromText(m_Name), error);
-    if (error)
-        throw Error(ErrorKind::Disk, "cannot create " + m_Name + ": " + SystemText(error, m_Name)).InFile(m_Name);
-    m_bPending = false;
+    if (m_bDevice || m_File.Commit()) return;
+    const std::error_code error(errno, std::generic_category());
+    throw Error(ErrorKind::Disk, "cannot create " + m_Name + ": " + SystemText(error, m_Name)).InFile(m_Name);
 }
 
 bool IsMediaDirectory(const DICOMObject& dataSet) {

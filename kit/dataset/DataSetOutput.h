@@ -3,29 +3,29 @@
 
 #include "Toolkit.h"
 
+#include "platform/ReplacingFile.h"
+
 #include <string>
 #include <string_view>
 
 namespace korvane {
 
-/// A file under a name that nothing else has, until it is whole; removed when it does not get there. A link stays one to
-/// the file that it leads to. Devices and pipes have no other name: they take what comes.
+/// A file that gets its name when it is whole, and is removed when it does not get there. A link stays one to the file
+/// that it leads to. Devices and pipes have no other name: they take what comes.
 class UnfinishedFile {
 public:
+    /// Throws `Error`.
     explicit UnfinishedFile(const std::string& name);
-    ~UnfinishedFile();
-    UnfinishedFile(const UnfinishedFile&) = delete;
-    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
 
     /// What to write to.
-    const std::string& GetPath() const { return m_Path; }
+    const std::string& GetPath() const { return m_bDevice ? m_Name : m_File.GetUnfinished(); }
     /// Gives the file its name. Throws `Error`.
     void Finish();
 
 private:
     std::string m_Name;
-    std::string m_Path;
-    bool m_bPending = false;
+    bool m_bDevice = false;
+    platform::ReplacingFile m_File;
 };
 
 /// The UID of a word of `GetSyntaxWords`; any other text as it is.

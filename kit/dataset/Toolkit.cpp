@@ -4,6 +4,7 @@
 #include "../core/Paths.h"
 
 #include "base/Number.h"
+#include "platform/ReplacingFile.h"
 
 #include <cerrno>
 #include <cmath>
@@ -102,10 +103,10 @@ void DropElement(DICOMObject& dataSet, Tag tag) {
 void SaveFile(const std::string& path, DICOMDataObject& dataSet) {
     DictionaryCodec codec;
     errno = 0;
-    if (SaveDICOMFile(path.c_str(), 3, &dataSet, &codec) != 0) return;
-    const int error = errno;
-    RemoveFile(path);
-    throw Error(ErrorKind::Disk, "cannot write " + path + ": " + SystemText(error)).InFile(path);
+    platform::ReplacingFile file;
+    const bool saved =
+        file.Reserve(path) && SaveDICOMFile(file.GetUnfinished().c_str(), 3, &dataSet, &codec) != 0 && file.Commit();
+    if (!saved) throw Error(ErrorKind::Disk, "cannot write " + path + ": " + SystemText(errno)).InFile(path);
 }
 
 }  // namespace korvane

@@ -6,7 +6,7 @@
 #include "MediaHeader.h"
 #include "Medium.h"
 
-#include "platform/File.h"
+#include "platform/ReplacingFile.h"
 #include <Korvane/Korvane.h>
 
 #include <algorithm>
@@ -59,7 +59,7 @@ public:
     }
     ~MediumFolders() {
         if (m_bKept) return;
-        RemoveFile(Unfinished());
+        m_Directory.Discard();
         std::error_code error;
         for (fs::directory_iterator entry(m_Files, error), end; entry != end; entry.increment(error)) {
             std::error_code kept;
@@ -71,20 +71,24 @@ public:
     MediumFolders& operator=(const MediumFolders&) = delete;
 
     std::string Directory() const { return m_Root + "/DICOMDIR"; }
-    std::string Unfinished() const { return Directory() + ".part"; }
 
-    void Make() { MakeDirectory(TextFromPath(m_Files)); }
+    /// Where the directory is written, until it is kept.
+    const std::string& Unfinished() const { return m_Directory.GetUnfinished(); }
+
+    void Make() {
+        MakeDirectory(TextFromPath(m_Files));
+        if (m_Directory.Reserve(Directory())) return;
+        throw Error(ErrorKind::Disk, "cannot create " + Directory() + ": " + SystemText(errno)).InFile(Directory());
+    }
 
     /// Gives the directory its name.
     void Keep() {
-        std::error_code error;
-        if (platform::FileExists(Directory().c_str())) {
-            throw Error(ErrorKind::Disk, m_Root + " has got a DICOMDIR from elsewhere").InFile(Directory());
-        }
-        fs::rename(PathFromText(Unfinished()), PathFromText(Directory()), error);
-        if (error) {
+        if (!m_Directory.Commit(platform::ReplacingFile::Existing::Refuse)) {
+            const std::error_code error(errno, std::generic_category());
             const std::string reason = SystemText(error, Directory());
-            throw Error(ErrorKind::Disk, "cannot create " + Directory() + ": " + reason).InFile(Directory());
+            throw Error(ErrorKind::Disk, error.value() == EEXIST ? m_Root + " has got a DICOMDIR from elsewhere"
+                                                                 : "cannot create " + Directory() + ": " + reason)
+                .InFile(Directory());
         }
         m_bKept = true;
     }
@@ -93,6 +97,7 @@ private:
     std::string m_Root;
     fs::path m_Files;
     std::vector<fs::path> m_Made;  // folders that were not there, the innermost first
+    platform::ReplacingFile m_Directory;
     bool m_bKept = false;
 };
 

@@ -1,8 +1,8 @@
 #include "SmallBlocks.h"
 
 #include "Pages.h"
-#include "platform/PerThread.h"
 #include "base/Sanitizer.h"
+#include "platform/PerThread.h"
 
 #include <algorithm>
 #include <atomic>

@@ -106,7 +106,7 @@ def streams_and_refusals():
     korvane("convert", WORK / "folder", "-", status=2)
     korvane("convert", "-", WORK / "folder", status=2, input="")
     plain = (WORK / "folder" / "a.dcm").read_bytes()
-    for name in ("c.dcm.part", "c.dcm.1.part"):  # the names that a file has until it is whole may be taken
+    for name in ("c.dcm.part", "c.dcm.1.part"):  # a user's own
         shutil.copy(WORK / "b.dcm", WORK / name)
     korvane("convert", WORK / "c.dcm.part", WORK / "c.dcm")
     assert (WORK / "c.dcm").read_bytes() == plain

@@ -231,9 +231,10 @@ def full_disks():
     source = phantom("source", "--size", 256, "--slices", 3)
     for form, names in {**FILES, "nifti": ["vol.nii"]}.items():
         for name in names:
-            os.symlink("/dev/full", WORK / f"{name}.part")
+            os.symlink("/dev/full", WORK / name)
             err = run_export(source, form, status=1)[1]
             assert name in err and "No space left" in err and leftovers() == [], (form, name, err)
+            (WORK / name).unlink()
     os.symlink("/dev/null", WORK / "null")
     run_export(source, "vox", "--report", WORK / "null")
     assert (WORK / "null").is_symlink()  # written, not replaced
@@ -286,16 +287,17 @@ def stopped():
         return
     source = phantom("source", "--size", 256, "--slices", 6)
     for form, name in (("bob", "vol.img"), ("vox", "vol.vox"), ("nifti", "vol.nii")):
-        os.mkfifo(WORK / f"{name}.part")
+        os.mkfifo(WORK / f"{name}")
         reader = []
 
         def half_way(name=name, reader=reader):
-            reader.append(open(WORK / f"{name}.part", "rb"))  # pylint: disable=consider-using-with
+            reader.append(open(WORK / name, "rb"))  # pylint: disable=consider-using-with
             reader[0].read(100000)
             threading.Timer(0.3, reader[0].read).start()  # what the signal found in the pipe goes through
 
         interrupted(("export", source, "--format", form, "--to", f"file:{WORK}/vol"), half_way)
         reader[0].close()
+        (WORK / name).unlink()
         assert leftovers() == []
     with socket.create_server(("127.0.0.1", 0)) as silent:
         times = []

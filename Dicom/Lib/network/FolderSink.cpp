@@ -5,11 +5,10 @@
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
+#include "platform/ReplacingFile.h"
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
-#include <random>
+#include <cerrno>
 
 namespace {
 
@@ -69,16 +68,6 @@ Content CompareDataSets(const std::string& older, const std::string& file, std::
     return a.HasFailed() || b.HasFailed() ? Content::Unreadable : Content::Other;
 }
 
-/// Nobody else's: the same instance may come on two associations at once, to this process and to others.
-std::string UnfinishedSuffix() {
-    static std::atomic<unsigned> s_count{0};
-    std::random_device random;
-    return "." + std::to_string(random()) + "-" + std::to_string(++s_count) + ".part";
-}
-
-/// Of this process, one at a time finds a free name and takes it.
-std::mutex g_Settling;
-
 std::string NumberedName(const std::string& path, int number) {
     const std::string base = path.substr(0, path.size() - kExtension.size());
     return base + "-" + std::to_string(number) + std::string(kExtension);
@@ -101,9 +90,10 @@ std::string FreeName(const std::string& path, int low) {
 
 }  // namespace
 
-FolderSink::~FolderSink() {
-    Discard();
-}
+FolderSink::FolderSink(std::string folder, Existing existing)
+    : m_Folder(std::move(folder)), m_Existing(existing), m_pFile(std::make_unique<platform::ReplacingFile>()) {}
+
+FolderSink::~FolderSink() = default;
 
 std::string FolderSink::MakeName(const StorageRequest& request) const {
     return IsUid(request.sopInstance) ? request.sopInstance : "";  // whoever calls
@@ -114,55 +104,44 @@ std::uint16_t FolderSink::Begin(const StorageRequest& request) {
     const std::string name = MakeName(request);
     if (name.empty()) return kStatusInvalidInstance;
     m_Path = m_Folder + "/" + name + std::string(kExtension);
-    m_Part = m_Path + UnfinishedSuffix();
     const std::vector<unsigned char> head = FileHead(request);
     m_Head = head.size();
-    if (!m_File.Open(m_Part.c_str())) {
-        m_Part.clear();
-        return kStatusOutOfResources;
-    }
-    if (head.empty()) {
-        Discard();
-        return kStatusOutOfResources;
-    }
-    const std::uint16_t status = Write(head.data(), head.size());
-    if (status != kStatusSuccess) Discard();
-    return status;
+    const bool begun = !head.empty() && m_pFile->Open(m_Path) && m_pFile->Write(head.data(), head.size());
+    if (!begun) Discard();
+    return begun ? kStatusSuccess : kStatusOutOfResources;
 }
 
 std::uint16_t FolderSink::Write(const void* bytes, std::size_t count) {
-    return m_File.Write(bytes, count) ? kStatusSuccess : kStatusOutOfResources;
+    return m_pFile->Write(bytes, count) ? kStatusSuccess : kStatusOutOfResources;
 }
 
 std::uint16_t FolderSink::End() {
     std::uint16_t status = kStatusOutOfResources;
-    if (m_File.Close()) status = Check(m_Part, m_Head);
+    if (m_pFile->Close()) status = Check(m_pFile->GetUnfinished(), m_Head);
     if (status == kStatusSuccess && !Settle()) status = kStatusOutOfResources;
-    if (status != kStatusSuccess) Discard();
-    m_Part.clear();
+    Discard();
     return status;
 }
 
-/// Gives the file its name, which may be another than was thought.
+/// Gives the file its name, which may be another than was thought. What has the content already stays alone.
 bool FolderSink::Settle() {
-    const std::lock_guard<std::mutex> lock(g_Settling);
+    using Commit = platform::ReplacingFile::Existing;
+    if (m_Existing == Existing::Replace) return m_pFile->CommitAs(m_Path, Commit::Replace);
     const std::string first = m_Path;
-    for (int number = 2; m_Existing == Existing::KeepBoth && platform::FileExists(m_Path.c_str()); ++number) {
+    for (int number = 2; !m_pFile->CommitAs(m_Path, Commit::Refuse); ++number) {
+        if (errno != EEXIST) return false;
         if (number > kMostCompared) {
             m_Path = FreeName(first, number - 1);
-            break;
+            continue;
         }
-        const Content content = CompareDataSets(m_Path, m_Part, m_Head);
-        if (content == Content::Same) return platform::RemoveFile(m_Part.c_str());
-        if (content == Content::Unreadable) return false;  // or Ctrl-C would leave one data set twice
+        const Content content = CompareDataSets(m_Path, m_pFile->GetUnfinished(), m_Head);
+        if (content == Content::Same) return true;
+        if (content == Content::Unreadable) return false;  // else a file that cannot be read now would be there twice
         m_Path = NumberedName(first, number);
     }
-    return platform::RenameOver(m_Part.c_str(), m_Path.c_str());
+    return true;
 }
 
 void FolderSink::Discard() {
-    if (m_Part.empty()) return;
-    m_File.Close();
-    platform::RemoveFile(m_Part.c_str());
-    m_Part.clear();
+    m_pFile->Discard();
 }

@@ -1,21 +1,24 @@
 // Received data sets as files of a folder.
 #pragma once
 
-#include "../../../platform/File.h"
 #include "StorageProvider.h"
 
+#include <memory>
 #include <string>
 
-/// Writes Part 10 files named "<SOP instance UID>.dcm" into a folder, whole or not at all: a file bears another name,
-/// with ".part" behind it, until its last byte was written.
+namespace platform {
+class ReplacingFile;
+}
+
+/// Writes Part 10 files (PS3.10) named "<SOP instance UID>.dcm" into a folder, whole or not at all: until its last byte was
+/// written a file is called ".<SOP instance UID>.dcm.RANDOM.part", which no other file is. Failures leave `errno` set.
 class FolderSink : public StorageSink {
 public:
     /// What becomes of a file that is there already. `KeepBoth`: a data set with the same bytes is not stored twice, another
     /// one gets "-2", "-3" ... behind the UID.
     enum class Existing { Replace, KeepBoth };
 
-    explicit FolderSink(std::string folder, Existing existing = Existing::Replace)
-        : m_Folder(std::move(folder)), m_Existing(existing) {}
+    explicit FolderSink(std::string folder, Existing existing = Existing::Replace);
     ~FolderSink() override;
 
     std::uint16_t Begin(const StorageRequest& request) override;
@@ -27,8 +30,8 @@ public:
     const std::string& GetPath() const { return m_Path; }
 
 protected:
-    /// Looks at the file when it is complete but for its name; other statuses than success refuse it. The data set begins
-    /// behind `head` bytes.
+    /// Looks at the file, which is complete but for its name and lies under `path`; other statuses than success refuse it.
+    /// The data set begins behind `head` bytes.
     virtual std::uint16_t Check(const std::string& /*path*/, std::size_t /*head*/) { return kStatusSuccess; }
 
     /// The file's name without ".dcm"; "" refuses the data set (0x0117). What a peer says must not lead elsewhere: here it
@@ -42,6 +45,5 @@ private:
     Existing m_Existing;
     std::size_t m_Head = 0;  // bytes in front of the data set
     std::string m_Path;
-    std::string m_Part;  // empty: no file is open
-    platform::OutputFile m_File;
+    std::unique_ptr<platform::ReplacingFile> m_pFile;
 };

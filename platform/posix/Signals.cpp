@@ -1,20 +1,9 @@
-#include "Signals.h"
+#include "platform/Signals.h"
 
-#if !defined(_WIN32)
 #include <csignal>
 #include <ctime>
-#endif
 
 namespace platform {
-
-#if defined(_WIN32)
-
-struct BlockBrokenPipe::State {};
-
-BlockBrokenPipe::BlockBrokenPipe() = default;
-BlockBrokenPipe::~BlockBrokenPipe() = default;
-
-#else
 
 struct BlockBrokenPipe::State {
     sigset_t pipe;
@@ -40,7 +29,5 @@ BlockBrokenPipe::~BlockBrokenPipe() {
     }
     pthread_sigmask(SIG_SETMASK, &m_pState->before, nullptr);
 }
-
-#endif
 
 }  // namespace platform

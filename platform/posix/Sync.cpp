@@ -1,36 +1,13 @@
-#include "Sync.h"
+#include "platform/Sync.h"
 
-#include "File.h"
+#include "platform/File.h"
 
 #include <cerrno>
-#include <cstdio>
-
-#if defined(_WIN32)
-#include <io.h>
-#else
 #include <csignal>
 #include <fcntl.h>
 #include <unistd.h>
-#endif
 
 namespace platform {
-
-#if defined(_WIN32)
-
-bool SyncFile(const char* path) {
-    std::FILE* const file = OpenFile(path, "r+b");
-    if (file == nullptr) return false;
-    const bool synced = _commit(_fileno(file)) == 0;
-    return std::fclose(file) == 0 && synced;
-}
-
-bool SyncFolder(const char* /*path*/) {
-    return true;
-}
-
-void IgnoreFileLimitSignal() {}
-
-#else
 
 namespace {
 
@@ -61,7 +38,5 @@ void IgnoreFileLimitSignal() {
     sigaddset(&limit, SIGXFSZ);
     pthread_sigmask(SIG_BLOCK, &limit, nullptr);
 }
-
-#endif
 
 }  // namespace platform

@@ -1,34 +1,17 @@
-#include "Memory.h"
+#include "platform/memory/Memory.h"
 
-#include "Pages.h"
 #include "base/Sanitizer.h"
+#include "platform/memory/Pages.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <new>
-
-#if defined(_WIN32)
-#include <malloc.h>
-#else
-#include <atomic>
 #include <mutex>
-#endif
+#include <new>
 
 namespace platform {
 
-#if defined(_WIN32)
-
-void* AllocateBuffer(std::size_t bytes) {
-    void* const block = bytes > SIZE_MAX / 2 ? nullptr : _aligned_malloc(bytes == 0 ? 1 : bytes, 64);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
-}
-
-void FreeBuffer(void* block) noexcept {
-    _aligned_free(block);
-}
-
-#elif defined(KORVANE_PLAIN_HEAP)
+#if defined(KORVANE_PLAIN_HEAP)
 
 void* AllocateBuffer(std::size_t bytes) {
     void* block = nullptr;

@@ -1,53 +1,14 @@
-#include "DynamicModule.h"
+#include "platform/DynamicModule.h"
 
-#include "File.h"
-
-#if defined(_WIN32)
-#include "WideText.h"
-
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#include <link.h>
+#include "platform/File.h"
 
 #include <climits>
 #include <cstdlib>
+#include <dlfcn.h>
+#include <link.h>
 #include <string_view>
-#endif
 
 namespace platform {
-
-std::string FolderOf(const std::string& path) {
-    const std::size_t separator = path.find_last_of("/\\");
-    return separator == std::string::npos ? "" : path.substr(0, separator + 1);
-}
-
-#if defined(_WIN32)
-
-ModuleHandle OpenModule(const char* name) {
-    // Without this a broken module would stop the program with a message box.
-    const UINT mode = SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
-    const HMODULE module = LoadLibraryW(WideText(NativePath(name).c_str()).c_str());
-    SetErrorMode(mode);
-    return module;
-}
-
-ModuleFunction FindFunction(ModuleHandle module, const char* name) {
-    return reinterpret_cast<ModuleFunction>(GetProcAddress(static_cast<HMODULE>(module), name));
-}
-
-void CloseModule(ModuleHandle module) {
-    if (module != nullptr) FreeLibrary(static_cast<HMODULE>(module));
-}
-
-std::string GetModuleFile(ModuleHandle module) {
-    wchar_t path[MAX_PATH + 1];
-    const DWORD length = GetModuleFileNameW(static_cast<HMODULE>(module), path, MAX_PATH);
-    path[length < MAX_PATH ? length : MAX_PATH] = 0;
-    return NarrowText(path);
-}
-
-#else
 
 namespace {
 
@@ -106,7 +67,5 @@ std::string GetModuleFile(ModuleHandle module) {
     const link_map* map = nullptr;
     return dlinfo(module, RTLD_DI_LINKMAP, static_cast<void*>(&map)) == 0 ? map->l_name : "";
 }
-
-#endif
 
 }  // namespace platform

@@ -1,29 +1,10 @@
-#include "Pages.h"
+#include "platform/memory/Pages.h"
 
 #include <cstdint>
 #include <new>
-
-#if defined(_WIN32)
-#include <windows.h>
-#else
 #include <sys/mman.h>
-#endif
 
 namespace platform {
-
-#if defined(_WIN32)
-
-void* MapPages(std::size_t bytes) {
-    void* const pages = VirtualAlloc(nullptr, bytes, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
-    if (pages == nullptr) throw std::bad_alloc();
-    return pages;
-}
-
-void UnmapPages(void* pages, std::size_t /*bytes*/) noexcept {
-    VirtualFree(pages, 0, MEM_RELEASE);
-}
-
-#else
 
 void* MapPages(std::size_t bytes) {
     const std::size_t withSlack = bytes + kHugePageBytes;
@@ -42,7 +23,5 @@ void* MapPages(std::size_t bytes) {
 void UnmapPages(void* pages, std::size_t bytes) noexcept {
     munmap(pages, bytes);
 }
-
-#endif
 
 }  // namespace platform

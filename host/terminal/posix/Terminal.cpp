@@ -1,0 +1,91 @@
+#include "../Terminal.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+volatile std::sig_atomic_t s_interrupted = 0;
+
+void OnSignal(int number) {
+    s_interrupted = number;
+}
+
+}  // namespace
+
+bool WasInterrupted() {
+    return s_interrupted != 0;
+}
+
+void EndByInterrupt() {
+    std::fflush(nullptr);
+    const int number = s_interrupted != 0 ? s_interrupted : SIGINT;
+    signal(number, SIG_DFL);
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, number);
+    pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+    raise(number);
+    std::_Exit(1);
+}
+
+bool IsErrorTerminal() {
+    return isatty(STDERR_FILENO) != 0;
+}
+
+int GetTerminalWidth() {
+    winsize size{};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+bool ReadPassword(const std::string& prompt, std::string& password) {
+    termios before{};
+    if (!IsErrorTerminal() || tcgetattr(STDIN_FILENO, &before) != 0) return false;
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    std::fprintf(stderr, "%s: ", prompt.c_str());
+    std::fflush(stderr);
+    password.clear();
+    char letter = 0;
+    while (!WasInterrupted() && read(STDIN_FILENO, &letter, 1) == 1 && letter != '\n') password += letter;
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    std::fputc('\n', stderr);
+    return true;
+}
+
+void CatchInterrupts() {
+    // One of the two may be ignored already (nohup, a background job of a shell script): that stays.
+    for (const int number : {SIGINT, SIGTERM}) {
+        struct sigaction before {};
+        if (sigaction(number, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
+        struct sigaction action {};
+        action.sa_handler = OnSignal;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigemptyset(&action.sa_mask);
+        sigaction(number, &action, nullptr);
+    }
+}
+
+void PrepareStandardOutput() {}
+
+void PrepareStandardInput() {}
+
+bool CanWriteOutput(int milliseconds) {
+    pollfd entry{STDOUT_FILENO, POLLOUT, 0};
+    return poll(&entry, 1, milliseconds) == 1;
+}
+
+std::vector<std::string> GetArguments(int argc, char** argv) {
+    return {argv, argv + argc};
+}
+
+}  // namespace platform

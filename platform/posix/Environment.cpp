@@ -1,0 +1,19 @@
+#include "platform/Environment.h"
+
+#include <cstdlib>
+
+namespace platform {
+
+std::string GetEnvironment(const char* name, bool* found) {
+    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here writes the environment
+    if (found != nullptr) *found = value != nullptr;
+    return value != nullptr ? value : "";
+}
+
+std::tm LocalTime(std::time_t time) {
+    std::tm parts{};
+    localtime_r(&time, &parts);
+    return parts;
+}
+
+}  // namespace platform

@@ -1,0 +1,62 @@
+#include "platform/FileTree.h"
+
+#include "platform/ReplacingFile.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+int HardLink(const char* newName, const char* existing, void*) {
+    const int linked =
+        linkat(AT_FDCWD, NativePath(existing).c_str(), AT_FDCWD, NativePath(newName).c_str(), AT_SYMLINK_FOLLOW);
+    return linked == 0 ? 1 : 0;
+}
+
+/// False with `errno` set on failure.
+bool Copy(InputFile& input, ReplacingFile& output) {
+    constexpr std::uint64_t kLargestBlock = 1 << 20;
+    const auto size = static_cast<std::size_t>(std::clamp<std::uint64_t>(input.GetSize(), 1 << 12, kLargestBlock));
+    const auto block = std::make_unique_for_overwrite<unsigned char[]>(size);
+    while (const std::size_t count = input.Read(block.get(), size)) {
+        if (!output.Write(block.get(), count)) return false;
+    }
+    return !input.HasFailed();
+}
+
+}  // namespace
+
+bool IsWritable(const char* path) {
+    return access(NativePath(path).c_str(), W_OK) == 0;
+}
+
+bool CreateFolder(const char* path) {
+    return mkdir(NativePath(path).c_str(), 0777) == 0;
+}
+
+bool RemoveFolder(const char* path) {
+    return rmdir(NativePath(path).c_str()) == 0;
+}
+
+bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop) {
+    InputFile input;
+    ReplacingFile output;
+    input.SetStopQuestion(stop);
+    if (!input.Open(source) || !output.Open(destination)) return false;
+    // Who may read the one may read the other.
+    struct stat status;
+    const std::string made = NativePath(output.GetUnfinished().c_str());
+    if (stat(NativePath(source).c_str(), &status) == 0) chmod(made.c_str(), status.st_mode & 0777);
+    return Copy(input, output) && output.Commit();
+}
+
+LinkFunction FindHardLink() {
+    return HardLink;
+}
+
+}  // namespace platform

@@ -1,0 +1,80 @@
+#include "platform/FileCalls.h"
+
+#include "OpenChecks.h"
+#include "SystemError.h"
+#include "WideText.h"
+#include "platform/File.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+#include <windows.h>
+
+namespace platform {
+
+namespace {
+
+FileHandle Open(const char* path, int flags) {
+    const std::wstring wide = WideText(NativePath(path).c_str());
+    if (RefuseDirectory(wide)) return -1;
+    const int file = _wopen(wide.c_str(), flags | _O_BINARY | _O_NOINHERIT, _S_IREAD | _S_IWRITE);
+    if (file < 0) NameLength(path);
+    return file;
+}
+
+bool Rename(const char* from, const char* to, DWORD flags) {
+    const std::wstring oldName = WideText(NativePath(from).c_str());
+    const std::wstring newName = WideText(NativePath(to).c_str());
+    return MoveFileExW(oldName.c_str(), newName.c_str(), flags) != 0 || FailWithSystemError();
+}
+
+}  // namespace
+
+FileHandle OpenToRead(const char* path, std::uint64_t& size) {
+    const int file = Open(path, _O_RDONLY | _O_SEQUENTIAL);
+    const long long length = file < 0 ? 0 : _filelengthi64(file);
+    size = length > 0 ? static_cast<std::uint64_t>(length) : 0;
+    return file;
+}
+
+FileHandle OpenToWrite(const char* path) {
+    return Open(path, _O_WRONLY | _O_CREAT | _O_TRUNC);
+}
+
+FileHandle OpenNew(const char* path) {
+    return Open(path, _O_WRONLY | _O_CREAT | _O_EXCL);
+}
+
+std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {
+    return _read(file, bytes, static_cast<unsigned>(count));
+}
+
+std::ptrdiff_t WriteSome(FileHandle file, const void* bytes, std::size_t count) {
+    return _write(file, bytes, static_cast<unsigned>(count));
+}
+
+bool SyncFile(FileHandle file) {
+    return _commit(file) == 0;
+}
+
+bool SyncFolderOf(const char* /*path*/) {
+    return true;  // `MOVEFILE_WRITE_THROUGH` has waited
+}
+
+bool CloseFile(FileHandle file) {
+    return _close(file) == 0;
+}
+
+bool RenameOver(const char* from, const char* to) {
+    return Rename(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+}
+
+bool RenameNew(const char* from, const char* to) {
+    return Rename(from, to, MOVEFILE_WRITE_THROUGH);
+}
+
+bool RemoveFile(const char* path) {
+    return _wremove(WideText(NativePath(path).c_str()).c_str()) == 0;
+}
+
+}  // namespace platform

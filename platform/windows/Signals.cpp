@@ -1,0 +1,10 @@
+#include "platform/Signals.h"
+
+namespace platform {
+
+struct BlockBrokenPipe::State {};
+
+BlockBrokenPipe::BlockBrokenPipe() = default;
+BlockBrokenPipe::~BlockBrokenPipe() = default;
+
+}  // namespace platform
