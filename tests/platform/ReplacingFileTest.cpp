@@ -14,7 +14,9 @@ namespace {
 
 class ReplacingFileTest : public testing::Test {
 protected:
-    ReplacingFileTest() : m_Folder(fs::path(testing::TempDir()) / "korvane-replacing-file") {
+    ReplacingFileTest()
+        : m_Folder(fs::path(testing::TempDir()) /
+                   (std::string("korvane-") + testing::UnitTest::GetInstance()->current_test_info()->name())) {
         fs::remove_all(m_Folder);
         fs::create_directories(m_Folder);
     }
