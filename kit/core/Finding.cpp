@@ -34,6 +34,15 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::TrailingBytes: return "trailing bytes";
     case FindingKind::NoMeta: return "no meta information";
     case FindingKind::UndecodedText: return "undecoded text";
+    case FindingKind::KeyRejected: return "key rejected";
+    case FindingKind::VolumesGuessed: return "volumes guessed";
+    case FindingKind::KeysMixed: return "keys mixed";
+    case FindingKind::SpacingDiffers: return "spacing differs";
+    case FindingKind::SpacingUnknown: return "spacing unknown";
+    case FindingKind::SpacingAtDetector: return "spacing at detector";
+    case FindingKind::AxesNotSquare: return "axes not square";
+    case FindingKind::ShiftedSideways: return "shifted sideways";
+    case FindingKind::SameUid: return "same UID";
     }
     return "unknown";
 }

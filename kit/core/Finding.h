@@ -41,6 +41,15 @@ enum class FindingKind {
     TrailingBytes,      ///< bytes behind a data set that are no elements; `files`
     NoMeta,             ///< no preamble or no group 0002; `files`
     UndecodedText,      ///< texts with bytes that are not in their character set; `files`, `count` texts
+    KeyRejected,        ///< differs among images at a position, and makes no volumes
+    VolumesGuessed,     ///< volumes told apart by the order at each position alone
+    KeysMixed,          ///< slices of one volume differ in echo, time or the like
+    SpacingDiffers,     ///< Pixel Spacing differs; `slices`, `lengths` between rows and columns: what is used
+    SpacingUnknown,     ///< Pixel Spacing missing, empty or not positive; `slices`
+    SpacingAtDetector,  ///< only Imager Pixel Spacing is there; `lengths` between rows, between columns
+    AxesNotSquare,      ///< row and column direction are no unit vectors at right angles; `angles` between them
+    ShiftedSideways,    ///< a slice lies beside the line of the others; `slices`, `lengths`: how far
+    SameUid,            ///< different pixels under one SOP Instance UID, all kept; `files`
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

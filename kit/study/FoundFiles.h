@@ -24,6 +24,10 @@ struct VolumeSets {
     std::vector<std::vector<std::size_t>> members;  ///< the same as indices in the series
     std::vector<std::string> keys;                  ///< what tells each: "echo number 2"; "" for a single one
     std::string order;                              ///< what the volumes were told apart by; "" for a single one
+    bool guessed = false;                           ///< by their order at each position alone
+    std::vector<std::string>
+        rejected;                    ///< what differs at a position, and makes no volumes: "trigger time (128 values)"
+    std::vector<std::string> mixed;  ///< what differs within a volume all the same: "echo number (2 values)"
 };
 
 /// Images with one Series Instance UID, one orientation, one matrix and one pixel format. A multi-frame object without
@@ -48,6 +52,7 @@ struct FoundFiles {
 
     const ImageHeader& FirstFile(const FoundSeries& of) const { return files[of.slices.front().file]; }
     const FramePlace& PlaceOf(const SliceRef& slice) const;
+    const FrameKeys& KeysOf(const SliceRef& slice) const;
     /// The file, and the frame of it.
     std::string NameOf(const SliceRef& slice) const;
 };

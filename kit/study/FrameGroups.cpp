@@ -46,9 +46,14 @@ constexpr GroupedElement kGrouped[] = {
 constexpr Tag kOfImage[] = {
     tags::SOPClassUID,
     tags::SOPInstanceUID,
+    tags::StudyDate,
+    tags::SeriesDate,
     tags::Modality,
+    tags::Manufacturer,
+    tags::InstitutionName,
     tags::PatientName,
     tags::PatientID,
+    tags::PatientPosition,
     tags::SeriesInstanceUID,
     tags::SamplesPerPixel,
     tags::PhotometricInterpretation,
@@ -87,6 +92,8 @@ public:
         return holder != nullptr && FindReals(*holder, wanted.element, values.data(), kCount);
     }
 
+    FrameKeys Keys() const { return ReadFrameKeys(m_DataSet, m_pOwn, m_pShared); }
+
     std::string Text(const GroupedElement& wanted) const {
         const DICOMObject* const holder = Holder(wanted);
         return holder != nullptr ? FindText(*holder, wanted.element) : std::string();
@@ -103,6 +110,10 @@ FramePlace ReadPlace(const Frame& frame) {
     place.hasPosition = frame.Reals({kPlanePosition, kPosition}, place.position);
     place.hasOrientation = frame.Reals({kPlaneOrientation, kOrientation}, place.orientation);
     place.hasSpacing = frame.Reals({kPixelMeasures, kPixelSpacing}, place.spacing);
+    if (!(place.spacing[0] > 0 && place.spacing[1] > 0)) {  // no size at all
+        place.hasSpacing = false;
+        place.spacing = {1, 1};
+    }
     place.slope = frame.Text({kPixelValueTransformation, kSlope});
     place.intercept = frame.Text({kPixelValueTransformation, kIntercept});
     return place;
@@ -123,7 +134,7 @@ std::vector<FramePlace> PlaceByOffsets(const FramePlace& first, const std::vecto
 
 /// None when nothing tells, or when the data cannot hold as many frames as it claims.
 std::vector<double> ReadFrameOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) {
-    if (header.FramesPresent() < static_cast<std::uint64_t>(header.frames)) return {};
+    if (!header.HoldsFrames()) return {};
     std::vector<double> offsets(static_cast<std::size_t>(header.frames));
     if (FindElement(dataSet, kGridFrameOffsets) != nullptr) {
         return FindReals(dataSet, kGridFrameOffsets, offsets.data(), offsets.size()) ? offsets : std::vector<double>();
@@ -186,6 +197,14 @@ std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const Im
     }
     if (header.frames == 1 || !first.hasPosition || !first.hasOrientation) return {first};
     return PlaceByOffsets(first, ReadFrameOffsets(dataSet, header));
+}
+
+std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
+    const VR* const groups = FindElement(dataSet, kPerFrameGroups);
+    const bool each = groups != nullptr && groups->GetItemCount() == header.places.size();
+    std::vector<FrameKeys> keys;
+    for (std::uint32_t i = 0; i < (each ? groups->GetItemCount() : 1); ++i) keys.push_back(Frame(dataSet, i).Keys());
+    return keys;
 }
 
 std::vector<std::unique_ptr<DICOMDataObject>> SplitFrames(const DICOMDataObject& source, const ImageHeader& header,

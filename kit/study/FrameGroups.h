@@ -14,6 +14,9 @@ namespace korvane {
 /// Of `header`, the fields up to `frames` must have been read.
 std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header);
 
+/// What tells the frames apart: one entry for each place of a per-frame functional group, else a single one.
+std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header);
+
 /// Whether the data set has functional groups.
 bool HasFrameGroups(const DICOMDataObject& dataSet);
 

@@ -1,11 +1,14 @@
 #include "ImageHeader.h"
 
+#include "../core/Paths.h"
 #include "../core/TextEncoding.h"
 #include "FrameGroups.h"
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
+#include <system_error>
 
 namespace korvane {
 
@@ -13,6 +16,7 @@ namespace {
 
 constexpr Tag kFloatPixels = tags::FloatPixelData;
 constexpr Tag kDoublePixels = tags::DoubleFloatPixelData;
+constexpr std::uint64_t kFragmentHeader = 8;  // bytes
 constexpr Tag kNumberOfFrames = tags::NumberOfFrames;
 
 PixelForm::Kind KindOfPixels(const DataSetFile& file) {
@@ -46,8 +50,6 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.seriesNumber = FindInteger(dataSet, tags::SeriesNumber, 0);
     header.instance = FindInteger(dataSet, tags::InstanceNumber, 0);
     header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
-    header.temporal = FindInteger(dataSet, tags::TemporalPositionIdentifier, 0);
-    header.echo = FindInteger(dataSet, tags::EchoNumbers, 0);
     const TextDecoder decoder(FindText(dataSet, tags::SpecificCharacterSet));
     const auto text = [&](Tag tag) { return decoder.ToUtf8(FindText(dataSet, tag)); };
     header.description = text(tags::SeriesDescription);
@@ -69,6 +71,11 @@ std::uint64_t ImageHeader::FramesPresent() const {
     return bytes != 0 ? pixelsPresent / bytes : 0;
 }
 
+bool ImageHeader::HoldsFrames() const {
+    const std::uint64_t present = encapsulated ? encapsulatedRoom / kFragmentHeader : FramesPresent();
+    return present >= static_cast<std::uint64_t>(frames);
+}
+
 ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     const DICOMDataObject& dataSet = *file.dataSet;
     ImageHeader header;
@@ -76,13 +83,20 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     header.transferSyntax = file.transferSyntax;
     header.encapsulated = file.encapsulated;
     header.pixelsPresent = file.pixelsPresent;
+    if (file.encapsulated) {
+        std::error_code error;
+        const std::uintmax_t size = std::filesystem::file_size(PathFromText(path), error);
+        if (!error) header.encapsulatedRoom = size;
+    }
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
     ReadNames(dataSet, header);
     header.form = ReadForm(file);
     FindReals(dataSet, tags::SpacingBetweenSlices, &header.sliceSpacing, 1);
     FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
     header.frames = std::max(FindInteger(dataSet, kNumberOfFrames, 1), 1);
+    FindReals(dataSet, MakeTag(0x0018, 0x1164), header.detectorSpacing.data(), 2);
     header.places = ReadFramePlaces(dataSet, header);
+    header.keys = ReadKeysOfFrames(dataSet, header);
     header.framesPlaced = header.places.size() == static_cast<std::size_t>(header.frames) &&
                           (header.frames > 1 || HasFrameGroups(dataSet));
     return header;

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "../dataset/DataSetFile.h"
+#include "FrameKeys.h"
 #include "FramePlace.h"
 #include "PixelForm.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -35,12 +37,13 @@ struct ImageHeader {
     int seriesNumber = 0;
     int instance = 0;
     int acquisition = 0;
-    int temporal = 0;  ///< Temporal Position Identifier
-    int echo = 0;      ///< Echo Number
 
     bool encapsulated = false;
+    bool sharesUid = false;  ///< another file has the same SOP Instance UID and other pixels
     bool truncated = false;  ///< the data set ends early, or the pixel data does
     std::uint64_t pixelsPresent = 0;
+    std::uint64_t encapsulatedRoom = 0;       ///< bytes of the file, for compressed pixel data
+    std::array<double, 2> detectorSpacing{};  ///< Imager Pixel Spacing, zeros without
 
     PixelForm form;
     double sliceSpacing = 0;  ///< Spacing Between Slices; 0 without it
@@ -48,9 +51,12 @@ struct ImageHeader {
     int frames = 1;                  ///< Number of Frames, at least 1: a claim, see `FramesPresent`
     bool framesPlaced = false;       ///< `places` has one for each frame, else one for the whole file
     std::vector<FramePlace> places;  ///< never empty
+    std::vector<FrameKeys> keys;     ///< one for each frame with a functional group of its own, else one; never empty
 
     /// Frames that the pixel data holds; 0 for encapsulated data.
     std::uint64_t FramesPresent() const;
+    /// Whether there are bytes for as many frames as are claimed; compressed ones take 8 each at least.
+    bool HoldsFrames() const;
 };
 
 /// Takes from a data set, which may have been read without its pixels, what the header keeps.

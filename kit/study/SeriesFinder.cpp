@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <system_error>
 #include <tuple>
 #include <utility>
@@ -47,6 +48,15 @@ std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::v
     std::sort(files.begin(), files.end());
     files.erase(std::unique(files.begin(), files.end()), files.end());
     return files;
+}
+
+/// Whether a syntax may have changed the values (PS3.5 A.4): JPEG but for its lossless processes, JPEG-LS near-lossless,
+/// JPEG 2000 that is not lossless only.
+bool IsLossy(const std::string& syntax) {
+    static const std::set<std::string> s_lossy = {"1.2.840.10008.1.2.4.50", "1.2.840.10008.1.2.4.51",
+                                                  "1.2.840.10008.1.2.4.81", "1.2.840.10008.1.2.4.91",
+                                                  "1.2.840.10008.1.2.4.93", "1.2.840.10008.1.2.4.203"};
+    return s_lossy.contains(syntax);
 }
 
 /// What one file gave: a header, or why there is none.
@@ -89,22 +99,57 @@ void ReadHeaders(const std::vector<std::string>& paths, unsigned jobs, const Wat
     ForEachInOrder(jobs, paths.size(), kReadAhead, watch, make, take);
 }
 
+/// The pixel data of a file as it would be loaded; null where that cannot be had.
+std::unique_ptr<DICOMDataObject> ReadPixels(const ImageHeader& header, const Watch& watch) {
+    if (header.truncated || !header.HoldsFrames()) return nullptr;
+    DataSetFile file = ReadDataSetFile(header.path, kParseAll, watch);
+    CodecManager codecs;
+    codecs.SetStopQuestion(watch.GetStopQuestion());
+    if (file.encapsulated && codecs.Decode(file.dataSet.get()) == 0) return nullptr;
+    watch.StopIfAsked();
+    return std::move(file.dataSet);
+}
+
+/// Whether two files with one SOP Instance UID hold the same image; what cannot be compared counts as the same.
+bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& watch) {
+    constexpr Tag kPixels = MakeTag(0x7FE0, 0x0010);
+    if (a.form.kind != PixelForm::Kind::Integer || b.form.kind != PixelForm::Kind::Integer) return true;
+    if (a.form.FrameBytes() != b.form.FrameBytes()) return false;
+    // Lossy compression changes every value: that is the same image all the same.
+    if (a.transferSyntax != b.transferSyntax && (IsLossy(a.transferSyntax) || IsLossy(b.transferSyntax))) return true;
+    const auto first = ReadPixels(a, watch);
+    const auto second = ReadPixels(b, watch);
+    const VR* const one = first != nullptr ? FindElement(*first, kPixels) : nullptr;
+    const VR* const other = second != nullptr ? FindElement(*second, kPixels) : nullptr;
+    // A pad behind the last frame is no pixel.
+    const auto bytes = static_cast<std::size_t>(a.form.FrameBytes() * static_cast<std::uint64_t>(a.frames));
+    return one == nullptr || other == nullptr || one->GetText().substr(0, bytes) == other->GetText().substr(0, bytes);
+}
+
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
-void DropCopies(FoundFiles& found) {
+void DropCopies(FoundFiles& found, const Watch& watch) {
     const auto damage = [](const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); };
     using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
-    std::map<Identity, std::size_t> known;
+    std::map<Identity, std::vector<std::size_t>> known;
     std::vector<ImageHeader> kept;
     for (ImageHeader& header : found.files) {
         const Identity identity{header.sopInstance, header.seriesUid, header.instance, header.frames,
                                 header.places.front().position};
-        const auto [entry, isNew] = known.try_emplace(identity, kept.size());
-        if (isNew || header.sopInstance.empty()) {
+        std::vector<std::size_t>& same = known[identity];
+        const auto copy =
+            header.sopInstance.empty() ? same.end() : std::find_if(same.begin(), same.end(), [&](std::size_t other) {
+                return HaveSamePixels(kept[other], header, watch);
+            });
+        if (copy == same.end()) {
+            if (!header.sopInstance.empty()) {
+                for (const std::size_t other : same) kept[other].sharesUid = header.sharesUid = true;
+            }
+            same.push_back(kept.size());
             kept.push_back(std::move(header));
             continue;
         }
         ++found.copies;
-        ImageHeader& present = kept[entry->second];
+        ImageHeader& present = kept[*copy];
         if (damage(header) < damage(present)) std::swap(present, header);
         found.leftOut.push_back({header.path, "the same image as " + present.path});
     }
@@ -120,7 +165,10 @@ public:
         const ImageHeader& header = m_Found.files[slice.file];
         const FramePlace& place = m_Found.PlaceOf(slice);
         const bool alone = header.frames > 1 && !header.framesPlaced;
-        const Key key{header.seriesUid, header.form, alone ? slice.file + 1 : 0};
+        PixelForm form = header.form;
+        if (form.highBit + 1 == form.stored)
+            form.stored = form.highBit = 0;  // how many of the bits may be set is no format
+        const Key key{header.seriesUid, form, alone ? slice.file + 1 : 0};
         std::vector<std::size_t>& candidates = m_Series[key];
         const std::size_t from = candidates.size() - std::min(candidates.size(), kOrientationsCompared);
         for (std::size_t i = from; i < candidates.size(); ++i) {
@@ -200,6 +248,11 @@ const FramePlace& FoundFiles::PlaceOf(const SliceRef& slice) const {
                                                    : header.places.front();
 }
 
+const FrameKeys& FoundFiles::KeysOf(const SliceRef& slice) const {
+    const std::vector<FrameKeys>& keys = files[slice.file].keys;
+    return keys.size() > 1 && slice.frame >= 0 ? keys[static_cast<std::size_t>(slice.frame)] : keys.front();
+}
+
 std::string FoundFiles::NameOf(const SliceRef& slice) const {
     const ImageHeader& header = files[slice.file];
     return slice.frame < 0 ? header.path : header.path + " frame " + std::to_string(slice.frame + 1);
@@ -210,7 +263,7 @@ FoundFiles FindSeries(const std::vector<std::string>& paths, unsigned jobs, cons
     found.paths = paths;
     const std::vector<std::string> files = ListFiles(paths, found.unreadable);
     ReadHeaders(files, jobs, watch, found);
-    DropCopies(found);
+    DropCopies(found, watch);
     GroupFiles(found);
     const auto key = [&](const FoundSeries& series) {
         const ImageHeader& header = found.FirstFile(series);

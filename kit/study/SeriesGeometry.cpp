@@ -13,6 +13,8 @@ constexpr double kCosineTolerance = 1e-3;
 constexpr double kSmallestDistance = 1e-4;  // closer positions are one: they are rounded in files
 constexpr double kUneven = 0.01;            // of the usual distance
 constexpr double kSmallestUneven = 1e-3;
+constexpr std::size_t kMostOutliers = 4;
+constexpr double kDwarfing = 20;  // times the next smaller distance
 constexpr double kDegrees = 180 / 3.14159265358979323846;
 
 using Vector = std::array<double, 3>;
@@ -33,6 +35,21 @@ Vector NormalOf(const std::array<double, 6>& o) {
     return normal;
 }
 
+/// Of ascending positions. Distances that dwarf all others count as the next smaller one: a slice that lies far away must
+/// not make neighbours of the others seem one.
+double ExtentOf(const std::vector<std::pair<double, std::size_t>>& order) {
+    std::vector<double> gaps;
+    for (std::size_t i = 1; i < order.size(); ++i) gaps.push_back(order[i].first - order[i - 1].first);
+    std::sort(gaps.begin(), gaps.end());
+    std::size_t kept = gaps.size();
+    for (; kept > 1 && kept + kMostOutliers > gaps.size(); --kept) {
+        if (gaps[kept - 2] < kSmallestUneven * 2 || gaps[kept - 1] < kDwarfing * gaps[kept - 2]) break;
+    }
+    double extent = 0;
+    for (std::size_t i = 0; i < gaps.size(); ++i) extent += gaps[std::min(i, kept - 1)];
+    return extent;
+}
+
 void BuildStacks(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
     std::vector<double>& along = geometry.along;
     std::vector<std::pair<double, std::size_t>> order;
@@ -46,8 +63,7 @@ void BuildStacks(const std::vector<FramePlace>& slices, SeriesGeometry& geometry
     if (order.empty()) return;
     std::sort(order.begin(), order.end());
     // Many volumes at the same positions make the mean distance small, but not by so much.
-    const double extent = order.back().first - order.front().first;
-    const double apart = std::max(kSmallestDistance, 0.01 * extent / static_cast<double>(order.size()));
+    const double apart = std::max(kSmallestDistance, 0.01 * ExtentOf(order) / static_cast<double>(order.size()));
     for (const auto& [position, index] : order) {
         if (along.empty() || position - along.back() > apart) {
             along.push_back(position);
@@ -94,6 +110,18 @@ void MeasureTilt(const std::vector<FramePlace>& slices, SeriesGeometry& geometry
     const Vector line{last[0] - first[0], last[1] - first[1], last[2] - first[2]};
     const double cosine = Dot(line, geometry.normal) / Length(line);
     geometry.tilt = std::acos(std::clamp(cosine, -1.0, 1.0)) * kDegrees;
+    for (const auto& stack : geometry.stacks) {
+        for (const std::size_t index : stack) {
+            const Vector& p = slices[index].position;
+            const Vector q{p[0] - first[0], p[1] - first[1], p[2] - first[2]};
+            const double along = Dot(q, geometry.normal) / Dot(line, geometry.normal);
+            const Vector off{q[0] - along * line[0], q[1] - along * line[1], q[2] - along * line[2]};
+            if (Length(off) > geometry.shift) {
+                geometry.shift = Length(off);
+                geometry.shifted = index;
+            }
+        }
+    }
 }
 
 }  // namespace

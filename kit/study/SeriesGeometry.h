@@ -34,6 +34,9 @@ struct SeriesGeometry {
     double usualGap = 0;  ///< the median
     std::vector<Gap> uneven;
     double tilt = 0;  ///< degrees between the normal and the line through the first and the last position
+    /// The largest distance of a position from that line, within the planes, and the slice that lies there.
+    double shift = 0;
+    std::size_t shifted = 0;
 };
 
 /// Studies slices that share an orientation, that of the first. Slices without a position are in no stack.

@@ -3,6 +3,8 @@
 #include "../core/Error.h"
 #include "FrameGroups.h"
 
+#include "base/Bytes.h"
+
 #include <algorithm>
 
 namespace korvane {
@@ -11,6 +13,17 @@ namespace {
 
 constexpr Tag kNumberOfFrames = tags::NumberOfFrames;
 constexpr Tag kPixelData = tags::PixelData;
+
+// What claims more than this is no image: its memory would be taken for nothing. Two bytes of run lengths stand for at most
+// 128; other compressions do better on empty images.
+constexpr char kRunLength[] = "1.2.840.10008.1.2.5";
+constexpr std::uint64_t kRunLengthRatio = 64;
+constexpr std::uint64_t kLargestRatio = 16384;
+constexpr std::uint64_t kAnySize = 1024;  // bytes that nobody minds
+
+// An empty value is none; the library would take it for 0.
+constexpr Tag kNoneWhenEmpty[] = {MakeTag(0x0018, 0x0050), MakeTag(0x0018, 0x0088), MakeTag(0x0020, 0x0020),
+                                  MakeTag(0x0028, 0x0030)};
 
 [[noreturn]] void Refuse(const ImageHeader& header, ErrorKind kind, const std::string& why) {
     throw Error(kind, header.path + ": " + why).InFile(header.path);
@@ -32,7 +45,21 @@ void CheckPixels(const ImageHeader& header) {
                "bits stored " + std::to_string(form.stored) + " and high bit " + std::to_string(form.highBit) +
                    " do not fit into " + std::to_string(form.allocated) + " bits");
     }
-    if (header.encapsulated) return;  // decoding tells
+    if (header.encapsulated) {
+        if (!header.HoldsFrames()) {
+            Refuse(header, ErrorKind::Damaged,
+                   "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes for " +
+                       std::to_string(header.frames) + " frames");
+        }
+        const std::uint64_t needed = form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
+        const bool isRunLength = header.transferSyntax == kRunLength;
+        if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
+            Refuse(header, ErrorKind::Damaged,
+                   "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +
+                       std::to_string(needed) + " bytes that it stands for");
+        }
+        return;
+    }
     const std::uint64_t present = header.FramesPresent();
     if (present < static_cast<std::uint64_t>(header.frames)) {
         const std::uint64_t needed = form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
@@ -58,6 +85,9 @@ void CheckAssembly(const FoundFiles& found, const FoundSeries& series) {
 LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch)
     : m_Watch(watch) {
     m_Codecs.SetStopQuestion(watch.GetStopQuestion());
+    m_bStoredDiffer = std::any_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
+        return found.files[slice.file].form.stored != found.files[slices.front().file].form.stored;
+    });
     TaskProgress progress(watch, "reading", static_cast<std::int64_t>(slices.size()));
     for (std::size_t i = 0; i < slices.size();) {
         const ImageHeader& header = found.files[slices[i].file];
@@ -103,6 +133,24 @@ void LoadedSlices::Decode(const ImageHeader& header, DataSetFile& file) {
            "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + m_Codecs.GetError());
 }
 
+/// Slices of a volume may differ in Bits Stored: values are masked or sign-extended to all bits here, and the element says
+/// so. The library would want one value in all.
+void LoadedSlices::UnifyStoredBits(const ImageHeader& header, DICOMDataObject& dataSet) {
+    const PixelForm& form = header.form;
+    if (!m_bStoredDiffer || form.allocated != 16 || form.highBit + 1 != form.stored) return;
+    VR& pixels = *FindElement(dataSet, kPixelData);
+    const int spare = form.allocated - form.stored;
+    for (std::uint32_t at = 0; at + 2 <= pixels.m_Length; at += 2) {
+        const unsigned value = platform::LoadLittle<std::uint16_t>(pixels.m_pData + at);
+        const auto shifted = static_cast<std::uint16_t>(value << spare);
+        const auto whole = form.isSigned ? static_cast<std::uint16_t>(static_cast<std::int16_t>(shifted) >> spare)
+                                         : static_cast<std::uint16_t>(shifted >> spare);
+        platform::StoreLittle<std::uint16_t>(pixels.m_pData + at, whole);
+    }
+    PutNumber(dataSet, MakeTag(0x0028, 0x0101), 16);
+    PutNumber(dataSet, MakeTag(0x0028, 0x0102), 15);
+}
+
 void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& frames) {
     DataSetFile file = ReadDataSetFile(header.path, kParseAll, m_Watch);
     if (file.encapsulated) Decode(header, file);
@@ -111,6 +159,11 @@ void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& f
     if (pixels == nullptr || pixels->m_pData == nullptr || pixels->m_Length < needed) {
         Refuse(header, ErrorKind::Damaged, "the pixel data cannot be read");
     }
+    for (const Tag tag : kNoneWhenEmpty) {
+        if (FindText(*file.dataSet, tag).empty()) DropElement(*file.dataSet, tag);
+    }
+    if (!header.places.front().hasSpacing) DropElement(*file.dataSet, MakeTag(0x0028, 0x0030));
+    UnifyStoredBits(header, *file.dataSet);
     m_Files.push_back(std::move(file.dataSet));
     if (frames.empty()) {
         // Many writers put "1" here, which would make the first slice a multi-frame object.

@@ -32,7 +32,10 @@ private:
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
     void PlaceInOrder(const ImageHeader& header);
 
+    void UnifyStoredBits(const ImageHeader& header, DICOMDataObject& dataSet);
+
     Watch m_Watch;
+    bool m_bStoredDiffer = false;
     CodecManager m_Codecs;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share

@@ -13,8 +13,12 @@ namespace korvane {
 
 namespace {
 
-constexpr std::size_t kNamed = 3;         // files named in one warning
-constexpr double kTilt = 0.1;             // degrees; rounded positions stay below
+constexpr std::size_t kNamed = 3;  // files named in one warning
+constexpr double kTilt = 0.1;      // degrees; rounded positions stay below
+constexpr double kShift = 0.1;     // mm; rounded positions stay below
+constexpr double kShiftOfGap = 0.02;
+constexpr double kCosine = 1e-2;
+constexpr double kDegrees = 180 / 3.14159265358979323846;
 constexpr double kPixelTolerance = 1e-4;  // of a pixel
 
 std::string Count(std::size_t count, const std::string& what) {
@@ -32,9 +36,12 @@ public:
         Frames();
         Positions();
         Volumes();
+        Keys();
         Gaps();
+        Axes();
         Tilt();
         Rescale();
+        Spacing();
         return m_Findings;
     }
 
@@ -84,6 +91,8 @@ private:
         AddFiles(FindingKind::NoCodec, "compressed pixel data without a codec", [](const ImageHeader& header) {
             return header.encapsulated && !CodecManager::CanDecode(header.transferSyntax);
         });
+        AddFiles(FindingKind::SameUid, "several images with different pixels under one SOP Instance UID, all kept",
+                 [](const ImageHeader& header) { return header.sharesUid; });
         AddFiles(FindingKind::EndsEarly, "data that ends early",
                  [](const ImageHeader& header) { return header.truncated; });
     }
@@ -127,9 +136,9 @@ private:
     void Volumes() {
         const SeriesGeometry& geometry = m_Series.geometry;
         if (geometry.volumes < 2) return;
-        const std::string volumes = std::to_string(geometry.volumes);
-        const std::string at = volumes + " slices at each of " + Count(geometry.stacks.size(), "position") +
-                               ", which makes " + volumes + " volumes";
+        const std::string volumes = std::to_string(m_Series.sets.volumes.size());
+        const std::string at = std::to_string(geometry.volumes) + " slices at each of " +
+                               Count(geometry.stacks.size(), "position") + ", which makes " + volumes + " volumes";
         if (geometry.complete) {
             Add(FindingKind::RepeatedPositions, "duplicate positions: " + at).count = geometry.volumes;
             return;
@@ -145,6 +154,27 @@ private:
             Add(FindingKind::IncompleteVolumes, "duplicate positions: up to " + at + "; fewer at " + List(names));
         finding.slices = std::move(slices);
         finding.count = geometry.volumes;
+    }
+
+    static std::string Join(const std::vector<std::string>& parts) {
+        std::string text;
+        for (const std::string& part : parts) text += (text.empty() ? "" : ", ") + part;
+        return text;
+    }
+
+    void Keys() {
+        const VolumeSets& sets = m_Series.sets;
+        if (!sets.rejected.empty()) {
+            Add(FindingKind::KeyRejected, "volumes are not told apart by " + Join(sets.rejected) +
+                                              ", which would leave most of their positions empty")
+                .count = sets.rejected.size();
+        }
+        if (sets.guessed) {
+            Add(FindingKind::VolumesGuessed, "a guess: images at one position are told apart by their order alone");
+        }
+        if (!sets.mixed.empty()) {
+            Add(FindingKind::KeysMixed, "slices of one volume differ in " + Join(sets.mixed)).count = sets.mixed.size();
+        }
     }
 
     void Gaps() {
@@ -172,6 +202,76 @@ private:
         Add(FindingKind::Tilt,
             "tilt: the positions run " + ShortNumber(m_Series.geometry.tilt) + " degrees off the normal of the slices")
             .angles = {m_Series.geometry.tilt};
+    }
+
+    /// A gantry tilt moves slices along a line; what lies beside that is no box.
+    void Axes() {
+        const SeriesGeometry& geometry = m_Series.geometry;
+        if (geometry.shift > std::max(kShift, kShiftOfGap * geometry.usualGap)) {
+            Finding& finding = Add(FindingKind::ShiftedSideways, "shifted sideways: " + NameOf(geometry.shifted) +
+                                                                     " lies " + ShortNumber(geometry.shift) +
+                                                                     " mm beside the line of the others");
+            finding.slices = {geometry.shifted};
+            finding.lengths = {geometry.shift};
+        }
+        const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
+        if (!first.hasOrientation) return;
+        const auto& o = first.orientation;
+        const double row = std::hypot(o[0], o[1], o[2]);
+        const double column = std::hypot(o[3], o[4], o[5]);
+        const double cosine = (o[0] * o[3] + o[1] * o[4] + o[2] * o[5]) / (row * column);
+        if (std::fabs(row - 1) < kCosine && std::fabs(column - 1) < kCosine && std::fabs(cosine) < kCosine) return;
+        if (!(row > kCosine && column > kCosine && std::fabs(cosine) < 1 - kCosine)) {
+            Add(FindingKind::AxesNotSquare, "the direction cosines make no plane: taken as axial");
+            return;
+        }
+        const double angle = std::acos(cosine) * kDegrees;
+        Add(FindingKind::AxesNotSquare, "the direction cosines are no unit vectors at right angles: lengths " +
+                                            ShortNumber(row) + " and " + ShortNumber(column) + ", " +
+                                            ShortNumber(angle) + " degrees between them")
+            .angles = {angle};
+    }
+
+    void Spacing() {
+        const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
+        std::vector<std::size_t> unknown;
+        std::vector<std::size_t> different;
+        for (std::size_t i = 0; i < m_Series.slices.size(); ++i) {
+            const FramePlace& place = m_Found.PlaceOf(m_Series.slices[i]);
+            if (!place.hasSpacing) {
+                unknown.push_back(i);
+            } else if (first.hasSpacing &&
+                       (!IsSame(place.spacing[0], first.spacing[0]) || !IsSame(place.spacing[1], first.spacing[1]))) {
+                different.push_back(i);
+            }
+        }
+        const ImageHeader& header = m_Found.FirstFile(m_Series);
+        if (!unknown.empty() && header.detectorSpacing[0] > 0 && header.detectorSpacing[1] > 0) {
+            Add(FindingKind::SpacingAtDetector,
+                "the size of pixels is known at the detector alone: " + ShortNumber(header.detectorSpacing[0]) +
+                    " mm between rows, " + ShortNumber(header.detectorSpacing[1]) + " mm between columns")
+                .lengths = {header.detectorSpacing[0], header.detectorSpacing[1]};
+        } else if (!unknown.empty()) {
+            Add(FindingKind::SpacingUnknown, "the size of pixels is unknown" + OfSlices(unknown)).slices = unknown;
+        }
+        if (different.empty()) return;
+        Finding& finding = Add(FindingKind::SpacingDiffers,
+                               "pixel spacing differs" + OfSlices(different) +
+                                   "; that of the first is used: " + ShortNumber(first.spacing[0]) +
+                                   " mm between rows, " + ShortNumber(first.spacing[1]) + " mm between columns");
+        finding.slices = std::move(different);
+        finding.lengths = {first.spacing[0], first.spacing[1]};
+    }
+
+    static bool IsSame(double a, double b) { return std::fabs(a - b) <= kPixelTolerance * std::fabs(a); }
+
+    /// " in 3 of 20 slices: a, b, c"; nothing for all.
+    std::string OfSlices(const std::vector<std::size_t>& slices) const {
+        if (slices.size() == m_Series.slices.size()) return {};
+        std::vector<std::string> names;
+        for (const std::size_t slice : slices) names.push_back(NameOf(slice));
+        return " in " + std::to_string(slices.size()) + " of " + Count(m_Series.slices.size(), "slice") + ": " +
+               List(names);
     }
 
     void Rescale() {

@@ -5,10 +5,10 @@
 
 namespace korvane {
 
-/// Slices of one volume share what their headers say about time, echo or acquisition, provided that this tells apart the
-/// slices at each position and makes as many volumes as the largest position has slices. Where it does not, instance
-/// numbers that count volume after volume do. Else the first slices in list order at each position are the first volume,
-/// the next ones the second: a position that lacks one then has the others in the wrong volumes.
+/// Candidates of `KeyCandidates` are tried in their order, then instance numbers that count volume after volume. One
+/// becomes part of the key when it differs among images at one position and its volumes have most of the positions: what
+/// varies with the slice does not. Where some images still share position and key they are told apart by their order, the
+/// first in list order being of the first volume: a guess.
 VolumeSets FindVolumes(const FoundFiles& found, const FoundSeries& series);
 
 }  // namespace korvane

@@ -1,0 +1,213 @@
+#include "FrameKeys.h"
+
+#include "base/Bytes.h"
+#include "base/Number.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+#include <limits>
+#include <string_view>
+
+namespace korvane {
+
+const double FrameKeys::kNone = std::numeric_limits<double>::quiet_NaN();
+
+namespace {
+
+constexpr Tag kFrameContent = MakeTag(0x0020, 0x9111);
+constexpr Tag kCardiacTiming = MakeTag(0x0018, 0x9118);
+constexpr Tag kDiffusion = MakeTag(0x0018, 0x9117);
+constexpr Tag kGradient = MakeTag(0x0018, 0x9076);
+constexpr Tag kFrameType = MakeTag(0x0018, 0x9226);
+
+/// Where a value stands: on the top level, or in an item of a functional group (and an item in that).
+struct Source {
+    std::size_t entry;
+    Tag element;
+    Tag group{};
+    Tag inner{};
+    std::size_t values = 1;
+};
+
+/// Later ones count where earlier ones tell nothing.
+constexpr Source kSources[] = {
+    {1, MakeTag(0x0020, 0x9128), kFrameContent},
+    {1, MakeTag(0x0020, 0x0100)},
+    {2, MakeTag(0x0020, 0x9157), kFrameContent, {}, 6},
+    {8, MakeTag(0x0018, 0x0086)},
+    {9, MakeTag(0x0018, 0x9082), MakeTag(0x0018, 0x9114)},
+    {9, MakeTag(0x0018, 0x0081)},
+    {10, MakeTag(0x0020, 0x9241), kCardiacTiming},
+    {11, MakeTag(0x0020, 0x9153), kCardiacTiming},
+    {12, MakeTag(0x0018, 0x9087), kDiffusion},
+    {12, MakeTag(0x0018, 0x9087)},
+    {13, MakeTag(0x0018, 0x9089), kDiffusion, kGradient, 3},
+    {13, MakeTag(0x0018, 0x9089), {}, {}, 3},
+    {16, MakeTag(0x0018, 0x0082)},
+    {17, MakeTag(0x0054, 0x1300)},
+    {18, MakeTag(0x0018, 0x1060)},
+    {19, MakeTag(0x0018, 0x9074), kFrameContent},
+    {19, MakeTag(0x0008, 0x0032)},
+    {20, MakeTag(0x0008, 0x0033)},
+    {21, MakeTag(0x0020, 0x9156), kFrameContent},
+    {21, MakeTag(0x0020, 0x0012)},
+};
+
+constexpr Tag kFrameAcquired = MakeTag(0x0018, 0x9074);
+constexpr Tag kAcquisitionTime = MakeTag(0x0008, 0x0032);
+constexpr Tag kContentTime = MakeTag(0x0008, 0x0033);
+
+/// Value `index` of an element of numbers; false where there is none.
+bool ReadValue(const VR& element, std::size_t index, double& value) {
+    const std::size_t sizes[] = {2, 4, 8};
+    const unsigned char* const bytes = element.m_pData;
+    const auto at = [&](std::size_t size) {
+        return bytes != nullptr && (index + 1) * size <= element.m_Length ? bytes + index * size : nullptr;
+    };
+    const unsigned char* p = nullptr;
+    switch (element.m_TypeCode) {
+    case TypeCode("US"):
+        if ((p = at(sizes[0])) != nullptr) value = platform::LoadLittle<std::uint16_t>(p);
+        return p != nullptr;
+    case TypeCode("UL"):
+        if ((p = at(sizes[1])) != nullptr) value = platform::LoadLittle<std::uint32_t>(p);
+        return p != nullptr;
+    case TypeCode("FL"):
+        if ((p = at(sizes[1])) != nullptr) value = static_cast<double>(platform::LoadLittle<float>(p));
+        return p != nullptr;
+    case TypeCode("FD"):
+        if ((p = at(sizes[2])) != nullptr) value = platform::LoadLittle<double>(p);
+        return p != nullptr;
+    default: break;
+    }
+    if (GetValueKind(element.m_TypeCode) != ValueKind::Text) return false;
+    std::vector<double> read(index + 1);
+    if (platform::ScanReals(std::string(element.GetText()), read.data(), read.size()) != read.size()) return false;
+    value = read[index];
+    return true;
+}
+
+/// Seconds after midnight of a TM value, or of the time in a DT value.
+bool ReadSeconds(std::string_view text, bool withDate, double& seconds) {
+    if (withDate) text.remove_prefix(std::min<std::size_t>(text.size(), 8));
+    double parts[3] = {0, 0, 0};
+    std::size_t at = 0;
+    for (double& part : parts) {
+        if (at + 2 > text.size()) break;
+        const std::string digits(at == 4 ? text.substr(at, text.find_first_not_of("0123456789.", at) - at)
+                                         : text.substr(at, 2));
+        if (platform::ScanReals(digits, &part, 1) != 1) return false;
+        at += 2;
+    }
+    seconds = parts[0] * 3600 + parts[1] * 60 + parts[2];
+    return at > 0;
+}
+
+const DICOMObject* HolderIn(const DICOMObject* groups, const Source& source) {
+    const DICOMObject* item = groups != nullptr ? FindItem(*groups, source.group) : nullptr;
+    if (item != nullptr && source.inner != Tag{}) item = FindItem(*item, source.inner);
+    return item;
+}
+
+const VR* FindSource(const DICOMObject& dataSet, const DICOMObject* own, const DICOMObject* shared,
+                     const Source& source) {
+    if (source.group == Tag{}) return FindElement(dataSet, source.element);
+    for (const DICOMObject* const groups : {own, shared}) {
+        const DICOMObject* const item = HolderIn(groups, source);
+        const VR* const element = item != nullptr ? FindElement(*item, source.element) : nullptr;
+        if (element != nullptr) return element;
+    }
+    return nullptr;
+}
+
+/// Of Image Type only the kind counts: processing steps and the like differ within a volume.
+double KindOf(std::string_view word) {
+    static constexpr std::string_view kKinds[][3] = {{"M", "MAGNITUDE"},
+                                                     {"P", "PHASE", "PHASE MAP"},
+                                                     {"R", "REAL"},
+                                                     {"I", "IMAGINARY"},
+                                                     {"ADC"},
+                                                     {"FA"},
+                                                     {"TRACEW"},
+                                                     {"T1", "T1 MAP"},
+                                                     {"T2", "T2 MAP"},
+                                                     {"T2*", "T2_STAR MAP"},
+                                                     {"VELOCITY"},
+                                                     {"B0", "B0 MAP"},
+                                                     {"W", "WATER"},
+                                                     {"F", "FAT"},
+                                                     {"IP", "IN_PHASE"},
+                                                     {"OP", "OPP_PHASE", "OUT_PHASE"}};
+    for (std::size_t i = 0; i < std::size(kKinds); ++i) {
+        for (const std::string_view name : kKinds[i]) {
+            if (!name.empty() && name == word) return static_cast<double>(i + 1);
+        }
+    }
+    return FrameKeys::kNone;
+}
+
+/// The third value of an image or frame type, and what follows it.
+double KindIn(const std::string& type) {
+    std::size_t begin = 0;
+    for (int index = 0; begin <= type.size(); ++index) {
+        const std::size_t end = std::min(type.find('\\', begin), type.size());
+        std::string_view word = std::string_view(type).substr(begin, end - begin);
+        while (!word.empty() && word.back() == ' ') word.remove_suffix(1);
+        if (index >= 2 && !std::isnan(KindOf(word))) return KindOf(word);
+        begin = end + 1;
+    }
+    return FrameKeys::kNone;
+}
+
+double ReadKind(const DICOMObject& dataSet, const DICOMObject* own, const DICOMObject* shared) {
+    for (const DICOMObject* const groups : {own, shared}) {
+        const DICOMObject* const item = groups != nullptr ? FindItem(*groups, kFrameType) : nullptr;
+        if (item == nullptr) continue;
+        const double kind = KindOf(FindText(*item, MakeTag(0x0008, 0x9208)));
+        if (!std::isnan(kind)) return kind;
+        const double type = KindIn(FindText(*item, MakeTag(0x0008, 0x9007)));
+        if (!std::isnan(type)) return type;
+    }
+    const double kind = KindOf(FindText(dataSet, MakeTag(0x0008, 0x9208)));
+    return std::isnan(kind) ? KindIn(FindText(dataSet, MakeTag(0x0008, 0x0008))) : kind;
+}
+
+}  // namespace
+
+const std::vector<KeyCandidate>& KeyCandidates() {
+    static const std::vector<KeyCandidate> s_candidates = {
+        {"temporal position", 1, 2, false, true},      {"echo number", 8, 9, false, true},
+        {"cardiac phase", 10, 11, false, true},        {"b-value", 12, 13, false, true},
+        {"gradient direction", 13, 16, false, true},   {"kind of image", 0, 1, false, true},
+        {"dimension index 1", 2, 3, false, false},     {"dimension index 2", 3, 4, false, false},
+        {"dimension index 3", 4, 5, false, false},     {"dimension index 4", 5, 6, false, false},
+        {"dimension index 5", 6, 7, false, false},     {"dimension index 6", 7, 8, false, false},
+        {"acquisition number", 21, 22, false, false},  {"echo time", 9, 10, true, false},
+        {"inversion time", 16, 17, true, false},       {"trigger delay", 11, 12, true, false},
+        {"frame reference time", 17, 18, true, false}, {"trigger time", 18, 19, true, false},
+        {"acquisition time", 19, 20, true, false},     {"content time", 20, 21, true, false},
+    };
+    return s_candidates;
+}
+
+FrameKeys ReadFrameKeys(const DICOMObject& dataSet, const DICOMObject* own, const DICOMObject* shared) {
+    FrameKeys keys;
+    keys.values[0] = ReadKind(dataSet, own, shared);
+    for (const Source& source : kSources) {
+        if (!std::isnan(keys.values[source.entry])) continue;
+        const VR* const element = FindSource(dataSet, own, shared, source);
+        if (element == nullptr) continue;
+        const bool isClock = source.element == kAcquisitionTime || source.element == kContentTime;
+        double value = 0;
+        for (std::size_t i = 0; i < source.values; ++i) {
+            const bool read = isClock || source.element == kFrameAcquired
+                                  ? ReadSeconds(element->GetText(), !isClock, value)
+                                  : ReadValue(*element, i, value);
+            if (read && std::isfinite(value)) keys.values[source.entry + i] = value;
+        }
+    }
+    return keys;
+}
+
+}  // namespace korvane
