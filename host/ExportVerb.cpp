@@ -3,10 +3,8 @@
 #include "SeriesOptions.h"
 #include "Verbs.h"
 #include "terminal/Terminal.h"
-#include <Korvane/kit/export/ExportJob.h>
 
 #include <CLI/CLI.hpp>
-#include <Korvane/platform/Environment.h>
 
 #include <cstdio>
 #include <map>
@@ -32,11 +30,10 @@ const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
 
 /// From the environment, else from the user where there is a terminal.
 std::string AskPassword(const std::string& user, const std::string& host) {
-    bool found = false;
-    std::string password = platform::GetEnvironment(kPassword, &found);
-    if (found) return password;
+    if (const auto known = platform::GetVariable(kPassword)) return *known;
+    std::string password;
     const std::string whose = user + " at " + host;
-    found = platform::ReadPassword("password of " + Visible(whose), password);
+    const bool found = platform::ReadPassword("password of " + Visible(whose), password);
     StopIfInterrupted();
     if (!found) throw Error(ErrorKind::Refused, "no password for " + whose + ": set " + kPassword);
     return password;
@@ -47,10 +44,7 @@ void ExportSeries(Arguments& arguments) {
     arguments.options.watcher = &watcher;
     arguments.choice.watcher = &watcher;
     arguments.options.askPassword = AskPassword;
-    ExportJob job(arguments.format, arguments.url, arguments.options);
-    SeriesChoice choice = arguments.choice;
-    choice.watcher = &watcher;
-    const ExportReport report = job.Run(choice);
+    const ExportReport report = Export(arguments.choice, arguments.format, arguments.url, arguments.options);
     for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
 }
 

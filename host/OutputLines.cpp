@@ -1,12 +1,9 @@
 #include "OutputLines.h"
 
 #include "Console.h"
-
 #include "terminal/Terminal.h"
-#include <Korvane/platform/Signals.h>
 
 #include <algorithm>
-#include <cstdio>
 
 using namespace korvane;
 
@@ -33,13 +30,12 @@ void OutputLines::Add(const std::string& line) {
 
 bool OutputLines::Write(int milliseconds) {
     if (m_Pending.empty() || m_bFailed) return !m_bFailed;
-    const platform::BlockBrokenPipe guard;
     while (m_Written < m_Pending.size() && !m_bFailed && platform::CanWriteOutput(milliseconds)) {
         // Whole lines as far as possible: whoever is left in the middle of one cannot make anything of it.
         const std::size_t most = std::min(platform::kOutputStep, m_Pending.size() - m_Written);
         const std::size_t lineEnd = m_Pending.rfind('\n', m_Written + most - 1);
         const std::size_t count = lineEnd == std::string::npos || lineEnd < m_Written ? most : lineEnd + 1 - m_Written;
-        m_bFailed = std::fwrite(m_Pending.data() + m_Written, 1, count, stdout) != count || std::fflush(stdout) != 0;
+        m_bFailed = !platform::WriteOutput(m_Pending.data() + m_Written, count);
         m_Written += count;
     }
     if (m_Written == m_Pending.size() || m_Written > kMostPending) {

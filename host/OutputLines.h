@@ -13,14 +13,14 @@ public:
     OutputLines(const OutputLines&) = delete;
     OutputLines& operator=(const OutputLines&) = delete;
 
-    /// Without its end. Throws `Interrupted` from a wait.
+    /// Without its end. Throws `korvane::Error` of kind `Stopped` from a wait.
     void Add(const std::string& line);
 
     /// Writes what the reader takes, waiting at most so long for each step of his. False when he takes nothing any more, for
     /// good.
     bool Write(int milliseconds);
 
-    /// Waits until all is written. Throws `HostError`, `Interrupted`.
+    /// Waits until all is written. Throws `korvane::Error`: `Disk`, `Stopped`.
     void Finish();
 
 private:

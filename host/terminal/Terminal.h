@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,13 @@ void PrepareStandardOutput();
 /// Windows, whose pipes do not tell.
 bool CanWriteOutput(int milliseconds);
 inline constexpr std::size_t kOutputStep = 4096;  ///< what a pipe takes whole once it takes anything
+
+/// Writes to standard output and flushes it. False when its reader has gone (which does not end the program, as a plain
+/// write would) or the system refuses.
+bool WriteOutput(const char* bytes, std::size_t count);
+
+/// An environment variable in UTF-8; nothing when it is not set.
+std::optional<std::string> GetVariable(const char* name);
 
 /// Standard input gives bytes as they are.
 void PrepareStandardInput();

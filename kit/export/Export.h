@@ -4,6 +4,7 @@
 #include "../core/ExportOutput.h"
 #include "../core/KitExport.h"
 #include "../core/Watcher.h"
+#include "../study/SeriesChoice.h"
 
 #include <array>
 #include <cstddef>
@@ -98,6 +99,9 @@ struct ExportReport {
 ///     const korvane::Found found = korvane::Find({"ct"});
 ///     korvane::Export(found.Only(), "nifti", "file:out/head");
 KORVANE_KIT ExportReport Export(const Series& series, const std::string& format, const std::string& url,
+                                const ExportOptions& options = {});
+/// The same of what a user chose by paths: a failure to find it is in the report file too.
+KORVANE_KIT ExportReport Export(const SeriesChoice& choice, const std::string& format, const std::string& url,
                                 const ExportOptions& options = {});
 /// The same of a volume that is loaded; `Irregular::Split` takes its parts alone.
 KORVANE_KIT ExportReport Export(const Volume& volume, const std::string& format, const std::string& url,

@@ -7,7 +7,7 @@
 #include "Medium.h"
 
 #include "platform/ReplacingFile.h"
-#include <Korvane/Korvane.h>
+#include "media/CCDRObject.h"
 
 #include <algorithm>
 #include <array>

@@ -3,7 +3,7 @@
 
 #include "Phantom.h"
 
-#include <Korvane/Dicom.h>
+#include "../../Dicom/Lib/dataset/DICOMObject.h"
 
 #include <cstdint>
 #include <memory>

@@ -84,6 +84,28 @@ bool CanWriteOutput(int milliseconds) {
     return poll(&entry, 1, milliseconds) == 1;
 }
 
+bool WriteOutput(const char* bytes, std::size_t count) {
+    sigset_t one;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&one);
+    sigaddset(&one, SIGPIPE);
+    sigpending(&pending);
+    const bool wasPending = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &one, &before);
+    const bool written = std::fwrite(bytes, 1, count, stdout) == count && std::fflush(stdout) == 0;
+    // The signal of this write must not come when signals are let through again.
+    const timespec now{};
+    if (!written && !wasPending) sigtimedwait(&one, nullptr, &now);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return written;
+}
+
+std::optional<std::string> GetVariable(const char* name) {
+    const char* const value = std::getenv(name);
+    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
 std::vector<std::string> GetArguments(int argc, char** argv) {
     return {argv, argv + argc};
 }

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include <Korvane/platform/windows/WideText.h>
 
@@ -92,6 +93,16 @@ void PrepareStandardInput() {
 
 bool CanWriteOutput(int /*milliseconds*/) {
     return true;
+}
+
+bool WriteOutput(const char* bytes, std::size_t count) {
+    return std::fwrite(bytes, 1, count, stdout) == count && std::fflush(stdout) == 0;
+}
+
+std::optional<std::string> GetVariable(const char* name) {
+    const std::wstring wide(name, name + std::strlen(name));  // ASCII
+    const wchar_t* const value = _wgetenv(wide.c_str());
+    return value != nullptr ? std::optional<std::string>(NarrowText(value)) : std::nullopt;
 }
 
 std::vector<std::string> GetArguments(int argc, char** argv) {
