@@ -1,21 +1,64 @@
 #include "Exception.h"
 
+#include "platform/PerThread.h"
+
 #include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 namespace {
 
 constexpr std::size_t kCapacity = 4096;
 
-// Writable and with their prefixes from the start: they are read from outside the program, by a debugger.
-char g_DimMessage[kCapacity] = "Errore di dimensioni - ";
-char g_MemMessage[kCapacity] = "Errore di memoria - ";
-char g_ZeroMessage[kCapacity] = "Divisione per zero - ";
+/// The texts of the three kinds. Writable and with their prefixes from the start: they are read from outside the program,
+/// by a debugger.
+struct Messages {
+    char dimension[kCapacity] = "Errore di dimensioni - ";
+    char memory[kCapacity] = "Errore di memoria - ";
+    char zero[kCapacity] = "Divisione per zero - ";
+};
 
-// Two threads that throw at once mix their texts up, but never write beyond the buffer: its last byte stays zero.
-void Append(char (&buffer)[kCapacity], const char* operation) {
-    if (operation == nullptr) return;
+constinit Messages g_Messages;
+constinit std::atomic<bool> g_bTaken = false;
+
+/// The calling thread's texts: those of the module, which keep what was said before, where no other thread has them, else
+/// some of its own. So a program whose threads throw one at a time, each ending before the next, finds all in one place.
+class OwnMessages {
+public:
+    OwnMessages() = default;
+    OwnMessages(const OwnMessages&) = delete;
+    OwnMessages& operator=(const OwnMessages&) = delete;
+    ~OwnMessages() {
+        if (m_pMessages == &g_Messages) {
+            g_bTaken.store(false, std::memory_order_release);
+        } else {
+            delete m_pMessages;
+        }
+        m_pMessages = nullptr;
+        m_bEnded = true;
+    }
+
+    /// Null where there is no memory, and when the thread has ended but for its last destructors.
+    Messages* Get() {
+        if (m_pMessages == nullptr && !m_bEnded) {
+            m_pMessages =
+                g_bTaken.exchange(true, std::memory_order_acquire) ? new (std::nothrow) Messages : &g_Messages;
+        }
+        return m_pMessages;
+    }
+
+private:
+    Messages* m_pMessages = nullptr;
+    bool m_bEnded = false;
+};
+
+// The last byte of a text stays zero.
+void Append(char (Messages::*kind)[kCapacity], const char* operation) {
+    Messages* const messages = platform::PerThread<OwnMessages>::Get().Get();
+    if (operation == nullptr || messages == nullptr) return;
+    char(&buffer)[kCapacity] = messages->*kind;
     char* const end = buffer + kCapacity - 1;
     char* const from = std::find(buffer, end, '\0');
     const std::size_t count = std::min(std::strlen(operation), static_cast<std::size_t>(end - from));
@@ -36,7 +79,7 @@ Exception::~Exception() = default;
 
 DimException::DimException() = default;
 DimException::DimException(const char* operation) {
-    Append(g_DimMessage, operation);
+    Append(&Messages::dimension, operation);
 }
 DimException::DimException(const DimException& other) = default;
 DimException& DimException::operator=(const DimException& other) = default;
@@ -44,7 +87,7 @@ DimException::~DimException() = default;
 
 MemException::MemException() = default;
 MemException::MemException(const char* operation) {
-    Append(g_MemMessage, operation);
+    Append(&Messages::memory, operation);
 }
 MemException::MemException(const MemException& other) = default;
 MemException& MemException::operator=(const MemException& other) = default;
@@ -52,7 +95,7 @@ MemException::~MemException() = default;
 
 ZeroException::ZeroException() = default;
 ZeroException::ZeroException(const char* operation) {
-    Append(g_ZeroMessage, operation);
+    Append(&Messages::zero, operation);
 }
 ZeroException::ZeroException(const ZeroException& other) = default;
 ZeroException& ZeroException::operator=(const ZeroException& other) = default;

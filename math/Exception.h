@@ -5,10 +5,10 @@
 
 /// Base class of the math exceptions. Thrown as such only by `FMatrix::hgr`.
 ///
-/// An exception carries no text: whoever catches it learns its type alone. The texts are composed, per kind, in one
-/// process-wide buffer inside the module, for a debugger or a memory dump to read: a prefix ("Errore di dimensioni - ",
-/// "Errore di memoria - ", "Divisione per zero - ") and behind it the name of each operation that threw, in order. The
-/// buffers are never reset. They are bounded: what no longer fits is cut off. One thread at a time.
+/// An exception carries no text. The texts are composed for a debugger or a memory dump to read, per kind and thread: a
+/// prefix ("Errore di dimensioni - ", "Errore di memoria - ", "Divisione per zero - ") and the names of operations that
+/// threw, in order. The buffers are bounded and never reset. The first thread that throws has those in the
+/// module's data; threads that throw while it lives have theirs on the heap, until they end.
 class KORVANE_API Exception {
 public:
     Exception();

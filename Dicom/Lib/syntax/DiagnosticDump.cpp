@@ -1,16 +1,17 @@
 #include "DiagnosticDump.h"
 
+#include "Dicom/Lib/dataset/ValueText.h"
 #include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "TransferSyntaxCodec.h"
-#include "Dicom/Lib/dataset/ValueText.h"
 #include "platform/Environment.h"
 #include "platform/File.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
-#include <memory>
+#include <mutex>
 
 namespace {
 
@@ -26,7 +27,8 @@ std::uint32_t FlagsFromEnvironment() {
 }
 
 struct State {
-    std::uint32_t flags = FlagsFromEnvironment();
+    std::atomic<std::uint32_t> flags = FlagsFromEnvironment();
+    std::mutex mutex;  // of the path, and of the log for as long as one call writes
     std::string path = platform::GetEnvironment("DCM_DUMP_PATH");
 };
 
@@ -35,15 +37,31 @@ State& GetState() {
     return state;
 }
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using Log = std::unique_ptr<std::FILE, CloseFile>;
-
-Log OpenLog(std::uint32_t level) {
-    if (!IsDebugFlagOn(level)) return nullptr;
-    return Log(platform::OpenFile(DumpLogName().c_str(), "at"));
+std::string LogName(const State& state) {
+    return state.path.empty() ? "DcmServiceDump.log" : state.path;
 }
+
+/// The open log, this thread's alone until it goes: lines of several threads do not mix. Null when the level is off.
+class Log {
+public:
+    explicit Log(std::uint32_t level) {
+        if (!IsDebugFlagOn(level)) return;
+        State& state = GetState();
+        m_Lock = std::unique_lock(state.mutex);
+        m_pFile = platform::OpenFile(LogName(state).c_str(), "at");
+    }
+    Log(const Log&) = delete;
+    Log& operator=(const Log&) = delete;
+    ~Log() {
+        if (m_pFile != nullptr) std::fclose(m_pFile);
+    }
+
+    std::FILE* Get() const { return m_pFile; }
+
+private:
+    std::unique_lock<std::mutex> m_Lock;
+    std::FILE* m_pFile = nullptr;
+};
 
 std::string DumpedValue(const VR& element) {
     switch (GetValueKind(element.m_TypeCode)) {
@@ -56,70 +74,76 @@ std::string DumpedValue(const VR& element) {
 }  // namespace
 
 void SetDebugFlag(std::uint32_t bits, bool on) {
-    std::uint32_t& flags = GetState().flags;
-    flags = on ? flags | bits : flags & ~bits;
+    if (on) {
+        GetState().flags.fetch_or(bits, std::memory_order_relaxed);
+    } else {
+        GetState().flags.fetch_and(~bits, std::memory_order_relaxed);
+    }
 }
 
 bool IsDebugFlagOn(std::uint32_t bits) {
-    return (GetState().flags & bits) != 0;
+    return (GetState().flags.load(std::memory_order_relaxed) & bits) != 0;
 }
 
 std::string DumpLogName() {
-    const std::string& path = GetState().path;
-    return path.empty() ? "DcmServiceDump.log" : path;
+    State& state = GetState();
+    const std::lock_guard lock(state.mutex);
+    return LogName(state);
 }
 
 void SetDumpLogPath(const std::string& path) {
-    GetState().path = path;
+    State& state = GetState();
+    const std::lock_guard lock(state.mutex);
+    state.path = path;
 }
 
 void TraceStamped(const char* text, std::uint32_t level) {
-    const Log log = OpenLog(level);
-    if (log != nullptr) std::fprintf(log.get(), "%s : %s\n", platform::LocalTimeText().c_str(), text);
+    const Log log(level);
+    if (log.Get() != nullptr) std::fprintf(log.Get(), "%s : %s\n", platform::LocalTimeText().c_str(), text);
 }
 
 void Trace(std::uint32_t level, const char* format, ...) {
-    const Log log = OpenLog(level);
-    if (log == nullptr) return;
+    const Log log(level);
+    if (log.Get() == nullptr) return;
     std::va_list arguments;
     va_start(arguments, format);
-    std::vfprintf(log.get(), format, arguments);
+    std::vfprintf(log.Get(), format, arguments);
     va_end(arguments);
 }
 
 void HexDump(const void* bytes, int count, std::uint32_t level) {
-    const Log log = OpenLog(level);
-    if (log == nullptr) return;
+    const Log log(level);
+    if (log.Get() == nullptr) return;
     const auto* const first = static_cast<const unsigned char*>(bytes);
     for (int begin = 0; begin < count; begin += std::min(kBytesPerLine, count - begin)) {
         const int length = std::min(kBytesPerLine, count - begin);
-        std::fprintf(log.get(), "%6.6d-%6.6d ", begin, begin + length - 1);
-        for (int i = 0; i < length; ++i) std::fprintf(log.get(), "%2.2X ", static_cast<unsigned>(first[begin + i]));
-        for (int i = length; i < kBytesPerLine; ++i) std::fputs("   ", log.get());
+        std::fprintf(log.Get(), "%6.6d-%6.6d ", begin, begin + length - 1);
+        for (int i = 0; i < length; ++i) std::fprintf(log.Get(), "%2.2X ", static_cast<unsigned>(first[begin + i]));
+        for (int i = length; i < kBytesPerLine; ++i) std::fputs("   ", log.Get());
         const std::string characters =
             Printable({reinterpret_cast<const char*>(first) + begin, static_cast<std::size_t>(length)});
-        std::fprintf(log.get(), "| %s|\n", characters.c_str());
+        std::fprintf(log.Get(), "| %s|\n", characters.c_str());
     }
 }
 
 void DumpElement(std::uint32_t level, const VR& element, const TransferSyntaxCodec* codec) {
-    const Log log = OpenLog(level);
-    if (log == nullptr) return;
-    std::fprintf(log.get(), "(%4.4X)[%4.4X,%4.4X][%6d]", static_cast<unsigned>(element.m_StreamOffset),
+    const Log log(level);
+    if (log.Get() == nullptr) return;
+    std::fprintf(log.Get(), "(%4.4X)[%4.4X,%4.4X][%6d]", static_cast<unsigned>(element.m_StreamOffset),
                  static_cast<unsigned>(element.m_Group), static_cast<unsigned>(element.m_Element),
                  static_cast<int>(element.m_Length));
     if (element.m_TypeCode != 0) {
         char firstLetter;
         char secondLetter;
         UnpackTypeCode(element.m_TypeCode, firstLetter, secondLetter);
-        std::fprintf(log.get(), "[%s]:", Printable(std::string{firstLetter, secondLetter}).c_str());
+        std::fprintf(log.Get(), "[%s]:", Printable(std::string{firstLetter, secondLetter}).c_str());
     } else {
-        std::fputs("[XX]:", log.get());
+        std::fputs("[XX]:", log.Get());
     }
     std::string name;
     const DcmDictionary* const dictionary = codec != nullptr ? codec->GetDictionary() : nullptr;
     if (dictionary != nullptr && dictionary->LookupTypeCode(element.m_Group, element.m_Element, &name) != 0) {
-        std::fprintf(log.get(), "'%s' ", name.c_str());
+        std::fprintf(log.Get(), "'%s' ", name.c_str());
     }
-    std::fprintf(log.get(), "%s\n", DumpedValue(element).c_str());
+    std::fprintf(log.Get(), "%s\n", DumpedValue(element).c_str());
 }

@@ -6,8 +6,8 @@
 // while the program runs. A log that cannot be opened is passed over.
 //
 // The flag word and the path are process-wide, once in the dynamic module and once in a host that links the toolkit
-// archive; nothing is locked. "DCM_DUMP_FLAGS" (decimal, or hexadecimal behind 0x) sets bits in both; it and the path
-// are read once, at the first use.
+// archive. Threads may trace at the same time; what one call writes stays together. "DCM_DUMP_FLAGS" (decimal, or
+// hexadecimal behind 0x) sets bits in both; it and the path are read once, at the first use.
 #pragma once
 
 #include <cstddef>
