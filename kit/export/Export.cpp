@@ -17,7 +17,10 @@ ExportReport Export(const SeriesChoice& choice, const std::string& format, const
 
 ExportReport Export(const Volume& volume, const std::string& format, const std::string& url,
                     const ExportOptions& options) {
-    return ExportJob(format, url, options).Run(volume.GetData().GetSeriesVolume());
+    // Read anew: an export loads the parts that it writes, and spans into the caller's volume must stay valid.
+    ExportOptions own = options;
+    own.volume = volume.GetData().GetSeriesVolume().GetVolumeNumber();
+    return ExportJob(format, url, own).Run(volume.GetSeries());
 }
 
 }  // namespace korvane

@@ -85,10 +85,6 @@ ExportReport ExportJob::Run(const Series& series) {
     return RunOn([&] { return std::make_unique<SeriesVolume>(series, m_Options.volume, m_Watch); });
 }
 
-ExportReport ExportJob::Run(SeriesVolume& series) {
-    return RunOn([&] { return &series; });
-}
-
 template <class MakeSeries>
 ExportReport ExportJob::RunOn(const MakeSeries& make) {
     CheckReportFile();

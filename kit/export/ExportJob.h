@@ -26,8 +26,6 @@ public:
     // Write all files or none. Throw `Error`. Once only.
     ExportReport Run(const SeriesChoice& choice);
     ExportReport Run(const Series& series);
-    /// As it is loaded, if it is one.
-    ExportReport Run(SeriesVolume& series);
 
 private:
     template <class MakeSeries>
