@@ -38,29 +38,6 @@ private:
     DataSetFile& m_File;
 };
 
-struct SyntaxName {
-    const char* uid;
-    const char* name;
-};
-
-constexpr SyntaxName kSyntaxNames[] = {
-    {"1.2.840.10008.1.2", "Implicit VR Little Endian"},
-    {"1.2.840.10008.1.2.1", "Explicit VR Little Endian"},
-    {"1.2.840.10008.1.2.1.99", "Deflated Explicit VR Little Endian"},
-    {"1.2.840.10008.1.2.2", "Explicit VR Big Endian"},
-    {"1.2.840.10008.1.2.4.50", "JPEG Baseline (Process 1)"},
-    {"1.2.840.10008.1.2.4.51", "JPEG Extended (Process 2 and 4)"},
-    {"1.2.840.10008.1.2.4.57", "JPEG Lossless (Process 14)"},
-    {"1.2.840.10008.1.2.4.70", "JPEG Lossless (Process 14, first-order prediction)"},
-    {"1.2.840.10008.1.2.4.80", "JPEG-LS Lossless"},
-    {"1.2.840.10008.1.2.4.81", "JPEG-LS Near-lossless"},
-    {"1.2.840.10008.1.2.4.90", "JPEG 2000 (lossless only)"},
-    {"1.2.840.10008.1.2.4.91", "JPEG 2000"},
-    {"1.2.840.10008.1.2.4.100", "MPEG2 Main Profile"},
-    {"1.2.840.10008.1.2.4.102", "MPEG-4 AVC/H.264 High Profile"},
-    {"1.2.840.10008.1.2.5", "RLE Lossless"},
-};
-
 enum class Beginning { NotDicom, Preamble, Marker, Bare };
 
 /// A data set without a preamble is known by its first group; in big endian, by the letters of its first type too.
@@ -91,11 +68,6 @@ const char* NameOfEncoding(int syntax) {
     return syntax == kExplicitBigEndian ? "explicit VR big endian" : "explicit VR little endian";
 }
 
-std::string_view UidOfEncoding(int syntax) {
-    if (syntax == kImplicitLittleEndian) return kImplicitLittleEndianUid;
-    return syntax == kExplicitBigEndian ? kExplicitBigEndianUid : kExplicitLittleEndianUid;
-}
-
 /// Reads a stream in steps, by the toolkit or, a second time, by the tolerant parser.
 class Reading {
 public:
@@ -115,13 +87,13 @@ public:
         }
         m_File.transferSyntax = TrimmedUid(ValueOf(tags::TransferSyntaxUID));
         const bool named = !m_File.transferSyntax.empty();
-        if (m_File.transferSyntax == kDeflatedUid && !IsPlain(buffer)) {
+        if (IsDeflatedTransferSyntax(m_File.transferSyntax) && !IsPlain(buffer)) {
             InflateBuffer inflated(buffer);
             ParseInflated(inflated);
             return true;
         }
         const int syntax = ChooseSyntax(buffer);
-        if (!named) m_File.transferSyntax = UidOfEncoding(syntax);
+        if (!named) m_File.transferSyntax = NativeSyntaxUid(syntax);
         ParseAs(syntax, buffer);
         return true;
     }
@@ -154,7 +126,7 @@ private:
         const std::string& uid = m_File.transferSyntax;
         const int named = FindTransferSyntax(uid, kUnknownSyntax);
         const int looks = LookAtEncoding(buffer, named == kUnknownSyntax ? kExplicitLittleEndian : named);
-        if (uid.empty() || uid == kDeflatedUid) return looks;
+        if (uid.empty() || IsDeflatedTransferSyntax(uid)) return looks;
         // Syntaxes of compressed pixels are explicit little endian, those too that no codec is there for.
         const int expected = named == kUnknownSyntax ? kExplicitLittleEndian : named;
         const bool known = named != kUnknownSyntax || DescribeSyntax(uid) != uid;
@@ -289,10 +261,8 @@ DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& wa
 }
 
 std::string DescribeSyntax(const std::string& uid) {
-    for (const SyntaxName& known : kSyntaxNames) {
-        if (uid == known.uid) return std::string(known.name) + " (" + uid + ")";
-    }
-    return uid;
+    const TransferSyntaxRow* const row = FindSyntaxRow(uid);
+    return row != nullptr && !row->name.empty() ? std::string(row->name) + " (" + uid + ")" : uid;
 }
 
 }  // namespace korvane

@@ -6,6 +6,7 @@
 
 #include "base/Bytes.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -14,17 +15,6 @@ namespace korvane {
 namespace fs = std::filesystem;
 
 namespace {
-
-struct SyntaxWord {
-    const char* word;
-    std::string_view uid;
-};
-
-constexpr SyntaxWord kSyntaxWords[] = {
-    {"big", kExplicitBigEndianUid},         {"explicit", kExplicitLittleEndianUid},
-    {"implicit", kImplicitLittleEndianUid}, {"jpegll", "1.2.840.10008.1.2.4.70"},
-    {"rle", "1.2.840.10008.1.2.5"},
-};
 
 constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
 constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
@@ -86,15 +76,16 @@ bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view synta
 
 std::vector<std::string> GetSyntaxWords() {
     std::vector<std::string> words;
-    for (const SyntaxWord& known : kSyntaxWords) words.emplace_back(known.word);
+    for (const TransferSyntaxRow& row : kTransferSyntaxes) {
+        if (!row.word.empty()) words.emplace_back(row.word);
+    }
+    std::sort(words.begin(), words.end());
     return words;
 }
 
 std::string SyntaxUid(const std::string& syntax) {
-    for (const SyntaxWord& known : kSyntaxWords) {
-        if (syntax == known.word) return std::string(known.uid);
-    }
-    return syntax;
+    const TransferSyntaxRow* const row = FindSyntaxWord(syntax);
+    return row != nullptr ? std::string(row->uid) : syntax;
 }
 
 UnfinishedFile::UnfinishedFile(const std::string& name) : m_Name(name) {

@@ -31,7 +31,7 @@ MediaHeader CannotBeRead(int error, const Watch& watch) {
 std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
     const DICOMObject& dataSet = *file.dataSet;
     const bool hasMeta = !FindText(dataSet, tags::TransferSyntaxUID).empty();
-    if (transcode && file.transferSyntax == kDeflatedUid) return "its data set is deflated";
+    if (transcode && IsDeflatedTransferSyntax(file.transferSyntax)) return "its data set is deflated";
     if (!file.complete) return "its data set ends early or is damaged";
     if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
     if (hasMeta && !file.hasPreamble) return "it has no preamble";

@@ -49,7 +49,7 @@ public:
         m_Policy.aeTitle = options.ownTitle;
         m_Policy.callingTitles = options.callers;
         m_Policy.acceptsSyntax = [](std::string_view syntax) {
-            return IsStorableSyntax(syntax) || syntax == kDeflatedUid;
+            return IsStorableSyntax(syntax) || IsDeflatedTransferSyntax(syntax);
         };
         m_Busy = m_Policy;
         m_Busy.rejectResult = kRejectedTransient;

@@ -91,7 +91,7 @@ void ReceivedFiles::Answered(const StorageRequest& request, std::uint16_t status
 
 std::uint16_t ReceivedFiles::Check(const std::string& path, std::size_t head) {
     const std::uint16_t status =
-        m_Request.transferSyntax == kDeflatedUid ? CheckDeflated(path, head) : std::uint16_t{kStatusSuccess};
+        IsDeflatedTransferSyntax(m_Request.transferSyntax) ? CheckDeflated(path, head) : std::uint16_t{kStatusSuccess};
     if (status != kStatusSuccess) return status;
     std::error_code ignored;  // of a file system without rights
     std::filesystem::permissions(PathFromText(path), kNotForOthers, std::filesystem::perm_options::remove, ignored);

@@ -16,7 +16,6 @@ constexpr Tag kPixelData = tags::PixelData;
 
 // What claims more than this is no image: its memory would be taken for nothing. Two bytes of run lengths stand for at most
 // 128; other compressions do better on empty images.
-constexpr char kRunLength[] = "1.2.840.10008.1.2.5";
 constexpr std::uint64_t kRunLengthRatio = 64;
 constexpr std::uint64_t kLargestRatio = 16384;
 constexpr std::uint64_t kAnySize = 1024;  // bytes that nobody minds
@@ -52,7 +51,7 @@ void CheckPixels(const ImageHeader& header) {
                        std::to_string(header.frames) + " frames");
         }
         const std::uint64_t needed = form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
-        const bool isRunLength = header.transferSyntax == kRunLength;
+        const bool isRunLength = header.transferSyntax == kRleUid;
         if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
             Refuse(header, ErrorKind::Damaged,
                    "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +

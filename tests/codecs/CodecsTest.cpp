@@ -298,7 +298,7 @@ TEST(Jpeg2000Header, WhatWouldTakeMemoryBeyondTheImageIsRefused) {
 
 TEST(Module, FailsByResultAndReason) {
     CodecManager manager;
-    for (const char* uid : {"1.2.840.10008.1.2.5", "1.2.840.10008.1.2.4.57", "1.2.840.10008.1.2.4.70"}) {
+    for (const std::string_view uid : {kRleUid, std::string_view("1.2.840.10008.1.2.4.57"), kLosslessJpegUid}) {
         DcmCodec* const codec = manager.GetCodec(uid);
         ASSERT_NE(codec, nullptr) << uid;
         DcmFrameFormat format = Format(3, 2, 1, 8, 8);

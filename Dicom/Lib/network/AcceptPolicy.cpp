@@ -6,7 +6,6 @@
 namespace {
 
 constexpr std::string_view kDicomRoot = "1.2.840.10008.";
-constexpr std::string_view kTransferSyntaxes = "1.2.840.10008.1.2";
 
 /// Storage classes outside the one branch that nearly all of them are in (PS3.4 annexes B and GG).
 constexpr std::string_view kOtherStorage[] = {
@@ -28,7 +27,8 @@ bool IsStorageOrVerification(std::string_view sopClass) {
 }
 
 bool IsStorableSyntax(std::string_view transferSyntax) {
-    const bool isStandard = transferSyntax == kTransferSyntaxes || transferSyntax.starts_with("1.2.840.10008.1.2.");
+    const bool isStandard =
+        transferSyntax == kImplicitLittleEndianUid || transferSyntax.starts_with("1.2.840.10008.1.2.");
     return isStandard && std::none_of(std::begin(kUnseen), std::end(kUnseen),
                                       [&](std::string_view begin) { return transferSyntax.starts_with(begin); });
 }

@@ -105,7 +105,7 @@ std::uint16_t StorageProvider::Receive(PDataInputBuffer& data, const StorageRequ
     std::uint16_t status = m_Sink.Begin(request);
     if (status != kStatusSuccess) return status;
     m_Piece.resize(kPieceBytes);
-    const bool isSeen = request.transferSyntax != kDeflatedUid;
+    const bool isSeen = !IsDeflatedTransferSyntax(request.transferSyntax);
     DataSetWalker walker(FindTransferSyntax(request.transferSyntax, kExplicitLittleEndian));
     while (status == kStatusSuccess) {
         const std::size_t count = FillPiece(data, m_Piece);

@@ -23,14 +23,6 @@ std::string SystemReason() {
     return std::generic_category().message(errno);
 }
 
-std::string_view NativeUid(int syntax) {
-    switch (syntax) {
-    case kImplicitLittleEndian: return kImplicitLittleEndianUid;
-    case kExplicitLittleEndian: return kExplicitLittleEndianUid;
-    default: return kExplicitBigEndianUid;
-    }
-}
-
 /// A data set without meta information that begins with group 0008 the other way round.
 bool IsBareBigEndian(Buffer& in) {
     const unsigned char* const bytes = in.Peek(2);
@@ -58,13 +50,13 @@ int StorageFile::Examine(const std::string& filePath, std::string& error) {
     int syntax;
     if (transferSyntax.empty()) {
         syntax = IsBareBigEndian(in) ? kExplicitBigEndian : DetectSyntax(in);
-        transferSyntax = NativeUid(syntax);
+        transferSyntax = NativeSyntaxUid(syntax);
     } else {
         syntax = FindTransferSyntax(transferSyntax, kExplicitLittleEndian);  // those not in the table are encapsulated
     }
     dataOffset = in.GetPosition();
     dataLength = in.GetRemaining() == Buffer::kUnknown ? 0 : in.GetRemaining();
-    if (transferSyntax != kDeflatedUid) return Walk(syntax, error) ? 1 : 0;
+    if (!IsDeflatedTransferSyntax(transferSyntax)) return Walk(syntax, error) ? 1 : 0;
     sopClass = TextOf(meta, tags::MediaStorageSOPClassUID);
     sopInstance = TextOf(meta, tags::MediaStorageSOPInstanceUID);
     if (!sopClass.empty() && !sopInstance.empty()) return 1;
@@ -155,7 +147,8 @@ StorageResult StorageUser::Send(const StorageFile& file) {
     request.sopInstance = file.sopInstance;
     request.priority = m_Priority;
     request.dataSetType = 1;
-    const bool isEven = file.dataLength % 2 == 0 || file.transferSyntax == kDeflatedUid;  // that may be padded
+    const bool isEven =
+        file.dataLength % 2 == 0 || IsDeflatedTransferSyntax(file.transferSyntax);  // that may be padded
     const bool asItLies = context.transferSyntax == file.transferSyntax && isEven;
     const bool sent =
         asItLies ? SendBytes(file, context.id, request, result) : SendEncoded(file, context, request, result);

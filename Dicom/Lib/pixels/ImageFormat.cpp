@@ -3,6 +3,7 @@
 #include "Dicom/Lib/dataset/ReplaceValue.h"
 #include "Dicom/Lib/dataset/ValueText.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/syntax/TransferSyntaxRow.h"
 #include "base/Number.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@ namespace {
 
 constexpr std::uint64_t kLargestFrame = 0x7FFFFFFF;
 constexpr std::uint64_t kLargestValue = 0xFFFFFFFE;
+constexpr std::string_view kCommonMethod = "ISO_10918_1";
 
 std::uint32_t NumberOr(const DICOMObject& dataSet, tags::Tag tag, std::uint32_t otherwise) {
     return dataSet.GetVR(tag) != nullptr ? dataSet.GetUINT16(tag) : otherwise;
@@ -43,10 +45,10 @@ std::string CheckLimits(const DcmFrameFormat& frame) {
     return {};
 }
 
-const char* LossyMethod(std::string_view syntax) {
-    if (syntax == "1.2.840.10008.1.2.4.81") return "ISO_14495_1";
-    if (syntax.starts_with("1.2.840.10008.1.2.4.9")) return "ISO_15444_1";
-    return "ISO_10918_1";
+/// Codecs of other makers may lose something in any syntax; most pictures that did are JPEG.
+std::string_view LossyMethod(std::string_view syntax) {
+    const TransferSyntaxRow* const row = FindSyntaxRow(syntax);
+    return row != nullptr && !row->lossyMethod.empty() ? row->lossyMethod : kCommonMethod;
 }
 
 }  // namespace

@@ -81,7 +81,7 @@ bool DICOMFileReader::SelectSyntax(Buffer& buffer, const DICOMObject& dataSet) {
     }
     m_TransferSyntax = TrimmedUid(named->GetText());
     m_Syntax = FindTransferSyntax(m_TransferSyntax, m_Syntax);
-    return m_TransferSyntax != kDeflatedUid;
+    return !IsDeflatedTransferSyntax(m_TransferSyntax);
 }
 
 DICOMDataObject* LoadDICOMFile(const char* path, int option, TransferSyntaxCodec* codec) {

@@ -2,16 +2,14 @@
 // little endian, explicit VR little endian, explicit VR big endian (PS3.5 7, A.1 to A.3).
 #pragma once
 
-#include "../stream/Buffer.h"
 #include "../dataset/DICOMObject.h"
+#include "../stream/Buffer.h"
+#include "TransferSyntaxRow.h"
 
 #include <cstdint>
 #include <memory>
 
 class DcmDictionary;
-
-/// Numbers of the syntaxes.
-enum TransferSyntaxNumber : int { kImplicitLittleEndian = 100, kExplicitLittleEndian = 101, kExplicitBigEndian = 102 };
 
 /// What `ParseStream` may be told (bits).
 enum ParseOption : int {

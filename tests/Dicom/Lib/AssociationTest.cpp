@@ -227,7 +227,7 @@ TEST(Association, NegotiatesEachOf128Contexts) {
     request.m_Contexts.clear();
     for (int i = 0; i < 128; ++i) {
         const std::string sopClass = i % 2 != 0 ? kCtClass : "1.2.840.10008.5.1.4.1.2.2.1";  // storage; a query
-        request.Propose(sopClass, {"1.2.840.10008.1.2.1.99", i % 4 == 3 ? "1.2.840.10008.1.2.5" : "1.2.3"});
+        request.Propose(sopClass, {std::string(kDeflatedUid), i % 4 == 3 ? std::string(kRleUid) : "1.2.3"});
     }
     request.m_Reserved3.back() = 7;
     EXPECT_EQ(request.m_Contexts.back().id, 255);

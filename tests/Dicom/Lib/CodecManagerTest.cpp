@@ -12,7 +12,7 @@ constexpr char kXor[] = "1.2.3.1";
 // Rows of 5 pixels; the frames' bytes are the pixels.
 std::unique_ptr<DICOMDataObject> Image(std::uint16_t rows, const char* frames, const std::string& pixels) {
     auto set = std::make_unique<DICOMDataObject>();
-    set->Push(MakeText(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.1"));
+    set->Push(MakeText(0x0002, 0x0010, "UI", std::string(kExplicitLittleEndianUid)));
     set->Push(MakeText(0x0028, 0x0004, "CS", "Monochrome2 "));  // nobody's codec has to mind
     set->Push(MakeText(0x0028, 0x0008, "IS", frames));
     const std::uint16_t numbers[][2] = {{2, 1},     {0x10, rows}, {0x11, 5}, {0x100, 8},
@@ -176,7 +176,7 @@ TEST(CodecManager, WhatWasDecodedIsDescribed) {
     EXPECT_EQ(TextOf(*set, 0x0028, 0x2110) + TextOf(*set, 0x0028, 0x2112), "010.83");
     EXPECT_EQ(TextOf(*icons->GetItem(0), 0x0028, 0x2110), "none");
     EXPECT_EQ(TextOf(*set, 0x7FE0, 0x0001), "none");
-    EXPECT_EQ(TextOf(*set, 0x0002, 0x0010), std::string("1.2.840.10008.1.2.1\0", 20));
+    EXPECT_EQ(TextOf(*set, 0x0002, 0x0010), PaddedUid(kExplicitLittleEndianUid));
 }
 
 TEST(CodecManager, RefusesWithoutATrace) {

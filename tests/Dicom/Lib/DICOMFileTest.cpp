@@ -3,6 +3,8 @@
 
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <set>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -65,10 +67,10 @@ TEST_F(DicomFile, WhatCannotBeWrittenTouchesNoFile) {
     AppendFragment(*set->GetVR(0x7FE0, 0x0010), "", 0);
     for (const int mode : {1, 2, 3}) EXPECT_EQ(SaveDICOMFile(Path("no.dcm").c_str(), mode, set.get()), 0);
     EXPECT_FALSE(fs::exists(Path("no.dcm")));
-    ReplaceText(*set, tags::TransferSyntaxUID, TypeCode("UI"), "1.2.840.10008.1.2.4.70");
+    ReplaceText(*set, tags::TransferSyntaxUID, TypeCode("UI"), kLosslessJpegUid);
     EXPECT_EQ(SaveDICOMFile(Path("yes.dcm").c_str(), 3, set.get()), 1);
     Load("yes.dcm");
-    EXPECT_EQ(m_Reader.GetTransferSyntax(), "1.2.840.10008.1.2.4.70") << "compressed data keeps its syntax";
+    EXPECT_EQ(m_Reader.GetTransferSyntax(), kLosslessJpegUid) << "compressed data keeps its syntax";
     EXPECT_EQ(SaveDICOMFile((Path("missing") + "/a.dcm").c_str(), 3, SmallImage().get()), 0);
     if (fs::exists("/dev/full")) {
         EXPECT_EQ(SaveDICOMFile("/dev/full", 3, SmallImage().get()), 0);
@@ -91,8 +93,8 @@ TEST_F(DicomFile, TheTransferSyntaxOfTheMetaInformationRules) {
     const Bytes implicitSet = Join({le.Implicit(0x0028, 0x0010, "\x01\x02")});
     const Bytes explicitSet = Join({le.Short(0x0028, 0x0010, "US", "\x01\x02")});
     const Bytes bigSet = Join({be.Short(0x0028, 0x0010, "US", "\x02\x01")});
-    const Bytes files[] = {file("1.2.840.10008.1.2.2 ", bigSet),  // padding is not part of a UID
-                           file("1.2.3.99", explicitSet), file(std::string("1.2.840.10008.1.2\0", 18), implicitSet),
+    const Bytes files[] = {file(std::string(kExplicitBigEndianUid) + " ", bigSet),  // padding is not part of a UID
+                           file("1.2.3.99", explicitSet), file(PaddedUid(kImplicitLittleEndianUid), implicitSet),
                            // No (0002,0010): tested again behind the group.
                            Join({le.Short(0x0002, 0x0012, "UI", "1.2."), implicitSet})};
     for (const Bytes& bytes : files) {
@@ -100,7 +102,7 @@ TEST_F(DicomFile, TheTransferSyntaxOfTheMetaInformationRules) {
         EXPECT_EQ(Load("file")->GetUINT16(0x0028, 0x0010), 0x0201);
         EXPECT_EQ(m_Reader.GetTransferSyntax() == kExplicitBigEndianUid, &bytes == files);
     }
-    Write("deflated", file("1.2.840.10008.1.2.1.99", {1, 2, 3, 4, 5, 6, 7, 8}));
+    Write("deflated", file(std::string(kDeflatedUid), {1, 2, 3, 4, 5, 6, 7, 8}));
     EXPECT_EQ(Load("deflated")->GetNext(m_Reader.Load(Path("deflated").c_str())->GetFirst()), nullptr);
     EXPECT_TRUE(m_Reader.IsDeflated());
     EXPECT_FALSE(m_Reader.IsComplete());
@@ -109,12 +111,39 @@ TEST_F(DicomFile, TheTransferSyntaxOfTheMetaInformationRules) {
 }
 
 TEST(TransferSyntaxTableTest, HasTheRowsAndTakesMore) {
-    EXPECT_STREQ(TransferSyntaxTable[20].uid, "1.2.840.10008.1.2.4.66");
+    const std::string root = "1.2.840.10008.1.2";
+    std::vector<std::pair<std::string, int>> stated = {
+        {root, 100}, {root + ".1", 101}, {root + ".2", 102}, {root + ".5", 101}};
+    for (int end = 50; end <= 66; ++end) stated.emplace_back(root + ".4." + std::to_string(end), 101);
+    stated.insert(stated.end(), {{root + ".4.70", 101}, {"", 0}});
+    ASSERT_EQ(TransferSyntaxTable.size(), stated.size());
+    for (std::size_t i = 0; i < stated.size(); ++i) {
+        EXPECT_EQ(stated[i],
+                  std::make_pair(std::string(TransferSyntaxTable[i].uid), int{TransferSyntaxTable[i].syntax}));
+    }
+    EXPECT_EQ(std::count(std::begin(TransferSyntaxTable[0].uid), std::end(TransferSyntaxTable[0].uid), '\0'), 64 - 17);
     EXPECT_EQ(FindTransferSyntax("1.2.840.10008.1.2.4", 7), 7);
     EXPECT_EQ(GetTransferSyntax(22), nullptr);
     for (const int added : {1, 0}) EXPECT_EQ(RegisterTransferSyntax("1.2.840.10008.1.2.4.80", 101), added);
     EXPECT_EQ(RegisterTransferSyntax(std::string(64, '1'), 101), 0);
     EXPECT_STREQ(GetTransferSyntax(22)->uid, "1.2.840.10008.1.2.4.80");
+}
+
+TEST(TransferSyntaxRowTest, EachSyntaxAndWordHasOneRow) {
+    std::set<std::string_view> words;
+    for (const TransferSyntaxRow& row : kTransferSyntaxes) {
+        EXPECT_EQ(FindSyntaxRow(row.uid), &row) << row.uid;
+        EXPECT_EQ(row.word.empty() ? &row : FindSyntaxWord(row.word), &row) << row.word;
+        // Deflated data sets and compressed pixels are explicit little endian (PS3.5 A.4, A.5).
+        EXPECT_EQ(IsNativeTransferSyntax(row.uid), !row.isEncapsulated && !row.isDeflated) << row.uid;
+        EXPECT_TRUE(IsNativeTransferSyntax(row.uid) || row.number == kExplicitLittleEndian) << row.uid;
+        EXPECT_TRUE(row.isEncapsulated || row.lossyMethod.empty()) << row.uid;
+        words.insert(row.word);
+    }
+    EXPECT_EQ(words, (std::set<std::string_view>{"", "big", "explicit", "implicit", "jpegll", "rle"}));
+    for (const int number : {100, 101, 102}) EXPECT_EQ(FindTransferSyntax(NativeSyntaxUid(number), 0), number);
+    EXPECT_EQ(FindSyntaxWord(""), nullptr);
+    EXPECT_EQ(FindSyntaxRow("1.2.840.10008.1.2 "), nullptr);
 }
 
 TEST_F(DicomFile, UniqueNamesCountUpToAHundred) {

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 using Bytes = std::vector<unsigned char>;
@@ -79,18 +80,23 @@ inline DcmDictionary& PublicDictionary() {
     return dictionary;
 }
 
+/// The value of a UID element: with a zero byte where its length is odd (PS3.5 9.1).
+inline std::string PaddedUid(std::string_view uid) {
+    return std::string(uid) + std::string(uid.size() % 2, '\0');
+}
+
 /// A small file with everything that has a length: short and long forms, both sequence forms, fragments.
 inline Bytes SmallFile(bool isExplicit) {
     const Bytes start = Join({Text(std::string(128, '\0')), Text("DICM")});
     const Bytes sequence = Join({le.Item(0xFFFFFFFF), le.ItemEnds(), le.SequenceEnds()});
     if (isExplicit) {
-        return Join({start, le.Short(0x0002, 0x0010, "UI", std::string("1.2.840.10008.1.2.1\0", 20)),
+        return Join({start, le.Short(0x0002, 0x0010, "UI", PaddedUid(kExplicitLittleEndianUid)),
                      le.Short(0x0008, 0x0060, "CS", "CT"), le.Long(0x0040, 0xA730, "SQ", 18), le.Item(10),
                      le.Short(0x0008, 0x0060, "CS", "MR"), le.Long(0x0040, 0xA043, "SQ", 0xFFFFFFFF), sequence,
                      le.Long(0x7FE0, 0x0010, "OB", 0xFFFFFFFF), le.Item(0), le.Item(4), Text("abcd"),
                      le.SequenceEnds()});
     }
-    return Join({start, le.Short(0x0002, 0x0010, "UI", std::string("1.2.840.10008.1.2\0", 18)),
+    return Join({start, le.Short(0x0002, 0x0010, "UI", PaddedUid(kImplicitLittleEndianUid)),
                  le.Implicit(0x0008, 0x0060, "CT"), le.Tag(0x0040, 0xA730), le.U32(18), le.Item(10),
                  le.Implicit(0x0008, 0x0060, "MR"), le.Tag(0x0040, 0xA043), le.U32(0xFFFFFFFF), sequence,
                  le.Implicit(0x7FE0, 0x0010, "abcd")});

@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
     WriteBytes(corpus + "/implicit", SmallFile(false));
     WriteBytes(corpus + "/big",
                Join({Text(std::string(128, '\0')), Text("DICM"),
-                     Join({le.Short(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.2 ")}),
+                     Join({le.Short(0x0002, 0x0010, "UI", std::string(kExplicitBigEndianUid) + " ")}),
                      be.Short(0x0028, 0x0010, "US", "ab"), be.Long(0x7FE0, 0x0010, "OW", 4), Text("abcd")}));
     return 0;
 }

@@ -51,14 +51,14 @@ inline AAssociateRQ Request() {
     request.m_CallingAETitle = "TESTER";
     request.m_UserInformation.maximumLength = 16384;
     request.Propose(kVerificationClass);
-    request.Propose(kCtClass, {"1.2.840.10008.1.2.1"});
+    request.Propose(kCtClass, {std::string(kExplicitLittleEndianUid)});
     return request;
 }
 
 inline AAssociateAC Acceptance(std::uint32_t maximumLength = 16384) {
     AAssociateAC answer;
     answer.m_UserInformation.maximumLength = maximumLength;
-    answer.m_Contexts = {{1, 0, UidField("1.2.840.10008.1.2")}, {3, 0, UidField("1.2.840.10008.1.2.1")}};
+    answer.m_Contexts = {{1, 0, kImplicitLittleEndianUid}, {3, 0, kExplicitLittleEndianUid}};
     return answer;
 }
 

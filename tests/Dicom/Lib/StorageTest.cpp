@@ -93,7 +93,7 @@ protected:
 }  // namespace
 
 TEST_F(Storage, EveryEncodingArrivesAsItWas) {
-    const std::string uid = "1.2.840.10008.1.2";
+    const std::string uid(kImplicitLittleEndianUid);
     const Bytes pixels = Text("abcdefgh");
     const Bytes maker = Join({le.Short(0x0009, 0x0010, "LO", "MAKER "), le.Short(0x0009, 0x1001, "LO", "ab")});
     WriteBytes(Path("explicit"), File(uid + ".1", "1.10", Join({maker, le.Long(0x7FE0, 0x0010, "OW", 8), pixels})));
@@ -172,7 +172,7 @@ TEST_F(Storage, AnswersTellWhatIsWrongAndNothingHalfIsLeft) {
 }
 
 TEST_F(Storage, DamagedFilesAreNotSent) {
-    const std::string uid = "1.2.840.10008.1.2.1";
+    const std::string uid(kExplicitLittleEndianUid);
     const Bytes whole = File(uid, "1.10",
                              Join({le.Long(0x0040, 0xA730, "SQ", 0xFFFFFFFF), le.Item(0xFFFFFFFF),
                                    le.Short(0x0010, 0x0010, "PN", "Doe^Jane"), le.ItemEnds(), le.Item(4), Bytes(4),
@@ -195,7 +195,7 @@ TEST_F(Storage, ManyClassesNeedSeveralAssociations) {
     std::vector<StorageFile> files(100);
     for (std::size_t i = 0; i < files.size(); ++i) {
         files[i].sopClass = "1.2." + std::to_string(i / 2);
-        files[i].transferSyntax = i % 2 == 0 ? "1.2.840.10008.1.2.4.90" : "1.2.840.10008.1.2.1";
+        files[i].transferSyntax = i % 2 == 0 ? kRleUid : kExplicitLittleEndianUid;
     }
     DcmService service;
     TransferSyntaxCodec codec;
