@@ -45,10 +45,6 @@ SOCKET Native(SocketHandle socket) {
     return static_cast<SOCKET>(socket);
 }
 
-bool WasInterrupted() {
-    return false;
-}
-
 bool WouldWait() {
     return WSAGetLastError() == WSAEWOULDBLOCK;
 }

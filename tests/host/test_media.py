@@ -47,12 +47,14 @@ def tool(*command):
     return done.stdout
 
 
-def readers_find_all(root, count):
-    """pydicom follows the offsets, dcmdump and gdcminfo read the whole."""
+def readers_find_all(root, count, names=True):
+    """pydicom follows the offsets, dcmdump and gdcminfo read the whole. A patient's record has one of the names that files
+    give to one Patient ID; `names` says that there is one only."""
     found = {}
     for instance in FileSet(pydicom.dcmread(root / "DICOMDIR")):
         ds = instance.load()
-        assert ds.SOPInstanceUID == instance.SOPInstanceUID and str(ds.get("PatientName", "")) == str(instance.PatientName)
+        assert ds.SOPInstanceUID == instance.SOPInstanceUID
+        assert not names or str(ds.get("PatientName", "")) == str(instance.PatientName)
         found[instance.SOPInstanceUID] = pathlib.Path(instance.path)
     assert len(found) == count, (len(found), count)
     # dcmdump names the place of each item, and what each link says, resolved to what it is.
@@ -184,7 +186,7 @@ def broken_off():
 def samples():
     if SAMPLES.is_dir():
         out, _ = korvane("media", WORK / "medium", SAMPLES, "--json", status=1)
-        readers_find_all(WORK / "medium", json.loads(out)["files"])
+        readers_find_all(WORK / "medium", json.loads(out)["files"], names=False)
         korvane("media", "--verify", SAMPLES / "dicomdir")
 
 

@@ -35,10 +35,13 @@ def usage():
         assert korvane(*arguments, "--version")[0].startswith("korvane 0.")
         assert "Usage" in korvane(*arguments, "--help")[0]
     series = phantom("one", *SMALL)
-    for url in ("vol", "file:", "file:a/", "ftp:user@host/x", "ftp:u%p@host", "ftp:u%secret/x", "http:x"):
+    for url in ("file:", "file:a/", "ftp:user@host/x", "ftp:u%p@host", "ftp:u%secret/x", "http:x"):
         err = korvane("export", series, "--format", "analyze", "--to", url, status=2)[1]
         assert "file:path/name" in err and "secret" not in err, err
-    korvane("export", series, "--format", "nifti", "--to", "file:x", status=2)
+    korvane("export", series, "--format", "nothing", "--to", "file:x", status=2)
+    for wrong, near in (("exprot", "export"), ("info --jsn", "--json")):
+        err = korvane(*wrong.split(), series, status=2)[1]
+        assert f"did you mean {near}?" in err and "--help" in err, err
 
 
 def several_series():
@@ -212,8 +215,7 @@ def names_beyond_ascii():
 def where_files_cannot_be_written():
     source = phantom("source", *SMALL)
     export(source, name="kept")
-    for url, word in ((f"file:{WORK}/none/vol", "none/vol.hdr"), ("file:/proc/vol", "/proc/vol.hdr"),
-                      (f"file:{WORK}/kept.hdr/vol", "kept.hdr/vol.hdr")):
+    for url, word in (("file:/proc/vol", "/proc/vol.hdr"), (f"file:{WORK}/kept.hdr/vol", "kept.hdr")):
         err = korvane("export", source, "--format", "analyze", "--to", url, status=1)[1]
         assert "cannot create" in err and word in err, err
     assert "kept.hdr" in korvane("phantom", WORK / "kept.hdr", status=1)[1]

@@ -1,4 +1,4 @@
-#include "../../../kit/core/TextEncoding.h"
+#include <Korvane/kit/core/TextEncoding.h>
 
 #include <gtest/gtest.h>
 

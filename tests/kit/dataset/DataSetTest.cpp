@@ -1,5 +1,5 @@
-#include "../../../kit/dataset/DataSet.h"
-#include "../../../kit/core/Error.h"
+#include <Korvane/kit/core/Error.h>
+#include <Korvane/kit/dataset/DataSet.h>
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "../../kit/study/SeriesGeometry.h"
+#include <Korvane/kit/study/SeriesGeometry.h>
 
 #include <gtest/gtest.h>
 
