@@ -182,7 +182,7 @@ void ExtendedJpegDecoder::Restart(unsigned number) {
 
 unsigned ExtendedJpegDecoder::TakeSymbol(const CodeTable& table) {
     if (m_bits.count < 32) m_bits.Fill();
-    const std::uint16_t entry = table[m_bits.bits >> 48];
+    const std::uint16_t entry = table[static_cast<std::size_t>(m_bits.bits >> 48)];
     if (entry == 0) Fail("the stream has a code that its Huffman table lacks");
     m_bits.bits <<= entry >> 8;
     m_bits.count -= entry >> 8;

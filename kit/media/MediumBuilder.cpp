@@ -6,8 +6,8 @@
 #include "MediaHeader.h"
 #include "Medium.h"
 
-#include "platform/ReplacingFile.h"
 #include "media/CCDRObject.h"
+#include "platform/ReplacingFile.h"
 
 #include <algorithm>
 #include <array>

@@ -70,7 +70,8 @@ TEST(ExceptionThreads, EachHasTextsOfItsOwn) {
     });
     reader.join();
     EXPECT_EQ(caught, std::vector<std::string>(kThreads, std::to_string(kThrown)));
-    if (!texts.contains("main")) GTEST_SKIP() << "no look into the memory";
+    const auto found = texts.lower_bound("main");
+    if (found == texts.end() || !found->starts_with("main")) GTEST_SKIP() << "no look into the memory";
     for (int number = 0; number < kThreads; ++number) {
         EXPECT_TRUE(texts.contains(std::string(kThrown / 2, static_cast<char>('0' + number)))) << number;
     }

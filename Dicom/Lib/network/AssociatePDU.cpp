@@ -1,8 +1,8 @@
 #include "AssociatePDU.h"
 
-#include "Dicom/Lib/syntax/DiagnosticDump.h"
-#include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/stream/MemoryBuffer.h"
+#include "Dicom/Lib/syntax/DiagnosticDump.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // The PDUs that open an association: A-ASSOCIATE-RQ, -AC and -RJ (PS3.8 9.3.2 to 9.3.4, annex D; PS3.7 annex D.3).
 #pragma once
 
-#include "PduHeader.h"
 #include "../syntax/TransferSyntaxTable.h"
+#include "PduHeader.h"
 
 #include <array>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // Sends DICOM files to a storage provider (PS3.4 annex B).
 #pragma once
 
-#include "DcmService.h"
 #include "../syntax/TransferSyntaxCodec.h"
+#include "DcmService.h"
 
 #include <cstddef>
 #include <cstdint>

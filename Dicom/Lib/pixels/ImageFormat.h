@@ -1,8 +1,8 @@
 // The form of a data set's pixels (PS3.3 C.7.6.3), as codecs are told of it.
 #pragma once
 
-#include "CodecModule.h"
 #include "../dataset/DICOMObject.h"
+#include "CodecModule.h"
 
 #include <cstdint>
 #include <string>

@@ -1,8 +1,8 @@
 // One image's pixel data through a codec, frame by frame.
 #pragma once
 
-#include "CodecModule.h"
 #include "../dataset/DICOMObject.h"
+#include "CodecModule.h"
 #include "FragmentedFrames.h"
 #include "ImageFormat.h"
 
