@@ -5,6 +5,7 @@
 // runs everything once; ratios are medians of the ratios within a round. Fails when an aim is missed.
 #include "DcmtkRle.h"
 
+#include <Korvane/Dicom.h>
 #include <codecs/LosslessJpegCodec.h>
 #include <codecs/RleCodec.h>
 
@@ -96,9 +97,9 @@ double DecodeAll(const std::vector<Bytes>& streams, std::uint8_t* out) {
 // A multi-frame file of explicit VR little endian.
 void WriteNative(const std::string& path, const Bytes& pixels) {
     std::string data;
-    const auto add = [&](Tag tag, const char* vr, std::string value) {
+    const auto add = [&](tags::Tag tag, const char* vr, std::string value) {
         if (value.size() % 2 != 0) value += vr[0] == 'U' && vr[1] == 'I' ? '\0' : ' ';
-        for (const unsigned part : {GroupOf(tag), ElementOf(tag)})
+        for (const unsigned part : {tags::GroupOf(tag), tags::ElementOf(tag)})
             data += {static_cast<char>(part), static_cast<char>(part >> 8)};
         data += vr;
         data += {static_cast<char>(value.size()), static_cast<char>(value.size() >> 8)};
@@ -121,9 +122,9 @@ void WriteNative(const std::string& path, const Bytes& pixels) {
     add(tags::SamplesPerPixel, "US", number(1));
     add(tags::PhotometricInterpretation, "CS", "MONOCHROME2");
     add(tags::NumberOfFrames, "IS", std::to_string(pixels.size() / kFrameBytes));
-    const std::pair<Tag, unsigned> numbers[] = {{tags::Rows, kSide},       {tags::Columns, kSide},
-                                                {tags::BitsAllocated, 16}, {tags::BitsStored, 12},
-                                                {tags::HighBit, 11},       {tags::PixelRepresentation, 0}};
+    const std::pair<tags::Tag, unsigned> numbers[] = {{tags::Rows, kSide},       {tags::Columns, kSide},
+                                                      {tags::BitsAllocated, 16}, {tags::BitsStored, 12},
+                                                      {tags::HighBit, 11},       {tags::PixelRepresentation, 0}};
     for (const auto& [tag, value] : numbers) add(tag, "US", number(value));
     data += std::string("\xE0\x7F\x10\x00OW\0\0", 8) + number(pixels.size() & 0xFFFF) +
             number(static_cast<unsigned>(pixels.size() >> 16));

@@ -102,7 +102,7 @@ bool WasInterrupted() {
     return errno == EINTR;
 }
 
-/// What a call says that may not wait.
+// Whether errno means that the call would have blocked.
 bool WouldWait() {
     return errno == EAGAIN || errno == EWOULDBLOCK || WasInterrupted();
 }

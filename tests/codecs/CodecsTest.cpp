@@ -1,5 +1,6 @@
 // The codecs that need no library, and the module's edge. Peers read and write the same streams in test_peers.py.
 #include <Korvane/Dicom/Lib/pixels/CodecManager.h>
+#include <Korvane/Dicom/Lib/syntax/TransferSyntaxRow.h>
 #include <codecs/ExtendedJpegCodec.h>
 #include <codecs/Jpeg2000Header.h>
 #include <codecs/LosslessJpegCodec.h>
