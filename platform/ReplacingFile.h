@@ -41,6 +41,9 @@ public:
 
     bool Write(const void* bytes, std::size_t count) { return m_File.Write(bytes, count); }
 
+    /// All that the file has from where it stands, in steps of at most 1 MB. False, `errno` set, when reading or writing failed.
+    bool WriteAll(InputFile& input);
+
     /// Ends the writing, for who wants to look at the file before it gets its name.
     bool Close();
 

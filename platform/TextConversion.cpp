@@ -77,7 +77,9 @@ UINT PageOf(TextCode code) {
     case TextCode::KsX1001: return 949;
     case TextCode::Gb2312:
     case TextCode::Gbk: return 936;
-    case TextCode::Gb18030: return 54936;
+    case TextCode::Gb18030:
+        // Not every installation has it; its one- and two-byte characters are those of the other.
+        return IsValidCodePage(54936) != 0 ? 54936 : 936;
     }
     return 20127;
 }

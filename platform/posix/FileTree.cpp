@@ -2,9 +2,7 @@
 
 #include "platform/ReplacingFile.h"
 
-#include <algorithm>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,17 +14,6 @@ int HardLink(const char* newName, const char* existing, void*) {
     const int linked =
         linkat(AT_FDCWD, NativePath(existing).c_str(), AT_FDCWD, NativePath(newName).c_str(), AT_SYMLINK_FOLLOW);
     return linked == 0 ? 1 : 0;
-}
-
-/// False with `errno` set on failure.
-bool Copy(InputFile& input, ReplacingFile& output) {
-    constexpr std::uint64_t kLargestBlock = 1 << 20;
-    const auto size = static_cast<std::size_t>(std::clamp<std::uint64_t>(input.GetSize(), 1 << 12, kLargestBlock));
-    const auto block = std::make_unique_for_overwrite<unsigned char[]>(size);
-    while (const std::size_t count = input.Read(block.get(), size)) {
-        if (!output.Write(block.get(), count)) return false;
-    }
-    return !input.HasFailed();
 }
 
 }  // namespace
@@ -52,7 +39,7 @@ bool DuplicateFile(const char* source, const char* destination, const StopQuesti
     struct stat status;
     const std::string made = NativePath(output.GetUnfinished().c_str());
     if (stat(NativePath(source).c_str(), &status) == 0) chmod(made.c_str(), status.st_mode & 0777);
-    return Copy(input, output) && output.Commit();
+    return output.WriteAll(input) && output.Commit();
 }
 
 LinkFunction FindHardLink() {

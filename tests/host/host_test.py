@@ -30,6 +30,7 @@ except ImportError:  # Debian's packages belong to Debian's interpreter, which m
 
 KORVANE = [*sys.argv[1:-1], os.path.abspath(sys.argv[-1])]
 WINDOWS = KORVANE[-1].endswith(".exe")
+STOPPED = 1 if WINDOWS else -signal.SIGINT  # exit status after Ctrl-C
 SAMPLES = pathlib.Path(__file__).resolve().parents[3] / "shared" / "samples"
 WORK = pathlib.Path(tempfile.mkdtemp(prefix="korvane-host-test-"))
 

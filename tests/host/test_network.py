@@ -261,7 +261,7 @@ def many_at_once():
     request, store = request_then((0, bytes(100)))
     begun, command = store[:10], store[:60]
     ways = (b"", request[:5], request[:100], request, request + begun, request + command, request + store)
-    with receiver(WORK / "in", "--limit", 18, status=-signal.SIGINT) as (port, said, process), contextlib.ExitStack() as hanging:
+    with receiver(WORK / "in", "--limit", 18, status=host_test.STOPPED) as (port, said, process), contextlib.ExitStack() as hanging:
         for i in range(16):
             peer = hanging.enter_context(socket.create_connection((HERE, port), 10))
             peer.sendall(ways[i % len(ways)])
@@ -320,7 +320,7 @@ def flooded():
         while peer.recv(65536):
             pass
     assert [line["event"] for line in said[:-1]] == ["file"] * 1000 + ["association"] and "1000 data" in said[-1], said[-1]
-    with (receiver(WORK / "in", status=-signal.SIGINT) as (port, said, process),
+    with (receiver(WORK / "in", status=host_test.STOPPED) as (port, said, process),
           socket.create_connection((HERE, port), 1) as peer):
         peer.sendall(request)
         with contextlib.suppress(TimeoutError):  # a peer that takes no answers does not hold it against Ctrl-C
@@ -341,7 +341,7 @@ def flooded():
 def stopped():
     part = b"".join(request_then((0, struct.pack("<HHI", 0x8, 0x70, 100000) + bytes(10000))))
     for breaks_off in (True, False):
-        status = 1 if breaks_off else -signal.SIGINT
+        status = 1 if breaks_off else host_test.STOPPED
         with (receiver(WORK / "in", status=status) as (port, said, process),
               socket.create_connection((HERE, port)) as peer):
             peer.sendall(part)
