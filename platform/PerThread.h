@@ -40,8 +40,8 @@ template <typename T>
 class PerThread {
 public:
     static T& Get() {
-        static thread_local T own;
-        return own;
+        static thread_local T s_own;
+        return s_own;
     }
 };
 

@@ -92,7 +92,7 @@ double MixRow(const unsigned char* row, const Taps& column) {
     double sum = 0;
     for (std::int32_t i = 0; i < 4; ++i) {
         if (column.m_Weights[i] == 0) continue;
-        const auto at = static_cast<std::size_t>(column.m_Low - 1 + i);
+        const auto at = static_cast<std::size_t>(column.m_Low) + static_cast<std::size_t>(i) - 1;
         sum += column.m_Weights[i] * static_cast<double>(LoadVoxel<Pixel>(row + at * sizeof(Pixel)));
     }
     return sum;
@@ -103,7 +103,7 @@ double MixPlane(const SliceView& view, const unsigned char* plane, const Taps& r
     double sum = 0;
     for (std::int32_t j = 0; j < 4; ++j) {
         if (row.m_Weights[j] == 0) continue;
-        const auto at = static_cast<std::size_t>(row.m_Low - 1 + j);
+        const auto at = static_cast<std::size_t>(row.m_Low) + static_cast<std::size_t>(j) - 1;
         sum += row.m_Weights[j] * MixRow<Pixel>(plane + at * view.m_RowBytes, column);
     }
     return sum;

@@ -148,7 +148,7 @@ void StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
     const auto first = static_cast<std::size_t>(x.m_Begin);
     const auto count = static_cast<std::size_t>(x.m_End - x.m_Begin);
     const auto* const low = static_cast<const unsigned char*>(m_Source.GetPlane(sample.m_Low)->m_pData);
-    const auto from = static_cast<std::size_t>(x.m_Begin + x.m_Whole);
+    const auto from = static_cast<std::size_t>(std::int64_t{x.m_Begin} + x.m_Whole);
     auto* const mixed = reinterpret_cast<Number*>(m_Memory.data());
     auto* const moved = mixed + m_Count[0];
     for (int r = 0; r < m_Canvas.m_Count[1]; ++r, out += width * kSize) {

@@ -45,8 +45,9 @@ std::uint16_t TypeFromDictionary(std::uint16_t group, std::uint16_t element, boo
 }  // namespace
 
 bool IsKnownType(unsigned char first, unsigned char second) {
-    return std::any_of(std::begin(kTypes), std::end(kTypes),
-                       [&](const char* type) { return type[0] == first && type[1] == second; });
+    return std::any_of(std::begin(kTypes), std::end(kTypes), [&](const char* type) {
+        return static_cast<unsigned char>(type[0]) == first && static_cast<unsigned char>(type[1]) == second;
+    });
 }
 
 void TolerantParser::Note(FindingKind kind, const std::string& text) {

@@ -18,14 +18,14 @@ namespace {
 
 /// The codecs take a dictionary that they may change; none of ours does.
 DcmDictionary& SharedDictionary() {
-    static DcmDictionary dictionary;
-    static const bool built = [] {
+    static DcmDictionary s_dictionary;
+    static const bool s_built = [] {
         std::size_t count = 0;
         const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
-        return dictionary.Build(rows, count) != 0;
+        return s_dictionary.Build(rows, count) != 0;
     }();
-    if (!built) throw std::bad_alloc();
-    return dictionary;
+    if (!s_built) throw std::bad_alloc();
+    return s_dictionary;
 }
 
 bool IsFill(char character) {

@@ -130,8 +130,8 @@ public:
         : m_Root(root), m_Options(options), m_Watch(options.watcher) {
         // The builder's dictionary is one for all; that of a codec has the form in which it takes it.
         [[maybe_unused]] static const bool isSet = [] {
-            static DictionaryCodec codec;
-            CCDRObject::SetDictionary(codec.GetDictionary());
+            static DictionaryCodec s_codec;
+            CCDRObject::SetDictionary(s_codec.GetDictionary());
             return true;
         }();
         m_Builder.SetStopQuestion(m_Watch.GetStopQuestion());

@@ -101,7 +101,7 @@ std::uint16_t ReceivedFiles::Check(const std::string& path, std::size_t head) {
 }
 
 std::string ReceivedFiles::MakeName(const StorageRequest& request) const {
-    const std::string name = FolderSink::MakeName(request);
+    std::string name = FolderSink::MakeName(request);
     if (!name.empty()) return name;
     return "2.25." + std::to_string(Hash(request.sopInstance, 1)) + std::to_string(Hash(request.sopInstance, 2));
 }

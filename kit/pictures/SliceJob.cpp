@@ -243,7 +243,7 @@ Annotation SliceJob::MakeAnnotation(double pixelSize) const {
 }
 
 std::string SliceJob::BeginFile(const std::string& path) {
-    const std::string target = m_Files.Begin(path);
+    std::string target = m_Files.Begin(path);
     if (target.empty()) m_Files.ThrowFailure();
     return target;
 }

@@ -176,7 +176,7 @@ double ReadKind(const DICOMObject& dataSet, const DICOMObject* own, const DICOMO
 }  // namespace
 
 const std::vector<KeyCandidate>& KeyCandidates() {
-    static const std::vector<KeyCandidate> s_candidates = {
+    static const std::vector<KeyCandidate> candidates = {
         {"temporal position", 1, 2, false, true},      {"echo number", 8, 9, false, true},
         {"cardiac phase", 10, 11, false, true},        {"b-value", 12, 13, false, true},
         {"gradient direction", 13, 16, false, true},   {"kind of image", 0, 1, false, true},
@@ -188,7 +188,7 @@ const std::vector<KeyCandidate>& KeyCandidates() {
         {"frame reference time", 17, 18, true, false}, {"trigger time", 18, 19, true, false},
         {"acquisition time", 19, 20, true, false},     {"content time", 20, 21, true, false},
     };
-    return s_candidates;
+    return candidates;
 }
 
 FrameKeys ReadFrameKeys(const DICOMObject& dataSet, const DICOMObject* own, const DICOMObject* shared) {

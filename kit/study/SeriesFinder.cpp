@@ -53,10 +53,10 @@ std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::v
 /// Whether a syntax may have changed the values (PS3.5 A.4): JPEG but for its lossless processes, JPEG-LS near-lossless,
 /// JPEG 2000 that is not lossless only.
 bool IsLossy(const std::string& syntax) {
-    static const std::set<std::string> s_lossy = {"1.2.840.10008.1.2.4.50", "1.2.840.10008.1.2.4.51",
-                                                  "1.2.840.10008.1.2.4.81", "1.2.840.10008.1.2.4.91",
-                                                  "1.2.840.10008.1.2.4.93", "1.2.840.10008.1.2.4.203"};
-    return s_lossy.contains(syntax);
+    static const std::set<std::string> lossy = {"1.2.840.10008.1.2.4.50", "1.2.840.10008.1.2.4.51",
+                                                "1.2.840.10008.1.2.4.81", "1.2.840.10008.1.2.4.91",
+                                                "1.2.840.10008.1.2.4.93", "1.2.840.10008.1.2.4.203"};
+    return lossy.contains(syntax);
 }
 
 /// What one file gave: a header, or why there is none.

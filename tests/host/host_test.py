@@ -137,7 +137,7 @@ def interrupted(arguments, ready):
         ready()
         process.send_signal(signal.SIGINT)
         out, err = process.communicate(timeout=30)
-    assert process.returncode == -signal.SIGINT and not out, (process.returncode, out, err)
+    assert process.returncode == STOPPED and not out, (process.returncode, out, err)
     assert err == b"korvane: stopped\n", err
 
 

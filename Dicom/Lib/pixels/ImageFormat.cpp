@@ -65,11 +65,11 @@ std::string ReadImageFormat(const DICOMObject& dataSet, ImageFormat& format) {
     frame.highBit = NumberOr(dataSet, tags::HighBit, frame.bitsStored - 1);
     frame.pixelRepresentation = NumberOr(dataSet, tags::PixelRepresentation, 0);
     frame.planarConfiguration = NumberOr(dataSet, tags::PlanarConfiguration, 0);
-    const std::string_view photometric = TextOf(dataSet, tags::PhotometricInterpretation);
+    const std::string photometric = TextOf(dataSet, tags::PhotometricInterpretation);
     if (photometric.size() >= sizeof frame.photometric) return "an unknown photometric interpretation";
     std::copy(photometric.begin(), photometric.end(), frame.photometric);
     if (std::string fault = CheckLimits(frame); !fault.empty()) return fault;
-    const std::string_view frames = TextOf(dataSet, tags::NumberOfFrames);
+    const std::string frames = TextOf(dataSet, tags::NumberOfFrames);
     format.frames = static_cast<std::uint32_t>(frames.empty() ? 1 : std::max(platform::ParseInteger(frames), 1));
     format.frameBytes = std::uint64_t{frame.rows} * frame.columns * frame.samplesPerPixel * (frame.bitsAllocated / 8);
     if (format.frameBytes > kLargestFrame) return "a frame of " + std::to_string(format.frameBytes) + " bytes";

@@ -74,7 +74,7 @@ TEST(DataSetTest, SettersKeepTheStandard) {
                                                           {"ReferencedSeriesSequence[5].SeriesInstanceUID", "1"},
                                                           {"0011,1020", "a"},
                                                           {"PatientID", "\xD0\x9B\xF0\x9F\x98\x80"}}) {
-        Refuses([&] { set.Set(path, value); }, ErrorKind::WrongArgument);
+        Refuses([&, &place = path, &text = value] { set.Set(place, text); }, ErrorKind::WrongArgument);
     }
     EXPECT_EQ(set, Patient());
     EXPECT_TRUE(set.Delete("PatientName"));
