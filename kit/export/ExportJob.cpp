@@ -37,8 +37,8 @@ ValueMapping DescribeValues(const ExportFormat& format, const CVolumeExport& exp
                                 : "values are as stored, and each slice has a rescale of its own");
     } else if (!format.IsRescaled() && !place.slope.empty() && !place.intercept.empty() &&
                (place.slope != "1" || place.intercept != "0")) {
-        mapping.remarks.push_back("values are as stored: the real value is stored * " + place.slope + " + " +
-                                  place.intercept);
+        const char* const form = mapping.formula == "stored" ? "values are as stored: " : "";
+        mapping.remarks.push_back(form + ("the real value is stored * " + place.slope) + " + " + place.intercept);
     }
     if (series.GetHeader().form.photometric == "MONOCHROME1") {
         mapping.remarks.emplace_back("MONOCHROME1: low values are bright");
