@@ -40,9 +40,9 @@ struct Rescale {
 
 class VolumeData;
 
-/// A volume: planes of voxels, contiguous, columns fastest, then rows, planes, times. Planes ascend along the normal of
-/// the slices, row direction x column direction. Movable; owns what it holds; spans and references into it live until it
-/// goes.
+/// A volume: planes of voxels, contiguous, columns fastest, then rows, planes, times. Planes are in the module's order,
+/// which runs against the normal (row direction x column direction) in most series: `GetPositions` says where each lies,
+/// nothing else does. Movable; owns what it holds; spans and references into it live until it goes.
 ///
 ///     korvane::Volume volume = korvane::Load(korvane::Find({"ct"}).Only());
 ///     const auto [columns, rows, planes, times] = volume.GetSize();
