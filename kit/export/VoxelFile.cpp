@@ -4,6 +4,7 @@
 #include "../study/PlaceRescale.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
+#include "../study/VolumeData.h"
 #include "ExportReport.h"
 #include "GzipStream.h"
 
@@ -28,18 +29,6 @@ constexpr Tag kRepetitionTime = MakeTag(0x0018, 0x0080);
 
 Vector Times(const Vector& v, double factor) {
     return {v[0] * factor, v[1] * factor, v[2] * factor};
-}
-
-VoxelType TypeOf(CVolume::PixelType type) {
-    switch (type) {
-    case CVolume::PT_SHORT: return VoxelType::Int16;
-    case CVolume::PT_USHORT: return VoxelType::UInt16;
-    case CVolume::PT_BYTE: return VoxelType::UInt8;
-    case CVolume::PT_FLOAT: return VoxelType::Float32;
-    case CVolume::PT_LONG: return VoxelType::Int32;
-    case CVolume::PT_ULONG: return VoxelType::UInt32;
-    }
-    return VoxelType::UInt8;
 }
 
 bool HaveOneRescale(const SeriesVolume& series, const ExportPart& part) {

@@ -39,6 +39,8 @@ int ChooseVolume(const Series& series, int asked) {
         .WithChoices(choices);
 }
 
+}  // namespace
+
 VoxelType TypeOf(CVolume::PixelType type) {
     switch (type) {
     case CVolume::PT_SHORT: return VoxelType::Int16;
@@ -50,8 +52,6 @@ VoxelType TypeOf(CVolume::PixelType type) {
     }
     return VoxelType::UInt8;
 }
-
-}  // namespace
 
 void VolumeData::Load(const Watch&) {
     m_pSeries->Load(std::vector<SliceRef>(m_pSeries->GetSlices()));

@@ -10,6 +10,9 @@
 
 namespace korvane {
 
+/// The module's voxel types in the Kit's words.
+VoxelType TypeOf(CVolume::PixelType type);
+
 /// Voxels are the module's, where it has a form for them, else this object's own.
 class VolumeData {
 public:
