@@ -30,6 +30,7 @@ public:
     }
 
 private:
+    Decompressor();
     template <class Step>
     bool Returns(Step& step) {
         if (setjmp(m_jump) != 0) return false;
@@ -48,12 +49,17 @@ private:
     char m_reason[JMSG_LENGTH_MAX]{};
 };
 
-Decompressor::Decompressor(std::span<const std::uint8_t> stream) {
+Decompressor::Decompressor() {
     m_info.err = jpeg_std_error(&m_errors);
     m_errors.error_exit = OnError;
     m_errors.emit_message = OnMessage;
     m_errors.output_message = OnOutput;
     m_info.client_data = this;
+}
+
+// The object is whole once the constructor above has run, so what the library allocates is freed when it then refuses
+// the stream, an empty one for example.
+Decompressor::Decompressor(std::span<const std::uint8_t> stream) : Decompressor() {
     Try([&] {
         jpeg_create_decompress(&m_info);
         m_progress.progress_monitor = OnProgress;

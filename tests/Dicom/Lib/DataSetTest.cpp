@@ -149,8 +149,11 @@ TEST(DataElement, MemoryOfTheHostTakesThePlaceOfAllocatedMemory) {
         VR element(0x0009, 0x1001, length, 1);
         std::unique_ptr<VR> aside(element.Clone(true));
         ASSERT_EQ(element.TakeValueFrom(aside.get()), 1);
+        VR keeper(0x0009, 0x1001, 0, 1);  // frees what the element had allocated
+        ASSERT_EQ(keeper.TakeValueFrom(&element), 1);
         element.m_pData = static_cast<unsigned char*>(std::malloc(8));
         element.m_Length = 8;
+        element.m_bOwnsData = 1;
         // The destructor frees the host's memory as malloc gave it.
     }
 }
