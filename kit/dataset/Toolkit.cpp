@@ -18,14 +18,14 @@ namespace {
 
 /// The codecs take a dictionary that they may change; none of ours does.
 DcmDictionary& SharedDictionary() {
-    static DcmDictionary s_dictionary;
-    static const bool s_built = [] {
+    static DcmDictionary dictionary;
+    static const bool built = [] {
         std::size_t count = 0;
         const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
-        return s_dictionary.Build(rows, count) != 0;
+        return dictionary.Build(rows, count) != 0;
     }();
-    if (!s_built) throw std::bad_alloc();
-    return s_dictionary;
+    if (!built) throw std::bad_alloc();
+    return dictionary;
 }
 
 bool IsFill(char character) {
