@@ -43,6 +43,13 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::AxesNotSquare: return "axes not square";
     case FindingKind::ShiftedSideways: return "shifted sideways";
     case FindingKind::SameUid: return "same UID";
+    case FindingKind::BitsAboveStored: return "bits above stored";
+    case FindingKind::RealWorldValues: return "real world values";
+    case FindingKind::UnitsDiffer: return "units differ";
+    case FindingKind::OneScale: return "one scale";
+    case FindingKind::FramesAreTimes: return "frames are times";
+    case FindingKind::FrameOffsetsWrong: return "frame offsets wrong";
+    case FindingKind::OrderedByTime: return "ordered by time";
     }
     return "unknown";
 }

@@ -50,6 +50,13 @@ enum class FindingKind {
     AxesNotSquare,      ///< row and column direction are no unit vectors at right angles; `angles` between them
     ShiftedSideways,    ///< a slice lies beside the line of the others; `slices`, `lengths`: how far
     SameUid,            ///< different pixels under one SOP Instance UID, all kept; `files`
+    BitsAboveStored,    ///< bits above Bits Stored are set, in an overlay or as dirt; left out of values; `files`
+    RealWorldValues,    ///< a real world value mapping is there and not applied, since the file has a rescale
+    UnitsDiffer,        ///< real values of the slices have different units
+    OneScale,  ///< values of slices with rescales of their own were brought to one; `lengths`: slope, largest error
+    FramesAreTimes,     ///< frames without positions follow each other in time: volumes of one slice; `count`
+    FrameOffsetsWrong,  ///< a Grid Frame Offset Vector that is neither relative nor absolute; `files`
+    OrderedByTime,      ///< images at one position are told apart by the order of their times; `count` volumes
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.
