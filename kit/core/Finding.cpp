@@ -50,6 +50,8 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::FramesAreTimes: return "frames are times";
     case FindingKind::FrameOffsetsWrong: return "frame offsets wrong";
     case FindingKind::OrderedByTime: return "ordered by time";
+    case FindingKind::NotApplied: return "not applied";
+    case FindingKind::OddPalette: return "odd palette";
     }
     return "unknown";
 }

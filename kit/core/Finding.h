@@ -57,6 +57,8 @@ enum class FindingKind {
     FramesAreTimes,     ///< frames without positions follow each other in time: volumes of one slice; `count`
     FrameOffsetsWrong,  ///< a Grid Frame Offset Vector that is neither relative nor absolute; `files`
     OrderedByTime,      ///< images at one position are told apart by the order of their times; `count` volumes
+    NotApplied,         ///< what a data set asks of its pictures, and they do not show; `files`
+    OddPalette,         ///< a palette that contradicts its descriptor; `files`
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

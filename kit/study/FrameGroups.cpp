@@ -182,6 +182,10 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
 
 }  // namespace
 
+const DICOMObject* FindHolder(const DICOMDataObject& dataSet, int frame, Tag group, Tag element) {
+    return Frame(dataSet, static_cast<std::uint32_t>(frame)).Holder({group, element});
+}
+
 bool HasFrameGroups(const DICOMDataObject& dataSet) {
     return FindElement(dataSet, kPerFrameGroups) != nullptr || FindElement(dataSet, kSharedGroups) != nullptr;
 }

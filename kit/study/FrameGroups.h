@@ -17,6 +17,10 @@ std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const Im
 /// What tells the frames apart: one entry for each place of a per-frame functional group, else a single one.
 std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header);
 
+/// The data set that holds an element for a frame, by the same rule: an item of the group, or the data set itself; null
+/// when nothing does. `frame`: from 0.
+const DICOMObject* FindHolder(const DICOMDataObject& dataSet, int frame, Tag group, Tag element);
+
 /// Whether the data set has functional groups.
 bool HasFrameGroups(const DICOMDataObject& dataSet);
 

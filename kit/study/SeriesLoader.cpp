@@ -28,14 +28,18 @@ constexpr Tag kNoneWhenEmpty[] = {MakeTag(0x0018, 0x0050), MakeTag(0x0018, 0x008
     throw Error(kind, header.path + ": " + why).InFile(header.path);
 }
 
-void CheckPixels(const ImageHeader& header) {
-    const PixelForm& form = header.form;
-    if (form.kind == PixelForm::Kind::None) Refuse(header, ErrorKind::Unsupported, "no pixel data");
-    if (form.kind != PixelForm::Kind::Integer) Refuse(header, ErrorKind::Unsupported, "floating-point pixel data");
+void CheckCodec(const ImageHeader& header) {
     if (header.encapsulated && !CodecManager::CanDecode(header.transferSyntax)) {
         Refuse(header, ErrorKind::Unsupported,
                "compressed pixel data, no codec for " + DescribeSyntax(header.transferSyntax));
     }
+}
+
+void CheckPixels(const ImageHeader& header) {
+    const PixelForm& form = header.form;
+    if (form.kind == PixelForm::Kind::None) Refuse(header, ErrorKind::Unsupported, "no pixel data");
+    if (form.kind != PixelForm::Kind::Integer) Refuse(header, ErrorKind::Unsupported, "floating-point pixel data");
+    CheckCodec(header);
     if (form.rows == 0 || form.columns == 0 || form.allocated == 0 || form.stored == 0) {
         Refuse(header, ErrorKind::Damaged, "an image without rows, columns or bits");
     }
@@ -45,18 +49,7 @@ void CheckPixels(const ImageHeader& header) {
                    " do not fit into " + std::to_string(form.allocated) + " bits");
     }
     if (header.encapsulated) {
-        if (!header.HoldsFrames()) {
-            Refuse(header, ErrorKind::Damaged,
-                   "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes for " +
-                       std::to_string(header.frames) + " frames");
-        }
-        const std::uint64_t needed = form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
-        const bool isRunLength = header.transferSyntax == kRleUid;
-        if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
-            Refuse(header, ErrorKind::Damaged,
-                   "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +
-                       std::to_string(needed) + " bytes that it stands for");
-        }
+        CheckClaims(header);
         return;
     }
     const std::uint64_t present = header.FramesPresent();
@@ -69,6 +62,22 @@ void CheckPixels(const ImageHeader& header) {
 }
 
 }  // namespace
+
+void CheckClaims(const ImageHeader& header) {
+    CheckCodec(header);
+    if (!header.HoldsFrames()) {
+        Refuse(header, ErrorKind::Damaged,
+               "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes for " +
+                   std::to_string(header.frames) + " frames");
+    }
+    const std::uint64_t needed = header.form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
+    const bool isRunLength = header.transferSyntax == kRleUid;
+    if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
+        Refuse(header, ErrorKind::Damaged,
+               "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +
+                   std::to_string(needed) + " bytes that it stands for");
+    }
+}
 
 void CheckAssembly(const FoundFiles& found, const FoundSeries& series) {
     for (const SliceRef& slice : series.slices) CheckPixels(found.files[slice.file]);

@@ -15,6 +15,9 @@ namespace korvane {
 /// no native integer pixels, data cut short, a position missing.
 void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 
+/// Throws `Error` where no codec is there for compressed pixel data, and where it has too few bytes for the frames and the size that the header claims.
+void CheckClaims(const ImageHeader& header);
+
 /// The data sets of slices, in list order, with their pixels. Frames of a multi-frame object are data sets of their own
 /// that share its bytes.
 class LoadedSlices {
