@@ -49,8 +49,8 @@ struct MediumReport {
 ///     for (const auto& fault : report.faults) std::cerr << fault.path << ": " << fault.why << '\n';
 ///
 /// Sources keep their order, the files of a folder are sorted; of two files with one SOP Instance UID the first stays.
-/// The directory gets its name when all is there: a folder with a DICOMDIR is a whole medium. One builder for a root
-/// at a time: nothing keeps a second one out.
+/// The directory gets its name when all is there: a folder with a DICOMDIR is a whole medium. A second builder for a root
+/// in which one is at work fails and touches nothing (where the file system knows locks; some network ones do not).
 ///
 /// Throws `Error`: `NotFound` for a source that is not there, or when nothing goes onto the medium; `Disk`, `Damaged`;
 /// `Stopped`. Nothing that it made is there then.

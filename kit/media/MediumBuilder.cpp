@@ -7,6 +7,7 @@
 #include "Medium.h"
 
 #include "media/CCDRObject.h"
+#include "platform/FolderLock.h"
 #include "platform/ReplacingFile.h"
 
 #include <algorithm>
@@ -41,31 +42,26 @@ public:
     }
 };
 
-/// The folders of a medium in the making: gone again unless they are kept.
+/// The folders of a medium in the making: gone again unless they are kept. Nobody else builds in the root meanwhile.
 class MediumFolders {
 public:
-    explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {
-        std::error_code error;
-        if (platform::FileExists(Directory().c_str())) {
-            throw Error(ErrorKind::Disk, root + " has a DICOMDIR already").InFile(Directory());
-        }
-        if (fs::exists(m_Files, error) && !(fs::is_directory(m_Files, error) && fs::is_empty(m_Files, error))) {
-            throw Error(ErrorKind::Disk, TextFromPath(m_Files) + " is there already and not empty");
-        }
-        for (fs::path made = m_Files; made.has_relative_path() && !fs::exists(fs::symlink_status(made, error));
-             made = made.parent_path()) {
-            m_Made.push_back(made);
-        }
-    }
+    explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {}
     ~MediumFolders() {
         if (m_bKept) return;
         m_Directory.Discard();
         std::error_code error;
-        for (fs::directory_iterator entry(m_Files, error), end; entry != end; entry.increment(error)) {
+        fs::directory_iterator entry = m_bOwn ? fs::directory_iterator(m_Files, error) : fs::directory_iterator();
+        for (; entry != fs::directory_iterator(); entry.increment(error)) {
             std::error_code kept;
             fs::remove_all(entry->path(), kept);
         }
-        for (const fs::path& made : m_Made) fs::remove(made, error);
+        for (const fs::path& made : m_Made) {
+            if (made == m_Files.parent_path()) {
+                m_Lock.RemoveFolder();
+            } else {
+                fs::remove(made, error);
+            }
+        }
     }
     MediumFolders(const MediumFolders&) = delete;
     MediumFolders& operator=(const MediumFolders&) = delete;
@@ -76,6 +72,19 @@ public:
     const std::string& Unfinished() const { return m_Directory.GetUnfinished(); }
 
     void Make() {
+        std::error_code error;
+        for (fs::path made = m_Files; made.has_relative_path() && !fs::exists(fs::symlink_status(made, error));
+             made = made.parent_path()) {
+            m_Made.push_back(made);
+        }
+        Lock();
+        if (platform::FileExists(Directory().c_str())) {
+            throw Error(ErrorKind::Disk, m_Root + " has a DICOMDIR already").InFile(Directory());
+        }
+        if (fs::exists(m_Files, error) && !(fs::is_directory(m_Files, error) && fs::is_empty(m_Files, error))) {
+            throw Error(ErrorKind::Disk, TextFromPath(m_Files) + " is there already and not empty");
+        }
+        m_bOwn = true;
         MakeDirectory(TextFromPath(m_Files));
         if (m_Directory.Reserve(Directory())) return;
         throw Error(ErrorKind::Disk, "cannot create " + Directory() + ": " + SystemText(errno)).InFile(Directory());
@@ -94,10 +103,26 @@ public:
     }
 
 private:
+    /// Makes the root where it is not there, which another builder that gives up may take away again meanwhile.
+    void Lock() {
+        constexpr int kAttempts = 10;
+        for (int attempt = 0;; ++attempt) {
+            MakeDirectory(m_Root);
+            if (m_Lock.TakeAlone(m_Root)) return;
+            if (errno != ENOENT || attempt == kAttempts) break;
+        }
+        const int error = errno;
+        m_Made.clear();  // what is there is the other's
+        if (error == EBUSY) throw Error(ErrorKind::Disk, "another medium is being built in " + m_Root).InFile(m_Root);
+        throw Error(ErrorKind::Disk, "cannot open " + m_Root + ": " + SystemText(error)).InFile(m_Root);
+    }
+
     std::string m_Root;
     fs::path m_Files;
+    platform::FolderLock m_Lock;
     std::vector<fs::path> m_Made;  // folders that were not there, the innermost first
     platform::ReplacingFile m_Directory;
+    bool m_bOwn = false;  // the files are this builder's
     bool m_bKept = false;
 };
 

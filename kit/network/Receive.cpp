@@ -7,6 +7,7 @@
 #include "ReceivedFiles.h"
 
 #include "Dicom/Lib/network/StorageProvider.h"
+#include "platform/FolderLock.h"
 #include "platform/Socket.h"
 #include "platform/Sync.h"
 
@@ -64,6 +65,9 @@ public:
 
     ReceiveReport Run() {
         MakeDirectory(m_Options.folder);
+        platform::FolderLock lock;
+        if (lock.TakeAlone(m_Options.folder) && lock.IsHeld()) RemoveUnfinished(m_Options.folder, m_Watch);
+        lock.TakeShared(m_Options.folder);
         DcmSocket listener;
         const std::uint32_t own =
             m_Options.bindAddress.empty() ? platform::kAnyAddress : ParseAddress(m_Options.bindAddress);

@@ -77,8 +77,8 @@ struct ReceiveReport {
 
 /// Stores data sets as Part 10 files named "<SOP instance UID>.dcm", whole or not at all, for up to `limit` peers at once,
 /// each on a thread of its own. A data set with the same bytes as a file that is there is not stored twice; another one of
-/// the same UID gets "-2", "-3" ... behind it. One receiver for a
-/// folder: of two, one might take a name that the other has just given.
+/// the same UID gets "-2", "-3" ... behind it. Several receivers
+/// may share a folder. Unfinished files of one that was killed are removed at the start, unless another is at work.
 ///
 ///     korvane::ReceiveReport report = korvane::Receive({.port = 11112, .folder = "in", .count = 1});
 ///

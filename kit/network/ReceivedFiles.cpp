@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -32,7 +33,37 @@ std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
     return hash;
 }
 
+/// As `platform::ReplacingFile` names them: ".UID.dcm.RANDOM.part".
+bool IsUnfinished(std::string_view name) {
+    constexpr std::string_view kMiddle = ".dcm.";
+    constexpr std::string_view kEnd = ".part";
+    constexpr std::size_t kRandom = 8;
+    if (name.size() < 1 + kMiddle.size() + kRandom + kEnd.size() || !name.starts_with('.')) return false;
+    if (!name.ends_with(kEnd)) return false;
+    return name.substr(0, name.size() - kEnd.size() - kRandom).ends_with(kMiddle);
+}
+
 }  // namespace
+
+void RemoveUnfinished(const std::string& folder, const Watch& watch) {
+    Finding finding{FindingKind::FileFailed};
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(PathFromText(folder), error), end; entry != end;
+         entry.increment(error)) {
+        watch.StopIfAsked();
+        const std::string path = TextFromPath(entry->path());
+        std::error_code other;
+        if (!IsUnfinished(TextFromPath(entry->path().filename())) ||
+            !std::filesystem::is_regular_file(entry->symlink_status(other)))
+            continue;
+        if (RemoveFile(path)) finding.files.push_back(path);
+    }
+    finding.count = finding.files.size();
+    if (finding.count == 0) return;
+    finding.text =
+        folder + ": removed " + std::to_string(finding.count) + " unfinished files of a receiver that was killed";
+    watch.Tell(finding);
+}
 
 ReceivedFiles::ReceivedFiles(const ReceiveOptions& options, std::function<bool()> stop,
                              const std::function<void(const ReceivedFile&)>& tell)

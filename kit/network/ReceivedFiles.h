@@ -13,6 +13,9 @@
 
 namespace korvane {
 
+/// Removes the unfinished files that a receiver which was killed left in a folder. Nobody may be writing there.
+void RemoveUnfinished(const std::string& folder, const Watch& watch);
+
 /// Files into the receiver's folder, with the system's reason where that does not work. What lies below the limit of free
 /// space is refused before it is begun.
 class ReceivedFiles : public FolderSink {

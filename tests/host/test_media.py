@@ -183,6 +183,23 @@ def broken_off():
     assert not (WORK / "stopped").exists()
 
 
+def built_at_once():
+    """Of several builders in one root one wins, and its medium is whole; the others touch nothing of it."""
+    folder, _ = sources()
+    parts = [sorted(folder.iterdir())[n::4] for n in range(4)]
+    for turn in range(2 if WINDOWS else 8):
+        root = WORK / f"root{turn}/below"
+        builders = [subprocess.Popen([*host_test.KORVANE, "media", str(root), *map(str, part)], stderr=subprocess.PIPE,
+                                     stdout=subprocess.DEVNULL, text=True) for part in parts]
+        said = [builder.communicate(timeout=60)[1] for builder in builders]
+        won = [part for part, builder in zip(parts, builders) if builder.returncode == 0]
+        assert len(won) == 1, said
+        assert all("is being built in" in text or "has a DICOMDIR already" in text for text in said if text), said
+        assert set(readers_find_all(root, 3)) == {pydicom.dcmread(path).SOPInstanceUID for path in won[0]}
+        korvane("media", "--verify", root)
+        assert sorted(path.name for path in root.iterdir()) == ["DICOM", "DICOMDIR"]
+
+
 def samples():
     if SAMPLES.is_dir():
         out, _ = korvane("media", WORK / "medium", SAMPLES, "--json", status=1)
@@ -190,4 +207,4 @@ def samples():
         korvane("media", "--verify", SAMPLES / "dicomdir")
 
 
-host_test.run(whole, left_out, transcoded, linked, broken_off, samples)
+host_test.run(whole, left_out, transcoded, linked, broken_off, built_at_once, samples)

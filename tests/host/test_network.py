@@ -289,6 +289,30 @@ def many_at_once():
     assert len([line for line in said[:-1] if line["event"] == "file" and "are free" in line["why"]]) == 2, said
 
 
+def shared_folder():
+    """Two receivers in one folder, eight senders: all that was acknowledged is there, as it was sent."""
+    files = []
+    for number, source in enumerate(sorted(phantom("small", "--size", 8, "--slices", 50).iterdir()) * 4):
+        ds = pydicom.dcmread(source)
+        ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = f"1.2.{number % 150}"  # some come in two versions
+        ds.InstanceNumber = number
+        files.append(WORK / f"sent{number}")
+        ds.save_as(files[-1])
+    left = WORK / "in/.1.2.3.dcm.abcdefgh.part"
+    left.parent.mkdir()
+    left.write_text("of a run that was killed")
+    with receiver(WORK / "in", "--count", 4) as (port, _, first), receiver(WORK / "in", "--count", 4) as (other, _, _):
+        assert not left.exists()
+        senders = [subprocess.Popen([*KORVANE, "send", HERE, str([port, other][n % 2]), *map(str, files[n // 2::4])])
+                   for n in range(8)]
+        assert [sender.wait(timeout=60) for sender in senders] == [0] * 8
+    assert len(list((WORK / "in").iterdir())) == 200
+    found = {(ds.SOPInstanceUID, ds.InstanceNumber): content(ds) for ds in map(pydicom.dcmread, (WORK / "in").iterdir())}
+    assert len(found) == 200
+    for ds in map(pydicom.dcmread, files):
+        assert found[ds.SOPInstanceUID, ds.InstanceNumber] == content(ds)
+
+
 def os_umask():
     mask = os.umask(0)
     os.umask(mask)
@@ -371,4 +395,4 @@ def stopped():
 if not PEERS:
     print("skipped: dcmtk is not installed")
     raise SystemExit(host_test.SKIPPED)
-host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, many_at_once, odd_names, flooded, stopped)
+host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, many_at_once, shared_folder, odd_names, flooded, stopped)
