@@ -52,6 +52,11 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::OrderedByTime: return "ordered by time";
     case FindingKind::NotApplied: return "not applied";
     case FindingKind::OddPalette: return "odd palette";
+    case FindingKind::SpacingCalibrated: return "spacing calibrated";
+    case FindingKind::FileSheared: return "file sheared";
+    case FindingKind::PlanesMoved: return "planes moved";
+    case FindingKind::VoxelsFilled: return "voxels filled";
+    case FindingKind::DistanceGuessed: return "distance guessed";
     }
     return "unknown";
 }

@@ -24,7 +24,7 @@ enum class FindingKind {
     IncompleteVolumes,  ///< some positions have fewer images than others
     MissingSlices,      ///< a gap that whole slices would fill; `slices` before it, `lengths`, `count` missing
     UnevenGaps,         ///< distances of neighbouring planes differ; `lengths`: smallest, largest, usual
-    Tilt,               ///< positions run off the normal; `angles`: degrees
+    Tilt,               ///< positions run off the normal; `angles`: degrees, `lengths`: sideways
     RescaleDiffers,     ///< slope or intercept differ from slice to slice
     PixelsNotSquare,    ///< `lengths`: between rows, between columns
     Repeats,            ///< a file repeats another one's image and was left out; `files`
@@ -47,7 +47,8 @@ enum class FindingKind {
     SpacingDiffers,     ///< Pixel Spacing differs; `slices`, `lengths` between rows and columns: what is used
     SpacingUnknown,     ///< Pixel Spacing missing, empty or not positive; `slices`
     SpacingAtDetector,  ///< only Imager Pixel Spacing is there; `lengths` between rows, between columns
-    AxesNotSquare,      ///< row and column direction are no unit vectors at right angles; `angles` between them
+    AxesNotSquare,      ///< row and column direction are no unit vectors at right angles, and are made so; `angles`
+                        ///< between them, `lengths`: how far that moves voxels
     ShiftedSideways,    ///< a slice lies beside the line of the others; `slices`, `lengths`: how far
     SameUid,            ///< different pixels under one SOP Instance UID, all kept; `files`
     BitsAboveStored,    ///< bits above Bits Stored are set, in an overlay or as dirt; left out of values; `files`
@@ -59,6 +60,11 @@ enum class FindingKind {
     OrderedByTime,      ///< images at one position are told apart by the order of their times; `count` volumes
     NotApplied,         ///< what a data set asks of its pictures, and they do not show; `files`
     OddPalette,         ///< a palette that contradicts its descriptor; `files`
+    SpacingCalibrated,  ///< Pixel Spacing holds at one depth alone, or comes from elsewhere; `lengths` between rows, columns
+    FileSheared,        ///< a file whose rows are not where its planes lie in the patient; `lengths`: by how much
+    PlanesMoved,        ///< a file with one distance for uneven planes; `lengths`: how far one lies beside its place
+    VoxelsFilled,       ///< voxels of a straightened volume for which no plane has data; `count`
+    DistanceGuessed,  ///< the distance of planes comes of no positions; `lengths`: what is used
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.
