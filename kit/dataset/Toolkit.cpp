@@ -6,6 +6,7 @@
 #include "base/Number.h"
 #include "platform/ReplacingFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <memory>
@@ -32,6 +33,19 @@ bool IsFill(char character) {
     return character == ' ' || character == '\0' || character == '\t' || character == '\n' || character == '\r';
 }
 
+std::string_view WithoutFill(std::string_view text) {
+    while (!text.empty() && IsFill(text.back())) text.remove_suffix(1);
+    while (!text.empty() && IsFill(text.front())) text.remove_prefix(1);
+    return text;
+}
+
+/// A decimal string, blanks around it allowed, nothing else.
+bool ReadReal(std::string_view text, double& value) {
+    text = WithoutFill(text);
+    return text.find_first_not_of("+-.0123456789eE") == text.npos && platform::ScanReals(text, &value, 1) == 1 &&
+           std::isfinite(value);
+}
+
 }  // namespace
 
 const DcmDictionary& PublicDictionary() {
@@ -46,10 +60,7 @@ VR* FindElement(const DICOMObject& dataSet, Tag tag) {
 
 std::string FindText(const DICOMObject& dataSet, Tag tag) {
     const std::string whole = TextOf(dataSet, tag);
-    std::string_view text = whole;
-    while (!text.empty() && IsFill(text.back())) text.remove_suffix(1);
-    while (!text.empty() && IsFill(text.front())) text.remove_prefix(1);
-    return std::string(text);
+    return std::string(WithoutFill(whole));
 }
 
 int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {
@@ -63,11 +74,13 @@ int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {
 }
 
 bool FindReals(const DICOMObject& dataSet, Tag tag, double* values, std::size_t count) {
-    std::vector<double> read(count);
     const std::string text = FindText(dataSet, tag);
-    if (text.empty() || platform::ScanReals(text, read.data(), count) != count) return false;
-    for (const double value : read) {
-        if (!std::isfinite(value)) return false;
+    std::vector<double> read(count);
+    std::string_view rest = text;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t end = std::min(rest.find('\\'), rest.size());
+        if (!ReadReal(rest.substr(0, end), read[i]) || (end == rest.size() && i + 1 < count)) return false;
+        rest.remove_prefix(std::min(end + 1, rest.size()));
     }
     std::copy(read.begin(), read.end(), values);
     return true;

@@ -39,7 +39,8 @@ VR* FindElement(const DICOMObject& dataSet, Tag tag);
 /// `TextOf` without blanks in front either, and without tabs and line ends at both ends.
 std::string FindText(const DICOMObject& dataSet, Tag tag);
 int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise);
-/// Exactly `count` reals separated by backslashes; false, nothing changed, when there are fewer or one is not finite.
+/// Exactly `count` reals separated by backslashes, with blanks around each; false, nothing changed, when there are fewer or
+/// one is no finite number.
 bool FindReals(const DICOMObject& dataSet, Tag tag, double* values, std::size_t count);
 /// The first item of a sequence; null without one.
 DICOMObject* FindItem(const DICOMObject& dataSet, Tag tag);

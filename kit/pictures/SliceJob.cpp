@@ -34,17 +34,6 @@ std::string Number(int number) {
     return std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits;
 }
 
-/// The library knows one spacing for x, the first value of Pixel Spacing, which is the distance of rows.
-void SetTrueSpacing(CVolume& volume, const FramePlace& place) {
-    if (!place.hasSpacing || place.spacing[0] == place.spacing[1]) return;
-    float space[4];
-    volume.GetSpacing(space);
-    space[0] = static_cast<float>(place.spacing[1]);
-    space[1] = static_cast<float>(place.spacing[0]);
-    volume.SetSpacing(space);
-    volume.UpdateZInterpArray();
-}
-
 }  // namespace
 
 const char* WordOf(View view) {
@@ -75,7 +64,6 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
 SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output)
     : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Series(series), m_Slice(&series.GetVolume()),
       m_Files(Destination{}, m_Watch) {
-    SetTrueSpacing(series.GetVolume(), series.GetPlace());
     m_Slice.SetInterpolation(kInterpolations[static_cast<int>(options.interpolation)]);
     const DcmObliqueSlice::SlabMode mode =
         options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;

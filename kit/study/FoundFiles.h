@@ -52,6 +52,8 @@ struct FoundFiles {
 
     const ImageHeader& FirstFile(const FoundSeries& of) const { return files[of.slices.front().file]; }
     const FramePlace& PlaceOf(const SliceRef& slice) const;
+    /// The first of them whose pixels have a known size, else the first: what is used where slices differ.
+    const FramePlace& SizedPlaceOf(const std::vector<SliceRef>& slices) const;
     const FrameKeys& KeysOf(const SliceRef& slice) const;
     /// The file, and the frame of it.
     std::string NameOf(const SliceRef& slice) const;

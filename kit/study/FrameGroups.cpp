@@ -1,5 +1,7 @@
 #include "FrameGroups.h"
 
+#include "PixelSize.h"
+
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -29,6 +31,8 @@ constexpr Tag kGridFrameOffsets = tags::GridFrameOffsetVector;
 
 // Far more than any volume has; a place takes more memory than the smallest of frames.
 constexpr int kMostFrames = 65535;
+
+constexpr double kCosine = 1e-2;  // what the direction cosines may be off
 
 struct GroupedElement {
     Tag group;
@@ -92,6 +96,8 @@ public:
         return holder != nullptr && FindReals(*holder, wanted.element, values.data(), kCount);
     }
 
+    const DICOMDataObject& GetDataSet() const { return m_DataSet; }
+
     FrameKeys Keys() const { return ReadFrameKeys(m_DataSet, m_pOwn, m_pShared); }
 
     std::string Text(const GroupedElement& wanted) const {
@@ -105,15 +111,33 @@ private:
     const DICOMObject* m_pShared = nullptr;
 };
 
+/// Cosines that are rounded stay as they are.
+void MakeSquare(FramePlace& place) {
+    auto& o = place.orientation;
+    const double row = std::hypot(o[0], o[1], o[2]);
+    const double column = std::hypot(o[3], o[4], o[5]);
+    const double cosine = (o[0] * o[3] + o[1] * o[4] + o[2] * o[5]) / (row * column);
+    if (std::fabs(row - 1) < kCosine && std::fabs(column - 1) < kCosine && std::fabs(cosine) < kCosine) return;
+    place.statedAxes = o;
+    place.axesChanged = true;
+    if (!(row > kCosine && column > kCosine && std::fabs(cosine) < 1 - kCosine)) {
+        o = FramePlace().orientation;
+        place.hasOrientation = false;
+        return;
+    }
+    const double sine = std::sqrt(1 - cosine * cosine);
+    for (std::size_t i = 0; i < 3; ++i) {
+        o[i] /= row;
+        o[i + 3] = (o[i + 3] / column - cosine * o[i]) / sine;
+    }
+}
+
 FramePlace ReadPlace(const Frame& frame) {
     FramePlace place;
     place.hasPosition = frame.Reals({kPlanePosition, kPosition}, place.position);
     place.hasOrientation = frame.Reals({kPlaneOrientation, kOrientation}, place.orientation);
-    place.hasSpacing = frame.Reals({kPixelMeasures, kPixelSpacing}, place.spacing);
-    if (!(place.spacing[0] > 0 && place.spacing[1] > 0)) {  // no size at all
-        place.hasSpacing = false;
-        place.spacing = {1, 1};
-    }
+    if (place.hasOrientation) MakeSquare(place);
+    ReadPixelSize(frame.GetDataSet(), frame.Holder({kPixelMeasures, kPixelSpacing}), place);
     place.slope = frame.Text({kPixelValueTransformation, kSlope});
     place.intercept = frame.Text({kPixelValueTransformation, kIntercept});
     return place;

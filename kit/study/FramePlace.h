@@ -6,15 +6,30 @@
 
 namespace korvane {
 
+/// What says how large pixels are.
+enum class PixelSize {
+    Unknown,           ///< nothing: taken as 1 x 1
+    Stated,            ///< Pixel Spacing
+    StatedAsDetector,  ///< Pixel Spacing, which repeats Imager Pixel Spacing and names no calibration
+    Region,            ///< ultrasound regions
+    Detector,          ///< Imager Pixel Spacing: the shape is used, the size is not that in the patient
+    Shape,             ///< Pixel Aspect Ratio: no size
+};
+
 /// Where a frame lies in the patient (PS3.3 C.7.6.2.1.1), millimetres.
 struct FramePlace {
     bool hasPosition = false;
     bool hasOrientation = false;
-    bool hasSpacing = false;
+    bool hasSpacing = false;  ///< the size of pixels is known
+    PixelSize sizeOf = PixelSize::Unknown;
     std::array<double, 3> position{};
     std::array<double, 6> orientation{1, 0, 0, 0, 1, 0};  ///< row direction, column direction
-    std::array<double, 2> spacing{1, 1};                  ///< between rows, between columns
-    std::string slope;                                    ///< rescale, as written; "" without one
+    /// The cosines as stated, where they are no unit vectors at right angles to within a hundredth: `orientation` is then the
+    /// nearest such pair in their plane, or the axial one without `hasOrientation` where they make no plane.
+    std::array<double, 6> statedAxes{};
+    bool axesChanged = false;
+    std::array<double, 2> spacing{1, 1};  ///< between rows, between columns
+    std::string slope;                    ///< rescale, as written; "" without one
     std::string intercept;
 };
 

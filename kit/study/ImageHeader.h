@@ -44,6 +44,7 @@ struct ImageHeader {
     std::uint64_t pixelsPresent = 0;
     std::uint64_t encapsulatedRoom = 0;       ///< bytes of the file, for compressed pixel data
     std::array<double, 2> detectorSpacing{};  ///< Imager Pixel Spacing, zeros without
+    std::string calibration;                  ///< Pixel Spacing Calibration Type: GEOMETRY or FIDUCIAL
 
     PixelForm form;
     double sliceSpacing = 0;  ///< Spacing Between Slices; 0 without it

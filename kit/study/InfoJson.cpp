@@ -52,7 +52,8 @@ void AddGeometry(const FoundFiles& found, const FoundSeries& series, Json& json)
     const SeriesGeometry& geometry = series.geometry;
     const bool placed = !geometry.stacks.empty();
     const FramePlace& place = found.PlaceOf(series.slices[placed ? geometry.stacks.front().front() : 0]);
-    if (place.hasSpacing) json["pixelSpacing"] = place.spacing;  // between rows, between columns
+    const FramePlace& sized = found.SizedPlaceOf(series.slices);
+    if (sized.hasSpacing) json["pixelSpacing"] = sized.spacing;  // between rows, between columns
     if (place.hasOrientation) {
         json["orientation"] = place.orientation;
         json["directions"] = Directions(place.orientation, geometry.normal);

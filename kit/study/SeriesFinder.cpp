@@ -248,6 +248,12 @@ const FramePlace& FoundFiles::PlaceOf(const SliceRef& slice) const {
                                                    : header.places.front();
 }
 
+const FramePlace& FoundFiles::SizedPlaceOf(const std::vector<SliceRef>& slices) const {
+    const auto sized =
+        std::find_if(slices.begin(), slices.end(), [this](const SliceRef& slice) { return PlaceOf(slice).hasSpacing; });
+    return PlaceOf(sized != slices.end() ? *sized : slices.front());
+}
+
 const FrameKeys& FoundFiles::KeysOf(const SliceRef& slice) const {
     const std::vector<FrameKeys>& keys = files[slice.file].keys;
     return keys.size() > 1 && slice.frame >= 0 ? keys[static_cast<std::size_t>(slice.frame)] : keys.front();

@@ -13,6 +13,8 @@ constexpr double kCosineTolerance = 1e-3;
 constexpr double kSmallestDistance = 1e-4;  // closer positions are one: they are rounded in files
 constexpr double kUneven = 0.01;            // of the usual distance
 constexpr double kSmallestUneven = 1e-3;
+constexpr double kOffEven = 0.05;  // of the usual distance
+constexpr double kSheared = 0.1;   // of a pixel, or millimetres; rounded positions stay below
 constexpr std::size_t kMostOutliers = 4;
 constexpr double kDwarfing = 20;  // times the next smaller distance
 constexpr double kDegrees = 180 / 3.14159265358979323846;
@@ -101,6 +103,33 @@ void MeasureGaps(SeriesGeometry& geometry) {
         const bool multiple = ratio >= 2 && ratio < 1e6 && std::fabs(gaps[i] - ratio * geometry.usualGap) <= tolerance;
         geometry.uneven.push_back({i, gaps[i], multiple ? static_cast<int>(ratio) - 1 : 0});
     }
+    const double mean = (along.back() - along.front()) / static_cast<double>(gaps.size());
+    for (std::size_t i = 0; i < along.size(); ++i) {
+        const double even = along.front() + mean * static_cast<double>(i);
+        geometry.offEven = std::max(geometry.offEven, std::fabs(along[i] - even));
+    }
+}
+
+/// The diagonal of the box of the positions in the planes: exact where they lie on a line.
+void MeasureSideways(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
+    const auto& o = slices.front().orientation;
+    const Vector row{o[0], o[1], o[2]};
+    const Vector& n = geometry.normal;
+    const Vector column{n[1] * row[2] - n[2] * row[1], n[2] * row[0] - n[0] * row[2], n[0] * row[1] - n[1] * row[0]};
+    double extents[2] = {0, 0};
+    for (int axis = 0; axis < 2; ++axis) {
+        double low = HUGE_VAL;
+        double high = -HUGE_VAL;
+        for (const auto& stack : geometry.stacks) {
+            for (const std::size_t index : stack) {
+                const double at = Dot(slices[index].position, axis == 0 ? row : column);
+                low = std::min(low, at);
+                high = std::max(high, at);
+            }
+        }
+        if (low < high) extents[axis] = high - low;
+    }
+    geometry.sideways = std::hypot(extents[0], extents[1]);
 }
 
 void MeasureTilt(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
@@ -134,7 +163,16 @@ SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices) {
     CountVolumes(geometry);
     MeasureGaps(geometry);
     MeasureTilt(slices, geometry);
+    MeasureSideways(slices, geometry);
     return geometry;
+}
+
+bool IsSheared(const SeriesGeometry& geometry, double pixel) {
+    return geometry.sideways > kSheared * std::min(pixel, 1.0);
+}
+
+bool IsUneven(const SeriesGeometry& geometry) {
+    return !geometry.uneven.empty() || geometry.offEven > std::max(kSmallestUneven, kOffEven * geometry.usualGap);
 }
 
 std::vector<std::pair<std::size_t, std::size_t>> EvenRuns(const std::vector<double>& along) {

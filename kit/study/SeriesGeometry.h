@@ -37,7 +37,17 @@ struct SeriesGeometry {
     /// The largest distance of a position from that line, within the planes, and the slice that lies there.
     double shift = 0;
     std::size_t shifted = 0;
+    /// What a file that has one direction and one distance for all planes gets wrong: the largest distance of two positions
+    /// within the planes, and the largest of a plane from where even steps from the first to the last would put it.
+    double sideways = 0;
+    double offEven = 0;
 };
+
+/// Whether the planes lie sideways of each other by more than rounding: a tenth of a pixel, or of a millimetre. `pixel`: the
+/// smaller of its sides.
+KORVANE_KIT bool IsSheared(const SeriesGeometry& geometry, double pixel);
+/// Whether one distance for all planes is wrong by more than rounding.
+KORVANE_KIT bool IsUneven(const SeriesGeometry& geometry);
 
 /// Studies slices that share an orientation, that of the first. Slices without a position are in no stack.
 KORVANE_KIT SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices);

@@ -4,6 +4,7 @@
 #include "FrameGroups.h"
 
 #include "base/Bytes.h"
+#include "base/Number.h"
 
 #include <algorithm>
 
@@ -61,6 +62,32 @@ void CheckPixels(const ImageHeader& header) {
     }
 }
 
+/// The library reads numbers in its own way, which takes a blank before a backslash for their end: where it would read
+/// others, the values are written anew.
+void FitReals(DICOMDataObject& dataSet, Tag tag, const double* values, std::size_t count) {
+    std::vector<float> read(count);
+    const bool all = platform::ScanReals(TextOf(dataSet, tag), read.data(), count) == count;
+    const bool same = all && std::equal(read.begin(), read.end(), values,
+                                        [](float a, double b) { return a == static_cast<float>(b); });
+    if (!same) PutReals(dataSet, tag, values, count);
+}
+
+/// A slice of the library's lies where the Kit says.
+void FitPlace(DICOMDataObject& dataSet, const FramePlace& place) {
+    if (place.hasPosition) FitReals(dataSet, tags::ImagePositionPatient, place.position.data(), 3);
+    if (place.hasOrientation || place.axesChanged) {
+        FitReals(dataSet, tags::ImageOrientationPatient, place.orientation.data(), 6);
+    }
+    if (place.hasSpacing) {
+        FitReals(dataSet, tags::PixelSpacing, place.spacing.data(), 2);
+    } else {
+        DropElement(dataSet, tags::PixelSpacing);
+    }
+    for (const Tag tag : {tags::SpacingBetweenSlices, tags::SliceThickness}) {
+        if (double value = 0; FindReals(dataSet, tag, &value, 1)) FitReals(dataSet, tag, &value, 1);
+    }
+}
+
 }  // namespace
 
 void CheckClaims(const ImageHeader& header) {
@@ -114,6 +141,7 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
         i = next;
     }
     if (!slices.empty()) PlaceInOrder(found.files[slices.front().file]);
+    for (std::size_t i = 0; i < m_List.size(); ++i) FitPlace(*m_List[i], m_Places[i]);
 }
 
 /// Slices with an orientation and no positions: the library would lay them out along the patient's z axis, whatever way
@@ -170,7 +198,6 @@ void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& f
     for (const Tag tag : kNoneWhenEmpty) {
         if (FindText(*file.dataSet, tag).empty()) DropElement(*file.dataSet, tag);
     }
-    if (!header.places.front().hasSpacing) DropElement(*file.dataSet, MakeTag(0x0028, 0x0030));
     UnifyStoredBits(header, *file.dataSet);
     m_Files.push_back(std::move(file.dataSet));
     if (frames.empty()) {

@@ -51,10 +51,10 @@ void AddGeometry(Lines& lines, const FoundFiles& found, const FoundSeries& serie
     const SeriesGeometry& geometry = series.geometry;
     const std::size_t firstSlice = geometry.stacks.empty() ? 0 : geometry.stacks.front().front();
     const FramePlace& first = found.PlaceOf(series.slices[firstSlice]);
-    if (first.hasSpacing) {
-        lines.Add("pixel spacing", ShortNumber(first.spacing[0]) + " mm between rows, " +
-                                       ShortNumber(first.spacing[1]) + " mm between columns");
-    }
+    const FramePlace& sized = found.SizedPlaceOf(series.slices);
+    lines.Add("pixel spacing", sized.hasSpacing ? ShortNumber(sized.spacing[0]) + " mm between rows, " +
+                                                      ShortNumber(sized.spacing[1]) + " mm between columns"
+                                                : "unknown");
     if (geometry.stacks.empty()) return;
     if (geometry.stacks.size() > 1) {
         lines.Add("slice gaps", Millimetres(geometry.smallestGap, geometry.largestGap));

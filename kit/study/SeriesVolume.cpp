@@ -30,7 +30,16 @@ SeriesVolume::SeriesVolume(const Series& series, int volume, const Watch& watch)
         throw Error(ErrorKind::WrongArgument, "there is no volume " + std::to_string(number) + ": the series makes " +
                                                   std::to_string(GetSets().volumes.size()));
     }
-    m_Slices = GetSets().volumes[number - 1];
+    TakeSlices(GetSets().volumes[number - 1]);
+}
+
+void SeriesVolume::TakeSlices(const std::vector<SliceRef>& slices) {
+    m_Slices = slices;
+    m_Place = GetFound().PlaceOf(m_Slices.front());
+    const FramePlace& sized = GetFound().SizedPlaceOf(m_Slices);
+    m_Place.hasSpacing = sized.hasSpacing;
+    m_Place.sizeOf = sized.sizeOf;
+    m_Place.spacing = sized.spacing;
 }
 
 std::size_t SeriesVolume::GetSliceCount() const {
@@ -64,7 +73,7 @@ void SeriesVolume::TellWarnings() const {
 void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
     m_Loaded.emplace(GetFound(), slices, m_Watch);
-    m_Slices = slices;
+    TakeSlices(slices);
     Assemble();
 }
 
@@ -76,6 +85,16 @@ std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
     return places;
 }
 
+/// The module takes the first value of Pixel Spacing, the distance of rows, for x. In the patient x runs along a row.
+void SeriesVolume::SetTrueSpacing() {
+    float space[4];
+    GetVolume().GetSpacing(space);
+    space[0] = static_cast<float>(m_Place.spacing[1]);
+    space[1] = static_cast<float>(m_Place.spacing[0]);
+    GetVolume().SetSpacing(space);
+    GetVolume().UpdateZInterpArray();
+}
+
 void SeriesVolume::Assemble() {
     std::vector<DICOMDataObject*>& list = m_Loaded->GetDataSets();
     m_Assembled.SetIODList(list, nullptr);
@@ -84,6 +103,7 @@ void SeriesVolume::Assemble() {
     if (static_cast<std::size_t>(dim[2]) != list.size()) {
         throw Error(ErrorKind::Irregular, "the slices do not make a volume");
     }
+    SetTrueSpacing();
     TaskProgress progress(m_Watch, "assembling", dim[2]);
     m_Assembled.SetCallback(&progress);
     m_Assembled.Alloc(true);

@@ -24,7 +24,8 @@ public:
 
     const Series& GetHandle() const { return m_Series; }
     const ImageHeader& GetHeader() const { return GetFound().FirstFile(GetSeries()); }
-    const FramePlace& GetPlace() const { return GetFound().PlaceOf(m_Slices.front()); }
+    /// Of the first slice; spacing is that of the volume.
+    const FramePlace& GetPlace() const { return m_Place; }
     std::size_t GetSliceCount() const;
 
     const FoundFiles& GetFound() const { return m_Series.GetFiles(); }
@@ -56,12 +57,15 @@ public:
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
 
 private:
+    void TakeSlices(const std::vector<SliceRef>& slices);
     void Assemble();
+    void SetTrueSpacing();
 
     Series m_Series;
     Watch m_Watch;
     int m_nVolume;
     std::vector<SliceRef> m_Slices;
+    FramePlace m_Place;
     std::optional<LoadedSlices> m_Loaded;
     CDicomVolume m_Assembled;
 };

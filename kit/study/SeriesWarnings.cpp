@@ -17,7 +17,6 @@ constexpr std::size_t kNamed = 3;  // files named in one warning
 constexpr double kTilt = 0.1;      // degrees; rounded positions stay below
 constexpr double kShift = 0.1;     // mm; rounded positions stay below
 constexpr double kShiftOfGap = 0.02;
-constexpr double kCosine = 1e-2;
 constexpr double kDegrees = 180 / 3.14159265358979323846;
 constexpr double kPixelTolerance = 1e-4;  // of a pixel
 
@@ -198,10 +197,15 @@ private:
     }
 
     void Tilt() {
-        if (m_Series.geometry.tilt <= kTilt) return;
-        Add(FindingKind::Tilt,
-            "tilt: the positions run " + ShortNumber(m_Series.geometry.tilt) + " degrees off the normal of the slices")
-            .angles = {m_Series.geometry.tilt};
+        const SeriesGeometry& geometry = m_Series.geometry;
+        const std::array<double, 2>& pixel = m_Found.SizedPlaceOf(m_Series.slices).spacing;
+        if (geometry.tilt <= kTilt && !IsSheared(geometry, std::min(pixel[0], pixel[1]))) return;
+        Finding& finding =
+            Add(FindingKind::Tilt, "tilt: the positions run " + ShortNumber(geometry.tilt) +
+                                       " degrees off the normal of the slices, which makes " +
+                                       ShortNumber(geometry.sideways) + " mm from the first to the last");
+        finding.angles = {geometry.tilt};
+        finding.lengths = {geometry.sideways};
     }
 
     /// A gantry tilt moves slices along a line; what lies beside that is no box.
@@ -215,52 +219,104 @@ private:
             finding.lengths = {geometry.shift};
         }
         const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
-        if (!first.hasOrientation) return;
-        const auto& o = first.orientation;
-        const double row = std::hypot(o[0], o[1], o[2]);
-        const double column = std::hypot(o[3], o[4], o[5]);
-        const double cosine = (o[0] * o[3] + o[1] * o[4] + o[2] * o[5]) / (row * column);
-        if (std::fabs(row - 1) < kCosine && std::fabs(column - 1) < kCosine && std::fabs(cosine) < kCosine) return;
-        if (!(row > kCosine && column > kCosine && std::fabs(cosine) < 1 - kCosine)) {
+        if (first.axesChanged) ChangedAxes(first);
+    }
+
+    void ChangedAxes(const FramePlace& place) {
+        if (!place.hasOrientation) {
             Add(FindingKind::AxesNotSquare, "the direction cosines make no plane: taken as axial");
             return;
         }
-        const double angle = std::acos(cosine) * kDegrees;
-        Add(FindingKind::AxesNotSquare, "the direction cosines are no unit vectors at right angles: lengths " +
-                                            ShortNumber(row) + " and " + ShortNumber(column) + ", " +
-                                            ShortNumber(angle) + " degrees between them")
-            .angles = {angle};
+        const auto& o = place.statedAxes;
+        const double row = std::hypot(o[0], o[1], o[2]);
+        const double column = std::hypot(o[3], o[4], o[5]);
+        const double angle = std::acos((o[0] * o[3] + o[1] * o[4] + o[2] * o[5]) / (row * column)) * kDegrees;
+        const PixelForm& form = m_Found.FirstFile(m_Series).form;
+        const double along = (form.columns - 1) * place.spacing[1];
+        const double across = (form.rows - 1) * place.spacing[0];
+        double farthest = 0;
+        for (const auto& [x, y] : {std::pair(along, 0.0), std::pair(0.0, across), std::pair(along, across)}) {
+            std::array<double, 3> off{};
+            for (std::size_t i = 0; i < 3; ++i) {
+                off[i] = x * (o[i] - place.orientation[i]) + y * (o[i + 3] - place.orientation[i + 3]);
+            }
+            farthest = std::max(farthest, std::hypot(off[0], off[1], off[2]));
+        }
+        Finding& finding =
+            Add(FindingKind::AxesNotSquare,
+                "the direction cosines are no unit vectors at right angles: lengths " + ShortNumber(row) + " and " +
+                    ShortNumber(column) + ", " + ShortNumber(angle) +
+                    " degrees between them; made so, which moves voxels by up to " + ShortNumber(farthest) + " mm");
+        finding.angles = {angle};
+        finding.lengths = {farthest};
     }
 
     void Spacing() {
-        const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
+        const FramePlace& used = m_Found.SizedPlaceOf(m_Series.slices);
         std::vector<std::size_t> unknown;
         std::vector<std::size_t> different;
         for (std::size_t i = 0; i < m_Series.slices.size(); ++i) {
             const FramePlace& place = m_Found.PlaceOf(m_Series.slices[i]);
             if (!place.hasSpacing) {
                 unknown.push_back(i);
-            } else if (first.hasSpacing &&
-                       (!IsSame(place.spacing[0], first.spacing[0]) || !IsSame(place.spacing[1], first.spacing[1]))) {
+            } else if (!IsSame(place.spacing[0], used.spacing[0]) || !IsSame(place.spacing[1], used.spacing[1])) {
                 different.push_back(i);
             }
         }
-        const ImageHeader& header = m_Found.FirstFile(m_Series);
-        if (!unknown.empty() && header.detectorSpacing[0] > 0 && header.detectorSpacing[1] > 0) {
-            Add(FindingKind::SpacingAtDetector,
-                "the size of pixels is known at the detector alone: " + ShortNumber(header.detectorSpacing[0]) +
-                    " mm between rows, " + ShortNumber(header.detectorSpacing[1]) + " mm between columns")
-                .lengths = {header.detectorSpacing[0], header.detectorSpacing[1]};
-        } else if (!unknown.empty()) {
-            Add(FindingKind::SpacingUnknown, "the size of pixels is unknown" + OfSlices(unknown)).slices = unknown;
+        const std::string taken = BetweenRowsAndColumns(used.spacing);
+        if (used.hasSpacing) {
+            Calibration(used);
+            if (!unknown.empty()) {
+                Add(FindingKind::SpacingUnknown,
+                    "the size of pixels is unknown" + OfSlices(unknown) + "; that of the others is used: " + taken)
+                    .slices = std::move(unknown);
+            }
+        } else {
+            UnknownSpacing(used);
         }
         if (different.empty()) return;
         Finding& finding = Add(FindingKind::SpacingDiffers,
-                               "pixel spacing differs" + OfSlices(different) +
-                                   "; that of the first is used: " + ShortNumber(first.spacing[0]) +
-                                   " mm between rows, " + ShortNumber(first.spacing[1]) + " mm between columns");
+                               "pixel spacing differs" + OfSlices(different) + "; that of the first is used: " + taken);
         finding.slices = std::move(different);
-        finding.lengths = {first.spacing[0], first.spacing[1]};
+        finding.lengths = {used.spacing[0], used.spacing[1]};
+    }
+
+    static std::string BetweenRowsAndColumns(const std::array<double, 2>& spacing) {
+        return ShortNumber(spacing[0]) + " mm between rows, " + ShortNumber(spacing[1]) + " mm between columns";
+    }
+
+    /// What a known size is worth.
+    void Calibration(const FramePlace& used) {
+        const ImageHeader& header = m_Found.FirstFile(m_Series);
+        if (used.sizeOf == PixelSize::StatedAsDetector) {
+            Add(FindingKind::SpacingAtDetector, "the size of pixels is that at the detector, and not calibrated: " +
+                                                    BetweenRowsAndColumns(used.spacing))
+                .lengths = {used.spacing[0], used.spacing[1]};
+        } else if (used.sizeOf == PixelSize::Region) {
+            Add(FindingKind::SpacingCalibrated,
+                "the size of pixels is that of the ultrasound regions: " + BetweenRowsAndColumns(used.spacing))
+                .lengths = {used.spacing[0], used.spacing[1]};
+        } else if (!header.calibration.empty()) {
+            Add(FindingKind::SpacingCalibrated, "the size of pixels is calibrated by " + header.calibration + ": " +
+                                                    BetweenRowsAndColumns(used.spacing) +
+                                                    "; it holds at that depth alone")
+                .lengths = {used.spacing[0], used.spacing[1]};
+        }
+    }
+
+    void UnknownSpacing(const FramePlace& used) {
+        const std::string shape =
+            used.spacing[0] == 1 ? ""
+                                 : "; pixels are taken as " + ShortNumber(used.spacing[0]) + " times as high as wide";
+        if (used.sizeOf == PixelSize::Detector) {
+            const std::array<double, 2>& detector = m_Found.FirstFile(m_Series).detectorSpacing;
+            Add(FindingKind::SpacingAtDetector,
+                "the size of pixels is known at the detector alone: " + BetweenRowsAndColumns(detector) + shape)
+                .lengths = {detector[0], detector[1]};
+        } else {
+            Finding& finding = Add(FindingKind::SpacingUnknown, "the size of pixels is unknown" + shape);
+            for (std::size_t i = 0; i < m_Series.slices.size(); ++i) finding.slices.push_back(i);
+        }
     }
 
     static bool IsSame(double a, double b) { return std::fabs(a - b) <= kPixelTolerance * std::fabs(a); }
@@ -281,11 +337,10 @@ private:
             return place.slope != first.slope || place.intercept != first.intercept;
         });
         if (differs) Add(FindingKind::RescaleDiffers, "rescale slope or intercept differ from slice to slice");
-        if (first.hasSpacing && std::fabs(first.spacing[0] - first.spacing[1]) > kPixelTolerance * first.spacing[0]) {
-            Add(FindingKind::PixelsNotSquare, "pixels are not square: " + ShortNumber(first.spacing[0]) +
-                                                  " mm between rows, " + ShortNumber(first.spacing[1]) +
-                                                  " mm between columns")
-                .lengths = {first.spacing[0], first.spacing[1]};
+        const FramePlace& sized = m_Found.SizedPlaceOf(m_Series.slices);
+        if (sized.hasSpacing && !IsSame(sized.spacing[0], sized.spacing[1])) {
+            Add(FindingKind::PixelsNotSquare, "pixels are not square: " + BetweenRowsAndColumns(sized.spacing))
+                .lengths = {sized.spacing[0], sized.spacing[1]};
         }
     }
 

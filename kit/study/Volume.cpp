@@ -60,11 +60,11 @@ bool Volume::HasPositions() const {
 }
 
 bool Volume::HasSpacing() const {
-    return m_pData->places.front().hasSpacing;
+    return m_pData->GetSeriesVolume().GetPlace().hasSpacing;
 }
 
 Volume::Vector Volume::GetSpacing() const {
-    const std::array<double, 2>& pixels = m_pData->places.front().spacing;
+    const std::array<double, 2>& pixels = m_pData->GetSeriesVolume().GetPlace().spacing;
     return {pixels[1], pixels[0], m_pData->distance};
 }
 
