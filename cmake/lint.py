@@ -52,7 +52,7 @@ ARROWS = {
     "media": ["series", *MIDDLE],
     **{room: [*(f"kit/{name}" for name in names), *LIBRARY] for room, names in KIT.items()},
 }
-OUTSIDERS = ["codecs", "host", "examples", "tests", "bench"]  # on <Korvane/...> only
+OUTSIDERS = ["codecs", "host", "python", "examples", "tests", "bench"]  # on <Korvane/...> only
 FOREIGN = {"export": ["ftplib.h"], "codecs": ["jpeglib.h", "openjpeg.h"]}  # and who may include them
 
 SOURCE_SUFFIXES = {".cpp", ".h", ".H", ".hpp", ".inc"}

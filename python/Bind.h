@@ -1,0 +1,33 @@
+// The parts of the Python module, one for each room of the Kit.
+#pragma once
+
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <pybind11/pybind11.h>
+
+void BindErrors(pybind11::module_& module);
+void BindSeries(pybind11::module_& module);
+void BindVolume(pybind11::module_& module);
+void BindPictures(pybind11::module_& module);
+void BindDataSet(pybind11::module_& module);
+void BindJobs(pybind11::module_& module);
+
+/// A path: a text or any object with `__fspath__`.
+std::string PathOf(const pybind11::handle& path);
+/// One path, or an iterable of them.
+std::vector<std::string> PathsOf(const pybind11::object& paths);
+/// A JSON text as Python's dictionaries and lists.
+pybind11::object FromJson(const std::string& json);
+/// A word as the value that stands for it; `what` names it in the ValueError.
+template <class Value>
+Value Choose(const std::string& word, std::initializer_list<std::pair<const char*, Value>> values, const char* what) {
+    std::string known;
+    for (const auto& [name, value] : values) {
+        if (word == name) return value;
+        known += (known.empty() ? "'" : ", '") + std::string(name) + "'";
+    }
+    throw pybind11::value_error(std::string(what) + " is one of " + known);
+}

@@ -1,0 +1,115 @@
+#include "Bind.h"
+#include "Calls.h"
+
+#include <array>
+#include <optional>
+
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+
+namespace py = pybind11;
+using korvane::SliceOptions;
+using korvane::SlicePicture;
+
+namespace {
+
+// What `slice` was asked for; members as SliceOptions, in Python's words.
+struct Wanted {
+    std::string view, interpolation, slabMode;
+    std::optional<int> index;
+    std::optional<std::array<double, 3>> point, normal, up;
+    std::optional<std::pair<double, double>> window;
+    double slab, pixelSize;
+    bool annotate;
+};
+
+SliceOptions OptionsOf(const Wanted& wanted) {
+    SliceOptions options;
+    using korvane::Interpolation, korvane::SlabMode, korvane::View;
+    options.view = Choose<View>(
+        wanted.view, {{"axial", View::Axial}, {"coronal", View::Coronal}, {"sagittal", View::Sagittal}}, "view");
+    options.interpolation = Choose<Interpolation>(
+        wanted.interpolation,
+        {{"nearest", Interpolation::Nearest}, {"linear", Interpolation::Linear}, {"shaped", Interpolation::Shaped}},
+        "interpolation");
+    options.slabMode = Choose<SlabMode>(
+        wanted.slabMode, {{"mean", SlabMode::Mean}, {"maximum", SlabMode::Maximum}, {"minimum", SlabMode::Minimum}},
+        "slab_mode");
+    if (wanted.normal) {
+        options.view.reset();
+        options.plane = {wanted.point, *wanted.normal, wanted.up};
+    } else if (wanted.point || wanted.up) {
+        throw py::value_error("point and up go with a normal");
+    }
+    options.index = wanted.index;
+    if (wanted.window) options.window = korvane::Window{wanted.window->first, wanted.window->second};
+    options.slab = wanted.slab;
+    options.pixelSize = wanted.pixelSize;
+    options.annotate = wanted.annotate;
+    return options;
+}
+
+SlicePicture SliceOf(const korvane::Volume& volume, const Wanted& wanted, const py::object& progress) {
+    SliceOptions options = OptionsOf(wanted);
+    return Run(progress, [&](korvane::Watcher& watcher) {
+        auto own = options;
+        own.watcher = &watcher;
+        return korvane::Slice(volume, own);
+    });
+}
+
+// Shares the pixels, which live as long as the picture.
+py::array ArrayOf(const py::object& self) {
+    const auto& picture = self.cast<const SlicePicture&>().picture;
+    const auto height = static_cast<std::size_t>(picture.GetHeight()),
+               width = static_cast<std::size_t>(picture.GetWidth());
+    py::array array(py::dtype::of<std::uint8_t>(), std::vector<std::size_t>{height, width}, picture.GetPixels(), self);
+    array.attr("setflags")(py::arg("write") = false);
+    return array;
+}
+
+void Save(const SlicePicture& self, const py::object& path) {
+    const std::string name = PathOf(path);
+    const py::gil_scoped_release unlocked;
+    korvane::SavePng(self.picture, name, self.report.pixelSize);
+}
+
+}  // namespace
+
+void BindPictures(py::module_& module) {
+    py::class_<SlicePicture>(module, "Picture", "A picture of a plane, and what it shows. Notebooks draw it.")
+        .def_property_readonly("array", ArrayOf, "(height, width) of 8 bits, 0 is black; not copied, read-only.")
+        .def_property_readonly("what", [](const SlicePicture& self) { return self.report.what; })
+        .def_property_readonly(
+            "right", [](const SlicePicture& self) { return self.report.right; },
+            "Patient directions of the right edge: letters of L R P A H F.")
+        .def_property_readonly("below", [](const SlicePicture& self) { return self.report.below; })
+        .def_property_readonly(
+            "values", [](const SlicePicture& self) { return self.report.values; }, "Where grey values come from.")
+        .def_property_readonly(
+            "pixel_size", [](const SlicePicture& self) { return self.report.pixelSize; }, "Millimetres.")
+        .def("save", Save, py::arg("path"), "Writes a PNG file, whole or not at all.");
+
+    auto volume = static_cast<py::class_<korvane::Volume, std::shared_ptr<korvane::Volume>>>(module.attr("Volume"));
+    volume.def(
+        "slice",
+        [](const korvane::Volume& self, const std::string& view, std::optional<int> index,
+           std::optional<std::array<double, 3>> normal, std::optional<std::array<double, 3>> point,
+           std::optional<std::array<double, 3>> up, std::optional<std::pair<double, double>> window,
+           const std::string& interpolation, double slab, const std::string& slabMode, double pixelSize, bool annotate,
+           const py::object& progress) {
+            const Wanted wanted = {view, interpolation, slabMode, index,     point,   normal,
+                                   up,   window,        slab,     pixelSize, annotate};
+            return SliceOf(self, wanted, progress);
+        },
+        py::arg("view") = "axial", py::arg("index") = py::none(), py::kw_only(), py::arg("normal") = py::none(),
+        py::arg("point") = py::none(), py::arg("up") = py::none(), py::arg("window") = py::none(),
+        py::arg("interpolation") = "linear", py::arg("slab") = 0.0, py::arg("slab_mode") = "mean",
+        py::arg("pixel_size") = 0.0, py::arg("annotate") = false, py::arg("progress") = py::none(),
+        R"(Draws a plane as a Picture, in radiological convention.
+
+view: 'axial', 'coronal' or 'sagittal', and index, from 0 (None: the middle one); or normal, with point and up, in patient
+millimetres (LPS). window: (centre, width) of real values; None for that of the series, else a fitting one.
+interpolation: 'nearest', 'linear', 'shaped'. slab: millimetres across the plane that are taken together by slab_mode
+('mean', 'maximum', 'minimum'). pixel_size: millimetres.)");
+}
