@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../core/ExportOutput.h"
+#include "../core/Finding.h"
 #include "../core/KitExport.h"
 #include "../core/Watcher.h"
 #include "../study/SeriesChoice.h"
@@ -17,11 +18,11 @@ namespace korvane {
 class Series;
 class Volume;
 
-/// What becomes of a series whose planes are not even, or whose positions repeat.
+/// What becomes of a series whose planes are not even or lie sideways of each other, or whose positions repeat.
 enum class Irregular {
     Keep,      ///< the planes as they are, of the first of several volumes
-    Reject,    ///< nothing: an `Error` of kind `Irregular`, which names the gaps
-    Resample,  ///< evenly spaced planes in their place
+    Reject,    ///< nothing: an `Error` of kind `Irregular`, which names the gaps and the tilt
+    Resample,  ///< evenly spaced planes in their place, straight above each other
     Split,     ///< a volume for each set of repeated positions, and for each evenly spaced run of planes in it
 };
 
@@ -63,6 +64,8 @@ struct ExportedVolume {
     std::string stored{};                            ///< such as "signed 16-bit"
     long long smallest = 0;                          ///< stored values
     long long largest = 0;
+    unsigned long long filled = 0;  ///< voxels of a straightened volume that no plane has data for
+    double fill = 0;                ///< what they have: a stored value
     ValueMapping values{};
     std::vector<ExportOutput> outputs{};
 };
@@ -89,6 +92,8 @@ struct ExportReport {
     std::string modality{};
     std::string description{};
     std::vector<std::string> warnings{};  ///< what is odd about the series
+    /// The same, and what the files get wrong or were given: facts to branch on.
+    std::vector<Finding> findings{};
     std::vector<LeftOut> leftOut{};
     std::vector<ExportedVolume> volumes{};
 };

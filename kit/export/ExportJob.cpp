@@ -1,6 +1,7 @@
 #include "ExportJob.h"
 
 #include "../core/Error.h"
+#include "../study/SeriesWarnings.h"
 #include "ExportReport.h"
 #include "VoxelFile.h"
 
@@ -124,7 +125,7 @@ void ExportJob::ReportFailure(const std::string& text) {
 }
 
 void ExportJob::Export(SeriesVolume& series) {
-    const ExportPlan plan = MakePlan(series, m_Options.irregular, m_Format.HoldsTimes());
+    const ExportPlan plan = MakePlan(series, m_Options.irregular, m_Format);
     AddSeries(m_Report, series, plan);
     std::size_t slices = plan.parts.size() == 1 ? series.GetSliceCount() : 0;
     for (const ExportPart& part : plan.parts) slices = std::max(slices, part.slices.size());
@@ -154,16 +155,25 @@ void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
     for (const ExportPart& part : plan.parts) ExportOne(series, part, plan.resample);
 }
 
-void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, bool resample) {
+void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, Resampling resample) {
     const std::size_t firstOutput = m_Files->GetOutputs().size();
     ExportedVolume volume =
         m_Format.IsOfModule() ? WriteByModule(series, part, resample) : WriteVoxels(series, part, resample);
     const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
+    if (volume.filled > 0) TellFilled(volume, FindPadding(series).has_value());
     volume.outputs.assign(outputs.begin() + static_cast<std::ptrdiff_t>(firstOutput), outputs.end());
     m_Report.volumes.push_back(std::move(volume));
 }
 
-ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& part, bool resample) {
+void ExportJob::TellFilled(const ExportedVolume& volume, bool isPadding) {
+    Finding finding{.kind = FindingKind::VoxelsFilled, .count = static_cast<std::size_t>(volume.filled)};
+    finding.text = std::to_string(volume.filled) + " voxels without data have the stored value " +
+                   ShortNumber(volume.fill) + (isPadding ? ", Pixel Padding Value" : ", the lowest there is");
+    m_Watch.Tell(finding);
+    m_Report.findings.push_back(std::move(finding));
+}
+
+ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample) {
     if (!m_pWriter) m_pWriter = m_Files->MakeWriter();
     ExportOptions options = m_Options;
     options.compress = m_bCompress;
@@ -180,12 +190,14 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
     return volume;
 }
 
-ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, bool resample) {
+ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample) {
     series.Load(part.slices);
     EvenPlanes even;
     if (resample) {
-        even.PutInto(series.GetAssembled(), m_Watch);
-        m_Format.Check(series, static_cast<std::size_t>(series.GetVolume().GetPlaneCount()));
+        even.PutInto(series.GetAssembled(), resample, FindPadding(series), m_Watch);
+        int dim[4];
+        series.GetVolume().GetDimensions(dim);
+        m_Format.Check(series, static_cast<std::size_t>(*std::max_element(dim, dim + 3)));
     }
     if (!m_pExporter) {
         m_pExporter = m_Format.MakeExporter();
@@ -195,6 +207,8 @@ ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& 
     Save(series.GetVolume(), m_Destination.name + part.suffix);
     ExportedVolume volume = DescribeVolume(series, part, m_Format.IsLastFirst());
     volume.values = DescribeValues(m_Format, *m_pExporter, series, part.slices);
+    volume.filled = even.CountFilled();
+    volume.fill = even.GetFill();
     return volume;
 }
 

@@ -33,10 +33,11 @@ private:
     void Export(SeriesVolume& series);
     void OpenFiles();
     void ExportParts(SeriesVolume& series, const ExportPlan& plan);
-    void ExportOne(SeriesVolume& series, const ExportPart& part, bool resample);
-    ExportedVolume WriteByModule(SeriesVolume& series, const ExportPart& part, bool resample);
+    void ExportOne(SeriesVolume& series, const ExportPart& part, Resampling resample);
+    ExportedVolume WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample);
     void Save(CVolume& volume, const std::string& name);
-    ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, bool resample);
+    ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
+    void TellFilled(const ExportedVolume& volume, bool isPadding);
     [[noreturn]] void ThrowUnsaved(CFileWriter& writer);
     void Finish();
     void CheckReportFile();

@@ -1,6 +1,7 @@
 #include "ExportReport.h"
 
 #include "../core/TextEncoding.h"
+#include "../study/FindingJson.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
 #include "ExportFormat.h"
@@ -113,6 +114,7 @@ Json JsonOf(const ExportedVolume& volume) {
                           {"scale", volume.values.scale},
                           {"shift", volume.values.shift},
                           {"remarks", Texts(volume.values.remarks)}};
+    if (volume.filled > 0) json["filled"] = Json{{"voxels", volume.filled}, {"value", volume.fill}};
     json["outputs"] = Json::array();
     for (const ExportOutput& output : volume.outputs) {
         char crc[16];
@@ -128,6 +130,8 @@ void AddSeriesJson(Json& json, const ExportReport& report) {
     json["series"] =
         Json{{"uid", Text(report.uid)}, {"modality", Text(report.modality)}, {"description", Text(report.description)}};
     json["warnings"] = Texts(report.warnings);
+    json["findings"] = Json::array();
+    for (const Finding& finding : report.findings) json["findings"].push_back(JsonOf(finding));
     json["leftOut"] = Json::array();
     for (const ExportReport::LeftOut& file : report.leftOut) {
         json["leftOut"].push_back(Json{{"file", Text(file.file)}, {"why", Text(file.why)}});
@@ -166,6 +170,8 @@ void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPla
     report.modality = header.modality;
     report.description = header.description;
     for (const Finding& finding : series.GetSeries().findings) report.warnings.push_back(finding.text);
+    report.findings = series.GetSeries().findings;
+    report.findings.insert(report.findings.end(), plan.errors.begin(), plan.errors.end());
     report.leftOut = FindLeftOut(series, plan.parts);
 }
 

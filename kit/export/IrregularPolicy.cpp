@@ -5,14 +5,20 @@
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
 
+#include "base/Bytes.h"
 #include "slicing/CVolumeReformatter.h"
+#include "slicing/StraightStack.h"
 #include "volume/CImagePlane.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace korvane {
 
 namespace {
+
+constexpr Tag kPixelPadding = MakeTag(0x0028, 0x0120);
+constexpr double kOnLine = 0.05;  // millimetres; rounded positions stay below
 
 SeriesGeometry StudySlices(const FoundFiles& found, const std::vector<SliceRef>& slices) {
     std::vector<FramePlace> places;
@@ -30,7 +36,8 @@ std::string DescribeGap(const FoundFiles& found, const std::vector<SliceRef>& sl
 
 class Planner {
 public:
-    explicit Planner(const SeriesVolume& series) : m_Series(series), m_Sets(series.GetSets().volumes) {
+    Planner(const SeriesVolume& series, const ExportFormat& format)
+        : m_Series(series), m_Format(format), m_Sets(series.GetSets().volumes) {
         m_bSeveral = m_Sets.size() > 1 && !series.IsVolumeChosen();
         if (m_bSeveral) {
             m_Plan.found.push_back("repeated positions: " + std::to_string(m_Sets.size()) + " volumes, told apart by " +
@@ -38,11 +45,11 @@ public:
         }
     }
 
-    ExportPlan Keep(bool times) {
+    ExportPlan Keep() {
         AddFirst();
-        if (m_bSeveral && times) KeepTimes();
+        if (m_bSeveral && m_Format.HoldsTimes()) KeepTimes();
         if (m_bSeveral) Do("took volume 1; choose with --volume, or take all with --irregular split");
-        if (m_bGaps) Do("kept the planes as they are; the header has one distance for all, their mean");
+        KeepPlanes();
         return std::move(m_Plan);
     }
 
@@ -58,7 +65,8 @@ public:
         AddFirst();
         if (m_bSeveral) Do("took volume 1; choose with --volume");
         if (m_bGaps) Do("resampled along z to evenly spaced planes");
-        m_Plan.resample = m_bGaps;
+        if (m_bSheared) Do("moved the rows within the planes, so that the volume is straight");
+        m_Plan.resample = {m_bGaps, m_bSheared};
         return std::move(m_Plan);
     }
 
@@ -67,6 +75,7 @@ public:
         for (std::size_t i = 0; i < m_Sets.size(); ++i) {
             if (m_bSeveral || i == only) SplitSet(i);
         }
+        KeepPlanes();
         if (m_Plan.parts.size() < 2) return std::move(m_Plan);
         for (std::size_t i = 0; i < m_Plan.parts.size(); ++i) m_Plan.parts[i].suffix = "-" + std::to_string(i + 1);
         Do("split into " + std::to_string(m_Plan.parts.size()) + " outputs");
@@ -85,8 +94,45 @@ private:
         for (const SeriesGeometry::Gap& gap : geometry.uneven) {
             m_Plan.found.push_back(DescribeGap(m_Series.GetFound(), m_Sets[set], geometry, gap));
         }
-        m_bGaps = m_bGaps || !geometry.uneven.empty();
+        if (geometry.uneven.empty() && IsUneven(geometry)) {
+            m_Plan.found.push_back("planes up to " + ShortNumber(geometry.offEven) + " mm beside evenly spaced ones");
+        }
+        m_bGaps = m_bGaps || IsUneven(geometry);
+        const std::array<double, 2>& pixel = m_Series.GetFound().SizedPlaceOf(m_Sets[set]).spacing;
+        if (IsSheared(geometry, std::min(pixel[0], pixel[1]))) {
+            m_Plan.found.push_back("planes up to " + ShortNumber(geometry.sideways) + " mm sideways of each other, " +
+                                   ShortNumber(geometry.tilt) + " degrees off their normal");
+            m_bSheared = true;
+        }
+        m_OffEven = std::max(m_OffEven, geometry.offEven);
+        m_Sideways = std::max(m_Sideways, geometry.sideways);
+        m_OffLine = std::max(m_OffLine, geometry.shift);
         return geometry;
+    }
+
+    /// What a file of the planes as they are gets wrong.
+    void KeepPlanes() {
+        if (m_bGaps && !m_bCut) {
+            Err(FindingKind::PlanesMoved, {m_OffEven},
+                "kept the planes as they are; the header has one distance for all, their mean: they lie up to " +
+                    ShortNumber(m_OffEven) + " mm beside their places");
+        }
+        if (!m_bSheared) return;
+        const std::string sheared =
+            "kept the planes as they are: the file is sheared by " + ShortNumber(m_Sideways) + " mm";
+        if (!m_Format.HoldsTilt()) {
+            Err(FindingKind::FileSheared, {m_Sideways, m_Sideways}, sheared);
+        } else if (m_OffLine > kOnLine) {
+            Err(FindingKind::FileSheared, {m_Sideways, m_OffLine},
+                sheared + ", and planes lie up to " + ShortNumber(m_OffLine) + " mm beside where its header says");
+        } else {
+            Err(FindingKind::FileSheared, {m_Sideways, 0}, sheared + ", as its header says");
+        }
+    }
+
+    void Err(FindingKind kind, std::vector<double> lengths, const std::string& text) {
+        m_Plan.errors.push_back({.kind = kind, .lengths = std::move(lengths), .text = text});
+        Do(text);
     }
 
     /// Echoes are no times: their images mean different things.
@@ -98,8 +144,36 @@ private:
         m_Plan.parts.front().what =
             std::to_string(m_Sets.size()) + " volumes, told apart by " + m_Series.GetSets().order;
         m_Plan.parts.front().later.assign(m_Sets.begin() + 1, m_Sets.end());
-        m_Plan.found.clear();
+        m_Plan.found.erase(m_Plan.found.begin());  // that positions repeat
         m_bSeveral = false;
+        const double apart = FindLargestMove();
+        if (apart <= kOnLine) return;
+        m_Plan.found.push_back("volumes that lie beside each other");
+        Err(FindingKind::PlanesMoved, {apart},
+            "the file has the positions of its first volume; the others lie up to " + ShortNumber(apart) +
+                " mm beside it");
+    }
+
+    /// Of the planes of later volumes against those of the first.
+    double FindLargestMove() const {
+        double largest = 0;
+        const std::vector<std::array<double, 3>> first = PositionsOf(m_Sets.front());
+        for (const auto& set : m_Sets) {
+            const std::vector<std::array<double, 3>> other = PositionsOf(set);
+            for (std::size_t k = 0; k < std::min(first.size(), other.size()); ++k) {
+                largest = std::max(largest, std::hypot(other[k][0] - first[k][0], other[k][1] - first[k][1],
+                                                       other[k][2] - first[k][2]));
+            }
+        }
+        return largest;
+    }
+
+    std::vector<std::array<double, 3>> PositionsOf(const std::vector<SliceRef>& set) const {
+        std::vector<std::array<double, 3>> positions;
+        for (const auto& stack : StudySlices(m_Series.GetFound(), set).stacks) {
+            positions.push_back(m_Series.GetFound().PlaceOf(set[stack.front()]).position);
+        }
+        return positions;
     }
 
     void AddFirst() {
@@ -110,6 +184,7 @@ private:
 
     void SplitSet(std::size_t set) {
         const SeriesGeometry geometry = Judge(set);
+        m_bCut = true;
         if (geometry.uneven.empty()) {
             m_Plan.parts.push_back({"", NameOfSet(set), m_Sets[set]});
             return;
@@ -130,31 +205,55 @@ private:
     }
 
     const SeriesVolume& m_Series;
+    const ExportFormat& m_Format;
     const std::vector<std::vector<SliceRef>>& m_Sets;
     bool m_bSeveral = false;
     bool m_bGaps = false;
+    bool m_bCut = false;  // into even runs
+    bool m_bSheared = false;
+    double m_OffEven = 0;
+    double m_Sideways = 0;
+    double m_OffLine = 0;
     ExportPlan m_Plan;
 };
 
 }  // namespace
 
-ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, bool times) {
-    Planner planner(series);
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format) {
+    Planner planner(series, format);
     switch (policy) {
     case Irregular::Reject: return planner.Reject();
     case Irregular::Resample: return planner.Resample();
     case Irregular::Split: return planner.Split();
     case Irregular::Keep: break;
     }
-    return planner.Keep(times);
+    return planner.Keep();
+}
+
+std::optional<double> FindPadding(SeriesVolume& series) {
+    const VR* const element = FindElement(series.GetFirstDataSet(), kPixelPadding);
+    if (element == nullptr || element->m_Length != sizeof(std::uint16_t) || element->m_pData == nullptr) return {};
+    const auto stored = platform::LoadLittle<std::uint16_t>(element->m_pData);
+    if (series.GetHeader().form.isSigned) return static_cast<std::int16_t>(stored);
+    return stored;
 }
 
 EvenPlanes::~EvenPlanes() {
     if (m_pEven != nullptr) m_pEven->Delete();
 }
 
-void EvenPlanes::PutInto(CDicomVolume& assembled, const Watch& watch) {
+void EvenPlanes::PutInto(CDicomVolume& assembled, Resampling how, std::optional<double> fill, const Watch& watch) {
     CVolume& volume = *assembled.GetVolume();
+    if (how.sideways) {
+        Straighten(volume, how.along, fill);
+    } else {
+        Resample(volume, watch);
+    }
+    watch.StopIfAsked();
+    Replace(assembled);
+}
+
+void EvenPlanes::Resample(CVolume& volume, const Watch& watch) {
     CVolumeReformatter reformatter;
     {
         TaskProgress progress(watch, "resampling", reformatter.GetPlaneCount(volume, VP_XY));
@@ -165,6 +264,20 @@ void EvenPlanes::PutInto(CDicomVolume& assembled, const Watch& watch) {
     if (m_pEven == nullptr) {
         throw Error(ErrorKind::Unsupported, "cannot resample the volume: " + reformatter.GetError());
     }
+}
+
+void EvenPlanes::Straighten(CVolume& volume, bool along, std::optional<double> fill) {
+    StraightenReport report;
+    m_pEven = StraightenStack(volume, {.m_Fill = fill, .m_bEvenZ = along}, report);
+    if (m_pEven == nullptr) {
+        throw Error(ErrorKind::Unsupported, "cannot straighten the volume: " + report.m_Error);
+    }
+    m_Filled = report.m_nFilled;
+    m_Fill = report.m_Fill;
+}
+
+void EvenPlanes::Replace(CDicomVolume& assembled) const {
+    CVolume& volume = *assembled.GetVolume();
     int dim[4];
     float space[4];
     float origin[4];

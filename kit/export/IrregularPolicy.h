@@ -4,7 +4,9 @@
 #include "../core/Watch.h"
 #include "../study/FoundFiles.h"
 #include "Export.h"
+#include "ExportFormat.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,19 +25,31 @@ struct ExportPart {
     std::vector<std::vector<SliceRef>> later{};  ///< the volumes behind it, as times of the same file
 };
 
+/// What is made of a volume before it is written.
+struct Resampling {
+    bool along = false;     ///< planes at even distances in place of uneven ones
+    bool sideways = false;  ///< planes that lie beside each other are moved onto one straight grid
+
+    explicit operator bool() const { return along || sideways; }
+};
+
 struct ExportPlan {
     std::vector<ExportPart> parts;   ///< at least one
     std::vector<std::string> found;  ///< what is irregular, one line each; none for what is regular
     std::string done;                ///< what the policy makes of it; "" where nothing was found
-    bool resample = false;
+    std::vector<Finding> errors;     ///< what is not where the file says, with the size of the error
+    Resampling resample;
 };
 
 /// A volume that `--volume` chooses is judged alone. Throws `Error`, which names the gaps, when the policy rejects.
-/// `times`: a file may hold several volumes. Those that were told apart by time, and have a slice at each position, then are
-/// kept together.
-ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, bool times);
+/// Where a file of the format may hold several volumes, those that were told apart by time, and have a slice at each
+/// position, are kept together.
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format);
 
-/// A volume's planes resampled evenly along z (CVolumeReformatter).
+/// Pixel Padding Value (PS3.3 C.7.5.1.1.2) as a stored value; none where there is none.
+std::optional<double> FindPadding(SeriesVolume& series);
+
+/// A volume's planes resampled evenly along z (CVolumeReformatter), or straightened too (StraightenStack).
 class EvenPlanes {
 public:
     EvenPlanes() = default;
@@ -44,11 +58,21 @@ public:
     EvenPlanes& operator=(const EvenPlanes&) = delete;
 
     /// Puts new planes into the volume of `assembled`, whose voxels then belong to this object, and as many data sets
-    /// behind them, with the new distance for their Slice Thickness. Once only. Throws `Error`.
-    void PutInto(CDicomVolume& assembled, const Watch& watch);
+    /// behind them, with the new distance for their Slice Thickness. `fill`: for voxels that straightening has no data for,
+    /// else the lowest value. Once only. Throws `Error`.
+    void PutInto(CDicomVolume& assembled, Resampling how, std::optional<double> fill, const Watch& watch);
+
+    unsigned long long CountFilled() const { return m_Filled; }
+    double GetFill() const { return m_Fill; }
 
 private:
+    void Resample(CVolume& volume, const Watch& watch);
+    void Straighten(CVolume& volume, bool along, std::optional<double> fill);
+    void Replace(CDicomVolume& assembled) const;
+
     CVolume* m_pEven = nullptr;
+    unsigned long long m_Filled = 0;
+    double m_Fill = 0;
 };
 
 }  // namespace korvane

@@ -53,18 +53,25 @@ void ToReal(const void* values, const Rescale& rescale, std::size_t count, std::
 VoxelFile::VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options)
     : m_Series(series), m_Format(format), m_Options(options), m_Watch(options.watcher) {}
 
-ExportedVolume VoxelFile::Write(const ExportPart& part, bool resample, CFileWriter& writer, const std::string& path) {
+ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFileWriter& writer,
+                                const std::string& path) {
     const bool gzip = m_Options.compress && m_Format.CanCompress();
     ExportedVolume entry;
     std::unique_ptr<ByteStream> stream;
     bool written = true;
+    std::optional<double> fill;
+    unsigned long long filled = 0;
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
         m_Series.Load(time == 0 ? part.slices : part.later[time - 1]);
         EvenPlanes even;
-        if (resample) even.PutInto(m_Series.GetAssembled(), m_Watch);
+        if (time == 0) fill = FindPadding(m_Series);
+        if (resample) even.PutInto(m_Series.GetAssembled(), resample, fill, m_Watch);
+        filled += even.CountFilled();
         if (time == 0) {
             entry = DescribeVolume(m_Series, part, false);
-            ReadGrid(part, resample, entry);
+            entry.fill = even.GetFill();
+            if (even.CountFilled() > 0) fill = entry.fill;  // the same in all times
+            ReadGrid(part, static_cast<bool>(resample), entry);
             if (!writer.Open((path + m_Format.GetExtension(gzip)).c_str(), "wb")) return entry;
             stream = gzip ? std::make_unique<GzipStream>(writer, m_Options.jobs, m_Watch)
                           : std::make_unique<ByteStream>(writer);
@@ -81,6 +88,7 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, bool resample, CFileWrit
     if (written) stream->End();
     writer.Close();
     entry.times = m_Grid.size[3];
+    entry.filled = filled;
     entry.values = DescribeValues();
     return entry;
 }

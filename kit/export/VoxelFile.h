@@ -22,7 +22,7 @@ public:
 
     /// Reads the volumes of a part and writes them. `path` is without extension. What the writer did not take is told by
     /// its files. Throws `Error`.
-    ExportedVolume Write(const ExportPart& part, bool resample, CFileWriter& writer, const std::string& path);
+    ExportedVolume Write(const ExportPart& part, Resampling resample, CFileWriter& writer, const std::string& path);
 
 private:
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);

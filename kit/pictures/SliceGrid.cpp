@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <vector>
 
 namespace korvane {
 
@@ -22,6 +23,14 @@ constexpr double kOnPlane = 1e-4;           // millimetres
 
 double Dot(const Vector& a, const Vector& b) {
     return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+Vector Plus(const Vector& a, const Vector& b) {
+    return {a[0] + b[0], a[1] + b[1], a[2] + b[2]};
+}
+
+Vector Times(const Vector& v, double factor) {
+    return {v[0] * factor, v[1] * factor, v[2] * factor};
 }
 
 Vector Minus(const Vector& a, const Vector& b) {
@@ -54,6 +63,7 @@ void SetPixels(DcmObliqueSlice& slice, double width, double height, double pixel
 struct Box {
     Vector low = {0, 0, 0};
     Vector high = {0, 0, 0};
+    std::vector<double> levels;  // of all planes along z, ascending
 
     explicit Box(CVolume& volume) {
         int dim[4];
@@ -61,34 +71,38 @@ struct Box {
         volume.GetDimensions(dim);
         volume.GetSpacing(space);
         high = {(dim[0] - 1) * static_cast<double>(space[0]), (dim[1] - 1) * static_cast<double>(space[1]), 0};
-        for (int plane = 1; plane < dim[2]; ++plane) {
-            const double z = static_cast<double>(volume.GetPlane(plane)->m_Org[2]) - volume.GetPlane(0)->m_Org[2];
-            low[2] = std::min(low[2], z);
-            high[2] = std::max(high[2], z);
+        for (int plane = 0; plane < dim[2]; ++plane) {
+            levels.push_back(static_cast<double>(volume.GetPlane(plane)->m_Org[2]) - volume.GetPlane(0)->m_Org[2]);
         }
+        std::sort(levels.begin(), levels.end());
+        low[2] = levels.front();
+        high[2] = levels.back();
     }
 
     Vector Middle() const { return {(low[0] + high[0]) / 2, (low[1] + high[1]) / 2, (low[2] + high[2]) / 2}; }
-
-    Vector Corner(unsigned number) const {
-        return {(number & 1) != 0 ? high[0] : low[0], (number & 2) != 0 ? high[1] : low[1],
-                (number & 4) != 0 ? high[2] : low[2]};
-    }
 };
 
-/// How far the cut of a plane through a box reaches from the picture's middle. False when there is none.
+/// How far the cut of a plane through a stack reaches from the picture's middle, in patient millimetres: planes may lie
+/// sideways of each other. False when there is none.
 class Cut {
 public:
     explicit Cut(const DcmObliqueSlice& slice)
-        : m_Centre(slice.GetCentre()), m_Row(slice.GetRow()), m_Column(slice.GetColumn()), m_Normal(slice.GetNormal()) {
-    }
+        : m_Slice(slice), m_Centre(slice.VolToDicom(slice.GetCentre())), m_Row(slice.DirectionToDicom(slice.GetRow())),
+          m_Column(slice.DirectionToDicom(slice.GetColumn())), m_Normal(slice.DirectionToDicom(slice.GetNormal())) {}
 
     bool Find(const Box& box) {
-        for (unsigned corner = 0; corner < 8; ++corner) {
-            for (const unsigned axis : {1U, 2U, 4U}) {
-                if ((corner & axis) == 0)
-                    AddEdge(Minus(box.Corner(corner), m_Centre), Minus(box.Corner(corner | axis), m_Centre));
+        const Vector along = Times(m_Slice.DirectionToDicom({1, 0, 0}), box.high[0]);
+        const Vector across = Times(m_Slice.DirectionToDicom({0, 1, 0}), box.high[1]);
+        std::array<Vector, 4> below;
+        for (std::size_t level = 0; level < box.levels.size(); ++level) {
+            const Vector first = Minus(m_Slice.VolToDicom({0, 0, box.levels[level]}), m_Centre);
+            const std::array<Vector, 4> corners = {first, Plus(first, along), Plus(Plus(first, along), across),
+                                                   Plus(first, across)};
+            for (std::size_t i = 0; i < 4; ++i) {
+                AddEdge(corners[i], corners[(i + 1) % 4]);
+                if (level > 0) AddEdge(below[i], corners[i]);
             }
+            below = corners;
         }
         return m_bMet;
     }
@@ -119,6 +133,7 @@ private:
         m_AlongColumn = std::max(m_AlongColumn, std::fabs(Dot(point, m_Column)));
     }
 
+    const DcmObliqueSlice& m_Slice;
     Vector m_Centre;
     Vector m_Row;
     Vector m_Column;
@@ -161,7 +176,8 @@ void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double
     if (!slice.SetOrthogonal(view.raw.m_Plane, index, view.raw.m_bFlip1, view.raw.m_bFlip2)) {
         throw Error(ErrorKind::WrongArgument, slice.GetError());
     }
-    // What the slicer takes for z is the volume's table; the picture is to have the planes' own distance.
+    // What the slicer takes for z is the volume's table; the picture is to have the planes' own distance. Along the others it
+    // is as wide as planes that lie sideways of each other need.
     CVolume& volume = *slice.GetVolume();
     const Box box(volume);
     int dim[4];
@@ -172,9 +188,10 @@ void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double
     double smallest = HUGE_VAL;
     const int inPicture[2] = {axes.m_Horizontal, axes.m_Vertical};
     for (int i = 0; i < 2; ++i) {
-        const auto axis = static_cast<std::size_t>(inPicture[i]);
-        size[i] = box.high[axis] - box.low[axis];
-        if (size[i] > 0) smallest = std::min(smallest, size[i] / (dim[axis] - 1));
+        const bool isDepth = inPicture[i] == 2;
+        const double pixel = slice.GetPixelSize()[static_cast<std::size_t>(i)];
+        size[i] = isDepth ? box.high[2] - box.low[2] : ((i == 0 ? slice.GetWidth() : slice.GetHeight()) - 1) * pixel;
+        if (size[i] > 0) smallest = std::min(smallest, isDepth ? size[i] / (dim[2] - 1) : pixel);
     }
     if (pixelSize > 0) smallest = pixelSize;
     if (smallest == HUGE_VAL) smallest = slice.GetPixelSize()[0];

@@ -1,6 +1,7 @@
 #include "Find.h"
 
 #include "../core/TextEncoding.h"
+#include "FindingJson.h"
 #include "FoundFiles.h"
 #include "SeriesText.h"
 
@@ -70,18 +71,6 @@ void AddGeometry(const FoundFiles& found, const FoundSeries& series, Json& json)
     json["tiltDegrees"] = geometry.tilt;
 }
 
-Json OneFinding(const Finding& finding) {
-    Json json;
-    json["kind"] = WordOf(finding.kind);
-    json["text"] = Text(finding.text);
-    if (!finding.slices.empty()) json["slices"] = finding.slices;
-    if (!finding.files.empty()) json["files"] = Texts(finding.files);
-    if (!finding.lengths.empty()) json["lengths"] = finding.lengths;
-    if (!finding.angles.empty()) json["angles"] = finding.angles;
-    if (finding.count != 0) json["count"] = finding.count;
-    return json;
-}
-
 Json OneSeries(const FoundFiles& found, std::size_t index) {
     const FoundSeries& series = found.series[index];
     const ImageHeader& first = found.FirstFile(series);
@@ -109,7 +98,7 @@ Json OneSeries(const FoundFiles& found, std::size_t index) {
     Json findings = Json::array();
     for (const Finding& finding : series.findings) {
         warnings.push_back(Text(finding.text));
-        findings.push_back(OneFinding(finding));
+        findings.push_back(JsonOf(finding));
     }
     json["warnings"] = std::move(warnings);
     json["findings"] = std::move(findings);

@@ -22,6 +22,8 @@ void CheckRegular(const Series& series) {
         case FindingKind::PositionMissing:
         case FindingKind::MissingSlices:
         case FindingKind::UnevenGaps:
+        case FindingKind::ShiftedSideways:
+        case FindingKind::SpacingDiffers:
         case FindingKind::Tilt: throw Error(ErrorKind::Irregular, finding.text);
         default: break;
         }

@@ -1,12 +1,17 @@
 #!/usr/bin/env python3
 """Series that are irregular in one way each: what is made of them is right, refused, or told."""
 
+import json
+import pathlib
+import shutil
+import subprocess
+
 import numpy
 import pydicom
 from pydicom.uid import RLELossless
 
 import host_test
-from host_test import WORK, edited, info, korvane, phantom
+from host_test import SAMPLES, WORK, edited, info, korvane, phantom
 
 SMALL = ("--size", 16, "--slices", 6)
 
@@ -110,4 +115,223 @@ def claims():
         assert "compressed pixel data of" in err, err
 
 
-host_test.run(keys, positions, pixels, claims)
+def exported(folder, form, *options):
+    """(the report, what was said) of an export to WORK/vol."""
+    report = WORK / "report.json"
+    err = korvane("export", folder, "--format", form, "--to", f"file:{WORK}/vol", "--report", report, *options)[1]
+    report = json.loads(report.read_text())
+    report["kinds"] = {finding["kind"]: finding for finding in report["findings"]}
+    return report, err
+
+
+def nrrd():
+    """(voxels by plane, row, column; origin; the three steps): read without any library."""
+    header, _, data = (WORK / "vol.nrrd").read_bytes().partition(b"\n\n")
+    fields = dict(line.split(": ", 1) for line in header.decode().splitlines() if ": " in line)
+    def vectors(text):
+        return numpy.array([[float(x) for x in part.split(",")] for part in text.strip("() ").replace(") (", ")(").split(")(")])
+    kind = {"short": "<i2", "unsigned short": "<u2", "int16": "<i2", "uint16": "<u2"}[fields["type"]]
+    sizes = [int(size) for size in fields["sizes"].split()]
+    return (numpy.frombuffer(data, kind).reshape(sizes[::-1]), vectors(fields["space origin"])[0],
+            vectors(fields["space directions"]))
+
+
+def expect_sampled(folder, fill, tolerance=0.53):
+    """Each voxel of vol.nrrd is the bilinear sample of the plane at its height; how many there are without data."""
+    sets = sorted((pydicom.dcmread(path, force=True) for path in folder.iterdir() if path.name != "DIRFILE"),
+                  key=host_test.height)
+    cosines = numpy.array(sets[0].ImageOrientationPatient, float)
+    row, column, normal = cosines[:3], cosines[3:], numpy.cross(cosines[:3], cosines[3:])
+    places = numpy.array([ds.ImagePositionPatient for ds in sets], float)
+    between_rows, between_columns = map(float, sets[0].PixelSpacing)
+    voxels, origin, steps = nrrd()
+    empty = 0
+    for k, plane in enumerate(voxels):
+        j, i = numpy.mgrid[:plane.shape[0], :plane.shape[1]]
+        points = origin + i[..., None] * steps[0] + j[..., None] * steps[1] + k * steps[2]
+        off = (places - points[0, 0]) @ normal
+        source = int(numpy.argmin(abs(off)))
+        assert abs(off[source]) < 2e-3, off
+        values = host_test.stored_values(sets[source])[0].astype(float)
+        x, y = ((points - places[source]) @ axis / size for axis, size in ((row, between_columns), (column, between_rows)))
+        x, y = (numpy.where(abs(at - at.round()) < 1e-3, at.round(), at) for at in (x, y))
+        inside = (x >= 0) & (x <= values.shape[1] - 1) & (y >= 0) & (y <= values.shape[0] - 1)
+        x0, y0 = (numpy.clip(numpy.floor(at).astype(int), 0, n - 2) for at, n in ((x, values.shape[1]), (y, values.shape[0])))
+        across = [values[y0 + dy, x0] * (1 - x + x0) + values[y0 + dy, x0 + 1] * (x - x0) for dy in (0, 1)]
+        error = abs(across[0] * (1 - y + y0) + across[1] * (y - y0) - plane)[inside]
+        assert error.size == values.size or error.max() <= tolerance, error.max()
+        assert (plane[~inside] == fill).all()
+        empty += int((~inside).sum())
+    return empty
+
+
+def leaning(name, padding=None, heights=(0, 4, 8, 12, 16, 20), shift=2.2):
+    """Random voxels, pixels three times as high as wide, each slice further to the back and, by less, to the left."""
+    generator = numpy.random.default_rng(3)
+
+    def change(ds, n):
+        ds.PixelSpacing, ds.PixelRepresentation = [1.5, 0.5], 1
+        ds.ImageOrientationPatient = [0.6, 0.8, 0, -0.8, 0.6, 0]
+        ds.ImagePositionPatient = [-5 + 0.1 * heights[n], shift / 4 * heights[n], heights[n]]
+        ds.PixelData = generator.integers(-900, 3000, (16, 16)).astype("<i2").tobytes()
+        if padding is not None:
+            ds.add_new(0x00280120, "SS", padding)
+    return edited(phantom(name + "-source", *SMALL), name, change)
+
+
+def tilts():
+    folder = leaning("tilt", padding=-1500)
+    size = float(numpy.hypot(0.1 * 20, 2.2 / 4 * 20))
+    for form, error in (("vox", size), ("nrrd", 0)):
+        report, err = exported(folder, form)
+        assert err.count(f"the file is sheared by {size:.4f} mm") == 1, err
+        assert numpy.allclose(report["kinds"]["file sheared"]["lengths"], [size, error]), report["findings"]
+    err = korvane("export", folder, "--format", "vox", "--to", f"file:{WORK}/v", "--irregular", "reject", status=1)[1]
+    assert "sideways" in err, err
+    for folder, fill in ((folder, -1500), (leaning("lowest"), None)):
+        report, err = exported(folder, "nrrd", "--irregular", "resample")
+        (volume,) = report["volumes"]
+        lowest = min(int(host_test.stored_values(pydicom.dcmread(path)).min()) for path in folder.iterdir())
+        empty = expect_sampled(folder, lowest if fill is None else fill)
+        assert volume["filled"] == {"voxels": empty, "value": lowest if fill is None else fill}, volume["filled"]
+        assert f"{empty} voxels without data" in err and report["kinds"]["voxels filled"]["count"] == empty
+        steps = numpy.diff(volume["slicePositions"], axis=0)
+        assert numpy.allclose(steps[:, :2], 0, atol=1e-4) and "file sheared" not in report["kinds"], steps
+    folder = leaning("both", heights=(0, 4, 8, 13, 17, 21))
+    report, _ = exported(folder, "nrrd", "--irregular", "resample")
+    steps = numpy.diff(report["volumes"][0]["slicePositions"], axis=0)
+    assert numpy.allclose(steps, steps[0], atol=1e-3) and numpy.allclose(steps[:, :2], 0, atol=1e-4), steps
+    voxels = nrrd()[0]
+    for plane, path in ((0, "0005.dcm"), (-1, "0000.dcm")):  # the first has its voxels as they are
+        lower, upper = numpy.percentile(host_test.stored_values(pydicom.dcmread(folder / path)), [0, 100])
+        assert voxels[plane].min() >= min(lower, voxels.min()) and voxels[plane].max() <= upper
+    values = set(map(bytes, host_test.stored_values(pydicom.dcmread(folder / "0005.dcm"))[0].astype("<i2")))
+    assert values <= {bytes(line[x:x + 16]) for line in voxels[0] for x in range(len(line) - 15)}
+
+
+def tilted_sample():
+    folder, tool = SAMPLES / "vendors/philips-ct-tilted", shutil.which("dcm2niix")
+    if not folder.is_dir():
+        print("skipped: there are no sample files here")
+        return
+    report, _ = exported(folder, "nrrd", "--series", 2, "--irregular", "resample")
+    empty = expect_sampled(folder, 0)
+    assert report["volumes"][0]["filled"]["voxels"] == empty
+    if tool is None:
+        print("skipped: dcm2niix is not installed")
+        return
+    subprocess.run([tool, "-f", "peer", "-o", WORK, folder], check=True, capture_output=True)
+    header = (WORK / "peer_Tilt_1.nii").read_bytes()
+    own = nrrd()[0][::-1].astype(float)
+    peer = numpy.frombuffer(header[352:], "<i2").reshape(own.shape)[:, ::-1]
+    rows = abs(own - peer).max(axis=2)
+    assert ((rows > 1).sum(axis=1) <= 1).all(), rows  # the row that lies on the edge of the data is filled in one of them
+
+
+def oblong():
+    """Pixels three times as high as wide are so in every format, and in memory."""
+    folder = edited(phantom("plain", *SMALL), "oblong", lambda ds, n: setattr(ds, "PixelSpacing", [1.5, 0.5]))
+    expected = [0.5, 1.5]
+    for form in ("analyze", "bob", "vox", "nifti", "nrrd", "metaimage"):
+        report, _ = exported(folder, form)
+        assert report["volumes"][0]["spacing"][:2] == expected, form
+    assert list(host_test.Analyze(WORK / "vol").spacing[:2]) == expected
+    assert list(numpy.frombuffer((WORK / "vol.nii").read_bytes()[80:88], "<f4")) == expected
+    assert numpy.allclose(numpy.linalg.norm(nrrd()[2], axis=1)[:2], expected)
+    assert "ElementSpacing = 0.5 1.5 " in (WORK / "vol.mha").read_bytes().decode("latin1")
+    assert b"0.500000  0.0 0.0 0.0\n0.0 1.500000" in (WORK / "vol.vox").read_bytes()
+    text = (WORK / "vol.ImageInfo").read_text()
+    assert "XPixelDim = 0.050000" in text and "YPixelDim = 0.150000" in text, text
+
+
+def sizes():
+    """What says how large pixels are; none is known where nothing does."""
+    source = phantom("sized", *SMALL)
+
+    def without(ds, n):
+        del ds.PixelSpacing
+
+    def detector(ds, n):
+        ds.ImagerPixelSpacing = [0.4, 0.2]
+        del ds.PixelSpacing
+
+    def region(ds, n):
+        item = pydicom.Dataset()
+        item.RegionSpatialFormat, item.PhysicalUnitsXDirection, item.PhysicalUnitsYDirection = 1, 3, 3
+        item.PhysicalDeltaX, item.PhysicalDeltaY = 0.025, -0.05
+        ds.SequenceOfUltrasoundRegions = [item]
+        del ds.PixelSpacing
+
+    def calibrated(ds, n):
+        ds.ImagerPixelSpacing, ds.PixelSpacingCalibrationType = [0.4, 0.4], "FIDUCIAL"
+
+    def aspect(ds, n):
+        ds.PixelAspectRatio = ["2", "1"]
+        del ds.PixelSpacing
+
+    for change, kind, spacing, used in (
+            (without, "spacing unknown", None, [1, 1]), (detector, "spacing at detector", None, [1, 2]),
+            (region, "spacing calibrated", [0.5, 0.25], [0.25, 0.5]), (aspect, "spacing unknown", None, [1, 2]),
+            (calibrated, "spacing calibrated", [1.5625] * 2, [1.5625] * 2)):
+        folder = edited(source, change.__name__, change)
+        series, kinds = found(folder)
+        if change is calibrated:
+            spacing = series["pixelSpacing"]
+            used = spacing[::-1]
+        assert kind in kinds and series.get("pixelSpacing") == spacing, (change.__name__, series)
+        assert ("pixel spacing   unknown" in korvane("info", folder)[0]) == (spacing is None)
+        assert numpy.allclose(exported(folder, "vox")[0]["volumes"][0]["spacing"][:2], used), change.__name__
+
+    def lowest(ds, n):  # of the slice that assembly takes no value from
+        ds.PixelSpacing = [0.875, 0.875] if n == 5 else [0.5, 0.75]
+
+    folder = edited(source, "differs", lowest)
+    for path in folder.iterdir():  # a legal blank
+        path.write_bytes(path.read_bytes().replace(b"0.5\\0.75", b"0.5 \\0.7"))
+    series, kinds = found(folder)
+    assert series["pixelSpacing"] == [0.5, 0.7] and kinds["spacing differs"]["lengths"] == [0.5, 0.7], series
+    assert numpy.allclose(exported(folder, "vox")[0]["volumes"][0]["spacing"][:2], [0.7, 0.5])
+
+
+def axes():
+    """Crooked directions are told with what they move; the gaps are those of the normal that is used."""
+    source = phantom("straight", *SMALL)
+
+    def crooked(ds, n):
+        ds.ImageOrientationPatient = [1, 0, 0, 0.5, 0.8660254, 0]
+
+    folder = edited(source, "crooked", crooked)
+    series, kinds = found(folder)
+    report, _ = exported(folder, "nrrd")
+    assert abs(kinds["axes not square"]["angles"][0] - 60) < 1e-3 and kinds["axes not square"]["lengths"][0] > 1
+    assert numpy.allclose(numpy.diff([p[2] for p in report["volumes"][0]["slicePositions"]]), -series["gaps"]["usual"])
+    assert abs(report["volumes"][0]["spacing"][2] - series["gaps"]["usual"]) < 1e-4
+    folder = edited(source, "none", lambda ds, n: setattr(ds, "ImageOrientationPatient", [0] * 6))
+    series, kinds = found(folder)
+    assert "taken as axial" in kinds["axes not square"]["text"] and "orientation" not in series
+    report, _ = exported(folder, "vox")
+    assert abs(report["volumes"][0]["spacing"][2] - series["gaps"]["usual"]) < 1e-4
+
+
+def pictures():
+    """Oblique pictures of a tilted stack are as large as the cut through all of it."""
+    folder = leaning("seen")
+    ends = [pydicom.dcmread(folder / name) for name in ("0000.dcm", "0005.dcm")]
+    across, down = numpy.array([0.6, 0.8, 0]), numpy.array([-0.8, 0.6, 0])
+    corner = {(i, j, k): numpy.array(ds.ImagePositionPatient, float) + i * 15 * 0.5 * across + j * 15 * 1.5 * down
+              for k, ds in enumerate(ends) for i in (0, 1) for j in (0, 1)}
+    middle = numpy.mean(list(corner.values()), axis=0)
+    for normal, right in ((down, across), (across, down)):
+        cut = []
+        for name, point in corner.items():
+            for other, end in corner.items():
+                near, far = (point - middle) @ normal, (end - middle) @ normal
+                if sum(x != y for x, y in zip(name, other)) == 1 and near * far <= 0 and near != far:
+                    cut.append(point + near / (near - far) * (end - point) - middle)
+        reach = max(abs(point @ right) for point in cut)
+        out = korvane("slice", folder, "--normal", ",".join(map(str, normal)), "--pixel", 0.25, "-o", WORK / "cut.png")[0]
+        width = int(out.split(" x ")[0].split()[-1])
+        assert -0.01 <= (width - 1) * 0.125 - reach < 0.26, (width, reach)
+
+
+host_test.run(keys, positions, pixels, claims, tilts, tilted_sample, oblong, sizes, axes, pictures)
