@@ -13,6 +13,49 @@ function(korvane_include_lines out)
     set(${out} "${lines}" PARENT_SCOPE)
 endfunction()
 
+# Makes a folder of the include tree whose entries are links to those of the same folder in the sources, so that others
+# can stand beside them.
+function(korvane_link_entries folder)
+    set(place "${PROJECT_BINARY_DIR}/include/Korvane/${folder}")
+    cmake_path(GET folder PARENT_PATH outer)
+    foreach(former "${PROJECT_BINARY_DIR}/include/Korvane/${outer}" "${place}") # an older build had a link here
+        if(IS_SYMLINK "${former}")
+            file(REMOVE "${former}")
+        endif()
+    endforeach()
+    file(MAKE_DIRECTORY "${place}")
+    file(GLOB entries RELATIVE "${PROJECT_SOURCE_DIR}/${folder}" "${PROJECT_SOURCE_DIR}/${folder}/*")
+    foreach(entry IN LISTS entries)
+        file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}/${entry}" "${place}/${entry}" SYMBOLIC)
+    endforeach()
+endfunction()
+
+# Headers that have moved are still found where hosts know them: each of the toolkit in Dicom/Lib itself, and three in
+# platform/. A forwarding header is written there; the paths go to the global property KORVANE_OLD_PATHS.
+function(korvane_old_paths)
+    set(old Automation.h automation/values Export.h base CodecExport.h base)
+    list(TRANSFORM old PREPEND platform/ AT 0 2 4)
+    foreach(room IN LISTS KORVANE_TOOLKIT_ROOMS)
+        get_property(headers GLOBAL PROPERTY "KORVANE_HEADERS_${room}")
+        foreach(header IN LISTS headers)
+            cmake_path(GET header FILENAME name)
+            list(APPEND old "Dicom/Lib/${name}" "${room}")
+        endforeach()
+    endforeach()
+
+    set(paths "")
+    while(old)
+        list(POP_FRONT old path room)
+        cmake_path(GET path FILENAME name)
+        cmake_path(GET path PARENT_PATH folder)
+        file(RELATIVE_PATH way "/${folder}" "/${room}/${name}")
+        file(CONFIGURE OUTPUT "${PROJECT_BINARY_DIR}/include/Korvane/${path}" CONTENT
+             "// Moved: include <Korvane/@room@/@name@>.\n#pragma once\n\n#include \"@way@\"\n" @ONLY)
+        list(APPEND paths "${path}")
+    endwhile()
+    set_property(GLOBAL PROPERTY KORVANE_OLD_PATHS "${paths}")
+endfunction()
+
 # Links each room into the include tree and writes the umbrella headers there. The list of all public headers goes to
 # <build>/public-headers.txt, for the checks that go through them.
 function(korvane_include_tree rooms)
@@ -22,8 +65,13 @@ function(korvane_include_tree rooms)
         get_property(headers GLOBAL PROPERTY "KORVANE_HEADERS_${room}")
         list(APPEND public_headers ${headers})
         string(REGEX REPLACE "/.*" "" folder "${room}")
-        file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}" "${tree}/${folder}" SYMBOLIC)
+        if(NOT folder MATCHES "^(platform|Dicom)$") # these have headers at former places too
+            file(CREATE_LINK "${PROJECT_SOURCE_DIR}/${folder}" "${tree}/${folder}" SYMBOLIC)
+        endif()
     endforeach()
+    korvane_link_entries(Dicom/Lib)
+    korvane_link_entries(platform)
+    korvane_old_paths()
 
     file(CREATE_LINK "${PROJECT_SOURCE_DIR}/kit" "${tree}/kit" SYMBOLIC)
 

@@ -221,8 +221,10 @@ def check_format(files):
 
 
 def check_headers(build, public):
-    """Each public header compiles alone, as a user includes it, without a compiler extension."""
-    names = ["Kit.h", "Korvane.h", "Dicom.h", "Version.h", *public]
+    """Each public header, and each interface of platform/, compiles alone, without a compiler extension."""
+    internal = [path.relative_to(ROOT).as_posix() for folder in ("platform", "platform/memory")
+                for path in sorted((ROOT / folder).glob("*.h"))]
+    names = ["Kit.h", "Korvane.h", "Dicom.h", "Version.h", *public, *internal]
     flags = ["-std=c++20", "-fsyntax-only", "-Wall", "-Wextra", "-Wpedantic", "-Werror",
              "-Wno-nonportable-include-path", "-x", "c++", f"-I{build}/include", "-include"]
     commands = [(name, ["clang++", *flags, f"Korvane/{name}", "/dev/null"]) for name in names]

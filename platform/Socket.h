@@ -3,6 +3,8 @@
 // Nothing is thrown. Calls are retried where a signal interrupted them, and a peer that has gone away raises no signal.
 #pragma once
 
+#include "../base/SocketTypes.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -10,17 +12,6 @@
 #include <vector>
 
 namespace platform {
-
-using SocketHandle = std::intptr_t;
-inline constexpr SocketHandle kNoSocket = -1;
-
-/// An IPv4 socket address as the system lays it out. Port and address are in network byte order.
-struct SocketAddress {
-    std::uint16_t family = 2;
-    std::uint16_t port = 0;
-    std::uint32_t address = 0;
-    unsigned char zero[8] = {};
-};
 
 /// Starts the system's socket library, version 2.2; 0, or the error number. Nothing to do but on Windows.
 int StartSocketLibrary();
@@ -45,13 +36,6 @@ std::uint32_t AddressFromText(const char* text);
 
 /// An address in dotted form.
 std::string AddressText(const SocketAddress& address);
-
-/// One entry of the system's table of services; the port in network byte order.
-struct ServiceEntry {
-    std::string name;
-    std::string protocol;
-    std::uint16_t port = 0;
-};
 
 /// `getservbyname`; `protocol` may be null. False when there is no such service.
 bool FindService(const char* name, const char* protocol, ServiceEntry& entry);
@@ -86,9 +70,8 @@ SocketHandle AcceptConnection(SocketHandle listener, SocketAddress& peer);
 /// -1 error. A signal does not end the wait.
 int WaitReadable(SocketHandle socket, int milliseconds);
 
-/// What `ReceiveAvailable` returns beside a count.
+/// What `ReceiveAvailable` returns beside a count and `kNothingReceived`.
 inline constexpr int kReceiveFailed = -1;
-inline constexpr int kNothingReceived = -2;
 
 /// What is there, without waiting: a count; 0 when the peer has closed; `kNothingReceived`; `kReceiveFailed`.
 int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity);

@@ -44,6 +44,7 @@ cmake --build "$scratch/stranger" >/dev/null
 # A stranger need not link libstdc++ as the module does; a program with the compiler's own DLL of it works as well.
 [ -z "$suffix" ] || cp "$("$compiler" -print-file-name=libstdc++-6.dll)" "$scratch/stranger"
 takes_a_series "$scratch/stranger/stranger"
+"${run[@]}" "$scratch/stranger/old_paths$suffix"
 
 read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane)"
 "$compiler" -std=c++20 "$source/../../examples/series_to_analyze.cpp" -o "$scratch/by_pkg_config$suffix" \

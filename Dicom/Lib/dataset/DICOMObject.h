@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ElementTree.h"
+#include "SmallObject.h"
 #include "VR.h"
 
 #include <memory>
@@ -10,7 +11,7 @@
 ///
 /// Order: ascending by the signed 32-bit tag, so groups 0x8000 to 0xFFFF come before group 0x0000 (see `ElementTree`).
 /// Results are 1 and 0 or null; only `Clone` may throw `std::bad_alloc`.
-class DICOMObject : public platform::SmallObject {
+class DICOMObject : public korvane_detail::SmallObject {
 public:
     DICOMObject() = default;
     DICOMObject(const DICOMObject&) = delete;

@@ -94,6 +94,7 @@ void VR::ClearValue() {
 
 /// Memory for a value that does not fit into the element itself; the toolkit throws nothing, a null tells.
 void VR::AllocateOutside(std::uint32_t bytes) {
+    static_assert(korvane_detail::SmallObject::kLargest == platform::kLargestSmallBlock);
     try {
         if (bytes <= platform::kLargestSmallBlock) {
             m_pData = static_cast<unsigned char*>(platform::AllocateSmall(bytes));

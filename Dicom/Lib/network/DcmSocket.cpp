@@ -3,6 +3,7 @@
 #include "Dicom/Lib/syntax/DiagnosticDump.h"
 #include "base/Number.h"
 #include "platform/Environment.h"
+#include "platform/Socket.h"
 
 #include <algorithm>
 #include <cerrno>

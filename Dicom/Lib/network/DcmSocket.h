@@ -1,7 +1,7 @@
 // The TCP connection under the DICOM upper layer (PS3.8 9.1.1).
 #pragma once
 
-#include "../../../platform/Socket.h"
+#include "../../../base/SocketTypes.h"
 
 #include <cstddef>
 #include <cstdint>

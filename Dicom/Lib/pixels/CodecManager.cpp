@@ -7,6 +7,7 @@
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 #include "PixelTranscoder.h"
+#include "platform/DynamicModule.h"
 #include "platform/File.h"
 
 #include <algorithm>
@@ -139,7 +140,7 @@ bool CodecManager::Init() {
     return true;
 }
 
-void CodecManager::Register(const char* moduleName, platform::ModuleHandle module) {
+void CodecManager::Register(const char* moduleName, void* module) {
     const std::lock_guard guard(Lock());
     Init();
     if (module == nullptr) return;

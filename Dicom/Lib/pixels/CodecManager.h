@@ -2,7 +2,6 @@
 // How to write a module: CodecModule.h.
 #pragma once
 
-#include "../../../platform/DynamicModule.h"
 #include "../dataset/DICOMObject.h"
 #include "CodecModule.h"
 
@@ -24,10 +23,10 @@ static_assert(sizeof(CodecProps) == 72 && offsetof(CodecProps, flags) == 68);
 struct CodecEntry {
     std::string key;  ///< transfer syntax UID
     CodecProps props{};
-    std::string moduleName;                   ///< as it is loaded by
-    int index = 0;                            ///< within the module
-    platform::ModuleHandle module = nullptr;  ///< null while not loaded
-    DcmCodec* codec = nullptr;                ///< null while not created
+    std::string moduleName;     ///< as it is loaded by
+    int index = 0;              ///< within the module
+    void* module = nullptr;     ///< as the system loaded it; null while not loaded
+    DcmCodec* codec = nullptr;  ///< null while not created
     int useCount = 0;
     DcmFreeCodecFunction freeCodec = nullptr;
 };
@@ -57,7 +56,7 @@ public:
     /// Adds the codecs of a module, under the name that they are loaded by later; the handle, null included, is the
     /// manager's from then on. Of two codecs for one UID the first stays. A syntax without a row in the table of transfer
     /// syntaxes gets one. A module that lacks "DcmGetCodecCount" or "DcmGetCodecProps" adds nothing.
-    static void Register(const char* moduleName, platform::ModuleHandle module);
+    static void Register(const char* moduleName, void* module);
 
     /// Null when no codec is registered for the UID.
     static const CodecProps* FindProps(std::string_view uid);

@@ -1,5 +1,6 @@
 #include "NetworkPeers.h"
 
+#include <Korvane/platform/Socket.h>
 #include <cerrno>
 #include <chrono>
 #include <gtest/gtest.h>
