@@ -1,4 +1,4 @@
-#include "SmallBlocks.h"
+#include "base/SmallBlocks.h"
 
 #include "Pages.h"
 #include "base/Sanitizer.h"

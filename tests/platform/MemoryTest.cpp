@@ -1,5 +1,5 @@
+#include <Korvane/base/SmallBlocks.h>
 #include <Korvane/platform/memory/Memory.h>
-#include <Korvane/platform/memory/SmallBlocks.h>
 
 #include <cstdint>
 #include <cstring>

@@ -2,13 +2,13 @@
 // step a call. It holds a sequence's items.
 #pragma once
 
-#include "SmallObject.h"
+#include "../../../base/SmallBlocks.h"
 
 #include <cstdint>
 
 /// `T` needs a virtual destructor when objects of derived classes are held.
 template <class T>
-class CursorList : public korvane_detail::SmallObject {
+class CursorList : public platform::SmallObject {
 public:
     CursorList() = default;
     ~CursorList() { Clear(); }
@@ -66,7 +66,7 @@ public:
     }
 
 private:
-    struct Node : korvane_detail::SmallObject {
+    struct Node : platform::SmallObject {
         Node(T* object, Node* previous) : m_pObject(object), m_pPrevious(previous) {}
 
         T* m_pObject;

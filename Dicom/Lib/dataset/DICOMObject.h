@@ -1,8 +1,8 @@
 // A DICOM data set: elements in tag order, at most one for each tag (PS3.5 7).
 #pragma once
 
+#include "../../../base/SmallBlocks.h"
 #include "ElementTree.h"
-#include "SmallObject.h"
 #include "VR.h"
 
 #include <memory>
@@ -11,7 +11,7 @@
 ///
 /// Order: ascending by the signed 32-bit tag, so groups 0x8000 to 0xFFFF come before group 0x0000 (see `ElementTree`).
 /// Results are 1 and 0 or null; only `Clone` may throw `std::bad_alloc`.
-class DICOMObject : public korvane_detail::SmallObject {
+class DICOMObject : public platform::SmallObject {
 public:
     DICOMObject() = default;
     DICOMObject(const DICOMObject&) = delete;

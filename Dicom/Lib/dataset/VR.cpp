@@ -2,8 +2,8 @@
 
 #include "DICOMObject.h"
 #include "base/Layout.h"
+#include "base/SmallBlocks.h"
 #include "platform/memory/Memory.h"
-#include "platform/memory/SmallBlocks.h"
 
 #include <cstddef>
 #include <cstdlib>
@@ -94,7 +94,6 @@ void VR::ClearValue() {
 
 /// Memory for a value that does not fit into the element itself; the toolkit throws nothing, a null tells.
 void VR::AllocateOutside(std::uint32_t bytes) {
-    static_assert(korvane_detail::SmallObject::kLargest == platform::kLargestSmallBlock);
     try {
         if (bytes <= platform::kLargestSmallBlock) {
             m_pData = static_cast<unsigned char*>(platform::AllocateSmall(bytes));

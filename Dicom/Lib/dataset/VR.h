@@ -1,8 +1,8 @@
 // One DICOM data element (PS3.5 7.1): tag, value representation, value.
 #pragma once
 
+#include "../../../base/SmallBlocks.h"
 #include "CursorList.h"
-#include "SmallObject.h"
 #include "Tag.h"
 #include "TypeCode.h"
 
@@ -16,7 +16,7 @@ class DICOMObject;
 /// to even length by whoever wrote them. A sequence has items instead.
 ///
 /// Elements belong to the data set that they are pushed into. Nothing is thrown but `std::bad_alloc`.
-class VR : public korvane_detail::SmallObject {
+class VR : public platform::SmallObject {
 public:
     VR() = default;
 

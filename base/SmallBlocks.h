@@ -1,8 +1,10 @@
 // Small objects that come in thousands and mostly live and die together: elements, items, list nodes. A general
-// allocator costs more than reading them.
+// allocator costs more than reading them. Public classes need their memory inline, so it is declared here; since pages
+// come from the system, `platform/memory/` does the work.
 #pragma once
 
 #include <cstddef>
+#include <new>
 
 namespace platform {
 
@@ -18,5 +20,17 @@ void* AllocateSmall(std::size_t bytes);
 
 /// Gives a block back; null is ignored.
 void FreeSmall(void* block) noexcept;
+
+/// Base of classes whose objects come from there, those of derived classes included. Destructors must be virtual where
+/// objects are deleted through a base: the size tells where an object came from.
+class SmallObject {
+public:
+    static void* operator new(std::size_t bytes) {
+        return bytes <= kLargestSmallBlock ? AllocateSmall(bytes) : ::operator new(bytes);
+    }
+    static void operator delete(void* block, std::size_t bytes) noexcept {
+        bytes <= kLargestSmallBlock ? FreeSmall(block) : ::operator delete(block);
+    }
+};
 
 }  // namespace platform
