@@ -6,7 +6,7 @@ namespace platform {
 
 namespace {
 
-/// Takes the text before the first `end`, and `end`, off the front of `rest`.
+// Takes the text before the first `end`, and `end`, off the front of `rest`.
 std::optional<std::string_view> TakeUntil(char end, std::string_view& rest) {
     const std::size_t at = rest.find(end);
     if (at == std::string_view::npos) {

@@ -1,4 +1,4 @@
-// Layouts that hosts of the 32-bit module rely on, held at compile time.
+// Checks at compile time: hosts of the 32-bit module read fields of its records by their place in memory.
 #pragma once
 
 #include <cstddef>

@@ -11,14 +11,14 @@ bool IsSpace(char c) {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-/// The text without leading white space and without a plus sign that a number follows.
+// The text without leading white space and without a plus sign that a number follows.
 std::string_view NumberStart(std::string_view text) {
     while (!text.empty() && IsSpace(text.front())) text.remove_prefix(1);
     if (text.size() > 1 && text[0] == '+' && text[1] != '-' && text[1] != '+') text.remove_prefix(1);
     return text;
 }
 
-/// Reads one number off the front of `text`; false when none stands there.
+// Reads one number off the front of `text`; false when none stands there.
 template <class T>
 bool TakeReal(std::string_view& text, T& value) {
     const std::string_view digits = NumberStart(text);

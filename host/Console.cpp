@@ -17,7 +17,7 @@ Talk& CurrentTalk() {
     return s_talk;
 }
 
-/// Without the passwords of FTP URLs, which stand where a URL was taken for something else.
+// Without the passwords of FTP URLs, which stand where a URL was taken for something else.
 std::string WithoutPasswords(std::string text) {
     for (std::size_t at = 0; (at = text.find("ftp:", at)) != std::string::npos; at += 4) {
         const std::size_t from = text.find('%', at);
@@ -27,7 +27,7 @@ std::string WithoutPasswords(std::string text) {
     return text;
 }
 
-/// What is no warning about data, but news of a job.
+// What is no warning about data, but news of a job.
 bool IsNews(FindingKind kind) {
     switch (kind) {
     case FindingKind::FirstOfSeveral:

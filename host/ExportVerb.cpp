@@ -28,7 +28,7 @@ const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
                                                     {"resample", Irregular::Resample},
                                                     {"split", Irregular::Split}};
 
-/// From the environment, else from the user where there is a terminal.
+// From the environment, else from the user where there is a terminal.
 std::string AskPassword(const std::string& user, const std::string& host) {
     if (const auto known = platform::GetVariable(kPassword)) return *known;
     std::string password;

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kLongest = 24 * 3600;
 
-/// Service names are looked up later; numbers must be ports.
+// Service names are looked up later; numbers must be ports.
 std::string CheckPort(const std::string& text) {
     const bool isNumber = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
     if (!isNumber) return text.empty() ? "a port is a number or the name of a service" : "";

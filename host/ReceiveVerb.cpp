@@ -33,7 +33,7 @@ protected:
     OutputLines m_Lines;
 };
 
-/// A line for each association; faults on standard error.
+// A line for each association; faults on standard error.
 class TextOutput : public Output {
 public:
     explicit TextOutput(const ReceiveOptions& options) : m_Options(options) {}
@@ -56,7 +56,7 @@ private:
     const ReceiveOptions& m_Options;
 };
 
-/// An object on each line, as things happen.
+// An object on each line, as things happen.
 class JsonOutput : public Output {
 public:
     void OnListening(std::uint16_t port) override { m_Lines.Add(ListeningJson(port)); }

@@ -17,7 +17,7 @@ using namespace korvane;
 
 namespace {
 
-/// Texts of options that hold several numbers.
+// Texts of options that hold several numbers.
 struct Arguments {
     SeriesChoice choice;
     SliceOptions options;
@@ -48,7 +48,7 @@ Error Wrong(const std::string& sentence) {
     return Error(ErrorKind::WrongArgument, sentence);
 }
 
-/// Numbers with commas between them, all of the text.
+// Numbers with commas between them, all of the text.
 template <std::size_t kCount>
 std::array<double, kCount> ParseNumbers(const std::string& option, std::string_view text) {
     std::array<double, kCount> values{};

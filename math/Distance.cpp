@@ -70,7 +70,7 @@ bool IsInside(double t) {
     return t >= 0.0 && t <= 1.0;
 }
 
-/// A plane as a function of the point: the distance, positive on the side of the normal.
+// A plane as a function of the point: the distance, positive on the side of the normal.
 class SignedDistance {
 public:
     explicit SignedDistance(const FPlane& plane) : m_Normal(ToDouble3(plane)), m_Offset(GetElement(plane, 3)) {
@@ -81,7 +81,7 @@ public:
     }
     double operator()(const Double3& point) const { return Dot(m_Normal, point) + m_Offset; }
     const Double3& GetNormal() const { return m_Normal; }
-    /// The point of the plane that is nearest to the origin.
+    // The point of the plane that is nearest to the origin.
     Double3 GetPoint() const { return m_Normal * -m_Offset; }
 
 private:

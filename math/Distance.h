@@ -3,10 +3,10 @@
 
 #include "Intersect.h"
 
-/// The smallest distance of two objects, 0 where they meet or overlap; computed in double, rounded once. A segment reaches
-/// from `GetP0()` to `GetP1()`. A line or segment without direction is its base point. Directions and normals whose angle
-/// differs from parallel by less than 1e-6 radians, which is what single precision can tell, are parallel. A plane without
-/// a normal is everywhere: distance 0.
+/// The smallest distance of two objects, 0 where they meet or overlap; computed in double, rounded once. A segment
+/// reaches from `GetP0()` to `GetP1()`. A line or segment without direction is its base point. Directions and normals
+/// whose angle differs from parallel by less than 1e-6 radians, which is what single precision can tell, are parallel.
+/// A plane without a normal is everywhere: distance 0.
 KORVANE_API float Distance(const FVector& a, const FVector& b);
 KORVANE_API float Distance(const FLine& a, const FVector& b);
 KORVANE_API float Distance(const FVector& a, const FLine& b);
@@ -24,9 +24,9 @@ KORVANE_API float Distance(const FLine& a, const FLine& b);
 KORVANE_API float Distance(const FPlane& a, const FPlane& b);
 KORVANE_API float Distance(const FSegment& a, const FSegment& b);
 
-/// `mod()` of what `Intersect` returns, which callers rely on: where row 1 of that result leads from the first point to the
-/// second, `mod()` reads it as a point and the value is no distance. So it is for a line and a point, for two skew lines,
-/// and for most results with segments; take `Distance` instead.
+/// `mod()` of what `Intersect` returns; results that programs compare with later ones were made so. Where row 1 of that
+/// result leads from the first point to the second, `mod()` reads it as a point and the value is no distance. So it is
+/// for a line and a point, for two skew lines, and for most results with segments; take `Distance` instead.
 ///
 /// It is the distance for two points, a plane and a point, parallel lines (seen from the first one's base point), and a
 /// line and a plane (0 where they meet). Two planes that meet have 0; parallel ones what `FPlane::GetPoint` leads to.

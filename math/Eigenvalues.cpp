@@ -11,8 +11,8 @@ namespace {
 constexpr double kRadix = 2.0;
 constexpr double kSquaredRadix = 4.0;
 
-// Each scaling makes the norm smaller by at least a twentieth, so that balancing ends by itself. That holds for exact powers
-// of 2 only: where elements underflow, passes could go on for ever.
+// Each scaling makes the norm smaller by at least a twentieth, so that balancing ends by itself. That holds for exact
+// powers of 2 only: where elements underflow, passes could go on for ever.
 constexpr int kMostBalancingPasses = 1000;
 
 // True when row and column i have been scaled.

@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::size_t kCapacity = 4096;
 
-/// The texts of the three kinds. Writable and with their prefixes from the start: they are read from outside the program,
-/// by a debugger.
+// The texts of the three kinds. Writable and with their prefixes from the start: they are read from outside the
+// program, by a debugger.
 struct Messages {
     char dimension[kCapacity] = "Errore di dimensioni - ";
     char memory[kCapacity] = "Errore di memoria - ";
@@ -23,8 +23,9 @@ struct Messages {
 constinit Messages g_Messages;
 constinit std::atomic<bool> g_bTaken = false;
 
-/// The calling thread's texts: those of the module, which keep what was said before, where no other thread has them, else
-/// some of its own. So a program whose threads throw one at a time, each ending before the next, finds all in one place.
+// The calling thread's texts: those of the module, which keep what was said before, where no other thread has them,
+// else some of its own. So a program whose threads throw one at a time, each ending before the next, finds all in one
+// place.
 class OwnMessages {
 public:
     OwnMessages() = default;
@@ -40,7 +41,7 @@ public:
         m_bEnded = true;
     }
 
-    /// Null where there is no memory, and when the thread has ended but for its last destructors.
+    // Null where there is no memory, and when the thread has ended but for its last destructors.
     Messages* Get() {
         if (m_pMessages == nullptr && !m_bEnded) {
             m_pMessages =

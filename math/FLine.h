@@ -6,8 +6,8 @@
 
 class FPlane;
 
-/// A line through a base point along a direction, held as the two rows of a 2 x 3 matrix: row 0 the base point, row 1 the
-/// direction, which need not have length 1.
+/// A line through a base point along a direction, held as the two rows of a 2 x 3 matrix: row 0 the base point, row 1
+/// the direction, which need not have length 1.
 class KORVANE_API FLine {
 public:
     /// Through the origin, without a direction.
@@ -37,8 +37,8 @@ public:
     FVector GetVersor() const;
 
     /// Whether the point, seen from the base point and divided by the versor element by element, is near 0 in its first
-    /// element: 3 q^2 < 0.001. Callers rely on just this narrow test, which looks at x alone; for the distance of a point
-    /// see `Distance`. A versor with an element of 0 is a `ZeroException`.
+    /// element: 3 q^2 < 0.001. The test is narrow, it looks at x alone, and stays so: programs sort points by its
+    /// answers. For the distance of a point see `Distance`. A versor with an element of 0 is a `ZeroException`.
     virtual bool IsPointOn(const FPoint& p) const;
 
 protected:

@@ -30,12 +30,13 @@ public:
     FVector GetCoeff() const;
     /// (a, b, c) as it is held.
     FVector GetNormal() const;
-    /// d / k on the axis of coefficient k, 0 on the others, where k is the first of a, b, c that is not equal to 1e-8; the
-    /// origin where there is none. Callers rely on this quotient: without a minus sign it is the mirror image of a point of
-    /// the plane, and a coefficient of 0 comes first as well, which makes the coordinate infinite or NaN.
+    /// d / k on the axis of coefficient k, 0 on the others, where k is the first of a, b, c that is not equal to 1e-8;
+    /// the origin where there is none. The distances of parallel planes (`Dist`) are worked out from this quotient, so
+    /// it stays: without a minus sign it is the mirror image of a point of the plane, and a coefficient of 0 comes
+    /// first as well, which makes the coordinate infinite or NaN.
     FPoint GetPoint() const;
 
-    /// |a x + b y + c z + d| < 1e-6, with the coefficients as they are: a tolerance in millimetres for a normal of length 1
-    /// only.
+    /// |a x + b y + c z + d| < 1e-6, with the coefficients as they are: a tolerance in millimetres for a normal of
+    /// length 1 only.
     virtual bool IsPointOn(const FPoint& p) const;
 };

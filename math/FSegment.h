@@ -5,9 +5,10 @@
 
 /// A segment, held as a line is: row 0 its start, row 1 what leads from there to its end.
 ///
-/// Callers rely on queries that do not agree about row 1: `GetP1` and `IsPointOn` read a direction, `mod` and `GetMid` the
-/// end point itself. So `mod` is the length only of segments that were made from a point and a vector that is meant as the
-/// end point, as `Intersect` makes some of its results; of other segments `GetDirection().mod()` is the length.
+/// The queries do not agree about row 1: `GetP1` and `IsPointOn` read a direction, `mod` and `GetMid` the end point
+/// itself. They stay so because programs call each for what it gives. So `mod` is the length only of segments that were
+/// made from a point and a vector that is meant as the end point, as `Intersect` makes some of its results; of other
+/// segments `GetDirection().mod()` is the length.
 class KORVANE_API FSegment : public FLine {
 public:
     /// Start and end at the origin.
@@ -28,12 +29,12 @@ public:
     /// (row 0 + row 1) / 2.
     FPoint GetMid() const;
 
-// Beside the line's test, not instead of it: through a reference to an FLine the line's test runs. Compilers warn of such
-// a pair.
+// Beside the line's test, not instead of it: through a reference to an FLine the line's test runs. Compilers warn of
+// such a pair.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Woverloaded-virtual"
-    /// Whether each coordinate of the point lies between those of `GetP0()` and `GetP1()`, ends included: whether it lies
-    /// in the box that the ends span. For the distance of a point see `Distance`.
+    /// Whether each coordinate of the point lies between those of `GetP0()` and `GetP1()`, ends included: whether it
+    /// lies in the box that the ends span. For the distance of a point see `Distance`.
     virtual bool IsPointOn(const FVector& p) const;
 #pragma GCC diagnostic pop
 

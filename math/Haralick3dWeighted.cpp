@@ -28,15 +28,16 @@ FVector GetUsable(const float* weights, int n) {
     return usable;
 }
 
-/// Fits that outliers do not spoil. Errors are multiplied with the square root of the given weight, so that those of points
-/// of different worth compare.
+// Fits that outliers do not spoil. Errors are multiplied with the square root of the given weight, so that those of
+// points of different worth compare.
 class RobustFit {
 public:
     RobustFit(const PointPairs& pairs, const FVector& given);
 
-    /// The best of many triplets.
+    // The best of many triplets.
     void Begin();
-    /// Computes weights from the pose's errors and a new pose from the weights, in turn, until the weights no longer change.
+    // Computes weights from the pose's errors and a new pose from the weights, in turn, until the weights no longer
+    // change.
     void Converge();
 
     const FVector& GetWeights() const { return m_Weights; }
@@ -100,8 +101,8 @@ void RobustFit::TryAllTriplets() {
     }
 }
 
-// The triplets are drawn by a generator of its own: those of the standard library may differ from system to system, and the
-// result must not.
+// The triplets are drawn by a generator of its own: those of the standard library may differ from system to system, and
+// the result must not.
 void RobustFit::TrySomeTriplets() {
     std::uint64_t state = 1;
     const auto draw = [this, &state] {
@@ -128,9 +129,9 @@ void RobustFit::Begin() {
     m_Pose = m_Fit.GetPose();
 }
 
-// Returns the largest change of a weight. An error is the length of a difference of three coordinates: where each of them is
-// normally distributed, the median length is 1.538 standard deviations. The root makes up for the six unknowns of the pose,
-// which 3n coordinates were fitted with.
+// Returns the largest change of a weight. An error is the length of a difference of three coordinates: where each of
+// them is normally distributed, the median length is 1.538 standard deviations. The root makes up for the six unknowns
+// of the pose, which 3n coordinates were fitted with.
 double RobustFit::Weigh() {
     constexpr double kMedian = 1.5381722544550522;
     constexpr double kCutoff = 6.0;

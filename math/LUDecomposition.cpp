@@ -117,8 +117,8 @@ FMatrix LUDecomposition::Invert() const {
 }
 
 // All unit vectors at once, a row of `solutions` holding one component of each. The columns are ordered by the row that
-// the exchanges moved their 1 to: column q is 0 above row q, and the terms of those zeros are left out, as if each column
-// were solved alone.
+// the exchanges moved their 1 to: column q is 0 above row q, and the terms of those zeros are left out, as if each
+// column were solved alone.
 template <typename Size>
 FMatrix LUDecomposition::Solve(Size n, double* solutions) const {
     const double* const a = m_Factors;

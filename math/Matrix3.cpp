@@ -79,8 +79,8 @@ Decomposition3::Decomposition3(const Matrix3& a) {
     }
 }
 
-// The rotation nearest to the matrix is U V', unless one of U and V mirrors. Third columns made by cross products see to
-// that: if the matrix mirrors, it is then the direction of the smallest singular value that is turned over.
+// The rotation nearest to the matrix is U V', unless one of U and V mirrors. Third columns made by cross products see
+// to that: if the matrix mirrors, it is then the direction of the smallest singular value that is turned over.
 Matrix3 Decomposition3::GetRotation() const {
     Matrix3 u;
     u.SetColumn(0, m_U[0]);

@@ -29,8 +29,8 @@ PoseFit::PoseFit(const PointPairs& pairs) : m_Pairs(pairs) {
     m_Rounding = largest * std::numeric_limits<float>::epsilon();
 }
 
-// The sum of squares of the points' places along their longest axis; 0 for points on one line, which leave the turn about it
-// open.
+// The sum of squares of the points' places along their longest axis; 0 for points on one line, which leave the turn
+// about it open.
 double PoseFit::GetSpread(const Matrix3& scatter, double weight) const {
     constexpr double kLine = 1e-5;
     const Decomposition3 axes(scatter);

@@ -17,7 +17,7 @@
 
 namespace {
 
-/// Where the files of a SOP class are stored otherwise than explicit VR little endian.
+// Where the files of a SOP class are stored otherwise than explicit VR little endian.
 constexpr std::pair<std::string_view, std::string_view> kStoredSyntaxes[] = {
     {"1.2.840.10008.5.1.4.1.1.481.1", kImplicitLittleEndianUid},
     {"1.2.840.10008.5.1.4.1.1.481.2", kImplicitLittleEndianUid},
@@ -34,7 +34,7 @@ std::string_view StoredSyntax(std::string_view sopClass) {
     return kExplicitLittleEndianUid;
 }
 
-/// `MyCopyFunc`, which may be stopped.
+// `MyCopyFunc`, which may be stopped.
 int Duplicate(const char* destination, const char* source, const platform::StopQuestion& stop) {
     if (platform::FileExists(destination)) throw std::string("Destination is not empty");
     if (!platform::DuplicateFile(source, destination, stop)) {
@@ -47,7 +47,7 @@ int Duplicate(const char* destination, const char* source, const platform::StopQ
 
 DcmDictionary* CCDRObject::Dictionary = nullptr;
 
-/// What one `AddIOD` has put into the tree and on the disk: taken away again unless it is kept.
+// What one `AddIOD` has put into the tree and on the disk: taken away again unless it is kept.
 class CCDRObject::Placing {
 public:
     explicit Placing(const std::string& root) : m_Root(root) {}
@@ -64,7 +64,7 @@ public:
     Placing(const Placing&) = delete;
     Placing& operator=(const Placing&) = delete;
 
-    /// The last record of the list is new.
+    // The last record of the list is new.
     void Add(CDRRecordList& list) { m_Lists[m_Count++] = &list; }
     void Keep() { m_Count = 0; }
 
@@ -192,7 +192,7 @@ std::string CCDRObject::AddIOD(const std::string& path, const DICOMObject& dataS
     return leaf->m_Path;
 }
 
-/// Puts a new record into the tree and gives it its name, and its folder where it is not a file's.
+// Puts a new record into the tree and gives it its name, and its folder where it is not a file's.
 CDRRecord& CCDRObject::Place(Placing& placing, std::unique_ptr<CDRRecord> made, CDRRecord* parent,
                              const DICOMObject& dataSet) {
     CDRRecordList& list = parent != nullptr ? parent->m_Children : m_Patients;

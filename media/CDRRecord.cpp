@@ -38,7 +38,7 @@ constexpr DRElement kSRDoc[] = {kInstanceNumber,
                                 {tags::ContentTime, TypeCode("TM")},
                                 {tags::VerificationDateTime, TypeCode("DT")}};
 
-/// Positions of the keys in the tables above.
+// Positions of the keys in the tables above.
 constexpr std::size_t kPatientKey = 1;
 constexpr std::size_t kStudyKey = 0;
 constexpr std::size_t kSeriesKey = 1;
@@ -61,7 +61,7 @@ bool HasTextBeyondAscii(const VR& codes) {
     return false;
 }
 
-/// A code item as it stands in a directory: whatever else a data set may have nested in it stays behind.
+// A code item as it stands in a directory: whatever else a data set may have nested in it stays behind.
 std::unique_ptr<DICOMDataObject> CopyCode(const DICOMObject& item) {
     auto copy = std::make_unique<DICOMDataObject>();
     for (const VR* element = item.GetFirst(); element != nullptr; element = item.GetNext(element)) {

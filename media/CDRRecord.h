@@ -19,13 +19,13 @@ struct DRElement {
     unsigned short typeCode;
 };
 
-/// One node of the tree that `CCDRObject` builds. It copies its keys from a data set (missing elements give empty values;
-/// blanks and zero bytes at a value's end are not part of it) and writes itself as an item of the Directory Record
-/// Sequence (0004,1220). A record of this very class is a private one.
+/// One node of the tree that `CCDRObject` builds. It copies its keys from a data set (missing elements give empty
+/// values; blanks and zero bytes at a value's end are not part of it) and writes itself as an item of the Directory
+/// Record Sequence (0004,1220). A record of this very class is a private one.
 ///
-/// Values are bytes in the data set's Specific Character Set, lengths are not checked: a directory has what the file has.
-/// A record is made by `CCDRObject::AddIOD`, once for each patient, study, series and file; numbers in names count from 1
-/// within the parent.
+/// Values are bytes in the data set's Specific Character Set, lengths are not checked: a directory has what the file
+/// has. A record is made by `CCDRObject::AddIOD`, once for each patient, study, series and file; numbers in names count
+/// from 1 within the parent.
 ///
 /// A record owns its children. A copy has the same keys and no children.
 class KORVANE_API CDRRecord {
@@ -50,12 +50,13 @@ public:
     /// Not to be called twice. Throws a `std::string`, with nothing joined, for a data set that makes no such record.
     virtual void SetDDO(CDRRecord* parent, const DICOMObject& dataSet);
 
-    /// Adds the record's elements (PS3.3 F.3.2.2, F.5) to an item, which owns them then: its type, its keys, and of leaves
-    /// the file that it stands for. The offsets are the builder's. Text beyond ASCII brings the data set's Specific Character Set (0008,0005) along.
+    /// Adds the record's elements (PS3.3 F.3.2.2, F.5) to an item, which owns them then: its type, its keys, and of
+    /// leaves the file that it stands for. The offsets between records are filled in by the builder. Text beyond ASCII
+    /// brings the data set's Specific Character Set (0008,0005) along.
     virtual void AddToDDO(DICOMObject& item) const;
 
-    /// What the name of the record's folder or file begins with: P, S, S, I for patient, study, series and file, R for a
-    /// private one.
+    /// What the name of the record's folder or file begins with: P, S, S, I for patient, study, series and file, R for
+    /// a private one.
     virtual char GetLetter() const;
 
     CCDRObject* m_pOwner;              ///< the builder; not owned, may be null
@@ -125,7 +126,7 @@ protected:
     CDRImageRecord(CCDRObject* owner, const DRElement* elements, std::size_t count);
 };
 
-/// RT Dose. Its type is "RT STRUCTURE SET": required so, readers of these media know it.
+/// RT Dose. Its type is "RT STRUCTURE SET", not the standard's "RT DOSE": readers of these media look for that.
 class KORVANE_API CDRRTDoseRecord : public CDRImageRecord {
 public:
     explicit CDRRTDoseRecord(CCDRObject* owner = nullptr);
@@ -139,7 +140,8 @@ public:
     std::string GetTypeText() const override;
 };
 
-/// RT Plan. The RT Plan Label is written as CS (the standard's SH): required so.
+/// RT Plan. The RT Plan Label (300A,0002) is written as CS, where the standard has SH: readers of these media expect
+/// it.
 class KORVANE_API CDRRTPlanRecord : public CDRImageRecord {
 public:
     explicit CDRRTPlanRecord(CCDRObject* owner = nullptr);

@@ -25,7 +25,7 @@ constexpr unsigned long long kShortHeader = 8;
 constexpr unsigned long long kLongHeader = 12;
 constexpr std::uint32_t kLongestShortForm = 65534;
 
-/// A random 128-bit number as a UID (PS3.5 B.2); of even length, so that no pad is needed.
+// A random 128-bit number as a UID (PS3.5 B.2); of even length, so that no pad is needed.
 std::string MakeUid() {
     std::random_device source;
     for (;;) {
@@ -58,13 +58,13 @@ VR* MakeElement(tags::Tag tag, unsigned short typeCode, Value value) {
     return CCDRObject::CreateVR(GroupOf(tag), ElementOf(tag), typeCode, value);
 }
 
-/// Whether the encoder writes items, or would if there were any.
+// Whether the encoder writes items, or would if there were any.
 bool IsSequence(const VR& element) {
     const bool isTyped = element.m_pSequence != nullptr && element.m_TypeCode == TypeCode("SQ");
     return (isTyped || element.GetItemCount() > 0) && !IsPixelData(element);
 }
 
-/// What an element takes in the file, items of a sequence aside.
+// What an element takes in the file, items of a sequence aside.
 unsigned long long ElementBytes(const VR& element) {
     if (IsSequence(element) || element.m_TypeCode == TypeCode("SQ")) return kLongHeader;
     if (IsPixelData(element) && IsEncapsulated(&element)) {

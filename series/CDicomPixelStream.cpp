@@ -471,7 +471,8 @@ void CDicomPixelStream::GetIncrements(int* const inc) const {
 
 void CDicomPixelStream::SetOverlay(bool on) {
     using Stream = CDicomPixelStream;
-    // By overlay, inversion and size: 1 byte, 4 bytes, any other. Four-byte words not inverted are read as two-byte ones.
+    // By overlay, inversion and size: 1 byte, 4 bytes, any other. Four-byte words not inverted are read as two-byte
+    // ones.
     static constexpr Interpreter kInterpreters[2][2][3] = {
         {{&Stream::Interpret8, &Stream::Interpret16, &Stream::Interpret16},
          {&Stream::Interpret8Inv, &Stream::Interpret32Inv, &Stream::Interpret16Inv}},

@@ -22,18 +22,19 @@ struct WordForm;
 ///   raw value       pixel value + sign offset: the stored value with its sign
 ///   modality value  raw * slope + intercept, truncated toward zero
 ///
-/// Example: 16 bits allocated, 12 stored, high bit 11, signed: shift 0, pixel mask 0x0FFF, sign mask 0x0800, sign offset
+/// Example: 16 bits allocated, 12 stored, high bit 11, signed: shift 0, pixel mask 0x0FFF, sign mask 0x0800, sign
+/// offset
 /// -2048. The word 0x0FFF is the pixel value 0x07FF and the raw value -1.
 ///
 /// Four-byte words are the exception: their raw value is word + sign offset, without shift or mask. Images with more
 /// than one sample per pixel are taken as 8-bit samples: their word is one byte, except that of two or four samples.
 ///
-/// RANGE AND WINDOW are in modality units for monochrome images (PS3.3 C.11.1, C.11.2); where there is no rescale slope and
-/// intercept (0028,1053), (0028,1052), both are needed, they are raw values. Colour images have the range that their bits
-/// allow.
+/// RANGE AND WINDOW are in modality units for monochrome images (PS3.3 C.11.1, C.11.2); where there is no rescale slope
+/// and intercept (0028,1053), (0028,1052), both are needed, they are raw values. Colour images have the range that
+/// their bits allow.
 ///
-/// FAILURE is a false of SetDDO, nothing is thrown. Compressed pixels are not recognised as such: they are read as if they were
-/// native, so decode first.
+/// FAILURE is a false of SetDDO, nothing is thrown. Compressed pixels are not recognised as such: they are read as if
+/// they were native, so decode first.
 ///
 /// The stream borrows the pixels: the data set must outlive it, and copies share them. Nothing is ever read beyond the
 /// end of Pixel Data: there the stored word is 0. All arithmetic is that of 32 bits; a shift outside 0 .. 31 gives 0.
@@ -55,8 +56,8 @@ public:
     virtual ~CDicomPixelStream();
 
     /// Opens the pixels of `ddo`, scans them for their range, and derives window and spacing. False when a required
-    /// element is missing (Rows, Columns, Bits Stored, Bits Allocated, High Bit, Photometric Interpretation, Samples per
-    /// Pixel, Pixel Data); the fields set so far then stay, and there are no pixels.
+    /// element is missing (Rows, Columns, Bits Stored, Bits Allocated, High Bit, Photometric Interpretation, Samples
+    /// per Pixel, Pixel Data); the fields set so far then stay, and there are no pixels.
     bool SetDDO(DICOMDataObject* ddo);
     bool IsValid() const { return m_bValid; }  ///< whether the last SetDDO succeeded
 
@@ -71,10 +72,10 @@ public:
     void ReadPixels(void* out, std::size_t count);
     int GetWordSize() const;  ///< 1, 2 or 4
 
-    /// Random access; row, column, frame and sample count from 0. The address of a pixel is null where it would not lie inside Pixel Data. Raw and modality values
-    /// are 0 outside rows and columns. GetPixelValue is -1 outside any of the four ranges, else what the selected
-    /// interpret function makes of the word: -1 where an overlay bit is set and overlays are on, inverted for
-    /// MONOCHROME1.
+    /// Random access; row, column, frame and sample count from 0. The address of a pixel is null where it would not lie
+    /// inside Pixel Data. Raw and modality values are 0 outside rows and columns. GetPixelValue is -1 outside any of
+    /// the four ranges, else what the selected interpret function makes of the word: -1 where an overlay bit is set and
+    /// overlays are on, inverted for MONOCHROME1.
     void* GetPixelPt(int row, int col, int frame, int sample) const;
     long GetRawValue(int row, int col, int frame, int sample) const;
     long GetModalityValue(int row, int col, int frame, int sample) const;
@@ -83,7 +84,7 @@ public:
     long InterpretRawValue(void* p) const;  ///< the raw value of the word at `p`, which may be null: the word 0
 
     /// Between the domains. ModalityToRaw is v / slope - intercept, which inverts RawToModality for an intercept of 0
-    /// only: kept, callers rely on it.
+    /// only. It stays so, for thresholds that a host has converted by it and stored.
     long RawToModality(long v) const;
     long ModalityToRaw(long v) const;
     long PixelToRaw(long v) const;
@@ -95,19 +96,19 @@ public:
     void SetOverlay(bool on);
     bool GetOverlay() const { return m_bOverlay; }
 
-    /// Smallest and largest value of all Pixel Data, of every frame; the search starts at 65535 and -65535, so of four-byte
-    /// values that are all above or all below, one end is that. After SetDDO the range is in modality units; what the
-    /// cursor reads afterwards widens it by raw values.
+    /// Smallest and largest value of all Pixel Data, of every frame; the search starts at 65535 and -65535, so of
+    /// four-byte values that are all above or all below, one end is that. After SetDDO the range is in modality units;
+    /// what the cursor reads afterwards widens it by raw values.
     int GetMin() const { return m_nMin; }
     int GetMax() const { return m_nMax; }
-    /// The first window of the data set (0028,1050), (0028,1051), as its lowest and highest value, both truncated to integers: a
-    /// centre of 40 and a width of 400 give -159 and 240, but 0 and 240 where stored values are unsigned. Without a
-    /// window it is the range.
+    /// The first window of the data set (0028,1050), (0028,1051), as its lowest and highest value, both truncated to
+    /// integers: a centre of 40 and a width of 400 give -159 and 240, but 0 and 240 where stored values are unsigned.
+    /// Without a window it is the range.
     int GetVOIWinMin() const { return m_nWinMin; }
     int GetVOIWinMax() const { return m_nWinMax; }
 
-    /// How words become values, as in the table above. The pixel mask is not shifted; the overlay mask has the bits of a word
-    /// that are above Bits Stored; the XOR mask is the sign bit of signed words; Invert is true for MONOCHROME1.
+    /// How words become values, as in the table above. The pixel mask is not shifted; the overlay mask has the bits of
+    /// a word that are above Bits Stored; the XOR mask is the sign bit of signed words; Invert is true for MONOCHROME1.
     int GetPixelMask() const { return m_nPixelMask; }
     int GetOverlayMask() const { return m_nOverlayMask; }
     int GetXORMask() const { return m_nXORMask; }
@@ -131,9 +132,10 @@ public:
     /// Byte steps to the next column, row, frame and sample (low 32 bits).
     void GetIncrements(int* const inc) const;
 
-    /// Millimetres; x is the first value of the spacing element, y the second. The first that is there of Imager Pixel Spacing
-    /// (0018,1164), (3006,1164), Image Plane Pixel Spacing (3002,0011), Pixel Spacing (0028,0030) and Nominal Scanned
-    /// Pixel Spacing (0018,2010); 1.0 without any. The first one is the distance at the detector, not in the patient.
+    /// Millimetres; x is the first value of the spacing element, y the second. The first that is there of Imager Pixel
+    /// Spacing (0018,1164), (3006,1164), Image Plane Pixel Spacing (3002,0011), Pixel Spacing (0028,0030) and Nominal
+    /// Scanned Pixel Spacing (0018,2010); 1.0 without any. The first one is the distance at the detector, not in the
+    /// patient.
     double GetXSpacing() const { return m_dXSpacing; }
     double GetYSpacing() const { return m_dYSpacing; }
 

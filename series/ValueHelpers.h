@@ -1,7 +1,7 @@
 // Free functions that read and write single elements of a data set, and the colour conversion of series assembly.
 //
-// Numbers are read independently of the locale: the decimal mark is always a point (PS3.5 6.2, DS and IS). A `long` here
-// is a 32-bit quantity, whatever its width: results lie in -2^31 .. 2^31 - 1.
+// Numbers are read independently of the locale: the decimal mark is always a point (PS3.5 6.2, DS and IS). A `long`
+// here is a 32-bit quantity, whatever its width: results lie in -2^31 .. 2^31 - 1.
 #pragma once
 
 #include "../base/Export.h"
@@ -11,13 +11,13 @@
 class DICOMDataObject;
 class VR;
 
-/// The integer (or the number) that the element's text begins with, after leading blanks; 0 when there is none. Only the
-/// first 127 bytes of the value are looked at. An element without a value gives 0.
+/// The integer (or the number) that the element's text begins with, after leading blanks; 0 when there is none. Only
+/// the first 127 bytes of the value are looked at. An element without a value gives 0.
 KORVANE_API long VRAtoi(VR* vr);
 KORVANE_API double VRAtof(VR* vr);
 
 /// Cuts white space off the right end of `s`, in place, and returns `s`. The left end keeps its blanks, and a text of
-/// blanks only stays as it is: callers compare and scan values that are padded on the right (PS3.5 6.2), and rely on it.
+/// blanks only stays as it is. It is for values that are padded on the right (PS3.5 6.2) and compared or scanned next.
 KORVANE_API char* Trim(char* s);
 
 /// Copies the value of (group, element) as a terminated, trimmed text. False when the element is absent; `buffer` is
@@ -30,8 +30,8 @@ KORVANE_API bool ReadDCMStringTag(DICOMDataObject* ddo, unsigned short group, un
                                   std::size_t size);
 
 /// Pushes a new element that the data set owns from then on: the low 16 bits of `value` as US, or `text` with its
-/// terminating zero (so "AB" gives length 4: A, B, the zero and the pad byte). The type code is left unknown; an element
-/// of that tag that is present already stays, as with DICOMObject::Push.
+/// terminating zero (so "AB" gives length 4: A, B, the zero and the pad byte). The type code is left unknown; an
+/// element of that tag that is present already stays, as with DICOMObject::Push.
 KORVANE_API void USPush(DICOMDataObject& ddo, int group, int element, int value);
 KORVANE_API void STRPush(DICOMDataObject& ddo, int group, int element, const char* text);
 

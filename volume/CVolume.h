@@ -118,8 +118,8 @@ public:
     /// S(t) and S(1 - t), S(x) = 0.1x + 2.7x^2 - 1.8x^3.
     ///
     /// The cursor moves one plane for each sample at most, so records fall behind where planes lie closer together
-    /// than the voxel size (t is then above 1): kept, callers rely on it. Who wants the true neighbours takes
-    /// `m_z` alone and searches the planes.
+    /// than the voxel size (t is then above 1). That stays, so that pictures of such volumes come out as they always
+    /// have. Who wants the true neighbours takes `m_z` alone and searches the planes.
     ///
     /// A single plane, an extent below one voxel, or a voxel size that is not positive and finite give one record at
     /// plane 0 with weights 1 (high) and 0 (low). No planes give an empty table. Above 1,048,576 records it throws
@@ -142,8 +142,8 @@ public:
     /// Millimetres (x and y from the volume's corner, z absolute) to the nearest plane of the record (an exact half
     /// goes to the low one), column u and row v, and the distance w from that plane.
     void MapVolToPlane(float x, float y, float z, short* plane, float* u, float* v, float* w) const;
-    /// Column u and row v of a plane (not checked) to millimetres. Not the inverse of `MapVolToPlane`: z is measured
-    /// from plane 0 here; callers rely on that.
+    /// Column u and row v of a plane (not checked) to millimetres. Not the inverse of `MapVolToPlane`: here z is
+    /// measured from plane 0, for hosts that add the position of plane 0 themselves.
     void MapPlaneToVol(short plane, float u, float v, float* x, float* y, float* z) const;
     /// Millimetres, z measured from plane 0, to column, row and fractional plane index.
     void MapMMToNormVoxels(float x, float y, float z, float* nx, float* ny, float* nz) const;

@@ -24,7 +24,7 @@ public:
         }
     }
 
-    /// Any address will do: an adopted plane may lie anywhere.
+    // Any address will do: an adopted plane may lie anywhere.
     [[gnu::always_inline]] void Add(const void* voxels) {
         Lanes block;
         std::memcpy(&block, voxels, sizeof block);

@@ -21,7 +21,7 @@ Error Wrong(const std::string& sentence) {
     return Error(ErrorKind::WrongArgument, sentence);
 }
 
-/// Whether what stands before the first colon is no scheme: there is none, or it is a drive or part of a path.
+// Whether what stands before the first colon is no scheme: there is none, or it is a drive or part of a path.
 bool IsPath(std::string_view url, std::string_view scheme) {
     if (url.find(':') == std::string_view::npos || scheme.size() == 1) return true;
     return scheme.find_first_of("/\\") != std::string_view::npos;

@@ -20,14 +20,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Why a server's last reply is the last one. Only a refusal is a reason in itself.
+// Why a server's last reply is the last one. Only a refusal is a reason in itself.
 std::string ReasonOf(const std::string& reply, const std::string& otherwise) {
     const std::string line = reply.substr(0, reply.find_first_of("\r\n"));
     if (line.empty()) return otherwise;
     return line[0] == '4' || line[0] == '5' ? line : otherwise + ", after " + line;
 }
 
-/// Writes nothing; fails where a local file could not be made for want of its folder.
+// Writes nothing; fails where a local file could not be made for want of its folder.
 class DryWriter : public CFileWriter {
 public:
     DryWriter(bool local, bool makesFolders) : m_bLocal(local), m_bMakesFolders(makesFolders) {}
@@ -49,13 +49,13 @@ private:
     bool m_bMakesFolders;
 };
 
-/// What the operations of a library writer return when all went well.
+// What the operations of a library writer return when all went well.
 struct WriterForm {
     int closed = 0;
     bool countsBytes = false;  ///< `Write` returns bytes, not items
 };
 
-/// Tells `ExportFiles` what happens to the files of a library writer.
+// Tells `ExportFiles` what happens to the files of a library writer.
 template <class Base>
 class WatchedWriter : public Base {
 public:
@@ -142,7 +142,7 @@ std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
     return writer;
 }
 
-/// A server may repeat what it was sent.
+// A server may repeat what it was sent.
 std::string ExportFiles::WithoutPassword(const std::string& reply) const {
     std::string text = reply;
     const std::string& password = m_Destination.password;

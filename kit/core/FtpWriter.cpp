@@ -18,7 +18,7 @@ constexpr std::chrono::milliseconds kGrace{100};
 
 }  // namespace
 
-/// Shared by the writer and the session's thread; the module's writer is touched by the thread alone.
+// Shared by the writer and the session's thread; the module's writer is touched by the thread alone.
 struct FtpWriter::Session {
     std::mutex mutex;
     std::condition_variable changed;
@@ -68,7 +68,7 @@ FtpWriter::~FtpWriter() {
     WaitForThread();
 }
 
-/// Until the thread has nothing to do, or is given up. True when it has come back.
+// Until the thread has nothing to do, or is given up. True when it has come back.
 bool FtpWriter::WaitForThread() {
     std::unique_lock<std::mutex> lock(m_pSession->mutex);
     const auto isBack = [this] { return m_pSession->isOver ? m_pSession->hasEnded : !m_pSession->call; };

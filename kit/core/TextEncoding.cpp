@@ -17,7 +17,7 @@ void AppendEscaped(std::string& out, unsigned char byte) {
     out += kHexDigits[byte & 15];
 }
 
-/// Bytes of the well-formed UTF-8 sequence that the text begins with (Unicode table 3-7); 0 when there is none.
+// Bytes of the well-formed UTF-8 sequence that the text begins with (Unicode table 3-7); 0 when there is none.
 std::size_t SequenceLength(std::string_view text) {
     const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
     const auto follows = [&](std::size_t i) { return (at(i) & 0xC0U) == 0x80U; };
@@ -37,7 +37,7 @@ std::size_t SequenceLength(std::string_view text) {
     return 0;
 }
 
-/// Calls `take(sequence)` for each well-formed sequence and `escape(byte)` for each byte that is in none.
+// Calls `take(sequence)` for each well-formed sequence and `escape(byte)` for each byte that is in none.
 template <class Take, class Escape>
 void WalkUtf8(std::string_view text, Take take, Escape escape) {
     while (!text.empty()) {
@@ -86,8 +86,8 @@ std::string Visible(std::string_view text) {
     return out;
 }
 
-/// A set of (0008,0005). `escapeLow`, `escapeHigh`: what calls it into the lower or the upper half of the code table,
-/// behind the escape character.
+// A set of (0008,0005). `escapeLow`, `escapeHigh`: what calls it into the lower or the upper half of the code table,
+// behind the escape character.
 struct CodedSet {
     enum class Kind { Ascii, Single, Katakana, Romaji, Pairs, Utf8, Whole };
 
@@ -145,7 +145,7 @@ const CodedSet* FindSet(std::string_view term) {
     return nullptr;
 }
 
-/// The set that an escape sequence calls, and whether into the upper half; null where the text begins with none.
+// The set that an escape sequence calls, and whether into the upper half; null where the text begins with none.
 const CodedSet* FindEscape(std::string_view text, std::size_t& length, bool& high) {
     for (const CodedSet& set : kSets) {
         for (const char* const escape : {set.escapeLow, set.escapeHigh}) {
@@ -167,7 +167,7 @@ bool IsHigh(char character) {
     return (static_cast<unsigned char>(character) & 0x80U) != 0;
 }
 
-/// Whether two bytes are a character's of a set of pairs, in one half of the code table.
+// Whether two bytes are a character's of a set of pairs, in one half of the code table.
 bool IsPair(std::string_view text, bool high) {
     if (text.size() < 2) return false;
     const unsigned low = high ? 0xA1 : 0x21;
@@ -188,7 +188,7 @@ std::size_t CountRun(std::string_view text, const CodedSet& set, bool high) {
     return length;
 }
 
-/// Bytes that are in no set, one by one.
+// Bytes that are in no set, one by one.
 void AppendUndecoded(std::string& out, std::string_view bytes, Undecoded undecoded) {
     for (const char byte : bytes) {
         if (undecoded == Undecoded::Escape) {
@@ -199,7 +199,7 @@ void AppendUndecoded(std::string& out, std::string_view bytes, Undecoded undecod
     }
 }
 
-/// Katakana of JIS X 0201, which are in one row of Unicode in the same order. The number of bytes that are none.
+// Katakana of JIS X 0201, which are in one row of Unicode in the same order. The number of bytes that are none.
 std::size_t AppendKatakana(std::string_view run, Undecoded undecoded, std::string& out) {
     std::size_t faults = 0;
     for (std::size_t i = 0; i < run.size(); ++i) {
@@ -217,7 +217,7 @@ std::size_t AppendKatakana(std::string_view run, Undecoded undecoded, std::strin
     return faults;
 }
 
-/// The bytes of the character that a text begins with, in a code of one length or in GBK and GB 18030.
+// The bytes of the character that a text begins with, in a code of one length or in GBK and GB 18030.
 std::size_t CharacterLength(const CodedSet& set, std::string_view text) {
     if (set.kind != Kind::Whole) return set.kind == Kind::Pairs ? 2 : 1;
     const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
@@ -226,8 +226,8 @@ std::size_t CharacterLength(const CodedSet& set, std::string_view text) {
     return at(1) >= 0x40 ? 2 : 1;
 }
 
-/// A run of one set's characters. Where it cannot be converted as a whole it goes character by character. The number of
-/// bytes that are no characters.
+// A run of one set's characters. Where it cannot be converted as a whole it goes character by character. The number of
+// bytes that are no characters.
 std::size_t AppendRun(const CodedSet& set, std::string_view run, Undecoded undecoded, std::string& out) {
     if (set.kind == Kind::Katakana) return AppendKatakana(run, undecoded, out);
     platform::TextConverter converter(set.code);
@@ -274,7 +274,7 @@ TextDecoder::State TextDecoder::Begin() const {
     return first->escapeHigh != nullptr ? State{&kAscii, first} : State{first, nullptr};
 }
 
-/// The number of bytes that are no characters.
+// The number of bytes that are no characters.
 std::size_t TextDecoder::Decode(std::string_view bytes, TextForm form, Undecoded undecoded, std::string& out) const {
     out.reserve(out.size() + bytes.size());
     std::size_t faults = 0;
@@ -353,7 +353,7 @@ std::optional<std::string> TextDecoder::FromUtf8(std::string_view text) const {
     return bytes;
 }
 
-/// In the first of the sets that has all of its characters, and back to where a value begins.
+// In the first of the sets that has all of its characters, and back to where a value begins.
 bool TextDecoder::EncodeRun(std::string_view run, std::string& bytes) const {
     for (const CodedSet* const set : m_Sets) {
         std::string encoded;

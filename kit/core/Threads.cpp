@@ -15,12 +15,12 @@ constexpr unsigned kMostJobs = 256;
 
 thread_local bool t_bInPool = false;
 
-/// What the threads of one call share.
+// What the threads of one call share.
 class Crew {
 public:
     Crew(std::size_t count, std::size_t ahead, const Watch& watch) : m_Count(count), m_Ahead(ahead), m_Watch(watch) {}
 
-    /// The next index to work on; false when there is none any more.
+    // The next index to work on; false when there is none any more.
     bool Begin(std::size_t& index) {
         std::unique_lock lock(m_Mutex);
         m_Changed.wait(lock, [this] { return m_bEnd || m_Next >= m_Count || m_Next < m_Taken + m_Ahead; });
@@ -48,7 +48,7 @@ public:
         t_bInPool = before;
     }
 
-    /// Waits until an index is made; false when it never will be.
+    // Waits until an index is made; false when it never will be.
     bool Await(std::size_t index) {
         std::unique_lock lock(m_Mutex);
         m_Changed.wait(lock, [this, index] { return m_Made[index] || (m_bEnd && !IsUnderWay(index)); });
@@ -103,7 +103,7 @@ private:
     bool m_bEnd = false;
 };
 
-/// Threads that end before the crew does.
+// Threads that end before the crew does.
 class Threads {
 public:
     Threads(Crew& crew, unsigned count, const std::function<void(std::size_t)>& body) : m_Crew(crew) {

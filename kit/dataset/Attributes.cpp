@@ -17,7 +17,7 @@ constexpr PrivateRow kPrivate[] = {
 #include "PrivateTable.generated.inc"
 };
 
-/// By ascending tag.
+// By ascending tag.
 const std::vector<const AttributeRow*>& AttributesByTag() {
     static const std::vector<const AttributeRow*> rows = [] {
         std::vector<const AttributeRow*> sorted;

@@ -26,7 +26,7 @@ bool AreSame(const fs::path& a, const fs::path& b) {
     return fs::equivalent(a, b, error) && !error;
 }
 
-/// Whether one of the folders above `path`, or it itself, is `folder`.
+// Whether one of the folders above `path`, or it itself, is `folder`.
 bool LiesIn(const fs::path& path, const fs::path& folder) {
     std::error_code error;
     for (fs::path at = fs::absolute(path, error).lexically_normal(); !error; at = at.parent_path()) {
@@ -36,7 +36,7 @@ bool LiesIn(const fs::path& path, const fs::path& folder) {
     return false;
 }
 
-/// Where a data set comes from or goes to: a file or a stream.
+// Where a data set comes from or goes to: a file or a stream.
 struct Source {
     std::istream* stream = nullptr;
     std::string name;  ///< path, or what messages call the stream
@@ -46,7 +46,7 @@ struct Sink {
     std::string name;
 };
 
-/// One job: its syntax, its codecs, its report.
+// One job: its syntax, its codecs, its report.
 class Conversion {
 public:
     explicit Conversion(const ConvertOptions& options);
@@ -85,7 +85,7 @@ Conversion::Conversion(const ConvertOptions& options)
     m_Codecs.SetStopQuestion(m_Watch.GetStopQuestion());
 }
 
-/// What the reader forgave is told with the file.
+// What the reader forgave is told with the file.
 void Conversion::TellOf(const DataSetFile& file) {
     for (const Finding& finding : file.findings) {
         m_Report.findings.push_back(finding);
@@ -126,7 +126,7 @@ void Conversion::Edit(DataSetFile& file, const std::string& name) const {
     file.dataSet = edited.ReleaseToolkit();
 }
 
-/// Makes the data set what is to be written. `name`: of what it was read from.
+// Makes the data set what is to be written. `name`: of what it was read from.
 void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink& to) {
     if (!file.complete) throw Error(ErrorKind::Damaged, name + ": the data ends early or is damaged").InFile(name);
     if (IsMediaDirectory(*file.dataSet)) {

@@ -18,7 +18,7 @@ namespace korvane {
 
 namespace {
 
-/// A set with the elements of another one; `deep` or on the same bytes, which must then outlive it.
+// A set with the elements of another one; `deep` or on the same bytes, which must then outlive it.
 std::unique_ptr<DICOMDataObject> CopyOf(const DICOMObject& dataSet, bool deep) {
     auto copy = std::make_unique<DICOMDataObject>();
     for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
@@ -95,7 +95,7 @@ DataSet DataSet::Clone() const {
     return copy;
 }
 
-/// The data set or item that holds the path's last element, made on the way where only that item is missing.
+// The data set or item that holds the path's last element, made on the way where only that item is missing.
 DICOMObject& DataSet::Holder(const ElementPath& path) {
     DICOMObject* holder = m_pOwned.get();
     const auto& steps = path.GetSteps();
@@ -185,7 +185,7 @@ bool DataSet::Delete(const ElementPath& path) {
     return Holder(path).Take(tag) != nullptr;
 }
 
-/// What is written: elements on the bytes of this set, in the syntax asked for, which `syntax` gets.
+// What is written: elements on the bytes of this set, in the syntax asked for, which `syntax` gets.
 std::unique_ptr<DICOMDataObject> DataSet::Prepared(const SaveOptions& options, std::string& syntax) const {
     auto copy = CopyOf(*m_pOwned, false);
     const bool encapsulated = IsEncapsulated(FindElement(*copy, tags::PixelData));

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFU;
 
-/// Notes what stands where Pixel Data begins.
+// Notes what stands where Pixel Data begins.
 class NotingCodec : public DictionaryCodec {
 public:
     explicit NotingCodec(DataSetFile& file) : m_File(file) {}
@@ -40,7 +40,7 @@ private:
 
 enum class Beginning { NotDicom, Preamble, Marker, Bare };
 
-/// A data set without a preamble is known by its first group; in big endian, by the letters of its first type too.
+// A data set without a preamble is known by its first group; in big endian, by the letters of its first type too.
 Beginning LookAtBeginning(Buffer& buffer) {
     const unsigned char* head = buffer.Peek(132);
     if (head != nullptr && std::memcmp(head + 128, "DICM", 4) == 0) return Beginning::Preamble;
@@ -54,7 +54,7 @@ Beginning LookAtBeginning(Buffer& buffer) {
     return platform::LoadBig<std::uint16_t>(head) == 0x0008 && typed ? Beginning::Bare : Beginning::NotDicom;
 }
 
-/// The syntax that the next element looks like; `otherwise` where nothing stands there.
+// The syntax that the next element looks like; `otherwise` where nothing stands there.
 int LookAtEncoding(Buffer& buffer, int otherwise) {
     const unsigned char* const head = buffer.Peek(8);
     if (head == nullptr) return otherwise;
@@ -68,13 +68,13 @@ const char* NameOfEncoding(int syntax) {
     return syntax == kExplicitBigEndian ? "explicit VR big endian" : "explicit VR little endian";
 }
 
-/// Reads a stream in steps, by the toolkit or, a second time, by the tolerant parser.
+// Reads a stream in steps, by the toolkit or, a second time, by the tolerant parser.
 class Reading {
 public:
     Reading(DataSetFile& file, int option, const Leniency& leniency, bool second)
         : m_File(file), m_iOption(option), m_Leniency(leniency), m_bSecond(second) {}
 
-    /// False when the stream is not DICOM.
+    // False when the stream is not DICOM.
     bool Read(Buffer& buffer) {
         const Beginning beginning = LookAtBeginning(buffer);
         if (beginning == Beginning::NotDicom) return false;
@@ -112,7 +112,7 @@ private:
         return true;
     }
 
-    /// Whether data that is named deflated is not.
+    // Whether data that is named deflated is not.
     bool IsPlain(Buffer& buffer) {
         const unsigned char* const head = buffer.Peek(8);
         const bool plain =
@@ -141,7 +141,7 @@ private:
         return m_Leniency.otherEncoding ? looks : expected;
     }
 
-    /// Where a deflated stream ends is known at its end alone; the tolerant parser must know it at once.
+    // Where a deflated stream ends is known at its end alone; the tolerant parser must know it at once.
     void ParseInflated(Buffer& inflated) {
         if (!m_bSecond) {
             ParseAs(LookAtEncoding(inflated, kExplicitLittleEndian), inflated);

@@ -19,8 +19,8 @@ namespace {
 constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
 constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
 
-/// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, and the frames that codecs have
-/// left.
+// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, and the frames that codecs
+// have left.
 class StandardOrderCodec : public DictionaryCodec {
 public:
     explicit StandardOrderCodec(CodecManager& codecs) : m_Codecs(codecs) {}

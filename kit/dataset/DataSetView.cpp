@@ -72,7 +72,7 @@ std::optional<Number> Single(const std::vector<Number>& numbers, const ElementPa
     return numbers.front();
 }
 
-/// The number in some digits of a text; -1 when there are other characters.
+// The number in some digits of a text; -1 when there are other characters.
 int Digits(std::string_view text, std::size_t at, std::size_t count) {
     int number = -1;
     const std::string_view digits = at < text.size() ? text.substr(at, count) : std::string_view();

@@ -24,7 +24,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-/// Larger whole numbers than a double holds exactly are strings (PS3.18 F.2.3).
+// Larger whole numbers than a double holds exactly are strings (PS3.18 F.2.3).
 constexpr std::size_t kSafeDigits = 15;
 
 template <class Number>
@@ -34,7 +34,7 @@ bool IsAll(std::string_view text, Number& number) {
     return result.ec == std::errc() && result.ptr == end;
 }
 
-/// The number that a text is; null when it is none, or none that JSON has.
+// The number that a text is; null when it is none, or none that JSON has.
 Json ToNumber(std::string_view text) {
     while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
     if (!text.empty() && text.front() == '+') text.remove_prefix(1);
@@ -136,7 +136,7 @@ private:
         return numbers;
     }
 
-    /// "nan" and "inf" stay texts, and so does what is a number in name only.
+    // "nan" and "inf" stay texts, and so does what is a number in name only.
     static Json NumberOrText(const std::string& text) {
         Json number = ToNumber(text);
         return number.is_null() ? Json(text) : number;
@@ -159,7 +159,7 @@ private:
         return type == TypeCode("IS") || type == TypeCode("DS") ? NumberOrText(part) : Json(part);
     }
 
-    /// The up to three groups of a person name (PS3.5 6.2.1).
+    // The up to three groups of a person name (PS3.5 6.2.1).
     static Json Name(std::string_view name) {
         Json groups = Json::object();
         for (const char* const group : {"Alphabetic", "Ideographic", "Phonetic"}) {

@@ -112,7 +112,7 @@ private:
         return shown < bytes.size() ? text + " ..." : text;
     }
 
-    /// Not within a UTF-8 sequence.
+    // Not within a UTF-8 sequence.
     std::string Cut(std::string text) const {
         std::size_t at = std::min(text.size(), Limit(kCutText));
         while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U) --at;

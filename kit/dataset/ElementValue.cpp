@@ -23,7 +23,7 @@ std::string Letters(std::uint16_t type) {
     return {static_cast<char>(type >> 8), static_cast<char>(type & 0xFF)};
 }
 
-/// What one value of a text type may be (PS3.5 6.2): characters at most, and which, where that is restricted.
+// What one value of a text type may be (PS3.5 6.2): characters at most, and which, where that is restricted.
 struct TextRule {
     std::uint16_t type;
     std::size_t most;

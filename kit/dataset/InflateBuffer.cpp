@@ -34,7 +34,7 @@ bool InflateBuffer::IsWhole() const {
     return m_pState->whole;
 }
 
-/// More of the source; false at its end.
+// More of the source; false at its end.
 bool InflateBuffer::Feed() {
     if (!m_Source.HasData()) return false;
     // Where the end is not known, only the next byte is sure to be there.

@@ -19,7 +19,7 @@ constexpr int kDeepest = 64;
     throw Error(ErrorKind::Damaged, "JSON, " + key + ": " + why);
 }
 
-/// A value of the array as the text that `DataSet::Set` takes.
+// A value of the array as the text that `DataSet::Set` takes.
 std::string TextOf(const std::string& key, const Json& value) {
     if (value.is_null()) return {};
     if (value.is_string()) return value.get<std::string>();

@@ -25,7 +25,7 @@ std::string TagText(std::uint16_t group, std::uint16_t element) {
     return text;
 }
 
-/// Whether the standard says "US or SS", which (0028,0103) decides.
+// Whether the standard says "US or SS", which (0028,0103) decides.
 bool IsSignedOrUnsigned(std::uint16_t group, std::uint16_t element) {
     std::size_t count = 0;
     const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
@@ -84,8 +84,8 @@ bool TolerantParser::PeekExplicit(const unsigned char* head, Buffer& buffer, Hea
     return true;
 }
 
-/// Letters that the standard does not know, or zeros in their place: such an element is UN. Which length goes with them
-/// shows in what follows.
+// Letters that the standard does not know, or zeros in their place: such an element is UN. Which length goes with them
+// shows in what follows.
 bool TolerantParser::PeekUnknownType(Buffer& buffer, Header& header) const {
     const auto reads = [&](std::size_t size, std::uint32_t length) {
         constexpr std::size_t kMostPeeked = 512;
@@ -112,7 +112,7 @@ bool TolerantParser::PeekUnknownType(Buffer& buffer, Header& header) const {
     return true;
 }
 
-/// What the next bytes are the header of; of the two encodings the level's own goes first where both fit.
+// What the next bytes are the header of; of the two encodings the level's own goes first where both fit.
 bool TolerantParser::PeekHeader(Buffer& buffer, bool isExplicit, Header& header) const {
     const unsigned char* const head = buffer.Peek(8);
     if (head == nullptr) return false;
@@ -138,7 +138,7 @@ bool TolerantParser::PeekHeader(Buffer& buffer, bool isExplicit, Header& header)
     return true;
 }
 
-/// Whether what is left at the top may be left out.
+// Whether what is left at the top may be left out.
 bool TolerantParser::EndWithRest(Buffer& buffer, int depth) {
     if (depth > 0) return false;
     const std::uint64_t rest = buffer.GetRemaining();
@@ -255,7 +255,7 @@ TolerantParser::End TolerantParser::ParseSequence(Buffer& buffer, VR& sequence, 
     return cut ? End::Fault : end;
 }
 
-/// Items until the sequence ends; at anything else it is over too, and what stands there belongs to the level above.
+// Items until the sequence ends; at anything else it is over too, and what stands there belongs to the level above.
 TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit) {
     while (buffer.HasData()) {
         Header header;
@@ -274,7 +274,7 @@ TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int
     return End::Data;
 }
 
-/// `ended`: the item was ended by the end of its sequence.
+// `ended`: the item was ended by the end of its sequence.
 bool TolerantParser::ParseItem(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit,
                                bool& ended) {
     auto made = std::make_unique<DICOMDataObject>();

@@ -17,7 +17,7 @@ namespace korvane {
 
 namespace {
 
-/// The codecs take a dictionary that they may change; none of ours does.
+// The codecs take a dictionary that they may change; none of ours does.
 DcmDictionary& SharedDictionary() {
     static DcmDictionary dictionary;
     static const bool built = [] {
@@ -39,7 +39,7 @@ std::string_view WithoutFill(std::string_view text) {
     return text;
 }
 
-/// A decimal string, blanks around it allowed, nothing else.
+// A decimal string, blanks around it allowed, nothing else.
 bool ReadReal(std::string_view text, double& value) {
     text = WithoutFill(text);
     return text.find_first_not_of("+-.0123456789eE") == text.npos && platform::ScanReals(text, &value, 1) == 1 &&

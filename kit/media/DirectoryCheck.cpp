@@ -48,8 +48,8 @@ std::uint32_t FindOffset(const DICOMObject& dataSet, Tag tag) {
                : 0;
 }
 
-/// The file that a file ID names, below the root; "" for what is none. The components come from the directory: only
-/// names that lead nowhere else are taken.
+// The file that a file ID names, below the root; "" for what is none. The components come from the directory: only
+// names that lead nowhere else are taken.
 std::string PathOf(const std::string& fileId) {
     std::string path;
     std::size_t begin = 0;
@@ -104,7 +104,7 @@ private:
         if (m_Report.problems.size() == kMostProblems - 1) m_Report.problems.emplace_back("and more");
     }
 
-    /// The records of one directory entity and all below them; the offset of the last, 0 without one.
+    // The records of one directory entity and all below them; the offset of the last, 0 without one.
     std::uint32_t Follow(std::uint32_t offset, int depth) {
         std::uint32_t last = 0;
         while (offset != 0) {
@@ -127,7 +127,7 @@ private:
         return last;
     }
 
-    /// The item at an offset of the file.
+    // The item at an offset of the file.
     bool Parse(std::uint32_t offset, DICOMDataObject& record) {
         if (offset > m_Bytes.size() || m_Bytes.size() - offset < 8) return false;
         const int order = m_Syntax == kExplicitBigEndian ? Buffer::kBigEndian : Buffer::kLittleEndian;

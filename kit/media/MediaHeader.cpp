@@ -27,7 +27,7 @@ MediaHeader CannotBeRead(int error, const Watch& watch) {
     return LeftOut("cannot be read: " + SystemText(error));
 }
 
-/// Empty when the data set can go onto a medium; `beyond`: bytes of the file behind those that were looked at.
+// Empty when the data set can go onto a medium; `beyond`: bytes of the file behind those that were looked at.
 std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
     const DICOMObject& dataSet = *file.dataSet;
     const bool hasMeta = !FindText(dataSet, tags::TransferSyntaxUID).empty();

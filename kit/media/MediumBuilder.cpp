@@ -29,7 +29,7 @@ namespace {
 
 constexpr char kFileRoot[] = "DICOM";
 
-/// The library's builder, which writes the directory where it is told to.
+// The library's builder, which writes the directory where it is told to.
 class Builder : public CCDRObject {
 public:
     bool WriteDirectory(const std::string& path) {
@@ -42,7 +42,7 @@ public:
     }
 };
 
-/// The folders of a medium in the making: gone again unless they are kept. Nobody else builds in the root meanwhile.
+// The folders of a medium in the making: gone again unless they are kept. Nobody else builds in the root meanwhile.
 class MediumFolders {
 public:
     explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {}
@@ -68,7 +68,7 @@ public:
 
     std::string Directory() const { return m_Root + "/DICOMDIR"; }
 
-    /// Where the directory is written, until it is kept.
+    // Where the directory is written, until it is kept.
     const std::string& Unfinished() const { return m_Directory.GetUnfinished(); }
 
     void Make() {
@@ -90,7 +90,7 @@ public:
         throw Error(ErrorKind::Disk, "cannot create " + Directory() + ": " + SystemText(errno)).InFile(Directory());
     }
 
-    /// Gives the directory its name.
+    // Gives the directory its name.
     void Keep() {
         if (!m_Directory.Commit(platform::ReplacingFile::Existing::Refuse)) {
             const std::error_code error(errno, std::generic_category());
@@ -103,7 +103,7 @@ public:
     }
 
 private:
-    /// Makes the root where it is not there, which another builder that gives up may take away again meanwhile.
+    // Makes the root where it is not there, which another builder that gives up may take away again meanwhile.
     void Lock() {
         constexpr int kAttempts = 10;
         for (int attempt = 0;; ++attempt) {
@@ -141,7 +141,7 @@ bool HaveSameBytes(const std::string& a, const std::string& b, const Watch& watc
     }
 }
 
-/// Whether what `AddIOD` said is about the file alone, so that the others can still be added.
+// Whether what `AddIOD` said is about the file alone, so that the others can still be added.
 bool IsAboutOneFile(const std::string& message) {
     constexpr const char* kBeginnings[] = {"CCDRObject::AddIOD: error loading", "CDRSRDocRecord::", "Error decoding",
                                            "Error encoding"};
@@ -192,7 +192,7 @@ public:
     }
 
 private:
-    /// All files in the order in which they were given, each once.
+    // All files in the order in which they were given, each once.
     std::vector<std::string> ListSources(const std::vector<std::string>& sources) {
         std::vector<std::string> files;
         std::vector<std::string> unreadable;

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLook{20};
 
-/// A look-up on a thread of its own, which shares it: nothing can break one off, so a stop leaves it alone.
+// A look-up on a thread of its own, which shares it: nothing can break one off, so a stop leaves it alone.
 struct HostLookUp {
     std::mutex mutex;
     std::condition_variable changed;

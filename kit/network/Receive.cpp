@@ -34,7 +34,7 @@ constexpr int kLongestLook = 20;
 constexpr unsigned kMostRejecting = 64;  // threads that do nothing but say no
 constexpr int kRejectSeconds = 5;        // that a peer has to ask before it is told so
 
-/// One connection and the thread that serves it.
+// One connection and the thread that serves it.
 struct Served {
     DcmService service;
     std::uint32_t address = 0;
@@ -100,7 +100,7 @@ private:
         throw Error(ErrorKind::WrongArgument, text + ": not an IPv4 address");
     }
 
-    /// What the observer throws ends the work.
+    // What the observer throws ends the work.
     template <class Function>
     void Observe(Function&& tell) {
         const std::lock_guard<std::mutex> lock(m_Mutex);
@@ -127,7 +127,7 @@ private:
         return m_Report.associations;
     }
 
-    /// Whether those at work may be as many as are still asked for.
+    // Whether those at work may be as many as are still asked for.
     bool IsFull() {
         return m_Options.count > 0 && CountDone() + m_Served.size() >= m_Options.count && !m_Served.empty();
     }

@@ -26,14 +26,14 @@ constexpr std::size_t kPieceBytes = 64 * 1024;
 constexpr std::uint64_t kAskDiskEvery = std::uint64_t{16} << 20;
 constexpr auto kNotForOthers = std::filesystem::perms::others_all | std::filesystem::perms::group_write;
 
-/// FNV-1a, from another start for each `seed`.
+// FNV-1a, from another start for each `seed`.
 std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
     std::uint64_t hash = 0xCBF29CE484222325U ^ (seed * 0x9E3779B97F4A7C15U);
     for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
     return hash;
 }
 
-/// As `platform::ReplacingFile` names them: ".UID.dcm.RANDOM.part".
+// As `platform::ReplacingFile` names them: ".UID.dcm.RANDOM.part".
 bool IsUnfinished(std::string_view name) {
     constexpr std::string_view kMiddle = ".dcm.";
     constexpr std::string_view kEnd = ".part";

@@ -99,7 +99,7 @@ private:
         m_Report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
-    /// False when the rest cannot be sent.
+    // False when the rest cannot be sent.
     bool Associate(PeerConnection& peer, std::size_t next) {
         try {
             peer.Associate();
@@ -113,7 +113,7 @@ private:
         return true;
     }
 
-    /// The files from `next` to `end`, as far as the association lasts.
+    // The files from `next` to `end`, as far as the association lasts.
     void SendSome(StorageUser& user, DcmService& service, TaskProgress& progress, std::size_t& next, std::size_t end) {
         while (next < end && service.GetState() == DcmService::State::Established) {
             const StorageFile& file = m_Files[next++];

@@ -16,7 +16,7 @@ constexpr int kMostSlices = 100000;
 constexpr int kMostVolumes = 1000;
 constexpr int kLongestSide = 32767;
 
-/// Removes what was written, unless everything was.
+// Removes what was written, unless everything was.
 class WrittenFiles {
 public:
     WrittenFiles() = default;

@@ -22,7 +22,7 @@ constexpr int kAir = -1000;
 constexpr int kNoise = 8;  // Hounsfield units to either side
 constexpr int kUnsignedOffset = 1024;
 
-/// What a later ellipsoid covers, it replaces. The turn is about the z axis.
+// What a later ellipsoid covers, it replaces. The turn is about the z axis.
 struct Ellipsoid {
     double centre[3];
     double radius[3];
@@ -55,7 +55,7 @@ std::uint64_t Scramble(std::uint64_t value) {
     return value ^ (value >> 31);
 }
 
-/// A 128-bit number, four words with the highest first, in decimal.
+// A 128-bit number, four words with the highest first, in decimal.
 std::string Decimal(std::array<std::uint32_t, 4> words) {
     std::string digits;
     bool zero = false;
@@ -73,7 +73,7 @@ std::string Decimal(std::array<std::uint32_t, 4> words) {
     return {digits.rbegin(), digits.rend()};
 }
 
-/// Decimal strings have at most 16 characters (PS3.5 6.2).
+// Decimal strings have at most 16 characters (PS3.5 6.2).
 std::string DecimalString(double value, double step) {
     const double rounded = std::round(value / step) * step;
     std::string text = platform::FormatReal(std::round(rounded * 1e8) / 1e8 + 0.0);
@@ -92,7 +92,7 @@ void Cross(const double (&a)[3], const double (&b)[3], double (&out)[3]) {
     for (int i = 0; i < 3; ++i) out[i] = a[(i + 1) % 3] * b[(i + 2) % 3] - a[(i + 2) % 3] * b[(i + 1) % 3];
 }
 
-/// Into the frame in which the ellipsoid is the unit ball.
+// Into the frame in which the ellipsoid is the unit ball.
 void ToUnit(const Ellipsoid& body, const double (&v)[3], double (&out)[3]) {
     const double angle = body.degrees * 3.14159265358979323846 / 180;
     const double c = std::cos(angle);
@@ -255,7 +255,7 @@ void PhantomSeries::PutPixels(DICOMDataObject& dataSet, int image) const {
     dataSet.Push(pixels.release());
 }
 
-/// One image row: each body covers the stretch of it where |q + t * d| <= 1 in the frame of its unit ball.
+// One image row: each body covers the stretch of it where |q + t * d| <= 1 in the frame of its unit ball.
 void PhantomSeries::Paint(std::int16_t* row, const double (&start)[3], int volume) const {
     std::fill_n(row, m_Options.columns, static_cast<std::int16_t>(kAir));
     for (std::size_t i = 0; i < std::size(kHead); ++i) {

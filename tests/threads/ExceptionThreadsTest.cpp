@@ -19,7 +19,7 @@ constexpr bool kReadsMemory = false;  // it has too much of it
 constexpr bool kReadsMemory = true;
 #endif
 
-/// The text of each buffer of dimension errors, which nothing but a look into the memory of the process can read.
+// The text of each buffer of dimension errors, which nothing but a look into the memory of the process can read.
 std::set<std::string> BufferTexts() {
     const std::string prefix = "Errore di dimensioni - ";
     std::set<std::string> texts;

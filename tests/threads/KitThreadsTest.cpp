@@ -36,7 +36,7 @@ PhantomOptions SmallPhantom(int number) {
     return options;
 }
 
-/// A picture of the volume, and its files in two formats.
+// A picture of the volume, and its files in two formats.
 std::string Products(const Volume& volume, const std::string& name) {
     SliceOptions options;
     options.view = View::Coronal;
@@ -51,7 +51,7 @@ std::string Products(const Volume& volume, const std::string& name) {
     return all;
 }
 
-/// All that a program does with a series, in a folder of its own; what came of it.
+// All that a program does with a series, in a folder of its own; what came of it.
 std::string Study(const std::string& folder, int number) {
     const std::string series = folder + "/series", packed = folder + "/packed", product = folder + "/volume";
     const auto paths = WritePhantom(series, SmallPhantom(number));

@@ -11,7 +11,7 @@ constexpr char kJpeg2000[] = "1.2.840.10008.1.2.4.90";
 constexpr char kLosslessJpeg[] = "1.2.840.10008.1.2.4.70";
 constexpr char kRle[] = "1.2.840.10008.1.2.5";
 
-/// 16 x 16 grey pixels, and a sequence; other numbers give other ones.
+// 16 x 16 grey pixels, and a sequence; other numbers give other ones.
 std::unique_ptr<DICOMDataObject> Image(int number) {
     auto set = std::make_unique<DICOMDataObject>();
     set->Push(MakeText(0x0002, 0x0010, "UI", std::string("1.2.840.10008.1.2.1\0", 20)));
@@ -25,7 +25,7 @@ std::unique_ptr<DICOMDataObject> Image(int number) {
     return set;
 }
 
-/// Claims to be compressed, and is not.
+// Claims to be compressed, and is not.
 std::unique_ptr<DICOMDataObject> Jpeg2000(int number) {
     auto set = Image(number);
     ReplaceText(*set, tags::TransferSyntaxUID, TypeCode("UI"), kJpeg2000);
@@ -37,7 +37,7 @@ std::unique_ptr<DICOMDataObject> Jpeg2000(int number) {
     return set;
 }
 
-/// The data set as a file, read again: what came of it.
+// The data set as a file, read again: what came of it.
 std::unique_ptr<DICOMDataObject> SavedAndLoaded(const DICOMObject& set) {
     TransferSyntaxCodec codec(&PublicDictionary());
     MemoryOutputBuffer out;
@@ -50,7 +50,7 @@ std::unique_ptr<DICOMDataObject> SavedAndLoaded(const DICOMObject& set) {
     return reader.LoadMemory(file.data(), file.size());
 }
 
-/// What saving, loading, decoding and encoding make of a number's images; "" when every pixel came back.
+// What saving, loading, decoding and encoding make of a number's images; "" when every pixel came back.
 std::string Transcoded(int number) {
     std::string faults;
     const auto image = Image(number);
@@ -74,7 +74,7 @@ std::string Transcoded(int number) {
     return faults;
 }
 
-/// A request through its bytes and back, and a pair of sockets; "" when all is as it was.
+// A request through its bytes and back, and a pair of sockets; "" when all is as it was.
 std::string Talked(int number) {
     std::string faults;
     for (int round = 0; round < 20; ++round) {
