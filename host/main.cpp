@@ -35,6 +35,9 @@ void AddVerbs(CLI::App& program) {
     AddMediaVerb(program);
     AddEchoVerb(program);
     AddSendVerb(program);
+    AddFindVerb(program);
+    AddGetVerb(program);
+    AddMoveVerb(program);
     AddReceiveVerb(program);
     AddCommonOptions(program);
     for (CLI::App* const verb : program.get_subcommands({})) AddCommonOptions(*verb);

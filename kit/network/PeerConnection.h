@@ -25,6 +25,7 @@ public:
 
     /// What went wrong last, with the peer's name.
     std::string GetError() const { return m_Peer.Name() + ": " + m_Service.GetError(); }
+    std::string GetName() const { return m_Peer.Name(); }
     Error MakeError() const { return {ErrorKind::Refused, GetError()}; }
 
 private:

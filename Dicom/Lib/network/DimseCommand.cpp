@@ -16,12 +16,17 @@ enum CommandElement : std::uint16_t {
     kCommandField = 0x0100,
     kMessageId = 0x0110,
     kMessageIdRespondedTo = 0x0120,
+    kMoveDestination = 0x0600,
     kPriority = 0x0700,
     kDataSetType = 0x0800,
     kStatus = 0x0900,
     kErrorComment = 0x0902,
     kAffectedInstance = 0x1000,
-    kRequestedInstance = 0x1001
+    kRequestedInstance = 0x1001,
+    kRemaining = 0x1020,
+    kCompleted = 0x1021,
+    kFailed = 0x1022,
+    kWarned = 0x1023
 };
 
 constexpr std::size_t kLongestComment = 64;
@@ -56,6 +61,10 @@ bool IsStored(std::uint16_t status) {
     return status == kStatusSuccess || (status & 0xF000) == 0xB000;
 }
 
+bool IsPending(std::uint16_t status) {
+    return status == kStatusPending || status == kStatusPending + 1;
+}
+
 std::string DimseStatusText(std::uint16_t status) {
     const char* text = "unknown status";
     if (status == kStatusSuccess)
@@ -78,6 +87,12 @@ std::string DimseStatusText(std::uint16_t status) {
         text = "duplicate invocation";
     else if (status == 0x0212)
         text = "mistyped argument";
+    else if (status == kStatusDestinationUnknown)
+        text = "move destination unknown";
+    else if (status == kStatusCancelled)
+        text = "cancelled";
+    else if (IsPending(status))
+        text = "pending";
     else if ((status & 0xFF00) == kStatusOutOfResources)
         text = "out of resources";
     else if ((status & 0xFF00) == kStatusDataSetMismatch)
@@ -103,6 +118,7 @@ DimseCommand DimseCommand::MakeResponse(std::uint16_t withStatus) const {
     response.dataSetType = kNoDataSet;
     response.status = withStatus;
     response.errorComment.clear();
+    response.moveDestination.clear();
     return response;
 }
 
@@ -110,8 +126,11 @@ std::vector<unsigned char> DimseCommand::Encode() const {
     MemoryOutputBuffer elements;
     if (!sopClass.empty()) PutText(elements, kAffectedClass, sopClass, '\0');
     PutNumber(elements, kCommandField, field);
-    PutNumber(elements, IsResponse() ? kMessageIdRespondedTo : kMessageId, messageId);
-    if (field == kStoreRQ) PutNumber(elements, kPriority, priority);
+    const bool isAbout = IsResponse() || field == kCancelRQ;
+    PutNumber(elements, isAbout ? kMessageIdRespondedTo : kMessageId, messageId);
+    if (!moveDestination.empty()) PutText(elements, kMoveDestination, moveDestination, ' ');
+    const bool hasPriority = field == kStoreRQ || field == kGetRQ || field == kFindRQ || field == kMoveRQ;
+    if (hasPriority) PutNumber(elements, kPriority, priority);
     PutNumber(elements, kDataSetType, dataSetType);
     if (IsResponse()) PutNumber(elements, kStatus, status);
     if (!errorComment.empty()) PutText(elements, kErrorComment, errorComment.substr(0, kLongestComment), ' ');
@@ -147,6 +166,10 @@ int DimseCommand::Decode(const void* bytes, std::size_t count) {
         case kPriority: whole = in.ReadUINT16(priority); break;
         case kDataSetType: whole = in.ReadUINT16(dataSetType); break;
         case kStatus: whole = in.ReadUINT16(status); break;
+        case kRemaining: whole = in.ReadUINT16(remaining); break;
+        case kCompleted: whole = in.ReadUINT16(completed); break;
+        case kFailed: whole = in.ReadUINT16(failed); break;
+        case kWarned: whole = in.ReadUINT16(warned); break;
         case kErrorComment: errorComment = TakeText(in); break;
         default: break;
         }

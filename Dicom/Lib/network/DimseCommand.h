@@ -12,6 +12,9 @@ inline constexpr std::string_view kVerificationClass = "1.2.840.10008.1.1";
 enum CommandField : std::uint16_t {
     kStoreRQ = 0x0001,
     kStoreRSP = 0x8001,
+    kGetRQ = 0x0010,
+    kFindRQ = 0x0020,
+    kMoveRQ = 0x0021,
     kEchoRQ = 0x0030,
     kEchoRSP = 0x8030,
     kCancelRQ = 0x0FFF,
@@ -26,12 +29,18 @@ enum DimseStatus : std::uint16_t {
     kStatusClassNotSupported = 0x0122,
     kStatusUnrecognizedOperation = 0x0211,
     kStatusOutOfResources = 0xA700,
+    kStatusDestinationUnknown = 0xA801,
     kStatusDataSetMismatch = 0xA900,
-    kStatusCannotUnderstand = 0xC000
+    kStatusCannotUnderstand = 0xC000,
+    kStatusCancelled = 0xFE00,
+    kStatusPending = 0xFF00
 };
 
 /// Whether a status of a C-STORE counts as stored: success and the warnings (B000, B006, B007).
 bool IsStored(std::uint16_t status);
+
+/// Whether more responses follow one with this status (FF00, FF01).
+bool IsPending(std::uint16_t status);
 
 /// A status in words, with its number: "out of resources (0xA700)".
 std::string DimseStatusText(std::uint16_t status);
@@ -47,8 +56,15 @@ struct DimseCommand {
     std::string sopInstance;
     std::uint16_t priority = 0;
     std::uint16_t dataSetType = kNoDataSet;
-    std::uint16_t status = 0;  ///< responses
-    std::string errorComment;  ///< responses; at most 64 characters are written
+    std::uint16_t status = 0;     ///< responses
+    std::string errorComment;     ///< responses; at most 64 characters are written
+    std::string moveDestination;  ///< title that a C-MOVE request names
+
+    // Sub-operations, of responses to C-GET and C-MOVE; read only.
+    std::uint16_t remaining = 0;
+    std::uint16_t completed = 0;
+    std::uint16_t failed = 0;
+    std::uint16_t warned = 0;
 
     bool IsResponse() const { return (field & kResponseBit) != 0; }
     bool HasDataSet() const { return dataSetType != kNoDataSet; }

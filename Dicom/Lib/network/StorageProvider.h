@@ -59,8 +59,10 @@ public:
     /// Serves the connection of the service's socket until the association has ended; how it did.
     DcmService::Event Serve(const AcceptPolicy& policy);
 
-private:
+    /// Answers one request that the caller has received, as in a C-GET; `Message`, or how the association ended.
     DcmService::Event Handle(std::uint8_t context, const DimseCommand& command);
+
+private:
     DcmService::Event Store(const AcceptedContext& context, const DimseCommand& command);
     std::uint16_t Receive(PDataInputBuffer& data, const StorageRequest& request);
     DcmService::Event Answer(std::uint8_t context, const DimseCommand& command, std::uint16_t status,

@@ -1,0 +1,89 @@
+// C-FIND, C-GET and C-MOVE on an association: requests with identifiers, and answers.
+#pragma once
+
+#include "../core/Watch.h"
+#include "PeerConnection.h"
+#include "Query.h"
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace korvane {
+
+enum class QueryService { Find, Move, Get };
+
+/// The SOP class (PS3.4 C.6, K.6) of a service at a level.
+std::string_view ClassOf(QueryService service, QueryLevel level, bool patientRoot);
+
+/// Keywords of the unique keys (PS3.4 C.6.1.1), by level.
+inline constexpr std::array<const char*, 4> kUniqueKeys = {"PatientID", "StudyInstanceUID", "SeriesInstanceUID",
+                                                           "SOPInstanceUID"};
+
+/// Whether a value names exactly one thing: no wildcard, no list.
+bool IsSingleValue(const std::string& value);
+
+/// Requests on a connection that proposes their SOP class itself.
+class QueryUser {
+public:
+    QueryUser(PeerConnection& peer, const Watch& watch) : m_Peer(peer), m_Watch(watch) {}
+
+    /// Before the association.
+    void Propose(std::string_view sopClass);
+
+    /// Sends a request. Throws `Error`.
+    void Request(CommandField field, std::string_view sopClass, const DataSet& identifier,
+                 const std::string& destination = {});
+
+    /// The next response, or a request of the peer; its data set is to be read next. Throws `Error`.
+    DimseCommand Receive();
+    /// The context on which that came.
+    std::uint8_t GetContext() const { return m_Context; }
+    bool IsResponse(const DimseCommand& command) const;
+    /// The data set of a response. Throws `Error`.
+    DataSet ReadIdentifier(std::size_t& bytes);
+    void Cancel();
+
+    /// What a final status that is a failure says.
+    Error MakeError(const DimseCommand& response) const;
+
+private:
+    PeerConnection& m_Peer;
+    Watch m_Watch;
+    DimseCommand m_Request;
+    std::uint8_t m_Asked = 0;    // context of the request
+    std::uint8_t m_Context = 0;  // and of what came last
+};
+
+/// A query at one level, and at those above that it leaves open.
+class QueryJob {
+public:
+    QueryJob(const Peer& peer, const QueryOptions& options);
+
+    QueryReport Run();
+
+private:
+    using Unique = std::array<std::string, kUniqueKeys.size()>;
+
+    void Descend(int level, Unique& above, const DataSet* upper);
+    bool IsAskedAt(int level) const;
+    DataSet MakeIdentifier(int level, const Unique& above) const;
+    std::vector<DataSet> Ask(const DataSet& identifier, bool limited);
+    void Complete(DataSet& match, const Unique& above, const DataSet* upper) const;
+    int LevelOf(const ElementPath& path) const;
+    void SetCharacterSet(DataSet& identifier) const;
+
+    const Peer& m_Peer;
+    const QueryOptions& m_Options;
+    Watch m_Watch;
+    PeerConnection m_Connection;
+    QueryUser m_User;
+    int m_Top;                // level where the model begins
+    std::size_t m_Bytes = 0;  // of all answers
+    QueryReport m_Report;
+};
+
+}  // namespace korvane
