@@ -1,8 +1,8 @@
 #include "CCDRObject.h"
 
 #include "Dicom/Lib/dataset/ValueText.h"
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/dictionary/TypeCompletion.h"
 #include "Dicom/Lib/pixels/CodecManager.h"
 #include "Dicom/Lib/storage/DICOMFile.h"
 #include "platform/File.h"

@@ -13,7 +13,7 @@ namespace {
 using platform::LoadBig;
 using platform::LoadLittle;
 
-constexpr std::uint32_t kUndefined = 0xFFFFFFFFU;
+constexpr std::uint32_t kUndefined = ElementHeader::kUndefinedLength;
 constexpr int kDeepest = 256;
 constexpr const char* kTypes[] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO", "LT",
                                   "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ", "SS", "ST",
@@ -72,15 +72,10 @@ bool TolerantParser::Parse(int syntax, Buffer& buffer, DICOMObject& target, int 
 
 bool TolerantParser::PeekExplicit(const unsigned char* head, Buffer& buffer, Header& header) const {
     if (!IsKnownType(head[4], head[5])) return false;
-    header.isExplicit = true;
-    header.type = static_cast<std::uint16_t>(head[4] * 256 + head[5]);
-    header.size = 8;
-    header.length = m_bBig ? LoadBig<std::uint16_t>(head + 6) : LoadLittle<std::uint16_t>(head + 6);
-    if (!HasLongLength(header.type)) return true;
-    const unsigned char* const longer = buffer.Peek(12);
-    if (longer == nullptr) return false;
-    header.length = m_bBig ? LoadBig<std::uint32_t>(longer + 8) : LoadLittle<std::uint32_t>(longer + 8);
-    header.size = 12;
+    const ElementHeaderReader reader(true, m_bBig);
+    const unsigned char* const whole = buffer.Peek(reader.GetSize(head));
+    if (whole == nullptr) return false;
+    header = {reader.Decode(whole), true};
     return true;
 }
 
@@ -114,27 +109,18 @@ bool TolerantParser::PeekUnknownType(Buffer& buffer, Header& header) const {
 
 // What the next bytes are the header of; of the two encodings the level's own goes first where both fit.
 bool TolerantParser::PeekHeader(Buffer& buffer, bool isExplicit, Header& header) const {
-    const unsigned char* const head = buffer.Peek(8);
+    const unsigned char* const head = buffer.Peek(ElementHeaderReader::kShortest);
     if (head == nullptr) return false;
-    header = {};
-    header.group = m_bBig ? LoadBig<std::uint16_t>(head) : LoadLittle<std::uint16_t>(head);
-    header.element = m_bBig ? LoadBig<std::uint16_t>(head + 2) : LoadLittle<std::uint16_t>(head + 2);
-    header.size = 8;
-    header.length = m_bBig ? LoadBig<std::uint32_t>(head + 4) : LoadLittle<std::uint32_t>(head + 4);
-    if (header.group == 0xFFFE) return true;
-    const std::uint64_t rest = buffer.GetRemaining() - 8;
-    const bool fitsImplicit = header.length == kUndefined || header.length <= rest;
-    if (!isExplicit && fitsImplicit) {
-        header.type = TypeFromDictionary(header.group, header.element, m_bSignedPixels);
-        return true;
+    Header untyped{ElementHeaderReader(false, m_bBig).DecodeUntyped(head), false};
+    header = untyped;
+    if (untyped.IsDelimiter()) return true;
+    untyped.type = TypeFromDictionary(untyped.group, untyped.element, m_bSignedPixels);
+    const bool fitsImplicit = untyped.HasUndefinedLength() || untyped.length <= buffer.GetRemaining() - untyped.size;
+    if (isExplicit || !fitsImplicit) {
+        if (PeekExplicit(head, buffer, header)) return true;
+        if (isExplicit && PeekUnknownType(buffer, header)) return true;
     }
-    if (PeekExplicit(head, buffer, header)) return true;
-    if (isExplicit && PeekUnknownType(buffer, header)) return true;
-    header.type = TypeFromDictionary(header.group, header.element, m_bSignedPixels);
-    const unsigned char* const again = buffer.Peek(8);
-    header.length = m_bBig ? LoadBig<std::uint32_t>(again + 4) : LoadLittle<std::uint32_t>(again + 4);
-    header.size = 8;
-    header.isExplicit = false;
+    header = untyped;
     return true;
 }
 
@@ -149,8 +135,8 @@ bool TolerantParser::EndWithRest(Buffer& buffer, int depth) {
 
 TolerantParser::End TolerantParser::ParseDelimiter(Buffer& buffer, const Header& header, int depth) {
     buffer.Skip(header.size);
-    if (header.element == 0xE00D) return End::Item;
-    if (header.element == 0xE0DD) return End::Sequence;
+    if (header.element == ElementHeader::kItemEnds) return End::Item;
+    if (header.element == ElementHeader::kSequenceEnds) return End::Sequence;
     if (depth == 0) return End::Item;
     Note(FindingKind::WrongLengths, "an item that belongs to no sequence");
     return m_Leniency.missingEnds ? End::Data : End::Fault;
@@ -162,7 +148,7 @@ TolerantParser::End TolerantParser::ParseLevel(Buffer& buffer, DICOMObject& targ
     while (buffer.HasData()) {
         Header header;
         if (!PeekHeader(buffer, isExplicit, header)) return EndWithRest(buffer, depth) ? End::Data : End::Fault;
-        if (header.group == 0xFFFE) {
+        if (header.IsDelimiter()) {
             const End end = ParseDelimiter(buffer, header, depth);
             if (end != End::Data) return end;
             continue;
@@ -260,13 +246,13 @@ TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int
     while (buffer.HasData()) {
         Header header;
         if (!PeekHeader(buffer, isExplicit, header)) return End::Fault;
-        if (header.group != 0xFFFE || header.element == 0xE00D) {
+        if (!header.IsDelimiter() || header.element == ElementHeader::kItemEnds) {
             Note(FindingKind::WrongLengths,
                  "the sequence " + TagText(sequence.m_Group, sequence.m_Element) + " has no end of its own");
             return m_Leniency.missingEnds ? End::Data : End::Fault;
         }
         buffer.Skip(header.size);
-        if (header.element == 0xE0DD) return End::Data;
+        if (header.element == ElementHeader::kSequenceEnds) return End::Data;
         bool ended = false;
         if (!ParseItem(buffer, sequence, header.length, depth, isExplicit, ended)) return End::Fault;
         if (ended) return End::Data;
@@ -302,9 +288,9 @@ TolerantParser::End TolerantParser::ParseFragments(Buffer& buffer, VR& pixelData
     while (buffer.HasData()) {
         Header header;
         if (!PeekHeader(buffer, true, header)) break;
-        if (header.group != 0xFFFE || (header.element != 0xE000 && header.element != 0xE0DD)) break;
+        if (!header.IsDelimiter() || (header.element != ElementHeader::kItem && header.element != ElementHeader::kSequenceEnds)) break;
         buffer.Skip(header.size);
-        if (header.element == 0xE0DD) return End::Data;
+        if (header.element == ElementHeader::kSequenceEnds) return End::Data;
         auto item = std::make_unique<DICOMDataObject>();
         if (header.length > 0) {
             auto fragment = std::make_unique<VR>();

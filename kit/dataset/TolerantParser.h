@@ -34,12 +34,7 @@ public:
 private:
     enum class End { Data, Item, Sequence, Fault };
 
-    struct Header {
-        std::uint16_t group = 0;
-        std::uint16_t element = 0;
-        std::uint16_t type = 0;
-        std::uint32_t length = 0;
-        unsigned size = 0;  ///< bytes of it in the stream
+    struct Header : ElementHeader {
         bool isExplicit = false;
     };
 

@@ -7,10 +7,12 @@
 #include "../../Dicom/Lib/dataset/ValueText.h"
 #include "../../Dicom/Lib/dictionary/PublicDictionary.h"
 #include "../../Dicom/Lib/dictionary/Tags.generated.h"
+#include "../../Dicom/Lib/dictionary/TypeCompletion.h"
 #include "../../Dicom/Lib/pixels/CodecManager.h"
 #include "../../Dicom/Lib/storage/DICOMFile.h"
 #include "../../Dicom/Lib/stream/FileBuffer.h"
 #include "../../Dicom/Lib/stream/MemoryBuffer.h"
+#include "../../Dicom/Lib/syntax/ElementHeader.h"
 #include "../../Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "../../Dicom/Lib/syntax/TransferSyntaxTable.h"
 

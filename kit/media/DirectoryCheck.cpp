@@ -132,15 +132,13 @@ private:
         if (offset > m_Bytes.size() || m_Bytes.size() - offset < 8) return false;
         const int order = m_Syntax == kExplicitBigEndian ? Buffer::kBigEndian : Buffer::kLittleEndian;
         MemoryInputBuffer buffer(m_Bytes.data() + offset, m_Bytes.size() - offset, order);
-        std::uint16_t group = 0;
-        std::uint16_t element = 0;
-        std::uint32_t length = 0;
-        if (!buffer.ReadUINT16(group) || !buffer.ReadUINT16(element) || !buffer.ReadUINT32(length)) return false;
-        if (group != 0xFFFE || element != 0xE000) return false;
-        if (length == kUndefinedLength) return ParseItem(buffer, record);
-        if (length > m_Bytes.size() - offset - 8) return false;
-        MemoryInputBuffer item(m_Bytes.data() + offset + 8, length, order);
-        return ParseItem(item, record);
+        const ElementHeaderReader reader(m_Syntax != kImplicitLittleEndian, m_Syntax == kExplicitBigEndian);
+        ElementHeader header;
+        if (!reader.Read(buffer, header) || !header.IsDelimiter() || header.element != ElementHeader::kItem) return false;
+        if (header.HasUndefinedLength()) return ParseItem(buffer, record);
+        if (header.length > buffer.GetRemaining()) return false;
+        const Buffer::Window window(buffer, header.length);
+        return ParseItem(buffer, record);
     }
 
     bool ParseItem(Buffer& buffer, DICOMDataObject& record) {

@@ -1,6 +1,5 @@
 #include "DcmDictionary.h"
 
-#include "Dicom/Lib/dataset/Encapsulation.h"
 #include "Dicom/Lib/dataset/ValueText.h"
 
 int DcmDictionary::Build(const DcmDictionaryRow* rows, std::size_t count) {
@@ -82,15 +81,4 @@ int DcmDictionary::Clear() {
     m_Entries.clear();
     m_Names.clear();
     return 1;
-}
-
-void CompleteTypes(DICOMObject& dataSet, const DcmDictionary* dictionary) {
-    for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
-        const std::uint32_t items = element->GetItemCount();
-        std::uint16_t& type = element->m_TypeCode;
-        if (type == 0 && dictionary != nullptr) type = dictionary->LookupTypeCode(element->m_Group, element->m_Element);
-        if (type == 0) type = items > 0 ? TypeCode("SQ") : TypeCode("UN");
-        if (IsPixelData(*element)) continue;
-        for (std::uint32_t i = 0; i < items; ++i) CompleteTypes(*element->GetItem(i), dictionary);
-    }
 }

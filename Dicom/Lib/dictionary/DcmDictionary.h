@@ -64,7 +64,3 @@ private:
     std::vector<Entry> m_Entries;
     std::string m_Names;  // all names, each ended by a zero byte
 };
-
-/// Gives a type to every element that has none, items of sequences included: the dictionary's (null: none), else SQ for
-/// one with items, else UN. The explicit encoder leaves out what has no type; so nothing is lost.
-void CompleteTypes(DICOMObject& dataSet, const DcmDictionary* dictionary);

@@ -1,8 +1,8 @@
 #include "StorageUser.h"
 
 #include "Dicom/Lib/dataset/ValueText.h"
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/dictionary/TypeCompletion.h"
 #include "Dicom/Lib/storage/DICOMFile.h"
 #include "Dicom/Lib/stream/FileBuffer.h"
 #include "Dicom/Lib/syntax/DataSetWalker.h"

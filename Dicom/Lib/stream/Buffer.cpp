@@ -72,7 +72,7 @@ bool Buffer::ReadAcross(void* bytes, std::size_t count) {
     return true;
 }
 
-bool Buffer::Skip(std::uint64_t count) {
+bool Buffer::SkipAcross(std::uint64_t count) {
     while (count > 0) {
         if (m_pCursor == m_pEnd && !Refill(1)) return false;
         const std::uint64_t step = std::min(count, static_cast<std::uint64_t>(m_pEnd - m_pCursor));
@@ -105,11 +105,6 @@ void Buffer::Forget() {
     m_WindowStart = 0;
     m_WriteUsed = 0;
     m_bWriteFailed = false;
-}
-
-const unsigned char* Buffer::Peek(std::size_t count) {
-    if (static_cast<std::size_t>(m_pEnd - m_pCursor) < count && !Refill(count)) return nullptr;
-    return m_pCursor;
 }
 
 Buffer::Window::Window(Buffer& buffer, std::uint32_t length)

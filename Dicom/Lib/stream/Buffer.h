@@ -39,13 +39,20 @@ public:
         m_pCursor += count;
         return true;
     }
-    bool Skip(std::uint64_t count);
+    bool Skip(std::uint64_t count) {
+        if (static_cast<std::uint64_t>(m_pEnd - m_pCursor) < count) return SkipAcross(count);
+        m_pCursor += count;
+        return true;
+    }
 
     /// Up to `capacity` bytes, as they come; at least one unless the stream or window is at its end.
     std::size_t ReadSome(void* bytes, std::size_t capacity);
 
     /// The next `count` bytes (at most 512) without taking them; null when there are fewer.
-    const unsigned char* Peek(std::size_t count);
+    const unsigned char* Peek(std::size_t count) {
+        if (static_cast<std::size_t>(m_pEnd - m_pCursor) < count && !Refill(count)) return nullptr;
+        return m_pCursor;
+    }
 
     /// Bytes read since the stream or the innermost window began, low 32 bits.
     std::uint32_t GetPosition() const { return static_cast<std::uint32_t>(GetOffset() - m_WindowStart); }
@@ -103,6 +110,7 @@ private:
     std::uint64_t GetOffset() const { return m_EndOffset - static_cast<std::size_t>(m_pFilled - m_pCursor); }
     bool Refill(std::size_t wanted);
     bool ReadAcross(void* bytes, std::size_t count);
+    bool SkipAcross(std::uint64_t count);
     void ClipToWindow();
     template <class T>
     bool ReadNumber(T& value) {

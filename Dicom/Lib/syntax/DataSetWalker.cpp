@@ -1,26 +1,17 @@
 #include "DataSetWalker.h"
 
-#include "Dicom/Lib/dataset/TypeCode.h"
 #include "Dicom/Lib/dataset/ValueText.h"
-#include "TransferSyntaxCodec.h"
+#include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "TransferSyntaxTable.h"
-#include "base/Bytes.h"
 
 #include <algorithm>
 #include <cstring>
 
 namespace {
 
-constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFu;
+constexpr std::uint32_t kUndefinedLength = ElementHeader::kUndefinedLength;
 constexpr std::uint32_t kLongestUidValue = 128;
 constexpr std::size_t kDeepest = 1 + 2 * 256;  // a sequence and its item are two levels
-constexpr std::uint32_t kPixelData = 0x7FE00010u;
-
-// Elements of group 0xFFFE (PS3.5 7.5).
-constexpr std::uint16_t kDelimiters = 0xFFFE;
-constexpr std::uint16_t kItem = 0xE000;
-constexpr std::uint16_t kItemEnds = 0xE00D;
-constexpr std::uint16_t kSequenceEnds = 0xE0DD;
 
 }  // namespace
 
@@ -53,52 +44,35 @@ bool DataSetWalker::IsWhole() const {
     return m_bAny && !m_bBroken && m_Skip == 0 && m_HeaderUsed == 0 && m_Levels.size() == 1;
 }
 
-bool DataSetWalker::IsImplicit() const {
-    return m_Levels.back() == Level::Implicit || m_Levels.back() == Level::ImplicitItems;
-}
-
 // What is implicit inside a big-endian stream is little endian: it is the value of a UN element (PS3.5 6.2.2).
-std::uint16_t DataSetWalker::Number16(std::size_t at) const {
-    const bool big = m_bBig && !IsImplicit();
-    return big ? platform::LoadBig<std::uint16_t>(m_Header + at) : platform::LoadLittle<std::uint16_t>(m_Header + at);
+ElementHeaderReader DataSetWalker::GetReader() const {
+    const Level level = m_Levels.back();
+    return {level == Level::Explicit, m_bBig && level != Level::Implicit && level != Level::ImplicitItems};
 }
 
-std::uint32_t DataSetWalker::Number32(std::size_t at) const {
-    const bool big = m_bBig && !IsImplicit();
-    return big ? platform::LoadBig<std::uint32_t>(m_Header + at) : platform::LoadLittle<std::uint32_t>(m_Header + at);
-}
-
-/// Tag and length, 8 bytes; 12 where a type with a long length stands between.
 std::size_t DataSetWalker::GetHeaderBytes() const {
-    if (m_HeaderUsed < 8 || m_Levels.back() != Level::Explicit || Number16(0) == kDelimiters) return 8;
-    return HasLongLength(static_cast<std::uint16_t>(m_Header[4] * 256 + m_Header[5])) ? 12 : 8;
+    constexpr std::size_t kShortest = ElementHeaderReader::kShortest;
+    return m_HeaderUsed < kShortest ? kShortest : GetReader().GetSize(m_Header);
 }
 
 bool DataSetWalker::TakeHeader() {
-    const Level level = m_Levels.back();
-    const std::uint16_t group = Number16(0);
-    const std::uint16_t element = Number16(2);
+    const ElementHeader header = GetReader().Decode(m_Header);
     m_pKept = nullptr;
-    bool fits;
-    if (group == kDelimiters) {
-        fits = TakeDelimiter(level, element, Number32(4));
-    } else {
-        fits = TakeElement(level, (std::uint32_t{group} << 16) | element);
-    }
     m_HeaderUsed = 0;
-    return fits;
+    return header.IsDelimiter() ? TakeDelimiter(header) : TakeElement(header);
 }
 
-bool DataSetWalker::TakeDelimiter(Level level, std::uint16_t element, std::uint32_t length) {
+bool DataSetWalker::TakeDelimiter(const ElementHeader& header) {
+    const Level level = m_Levels.back();
     const bool amongElements = level == Level::Explicit || level == Level::Implicit;
-    if (element == (amongElements ? kItemEnds : kSequenceEnds)) {
+    if (header.element == (amongElements ? ElementHeader::kItemEnds : ElementHeader::kSequenceEnds)) {
         if (m_Levels.size() == 1) return false;
         m_Levels.pop_back();
         return true;
     }
-    if (amongElements || element != kItem) return false;
-    if (length != kUndefinedLength) {
-        m_Skip = length;
+    if (amongElements || header.element != ElementHeader::kItem) return false;
+    if (!header.HasUndefinedLength()) {
+        m_Skip = header.length;
         return true;
     }
     if (level == Level::Fragments) return false;
@@ -106,32 +80,30 @@ bool DataSetWalker::TakeDelimiter(Level level, std::uint16_t element, std::uint3
     return true;
 }
 
-bool DataSetWalker::TakeElement(Level level, std::uint32_t tag) {
+bool DataSetWalker::TakeElement(const ElementHeader& header) {
+    const Level level = m_Levels.back();
     if (level != Level::Explicit && level != Level::Implicit) return false;
-    const auto type = static_cast<std::uint16_t>(m_Header[4] * 256 + m_Header[5]);
-    const bool isExplicit = level == Level::Explicit;
-    const bool isShort = isExplicit && m_HeaderUsed == 8;
-    const std::uint32_t length = isShort ? Number16(6) : Number32(isExplicit ? 8 : 4);
+    const tags::Tag tag = tags::MakeTag(header.group, header.element);
     if (m_Levels.size() == 1) {
         m_bAny = true;
         m_LargestTag = std::max(m_LargestTag, tag);
-        KeepIfIdentity(tag, length);
+        KeepIfIdentity(tag, header.length);
     }
-    if (length != kUndefinedLength) {
-        m_Skip = length;
+    if (!header.HasUndefinedLength()) {
+        m_Skip = header.length;
         return true;
     }
     if (m_Levels.size() >= kDeepest) return false;
-    const bool staysExplicit = isExplicit && type != TypeCode("UN");
-    m_Levels.push_back(tag == kPixelData ? Level::Fragments
-                       : staysExplicit   ? Level::ExplicitItems
-                                         : Level::ImplicitItems);
+    const bool staysExplicit = level == Level::Explicit && header.type != TypeCode("UN");
+    m_Levels.push_back(tag == tags::PixelData ? Level::Fragments
+                       : staysExplicit        ? Level::ExplicitItems
+                                              : Level::ImplicitItems);
     return true;
 }
 
-void DataSetWalker::KeepIfIdentity(std::uint32_t tag, std::uint32_t length) {
+void DataSetWalker::KeepIfIdentity(tags::Tag tag, std::uint32_t length) {
     if (length > kLongestUidValue) return;
-    if (tag == 0x00080016u) m_pKept = &m_SopClass;
-    if (tag == 0x00080018u) m_pKept = &m_SopInstance;
+    if (tag == tags::SOPClassUID) m_pKept = &m_SopClass;
+    if (tag == tags::SOPInstanceUID) m_pKept = &m_SopInstance;
     if (m_pKept != nullptr) m_pKept->clear();
 }

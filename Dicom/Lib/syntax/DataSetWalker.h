@@ -1,6 +1,9 @@
 // Follows the structure of a data set as its bytes go by, without holding them.
 #pragma once
 
+#include "../dataset/Tag.h"
+#include "ElementHeader.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -30,30 +33,28 @@ public:
     const std::string& GetSopClass() const { return m_SopClass; }
     const std::string& GetSopInstance() const { return m_SopInstance; }
     /// Whether an element behind (0008,0018) has been seen: neither can come any more.
-    bool IsPastIdentity() const { return m_LargestTag > 0x00080018u; }
+    bool IsPastIdentity() const { return m_LargestTag > tags::MakeTag(0x0008, 0x0018); }
 
 private:
     /// What is being walked over: elements; what lies in a sequence or in pixel data of undefined length.
     enum class Level : std::uint8_t { Explicit, Implicit, ExplicitItems, ImplicitItems, Fragments };
 
     std::size_t GetHeaderBytes() const;
+    ElementHeaderReader GetReader() const;
     bool TakeHeader();
-    bool TakeDelimiter(Level level, std::uint16_t element, std::uint32_t length);
-    bool TakeElement(Level level, std::uint32_t tag);
-    void KeepIfIdentity(std::uint32_t tag, std::uint32_t length);
-    bool IsImplicit() const;
-    std::uint16_t Number16(std::size_t at) const;
-    std::uint32_t Number32(std::size_t at) const;
+    bool TakeDelimiter(const ElementHeader& header);
+    bool TakeElement(const ElementHeader& header);
+    void KeepIfIdentity(tags::Tag tag, std::uint32_t length);
 
     std::vector<Level> m_Levels;
     bool m_bBig;
     bool m_bBroken = false;
     bool m_bAny = false;
-    unsigned char m_Header[12] = {};
+    unsigned char m_Header[ElementHeaderReader::kLongest] = {};
     std::size_t m_HeaderUsed = 0;
     std::uint32_t m_Skip = 0;        // of the value at hand
     std::string* m_pKept = nullptr;  // where its bytes go
-    std::uint32_t m_LargestTag = 0;
+    tags::Tag m_LargestTag{};
     std::string m_SopClass;
     std::string m_SopInstance;
 };

@@ -1,20 +1,22 @@
 // The entry points, and what parser and encoder have in common.
 #include "TransferSyntaxCodec.h"
 
+#include "DataSetParse.h"
 #include "DiagnosticDump.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
 #include "Dicom/Lib/dataset/ReplaceValue.h"
 #include "Dicom/Lib/dataset/ValueText.h"
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
-#include "Dicom/Lib/dictionary/PublicDictionary.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/dictionary/TypeCompletion.h"
 #include "TransferSyntaxTable.h"
 
+#include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
-/// Banner and byte order of an entry point.
+// Banner and byte order of an entry point.
 void Begin(Buffer& buffer, int byteOrder, const char* banner) {
     Trace(kDumpTransferSyntax, "%s", banner);
     buffer.SetByteOrder(byteOrder);
@@ -55,6 +57,46 @@ int TransferSyntaxCodec::ParseExplicitBigEndian(Buffer& buffer, DICOMObject* tar
 int TransferSyntaxCodec::EncodeExplicitBigEndian(Buffer& buffer, DICOMObject* dataSet) {
     Begin(buffer, Buffer::kBigEndian, "-----------------------------\nParsing outgoing Explicit Big Endian\n");
     return ExplicitEncode(buffer, dataSet, 0);
+}
+
+int TransferSyntaxCodec::Implicit_ParseRawVRIntoDCM(Buffer& buffer, DICOMObject* target, int depth) {
+    return Parse(buffer, target, depth, false);
+}
+
+int TransferSyntaxCodec::ExplicitParse(Buffer& buffer, DICOMObject* target, int depth) {
+    return Parse(buffer, target, depth, true);
+}
+
+// What is nested comes here through the virtual operations, and belongs to the parse that is going on.
+int TransferSyntaxCodec::Parse(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR) {
+    if (target == nullptr || depth > DataSetParse::kDeepest) return 0;
+    const DataSetParse::Level level{buffer, *target, depth, explicitVR};
+    if (depth > 0 && m_pParse != nullptr) return m_pParse->ParseLevel(level);
+    return RunParse([&](DataSetParse& parse) {
+        const int result = parse.ParseLevel(level);
+        parse.DecideSigns(*target);
+        return result;
+    });
+}
+
+int TransferSyntaxCodec::ParseMetaInformation(Buffer& buffer, DICOMObject* target) {
+    buffer.SetByteOrder(Buffer::kLittleEndian);
+    return RunParse([&](DataSetParse& parse) { return parse.ParseMetaInformation({buffer, *target, 0, true}); });
+}
+
+// Within `work` a parse of its own is going on. A lack of memory is a failure like others.
+template <class Work>
+int TransferSyntaxCodec::RunParse(Work&& work) {
+    DataSetParse parse(*this, m_Option);
+    DataSetParse* const outer = std::exchange(m_pParse, &parse);
+    int result = 0;
+    try {
+        result = work(parse);
+    } catch (const std::bad_alloc&) {
+    }
+    m_pParse = outer;
+    m_Stopped = parse.GetStoppedLength();
+    return result;
 }
 
 int TransferSyntaxCodec::ParseStream(int syntax, Buffer& buffer, DICOMObject* target, int option) {
@@ -107,11 +149,10 @@ int TransferSyntaxCodec::PrepareMetaInformation(DICOMObject* dataSet, int mode) 
     return done;
 }
 
-/// Completes the type by the dictionary; false when it stays unknown.
+// Completes the type by the dictionary; false when it stays unknown.
 bool TransferSyntaxCodec::CompleteType(VR& element) {
     if (m_pDictionary == nullptr || m_pDictionary->SetTypeCode(&element) == 0) return false;
-    if (m_bSignedPixels && element.m_TypeCode == TypeCode("US") &&
-        m_pDictionary->HasFlag(element.m_Group, element.m_Element, kAmbiguousUsSs)) {
+    if (m_bSignedPixels && element.m_TypeCode == TypeCode("US") && IsUsOrSs(*m_pDictionary, element)) {
         element.m_TypeCode = TypeCode("SS");
     }
     return true;

@@ -7,8 +7,9 @@
 #include "TransferSyntaxRow.h"
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 
+class DataSetParse;
 class DcmDictionary;
 
 /// What `ParseStream` may be told (bits).
@@ -89,36 +90,23 @@ public:
     DcmDictionary* GetDictionary() const { return m_pDictionary; }
 
     /// Whether the last parse ended in front of pixel data, and the length that stood there (0xFFFFFFFF: encapsulated).
-    bool HasStopped() const { return m_bStopped; }
-    std::uint32_t GetStoppedLength() const { return m_StoppedLength; }
+    bool HasStopped() const { return m_Stopped.has_value(); }
+    std::uint32_t GetStoppedLength() const { return m_Stopped.value_or(0); }
 
 private:
-    static constexpr int kDeepest = 2 * 256;  // a sequence and its item are two levels
-
-    enum class Outcome { GoOn, LevelEnds, Failed };
-
-    int ParseElements(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
-    int ParseLevel(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
-    int ParseNested(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
-    int ParseWindow(Buffer& buffer, DICOMObject* target, std::uint32_t length, int depth, bool explicitVR);
-    Outcome ParseElement(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth, bool explicitVR);
-    Outcome ParseDelimiter(Buffer& buffer, DICOMObject* target, std::uint16_t element, int depth, bool explicitVR);
-    Outcome ParseItem(Buffer& buffer, DICOMObject* target, std::uint32_t length, int depth, bool explicitVR);
-    Outcome ParseUndefinedLength(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, int depth,
-                                 bool explicitVR);
-    Outcome ParseValue(Buffer& buffer, DICOMObject* target, std::unique_ptr<VR> element, std::uint32_t length,
-                       int depth, bool traced);
-    bool CompleteType(VR& element);
+    int Parse(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
+    template <class Work>
+    int RunParse(Work&& work);
 
     int Encode(Buffer& buffer, DICOMObject* dataSet, int depth, bool explicitVR);
     int EncodeElement(Buffer& buffer, VR& element, int depth, bool explicitVR);
     int EncodeItems(Buffer& buffer, const VR& element, int depth, bool explicitVR);
     bool IsLeftOut(VR& element, bool explicitVR);
+    bool CompleteType(VR& element);
 
     DcmDictionary* m_pDictionary;
-    int m_Option = kParseAll;
-    bool m_bTracing = false;  // looked up once a parse
-    bool m_bStopped = false;
-    bool m_bSignedPixels = false;  // (0028,0103) of the data set at hand: decides what is "US or SS"
-    std::uint32_t m_StoppedLength = 0;
+    int m_Option = kParseAll;         // what `ParseStream` was told, while it runs
+    DataSetParse* m_pParse = nullptr;  // the parse that is going on
+    std::optional<std::uint32_t> m_Stopped;
+    bool m_bSignedPixels = false;  // encoding: (0028,0103) of the data set at hand decides what is "US or SS"
 };

@@ -1,0 +1,266 @@
+#include "DataSetParse.h"
+
+#include "DiagnosticDump.h"
+#include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dictionary/TypeCompletion.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint32_t kUndefinedLength = ElementHeader::kUndefinedLength;
+constexpr std::uint32_t kFirstStep = 1u << 20;
+constexpr std::uint16_t kItem = ElementHeader::kItem;
+constexpr std::uint16_t kItemEnds = ElementHeader::kItemEnds;
+constexpr std::uint16_t kSequenceEnds = ElementHeader::kSequenceEnds;
+
+std::unique_ptr<VR> MakeElement(const ElementHeader& header, std::uint32_t offset) {
+    auto element = std::make_unique<VR>();
+    element->m_Group = header.group;
+    element->m_Element = header.element;
+    element->m_TypeCode = header.type;
+    element->m_StreamOffset = offset;
+    return element;
+}
+
+bool IsBig(const Buffer& buffer) {
+    return buffer.GetByteOrder() == Buffer::kBigEndian;
+}
+
+// Where the stream's end is not known, a length is believed step by step: memory never exceeds twice what has come.
+bool ReadInSteps(Buffer& buffer, VR& element, std::uint32_t length) {
+    std::uint32_t have = std::min(length, kFirstStep);
+    if (element.AllocateValue(have) == nullptr || !buffer.Read(element.m_pData, have)) return false;
+    while (have < length) {
+        const auto next = static_cast<std::uint32_t>(std::min<std::uint64_t>(length, std::uint64_t{have} * 2));
+        VR grown(element.m_Group, element.m_Element, 0, 0);
+        grown.m_TypeCode = element.m_TypeCode;
+        if (grown.AllocateValue(next) == nullptr) return false;
+        std::memcpy(grown.m_pData, element.m_pData, have);
+        if (!buffer.Read(grown.m_pData + have, next - have)) return false;
+        element.TakeValueFrom(&grown);
+        have = next;
+    }
+    return true;
+}
+
+// Reads a value of `length` bytes, exactly that many, and brings it into little-endian order.
+bool ReadValue(Buffer& buffer, VR& element, std::uint32_t length) {
+    if (length == 0) return true;
+    if (length >= kUndefinedLength - 1) return false;
+    const std::uint64_t remaining = buffer.GetRemaining();
+    if (remaining == Buffer::kUnknown) {
+        if (!ReadInSteps(buffer, element, length)) return false;
+    } else if (length > remaining || element.AllocateValue(length) == nullptr ||
+               !buffer.Read(element.m_pData, length)) {
+        return false;
+    }
+    if (buffer.GetByteOrder() == Buffer::kBigEndian) {
+        platform::SwapUnits(element.m_pData, length, GetSwapUnit(element.m_TypeCode));
+    }
+    return true;
+}
+
+void TraceImplicitDelimiter(std::uint16_t element, std::uint32_t length) {
+    Trace(kDumpTransferSyntax, "[%4.4X,%4.4X][%6d]", 0xFFFE, element, static_cast<int>(length));
+    if (element == kItemEnds || element == kSequenceEnds) {
+        Trace(kDumpTransferSyntax, "Implicit terminator\n");
+    } else if (length == kUndefinedLength) {
+        Trace(kDumpTransferSyntax, "Implicit length of sequence\n");
+    } else if (element == kItem) {
+        Trace(kDumpTransferSyntax, "explicit length, sequence item begin\n");
+    } else {
+        Trace(kDumpTransferSyntax, "UNKNOWN ERROR IN Implicit_ParseRawVRIntoDCM\n");
+    }
+}
+
+void TraceExplicitDelimiter(std::uint16_t element, std::uint32_t length) {
+    if (element == kItemEnds) {
+        Trace(kDumpTransferSyntax, "[FFFE][E00D] Implicit item terminator\n");
+    } else if (element == kSequenceEnds) {
+        Trace(kDumpTransferSyntax, "[FFFE][E0DD] Implicit Seq. terminator\n");
+    } else if (element != kItem) {
+        Trace(kDumpTransferSyntax, "ERRORE Parsing raw explicit data\n");
+    } else if (length == kUndefinedLength) {
+        Trace(kDumpTransferSyntax, "[FFFE][%4.4X][FFFFFFFFF] Start Implicit length sequence\n", element);
+    } else {
+        Trace(kDumpTransferSyntax, "[FFFE][%4.4X][%d] Start Explicit length sequence\n", element,
+              static_cast<int>(length));
+    }
+}
+
+void TraceDelimiter(std::uint16_t element, std::uint32_t length, bool explicitVR) {
+    explicitVR ? TraceExplicitDelimiter(element, length) : TraceImplicitDelimiter(element, length);
+}
+
+// A sequence begins, or encapsulated pixel data does.
+void TraceSequence(const VR& element, std::uint32_t length, bool explicitVR) {
+    const bool isUndefined = length == kUndefinedLength;
+    if (!explicitVR) {
+        Trace(kDumpTransferSyntax,
+              isUndefined ? "Variable length item [sequence, etc]\n" : " Explicit length Sequence (TypeCode='SQ')\n");
+        if (isUndefined && IsPixelData(element)) Trace(kDumpTransferSyntax, "\tEncapsulated pixel data\n");
+    } else if (isUndefined) {
+        Trace(kDumpTransferSyntax, "[%4.4X][%4.4X][FFFFFFFFF] Variable length sequence\n", element.m_Group,
+              element.m_Element);
+    } else {
+        Trace(kDumpTransferSyntax, "[%4.4X][%4.4X][%d][SQ] Explicit length sequence\n", element.m_Group,
+              element.m_Element, static_cast<int>(length));
+    }
+}
+
+}  // namespace
+
+DataSetParse::DataSetParse(TransferSyntaxCodec& codec, int option)
+    : m_Codec(codec), m_Option(option), m_bTracing(IsDebugFlagOn(kDumpTransferSyntax)) {}
+
+int DataSetParse::ParseLevel(const Level& level) {
+    const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
+    while (level.buffer.HasData()) {
+        const std::uint32_t offset = level.buffer.GetPosition();
+        ElementHeader header;
+        if (!reader.Read(level.buffer, header)) return 0;
+        const Outcome outcome =
+            header.IsDelimiter() ? ParseDelimiter(level, header) : ParseElement(level, header, offset);
+        if (outcome != Outcome::GoOn) return outcome == Outcome::LevelEnds ? 1 : 0;
+    }
+    return 1;
+}
+
+int DataSetParse::ParseMetaInformation(const Level& level) {
+    const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
+    for (const unsigned char* next; (next = level.buffer.Peek(2)) != nullptr && next[0] == 0x02 && next[1] == 0x00;) {
+        const std::uint32_t offset = level.buffer.GetPosition();
+        ElementHeader header;
+        if (!reader.Read(level.buffer, header) || ParseElement(level, header, offset) != Outcome::GoOn) return 0;
+    }
+    return 1;
+}
+
+int DataSetParse::ParseNested(const Level& level, DICOMObject& target, bool isExplicit) {
+    return isExplicit ? m_Codec.ExplicitParse(level.buffer, &target, level.depth + 1)
+                      : m_Codec.Implicit_ParseRawVRIntoDCM(level.buffer, &target, level.depth + 1);
+}
+
+// A part of known length as a stream of its own: the parse ends with it, and offsets count from its start.
+int DataSetParse::ParseWindow(const Level& level, DICOMObject& target, std::uint32_t length) {
+    if (length > level.buffer.GetRemaining()) return 0;
+    const Buffer::Window window(level.buffer, length);
+    return ParseNested(level, target, level.isExplicit);
+}
+
+// An element of group 0xFFFE: an item, or the end of one or of a sequence.
+DataSetParse::Outcome DataSetParse::ParseDelimiter(const Level& level, const ElementHeader& header) {
+    if (m_bTracing) TraceDelimiter(header.element, header.length, level.isExplicit);
+    if (header.element == kItemEnds || header.element == kSequenceEnds) return Outcome::LevelEnds;
+    // Of undefined length, the implicit syntax takes any other element for an item.
+    const bool isItem = header.element == kItem || (!level.isExplicit && header.HasUndefinedLength());
+    return isItem ? ParseItem(level, header.length) : Outcome::Failed;
+}
+
+DataSetParse::Outcome DataSetParse::ParseItem(const Level& level, std::uint32_t length) {
+    auto item = std::make_unique<DICOMDataObject>();
+    const int parsed = length == kUndefinedLength ? ParseNested(level, *item, level.isExplicit)
+                                                  : ParseWindow(level, *item, length);
+    if (parsed == 0 || level.target.PushItemToLast(item.get()) == 0) return Outcome::Failed;
+    item.release();
+    return Outcome::GoOn;
+}
+
+DataSetParse::Outcome DataSetParse::ParseElement(const Level& level, const ElementHeader& header,
+                                                 std::uint32_t offset) {
+    auto element = MakeElement(header, offset);
+    const bool isMeta = header.group == 0x0002;  // written with explicit types in every syntax
+    if (!level.isExplicit && !isMeta) CompleteType(*element);
+    if (header.HasUndefinedLength() && !isMeta) return ParseUndefinedLength(level, std::move(element));
+    const bool isSequence = element->m_TypeCode == TypeCode("SQ") && !isMeta;
+    if (!isSequence || (level.isExplicit && header.length == 0)) {
+        const bool traced = m_bTracing && (level.isExplicit || !isMeta);
+        return ParseValue(level, std::move(element), header.length, traced);
+    }
+    if (m_bTracing) TraceSequence(*element, header.length, level.isExplicit);
+    if (level.target.Push(element.get()) == 0) return Outcome::Failed;
+    element.release();
+    return ParseWindow(level, level.target, header.length) != 0 ? Outcome::GoOn : Outcome::Failed;
+}
+
+// Encapsulated pixel data, or else a sequence whose items are appended to the element just pushed.
+DataSetParse::Outcome DataSetParse::ParseUndefinedLength(const Level& level, std::unique_ptr<VR> element) {
+    const bool isPixelData = IsPixelData(*element);
+    if (isPixelData && level.depth == 0 && (m_Option & kStopBeforePixelData) != 0) {
+        m_Stopped = kUndefinedLength;
+        return Outcome::LevelEnds;
+    }
+    if (m_bTracing) TraceSequence(*element, kUndefinedLength, level.isExplicit);
+    const bool isUnknown = level.isExplicit && element->m_TypeCode == TypeCode("UN") && !isPixelData;
+    if (isUnknown) element->m_TypeCode = TypeCode("SQ");
+    if (level.target.Push(element.get()) == 0) return Outcome::Failed;
+    element.release();
+    int parsed;
+    if (isPixelData) {
+        parsed = m_Codec.ParseEncapsulated(level.buffer, &level.target);
+    } else if (isUnknown) {
+        // Such a value was written in implicit VR little endian, whatever surrounds it (PS3.5 6.2.2).
+        const int order = level.buffer.GetByteOrder();
+        level.buffer.SetByteOrder(Buffer::kLittleEndian);
+        parsed = ParseNested(level, level.target, false);
+        level.buffer.SetByteOrder(order);
+    } else {
+        parsed = ParseNested(level, level.target, level.isExplicit);
+    }
+    return parsed != 0 ? Outcome::GoOn : Outcome::Failed;
+}
+
+DataSetParse::Outcome DataSetParse::ParseValue(const Level& level, std::unique_ptr<VR> element, std::uint32_t length,
+                                               bool traced) {
+    element->m_Length = length;
+    if (level.depth == 0 && length != 0 && IsPixelData(*element) &&
+        m_Codec.OnReadPixelData(level.buffer, *element) != 0) {
+        m_Stopped = length;
+        return Outcome::LevelEnds;
+    }
+    if (!ReadValue(level.buffer, *element, length)) return Outcome::Failed;
+    if (element->m_Group == 0x0028 && element->m_Element == 0x0103 && length == 2) {
+        const bool isSigned = platform::LoadLittle<std::uint16_t>(element->m_pData) != 0;
+        m_bAnySigned = m_bAnySigned || isSigned;
+        if (level.depth == 0) m_bSigned = isSigned;
+    }
+    if (traced) DumpElement(kDumpTransferSyntax, *element, &m_Codec);
+    if (level.target.Push(element.get()) == 0) return Outcome::Failed;
+    element.release();
+    return Outcome::GoOn;
+}
+
+void DataSetParse::CompleteType(VR& element) {
+    const DcmDictionary* const dictionary = m_Codec.GetDictionary();
+    if (dictionary == nullptr || dictionary->SetTypeCode(&element) == 0) return;
+    if (element.m_TypeCode != TypeCode("US") || !IsUsOrSs(*dictionary, element)) return;
+    m_bAnyOpen = true;
+    if (m_bSigned) element.m_TypeCode = TypeCode("SS");
+}
+
+void DataSetParse::DecideSigns(DICOMObject& target) const {
+    if (m_bAnyOpen && m_bAnySigned) DecideUsOrSs(target, *m_Codec.GetDictionary());
+}
+
+int TransferSyntaxCodec::ParseEncapsulated(Buffer& buffer, DICOMObject* target) {
+    const ElementHeaderReader reader(true, IsBig(buffer));
+    for (;;) {
+        const std::uint32_t offset = buffer.GetPosition();
+        ElementHeader header;
+        if (!reader.Read(buffer, header) || !header.IsDelimiter()) return 0;
+        if (header.element == kSequenceEnds) return 1;
+        if (header.element != kItem) return 0;
+        auto fragment = MakeElement(header, offset);
+        fragment->m_TypeCode = TypeCode("OB");
+        auto item = std::make_unique<DICOMDataObject>();
+        if (!ReadValue(buffer, *fragment, header.length)) return 0;
+        if (header.length > 0) {
+            if (item->Push(fragment.get()) == 0) return 0;
+            fragment.release();
+        }
+        if (target->PushItemToLast(item.get()) == 0) return 0;
+        item.release();
+    }
+}

@@ -1,0 +1,57 @@
+// One parse of a data set by a codec: what it has to remember from element to element. Internal to the codec.
+#pragma once
+
+#include "ElementHeader.h"
+#include "TransferSyntaxCodec.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+/// Parses the elements of a level; for what is nested it calls the codec's virtual operations, which come back here.
+class DataSetParse {
+public:
+    /// One nesting level: where it is read from and goes to, and how it is encoded.
+    struct Level {
+        Buffer& buffer;
+        DICOMObject& target;
+        int depth;
+        bool isExplicit;
+    };
+
+    static constexpr int kDeepest = 2 * 256;  // a sequence and its item are two levels
+
+    DataSetParse(TransferSyntaxCodec& codec, int option);
+
+    /// All that a codec's parse operation does at a level. 1 or 0.
+    int ParseLevel(const Level& level);
+
+    /// The elements of group 0002 that stand next. 1 or 0.
+    int ParseMetaInformation(const Level& level);
+
+    /// Once all is read: (0028,0103) decides what is "US or SS", wherever in the stream it stood (PS3.6).
+    void DecideSigns(DICOMObject& target) const;
+
+    /// The length that stood at the pixel data in front of which the parse ended; nothing when it did not.
+    std::optional<std::uint32_t> GetStoppedLength() const { return m_Stopped; }
+
+private:
+    enum class Outcome { GoOn, LevelEnds, Failed };
+
+    int ParseNested(const Level& level, DICOMObject& target, bool isExplicit);
+    int ParseWindow(const Level& level, DICOMObject& target, std::uint32_t length);
+    Outcome ParseElement(const Level& level, const ElementHeader& header, std::uint32_t offset);
+    Outcome ParseDelimiter(const Level& level, const ElementHeader& header);
+    Outcome ParseItem(const Level& level, std::uint32_t length);
+    Outcome ParseUndefinedLength(const Level& level, std::unique_ptr<VR> element);
+    Outcome ParseValue(const Level& level, std::unique_ptr<VR> element, std::uint32_t length, bool traced);
+    void CompleteType(VR& element);
+
+    TransferSyntaxCodec& m_Codec;
+    int m_Option;
+    bool m_bTracing;
+    bool m_bSigned = false;     // what (0028,0103) at the top said so far
+    bool m_bAnySigned = false;  // whether a (0028,0103) said so, at any level
+    bool m_bAnyOpen = false;    // whether an element came that is "US or SS"
+    std::optional<std::uint32_t> m_Stopped;
+};
