@@ -6,12 +6,6 @@
 
 namespace {
 
-// What (0028,0103) of a data set says, and `otherwise` where it is not there.
-bool IsSigned(const DICOMObject& dataSet, bool otherwise) {
-    const VR* const said = dataSet.GetVR(tags::PixelRepresentation);
-    return said != nullptr && said->m_Length == 2 ? dataSet.GetUINT16(tags::PixelRepresentation) != 0 : otherwise;
-}
-
 bool ReservesPrivateBlock(const VR& element) {
     return element.m_Group % 2 == 1 && element.m_Element >= 0x0010 && element.m_Element <= 0x00FF;
 }
@@ -27,7 +21,7 @@ std::uint16_t FindType(const VR& element, const DcmDictionary* dictionary, bool 
 }
 
 void Complete(DICOMObject& dataSet, const DcmDictionary* dictionary, bool outerSigned) {
-    const bool isSigned = IsSigned(dataSet, outerSigned);
+    const bool isSigned = HasSignedPixels(dataSet, outerSigned);
     for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
         if (element->m_TypeCode == 0) element->m_TypeCode = FindType(*element, dictionary, isSigned);
         if (IsPixelData(*element)) continue;
@@ -39,12 +33,17 @@ void Complete(DICOMObject& dataSet, const DcmDictionary* dictionary, bool outerS
 
 }  // namespace
 
+bool HasSignedPixels(const DICOMObject& dataSet, bool otherwise) {
+    const VR* const said = dataSet.GetVR(tags::PixelRepresentation);
+    return said != nullptr && said->m_Length == 2 ? dataSet.GetUINT16(tags::PixelRepresentation) != 0 : otherwise;
+}
+
 bool IsUsOrSs(const DcmDictionary& dictionary, const VR& element) {
     return dictionary.HasFlag(element.m_Group, element.m_Element, kAmbiguousUsSs);
 }
 
 void DecideUsOrSs(DICOMObject& dataSet, const DcmDictionary& dictionary, bool isSigned) {
-    isSigned = IsSigned(dataSet, isSigned);
+    isSigned = HasSignedPixels(dataSet, isSigned);
     for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
         std::uint16_t& type = element->m_TypeCode;
         if ((type == TypeCode("US") || type == TypeCode("SS")) && IsUsOrSs(dictionary, *element)) {

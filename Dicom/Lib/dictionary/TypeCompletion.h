@@ -3,6 +3,9 @@
 
 #include "DcmDictionary.h"
 
+/// What (0028,0103) Pixel Representation of a data set says of its pixels; `otherwise` where it is not there.
+bool HasSignedPixels(const DICOMObject& dataSet, bool otherwise);
+
 /// Whether the standard says "US or SS" of the element; (0028,0103) Pixel Representation of the data set decides then, and
 /// in an item one of its own goes first.
 bool IsUsOrSs(const DcmDictionary& dictionary, const VR& element);

@@ -1,9 +1,10 @@
 // Encoding: data set to byte stream.
 #include "DiagnosticDump.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
-#include "Dicom/Lib/dictionary/DcmDictionary.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/dictionary/TypeCompletion.h"
 #include "Dicom/Lib/stream/MemoryBuffer.h"
+#include "ElementHeader.h"
 #include "TransferSyntaxCodec.h"
 #include "base/Bytes.h"
 
@@ -12,18 +13,19 @@
 
 namespace {
 
-constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFu;
+constexpr std::uint32_t kUndefinedLength = ElementHeader::kUndefinedLength;
 constexpr std::uint32_t kLongestShortForm = 65534;
+constexpr int kDeepest = 256;  // items within items, as many as a parse takes
 
 bool WriteTag(Buffer& buffer, std::uint16_t group, std::uint16_t element) {
     return buffer.WriteUINT16(group) && buffer.WriteUINT16(element);
 }
 
 bool WriteDelimiter(Buffer& buffer, std::uint16_t element, std::uint32_t length) {
-    return WriteTag(buffer, 0xFFFE, element) && buffer.WriteUINT32(length);
+    return WriteTag(buffer, ElementHeader::kDelimiters, element) && buffer.WriteUINT32(length);
 }
 
-/// The value in the buffer's byte order, and the byte that an odd length lacks.
+// The value in the buffer's byte order, and the byte that an odd length lacks.
 bool WriteValue(Buffer& buffer, const VR& element, std::uint16_t code) {
     const std::uint32_t pad = element.m_Length & 1u;
     if (element.m_pData == nullptr) return buffer.WriteZeros(element.m_Length + pad);
@@ -42,8 +44,8 @@ bool WriteValue(Buffer& buffer, const VR& element, std::uint16_t code) {
     return buffer.WriteZeros(pad);
 }
 
-/// What is written for an element's type in the explicit syntaxes: whatever has items is a sequence, OX is decided, and
-/// what the 2-byte length cannot hold becomes UN.
+// What is written for an element's type in the explicit syntaxes: whatever has items is a sequence, OX is decided, and
+// what the 2-byte length cannot hold becomes UN.
 std::uint16_t WrittenType(const VR& element) {
     const bool hasItems = element.GetItemCount() > 0;
     if (hasItems) return IsPixelData(element) ? TypeCode("OB") : TypeCode("SQ");
@@ -71,8 +73,8 @@ void TraceSequenceStart(const VR& element, std::uint32_t length, bool encapsulat
 }
 
 void TraceDelimiter(std::uint16_t element, std::uint32_t length, bool explicitVR) {
-    const bool starts = element == 0xE000;
-    const bool itemEnds = element == 0xE00D;
+    const bool starts = element == ElementHeader::kItem;
+    const bool itemEnds = element == ElementHeader::kItemEnds;
     if (explicitVR) {
         Trace(kDumpTransferSyntax, starts     ? "[FFFE][E000][ffffffff]Start Sequence item\n"
                                    : itemEnds ? "[FFFE][E00D][ffffffff]End Sequence item\n"
@@ -82,7 +84,7 @@ void TraceDelimiter(std::uint16_t element, std::uint32_t length, bool explicitVR
               starts     ? "[%4.4X,%4.4X][%6.6d]Start Item Sequence\n"
               : itemEnds ? "[%4.4X,%4.4X][%6.6d]End Item Sequence\n"
                          : "[%4.4X,%4.4X][%6.6d]Sequence Terminator\n",
-              0xFFFE, element, static_cast<int>(length));
+              ElementHeader::kDelimiters, element, static_cast<int>(length));
     }
 }
 
@@ -98,14 +100,17 @@ int TransferSyntaxCodec::ExplicitEncode(Buffer& buffer, DICOMObject* dataSet, in
 
 int TransferSyntaxCodec::Encode(Buffer& buffer, DICOMObject* dataSet, int depth, bool explicitVR) {
     if (dataSet == nullptr || depth > kDeepest) return 0;
-    if (depth == 0) m_bSignedPixels = dataSet->GetUINT16(tags::PixelRepresentation) != 0;
-    while (const auto element = std::unique_ptr<VR>(dataSet->Pop())) {
-        if (!IsLeftOut(*element, explicitVR) && EncodeElement(buffer, *element, depth, explicitVR) == 0) return 0;
+    const bool outerSigned = m_bSignedPixels;
+    m_bSignedPixels = HasSignedPixels(*dataSet, depth > 0 && outerSigned);
+    int encoded = 1;
+    for (std::unique_ptr<VR> element; encoded != 0 && (element.reset(dataSet->Pop()), element != nullptr);) {
+        if (!IsLeftOut(*element, explicitVR)) encoded = EncodeElement(buffer, *element, depth, explicitVR);
     }
-    return 1;
+    m_bSignedPixels = outerSigned;
+    return encoded;
 }
 
-/// Group lengths and meta information are left out, and by the explicit encoder what has no type.
+// Group lengths and meta information are left out, and by the explicit encoder what has no type.
 bool TransferSyntaxCodec::IsLeftOut(VR& element, bool explicitVR) {
     const bool isGroupLength = element.m_Element == 0 && (explicitVR || element.m_Group != 0);
     if (isGroupLength || element.m_Group == 0x0002) return true;
@@ -159,16 +164,16 @@ int TransferSyntaxCodec::EncodeMetaInformation(Buffer& buffer, const DICOMObject
 
 int TransferSyntaxCodec::EncodeItems(Buffer& buffer, const VR& element, int depth, bool explicitVR) {
     for (std::uint32_t i = 0; i < element.GetItemCount(); ++i) {
-        if (!WriteDelimiter(buffer, 0xE000, kUndefinedLength)) return 0;
-        TraceDelimiter(0xE000, kUndefinedLength, explicitVR);
+        if (!WriteDelimiter(buffer, ElementHeader::kItem, kUndefinedLength)) return 0;
+        TraceDelimiter(ElementHeader::kItem, kUndefinedLength, explicitVR);
         DICOMObject* const item = element.GetItem(i);
         const int encoded =
             explicitVR ? ExplicitEncode(buffer, item, depth + 1) : ImplicitEncode(buffer, item, depth + 1);
-        if (encoded == 0 || !WriteDelimiter(buffer, 0xE00D, 0)) return 0;
-        TraceDelimiter(0xE00D, 0, explicitVR);
+        if (encoded == 0 || !WriteDelimiter(buffer, ElementHeader::kItemEnds, 0)) return 0;
+        TraceDelimiter(ElementHeader::kItemEnds, 0, explicitVR);
     }
-    if (!WriteDelimiter(buffer, 0xE0DD, 0)) return 0;
-    TraceDelimiter(0xE0DD, 0, explicitVR);
+    if (!WriteDelimiter(buffer, ElementHeader::kSequenceEnds, 0)) return 0;
+    TraceDelimiter(ElementHeader::kSequenceEnds, 0, explicitVR);
     return 1;
 }
 
@@ -176,10 +181,10 @@ int TransferSyntaxCodec::EncodeEncapsulated(Buffer& buffer, VR& pixelData) {
     for (std::uint32_t i = 0; i < pixelData.GetItemCount(); ++i) {
         const VR* const fragment = GetFragment(pixelData, i);
         const std::uint32_t length = fragment != nullptr ? fragment->m_Length : 0;
-        if (!WriteDelimiter(buffer, 0xE000, length + (length & 1u))) return 0;
+        if (!WriteDelimiter(buffer, ElementHeader::kItem, length + (length & 1u))) return 0;
         if (fragment != nullptr && !WriteValue(buffer, *fragment, TypeCode("OB"))) return 0;
     }
-    return WriteDelimiter(buffer, 0xE0DD, 0) ? 1 : 0;
+    return WriteDelimiter(buffer, ElementHeader::kSequenceEnds, 0) ? 1 : 0;
 }
 
 int TransferSyntaxCodec::OnWritePixelData(Buffer& buffer, VR& pixelData, std::uint32_t /*length*/) {
