@@ -288,7 +288,9 @@ TolerantParser::End TolerantParser::ParseFragments(Buffer& buffer, VR& pixelData
     while (buffer.HasData()) {
         Header header;
         if (!PeekHeader(buffer, true, header)) break;
-        if (!header.IsDelimiter() || (header.element != ElementHeader::kItem && header.element != ElementHeader::kSequenceEnds)) break;
+        if (!header.IsDelimiter() ||
+            (header.element != ElementHeader::kItem && header.element != ElementHeader::kSequenceEnds))
+            break;
         buffer.Skip(header.size);
         if (header.element == ElementHeader::kSequenceEnds) return End::Data;
         auto item = std::make_unique<DICOMDataObject>();

@@ -134,7 +134,8 @@ private:
         MemoryInputBuffer buffer(m_Bytes.data() + offset, m_Bytes.size() - offset, order);
         const ElementHeaderReader reader(m_Syntax != kImplicitLittleEndian, m_Syntax == kExplicitBigEndian);
         ElementHeader header;
-        if (!reader.Read(buffer, header) || !header.IsDelimiter() || header.element != ElementHeader::kItem) return false;
+        if (!reader.Read(buffer, header) || !header.IsDelimiter() || header.element != ElementHeader::kItem)
+            return false;
         if (header.HasUndefinedLength()) return ParseItem(buffer, record);
         if (header.length > buffer.GetRemaining()) return false;
         const Buffer::Window window(buffer, header.length);

@@ -161,8 +161,8 @@ DataSetParse::Outcome DataSetParse::ParseDelimiter(const Level& level, const Ele
 
 DataSetParse::Outcome DataSetParse::ParseItem(const Level& level, std::uint32_t length) {
     auto item = std::make_unique<DICOMDataObject>();
-    const int parsed = length == kUndefinedLength ? ParseNested(level, *item, level.isExplicit)
-                                                  : ParseWindow(level, *item, length);
+    const int parsed =
+        length == kUndefinedLength ? ParseNested(level, *item, level.isExplicit) : ParseWindow(level, *item, length);
     if (parsed == 0 || level.target.PushItemToLast(item.get()) == 0) return Outcome::Failed;
     item.release();
     return Outcome::GoOn;

@@ -105,7 +105,7 @@ private:
     bool CompleteType(VR& element);
 
     DcmDictionary* m_pDictionary;
-    int m_Option = kParseAll;         // what `ParseStream` was told, while it runs
+    int m_Option = kParseAll;          // what `ParseStream` was told, while it runs
     DataSetParse* m_pParse = nullptr;  // the parse that is going on
     std::optional<std::uint32_t> m_Stopped;
     bool m_bSignedPixels = false;  // encoding: (0028,0103) of the data set at hand decides what is "US or SS"
