@@ -49,6 +49,43 @@ private:
     bool m_bMakesFolders;
 };
 
+// Keeps the files that several new ones replace, until all of those have their names: else a failure in the middle would
+// cost the user what was there before.
+class ReplacedFiles {
+public:
+    explicit ReplacedFiles(const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            std::error_code error;
+            if (!fs::is_regular_file(PathFromText(name), error)) continue;
+            platform::ReplacingFile aside;  // for a name that nobody has
+            if (!aside.Reserve(name)) continue;
+            const std::string other = aside.GetUnfinished();
+            aside.Discard();
+            fs::create_hard_link(PathFromText(name), PathFromText(other), error);
+            if (error) fs::copy_file(PathFromText(name), PathFromText(other), error);
+            if (!error) m_Kept.emplace_back(name, other);
+        }
+    }
+    ~ReplacedFiles() {
+        for (const auto& [name, other] : m_Kept) platform::RemoveFile(other.c_str());
+    }
+    ReplacedFiles(const ReplacedFiles&) = delete;
+    ReplacedFiles& operator=(const ReplacedFiles&) = delete;
+
+    // Puts the old file of a name back; false where there was none.
+    bool Restore(const std::string& name) {
+        const auto found = std::find_if(m_Kept.begin(), m_Kept.end(), [&](const auto& kept) { return kept.first == name; });
+        if (found == m_Kept.end()) return false;
+        std::error_code error;
+        fs::rename(PathFromText(found->second), PathFromText(name), error);
+        if (!error) m_Kept.erase(found);
+        return !error;
+    }
+
+private:
+    std::vector<std::pair<std::string, std::string>> m_Kept;  // the name, and where the old file is meanwhile
+};
+
 // What the operations of a library writer return when all went well.
 struct WriterForm {
     int closed = 0;
@@ -241,6 +278,7 @@ std::vector<std::string> ExportFiles::GetNames() const {
 
 void ExportFiles::Commit() {
     using Existing = platform::ReplacingFile::Existing;
+    ReplacedFiles replaced(m_Outputs.size() > 1 && !m_bKeep ? GetNames() : std::vector<std::string>());
     // The header is the first and is named last: a reader that finds it finds the rest, and an image that is in use,
     // which Windows does not let go, costs nothing of what was there before.
     for (std::size_t i = m_Outputs.size(); i-- > 0;) {
@@ -248,7 +286,8 @@ void ExportFiles::Commit() {
             continue;
         const std::error_code error(errno, std::generic_category());
         for (std::size_t done = i + 1; done < m_Outputs.size(); ++done) {
-            if (m_Unfinished[done] != nullptr) RemoveFile(m_Outputs[done].name);
+            const std::string& written = m_Outputs[done].name;
+            if (m_Unfinished[done] != nullptr && !replaced.Restore(written)) RemoveFile(written);
         }
         const std::string& name = m_Outputs[i].name;
         throw Error(ErrorKind::Disk, "cannot create " + name + ": " + SystemText(error, name)).InFile(name);

@@ -63,24 +63,3 @@ unsigned GetSwapUnit(std::uint16_t code) {
     default: return 1;
     }
 }
-
-bool HasLongLength(std::uint16_t code) {
-    switch (code) {
-    case TypeCode("OB"):
-    case TypeCode("OX"):
-    case TypeCode("OW"):
-    case TypeCode("UN"):
-    case TypeCode("UT"):
-    case TypeCode("SQ"):
-    // Of later editions of the standard:
-    case TypeCode("OD"):
-    case TypeCode("OF"):
-    case TypeCode("OL"):
-    case TypeCode("OV"):
-    case TypeCode("SV"):
-    case TypeCode("UC"):
-    case TypeCode("UR"):
-    case TypeCode("UV"): return true;
-    default: return false;
-    }
-}

@@ -31,4 +31,23 @@ unsigned GetSwapUnit(std::uint16_t code);
 
 /// Whether the explicit syntaxes write two reserved bytes and a 4-byte length behind the code (PS3.5 7.1.2).
 /// OX is this toolkit's own code for a value that is either OB or OW.
-bool HasLongLength(std::uint16_t code);
+constexpr bool HasLongLength(std::uint16_t code) {
+    switch (code) {
+    case TypeCode("OB"):
+    case TypeCode("OX"):
+    case TypeCode("OW"):
+    case TypeCode("UN"):
+    case TypeCode("UT"):
+    case TypeCode("SQ"):
+    // Of later editions of the standard:
+    case TypeCode("OD"):
+    case TypeCode("OF"):
+    case TypeCode("OL"):
+    case TypeCode("OV"):
+    case TypeCode("SV"):
+    case TypeCode("UC"):
+    case TypeCode("UR"):
+    case TypeCode("UV"): return true;
+    default: return false;
+    }
+}

@@ -235,13 +235,13 @@ DataSetParse::Outcome DataSetParse::ParseValue(const Level& level, std::unique_p
 void DataSetParse::CompleteType(VR& element) {
     const DcmDictionary* const dictionary = m_Codec.GetDictionary();
     if (dictionary == nullptr || dictionary->SetTypeCode(&element) == 0) return;
-    if (element.m_TypeCode != TypeCode("US") || !IsUsOrSs(*dictionary, element)) return;
-    m_bAnyOpen = true;
-    if (m_bSigned) element.m_TypeCode = TypeCode("SS");
+    if (element.m_TypeCode != TypeCode("US")) return;
+    m_bAnyUs = true;
+    if (m_bSigned && IsUsOrSs(*dictionary, element)) element.m_TypeCode = TypeCode("SS");
 }
 
 void DataSetParse::DecideSigns(DICOMObject& target) const {
-    if (m_bAnyOpen && m_bAnySigned) DecideUsOrSs(target, *m_Codec.GetDictionary());
+    if (m_bAnyUs && m_bAnySigned) DecideUsOrSs(target, *m_Codec.GetDictionary());
 }
 
 int TransferSyntaxCodec::ParseEncapsulated(Buffer& buffer, DICOMObject* target) {

@@ -52,6 +52,6 @@ private:
     bool m_bTracing;
     bool m_bSigned = false;     // what (0028,0103) at the top said so far
     bool m_bAnySigned = false;  // whether a (0028,0103) said so, at any level
-    bool m_bAnyOpen = false;    // whether an element came that is "US or SS"
+    bool m_bAnyUs = false;      // whether the dictionary made an element US: it may have to be SS
     std::optional<std::uint32_t> m_Stopped;
 };

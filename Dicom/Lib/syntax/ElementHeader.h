@@ -67,13 +67,11 @@ public:
 
     /// Takes the next header off a stream. False when it does not come whole.
     bool Read(Buffer& buffer, ElementHeader& header) const {
-        const unsigned char* begin = buffer.Peek(kShortest);
+        const unsigned char* begin = buffer.Peek(kShortest);  // no more than that may ever come
         if (begin == nullptr) return false;
-        const std::size_t size = GetSize(begin);
-        if (size > kShortest) begin = buffer.Peek(size);
-        if (begin == nullptr) return false;
+        if (GetSize(begin) == kLongest && (begin = buffer.Peek(kLongest)) == nullptr) return false;
         header = Decode(begin);
-        return buffer.Skip(size);
+        return buffer.Skip(header.size);
     }
 
 private:

@@ -1,0 +1,17 @@
+// The system's own file calls once more, under other names, for the faulty ones to fall back on.
+#include "platform/File.h"
+#include "platform/FileCalls.h"
+
+#define OpenToRead SystemOpenToRead
+#define OpenToWrite SystemOpenToWrite
+#define OpenNew SystemOpenNew
+#define ReadSome SystemReadSome
+#define WriteSome SystemWriteSome
+#define SyncFile SystemSyncFile
+#define SyncFolderOf SystemSyncFolderOf
+#define CloseFile SystemCloseFile
+#define RenameOver SystemRenameOver
+#define RenameNew SystemRenameNew
+#define RemoveFile SystemRemoveFile
+
+#include KORVANE_SYSTEM_FILE_CALLS
