@@ -14,8 +14,8 @@ using ModuleFunction = void (*)();
 ///
 /// The name is Windows' own: "X.dll", with or without a folder. There it goes to `LoadLibrary` as it is. On POSIX a name
 /// that ends in ".dll" stands for one that ends in ".so"; any other name is taken as it is. A name without a folder is
-/// looked for beside the program, then beside the module libKorvane, then where the system looks for its libraries; never
-/// in the current directory. All its symbols are bound at once and stay its own.
+/// looked for beside the program, beside the module libKorvane, in the folder of libraries next to the program's, where this
+/// library was to be installed, then where the system looks for its libraries; never in the current directory. All its symbols are bound at once and stay its own.
 ///
 /// A line break or a blank at the end of a name is part of it, so such a name finds nothing on either system.
 ModuleHandle OpenModule(const char* name);

@@ -7,6 +7,8 @@
 
 namespace platform {
 
+class SystemText;
+
 /// Codes by their standards. Those of two bytes a character that work within ISO 2022 take their characters as two bytes
 /// of 21 to 7E (hexadecimal), whichever half of the code table they stood in.
 enum class TextCode {
@@ -41,10 +43,8 @@ public:
     bool AppendUtf8(std::string_view bytes, std::string& utf8);
 
 private:
-    struct System;  // the system's converter
-
     TextCode m_Code;
-    std::unique_ptr<System> m_pSystem;
+    std::unique_ptr<SystemText> m_pSystem;
 };
 
 /// Whether the code has all of the characters of a UTF-8 text; its bytes for them are then appended, else nothing is.

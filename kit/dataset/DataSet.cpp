@@ -34,7 +34,14 @@ std::string_view CharacterSetAt(const DICOMObject& dataSet, std::string_view out
     return own != nullptr ? own->GetText() : outer;
 }
 
-ReadReport ReportOf(DataSetFile& file) {
+ReadReport ReportOf(DataSetFile& file, const std::string& name = {}) {
+    if (std::optional<Finding> undecoded = FindUndecodedTexts(*file.dataSet)) {
+        if (!name.empty()) {
+            undecoded->files = {name};
+            undecoded->text.insert(0, name + ": ");
+        }
+        file.findings.push_back(std::move(*undecoded));
+    }
     return {file.transferSyntax, file.complete, file.hasPreamble, std::move(file.findings)};
 }
 
@@ -56,8 +63,9 @@ DataSet& DataSet::operator=(DataSet&& other) noexcept = default;
 DataSet DataSet::Read(const std::string& path, const ReadOptions& options) {
     DataSetFile file = ReadDataSetFile(path, ParseOptionOf(options), options.watcher, options.leniency);
     if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, path + ": not a DICOM file").InFile(path);
+    ReadReport report = ReportOf(file, path);
     DataSet set(std::move(file.dataSet));
-    set.m_Report = ReportOf(file);
+    set.m_Report = std::move(report);
     return set;
 }
 
@@ -66,16 +74,18 @@ DataSet DataSet::Read(std::istream& stream, const ReadOptions& options) {
     DataSetFile file = ReadDataSet(buffer, ParseOptionOf(options));
     if (stream.bad()) throw Error(ErrorKind::Disk, "cannot read the stream");
     if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, "the stream is not DICOM");
+    ReadReport report = ReportOf(file);
     DataSet set(std::move(file.dataSet));
-    set.m_Report = ReportOf(file);
+    set.m_Report = std::move(report);
     return set;
 }
 
 DataSet DataSet::Parse(std::span<const unsigned char> bytes, const ReadOptions& options) {
     DataSetFile file = ReadDataSet(bytes, ParseOptionOf(options), options.leniency);
     if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, "the bytes are not DICOM");
+    ReadReport report = ReportOf(file);
     DataSet set(std::move(file.dataSet));
-    set.m_Report = ReportOf(file);
+    set.m_Report = std::move(report);
     return set;
 }
 

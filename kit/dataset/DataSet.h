@@ -101,7 +101,7 @@ struct ReadReport {
     std::string transferSyntax;       ///< UID; that of the encoding where the data names none
     bool complete = true;             ///< false: the data ends early or is damaged; what could be read is there
     bool hasPreamble = false;         ///< "DICM" stood at byte 128
-    std::vector<Finding> findings{};  ///< what was forgiven
+    std::vector<Finding> findings{};  ///< what was forgiven, and texts that are not in their character set
 };
 
 struct SaveOptions {

@@ -5,6 +5,7 @@
 #include "base/Bytes.h"
 #include "base/Number.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
@@ -27,7 +28,46 @@ std::string_view WithoutFill(std::string_view text) {
     return text;
 }
 
+/// Bytes that are not what they are in ASCII, or an escape sequence: the others are the same in all sets.
+bool MayBeUndecoded(std::string_view text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) >= 0x80 || c == '\x1B' || c == '\x0E'; });
+}
+
+struct UndecodedTexts {
+    std::size_t count = 0;
+    std::string first;
+};
+
+void CountUndecoded(const DICOMObject& dataSet, const TextDecoder& outer, UndecodedTexts& found) {
+    const VR* const set = FindElement(dataSet, tags::SpecificCharacterSet);
+    const TextDecoder own = set != nullptr ? TextDecoder(set->GetText()) : outer;
+    for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+        if (IsSequence(*element)) {
+            for (std::uint32_t i = 0; i < element->GetItemCount(); ++i)
+                CountUndecoded(*element->GetItem(i), own, found);
+        } else if (GetValueKind(element->m_TypeCode) == ValueKind::Text && MayBeUndecoded(element->GetText()) &&
+                   !own.Decodes(WithoutFill(element->GetText()), FormOf(*element))) {
+            char tag[16];
+            std::snprintf(tag, sizeof tag, "(%04X,%04X)", unsigned{element->m_Group}, unsigned{element->m_Element});
+            if (found.count++ == 0) found.first = tag;
+        }
+    }
+}
+
 }  // namespace
+
+std::optional<Finding> FindUndecodedTexts(const DICOMObject& dataSet) {
+    UndecodedTexts found;
+    CountUndecoded(dataSet, TextDecoder(), found);
+    if (found.count == 0) return std::nullopt;
+    const std::string what = found.count == 1
+                                 ? "the text of " + found.first + " has"
+                                 : std::to_string(found.count) + " texts, the first " + found.first + ", have";
+    return Finding{.kind = FindingKind::UndecodedText,
+                   .count = found.count,
+                   .text = what + " bytes that are no characters of the set named by (0008,0005)"};
+}
 
 std::vector<const VR*> SortedElements(const DICOMObject& dataSet) {
     std::vector<const VR*> sorted;

@@ -1,10 +1,12 @@
 // Elements of a data set in words: names, numbers, parts of texts.
 #pragma once
 
+#include "../core/Finding.h"
 #include "../core/TextEncoding.h"
 #include "Toolkit.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,5 +30,8 @@ std::string NumberAt(const VR& element, std::size_t index);
 /// The values of a text element in UTF-8: between backslashes where the type may have several; fill at the end taken off.
 std::vector<std::string> TextParts(const VR& element, const TextDecoder& decoder, Undecoded undecoded);
 TextForm FormOf(const VR& element);
+
+/// What is to be told of texts with bytes that their character set does not have, items of sequences included.
+std::optional<Finding> FindUndecodedTexts(const DICOMObject& dataSet);
 
 }  // namespace korvane

@@ -64,7 +64,10 @@ bool TolerantParser::Parse(int syntax, Buffer& buffer, DICOMObject& target, int 
     for (;;) {
         const End end = ParseLevel(buffer, target, 0, syntax != kImplicitLittleEndian);
         if (end == End::Fault) return false;
-        if (end == End::Data) return true;
+        if (end == End::Data) {
+            if (syntax == kImplicitLittleEndian) DecideUsOrSs(target, PublicDictionary());
+            return !m_bCut;
+        }
         Note(FindingKind::WrongLengths, "an item or a sequence ends where none began");
         if (!m_Leniency.missingEnds) return false;
     }
@@ -228,7 +231,7 @@ TolerantParser::End TolerantParser::ReadValue(Buffer& buffer, VR& element, std::
 
 TolerantParser::End TolerantParser::ParseSequence(Buffer& buffer, VR& sequence, std::uint32_t length, int depth,
                                                   bool isExplicit) {
-    if (length == kUndefined) return ParseItems(buffer, sequence, depth, isExplicit);
+    if (length == kUndefined) return ParseItems(buffer, sequence, depth, isExplicit, true);
     const std::uint64_t remaining = buffer.GetRemaining();
     const bool cut = length > remaining;
     if (cut) {
@@ -237,12 +240,15 @@ TolerantParser::End TolerantParser::ParseSequence(Buffer& buffer, VR& sequence, 
         if (!m_Leniency.cutValues) return End::Fault;
     }
     const Buffer::Window window(buffer, static_cast<std::uint32_t>(std::min<std::uint64_t>(length, remaining)));
-    const End end = ParseItems(buffer, sequence, depth, isExplicit);
+    ++m_iWindows;
+    const End end = ParseItems(buffer, sequence, depth, isExplicit, false);
+    --m_iWindows;
     return cut ? End::Fault : end;
 }
 
 // Items until the sequence ends; at anything else it is over too, and what stands there belongs to the level above.
-TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit) {
+TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit,
+                                               bool undefined) {
     while (buffer.HasData()) {
         Header header;
         if (!PeekHeader(buffer, isExplicit, header)) return End::Fault;
@@ -257,7 +263,19 @@ TolerantParser::End TolerantParser::ParseItems(Buffer& buffer, VR& sequence, int
         if (!ParseItem(buffer, sequence, header.length, depth, isExplicit, ended)) return End::Fault;
         if (ended) return End::Data;
     }
-    return End::Data;
+    return undefined ? EndInside("the sequence " + TagText(sequence.m_Group, sequence.m_Element)) : End::Data;
+}
+
+/// At the end of the data, or of a part of known length, where an end should stand. Nobody can say what is missing, unless
+/// a length around it does.
+TolerantParser::End TolerantParser::EndInside(const std::string& what) {
+    if (m_iWindows > 0) {
+        Note(FindingKind::WrongLengths, what + " has no end of its own");
+    } else if (!m_bCut) {
+        m_bCut = true;
+        Note(FindingKind::EndsEarly, "the data ends inside " + what);
+    }
+    return m_Leniency.missingEnds ? End::Data : End::Fault;
 }
 
 // `ended`: the item was ended by the end of its sequence.
@@ -268,7 +286,8 @@ bool TolerantParser::ParseItem(Buffer& buffer, VR& sequence, std::uint32_t lengt
     if (sequence.AddItem(made.get()) == 0) return false;
     made.release();
     if (length == kUndefined) {
-        const End end = ParseLevel(buffer, item, depth + 1, isExplicit);
+        End end = ParseLevel(buffer, item, depth + 1, isExplicit);
+        if (end == End::Data) end = EndInside("an item of " + TagText(sequence.m_Group, sequence.m_Element));
         ended = end == End::Sequence;
         if (ended) Note(FindingKind::WrongLengths, "an item has no end of its own");
         return end == End::Item || (end != End::Fault && m_Leniency.missingEnds);
@@ -280,7 +299,9 @@ bool TolerantParser::ParseItem(Buffer& buffer, VR& sequence, std::uint32_t lengt
         if (!m_Leniency.cutValues) return false;
     }
     const Buffer::Window window(buffer, static_cast<std::uint32_t>(std::min<std::uint64_t>(length, remaining)));
+    ++m_iWindows;
     const End end = ParseLevel(buffer, item, depth + 1, isExplicit);
+    --m_iWindows;
     return end != End::Fault && length <= remaining;
 }
 

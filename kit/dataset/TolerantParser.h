@@ -41,7 +41,8 @@ private:
     End ParseLevel(Buffer& buffer, DICOMObject& target, int depth, bool isExplicit);
     End ParseDelimiter(Buffer& buffer, const Header& header, int depth);
     End ParseElement(Buffer& buffer, DICOMObject& target, const Header& header, int depth);
-    End ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit);
+    End ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit, bool undefined);
+    End EndInside(const std::string& what);
     End ParseSequence(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit);
     bool ParseItem(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit, bool& ended);
     End ParseFragments(Buffer& buffer, VR& pixelData);
@@ -57,6 +58,8 @@ private:
     int m_Option = kParseAll;
     bool m_bBig = false;
     bool m_bStopped = false;
+    bool m_bCut = false;  // the data ended inside a sequence
+    int m_iWindows = 0;   // parts of known length around what is read
     bool m_bPixels = false;
     bool m_bSignedPixels = false;
     std::uint32_t m_StoppedLength = 0;

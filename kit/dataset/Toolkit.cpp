@@ -17,18 +17,6 @@ namespace korvane {
 
 namespace {
 
-// The codecs take a dictionary that they may change; none of ours does.
-DcmDictionary& SharedDictionary() {
-    static DcmDictionary dictionary;
-    static const bool built = [] {
-        std::size_t count = 0;
-        const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
-        return dictionary.Build(rows, count) != 0;
-    }();
-    if (!built) throw std::bad_alloc();
-    return dictionary;
-}
-
 bool IsFill(char character) {
     return character == ' ' || character == '\0' || character == '\t' || character == '\n' || character == '\r';
 }
@@ -49,10 +37,10 @@ bool ReadReal(std::string_view text, double& value) {
 }  // namespace
 
 const DcmDictionary& PublicDictionary() {
-    return SharedDictionary();
+    return SharedPublicDictionary();
 }
 
-DictionaryCodec::DictionaryCodec() : TransferSyntaxCodec(&SharedDictionary()) {}
+DictionaryCodec::DictionaryCodec() : TransferSyntaxCodec(&SharedPublicDictionary()) {}
 
 VR* FindElement(const DICOMObject& dataSet, Tag tag) {
     return dataSet.GetVR(tag);

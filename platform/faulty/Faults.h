@@ -25,7 +25,7 @@ public:
     int failingClose = kNever;  ///< of files that were written: they are closed, and EIO is told
     int failingRename = kNever;
     int renameError = EACCES;
-    std::size_t mostRead = 0;   ///< a read gives no more bytes than this; 0: as many as there are
+    std::size_t mostRead = 0;  ///< a read gives no more bytes than this; 0: as many as there are
     std::size_t mostWritten = 0;
 
     /// Files that are concerned, by a part of their path; "": all.

@@ -47,7 +47,10 @@ ModuleHandle OpenModule(const char* name) {
         if (file.ends_with(ending)) file.replace(file.size() - ending.size(), ending.size(), ".so");
     }
     if (!FolderOf(file).empty()) return OpenFileOf(file);
-    for (const std::string& folder : {FolderOf(ProgramFile()), LibraryFolder()}) {
+    const std::string program = FolderOf(ProgramFile());
+    // A program that holds the library itself, in P/bin, has its modules in P/lib or the folder that was configured.
+    const std::string beside = program.empty() ? "" : program + "../" KORVANE_LIBRARY_FOLDER "/";
+    for (const std::string& folder : {program, LibraryFolder(), beside, std::string(KORVANE_INSTALLED_FOLDER "/")}) {
         if (folder.empty()) continue;
         if (void* const module = OpenFileOf(folder + file)) return module;
     }

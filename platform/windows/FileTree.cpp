@@ -18,11 +18,21 @@ std::wstring Wide(const char* path) {
 }
 
 using CreateHardLinkFunction = BOOL(WINAPI*)(LPCWSTR, LPCWSTR, LPSECURITY_ATTRIBUTES);
-CreateHardLinkFunction g_CreateHardLink = nullptr;
+
+// Null where the system has none. CreateHardLinkA under the name by which it takes any path; both came with the same system.
+CreateHardLinkFunction SystemHardLink() {
+    static const auto function = [] {
+        const HMODULE kernel = LoadLibraryW(L"Kernel32.dll");
+        return kernel == nullptr ? nullptr
+                                 : reinterpret_cast<CreateHardLinkFunction>(
+                                       reinterpret_cast<void (*)()>(GetProcAddress(kernel, "CreateHardLinkW")));
+    }();
+    return function;
+}
 
 int HardLink(const char* newName, const char* existing, void* attributes) {
     const BOOL linked =
-        g_CreateHardLink(Wide(newName).c_str(), Wide(existing).c_str(), static_cast<LPSECURITY_ATTRIBUTES>(attributes));
+        SystemHardLink()(Wide(newName).c_str(), Wide(existing).c_str(), static_cast<LPSECURITY_ATTRIBUTES>(attributes));
     return linked != 0 || FailWithSystemError() ? 1 : 0;
 }
 
@@ -50,12 +60,7 @@ bool DuplicateFile(const char* source, const char* destination, const StopQuesti
 }
 
 LinkFunction FindHardLink() {
-    // CreateHardLinkA under the name by which it takes any path; both came with the same system.
-    const HMODULE kernel = LoadLibraryW(L"Kernel32.dll");
-    if (kernel == nullptr) return nullptr;
-    g_CreateHardLink = reinterpret_cast<CreateHardLinkFunction>(
-        reinterpret_cast<void (*)()>(GetProcAddress(kernel, "CreateHardLinkW")));
-    return g_CreateHardLink != nullptr ? HardLink : nullptr;
+    return SystemHardLink() != nullptr ? HardLink : nullptr;
 }
 
 }  // namespace platform

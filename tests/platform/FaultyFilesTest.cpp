@@ -145,9 +145,10 @@ TEST_F(FaultyFiles, AMediumIsThereWholeOrNotAtAll) {
 }
 
 TEST_F(FaultyFiles, ReceivedFilesAreWholeOrRefused) {
-    const StorageRequest request{.sopClass = "1.2.840.10008.5.1.4.1.1.2",
-                                 .sopInstance = "1.2.3",
-                                 .transferSyntax = "1.2.840.10008.1.2.1"};
+    StorageRequest request;
+    request.sopClass = "1.2.840.10008.5.1.4.1.1.2";
+    request.sopInstance = "1.2.3";
+    request.transferSyntax = "1.2.840.10008.1.2.1";
     const std::string bytes(100'000, 'x');
     Put("in/1.2.3.dcm", "old");
     for (const auto& [name, set] : kWriteFaults) {

@@ -27,8 +27,8 @@ public:
     /// Takes the element over. With a push target set, hands it on to that. 1; 0 when memory runs out.
     ///
     /// An element of a tag that is there already does not replace it: the present one stays, and the new one, though
-    /// taken over (and reachable for `PushItemToLast`), is kept aside until the set is reset or destroyed. Callers rely
-    /// on the first element staying; to change a value in place use `VR::TakeValueFrom`.
+    /// taken over (and reachable for `PushItemToLast`), is kept aside until the set is reset or destroyed. Readers rely
+    /// on that: a tag that a damaged stream repeats cannot replace what came first. To change a value in place use `VR::TakeValueFrom`.
     virtual int Push(VR* element);
 
     /// Takes the elements out one by one in tag order; null when none is left. The caller owns what it gets. A `Push` in
@@ -42,6 +42,9 @@ public:
     /// The element, which stays in the set and valid until it is popped or the set reset or destroyed; null when absent.
     VR* GetVR(std::uint16_t group, std::uint16_t element) const { return m_Tree.Find(group, element); }
     VR* GetVR(tags::Tag tag) const { return GetVR(GroupOf(tag), ElementOf(tag)); }
+
+    /// The element that items go to; null when nothing was pushed, or it was popped since.
+    const VR* GetLastPushed() const { return m_pLastPushed; }
 
     /// The value of a present element of exactly 2 bytes; 0 otherwise.
     std::uint16_t GetUINT16(std::uint16_t group, std::uint16_t element) const;

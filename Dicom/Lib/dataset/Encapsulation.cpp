@@ -15,6 +15,19 @@ bool IsEncapsulated(const VR* pixelData) {
     return pixelData != nullptr && pixelData->GetItemCount() > 0;
 }
 
+bool HasEncapsulatedPixels(const DICOMObject& dataSet) {
+    for (const VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+        if (IsPixelData(*element)) {
+            if (IsEncapsulated(element)) return true;
+            continue;
+        }
+        for (std::uint32_t i = 0; i < element->GetItemCount(); ++i) {
+            if (HasEncapsulatedPixels(*element->GetItem(i))) return true;
+        }
+    }
+    return false;
+}
+
 int AppendFragment(VR& pixelData, const void* bytes, std::uint32_t length) {
     try {
         auto item = std::make_unique<DICOMDataObject>();

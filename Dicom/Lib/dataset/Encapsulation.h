@@ -14,6 +14,9 @@ inline bool IsPixelData(const VR& element) {
 /// Whether an element is pixel data with fragments as its items; false for null.
 bool IsEncapsulated(const VR* pixelData);
 
+/// Whether a data set has such pixel data, at the top or in an item of a sequence (an icon).
+bool HasEncapsulatedPixels(const DICOMObject& dataSet);
+
 /// Appends a fragment with a copy of the bytes; an odd length gets a zero byte behind it. 1, or 0 when memory runs out.
 int AppendFragment(VR& pixelData, const void* bytes, std::uint32_t length);
 

@@ -1,5 +1,7 @@
 #include "PublicDictionary.h"
 
+#include <new>
+
 #include <iterator>
 
 namespace {
@@ -29,4 +31,15 @@ static_assert(IsStrictlyAscending());
 const DcmDictionaryRow* PublicDictionaryRows(std::size_t& count) {
     count = std::size(kRows);
     return kRows;
+}
+
+DcmDictionary& SharedPublicDictionary() {
+    static DcmDictionary dictionary;
+    static const bool built = [] {
+        std::size_t count = 0;
+        const DcmDictionaryRow* const rows = PublicDictionaryRows(count);
+        return dictionary.Build(rows, count) != 0;
+    }();
+    if (!built) throw std::bad_alloc();
+    return dictionary;
 }

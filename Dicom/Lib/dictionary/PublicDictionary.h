@@ -34,3 +34,7 @@ inline constexpr std::uint32_t kAmbiguousUsSs = 1;
 
 /// The first row; `count` receives the number of rows. Never null.
 const DcmDictionaryRow* PublicDictionaryRows(std::size_t& count);
+
+/// A dictionary of those rows, built at the first call. Nobody may change it: it is not const because codecs take theirs so.
+/// Throws `std::bad_alloc`.
+DcmDictionary& SharedPublicDictionary();

@@ -10,16 +10,6 @@ bool ReservesPrivateBlock(const VR& element) {
     return element.m_Group % 2 == 1 && element.m_Element >= 0x0010 && element.m_Element <= 0x00FF;
 }
 
-std::uint16_t FindType(const VR& element, const DcmDictionary* dictionary, bool isSigned) {
-    if (element.GetItemCount() > 0 && !IsPixelData(element)) return TypeCode("SQ");
-    const std::uint16_t found =
-        dictionary != nullptr ? dictionary->LookupTypeCode(element.m_Group, element.m_Element) : 0;
-    if (found == TypeCode("US") && isSigned && IsUsOrSs(*dictionary, element)) return TypeCode("SS");
-    if (found != 0) return found;
-    if (ReservesPrivateBlock(element)) return TypeCode("LO");
-    return element.m_Element == 0 ? TypeCode("UL") : TypeCode("UN");
-}
-
 void Complete(DICOMObject& dataSet, const DcmDictionary* dictionary, bool outerSigned) {
     const bool isSigned = HasSignedPixels(dataSet, outerSigned);
     for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
@@ -36,6 +26,16 @@ void Complete(DICOMObject& dataSet, const DcmDictionary* dictionary, bool outerS
 bool HasSignedPixels(const DICOMObject& dataSet, bool otherwise) {
     const VR* const said = dataSet.GetVR(tags::PixelRepresentation);
     return said != nullptr && said->m_Length == 2 ? dataSet.GetUINT16(tags::PixelRepresentation) != 0 : otherwise;
+}
+
+std::uint16_t FindType(const VR& element, const DcmDictionary* dictionary, bool isSigned) {
+    if (element.GetItemCount() > 0 && !IsPixelData(element)) return TypeCode("SQ");
+    const std::uint16_t found =
+        dictionary != nullptr ? dictionary->LookupTypeCode(element.m_Group, element.m_Element) : 0;
+    if (found == TypeCode("US") && isSigned && IsUsOrSs(*dictionary, element)) return TypeCode("SS");
+    if (found != 0) return found;
+    if (ReservesPrivateBlock(element)) return TypeCode("LO");
+    return element.m_Element == 0 ? TypeCode("UL") : TypeCode("UN");
 }
 
 bool IsUsOrSs(const DcmDictionary& dictionary, const VR& element) {

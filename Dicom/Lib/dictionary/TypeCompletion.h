@@ -14,7 +14,10 @@ bool IsUsOrSs(const DcmDictionary& dictionary, const VR& element);
 /// holds where there is no (0028,0103).
 void DecideUsOrSs(DICOMObject& dataSet, const DcmDictionary& dictionary, bool isSigned = false);
 
-/// Gives a type to every element that has none, items of sequences included: the dictionary's (null: none), "US or SS"
-/// decided; LO for the elements that reserve private blocks (PS3.5 7.8.1), UL for group lengths; else SQ for one with
-/// items, else UN. The explicit encoder leaves out what has no type; so nothing is lost.
+/// The type for an element that has none: the dictionary's (null: none), "US or SS" by `isSigned`; LO for the elements that
+/// reserve private blocks (PS3.5 7.8.1), UL for group lengths; else SQ for one with items, else UN.
+std::uint16_t FindType(const VR& element, const DcmDictionary* dictionary, bool isSigned = false);
+
+/// Gives a type to every element that has none, items of sequences included, as `FindType` does with
+/// (0028,0103) decided. The explicit encoder leaves out what has no type; so nothing is lost.
 void CompleteTypes(DICOMObject& dataSet, const DcmDictionary* dictionary);

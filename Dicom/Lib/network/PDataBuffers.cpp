@@ -30,6 +30,7 @@ unsigned char* PDataOutputBuffer::GetRoom(std::size_t& capacity) {
 bool PDataOutputBuffer::ClosePdu(bool last) {
     const auto control = static_cast<std::uint8_t>(m_Kind | (last ? PDataTF::kLast : 0));
     PDataTF::PutHead(m_Service.m_SendBlock.data() + m_Begin, m_Context, control, static_cast<std::uint32_t>(m_InPdu));
+    PDataTF::DumpHead("Writing", m_Context, control, static_cast<std::uint32_t>(m_InPdu));
     m_Begin += PDataTF::kHeadBytes + m_InPdu;
     m_Count += m_InPdu;
     m_InPdu = 0;

@@ -13,6 +13,11 @@ void StoreBig(unsigned char* place, std::uint32_t value) {
     platform::StoreLittle(place, platform::SwapBytes(value));
 }
 
+void DumpFields(const char* verb, std::uint32_t length, std::uint32_t pdvLength, unsigned context, unsigned control) {
+    Trace(kDumpPData, "%s PDataTF (0x04) Length[4]=%u PDVLength[4]=%u ContextID[1]=%u ControlHeader[1]=%2.2X\n", verb,
+          static_cast<unsigned>(length), static_cast<unsigned>(pdvLength), context, control);
+}
+
 }  // namespace
 
 PDataTF::PDataTF() : PduHeader(kPDataTF) {
@@ -31,10 +36,11 @@ void PDataTF::PutHead(unsigned char* place, std::uint8_t context, std::uint8_t c
 }
 
 void PDataTF::Dump(const char* verb) const {
-    if (!IsDebugFlagOn(kDumpPData)) return;
-    Trace(kDumpPData, "%s PDataTF (0x04) Length[4]=%u PDVLength[4]=%u ContextID[1]=%u ControlHeader[1]=%2.2X\n", verb,
-          static_cast<unsigned>(m_Length), static_cast<unsigned>(m_PDVLength), static_cast<unsigned>(m_ContextID),
-          static_cast<unsigned>(m_ControlHeader));
+    if (IsDebugFlagOn(kDumpPData)) DumpFields(verb, m_Length, m_PDVLength, m_ContextID, m_ControlHeader);
+}
+
+void PDataTF::DumpHead(const char* verb, std::uint8_t context, std::uint8_t control, std::uint32_t count) {
+    if (IsDebugFlagOn(kDumpPData)) DumpFields(verb, count + kOverhead, count + kPdvHeadBytes, context, control);
 }
 
 int PDataTF::WritePDU(Buffer& buffer, std::uint8_t context, std::uint8_t control, const void* data,

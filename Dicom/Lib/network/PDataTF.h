@@ -44,6 +44,9 @@ public:
     /// Fills `kHeadBytes` bytes that stand in front of `count` bytes of data.
     static void PutHead(unsigned char* place, std::uint8_t context, std::uint8_t control, std::uint32_t count);
 
+    /// The line of the trace for such a head.
+    static void DumpHead(const char* verb, std::uint8_t context, std::uint8_t control, std::uint32_t count);
+
 private:
     void Dump(const char* verb) const;
 

@@ -2,7 +2,9 @@
 
 #include "Dicom/Lib/dataset/Encapsulation.h"
 #include "Dicom/Lib/dataset/ValueText.h"
+#include "Dicom/Lib/dictionary/PublicDictionary.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
+#include "Dicom/Lib/dictionary/TypeCompletion.h"
 #include "Dicom/Lib/stream/FileBuffer.h"
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
@@ -19,8 +21,8 @@ constexpr std::size_t kMarkedBytes = kPreambleBytes + sizeof kMarker;
 
 }  // namespace
 
-/// Explicit when the sixth byte is above 10 as a signed number: there a second type letter, in an implicit stream the
-/// second byte of a length. Lengths whose second byte is 128 and more count as implicit so.
+// Explicit when the sixth byte is above 10 as a signed number: there a second type letter, in an implicit stream the
+// second byte of a length. Lengths whose second byte is 128 and more count as implicit so.
 int DetectSyntax(Buffer& buffer) {
     const unsigned char* const bytes = buffer.Peek(6);
     const bool isExplicit = bytes != nullptr && static_cast<signed char>(bytes[5]) > 10;
@@ -65,14 +67,16 @@ std::unique_ptr<DICOMDataObject> DICOMFileReader::LoadStream(Buffer& buffer, int
     m_bDeflated = !SelectSyntax(buffer, *dataSet);
     if (m_bDeflated) return dataSet;
     // A delimiter on the top level ends a parse, not the file.
+    bool whole = true;
     do {
         if (m_Codec.ParseStream(m_Syntax, buffer, dataSet.get(), option) == 0) return dataSet;
+        whole = whole && m_Codec.WasWhole();
     } while (!m_Codec.HasStopped() && buffer.HasData());
-    m_bComplete = true;
+    m_bComplete = whole;
     return dataSet;
 }
 
-/// The number that what follows group 0002 is read with; false for data that cannot be read at all.
+// The number that what follows group 0002 is read with; false for data that cannot be read at all.
 bool DICOMFileReader::SelectSyntax(Buffer& buffer, const DICOMObject& dataSet) {
     const VR* const named = dataSet.GetVR(tags::TransferSyntaxUID);
     if (named == nullptr) {
@@ -93,11 +97,13 @@ int SaveDICOMFile(const char* path, int mode, DICOMObject* dataSet, TransferSynt
     if (mode < 1 || mode > 3 || path == nullptr || dataSet == nullptr) return 0;
     TransferSyntaxCodec plain;
     TransferSyntaxCodec& used = codec != nullptr ? *codec : plain;
-    const bool refused =
-        mode == 1 ? IsEncapsulated(dataSet->GetVR(tags::PixelData)) : used.PrepareMetaInformation(dataSet, mode) == 0;
+    const bool refused = mode == 1 ? HasEncapsulatedPixels(*dataSet) : used.PrepareMetaInformation(dataSet, mode) == 0;
     if (refused) return 0;
     FileOutputBuffer file;
     if (!file.Open(path)) return 0;
+    if (mode == 3) {
+        CompleteTypes(*dataSet, used.GetDictionary() != nullptr ? used.GetDictionary() : &SharedPublicDictionary());
+    }
     if (mode != 1) {
         file.WriteZeros(kPreambleBytes);
         file.Write(kMarker, sizeof kMarker);

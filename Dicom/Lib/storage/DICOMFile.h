@@ -42,7 +42,7 @@ public:
     std::unique_ptr<DICOMDataObject> LoadStream(Buffer& buffer, int option = kParseAll);
 
     /// About the file loaded last:
-    bool IsComplete() const { return m_bComplete; }           ///< the parse met no fault
+    bool IsComplete() const { return m_bComplete; }           ///< the parse met no fault, and no open end
     bool HasPreamble() const { return m_bPreamble; }          ///< "DICM" stood at byte 128
     bool IsDeflated() const { return m_bDeflated; }           ///< only group 0002 was read
     bool HasStopped() const { return m_Codec.HasStopped(); }  ///< the pixel data hook ended the parse
@@ -68,7 +68,15 @@ DICOMDataObject* LoadDICOMFile(const char* path, int option = kParseAll, Transfe
 /// 2 the same behind preamble and meta information; 3 explicit VR little endian behind preamble and meta information.
 /// Meta information is complete and itself explicit VR little endian.
 ///
-/// Writing drains the data set: it is empty afterwards, whatever the result. 1 when every byte was written; 0 for another
-/// mode or a data set that cannot be written so (encapsulated pixel data in modes 1 and 2), no file then being touched,
-/// and when opening, writing or closing fails.
+/// Mode 3 names the type of each element: those without one get that of the codec's dictionary, or of the public one where
+/// the codec has none (see `CompleteTypes`), so none is left out.
+///
+/// 1 when every byte was written. 0 for another mode, for a null, or for a data set that cannot be written so (compressed
+/// pixel data, in items of sequences too, in modes 1 and 2, or without a compressed syntax in mode 3): no file is touched
+/// then. 0 as well when opening, writing or closing fails.
+///
+/// Writing drains the data set. It keeps its elements where the file could not be opened; modes 2 and 3 have then set group
+/// 0002. After a failure further on, the elements that had been written are gone from it, and what stands under the path is
+/// a stump in place of the file that was there: who cannot afford that writes a clone, under another name
+/// (`platform::ReplacingFile`).
 int SaveDICOMFile(const char* path, int mode, DICOMObject* dataSet, TransferSyntaxCodec* codec = nullptr);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -116,6 +117,7 @@ DataSetParse::DataSetParse(TransferSyntaxCodec& codec, int option)
     : m_Codec(codec), m_Option(option), m_bTracing(IsDebugFlagOn(kDumpTransferSyntax)) {}
 
 int DataSetParse::ParseLevel(const Level& level) {
+    const bool delimited = std::exchange(m_bDelimited, false);
     const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
     while (level.buffer.HasData()) {
         const std::uint32_t offset = level.buffer.GetPosition();
@@ -125,6 +127,7 @@ int DataSetParse::ParseLevel(const Level& level) {
             header.IsDelimiter() ? ParseDelimiter(level, header) : ParseElement(level, header, offset);
         if (outcome != Outcome::GoOn) return outcome == Outcome::LevelEnds ? 1 : 0;
     }
+    if (delimited) m_bWhole = false;
     return 1;
 }
 
@@ -138,7 +141,8 @@ int DataSetParse::ParseMetaInformation(const Level& level) {
     return 1;
 }
 
-int DataSetParse::ParseNested(const Level& level, DICOMObject& target, bool isExplicit) {
+int DataSetParse::ParseNested(const Level& level, DICOMObject& target, bool isExplicit, bool delimited) {
+    m_bDelimited = delimited;
     return isExplicit ? m_Codec.ExplicitParse(level.buffer, &target, level.depth + 1)
                       : m_Codec.Implicit_ParseRawVRIntoDCM(level.buffer, &target, level.depth + 1);
 }
@@ -147,7 +151,10 @@ int DataSetParse::ParseNested(const Level& level, DICOMObject& target, bool isEx
 int DataSetParse::ParseWindow(const Level& level, DICOMObject& target, std::uint32_t length) {
     if (length > level.buffer.GetRemaining()) return 0;
     const Buffer::Window window(level.buffer, length);
-    return ParseNested(level, target, level.isExplicit);
+    const int parsed = ParseNested(level, target, level.isExplicit, false);
+    const std::uint64_t unread = level.buffer.GetRemaining();  // of a stream without a known end, what never came
+    if (unread != 0) m_bWhole = false;
+    return parsed;
 }
 
 // An element of group 0xFFFE: an item, or the end of one or of a sequence.
@@ -161,8 +168,13 @@ DataSetParse::Outcome DataSetParse::ParseDelimiter(const Level& level, const Ele
 
 DataSetParse::Outcome DataSetParse::ParseItem(const Level& level, std::uint32_t length) {
     auto item = std::make_unique<DICOMDataObject>();
-    const int parsed =
-        length == kUndefinedLength ? ParseNested(level, *item, level.isExplicit) : ParseWindow(level, *item, length);
+    const VR* const holder = level.target.GetLastPushed();
+    const int parsed = length == kUndefinedLength ? ParseNested(level, *item, level.isExplicit, true)
+                                                  : ParseWindow(level, *item, length);
+    if (parsed != 0 && holder != nullptr && holder->m_pData != nullptr && holder->m_Length > 0) {
+        m_bWhole = false;  // the value stays; an element cannot have both
+        return Outcome::GoOn;
+    }
     if (parsed == 0 || level.target.PushItemToLast(item.get()) == 0) return Outcome::Failed;
     item.release();
     return Outcome::GoOn;
@@ -204,10 +216,10 @@ DataSetParse::Outcome DataSetParse::ParseUndefinedLength(const Level& level, std
         // Such a value was written in implicit VR little endian, whatever surrounds it (PS3.5 6.2.2).
         const int order = level.buffer.GetByteOrder();
         level.buffer.SetByteOrder(Buffer::kLittleEndian);
-        parsed = ParseNested(level, level.target, false);
+        parsed = ParseNested(level, level.target, false, true);
         level.buffer.SetByteOrder(order);
     } else {
-        parsed = ParseNested(level, level.target, level.isExplicit);
+        parsed = ParseNested(level, level.target, level.isExplicit, true);
     }
     return parsed != 0 ? Outcome::GoOn : Outcome::Failed;
 }

@@ -35,10 +35,13 @@ public:
     /// The length that stood at the pixel data in front of which the parse ended; nothing when it did not.
     std::optional<std::uint32_t> GetStoppedLength() const { return m_Stopped; }
 
+    /// See `TransferSyntaxCodec::WasWhole`.
+    bool IsWhole() const { return m_bWhole; }
+
 private:
     enum class Outcome { GoOn, LevelEnds, Failed };
 
-    int ParseNested(const Level& level, DICOMObject& target, bool isExplicit);
+    int ParseNested(const Level& level, DICOMObject& target, bool isExplicit, bool delimited);
     int ParseWindow(const Level& level, DICOMObject& target, std::uint32_t length);
     Outcome ParseElement(const Level& level, const ElementHeader& header, std::uint32_t offset);
     Outcome ParseDelimiter(const Level& level, const ElementHeader& header);
@@ -53,5 +56,7 @@ private:
     bool m_bSigned = false;     // what (0028,0103) at the top said so far
     bool m_bAnySigned = false;  // whether a (0028,0103) said so, at any level
     bool m_bAnyUs = false;      // whether the dictionary made an element US: it may have to be SS
+    bool m_bDelimited = false;  // whether the level that begins must be ended by a delimiter
+    bool m_bWhole = true;
     std::optional<std::uint32_t> m_Stopped;
 };

@@ -96,6 +96,7 @@ int TransferSyntaxCodec::RunParse(Work&& work) {
     }
     m_pParse = outer;
     m_Stopped = parse.GetStoppedLength();
+    m_bWhole = result != 0 && parse.IsWhole();
     return result;
 }
 
@@ -130,7 +131,7 @@ int TransferSyntaxCodec::OnReadPixelData(Buffer& /*buffer*/, VR& /*pixelData*/) 
 int TransferSyntaxCodec::PrepareMetaInformation(DICOMObject* dataSet, int mode) {
     const VR* const present = dataSet->GetVR(tags::TransferSyntaxUID);
     std::string syntax(mode == 2 ? kImplicitLittleEndianUid : kExplicitLittleEndianUid);
-    if (IsEncapsulated(dataSet->GetVR(tags::PixelData))) {
+    if (HasEncapsulatedPixels(*dataSet)) {
         if (mode != 3 || present == nullptr) return 0;
         syntax = TrimmedUid(present->GetText());
         if (IsNativeTransferSyntax(syntax)) return 0;

@@ -93,6 +93,11 @@ public:
     bool HasStopped() const { return m_Stopped.has_value(); }
     std::uint32_t GetStoppedLength() const { return m_Stopped.value_or(0); }
 
+    /// Whether the last parse found nothing amiss that its result leaves out: the stream did not end, nor a part of known
+    /// length, inside an item or a sequence of undefined length, and every item belonged to a sequence. An item behind an
+    /// element that has a value is dropped.
+    bool WasWhole() const { return m_bWhole; }
+
 private:
     int Parse(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
     template <class Work>
@@ -108,5 +113,6 @@ private:
     int m_Option = kParseAll;          // what `ParseStream` was told, while it runs
     DataSetParse* m_pParse = nullptr;  // the parse that is going on
     std::optional<std::uint32_t> m_Stopped;
+    bool m_bWhole = true;
     bool m_bSignedPixels = false;  // encoding: (0028,0103) of the data set at hand decides what is "US or SS"
 };

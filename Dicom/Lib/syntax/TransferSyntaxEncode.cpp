@@ -1,6 +1,7 @@
 // Encoding: data set to byte stream.
 #include "DiagnosticDump.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dictionary/PublicDictionary.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/dictionary/TypeCompletion.h"
 #include "Dicom/Lib/stream/MemoryBuffer.h"
@@ -50,6 +51,9 @@ std::uint16_t WrittenType(const VR& element) {
     const bool hasItems = element.GetItemCount() > 0;
     if (hasItems) return IsPixelData(element) ? TypeCode("OB") : TypeCode("SQ");
     if (element.m_TypeCode == TypeCode("OX")) return TypeCode("OW");
+    // A look into a dictionary makes a sequence of an element that was read as unknown; its bytes are still its value.
+    if (element.m_TypeCode == TypeCode("SQ") && element.m_pData != nullptr && element.m_Length > 0)
+        return TypeCode("UN");
     const bool tooLong = element.m_Length > kLongestShortForm && !HasLongLength(element.m_TypeCode);
     return tooLong ? TypeCode("UN") : element.m_TypeCode;
 }
@@ -152,6 +156,10 @@ int TransferSyntaxCodec::EncodeMetaInformation(Buffer& buffer, const DICOMObject
     MemoryOutputBuffer group;
     for (VR* element = dataSet.GetVR(tags::FileMetaInformationVersion);
          element != nullptr && element->m_Group == 0x0002; element = dataSet.GetNext(element)) {
+        if (element->m_TypeCode == 0) {
+            element->m_TypeCode =
+                FindType(*element, m_pDictionary != nullptr ? m_pDictionary : &SharedPublicDictionary());
+        }
         if (EncodeElement(group, *element, 1, true) == 0) return 0;
     }
     const std::vector<unsigned char>& bytes = group.GetBytes();

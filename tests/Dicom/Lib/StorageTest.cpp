@@ -92,6 +92,12 @@ protected:
 
 }  // namespace
 
+static int Count(std::string_view text, std::string_view word) {
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(word, at)) != std::string_view::npos; at += word.size()) ++count;
+    return count;
+}
+
 TEST_F(Storage, EveryEncodingArrivesAsItWas) {
     const std::string uid(kImplicitLittleEndianUid);
     const Bytes pixels = Text("abcdefgh");
@@ -127,6 +133,14 @@ TEST_F(Storage, EveryEncodingArrivesAsItWas) {
             if (!only.empty()) break;
         }
     }
+}
+
+TEST_F(Storage, SentDataIsTraced) {
+    WriteBytes(Path("a"), File(std::string(kExplicitLittleEndianUid), "1.10", le.Short(0x0010, 0x0010, "PN", "Doe ")));
+    const std::string traced = Traced(kDumpPData, [&] { Send({"a"}, AcceptPolicy()); });
+    // Two commands and a data set, each seen from both ends.
+    EXPECT_EQ(Count(traced, "Writing PDataTF"), 3);
+    EXPECT_EQ(Count(traced, "Reading PDataTF"), 3);
 }
 
 TEST_F(Storage, AnswersTellWhatIsWrongAndNothingHalfIsLeft) {

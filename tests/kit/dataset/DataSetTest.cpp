@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -157,6 +158,33 @@ TEST(DataSetTest, WhatIsForgivenIsTold) {
     // Every cut of the file is read as far as it goes.
     for (std::size_t length = 140; length < explicitly.size(); ++length) {
         EXPECT_NO_THROW(Parsed(explicitly.substr(0, length))) << length;
+    }
+}
+
+TEST(DataSetTest, WhatIsMissingOrCannotBeDecodedIsTold) {
+    DataSet set = Patient();
+    set.SetBytes("PatientName", std::vector<unsigned char>{0xBB, 0xEE, 'A', ' '}, "PN");
+    set.Set("SpecificCharacterSet", "ISO_IR 192");
+    const std::string whole = Saved(set, "explicit");
+    const auto tells = [](const DataSet& read, FindingKind kind) {
+        const auto& findings = read.GetReport().findings;
+        return std::any_of(findings.begin(), findings.end(), [&](const Finding& f) { return f.kind == kind; });
+    };
+    const DataSet read = Parsed(whole);
+    EXPECT_TRUE(read.GetReport().complete);
+    EXPECT_TRUE(tells(read, FindingKind::UndecodedText));
+    EXPECT_FALSE(tells(Parsed(Saved(Patient(), "explicit")), FindingKind::UndecodedText));
+    // Without its last delimiters; those of the item, and of the sequence.
+    DataSet nested;
+    nested.Set("SOPClassUID", "1.2.840.10008.5.1.4.1.1.2");
+    nested.Set("SOPInstanceUID", "1.2.3.4");
+    nested.Set("ReferencedSeriesSequence[0].SeriesInstanceUID", "1.2.3");
+    const std::string bytes = Saved(nested, "explicit");
+    for (const std::size_t missing : {8U, 16U}) {
+        const DataSet cut = Parsed(bytes.substr(0, bytes.size() - missing));
+        EXPECT_FALSE(cut.GetReport().complete) << missing;
+        EXPECT_TRUE(tells(cut, FindingKind::EndsEarly)) << missing;
+        EXPECT_EQ(cut.Text("ReferencedSeriesSequence[0].SeriesInstanceUID"), "1.2.3") << missing;
     }
 }
 
