@@ -74,7 +74,8 @@ public:
 
     // Puts the old file of a name back; false where there was none.
     bool Restore(const std::string& name) {
-        const auto found = std::find_if(m_Kept.begin(), m_Kept.end(), [&](const auto& kept) { return kept.first == name; });
+        const auto found =
+            std::find_if(m_Kept.begin(), m_Kept.end(), [&](const auto& kept) { return kept.first == name; });
         if (found == m_Kept.end()) return false;
         std::error_code error;
         fs::rename(PathFromText(found->second), PathFromText(name), error);

@@ -169,7 +169,7 @@ private:
         bool parsed = false;
         // A delimiter on the top level ends a parse, not the file.
         do {
-            parsed = codec.ParseStream(syntax, buffer, m_File.dataSet.get(), m_iOption) != 0;
+            parsed = codec.ParseStream(syntax, buffer, m_File.dataSet.get(), m_iOption) != 0 && codec.WasWhole();
         } while (parsed && !codec.HasStopped() && buffer.HasData());
         if (codec.HasStopped()) m_File.encapsulated = codec.GetStoppedLength() == kUndefinedLength;
         m_File.hasPixels = m_File.hasPixels || codec.HasStopped();

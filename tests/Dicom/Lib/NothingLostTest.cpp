@@ -161,6 +161,8 @@ TEST_F(NothingLost, WhatIsWrittenCanBeRead) {
         MemoryOutputBuffer out;
         const int written = m_Codec.EncodeStream(kImplicitLittleEndian, out, &set);
         EXPECT_EQ(written, levels == 256 ? 1 : 0);
-        if (written != 0) EXPECT_EQ(Parse(kImplicitLittleEndian, out.GetBytes()), 1);
+        if (written != 0) {
+            EXPECT_EQ(Parse(kImplicitLittleEndian, out.GetBytes()), 1);
+        }
     }
 }
