@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr std::uint32_t kUndefinedLength = ElementHeader::kUndefinedLength;
 constexpr std::uint32_t kLongestUidValue = 128;
 constexpr std::size_t kDeepest = 1 + 2 * 256;  // a sequence and its item are two levels
 
