@@ -104,12 +104,22 @@ private:
         if (m_Report.problems.size() == kMostProblems - 1) m_Report.problems.emplace_back("and more");
     }
 
+    /// Records that lie in each other would be read again and again: more than the whole is not looked at.
+    void NoteOverlap() {
+        if (!m_bOverlap) Note("records overlap");
+        m_bOverlap = true;
+    }
+
     // The records of one directory entity and all below them; the offset of the last, 0 without one.
     std::uint32_t Follow(std::uint32_t offset, int depth) {
         std::uint32_t last = 0;
         while (offset != 0) {
             m_Watch.StopIfAsked();
             DICOMDataObject record;
+            if (m_nParsed > m_Bytes.size()) {
+                NoteOverlap();
+                break;
+            }
             if (depth > kDeepest || !m_Seen.insert(offset).second) {
                 Note("the record at " + std::to_string(offset) + " is led to again");
                 break;
@@ -145,6 +155,7 @@ private:
     bool ParseItem(Buffer& buffer, DICOMDataObject& record) {
         const int parsed = m_Syntax == kImplicitLittleEndian ? m_Codec.Implicit_ParseRawVRIntoDCM(buffer, &record, 1)
                                                              : m_Codec.ExplicitParse(buffer, &record, 1);
+        m_nParsed += buffer.GetPosition();
         return parsed != 0 && FindElement(record, tags::DirectoryRecordType) != nullptr;
     }
 
@@ -208,6 +219,8 @@ private:
     DictionaryCodec m_Codec;
     int m_Syntax = kExplicitLittleEndian;
     std::size_t m_Items = 0;
+    std::uint64_t m_nParsed = 0;  // bytes of all records
+    bool m_bOverlap = false;
     std::unordered_set<std::uint32_t> m_Seen;
     MediumContents m_Report;
 };

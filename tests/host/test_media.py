@@ -9,6 +9,7 @@ import re
 import resource
 import shutil
 import signal
+import struct
 import subprocess
 
 import host_test
@@ -183,6 +184,29 @@ def broken_off():
     assert not (WORK / "stopped").exists()
 
 
+def overlapping():
+    """Each record of a crafted directory holds all that follow it: checked in one pass, not in one for each."""
+    def element(number, kind, value):
+        length = struct.pack("<HI", 0, len(value)) if kind in (b"OB", b"SQ") else struct.pack("<H", len(value))
+        return struct.pack("<HH", 4, number) + kind + length + value
+
+    count, size = 3000, 8 + 12 + 14 + 12
+    syntax = b"1.2.840.10008.1.2.1\0"
+    meta = struct.pack("<HH2sH", 2, 0x10, b"UI", len(syntax)) + syntax
+    head = bytes(128) + b"DICM" + meta + element(0x1200, b"UL", struct.pack("<I", 0))
+    place = len(head) + 12
+    head = head[:-4] + struct.pack("<I", place)
+    record = b""
+    for n in reversed(range(count)):
+        after = place + (n + 1) * size if n + 1 < count else 0
+        inner = element(0x1400, b"UL", struct.pack("<I", after)) + element(0x1430, b"CS", b"IMAGE ")
+        inner += element(0x1599, b"OB", record)
+        record = struct.pack("<HHI", 0xFFFE, 0xE000, len(inner)) + inner
+    (WORK / "crafted").mkdir()
+    (WORK / "crafted/DICOMDIR").write_bytes(head + element(0x1220, b"SQ", record))
+    assert "records overlap" in "".join(korvane("media", "--verify", WORK / "crafted", status=1))
+
+
 def built_at_once():
     """Of several builders in one root one wins, and its medium is whole; the others touch nothing of it."""
     folder, _ = sources()
@@ -207,4 +231,4 @@ def samples():
         korvane("media", "--verify", SAMPLES / "dicomdir")
 
 
-host_test.run(whole, left_out, transcoded, linked, broken_off, built_at_once, samples)
+host_test.run(whole, left_out, transcoded, linked, broken_off, overlapping, built_at_once, samples)
