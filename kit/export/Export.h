@@ -54,12 +54,13 @@ struct ValueMapping {
 
 /// A volume that was written. Lengths are millimetres in patient axes (LPS: x to the left, y to the back, z to the head).
 struct ExportedVolume {
-    std::string what{};                              ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
-    std::vector<std::string> inputs{};               ///< files, and frames of them
-    std::array<int, 3> size{};                       ///< columns, rows, slices
-    std::size_t times = 1;                           ///< volumes one behind the other in the file
-    std::array<double, 3> spacing{};                 ///< as the file has it
-    std::array<double, 6> cosines{};                 ///< directions of rows and columns
+    std::string what{};                 ///< "volume 2 of 10", "planes 1 to 7 of 20"; "" for all
+    std::vector<std::string> inputs{};  ///< files, and frames of them
+    std::array<int, 3> size{};          ///< columns, rows, slices
+    std::size_t times = 1;              ///< volumes one behind the other in the file
+    std::array<double, 3> spacing{};    ///< as the file has it
+    bool sized = true;                  ///< else nothing says how large pixels are; the first two are a guess
+    std::array<double, 6> cosines{};    ///< directions of rows and columns
     std::vector<std::array<double, 3>> positions{};  ///< first voxel of each slice, in the file's order
     std::string stored{};                            ///< such as "signed 16-bit"
     long long smallest = 0;                          ///< stored values

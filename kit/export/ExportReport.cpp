@@ -83,6 +83,7 @@ void AddGeometry(ExportedVolume& entry, const SeriesVolume& series, CDicomVolume
     volume.GetSpacing(space);
     std::copy(dim, dim + 3, entry.size.begin());
     std::copy(space, space + 3, entry.spacing.begin());
+    entry.sized = series.GetPlace().hasSpacing;
     entry.cosines = series.GetPlace().orientation;
     float reference[4];
     volume.GetOrigin(reference);
@@ -105,6 +106,7 @@ Json JsonOf(const ExportedVolume& volume) {
     json["size"] = volume.size;
     if (volume.times > 1) json["times"] = volume.times;
     json["spacing"] = volume.spacing;
+    if (!volume.sized) json["pixelSize"] = "unknown";
     json["orientation"] = volume.cosines;
     json["slicePositions"] = volume.positions;
     json["values"] = Json{{"stored", volume.stored},
@@ -218,9 +220,10 @@ std::vector<std::string> Describe(const ExportReport& report) {
         lines.push_back(std::to_string(volume.size[0]) + " x " + std::to_string(volume.size[1]) + " x " +
                         std::to_string(volume.size[2]) +
                         (volume.times > 1 ? " x " + std::to_string(volume.times) : "") + " voxels of " +
-                        ShortNumber(volume.spacing[0]) + " x " + ShortNumber(volume.spacing[1]) + " x " +
-                        ShortNumber(volume.spacing[2]) + " mm, values " + std::to_string(volume.smallest) + " to " +
-                        std::to_string(volume.largest));
+                        (volume.sized ? ShortNumber(volume.spacing[0]) + " x " + ShortNumber(volume.spacing[1])
+                                      : std::string("unknown size")) +
+                        " x " + ShortNumber(volume.spacing[2]) + " mm, values " + std::to_string(volume.smallest) +
+                        " to " + std::to_string(volume.largest));
         lines.insert(lines.end(), volume.values.remarks.begin(), volume.values.remarks.end());
     }
     return lines;

@@ -74,7 +74,7 @@ struct SliceReport {
     std::string what{};  ///< "axial plane 3 of 0 to 7"
     int width = 0;       ///< pixels; of one tile of a sheet
     int height = 0;
-    double pixelSize = 0;  ///< millimetres
+    double pixelSize = 0;  ///< millimetres; 0 where the series does not say how large its pixels are
     std::string
         right{};  ///< patient directions of the right and the lower edge (letters of L R P A H F); "" if unknown
     std::string below{};

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -26,6 +28,13 @@ using Vector = DcmObliqueSlice::Vector;
 
 std::string LabelOf(const Vector& direction, int sign) {
     return DirectionLabel(sign * direction[0], sign * direction[1], sign * direction[2]);
+}
+
+/// Of directions in letters.
+std::string Opposite(std::string letters) {
+    constexpr std::string_view kLetters = "LRAPHF";  // in pairs
+    for (char& letter : letters) letter = kLetters[kLetters.find(letter) ^ 1U];
+    return letters;
 }
 
 /// At least four digits, so that names sort by number.
@@ -181,7 +190,7 @@ Picture SliceJob::DrawSlice() {
 
 void SliceJob::WritePicture(const std::string& path, const Picture& picture, double pixelSize) {
     PngWriter png(BeginFile(path), m_Watch);
-    png.SetPixelSize(pixelSize);
+    png.SetPixelSize(KnownSize(pixelSize));
     png.Write(picture.GetPixels(), picture.GetWidth(), picture.GetHeight());
 }
 
@@ -201,7 +210,7 @@ void SliceJob::WriteRaw(const std::string& path) {
     }
     if (!sampled) throw SliceFailure();
     PngWriter png(BeginFile(path), m_Watch);
-    png.SetPixelSize(m_Slice.GetPixelSize()[0]);
+    png.SetPixelSize(KnownSize(m_Slice.GetPixelSize()[0]));
     png.Write(values.data(), m_Slice.GetWidth(), m_Slice.GetHeight());
 }
 
@@ -217,17 +226,31 @@ Picture SliceJob::MakePicture() {
 
 Annotation SliceJob::MakeAnnotation(double pixelSize) const {
     Annotation annotation;
-    const FramePlace& place = m_Series.GetPlace();
-    if (place.hasOrientation) {
-        const Vector right = m_Slice.DirectionToDicom(m_Slice.GetRow());
-        const Vector down = m_Slice.DirectionToDicom(m_Slice.GetColumn());
-        annotation.left = LabelOf(right, -1);
-        annotation.right = LabelOf(right, 1);
-        annotation.top = LabelOf(down, -1);
-        annotation.bottom = LabelOf(down, 1);
-    }
-    if (place.hasSpacing) annotation.pixelSize = pixelSize;
+    const auto [right, below] = FindEdges();
+    annotation.left = Opposite(right);
+    annotation.right = right;
+    annotation.top = Opposite(below);
+    annotation.bottom = below;
+    annotation.pixelSize = KnownSize(pixelSize);
     return annotation;
+}
+
+double SliceJob::KnownSize(double pixelSize) const {
+    return m_Series.GetPlace().hasSpacing ? pixelSize : 0;
+}
+
+/// What the right and the lower edge are. Images without direction cosines may name it (PS3.3 C.7.6.1.1.1); they are seen as
+/// they are, as axial ones.
+std::pair<std::string, std::string> SliceJob::FindEdges() const {
+    if (m_Series.GetPlace().hasOrientation) {
+        return {LabelOf(m_Slice.DirectionToDicom(m_Slice.GetRow()), 1),
+                LabelOf(m_Slice.DirectionToDicom(m_Slice.GetColumn()), 1)};
+    }
+    const std::string& stated = m_Series.GetHeader().patientOrientation;
+    const std::size_t middle = stated.find('\\');
+    const bool isPlain = stated.find_first_not_of("LRAPHF\\") == stated.npos && stated.size() <= 7;
+    if (m_Options.view != View::Axial || middle == stated.npos || !isPlain) return {};
+    return {stated.substr(0, middle), stated.substr(middle + 1)};
 }
 
 std::string SliceJob::BeginFile(const std::string& path) {
@@ -241,11 +264,8 @@ void SliceJob::Describe(const std::string& what, int factor) {
     m_Report.what = what;
     m_Report.width = (m_Slice.GetWidth() + round) / factor;
     m_Report.height = (m_Slice.GetHeight() + round) / factor;
-    m_Report.pixelSize = m_Slice.GetPixelSize()[0] * factor;
-    if (m_Series.GetPlace().hasOrientation) {
-        m_Report.right = LabelOf(m_Slice.DirectionToDicom(m_Slice.GetRow()), 1);
-        m_Report.below = LabelOf(m_Slice.DirectionToDicom(m_Slice.GetColumn()), 1);
-    }
+    m_Report.pixelSize = KnownSize(m_Slice.GetPixelSize()[0] * factor);
+    std::tie(m_Report.right, m_Report.below) = FindEdges();
     const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
     m_Report.values = !m_Options.raw16 ? m_Window.origin : isSigned ? "stored values + 32768" : "stored values";
 }
@@ -256,7 +276,8 @@ std::vector<std::string> Describe(const SliceReport& report) {
     const std::string last = TextFromPath(PathFromText(report.files.back().name).filename());
     lines.push_back("wrote " + first + (report.files.size() > 1 ? " to " + last : ""));
     lines.push_back(report.what + ", " + std::to_string(report.width) + " x " + std::to_string(report.height) +
-                    " pixels of " + ShortNumber(report.pixelSize) + " mm");
+                    " pixels of " +
+                    (report.pixelSize > 0 ? ShortNumber(report.pixelSize) + " mm" : std::string("unknown size")));
     if (!report.right.empty()) {
         lines.push_back("right of the picture is " + report.right + ", its lower edge " + report.below);
     }

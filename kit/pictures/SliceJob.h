@@ -11,6 +11,7 @@
 #include "WindowChoice.h"
 
 #include <string>
+#include <utility>
 
 namespace korvane {
 
@@ -34,6 +35,8 @@ private:
     void WriteRaw(const std::string& path);
     void WritePicture(const std::string& path, const Picture& picture, double pixelSize);
     Picture MakePicture();
+    double KnownSize(double pixelSize) const;
+    std::pair<std::string, std::string> FindEdges() const;
     Annotation MakeAnnotation(double pixelSize) const;
     int ChooseIndex() const;
     void Describe(const std::string& what, int factor = 1);  // how many times smaller the pictures became

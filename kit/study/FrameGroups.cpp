@@ -68,6 +68,8 @@ constexpr Tag kOfImage[] = {
     tags::BitsStored,
     tags::HighBit,
     tags::PixelRepresentation,
+    MakeTag(0x0028, 0x0120),  // Pixel Padding Value
+    MakeTag(0x0028, 0x0121),  // Pixel Padding Range Limit
     kWindowCentre,
     kWindowWidth,
 };
@@ -163,9 +165,9 @@ std::vector<double> ReadFrameOffsets(const DICOMDataObject& dataSet, const Image
     if (FindElement(dataSet, kGridFrameOffsets) != nullptr) {
         return FindReals(dataSet, kGridFrameOffsets, offsets.data(), offsets.size()) ? offsets : std::vector<double>();
     }
-    const double distance = header.sliceSpacing != 0 ? header.sliceSpacing : header.sliceThickness;
-    if (distance == 0) return {};
-    for (std::size_t i = 0; i < offsets.size(); ++i) offsets[i] = distance * static_cast<double>(i);
+    // A thickness is no distance: such frames are unplaced, and what is made of them is told.
+    if (header.sliceSpacing == 0) return {};
+    for (std::size_t i = 0; i < offsets.size(); ++i) offsets[i] = header.sliceSpacing * static_cast<double>(i);
     return offsets;
 }
 

@@ -95,6 +95,7 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
     header.frames = std::max(FindInteger(dataSet, kNumberOfFrames, 1), 1);
     FindReals(dataSet, MakeTag(0x0018, 0x1164), header.detectorSpacing.data(), 2);
+    header.patientOrientation = FindText(dataSet, tags::PatientOrientation);
     header.calibration = FindText(dataSet, MakeTag(0x0028, 0x0A02));
     header.places = ReadFramePlaces(dataSet, header);
     header.keys = ReadKeysOfFrames(dataSet, header);

@@ -47,7 +47,8 @@ struct ImageHeader {
     std::string calibration;                  ///< Pixel Spacing Calibration Type: GEOMETRY or FIDUCIAL
 
     PixelForm form;
-    double sliceSpacing = 0;  ///< Spacing Between Slices; 0 without it
+    std::string patientOrientation;  ///< Patient Orientation, such as "L\\P": where rows and columns lead to
+    double sliceSpacing = 0;         ///< Spacing Between Slices; 0 without it
     double sliceThickness = 0;
     int frames = 1;                  ///< Number of Frames, at least 1: a claim, see `FramesPresent`
     bool framesPlaced = false;       ///< `places` has one for each frame, else one for the whole file

@@ -34,6 +34,7 @@ public:
         if (m_Found.FirstFile(m_Series).form.kind == PixelForm::Kind::None) return m_Findings;
         Frames();
         Positions();
+        Distance();
         Volumes();
         Keys();
         Gaps();
@@ -130,6 +131,25 @@ private:
         if (!m_Found.PlaceOf(m_Series.slices.front()).hasOrientation) {
             Add(FindingKind::NoOrientation, "no orientation: taken as axial");
         }
+    }
+
+    /// Of slices that have no positions, as `LoadedSlices` lays them out.
+    void Distance() {
+        const ImageHeader& header = m_Found.FirstFile(m_Series);
+        const bool several = m_Series.slices.size() > 1 || header.frames > 1;
+        const bool unplacedFrames = header.frames > 1 && !header.framesPlaced;
+        if (!several || (!m_Series.geometry.stacks.empty() && !unplacedFrames)) return;
+        const bool isStated = header.sliceSpacing != 0;
+        const bool isThickness = !isStated && header.sliceThickness != 0;
+        const double distance = isStated      ? header.sliceSpacing
+                                : isThickness ? header.sliceThickness
+                                              : m_Found.PlaceOf(m_Series.slices.front()).spacing[0];
+        Add(FindingKind::DistanceGuessed, "the distance of slices without positions is taken as " +
+                                              ShortNumber(distance) + " mm, " +
+                                              (isStated      ? "Spacing Between Slices"
+                                               : isThickness ? "their thickness"
+                                                             : "as high as a pixel, since nothing says it"))
+            .lengths = {distance};
     }
 
     void Volumes() {

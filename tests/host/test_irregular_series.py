@@ -334,4 +334,44 @@ def pictures():
         assert -0.01 <= (width - 1) * 0.125 - reach < 0.26, (width, reach)
 
 
-host_test.run(keys, positions, pixels, claims, tilts, tilted_sample, oblong, sizes, axes, pictures)
+def frames():
+    """A multi-frame object lies where its offsets say, native and compressed; a thickness is no distance."""
+    (path,) = phantom("frames", "--size", 16, "--slices", 1).iterdir()
+    folder = WORK / "objects"
+    folder.mkdir()
+    values = numpy.random.default_rng(5).integers(0, 900, (4, 16, 16)).astype("<u2")
+    for name, spacing in (("native", -2.5), ("compressed", -2.5), ("thickness", None)):
+        ds = pydicom.dcmread(path)
+        ds.NumberOfFrames, ds.PixelData, ds.SliceThickness = 4, values.tobytes(), 3
+        ds.ImageOrientationPatient, ds.ImagePositionPatient = [1, 0, 0, 0, 0, -1], [1, 2, 3]
+        if spacing is not None:
+            ds.SpacingBetweenSlices = spacing
+        if name == "compressed":
+            ds.compress(RLELossless)
+        ds.save_as(WORK / "one.dcm")
+        report, _ = exported(WORK / "one.dcm", "nrrd")
+        assert ("distance guessed" in report["kinds"]) == (spacing is None), report["findings"]
+        heights = [position[1] for position in report["volumes"][0]["slicePositions"]]
+        assert numpy.allclose(sorted(heights), sorted(2 + (spacing or 3) * k for k in range(4)), atol=1e-4), (name, heights)
+        order = [round((height - 2) / (spacing or 3)) for height in heights]
+        assert (nrrd()[0] == values[order]).all(), (name, heights)
+
+
+def letters():
+    """Without direction cosines edges are named by Patient Orientation, and no size is claimed."""
+    (path,) = phantom("projection", "--size", 16, "--slices", 1).iterdir()
+    ds = pydicom.dcmread(path)
+    for keyword in ("ImageOrientationPatient", "ImagePositionPatient", "PixelSpacing"):
+        delattr(ds, keyword)
+    ds.PatientOrientation = ["A", "F"]
+    ds.save_as(WORK / "projection.dcm")
+    out = korvane("slice", WORK / "projection.dcm", "--view", "axial", "-o", WORK / "p.png")[0]
+    assert "right of the picture is A, its lower edge F" in out and "unknown size" in out, out
+    assert b"pHYs" not in (WORK / "p.png").read_bytes()
+    assert "pHYs" in (korvane("slice", path, "--view", "axial", "-o", WORK / "q.png") and
+                      (WORK / "q.png").read_bytes().decode("latin1"))
+    report, _ = exported(WORK / "projection.dcm", "vox")
+    assert report["volumes"][0]["pixelSize"] == "unknown"
+
+
+host_test.run(frames, letters, keys, positions, pixels, claims, tilts, tilted_sample, oblong, sizes, axes, pictures)

@@ -57,6 +57,23 @@ TEST(SeriesGeometryTest, TiltIsTheAngleToTheNormalWhicheverWayTheNormalPoints) {
     }
 }
 
+// What one direction and one distance for all planes would get wrong.
+TEST(SeriesGeometryTest, ErrorsOfAnEvenGridAreMeasured) {
+    const SeriesGeometry leaning = StudyGeometry({At(0, 0, 0), At(3, 4, 10)});
+    EXPECT_NEAR(leaning.sideways, 5, 1e-9);
+    EXPECT_TRUE(IsSheared(leaning, 40));
+    const SeriesGeometry rounded = StudyGeometry({At(0, 0, 0), At(0.05, 0, 10), At(0, 0.05, 20)});
+    EXPECT_FALSE(IsSheared(rounded, 1));
+    EXPECT_TRUE(IsSheared(rounded, 0.1));  // small pixels
+
+    std::vector<double> drifting;
+    for (int i = 0; i < 20; ++i) drifting.push_back(i);
+    for (int i = 0; i < 20; ++i) drifting.push_back(drifting.back() + 1.009);
+    const SeriesGeometry drift = StudyGeometry(AxialAt(drifting));
+    EXPECT_TRUE(drift.uneven.empty() && IsUneven(drift));
+    EXPECT_NEAR(drift.offEven, 0.009 * 19 * 20 / 39, 1e-3);
+}
+
 TEST(SeriesGeometryTest, UnusableSlicesAreSetAside) {
     std::vector<FramePlace> places = AxialAt({0, 0, 1e300});
     for (FramePlace& place : places) place.orientation = {0, 0, 0, 0, 0, 0};
