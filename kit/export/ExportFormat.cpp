@@ -1,8 +1,10 @@
 #include "ExportFormat.h"
 
 #include "../core/Error.h"
+#include "../study/SeriesText.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
+#include "../study/StoredPixels.h"
 #include "VoxelGrid.h"
 
 #include "export/CAnalyzeVolume.h"
@@ -114,10 +116,10 @@ public:
     bool IsOfModule() const override { return false; }
 
 protected:
-    std::string FindFault(const SeriesVolume& series, std::size_t slices) const override {
+    std::string FindFault(const SeriesVolume& series, std::size_t) const override {
         const PixelForm& form = series.GetHeader().form;
-        if (series.IsGrey() && form.allocated == 32) return {};
-        return ExportFormat::FindFault(series, slices);
+        if (!VoxelTypeOf(form)) return DescribePixels(form);
+        return series.IsGrey() || VoxelTypeOf(form) == VoxelType::Rgb24 ? "" : series.DescribeColours();
     }
 };
 
@@ -181,6 +183,7 @@ std::vector<std::string> ExportFormat::GetNames() {
 std::string ExportFormat::FindFault(const SeriesVolume& series, std::size_t) const {
     const PixelForm& form = series.GetHeader().form;
     if (!series.IsGrey()) return series.DescribeColours();
+    if (form.kind != PixelForm::Kind::Integer) return "floating-point pixels";
     if (form.allocated != 8 && form.allocated != 16) return std::to_string(form.allocated) + "-bit pixels";
     return form.allocated == 8 && form.isSigned ? "signed 8-bit pixels" : "";
 }

@@ -36,15 +36,6 @@ Json Texts(const std::vector<std::string>& texts) {
     return array;
 }
 
-const char* NameOf(CVolume::PixelType type) {
-    switch (type) {
-    case CVolume::PT_SHORT: return "signed 16-bit";
-    case CVolume::PT_USHORT: return "unsigned 16-bit";
-    case CVolume::PT_BYTE: return "unsigned 8-bit";
-    default: return "other";
-    }
-}
-
 /// Slices and files that no part has.
 std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
     const FoundFiles& found = series.GetFound();
@@ -185,7 +176,7 @@ ExportedVolume DescribeVolume(SeriesVolume& series, const ExportPart& part, bool
         for (const SliceRef& slice : time) entry.inputs.push_back(series.GetFound().NameOf(slice));
     }
     AddGeometry(entry, series, series.GetAssembled(), lastFirst);
-    entry.stored = NameOf(series.GetVolume().GetType());
+    entry.stored = WordOf(series.GetType());
     entry.smallest = series.GetVolume().GetMin();
     entry.largest = series.GetVolume().GetMax();
     return entry;

@@ -45,7 +45,7 @@ const char* MetaType(VoxelType type) {
     case VoxelType::UInt32: return "MET_UINT";
     case VoxelType::Float32: return "MET_FLOAT";
     case VoxelType::Float64: return "MET_DOUBLE";
-    case VoxelType::Rgb24: return "MET_UCHAR_ARRAY";
+    case VoxelType::Rgb24: return "MET_UCHAR";
     }
     return "";
 }

@@ -1,5 +1,6 @@
 #include "VoxelFile.h"
 
+#include "../core/Error.h"
 #include "../dataset/Toolkit.h"
 #include "../study/PlaceRescale.h"
 #include "../study/SeriesVolume.h"
@@ -32,8 +33,8 @@ Vector Times(const Vector& v, double factor) {
 }
 
 bool HaveOneRescale(const SeriesVolume& series, const ExportPart& part) {
-    const Rescale first = RescaleOf(series.GetFound().PlaceOf(part.slices.front()));
-    const auto same = [&](const SliceRef& slice) { return RescaleOf(series.GetFound().PlaceOf(slice)) == first; };
+    const Rescale first = RealRescaleOf(series.GetFound().PlaceOf(part.slices.front()));
+    const auto same = [&](const SliceRef& slice) { return RealRescaleOf(series.GetFound().PlaceOf(slice)) == first; };
     return std::all_of(part.slices.begin(), part.slices.end(), same) &&
            std::all_of(part.later.begin(), part.later.end(),
                        [&](const std::vector<SliceRef>& time) { return std::all_of(time.begin(), time.end(), same); });
@@ -64,6 +65,10 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
         m_Series.Load(time == 0 ? part.slices : part.later[time - 1]);
         EvenPlanes even;
+        if (resample && m_Series.GetVolume().GetPlane(0)->m_pData == nullptr) {
+            throw Error(ErrorKind::Unsupported,
+                        std::string("voxels of this type are not resampled: ") + WordOf(m_Series.GetType()));
+        }
         if (time == 0) fill = FindPadding(m_Series);
         if (resample) even.PutInto(m_Series.GetAssembled(), resample, fill, m_Watch);
         filled += even.CountFilled();
@@ -98,9 +103,9 @@ void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVo
     m_Series.GetVolume().GetDimensions(dim);
     for (std::size_t i = 0; i < 3; ++i) m_Grid.size[i] = static_cast<std::size_t>(dim[i]);
     m_Grid.size[3] = part.later.size() + 1;
-    m_Grid.type = TypeOf(m_Series.GetVolume().GetType());
-    m_bReal = !HaveOneRescale(m_Series, part);
-    m_Grid.rescale = m_bReal ? Rescale{} : RescaleOf(m_Series.GetPlace());
+    m_Grid.type = m_Series.GetType();
+    m_bReal = m_Grid.type != VoxelType::Rgb24 && !HaveOneRescale(m_Series, part);
+    m_Grid.rescale = m_bReal || m_Grid.type == VoxelType::Rgb24 ? Rescale{} : RealRescaleOf(m_Series.GetPlace());
     if (m_bReal) m_Grid.type = VoxelType::Float32;
     m_Grid.isResampled = resample;
     m_Grid.timeStep = 0;
@@ -137,36 +142,43 @@ void VoxelFile::ReadPlace(const ExportedVolume& entry) {
     m_Grid.isTilted = std::acos(std::min(along / length, 1.0)) * 180 / std::numbers::pi > kTilt;
 }
 
+/// The planes of the module's volume, which may be resampled ones, else those of a type that it does not have.
+std::span<const std::byte> VoxelFile::PlaneOf(int plane) const {
+    const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * SizeOf(m_Series.GetType());
+    const void* const stored = m_Series.GetVolume().GetPlane(plane)->m_pData;
+    if (stored != nullptr) return {static_cast<const std::byte*>(stored), bytes};
+    return m_Series.GetVoxels().subspan(static_cast<std::size_t>(plane) * bytes, bytes);
+}
+
 bool VoxelFile::WriteVolume(ByteStream& stream) {
-    CVolume& volume = m_Series.GetVolume();
-    const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * static_cast<std::size_t>(volume.GetTypeSize());
+    const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * SizeOf(m_Series.GetType());
     const auto planes = static_cast<int>(m_Grid.size[2]);
     TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", planes, static_cast<double>(bytes));
     for (int plane = 0; plane < planes; ++plane) {
-        const auto* const stored = static_cast<const std::byte*>(volume.GetPlane(plane)->m_pData);
-        const bool written = m_bReal ? stream.Write(RealValues(plane)) : stream.Write({stored, bytes});
-        if (!written) return false;
+        if (!stream.Write(m_bReal ? RealValues(plane) : PlaneOf(plane))) return false;
         progress.Step();
     }
     return true;
 }
 
-std::vector<std::byte> VoxelFile::RealValues(int plane) const {
-    CVolume& volume = m_Series.GetVolume();
+std::span<const std::byte> VoxelFile::RealValues(int plane) {
     const std::vector<FramePlace> places = m_Series.GetPlanePlaces();
-    const Rescale rescale = RescaleOf(places.at(std::min(static_cast<std::size_t>(plane), places.size() - 1)));
+    const Rescale rescale = RealRescaleOf(places.at(std::min(static_cast<std::size_t>(plane), places.size() - 1)));
     const std::size_t count = m_Grid.size[0] * m_Grid.size[1];
-    std::vector<std::byte> bytes(count * sizeof(float));
-    const void* const stored = volume.GetPlane(plane)->m_pData;
-    switch (volume.GetType()) {
-    case CVolume::PT_SHORT: ToReal<std::int16_t>(stored, rescale, count, bytes.data()); break;
-    case CVolume::PT_USHORT: ToReal<std::uint16_t>(stored, rescale, count, bytes.data()); break;
-    case CVolume::PT_BYTE: ToReal<std::uint8_t>(stored, rescale, count, bytes.data()); break;
-    case CVolume::PT_FLOAT: ToReal<float>(stored, rescale, count, bytes.data()); break;
-    case CVolume::PT_LONG: ToReal<std::int32_t>(stored, rescale, count, bytes.data()); break;
-    case CVolume::PT_ULONG: ToReal<std::uint32_t>(stored, rescale, count, bytes.data()); break;
+    m_Reals.resize(count * sizeof(float));
+    const void* const stored = PlaneOf(plane).data();
+    switch (m_Series.GetType()) {
+    case VoxelType::Int8: ToReal<std::int8_t>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::UInt8: ToReal<std::uint8_t>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::Int16: ToReal<std::int16_t>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::UInt16: ToReal<std::uint16_t>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::Int32: ToReal<std::int32_t>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::UInt32: ToReal<std::uint32_t>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::Float32: ToReal<float>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::Float64: ToReal<double>(stored, rescale, count, m_Reals.data()); break;
+    case VoxelType::Rgb24: break;  // colours have no rescale
     }
-    return bytes;
+    return m_Reals;
 }
 
 ValueMapping VoxelFile::DescribeValues() const {
@@ -177,11 +189,12 @@ ValueMapping VoxelFile::DescribeValues() const {
         mapping.remarks.emplace_back(
             "each slice has a rescale of its own: the file holds real values in 32-bit floats");
     } else if (rescale != Rescale{} && m_Format.HoldsRescale()) {
-        mapping.remarks.push_back("real values are stored * " + ShortNumber(rescale.slope) + " + " +
-                                  ShortNumber(rescale.intercept) + ", as the header says");
+        mapping.remarks.push_back("real values are stored * " + platform::FormatReal(rescale.slope) + " + " +
+                                  platform::FormatReal(rescale.intercept) + ", as the header says");
     } else if (rescale != Rescale{}) {
-        mapping.remarks.push_back("values are as stored: the real value is stored * " + ShortNumber(rescale.slope) +
-                                  " + " + ShortNumber(rescale.intercept));
+        mapping.remarks.push_back("values are as stored: the real value is stored * " +
+                                  platform::FormatReal(rescale.slope) + " + " +
+                                  platform::FormatReal(rescale.intercept));
     }
     if (m_Grid.isTilted) {
         mapping.remarks.emplace_back(m_Format.HoldsTilt()

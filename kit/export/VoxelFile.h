@@ -7,7 +7,9 @@
 #include "IrregularPolicy.h"
 #include "VoxelGrid.h"
 
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,7 +30,8 @@ private:
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
     void ReadPlace(const ExportedVolume& entry);
     bool WriteVolume(ByteStream& stream);
-    std::vector<std::byte> RealValues(int plane) const;
+    std::span<const std::byte> PlaneOf(int plane) const;
+    std::span<const std::byte> RealValues(int plane);
     ValueMapping DescribeValues() const;
 
     SeriesVolume& m_Series;
@@ -36,7 +39,8 @@ private:
     const ExportOptions& m_Options;
     Watch m_Watch;
     VoxelGrid m_Grid;
-    bool m_bReal = false;  // 32-bit floats of real values, since slices have rescales of their own
+    std::vector<std::byte> m_Reals;  // of one plane
+    bool m_bReal = false;            // 32-bit floats of real values, since slices have rescales of their own
 };
 
 }  // namespace korvane

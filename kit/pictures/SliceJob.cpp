@@ -60,6 +60,8 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
     std::string what;
     if (!series.IsGrey()) {
         what = series.DescribeColours() + " make no grey picture";
+    } else if (form.kind != PixelForm::Kind::Integer) {
+        what = "floating-point pixels cannot be sliced";
     } else if ((form.allocated != 8 && form.allocated != 16 && form.allocated != 32) ||
                (form.allocated == 8 && form.isSigned)) {
         what = (form.isSigned ? "signed " : "") + bits + " cannot be sliced";

@@ -2,6 +2,8 @@
 
 #include "PixelSize.h"
 
+#include "base/Bytes.h"
+
 #include <algorithm>
 #include <cmath>
 #include <new>
@@ -28,6 +30,15 @@ constexpr Tag kSlope = tags::RescaleSlope;
 constexpr Tag kWindowCentre = tags::WindowCenter;
 constexpr Tag kWindowWidth = tags::WindowWidth;
 constexpr Tag kGridFrameOffsets = tags::GridFrameOffsetVector;
+constexpr Tag kDoseGridScaling = MakeTag(0x3004, 0x000E);
+constexpr Tag kFrameTime = MakeTag(0x0018, 0x1063);
+constexpr Tag kFrameTimeVector = MakeTag(0x0018, 0x1065);
+constexpr Tag kDoseUnits = MakeTag(0x3004, 0x0002);
+constexpr Tag kUnits = MakeTag(0x0054, 0x1001);
+constexpr Tag kRealWorldMapping = MakeTag(0x0040, 0x9096);
+constexpr Tag kRealWorldSlope = MakeTag(0x0040, 0x9225);
+constexpr Tag kRealWorldIntercept = MakeTag(0x0040, 0x9224);
+constexpr Tag kMeasurementUnits = MakeTag(0x0040, 0x08EA);
 
 // Far more than any volume has; a place takes more memory than the smallest of frames.
 constexpr int kMostFrames = 65535;
@@ -100,6 +111,15 @@ public:
 
     const DICOMDataObject& GetDataSet() const { return m_DataSet; }
 
+    /// The first item of a sequence for this frame.
+    const DICOMObject* Item(Tag group) const {
+        for (const DICOMObject* const groups : {m_pOwn, m_pShared, static_cast<const DICOMObject*>(&m_DataSet)}) {
+            const DICOMObject* const item = groups != nullptr ? FindItem(*groups, group) : nullptr;
+            if (item != nullptr) return item;
+        }
+        return nullptr;
+    }
+
     FrameKeys Keys() const { return ReadFrameKeys(m_DataSet, m_pOwn, m_pShared); }
 
     std::string Text(const GroupedElement& wanted) const {
@@ -134,7 +154,50 @@ void MakeSquare(FramePlace& place) {
     }
 }
 
+/// FD, or DS where a writer took that.
+bool ReadReal(const DICOMObject& item, Tag tag, double& value) {
+    const VR* const element = FindElement(item, tag);
+    if (element == nullptr) return false;
+    if (element->m_TypeCode != TypeCode("FD")) return FindReals(item, tag, &value, 1);
+    if (element->m_Length < sizeof value) return false;
+    value = platform::LoadLittle<double>(element->m_pData);
+    return std::isfinite(value);
+}
+
+/// Of stored values (PS3.3 C.7.6.16.2.11); a table of values is none of these. The unit's code is UCUM's.
+void ReadRealWorld(const Frame& frame, FramePlace& place) {
+    const DICOMObject* const item = frame.Item(kRealWorldMapping);
+    if (item == nullptr || !ReadReal(*item, kRealWorldSlope, place.realSlope) ||
+        !ReadReal(*item, kRealWorldIntercept, place.realIntercept) || place.realSlope == 0) {
+        return;
+    }
+    place.hasRealWorld = true;
+    if (!place.slope.empty()) return;
+    const DICOMObject* const unit = FindItem(*item, kMeasurementUnits);
+    if (unit != nullptr) place.unit = FindText(*unit, tags::CodeValue);
+}
+
+/// A dose grid has a factor of its own in place of a rescale (PS3.3 C.8.8.3).
+void ReadDose(const DICOMDataObject& dataSet, FramePlace& place) {
+    const std::string scaling = FindText(dataSet, kDoseGridScaling);
+    if (scaling.empty()) return;
+    place.slope = scaling;
+    place.intercept = std::string(1, '0');
+    place.unit = FindText(dataSet, kDoseUnits);
+}
+
+/// What real values are measured in: "US" is a type that says nothing.
+std::string ReadUnit(const Frame& frame, const DICOMDataObject& dataSet, bool isRescaled) {
+    const std::string modality = FindText(dataSet, tags::Modality);
+    const std::string ofPet = FindText(dataSet, kUnits);
+    if (modality == "PT" && !ofPet.empty()) return ofPet;
+    const std::string type = frame.Text({kPixelValueTransformation, tags::RescaleType});
+    if (isRescaled && !type.empty() && type != "US") return type;
+    return isRescaled && modality == "CT" && type.empty() ? "HU" : "";
+}
+
 FramePlace ReadPlace(const Frame& frame) {
+    const DICOMDataObject& dataSet = frame.GetDataSet();
     FramePlace place;
     place.hasPosition = frame.Reals({kPlanePosition, kPosition}, place.position);
     place.hasOrientation = frame.Reals({kPlaneOrientation, kOrientation}, place.orientation);
@@ -142,28 +205,49 @@ FramePlace ReadPlace(const Frame& frame) {
     ReadPixelSize(frame.GetDataSet(), frame.Holder({kPixelMeasures, kPixelSpacing}), place);
     place.slope = frame.Text({kPixelValueTransformation, kSlope});
     place.intercept = frame.Text({kPixelValueTransformation, kIntercept});
+    place.unit = ReadUnit(frame, dataSet, !place.slope.empty() && !place.intercept.empty());
+    ReadRealWorld(frame, place);
+    ReadDose(dataSet, place);
     return place;
 }
 
-/// One place for each offset along the normal from the first frame's, which alone is there without offsets.
+constexpr double kSameHeight = 0.01;  // millimetres: positions are rounded in files
+
+bool IsTransverse(const std::array<double, 6>& o) {
+    constexpr double kCosine = 1e-3;
+    return std::hypot(o[2], o[5]) < kCosine;
+}
+
+/// Whether offsets are what PS3.3 C.8.8.3.2 knows: from the first frame, or z coordinates of transverse frames.
+bool AreOffsets(const std::vector<double>& offsets, const FramePlace& first) {
+    if (offsets.empty()) return false;
+    return offsets[0] == 0 ||
+           (IsTransverse(first.orientation) && std::fabs(offsets[0] - first.position[2]) < kSameHeight);
+}
+
+/// One place for each offset, the first frame's alone without any.
 std::vector<FramePlace> PlaceByOffsets(const FramePlace& first, const std::vector<double>& offsets) {
     const auto& o = first.orientation;
     const double normal[] = {o[1] * o[5] - o[2] * o[4], o[2] * o[3] - o[0] * o[5], o[0] * o[4] - o[1] * o[3]};
     std::vector<FramePlace> places(std::max<std::size_t>(offsets.size(), 1), first);
     for (std::size_t i = 0; i < offsets.size(); ++i) {
-        // The vector begins with 0, or holds patient z coordinates of transverse frames (PS3.3 C.8.8.3.2).
-        const double along = offsets[0] == 0 ? offsets[i] : offsets[i] - first.position[2];
-        for (std::size_t axis = 0; axis < 3; ++axis) places[i].position[axis] += along * normal[axis];
+        if (offsets[0] != 0) {
+            places[i].position[2] = offsets[i];
+            continue;
+        }
+        for (std::size_t axis = 0; axis < 3; ++axis) places[i].position[axis] += offsets[i] * normal[axis];
     }
     return places;
 }
 
 /// None when nothing tells, or when the data cannot hold as many frames as it claims.
-std::vector<double> ReadFrameOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) {
+std::vector<double> ReadFrameOffsets(const DICOMDataObject& dataSet, const ImageHeader& header,
+                                     const FramePlace& first) {
     if (!header.HoldsFrames()) return {};
     std::vector<double> offsets(static_cast<std::size_t>(header.frames));
     if (FindElement(dataSet, kGridFrameOffsets) != nullptr) {
-        return FindReals(dataSet, kGridFrameOffsets, offsets.data(), offsets.size()) ? offsets : std::vector<double>();
+        const bool read = FindReals(dataSet, kGridFrameOffsets, offsets.data(), offsets.size());
+        return read && AreOffsets(offsets, first) ? offsets : std::vector<double>();
     }
     // A thickness is no distance: such frames are unplaced, and what is made of them is told.
     if (header.sliceSpacing == 0) return {};
@@ -189,13 +273,15 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
             PushShared(*frame, *FindElement(*holder, wanted.element));
         }
     }
-    if (header.framesPlaced && !HasFrameGroups(source)) {
+    if (header.framesPlaced && header.places.front().hasPosition && !HasFrameGroups(source)) {
         const auto& position = header.places[static_cast<std::size_t>(number)].position;
         PutReals(*frame, kPosition, position.data(), position.size());
     }
     PutText(*frame, tags::InstanceNumber, std::to_string(number + 1));
 
-    const VR& all = *FindElement(source, tags::PixelData);
+    const VR* const whole = FindElement(source, tags::PixelData);
+    if (whole == nullptr) return frame;
+    const VR& all = *whole;
     auto pixels = std::make_unique<VR>(all.m_Group, all.m_Element, 0U, 0);
     const std::uint64_t bytes = header.form.FrameBytes();
     pixels->m_TypeCode = all.m_TypeCode;
@@ -204,6 +290,25 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
     pixels->m_bOwnsData = 0;
     frame->Push(pixels.release());
     return frame;
+}
+
+/// Milliseconds from the first frame; numbers of frames where nothing tells how long each takes.
+std::vector<FrameKeys> TimesOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header, const FrameKeys& own) {
+    std::vector<FrameKeys> keys(header.places.size(), own);
+    std::vector<double> steps(keys.size(), 1);
+    double step = 0;
+    const VR* const vector = FindElement(dataSet, kFrameTimeVector);
+    if (vector != nullptr && FindReals(dataSet, kFrameTimeVector, steps.data(), steps.size())) {
+        steps[0] = 0;
+    } else if (FindReals(dataSet, kFrameTime, &step, 1) && step > 0) {
+        steps.assign(keys.size(), step);
+    }
+    double time = 0;
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        if (i > 0) time += std::max(steps[i], 1e-3);
+        keys[i].values[FrameKeys::kFrameTime] = time;
+    }
+    return keys;
 }
 
 }  // namespace
@@ -225,13 +330,34 @@ std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const Im
         for (std::uint32_t i = 0; i < groups->GetItemCount(); ++i) places.push_back(ReadPlace(Frame(dataSet, i)));
         return places;
     }
-    if (header.frames == 1 || !first.hasPosition || !first.hasOrientation) return {first};
-    return PlaceByOffsets(first, ReadFrameOffsets(dataSet, header));
+    if (header.frames == 1) return {first};
+    if (AreTimes(dataSet, header)) return std::vector<FramePlace>(static_cast<std::size_t>(header.frames), first);
+    if (!first.hasPosition || !first.hasOrientation) return {first};
+    return PlaceByOffsets(first, ReadFrameOffsets(dataSet, header, first));
+}
+
+/// A pointer to what counts up from frame to frame (PS3.3 C.7.6.6.1.1) that names a time.
+bool AreTimes(const DICOMDataObject& dataSet, const ImageHeader& header) {
+    if (HasFrameGroups(dataSet) || header.frames < 2 || header.frames > kMostFrames || !header.HoldsFrames())
+        return false;
+    const VR* const pointer = FindElement(dataSet, tags::FrameIncrementPointer);
+    for (std::uint32_t at = 0; pointer != nullptr && at + 4 <= pointer->m_Length; at += 4) {
+        const Tag tag = MakeTag(platform::LoadLittle<std::uint16_t>(pointer->m_pData + at),
+                                platform::LoadLittle<std::uint16_t>(pointer->m_pData + at + 2));
+        if (tag == kFrameTime || tag == kFrameTimeVector) return true;
+    }
+    return false;
+}
+
+bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) {
+    return header.frames > 1 && header.places.size() == 1 && header.HoldsFrames() &&
+           FindElement(dataSet, kGridFrameOffsets) != nullptr;
 }
 
 std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
     const VR* const groups = FindElement(dataSet, kPerFrameGroups);
     const bool each = groups != nullptr && groups->GetItemCount() == header.places.size();
+    if (header.framesAreTimes) return TimesOfFrames(dataSet, header, Frame(dataSet, 0).Keys());
     std::vector<FrameKeys> keys;
     for (std::uint32_t i = 0; i < (each ? groups->GetItemCount() : 1); ++i) keys.push_back(Frame(dataSet, i).Keys());
     return keys;

@@ -14,7 +14,14 @@ namespace korvane {
 /// Of `header`, the fields up to `frames` must have been read.
 std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header);
 
-/// What tells the frames apart: one entry for each place of a per-frame functional group, else a single one.
+/// Whether the frames of an older object follow each other in time, at one place.
+bool AreTimes(const DICOMDataObject& dataSet, const ImageHeader& header);
+
+/// Whether there are frame offsets, and they place no frames.
+bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header);
+
+/// What tells the frames apart: one entry for each place of a per-frame functional group, and for each
+/// time, else a single one.
 std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header);
 
 /// The data set that holds an element for a frame, by the same rule: an item of the group, or the data set itself; null
@@ -25,7 +32,7 @@ const DICOMObject* FindHolder(const DICOMDataObject& dataSet, int frame, Tag gro
 bool HasFrameGroups(const DICOMDataObject& dataSet);
 
 /// The frames of a multi-frame object as data sets of their own, with the elements that the library reads of a slice.
-/// They share the bytes of `source`, which must outlive them. `frames`: their numbers, from 0, each within the pixel data.
+/// They share the bytes of `source`, which must outlive them, and have no pixels where it has none. `frames`: their numbers, from 0, each within the pixel data.
 /// Throws `std::bad_alloc`.
 std::vector<std::unique_ptr<DICOMDataObject>> SplitFrames(const DICOMDataObject& source, const ImageHeader& header,
                                                           const std::vector<int>& frames);

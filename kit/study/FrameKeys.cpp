@@ -177,16 +177,17 @@ double ReadKind(const DICOMObject& dataSet, const DICOMObject* own, const DICOMO
 
 const std::vector<KeyCandidate>& KeyCandidates() {
     static const std::vector<KeyCandidate> candidates = {
-        {"temporal position", 1, 2, false, true},      {"echo number", 8, 9, false, true},
-        {"cardiac phase", 10, 11, false, true},        {"b-value", 12, 13, false, true},
-        {"gradient direction", 13, 16, false, true},   {"kind of image", 0, 1, false, true},
-        {"dimension index 1", 2, 3, false, false},     {"dimension index 2", 3, 4, false, false},
-        {"dimension index 3", 4, 5, false, false},     {"dimension index 4", 5, 6, false, false},
-        {"dimension index 5", 6, 7, false, false},     {"dimension index 6", 7, 8, false, false},
-        {"acquisition number", 21, 22, false, false},  {"echo time", 9, 10, true, false},
-        {"inversion time", 16, 17, true, false},       {"trigger delay", 11, 12, true, false},
-        {"frame reference time", 17, 18, true, false}, {"trigger time", 18, 19, true, false},
-        {"acquisition time", 19, 20, true, false},     {"content time", 20, 21, true, false},
+        {"frame time", 22, 23, false, true},       {"temporal position", 1, 2, false, true},
+        {"echo number", 8, 9, false, true},        {"cardiac phase", 10, 11, false, true},
+        {"b-value", 12, 13, false, true},          {"gradient direction", 13, 16, false, true},
+        {"kind of image", 0, 1, false, true},      {"dimension index 1", 2, 3, false, false},
+        {"dimension index 2", 3, 4, false, false}, {"dimension index 3", 4, 5, false, false},
+        {"dimension index 4", 5, 6, false, false}, {"dimension index 5", 6, 7, false, false},
+        {"dimension index 6", 7, 8, false, false}, {"acquisition number", 21, 22, false, false},
+        {"echo time", 9, 10, true, false},         {"inversion time", 16, 17, true, false},
+        {"trigger delay", 11, 12, true, false},    {"frame reference time", 17, 18, true, false},
+        {"trigger time", 18, 19, true, false},     {"acquisition time", 19, 20, true, false},
+        {"content time", 20, 21, true, false},
     };
     return candidates;
 }

@@ -22,6 +22,7 @@ struct KeyCandidate {
 /// Of one image, or of one frame. What the data set does not tell is NaN.
 struct FrameKeys {
     static constexpr std::size_t kCount = 24;
+    static constexpr std::size_t kFrameTime = 22;  ///< of a frame among the times of its object
     std::array<double, kCount> values;
 
     FrameKeys() { values.fill(kNone); }

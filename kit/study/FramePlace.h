@@ -31,6 +31,11 @@ struct FramePlace {
     std::array<double, 2> spacing{1, 1};  ///< between rows, between columns
     std::string slope;                    ///< rescale, as written; "" without one
     std::string intercept;
+    /// A linear Real World Value Mapping (0040,9096) of stored values.
+    bool hasRealWorld = false;
+    double realSlope = 1;
+    double realIntercept = 0;
+    std::string unit;  ///< of real values: "HU", "BQML" ...; "" where nothing tells
 };
 
 }  // namespace korvane

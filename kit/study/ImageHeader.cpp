@@ -52,6 +52,8 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
     const TextDecoder decoder(FindText(dataSet, tags::SpecificCharacterSet));
     const auto text = [&](Tag tag) { return decoder.ToUtf8(FindText(dataSet, tag)); };
+    header.corrected = FindText(dataSet, MakeTag(0x0028, 0x0051));
+    header.decayCorrection = FindText(dataSet, MakeTag(0x0054, 0x1102));
     header.description = text(tags::SeriesDescription);
     header.study = std::make_shared<const StudyTexts>(
         StudyTexts{text(tags::PatientName), text(tags::PatientID), FindText(dataSet, tags::StudyInstanceUID),
@@ -62,6 +64,8 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
 
 std::uint64_t PixelForm::FrameBytes() const {
     const auto pixels = static_cast<std::uint64_t>(rows) * static_cast<std::uint64_t>(columns);
+    if (kind == Kind::Float) return pixels * sizeof(float);
+    if (kind == Kind::Double) return pixels * sizeof(double);
     const auto bits = static_cast<std::uint64_t>(samples) * static_cast<std::uint64_t>(allocated);
     return (pixels * bits + 7) / 8;  // each of the four has 16 bits
 }
@@ -91,6 +95,10 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
     ReadNames(dataSet, header);
     header.form = ReadForm(file);
+    for (const Tag tag : {kFloatPixels, kDoublePixels}) {
+        const VR* const pixels = FindElement(dataSet, tag);
+        if (pixels != nullptr && !file.hasPixels) header.pixelsPresent = pixels->m_Length;
+    }
     FindReals(dataSet, tags::SpacingBetweenSlices, &header.sliceSpacing, 1);
     FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
     header.frames = std::max(FindInteger(dataSet, kNumberOfFrames, 1), 1);
@@ -98,6 +106,8 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     header.patientOrientation = FindText(dataSet, tags::PatientOrientation);
     header.calibration = FindText(dataSet, MakeTag(0x0028, 0x0A02));
     header.places = ReadFramePlaces(dataSet, header);
+    header.framesAreTimes = header.places.size() > 1 && AreTimes(dataSet, header);
+    header.offsetsWrong = HasWrongOffsets(dataSet, header);
     header.keys = ReadKeysOfFrames(dataSet, header);
     header.framesPlaced = header.places.size() == static_cast<std::size_t>(header.frames) &&
                           (header.frames > 1 || HasFrameGroups(dataSet));

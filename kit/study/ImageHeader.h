@@ -46,12 +46,16 @@ struct ImageHeader {
     std::array<double, 2> detectorSpacing{};  ///< Imager Pixel Spacing, zeros without
     std::string calibration;                  ///< Pixel Spacing Calibration Type: GEOMETRY or FIDUCIAL
 
+    std::string corrected;        ///< Corrected Image (0028,0051), as written
+    std::string decayCorrection;  ///< (0054,1102): NONE, START, ADMIN
     PixelForm form;
     std::string patientOrientation;  ///< Patient Orientation, such as "L\\P": where rows and columns lead to
     double sliceSpacing = 0;         ///< Spacing Between Slices; 0 without it
     double sliceThickness = 0;
     int frames = 1;                  ///< Number of Frames, at least 1: a claim, see `FramesPresent`
     bool framesPlaced = false;       ///< `places` has one for each frame, else one for the whole file
+    bool framesAreTimes = false;     ///< all at one place, which may not be known
+    bool offsetsWrong = false;       ///< frame offsets (3004,000C) that place no frames
     std::vector<FramePlace> places;  ///< never empty
     std::vector<FrameKeys> keys;     ///< one for each frame with a functional group of its own, else one; never empty
 

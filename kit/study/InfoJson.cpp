@@ -71,6 +71,17 @@ void AddGeometry(const FoundFiles& found, const FoundSeries& series, Json& json)
     json["tiltDegrees"] = geometry.tilt;
 }
 
+/// What values mean, where anything tells.
+void AddValues(const FoundFiles& found, const FoundSeries& series, Json& json) {
+    const ImageHeader& header = found.FirstFile(series);
+    Json values;
+    const std::string& unit = found.PlaceOf(series.slices.front()).unit;
+    if (!unit.empty()) values["unit"] = Text(unit);
+    if (!header.corrected.empty()) values["corrected"] = Text(header.corrected);
+    if (!header.decayCorrection.empty()) values["decayCorrection"] = Text(header.decayCorrection);
+    if (!values.is_null()) json["values"] = std::move(values);
+}
+
 Json OneSeries(const FoundFiles& found, std::size_t index) {
     const FoundSeries& series = found.series[index];
     const ImageHeader& first = found.FirstFile(series);
@@ -85,6 +96,7 @@ Json OneSeries(const FoundFiles& found, std::size_t index) {
         json["columns"] = first.form.columns;
         json["rows"] = first.form.rows;
         json["pixels"] = Pixels(first.form);
+        AddValues(found, series, json);
         AddGeometry(found, series, json);
     }
     std::set<std::string> syntaxes;

@@ -13,6 +13,8 @@ namespace korvane {
 
 namespace {
 
+constexpr double kSamePlace = 0.01;  // millimetres: positions are rounded in files
+
 /// The geometries that a caller may refuse.
 void CheckRegular(const Series& series) {
     for (const Finding& finding : series.GetFindings()) {
@@ -43,20 +45,7 @@ int ChooseVolume(const Series& series, int asked) {
 
 }  // namespace
 
-VoxelType TypeOf(CVolume::PixelType type) {
-    switch (type) {
-    case CVolume::PT_SHORT: return VoxelType::Int16;
-    case CVolume::PT_USHORT: return VoxelType::UInt16;
-    case CVolume::PT_BYTE: return VoxelType::UInt8;
-    case CVolume::PT_FLOAT: return VoxelType::Float32;
-    case CVolume::PT_LONG: return VoxelType::Int32;
-    case CVolume::PT_ULONG: return VoxelType::UInt32;
-    }
-    return VoxelType::UInt8;
-}
-
-void VolumeData::Load(const Watch&) {
-    m_pSeries->Load(std::vector<SliceRef>(m_pSeries->GetSlices()));
+void VolumeData::TakeGeometry() {
     CVolume& volume = m_pSeries->GetVolume();
     int dim[4];
     float space[4];
@@ -64,26 +53,80 @@ void VolumeData::Load(const Watch&) {
     volume.GetSpacing(space);
     for (std::size_t i = 0; i < 3; ++i) size[i] = static_cast<std::size_t>(dim[i]);
     size[3] = 1;
-    type = TypeOf(volume.GetType());
+    type = m_pSeries->GetType();
     distance = static_cast<double>(space[2]);
-    places = m_pSeries->GetPlanePlaces();
-    for (const FramePlace& place : places) {
-        positions.push_back(place.position);
-        rescales.push_back(RescaleOf(place));
-    }
-    timeKeys = {m_pSeries->GetSets().keys.at(static_cast<std::size_t>(m_pSeries->GetVolumeNumber()) - 1)};
+    inModule = m_pSeries->IsInModule();
     findings = m_pSeries->GetSeries().findings;
-    const auto* const first = static_cast<const std::byte*>(volume.GetPlane(0)->m_pData);
-    voxels = {first, size[0] * size[1] * size[2] * SizeOf(type)};
+    for (const FramePlace& place : m_pSeries->GetPlanePlaces()) positions.push_back(place.position);
+}
+
+/// Those of the volume that is loaded, behind those of the times before.
+void VolumeData::TakePlanes() {
+    for (const FramePlace& place : m_pSeries->GetPlanePlaces()) {
+        if (!places.empty() && place.unit != unit) unit.clear();
+        if (places.empty()) unit = place.unit;
+        places.push_back(place);
+        rescales.push_back(RealRescaleOf(place));
+    }
+    const std::vector<Finding>& read = m_pSeries->GetReadFindings();
+    findings.insert(findings.end(), read.begin(), read.end());
+}
+
+void VolumeData::Load() {
+    m_pSeries->Load(std::vector<SliceRef>(m_pSeries->GetSlices()));
+    TakeGeometry();
+    TakePlanes();
+    timeKeys = {m_pSeries->GetSets().keys.at(static_cast<std::size_t>(m_pSeries->GetVolumeNumber()) - 1)};
+    voxels = m_pSeries->GetVoxels();
+}
+
+void VolumeData::CheckPlaces() const {
+    const std::vector<FramePlace> now = m_pSeries->GetPlanePlaces();
+    const bool same = std::equal(now.begin(), now.end(), positions.begin(), positions.end(),
+                                 [](const FramePlace& place, const Volume::Vector& position) {
+                                     return std::hypot(place.position[0] - position[0], place.position[1] - position[1],
+                                                       place.position[2] - position[2]) < kSamePlace;
+                                 });
+    if (same) return;
+    const std::size_t time = places.size() / positions.size() + 1;
+    throw Error(ErrorKind::Irregular,
+                "volume " + std::to_string(time) + " of " + std::to_string(m_pSeries->GetSets().volumes.size()) +
+                    " has " + std::to_string(now.size()) + " slices that do not lie where the " +
+                    std::to_string(positions.size()) +
+                    " of the first do: volumes of one series are times only where they lie alike");
+}
+
+void VolumeData::LoadTimes(const Watch& watch) {
+    const std::vector<std::vector<SliceRef>>& volumes = m_pSeries->GetSets().volumes;
+    TaskProgress progress(watch, "reading volumes", static_cast<std::int64_t>(volumes.size()));
+    for (const std::vector<SliceRef>& volume : volumes) {
+        m_pSeries->Load(volume);
+        if (places.empty()) TakeGeometry();
+        CheckPlaces();
+        TakePlanes();
+        const std::span<const std::byte> read = m_pSeries->GetVoxels();
+        if (m_Times.empty()) m_Times.reserve(read.size() * volumes.size());
+        m_Times.insert(m_Times.end(), read.begin(), read.end());
+        progress.Step();
+    }
+    size[3] = volumes.size();
+    timeKeys = m_pSeries->GetSets().keys;
+    voxels = m_Times;
+    inModule = false;
 }
 
 Volume Load(const Series& series, const LoadOptions& options) {
     const Watch watch(options.watcher);
     if (options.refuseIrregular) CheckRegular(series);
-    const int number = ChooseVolume(series, options.volume);
-    if (number < 1) throw Error(ErrorKind::Unsupported, "several times in one volume");
+    const bool every = options.volume == LoadOptions::kEvery && series.GetVolumes().size() > 1;
+    const int number = options.volume == LoadOptions::kEvery ? 1 : ChooseVolume(series, options.volume);
+    if (number < 1) throw Error(ErrorKind::WrongArgument, "there is no volume " + std::to_string(number));
     auto data = std::make_unique<VolumeData>(std::make_unique<SeriesVolume>(series, number, watch));
-    data->Load(watch);
+    if (every) {
+        data->LoadTimes(watch);
+    } else {
+        data->Load();
+    }
     return Volume(std::move(data));
 }
 

@@ -8,8 +8,9 @@
 namespace korvane {
 
 struct LoadOptions {
-    static constexpr int kOnly = 0;    ///< the only volume
-    static constexpr int kEvery = -1;  ///< all of them, one behind the other: times
+    static constexpr int kOnly = 0;  ///< the only volume
+    /// All of them, one behind the other, as times of one volume. Refused (`Irregular`) where they do not lie alike.
+    static constexpr int kEvery = -1;
 
     /// Which volume of a series whose positions repeat: a number from 1 in the order of `Series::GetVolumes`, or one of
     /// the two above.

@@ -17,4 +17,9 @@ Rescale RescaleOf(const FramePlace& place) {
     return rescale;
 }
 
+Rescale RealRescaleOf(const FramePlace& place) {
+    if (place.slope.empty() && place.hasRealWorld) return {place.realSlope, place.realIntercept};
+    return RescaleOf(place);
+}
+
 }  // namespace korvane

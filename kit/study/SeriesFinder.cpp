@@ -164,7 +164,7 @@ public:
     void Add(const SliceRef& slice) {
         const ImageHeader& header = m_Found.files[slice.file];
         const FramePlace& place = m_Found.PlaceOf(slice);
-        const bool alone = header.frames > 1 && !header.framesPlaced;
+        const bool alone = header.frames > 1 && !(header.framesPlaced && place.hasPosition);
         PixelForm form = header.form;
         if (form.highBit + 1 == form.stored)
             form.stored = form.highBit = 0;  // how many of the bits may be set is no format
@@ -236,6 +236,7 @@ void StudySeries(const FoundFiles& found, FoundSeries& series) {
     places.reserve(series.slices.size());
     for (const SliceRef& slice : series.slices) places.push_back(found.PlaceOf(slice));
     series.geometry = StudyGeometry(places);
+    if (found.AreTimesAlone(series)) series.geometry.volumes = series.slices.size();
     series.sets = FindVolumes(found, series);
     series.findings = StudyFindings(found, series);
 }
@@ -252,6 +253,10 @@ const FramePlace& FoundFiles::SizedPlaceOf(const std::vector<SliceRef>& slices) 
     const auto sized =
         std::find_if(slices.begin(), slices.end(), [this](const SliceRef& slice) { return PlaceOf(slice).hasSpacing; });
     return PlaceOf(sized != slices.end() ? *sized : slices.front());
+}
+
+bool FoundFiles::AreTimesAlone(const FoundSeries& of) const {
+    return of.geometry.stacks.empty() && FirstFile(of).framesAreTimes;
 }
 
 const FrameKeys& FoundFiles::KeysOf(const SliceRef& slice) const {

@@ -2,6 +2,8 @@
 
 #include "../core/Error.h"
 #include "FrameGroups.h"
+#include "SeriesText.h"
+#include "StoredPixels.h"
 
 #include "base/Bytes.h"
 #include "base/Number.h"
@@ -36,18 +38,35 @@ void CheckCodec(const ImageHeader& header) {
     }
 }
 
-void CheckPixels(const ImageHeader& header) {
+void CheckForm(const ImageHeader& header) {
     const PixelForm& form = header.form;
-    if (form.kind == PixelForm::Kind::None) Refuse(header, ErrorKind::Unsupported, "no pixel data");
-    if (form.kind != PixelForm::Kind::Integer) Refuse(header, ErrorKind::Unsupported, "floating-point pixel data");
-    CheckCodec(header);
-    if (form.rows == 0 || form.columns == 0 || form.allocated == 0 || form.stored == 0) {
+    const bool isInteger = form.kind == PixelForm::Kind::Integer;
+    if (form.rows == 0 || form.columns == 0 || (isInteger && (form.allocated == 0 || form.stored == 0))) {
         Refuse(header, ErrorKind::Damaged, "an image without rows, columns or bits");
     }
-    if (form.stored > form.allocated || form.highBit >= form.allocated || form.highBit + 1 < form.stored) {
+    if (isInteger &&
+        (form.stored > form.allocated || form.highBit >= form.allocated || form.highBit + 1 < form.stored)) {
         Refuse(header, ErrorKind::Damaged,
                "bits stored " + std::to_string(form.stored) + " and high bit " + std::to_string(form.highBit) +
                    " do not fit into " + std::to_string(form.allocated) + " bits");
+    }
+    if (!VoxelTypeOf(form)) {
+        Refuse(header, ErrorKind::Unsupported, "no voxels are of this form: " + DescribePixels(form));
+    }
+    const bool isSubsampled = form.photometric.ends_with("_422") || form.photometric.ends_with("_420");
+    if (isSubsampled && !header.encapsulated) {
+        Refuse(header, ErrorKind::Unsupported, form.photometric + " pixels that are not compressed");
+    }
+}
+
+void CheckPixels(const ImageHeader& header) {
+    const PixelForm& form = header.form;
+    if (form.kind == PixelForm::Kind::None) Refuse(header, ErrorKind::Unsupported, "no pixel data");
+    CheckCodec(header);
+    CheckForm(header);
+    if (header.offsetsWrong) {
+        Refuse(header, ErrorKind::Irregular,
+               "frame offsets (3004,000C) that neither begin with 0 nor with the first frame's z place no frames");
     }
     if (header.encapsulated) {
         CheckClaims(header);
@@ -88,6 +107,14 @@ void FitPlace(DICOMDataObject& dataSet, const FramePlace& place) {
     }
 }
 
+/// For the module's forms; `StoredPixels` looks itself.
+bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
+    if (!HasModuleForm(header.form)) return true;
+    const VR* const pixels = FindElement(dataSet, kPixelData);
+    const std::uint64_t needed = header.form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
+    return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= needed;
+}
+
 }  // namespace
 
 void CheckClaims(const ImageHeader& header) {
@@ -120,11 +147,18 @@ void CheckAssembly(const FoundFiles& found, const FoundSeries& series) {
 LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch)
     : m_Watch(watch) {
     m_Codecs.SetStopQuestion(watch.GetStopQuestion());
+    if (slices.empty()) return;
+    const PixelForm& form = found.files[slices.front().file].form;
+    if (!HasModuleForm(form)) {
+        m_OwnType = VoxelTypeOf(form);
+        m_StandIn.resize(static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns));
+    }
     m_bStoredDiffer = std::any_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
-        return found.files[slice.file].form.stored != found.files[slices.front().file].form.stored;
+        return found.files[slice.file].form.stored != form.stored;
     });
     TaskProgress progress(watch, "reading", static_cast<std::int64_t>(slices.size()));
-    for (std::size_t i = 0; i < slices.size();) {
+    std::size_t files = 0;
+    for (std::size_t i = 0; i < slices.size(); ++files) {
         const ImageHeader& header = found.files[slices[i].file];
         std::vector<int> frames;
         if (slices[i].frame < 0 && header.frames > 1) {
@@ -140,8 +174,23 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
         m_Places.resize(m_List.size(), m_Places.back());
         i = next;
     }
-    if (!slices.empty()) PlaceInOrder(found.files[slices.front().file]);
+    TellBitsAbove(files);
+    PlaceInOrder(found.files[slices.front().file]);
     for (std::size_t i = 0; i < m_List.size(); ++i) FitPlace(*m_List[i], m_Places[i]);
+}
+
+void LoadedSlices::TellBitsAbove(std::size_t files) {
+    if (m_BitsAbove.empty()) return;
+    constexpr std::size_t kNamed = 3;
+    Finding finding{.kind = FindingKind::BitsAboveStored, .files = m_BitsAbove, .count = m_BitsAbove.size()};
+    finding.text = "bits above the stored ones are set, an overlay or dirt, and left out of the values, in " +
+                   std::to_string(m_BitsAbove.size()) + " of " + std::to_string(files) +
+                   (files == 1 ? " file:" : " files:");
+    for (std::size_t i = 0; i < std::min(kNamed, m_BitsAbove.size()); ++i) {
+        finding.text += (i == 0 ? " " : ", ") + m_BitsAbove[i];
+    }
+    if (m_BitsAbove.size() > kNamed) finding.text += " and " + std::to_string(m_BitsAbove.size() - kNamed) + " more";
+    m_Findings.push_back(std::move(finding));
 }
 
 /// Slices with an orientation and no positions: the library would lay them out along the patient's z axis, whatever way
@@ -169,44 +218,89 @@ void LoadedSlices::Decode(const ImageHeader& header, DataSetFile& file) {
            "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + m_Codecs.GetError());
 }
 
+void LoadedSlices::LookAbove(const ImageHeader& header, const DICOMDataObject& dataSet) {
+    const VR* const pixels = FindElement(dataSet, kPixelData);
+    if (pixels == nullptr || header.form.kind != PixelForm::Kind::Integer) return;
+    if (HasBitsAbove({pixels->m_pData, pixels->m_Length}, header.form)) m_BitsAbove.push_back(header.path);
+}
+
 /// Slices of a volume may differ in Bits Stored: values are masked or sign-extended to all bits here, and the element says
-/// so. The library would want one value in all.
+/// so. The library would want one value in all, and takes words of four bytes whole.
 void LoadedSlices::UnifyStoredBits(const ImageHeader& header, DICOMDataObject& dataSet) {
     const PixelForm& form = header.form;
-    if (!m_bStoredDiffer || form.allocated != 16 || form.highBit + 1 != form.stored) return;
+    if (!m_bStoredDiffer && (form.allocated != 32 || form.stored == 32)) return;
     VR& pixels = *FindElement(dataSet, kPixelData);
-    const int spare = form.allocated - form.stored;
-    for (std::uint32_t at = 0; at + 2 <= pixels.m_Length; at += 2) {
-        const unsigned value = platform::LoadLittle<std::uint16_t>(pixels.m_pData + at);
-        const auto shifted = static_cast<std::uint16_t>(value << spare);
-        const auto whole = form.isSigned ? static_cast<std::uint16_t>(static_cast<std::int16_t>(shifted) >> spare)
-                                         : static_cast<std::uint16_t>(shifted >> spare);
-        platform::StoreLittle<std::uint16_t>(pixels.m_pData + at, whole);
+    FillWords({pixels.m_pData, pixels.m_Length}, form);
+    PutNumber(dataSet, tags::BitsStored, static_cast<unsigned>(form.allocated));
+    PutNumber(dataSet, tags::HighBit, static_cast<unsigned>(form.allocated - 1));
+}
+
+/// Voxels of a form that the module does not have; the data set is without pixels afterwards.
+void LoadedSlices::TakeOwnVoxels(const ImageHeader& header, DICOMDataObject& dataSet, const std::vector<int>& frames) {
+    try {
+        ReadVoxels(header, dataSet, frames);
+    } catch (const Error& error) {
+        if (error.GetKind() == ErrorKind::Stopped) throw;
+        Refuse(header, error.GetKind(), error.what());
     }
-    PutNumber(dataSet, MakeTag(0x0028, 0x0101), 16);
-    PutNumber(dataSet, MakeTag(0x0028, 0x0102), 15);
+    for (const Tag tag : {kPixelData, tags::FloatPixelData, tags::DoubleFloatPixelData}) DropElement(dataSet, tag);
+}
+
+void LoadedSlices::ReadVoxels(const ImageHeader& header, const DICOMDataObject& dataSet,
+                              const std::vector<int>& frames) {
+    const std::size_t plane = m_StandIn.size() * SizeOf(*m_OwnType);
+    const StoredPixels pixels(dataSet, header.form);
+    const std::size_t count = std::max<std::size_t>(frames.size(), 1);
+    const std::size_t before = m_Voxels.size();
+    m_Voxels.resize(before + count * plane);
+    for (std::size_t i = 0; i < count; ++i) {
+        pixels.Read(frames.empty() ? 0 : frames[i], std::span(m_Voxels).subspan(before + i * plane, plane));
+        m_Watch.StopIfAsked();
+    }
+}
+
+void LoadedSlices::StandIn(const ImageHeader& header, DICOMDataObject& dataSet) {
+    constexpr unsigned kByte = 8;
+    PutNumber(dataSet, tags::SamplesPerPixel, 1);
+    PutNumber(dataSet, tags::BitsAllocated, kByte);
+    PutNumber(dataSet, tags::BitsStored, kByte);
+    PutNumber(dataSet, tags::HighBit, kByte - 1);
+    PutNumber(dataSet, tags::PixelRepresentation, 0);
+    PutText(dataSet, tags::PhotometricInterpretation,
+            header.form.photometric == "MONOCHROME1" ? "MONOCHROME1" : "MONOCHROME2");
+    auto pixels = std::make_unique<VR>(kPixelData, 0U, 0);
+    pixels->m_TypeCode = TypeCode("OB");
+    pixels->m_Length = static_cast<std::uint32_t>(m_StandIn.size());
+    pixels->m_pData = m_StandIn.data();
+    pixels->m_bOwnsData = 0;
+    dataSet.Push(pixels.release());
 }
 
 void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& frames) {
     DataSetFile file = ReadDataSetFile(header.path, kParseAll, m_Watch);
     if (file.encapsulated) Decode(header, file);
-    const VR* const pixels = file.dataSet != nullptr ? FindElement(*file.dataSet, kPixelData) : nullptr;
-    const std::uint64_t needed = header.form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
-    if (pixels == nullptr || pixels->m_pData == nullptr || pixels->m_Length < needed) {
+    if (file.dataSet == nullptr || !HasPixelBytes(header, *file.dataSet)) {
         Refuse(header, ErrorKind::Damaged, "the pixel data cannot be read");
     }
     for (const Tag tag : kNoneWhenEmpty) {
         if (FindText(*file.dataSet, tag).empty()) DropElement(*file.dataSet, tag);
     }
-    UnifyStoredBits(header, *file.dataSet);
+    LookAbove(header, *file.dataSet);
+    if (m_OwnType) {
+        TakeOwnVoxels(header, *file.dataSet, frames);
+    } else {
+        UnifyStoredBits(header, *file.dataSet);
+    }
     m_Files.push_back(std::move(file.dataSet));
     if (frames.empty()) {
         // Many writers put "1" here, which would make the first slice a multi-frame object.
         DropElement(*m_Files.back(), kNumberOfFrames);
+        if (m_OwnType) StandIn(header, *m_Files.back());
         m_List.push_back(m_Files.back().get());
         return;
     }
     for (auto& frame : SplitFrames(*m_Files.back(), header, frames)) {
+        if (m_OwnType) StandIn(header, *frame);
         m_List.push_back(frame.get());
         m_Frames.push_back(std::move(frame));
     }

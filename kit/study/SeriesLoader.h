@@ -1,29 +1,42 @@
 // From a series that was found to data sets that the library can assemble.
 #pragma once
 
+#include "../core/Finding.h"
 #include "../core/Watch.h"
 #include "../dataset/Toolkit.h"
 #include "FoundFiles.h"
+#include "Volume.h"
 
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace korvane {
 
 /// Throws `Error`, which names the file and the reason, when the library could not assemble the slices as they are:
-/// no native integer pixels, data cut short, a position missing.
+/// pixels of a form that no voxels have, data cut short, a position missing.
 void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 
 /// Throws `Error` where no codec is there for compressed pixel data, and where it has too few bytes for the frames and the size that the header claims.
 void CheckClaims(const ImageHeader& header);
 
 /// The data sets of slices, in list order, with their pixels. Frames of a multi-frame object are data sets of their own
-/// that share its bytes.
+/// that share its bytes. Where the module has no form for the voxels they lie here, and the data sets say of the pixels what
+/// lets it work out the geometry alone: 8 bits, all zero.
 class LoadedSlices {
 public:
     /// Throws `Error`.
     LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch);
+
+    /// Nothing where the pixels of the data sets are the voxels.
+    const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }
+    /// The voxels of all slices, one plane behind the other in list order.
+    std::vector<std::byte> TakeVoxels() { return std::move(m_Voxels); }
+    /// What was met while pixels were read.
+    const std::vector<Finding>& GetFindings() const { return m_Findings; }
 
     /// Owned by this object.
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
@@ -35,9 +48,19 @@ private:
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
     void PlaceInOrder(const ImageHeader& header);
 
+    void LookAbove(const ImageHeader& header, const DICOMDataObject& dataSet);
     void UnifyStoredBits(const ImageHeader& header, DICOMDataObject& dataSet);
+    void TakeOwnVoxels(const ImageHeader& header, DICOMDataObject& dataSet, const std::vector<int>& frames);
+    void ReadVoxels(const ImageHeader& header, const DICOMDataObject& dataSet, const std::vector<int>& frames);
+    void StandIn(const ImageHeader& header, DICOMDataObject& dataSet);
+    void TellBitsAbove(std::size_t files);
 
     Watch m_Watch;
+    std::optional<VoxelType> m_OwnType;
+    std::vector<std::byte> m_Voxels;
+    std::vector<unsigned char> m_StandIn;  // one plane of zeros
+    std::vector<std::string> m_BitsAbove;  // files
+    std::vector<Finding> m_Findings;
     bool m_bStoredDiffer = false;
     CodecManager m_Codecs;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;

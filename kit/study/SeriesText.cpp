@@ -47,6 +47,20 @@ private:
     std::string m_Text;
 };
 
+/// Units, and what was corrected: "BQML, corrected for DECY, ATTN, decay to START".
+std::string DescribeValues(const FoundFiles& found, const FoundSeries& series) {
+    const ImageHeader& header = found.FirstFile(series);
+    std::string text = found.PlaceOf(series.slices.front()).unit;
+    const auto add = [&](const char* words, std::string value) {
+        if (value.empty()) return;
+        for (std::size_t at = 0; (at = value.find('\\', at)) != value.npos; ++at) value.replace(at, 1, ", ");
+        text += (text.empty() ? "" : ", ") + std::string(words) + value;
+    };
+    add("corrected for ", header.corrected);
+    add("decay correction to ", header.decayCorrection);
+    return text;
+}
+
 void AddGeometry(Lines& lines, const FoundFiles& found, const FoundSeries& series) {
     const SeriesGeometry& geometry = series.geometry;
     const std::size_t firstSlice = geometry.stacks.empty() ? 0 : geometry.stacks.front().front();
@@ -85,6 +99,8 @@ std::string Describe(const Series& of) {
     lines.Add("UID", first.seriesUid);
     if (first.form.kind != PixelForm::Kind::None) {
         lines.Add("pixels", DescribePixels(first.form));
+        const std::string values = DescribeValues(found, series);
+        if (!values.empty()) lines.Add("values", values);
         AddGeometry(lines, found, series);
     } else {
         lines.Add("class", first.sopClass);

@@ -3,6 +3,11 @@
 #include "../core/Error.h"
 #include "SeriesText.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 
 namespace korvane {
@@ -16,7 +21,71 @@ void SetTrueRange(CVolume& volume) {
     volume.Update();
 }
 
+struct Range {
+    long long smallest = std::numeric_limits<long long>::max();
+    long long largest = std::numeric_limits<long long>::min();
+};
+
+/// Of floats the integers that lie around them; what is no number is left out.
+template <class T>
+Range RangeOf(std::span<const std::byte> voxels) {
+    constexpr double kMost = 9e18;
+    Range range;
+    for (std::size_t at = 0; at + sizeof(T) <= voxels.size(); at += sizeof(T)) {
+        T stored;
+        std::memcpy(&stored, voxels.data() + at, sizeof stored);
+        const auto value = static_cast<double>(stored);
+        if (std::isnan(value)) continue;
+        range.smallest = std::min(range.smallest, static_cast<long long>(std::clamp(std::floor(value), -kMost, kMost)));
+        range.largest = std::max(range.largest, static_cast<long long>(std::clamp(std::ceil(value), -kMost, kMost)));
+    }
+    return range.smallest <= range.largest ? range : Range{0, 0};
+}
+
+/// The types that the module does not make; colours have the range of their samples.
+Range RangeOf(VoxelType type, std::span<const std::byte> voxels) {
+    switch (type) {
+    case VoxelType::Int8: return RangeOf<std::int8_t>(voxels);
+    case VoxelType::Int32: return RangeOf<std::int32_t>(voxels);
+    case VoxelType::Float32: return RangeOf<float>(voxels);
+    case VoxelType::Float64: return RangeOf<double>(voxels);
+    default: return RangeOf<std::uint8_t>(voxels);
+    }
+}
+
+/// Planes in memory that is the caller's, with the places that the volume's planes have.
+void PutPlanes(CVolume& volume, CVolume::PixelType type, std::vector<std::byte>& voxels) {
+    int dim[4];
+    volume.GetDimensions(dim);
+    std::vector<std::array<float, 3>> origins;
+    for (int plane = 0; plane < dim[2]; ++plane) {
+        const float* const org = volume.GetPlane(plane)->m_Org;
+        origins.push_back({org[0], org[1], org[2]});
+    }
+    volume.Init(type, dim[0], dim[1], dim[2], dim[3]);
+    const std::size_t bytes = voxels.size() / origins.size();
+    for (int plane = 0; plane < dim[2]; ++plane) {
+        const auto number = static_cast<std::size_t>(plane);
+        CImagePlane& to = *volume.GetPlane(plane);
+        to.Alloc(voxels.data() + number * bytes);
+        std::copy(origins[number].begin(), origins[number].end(), to.m_Org);
+    }
+    volume.UpdateZInterpArray();
+}
+
 }  // namespace
+
+VoxelType TypeOf(CVolume::PixelType type) {
+    switch (type) {
+    case CVolume::PT_SHORT: return VoxelType::Int16;
+    case CVolume::PT_USHORT: return VoxelType::UInt16;
+    case CVolume::PT_BYTE: return VoxelType::UInt8;
+    case CVolume::PT_FLOAT: return VoxelType::Float32;
+    case CVolume::PT_LONG: return VoxelType::Int32;
+    case CVolume::PT_ULONG: return VoxelType::UInt32;
+    }
+    return VoxelType::UInt8;
+}
 
 SeriesVolume::SeriesVolume(const SeriesChoice& choice)
     : SeriesVolume(Find(choice.paths, {choice.jobs, choice.watcher}).Choose(choice.series), choice.volume,
@@ -72,9 +141,25 @@ void SeriesVolume::TellWarnings() const {
 
 void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
+    m_OwnVoxels = {};
     m_Loaded.emplace(GetFound(), slices, m_Watch);
+    for (const Finding& finding : m_Loaded->GetFindings()) m_Watch.Tell(finding);
     TakeSlices(slices);
     Assemble();
+}
+
+VoxelType SeriesVolume::GetType() const {
+    return m_Loaded->GetOwnType().value_or(TypeOf(m_Assembled.GetVolume()->GetType()));
+}
+
+std::span<const std::byte> SeriesVolume::GetVoxels() const {
+    if (!IsInModule()) return m_OwnVoxels;
+    CVolume& volume = *m_Assembled.GetVolume();
+    int dim[4];
+    volume.GetDimensions(dim);
+    const auto* const first = static_cast<const std::byte*>(volume.GetPlane(0)->m_pData);
+    return {first, static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]) *
+                       static_cast<std::size_t>(dim[2]) * static_cast<std::size_t>(volume.GetTypeSize())};
 }
 
 std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
@@ -104,12 +189,35 @@ void SeriesVolume::Assemble() {
         throw Error(ErrorKind::Irregular, "the slices do not make a volume");
     }
     SetTrueSpacing();
+    if (m_Loaded->GetOwnType()) {
+        PutOwnVoxels();
+        return;
+    }
     TaskProgress progress(m_Watch, "assembling", dim[2]);
     m_Assembled.SetCallback(&progress);
     m_Assembled.Alloc(true);
     m_Assembled.SetCallback(nullptr);
     m_Watch.StopIfAsked();
     SetTrueRange(GetVolume());
+}
+
+/// Voxels come in list order; planes have one of their own.
+void SeriesVolume::PutOwnVoxels() {
+    m_OwnVoxels = m_Loaded->TakeVoxels();
+    CVolume& volume = GetVolume();
+    const auto planes = m_Assembled.m_SliceToIndex.size();
+    const std::size_t bytes = m_OwnVoxels.size() / planes;
+    std::vector<std::byte> inOrder(m_OwnVoxels.size());
+    for (std::size_t plane = 0; plane < planes; ++plane) {
+        const auto from = static_cast<std::size_t>(m_Assembled.m_SliceToIndex[plane]) * bytes;
+        std::memcpy(inOrder.data() + plane * bytes, m_OwnVoxels.data() + from, bytes);
+    }
+    m_OwnVoxels.swap(inOrder);
+    const Range range = RangeOf(GetType(), m_OwnVoxels);
+    if (GetType() == VoxelType::Float32) PutPlanes(volume, CVolume::PT_FLOAT, m_OwnVoxels);
+    if (GetType() == VoxelType::Int32) PutPlanes(volume, CVolume::PT_LONG, m_OwnVoxels);
+    volume.SetMin(range.smallest);
+    volume.SetMax(range.largest);
 }
 
 }  // namespace korvane

@@ -5,15 +5,21 @@
 #include "FoundFiles.h"
 #include "SeriesChoice.h"
 #include "SeriesLoader.h"
+#include "Volume.h"
 
 #include "../../series/CDicomVolume.h"
 
+#include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace korvane {
+
+/// The module's voxel types in the Kit's words.
+VoxelType TypeOf(CVolume::PixelType type);
 
 class SeriesVolume {
 public:
@@ -53,13 +59,20 @@ public:
     const std::vector<SliceRef>& GetSlices() const { return m_Slices; }  ///< in list order
     std::vector<FramePlace> GetPlanePlaces() const;                      ///< in plane order
     CDicomVolume& GetAssembled() { return m_Assembled; }
+    /// Where the module has no type for the voxels, its planes have places and no pixels.
     CVolume& GetVolume() { return *m_Assembled.GetVolume(); }
+    bool IsInModule() const { return m_Loaded && !m_Loaded->GetOwnType(); }  ///< assembled by it, as stored values
+    VoxelType GetType() const;
+    /// Of one plane after the other, in plane order.
+    std::span<const std::byte> GetVoxels() const;
+    const std::vector<Finding>& GetReadFindings() const { return m_Loaded->GetFindings(); }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
 
 private:
     void TakeSlices(const std::vector<SliceRef>& slices);
     void Assemble();
     void SetTrueSpacing();
+    void PutOwnVoxels();
 
     Series m_Series;
     Watch m_Watch;
@@ -67,6 +80,7 @@ private:
     std::vector<SliceRef> m_Slices;
     FramePlace m_Place;
     std::optional<LoadedSlices> m_Loaded;
+    std::vector<std::byte> m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;
 };
 

@@ -98,6 +98,9 @@ private:
     }
 
     void Frames() {
+        AddFiles(FindingKind::FrameOffsetsWrong,
+                 "frame offsets that are neither relative nor absolute, which place no frames",
+                 [](const ImageHeader& header) { return header.offsetsWrong; });
         AddFiles(FindingKind::FramesMissing, "more frames claimed than the pixel data holds",
                  [](const ImageHeader& header) {
                      return !header.encapsulated && header.frames > 1 &&
@@ -105,7 +108,8 @@ private:
                  });
         AddFiles(FindingKind::FramesUnplaced, "frames without positions, taken in stored order",
                  [](const ImageHeader& header) {
-                     return header.frames > 1 && !(header.framesPlaced && header.places.front().hasPosition);
+                     return header.frames > 1 && !header.framesAreTimes &&
+                            !(header.framesPlaced && header.places.front().hasPosition);
                  });
     }
 
@@ -113,6 +117,12 @@ private:
 
     void Positions() {
         const SeriesGeometry& geometry = m_Series.geometry;
+        if (m_Found.AreTimesAlone(m_Series)) {
+            Add(FindingKind::FramesAreTimes, "frames without positions follow each other in time: " +
+                                                 Count(m_Series.slices.size(), "volume") + " of one slice")
+                .count = m_Series.slices.size();
+            return;
+        }
         if (geometry.stacks.empty()) {
             if (m_Series.slices.size() > 1) {
                 Add(FindingKind::NoPositions, "no positions: slices in the order of their instance numbers");
@@ -154,7 +164,7 @@ private:
 
     void Volumes() {
         const SeriesGeometry& geometry = m_Series.geometry;
-        if (geometry.volumes < 2) return;
+        if (geometry.volumes < 2 || geometry.stacks.empty()) return;
         const std::string volumes = std::to_string(m_Series.sets.volumes.size());
         const std::string at = std::to_string(geometry.volumes) + " slices at each of " +
                                Count(geometry.stacks.size(), "position") + ", which makes " + volumes + " volumes";
@@ -357,6 +367,15 @@ private:
             return place.slope != first.slope || place.intercept != first.intercept;
         });
         if (differs) Add(FindingKind::RescaleDiffers, "rescale slope or intercept differ from slice to slice");
+        if (first.hasRealWorld && !first.slope.empty()) {
+            Add(FindingKind::RealWorldValues,
+                "a real world value mapping, stored * " + platform::FormatReal(first.realSlope) + " + " +
+                    platform::FormatReal(first.realIntercept) + ", is not applied: the rescale is");
+        }
+        const bool unitsDiffer =
+            std::any_of(m_Series.slices.begin(), m_Series.slices.end(),
+                        [&](const SliceRef& slice) { return m_Found.PlaceOf(slice).unit != first.unit; });
+        if (unitsDiffer) Add(FindingKind::UnitsDiffer, "the units of real values differ from slice to slice");
         const FramePlace& sized = m_Found.SizedPlaceOf(m_Series.slices);
         if (sized.hasSpacing && !IsSame(sized.spacing[0], sized.spacing[1])) {
             Add(FindingKind::PixelsNotSquare, "pixels are not square: " + BetweenRowsAndColumns(sized.spacing))

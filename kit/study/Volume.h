@@ -79,7 +79,8 @@ public:
     /// What each time is, such as "echo number 2"; one "" where there is one.
     const std::vector<std::string>& GetTimeKeys() const;
 
-    /// How stored values become real ones, in a plane.
+    /// How stored values become real ones, in a plane: the rescale (0028,1053), the factor of a dose grid, or a Real World
+    /// Value Mapping where there is neither. Colours have none.
     Rescale GetRescale(std::size_t plane, std::size_t time = 0) const;
     bool HasOneRescale() const;          ///< the same in all planes
     const std::string& GetUnit() const;  ///< of real values: "HU", "BQML" ...; "" where nothing tells
@@ -97,7 +98,7 @@ public:
     const std::vector<Finding>& GetFindings() const;
 
     /// The module's object, with the data sets of the slices, for hosts that go on with the module; null when it has no
-    /// form for such voxels (colour, signed 8-bit, floating point, several times). It stays this object's.
+    /// form for such voxels (colour, signed 8 or 32 bits, floating point, several times). It stays this object's.
     CDicomVolume* Module() const;
 
     // For the rooms of the Kit.

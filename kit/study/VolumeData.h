@@ -4,14 +4,14 @@
 #include "SeriesVolume.h"
 #include "Volume.h"
 
+#include <array>
+#include <cstddef>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 namespace korvane {
-
-/// The module's voxel types in the Kit's words.
-VoxelType TypeOf(CVolume::PixelType type);
 
 /// Voxels are the module's, where it has a form for them, else this object's own.
 class VolumeData {
@@ -22,7 +22,9 @@ public:
     SeriesVolume& GetSeriesVolume() const { return *m_pSeries; }
 
     /// Reads the volume chosen. Throws `Error`.
-    void Load(const Watch& watch);
+    void Load();
+    /// Reads all volumes, as times. Throws `Error` when they do not lie in the same places.
+    void LoadTimes(const Watch& watch);
 
     VoxelType type = VoxelType::UInt8;
     std::array<std::size_t, 4> size{};
@@ -37,7 +39,12 @@ public:
     bool inModule = true;
 
 private:
+    void TakeGeometry();
+    void TakePlanes();
+    void CheckPlaces() const;
+
     std::unique_ptr<SeriesVolume> m_pSeries;
+    std::vector<std::byte> m_Times;  // the voxels of all volumes, where there are several
 };
 
 }  // namespace korvane

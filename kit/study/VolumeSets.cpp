@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <utility>
@@ -22,7 +23,11 @@ constexpr double kLeastFill = 0.5;  // of the positions, in the mean of the volu
 class Teller {
 public:
     Teller(const FoundFiles& found, const FoundSeries& series)
-        : m_Found(found), m_Series(series), m_Keys(series.slices.size()) {}
+        : m_Found(found), m_Series(series), m_Keys(series.slices.size()), m_Stacks(series.geometry.stacks) {
+        if (!found.AreTimesAlone(series)) return;
+        m_Stacks.emplace_back(series.slices.size());
+        std::iota(m_Stacks.front().begin(), m_Stacks.front().end(), std::size_t{0});
+    }
 
     VolumeSets Run() {
         if (m_Series.geometry.volumes > 1) {
@@ -39,7 +44,7 @@ public:
     }
 
 private:
-    const std::vector<std::vector<std::size_t>>& Stacks() const { return m_Series.geometry.stacks; }
+    const std::vector<std::vector<std::size_t>>& Stacks() const { return m_Stacks; }
 
     Key ValuesOf(std::size_t slice, const KeyCandidate& candidate) const {
         const auto& values = m_Found.KeysOf(m_Series.slices[slice]).values;
@@ -180,6 +185,7 @@ private:
     const FoundFiles& m_Found;
     const FoundSeries& m_Series;
     std::vector<Key> m_Keys;
+    std::vector<std::vector<std::size_t>> m_Stacks;  // slices at each position
     std::set<std::string> m_Accepted;
     VolumeSets m_Sets;
 };

@@ -1,0 +1,238 @@
+#!/usr/bin/env python3
+"""Voxels are what the files say: floats, colours, signs, palettes, doses, with their units; judged by numpy and pydicom."""
+
+import sys
+
+import host_test
+import numpy
+import pydicom
+from host_test import WORK, edited, info, korvane, phantom
+from pydicom.dataset import Dataset
+from pydicom.sequence import Sequence
+from pydicom.uid import RLELossless
+
+try:
+    import nibabel
+except ImportError:
+    print("skipped: python3-nibabel is not installed")
+    sys.exit(host_test.SKIPPED)
+
+SMALL = ("--size", 16, "--slices", 4)
+RANDOM = numpy.random.default_rng(15)
+
+
+def set_pixels(ds, values, **more):
+    """`values`: rows x columns (x 3), integers, with the attributes that say so."""
+    colour = values.ndim == 3
+    bits = values.dtype.itemsize * 8
+    ds.Rows, ds.Columns, ds.SamplesPerPixel = *values.shape[:2], 3 if colour else 1
+    ds.PhotometricInterpretation = "RGB" if colour else "MONOCHROME2"
+    if colour:
+        ds.PlanarConfiguration = 0
+    ds.BitsAllocated, ds.BitsStored, ds.HighBit = bits, bits, bits - 1
+    ds.PixelRepresentation = int(values.dtype.kind == "i")
+    for name in ("WindowCenter", "WindowWidth", "RescaleSlope", "RescaleIntercept", "RescaleType"):
+        if name in ds:
+            del ds[name]
+    ds.PixelData = values.tobytes() + bytes(values.nbytes % 2)
+    ds["PixelData"].VR = "OB" if bits == 8 else "OW"
+    for name, value in more.items():
+        setattr(ds, name, value)
+
+
+def floats(ds, values):
+    set_pixels(ds, numpy.zeros((16, 16), "u2"))
+    del ds.PixelData
+    name = "FloatPixelData" if values.dtype.itemsize == 4 else "DoubleFloatPixelData"
+    setattr(ds, name, values.tobytes())
+    ds.BitsAllocated = values.dtype.itemsize * 8
+    for element in ("BitsStored", "HighBit", "PixelRepresentation"):
+        del ds[element]
+
+
+def nifti(source, *options):
+    """Voxels of the file as slices x rows x columns, ascending along z, and the image."""
+    korvane("export", source, "--format", "nifti", "--to", WORK / "out", *options)
+    image = nibabel.load(WORK / "out.nii")
+    voxels = numpy.asarray(image.dataobj)
+    voxels = numpy.moveaxis(voxels, (0, 1, 2), (2, 1, 0))
+    return (voxels if image.affine[2, 2] > 0 else voxels[::-1]), image
+
+
+def made(name, make, dtype=None):
+    """A series of `make(ds, n)`, which returns the values that are expected, and these, ascending along z."""
+    expected = {}
+
+    def change(ds, n):
+        expected[float(ds.ImagePositionPatient[2])] = make(ds, n)
+
+    folder = edited(phantom(f"{name}-source", *SMALL), name, change)
+    return folder, numpy.array([expected[z] for z in sorted(expected)], dtype)
+
+
+def integers():
+    for name, dtype in (("int8", "i1"), ("uint8", "u1"), ("int16", "<i2"), ("int32", "<i4"), ("uint32", "<u4")):
+        ends = numpy.iinfo(dtype)
+
+        def make(ds, _):
+            values = RANDOM.integers(ends.min, ends.max, (16, 16), dtype, endpoint=True)
+            set_pixels(ds, values)
+            return values
+
+        folder, expected = made(name, make, dtype)
+        voxels, image = nifti(folder)
+        assert image.get_data_dtype() == expected.dtype and (voxels == expected).all(), name
+
+    def narrow(ds, _):  # 20 of 32 bits at the top but two, dirt in the others
+        values = RANDOM.integers(-(1 << 19), (1 << 19) - 1, (16, 16), "<i4")
+        words = (((values.astype("i8") & 0xFFFFF) << 10) | 3 | (RANDOM.integers(0, 4, (16, 16)) << 30)).astype("<u4")
+        set_pixels(ds, words, BitsStored=20, HighBit=29, PixelRepresentation=1)
+        return values
+
+    folder, expected = made("narrow", narrow)
+    assert (nifti(folder)[0] == expected).all()
+    err = korvane("export", folder, "--format", "nifti", "--to", WORK / "dirt")[1]
+    assert "bits above the stored ones are set" in err and "4 of 4 files" in err, err
+    # A sign that is repeated above is no dirt.
+    clean = made("clean", lambda ds, _: set_pixels(ds, RANDOM.integers(-2048, 2047, (16, 16), "<i2"), BitsStored=12,
+                                                   HighBit=11))[0]
+    assert "above the stored" not in korvane("export", clean, "--format", "nifti", "--to", WORK / "clean-out")[1]
+
+
+def real_numbers():
+    for dtype in ("<f4", "<f8"):
+        def make(ds, n):
+            values = (RANDOM.standard_normal((16, 16)) * 10.0 ** n).astype(dtype)
+            values[0, :3] = numpy.nan, numpy.inf, -1e30
+            floats(ds, values)
+            return values
+
+        folder, expected = made(f"float{dtype[1:]}", make)
+        voxels, image = nifti(folder)
+        assert image.get_data_dtype() == numpy.dtype(dtype) and numpy.array_equal(voxels, expected, equal_nan=True)
+        for form in ("analyze", "bob", "vox"):
+            err = korvane("export", folder, "--format", form, "--to", WORK / "no", status=1)[1]
+            assert "floating-point pixels have no form in" in err and "nifti, nrrd, metaimage" in err, err
+
+
+def colours():
+    def rgb(planar, compress):
+        def make(ds, _):
+            values = RANDOM.integers(0, 256, (16, 16, 3), "u1")
+            set_pixels(ds, numpy.moveaxis(values, 2, 0).copy() if planar else values)
+            ds.Rows, ds.Columns, ds.PlanarConfiguration, ds.SamplesPerPixel = 16, 16, planar, 3
+            if compress:
+                ds.compress(RLELossless)
+            return values
+        return make
+
+    for planar, compress in ((0, False), (1, False), (0, True)):
+        folder, expected = made(f"rgb{planar}{compress}", rgb(planar, compress))
+        voxels = nifti(folder)[0]
+        voxels = numpy.stack([voxels[name] for name in "RGB"], -1)
+        assert (voxels == expected).all(), (planar, compress)
+    korvane("export", folder, "--format", "nrrd", "--to", WORK / "colour")
+    header, data = (WORK / "colour.nrrd").read_bytes().split(b"\n\n", 1)
+    assert b"sizes: 3 16 16 4" in header and b"kinds: RGB-color" in header
+    planes = numpy.frombuffer(data, "u1").reshape(4, 16, 16, 3)
+    assert (planes == expected).all() or (planes == expected[::-1]).all()
+    err = korvane("export", folder, "--format", "analyze", "--to", WORK / "no", status=1)[1]
+    assert "RGB pixels have no form in analyze" in err, err
+
+    table = RANDOM.integers(0, 65536, (3, 200), "<u2")
+
+    def palette(ds, _):
+        values = RANDOM.integers(0, 256, (16, 16), "u1")
+        set_pixels(ds, values, PhotometricInterpretation="PALETTE COLOR")
+        for colour, entries in zip(("Red", "Green", "Blue"), table):
+            ds.add_new(f"{colour}PaletteColorLookupTableDescriptor", "US", [200, 10, 16])
+            ds.add_new(f"{colour}PaletteColorLookupTableData", "OW", entries.tobytes())
+        return (table[:, numpy.clip(values.astype(int) - 10, 0, 199)] >> 8).transpose(1, 2, 0)
+
+    folder, expected = made("palette", palette)
+    voxels = nifti(folder)[0]
+    assert (numpy.stack([voxels[name] for name in "RGB"], -1) == expected).all()
+
+    def ybr(ds, _):
+        values = RANDOM.integers(0, 256, (16, 16, 3), "u1")
+        set_pixels(ds, values, PhotometricInterpretation="YBR_FULL")
+        return pydicom.pixel_data_handlers.util.convert_color_space(values, "YBR_FULL", "RGB").astype(int)
+
+    folder, expected = made("ybr", ybr)
+    voxels = nifti(folder)[0]
+    assert abs(numpy.stack([voxels[name] for name in "RGB"], -1).astype(int) - expected).max() <= 1
+    deep = made("deep", lambda ds, _: set_pixels(ds, RANDOM.integers(0, 65536, (16, 16, 3), "<u2")))[0]
+    err = korvane("export", deep, "--format", "nifti", "--to", WORK / "no", status=1)[1]
+    assert "no voxels are of this form" in err, err
+
+
+def dose(name, change=lambda ds: None):
+    """An RT dose of four frames, upwards, with 32 bits; its values in grays."""
+    (path, *_) = sorted(phantom(f"{name}-source", *SMALL).iterdir())
+    ds = pydicom.dcmread(path)
+    values = RANDOM.integers(0, 1 << 32, (4, 16, 16), "<u4")
+    set_pixels(ds, values[0])
+    ds.PixelData, ds.NumberOfFrames, ds.Modality = values.tobytes(), 4, "RTDOSE"
+    ds.SOPClassUID = ds.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.481.2"
+    ds.DoseGridScaling, ds.DoseUnits, ds.FrameIncrementPointer = "1.5e-8", "GY", (0x3004, 0x000C)
+    ds.ImagePositionPatient, ds.GridFrameOffsetVector = [0, 0, 20], [0, 2, 4, 6]
+    change(ds)
+    folder = WORK / name
+    folder.mkdir()
+    ds.save_as(folder / "dose.dcm")
+    return folder, values * 1.5e-8
+
+
+def doses():
+    folder, expected = dose("relative")
+    voxels, image = nifti(folder)
+    assert numpy.allclose(voxels, expected, rtol=1e-6) and abs(image.affine[2, 2]) == 2
+    assert min(image.affine[2, 3], image.affine[2, 3] + 3 * image.affine[2, 2]) == 20
+    (series,) = info(folder)
+    assert series["values"] == {"unit": "GY"}, series["values"]
+    folder, expected = dose("absolute", lambda ds: setattr(ds, "GridFrameOffsetVector", [20, 22, 24, 26]))
+    assert numpy.allclose(nifti(folder)[0], expected, rtol=1e-6) and nifti(folder)[1].affine[2, 2] ** 2 == 4
+    folder, _ = dose("neither", lambda ds: setattr(ds, "GridFrameOffsetVector", [3, 5, 7, 9]))
+    err = korvane("export", folder, "--format", "nifti", "--to", WORK / "no", status=1)[1]
+    assert "neither begin with 0 nor with the first frame's z" in err, err
+
+
+def units():
+    def real_world(ds, _):
+        values = RANDOM.integers(0, 4096, (16, 16), "<u2")
+        set_pixels(ds, values)
+        unit = Dataset()
+        unit.CodeValue, unit.CodingSchemeDesignator, unit.CodeMeaning = "um2/s", "UCUM", "um2/s"
+        item = Dataset()
+        item.RealWorldValueSlope, item.RealWorldValueIntercept = 0.25, -3.5
+        item.MeasurementUnitsCodeSequence = Sequence([unit])
+        ds.RealWorldValueMappingSequence = Sequence([item])
+        return values * 0.25 - 3.5
+
+    folder, expected = made("mapped", real_world)
+    assert numpy.allclose(nifti(folder)[0], expected) and info(folder)[0]["values"]["unit"] == "um2/s"
+    (series,) = info(phantom("ct", *SMALL))
+    assert series["values"]["unit"] == "HU", series
+
+
+def frames_in_time():
+    """Frames of an older object that a time counts are times of one plane, which a file of four dimensions holds."""
+    (path, *_) = sorted(phantom("angio-source", *SMALL).iterdir())
+    ds = pydicom.dcmread(path)
+    values = RANDOM.integers(0, 1024, (5, 16, 16), "<u2")
+    set_pixels(ds, values[0])
+    ds.PixelData, ds.NumberOfFrames, ds.Modality = values.tobytes(), 5, "RF"
+    ds.FrameIncrementPointer, ds.FrameTime = (0x0018, 0x1063), "33.3"
+    del ds.ImagePositionPatient, ds.ImageOrientationPatient
+    folder = WORK / "angio"
+    folder.mkdir()
+    ds.save_as(folder / "angio.dcm")
+    (series,) = info(folder)
+    assert "frames are times" in [finding["kind"] for finding in series["findings"]], series["findings"]
+    voxels, image = nifti(folder)
+    assert image.shape == (16, 16, 1, 5) and (voxels[0].transpose(2, 0, 1) == values).all(), image.shape
+    err = korvane("export", folder, "--format", "analyze", "--to", f"file:{WORK}/one", "--volume", 3)[1]
+    assert (host_test.Analyze(WORK / "one").voxels[0] == values[2].astype(int) - 32767).all(), err
+
+
+host_test.run(integers, real_numbers, colours, doses, units, frames_in_time)
