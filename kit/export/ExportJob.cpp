@@ -5,6 +5,7 @@
 #include "ExportReport.h"
 #include "VoxelFile.h"
 
+#include "base/Number.h"
 #include "export/CFileWriter.h"
 #include "export/CVolumeExport.h"
 #include "volume/CVolume.h"
@@ -32,7 +33,11 @@ ValueMapping DescribeValues(const ExportFormat& format, const CVolumeExport& exp
         const FramePlace& other = series.GetFound().PlaceOf(slice);
         return other.slope != place.slope || other.intercept != place.intercept;
     });
-    if (differs) {
+    if (differs && series.GetScaleError()) {
+        mapping.remarks.push_back("slices have rescales of their own: the file has one slope for all, " +
+                                  series.GetPlace().slope + ", and values are rounded by at most " +
+                                  platform::FormatReal(*series.GetScaleError()));
+    } else if (differs) {
         mapping.remarks.emplace_back(
             format.IsRescaled() ? "each slice has a rescale of its own: that of the file's first was used for all"
                                 : "values are as stored, and each slice has a rescale of its own");
@@ -192,6 +197,7 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
 
 ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample) {
     series.Load(part.slices);
+    if (series.RescalesDiffer()) series.BringToOneScale(true);
     EvenPlanes even;
     if (resample) {
         even.PutInto(series.GetAssembled(), resample, FindPadding(series), m_Watch);

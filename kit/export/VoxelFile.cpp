@@ -65,6 +65,7 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
         m_Series.Load(time == 0 ? part.slices : part.later[time - 1]);
         EvenPlanes even;
+        if (resample && m_Series.RescalesDiffer()) m_Series.BringToOneScale(false);
         if (resample && m_Series.GetVolume().GetPlane(0)->m_pData == nullptr) {
             throw Error(ErrorKind::Unsupported,
                         std::string("voxels of this type are not resampled: ") + WordOf(m_Series.GetType()));
@@ -104,7 +105,7 @@ void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVo
     for (std::size_t i = 0; i < 3; ++i) m_Grid.size[i] = static_cast<std::size_t>(dim[i]);
     m_Grid.size[3] = part.later.size() + 1;
     m_Grid.type = m_Series.GetType();
-    m_bReal = m_Grid.type != VoxelType::Rgb24 && !HaveOneRescale(m_Series, part);
+    m_bReal = m_Grid.type != VoxelType::Rgb24 && !m_Series.GetScaleError() && !HaveOneRescale(m_Series, part);
     m_Grid.rescale = m_bReal || m_Grid.type == VoxelType::Rgb24 ? Rescale{} : RealRescaleOf(m_Series.GetPlace());
     if (m_bReal) m_Grid.type = VoxelType::Float32;
     m_Grid.isResampled = resample;

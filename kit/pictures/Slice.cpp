@@ -23,6 +23,7 @@ SliceReport SaveSlices(const Series& series, int volume, const std::string& outp
     SeriesVolume loaded(series, volume, Watch(options.watcher));
     CheckSlicing(loaded, options);
     loaded.Load();
+    if (!options.raw16 && loaded.RescalesDiffer()) loaded.BringToOneScale(true);
     return SliceJob(loaded, options, output).Run();
 }
 

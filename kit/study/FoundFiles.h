@@ -25,6 +25,7 @@ struct VolumeSets {
     std::vector<std::string> keys;                  ///< what tells each: "echo number 2"; "" for a single one
     std::string order;                              ///< what the volumes were told apart by; "" for a single one
     bool guessed = false;                           ///< by their order at each position alone
+    bool ordered = false;                           ///< by the order of times at each position, which vary with it
     std::vector<std::string>
         rejected;                    ///< what differs at a position, and makes no volumes: "trigger time (128 values)"
     std::vector<std::string> mixed;  ///< what differs within a volume all the same: "echo number (2 values)"

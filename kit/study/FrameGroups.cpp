@@ -214,7 +214,6 @@ FramePlace ReadPlace(const Frame& frame) {
 constexpr double kSameHeight = 0.01;  // millimetres: positions are rounded in files
 
 bool IsTransverse(const std::array<double, 6>& o) {
-    constexpr double kCosine = 1e-3;
     return std::hypot(o[2], o[5]) < kCosine;
 }
 

@@ -15,7 +15,7 @@ struct KeyCandidate {
     const char* name;
     std::size_t first;
     std::size_t last;
-    bool isTime;    ///< may vary with the slice: a key only where it makes whole volumes by itself
+    bool isTime;    ///< may vary with the slice: a key only where it makes whole volumes by itself, else an order
     bool isStrong;  ///< images that differ in it are never of one volume
 };
 

@@ -56,7 +56,6 @@ void VolumeData::TakeGeometry() {
     type = m_pSeries->GetType();
     distance = static_cast<double>(space[2]);
     inModule = m_pSeries->IsInModule();
-    findings = m_pSeries->GetSeries().findings;
     for (const FramePlace& place : m_pSeries->GetPlanePlaces()) positions.push_back(place.position);
 }
 
@@ -68,16 +67,23 @@ void VolumeData::TakePlanes() {
         places.push_back(place);
         rescales.push_back(RealRescaleOf(place));
     }
+}
+
+/// Of the series, and of the reading.
+void VolumeData::TakeFindings() {
+    findings = m_pSeries->GetSeries().findings;
     const std::vector<Finding>& read = m_pSeries->GetReadFindings();
     findings.insert(findings.end(), read.begin(), read.end());
 }
 
-void VolumeData::Load() {
+void VolumeData::Load(bool oneScale) {
     m_pSeries->Load(std::vector<SliceRef>(m_pSeries->GetSlices()));
+    if (oneScale && m_pSeries->RescalesDiffer()) m_pSeries->BringToOneScale(false);
     TakeGeometry();
     TakePlanes();
     timeKeys = {m_pSeries->GetSets().keys.at(static_cast<std::size_t>(m_pSeries->GetVolumeNumber()) - 1)};
     voxels = m_pSeries->GetVoxels();
+    TakeFindings();
 }
 
 void VolumeData::CheckPlaces() const {
@@ -112,12 +118,16 @@ void VolumeData::LoadTimes(const Watch& watch) {
     size[3] = volumes.size();
     timeKeys = m_pSeries->GetSets().keys;
     voxels = m_Times;
+    TakeFindings();
     inModule = false;
 }
 
 Volume Load(const Series& series, const LoadOptions& options) {
     const Watch watch(options.watcher);
     if (options.refuseIrregular) CheckRegular(series);
+    if (options.volume == LoadOptions::kEvery && options.oneScale) {
+        throw Error(ErrorKind::WrongArgument, "several times are not brought to one scale: load them one by one");
+    }
     const bool every = options.volume == LoadOptions::kEvery && series.GetVolumes().size() > 1;
     const int number = options.volume == LoadOptions::kEvery ? 1 : ChooseVolume(series, options.volume);
     if (number < 1) throw Error(ErrorKind::WrongArgument, "there is no volume " + std::to_string(number));
@@ -125,7 +135,7 @@ Volume Load(const Series& series, const LoadOptions& options) {
     if (every) {
         data->LoadTimes(watch);
     } else {
-        data->Load();
+        data->Load(options.oneScale);
     }
     return Volume(std::move(data));
 }

@@ -18,6 +18,9 @@ struct LoadOptions {
     /// Uneven gaps and tilts are refused (`Irregular`). Otherwise the planes are kept as they are, and the volume's
     /// findings tell.
     bool refuseIrregular = false;
+    /// Where slices have rescales of their own (PET), their values come to one: the integers that they are, at the largest
+    /// slope, where no value changes by that, else real values in 32-bit floats.
+    bool oneScale = false;
     unsigned jobs = 0;  ///< threads; 0: one for each core
     Watcher* watcher = nullptr;
 };

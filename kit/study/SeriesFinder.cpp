@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "../core/Paths.h"
 #include "../core/Threads.h"
+#include "SeriesLoader.h"
 #include "SeriesWarnings.h"
 #include "VolumeSets.h"
 
@@ -102,6 +103,11 @@ void ReadHeaders(const std::vector<std::string>& paths, unsigned jobs, const Wat
 /// The pixel data of a file as it would be loaded; null where that cannot be had.
 std::unique_ptr<DICOMDataObject> ReadPixels(const ImageHeader& header, const Watch& watch) {
     if (header.truncated || !header.HoldsFrames()) return nullptr;
+    try {
+        if (header.encapsulated) CheckClaims(header);
+    } catch (const Error&) {
+        return nullptr;
+    }
     DataSetFile file = ReadDataSetFile(header.path, kParseAll, watch);
     CodecManager codecs;
     codecs.SetStopQuestion(watch.GetStopQuestion());

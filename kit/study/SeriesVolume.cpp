@@ -1,7 +1,11 @@
 #include "SeriesVolume.h"
 
 #include "../core/Error.h"
+#include "CommonScale.h"
+#include "PlaceRescale.h"
 #include "SeriesText.h"
+
+#include "base/Number.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 namespace korvane {
 
@@ -143,17 +148,70 @@ void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
     m_OwnVoxels = {};
     m_Loaded.emplace(GetFound(), slices, m_Watch);
-    for (const Finding& finding : m_Loaded->GetFindings()) m_Watch.Tell(finding);
+    m_OwnType = m_Loaded->GetOwnType();
+    m_Scale.reset();
+    m_ScaleError.reset();
+    for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
     Assemble();
 }
 
 VoxelType SeriesVolume::GetType() const {
-    return m_Loaded->GetOwnType().value_or(TypeOf(m_Assembled.GetVolume()->GetType()));
+    return m_OwnType.value_or(TypeOf(m_Assembled.GetVolume()->GetType()));
+}
+
+/// Each kind once, whatever the number of volumes that are read.
+void SeriesVolume::Tell(Finding finding) {
+    const bool known =
+        std::any_of(m_Read.begin(), m_Read.end(), [&](const Finding& told) { return told.kind == finding.kind; });
+    if (known) return;
+    m_Watch.Tell(finding);
+    m_Read.push_back(std::move(finding));
+}
+
+bool SeriesVolume::RescalesDiffer() const {
+    if (GetType() == VoxelType::Rgb24) return false;
+    const std::vector<FramePlace> places = GetPlanePlaces();
+    const Rescale first = RealRescaleOf(places.front());
+    return std::any_of(places.begin(), places.end(),
+                       [&](const FramePlace& place) { return RealRescaleOf(place) != first; });
+}
+
+void SeriesVolume::BringToOneScale(bool integers) {
+    std::vector<Rescale> rescales;
+    for (const FramePlace& place : GetPlanePlaces()) rescales.push_back(RealRescaleOf(place));
+    CommonScale common =
+        integers ? ToCommonIntegers(GetType(), GetVoxels(), rescales) : ToCommonScale(GetType(), GetVoxels(), rescales);
+    m_OwnType = common.type;
+    m_Scale = common.rescale;
+    m_ScaleError = common.error;
+    m_OwnVoxels = std::move(common.voxels);
+    for (const auto& [type, kind] : {std::pair(VoxelType::Int16, CVolume::PT_SHORT),
+                                     {VoxelType::UInt16, CVolume::PT_USHORT},
+                                     {VoxelType::UInt8, CVolume::PT_BYTE},
+                                     {VoxelType::Float32, CVolume::PT_FLOAT}}) {
+        if (type == common.type) PutPlanes(GetVolume(), kind, m_OwnVoxels);
+    }
+    SetTrueRange(GetVolume());
+    constexpr Tag kPadding = MakeTag(0x0028, 0x0120);  // a stored value, which is another one now
+    // Integers are what a file without a rescale gets: no exporter is to undo that.
+    for (DICOMDataObject* const dataSet : m_Loaded->GetDataSets()) {
+        for (const Tag tag : {tags::RescaleSlope, tags::RescaleIntercept, kPadding}) DropElement(*dataSet, tag);
+        if (integers) continue;
+        PutReals(*dataSet, tags::RescaleSlope, &common.rescale.slope, 1);
+        PutReals(*dataSet, tags::RescaleIntercept, &common.rescale.intercept, 1);
+    }
+    m_Place.slope = platform::FormatReal(common.rescale.slope);
+    m_Place.intercept = platform::FormatReal(common.rescale.intercept);
+    Tell({.kind = FindingKind::OneScale,
+          .lengths = {common.rescale.slope, common.error},
+          .text = "slices have rescales of their own: values are brought to one scale, " +
+                  std::string(WordOf(common.type)) + " with slope " + m_Place.slope + " and intercept " +
+                  m_Place.intercept + ", rounded by at most " + platform::FormatReal(common.error)});
 }
 
 std::span<const std::byte> SeriesVolume::GetVoxels() const {
-    if (!IsInModule()) return m_OwnVoxels;
+    if (!m_OwnVoxels.empty()) return m_OwnVoxels;
     CVolume& volume = *m_Assembled.GetVolume();
     int dim[4];
     volume.GetDimensions(dim);
@@ -166,6 +224,9 @@ std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
     std::vector<FramePlace> places;
     for (const int index : m_Assembled.m_SliceToIndex) {
         places.push_back(m_Loaded->GetPlaces()[static_cast<std::size_t>(index)]);
+        if (!m_Scale) continue;
+        places.back().slope = m_Place.slope;
+        places.back().intercept = m_Place.intercept;
     }
     return places;
 }

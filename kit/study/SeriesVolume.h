@@ -61,11 +61,19 @@ public:
     CDicomVolume& GetAssembled() { return m_Assembled; }
     /// Where the module has no type for the voxels, its planes have places and no pixels.
     CVolume& GetVolume() { return *m_Assembled.GetVolume(); }
-    bool IsInModule() const { return m_Loaded && !m_Loaded->GetOwnType(); }  ///< assembled by it, as stored values
+    bool IsInModule() const { return m_OwnVoxels.empty(); }  ///< assembled by it, as stored values
     VoxelType GetType() const;
     /// Of one plane after the other, in plane order.
     std::span<const std::byte> GetVoxels() const;
-    const std::vector<Finding>& GetReadFindings() const { return m_Loaded->GetFindings(); }
+    /// What was met while pixels were read, and what became of their scales.
+    const std::vector<Finding>& GetReadFindings() const { return m_Read; }
+
+    /// Whether each slice has a rescale of its own, so that stored values of two of them cannot be compared.
+    bool RescalesDiffer() const;
+    /// Brings them to one (see `CommonScale.h`), which the places of planes then say; tells how. Colours have none.
+    void BringToOneScale(bool integers);
+    /// The largest rounding error of that; nothing before.
+    const std::optional<double>& GetScaleError() const { return m_ScaleError; }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
 
 private:
@@ -73,6 +81,7 @@ private:
     void Assemble();
     void SetTrueSpacing();
     void PutOwnVoxels();
+    void Tell(Finding finding);
 
     Series m_Series;
     Watch m_Watch;
@@ -80,6 +89,10 @@ private:
     std::vector<SliceRef> m_Slices;
     FramePlace m_Place;
     std::optional<LoadedSlices> m_Loaded;
+    std::vector<Finding> m_Read;
+    std::optional<VoxelType> m_OwnType;
+    std::optional<Rescale> m_Scale;  // of all planes, in place of their own
+    std::optional<double> m_ScaleError;
     std::vector<std::byte> m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;
 };

@@ -179,10 +179,25 @@ private:
             names.push_back(NameOf(stack.front()));
             slices.push_back(stack.front());
         }
-        Finding& finding =
-            Add(FindingKind::IncompleteVolumes, "duplicate positions: up to " + at + "; fewer at " + List(names));
+        Finding& finding = Add(FindingKind::IncompleteVolumes,
+                               "duplicate positions: up to " + at + "; fewer at " + List(names) + Lacking());
         finding.slices = std::move(slices);
         finding.count = geometry.volumes;
+    }
+
+    /// "; volume 2 lacks 1 of 6 positions, volume 5 2".
+    std::string Lacking() const {
+        std::vector<std::string> lacking;
+        const auto& members = m_Series.sets.members;
+        const std::size_t positions = m_Series.geometry.stacks.size();
+        for (std::size_t i = 0; i < members.size(); ++i) {
+            const std::size_t missing = positions - std::min(positions, members[i].size());
+            if (missing > 0) {
+                lacking.push_back("volume " + std::to_string(i + 1) + " lacks " + std::to_string(missing) + " of " +
+                                  Count(positions, "position"));
+            }
+        }
+        return lacking.empty() ? "" : "; " + List(lacking);
     }
 
     static std::string Join(const std::vector<std::string>& parts) {
@@ -198,8 +213,15 @@ private:
                                               ", which would leave most of their positions empty")
                 .count = sets.rejected.size();
         }
+        if (sets.ordered) {
+            Add(FindingKind::OrderedByTime,
+                "images at one position are told apart by the " + sets.order + ", which vary from position to position")
+                .count = sets.volumes.size();
+        }
         if (sets.guessed) {
-            Add(FindingKind::VolumesGuessed, "a guess: images at one position are told apart by their order alone");
+            Add(FindingKind::VolumesGuessed,
+                sets.ordered ? "a guess: images are missing, and times do not tell clearly which"
+                             : "a guess: images at one position are told apart by their order alone");
         }
         if (!sets.mixed.empty()) {
             Add(FindingKind::KeysMixed, "slices of one volume differ in " + Join(sets.mixed)).count = sets.mixed.size();

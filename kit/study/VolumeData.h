@@ -22,7 +22,7 @@ public:
     SeriesVolume& GetSeriesVolume() const { return *m_pSeries; }
 
     /// Reads the volume chosen. Throws `Error`.
-    void Load();
+    void Load(bool oneScale);
     /// Reads all volumes, as times. Throws `Error` when they do not lie in the same places.
     void LoadTimes(const Watch& watch);
 
@@ -41,6 +41,7 @@ public:
 private:
     void TakeGeometry();
     void TakePlanes();
+    void TakeFindings();
     void CheckPlaces() const;
 
     std::unique_ptr<SeriesVolume> m_pSeries;

@@ -48,9 +48,68 @@ def keys():
         ds.EchoNumbers = ds.TemporalPositionIdentifier = 1
 
     _, kinds = found(edited(source, "timed", timed))
-    assert "trigger time (24 values)" in kinds["key rejected"]["text"] and "volumes guessed" in kinds, kinds
+    assert "order of trigger time" in kinds["ordered by time"]["text"] and "volumes guessed" not in kinds, kinds
     _, kinds = found(edited(phantom("one", *SMALL), "mixed", lambda ds, n: setattr(ds, "EchoNumbers", n % 2 + 1)))
     assert "echo number (2 values)" in kinds["keys mixed"]["text"]
+
+
+def assigned(folder, wanted):
+    """Each volume that is exported has the slices that `wanted` (file number -> volume) says, missing ones left out."""
+    paths = sorted(folder.iterdir())
+    for volume in sorted(set(wanted.values())):
+        (exported, *_) = host_test.export(folder, "--volume", volume + 1)
+        expected = [host_test.stored_values(pydicom.dcmread(path))[0] for path in paths
+                    if wanted[int(path.stem)] == volume]
+        assert exported.voxels.shape[0] == len(expected), (folder.name, volume, exported.voxels.shape)
+        assert (exported.voxels == numpy.array(expected) - 32767).all(), (folder, volume)
+
+
+def times():
+    """What tells volumes apart, each with some images missing, which must not shift the others."""
+    source = phantom("source", *SMALL, "--volumes", 4)
+    volumes = {n: n // 6 for n in range(24)}
+
+    def plain(ds, _):
+        for name in ("TemporalPositionIdentifier", "AcquisitionNumber", "AcquisitionTime", "ContentTime", "EchoNumbers"):
+            if name in ds:
+                delattr(ds, name)
+
+    cases = {
+        "echoes": lambda ds, n: setattr(ds, "EchoNumbers", n // 6 + 1),
+        "echo times": lambda ds, n: setattr(ds, "EchoTime", 5.5 * (n // 6 + 1)),
+        "b-values": lambda ds, n: ds.add_new(0x00189087, "FD", 500.0 * (n // 6)),
+        "kinds": lambda ds, n: setattr(ds, "ImageType", ["ORIGINAL", "PRIMARY", "MPRI"[n // 6], f"STEP{n % 5}"]),
+        "trigger times": lambda ds, n: setattr(ds, "TriggerTime", str(1000 * (n // 6) + 100 * (n * 5 % 6))),
+        "clock": lambda ds, n: setattr(ds, "AcquisitionTime", f"1200{n // 6 * 10 + n * 5 % 6:02}.5"),
+        "instance numbers": lambda ds, n: None,
+        "by position": lambda ds, n: setattr(ds, "InstanceNumber", n % 6 * 4 + n // 6 + 1),
+    }
+    for name, change in cases.items():
+        def both(ds, n, change=change):
+            plain(ds, n)
+            if name != "instance numbers":
+                ds.InstanceNumber = 1 + n * 7 % 24
+            change(ds, n)
+
+        folder = edited(source, name, both)
+        assigned(folder, volumes)
+        for gone in (0, 9, 22):
+            (folder / f"{gone:04}.dcm").unlink()
+        assigned(folder, {n: volume for n, volume in volumes.items() if n not in (0, 9, 22)})
+        series, kinds = found(folder)
+        assert "volumes guessed" not in kinds, (name, kinds)
+        text = kinds["incomplete volumes"]["text"]
+        assert all(f"volume {n} lacks 1 of 6 positions" in text for n in (1, 2, 4)), text
+    # Two echoes that share one position alone.
+    def apart(ds, n):
+        plain(ds, n)
+        ds.EchoNumbers, ds.InstanceNumber = n // 6 % 2 + 1, n + 1
+        ds.ImagePositionPatient[2] += 25 * (n // 6 % 2)
+
+    two = edited(phantom("two", *SMALL, "--volumes", 2), "apart", apart)
+    assigned(two, {n: n // 6 for n in range(12)})
+    _, kinds = found(edited(source, "guess", lambda ds, n: (plain(ds, n), setattr(ds, "InstanceNumber", 1))))
+    assert "a guess" in kinds["volumes guessed"]["text"]
 
 
 def positions():

@@ -215,6 +215,35 @@ def units():
     assert series["values"]["unit"] == "HU", series
 
 
+def slopes():
+    """Slices with slopes of their own: real values agree, whatever a file can hold."""
+    def pet(ds, n):
+        values = RANDOM.integers(0, 30000, (16, 16), "<i2")
+        values[0, 0] = 30000
+        set_pixels(ds, values)
+        ds.Modality, ds.Units, ds.CorrectedImage, ds.DecayCorrection = "PT", "BQML", ["DECY", "ATTN"], "START"
+        ds.RescaleSlope, ds.RescaleIntercept = str(1 + 0.9 * n), "0"
+        return values * (1 + 0.9 * n)
+
+    folder, expected = made("pet", pet)
+    voxels, image = nifti(folder)
+    assert image.get_data_dtype() == numpy.float32 and numpy.allclose(voxels, expected, rtol=1e-6)
+    slope = expected.max() / 32767
+    for form in ("analyze", "bob"):
+        out, err = korvane("export", folder, "--format", form, "--to", f"file:{WORK}/{form}")
+        said = float(out.split("one slope for all, ")[1].split(",")[0])
+        error = float(out.split("rounded by at most ")[1].split()[0])
+        assert abs(said / slope - 1) < 1e-6 and "slices have rescales of their own" in err, (said, slope, err)
+        data = host_test.Analyze(WORK / form).voxels if form == "analyze" else numpy.fromfile(
+            next(WORK.glob("bob*.img")), ">i2").reshape(4, 16, 16)
+        real = data * said
+        off = min(abs(real - expected).max(), abs(real - expected[::-1]).max())
+        assert error <= said / 2 * 1.0001 and off <= error * 1.0001, (form, off, error)
+    (series,) = info(folder)
+    assert series["values"] == {"unit": "BQML", "corrected": "DECY\\ATTN", "decayCorrection": "START"}, series["values"]
+    korvane("slice", folder, "--view", "coronal", "--out", WORK / "coronal.png")
+
+
 def frames_in_time():
     """Frames of an older object that a time counts are times of one plane, which a file of four dimensions holds."""
     (path, *_) = sorted(phantom("angio-source", *SMALL).iterdir())
@@ -235,4 +264,4 @@ def frames_in_time():
     assert (host_test.Analyze(WORK / "one").voxels[0] == values[2].astype(int) - 32767).all(), err
 
 
-host_test.run(integers, real_numbers, colours, doses, units, frames_in_time)
+host_test.run(integers, real_numbers, colours, doses, units, slopes, frames_in_time)
