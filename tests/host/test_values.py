@@ -241,7 +241,7 @@ def slopes():
         assert error <= said / 2 * 1.0001 and off <= error * 1.0001, (form, off, error)
     (series,) = info(folder)
     assert series["values"] == {"unit": "BQML", "corrected": "DECY\\ATTN", "decayCorrection": "START"}, series["values"]
-    korvane("slice", folder, "--view", "coronal", "--out", WORK / "coronal.png")
+    korvane("slice", folder, "--view", "coronal", "--output", WORK / "coronal.png")
 
 
 def frames_in_time():
