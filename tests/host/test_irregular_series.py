@@ -433,4 +433,4 @@ def letters():
     assert report["volumes"][0]["pixelSize"] == "unknown"
 
 
-host_test.run(frames, letters, keys, positions, pixels, claims, tilts, tilted_sample, oblong, sizes, axes, pictures)
+host_test.run(frames, letters, keys, times, positions, pixels, claims, tilts, tilted_sample, oblong, sizes, axes, pictures)
