@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
         options.plane.normal = {0, -1, 1};  // patient axes: x to the left, y to the back, z to the head
         options.annotate = true;
         const korvane::SlicePicture slice = korvane::Slice(volume, options);
-        korvane::SavePng(slice.picture, argv[2], slice.report.pixelSize);
+        korvane::SavePicture(slice.picture, argv[2], slice.report.pixelSize);
         std::cout << slice.report.width << " x " << slice.report.height << " pixels, " << slice.report.values << '\n';
     } catch (const korvane::Error& error) {
         std::cerr << error.what() << '\n';

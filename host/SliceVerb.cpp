@@ -1,4 +1,4 @@
-// korvane slice: pictures of planes through the volume of a series.
+// korvane slice: pictures of planes through the volume of a series, or of its images as they are stored.
 #include "Console.h"
 #include "SeriesOptions.h"
 #include "Verbs.h"
@@ -30,6 +30,7 @@ struct Arguments {
     std::string up;
     std::string window;
     std::string pixelSize;
+    std::string zoom;
     std::string slab;
     std::string slabMode = "mean";
     std::string interpolation = "linear";
@@ -71,10 +72,10 @@ std::array<double, kCount> ParseNumbers(const std::string& option, std::string_v
     return values;
 }
 
-double ParsePositive(const std::string& option, const std::string& text) {
+double ParsePositive(const std::string& option, const std::string& text, const char* what = "millimetres") {
     const double value = ParseNumbers<1>(option, text)[0];
     if (value < kSmallestLength || value > kLargestLength) {
-        throw Wrong(option + " takes millimetres above 0");
+        throw Wrong(option + " takes " + what + " above 0");
     }
     return value;
 }
@@ -86,8 +87,8 @@ SliceOptions ParseOptions(const Arguments& arguments) {
     options.pictures = arguments.sheet ? SliceOptions::Pictures::Sheet
                        : arguments.all ? SliceOptions::Pictures::All
                                        : SliceOptions::Pictures::One;
-    if (!options.view) {
-        if (arguments.normal.empty()) throw Wrong("either --view or --point and --normal are needed");
+    options.stored = !options.view && arguments.normal.empty();
+    if (!options.view && !options.stored) {
         if (!arguments.point.empty()) options.plane.point = ParseNumbers<3>("--point", arguments.point);
         options.plane.normal = ParseNumbers<3>("--normal", arguments.normal);
         if (!arguments.up.empty()) options.plane.up = ParseNumbers<3>("--up", arguments.up);
@@ -98,6 +99,7 @@ SliceOptions ParseOptions(const Arguments& arguments) {
         options.window = Window{window[0], window[1]};
     }
     if (!arguments.pixelSize.empty()) options.pixelSize = ParsePositive("--pixel", arguments.pixelSize);
+    if (!arguments.zoom.empty()) options.zoom = ParsePositive("--zoom", arguments.zoom, "a factor");
     options.interpolation = kInterpolations.at(arguments.interpolation);
     if (!arguments.slab.empty()) options.slab = ParsePositive("--slab", arguments.slab);
     options.slabMode = kSlabModes.at(arguments.slabMode);
@@ -120,20 +122,19 @@ void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
                                               "axial, coronal or sagittal: the patient's right on the left, head up; "
                                               "front up in axial, left in sagittal pictures");
     view->check(CLI::IsMember(kViews));
-    CLI::Option* const index =
-        verb.add_option("--index", options.index, "Which one, counted from 0 along the volume's axis (the middle one)");
-    CLI::Option* const all = verb.add_flag("--all", arguments.all, "All of the view: FILE is a folder for them");
-    CLI::Option* const sheet = verb.add_flag("--sheet", arguments.sheet, "All of the view, small, on one picture");
+    CLI::Option* const index = verb.add_option(
+        "--index,--frame", options.index,
+        "Which one, counted from 0 along the volume's axis, or in the order of the images (the middle one)");
+    CLI::Option* const all = verb.add_flag("--all", arguments.all, "All of them: FILE is a folder for them");
+    CLI::Option* const sheet = verb.add_flag("--sheet", arguments.sheet, "All of them, small, on one picture");
     CLI::Option* const point = verb.add_option(
         "--point", arguments.point, "x,y,z in patient millimetres (LPS): the picture's middle (that of the volume)");
     CLI::Option* const normal =
         verb.add_option("--normal", arguments.normal, "a,b,c across the plane; its sign does not matter");
     CLI::Option* const up =
         verb.add_option("--up", arguments.up, "a,b,c that is up in the picture (the front or the head)");
-    index->needs(view)->excludes(all)->excludes(sheet);
-    all->needs(view);
-    sheet->needs(view);
-    normal->excludes(view);
+    index->excludes(all)->excludes(sheet);
+    normal->excludes(view)->excludes(index)->excludes(all)->excludes(sheet);
     point->needs(normal);
     up->needs(normal);
 }
@@ -153,19 +154,26 @@ void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
         ->capture_default_str()
         ->needs(slab);
     verb.add_option("--pixel", arguments.pixelSize, "Millimetres of a pixel (the smaller of the voxel's two sides)");
+    CLI::Option* const size = verb.add_option("--size", options.size, "Pixels of the longer side (one for each voxel)")
+                                  ->check(CLI::Range(1, 65536));
+    verb.add_option("--zoom", arguments.zoom, "Times as large (1; small ones grow for --annotate)")->excludes(size);
     CLI::Option* const annotate =
         verb.add_flag("--annotate", options.annotate, "Directions at the edges, and a scale bar");
-    verb.add_flag("--raw16", options.raw16, "Stored values in 16 bits, signed ones + 32768; not windowed")
-        ->excludes(window)
-        ->excludes(annotate)
-        ->excludes("--sheet");
-    verb.add_option("-o,--output", arguments.output, "FILE.png, or the folder for --all")->required();
+    CLI::Option* const raw =
+        verb.add_flag("--raw16", options.raw16, "Stored values in 16 bits, signed ones + 32768; not windowed");
+    CLI::Option* const values =
+        verb.add_flag("--values", options.values, "Real values (after rescale), 32-bit floating point: a TIFF file");
+    for (CLI::Option* const option : {raw, values}) option->excludes(window)->excludes(annotate)->excludes("--sheet");
+    raw->excludes(values);
+    verb.add_option("-o,--output", arguments.output, "FILE.png or FILE.jpg, or the folder for --all")->required();
 }
 
 }  // namespace
 
 void AddSliceVerb(CLI::App& program) {
-    CLI::App* const verb = program.add_subcommand("slice", "Write pictures of planes through the volume");
+    CLI::App* const verb = program.add_subcommand(
+        "slice",
+        "Write pictures of planes through the volume, or, without a view or a plane, of the images as they are");
     const auto arguments = std::make_shared<Arguments>();
     AddSeriesOptions(*verb, arguments->choice);
     AddPlaneOptions(*verb, *arguments);

@@ -63,7 +63,9 @@ py::array ArrayOf(const py::object& self) {
     const auto& picture = self.cast<const SlicePicture&>().picture;
     const auto height = static_cast<std::size_t>(picture.GetHeight()),
                width = static_cast<std::size_t>(picture.GetWidth());
-    py::array array(py::dtype::of<std::uint8_t>(), std::vector<std::size_t>{height, width}, picture.GetPixels(), self);
+    std::vector<std::size_t> shape{height, width};
+    if (picture.IsColour()) shape.push_back(3);
+    py::array array(py::dtype::of<std::uint8_t>(), shape, picture.GetPixels(), self);
     array.attr("setflags")(py::arg("write") = false);
     return array;
 }
@@ -71,14 +73,30 @@ py::array ArrayOf(const py::object& self) {
 void Save(const SlicePicture& self, const py::object& path) {
     const std::string name = PathOf(path);
     const py::gil_scoped_release unlocked;
-    korvane::SavePng(self.picture, name, self.report.pixelSize);
+    korvane::SavePicture(self.picture, name, self.report.pixelSize);
+}
+
+SlicePicture DrawFile(const py::object& path, int frame, std::optional<std::pair<double, double>> window, int size,
+                      bool annotate, const py::object& progress) {
+    SliceOptions options;
+    if (window) options.window = korvane::Window{window->first, window->second};
+    options.size = size;
+    options.annotate = annotate;
+    const std::string name = PathOf(path);
+    return Run(progress, [&](korvane::Watcher& watcher) {
+        auto own = options;
+        own.watcher = &watcher;
+        return korvane::Draw(name, frame, own);
+    });
 }
 
 }  // namespace
 
 void BindPictures(py::module_& module) {
     py::class_<SlicePicture>(module, "Picture", "A picture of a plane, and what it shows. Notebooks draw it.")
-        .def_property_readonly("array", ArrayOf, "(height, width) of 8 bits, 0 is black; not copied, read-only.")
+        .def_property_readonly(
+            "array", ArrayOf,
+            "(height, width) of 8 bits, 0 is black, or (height, width, 3) of colour; not copied, read-only.")
         .def_property_readonly("what", [](const SlicePicture& self) { return self.report.what; })
         .def_property_readonly(
             "right", [](const SlicePicture& self) { return self.report.right; },
@@ -88,7 +106,14 @@ void BindPictures(py::module_& module) {
             "values", [](const SlicePicture& self) { return self.report.values; }, "Where grey values come from.")
         .def_property_readonly(
             "pixel_size", [](const SlicePicture& self) { return self.report.pixelSize; }, "Millimetres.")
-        .def("save", Save, py::arg("path"), "Writes a PNG file, whole or not at all.");
+        .def("save", Save, py::arg("path"),
+             "Writes a PNG file, or a JPEG file where the name ends in .jpg, whole or not at all.");
+
+    module.def("draw", DrawFile, py::arg("path"), py::arg("frame") = 0, py::kw_only(), py::arg("window") = py::none(),
+               py::arg("size") = 0, py::arg("annotate") = false, py::arg("progress") = py::none(),
+               R"(Draws an image of a file as it is stored, grey or colour, with or without a place in the patient.
+
+window: (centre, width) of real values; None for that of the image, else a fitting one. size: pixels of the longer side.)");
 
     auto volume = static_cast<py::class_<korvane::Volume, std::shared_ptr<korvane::Volume>>>(module.attr("Volume"));
     volume.def(

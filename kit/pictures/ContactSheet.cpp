@@ -18,7 +18,7 @@ int DivideUp(int a, int b) {
 
 }  // namespace
 
-ContactSheet::ContactSheet(int count, int width, int height)
+ContactSheet::ContactSheet(int count, int width, int height, Picture::Kind kind)
     : m_Factor(DivideUp(std::max(width, height), kTile)), m_Width(DivideUp(width, m_Factor) + kGap),
       m_Height(DivideUp(height, m_Factor) + kGap), m_Columns(0), m_Picture(0, 0) {
     const double square = std::sqrt(static_cast<double>(count) * m_Height / m_Width);
@@ -28,7 +28,7 @@ ContactSheet::ContactSheet(int count, int width, int height)
     const double down = static_cast<double>(rows) * m_Height + kGap;
     if (across * down > kMostPixels)
         throw Error(ErrorKind::Unsupported, "too many pictures for one sheet: " + std::to_string(count));
-    m_Picture = Picture(static_cast<int>(across), static_cast<int>(down), kGround);
+    m_Picture = Picture(static_cast<int>(across), static_cast<int>(down), kGround, kind);
 }
 
 void ContactSheet::Add(const Picture& tile) {

@@ -13,7 +13,7 @@ public:
     static constexpr int kGap = 2;  ///< between tiles and around them
 
     /// For `count` pictures of this size. Throws `Error` when the sheet would be too large.
-    ContactSheet(int count, int width, int height);
+    ContactSheet(int count, int width, int height, Picture::Kind kind = Picture::Kind::Grey);
 
     int GetFactor() const { return m_Factor; }
     int GetColumns() const { return m_Columns; }

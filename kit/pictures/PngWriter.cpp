@@ -50,11 +50,11 @@ struct PngWriter::Encoder {
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
 
-    bool Begin(png_uint_32 width, png_uint_32 height, int bits, png_uint_32 perMetre) {
+    bool Begin(png_uint_32 width, png_uint_32 height, int bits, int colours, png_uint_32 perMetre) {
         if (setjmp(png_jmpbuf(png)) != 0) return false;
         png_set_user_limits(png, width, height);  // libpng's own are lower
         png_set_compression_level(png, kCompression);
-        png_set_IHDR(png, info, width, height, bits, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE,
+        png_set_IHDR(png, info, width, height, bits, colours, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_BASE,
                      PNG_FILTER_TYPE_BASE);
         if (perMetre > 0) png_set_pHYs(png, info, perMetre, perMetre, PNG_RESOLUTION_METER);
         png_write_info(png, info);
@@ -85,24 +85,25 @@ PngWriter::PngWriter(const std::string& path, const Watch& watch) : m_Path(path)
     }
 }
 
-void PngWriter::Write(const std::uint8_t* pixels, int width, int height) {
-    Write(pixels, width, height, 8);
+void PngWriter::Write(const Picture& picture) {
+    Write(picture.GetPixels(), picture.GetWidth(), picture.GetHeight(), 8, picture.GetSamples());
 }
 
 void PngWriter::Write(const std::uint16_t* pixels, int width, int height) {
-    Write(pixels, width, height, 16);
+    Write(pixels, width, height, 16, 1);
 }
 
-void PngWriter::Write(const void* pixels, int width, int height, int bits) {
+void PngWriter::Write(const void* pixels, int width, int height, int bits, int samples) {
     const double perMetre = m_PixelSize > 0 ? std::round(1000 / m_PixelSize) : 0;
     const bool hasSize = perMetre <= std::numeric_limits<std::int32_t>::max();
-    const std::size_t rowBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(bits / 8);
+    const std::size_t rowBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(bits / 8 * samples);
     const auto* rows = static_cast<const unsigned char*>(pixels);
     bool written;
     int error;
     {
         Encoder encoder(m_File);
         written = encoder.Begin(static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bits,
+                                samples == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY,
                                 hasSize ? static_cast<png_uint_32>(perMetre) : 0);
         for (int row = 0; written && row < height; row += kBand) {
             m_Watch.StopIfAsked();

@@ -1,7 +1,8 @@
-// Grey pictures as PNG files.
+// Pictures as PNG files.
 #pragma once
 
 #include "../core/Watch.h"
+#include "Picture.h"
 
 #include "../../platform/File.h"
 
@@ -14,23 +15,23 @@ namespace korvane {
 ///
 ///     PngWriter png(path);
 ///     png.SetPixelSize(0.5);
-///     png.Write(pixels, width, height);
+///     png.Write(picture);
 class PngWriter {
 public:
     /// Creates the file. Throws `Error`.
     explicit PngWriter(const std::string& path, const Watch& watch = {});
 
-    /// Millimetres, for programs that print pictures at their size.
+    /// Millimetres, for programs that print pictures at their size; 0 for none.
     void SetPixelSize(double millimetres) { m_PixelSize = millimetres; }
 
     // Rows from the top, without padding. Throw `Error`.
-    void Write(const std::uint8_t* pixels, int width, int height);
+    void Write(const Picture& picture);
     void Write(const std::uint16_t* pixels, int width, int height);
 
 private:
     struct Encoder;
 
-    void Write(const void* pixels, int width, int height, int bits);
+    void Write(const void* pixels, int width, int height, int bits, int samples);
 
     std::string m_Path;
     Watch m_Watch;

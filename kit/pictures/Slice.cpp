@@ -2,24 +2,28 @@
 
 #include "../study/Volume.h"
 #include "../study/VolumeData.h"
-#include "PngWriter.h"
+#include "ImageJob.h"
+#include "PictureFile.h"
 #include "SliceJob.h"
 
 namespace korvane {
 
 SlicePicture Slice(const Volume& volume, const SliceOptions& options) {
+    if (options.stored) return ImageJob(volume.GetSeries(), 0, options, "").Draw();
     SeriesVolume& series = volume.GetData().GetSeriesVolume();
     CheckSlicing(series, options);
     return SliceJob(series, options, "").Draw();
 }
 
 SliceReport SaveSlices(const Volume& volume, const std::string& output, const SliceOptions& options) {
+    if (options.stored) return ImageJob(volume.GetSeries(), 0, options, output).Run();
     SeriesVolume& series = volume.GetData().GetSeriesVolume();
     CheckSlicing(series, options);
     return SliceJob(series, options, output).Run();
 }
 
 SliceReport SaveSlices(const Series& series, int volume, const std::string& output, const SliceOptions& options) {
+    if (options.stored) return ImageJob(series, volume, options, output).Run();
     SeriesVolume loaded(series, volume, Watch(options.watcher));
     CheckSlicing(loaded, options);
     loaded.Load();
@@ -27,13 +31,10 @@ SliceReport SaveSlices(const Series& series, int volume, const std::string& outp
     return SliceJob(loaded, options, output).Run();
 }
 
-void SavePng(const Picture& picture, const std::string& path, double pixelSize) {
-    ExportFiles files(Destination{}, Watch());
-    const std::string target = files.Begin(path);
-    if (target.empty()) files.ThrowFailure();
-    PngWriter png(target, Watch());
-    if (pixelSize > 0) png.SetPixelSize(pixelSize);
-    png.Write(picture.GetPixels(), picture.GetWidth(), picture.GetHeight());
+void SavePicture(const Picture& picture, const std::string& path, double pixelSize) {
+    const Watch watch;
+    ExportFiles files(Destination{}, watch);
+    PictureFile(files, path, pixelSize, watch).Write(picture);
     files.Commit();
 }
 

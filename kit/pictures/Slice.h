@@ -63,8 +63,14 @@ struct SliceOptions {
     double slab = 0;  ///< millimetres across the plane that are taken together
     SlabMode slabMode = SlabMode::Mean;
     double pixelSize = 0;   ///< millimetres; 0: the smaller of the voxel's two sides
-    bool annotate = false;  ///< directions at the edges, and a scale bar
+    int size = 0;           ///< pixels of the longer side; 0: as many as `pixelSize` and `zoom` give
+    double zoom = 0;        ///< times as large; 0: as it is, but small pictures grow when they are annotated
+    bool annotate = false;  ///< directions at the edges, and a scale bar where the size of pixels is known
     bool raw16 = false;     ///< stored values in 16 bits, signed ones + 32768, in place of a window
+    bool values = false;    ///< real values (after rescale) as 32-bit floating point in TIFF files
+    /// Each image as it is stored, see Draw.h, in place of planes through a volume: `index` counts images, `All` and
+    /// `Sheet` take all of them. `view`, `plane`, `interpolation`, slabs and `pixelSize` say nothing then.
+    bool stored = false;
     Watcher* watcher = nullptr;
 };
 
@@ -95,10 +101,10 @@ struct SlicePicture {
 ///     options.view.reset();
 ///     options.plane.normal = {0, -1, 1};
 ///     const korvane::SlicePicture oblique = korvane::Slice(volume, options);
-///     korvane::SavePng(oblique.picture, "oblique.png", oblique.report.pixelSize);
+///     korvane::SavePicture(oblique.picture, "oblique.png", oblique.report.pixelSize);
 KORVANE_KIT SlicePicture Slice(const Volume& volume, const SliceOptions& options = {});
 
-/// Writes pictures as PNG files, all of them, whole, or none. `output`: a file, or the folder for all pictures of a view,
+/// Writes pictures as PNG files, or as JPEG files where `output` ends in .jpg, all of them, whole, or none. `output`: a file, or the folder for all pictures of a view,
 /// which is made where it is not there. Throws as `Slice`, and `Disk`.
 KORVANE_KIT SliceReport SaveSlices(const Volume& volume, const std::string& output, const SliceOptions& options = {});
 /// The same of a series, of which volume `volume` is read (from 1; 0: the first, which the watcher is told where there are
@@ -106,9 +112,9 @@ KORVANE_KIT SliceReport SaveSlices(const Volume& volume, const std::string& outp
 KORVANE_KIT SliceReport SaveSlices(const Series& series, int volume, const std::string& output,
                                    const SliceOptions& options = {});
 
-/// Writes a picture as a PNG file, whole or not at all. `pixelSize`: millimetres, for programs that print pictures at their
+/// Writes a picture as a PNG file, or as a JPEG file where the name ends in .jpg, whole or not at all. `pixelSize`: millimetres, for programs that print pictures at their
 /// size; 0 for none. Throws `Error` of kind `Disk`.
-KORVANE_KIT void SavePng(const Picture& picture, const std::string& path, double pixelSize = 0);
+KORVANE_KIT void SavePicture(const Picture& picture, const std::string& path, double pixelSize = 0);
 
 /// Lines for people, without line ends; not escaped for printing.
 KORVANE_KIT std::vector<std::string> Describe(const SliceReport& report);

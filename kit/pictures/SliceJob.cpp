@@ -3,9 +3,11 @@
 #include "../core/Paths.h"
 #include "../study/SeriesWarnings.h"
 #include "ContactSheet.h"
-#include "PngWriter.h"
+#include "PictureFile.h"
+#include "PictureSize.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <string_view>
 #include <tuple>
@@ -37,12 +39,6 @@ std::string Opposite(std::string letters) {
     return letters;
 }
 
-/// At least four digits, so that names sort by number.
-std::string Number(int number) {
-    const std::string digits = std::to_string(number);
-    return std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits;
-}
-
 }  // namespace
 
 const char* WordOf(View view) {
@@ -59,12 +55,14 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
     const std::string bits = std::to_string(form.allocated) + "-bit pixels";
     std::string what;
     if (!series.IsGrey()) {
-        what = series.DescribeColours() + " make no grey picture";
+        what = series.DescribeColours() +
+               " make no volume of grey values; without a view or a plane they are drawn as they are";
     } else if (form.kind != PixelForm::Kind::Integer) {
-        what = "floating-point pixels cannot be sliced";
+        what = "floating-point pixels cannot be sliced; without a view or a plane they are drawn as they are";
     } else if ((form.allocated != 8 && form.allocated != 16 && form.allocated != 32) ||
                (form.allocated == 8 && form.isSigned)) {
-        what = (form.isSigned ? "signed " : "") + bits + " cannot be sliced";
+        what = (form.isSigned ? "signed " : "") + bits +
+               " cannot be sliced; without a view or a plane they are drawn as they are";
     } else if (options.raw16 && form.allocated > 16) {
         what = bits + " do not fit into 16 bits";
     }
@@ -80,16 +78,38 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
         options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;
     if (!m_Slice.SetSlab(mode, options.slab)) throw Error(ErrorKind::WrongArgument, m_Slice.GetError());
     if (options.view) m_View = FindView(series.GetVolume(), *options.view);
-    if (!options.raw16) m_Window = FindWindow(series, options.window);
+    if (!options.raw16 && !options.values) m_Window = FindWindow(series, options.window);
     // What is outside is black.
     m_Slice.SetBackground(m_Window.inverted ? kBeyondAnyValue : -kBeyondAnyValue);
+}
+
+/// Makes the picture as large as it is asked for; the means over the area where it becomes smaller than the voxels.
+void SliceJob::SetSize() {
+    const int width = m_Slice.GetWidth();
+    const int height = m_Slice.GetHeight();
+    const double zoom = FindZoom(width, height, m_Options);
+    if (zoom == 1) return;
+    // From the first voxel centre to the last, at both sizes.
+    const auto side = [&](int pixels) { return std::max(1, static_cast<int>(std::lround(pixels * zoom))); };
+    const double longest = std::max(width, height);
+    const double ratio =
+        longest > 1 && longest * zoom > 1 ? (longest - 1) / (std::round(longest * zoom) - 1) : 1 / zoom;
+    const double pixel = m_Slice.GetPixelSize()[0] * ratio;
+    m_Slice.SetPixelSize(pixel, pixel);
+    m_Slice.SetSize(side(width), side(height));
+    m_Slice.SetAreaAverage(zoom < 1 && !m_Options.raw16 && m_Options.interpolation != Interpolation::Nearest);
+}
+
+/// Millimetres of a pixel; 0 where the series does not tell.
+double SliceJob::GetPixelSize() const {
+    return m_Series.GetPlace().hasSpacing ? m_Slice.GetPixelSize()[0] : 0;
 }
 
 SliceReport SliceJob::Run() {
     switch (m_Options.pictures) {
     case SliceOptions::Pictures::Sheet: {
         const Picture sheet = DrawSheet();
-        WritePicture(m_Output, sheet, m_Report.pixelSize);
+        PictureFile(m_Files, m_Output, m_Report.pixelSize, m_Watch).Write(sheet);
         break;
     }
     case SliceOptions::Pictures::All: WriteFolder(); break;
@@ -105,8 +125,8 @@ SliceReport SliceJob::Run() {
 }
 
 SlicePicture SliceJob::Draw() {
-    if (m_Options.pictures == SliceOptions::Pictures::All || m_Options.raw16) {
-        throw Error(ErrorKind::WrongArgument, "several pictures, and pictures of 16 bits, are written as files");
+    if (m_Options.pictures == SliceOptions::Pictures::All || m_Options.raw16 || m_Options.values) {
+        throw Error(ErrorKind::WrongArgument, "several pictures, and pictures of values, are written as files");
     }
     const bool isSheet = m_Options.pictures == SliceOptions::Pictures::Sheet;
     if (!isSheet) PlaceOne();
@@ -135,6 +155,7 @@ void SliceJob::PlaceOne() {
     } else {
         PlacePlane(m_Slice, m_Options.plane, m_Options.pixelSize);
     }
+    SetSize();
     Describe(what);
 }
 
@@ -144,7 +165,9 @@ void SliceJob::WriteFolder() {
         TaskProgress progress(m_Watch, "slicing", m_View.count);
         for (int index = 0; index < m_View.count; ++index) {
             PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
-            WriteSlice(m_Output + "/" + std::string(GetViewName()) + "-" + Number(index) + ".png");
+            SetSize();
+            WriteSlice(m_Output + "/" + std::string(GetViewName()) + "-" + NumberForName(index) +
+                       (m_Options.values ? ".tif" : ".png"));
             progress.Step();
         }
     }
@@ -154,7 +177,7 @@ void SliceJob::WriteFolder() {
 Picture SliceJob::DrawSheet() {
     PlaceView(m_Slice, m_View, 0, m_Options.pixelSize);
     ContactSheet sheet(m_View.count, m_Slice.GetWidth(), m_Slice.GetHeight());
-    const double pixelSize = m_Slice.GetPixelSize()[0] * sheet.GetFactor();
+    const double pixelSize = GetPixelSize() * sheet.GetFactor();
     {
         TaskProgress progress(m_Watch, "slicing", m_View.count);
         for (int index = 0; index < m_View.count; ++index) {
@@ -177,26 +200,23 @@ Picture SliceJob::DrawSheet() {
 }
 
 void SliceJob::WriteSlice(const std::string& path) {
-    if (m_Options.raw16) {
-        WriteRaw(path);
-        return;
+    PictureFile file(m_Files, path, GetPixelSize(), m_Watch);
+    if (m_Options.values) {
+        file.Write(TakeValues(), m_Slice.GetWidth(), m_Slice.GetHeight());
+    } else if (m_Options.raw16) {
+        file.Write(TakeStored(), m_Slice.GetWidth(), m_Slice.GetHeight());
+    } else {
+        file.Write(DrawSlice());
     }
-    WritePicture(path, DrawSlice(), m_Slice.GetPixelSize()[0]);
 }
 
 Picture SliceJob::DrawSlice() {
     Picture picture = MakePicture();
-    if (m_Options.annotate) Annotate(picture, MakeAnnotation(m_Slice.GetPixelSize()[0]));
+    if (m_Options.annotate) Annotate(picture, MakeAnnotation(GetPixelSize()));
     return picture;
 }
 
-void SliceJob::WritePicture(const std::string& path, const Picture& picture, double pixelSize) {
-    PngWriter png(BeginFile(path), m_Watch);
-    png.SetPixelSize(KnownSize(pixelSize));
-    png.Write(picture.GetPixels(), picture.GetWidth(), picture.GetHeight());
-}
-
-void SliceJob::WriteRaw(const std::string& path) {
+std::vector<std::uint16_t> SliceJob::TakeStored() {
     std::vector<std::uint16_t> values(m_Slice.GetPixelCount());
     const CVolume::PixelType type = m_Series.GetVolume().GetType();
     bool sampled;
@@ -211,13 +231,42 @@ void SliceJob::WriteRaw(const std::string& path) {
         }
     }
     if (!sampled) throw SliceFailure();
-    PngWriter png(BeginFile(path), m_Watch);
-    png.SetPixelSize(KnownSize(m_Slice.GetPixelSize()[0]));
-    png.Write(values.data(), m_Slice.GetWidth(), m_Slice.GetHeight());
+    return values;
+}
+
+/// The picture's values in the volume's type, each handed on as a double.
+template <class Take>
+void SliceJob::ForSamples(Take take) {
+    const auto sample = [&]<class T>(T) {
+        std::vector<T> values(m_Slice.GetPixelCount());
+        if (!m_Slice.GetPixels(values.data(), values.size() * sizeof(T))) throw SliceFailure();
+        for (const T value : values) take(static_cast<double>(value));
+    };
+    switch (m_Series.GetVolume().GetType()) {
+    case CVolume::PT_BYTE: return sample(std::uint8_t());
+    case CVolume::PT_SHORT: return sample(std::int16_t());
+    case CVolume::PT_USHORT: return sample(std::uint16_t());
+    case CVolume::PT_LONG: return sample(std::int32_t());
+    case CVolume::PT_ULONG: return sample(std::uint32_t());
+    case CVolume::PT_FLOAT: return sample(float());
+    }
+}
+
+std::vector<float> SliceJob::TakeValues() {
+    const ModalityTransform modality = ModalityOf(m_Series);
+    std::vector<float> values;
+    values.reserve(m_Slice.GetPixelCount());
+    ForSamples([&](double stored) { values.push_back(static_cast<float>(modality(stored))); });
+    return values;
 }
 
 Picture SliceJob::MakePicture() {
     Picture picture(m_Slice.GetWidth(), m_Slice.GetHeight());
+    if (m_Window.scale) {
+        std::uint8_t* out = picture.GetPixels();
+        ForSamples([&](double stored) { *out++ = (*m_Window.scale)(stored); });
+        return picture;
+    }
     const Window& window = m_Window.stored;
     if (!m_Slice.GetPicture(picture.GetPixels(), picture.GetSize(), window.centre, window.width)) {
         throw SliceFailure();
@@ -233,12 +282,8 @@ Annotation SliceJob::MakeAnnotation(double pixelSize) const {
     annotation.right = right;
     annotation.top = Opposite(below);
     annotation.bottom = below;
-    annotation.pixelSize = KnownSize(pixelSize);
+    annotation.pixelSize = pixelSize;
     return annotation;
-}
-
-double SliceJob::KnownSize(double pixelSize) const {
-    return m_Series.GetPlace().hasSpacing ? pixelSize : 0;
 }
 
 /// What the right and the lower edge are. Images without direction cosines may name it (PS3.3 C.7.6.1.1.1); they are seen as
@@ -255,21 +300,18 @@ std::pair<std::string, std::string> SliceJob::FindEdges() const {
     return {stated.substr(0, middle), stated.substr(middle + 1)};
 }
 
-std::string SliceJob::BeginFile(const std::string& path) {
-    std::string target = m_Files.Begin(path);
-    if (target.empty()) m_Files.ThrowFailure();
-    return target;
-}
-
 void SliceJob::Describe(const std::string& what, int factor) {
     const int round = factor - 1;
     m_Report.what = what;
     m_Report.width = (m_Slice.GetWidth() + round) / factor;
     m_Report.height = (m_Slice.GetHeight() + round) / factor;
-    m_Report.pixelSize = KnownSize(m_Slice.GetPixelSize()[0] * factor);
+    m_Report.pixelSize = GetPixelSize() * factor;
     std::tie(m_Report.right, m_Report.below) = FindEdges();
     const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
-    m_Report.values = !m_Options.raw16 ? m_Window.origin : isSigned ? "stored values + 32768" : "stored values";
+    m_Report.values = m_Options.values   ? "real values, 32-bit floating point"
+                      : !m_Options.raw16 ? m_Window.origin
+                      : isSigned         ? "stored values + 32768"
+                                         : "stored values";
 }
 
 std::vector<std::string> Describe(const SliceReport& report) {

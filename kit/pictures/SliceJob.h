@@ -10,8 +10,10 @@
 #include "SliceGrid.h"
 #include "WindowChoice.h"
 
+#include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace korvane {
 
@@ -32,15 +34,17 @@ private:
     Picture DrawSheet();
     Picture DrawSlice();
     void WriteSlice(const std::string& path);
-    void WriteRaw(const std::string& path);
-    void WritePicture(const std::string& path, const Picture& picture, double pixelSize);
+    void SetSize();
+    double GetPixelSize() const;
+    std::vector<std::uint16_t> TakeStored();
+    std::vector<float> TakeValues();
+    template <class Take>
+    void ForSamples(Take take);
     Picture MakePicture();
-    double KnownSize(double pixelSize) const;
     std::pair<std::string, std::string> FindEdges() const;
     Annotation MakeAnnotation(double pixelSize) const;
     int ChooseIndex() const;
     void Describe(const std::string& what, int factor = 1);  // how many times smaller the pictures became
-    std::string BeginFile(const std::string& path);
     Error SliceFailure() const { return Error(ErrorKind::Unsupported, m_Slice.GetError()); }
     const char* GetViewName() const { return WordOf(*m_Options.view); }
 

@@ -1,118 +1,129 @@
 #include "WindowChoice.h"
 
-#include "../dataset/Toolkit.h"
 #include "../study/PlaceRescale.h"
 #include "../study/SeriesWarnings.h"
+#include "Histogram.h"
+#include "ImageFile.h"
 
-#include "base/Number.h"
-
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace korvane {
 
 namespace {
 
-constexpr std::size_t kBins = 65536;  // one for each value of 16 bits
-
-std::optional<Window> WindowOf(const DICOMDataObject& dataSet) {
-    Window window;
-    if (platform::ScanReals(FindText(dataSet, tags::WindowCenter), &window.centre, 1) == 1 &&
-        platform::ScanReals(FindText(dataSet, tags::WindowWidth), &window.width, 1) == 1 &&
-        std::isfinite(window.centre) && std::isfinite(window.width) && window.width >= 1) {
-        return window;
+template <typename T>
+void AddValues(Histogram& histogram, const void* values, std::size_t count, const std::optional<Padding>& padding) {
+    const auto* const first = static_cast<const T*>(values);
+    if (padding) {
+        histogram.AddOutside(first, count, padding->first, padding->second);
+    } else {
+        histogram.Add(first, count);
     }
-    return std::nullopt;
 }
 
-/// Counts values in bins of a power of two each.
-class Histogram {
-public:
-    Histogram(long long lowest, long long highest) : m_Lowest(lowest), m_Counts(kBins) {
-        while (((highest - lowest) >> m_Shift) >= static_cast<long long>(kBins)) ++m_Shift;
-    }
-
-    template <typename T>
-    void Add(const T* values, std::size_t count) {
-        for (std::size_t i = 0; i < count; ++i) {
-            ++m_Counts[static_cast<std::size_t>((static_cast<long long>(values[i]) - m_Lowest) >> m_Shift)];
-        }
-        m_Total += count;
-    }
-
-    /// The lowest value that is not below this part of all.
-    double Percentile(double part) const {
-        const double wanted = part * static_cast<double>(m_Total);
-        std::uint64_t passed = 0;
-        std::size_t bin = 0;
-        while (bin + 1 < kBins && static_cast<double>(passed += m_Counts[bin]) < wanted) ++bin;
-        return static_cast<double>(m_Lowest + (static_cast<long long>(bin) << m_Shift));
-    }
-
-private:
-    long long m_Lowest;
-    int m_Shift = 0;
-    std::uint64_t m_Total = 0;
-    std::vector<std::uint64_t> m_Counts;
-};
-
-void AddPlane(Histogram& histogram, CVolume::PixelType type, const void* values, std::size_t count) {
+void AddPlane(Histogram& histogram, CVolume::PixelType type, const void* values, std::size_t count,
+              const std::optional<Padding>& padding) {
     switch (type) {
-    case CVolume::PT_SHORT: histogram.Add(static_cast<const std::int16_t*>(values), count); break;
-    case CVolume::PT_USHORT: histogram.Add(static_cast<const std::uint16_t*>(values), count); break;
-    case CVolume::PT_BYTE: histogram.Add(static_cast<const std::uint8_t*>(values), count); break;
-    case CVolume::PT_FLOAT: break;  // assembly makes none
-    case CVolume::PT_LONG: histogram.Add(static_cast<const std::int32_t*>(values), count); break;
-    case CVolume::PT_ULONG: histogram.Add(static_cast<const std::uint32_t*>(values), count); break;
+    case CVolume::PT_SHORT: return AddValues<std::int16_t>(histogram, values, count, padding);
+    case CVolume::PT_USHORT: return AddValues<std::uint16_t>(histogram, values, count, padding);
+    case CVolume::PT_BYTE: return AddValues<std::uint8_t>(histogram, values, count, padding);
+    case CVolume::PT_FLOAT: return;  // these have a function of their own
+    case CVolume::PT_LONG: return AddValues<std::int32_t>(histogram, values, count, padding);
+    case CVolume::PT_ULONG: return AddValues<std::uint32_t>(histogram, values, count, padding);
     }
+}
+
+Window PercentileWindowOfReals(CVolume& volume) {
+    int dim[4];
+    volume.GetDimensions(dim);
+    std::vector<float> values;
+    for (int plane = 0; plane < dim[2]; ++plane) {
+        const auto* const first = static_cast<const float*>(volume.GetPlane(plane)->m_pData);
+        const std::size_t count = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]);
+        std::copy_if(first, first + count, std::back_inserter(values),
+                     [](float value) { return std::isfinite(value); });
+    }
+    if (values.empty()) return {};
+    const auto at = [&](double part) {
+        const auto rank = static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
+        std::nth_element(values.begin(), values.begin() + rank, values.end());
+        return static_cast<double>(values[static_cast<std::size_t>(rank)]);
+    };
+    const double low = at(0.01);
+    const double high = at(0.99);
+    return {(low + high + 1) / 2, high - low + 1};
 }
 
 /// Stored values.
-Window PercentileWindow(CVolume& volume) {
+Window PercentileWindow(CVolume& volume, const std::optional<Padding>& padding) {
     int dim[4];
     volume.GetDimensions(dim);
+    if (volume.GetType() == CVolume::PT_FLOAT) return PercentileWindowOfReals(volume);
     Histogram histogram(volume.GetMin(), volume.GetMax());
     for (int plane = 0; plane < dim[2]; ++plane) {
         AddPlane(histogram, volume.GetType(), volume.GetPlane(plane)->m_pData,
-                 static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]));
+                 static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]), padding);
     }
+    if (histogram.IsEmpty() && padding) return PercentileWindow(volume, std::nullopt);
     const double low = histogram.Percentile(0.01);
     const double high = histogram.Percentile(0.99);
     if (low == high) return {low + 0.5, 2};         // all the same: grey
     return {(low + high + 1) / 2, high - low + 1};  // low is the last black, high the first white
 }
 
-/// The window's line is y = (x - (c - 0.5)) / (w - 1) + 0.5, so c - 0.5 and w - 1 are what scales.
-Window ToStored(const Window& window, const Rescale& rescale) {
-    return {(window.centre - 0.5 - rescale.intercept) / rescale.slope + 0.5,
-            (window.width - 1) / std::fabs(rescale.slope) + 1};
+/// Whether a window over stored values does the same.
+bool IsLine(const GreyScale& scale) {
+    return scale.interest.function == ValuesOfInterest::Function::Line && !scale.modality.table;
 }
 
-Window ToRescaled(const Window& window, const Rescale& rescale) {
-    return {(window.centre - 0.5) * rescale.slope + rescale.intercept + 0.5,
-            (window.width - 1) * std::fabs(rescale.slope) + 1};
+/// What lies between black and white of an automatic window, in real values.
+ValuesOfInterest InterestOf(const Window& stored, const ModalityTransform& modality) {
+    const ValuesOfInterest line = WindowOf(stored);
+    ValuesOfInterest interest;
+    std::tie(interest.low, interest.high) = std::minmax({modality(line.low), modality(line.high)});
+    interest.window = {(interest.low + interest.high + 1) / 2, interest.high - interest.low + 1};
+    interest.origin = "window " + ShortNumber(interest.window.centre) + ',' + ShortNumber(interest.window.width) +
+                      " from the 1st to the 99th percentile";
+    return interest;
 }
 
 }  // namespace
 
+ModalityTransform ModalityOf(SeriesVolume& series) {
+    ModalityTransform modality = ReadModality(series.GetFirstDataSet(), 0, series.GetHeader().form);
+    if (!modality.table) modality.rescale = RescaleOf(series.GetPlace());
+    return modality;
+}
+
 WindowChoice FindWindow(SeriesVolume& series, const std::optional<Window>& wanted) {
-    const Rescale rescale = RescaleOf(series.GetPlace());
-    const std::optional<Window> own = WindowOf(series.GetFirstDataSet());
+    const DICOMDataObject& dataSet = series.GetFirstDataSet();
+    const PixelForm& form = series.GetHeader().form;
+    GreyScale scale{.modality = ModalityOf(series), .inverse = IsInverse(dataSet, form)};
+    const Rescale& rescale = scale.modality.rescale;
     WindowChoice result;
-    Window window;
-    if (wanted || own) {
-        window = wanted ? *wanted : *own;
-        result.stored = ToStored(window, rescale);
-        result.origin = wanted ? "as asked for" : "of the series";
+    auto own = ReadValuesOfInterest(dataSet, 0, form.isSigned, "series");
+    if (wanted) {
+        scale.interest = WindowOf(*wanted);
+    } else if (own) {
+        scale.interest = std::move(*own);
     } else {
-        result.stored = PercentileWindow(series.GetVolume());
-        window = ToRescaled(result.stored, rescale);
-        result.origin = "from the 1st to the 99th percentile";
+        const Window stored = PercentileWindow(series.GetVolume(), ReadPadding(dataSet, form.isSigned));
+        scale.interest = InterestOf(stored, scale.modality);
     }
-    result.origin = "window " + ShortNumber(window.centre) + "," + ShortNumber(window.width) + ' ' + result.origin;
-    result.inverted = (series.GetHeader().form.photometric == "MONOCHROME1") != (rescale.slope < 0);
+    // A line between the same two values: centre - 0.5 in its middle, width - 1 long.
+    const double middle = (scale.interest.low + scale.interest.high) / 2;
+    result.stored = {(middle - rescale.intercept) / rescale.slope + 0.5,
+                     (scale.interest.high - scale.interest.low) / std::fabs(rescale.slope) + 1};
+    result.origin = scale.interest.origin;
+    result.inverted = scale.inverse != (rescale.slope < 0);
     if (result.inverted) result.origin += ", low values bright";
+    if (!IsLine(scale)) result.scale = std::move(scale);
     return result;
 }
 

@@ -37,6 +37,7 @@ from ._korvane import (
     __version__,
     build_medium,
     convert,
+    draw,
     echo,
     find,
     formats,

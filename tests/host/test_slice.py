@@ -189,7 +189,7 @@ def refusals():
     plane = ("--point", "0,0,0", "--normal")
     for status, words, *options in (
             (2, "0 to 5", "--view", "axial", "--index", 6), (2, "0 to 31", "--view", "sagittal", "--index", -1),
-            (2, "--view or --point"), (2, "tilted", "--view", "tilted"), (2, "--normal", "--point", "0,0,0"),
+            (2, "tilted", "--view", "tilted"), (2, "--normal", "--point", "0,0,0"),
             (2, "--index", "--index", 1, *plane, "0,0,1"), (2, "length", *plane, "0,0,0"),
             (2, "parallel", *plane, "0,1,0", "--up", "0,-3,0"), (2, "3 numbers", *plane, "0,1"),
             (2, "3 numbers", *plane, "0,1,nan"), (2, "3 numbers", *plane, "0,1,2,3"),

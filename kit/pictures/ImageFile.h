@@ -1,0 +1,58 @@
+// The images of one file, decoded, as they are stored.
+#pragma once
+
+#include "../core/Error.h"
+#include "../core/Watch.h"
+#include "../study/ImageHeader.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace korvane {
+
+/// Pixel Padding Value (0028,0120), and Pixel Padding Range Limit (0028,0121) or the value once more: stored values that
+/// stand for no measurement.
+using Padding = std::pair<double, double>;
+
+/// None where the data set names none.
+std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned);
+
+class ImageFile {
+public:
+    /// Reads and decodes all frames. Throws `Error`.
+    explicit ImageFile(const std::string& path, const Watch& watch = {});
+
+    const std::string& GetPath() const { return m_Header.path; }
+    const ImageHeader& GetHeader() const { return m_Header; }  ///< of the decoded pixels
+    const PixelForm& GetForm() const { return m_Header.form; }
+    const DICOMDataObject& GetDataSet() const { return *m_File.dataSet; }
+    int CountFrames() const { return m_Header.frames; }
+
+    /// The stored values of a row, masked and with their sign: columns x samples, the samples of a pixel side by side.
+    void ReadRow(int frame, int row, std::vector<double>& values) const;
+
+    /// How many words of a frame have bits above the stored ones that are no copies of the sign.
+    std::size_t CountBitsAbove(int frame) const;
+
+private:
+    void Decode(const Watch& watch);
+    void CheckForm() const;
+    void FindPixels();
+    std::uint64_t CountWords() const;
+    std::size_t IndexOf(int frame, int row, int column, int sample) const;
+    double ValueAt(std::size_t index) const;
+    std::uint32_t WordAt(std::size_t index) const;
+    void ReadSubsampledRow(int frame, int row, std::vector<double>& values) const;
+    [[noreturn]] void Fail(ErrorKind kind, const std::string& why) const;
+
+    DataSetFile m_File;
+    ImageHeader m_Header;
+    const unsigned char* m_pPixels = nullptr;
+    bool m_bPlanar = false;
+    bool m_bSubsampled = false;  ///< two pixels share their colour: Y Y Cb Cr
+};
+
+}  // namespace korvane

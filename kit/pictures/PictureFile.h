@@ -1,0 +1,40 @@
+// Pictures as files, by the ending of their names.
+#pragma once
+
+#include "../core/ExportFiles.h"
+#include "Picture.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace korvane {
+
+/// At least four digits, so that names sort by number.
+std::string NumberForName(int number);
+
+/// Writes into a job's files. `pixelSize`: millimetres, for programs that print pictures at their size; 0 for none.
+class PictureFile {
+public:
+    PictureFile(ExportFiles& files, const std::string& path, double pixelSize, const Watch& watch)
+        : m_Files(files), m_Path(path), m_PixelSize(pixelSize), m_Watch(watch) {}
+
+    /// A JPEG file where the name ends in .jpg or .jpeg, else a PNG file. Throws `Error`.
+    void Write(const Picture& picture);
+    /// 16 bits of grey, which PNG alone holds here.
+    void Write(const std::vector<std::uint16_t>& values, int width, int height);
+    /// 32-bit floating point: a TIFF file, whatever its name. Throws `Error` of kind `Unsupported` where this build has none.
+    void Write(const std::vector<float>& values, int width, int height);
+
+    static bool IsJpeg(const std::string& path);
+
+private:
+    std::string Begin();
+
+    ExportFiles& m_Files;
+    const std::string& m_Path;
+    double m_PixelSize;
+    const Watch& m_Watch;
+};
+
+}  // namespace korvane
