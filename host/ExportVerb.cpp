@@ -18,6 +18,8 @@ constexpr char kPassword[] = "KORVANE_FTP_PASSWORD";
 
 struct Arguments {
     SeriesChoice choice;
+    bool all = false;
+    ExportAllOptions allOptions;
     std::string format;
     std::string url;
     ExportOptions options;
@@ -39,7 +41,43 @@ std::string AskPassword(const std::string& user, const std::string& host) {
     return password;
 }
 
+/// Exit status 1 where something is missing; the table has said what.
+void ExportEvery(Arguments& arguments) {
+    ConsoleWatcher watcher;
+    ExportAllOptions& options = arguments.allOptions;
+    options.each = arguments.options;
+    options.each.askPassword = AskPassword;
+    options.reportFile = arguments.options.reportFile;
+    options.jobs = arguments.options.jobs;
+    options.watcher = &watcher;
+    const Found found = Find(arguments.choice.paths, {options.jobs, &watcher});
+    if (found.GetSeries().empty()) {
+        const std::string& first = arguments.choice.paths.front();
+        throw Error(ErrorKind::NotFound, first + ": no DICOM files").InFile(first);
+    }
+    const ExportAllReport report = ExportAll(found, arguments.format, arguments.url, options);
+    for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
+    if (report.IsWhole()) return;
+    const std::size_t refused = report.Count(ExportedSeries::Status::Refused);
+    throw Error(ErrorKind::Damaged, std::to_string(refused) + " of " + std::to_string(report.series.size()) +
+                                        " series refused, " + std::to_string(report.unreadable.size()) +
+                                        " files or folders not read");
+}
+
+void CheckArguments(const Arguments& arguments) {
+    const ExportAllOptions defaults;
+    const bool asks = arguments.allOptions.overwrite || !arguments.allOptions.resume.empty() ||
+                      arguments.allOptions.name != defaults.name;
+    if (!arguments.all && asks) throw Error(ErrorKind::WrongArgument, "--name, --overwrite and --resume need --all");
+    if (arguments.all &&
+        (!arguments.choice.series.empty() || arguments.choice.number || arguments.choice.volume != 0)) {
+        throw Error(ErrorKind::WrongArgument, "--all takes every series: no --series, --series-number or --volume");
+    }
+}
+
 void ExportSeries(Arguments& arguments) {
+    CheckArguments(arguments);
+    if (arguments.all) return ExportEvery(arguments);
     ConsoleWatcher watcher;
     arguments.options.watcher = &watcher;
     arguments.choice.watcher = &watcher;
@@ -63,9 +101,21 @@ void AddExportVerb(CLI::App& program) {
         ->required()
         ->check(CLI::IsMember(GetExportFormats()));
     verb->add_option("--to", arguments->url,
-                     "PATH/NAME, file:PATH/NAME or ftp:USER%PASSWORD@HOST/PATH/NAME; an empty PASSWORD is taken "
+                     "With --all a folder; else PATH/NAME, file:PATH/NAME or ftp:USER%PASSWORD@HOST/PATH/NAME; an "
+                     "empty PASSWORD is taken "
                      "from KORVANE_FTP_PASSWORD, or asked for")
         ->required();
+    verb->add_flag("--all", arguments->all,
+                   "Every volume of every series into the folder --to, with a table at the end; those that fail do not "
+                   "end the job, but it then exits with 1");
+    verb->add_option(
+            "--name", arguments->allOptions.name,
+            "With --all: pattern of the names; %s number, %d description, %p protocol, %e echo, %m modality, %t "
+            "study date, %n patient, %i patient ID, %u UID; slashes make folders")
+        ->default_str("%s_%d");
+    verb->add_flag("--overwrite", arguments->allOptions.overwrite, "With --all: replace files of an earlier run");
+    verb->add_option("--resume", arguments->allOptions.resume,
+                     "With --all: pass over what this --report of an earlier run says is done, and is there");
     verb->add_option_function<std::string>(
             "--irregular", [arguments](const std::string& word) { arguments->options.irregular = kPolicies.at(word); },
             "Planes that are not even, positions that repeat: keep (as they are, the first volume), reject, "
@@ -74,6 +124,10 @@ void AddExportVerb(CLI::App& program) {
         ->default_str("keep");
     verb->add_flag("--gzip", arguments->options.compress,
                    "Compress on all cores: NAME.nii.gz, the voxels of NAME.nrrd (NAME.nii.gz in --to does the same)");
+    verb->add_flag(
+        "--sidecar", arguments->options.sidecar,
+        "nifti, nrrd, metaimage: NAME.json with the scan's facts in the terms of BIDS, NAME.bval and NAME.bvec of "
+        "diffusion; without names, dates and places");
     verb->add_option("--jobs", arguments->options.jobs, "Threads (one for each core)");
     verb->add_flag("--dry-run", arguments->options.dryRun,
                    "Read and convert everything, write nothing, and say what would be");

@@ -6,7 +6,12 @@ using namespace korvane;
 
 void AddSeriesOptions(CLI::App& verb, SeriesChoice& choice) {
     verb.add_option("SERIES", choice.paths, "Folders or files that hold the series")->required();
-    verb.add_option("--series", choice.series, "UID or number of the series, where several are found");
+    CLI::Option* const series =
+        verb.add_option("--series", choice.series, "UID of the series, or #ROW in the list, where several are found");
+    verb.add_option_function<int>(
+            "--series-number", [&choice](const int& number) { choice.number = number; },
+            "Number that the scanner gave the series")
+        ->excludes(series);
     verb.add_option("--volume", choice.volume, "Number of the volume, where the positions repeat (1)")
         ->check(CLI::Range(1, 1000000));
 }

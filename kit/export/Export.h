@@ -32,9 +32,15 @@ KORVANE_KIT const char* WordOf(Irregular policy);
 /// How an export is made. The defaults write all files, whole, and no report.
 struct ExportOptions {
     Irregular irregular = Irregular::Keep;
-    int volume = 0;         ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
-    bool compress = false;  ///< gzip, where the format has it; also asked for by a name that ends in .gz
-    bool dryRun = false;    ///< everything is read and converted, nothing is written, and the report says what would be
+    int volume = 0;      ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
+    bool every = false;  ///< all volumes, as `ExportAll` does, instead of the first; not with `Split`, which does so
+    bool keepExisting = false;  ///< a local file of the name is not replaced: a failure
+    bool compress = false;      ///< gzip, where the format has it; also asked for by a name that ends in .gz
+    /// Beside each volume file of NIfTI, NRRD or MetaImage: NAME.json in the terms of BIDS, without anything that tells a
+    /// person, place, date or device; NAME.bval and NAME.bvec by FSL's convention where it is diffusion-weighted.
+    bool sidecar = false;
+    bool checksums = false;  ///< of the outputs, in the report; always made for a report file
+    bool dryRun = false;  ///< everything is read and converted, nothing is written, and the report says what would be
     /// A file for the report as JSON (`ToJson`), with checksums; none when empty. It is there before the volume files get
     /// their names. A run that fails writes it too, one that is stopped does not.
     std::string reportFile{};

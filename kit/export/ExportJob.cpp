@@ -75,6 +75,9 @@ double SliceBytes(CVolume& volume) {
 ExportJob::ExportJob(const std::string& format, const std::string& url, const ExportOptions& options)
     : m_Options(options), m_Watch(options.watcher), m_Format(FindFormat(format)), m_bCompress(options.compress),
       m_Destination(ParseDestination(url)) {
+    if (options.sidecar && m_Format.IsOfModule()) {
+        throw Error(ErrorKind::WrongArgument, "files of format " + format + " have no sidecar");
+    }
     TakeExtension(m_Destination, m_Format, m_bCompress);
     m_Report.format = format;
     m_Report.destination = m_Destination.Describe();
@@ -130,7 +133,7 @@ void ExportJob::ReportFailure(const std::string& text) {
 }
 
 void ExportJob::Export(SeriesVolume& series) {
-    const ExportPlan plan = MakePlan(series, m_Options.irregular, m_Format);
+    const ExportPlan plan = MakePlan(series, m_Options.irregular, m_Format, m_Options.every);
     AddSeries(m_Report, series, plan);
     std::size_t slices = plan.parts.size() == 1 ? series.GetSliceCount() : 0;
     for (const ExportPart& part : plan.parts) slices = std::max(slices, part.slices.size());
@@ -149,11 +152,9 @@ void ExportJob::OpenFiles() {
     m_Files.emplace(m_Destination, m_Watch);
     m_Files->SetMakeFolders();
     if (m_Options.dryRun) m_Files->SetDryRun();
-    if (!m_Options.reportFile.empty()) {
-        m_Files->SetChecksums();
-        m_Files->Reserve(m_Options.reportFile);
-    }
-    if (m_Format.KeepsExisting()) m_Files->SetKeepExisting();
+    if (m_Options.checksums || !m_Options.reportFile.empty()) m_Files->SetChecksums();
+    if (!m_Options.reportFile.empty()) m_Files->Reserve(m_Options.reportFile);
+    if (m_Format.KeepsExisting() || m_Options.keepExisting) m_Files->SetKeepExisting();
 }
 
 void ExportJob::ExportParts(SeriesVolume& series, const ExportPlan& plan) {
@@ -191,8 +192,18 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
         if (!m_Destination.isFtp || m_Options.dryRun || m_Files->GetOutputs().empty()) throw;
         throw Error(error.GetKind(), error.what() + ("; " + EmptyRemoteFiles(*m_pWriter, *m_Files)));
     }
+    if (m_Options.sidecar) {
+        for (const auto& [extension, text] : file.MakeSidecars()) WriteText(path + extension, text);
+    }
     if (!m_Files->GetFailure().empty() || m_Watch.IsStopped()) ThrowUnsaved(*m_pWriter);
     return volume;
+}
+
+/// What fails is in the files' failure.
+void ExportJob::WriteText(const std::string& path, std::string text) {
+    if (!m_Files->GetFailure().empty() || !m_pWriter->Open(path.c_str(), "wb")) return;
+    m_pWriter->Write(text.data(), 1, static_cast<unsigned>(text.size()));
+    m_pWriter->Close();
 }
 
 ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample) {

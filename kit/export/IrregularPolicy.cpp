@@ -4,6 +4,7 @@
 #include "../study/SeriesGeometry.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
+#include "VolumeGroups.h"
 
 #include "base/Bytes.h"
 #include "slicing/CVolumeReformatter.h"
@@ -55,18 +56,31 @@ public:
 
     ExportPlan Reject() {
         AddFirst();
-        if (m_Plan.found.empty()) return std::move(m_Plan);
-        std::string text = m_Series.GetHeader().path + ": irregular series rejected";
-        for (const std::string& found : m_Plan.found) text += "; " + found;
-        throw Error(ErrorKind::Irregular, text).InFile(m_Series.GetHeader().path);
+        ThrowIfIrregular();
+        return std::move(m_Plan);
+    }
+
+    /// Several volumes are no fault then: all of them are written.
+    ExportPlan Every(Irregular policy) {
+        m_Plan.found.clear();
+        m_Plan.parts = GroupVolumes(m_Series, m_Format.HoldsTimes());
+        for (const ExportPart& part : m_Plan.parts) {
+            Judge(part.slices);
+            TellMoved(part);
+        }
+        if (policy == Irregular::Reject) ThrowIfIrregular();
+        if (policy == Irregular::Resample) {
+            StraightenPlanes();
+        } else {
+            KeepPlanes();
+        }
+        return std::move(m_Plan);
     }
 
     ExportPlan Resample() {
         AddFirst();
         if (m_bSeveral) Do("took volume 1; choose with --volume");
-        if (m_bGaps) Do("resampled along z to evenly spaced planes");
-        if (m_bSheared) Do("moved the rows within the planes, so that the volume is straight");
-        m_Plan.resample = {m_bGaps, m_bSheared};
+        StraightenPlanes();
         return std::move(m_Plan);
     }
 
@@ -83,22 +97,29 @@ public:
     }
 
 private:
+    void ThrowIfIrregular() const {
+        if (m_Plan.found.empty()) return;
+        std::string text = m_Series.GetHeader().path + ": irregular series rejected";
+        for (const std::string& found : m_Plan.found) text += "; " + found;
+        throw Error(ErrorKind::Irregular, text).InFile(m_Series.GetHeader().path);
+    }
+
     void Do(const std::string& what) { m_Plan.done += (m_Plan.done.empty() ? "" : "; ") + what; }
 
     std::string NameOfSet(std::size_t set) const {
         return m_Sets.size() > 1 ? "volume " + std::to_string(set + 1) + " of " + std::to_string(m_Sets.size()) : "";
     }
 
-    SeriesGeometry Judge(std::size_t set) {
-        SeriesGeometry geometry = StudySlices(m_Series.GetFound(), m_Sets[set]);
+    SeriesGeometry Judge(const std::vector<SliceRef>& slices) {
+        SeriesGeometry geometry = StudySlices(m_Series.GetFound(), slices);
         for (const SeriesGeometry::Gap& gap : geometry.uneven) {
-            m_Plan.found.push_back(DescribeGap(m_Series.GetFound(), m_Sets[set], geometry, gap));
+            m_Plan.found.push_back(DescribeGap(m_Series.GetFound(), slices, geometry, gap));
         }
         if (geometry.uneven.empty() && IsUneven(geometry)) {
             m_Plan.found.push_back("planes up to " + ShortNumber(geometry.offEven) + " mm beside evenly spaced ones");
         }
         m_bGaps = m_bGaps || IsUneven(geometry);
-        const std::array<double, 2>& pixel = m_Series.GetFound().SizedPlaceOf(m_Sets[set]).spacing;
+        const std::array<double, 2>& pixel = m_Series.GetFound().SizedPlaceOf(slices).spacing;
         if (IsSheared(geometry, std::min(pixel[0], pixel[1]))) {
             m_Plan.found.push_back("planes up to " + ShortNumber(geometry.sideways) + " mm sideways of each other, " +
                                    ShortNumber(geometry.tilt) + " degrees off their normal");
@@ -108,6 +129,12 @@ private:
         m_Sideways = std::max(m_Sideways, geometry.sideways);
         m_OffLine = std::max(m_OffLine, geometry.shift);
         return geometry;
+    }
+
+    void StraightenPlanes() {
+        if (m_bGaps) Do("resampled along z to evenly spaced planes");
+        if (m_bSheared) Do("moved the rows within the planes, so that the volume is straight");
+        m_Plan.resample = {m_bGaps, m_bSheared};
     }
 
     /// What a file of the planes as they are gets wrong.
@@ -146,7 +173,11 @@ private:
         m_Plan.parts.front().later.assign(m_Sets.begin() + 1, m_Sets.end());
         m_Plan.found.erase(m_Plan.found.begin());  // that positions repeat
         m_bSeveral = false;
-        const double apart = FindLargestMove();
+        TellMoved(m_Plan.parts.front());
+    }
+
+    void TellMoved(const ExportPart& part) {
+        const double apart = FindLargestMove(part);
         if (apart <= kOnLine) return;
         m_Plan.found.push_back("volumes that lie beside each other");
         Err(FindingKind::PlanesMoved, {apart},
@@ -155,10 +186,10 @@ private:
     }
 
     /// Of the planes of later volumes against those of the first.
-    double FindLargestMove() const {
+    double FindLargestMove(const ExportPart& part) const {
         double largest = 0;
-        const std::vector<std::array<double, 3>> first = PositionsOf(m_Sets.front());
-        for (const auto& set : m_Sets) {
+        const std::vector<std::array<double, 3>> first = PositionsOf(part.slices);
+        for (const auto& set : part.later) {
             const std::vector<std::array<double, 3>> other = PositionsOf(set);
             for (std::size_t k = 0; k < std::min(first.size(), other.size()); ++k) {
                 largest = std::max(largest, std::hypot(other[k][0] - first[k][0], other[k][1] - first[k][1],
@@ -178,12 +209,12 @@ private:
 
     void AddFirst() {
         const std::size_t set = static_cast<std::size_t>(m_Series.GetVolumeNumber()) - 1;
-        Judge(set);
+        Judge(m_Sets[set]);
         m_Plan.parts.push_back({"", NameOfSet(set), m_Sets[set]});
     }
 
     void SplitSet(std::size_t set) {
-        const SeriesGeometry geometry = Judge(set);
+        const SeriesGeometry geometry = Judge(m_Sets[set]);
         m_bCut = true;
         if (geometry.uneven.empty()) {
             m_Plan.parts.push_back({"", NameOfSet(set), m_Sets[set]});
@@ -219,8 +250,9 @@ private:
 
 }  // namespace
 
-ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format) {
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format, bool every) {
     Planner planner(series, format);
+    if (every && policy != Irregular::Split && !series.IsVolumeChosen()) return planner.Every(policy);
     switch (policy) {
     case Irregular::Reject: return planner.Reject();
     case Irregular::Resample: return planner.Resample();

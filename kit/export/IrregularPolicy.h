@@ -42,9 +42,10 @@ struct ExportPlan {
 };
 
 /// A volume that `--volume` chooses is judged alone. Throws `Error`, which names the gaps, when the policy rejects.
+/// `every`: all volumes, grouped as `GroupVolumes` does, unless one is chosen.
 /// Where a file of the format may hold several volumes, those that were told apart by time, and have a slice at each
 /// position, are kept together.
-ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format);
+ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format, bool every = false);
 
 /// Pixel Padding Value (PS3.3 C.7.5.1.1.2) as a stored value; none where there is none.
 std::optional<double> FindPadding(SeriesVolume& series);

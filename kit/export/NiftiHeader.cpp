@@ -108,10 +108,11 @@ private:
 
 /// Where the two versions have their fields, and how wide these are.
 struct Layout {
-    std::size_t size, magic, dims, dimWidth, type, spacing, offset, slope, units, codes, codeWidth, quaternion, rows;
+    std::size_t size, magic, dims, dimWidth, type, spacing, offset, slope, units, codes, codeWidth, quaternion, rows,
+        axes, sliceEnd, sliceCode, sliceWidth, sliceDuration;
 };
-constexpr Layout kLayout1 = {kVersion1, 344, 40, 2, 70, 76, 108, 112, 123, 252, 2, 256, 280};
-constexpr Layout kLayout2 = {kVersion2, 4, 16, 8, 12, 104, 168, 176, 500, 344, 4, 352, 400};
+constexpr Layout kLayout1 = {kVersion1, 344, 40, 2, 70, 76, 108, 112, 123, 252, 2, 256, 280, 39, 120, 122, 2, 132};
+constexpr Layout kLayout2 = {kVersion2, 4, 16, 8, 12, 104, 168, 176, 500, 344, 4, 352, 400, 524, 232, 496, 8, 208};
 
 void PutPlace(Fields& fields, const Layout& layout, const VoxelGrid& grid) {
     const std::size_t real = layout.size == kVersion1 ? 4 : 8;
@@ -133,6 +134,49 @@ void PutPlace(Fields& fields, const Layout& layout, const VoxelGrid& grid) {
     const double values[] = {q.b, q.c, q.d, origin[0], origin[1], origin[2]};
     for (std::size_t i = 0; i < 6; ++i) fields.PutReal(layout.quaternion + i * real, values[i]);
     for (std::size_t row = 0; row < 3; ++row) fields.PutReal(layout.rows + (row * 4 + 3) * real, origin[row]);
+}
+
+/// The order in which planes were taken, as the format numbers the usual ones; 0 for another. The first plane is 0.
+int CodeOfOrder(const std::vector<double>& times) {
+    std::vector<std::size_t> order(times.size());
+    for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(), [&times](std::size_t a, std::size_t b) { return times[a] < times[b]; });
+    // Each code: where it begins from the front or the back, and whether every second plane comes first.
+    struct Order {
+        int code;
+        std::size_t first;
+        std::size_t step;
+        bool fromBack;
+    };
+    for (const Order& known : {Order{1, 0, 1, false}, Order{2, 0, 1, true}, Order{3, 0, 2, false}, Order{4, 0, 2, true},
+                               Order{5, 1, 2, false}, Order{6, 1, 2, true}}) {
+        std::vector<std::size_t> expected;
+        for (const std::size_t first : {known.first, 1 - known.first}) {
+            for (std::size_t i = known.step == 1 ? 0 : first; i < times.size(); i += known.step) expected.push_back(i);
+            if (known.step == 1) break;
+        }
+        if (known.fromBack) {
+            for (std::size_t& plane : expected) plane = times.size() - 1 - plane;
+        }
+        if (expected == order) return known.code;
+    }
+    return 0;
+}
+
+/// Planes taken at the same time (several at once) have no order that the format could say, but its axes.
+void PutAcquisition(Fields& fields, const Layout& layout, const VoxelGrid& grid) {
+    constexpr int kSliceAxis = 3;  // counted from 1
+    if (grid.phaseAxis >= 0)
+        fields.Put(layout.axes, (2 - grid.phaseAxis) | (grid.phaseAxis + 1) << 2 | kSliceAxis << 4, 1);
+    std::vector<double> times = grid.sliceTimes;
+    if (times.size() < 2 || times.size() != grid.size[2]) return;
+    const int code = CodeOfOrder(times);
+    std::sort(times.begin(), times.end());
+    if (code == 0 || std::adjacent_find(times.begin(), times.end()) != times.end()) return;
+    if (grid.phaseAxis < 0) fields.Put(layout.axes, kSliceAxis << 4, 1);
+    fields.Put(layout.sliceEnd, static_cast<std::int64_t>(times.size()) - 1, layout.sliceWidth);
+    fields.Put(layout.sliceCode, code, layout.sliceWidth == 2 ? 1 : 4);
+    fields.PutReal(layout.sliceDuration, times.back() / static_cast<double>(times.size() - 1));
 }
 
 }  // namespace
@@ -167,6 +211,7 @@ std::string MakeNiftiHeader(const VoxelGrid& grid) {
     }
     fields.PutReal(layout.slope, grid.rescale.slope);
     fields.PutReal(layout.slope + real, grid.rescale.intercept);
+    PutAcquisition(fields, layout, grid);
     fields.Put(layout.units, kMillimetresAndSeconds, wide ? 4 : 1);
     return std::move(fields.Get());
 }

@@ -25,8 +25,8 @@ namespace {
 
 using Vector = Volume::Vector;
 
-constexpr double kTilt = 0.1;  // degrees; rounded positions stay below
-constexpr Tag kRepetitionTime = MakeTag(0x0018, 0x0080);
+constexpr double kClock = 0.005;  // seconds; clocks are written to a few milliseconds
+constexpr double kTilt = 0.1;     // degrees; rounded positions stay below
 
 Vector Times(const Vector& v, double factor) {
     return {v[0] * factor, v[1] * factor, v[2] * factor};
@@ -109,13 +109,27 @@ void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVo
     m_Grid.rescale = m_bReal || m_Grid.type == VoxelType::Rgb24 ? Rescale{} : RealRescaleOf(m_Series.GetPlace());
     if (m_bReal) m_Grid.type = VoxelType::Float32;
     m_Grid.isResampled = resample;
-    m_Grid.timeStep = 0;
-    double milliseconds = 0;
-    if (platform::ScanReals(FindText(m_Series.GetFirstDataSet(), kRepetitionTime), &milliseconds, 1) == 1 &&
-        std::isfinite(milliseconds) && milliseconds > 0 && m_Grid.size[3] > 1) {
-        m_Grid.timeStep = milliseconds / 1000;
-    }
     ReadPlace(entry);
+    if (m_Format.HoldsTimes() || m_Options.sidecar) ReadFacts(part);
+}
+
+void VoxelFile::ReadFacts(const ExportPart& part) {
+    m_Facts = ReadScanFacts(m_Series, part, m_Grid.steps[2], m_Watch);
+    m_Grid.phaseAxis = m_Facts->phaseAxis;
+    if (!m_Grid.isResampled) m_Grid.sliceTimes = m_Facts->sliceTimes;
+    if (m_Grid.size[3] > 1) m_Grid.timeStep = m_Facts->repetitionTime;
+}
+
+std::vector<std::pair<std::string, std::string>> VoxelFile::MakeSidecars() const {
+    std::vector<std::pair<std::string, std::string>> texts = {{".json", MakeSidecar(*m_Facts, m_Series)}};
+    if (m_Facts->weightings.empty()) return texts;
+    const auto& [row, column, step] = m_Grid.steps;
+    const double determinant = (row[1] * column[2] - row[2] * column[1]) * step[0] +
+                               (row[2] * column[0] - row[0] * column[2]) * step[1] +
+                               (row[0] * column[1] - row[1] * column[0]) * step[2];
+    texts.emplace_back(".bval", MakeBValues(*m_Facts));
+    texts.emplace_back(".bvec", MakeBVectors(*m_Facts, determinant > 0));
+    return texts;
 }
 
 /// From the positions as the files have them; where planes were resampled, from those that the volume has now.
@@ -201,6 +215,11 @@ ValueMapping VoxelFile::DescribeValues() const {
         mapping.remarks.emplace_back(m_Format.HoldsTilt()
                                          ? "the planes are tilted: the header's axes are sheared, as the positions are"
                                          : "the planes are tilted: readers that expect right angles misplace them");
+    }
+    if (m_Facts && m_Facts->measuredInterval > 0 && m_Facts->repetitionTime > 0 &&
+        std::fabs(m_Facts->measuredInterval - m_Facts->repetitionTime) > kClock + 0.01 * m_Facts->repetitionTime) {
+        mapping.remarks.push_back("volumes follow each other every " + ShortNumber(m_Facts->measuredInterval) +
+                                  " s, the repetition time is " + ShortNumber(m_Facts->repetitionTime) + " s");
     }
     if (!m_Grid.isPlaced) mapping.remarks.emplace_back("without positions: origin and directions are a guess");
     if (m_Series.GetHeader().form.photometric == "MONOCHROME1") {

@@ -5,12 +5,15 @@
 #include "../core/Watch.h"
 #include "ExportFormat.h"
 #include "IrregularPolicy.h"
+#include "ScanFacts.h"
 #include "VoxelGrid.h"
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace korvane {
@@ -26,7 +29,12 @@ public:
     /// its files. Throws `Error`.
     ExportedVolume Write(const ExportPart& part, Resampling resample, CFileWriter& writer, const std::string& path);
 
+    /// After `Write`, of a format that holds times or where a sidecar was asked for: the texts beside the file, their
+    /// extensions first.
+    std::vector<std::pair<std::string, std::string>> MakeSidecars() const;
+
 private:
+    void ReadFacts(const ExportPart& part);
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
     void ReadPlace(const ExportedVolume& entry);
     bool WriteVolume(ByteStream& stream);
@@ -39,6 +47,7 @@ private:
     const ExportOptions& m_Options;
     Watch m_Watch;
     VoxelGrid m_Grid;
+    std::optional<ScanFacts> m_Facts;
     std::vector<std::byte> m_Reals;  // of one plane
     bool m_bReal = false;            // 32-bit floats of real values, since slices have rescales of their own
 };

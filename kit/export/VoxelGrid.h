@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace korvane {
 
@@ -20,8 +21,10 @@ struct VoxelGrid {
     bool isPlaced = false;     ///< else origin and directions are a guess
     bool isResampled = false;  ///< not the planes that were scanned
     bool isTilted = false;
-    double timeStep = 0;  ///< seconds from a time to the next; 0: not known
-    Rescale rescale{};    ///< from the file's values to real ones
+    double timeStep = 0;               ///< seconds from a time to the next; 0: not known
+    int phaseAxis = -1;                ///< 0 or 1: along which axis phase was encoded; -1: not told
+    std::vector<double> sliceTimes{};  ///< seconds of each plane, from the earliest; none where nothing tells
+    Rescale rescale{};                 ///< from the file's values to real ones
 };
 
 std::string MakeNiftiHeader(const VoxelGrid& grid);

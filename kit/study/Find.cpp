@@ -41,21 +41,47 @@ const Series& Found::Only() const {
     return Choose("");
 }
 
-const Series& Found::Choose(const std::string& numberOrUid) const {
+const Series& Found::Choose(const std::string& uidOrRow) const {
+    CheckAllRead(*m_pFiles);
+    if (uidOrRow.empty()) return ChooseAmong({}, "");
+    const bool isRow = uidOrRow[0] == '#';
+    const std::string text = isRow ? uidOrRow.substr(1) : uidOrRow;
+    std::vector<const Series*> matches;
+    bool byNumber = false;
+    for (const Series& series : m_Series) {
+        const bool row = text == std::to_string(series.GetIndex() + 1);
+        const bool number = !isRow && text == std::to_string(series.GetNumber());
+        if (row || number || (!isRow && text == series.GetUid())) matches.push_back(&series);
+        byNumber = byNumber || number;
+    }
+    if (matches.empty()) AskForSeries(*this, "no series " + uidOrRow);
+    if (matches.size() > 1 && byNumber) {
+        AskForSeries(*this, text + " may be the row in the list (#" + text +
+                                ") or the number that the scanner gave (--series-number)");
+    }
+    return ChooseAmong(matches, "have this UID");
+}
+
+const Series& Found::ChooseNumber(int number) const {
     CheckAllRead(*m_pFiles);
     std::vector<const Series*> matches;
     for (const Series& series : m_Series) {
-        const bool chosen = numberOrUid.empty() ? series.HasPixels()
-                                                : numberOrUid == std::to_string(series.GetIndex() + 1) ||
-                                                      numberOrUid == series.GetUid();
-        if (chosen) matches.push_back(&series);
+        if (series.GetNumber() == number) matches.push_back(&series);
+    }
+    if (matches.empty()) AskForSeries(*this, "no series with number " + std::to_string(number));
+    return ChooseAmong(matches, "have this number");
+}
+
+/// `matches`: those that were asked for; of none, all that have pixels.
+const Series& Found::ChooseAmong(std::vector<const Series*> matches, const char* why) const {
+    const bool asked = !matches.empty();
+    for (const Series& series : m_Series) {
+        if (!asked && series.HasPixels()) matches.push_back(&series);
     }
     if (matches.size() == 1) return *matches.front();
-    if (matches.empty() && !numberOrUid.empty()) AskForSeries(*this, "no series " + numberOrUid);
     if (m_Series.size() == 1) return m_Series.front();  // refused further on, with its reason
     if (matches.empty()) throw Error(ErrorKind::NotFound, "none of the series found has pixels");
-    const std::string count = std::to_string(matches.size());
-    AskForSeries(*this, count + (numberOrUid.empty() ? " series found" : " series have this UID"));
+    AskForSeries(*this, std::to_string(matches.size()) + " series " + (asked ? why : "found"));
 }
 
 std::size_t Found::CountFiles() const {

@@ -42,8 +42,11 @@ public:
     /// `NotFound` where there is none, and what `GetUnreadable` tells where a file could not be read: a slice may be
     /// missing then.
     const Series& Only() const;
-    /// The series by its number in the list, from 1, or its UID; "" for `Only`. Throws `Error` as `Only`.
-    const Series& Choose(const std::string& numberOrUid) const;
+    /// The series by its UID, or by its row in the list: "#1" and up; "" for `Only`. A number alone is a row or a Series
+    /// Number, where it can only mean one of them. Throws `Error` as `Only`.
+    const Series& Choose(const std::string& uidOrRow) const;
+    /// The series with this Series Number. Throws `Error` as `Only`.
+    const Series& ChooseNumber(int number) const;
 
     std::size_t CountFiles() const;    ///< DICOM files in series
     std::size_t CountIgnored() const;  ///< files that are not DICOM
@@ -56,6 +59,8 @@ public:
     const FoundFiles& GetFiles() const { return *m_pFiles; }
 
 private:
+    const Series& ChooseAmong(std::vector<const Series*> matches, const char* why) const;
+
     std::shared_ptr<const FoundFiles> m_pFiles;
     std::vector<Series> m_Series;
 };

@@ -1,5 +1,7 @@
 #include "FrameKeys.h"
 
+#include "../vendors/VendorFacts.h"
+
 #include "base/Bytes.h"
 #include "base/Number.h"
 
@@ -53,6 +55,9 @@ constexpr Source kSources[] = {
     {21, MakeTag(0x0020, 0x9156), kFrameContent},
     {21, MakeTag(0x0020, 0x0012)},
 };
+
+constexpr std::size_t kBValue = 12;     // entries
+constexpr std::size_t kGradientX = 13;  // and the two behind it
 
 constexpr Tag kFrameAcquired = MakeTag(0x0018, 0x9074);
 constexpr Tag kAcquisitionTime = MakeTag(0x0008, 0x0032);
@@ -173,6 +178,13 @@ double ReadKind(const DICOMObject& dataSet, const DICOMObject* own, const DICOMO
     return std::isnan(kind) ? KindIn(FindText(dataSet, MakeTag(0x0008, 0x0008))) : kind;
 }
 
+void AddPrivateDiffusion(const DICOMObject& dataSet, FrameKeys& keys) {
+    if (FindText(dataSet, tags::Modality) != "MR") return;
+    const DiffusionFacts facts = ReadPrivateDiffusion(dataSet);
+    keys.values[kBValue] = facts.bValue;
+    if (facts.direction) std::copy(facts.direction->begin(), facts.direction->end(), keys.values.begin() + kGradientX);
+}
+
 }  // namespace
 
 const std::vector<KeyCandidate>& KeyCandidates() {
@@ -208,6 +220,7 @@ FrameKeys ReadFrameKeys(const DICOMObject& dataSet, const DICOMObject* own, cons
             if (read && std::isfinite(value)) keys.values[source.entry + i] = value;
         }
     }
+    if (own == nullptr && std::isnan(keys.values[kBValue])) AddPrivateDiffusion(dataSet, keys);
     return keys;
 }
 

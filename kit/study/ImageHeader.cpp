@@ -3,6 +3,7 @@
 #include "../core/Paths.h"
 #include "../core/TextEncoding.h"
 #include "FrameGroups.h"
+#include "Tiles.h"
 
 #include <algorithm>
 #include <cmath>
@@ -55,6 +56,7 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.corrected = FindText(dataSet, MakeTag(0x0028, 0x0051));
     header.decayCorrection = FindText(dataSet, MakeTag(0x0054, 0x1102));
     header.description = text(tags::SeriesDescription);
+    header.protocol = text(MakeTag(0x0018, 0x1030));
     header.study = std::make_shared<const StudyTexts>(
         StudyTexts{text(tags::PatientName), text(tags::PatientID), FindText(dataSet, tags::StudyInstanceUID),
                    FindText(dataSet, tags::StudyDate), text(tags::StudyDescription)});
@@ -68,6 +70,11 @@ std::uint64_t PixelForm::FrameBytes() const {
     if (kind == Kind::Double) return pixels * sizeof(double);
     const auto bits = static_cast<std::uint64_t>(samples) * static_cast<std::uint64_t>(allocated);
     return (pixels * bits + 7) / 8;  // each of the four has 16 bits
+}
+
+std::uint64_t ImageHeader::PixelBytes() const {
+    const int count = IsTiled() ? tileColumns * tileRows : frames;
+    return form.FrameBytes() * static_cast<std::uint64_t>(count);
 }
 
 std::uint64_t ImageHeader::FramesPresent() const {
@@ -111,6 +118,7 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     header.keys = ReadKeysOfFrames(dataSet, header);
     header.framesPlaced = header.places.size() == static_cast<std::size_t>(header.frames) &&
                           (header.frames > 1 || HasFrameGroups(dataSet));
+    TakeTiles(dataSet, header);
     return header;
 }
 

@@ -33,6 +33,7 @@ struct ImageHeader {
     std::string sopInstance;
     std::string seriesUid;
     std::string description;
+    std::string protocol;
     std::shared_ptr<const StudyTexts> study;  ///< never null
     int seriesNumber = 0;
     int instance = 0;
@@ -52,13 +53,18 @@ struct ImageHeader {
     std::string patientOrientation;  ///< Patient Orientation, such as "L\\P": where rows and columns lead to
     double sliceSpacing = 0;         ///< Spacing Between Slices; 0 without it
     double sliceThickness = 0;
-    int frames = 1;                  ///< Number of Frames, at least 1: a claim, see `FramesPresent`
+    int frames = 1;       ///< Number of Frames, at least 1: a claim, see `FramesPresent`
+    int tileColumns = 1;  ///< of an image whose frames are tiles: how many lie in a row
+    int tileRows = 1;
     bool framesPlaced = false;       ///< `places` has one for each frame, else one for the whole file
     bool framesAreTimes = false;     ///< all at one place, which may not be known
     bool offsetsWrong = false;       ///< frame offsets (3004,000C) that place no frames
     std::vector<FramePlace> places;  ///< never empty
     std::vector<FrameKeys> keys;     ///< one for each frame with a functional group of its own, else one; never empty
 
+    bool IsTiled() const { return tileColumns > 1 || tileRows > 1; }
+    /// What the pixel data should have, not compressed: all frames, or all tiles, those without a slice among them.
+    std::uint64_t PixelBytes() const;
     /// Frames that the pixel data holds; 0 for encapsulated data.
     std::uint64_t FramesPresent() const;
     /// Whether there are bytes for as many frames as are claimed; compressed ones take 8 each at least.

@@ -82,7 +82,9 @@ void AddValues(const FoundFiles& found, const FoundSeries& series, Json& json) {
     if (!values.is_null()) json["values"] = std::move(values);
 }
 
-Json OneSeries(const FoundFiles& found, std::size_t index) {
+Json OneSeries(const Series& of) {
+    const FoundFiles& found = of.GetFiles();
+    const std::size_t index = of.GetIndex();
     const FoundSeries& series = found.series[index];
     const ImageHeader& first = found.FirstFile(series);
     Json json;
@@ -90,6 +92,13 @@ Json OneSeries(const FoundFiles& found, std::size_t index) {
     json["uid"] = Text(first.seriesUid);
     json["modality"] = Text(first.modality);
     json["description"] = Text(first.description);
+    json["seriesNumber"] = of.GetNumber();
+    json["protocol"] = Text(of.GetProtocol());
+    json["patient"] = Json{{"name", Text(of.GetPatientName())}, {"id", Text(of.GetPatientId())}};
+    json["study"] = Json{{"uid", Text(of.GetStudyUid())},
+                         {"date", Text(of.GetStudyDate())},
+                         {"description", Text(of.GetStudyDescription())}};
+    if (!of.GetEchoNumbers().empty()) json["echoNumbers"] = of.GetEchoNumbers();
     json["sopClass"] = Text(first.sopClass);
     json["slices"] = CountImages(found, series);
     if (first.form.kind != PixelForm::Kind::None) {
@@ -131,7 +140,7 @@ std::string ToJson(const Found& found) {
     Json& unreadable = json["unreadable"] = Json::array();
     for (const Finding& failure : files.unreadable) unreadable.push_back(Text(failure.text));
     Json& series = json["series"] = Json::array();
-    for (std::size_t i = 0; i < files.series.size(); ++i) series.push_back(OneSeries(files, i));
+    for (std::size_t i = 0; i < files.series.size(); ++i) series.push_back(OneSeries(found.GetSeries()[i]));
     return json.dump(1) + '\n';
 }
 

@@ -3,6 +3,8 @@
 #include "FoundFiles.h"
 #include "SeriesText.h"
 
+#include <cmath>
+#include <set>
 #include <utility>
 
 namespace korvane {
@@ -39,6 +41,20 @@ const std::string& Series::GetModality() const {
 const std::string& Series::GetDescription() const {
     return FirstOf(*this).description;
 }
+const std::string& Series::GetProtocol() const {
+    return FirstOf(*this).protocol;
+}
+
+std::vector<int> Series::GetEchoNumbers() const {
+    constexpr std::size_t kEchoNumber = 8;  // entry of `FrameKeys`
+    std::set<int> numbers;
+    for (const SliceRef& slice : GetFound().slices) {
+        const double number = m_pFound->KeysOf(slice).values[kEchoNumber];
+        if (std::fabs(number) < 1e6) numbers.insert(static_cast<int>(number));
+    }
+    return {numbers.begin(), numbers.end()};
+}
+
 const std::string& Series::GetSopClass() const {
     return FirstOf(*this).sopClass;
 }

@@ -54,6 +54,8 @@ public:
     int GetNumber() const;  ///< Series Number (0020,0011), 0 without one
     const std::string& GetModality() const;
     const std::string& GetDescription() const;
+    const std::string& GetProtocol() const;
+    std::vector<int> GetEchoNumbers() const;  ///< Echo Numbers (0018,0086) that occur, ascending
     const std::string& GetSopClass() const;
     const std::string& GetPatientName() const;  ///< as written, with its carets
     const std::string& GetPatientId() const;

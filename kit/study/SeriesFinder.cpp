@@ -128,7 +128,7 @@ bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& wat
     const VR* const one = first != nullptr ? FindElement(*first, kPixels) : nullptr;
     const VR* const other = second != nullptr ? FindElement(*second, kPixels) : nullptr;
     // A pad behind the last frame is no pixel.
-    const auto bytes = static_cast<std::size_t>(a.form.FrameBytes() * static_cast<std::uint64_t>(a.frames));
+    const auto bytes = static_cast<std::size_t>(a.PixelBytes());
     return one == nullptr || other == nullptr || one->GetText().substr(0, bytes) == other->GetText().substr(0, bytes);
 }
 
@@ -174,7 +174,7 @@ public:
         PixelForm form = header.form;
         if (form.highBit + 1 == form.stored)
             form.stored = form.highBit = 0;  // how many of the bits may be set is no format
-        const Key key{header.seriesUid, form, alone ? slice.file + 1 : 0};
+        const Key key{header.seriesUid, header.seriesNumber, form, alone ? slice.file + 1 : 0};
         std::vector<std::size_t>& candidates = m_Series[key];
         const std::size_t from = candidates.size() - std::min(candidates.size(), kOrientationsCompared);
         for (std::size_t i = from; i < candidates.size(); ++i) {
@@ -190,14 +190,14 @@ public:
 
     /// Notes in each series what its UID was split into.
     void CountSplits() {
-        std::map<std::string, std::size_t> forms;
+        std::map<std::pair<std::string, int>, std::size_t> forms;
         for (const auto& [key, series] : m_Series) {
-            if (key.alone == 0 && key.form.kind != PixelForm::Kind::None) ++forms[key.uid];
+            if (key.alone == 0 && key.form.kind != PixelForm::Kind::None) ++forms[{key.uid, key.number}];
         }
         for (const auto& [key, members] : m_Series) {
             for (const std::size_t index : members) {
                 m_Found.series[index].orientations = members.size();
-                m_Found.series[index].forms = std::max<std::size_t>(forms[key.uid], 1);
+                m_Found.series[index].forms = std::max<std::size_t>(forms[{key.uid, key.number}], 1);
             }
         }
     }
@@ -205,6 +205,7 @@ public:
 private:
     struct Key {
         std::string uid;
+        int number;  // some scanners give several runs one UID
         PixelForm form;
         std::size_t alone;  // a number of its own for what mixes with nothing, else 0
 

@@ -4,6 +4,7 @@
 #include "FrameGroups.h"
 #include "SeriesText.h"
 #include "StoredPixels.h"
+#include "Tiles.h"
 
 #include "base/Bytes.h"
 #include "base/Number.h"
@@ -74,7 +75,7 @@ void CheckPixels(const ImageHeader& header) {
     }
     const std::uint64_t present = header.FramesPresent();
     if (present < static_cast<std::uint64_t>(header.frames)) {
-        const std::uint64_t needed = form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
+        const std::uint64_t needed = header.PixelBytes();
         Refuse(header, ErrorKind::Damaged,
                "pixel data ends early: " + std::to_string(header.pixelsPresent) + " of " + std::to_string(needed) +
                    " bytes" + (header.frames > 1 ? " for " + std::to_string(header.frames) + " frames" : ""));
@@ -111,8 +112,7 @@ void FitPlace(DICOMDataObject& dataSet, const FramePlace& place) {
 bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
     if (!HasModuleForm(header.form)) return true;
     const VR* const pixels = FindElement(dataSet, kPixelData);
-    const std::uint64_t needed = header.form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
-    return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= needed;
+    return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= header.PixelBytes();
 }
 
 }  // namespace
@@ -124,7 +124,7 @@ void CheckClaims(const ImageHeader& header) {
                "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes for " +
                    std::to_string(header.frames) + " frames");
     }
-    const std::uint64_t needed = header.form.FrameBytes() * static_cast<std::uint64_t>(header.frames);
+    const std::uint64_t needed = header.PixelBytes();
     const bool isRunLength = header.transferSyntax == kRleUid;
     if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
         Refuse(header, ErrorKind::Damaged,
@@ -286,6 +286,7 @@ void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& f
         if (FindText(*file.dataSet, tag).empty()) DropElement(*file.dataSet, tag);
     }
     LookAbove(header, *file.dataSet);
+    if (header.IsTiled()) Untile(header, *file.dataSet);
     if (m_OwnType) {
         TakeOwnVoxels(header, *file.dataSet, frames);
     } else {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace korvane {
 
@@ -79,6 +80,24 @@ void AddGeometry(Lines& lines, const FoundFiles& found, const FoundSeries& serie
     if (geometry.volumes > 1) lines.Add("volumes", std::to_string(geometry.volumes));
 }
 
+/// "2", or "1 to 3".
+std::string DescribeEchoes(const Series& series) {
+    const std::vector<int> echoes = series.GetEchoNumbers();
+    if (echoes.empty()) return {};
+    return std::to_string(echoes.front()) + (echoes.size() > 1 ? " to " + std::to_string(echoes.back()) : "");
+}
+
+/// What people know a series by: "number 5, JONES^ANN, 20200131, head, t1_mpr, echo 1 to 3".
+std::string KnownBy(const Series& series) {
+    std::string text = "number " + std::to_string(series.GetNumber());
+    for (const std::string* const word :
+         {&series.GetPatientName(), &series.GetStudyDate(), &series.GetStudyDescription(), &series.GetProtocol()}) {
+        if (!word->empty()) text += ", " + *word;
+    }
+    const std::string echoes = DescribeEchoes(series);
+    return text + (echoes.empty() ? "" : ", echo " + echoes);
+}
+
 }  // namespace
 
 std::string List(const Found& all) {
@@ -86,7 +105,8 @@ std::string List(const Found& all) {
     std::string text;
     for (std::size_t i = 0; i < found.series.size(); ++i) {
         const ImageHeader& first = found.FirstFile(found.series[i]);
-        text += "  " + Visible(Title(found, i) + ", UID " + first.seriesUid) + "\n";
+        text +=
+            "  " + Visible(Title(found, i) + ", " + KnownBy(all.GetSeries()[i]) + ", UID " + first.seriesUid) + "\n";
     }
     return text;
 }
@@ -97,6 +117,15 @@ std::string Describe(const Series& of) {
     const ImageHeader& first = found.FirstFile(series);
     Lines lines;
     lines.Add("UID", first.seriesUid);
+    lines.Add("series number", std::to_string(of.GetNumber()));
+    const std::string patient = of.GetPatientName() + (of.GetPatientId().empty() ? "" : ", ID " + of.GetPatientId());
+    const std::string study =
+        of.GetStudyDate() + (of.GetStudyDescription().empty() ? "" : " \"" + of.GetStudyDescription() + "\"");
+    const std::pair<const char*, std::string> known[] = {
+        {"patient", patient}, {"study", study}, {"protocol", of.GetProtocol()}, {"echo", DescribeEchoes(of)}};
+    for (const auto& [name, value] : known) {
+        if (!value.empty()) lines.Add(name, value);
+    }
     if (first.form.kind != PixelForm::Kind::None) {
         lines.Add("pixels", DescribePixels(first.form));
         const std::string values = DescribeValues(found, series);

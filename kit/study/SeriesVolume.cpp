@@ -78,6 +78,11 @@ void PutPlanes(CVolume& volume, CVolume::PixelType type, std::vector<std::byte>&
     volume.UpdateZInterpArray();
 }
 
+Series FindChosen(const SeriesChoice& choice) {
+    const Found found = Find(choice.paths, {choice.jobs, choice.watcher});
+    return choice.number ? found.ChooseNumber(*choice.number) : found.Choose(choice.series);
+}
+
 }  // namespace
 
 VoxelType TypeOf(CVolume::PixelType type) {
@@ -93,8 +98,7 @@ VoxelType TypeOf(CVolume::PixelType type) {
 }
 
 SeriesVolume::SeriesVolume(const SeriesChoice& choice)
-    : SeriesVolume(Find(choice.paths, {choice.jobs, choice.watcher}).Choose(choice.series), choice.volume,
-                   choice.watcher) {}
+    : SeriesVolume(FindChosen(choice), choice.volume, choice.watcher) {}
 
 SeriesVolume::SeriesVolume(const Series& series, int volume, const Watch& watch)
     : m_Series(series), m_Watch(watch), m_nVolume(volume) {

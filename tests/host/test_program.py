@@ -50,8 +50,12 @@ def several_series():
     _, out, err = export(folder, status=2)
     assert not out and "2 series found" in err and err.count("UID 2.25.") == 2, err
     listed = info(folder)
-    volumes = [export(folder, "--series", choice)[0].voxels for choice in ("1", "2", listed[0]["uid"])]
+    volumes = [export(folder, "--series", choice)[0].voxels for choice in ("#1", "#2", listed[0]["uid"])]
     assert (volumes[0] == volumes[2]).all() and (volumes[0] != volumes[1]).any()
+    # Both have the number 1 that the scanner gave: "1" is no series, and "2" can only be the row.
+    assert "--series-number" in export(folder, "--series", "1", status=2)[2]
+    assert "2 series have this number" in export(folder, "--series-number", 1, status=2)[2]
+    assert (export(folder, "--series", "2")[0].voxels == volumes[1]).all()
     assert "no series 3" in export(folder, "--series", "3", status=2)[2]
     # Under several paths, and copies: each image counts once.
     edited(folder, "copy", lambda ds, n: None)

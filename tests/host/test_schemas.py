@@ -54,6 +54,12 @@ def series_and_exports():
         korvane("export", odd, "--format", "vox", "--to", f"file:{WORK}/{policy}", "--irregular", policy, "--report", report,
                 status=status)
         conforms("export", report.read_text())
+    report = WORK / "all.json"
+    korvane("export", odd, times, "--all", "--format", "nifti", "--to", WORK / "all", "--report", report)
+    all_of_them = json.loads(report.read_text())
+    for series in all_of_them["series"]:
+        conforms("export", json.dumps(series.pop("report")))
+    conforms("export-all", json.dumps(all_of_them))
 
 
 def media_and_network():

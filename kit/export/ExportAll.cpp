@@ -1,0 +1,204 @@
+#include "ExportAll.h"
+
+#include "../core/Destination.h"
+#include "../core/Error.h"
+#include "../core/ExportFiles.h"
+#include "../core/Threads.h"
+#include "../study/SeriesVolume.h"
+#include "EarlierReport.h"
+#include "ExportFormat.h"
+#include "ExportJob.h"
+#include "IrregularPolicy.h"
+#include "NamePattern.h"
+
+#include "export/CFileWriter.h"
+
+#include <algorithm>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace korvane {
+
+namespace {
+
+using Status = ExportedSeries::Status;
+
+constexpr std::size_t kAhead = 4;  // series whose findings wait for those before them
+
+/// Findings of one series are told when it is over: those of several at work would mix.
+class SeriesWatcher : public Watcher {
+public:
+    explicit SeriesWatcher(const Watch& watch) : m_Watch(watch) {}
+
+    void OnFinding(const Finding& finding) override { m_Findings.push_back(finding); }
+    bool IsStopped() noexcept override { return m_Watch.IsStopped(); }
+
+    std::vector<Finding> Take() { return std::move(m_Findings); }
+
+private:
+    Watch m_Watch;
+    std::vector<Finding> m_Findings;
+};
+
+class Run {
+public:
+    Run(const Found& found, const std::string& format, const std::string& folder, const ExportAllOptions& options)
+        : m_Found(found), m_Options(options), m_Watch(options.watcher), m_Pattern(options.name),
+          m_Destination(ParseDestination(folder + "/name")), m_Folder(folder) {
+        if (ExportFormat::Find(format) == nullptr) ExportJob(format, folder + "/name", options.each);  // which throws
+        m_Report.format = format;
+        while (m_Folder.ends_with('/') && !m_Destination.isFtp) m_Folder.pop_back();
+        m_Destination.name.clear();
+        m_Report.destination = m_Destination.isFtp ? m_Destination.Describe() : m_Destination.directory;
+        for (const Finding& finding : found.GetUnreadable()) m_Report.unreadable.push_back(finding.text);
+    }
+
+    ExportAllReport Do() {
+        CheckReportFile();
+        if (!m_Options.each.dryRun) CompletePassword(m_Destination, m_Options.each.askPassword);
+        for (const Series& series : m_Found.GetSeries()) m_Report.series.push_back(Begin(series));
+        if (!m_Options.resume.empty()) PassOverWhole(m_Report, m_Options.resume);
+        for (ExportedSeries& entry : m_Report.series) Plan(entry);
+        try {
+            Work();
+        } catch (const Error& error) {
+            if (error.GetKind() != ErrorKind::Stopped) throw;
+            m_Report.stopped = true;
+            WriteReport({});
+            throw;
+        }
+        WriteReport(m_Watch);
+        return std::move(m_Report);
+    }
+
+private:
+    const Series& SeriesOf(const ExportedSeries& entry) const { return m_Found.GetSeries()[entry.row - 1]; }
+
+    static ExportedSeries Begin(const Series& series) {
+        ExportedSeries entry;
+        entry.row = series.GetIndex() + 1;
+        entry.number = series.GetNumber();
+        entry.uid = series.GetUid();
+        entry.description = series.GetDescription();
+        entry.firstFile = series.GetFiles().NameOf(series.GetFound().slices.front());
+        entry.images = series.CountImages();
+        if (!series.HasPixels()) entry.status = Status::NoImage;
+        return entry;
+    }
+
+    /// Names are given before the work begins, in the order of the list. Series that are whole keep theirs.
+    void Plan(ExportedSeries& entry) {
+        if (entry.status == Status::NoImage) return;
+        std::vector<std::string> suffixes;
+        try {
+            const SeriesVolume series(SeriesOf(entry), 0, m_Watch);
+            const ExportPlan plan =
+                MakePlan(series, m_Options.each.irregular, *ExportFormat::Find(m_Report.format), true);
+            for (const ExportPart& part : plan.parts) suffixes.push_back(part.suffix);
+        } catch (const Error& error) {
+            if (error.GetKind() == ErrorKind::Stopped) throw;
+            Refuse(entry, error.what());
+        }
+        entry.name = m_Names.Take(m_Pattern.MakeName(SeriesOf(entry)), suffixes);
+    }
+
+    static void Refuse(ExportedSeries& entry, const std::string& why) {
+        entry.status = Status::Refused;
+        entry.why = why;
+    }
+
+    void Work() {
+        std::vector<std::size_t> open;
+        for (std::size_t i = 0; i < m_Report.series.size(); ++i) {
+            if (m_Report.series[i].status == Status::Open) open.push_back(i);
+        }
+        const unsigned jobs = CountJobs(m_Options.jobs);
+        m_nJobsOfEach = std::max<unsigned>(1, jobs / static_cast<unsigned>(std::max<std::size_t>(open.size(), 1)));
+        TaskProgress progress(m_Watch, "exporting series", static_cast<std::int64_t>(open.size()));
+        std::vector<std::vector<Finding>> findings(open.size());
+        ForEachInOrder(
+            jobs, open.size(), kAhead, m_Watch,
+            [&](std::size_t i) { findings[i] = ExportOne(m_Report.series[open[i]]); },
+            [&](std::size_t i) {
+                for (Finding& finding : std::exchange(findings[i], {})) {
+                    finding.text = m_Report.series[open[i]].name + ": " + finding.text;
+                    m_Watch.Tell(finding);
+                }
+                progress.Step();
+            });
+    }
+
+    std::vector<Finding> ExportOne(ExportedSeries& entry) const {
+        SeriesWatcher watcher(m_Watch);
+        ExportOptions options = m_Options.each;
+        options.volume = 0;
+        options.every = true;
+        options.keepExisting = !m_Options.overwrite;
+        options.reportFile.clear();
+        options.checksums = !m_Options.reportFile.empty();
+        options.jobs = m_nJobsOfEach;
+        options.watcher = &watcher;
+        if (m_Destination.isFtp) {
+            options.askPassword = [this](const std::string&, const std::string&) { return m_Destination.password; };
+        }
+        try {
+            ExportJob job(m_Report.format, m_Folder + "/" + entry.name + ExtensionOf(options), options);
+            entry.report = job.Run(SeriesOf(entry));
+            for (const ExportedVolume& volume : entry.report.volumes) {
+                entry.outputs.insert(entry.outputs.end(), volume.outputs.begin(), volume.outputs.end());
+            }
+            entry.status = Status::Written;
+        } catch (const Error& error) {
+            if (error.GetKind() == ErrorKind::Stopped) throw;
+            Refuse(entry, error.what());
+        } catch (const std::bad_alloc&) {
+            Refuse(entry, "out of memory");
+        }
+        return watcher.Take();
+    }
+
+    /// With it a name that ends like an extension stays as it is.
+    std::string ExtensionOf(const ExportOptions& options) const {
+        return ExportFormat::Find(m_Report.format)->GetExtension(options.compress);
+    }
+
+    /// Not after hours of work.
+    void CheckReportFile() {
+        if (m_Options.reportFile.empty()) return;
+        ExportFiles file(Destination{}, m_Watch);
+        file.SetDryRun();
+        if (!file.MakeWriter()->Open(m_Options.reportFile.c_str(), "wb")) file.ThrowFailure();
+    }
+
+    void WriteReport(const Watch& watch) {
+        if (m_Options.reportFile.empty()) return;
+        std::string text = ToJson(m_Report);
+        ExportFiles file(Destination{}, watch);
+        const auto writer = file.MakeWriter();
+        if (!writer->Open(m_Options.reportFile.c_str(), "wb") ||
+            writer->Write(text.data(), 1, static_cast<unsigned>(text.size())) != text.size() || writer->Close() != 0) {
+            file.ThrowFailure();
+        }
+        file.Commit();
+    }
+
+    const Found& m_Found;
+    const ExportAllOptions& m_Options;
+    Watch m_Watch;
+    NamePattern m_Pattern;
+    Destination m_Destination;
+    std::string m_Folder;
+    NamesTaken m_Names;
+    unsigned m_nJobsOfEach = 1;
+    ExportAllReport m_Report;
+};
+
+}  // namespace
+
+ExportAllReport ExportAll(const Found& found, const std::string& format, const std::string& folder,
+                          const ExportAllOptions& options) {
+    return Run(found, format, folder, options).Do();
+}
+
+}  // namespace korvane

@@ -1,0 +1,55 @@
+#include "Tiles.h"
+
+#include "../vendors/VendorFacts.h"
+
+#include <cstring>
+#include <string>
+
+namespace korvane {
+
+void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
+    PixelForm& form = header.form;
+    if (header.frames != 1 || form.kind != PixelForm::Kind::Integer || form.samples != 1 || form.allocated % 8 != 0)
+        return;
+    const TileFacts tiles = ReadTiles(dataSet);
+    if (tiles.count == 0 || form.columns < tiles.columns || form.rows < tiles.rows ||
+        form.columns % tiles.columns != 0 || form.rows % tiles.rows != 0) {
+        return;
+    }
+    form.columns /= tiles.columns;
+    form.rows /= tiles.rows;
+    header.frames = tiles.count;
+    header.tileColumns = tiles.columns;
+    header.tileRows = tiles.rows;
+    // One position for all would be that of none of them.
+    const FramePlace first = header.places.front();
+    header.places.assign(tiles.positions.empty() ? 1 : tiles.positions.size(), first);
+    header.places.front().hasPosition = false;
+    for (std::size_t i = 0; i < tiles.positions.size(); ++i) {
+        header.places[i].hasPosition = true;
+        header.places[i].position = tiles.positions[i];
+    }
+    header.framesPlaced = !tiles.positions.empty();
+}
+
+void Untile(const ImageHeader& header, DICOMDataObject& dataSet) {
+    VR& pixels = *FindElement(dataSet, tags::PixelData);
+    const auto line = header.form.FrameBytes() / static_cast<std::uint64_t>(header.form.rows);
+    const auto rows = static_cast<std::size_t>(header.form.rows);
+    const auto across = static_cast<std::size_t>(header.tileColumns);
+    std::string frames(static_cast<std::size_t>(header.form.FrameBytes()) * static_cast<std::size_t>(header.frames),
+                       '\0');
+    char* to = frames.data();
+    for (std::size_t tile = 0; tile < static_cast<std::size_t>(header.frames); ++tile) {
+        for (std::size_t row = 0; row < rows; ++row, to += line) {
+            const std::size_t lineInImage = (tile / across) * rows + row;
+            std::memcpy(to, pixels.m_pData + (lineInImage * across + tile % across) * line, line);
+        }
+    }
+    std::memcpy(pixels.m_pData, frames.data(), frames.size());
+    pixels.m_Length = static_cast<std::uint32_t>(frames.size());
+    PutNumber(dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));
+    PutNumber(dataSet, tags::Columns, static_cast<unsigned>(header.form.columns));
+}
+
+}  // namespace korvane
