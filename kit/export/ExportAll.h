@@ -15,7 +15,7 @@ namespace korvane {
 /// How a whole folder is exported. The defaults write every volume of every series and keep what is there.
 struct ExportAllOptions {
     /// Names of the outputs, without extension. Fields: %s series number, %d description, %p protocol, %e echo number, %m
-    /// modality, %t study date, %n patient's name, %i patient's ID, %u series UID, %% a per cent sign; slashes make
+    /// modality, %t study date, %n patient's name, %i patient's ID, %u series UID; slashes make
     /// folders. Names that would be the same get letters behind (a, b ...).
     std::string name = "%s_%d";
     bool overwrite = false;  ///< files of an earlier run may be replaced; else their series is refused

@@ -11,7 +11,7 @@ namespace korvane {
 class Series;
 
 /// Text with fields: %s series number, %d description, %p protocol, %e echo number, %m modality, %t study date, %n name and
-/// %i ID of the patient, %u UID of the series, %% a per cent sign. Slashes in the pattern make folders; what fields bring
+/// %i ID of the patient, %u UID of the series. Slashes in the pattern make folders; what fields bring
 /// goes through `MakeSafeName`.
 class NamePattern {
 public:

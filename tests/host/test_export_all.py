@@ -72,7 +72,7 @@ def whole_folder():
 
 def patterns():
     study = numbered("d", 4, "caf\u00e9.nii", "--volumes", 2)
-    for pattern, expected in (("%m/%s_%p", ["CT/4_p_1.nii"]), ("%d", ["caf\u00e9.nii.nii"]), ("50%%_%e", ["50%.nii"])):
+    for pattern, expected in (("%m/%s_%p", ["CT/4_p_1.nii"]), ("%d", ["caf\u00e9.nii.nii"]), ("50%%_%e", ["50.nii"])):
         out = WORK / f"out{len(pattern)}"
         korvane("export", study, "--all", "--format", "nifti", "--name", pattern, "--to", out)
         assert names(out) == expected, names(out)
@@ -88,8 +88,8 @@ def echoes():
                     lambda ds, n: ds.update({"EchoNumbers": 1 + n // 3 % 2, "TemporalPositionIdentifier": 1 + n // 6}))
     korvane("export", folder, "--all", "--format", "nifti", "--name", "v", "--to", WORK / "n")
     assert names(WORK / "n") == ["v_e1.nii", "v_e2.nii"], names(WORK / "n")
-    korvane("export", folder, "--all", "--format", "nrrd", "--name", "v", "--to", WORK / "r")
-    assert len(names(WORK / "r")) == 4 and {"v_e1.nrrd", "v_e2.nrrd"} < set(names(WORK / "r")), names(WORK / "r")
+    korvane("export", folder, "--all", "--format", "vox", "--name", "v", "--to", WORK / "r")
+    assert len(names(WORK / "r")) == 4 and {"v_e1.vox", "v_e2.vox"} < set(names(WORK / "r")), names(WORK / "r")
     single = korvane("export", folder, "--format", "nrrd", "--to", WORK / "vol.nrrd")[0]
     assert "vol.nrrd" in single and (WORK / "vol.nrrd").exists()
 
