@@ -52,14 +52,14 @@ struct ExportedSeries {
     std::vector<ExportOutput> outputs{};
 };
 
-struct ExportAllReport {
+struct KORVANE_KIT ExportAllReport {
     std::string format{};
     std::string destination{};  ///< without a password
     std::vector<ExportedSeries> series{};
     std::vector<std::string> unreadable{};  ///< files and folders, one line each: a series may lack slices
     bool stopped = false;
 
-    KORVANE_KIT std::size_t Count(ExportedSeries::Status status) const;
+    std::size_t Count(ExportedSeries::Status status) const;
     /// Nothing was refused and nothing was unreadable.
     bool IsWhole() const { return unreadable.empty() && Count(ExportedSeries::Status::Refused) == 0 && !stopped; }
 };

@@ -31,6 +31,12 @@ def element(ds, frame, group, keyword):
     return ds.get(keyword)
 
 
+def is_tiled(path):
+    """Slices as tiles of one image, which the comparison with dcm2niix judges."""
+    ds = pydicom.dcmread(path, force=True, stop_before_pixels=True)
+    return "MOSAIC" in (ds.get("ImageType") or ()) or (0x0065, 0x1050) in ds
+
+
 def places(volume):
     """Positions, cosines and spacings of what a volume was made of, as far as files say them."""
     found = []
@@ -124,7 +130,7 @@ def everything():
             continue
         out = korvane("info", "--json", folder, status=None)[0]
         for series in json.loads(out)["series"]:
-            if "columns" not in series:
+            if "columns" not in series or is_tiled(series["files"][0]):
                 continue
             for form, policy in runs:
                 if form in ("metaimage", "bob") and len(series["files"]) > 40:
