@@ -34,7 +34,7 @@ void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
 
 void Untile(const ImageHeader& header, DICOMDataObject& dataSet) {
     VR& pixels = *FindElement(dataSet, tags::PixelData);
-    const auto line = header.form.FrameBytes() / static_cast<std::uint64_t>(header.form.rows);
+    const auto line = static_cast<std::size_t>(header.form.FrameBytes() / static_cast<std::uint64_t>(header.form.rows));
     const auto rows = static_cast<std::size_t>(header.form.rows);
     const auto across = static_cast<std::size_t>(header.tileColumns);
     std::string frames(static_cast<std::size_t>(header.form.FrameBytes()) * static_cast<std::size_t>(header.frames),
