@@ -63,8 +63,8 @@ std::string NamePattern::MakeName(const Series& series) const {
     std::string name;
     std::string part;
     const auto finish = [&] {
-        const std::size_t begin = std::min(part.find_first_not_of("_"), part.size());
-        const std::size_t end = part.find_last_not_of("_") + 1;  // what an empty field leaves
+        const std::size_t begin = std::min(part.find_first_not_of('_'), part.size());
+        const std::size_t end = part.find_last_not_of('_') + 1;  // what an empty field leaves
         const std::string safe = MakeSafeName(std::string_view(part).substr(begin, end > begin ? end - begin : 0));
         name += safe.empty() ? "series" : safe;
         part.clear();
@@ -85,7 +85,7 @@ std::string NamePattern::MakeName(const Series& series) const {
 
 std::string NamesTaken::Take(const std::string& name, const std::vector<std::string>& suffixes) {
     for (std::size_t number = 0;; ++number) {
-        const std::string candidate = name + Letters(number);
+        std::string candidate = name + Letters(number);
         std::vector<std::string> wanted = {FoldName(candidate)};
         for (const std::string& suffix : suffixes) wanted.push_back(FoldName(candidate + suffix));
         if (std::any_of(wanted.begin(), wanted.end(), [this](const auto& one) { return m_Names.contains(one); }))

@@ -20,7 +20,6 @@ namespace {
 
 constexpr int kDeepest = 16;
 constexpr std::size_t kMostProblems = 100;
-constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFU;
 constexpr std::uint64_t kLargest = std::uint64_t{1} << 31;
 
 std::vector<unsigned char> ReadWhole(const std::string& path, const Watch& watch) {

@@ -245,7 +245,8 @@ def shared_folder():
         senders = [subprocess.Popen([*KORVANE, "send", HERE, str([port, other][n % 2]), *map(str, files[n // 2::4])])
                    for n in range(8)]
         assert [sender.wait(timeout=60) for sender in senders] == [0] * 8
-    assert len(list((WORK / "in").iterdir())) == 200
+    stored = sorted(path.name for path in (WORK / "in").iterdir())
+    assert len(stored) == 200, stored
     found = {(ds.SOPInstanceUID, ds.InstanceNumber): content(ds) for ds in map(pydicom.dcmread, (WORK / "in").iterdir())}
     assert len(found) == 200
     for ds in map(pydicom.dcmread, files):

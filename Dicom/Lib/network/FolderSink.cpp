@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 namespace {
 
@@ -59,12 +61,25 @@ bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t 
 
 enum class Content { Same, Other, Unreadable };
 
-/// Has both files open no longer than it takes: Windows neither renames nor removes open ones.
+/// Windows refuses to open a file that another process is renaming at this moment; a second at most is waited for it.
+bool OpenPatiently(platform::InputFile& file, const std::string& path) {
+    constexpr int kTries = 50;
+    for (int i = 0; i < kTries; ++i) {
+        if (file.Open(path.c_str())) return true;
+        if (errno == ENOENT) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+/// Has both files open no longer than it takes: Windows neither renames nor removes open ones. One that cannot be opened
+/// for any reason but its absence is unreadable: the same content must not be stored a second time.
 Content CompareDataSets(const std::string& older, const std::string& file, std::size_t head) {
     platform::InputFile a;
     platform::InputFile b;
-    const bool canCompare = a.Open(older.c_str()) && b.Open(file.c_str());
-    if (canCompare && HasSameDataSet(a, b, head)) return Content::Same;
+    if (!OpenPatiently(a, older)) return errno == ENOENT ? Content::Other : Content::Unreadable;
+    if (!OpenPatiently(b, file)) return Content::Unreadable;
+    if (HasSameDataSet(a, b, head)) return Content::Same;
     return a.HasFailed() || b.HasFailed() ? Content::Unreadable : Content::Other;
 }
 
