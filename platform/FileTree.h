@@ -24,4 +24,7 @@ using LinkFunction = int (*)(const char* newName, const char* existing, void* at
 /// The system's function for that, looked up when the program runs; null where the system has none.
 LinkFunction FindHardLink();
 
+/// Whether a name can be removed while a program has its file open; else a second name of an open file stays.
+bool RemovesOpenFiles();
+
 }  // namespace platform

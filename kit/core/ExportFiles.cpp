@@ -5,6 +5,7 @@
 #include "Paths.h"
 
 #include "export/CFileWriter.h"
+#include "platform/FileTree.h"
 #include "platform/ReplacingFile.h"
 
 #include <algorithm>
@@ -61,8 +62,10 @@ public:
             if (!aside.Reserve(name)) continue;
             const std::string other = aside.GetUnfinished();
             aside.Discard();
-            fs::create_hard_link(PathFromText(name), PathFromText(other), error);
-            if (error) fs::copy_file(PathFromText(name), PathFromText(other), error);
+            // A second name costs nothing, but one of a file that is in use could not be removed everywhere.
+            const bool canLink = platform::RemovesOpenFiles();
+            if (canLink) fs::create_hard_link(PathFromText(name), PathFromText(other), error);
+            if (error || !canLink) fs::copy_file(PathFromText(name), PathFromText(other), error);
             if (!error) m_Kept.emplace_back(name, other);
         }
     }

@@ -189,9 +189,9 @@ void ReadDose(const DICOMDataObject& dataSet, FramePlace& place) {
 /// What real values are measured in: "US" is a type that says nothing.
 std::string ReadUnit(const Frame& frame, const DICOMDataObject& dataSet, bool isRescaled) {
     const std::string modality = FindText(dataSet, tags::Modality);
-    const std::string ofPet = FindText(dataSet, kUnits);
+    std::string ofPet = FindText(dataSet, kUnits);
     if (modality == "PT" && !ofPet.empty()) return ofPet;
-    const std::string type = frame.Text({kPixelValueTransformation, tags::RescaleType});
+    std::string type = frame.Text({kPixelValueTransformation, tags::RescaleType});
     if (isRescaled && !type.empty() && type != "US") return type;
     return isRescaled && modality == "CT" && type.empty() ? "HU" : "";
 }

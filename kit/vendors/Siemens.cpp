@@ -52,8 +52,10 @@ std::vector<Vector3> PlaceTiles(const DICOMObject& dataSet, const CsaHeader& csa
     if (!(distance > 0)) return {};
     const int rows = FindInteger(dataSet, tags::Rows, 0);
     const int columns = FindInteger(dataSet, tags::Columns, 0);
-    const double right = (columns - columns / tiles.columns) / 2.0 * spacing[1];
-    const double down = (rows - rows / tiles.rows) / 2.0 * spacing[0];
+    const int tileRows = rows / tiles.rows;
+    const int tileColumns = columns / tiles.columns;
+    const double right = (columns - tileColumns) / 2.0 * spacing[1];
+    const double down = (rows - tileRows) / 2.0 * spacing[0];
     Vector3 normal = Cross(o);
     // Slices may run against the normal of their axes.
     const std::vector<double> told = csa.Numbers("SliceNormalVector");

@@ -46,4 +46,8 @@ LinkFunction FindHardLink() {
     return HardLink;
 }
 
+bool RemovesOpenFiles() {
+    return true;
+}
+
 }  // namespace platform

@@ -63,4 +63,8 @@ LinkFunction FindHardLink() {
     return SystemHardLink() != nullptr ? HardLink : nullptr;
 }
 
+bool RemovesOpenFiles() {
+    return false;
+}
+
 }  // namespace platform
