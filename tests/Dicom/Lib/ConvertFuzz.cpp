@@ -2,6 +2,8 @@
 // codecs make must decode to the same.
 #include "DataSetBytes.h"
 
+#include <Korvane/platform/DynamicModule.h>
+
 #include <cstdlib>
 #include <filesystem>
 
