@@ -52,7 +52,7 @@ py::object ValueOf(const Elements& self, const std::string& path) {
         for (const double value : self.set->Reals(way)) values.append(value);
         return OneOrAll(values);
     }
-    if (type.front() == 'O' || type == "UN") {
+    if (type.empty() || type.front() == 'O' || type == "UN") {
         const auto bytes = self.set->Bytes(way);
         return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     }

@@ -48,6 +48,10 @@ py::array ArrayOf(const py::object& self) {
 
 // Maps (column, row, plane, 1) to patient millimetres, LPS. Exact for even stacks, tilted ones too; others have no affine.
 Affine AffineOf(const Volume& volume) {
+    if (!volume.HasSpacing() || !volume.HasPositions()) {
+        throw korvane::Error(korvane::ErrorKind::Irregular,
+                             "the files do not say where the voxels lie, so that there is no affine");
+    }
     const auto& positions = volume.GetPositions();
     const Volume::Vector spacing = volume.GetSpacing(), row = volume.GetRowDirection(),
                          column = volume.GetColumnDirection(), normal = volume.GetNormal();
@@ -240,7 +244,8 @@ the head) or RAS, by name. Planes are in the order of `positions`.)");
         .def_property_readonly("times", &Volume::GetTimeKeys, "What each time is.")
         .def_property_readonly(
             "affine_lps", [](const Volume& self) { return ToArray(AffineOf(self), false); },
-            "4 x 4, from (column, row, plane) to LPS; raises Irregular for uneven planes.")
+            "4 x 4, from (column, row, plane) to LPS; raises Irregular for uneven planes, and where nothing tells "
+            "places.")
         .def_property_readonly(
             "affine_ras", [](const Volume& self) { return ToArray(AffineOf(self), true); },
             "The same to RAS, as NiBabel has it.")

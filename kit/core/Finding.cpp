@@ -50,6 +50,7 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::FramesAreTimes: return "frames are times";
     case FindingKind::FrameOffsetsWrong: return "frame offsets wrong";
     case FindingKind::OrderedByTime: return "ordered by time";
+    case FindingKind::TilesUnread: return "tiles unread";
     case FindingKind::NotApplied: return "not applied";
     case FindingKind::OddPalette: return "odd palette";
     case FindingKind::SpacingCalibrated: return "spacing calibrated";

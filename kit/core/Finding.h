@@ -58,6 +58,7 @@ enum class FindingKind {
     FramesAreTimes,     ///< frames without positions follow each other in time: volumes of one slice; `count`
     FrameOffsetsWrong,  ///< a Grid Frame Offset Vector that is neither relative nor absolute; `files`
     OrderedByTime,      ///< images at one position are told apart by the order of their times; `count` volumes
+    TilesUnread,        ///< an image says that it is a mosaic, and nothing tells its tiles: one slice; `files`
     NotApplied,         ///< what a data set asks of its pictures, and they do not show; `files`
     OddPalette,         ///< a palette that contradicts its descriptor; `files`
     SpacingCalibrated,  ///< Pixel Spacing holds at one depth alone, or comes from elsewhere; `lengths` between rows, columns

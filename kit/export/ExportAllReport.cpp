@@ -1,6 +1,6 @@
 #include "ExportAll.h"
 
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 
 #include <Korvane/Version.h>
 
@@ -17,27 +17,22 @@ using Status = ExportedSeries::Status;
 
 constexpr int kVersion = 1;
 
-/// Texts may be any bytes: what is not UTF-8 is escaped.
-std::string Text(const std::string& text) {
-    return TextDecoder("ISO_IR 192").ToUtf8(text);
-}
-
 Json JsonOf(const ExportedSeries& series) {
     Json json;
     json["row"] = series.row;
     json["seriesNumber"] = series.number;
-    json["uid"] = Text(series.uid);
-    json["description"] = Text(series.description);
-    json["firstFile"] = Text(series.firstFile);
+    json["uid"] = JsonText(series.uid);
+    json["description"] = JsonText(series.description);
+    json["firstFile"] = JsonText(series.firstFile);
     json["images"] = series.images;
-    json["name"] = Text(series.name);
+    json["name"] = JsonText(series.name);
     json["status"] = WordOf(series.status);
-    if (!series.why.empty()) json["why"] = Text(series.why);
+    if (!series.why.empty()) json["why"] = JsonText(series.why);
     json["outputs"] = Json::array();
     for (const ExportOutput& output : series.outputs) {
         char crc[16];
         std::snprintf(crc, sizeof crc, "%08x", static_cast<unsigned>(output.crc));
-        json["outputs"].push_back(Json{{"file", Text(output.name)}, {"size", output.size}, {"crc32", crc}});
+        json["outputs"].push_back(Json{{"file", JsonText(output.name)}, {"size", output.size}, {"crc32", crc}});
     }
     if (series.report.hasSeries) json["report"] = Json::parse(ToJson(series.report));
     return json;
@@ -103,13 +98,13 @@ std::string ToJson(const ExportAllReport& report) {
     json["program"] = "korvane " KORVANE_VERSION;
     json["status"] = report.stopped ? "stopped" : (report.IsWhole() ? "done" : "failed");
     json["format"] = report.format;
-    json["destination"] = Text(report.destination);
+    json["destination"] = JsonText(report.destination);
     json["written"] = report.Count(Status::Written);
     json["refused"] = report.Count(Status::Refused);
     json["whole"] = report.Count(Status::Whole);
     json["noImage"] = report.Count(Status::NoImage);
     json["unreadable"] = Json::array();
-    for (const std::string& line : report.unreadable) json["unreadable"].push_back(Text(line));
+    for (const std::string& line : report.unreadable) json["unreadable"].push_back(JsonText(line));
     json["series"] = Json::array();
     for (const ExportedSeries& series : report.series) json["series"].push_back(JsonOf(series));
     return json.dump(1) + "\n";

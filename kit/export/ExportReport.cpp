@@ -1,6 +1,6 @@
 #include "ExportReport.h"
 
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 #include "../study/FindingJson.h"
 #include "../study/SeriesVolume.h"
 #include "../study/SeriesWarnings.h"
@@ -24,17 +24,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int kVersion = 1;
-
-/// Texts may be any bytes: what is not UTF-8 is escaped.
-std::string Text(const std::string& text) {
-    return TextDecoder("ISO_IR 192").ToUtf8(text);
-}
-
-Json Texts(const std::vector<std::string>& texts) {
-    Json array = Json::array();
-    for (const std::string& text : texts) array.push_back(Text(text));
-    return array;
-}
 
 /// Slices and files that no part has.
 std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
@@ -93,7 +82,7 @@ void AddGeometry(ExportedVolume& entry, const SeriesVolume& series, CDicomVolume
 Json JsonOf(const ExportedVolume& volume) {
     Json json;
     if (!volume.what.empty()) json["what"] = volume.what;
-    json["inputs"] = Texts(volume.inputs);
+    json["inputs"] = JsonTexts(volume.inputs);
     json["size"] = volume.size;
     if (volume.times > 1) json["times"] = volume.times;
     json["spacing"] = volume.spacing;
@@ -106,28 +95,29 @@ Json JsonOf(const ExportedVolume& volume) {
                           {"inFile", volume.values.formula},
                           {"scale", volume.values.scale},
                           {"shift", volume.values.shift},
-                          {"remarks", Texts(volume.values.remarks)}};
+                          {"remarks", JsonTexts(volume.values.remarks)}};
     if (volume.filled > 0) json["filled"] = Json{{"voxels", volume.filled}, {"value", volume.fill}};
     json["outputs"] = Json::array();
     for (const ExportOutput& output : volume.outputs) {
         char crc[16];
         std::snprintf(crc, sizeof crc, "%08x", static_cast<unsigned>(output.crc));
-        json["outputs"].push_back(Json{{"file", Text(output.name)}, {"size", output.size}, {"crc32", crc}});
+        json["outputs"].push_back(Json{{"file", JsonText(output.name)}, {"size", output.size}, {"crc32", crc}});
     }
     return json;
 }
 
 void AddSeriesJson(Json& json, const ExportReport& report) {
-    json["irregular"]["found"] = Texts(report.found);
+    json["irregular"]["found"] = JsonTexts(report.found);
     json["irregular"]["done"] = report.done;
-    json["series"] =
-        Json{{"uid", Text(report.uid)}, {"modality", Text(report.modality)}, {"description", Text(report.description)}};
-    json["warnings"] = Texts(report.warnings);
+    json["series"] = Json{{"uid", JsonText(report.uid)},
+                          {"modality", JsonText(report.modality)},
+                          {"description", JsonText(report.description)}};
+    json["warnings"] = JsonTexts(report.warnings);
     json["findings"] = Json::array();
     for (const Finding& finding : report.findings) json["findings"].push_back(JsonOf(finding));
     json["leftOut"] = Json::array();
     for (const ExportReport::LeftOut& file : report.leftOut) {
-        json["leftOut"].push_back(Json{{"file", Text(file.file)}, {"why", Text(file.why)}});
+        json["leftOut"].push_back(Json{{"file", JsonText(file.file)}, {"why", JsonText(file.why)}});
     }
     json["volumes"] = Json::array();
     for (const ExportedVolume& volume : report.volumes) json["volumes"].push_back(JsonOf(volume));
@@ -189,10 +179,10 @@ std::string ToJson(const ExportReport& report) {
     json["program"] = "korvane " KORVANE_VERSION;
     json["status"] = WordOf(report.status);
     json["format"] = report.format;
-    json["destination"] = Text(report.destination);
+    json["destination"] = JsonText(report.destination);
     json["irregular"]["policy"] = WordOf(report.policy);
     if (report.hasSeries) AddSeriesJson(json, report);
-    if (!report.error.empty()) json["error"] = Text(report.error);
+    if (!report.error.empty()) json["error"] = JsonText(report.error);
     return json.dump(1) + "\n";
 }
 

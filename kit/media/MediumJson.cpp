@@ -1,5 +1,5 @@
 // Reports on media as JSON.
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 #include "Medium.h"
 
 #include <nlohmann/json.hpp>
@@ -10,13 +10,9 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string Text(const std::string& text) {
-    return TextDecoder("ISO_IR 192").ToUtf8(text);
-}
-
 Json FilesJson(const std::vector<MediumReport::LeftOut>& files) {
     Json array = Json::array();
-    for (const auto& file : files) array.push_back({{"path", Text(file.path)}, {"why", Text(file.why)}});
+    for (const auto& file : files) array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
     return array;
 }
 
@@ -24,13 +20,12 @@ Json ContentsJson(const MediumContents& contents) {
     Json json;
     json["schema"] = "korvane.media";
     json["version"] = 1;
-    json["root"] = Text(contents.root);
+    json["root"] = JsonText(contents.root);
     json["patients"] = contents.patients;
     json["studies"] = contents.studies;
     json["series"] = contents.series;
     json["files"] = contents.files;
-    json["problems"] = Json::array();
-    for (const std::string& problem : contents.problems) json["problems"].push_back(Text(problem));
+    json["problems"] = JsonTexts(contents.problems);
     return json;
 }
 

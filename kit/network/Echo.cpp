@@ -1,7 +1,7 @@
 #include "Echo.h"
 
 #include "../core/Error.h"
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 #include "PeerConnection.h"
 
 #include <chrono>
@@ -30,15 +30,14 @@ EchoReport Echo(const Peer& peer, const EchoOptions& options) {
 }
 
 std::string ToJson(const EchoReport& report) {
-    const TextDecoder decoder("ISO_IR 192");
     nlohmann::ordered_json json;
     json["schema"] = "korvane.echo";
     json["version"] = 1;
-    json["host"] = decoder.ToUtf8(report.peer.host);
-    json["port"] = decoder.ToUtf8(report.peer.port);
+    json["host"] = JsonText(report.peer.host);
+    json["port"] = JsonText(report.peer.port);
     json["calling"] = report.peer.ownTitle;
     json["called"] = report.peer.peerTitle;
-    json["implementation"] = decoder.ToUtf8(report.implementation);
+    json["implementation"] = JsonText(report.implementation);
     json["milliseconds"] = report.milliseconds;
     return json.dump(2);
 }

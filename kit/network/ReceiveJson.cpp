@@ -1,5 +1,5 @@
 // The receiver's events as JSON.
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 #include "Receive.h"
 
 #include <nlohmann/json.hpp>
@@ -9,10 +9,6 @@ namespace korvane {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-std::string Text(const std::string& text) {
-    return TextDecoder("ISO_IR 192").ToUtf8(text);
-}
 
 std::string Line(const char* event, const Json& members) {
     Json json = {{"schema", "korvane.receive"}, {"version", 1}, {"event", event}};
@@ -27,22 +23,22 @@ std::string ListeningJson(std::uint16_t port) {
 }
 
 std::string ToJson(const ReceivedFile& file) {
-    Json members = {{"path", Text(file.path)},
-                    {"sopClass", Text(file.sopClass)},
-                    {"sopInstance", Text(file.sopInstance)},
-                    {"transferSyntax", Text(file.transferSyntax)},
-                    {"calling", Text(file.caller)},
+    Json members = {{"path", JsonText(file.path)},
+                    {"sopClass", JsonText(file.sopClass)},
+                    {"sopInstance", JsonText(file.sopInstance)},
+                    {"transferSyntax", JsonText(file.transferSyntax)},
+                    {"calling", JsonText(file.caller)},
                     {"status", file.status},
-                    {"why", Text(file.why)}};
-    if (!file.remark.empty()) members["remark"] = Text(file.remark);
+                    {"why", JsonText(file.why)}};
+    if (!file.remark.empty()) members["remark"] = JsonText(file.remark);
     return Line("file", members);
 }
 
 std::string ToJson(const ReceivedAssociation& association) {
     return Line("association", {{"address", association.address},
-                                {"calling", Text(association.caller)},
+                                {"calling", JsonText(association.caller)},
                                 {"released", association.released},
-                                {"error", Text(association.error)},
+                                {"error", JsonText(association.error)},
                                 {"stored", association.stored},
                                 {"refused", association.refused}});
 }

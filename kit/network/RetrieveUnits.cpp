@@ -1,7 +1,7 @@
 #include "RetrieveUnits.h"
 
 #include "../core/Error.h"
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 
 #include <algorithm>
 #include <map>
@@ -141,10 +141,9 @@ std::string ToJson(const RetrieveReport& report) {
         for (const char* const member : {"schema", "version", "event"}) object.erase(member);
         json["files"].push_back(object);
     }
-    const TextDecoder decoder("ISO_IR 192");
     json["failures"] = nlohmann::ordered_json::array();
     for (const auto& failure : report.failures) {
-        json["failures"].push_back({{"what", decoder.ToUtf8(failure.what)}, {"why", decoder.ToUtf8(failure.why)}});
+        json["failures"].push_back({{"what", JsonText(failure.what)}, {"why", JsonText(failure.why)}});
     }
     return json.dump(2);
 }

@@ -1,8 +1,8 @@
 #include "Send.h"
 
 #include "../core/Error.h"
+#include "../core/JsonText.h"
 #include "../core/Paths.h"
-#include "../core/TextEncoding.h"
 #include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
 #include "../dataset/DataSetOutput.h"
@@ -164,10 +164,9 @@ private:
 };
 
 nlohmann::ordered_json FilesJson(const std::vector<SendReport::File>& files) {
-    const TextDecoder decoder("ISO_IR 192");
     auto array = nlohmann::ordered_json::array();
     for (const auto& file : files) {
-        array.push_back({{"path", decoder.ToUtf8(file.path)}, {"why", decoder.ToUtf8(file.why)}});
+        array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
         if (file.status != 0) array.back()["status"] = file.status;
     }
     return array;

@@ -56,6 +56,7 @@ struct ImageHeader {
     int frames = 1;       ///< Number of Frames, at least 1: a claim, see `FramesPresent`
     int tileColumns = 1;  ///< of an image whose frames are tiles: how many lie in a row
     int tileRows = 1;
+    bool tilesUnread = false;        ///< it says that it has tiles, and not which: one slice
     bool framesPlaced = false;       ///< `places` has one for each frame, else one for the whole file
     bool framesAreTimes = false;     ///< all at one place, which may not be known
     bool offsetsWrong = false;       ///< frame offsets (3004,000C) that place no frames

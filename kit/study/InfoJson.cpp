@@ -1,6 +1,6 @@
 #include "Find.h"
 
-#include "../core/TextEncoding.h"
+#include "../core/JsonText.h"
 #include "FindingJson.h"
 #include "FoundFiles.h"
 #include "SeriesText.h"
@@ -18,18 +18,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr int kVersion = 1;
 
-/// Texts may be any bytes: what is not UTF-8 is escaped.
-std::string Text(const std::string& text) {
-    return TextDecoder("ISO_IR 192").ToUtf8(text);
-}
-
-template <class Range>
-Json Texts(const Range& texts) {
-    Json array = Json::array();
-    for (const std::string& text : texts) array.push_back(Text(text));
-    return array;
-}
-
 Json Pixels(const PixelForm& form) {
     Json json;
     json["signed"] = form.isSigned;
@@ -37,7 +25,7 @@ Json Pixels(const PixelForm& form) {
     json["bitsAllocated"] = form.allocated;
     json["bitsStored"] = form.stored;
     json["samples"] = form.samples;
-    json["photometric"] = Text(form.photometric);
+    json["photometric"] = JsonText(form.photometric);
     return json;
 }
 
@@ -76,9 +64,9 @@ void AddValues(const FoundFiles& found, const FoundSeries& series, Json& json) {
     const ImageHeader& header = found.FirstFile(series);
     Json values;
     const std::string& unit = found.PlaceOf(series.slices.front()).unit;
-    if (!unit.empty()) values["unit"] = Text(unit);
-    if (!header.corrected.empty()) values["corrected"] = Text(header.corrected);
-    if (!header.decayCorrection.empty()) values["decayCorrection"] = Text(header.decayCorrection);
+    if (!unit.empty()) values["unit"] = JsonText(unit);
+    if (!header.corrected.empty()) values["corrected"] = JsonText(header.corrected);
+    if (!header.decayCorrection.empty()) values["decayCorrection"] = JsonText(header.decayCorrection);
     if (!values.is_null()) json["values"] = std::move(values);
 }
 
@@ -89,17 +77,17 @@ Json OneSeries(const Series& of) {
     const ImageHeader& first = found.FirstFile(series);
     Json json;
     json["number"] = index + 1;
-    json["uid"] = Text(first.seriesUid);
-    json["modality"] = Text(first.modality);
-    json["description"] = Text(first.description);
+    json["uid"] = JsonText(first.seriesUid);
+    json["modality"] = JsonText(first.modality);
+    json["description"] = JsonText(first.description);
     json["seriesNumber"] = of.GetNumber();
-    json["protocol"] = Text(of.GetProtocol());
-    json["patient"] = Json{{"name", Text(of.GetPatientName())}, {"id", Text(of.GetPatientId())}};
-    json["study"] = Json{{"uid", Text(of.GetStudyUid())},
-                         {"date", Text(of.GetStudyDate())},
-                         {"description", Text(of.GetStudyDescription())}};
+    json["protocol"] = JsonText(of.GetProtocol());
+    json["patient"] = Json{{"name", JsonText(of.GetPatientName())}, {"id", JsonText(of.GetPatientId())}};
+    json["study"] = Json{{"uid", JsonText(of.GetStudyUid())},
+                         {"date", JsonText(of.GetStudyDate())},
+                         {"description", JsonText(of.GetStudyDescription())}};
     if (!of.GetEchoNumbers().empty()) json["echoNumbers"] = of.GetEchoNumbers();
-    json["sopClass"] = Text(first.sopClass);
+    json["sopClass"] = JsonText(first.sopClass);
     json["slices"] = CountImages(found, series);
     if (first.form.kind != PixelForm::Kind::None) {
         json["columns"] = first.form.columns;
@@ -114,16 +102,16 @@ Json OneSeries(const Series& of) {
         syntaxes.insert(found.files[slice.file].transferSyntax);
         files.insert(found.files[slice.file].path);
     }
-    json["transferSyntaxes"] = Texts(syntaxes);
+    json["transferSyntaxes"] = JsonTexts(syntaxes);
     Json warnings = Json::array();
     Json findings = Json::array();
     for (const Finding& finding : series.findings) {
-        warnings.push_back(Text(finding.text));
+        warnings.push_back(JsonText(finding.text));
         findings.push_back(JsonOf(finding));
     }
     json["warnings"] = std::move(warnings);
     json["findings"] = std::move(findings);
-    json["files"] = Texts(files);
+    json["files"] = JsonTexts(files);
     return json;
 }
 
@@ -138,7 +126,7 @@ std::string ToJson(const Found& found) {
     json["ignored"] = files.ignored;
     json["copies"] = files.copies;
     Json& unreadable = json["unreadable"] = Json::array();
-    for (const Finding& failure : files.unreadable) unreadable.push_back(Text(failure.text));
+    for (const Finding& failure : files.unreadable) unreadable.push_back(JsonText(failure.text));
     Json& series = json["series"] = Json::array();
     for (std::size_t i = 0; i < files.series.size(); ++i) series.push_back(OneSeries(found.GetSeries()[i]));
     return json.dump(1) + '\n';

@@ -106,6 +106,11 @@ private:
                      return !header.encapsulated && header.frames > 1 &&
                             header.FramesPresent() < static_cast<std::uint64_t>(header.frames);
                  });
+        AddFiles(
+            FindingKind::TilesUnread,
+            "the image is a mosaic, and no element of its maker tells its tiles: taken as one slice, whose position "
+            "is that of none of them",
+            [](const ImageHeader& header) { return header.tilesUnread; });
         AddFiles(FindingKind::FramesUnplaced, "frames without positions, taken in stored order",
                  [](const ImageHeader& header) {
                      return header.frames > 1 && !header.framesAreTimes &&

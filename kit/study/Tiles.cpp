@@ -14,6 +14,7 @@ void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
     const TileFacts tiles = ReadTiles(dataSet);
     if (tiles.count == 0 || form.columns < tiles.columns || form.rows < tiles.rows ||
         form.columns % tiles.columns != 0 || form.rows % tiles.rows != 0) {
+        header.tilesUnread = FindText(dataSet, tags::ImageType).find("MOSAIC") != std::string::npos;
         return;
     }
     form.columns /= tiles.columns;

@@ -43,9 +43,7 @@ struct AcquisitionFacts {
     double bandwidthPerPixelPhase = 0;     ///< Hz; 0: not told
     double echoSpacing = 0;                ///< between acquired lines; 0: not told
     double inPlaneAcceleration = 0;        ///< 0: not told
-    int multiband = 0;                     ///< slices at once; 0: not told
     double scaleSlope = 0;                 ///< Philips: stored values over this are the scanner's own; 0: not told
-    std::string coil{};
 };
 
 /// Of the data set, by whichever maker's blocks it has.

@@ -89,6 +89,21 @@ class Module(unittest.TestCase):
         with self.assertRaisesRegex(korvane.Irregular, "positions"):
             print(volume.affine_ras)
 
+    def test_what_files_do_not_tell_is_not_made_up(self):
+        folder = self.folder / "bare"
+        folder.mkdir()
+        for number, path in enumerate(korvane.find(self.folder / "ct")[0].files):
+            ds = korvane.read(path)
+            del ds["PixelSpacing"]
+            ds.ImageType = "ORIGINAL\\PRIMARY\\M\\MOSAIC"
+            ds.save(folder / f"{number}.dcm")
+        series = korvane.find(folder).only()
+        kinds = [finding.kind for finding in series.findings]
+        self.assertIn("tiles unread", kinds)
+        self.assertIn("spacing unknown", kinds)
+        with self.assertRaisesRegex(korvane.Irregular, "where the voxels lie"):
+            print(series.load().affine_lps)
+
     def test_pictures(self):
         volume = self.load()
         picture = volume.slice("sagittal", window=(40, 400), pixel_size=2)
