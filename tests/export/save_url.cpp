@@ -6,10 +6,10 @@
 //     save_url writer HOST               what a writer does besides
 //     save_url threads HOST COUNT        so many threads at once, each with a session and exporters of its own; thread k
 //                                        saves a volume of Analyze to sub/k on the server and to local\k
+#include "Latch.h"
 #include "export/ExportFixture.h"
 
 #include <cstdio>
-#include <latch>
 #include <thread>
 
 namespace {
@@ -53,7 +53,7 @@ void Write(const char* host) {
 }
 
 void SaveAtOnce(const std::string& host, int count) {
-    std::latch start(count);
+    Latch start(count);
     std::vector<std::thread> threads;
     for (int k = 0; k < count; ++k) {
         threads.emplace_back([&, k] {
@@ -62,7 +62,7 @@ void SaveAtOnce(const std::string& host, int count) {
             CAnalyzeVolume remote, local;
             remote = series;
             local = series;
-            start.arrive_and_wait();
+            start.ArriveAndWait();
             CFTPSend sender;
             sender.Connect(host.c_str(), "me", "s3cret");
             const std::string refusal = ThrownText([&] { sender.ChDir("missing"); });

@@ -1,9 +1,10 @@
 // Work that several threads do at the same time.
 #pragma once
 
+#include "Latch.h"
+
 #include <exception>
 #include <functional>
-#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,11 +15,11 @@ inline constexpr int kThreads = 4;
 /// before: what is made at the first use is made by all of them.
 inline std::vector<std::string> AtOnce(const std::function<std::string(int)>& work) {
     std::vector<std::string> results(kThreads);
-    std::latch start(kThreads);
+    Latch start(kThreads);
     std::vector<std::thread> threads;
     for (int number = 0; number < kThreads; ++number) {
         threads.emplace_back([&, number] {
-            start.arrive_and_wait();
+            start.ArriveAndWait();
             try {
                 results[static_cast<std::size_t>(number)] = work(number);
             } catch (const std::exception& failure) {

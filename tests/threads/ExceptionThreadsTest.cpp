@@ -44,12 +44,12 @@ std::set<std::string> BufferTexts() {
 
 TEST(ExceptionThreads, EachHasTextsOfItsOwn) {
     DimException main("main");  // keeps the module's buffers: the threads get others
-    std::latch thrown(kThreads + 1), read(1);
+    Latch thrown(kThreads + 1), read(1);
     std::set<std::string> texts;
     std::thread reader([&] {
-        thrown.arrive_and_wait();
+        thrown.ArriveAndWait();
         if (kReadsMemory) texts = BufferTexts();
-        read.count_down();
+        read.CountDown();
     });
     const auto caught = AtOnce([&](int number) {
         const std::string name(1, static_cast<char>('0' + number));
@@ -64,8 +64,8 @@ TEST(ExceptionThreads, EachHasTextsOfItsOwn) {
                 ++count;
             }
         }
-        thrown.arrive_and_wait();
-        read.wait();
+        thrown.ArriveAndWait();
+        read.Wait();
         return std::to_string(count);
     });
     reader.join();
