@@ -2,6 +2,8 @@
 
 #include "Dicom/Lib/dataset/ValueText.h"
 
+#include <algorithm>
+
 int DcmDictionary::Build(const DcmDictionaryRow* rows, std::size_t count) {
     Clear();
     m_Keys.reserve(count);
@@ -20,28 +22,10 @@ int DcmDictionary::Build(const DcmDictionaryRow* rows, std::size_t count) {
 }
 
 std::ptrdiff_t DcmDictionary::Find(std::uint16_t group, std::uint16_t element) const {
-    const auto count = static_cast<std::ptrdiff_t>(m_Keys.size());
-    if (count == 0) return -1;
-    const std::uint32_t target = (static_cast<std::uint32_t>(group) << 16) | element;
-    const auto keyAt = [this](std::ptrdiff_t index) { return m_Keys[static_cast<std::size_t>(index)]; };
     // Keys compare as unsigned numbers here, unlike in a data set's tree.
-    std::ptrdiff_t probe = count / 2;
-    std::ptrdiff_t step = count / 2 - 1;
-    while (keyAt(probe) != target && step > 0) {
-        probe += keyAt(probe) < target ? step : -step;
-        if (probe >= count) {
-            probe = count - 1;
-            break;
-        }
-        if (probe < 1) {
-            probe = 0;
-            break;
-        }
-        step /= 2;
-    }
-    while (probe + 1 < count && keyAt(probe) < target) ++probe;
-    while (probe > 0 && keyAt(probe) > target) --probe;
-    return keyAt(probe) == target ? probe : -1;
+    const std::uint32_t target = (static_cast<std::uint32_t>(group) << 16) | element;
+    const auto found = std::lower_bound(m_Keys.begin(), m_Keys.end(), target);
+    return found != m_Keys.end() && *found == target ? found - m_Keys.begin() : -1;
 }
 
 std::uint16_t DcmDictionary::LookupTypeCode(std::uint16_t group, std::uint16_t element, std::string* name) const {

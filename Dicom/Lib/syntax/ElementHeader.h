@@ -43,23 +43,16 @@ public:
 
     /// The header that begins there; all of its `GetSize` bytes must be there.
     ElementHeader Decode(const unsigned char* begin) const {
-        ElementHeader header = DecodeUntyped(begin);
-        if (!IsTyped(header.group)) return header;
-        header.type = LoadType(begin);
-        if (HasLongLength(header.type)) {
-            header.size = kLongest;
-            header.length = Load<std::uint32_t>(begin + 8);
-        } else {
-            header.length = Load<std::uint16_t>(begin + 6);
-        }
+        ElementHeader header;
+        DecodeShortest(begin, header);
+        if (header.size == kLongest) header.length = Load<std::uint32_t>(begin + kShortest);
         return header;
     }
 
     /// The same, taken as one that does not name its type, whatever it looks like.
     ElementHeader DecodeUntyped(const unsigned char* begin) const {
         ElementHeader header;
-        header.group = Load<std::uint16_t>(begin);
-        header.element = Load<std::uint16_t>(begin + 2);
+        DecodeTag(begin, header);
         header.size = kShortest;
         header.length = Load<std::uint32_t>(begin + 4);
         return header;
@@ -69,14 +62,32 @@ public:
     bool Read(Buffer& buffer, ElementHeader& header) const {
         const unsigned char* begin = buffer.Peek(kShortest);  // no more than that may ever come
         if (begin == nullptr) return false;
-        if (GetSize(begin) == kLongest && (begin = buffer.Peek(kLongest)) == nullptr) return false;
-        header = Decode(begin);
+        DecodeShortest(begin, header);
+        if (header.size == kLongest) {
+            if ((begin = buffer.Peek(kLongest)) == nullptr) return false;
+            header.length = Load<std::uint32_t>(begin + kShortest);
+        }
         return buffer.Skip(header.size);
     }
 
 private:
     bool IsTyped(std::uint16_t group) const {
         return m_bExplicit ? group != ElementHeader::kDelimiters : group == 0x0002;
+    }
+
+    void DecodeTag(const unsigned char* begin, ElementHeader& header) const {
+        header.group = Load<std::uint16_t>(begin);
+        header.element = Load<std::uint16_t>(begin + 2);
+    }
+
+    // All that the first 8 bytes tell: everything but the length of a header of 12. Each member is stored once and alone: a
+    // header that is put together elsewhere and copied costs a tenth of the parse.
+    void DecodeShortest(const unsigned char* begin, ElementHeader& header) const {
+        DecodeTag(begin, header);
+        const bool isTyped = IsTyped(header.group);
+        header.type = isTyped ? LoadType(begin) : std::uint16_t{0};
+        header.size = isTyped && HasLongLength(header.type) ? kLongest : kShortest;
+        header.length = isTyped ? Load<std::uint16_t>(begin + 6) : Load<std::uint32_t>(begin + 4);
     }
 
     // The two letters stand in reading order in either byte order.
