@@ -76,7 +76,9 @@ FORBIDDEN = re.compile(
     r"\bthe spec(ification)?\b|\bspec(ification)?\.md\b|\bParts? [1-8]\.[1-9]\b|\.\./shared/(spec|design|models)"
     r"|/wor" r"k/|/tmp/bri" r"ef|\bdesign\.md\b|\bmodels\.md\b", re.IGNORECASE)
 MAX_LINES = 700
+RAW_TAG = re.compile(r"MakeTag\(0x([0-9A-F]{4}), 0x([0-9A-F]{4})\)")
 TAG_NAME = re.compile(r"\btags::(?!Tag\b|MakeTag\b|ElementOf\b|GroupOf\b)(\w+)")
+DICTIONARY = Path("Dicom/Lib/dictionary/PublicDictionaryTable.generated.inc")
 TAG_NAMES = Path("Dicom/Lib/dictionary/Tags.generated.h")  # made by cmake/make_dictionary.py
 
 
@@ -196,13 +198,17 @@ def check_program():
 
 
 def check_tags(files):
-    """The list of tag names holds those that the sources use, and no others."""
+    """The list of tag names holds those that the sources use, and no others; tags that have a name are called by it."""
+    public = {int(key, 16) for key in re.findall(r"\{0x([0-9A-F]{8}),", (ROOT / DICTIONARY).read_text(encoding="ascii"))}
     listed = set(re.findall(r"constexpr Tag (\w+)", (ROOT / TAG_NAMES).read_text(encoding="ascii")))
     used = {}
     for path in files:
         if is_source(path) and not is_generated(path):
             for number, line in enumerate((ROOT / path).read_text(encoding="utf-8", errors="replace").splitlines(), 1):
                 used.update({name: f"{path}:{number}" for name in TAG_NAME.findall(line)})
+                for group, element in RAW_TAG.findall(line) if room_of(path) not in {"tests", "bench"} else []:
+                    if int(group + element, 16) in public:
+                        yield f"{path}:{number}: ({group},{element}) has a name: tags::Keyword"
     for name in sorted(used.keys() - listed):
         yield f"{used[name]}: tags::{name} is not listed yet; run cmake/make_dictionary.py --tags"
     for name in sorted(listed - used.keys()):

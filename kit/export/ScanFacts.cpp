@@ -18,9 +18,6 @@ constexpr std::size_t kBValue = 12;
 constexpr std::size_t kGradient = 13;
 constexpr std::size_t kTriggerTime = 18;      // milliseconds
 constexpr std::size_t kAcquisitionTime = 19;  // seconds
-
-constexpr Tag kTimingGroup = MakeTag(0x0018, 0x9112);
-constexpr Tag kGeometryGroup = MakeTag(0x0018, 0x9125);
 constexpr double kHalfDay = 43200;
 
 const DICOMObject* GroupsOfFrame(const DICOMDataObject& dataSet, int frame) {
@@ -79,7 +76,8 @@ public:
         m_Facts.header = ReadHeader(first);
         m_Facts.frame = std::max(first.frame, 0);
         m_Facts.acquisition = ReadPrivateAcquisition(*m_Facts.header, GroupsOfFrame(*m_Facts.header, m_Facts.frame));
-        m_Facts.repetitionTime = NumberOf(TextOfScan(m_Facts, kTimingGroup, MakeTag(0x0018, 0x0080))) / 1000;
+        m_Facts.repetitionTime =
+            NumberOf(TextOfScan(m_Facts, tags::MRTimingAndRelatedParametersSequence, tags::RepetitionTime)) / 1000;
         ReadPhase();
         m_Facts.measuredInterval = MeasureInterval();
         m_Facts.sliceTimes = FromEarliest(ReadTimes(), m_Facts.repetitionTime);
@@ -97,7 +95,8 @@ private:
     }
 
     void ReadPhase() {
-        const std::string direction = TextOfScan(m_Facts, kGeometryGroup, MakeTag(0x0018, 0x1312));
+        const std::string direction =
+            TextOfScan(m_Facts, tags::MRFOVGeometrySequence, tags::InPlanePhaseEncodingDirection);
         if (direction.starts_with("COL")) m_Facts.phaseAxis = 1;
         if (direction.starts_with("ROW")) m_Facts.phaseAxis = 0;
         if (m_Facts.phaseAxis < 0) return;
@@ -132,13 +131,15 @@ private:
             return times;
         }
         // Of 3-D acquisitions and of spin echoes the clocks of slices say nothing about each volume.
-        if (!TextOfScan(m_Facts, kTimingGroup, MakeTag(0x0018, 0x0021)).empty() && !IsEchoPlanar()) return {};
+        if (!TextOfScan(m_Facts, tags::MRTimingAndRelatedParametersSequence, tags::SequenceVariant).empty() &&
+            !IsEchoPlanar())
+            return {};
         return IsEchoPlanar() ? ReadClocks() : times;
     }
 
     bool IsEchoPlanar() const {
-        return FindText(*m_Facts.header, MakeTag(0x0018, 0x0020)).starts_with("EP") ||
-               FindText(*m_Facts.header, MakeTag(0x0018, 0x9018)) == "YES";
+        return FindText(*m_Facts.header, tags::ScanningSequence).starts_with("EP") ||
+               FindText(*m_Facts.header, tags::EchoPlanarPulseSequence) == "YES";
     }
 
     /// Of slices with clocks of their own; GE's are in Trigger Time, where the first volume is no steady one.
@@ -193,7 +194,7 @@ private:
 
     void ReadWeightings() {
         DiffusionFacts::Axes axes = DiffusionFacts::Axes::Patient;
-        if (FindElement(*m_Facts.header, MakeTag(0x0018, 0x9087)) == nullptr && !HasFrameGroups(*m_Facts.header)) {
+        if (FindElement(*m_Facts.header, tags::DiffusionBValue) == nullptr && !HasFrameGroups(*m_Facts.header)) {
             axes = ReadPrivateDiffusion(*m_Facts.header).axes;
         }
         AddWeighting(m_Part.slices.front(), axes);

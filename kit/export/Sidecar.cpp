@@ -26,57 +26,48 @@ struct Field {
     Tag group{};  // the functional group where enhanced objects have it
 };
 
-constexpr Tag kModifier = MakeTag(0x0018, 0x9006);
-constexpr Tag kTiming = MakeTag(0x0018, 0x9112);
-constexpr Tag kGeometry = MakeTag(0x0018, 0x9125);
-constexpr Tag kMrModifier = MakeTag(0x0018, 0x9115);
-constexpr Tag kAverages = MakeTag(0x0018, 0x9119);
-constexpr Tag kMeasures = MakeTag(0x0028, 0x9110);
-constexpr Tag kReceiveCoil = MakeTag(0x0018, 0x9042);
-constexpr Tag kEcho = MakeTag(0x0018, 0x9114);
-
 constexpr Field kFields[] = {
-    {"Modality", MakeTag(0x0008, 0x0060)},
-    {"MagneticFieldStrength", MakeTag(0x0018, 0x0087), 1},
-    {"ManufacturersModelName", MakeTag(0x0008, 0x1090)},
-    {"SoftwareVersions", MakeTag(0x0018, 0x1020)},
-    {"BodyPartExamined", MakeTag(0x0018, 0x0015)},
-    {"PatientPosition", MakeTag(0x0018, 0x5100)},
-    {"MRAcquisitionType", MakeTag(0x0018, 0x0023)},
-    {"SeriesDescription", MakeTag(0x0008, 0x103E)},
-    {"ProtocolName", MakeTag(0x0018, 0x1030)},
-    {"ScanningSequence", MakeTag(0x0018, 0x0020)},
-    {"SequenceVariant", MakeTag(0x0018, 0x0021)},
-    {"ScanOptions", MakeTag(0x0018, 0x0022)},
-    {"SequenceName", MakeTag(0x0018, 0x0024)},
-    {"PulseSequenceName", MakeTag(0x0018, 0x9005)},
-    {"SeriesNumber", MakeTag(0x0020, 0x0011), 1},
-    {"AcquisitionNumber", MakeTag(0x0020, 0x0012), 1},
-    {"SliceThickness", MakeTag(0x0018, 0x0050), 1, kMeasures},
-    {"SpacingBetweenSlices", MakeTag(0x0018, 0x0088), 1, kMeasures},
-    {"SAR", MakeTag(0x0018, 0x1316), 1},
-    {"NumberOfAverages", MakeTag(0x0018, 0x0083), 1, kAverages},
-    {"EchoNumber", MakeTag(0x0018, 0x0086), 1},
-    {"EchoTime", MakeTag(0x0018, 0x0081), kMilli},
-    {"EchoTime", MakeTag(0x0018, 0x9082), kMilli, kEcho},
-    {"InversionTime", MakeTag(0x0018, 0x0082), kMilli},
-    {"FlipAngle", MakeTag(0x0018, 0x1314), 1, kTiming},
-    {"EchoTrainLength", MakeTag(0x0018, 0x0091), 1, kTiming},
-    {"PercentPhaseFOV", MakeTag(0x0018, 0x0094), 1, kGeometry},
-    {"PercentSampling", MakeTag(0x0018, 0x0093), 1, kGeometry},
-    {"PhaseEncodingSteps", MakeTag(0x0018, 0x0089), 1},
-    {"PixelBandwidth", MakeTag(0x0018, 0x0095), 1, kModifier},
-    {"ReceiveCoilName", MakeTag(0x0018, 0x1250), 0, kReceiveCoil},
-    {"ParallelAcquisitionTechnique", MakeTag(0x0018, 0x9078), 0, kMrModifier},
-    {"ParallelReductionFactorInPlane", MakeTag(0x0018, 0x9069), 1, kMrModifier},
-    {"ParallelReductionFactorOutOfPlane", MakeTag(0x0018, 0x9155), 1, kMrModifier},
-    {"KVP", MakeTag(0x0018, 0x0060), 1},
-    {"XRayTubeCurrent", MakeTag(0x0018, 0x1151), 1},
-    {"ExposureTime", MakeTag(0x0018, 0x1150), kMilli},
-    {"XRayExposure", MakeTag(0x0018, 0x1152), 1},
-    {"ConvolutionKernel", MakeTag(0x0018, 0x1210)},
-    {"Units", MakeTag(0x0054, 0x1001)},
-    {"AttenuationCorrectionMethod", MakeTag(0x0054, 0x1101)},
+    {"Modality", tags::Modality},
+    {"MagneticFieldStrength", tags::MagneticFieldStrength, 1},
+    {"ManufacturersModelName", tags::ManufacturerModelName},
+    {"SoftwareVersions", tags::SoftwareVersions},
+    {"BodyPartExamined", tags::BodyPartExamined},
+    {"PatientPosition", tags::PatientPosition},
+    {"MRAcquisitionType", tags::MRAcquisitionType},
+    {"SeriesDescription", tags::SeriesDescription},
+    {"ProtocolName", tags::ProtocolName},
+    {"ScanningSequence", tags::ScanningSequence},
+    {"SequenceVariant", tags::SequenceVariant},
+    {"ScanOptions", tags::ScanOptions},
+    {"SequenceName", tags::SequenceName},
+    {"PulseSequenceName", tags::PulseSequenceName},
+    {"SeriesNumber", tags::SeriesNumber, 1},
+    {"AcquisitionNumber", tags::AcquisitionNumber, 1},
+    {"SliceThickness", tags::SliceThickness, 1, tags::PixelMeasuresSequence},
+    {"SpacingBetweenSlices", tags::SpacingBetweenSlices, 1, tags::PixelMeasuresSequence},
+    {"SAR", tags::SAR, 1},
+    {"NumberOfAverages", tags::NumberOfAverages, 1, tags::MRAveragesSequence},
+    {"EchoNumber", tags::EchoNumbers, 1},
+    {"EchoTime", tags::EchoTime, kMilli},
+    {"EchoTime", tags::EffectiveEchoTime, kMilli, tags::MREchoSequence},
+    {"InversionTime", tags::InversionTime, kMilli},
+    {"FlipAngle", tags::FlipAngle, 1, tags::MRTimingAndRelatedParametersSequence},
+    {"EchoTrainLength", tags::EchoTrainLength, 1, tags::MRTimingAndRelatedParametersSequence},
+    {"PercentPhaseFOV", tags::PercentPhaseFieldOfView, 1, tags::MRFOVGeometrySequence},
+    {"PercentSampling", tags::PercentSampling, 1, tags::MRFOVGeometrySequence},
+    {"PhaseEncodingSteps", tags::NumberOfPhaseEncodingSteps, 1},
+    {"PixelBandwidth", tags::PixelBandwidth, 1, tags::MRImagingModifierSequence},
+    {"ReceiveCoilName", tags::ReceiveCoilName, 0, tags::MRReceiveCoilSequence},
+    {"ParallelAcquisitionTechnique", tags::ParallelAcquisitionTechnique, 0, tags::MRModifierSequence},
+    {"ParallelReductionFactorInPlane", tags::ParallelReductionFactorInPlane, 1, tags::MRModifierSequence},
+    {"ParallelReductionFactorOutOfPlane", tags::ParallelReductionFactorOutOfPlane, 1, tags::MRModifierSequence},
+    {"KVP", tags::KVP, 1},
+    {"XRayTubeCurrent", tags::XRayTubeCurrent, 1},
+    {"ExposureTime", tags::ExposureTime, kMilli},
+    {"XRayExposure", tags::Exposure, 1},
+    {"ConvolutionKernel", tags::ConvolutionKernel},
+    {"Units", tags::Units},
+    {"AttenuationCorrectionMethod", tags::AttenuationCorrectionMethod},
 };
 
 /// Numbers as texts say them, without the rounding of a product: 69 milliseconds are 0.069.
@@ -152,14 +143,14 @@ private:
 
     /// Megahertz; some scanners write hertz.
     void AddFrequency() {
-        AddField({"ImagingFrequency", MakeTag(0x0018, 0x0084), 1});
-        AddField({"ImagingFrequency", MakeTag(0x0018, 0x9098), 1, kModifier});
+        AddField({"ImagingFrequency", tags::ImagingFrequency, 1});
+        AddField({"ImagingFrequency", tags::TransmitterFrequency, 1, tags::MRImagingModifierSequence});
         const auto found = m_Json.find("ImagingFrequency");
         if (found != m_Json.end() && found->get<double>() > 1e5) *found = Rounded(found->get<double>() / 1e6);
     }
 
     void AddImageType() {
-        const std::string text = FindText(*m_Facts.header, MakeTag(0x0008, 0x0008));
+        const std::string text = FindText(*m_Facts.header, tags::ImageType);
         if (text.empty()) return;
         Json& words = m_Json["ImageType"] = Json::array();
         for (std::size_t begin = 0; begin <= text.size();) {
@@ -173,10 +164,10 @@ private:
 
     /// Lines that were acquired along the phase axis; 0 where nothing tells.
     double AcquiredLines() const {
-        const VR* const matrix = FindElement(*m_Facts.header, MakeTag(0x0018, 0x1310));
+        const VR* const matrix = FindElement(*m_Facts.header, tags::AcquisitionMatrix);
         const std::vector<double> sizes = matrix != nullptr ? ReadNumbers(*matrix) : std::vector<double>();
         if (sizes.size() == 4) return std::max(sizes[2], sizes[3]);  // rows and columns of phase; one is 0
-        const Field steps{"", MakeTag(0x0018, 0x9231), 1, kGeometry};
+        const Field steps{"", tags::MRAcquisitionPhaseEncodingStepsInPlane, 1, tags::MRFOVGeometrySequence};
         const DICOMObject* const holder = HolderOf(steps);
         const std::vector<double> told =
             holder != nullptr ? ReadNumbers(*FindElement(*holder, steps.element)) : std::vector<double>();
@@ -207,7 +198,7 @@ private:
             m_Json["BandwidthPerPixelPhaseEncode"] = told.bandwidthPerPixelPhase;
             spacing = 1 / (told.bandwidthPerPixelPhase * m_Facts.phaseSize);
         } else if (told.echoSpacing > 0 && lines > 1) {
-            const bool partial = FindText(*m_Facts.header, MakeTag(0x0018, 0x0022)).find("PFF") != std::string::npos;
+            const bool partial = FindText(*m_Facts.header, tags::ScanOptions).find("PFF") != std::string::npos;
             const double step = partial ? 4 : 2;  // lines are acquired in multiples of these
             const double acceleration = std::max(told.inPlaneAcceleration, 1.0);
             const double acquired = std::ceil(lines / acceleration / step) * step;

@@ -143,7 +143,7 @@ void NoteWhatIsLeftOut(const DICOMDataObject& dataSet, const std::string& path, 
     if (FindItem(dataSet, tags::MaskSubtractionSequence) != nullptr) leave("its mask is not subtracted");
     if (FindElement(dataSet, tags::ICCProfile) != nullptr) leave("its colour profile is not applied");
     const bool isGrey = FindText(dataSet, tags::PhotometricInterpretation).starts_with("MONOCHROME");
-    if (isGrey && FindElement(dataSet, MakeTag(0x0028, 0x1101)) != nullptr)
+    if (isGrey && FindElement(dataSet, tags::RedPaletteColorLookupTableDescriptor) != nullptr)
         leave("its supplemental palette is not applied");
     const auto isTable = [&](Tag tag) {
         const DICOMObject* const item = FindItem(dataSet, tag);

@@ -12,34 +12,6 @@ namespace korvane {
 
 namespace {
 
-constexpr Tag kSharedGroups = tags::SharedFunctionalGroupsSequence;
-constexpr Tag kPerFrameGroups = tags::PerFrameFunctionalGroupsSequence;
-constexpr Tag kPixelMeasures = tags::PixelMeasuresSequence;
-constexpr Tag kPlanePosition = tags::PlanePositionSequence;
-constexpr Tag kPlaneOrientation = tags::PlaneOrientationSequence;
-constexpr Tag kPixelValueTransformation = tags::PixelValueTransformationSequence;
-constexpr Tag kFrameWindow = tags::FrameVOILUTSequence;
-
-constexpr Tag kPosition = tags::ImagePositionPatient;
-constexpr Tag kOrientation = tags::ImageOrientationPatient;
-constexpr Tag kPixelSpacing = tags::PixelSpacing;
-constexpr Tag kSliceThickness = tags::SliceThickness;
-constexpr Tag kSliceSpacing = tags::SpacingBetweenSlices;
-constexpr Tag kIntercept = tags::RescaleIntercept;
-constexpr Tag kSlope = tags::RescaleSlope;
-constexpr Tag kWindowCentre = tags::WindowCenter;
-constexpr Tag kWindowWidth = tags::WindowWidth;
-constexpr Tag kGridFrameOffsets = tags::GridFrameOffsetVector;
-constexpr Tag kDoseGridScaling = MakeTag(0x3004, 0x000E);
-constexpr Tag kFrameTime = MakeTag(0x0018, 0x1063);
-constexpr Tag kFrameTimeVector = MakeTag(0x0018, 0x1065);
-constexpr Tag kDoseUnits = MakeTag(0x3004, 0x0002);
-constexpr Tag kUnits = MakeTag(0x0054, 0x1001);
-constexpr Tag kRealWorldMapping = MakeTag(0x0040, 0x9096);
-constexpr Tag kRealWorldSlope = MakeTag(0x0040, 0x9225);
-constexpr Tag kRealWorldIntercept = MakeTag(0x0040, 0x9224);
-constexpr Tag kMeasurementUnits = MakeTag(0x0040, 0x08EA);
-
 // Far more than any volume has; a place takes more memory than the smallest of frames.
 constexpr int kMostFrames = 65535;
 
@@ -52,9 +24,15 @@ struct GroupedElement {
 
 /// The elements of functional groups that a slice of the library's has on its top level.
 constexpr GroupedElement kGrouped[] = {
-    {kPlanePosition, kPosition},         {kPlaneOrientation, kOrientation}, {kPixelMeasures, kPixelSpacing},
-    {kPixelMeasures, kSliceThickness},   {kPixelMeasures, kSliceSpacing},   {kPixelValueTransformation, kIntercept},
-    {kPixelValueTransformation, kSlope}, {kFrameWindow, kWindowCentre},     {kFrameWindow, kWindowWidth},
+    {tags::PlanePositionSequence, tags::ImagePositionPatient},
+    {tags::PlaneOrientationSequence, tags::ImageOrientationPatient},
+    {tags::PixelMeasuresSequence, tags::PixelSpacing},
+    {tags::PixelMeasuresSequence, tags::SliceThickness},
+    {tags::PixelMeasuresSequence, tags::SpacingBetweenSlices},
+    {tags::PixelValueTransformationSequence, tags::RescaleIntercept},
+    {tags::PixelValueTransformationSequence, tags::RescaleSlope},
+    {tags::FrameVOILUTSequence, tags::WindowCenter},
+    {tags::FrameVOILUTSequence, tags::WindowWidth},
 };
 
 /// What is read of a slice beside those.
@@ -79,19 +57,19 @@ constexpr Tag kOfImage[] = {
     tags::BitsStored,
     tags::HighBit,
     tags::PixelRepresentation,
-    MakeTag(0x0028, 0x0120),  // Pixel Padding Value
-    MakeTag(0x0028, 0x0121),  // Pixel Padding Range Limit
-    kWindowCentre,
-    kWindowWidth,
+    tags::PixelPaddingValue,
+    tags::PixelPaddingRangeLimit,
+    tags::WindowCenter,
+    tags::WindowWidth,
 };
 
 /// The functional groups of one frame.
 class Frame {
 public:
     Frame(const DICOMDataObject& dataSet, std::uint32_t number) : m_DataSet(dataSet) {
-        const VR* const groups = FindElement(dataSet, kPerFrameGroups);
+        const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
         if (groups != nullptr && number < groups->GetItemCount()) m_pOwn = groups->GetItem(number);
-        m_pShared = FindItem(dataSet, kSharedGroups);
+        m_pShared = FindItem(dataSet, tags::SharedFunctionalGroupsSequence);
     }
 
     /// The data set that holds the element for this frame; null when nothing does.
@@ -166,32 +144,32 @@ bool ReadReal(const DICOMObject& item, Tag tag, double& value) {
 
 /// Of stored values (PS3.3 C.7.6.16.2.11); a table of values is none of these. The unit's code is UCUM's.
 void ReadRealWorld(const Frame& frame, FramePlace& place) {
-    const DICOMObject* const item = frame.Item(kRealWorldMapping);
-    if (item == nullptr || !ReadReal(*item, kRealWorldSlope, place.realSlope) ||
-        !ReadReal(*item, kRealWorldIntercept, place.realIntercept) || place.realSlope == 0) {
+    const DICOMObject* const item = frame.Item(tags::RealWorldValueMappingSequence);
+    if (item == nullptr || !ReadReal(*item, tags::RealWorldValueSlope, place.realSlope) ||
+        !ReadReal(*item, tags::RealWorldValueIntercept, place.realIntercept) || place.realSlope == 0) {
         return;
     }
     place.hasRealWorld = true;
     if (!place.slope.empty()) return;
-    const DICOMObject* const unit = FindItem(*item, kMeasurementUnits);
+    const DICOMObject* const unit = FindItem(*item, tags::MeasurementUnitsCodeSequence);
     if (unit != nullptr) place.unit = FindText(*unit, tags::CodeValue);
 }
 
 /// A dose grid has a factor of its own in place of a rescale (PS3.3 C.8.8.3).
 void ReadDose(const DICOMDataObject& dataSet, FramePlace& place) {
-    const std::string scaling = FindText(dataSet, kDoseGridScaling);
+    const std::string scaling = FindText(dataSet, tags::DoseGridScaling);
     if (scaling.empty()) return;
     place.slope = scaling;
     place.intercept = std::string(1, '0');
-    place.unit = FindText(dataSet, kDoseUnits);
+    place.unit = FindText(dataSet, tags::DoseUnits);
 }
 
 /// What real values are measured in: "US" is a type that says nothing.
 std::string ReadUnit(const Frame& frame, const DICOMDataObject& dataSet, bool isRescaled) {
     const std::string modality = FindText(dataSet, tags::Modality);
-    std::string ofPet = FindText(dataSet, kUnits);
+    std::string ofPet = FindText(dataSet, tags::Units);
     if (modality == "PT" && !ofPet.empty()) return ofPet;
-    std::string type = frame.Text({kPixelValueTransformation, tags::RescaleType});
+    std::string type = frame.Text({tags::PixelValueTransformationSequence, tags::RescaleType});
     if (isRescaled && !type.empty() && type != "US") return type;
     return isRescaled && modality == "CT" && type.empty() ? "HU" : "";
 }
@@ -199,12 +177,13 @@ std::string ReadUnit(const Frame& frame, const DICOMDataObject& dataSet, bool is
 FramePlace ReadPlace(const Frame& frame) {
     const DICOMDataObject& dataSet = frame.GetDataSet();
     FramePlace place;
-    place.hasPosition = frame.Reals({kPlanePosition, kPosition}, place.position);
-    place.hasOrientation = frame.Reals({kPlaneOrientation, kOrientation}, place.orientation);
+    place.hasPosition = frame.Reals({tags::PlanePositionSequence, tags::ImagePositionPatient}, place.position);
+    place.hasOrientation =
+        frame.Reals({tags::PlaneOrientationSequence, tags::ImageOrientationPatient}, place.orientation);
     if (place.hasOrientation) MakeSquare(place);
-    ReadPixelSize(frame.GetDataSet(), frame.Holder({kPixelMeasures, kPixelSpacing}), place);
-    place.slope = frame.Text({kPixelValueTransformation, kSlope});
-    place.intercept = frame.Text({kPixelValueTransformation, kIntercept});
+    ReadPixelSize(frame.GetDataSet(), frame.Holder({tags::PixelMeasuresSequence, tags::PixelSpacing}), place);
+    place.slope = frame.Text({tags::PixelValueTransformationSequence, tags::RescaleSlope});
+    place.intercept = frame.Text({tags::PixelValueTransformationSequence, tags::RescaleIntercept});
     place.unit = ReadUnit(frame, dataSet, !place.slope.empty() && !place.intercept.empty());
     ReadRealWorld(frame, place);
     ReadDose(dataSet, place);
@@ -244,8 +223,8 @@ std::vector<double> ReadFrameOffsets(const DICOMDataObject& dataSet, const Image
                                      const FramePlace& first) {
     if (!header.HoldsFrames()) return {};
     std::vector<double> offsets(static_cast<std::size_t>(header.frames));
-    if (FindElement(dataSet, kGridFrameOffsets) != nullptr) {
-        const bool read = FindReals(dataSet, kGridFrameOffsets, offsets.data(), offsets.size());
+    if (FindElement(dataSet, tags::GridFrameOffsetVector) != nullptr) {
+        const bool read = FindReals(dataSet, tags::GridFrameOffsetVector, offsets.data(), offsets.size());
         return read && AreOffsets(offsets, first) ? offsets : std::vector<double>();
     }
     // A thickness is no distance: such frames are unplaced, and what is made of them is told.
@@ -267,14 +246,14 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
     const Frame groups(source, static_cast<std::uint32_t>(number));
     for (const GroupedElement& wanted : kGrouped) {
         // One position for all frames is that of none.
-        if (wanted.element == kPosition && !header.framesPlaced) continue;
+        if (wanted.element == tags::ImagePositionPatient && !header.framesPlaced) continue;
         if (const DICOMObject* const holder = groups.Holder(wanted); holder != nullptr) {
             PushShared(*frame, *FindElement(*holder, wanted.element));
         }
     }
     if (header.framesPlaced && header.places.front().hasPosition && !HasFrameGroups(source)) {
         const auto& position = header.places[static_cast<std::size_t>(number)].position;
-        PutReals(*frame, kPosition, position.data(), position.size());
+        PutReals(*frame, tags::ImagePositionPatient, position.data(), position.size());
     }
     PutText(*frame, tags::InstanceNumber, std::to_string(number + 1));
 
@@ -296,10 +275,10 @@ std::vector<FrameKeys> TimesOfFrames(const DICOMDataObject& dataSet, const Image
     std::vector<FrameKeys> keys(header.places.size(), own);
     std::vector<double> steps(keys.size(), 1);
     double step = 0;
-    const VR* const vector = FindElement(dataSet, kFrameTimeVector);
-    if (vector != nullptr && FindReals(dataSet, kFrameTimeVector, steps.data(), steps.size())) {
+    const VR* const vector = FindElement(dataSet, tags::FrameTimeVector);
+    if (vector != nullptr && FindReals(dataSet, tags::FrameTimeVector, steps.data(), steps.size())) {
         steps[0] = 0;
-    } else if (FindReals(dataSet, kFrameTime, &step, 1) && step > 0) {
+    } else if (FindReals(dataSet, tags::FrameTime, &step, 1) && step > 0) {
         steps.assign(keys.size(), step);
     }
     double time = 0;
@@ -317,13 +296,14 @@ const DICOMObject* FindHolder(const DICOMDataObject& dataSet, int frame, Tag gro
 }
 
 bool HasFrameGroups(const DICOMDataObject& dataSet) {
-    return FindElement(dataSet, kPerFrameGroups) != nullptr || FindElement(dataSet, kSharedGroups) != nullptr;
+    return FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence) != nullptr ||
+           FindElement(dataSet, tags::SharedFunctionalGroupsSequence) != nullptr;
 }
 
 std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header) {
     const FramePlace first = ReadPlace(Frame(dataSet, 0));
     if (header.frames > kMostFrames) return {first};
-    const VR* const groups = FindElement(dataSet, kPerFrameGroups);
+    const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
     if (groups != nullptr && groups->GetItemCount() == static_cast<std::uint32_t>(header.frames)) {
         std::vector<FramePlace> places;
         for (std::uint32_t i = 0; i < groups->GetItemCount(); ++i) places.push_back(ReadPlace(Frame(dataSet, i)));
@@ -343,18 +323,18 @@ bool AreTimes(const DICOMDataObject& dataSet, const ImageHeader& header) {
     for (std::uint32_t at = 0; pointer != nullptr && at + 4 <= pointer->m_Length; at += 4) {
         const Tag tag = MakeTag(platform::LoadLittle<std::uint16_t>(pointer->m_pData + at),
                                 platform::LoadLittle<std::uint16_t>(pointer->m_pData + at + 2));
-        if (tag == kFrameTime || tag == kFrameTimeVector) return true;
+        if (tag == tags::FrameTime || tag == tags::FrameTimeVector) return true;
     }
     return false;
 }
 
 bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) {
     return header.frames > 1 && header.places.size() == 1 && header.HoldsFrames() &&
-           FindElement(dataSet, kGridFrameOffsets) != nullptr;
+           FindElement(dataSet, tags::GridFrameOffsetVector) != nullptr;
 }
 
 std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
-    const VR* const groups = FindElement(dataSet, kPerFrameGroups);
+    const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
     const bool each = groups != nullptr && groups->GetItemCount() == header.places.size();
     if (header.framesAreTimes) return TimesOfFrames(dataSet, header, Frame(dataSet, 0).Keys());
     std::vector<FrameKeys> keys;

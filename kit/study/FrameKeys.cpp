@@ -17,12 +17,6 @@ const double FrameKeys::kNone = std::numeric_limits<double>::quiet_NaN();
 
 namespace {
 
-constexpr Tag kFrameContent = MakeTag(0x0020, 0x9111);
-constexpr Tag kCardiacTiming = MakeTag(0x0018, 0x9118);
-constexpr Tag kDiffusion = MakeTag(0x0018, 0x9117);
-constexpr Tag kGradient = MakeTag(0x0018, 0x9076);
-constexpr Tag kFrameType = MakeTag(0x0018, 0x9226);
-
 /// Where a value stands: on the top level, or in an item of a functional group (and an item in that).
 struct Source {
     std::size_t entry;
@@ -34,34 +28,30 @@ struct Source {
 
 /// Later ones count where earlier ones tell nothing.
 constexpr Source kSources[] = {
-    {1, MakeTag(0x0020, 0x9128), kFrameContent},
-    {1, MakeTag(0x0020, 0x0100)},
-    {2, MakeTag(0x0020, 0x9157), kFrameContent, {}, 6},
-    {8, MakeTag(0x0018, 0x0086)},
-    {9, MakeTag(0x0018, 0x9082), MakeTag(0x0018, 0x9114)},
-    {9, MakeTag(0x0018, 0x0081)},
-    {10, MakeTag(0x0020, 0x9241), kCardiacTiming},
-    {11, MakeTag(0x0020, 0x9153), kCardiacTiming},
-    {12, MakeTag(0x0018, 0x9087), kDiffusion},
-    {12, MakeTag(0x0018, 0x9087)},
-    {13, MakeTag(0x0018, 0x9089), kDiffusion, kGradient, 3},
-    {13, MakeTag(0x0018, 0x9089), {}, {}, 3},
-    {16, MakeTag(0x0018, 0x0082)},
-    {17, MakeTag(0x0054, 0x1300)},
-    {18, MakeTag(0x0018, 0x1060)},
-    {19, MakeTag(0x0018, 0x9074), kFrameContent},
-    {19, MakeTag(0x0008, 0x0032)},
-    {20, MakeTag(0x0008, 0x0033)},
-    {21, MakeTag(0x0020, 0x9156), kFrameContent},
-    {21, MakeTag(0x0020, 0x0012)},
+    {1, tags::TemporalPositionIndex, tags::FrameContentSequence},
+    {1, tags::TemporalPositionIdentifier},
+    {2, tags::DimensionIndexValues, tags::FrameContentSequence, {}, 6},
+    {8, tags::EchoNumbers},
+    {9, tags::EffectiveEchoTime, tags::MREchoSequence},
+    {9, tags::EchoTime},
+    {10, tags::NominalPercentageOfCardiacPhase, tags::CardiacSynchronizationSequence},
+    {11, tags::NominalCardiacTriggerDelayTime, tags::CardiacSynchronizationSequence},
+    {12, tags::DiffusionBValue, tags::MRDiffusionSequence},
+    {12, tags::DiffusionBValue},
+    {13, tags::DiffusionGradientOrientation, tags::MRDiffusionSequence, tags::DiffusionGradientDirectionSequence, 3},
+    {13, tags::DiffusionGradientOrientation, {}, {}, 3},
+    {16, tags::InversionTime},
+    {17, tags::FrameReferenceTime},
+    {18, tags::TriggerTime},
+    {19, tags::FrameAcquisitionDateTime, tags::FrameContentSequence},
+    {19, tags::AcquisitionTime},
+    {20, tags::ContentTime},
+    {21, tags::FrameAcquisitionNumber, tags::FrameContentSequence},
+    {21, tags::AcquisitionNumber},
 };
 
 constexpr std::size_t kBValue = 12;     // entries
 constexpr std::size_t kGradientX = 13;  // and the two behind it
-
-constexpr Tag kFrameAcquired = MakeTag(0x0018, 0x9074);
-constexpr Tag kAcquisitionTime = MakeTag(0x0008, 0x0032);
-constexpr Tag kContentTime = MakeTag(0x0008, 0x0033);
 
 /// Value `index` of an element of numbers; false where there is none.
 bool ReadValue(const VR& element, std::size_t index, double& value) {
@@ -167,15 +157,15 @@ double KindIn(const std::string& type) {
 
 double ReadKind(const DICOMObject& dataSet, const DICOMObject* own, const DICOMObject* shared) {
     for (const DICOMObject* const groups : {own, shared}) {
-        const DICOMObject* const item = groups != nullptr ? FindItem(*groups, kFrameType) : nullptr;
+        const DICOMObject* const item = groups != nullptr ? FindItem(*groups, tags::MRImageFrameTypeSequence) : nullptr;
         if (item == nullptr) continue;
-        const double kind = KindOf(FindText(*item, MakeTag(0x0008, 0x9208)));
+        const double kind = KindOf(FindText(*item, tags::ComplexImageComponent));
         if (!std::isnan(kind)) return kind;
-        const double type = KindIn(FindText(*item, MakeTag(0x0008, 0x9007)));
+        const double type = KindIn(FindText(*item, tags::FrameType));
         if (!std::isnan(type)) return type;
     }
-    const double kind = KindOf(FindText(dataSet, MakeTag(0x0008, 0x9208)));
-    return std::isnan(kind) ? KindIn(FindText(dataSet, MakeTag(0x0008, 0x0008))) : kind;
+    const double kind = KindOf(FindText(dataSet, tags::ComplexImageComponent));
+    return std::isnan(kind) ? KindIn(FindText(dataSet, tags::ImageType)) : kind;
 }
 
 void AddPrivateDiffusion(const DICOMObject& dataSet, FrameKeys& keys) {
@@ -211,10 +201,10 @@ FrameKeys ReadFrameKeys(const DICOMObject& dataSet, const DICOMObject* own, cons
         if (!std::isnan(keys.values[source.entry])) continue;
         const VR* const element = FindSource(dataSet, own, shared, source);
         if (element == nullptr) continue;
-        const bool isClock = source.element == kAcquisitionTime || source.element == kContentTime;
+        const bool isClock = source.element == tags::AcquisitionTime || source.element == tags::ContentTime;
         double value = 0;
         for (std::size_t i = 0; i < source.values; ++i) {
-            const bool read = isClock || source.element == kFrameAcquired
+            const bool read = isClock || source.element == tags::FrameAcquisitionDateTime
                                   ? ReadSeconds(element->GetText(), !isClock, value)
                                   : ReadValue(*element, i, value);
             if (read && std::isfinite(value)) keys.values[source.entry + i] = value;

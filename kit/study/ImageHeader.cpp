@@ -14,16 +14,12 @@
 namespace korvane {
 
 namespace {
-
-constexpr Tag kFloatPixels = tags::FloatPixelData;
-constexpr Tag kDoublePixels = tags::DoubleFloatPixelData;
 constexpr std::uint64_t kFragmentHeader = 8;  // bytes
-constexpr Tag kNumberOfFrames = tags::NumberOfFrames;
 
 PixelForm::Kind KindOfPixels(const DataSetFile& file) {
     if (file.hasPixels) return PixelForm::Kind::Integer;
-    if (FindElement(*file.dataSet, kFloatPixels) != nullptr) return PixelForm::Kind::Float;
-    if (FindElement(*file.dataSet, kDoublePixels) != nullptr) return PixelForm::Kind::Double;
+    if (FindElement(*file.dataSet, tags::FloatPixelData) != nullptr) return PixelForm::Kind::Float;
+    if (FindElement(*file.dataSet, tags::DoubleFloatPixelData) != nullptr) return PixelForm::Kind::Double;
     return PixelForm::Kind::None;
 }
 
@@ -53,10 +49,10 @@ void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
     const TextDecoder decoder(FindText(dataSet, tags::SpecificCharacterSet));
     const auto text = [&](Tag tag) { return decoder.ToUtf8(FindText(dataSet, tag)); };
-    header.corrected = FindText(dataSet, MakeTag(0x0028, 0x0051));
-    header.decayCorrection = FindText(dataSet, MakeTag(0x0054, 0x1102));
+    header.corrected = FindText(dataSet, tags::CorrectedImage);
+    header.decayCorrection = FindText(dataSet, tags::DecayCorrection);
     header.description = text(tags::SeriesDescription);
-    header.protocol = text(MakeTag(0x0018, 0x1030));
+    header.protocol = text(tags::ProtocolName);
     header.study = std::make_shared<const StudyTexts>(
         StudyTexts{text(tags::PatientName), text(tags::PatientID), FindText(dataSet, tags::StudyInstanceUID),
                    FindText(dataSet, tags::StudyDate), text(tags::StudyDescription)});
@@ -102,16 +98,16 @@ ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
     ReadNames(dataSet, header);
     header.form = ReadForm(file);
-    for (const Tag tag : {kFloatPixels, kDoublePixels}) {
+    for (const Tag tag : {tags::FloatPixelData, tags::DoubleFloatPixelData}) {
         const VR* const pixels = FindElement(dataSet, tag);
         if (pixels != nullptr && !file.hasPixels) header.pixelsPresent = pixels->m_Length;
     }
     FindReals(dataSet, tags::SpacingBetweenSlices, &header.sliceSpacing, 1);
     FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
-    header.frames = std::max(FindInteger(dataSet, kNumberOfFrames, 1), 1);
-    FindReals(dataSet, MakeTag(0x0018, 0x1164), header.detectorSpacing.data(), 2);
+    header.frames = std::max(FindInteger(dataSet, tags::NumberOfFrames, 1), 1);
+    FindReals(dataSet, tags::ImagerPixelSpacing, header.detectorSpacing.data(), 2);
     header.patientOrientation = FindText(dataSet, tags::PatientOrientation);
-    header.calibration = FindText(dataSet, MakeTag(0x0028, 0x0A02));
+    header.calibration = FindText(dataSet, tags::PixelSpacingCalibrationType);
     header.places = ReadFramePlaces(dataSet, header);
     header.framesAreTimes = header.places.size() > 1 && AreTimes(dataSet, header);
     header.offsetsWrong = HasWrongOffsets(dataSet, header);

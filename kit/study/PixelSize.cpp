@@ -10,15 +10,6 @@ namespace korvane {
 namespace {
 
 using Size = std::array<double, 2>;
-
-constexpr Tag kRegions = MakeTag(0x0018, 0x6011);
-constexpr Tag kRegionFormat = MakeTag(0x0018, 0x6012);
-constexpr Tag kUnitsX = MakeTag(0x0018, 0x6024);
-constexpr Tag kUnitsY = MakeTag(0x0018, 0x6026);
-constexpr Tag kDeltaX = MakeTag(0x0018, 0x602C);
-constexpr Tag kDeltaY = MakeTag(0x0018, 0x602E);
-constexpr Tag kAspectRatio = MakeTag(0x0028, 0x0034);
-constexpr Tag kCalibration = MakeTag(0x0028, 0x0A02);
 constexpr int kTwoDimensional = 1;
 constexpr int kCentimetres = 3;
 constexpr double kSame = 1e-4;  // of a pixel
@@ -45,15 +36,17 @@ double DoubleOf(const DICOMObject& dataSet, Tag tag) {
 
 /// Regions of other kinds (spectra, strips over time) have no size.
 std::optional<Size> SizeOfRegions(const DICOMDataObject& dataSet) {
-    const VR* const regions = FindElement(dataSet, kRegions);
+    const VR* const regions = FindElement(dataSet, tags::SequenceOfUltrasoundRegions);
     std::optional<Size> common;
     for (std::uint32_t i = 0; regions != nullptr && i < regions->GetItemCount(); ++i) {
         const DICOMObject& region = *regions->GetItem(i);
-        if (FindInteger(region, kRegionFormat, 0) != kTwoDimensional ||
-            FindInteger(region, kUnitsX, 0) != kCentimetres || FindInteger(region, kUnitsY, 0) != kCentimetres) {
+        if (FindInteger(region, tags::RegionSpatialFormat, 0) != kTwoDimensional ||
+            FindInteger(region, tags::PhysicalUnitsXDirection, 0) != kCentimetres ||
+            FindInteger(region, tags::PhysicalUnitsYDirection, 0) != kCentimetres) {
             continue;
         }
-        const Size size{10 * std::fabs(DoubleOf(region, kDeltaY)), 10 * std::fabs(DoubleOf(region, kDeltaX))};
+        const Size size{10 * std::fabs(DoubleOf(region, tags::PhysicalDeltaY)),
+                        10 * std::fabs(DoubleOf(region, tags::PhysicalDeltaX))};
         if (!IsSize(size) || (common && !IsSame(*common, size))) return {};
         common = size;
     }
@@ -68,14 +61,15 @@ void ReadPixelSize(const DICOMDataObject& dataSet, const DICOMObject* pixelMeasu
     const std::optional<Size> detector = FindSize(dataSet, tags::ImagerPixelSpacing);
     if (pixelMeasures != nullptr) {
         if (const auto stated = FindSize(*pixelMeasures, tags::PixelSpacing)) {
-            const bool uncalibrated = detector && IsSame(*stated, *detector) && FindText(dataSet, kCalibration).empty();
+            const bool uncalibrated =
+                detector && IsSame(*stated, *detector) && FindText(dataSet, tags::PixelSpacingCalibrationType).empty();
             place.spacing = *stated;
             place.sizeOf = uncalibrated ? PixelSize::StatedAsDetector : PixelSize::Stated;
         }
     } else if (const auto region = SizeOfRegions(dataSet)) {
         place.spacing = *region;
         place.sizeOf = PixelSize::Region;
-    } else if (const auto shape = detector ? detector : FindSize(dataSet, kAspectRatio)) {
+    } else if (const auto shape = detector ? detector : FindSize(dataSet, tags::PixelAspectRatio)) {
         place.spacing = {(*shape)[0] / (*shape)[1], 1};
         place.sizeOf = detector ? PixelSize::Detector : PixelSize::Shape;
     }

@@ -118,15 +118,14 @@ std::unique_ptr<DICOMDataObject> ReadPixels(const ImageHeader& header, const Wat
 
 /// Whether two files with one SOP Instance UID hold the same image; what cannot be compared counts as the same.
 bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& watch) {
-    constexpr Tag kPixels = MakeTag(0x7FE0, 0x0010);
     if (a.form.kind != PixelForm::Kind::Integer || b.form.kind != PixelForm::Kind::Integer) return true;
     if (a.form.FrameBytes() != b.form.FrameBytes()) return false;
     // Lossy compression changes every value: that is the same image all the same.
     if (a.transferSyntax != b.transferSyntax && (IsLossy(a.transferSyntax) || IsLossy(b.transferSyntax))) return true;
     const auto first = ReadPixels(a, watch);
     const auto second = ReadPixels(b, watch);
-    const VR* const one = first != nullptr ? FindElement(*first, kPixels) : nullptr;
-    const VR* const other = second != nullptr ? FindElement(*second, kPixels) : nullptr;
+    const VR* const one = first != nullptr ? FindElement(*first, tags::PixelData) : nullptr;
+    const VR* const other = second != nullptr ? FindElement(*second, tags::PixelData) : nullptr;
     // A pad behind the last frame is no pixel.
     const auto bytes = static_cast<std::size_t>(a.PixelBytes());
     return one == nullptr || other == nullptr || one->GetText().substr(0, bytes) == other->GetText().substr(0, bytes);

@@ -15,9 +15,6 @@ namespace korvane {
 
 namespace {
 
-constexpr Tag kNumberOfFrames = tags::NumberOfFrames;
-constexpr Tag kPixelData = tags::PixelData;
-
 // What claims more than this is no image: its memory would be taken for nothing. Two bytes of run lengths stand for at most
 // 128; other compressions do better on empty images.
 constexpr std::uint64_t kRunLengthRatio = 64;
@@ -25,8 +22,8 @@ constexpr std::uint64_t kLargestRatio = 16384;
 constexpr std::uint64_t kAnySize = 1024;  // bytes that nobody minds
 
 // An empty value is none; the library would take it for 0.
-constexpr Tag kNoneWhenEmpty[] = {MakeTag(0x0018, 0x0050), MakeTag(0x0018, 0x0088), MakeTag(0x0020, 0x0020),
-                                  MakeTag(0x0028, 0x0030)};
+constexpr Tag kNoneWhenEmpty[] = {tags::SliceThickness, tags::SpacingBetweenSlices, tags::PatientOrientation,
+                                  tags::PixelSpacing};
 
 [[noreturn]] void Refuse(const ImageHeader& header, ErrorKind kind, const std::string& why) {
     throw Error(kind, header.path + ": " + why).InFile(header.path);
@@ -111,7 +108,7 @@ void FitPlace(DICOMDataObject& dataSet, const FramePlace& place) {
 /// For the module's forms; `StoredPixels` looks itself.
 bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
     if (!HasModuleForm(header.form)) return true;
-    const VR* const pixels = FindElement(dataSet, kPixelData);
+    const VR* const pixels = FindElement(dataSet, tags::PixelData);
     return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= header.PixelBytes();
 }
 
@@ -219,7 +216,7 @@ void LoadedSlices::Decode(const ImageHeader& header, DataSetFile& file) {
 }
 
 void LoadedSlices::LookAbove(const ImageHeader& header, const DICOMDataObject& dataSet) {
-    const VR* const pixels = FindElement(dataSet, kPixelData);
+    const VR* const pixels = FindElement(dataSet, tags::PixelData);
     if (pixels == nullptr || header.form.kind != PixelForm::Kind::Integer) return;
     if (HasBitsAbove({pixels->m_pData, pixels->m_Length}, header.form)) m_BitsAbove.push_back(header.path);
 }
@@ -229,7 +226,7 @@ void LoadedSlices::LookAbove(const ImageHeader& header, const DICOMDataObject& d
 void LoadedSlices::UnifyStoredBits(const ImageHeader& header, DICOMDataObject& dataSet) {
     const PixelForm& form = header.form;
     if (!m_bStoredDiffer && (form.allocated != 32 || form.stored == 32)) return;
-    VR& pixels = *FindElement(dataSet, kPixelData);
+    VR& pixels = *FindElement(dataSet, tags::PixelData);
     FillWords({pixels.m_pData, pixels.m_Length}, form);
     PutNumber(dataSet, tags::BitsStored, static_cast<unsigned>(form.allocated));
     PutNumber(dataSet, tags::HighBit, static_cast<unsigned>(form.allocated - 1));
@@ -243,7 +240,7 @@ void LoadedSlices::TakeOwnVoxels(const ImageHeader& header, DICOMDataObject& dat
         if (error.GetKind() == ErrorKind::Stopped) throw;
         Refuse(header, error.GetKind(), error.what());
     }
-    for (const Tag tag : {kPixelData, tags::FloatPixelData, tags::DoubleFloatPixelData}) DropElement(dataSet, tag);
+    for (const Tag tag : {tags::PixelData, tags::FloatPixelData, tags::DoubleFloatPixelData}) DropElement(dataSet, tag);
 }
 
 void LoadedSlices::ReadVoxels(const ImageHeader& header, const DICOMDataObject& dataSet,
@@ -268,7 +265,7 @@ void LoadedSlices::StandIn(const ImageHeader& header, DICOMDataObject& dataSet) 
     PutNumber(dataSet, tags::PixelRepresentation, 0);
     PutText(dataSet, tags::PhotometricInterpretation,
             header.form.photometric == "MONOCHROME1" ? "MONOCHROME1" : "MONOCHROME2");
-    auto pixels = std::make_unique<VR>(kPixelData, 0U, 0);
+    auto pixels = std::make_unique<VR>(tags::PixelData, 0U, 0);
     pixels->m_TypeCode = TypeCode("OB");
     pixels->m_Length = static_cast<std::uint32_t>(m_StandIn.size());
     pixels->m_pData = m_StandIn.data();
@@ -295,7 +292,7 @@ void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& f
     m_Files.push_back(std::move(file.dataSet));
     if (frames.empty()) {
         // Many writers put "1" here, which would make the first slice a multi-frame object.
-        DropElement(*m_Files.back(), kNumberOfFrames);
+        DropElement(*m_Files.back(), tags::NumberOfFrames);
         if (m_OwnType) StandIn(header, *m_Files.back());
         m_List.push_back(m_Files.back().get());
         return;

@@ -197,10 +197,10 @@ void SeriesVolume::BringToOneScale(bool integers) {
         if (type == common.type) PutPlanes(GetVolume(), kind, m_OwnVoxels);
     }
     SetTrueRange(GetVolume());
-    constexpr Tag kPadding = MakeTag(0x0028, 0x0120);  // a stored value, which is another one now
     // Integers are what a file without a rescale gets: no exporter is to undo that.
     for (DICOMDataObject* const dataSet : m_Loaded->GetDataSets()) {
-        for (const Tag tag : {tags::RescaleSlope, tags::RescaleIntercept, kPadding}) DropElement(*dataSet, tag);
+        for (const Tag tag : {tags::RescaleSlope, tags::RescaleIntercept, tags::PixelPaddingValue})
+            DropElement(*dataSet, tag);
         if (integers) continue;
         PutReals(*dataSet, tags::RescaleSlope, &common.rescale.slope, 1);
         PutReals(*dataSet, tags::RescaleIntercept, &common.rescale.intercept, 1);

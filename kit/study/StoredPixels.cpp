@@ -158,8 +158,11 @@ StoredPixels::StoredPixels(const DICOMDataObject& dataSet, const PixelForm& form
 }
 
 void StoredPixels::ReadPalette(const DICOMDataObject& dataSet) {
-    constexpr Tag kDescriptors[] = {MakeTag(0x0028, 0x1101), MakeTag(0x0028, 0x1102), MakeTag(0x0028, 0x1103)};
-    constexpr Tag kData[] = {MakeTag(0x0028, 0x1201), MakeTag(0x0028, 0x1202), MakeTag(0x0028, 0x1203)};
+    constexpr Tag kDescriptors[] = {tags::RedPaletteColorLookupTableDescriptor,
+                                    tags::GreenPaletteColorLookupTableDescriptor,
+                                    tags::BluePaletteColorLookupTableDescriptor};
+    constexpr Tag kData[] = {tags::RedPaletteColorLookupTableData, tags::GreenPaletteColorLookupTableData,
+                             tags::BluePaletteColorLookupTableData};
     for (std::size_t i = 0; i < 3; ++i) {
         const VR* const descriptor = FindElement(dataSet, kDescriptors[i]);
         const VR* const data = FindElement(dataSet, kData[i]);

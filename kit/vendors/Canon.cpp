@@ -11,7 +11,7 @@ DiffusionFacts ReadDiffusion(const DICOMObject& holder) {
     DiffusionFacts facts;
     const std::string maker = FindText(holder, tags::Manufacturer);
     if (!maker.starts_with("CANON") && !maker.starts_with("Canon") && !maker.starts_with("TOSHIBA")) return facts;
-    std::string text = FindText(holder, MakeTag(0x0020, 0x4000));
+    std::string text = FindText(holder, tags::ImageComments);
     const std::size_t open = text.find('(');
     if (!text.starts_with("b=") || open == std::string::npos || text.back() != ')') return facts;
     double value = 0;

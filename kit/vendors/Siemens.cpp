@@ -92,7 +92,7 @@ void WithImageBlock(const DICOMObject& dataSet, const DICOMObject* frame, const 
 }  // namespace
 
 TileFacts ReadTiles(const DICOMObject& dataSet) {
-    if (FindText(dataSet, MakeTag(0x0008, 0x0008)).find("MOSAIC") == std::string::npos) return {};
+    if (FindText(dataSet, tags::ImageType).find("MOSAIC") == std::string::npos) return {};
     const CsaHeader csa = ImageHeaderOf(dataSet);
     TileFacts tiles;
     tiles.count = CountTiles(dataSet, csa);

@@ -36,7 +36,7 @@ double SecondsOf(std::string_view time) {
 }  // namespace
 
 TileFacts ReadTiles(const DICOMObject& dataSet) {
-    if (FindText(dataSet, MakeTag(0x0008, 0x0008)).find("VFRAME") == std::string::npos) return {};
+    if (FindText(dataSet, tags::ImageType).find("VFRAME") == std::string::npos) return {};
     const std::vector<double> count = ImageBlock(dataSet).Numbers(0x50);
     if (count.size() != 1 || !(count[0] > 1 && count[0] <= kMostTiles)) return {};
     TileFacts tiles;
@@ -73,7 +73,7 @@ void AddAcquisition(const DICOMObject& dataSet, AcquisitionFacts& facts) {
     if (frames == nullptr) return;
     std::vector<double> times;
     for (std::uint32_t i = 0; i < frames->GetItemCount(); ++i) {
-        times.push_back(SecondsOf(FindText(*frames->GetItem(i), MakeTag(0x0008, 0x0032))));
+        times.push_back(SecondsOf(FindText(*frames->GetItem(i), tags::AcquisitionTime)));
         if (times.back() < 0) return;
     }
     // Past midnight.

@@ -1,7 +1,7 @@
 // Follows the structure of a data set as its bytes go by, without holding them.
 #pragma once
 
-#include "../dataset/Tag.h"
+#include "../dictionary/Tags.generated.h"
 #include "ElementHeader.h"
 
 #include <cstddef>
@@ -33,7 +33,7 @@ public:
     const std::string& GetSopClass() const { return m_SopClass; }
     const std::string& GetSopInstance() const { return m_SopInstance; }
     /// Whether an element behind (0008,0018) has been seen: neither can come any more.
-    bool IsPastIdentity() const { return m_LargestTag > tags::MakeTag(0x0008, 0x0018); }
+    bool IsPastIdentity() const { return m_LargestTag > tags::SOPInstanceUID; }
 
 private:
     /// What is being walked over: elements; what lies in a sequence or in pixel data of undefined length.
