@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "InflateBuffer.h"
+#include "KnownTypes.h"
 #include "TolerantParser.h"
 
 #include "base/Bytes.h"
@@ -160,8 +161,9 @@ private:
     }
 
     void ParseAs(int syntax, Buffer& buffer) {
-        m_File.complete =
-            (m_bSecond ? ParseTolerantly(syntax, buffer) : ParseStrictly(syntax, buffer)) && !m_bMetaFaulty;
+        const bool whole = (m_bSecond ? ParseTolerantly(syntax, buffer) : ParseStrictly(syntax, buffer));
+        m_File.complete = whole && !m_bMetaFaulty;
+        if (m_Leniency.unnamedTypes) OpenKnownTypes(*m_File.dataSet, syntax == kExplicitBigEndian);
     }
 
     bool ParseStrictly(int syntax, Buffer& buffer) {

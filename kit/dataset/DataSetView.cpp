@@ -83,7 +83,7 @@ int Digits(std::string_view text, std::size_t at, std::size_t count) {
 
 void WalkLevel(const DICOMObject& dataSet, int depth, const std::function<void(const ElementFacts&)>& visit) {
     for (const VR* const element : SortedElements(dataSet)) {
-        visit({MakeTag(element->m_Group, element->m_Element), TypeLetters(*element), ElementName(*element),
+        visit({MakeTag(element->m_Group, element->m_Element), TypeLetters(*element), ElementName(dataSet, *element),
                element->m_Length, depth});
         if (!IsSequence(*element)) continue;
         for (std::uint32_t i = 0; i < element->GetItemCount(); ++i) WalkLevel(*element->GetItem(i), depth + 1, visit);

@@ -26,12 +26,12 @@ public:
         const TextDecoder decoder = set != nullptr ? TextDecoder(set->GetText()) : outer;
         for (const VR* const element : SortedElements(dataSet)) {
             m_Watch.StopIfAsked();
-            Element(*element, decoder, depth);
+            Element(dataSet, *element, decoder, depth);
         }
     }
 
 private:
-    void Element(const VR& element, const TextDecoder& decoder, int depth) {
+    void Element(const DICOMObject& dataSet, const VR& element, const TextDecoder& decoder, int depth) {
         const std::string type = TypeLetters(element);
         std::string value;
         if (IsSequence(element)) {
@@ -45,7 +45,7 @@ private:
         char head[32];
         std::snprintf(head, sizeof head, "(%04X,%04X) %s %8u  ", unsigned{element.m_Group}, unsigned{element.m_Element},
                       type.c_str(), unsigned{element.m_Length});
-        std::string name = ElementName(element);
+        std::string name = ElementName(dataSet, element);
         if (!value.empty() && name.size() < kNameWidth) name.resize(kNameWidth, ' ');
         m_Out << head << name << (value.empty() ? "" : "  ") << value << '\n';
         for (std::uint32_t i = 0; i < element.GetItemCount(); ++i) {

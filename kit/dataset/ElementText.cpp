@@ -82,13 +82,15 @@ std::vector<const VR*> SortedElements(const DICOMObject& dataSet) {
     return sorted;
 }
 
-std::string ElementName(const VR& element) {
+std::string ElementName(const DICOMObject& dataSet, const VR& element) {
     std::string name;
     const bool known = PublicDictionary().LookupTypeCode(element.m_Group, element.m_Element, &name) != 0;
     if (known || !name.empty()) return name;
     if (element.m_Element == 0) return "Group Length";
     if (element.m_Group % 2 == 0) return "Unknown";
-    return element.m_Element >= 0x10 && element.m_Element <= 0xFF ? "Private Creator" : "Private";
+    if (element.m_Element >= 0x10 && element.m_Element <= 0xFF) return "Private Creator";
+    const PrivateRow* const row = FindPrivate(dataSet, element);
+    return row != nullptr && row->name != std::string_view("Unknown") ? row->name : "Private";
 }
 
 bool IsSequence(const VR& element) {

@@ -16,8 +16,8 @@ namespace korvane {
 /// All elements by ascending tag, group 0002 first as in a file (a data set itself puts groups 8000 and up first).
 std::vector<const VR*> SortedElements(const DICOMObject& dataSet);
 
-/// Its name in the public dictionary; for what is not there a word on what it is.
-std::string ElementName(const VR& element);
+/// Its name in the public dictionary or that of its private creator; for what is in neither a word on what it is.
+std::string ElementName(const DICOMObject& dataSet, const VR& element);
 
 /// The two letters of its type; "UN" for an unknown one, "SQ" for anything with items but pixel data.
 std::string TypeLetters(const VR& element);

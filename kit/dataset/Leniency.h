@@ -11,7 +11,9 @@ struct Leniency {
     bool mixedEncoding = true;  ///< implicit items or elements inside explicit ones, and the reverse (MixedEncoding)
     bool missingEnds = true;    ///< sequences and items that do not end where they should (WrongLengths)
     bool trailingBytes = true;  ///< bytes behind the data set that are no elements (TrailingBytes)
-    bool cutValues = true;      ///< the last value ends early: what is there is kept (EndsEarly)
+    bool unnamedTypes =
+        true;               ///< UN, and private elements without a type: read as the dictionaries know them (not told)
+    bool cutValues = true;  ///< the last value ends early: what is there is kept (EndsEarly)
 };
 
 }  // namespace korvane

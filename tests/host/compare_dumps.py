@@ -19,7 +19,7 @@ NO_PEER = {"rtplan_truncated.dcm", "MR_truncated.dcm", "image_dfl.dcm", "no_meta
            "meta_missing_tsyntax.dcm", "ExplVR_BigEndNoMeta.dcm", "UN_sequence.dcm"}
 
 
-pydicom.config.replace_un_with_known_vr = False  # the dump says what the file says
+pydicom.config.replace_un_with_known_vr = True  # as the dump does
 
 
 def made_file():
@@ -78,6 +78,18 @@ def peer_elements(path):
             yield len(match[1]) // 4, f"{match[2]},{match[3]}", match[4], match[5]
 
 
+def without_opened(own, peer):
+    """Without the items of sequences that the peer leaves as UN."""
+    kept, at = [], 0
+    for element in own:
+        above = peer[at - 1] if at else None
+        if above and above[2] == "UN" and element[0] > above[0]:
+            continue
+        kept.append(element)
+        at += 1
+    return kept
+
+
 def text_dumps():
     if shutil.which("dcmdump") is None:
         print("skipped: dcmdump (dcmtk) is not installed")
@@ -85,12 +97,13 @@ def text_dumps():
     compared = 0
     for path in files():
         own, peer = list(own_elements(path)), list(peer_elements(path))
+        own = without_opened(own, peer)
         assert [e[:2] for e in own] == [e[:2] for e in peer], (path, [e for e in zip(own, peer) if e[0][:2] != e[1][:2]][:1])
         for mine, theirs in zip(own, peer):
             same_type = mine[2] == theirs[2] or theirs[2] in ("ox", "xs", "lt", "up", "??", "px")
             # Private elements of an implicit file: the peer has dictionaries of makers.
             encapsulated = theirs[3] == "u/l"  # the peer calls it OB whatever the file says
-            assert same_type or encapsulated or mine[2] == "UN", (path, mine, theirs)
+            assert same_type or encapsulated or "UN" in (mine[2], theirs[2]), (path, mine, theirs)
             assert mine[2] == "SQ" or encapsulated or mine[3] == int(theirs[3]), (path, mine, theirs)
             compared += 1
     print(f"{compared} elements compared")

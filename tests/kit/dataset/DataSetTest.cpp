@@ -161,6 +161,47 @@ TEST(DataSetTest, WhatIsForgivenIsTold) {
     }
 }
 
+TEST(DataSetTest, PrivateElementsAreWhatTheirCreatorSays) {
+    using namespace std::string_literals;
+    DataSet set;
+    set.Set("SOPClassUID", "1.2.840.10008.5.1.4.1.1.4");
+    set.Set("SOPInstanceUID", "1.2.3.4");
+    const auto put = [&set](const char* path, const std::string& bytes) {
+        set.SetBytes(path, {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}, "UN");
+    };
+    put("0019,0042", "SIEMENS MR HEADER "s);  // whatever the block
+    put("0019,420C", "1000"s);
+    put("0019,4228", "\0\0\0\0\0\0\x34\xC0"s);
+    put("0019,4229", "\0\0\0"s);            // FD takes 8 bytes each
+    put("0019,420D", "\x01\x02\x03\x04"s);  // no text
+    put("0019,0043", "NOBODY"s);
+    put("0019,430C", "1000"s);
+    put("0054,0016", "\xFE\xFF\x00\xE0\xFF\xFF\xFF\xFF\x18\0\x31\0\x04\0\0\0Drug\xFE\xFF\x0D\xE0\0\0\0\0"s);
+    put("0008,1115", "no items"s);
+    put("0028,0106", "\xFF\xFF"s);  // US or SS
+    set.Set("PixelRepresentation", "1");
+    for (const char* const syntax : {"explicit", "implicit"}) {
+        const DataSet read = Parsed(Saved(set, syntax));
+        EXPECT_EQ(read.TypeOf("0019,0042"), "LO");
+        EXPECT_EQ(read.Integer("0019,420C"), 1000) << syntax;
+        EXPECT_EQ(read.Real("0019,4228"), -20.0) << syntax;
+        EXPECT_EQ(read.TypeOf("0019,4229"), "UN") << syntax;
+        EXPECT_EQ(read.TypeOf("0019,430C"), "UN") << syntax;
+        EXPECT_EQ(read.Text("RadiopharmaceuticalInformationSequence[0].Radiopharmaceutical"), "Drug") << syntax;
+        EXPECT_EQ(read.Integer("SmallestImagePixelValue"), -1) << syntax;
+        std::string name;
+        read.Walk([&name](const ElementFacts& facts) {
+            if (facts.tag == static_cast<tags::Tag>(0x0019420C)) name = facts.name;
+        });
+        EXPECT_EQ(name, "B_value") << syntax;
+        EXPECT_EQ(Parsed(Saved(read, syntax)).Integer("0019,420C"), 1000) << syntax;
+    }
+    const std::string bytes = Saved(set, "explicit");
+    EXPECT_EQ(Parsed(bytes).TypeOf("ReferencedSeriesSequence"), "UN");
+    EXPECT_EQ(Parsed(bytes, {.leniency = {.unnamedTypes = false}}).TypeOf("0019,420C"), "UN");
+    EXPECT_EQ(Parsed(Saved(set, "big")).TypeOf("0019,4228"), "UN");  // its byte order is not known
+}
+
 TEST(DataSetTest, WhatIsMissingOrCannotBeDecodedIsTold) {
     DataSet set = Patient();
     set.SetBytes("PatientName", std::vector<unsigned char>{0xBB, 0xEE, 'A', ' '}, "PN");
