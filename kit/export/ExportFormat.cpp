@@ -1,9 +1,9 @@
 #include "ExportFormat.h"
 
 #include "../core/Error.h"
+#include "../study/SeriesFindings.h"
 #include "../study/SeriesText.h"
 #include "../study/SeriesVolume.h"
-#include "../study/SeriesWarnings.h"
 #include "../study/StoredPixels.h"
 #include "VoxelGrid.h"
 

@@ -1,7 +1,7 @@
 #include "ExportJob.h"
 
 #include "../core/Error.h"
-#include "../study/SeriesWarnings.h"
+#include "../study/SeriesFindings.h"
 #include "ExportReport.h"
 #include "VoxelFile.h"
 

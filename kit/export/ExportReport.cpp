@@ -2,8 +2,8 @@
 
 #include "../core/JsonText.h"
 #include "../study/FindingJson.h"
+#include "../study/SeriesFindings.h"
 #include "../study/SeriesVolume.h"
-#include "../study/SeriesWarnings.h"
 #include "ExportFormat.h"
 #include "IrregularPolicy.h"
 

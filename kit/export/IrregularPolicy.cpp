@@ -1,9 +1,9 @@
 #include "IrregularPolicy.h"
 
 #include "../core/Error.h"
+#include "../study/SeriesFindings.h"
 #include "../study/SeriesGeometry.h"
 #include "../study/SeriesVolume.h"
-#include "../study/SeriesWarnings.h"
 #include "VolumeGroups.h"
 
 #include "base/Bytes.h"

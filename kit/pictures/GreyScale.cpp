@@ -1,6 +1,6 @@
 #include "GreyScale.h"
 
-#include "../study/SeriesWarnings.h"
+#include "../study/SeriesFindings.h"
 
 #include "base/Number.h"
 

@@ -1,7 +1,7 @@
 #include "ImagePainter.h"
 
 #include "../core/Error.h"
-#include "../study/SeriesWarnings.h"
+#include "../study/SeriesFindings.h"
 #include "Annotation.h"
 #include "ColourScale.h"
 #include "Histogram.h"

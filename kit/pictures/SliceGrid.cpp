@@ -1,7 +1,7 @@
 #include "SliceGrid.h"
 
 #include "../core/Error.h"
-#include "../study/SeriesWarnings.h"
+#include "../study/SeriesFindings.h"
 
 #include "slicing/ViewAxes.h"
 

@@ -1,7 +1,7 @@
 #include "SliceJob.h"
 
 #include "../core/Paths.h"
-#include "../study/SeriesWarnings.h"
+#include "../study/SeriesFindings.h"
 #include "ContactSheet.h"
 #include "PictureFile.h"
 #include "PictureSize.h"

@@ -1,7 +1,7 @@
 #include "WindowChoice.h"
 
 #include "../study/PlaceRescale.h"
-#include "../study/SeriesWarnings.h"
+#include "../study/SeriesFindings.h"
 #include "Histogram.h"
 #include "ImageFile.h"
 

@@ -3,8 +3,8 @@
 #include "../core/Error.h"
 #include "../core/Paths.h"
 #include "../core/Threads.h"
+#include "SeriesFindings.h"
 #include "SeriesLoader.h"
-#include "SeriesWarnings.h"
 #include "VolumeSets.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "../core/TextEncoding.h"
 #include "FoundFiles.h"
-#include "SeriesWarnings.h"
+#include "SeriesFindings.h"
 
 #include <algorithm>
 #include <set>

@@ -1,6 +1,6 @@
 #include "VolumeSets.h"
 
-#include "SeriesWarnings.h"
+#include "SeriesFindings.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "SeriesWarnings.h"
+#include "SeriesFindings.h"
 
 #include "FoundFiles.h"
 
