@@ -7,8 +7,63 @@
 
 #include <algorithm>
 #include <cctype>
+#include <string_view>
 
 namespace korvane {
+
+namespace {
+
+/// A new format is a writer and a row of `kFormats`.
+struct PictureFormat {
+    std::string_view name;
+    std::string_view endings;  // in small letters, each between blanks
+    bool holds16Bits;
+    void (*write)(const Picture& picture, const std::string& path, double pixelSize, const Watch& watch);
+};
+
+void WritePngPicture(const Picture& picture, const std::string& path, double pixelSize, const Watch& watch) {
+    PngWriter png(path, watch);
+    png.SetPixelSize(pixelSize);
+    png.Write(picture);
+}
+
+void WriteJpegPicture(const Picture& picture, const std::string& path, double, const Watch& watch) {
+    WriteJpeg(picture, path, watch);
+}
+
+// The first is that of names whose ending is none of a picture's.
+constexpr PictureFormat kFormats[] = {{"PNG", " .png ", true, WritePngPicture},
+                                      {"JPEG", " .jpg .jpeg ", false, WriteJpegPicture}};
+
+// What others would take a file for by its name, and it would not be.
+constexpr std::string_view kForeignEndings =
+    " .bmp .gif .tif .tiff .webp .avif .heic .jp2 .pgm .ppm .pnm .svg .pdf .dcm .nii .raw ";
+
+// With its dot, in small letters; "" where there is none.
+std::string EndingOf(const std::string& path) {
+    const std::string name = path.substr(path.find_last_of("/\\") + 1);
+    std::string ending = name.substr(std::min(name.size(), name.rfind('.')));
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
+    return ending;
+}
+
+const PictureFormat& FormatOf(const std::string& path) {
+    const std::string ending = EndingOf(path);
+    const std::string word = " " + ending + " ";
+    std::string known;
+    for (const PictureFormat& format : kFormats) {
+        if (!ending.empty() && format.endings.find(word) != std::string_view::npos) return format;
+        known += format.endings.substr(0, format.endings.size() - 1);
+    }
+    if (!ending.empty() && kForeignEndings.find(word) != std::string_view::npos) {
+        throw Error(ErrorKind::WrongArgument, path + ": pictures are not written as " + ending + ", but as" + known)
+            .InFile(path);
+    }
+    return kFormats[0];
+}
+
+}  // namespace
 
 std::string NumberForName(int number) {
     const std::string digits = std::to_string(number);
@@ -21,26 +76,17 @@ std::string PictureFile::Begin() {
     return target;
 }
 
-bool PictureFile::IsJpeg(const std::string& path) {
-    std::string ending = path.substr(std::min(path.rfind('.'), path.size()));
-    std::transform(ending.begin(), ending.end(), ending.begin(),
-                   [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-    return ending == ".jpg" || ending == ".jpeg";
-}
-
 void PictureFile::Write(const Picture& picture) {
-    const std::string target = Begin();
-    if (IsJpeg(m_Path)) {
-        WriteJpeg(picture, target, m_Watch);
-        return;
-    }
-    PngWriter png(target, m_Watch);
-    png.SetPixelSize(m_PixelSize);
-    png.Write(picture);
+    const PictureFormat& format = FormatOf(m_Path);
+    format.write(picture, Begin(), m_PixelSize, m_Watch);
 }
 
 void PictureFile::Write(const std::vector<std::uint16_t>& values, int width, int height) {
-    if (IsJpeg(m_Path)) throw Error(ErrorKind::WrongArgument, "a JPEG file has no 16 bits: name a PNG file");
+    const PictureFormat& format = FormatOf(m_Path);
+    if (!format.holds16Bits) {
+        throw Error(ErrorKind::WrongArgument,
+                    "a " + std::string(format.name) + " file has no 16 bits: name a PNG file");
+    }
     PngWriter png(Begin(), m_Watch);
     png.SetPixelSize(m_PixelSize);
     png.Write(values.data(), width, height);

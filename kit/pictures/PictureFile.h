@@ -19,14 +19,13 @@ public:
     PictureFile(ExportFiles& files, const std::string& path, double pixelSize, const Watch& watch)
         : m_Files(files), m_Path(path), m_PixelSize(pixelSize), m_Watch(watch) {}
 
-    /// A JPEG file where the name ends in .jpg or .jpeg, else a PNG file. Throws `Error`.
+    /// A JPEG file where the name ends in .jpg or .jpeg, else a PNG file. Throws `Error`, of kind `WrongArgument` for a name
+    /// that ends as those of another kind of file do (.bmp, .tif, .dcm ...).
     void Write(const Picture& picture);
     /// 16 bits of grey, which PNG alone holds here.
     void Write(const std::vector<std::uint16_t>& values, int width, int height);
     /// 32-bit floating point: a TIFF file, whatever its name. Throws `Error` of kind `Unsupported` where this build has none.
     void Write(const std::vector<float>& values, int width, int height);
-
-    static bool IsJpeg(const std::string& path);
 
 private:
     std::string Begin();

@@ -179,6 +179,8 @@ def colours():
         assert abs(pixels - peer(WORK / "image.dcm")).max() <= 2
     assert (draw(WORK / "image.dcm", name="picture.jpg")[0].shape == pixels.shape
             and abs(draw(WORK / "image.dcm", name="picture.jpg")[0] - pixels).max() < 25)
+    err = korvane("slice", WORK / "image.dcm", "-o", WORK / "picture.BMP", status=2)[1]
+    assert "as .png .jpg .jpeg" in err and not (WORK / "picture.BMP").exists(), err
     for words, ds in (("HSV", image(rgb, PhotometricInterpretation="HSV")), ("window", image(rgb)),
                       ("1 sample", image(rgb[..., 0], PhotometricInterpretation="RGB"))):
         err = korvane("slice", save(ds), *(("--window=1,2",) if words == "window" else ()), "-o", WORK / "x.png", status=None)[1]
