@@ -22,7 +22,9 @@ void DumpFile(Arguments& arguments) {
     ConsoleWatcher watcher;
     arguments.options.watcher = &watcher;
     platform::StandardOutput out;
-    Dump(arguments.path, out, arguments.options);
+    if (arguments.path != "-") return Dump(arguments.path, out, arguments.options);
+    platform::StandardInput in;
+    Dump(in, out, arguments.options);
 }
 
 }  // namespace
@@ -30,7 +32,7 @@ void DumpFile(Arguments& arguments) {
 void AddDumpVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("dump", "Print every element of a file");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("FILE", arguments->path, "A DICOM file")->required();
+    verb->add_option("FILE", arguments->path, "A DICOM file, or - for standard input")->required();
     CLI::Option* const json = verb->add_flag("--json", arguments->options.json, "As DICOM JSON model (PS3.18 Annex F)");
     verb->add_flag("--meta", arguments->options.meta, "With group 0002, which is not part of that model")->needs(json);
     verb->add_flag("--whole", arguments->options.whole, "Long values whole")->excludes(json);

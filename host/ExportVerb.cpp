@@ -17,6 +17,7 @@ namespace {
 constexpr char kPassword[] = "KORVANE_FTP_PASSWORD";
 
 struct Arguments {
+    PathOptions paths;
     SeriesChoice choice;
     bool all = false;
     ExportAllOptions allOptions;
@@ -50,7 +51,7 @@ void ExportEvery(Arguments& arguments) {
     options.reportFile = arguments.options.reportFile;
     options.jobs = arguments.options.jobs;
     options.watcher = &watcher;
-    const Found found = Find(arguments.choice.paths, {options.jobs, &watcher});
+    const Found found = Find(arguments.choice.paths, {options.jobs, &watcher, arguments.choice.input});
     if (found.GetSeries().empty()) {
         const std::string& first = arguments.choice.paths.front();
         throw Error(ErrorKind::NotFound, first + ": no DICOM files").InFile(first);
@@ -77,6 +78,7 @@ void CheckArguments(const Arguments& arguments) {
 
 void ExportSeries(Arguments& arguments) {
     CheckArguments(arguments);
+    arguments.paths.Fill(arguments.choice.paths, arguments.choice.input);
     if (arguments.all) return ExportEvery(arguments);
     ConsoleWatcher watcher;
     arguments.options.watcher = &watcher;
@@ -91,7 +93,7 @@ void ExportSeries(Arguments& arguments) {
 void AddExportVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("export", "Write a series as a volume file");
     const auto arguments = std::make_shared<Arguments>();
-    AddSeriesOptions(*verb, arguments->choice);
+    AddSeriesOptions(*verb, arguments->paths, arguments->choice);
     verb->add_option(
             "--format", arguments->format,
             "analyze: Analyze 7.5, NAME.hdr and NAME.img; bob: brick of bytes, NAME.header, NAME.ImageInfo and "

@@ -1,5 +1,6 @@
 // korvane info: what series lie under some paths.
 #include "Console.h"
+#include "PathOptions.h"
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
@@ -15,7 +16,7 @@ using namespace korvane;
 namespace {
 
 struct Arguments {
-    std::vector<std::string> paths;
+    PathOptions paths;
     bool json = false;
 };
 
@@ -25,11 +26,13 @@ void PrintText(const Found& found) {
     if (found.CountIgnored() > 0) std::printf("%zu files are not DICOM and were ignored\n", found.CountIgnored());
 }
 
-void Info(const Arguments& arguments) {
+void Info(Arguments& arguments) {
     ConsoleWatcher watcher;
     FindOptions options;
     options.watcher = &watcher;
-    const Found found = Find(arguments.paths, options);
+    std::vector<std::string> paths;
+    arguments.paths.Fill(paths, options.input);
+    const Found found = Find(paths, options);
     if (arguments.json) {
         std::cout << ToJson(found);
     } else {
@@ -37,7 +40,7 @@ void Info(const Arguments& arguments) {
     }
     for (const Finding& failure : found.GetUnreadable()) Warn(failure.text);
     if (!found.GetUnreadable().empty()) throw Error(ErrorKind::Disk, "some files could not be read");
-    if (found.CountFiles() == 0) throw Error(ErrorKind::NotFound, arguments.paths.front() + ": no DICOM files");
+    if (found.CountFiles() == 0) throw Error(ErrorKind::NotFound, paths.front() + ": no DICOM files");
 }
 
 }  // namespace
@@ -45,7 +48,7 @@ void Info(const Arguments& arguments) {
 void AddInfoVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("info", "Tell what series lie under some paths");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("PATH", arguments->paths, "Folders, searched with all below them, or files")->required();
+    arguments->paths.AddTo(*verb, "PATH", "Folders, searched with all below them, or files");
     verb->add_flag("--json", arguments->json, "For programs");
     verb->callback([arguments] { Info(*arguments); });
 }

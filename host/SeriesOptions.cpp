@@ -4,8 +4,8 @@
 
 using namespace korvane;
 
-void AddSeriesOptions(CLI::App& verb, SeriesChoice& choice) {
-    verb.add_option("SERIES", choice.paths, "Folders or files that hold the series")->required();
+void AddSeriesOptions(CLI::App& verb, PathOptions& paths, SeriesChoice& choice) {
+    paths.AddTo(verb, "SERIES", "Folders or files that hold the series");
     CLI::Option* const series =
         verb.add_option("--series", choice.series, "UID of the series, or #ROW in the list, where several are found");
     verb.add_option_function<int>(

@@ -19,6 +19,7 @@ namespace {
 
 // Texts of options that hold several numbers.
 struct Arguments {
+    PathOptions paths;
     SeriesChoice choice;
     SliceOptions options;
     std::string view;
@@ -106,12 +107,14 @@ SliceOptions ParseOptions(const Arguments& arguments) {
     return options;
 }
 
-void MakeSlices(const Arguments& arguments) {
+void MakeSlices(Arguments& arguments) {
     ConsoleWatcher watcher;
     SliceOptions options = ParseOptions(arguments);
     options.watcher = &watcher;
-    const SeriesChoice& choice = arguments.choice;
-    const Series series = Find(choice.paths, {choice.jobs, &watcher}).Choose(choice.series);
+    SeriesChoice choice = arguments.choice;
+    arguments.paths.Fill(choice.paths, choice.input);
+    choice.watcher = &watcher;
+    const Series series = Choose(choice);
     const SliceReport report = SaveSlices(series, choice.volume, arguments.output, options);
     for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
 }
@@ -175,7 +178,7 @@ void AddSliceVerb(CLI::App& program) {
         "slice",
         "Write pictures of planes through the volume, or, without a view or a plane, of the images as they are");
     const auto arguments = std::make_shared<Arguments>();
-    AddSeriesOptions(*verb, arguments->choice);
+    AddSeriesOptions(*verb, arguments->paths, arguments->choice);
     AddPlaneOptions(*verb, *arguments);
     AddPictureOptions(*verb, *arguments);
     verb->callback([arguments] { MakeSlices(*arguments); });

@@ -10,6 +10,8 @@ bool IsWritable(const char* path);
 
 /// Makes one folder in a folder that is there. False when anything stands under the path.
 bool CreateFolder(const char* path);
+/// The same for a folder that nobody else may look into. On Windows who may is told by the folder above.
+bool CreatePrivateFolder(const char* path);
 /// Removes a folder that is empty.
 bool RemoveFolder(const char* path);
 

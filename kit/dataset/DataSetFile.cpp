@@ -236,13 +236,19 @@ DataSetFile ReadDataSet(std::span<const unsigned char> bytes, int option, const 
     return ReadOnce(again, option, leniency, true);
 }
 
-DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch, const Leniency& leniency) {
+bool LooksLikeDataSet(std::span<const unsigned char> head) {
+    MemoryInputBuffer buffer(head.data(), head.size());
+    return LookAtBeginning(buffer) != Beginning::NotDicom;
+}
+
+DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch, const Leniency& leniency) {
+    const std::string& path = from.name;
     DataSetFile file;
     for (const bool second : {false, true}) {
         FileInputBuffer buffer;
         buffer.SetStopQuestion(watch.GetStopQuestion());
         errno = 0;
-        const bool opened = buffer.Open(path.c_str());
+        const bool opened = buffer.Open(from.place.c_str());
         if (opened) file = ReadOnce(buffer, option, leniency, second);
         if (!opened || buffer.HasFailed()) {
             const int error = opened ? buffer.GetError() : errno;

@@ -10,9 +10,20 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace korvane {
+
+/// A file as messages call it, and where its bytes lie: elsewhere for what came out of an archive or a stream.
+struct NamedFile {
+    NamedFile(const std::string& path) : name(path), place(path) {}
+    NamedFile(const char* path) : name(path), place(path) {}
+    NamedFile(std::string called, std::string path) : name(std::move(called)), place(std::move(path)) {}
+
+    std::string name;
+    std::string place;
+};
 
 struct DataSetFile {
     std::unique_ptr<DICOMDataObject> dataSet;  ///< null: not a DICOM file
@@ -28,6 +39,12 @@ struct DataSetFile {
     std::uint64_t pixelsPresent = 0;  ///< how many of them the file can hold
 };
 
+/// The bytes that show whether something is a data set.
+constexpr std::size_t kHeadOfDataSet = 132;
+
+/// Whether what begins so counts as DICOM, as for `ReadDataSet`. `head`: its first `kHeadOfDataSet` bytes, or all it has.
+bool LooksLikeDataSet(std::span<const unsigned char> head);
+
 /// Reads a stream; `option` as for `LoadDICOMFile`. It counts as DICOM when "DICM" stands at byte 128 or at its start, or
 /// when it begins with an element of group 0002 or 0008, either byte order. Deflated data is inflated. A stream is read
 /// once: of the leniencies only those about the encoding as a whole apply.
@@ -37,8 +54,7 @@ DataSetFile ReadDataSet(Buffer& buffer, int option);
 DataSetFile ReadDataSet(std::span<const unsigned char> bytes, int option, const Leniency& leniency = {});
 
 /// The same of a file, whose name findings and errors bear. Throws `Error` when it cannot be read.
-DataSetFile ReadDataSetFile(const std::string& path, int option, const Watch& watch = {},
-                            const Leniency& leniency = {});
+DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch = {}, const Leniency& leniency = {});
 
 /// The name of a transfer syntax with its UID behind it; the UID alone when the name is not known.
 std::string DescribeSyntax(const std::string& uid);

@@ -89,7 +89,8 @@ private:
     const FrameKeys& KeysOf(const SliceRef& slice) const { return m_Series.GetFound().KeysOf(slice); }
 
     std::shared_ptr<const DICOMDataObject> ReadHeader(const SliceRef& slice) const {
-        DataSetFile file = ReadDataSetFile(m_Series.GetFound().files[slice.file].path, kStopBeforePixelData, m_Watch);
+        DataSetFile file =
+            ReadDataSetFile(m_Series.GetFound().files[slice.file].GetFile(), kStopBeforePixelData, m_Watch);
         if (file.dataSet == nullptr) file.dataSet = std::make_unique<DICOMDataObject>();  // it has gone meanwhile
         return std::move(file.dataSet);
     }

@@ -32,9 +32,9 @@ std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned) {
     return std::minmax(first, limit != nullptr ? PaddingOf(*limit, isSigned) : first);
 }
 
-ImageFile::ImageFile(const std::string& path, const Watch& watch) : m_File(ReadDataSetFile(path, kParseAll, watch)) {
-    if (m_File.dataSet == nullptr) throw Error(ErrorKind::NotDicom, path + ": not a DICOM file").InFile(path);
-    m_Header = ReadImageHeader(path, m_File);
+ImageFile::ImageFile(const NamedFile& from, const Watch& watch) : m_File(ReadDataSetFile(from, kParseAll, watch)) {
+    if (m_File.dataSet == nullptr) throw Error(ErrorKind::NotDicom, from.name + ": not a DICOM file").InFile(from.name);
+    m_Header = ReadImageHeader(from, m_File);
     if (m_Header.form.kind == PixelForm::Kind::None) Fail(ErrorKind::Unsupported, "no pixel data");
     if (m_File.encapsulated) Decode(watch);
     CheckForm();
@@ -61,7 +61,7 @@ void ImageFile::Decode(const Watch& watch) {
                     .files = {GetPath()},
                     .text = GetPath() + ": the pixels were compressed with loss"});
     }
-    m_Header = ReadImageHeader(GetPath(), m_File);  // codecs may have changed what it says of the pixels
+    m_Header = ReadImageHeader(m_Header.GetFile(), m_File);  // codecs may have changed what it says of the pixels
 }
 
 void ImageFile::CheckForm() const {

@@ -23,7 +23,7 @@ std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned);
 class ImageFile {
 public:
     /// Reads and decodes all frames. Throws `Error`.
-    explicit ImageFile(const std::string& path, const Watch& watch = {});
+    explicit ImageFile(const NamedFile& from, const Watch& watch = {});
 
     const std::string& GetPath() const { return m_Header.path; }
     const ImageHeader& GetHeader() const { return m_Header; }  ///< of the decoded pixels

@@ -37,7 +37,7 @@ ImageJob::ImageJob(const Series& series, int volume, const SliceOptions& options
     for (const SliceRef& slice : slices) {
         const ImageHeader& header = found.files[slice.file];
         const bool isWhole = slice.frame < 0;
-        m_Images.push_back({header.path, isWhole ? 0 : slice.frame,
+        m_Images.push_back({header.GetFile(), isWhole ? 0 : slice.frame,
                             isWhole ? static_cast<std::size_t>(header.frames) : std::size_t{1}});
     }
 }
@@ -45,7 +45,7 @@ ImageJob::ImageJob(const Series& series, int volume, const SliceOptions& options
 ImageJob::ImageJob(const std::string& path, const SliceOptions& options)
     : m_Options(options), m_Watch(options.watcher), m_pFile(std::make_unique<ImageFile>(path, m_Watch)),
       m_Files(Destination{}, m_Watch) {
-    m_Images.push_back({path, 0, static_cast<std::size_t>(m_pFile->CountFrames())});
+    m_Images.push_back({NamedFile(path), 0, static_cast<std::size_t>(m_pFile->CountFrames())});
 }
 
 std::size_t ImageJob::CountImages() const {
@@ -67,14 +67,14 @@ std::size_t ImageJob::ChooseIndex() const {
 ImagePainter ImageJob::PainterOf(std::size_t index) {
     auto images = m_Images.begin();
     for (; index >= images->count; ++images) index -= images->count;
-    if (m_pFile == nullptr || m_pFile->GetPath() != images->path) {
+    if (m_pFile == nullptr || m_pFile->GetHeader().GetFile().place != images->file.place) {
         m_pFile.reset();  // its memory is wanted for the next one
-        m_pFile = std::make_unique<ImageFile>(images->path, m_Watch);
+        m_pFile = std::make_unique<ImageFile>(images->file, m_Watch);
     }
     const int frame = images->firstFrame + static_cast<int>(index);
     if (frame >= m_pFile->CountFrames()) {
-        throw Error(ErrorKind::Damaged, images->path + ": there is no frame " + std::to_string(frame + 1))
-            .InFile(images->path);
+        throw Error(ErrorKind::Damaged, images->file.name + ": there is no frame " + std::to_string(frame + 1))
+            .InFile(images->file.name);
     }
     return {*m_pFile, frame, m_Options, m_Notes};
 }

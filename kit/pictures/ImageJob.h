@@ -28,7 +28,7 @@ public:
 private:
     /// Frames of one file that follow each other.
     struct Images {
-        std::string path;
+        NamedFile file;
         int firstFrame;
         std::size_t count;
     };

@@ -106,7 +106,12 @@ const std::vector<Finding>& Found::GetUnreadable() const {
 
 Found Find(const std::vector<std::string>& paths, const FindOptions& options) {
     if (paths.empty()) throw Error(ErrorKind::WrongArgument, "no paths to look under");
-    return Found(std::make_shared<const FoundFiles>(FindSeries(paths, options.jobs, options.watcher)));
+    return Found(std::make_shared<const FoundFiles>(FindSeries(paths, options.input, options.jobs, options.watcher)));
+}
+
+Series Choose(const SeriesChoice& choice) {
+    const Found found = Find(choice.paths, {choice.jobs, choice.watcher, choice.input});
+    return choice.number ? found.ChooseNumber(*choice.number) : found.Choose(choice.series);
 }
 
 }  // namespace korvane

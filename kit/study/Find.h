@@ -4,7 +4,9 @@
 #include "../core/Finding.h"
 #include "../core/KitExport.h"
 #include "../core/Watcher.h"
+#include "../dataset/InputOptions.h"
 #include "Series.h"
+#include "SeriesChoice.h"
 
 #include <cstddef>
 #include <memory>
@@ -22,6 +24,7 @@ struct LeftOutFile {
 struct FindOptions {
     unsigned jobs = 0;  ///< threads; 0: one for each core
     Watcher* watcher = nullptr;
+    InputOptions input{};
 };
 
 /// What lies under some paths. A cheap value, as its series are.
@@ -65,12 +68,17 @@ private:
     std::vector<Series> m_Series;
 };
 
-/// Reads the headers of all regular files under the paths: folders, searched with all below them, or files. Pixels are not
-/// read. Throws `Error`: `NotFound` when a path does not exist, `Stopped`.
+/// Reads the headers of all regular files under the paths: folders, searched with all below them, files, a DICOMDIR, which
+/// leads to the files that it references, zip and tar archives. Pixels are not read. Files of archives are called by the
+/// archive's name and their own ("study.zip: ct/1.dcm"); they lie in a temporary folder until the last copy of what is
+/// returned has gone. Throws `Error`: `NotFound` when a path does not exist, `Stopped`.
 ///
 ///     const korvane::Found found = korvane::Find({"/data/study"});
 ///     korvane::Volume volume = korvane::Load(found.Only());
 KORVANE_KIT Found Find(const std::vector<std::string>& paths, const FindOptions& options = {});
+
+/// The series that a user chose. Throws `Error` as `Find` and `Found::Choose` do.
+KORVANE_KIT Series Choose(const SeriesChoice& choice);
 
 /// One line for each series, numbered from 1, with line ends; safe to print.
 KORVANE_KIT std::string List(const Found& found);

@@ -2,11 +2,13 @@
 #pragma once
 
 #include "../core/Finding.h"
+#include "../core/TemporaryFolder.h"
 #include "Find.h"
 #include "ImageHeader.h"
 #include "SeriesGeometry.h"
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -43,7 +45,8 @@ struct FoundSeries {
 };
 
 struct FoundFiles {
-    std::vector<std::string> paths;  ///< that were searched
+    std::vector<std::string> paths;                     ///< that were searched
+    std::shared_ptr<const TemporaryFolder> unpacked{};  ///< where files of archives lie; null without
     std::vector<ImageHeader> files;
     std::vector<FoundSeries> series;
     std::vector<LeftOutFile> leftOut;  ///< those that the two numbers below count

@@ -83,16 +83,17 @@ bool ImageHeader::HoldsFrames() const {
     return present >= static_cast<std::uint64_t>(frames);
 }
 
-ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file) {
+ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file) {
     const DICOMDataObject& dataSet = *file.dataSet;
     ImageHeader header;
-    header.path = path;
+    header.path = from.name;
+    if (from.place != from.name) header.unpacked = from.place;
     header.transferSyntax = file.transferSyntax;
     header.encapsulated = file.encapsulated;
     header.pixelsPresent = file.pixelsPresent;
     if (file.encapsulated) {
         std::error_code error;
-        const std::uintmax_t size = std::filesystem::file_size(PathFromText(path), error);
+        const std::uintmax_t size = std::filesystem::file_size(PathFromText(from.place), error);
         if (!error) header.encapsulatedRoom = size;
     }
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;

@@ -26,7 +26,8 @@ struct StudyTexts {
 };
 
 struct ImageHeader {
-    std::string path;
+    std::string path;      ///< as people know it
+    std::string unpacked;  ///< where its bytes lie, if elsewhere
     std::string transferSyntax;
     std::string modality;
     std::string sopClass;
@@ -70,9 +71,10 @@ struct ImageHeader {
     std::uint64_t FramesPresent() const;
     /// Whether there are bytes for as many frames as are claimed; compressed ones take 8 each at least.
     bool HoldsFrames() const;
+    NamedFile GetFile() const { return {path, unpacked.empty() ? path : unpacked}; }
 };
 
 /// Takes from a data set, which may have been read without its pixels, what the header keeps.
-ImageHeader ReadImageHeader(const std::string& path, const DataSetFile& file);
+ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file);
 
 }  // namespace korvane

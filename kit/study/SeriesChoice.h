@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../core/Watcher.h"
+#include "../dataset/InputOptions.h"
 
 #include <optional>
 #include <string>
@@ -17,6 +18,7 @@ struct SeriesChoice {
     int volume = 0;               ///< from 1; 0: not asked for
     unsigned jobs = 0;            ///< threads; 0: one for each core
     Watcher* watcher = nullptr;
+    InputOptions input{};
 };
 
 }  // namespace korvane

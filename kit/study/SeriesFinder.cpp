@@ -1,24 +1,20 @@
 #include "SeriesFinder.h"
 
 #include "../core/Error.h"
-#include "../core/Paths.h"
 #include "../core/Threads.h"
+#include "../dataset/Inputs.h"
 #include "SeriesFindings.h"
 #include "SeriesLoader.h"
 #include "VolumeSets.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
-#include <system_error>
 #include <tuple>
 #include <utility>
 
 namespace korvane {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -27,29 +23,6 @@ namespace {
 constexpr std::size_t kOrientationsCompared = 64;
 
 constexpr std::size_t kReadAhead = 256;  // headers
-
-std::vector<std::string> ListFiles(const std::vector<std::string>& paths, std::vector<Finding>& unreadable) {
-    std::vector<std::string> files;
-    std::vector<std::string> folders;
-    for (const std::string& text : paths) {
-        const fs::path path = PathFromText(text);
-        std::error_code error;
-        const fs::file_status status = fs::status(path, error);
-        if (!fs::exists(status)) {
-            throw Error(ErrorKind::NotFound, "cannot find " + text + (error ? ": " + SystemText(error, text) : ""))
-                .InFile(text);
-        }
-        if (fs::is_directory(status)) {
-            ListFolder(path, files, folders);
-        } else {
-            files.push_back(text);
-        }
-    }
-    for (const std::string& line : folders) unreadable.push_back({.kind = FindingKind::Unreadable, .text = line});
-    std::sort(files.begin(), files.end());
-    files.erase(std::unique(files.begin(), files.end()), files.end());
-    return files;
-}
 
 /// Whether a syntax may have changed the values (PS3.5 A.4): JPEG but for its lossless processes, JPEG-LS near-lossless,
 /// JPEG 2000 that is not lossless only.
@@ -66,23 +39,23 @@ struct ReadFile {
     std::optional<Finding> failure;
 };
 
-ReadFile ReadHeader(const std::string& path, const Watch& watch) {
+ReadFile ReadHeader(const NamedFile& from, const Watch& watch) {
     ReadFile result;
     try {
-        const DataSetFile file = ReadDataSetFile(path, kStopBeforePixelData, watch);
-        if (file.dataSet != nullptr) result.header = ReadImageHeader(path, file);
+        const DataSetFile file = ReadDataSetFile(from, kStopBeforePixelData, watch);
+        if (file.dataSet != nullptr) result.header = ReadImageHeader(from, file);
     } catch (const Error& error) {
         if (error.GetKind() == ErrorKind::Stopped) throw;
         watch.StopIfAsked();
-        result.failure = Finding{.kind = FindingKind::Unreadable, .files = {path}, .text = error.what()};
+        result.failure = Finding{.kind = FindingKind::Unreadable, .files = {from.name}, .text = error.what()};
     }
     return result;
 }
 
-void ReadHeaders(const std::vector<std::string>& paths, unsigned jobs, const Watch& watch, FoundFiles& found) {
-    TaskProgress progress(watch, "reading headers", static_cast<std::int64_t>(paths.size()));
-    std::vector<ReadFile> read(paths.size());
-    const auto make = [&](std::size_t i) { read[i] = ReadHeader(paths[i], watch); };
+void ReadHeaders(const std::vector<NamedFile>& files, unsigned jobs, const Watch& watch, FoundFiles& found) {
+    TaskProgress progress(watch, "reading headers", static_cast<std::int64_t>(files.size()));
+    std::vector<ReadFile> read(files.size());
+    const auto make = [&](std::size_t i) { read[i] = ReadHeader(files[i], watch); };
     const auto take = [&](std::size_t i) {
         if (read[i].header) {
             std::shared_ptr<const StudyTexts>& study = read[i].header->study;
@@ -93,11 +66,11 @@ void ReadHeaders(const std::vector<std::string>& paths, unsigned jobs, const Wat
             found.unreadable.push_back(std::move(*read[i].failure));
         } else {
             ++found.ignored;
-            found.leftOut.push_back({paths[i], "not a DICOM file"});
+            found.leftOut.push_back({files[i].name, "not a DICOM file"});
         }
         progress.Step();
     };
-    ForEachInOrder(jobs, paths.size(), kReadAhead, watch, make, take);
+    ForEachInOrder(jobs, files.size(), kReadAhead, watch, make, take);
 }
 
 /// The pixel data of a file as it would be loaded; null where that cannot be had.
@@ -108,7 +81,7 @@ std::unique_ptr<DICOMDataObject> ReadPixels(const ImageHeader& header, const Wat
     } catch (const Error&) {
         return nullptr;
     }
-    DataSetFile file = ReadDataSetFile(header.path, kParseAll, watch);
+    DataSetFile file = ReadDataSetFile(header.GetFile(), kParseAll, watch);
     CodecManager codecs;
     codecs.SetStopQuestion(watch.GetStopQuestion());
     if (file.encapsulated && codecs.Decode(file.dataSet.get()) == 0) return nullptr;
@@ -275,11 +248,17 @@ std::string FoundFiles::NameOf(const SliceRef& slice) const {
     return slice.frame < 0 ? header.path : header.path + " frame " + std::to_string(slice.frame + 1);
 }
 
-FoundFiles FindSeries(const std::vector<std::string>& paths, unsigned jobs, const Watch& watch) {
+FoundFiles FindSeries(const std::vector<std::string>& paths, const InputOptions& input, unsigned jobs,
+                      const Watch& watch) {
     FoundFiles found;
     found.paths = paths;
-    const std::vector<std::string> files = ListFiles(paths, found.unreadable);
-    ReadHeaders(files, jobs, watch, found);
+    Inputs inputs = FindInputs(paths, input, watch);
+    found.unpacked = inputs.unpacked;
+    found.unreadable = std::move(inputs.unreadable);
+    for (Inputs::PassedOver& entry : inputs.passedOver)
+        found.leftOut.push_back({std::move(entry.name), std::move(entry.why)});
+    found.ignored = found.leftOut.size();
+    ReadHeaders(inputs.files, jobs, watch, found);
     DropCopies(found, watch);
     GroupFiles(found);
     const auto key = [&](const FoundSeries& series) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../core/Watch.h"
+#include "../dataset/InputOptions.h"
 #include "FoundFiles.h"
 
 #include <string>
@@ -9,8 +10,9 @@
 
 namespace korvane {
 
-/// Reads the headers of all regular files under the paths, on `jobs` threads (see `CountJobs`). Throws `Error` of kind
+/// Reads the headers of all files that the paths lead to (see `FindInputs`), on `jobs` threads (see `CountJobs`). Throws `Error` of kind
 /// `NotFound` when a path does not exist.
-FoundFiles FindSeries(const std::vector<std::string>& paths, unsigned jobs, const Watch& watch);
+FoundFiles FindSeries(const std::vector<std::string>& paths, const InputOptions& input, unsigned jobs,
+                      const Watch& watch);
 
 }  // namespace korvane

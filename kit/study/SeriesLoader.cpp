@@ -274,7 +274,7 @@ void LoadedSlices::StandIn(const ImageHeader& header, DICOMDataObject& dataSet) 
 }
 
 void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& frames) {
-    DataSetFile file = ReadDataSetFile(header.path, kParseAll, m_Watch);
+    DataSetFile file = ReadDataSetFile(header.GetFile(), kParseAll, m_Watch);
     if (file.encapsulated) Decode(header, file);
     if (file.dataSet == nullptr || !HasPixelBytes(header, *file.dataSet)) {
         Refuse(header, ErrorKind::Damaged, "the pixel data cannot be read");

@@ -78,11 +78,6 @@ void PutPlanes(CVolume& volume, CVolume::PixelType type, std::vector<std::byte>&
     volume.UpdateZInterpArray();
 }
 
-Series FindChosen(const SeriesChoice& choice) {
-    const Found found = Find(choice.paths, {choice.jobs, choice.watcher});
-    return choice.number ? found.ChooseNumber(*choice.number) : found.Choose(choice.series);
-}
-
 }  // namespace
 
 VoxelType TypeOf(CVolume::PixelType type) {
@@ -97,8 +92,7 @@ VoxelType TypeOf(CVolume::PixelType type) {
     return VoxelType::UInt8;
 }
 
-SeriesVolume::SeriesVolume(const SeriesChoice& choice)
-    : SeriesVolume(FindChosen(choice), choice.volume, choice.watcher) {}
+SeriesVolume::SeriesVolume(const SeriesChoice& choice) : SeriesVolume(Choose(choice), choice.volume, choice.watcher) {}
 
 SeriesVolume::SeriesVolume(const Series& series, int volume, const Watch& watch)
     : m_Series(series), m_Watch(watch), m_nVolume(volume) {

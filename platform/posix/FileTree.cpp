@@ -26,6 +26,10 @@ bool CreateFolder(const char* path) {
     return mkdir(NativePath(path).c_str(), 0777) == 0;
 }
 
+bool CreatePrivateFolder(const char* path) {
+    return mkdir(NativePath(path).c_str(), 0700) == 0;
+}
+
 bool RemoveFolder(const char* path) {
     return rmdir(NativePath(path).c_str()) == 0;
 }

@@ -46,6 +46,10 @@ bool CreateFolder(const char* path) {
     return _wmkdir(Wide(path).c_str()) == 0;
 }
 
+bool CreatePrivateFolder(const char* path) {
+    return CreateFolder(path);
+}
+
 bool RemoveFolder(const char* path) {
     return _wrmdir(Wide(path).c_str()) == 0;
 }

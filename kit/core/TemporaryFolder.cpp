@@ -1,0 +1,50 @@
+#include "TemporaryFolder.h"
+
+#include "Error.h"
+#include "Paths.h"
+
+#include "platform/FileTree.h"
+
+#include <cerrno>
+#include <random>
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int kMostTries = 100;
+
+std::string SystemFolder() {
+    std::error_code error;
+    const fs::path path = fs::temp_directory_path(error);
+    if (error) throw Error(ErrorKind::Disk, "the system has no folder for temporary files: " + error.message());
+    return TextFromPath(path);
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder(const std::string& under) {
+    std::string parent = under.empty() ? SystemFolder() : under;
+    while (parent.size() > 1 && parent.ends_with('/')) parent.pop_back();
+    std::random_device random;
+    for (int i = 0; i < kMostTries; ++i) {
+        m_Path = parent + "/korvane-" + std::to_string(random()) + std::to_string(random());
+        if (platform::CreatePrivateFolder(m_Path.c_str())) return;
+        if (errno != EEXIST) break;
+    }
+    throw Error(ErrorKind::Disk, "cannot make a folder in " + parent + ": " + SystemText(errno)).InFile(parent);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    while (m_nFiles > 0) DropLastFile();
+    platform::RemoveFolder(m_Path.c_str());
+}
+
+void TemporaryFolder::DropLastFile() {
+    RemoveFile(NameOf(m_nFiles));
+    --m_nFiles;
+}
+
+}  // namespace korvane

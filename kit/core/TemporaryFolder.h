@@ -1,0 +1,31 @@
+// A folder for bytes that must lie in files for a while.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace korvane {
+
+/// A folder that nobody else may look into, under a name that nobody had. It goes with its object, and so do the files
+/// whose names it gave.
+class TemporaryFolder {
+public:
+    /// `under`: the folder to make it in; "" for the system's own for such things. Throws `Error`.
+    explicit TemporaryFolder(const std::string& under);
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    /// The path of a file that is not there yet.
+    std::string NewFile() { return NameOf(++m_nFiles); }
+    /// Takes back the name that was given last, and the file if there is one.
+    void DropLastFile();
+
+private:
+    std::string NameOf(std::size_t number) const { return m_Path + "/" + std::to_string(number); }
+
+    std::string m_Path;
+    std::size_t m_nFiles = 0;
+};
+
+}  // namespace korvane
