@@ -68,9 +68,8 @@ private:
     }
 
     void Take(const DICOMObject& record) {
-        constexpr Tag kInUse = MakeTag(0x0004, 0x1410);
         const std::string fileId = FindText(record, tags::ReferencedFileID);
-        if (fileId.empty() || FindInteger(record, kInUse, 0xFFFF) == 0) return;
+        if (fileId.empty() || FindInteger(record, tags::RecordInUseFlag, 0xFFFF) == 0) return;
         const std::vector<std::string> names = ComponentsOf(fileId);
         if (names.empty()) {
             Tell("\"" + fileId + "\" is no file ID");
