@@ -32,6 +32,7 @@ struct Arguments {
     std::string window;
     std::string pixelSize;
     std::string zoom;
+    std::string step;
     std::string slab;
     std::string slabMode = "mean";
     std::string interpolation = "linear";
@@ -81,6 +82,11 @@ double ParsePositive(const std::string& option, const std::string& text, const c
     return value;
 }
 
+/// An explanation of a window, not its numbers.
+bool IsName(const std::string& window) {
+    return window.find_first_not_of("0123456789.,+-eE ") != std::string::npos && window.find(',') == std::string::npos;
+}
+
 SliceOptions ParseOptions(const Arguments& arguments) {
     SliceOptions options = arguments.options;
     options.view.reset();
@@ -93,8 +99,11 @@ SliceOptions ParseOptions(const Arguments& arguments) {
         if (!arguments.point.empty()) options.plane.point = ParseNumbers<3>("--point", arguments.point);
         options.plane.normal = ParseNumbers<3>("--normal", arguments.normal);
         if (!arguments.up.empty()) options.plane.up = ParseNumbers<3>("--up", arguments.up);
+        if (!arguments.step.empty()) options.step = ParseNumbers<1>("--step", arguments.step)[0];
     }
-    if (!arguments.window.empty()) {
+    if (IsName(arguments.window)) {
+        options.windowName = arguments.window;
+    } else if (!arguments.window.empty()) {
         const auto window = ParseNumbers<2>("--window", arguments.window);
         if (window[1] < 1) throw Wrong("a window is at least 1 wide");
         options.window = Window{window[0], window[1]};
@@ -136,17 +145,24 @@ void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
         verb.add_option("--normal", arguments.normal, "a,b,c across the plane; its sign does not matter");
     CLI::Option* const up =
         verb.add_option("--up", arguments.up, "a,b,c that is up in the picture (the front or the head)");
+    CLI::Option* const count = verb.add_option("--count", options.count,
+                                               "A stack of as many planes as that: FILE is a folder for them, or a "
+                                               "sheet")
+                                   ->check(CLI::Range(2, 4096));
+    CLI::Option* const step =
+        verb.add_option("--step", arguments.step, "Millimetres from plane to plane along --normal, as its sign says");
     index->excludes(all)->excludes(sheet);
-    normal->excludes(view)->excludes(index)->excludes(all)->excludes(sheet);
-    point->needs(normal);
-    up->needs(normal);
+    normal->excludes(view)->excludes(index)->excludes(all);
+    for (CLI::Option* const option : {point, up, count}) option->needs(normal);
+    count->needs(step);
+    step->needs(count);
 }
 
 void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
     SliceOptions& options = arguments.options;
     CLI::Option* const window = verb.add_option("--window", arguments.window,
-                                                "CENTRE,WIDTH in rescaled values (that of the series, else its 1st to "
-                                                "99th percentile)");
+                                                "CENTRE,WIDTH in rescaled values, or the explanation of one that the "
+                                                "series has (its first, else its 1st to 99th percentile)");
     verb.add_option("--interp", arguments.interpolation, "nearest, linear or shaped")
         ->check(CLI::IsMember(kInterpolations))
         ->capture_default_str();

@@ -217,6 +217,7 @@ DcmObliqueSlice& DcmObliqueSlice::operator=(const DcmObliqueSlice& other) {
     m_Background = other.m_Background;
     m_bWide = other.m_bWide;
     m_bAreaAverage = other.m_bAreaAverage;
+    m_Padding = other.m_Padding;
     m_Error = other.m_Error;
     return *this;
 }
@@ -319,6 +320,10 @@ bool DcmObliqueSlice::SetSlab(SlabMode mode, double thickness, double step) {
     m_SlabThickness = thickness;
     m_SlabStep = step;
     return true;
+}
+
+void DcmObliqueSlice::SetPadding(double low, double high, double value) {
+    m_Padding = {low, high, value};
 }
 
 bool DcmObliqueSlice::SetOrthogonal(VolumePlane plane, double index, bool flip1, bool flip2) {
@@ -444,6 +449,7 @@ bool DcmObliqueSlice::Sample(Sink sink) {
     plan.SetGrid(grid);
     plan.SetKernel(static_cast<Sampling>(m_Interpolation), m_bWide);
     plan.SetBackground(m_Background);
+    if (m_Padding[0] <= m_Padding[1]) plan.SetPadding({m_Padding[0], m_Padding[1]}, m_Padding[2]);
     if (layers > 1) {
         plan.SetSlab(static_cast<SlabRow::Mode>(m_SlabMode - SM_MEAN));
     } else if (grid.m_Across > 1 || grid.m_Down > 1) {

@@ -164,6 +164,12 @@ public:
     void SetAreaAverage(bool average) { m_bAreaAverage = average; }
     bool GetAreaAverage() const { return m_bAreaAverage; }
 
+    /// Voxels with values from `low` to `high`, ends included, stand for no measurement (Pixel Padding, PS3.3 C.7.5.1.1.2).
+    /// Where several samples make a pixel, in slabs and means over areas, those that such a voxel has a weight in are left
+    /// out; a pixel of which nothing is left is `value`, as voxels are stored. Single samples stay as they are. None when
+    /// `low` is above `high`, as at first. Pixels of several samples take some times as long with it.
+    void SetPadding(double low, double high, double value);
+
     /// The picture in the volume's own type, row after row without padding, `bytes` of memory in all. Fails without a
     /// volume, for a volume without planes, pixels or a known type, with a spacing that is not positive and finite or
     /// plane positions and offsets that are not finite, and for memory that is null or too small.
@@ -206,5 +212,6 @@ private:
     double m_Background = 0;
     bool m_bWide = true;
     bool m_bAreaAverage = false;
+    std::array<double, 3> m_Padding = {1, 0, 0};  // low, high, value
     std::string m_Error;
 };

@@ -113,25 +113,46 @@ void SlabRow::Add(int first, int count, const Value* values) {
     }
 }
 
-void SlabRow::AddSamples(int first, int count, const void* samples, bool inFloat) {
-    if (inFloat) {
-        Add(first, count, static_cast<const float*>(samples));
-    } else {
-        Add(first, count, static_cast<const double*>(samples));
+template <typename Value>
+void SlabRow::AddMeasured(int first, int count, const Value* values, const unsigned char* measured) {
+    if (measured == nullptr) return Add(first, count, values);
+    int* const counts = m_Counts.data() + first;
+    for (int i = 0; i < count; ++i) {
+        int& samples = counts[i];
+        if (measured[i] != 0) {
+            samples = std::max(samples, 0);
+            Add(first + i, 1, values + i);
+        } else if (samples == 0) {
+            samples = -1;
+        }
     }
 }
 
-void SlabRow::AddPixels(int first, int count, const void* pixels, CVolume::PixelType type) {
-    WithType(type, [&](auto pixel) { Add(first, count, static_cast<const decltype(pixel)*>(pixels)); });
+void SlabRow::AddSamples(int first, int count, const void* samples, bool inFloat, const unsigned char* measured) {
+    if (inFloat) {
+        AddMeasured(first, count, static_cast<const float*>(samples), measured);
+    } else {
+        AddMeasured(first, count, static_cast<const double*>(samples), measured);
+    }
 }
 
-void SlabRow::Store(CVolume::PixelType type, const void* background, void* pixels) const {
+void SlabRow::AddPixels(int first, int count, const void* pixels, CVolume::PixelType type,
+                        const unsigned char* measured) {
+    WithType(type,
+             [&](auto pixel) { AddMeasured(first, count, static_cast<const decltype(pixel)*>(pixels), measured); });
+}
+
+void SlabRow::Store(CVolume::PixelType type, const void* background, const void* padding, void* pixels) const {
     WithType(type, [&](auto pixel) {
         using Pixel = decltype(pixel);
+        Pixel unmeasured;
         std::memcpy(&pixel, background, sizeof pixel);
+        std::memcpy(&unmeasured, padding, sizeof unmeasured);
         for (std::size_t i = 0; i < m_Values.size(); ++i) {
             const double value = m_Mode == kMean ? m_Values[i] / m_Counts[i] : m_Values[i];
-            static_cast<Pixel*>(pixels)[i] = m_Counts[i] > 0 ? Round<Pixel>(value) : pixel;
+            static_cast<Pixel*>(pixels)[i] = m_Counts[i] > 0   ? Round<Pixel>(value)
+                                             : m_Counts[i] < 0 ? unmeasured
+                                                               : pixel;
         }
     });
 }

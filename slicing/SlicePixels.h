@@ -24,19 +24,22 @@ public:
 
     SlabRow(Mode mode, int width);
     void Clear();
-    /// `count` samples from pixel `first` on, one more layer of the slab.
-    void AddSamples(int first, int count, const void* samples, bool inFloat);
-    void AddPixels(int first, int count, const void* pixels, CVolume::PixelType type);
-    /// Voxels of the row; where no layer had a sample, `background`.
-    void Store(CVolume::PixelType type, const void* background, void* pixels) const;
+    /// `count` samples from pixel `first` on, one more layer of the slab. `measured`, unless it is null, is 0 for those that
+    /// are padding and left out.
+    void AddSamples(int first, int count, const void* samples, bool inFloat, const unsigned char* measured);
+    void AddPixels(int first, int count, const void* pixels, CVolume::PixelType type, const unsigned char* measured);
+    /// Voxels of the row; where no layer had a sample, `background`, and where all of them were padding, `padding`.
+    void Store(CVolume::PixelType type, const void* background, const void* padding, void* pixels) const;
 
 private:
     template <typename Value>
     void Add(int first, int count, const Value* values);
+    template <typename Value>
+    void AddMeasured(int first, int count, const Value* values, const unsigned char* measured);
 
     Mode m_Mode;
     std::vector<double> m_Values;
-    std::vector<int> m_Counts;
+    std::vector<int> m_Counts;  // of samples; -1: padding alone
 };
 
 /// Voxels to 8-bit grey by the linear window function (PS3.3 C.11.2.1.2; for floats C.11.2.1.3.2, which has no steps of

@@ -104,6 +104,11 @@ void SlicePlan::SetBackground(double value) {
     StoreValue(value, m_Tables.GetView().m_Type, m_Background);
 }
 
+void SlicePlan::SetPadding(const PaddingRange& padding, double value) {
+    m_PaddingRange = padding;
+    StoreValue(value, m_Tables.GetView().m_Type, m_Padding);
+}
+
 SlicePlan::Line SlicePlan::FindLine(int row) const {
     Line line;
     for (int axis = 0; axis < 3; ++axis) {
@@ -175,19 +180,25 @@ bool SlicePlan::IsBent(const Line& line, int end, int other) const {
     return false;
 }
 
+/// Calls `work` with each straight run of `count` samples, and where it begins among them.
+template <typename Work>
+void SlicePlan::ForEachRun(const Line& line, int first, int count, Work work) const {
+    int from = first;
+    int last = first + count - 1;
+    for (; from < last && IsBent(line, from, last); ++from) work(RunOf(line, from, 1), from - first);
+    for (; from < last && IsBent(line, last, from); --last) work(RunOf(line, last, 1), last - first);
+    work(RunOf(line, from, last - from + 1), from - first);
+}
+
 void SlicePlan::Sample(const Line& line, int first, int count, void* out) const {
     auto* const to = static_cast<unsigned char*>(out);
     const int size = m_Tables.GetView().m_Size;
     const int bytes = m_Sampling == Sampling::kNearest ? size : IsSampledInFloat(size) ? 4 : 8;
-    int from = first;
-    int last = first + count - 1;
-    for (; from < last && IsBent(line, from, last); ++from) SampleRun(line, from, 1, to + (from - first) * bytes);
-    for (; from < last && IsBent(line, last, from); --last) SampleRun(line, last, 1, to + (last - first) * bytes);
-    SampleRun(line, from, last - from + 1, to + (from - first) * bytes);
+    ForEachRun(line, first, count, [&](const SliceRun& run, int at) { SampleRun(run, to + at * bytes); });
 }
 
 // Both ends are held within the volume, and the step is rounded toward zero: no sample between them is outside.
-void SlicePlan::SampleRun(const Line& line, int first, int count, void* out) const {
+SliceRun SlicePlan::RunOf(const Line& line, int first, int count) const {
     SliceRun run;
     run.m_Count = count;
     for (int axis = 0; axis < 3; ++axis) {
@@ -197,6 +208,10 @@ void SlicePlan::SampleRun(const Line& line, int first, int count, void* out) con
         run.m_Start[axis] = begin;
         run.m_Step[axis] = count > 1 ? (end - begin) / (count - 1) : 0;
     }
+    return run;
+}
+
+void SlicePlan::SampleRun(const SliceRun& run, void* out) const {
     const SliceView& view = m_Tables.GetView();
     if (m_Sampling == Sampling::kCubic || !IsAlongRow(run)) {
         m_Kernel(view, run, out);
@@ -227,7 +242,7 @@ void SlicePlan::SampleSlab(int row, unsigned char* pixels) {
             }
         }
     }
-    m_Slab->Store(m_Tables.GetView().m_Type, m_Background, pixels);
+    m_Slab->Store(m_Tables.GetView().m_Type, m_Background, m_Padding, pixels);
 }
 
 void SlicePlan::AddToSlab(const Line& row) {
@@ -236,10 +251,16 @@ void SlicePlan::AddToSlab(const Line& row) {
         for (int i = first; i < end; i += kRun) {
             const int count = std::min(kRun, end - i);
             Sample(line, i, count, m_Samples);
+            if (m_PaddingRange) {
+                ForEachRun(line, i, count, [&](const SliceRun& run, int at) {
+                    FindMeasured(view, run, m_Sampling, *m_PaddingRange, m_Measured + at);
+                });
+            }
+            const unsigned char* const measured = m_PaddingRange ? m_Measured : nullptr;
             if (m_Sampling == Sampling::kNearest) {
-                m_Slab->AddPixels(i, count, m_Samples, view.m_Type);
+                m_Slab->AddPixels(i, count, m_Samples, view.m_Type, measured);
             } else {
-                m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size));
+                m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size), measured);
             }
         }
     });

@@ -3,6 +3,7 @@
 
 #include "CClipLine.h"
 #include "SliceKernels.h"
+#include "SlicePadding.h"
 #include "SlicePixels.h"
 
 #include <cstddef>
@@ -39,6 +40,8 @@ public:
     int CountParts(const double (&step)[3]) const;
     static constexpr int kMostParts = 256;
     void SetBackground(double value);
+    /// Samples of padding are left out of slabs; pixels of nothing else are `value`.
+    void SetPadding(const PaddingRange& padding, double value);
 
     /// Rows are sampled some at a time; the most that `SampleRows` takes.
     static constexpr int kBand = 64;
@@ -67,7 +70,10 @@ private:
     void ForEachPiece(const Line& line, Work work) const;
     bool IsBent(const Line& line, int end, int other) const;
     void Sample(const Line& line, int first, int count, void* out) const;
-    void SampleRun(const Line& line, int first, int count, void* out) const;
+    SliceRun RunOf(const Line& line, int first, int count) const;
+    void SampleRun(const SliceRun& run, void* out) const;
+    template <typename Work>
+    void ForEachRun(const Line& line, int first, int count, Work work) const;
     void SamplePixels(const Line& line, int first, int count, unsigned char* pixels);
     void SampleSlab(int row, unsigned char* pixels);
     void AddToSlab(const Line& row);
@@ -82,7 +88,10 @@ private:
     bool m_bWide = false;
     SliceKernel m_Kernel = nullptr;
     std::optional<SlabRow> m_Slab;
+    std::optional<PaddingRange> m_PaddingRange;
     unsigned char m_Background[4] = {};
+    unsigned char m_Padding[4] = {};
+    unsigned char m_Measured[kLongestRun] = {};
     alignas(32) unsigned char m_Samples[kLongestRun * sizeof(double)];
 };
 

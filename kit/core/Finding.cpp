@@ -58,6 +58,9 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::PlanesMoved: return "planes moved";
     case FindingKind::VoxelsFilled: return "voxels filled";
     case FindingKind::DistanceGuessed: return "distance guessed";
+    case FindingKind::PaddingLeftOut: return "padding left out";
+    case FindingKind::ThicknessUnknown: return "thickness unknown";
+    case FindingKind::UptakeValues: return "uptake values";
     }
     return "unknown";
 }

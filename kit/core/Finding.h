@@ -65,7 +65,10 @@ enum class FindingKind {
     FileSheared,        ///< a file whose rows are not where its planes lie in the patient; `lengths`: by how much
     PlanesMoved,        ///< a file with one distance for uneven planes; `lengths`: how far one lies beside its place
     VoxelsFilled,       ///< voxels of a straightened volume for which no plane has data; `count`
-    DistanceGuessed,  ///< the distance of planes comes of no positions; `lengths`: what is used
+    DistanceGuessed,   ///< the distance of planes comes of no positions; `lengths`: what is used
+    PaddingLeftOut,    ///< values that stand for no measurement count for no minimum, maximum or slab; `count` voxels
+    ThicknessUnknown,  ///< a single slice of which nothing says how thick it is; `lengths`: what is used
+    UptakeValues,      ///< values are standardized uptake values; `lengths`: the factor from activity to them
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

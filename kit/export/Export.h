@@ -69,10 +69,11 @@ struct ExportedVolume {
     std::array<double, 6> cosines{};    ///< directions of rows and columns
     std::vector<std::array<double, 3>> positions{};  ///< first voxel of each slice, in the file's order
     std::string stored{};                            ///< such as "signed 16-bit"
-    long long smallest = 0;                          ///< stored values
+    long long smallest = 0;                          ///< stored values, without padding
     long long largest = 0;
-    unsigned long long filled = 0;  ///< voxels of a straightened volume that no plane has data for
-    double fill = 0;                ///< what they have: a stored value
+    unsigned long long padding = 0;  ///< voxels that count for neither: Pixel Padding (0028,0120)
+    unsigned long long filled = 0;   ///< voxels of a straightened volume that no plane has data for
+    double fill = 0;                 ///< what they have: a stored value
     ValueMapping values{};
     std::vector<ExportOutput> outputs{};
 };

@@ -167,6 +167,7 @@ void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, Resampli
         m_Format.IsOfModule() ? WriteByModule(series, part, resample) : WriteVoxels(series, part, resample);
     const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
     if (volume.filled > 0) TellFilled(volume, FindPadding(series).has_value());
+    if (volume.padding > 0) TellPadding(volume);
     volume.outputs.assign(outputs.begin() + static_cast<std::ptrdiff_t>(firstOutput), outputs.end());
     m_Report.volumes.push_back(std::move(volume));
 }
@@ -175,6 +176,14 @@ void ExportJob::TellFilled(const ExportedVolume& volume, bool isPadding) {
     Finding finding{.kind = FindingKind::VoxelsFilled, .count = static_cast<std::size_t>(volume.filled)};
     finding.text = std::to_string(volume.filled) + " voxels without data have the stored value " +
                    ShortNumber(volume.fill) + (isPadding ? ", Pixel Padding Value" : ", the lowest there is");
+    m_Watch.Tell(finding);
+    m_Report.findings.push_back(std::move(finding));
+}
+
+void ExportJob::TellPadding(const ExportedVolume& volume) {
+    Finding finding{.kind = FindingKind::PaddingLeftOut, .count = static_cast<std::size_t>(volume.padding)};
+    finding.text = std::to_string(volume.padding) +
+                   " voxels of padding are in the file as they are, and count for no smallest or largest value";
     m_Watch.Tell(finding);
     m_Report.findings.push_back(std::move(finding));
 }

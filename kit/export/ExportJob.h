@@ -38,6 +38,7 @@ private:
     void Save(CVolume& volume, const std::string& name);
     ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
     void TellFilled(const ExportedVolume& volume, bool isPadding);
+    void TellPadding(const ExportedVolume& volume);
     void WriteText(const std::string& path, std::string text);
     [[noreturn]] void ThrowUnsaved(CFileWriter& writer);
     void Finish();

@@ -167,8 +167,10 @@ ExportedVolume DescribeVolume(SeriesVolume& series, const ExportPart& part, bool
     }
     AddGeometry(entry, series, series.GetAssembled(), lastFirst);
     entry.stored = WordOf(series.GetType());
-    entry.smallest = series.GetVolume().GetMin();
-    entry.largest = series.GetVolume().GetMax();
+    const MeasuredRange range = series.GetMeasuredRange();
+    entry.smallest = range.smallest;
+    entry.largest = range.largest;
+    entry.padding = range.padding;
     return entry;
 }
 

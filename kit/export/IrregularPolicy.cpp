@@ -17,6 +17,7 @@
 namespace korvane {
 
 namespace {
+
 constexpr double kOnLine = 0.05;  // millimetres; rounded positions stay below
 
 SeriesGeometry StudySlices(const FoundFiles& found, const std::vector<SliceRef>& slices) {
@@ -261,11 +262,7 @@ ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFo
 }
 
 std::optional<double> FindPadding(SeriesVolume& series) {
-    const VR* const element = FindElement(series.GetFirstDataSet(), tags::PixelPaddingValue);
-    if (element == nullptr || element->m_Length != sizeof(std::uint16_t) || element->m_pData == nullptr) return {};
-    const auto stored = platform::LoadLittle<std::uint16_t>(element->m_pData);
-    if (series.GetHeader().form.isSigned) return static_cast<std::int16_t>(stored);
-    return stored;
+    return ReadPaddingValue(series.GetFirstDataSet(), series.GetHeader().form.isSigned);
 }
 
 EvenPlanes::~EvenPlanes() {

@@ -87,8 +87,12 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
             ByteStream& headerStream = m_Format.IsHeaderCompressed() ? *stream : plain;
             written = headerStream.Write(std::as_bytes(std::span(header)));
         }
-        entry.smallest = std::min<long long>(entry.smallest, m_Series.GetVolume().GetMin());
-        entry.largest = std::max<long long>(entry.largest, m_Series.GetVolume().GetMax());
+        if (time > 0) {
+            const MeasuredRange range = m_Series.GetMeasuredRange();
+            entry.smallest = std::min(entry.smallest, range.smallest);
+            entry.largest = std::max(entry.largest, range.largest);
+            entry.padding += range.padding;
+        }
         written = written && WriteVolume(*stream);
     }
     if (written) stream->End();

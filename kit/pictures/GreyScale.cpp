@@ -1,11 +1,15 @@
 #include "GreyScale.h"
 
+#include "../core/Error.h"
 #include "../study/SeriesFindings.h"
 
 #include "base/Number.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 namespace korvane {
 
@@ -13,22 +17,40 @@ namespace {
 
 constexpr double kWhite = 255;
 
-std::optional<double> FirstReal(const DICOMObject* holder, Tag tag) {
-    double value = 0;
-    if (holder == nullptr || platform::ScanReals(FindText(*holder, tag), &value, 1) != 1 || !std::isfinite(value)) {
+std::optional<double> FindReal(const DICOMObject* holder, Tag tag, std::size_t index = 0) {
+    std::vector<double> values(index + 1);
+    if (holder == nullptr || platform::ScanReals(FindText(*holder, tag), values.data(), values.size()) <= index ||
+        !std::isfinite(values[index])) {
         return std::nullopt;
     }
-    return value;
+    return values[index];
+}
+
+std::vector<std::string> SplitValues(const std::string& text) {
+    std::vector<std::string> values;
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find('\\', begin), text.size());
+        const std::size_t first = std::min(text.find_first_not_of(' ', begin), end);
+        std::string value = text.substr(first, end - first);
+        value.erase(value.find_last_not_of(' ') + 1);
+        values.push_back(std::move(value));
+        begin = end + 1;
+    }
+    return values;
+}
+
+bool IsSameWord(const std::string& a, const std::string& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
 std::string Words(const Window& window) {
     return ShortNumber(window.centre) + ',' + ShortNumber(window.width);
 }
 
-std::optional<ValuesOfInterest> ReadWindow(const DICOMDataObject& dataSet, int frame, const std::string& whose) {
-    const DICOMObject* const holder = FindHolder(dataSet, frame, tags::FrameVOILUTSequence, tags::WindowCenter);
-    const std::optional<double> centre = FirstReal(holder, tags::WindowCenter);
-    const std::optional<double> width = FirstReal(holder, tags::WindowWidth);
+std::optional<ValuesOfInterest> ReadWindow(const DICOMObject* holder, std::size_t index, const std::string& whose) {
+    const std::optional<double> centre = FindReal(holder, tags::WindowCenter, index);
+    const std::optional<double> width = FindReal(holder, tags::WindowWidth, index);
     if (!centre || !width || *width <= 0) return std::nullopt;
     const std::string function = FindText(*holder, tags::VOILUTFunction);
     ValuesOfInterest interest;
@@ -51,10 +73,13 @@ std::optional<ValuesOfInterest> ReadWindow(const DICOMDataObject& dataSet, int f
     return interest;
 }
 
-std::optional<ValuesOfInterest> ReadTable(const DICOMDataObject& dataSet, bool isSigned, const std::string& whose) {
-    const DICOMObject* const item = FindItem(dataSet, tags::VOILUTSequence);
+std::optional<ValuesOfInterest> ReadTable(const DICOMObject* holder, std::size_t index, bool isSigned,
+                                          const std::string& whose) {
+    const VR* const tables = holder != nullptr ? FindElement(*holder, tags::VOILUTSequence) : nullptr;
     ValuesOfInterest interest;
-    if (item != nullptr) interest.table = ReadLookupTable(*item, isSigned);
+    if (tables != nullptr && index < tables->GetItemCount()) {
+        interest.table = ReadLookupTable(*tables->GetItem(static_cast<std::uint32_t>(index)), isSigned);
+    }
     if (!interest.table) return std::nullopt;
     interest.function = ValuesOfInterest::Function::Table;
     interest.origin = "table of the " + whose;
@@ -70,7 +95,7 @@ ModalityTransform ReadModality(const DICOMDataObject& dataSet, int frame, const 
         if (modality.table) return modality;
     }
     const auto find = [&](Tag tag) {
-        return FirstReal(FindHolder(dataSet, frame, tags::PixelValueTransformationSequence, tag), tag);
+        return FindReal(FindHolder(dataSet, frame, tags::PixelValueTransformationSequence, tag), tag);
     };
     const std::optional<double> slope = find(tags::RescaleSlope);
     const std::optional<double> intercept = find(tags::RescaleIntercept);
@@ -99,8 +124,40 @@ ValuesOfInterest WindowOf(const Window& window) {
 
 std::optional<ValuesOfInterest> ReadValuesOfInterest(const DICOMDataObject& dataSet, int frame, bool isSigned,
                                                      const std::string& whose) {
-    std::optional<ValuesOfInterest> interest = ReadWindow(dataSet, frame, whose);
-    return interest ? interest : ReadTable(dataSet, isSigned, whose);
+    const DICOMObject* const holder = FindHolderOfWindow(dataSet, frame);
+    std::optional<ValuesOfInterest> interest = ReadWindow(holder, 0, whose);
+    return interest ? interest : ReadTable(holder, 0, isSigned, whose);
+}
+
+ValuesOfInterest FindNamedValues(const DICOMDataObject& dataSet, int frame, bool isSigned, const std::string& whose,
+                                 const std::string& name) {
+    const DICOMObject* const holder = FindHolderOfWindow(dataSet, frame);
+    std::string choices;
+    const std::vector<std::string> windows = holder != nullptr
+                                                 ? SplitValues(FindText(*holder, tags::WindowCenterWidthExplanation))
+                                                 : std::vector<std::string>();
+    for (std::size_t i = 0; i < windows.size(); ++i) {
+        std::optional<ValuesOfInterest> interest = ReadWindow(holder, i, whose);
+        if (!interest || windows[i].empty()) continue;
+        if (IsSameWord(windows[i], name)) {
+            interest->origin += ", " + windows[i];
+            return std::move(*interest);
+        }
+        choices += windows[i] + "\n";
+    }
+    const VR* const tables = holder != nullptr ? FindElement(*holder, tags::VOILUTSequence) : nullptr;
+    for (std::size_t i = 0; tables != nullptr && i < tables->GetItemCount(); ++i) {
+        std::optional<ValuesOfInterest> interest = ReadTable(holder, i, isSigned, whose);
+        if (!interest || interest->table->explanation.empty()) continue;
+        if (IsSameWord(interest->table->explanation, name)) {
+            interest->origin += ", " + interest->table->explanation;
+            return std::move(*interest);
+        }
+        choices += interest->table->explanation + "\n";
+    }
+    throw Error(ErrorKind::WrongArgument, "the " + whose + " has no window or table \"" + name + "\"" +
+                                              (choices.empty() ? ": it names none" : ""))
+        .WithChoices(choices);
 }
 
 bool IsInverse(const DICOMObject& dataSet, const PixelForm& form) {

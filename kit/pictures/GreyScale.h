@@ -48,6 +48,11 @@ ValuesOfInterest WindowOf(const Window& window);
 std::optional<ValuesOfInterest> ReadValuesOfInterest(const DICOMDataObject& dataSet, int frame, bool isSigned,
                                                      const std::string& whose);
 
+/// The window or table whose explanation (0028,1055), (0028,3003) is `name`, in letters of any case. Throws `Error` of kind
+/// `WrongArgument`, with the explanations there are as choices.
+ValuesOfInterest FindNamedValues(const DICOMDataObject& dataSet, int frame, bool isSigned, const std::string& whose,
+                                 const std::string& name);
+
 /// Whether low values are bright: MONOCHROME1, or an inverse Presentation LUT Shape (2050,0020).
 bool IsInverse(const DICOMObject& dataSet, const PixelForm& form);
 

@@ -11,27 +11,6 @@
 
 namespace korvane {
 
-namespace {
-
-double PaddingOf(const VR& element, bool isSigned) {
-    const auto word = platform::LoadLittle<std::uint16_t>(element.m_pData);
-    return isSigned ? static_cast<double>(static_cast<std::int16_t>(word)) : word;
-}
-
-}  // namespace
-
-std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned) {
-    const auto find = [&](Tag tag) {
-        const VR* const element = FindElement(dataSet, tag);
-        return element != nullptr && element->m_pData != nullptr && element->m_Length >= 2 ? element : nullptr;
-    };
-    const VR* const value = find(tags::PixelPaddingValue);
-    if (value == nullptr) return std::nullopt;
-    const VR* const limit = find(tags::PixelPaddingRangeLimit);
-    const double first = PaddingOf(*value, isSigned);
-    return std::minmax(first, limit != nullptr ? PaddingOf(*limit, isSigned) : first);
-}
-
 ImageFile::ImageFile(const NamedFile& from, const Watch& watch) : m_File(ReadDataSetFile(from, kParseAll, watch)) {
     if (m_File.dataSet == nullptr) throw Error(ErrorKind::NotDicom, from.name + ": not a DICOM file").InFile(from.name);
     m_Header = ReadImageHeader(from, m_File);

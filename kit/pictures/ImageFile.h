@@ -4,6 +4,7 @@
 #include "../core/Error.h"
 #include "../core/Watch.h"
 #include "../study/ImageHeader.h"
+#include "../study/Padding.h"
 
 #include <cstdint>
 #include <optional>
@@ -12,13 +13,6 @@
 #include <vector>
 
 namespace korvane {
-
-/// Pixel Padding Value (0028,0120), and Pixel Padding Range Limit (0028,0121) or the value once more: stored values that
-/// stand for no measurement.
-using Padding = std::pair<double, double>;
-
-/// None where the data set names none.
-std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned);
 
 class ImageFile {
 public:

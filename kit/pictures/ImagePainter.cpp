@@ -241,7 +241,7 @@ Picture ImagePainter::PaintColour() {
         m_Notes.Add(FindingKind::OddPalette, scale.GetPalette()->GetRemark(), m_File.GetPath());
     }
     m_Values = "colours as they are stored";
-    if (m_Options.window)
+    if (m_Options.window || !m_Options.windowName.empty())
         throw Error(ErrorKind::WrongArgument, "a window is for grey values, not for " + form.photometric);
     Picture picture(form.columns, form.rows, 0, Picture::Kind::Colour);
     const std::size_t rowBytes = static_cast<std::size_t>(form.columns) * 3;
@@ -259,6 +259,8 @@ GreyScale ImagePainter::FindScale() {
     scale.inverse = IsInverse(dataSet, form);
     if (m_Options.window) {
         scale.interest = WindowOf(*m_Options.window);
+    } else if (!m_Options.windowName.empty()) {
+        scale.interest = FindNamedValues(dataSet, m_Frame, form.isSigned, "image", m_Options.windowName);
     } else if (auto own = ReadValuesOfInterest(dataSet, m_Frame, form.isSigned, "image")) {
         scale.interest = std::move(*own);
     } else if (form.stored == 1) {

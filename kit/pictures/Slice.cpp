@@ -1,33 +1,76 @@
 #include "Slice.h"
 
+#include "../core/Error.h"
 #include "../study/Volume.h"
 #include "../study/VolumeData.h"
 #include "ImageJob.h"
 #include "PictureFile.h"
 #include "SliceJob.h"
 
+#include <optional>
+#include <string>
+
 namespace korvane {
+
+namespace {
+
+/// What a volume holds, in a form and at a scale that slices can be made of; read once more where it has neither.
+class SliceableVolume {
+public:
+    SliceableVolume(const Volume& volume, const SliceOptions& options)
+        : m_pSeries(&volume.GetData().GetSeriesVolume()) {
+        if (volume.GetSize()[3] > 1) {
+            throw Error(ErrorKind::WrongArgument, "a volume of " + std::to_string(volume.GetSize()[3]) +
+                                                      " times has no plane of its own: load the time that is meant");
+        }
+        CheckSlicing(*m_pSeries, options);
+        const bool isSampled = m_pSeries->GetVolume().GetPlane(0)->m_pData != nullptr;
+        if (isSampled && (options.raw16 || !m_pSeries->RescalesDiffer())) return;
+        m_Read.emplace(volume.GetSeries(), m_pSeries->GetVolumeNumber(), Watch(options.watcher));
+        m_pSeries = &*m_Read;
+        MakeComparable(*m_pSeries, options);
+    }
+
+    /// Reads the slices.
+    static void MakeComparable(SeriesVolume& series, const SliceOptions& options) {
+        series.Load(std::vector<SliceRef>(series.GetSlices()));
+        if (!options.raw16 && series.RescalesDiffer()) series.BringToOneScale(true);
+        series.MakeSliceable();
+    }
+
+    SeriesVolume& Get() { return *m_pSeries; }
+
+private:
+    SeriesVolume* m_pSeries;
+    std::optional<SeriesVolume> m_Read;
+};
+
+}  // namespace
 
 SlicePicture Slice(const Volume& volume, const SliceOptions& options) {
     if (options.stored) return ImageJob(volume.GetSeries(), 0, options, "").Draw();
-    SeriesVolume& series = volume.GetData().GetSeriesVolume();
-    CheckSlicing(series, options);
-    return SliceJob(series, options, "").Draw();
+    SliceableVolume sliceable(volume, options);
+    return SliceJob(sliceable.Get(), options, "").Draw();
+}
+
+std::vector<SlicePicture> SliceStack(const Volume& volume, const SliceOptions& options) {
+    if (options.stored) throw Error(ErrorKind::WrongArgument, "a stack is of planes through a volume");
+    SliceableVolume sliceable(volume, options);
+    return SliceJob(sliceable.Get(), options, "").DrawAll();
 }
 
 SliceReport SaveSlices(const Volume& volume, const std::string& output, const SliceOptions& options) {
     if (options.stored) return ImageJob(volume.GetSeries(), 0, options, output).Run();
-    SeriesVolume& series = volume.GetData().GetSeriesVolume();
-    CheckSlicing(series, options);
-    return SliceJob(series, options, output).Run();
+    SliceableVolume sliceable(volume, options);
+    return SliceJob(sliceable.Get(), options, output).Run();
 }
 
 SliceReport SaveSlices(const Series& series, int volume, const std::string& output, const SliceOptions& options) {
     if (options.stored) return ImageJob(series, volume, options, output).Run();
     SeriesVolume loaded(series, volume, Watch(options.watcher));
     CheckSlicing(loaded, options);
-    loaded.Load();
-    if (!options.raw16 && loaded.RescalesDiffer()) loaded.BringToOneScale(true);
+    loaded.TellChoice();
+    SliceableVolume::MakeComparable(loaded, options);
     return SliceJob(loaded, options, output).Run();
 }
 

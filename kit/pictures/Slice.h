@@ -49,18 +49,26 @@ struct Window {
 struct SliceOptions {
     enum class Pictures {
         One,    ///< the plane, or the view's plane `index`
-        All,    ///< all of a view, files in the folder `output`
-        Sheet,  ///< all of a view, small, on one picture
+        All,    ///< all of a view, or of a stack of planes, files in the folder `output`
+        Sheet,  ///< the same, small, on one picture
     };
 
     std::optional<View> view = View::Axial;  ///< none: `plane`
     Pictures pictures = Pictures::One;
     std::optional<int> index{};  ///< along the volume's axis, from 0; none: the middle one
     PatientPlane plane{};
+    /// A stack of planes, parallel to `plane`, which is the first: each next one lies `step` millimetres further along the
+    /// plane's normal as it was given (against it where negative). All pictures are as large as the largest cut.
+    int count = 1;
+    double step = 0;
     std::optional<Window>
         window{};  ///< none: that of the series, else from the 1st to the 99th percentile of the values
+    /// In place of `window`: the one of the series, or its table, that has this explanation (0028,1055), (0028,3003).
+    std::string windowName{};
     Interpolation interpolation = Interpolation::Linear;
-    double slab = 0;  ///< millimetres across the plane that are taken together
+    /// Millimetres across the plane that are taken together. Pixel Padding (0028,0120) is left out, which the watcher is told;
+    /// a pixel of nothing else is black.
+    double slab = 0;
     SlabMode slabMode = SlabMode::Mean;
     double pixelSize = 0;   ///< millimetres; 0: the smaller of the voxel's two sides
     int size = 0;           ///< pixels of the longer side; 0: as many as `pixelSize` and `zoom` give
@@ -85,6 +93,8 @@ struct SliceReport {
         right{};  ///< patient directions of the right and the lower edge (letters of L R P A H F); "" if unknown
     std::string below{};
     std::string values{};  ///< "window 40,400 of the series": where grey values come from
+    /// Middle of the picture in patient millimetres (LPS); none of sheets, folders and stored images.
+    std::optional<std::array<double, 3>> middle{};
 };
 
 /// A picture in memory, with what it shows.
@@ -102,13 +112,23 @@ struct SlicePicture {
 ///     options.plane.normal = {0, -1, 1};
 ///     const korvane::SlicePicture oblique = korvane::Slice(volume, options);
 ///     korvane::SavePicture(oblique.picture, "oblique.png", oblique.report.pixelSize);
+///
+/// A volume whose planes have rescales of their own, or whose voxels the module has no form for, is read from its files once
+/// more, and brought to one scale. One of several times is refused (`WrongArgument`): load the time that is meant.
 KORVANE_KIT SlicePicture Slice(const Volume& volume, const SliceOptions& options = {});
+
+/// All pictures of a view, or of a stack of planes, in its order. Throws as `Slice`.
+///
+///     options.count = 20;
+///     options.step = 1.5;
+///     for (const korvane::SlicePicture& picture : korvane::SliceStack(volume, options)) ...
+KORVANE_KIT std::vector<SlicePicture> SliceStack(const Volume& volume, const SliceOptions& options);
 
 /// Writes pictures as PNG files, or as JPEG files where `output` ends in .jpg, all of them, whole, or none. `output`: a file, or the folder for all pictures of a view,
 /// which is made where it is not there. Throws as `Slice`, and `Disk`.
 KORVANE_KIT SliceReport SaveSlices(const Volume& volume, const std::string& output, const SliceOptions& options = {});
 /// The same of a series, of which volume `volume` is read (from 1; 0: the first, which the watcher is told where there are
-/// several). What is odd about the series is told to the watcher.
+/// several). What is odd about the series is told to the watcher, and what it asks of pictures that these do not show.
 KORVANE_KIT SliceReport SaveSlices(const Series& series, int volume, const std::string& output,
                                    const SliceOptions& options = {});
 

@@ -199,8 +199,14 @@ void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double
               std::floor(size[1] / smallest + kRoundingOfPixels) + 1, smallest);
 }
 
-void PlacePlane(DcmObliqueSlice& slice, const PatientPlane& wanted, double pixelSize) {
-    PatientPlane plane = wanted;
+double PlacePlanes(DcmObliqueSlice& slice, const SliceOptions& options) {
+    constexpr int kMostPlanes = 4096;
+    if (options.count < 1 || options.count > kMostPlanes || (options.count > 1 && options.step == 0) ||
+        !std::isfinite(options.step)) {
+        throw Error(ErrorKind::WrongArgument, "a stack has 1 to " + std::to_string(kMostPlanes) +
+                                                  " planes, and a step between them that is not 0");
+    }
+    PatientPlane plane = options.plane;
     TakeUsualSide(plane);
     // Row and column are found here: the volume frame is a mirror image of the patient, where a cross product has the
     // other sign.
@@ -214,13 +220,28 @@ void PlacePlane(DcmObliqueSlice& slice, const PatientPlane& wanted, double pixel
         throw Error(ErrorKind::WrongArgument,
                     "--normal or --up has no length, or they are parallel, or --point is too far away");
     }
-    Cut cut(slice);
-    if (!cut.Find(box)) throw Error(ErrorKind::Unsupported, "the plane does not meet the volume");
+    const bool isMirrored = Dot(slice.DirectionToDicom(slice.GetNormal()), options.plane.normal) < 0;
+    const double step = isMirrored ? -options.step : options.step;
+    double alongRow = -1;
+    double alongColumn = -1;
+    for (int n = 0; n < options.count; ++n) {
+        DcmObliqueSlice moved(slice);
+        if (!moved.Move(n * step)) throw Error(ErrorKind::WrongArgument, moved.GetError());
+        Cut cut(moved);
+        if (!cut.Find(box)) continue;
+        alongRow = std::max(alongRow, cut.GetAlongRow());
+        alongColumn = std::max(alongColumn, cut.GetAlongColumn());
+    }
+    if (alongRow < 0) {
+        throw Error(ErrorKind::Unsupported,
+                    options.count > 1 ? "no plane meets the volume" : "the plane does not meet the volume");
+    }
     float space[4];
     volume.GetSpacing(space);
-    const double pixel = pixelSize > 0 ? pixelSize : static_cast<double>(std::min(space[0], space[1]));
+    const double pixel = options.pixelSize > 0 ? options.pixelSize : static_cast<double>(std::min(space[0], space[1]));
     const auto side = [pixel](double reach) { return 2 * std::ceil(reach / pixel - kRoundingOfPixels) + 1; };
-    SetPixels(slice, side(cut.GetAlongRow()), side(cut.GetAlongColumn()), pixel);
+    SetPixels(slice, side(alongRow), side(alongColumn), pixel);
+    return step;
 }
 
 }  // namespace korvane

@@ -21,9 +21,10 @@ VolumeView FindView(CVolume& volume, View view);
 /// the picture's two spacings, unless `pixelSize` is above 0. Throws `Error`.
 void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double pixelSize);
 
-/// A picture of a plane, its point in the middle, large enough for the whole cut through the volume. Pixels as large as
-/// those of the volume's planes, unless `pixelSize` is above 0.
-/// Throws `Error` for directions that define no plane and when the plane does not meet the volume.
-void PlacePlane(DcmObliqueSlice& slice, const PatientPlane& plane, double pixelSize);
+/// A picture of a plane, its point in the middle, large enough for the whole cut through the volume, and for those of the
+/// other planes of a stack. Pixels as large as those of the volume's planes, unless `pixelSize` is above 0. Returns how far
+/// `slice` moves from plane to plane.
+/// Throws `Error` for directions that define no plane, and when none of the planes meets the volume.
+double PlacePlanes(DcmObliqueSlice& slice, const SliceOptions& options);
 
 }  // namespace korvane

@@ -3,6 +3,7 @@
 #include "../core/Paths.h"
 #include "../study/SeriesFindings.h"
 #include "ContactSheet.h"
+#include "ImagePainter.h"
 #include "PictureFile.h"
 #include "PictureSize.h"
 
@@ -58,11 +59,9 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
         what = series.DescribeColours() +
                " make no volume of grey values; without a view or a plane they are drawn as they are";
     } else if (form.kind != PixelForm::Kind::Integer) {
-        what = "floating-point pixels cannot be sliced; without a view or a plane they are drawn as they are";
-    } else if ((form.allocated != 8 && form.allocated != 16 && form.allocated != 32) ||
-               (form.allocated == 8 && form.isSigned)) {
-        what = (form.isSigned ? "signed " : "") + bits +
-               " cannot be sliced; without a view or a plane they are drawn as they are";
+        if (options.raw16) what = "floating-point pixels do not fit into 16 bits";
+    } else if (form.allocated != 8 && form.allocated != 16 && form.allocated != 32) {
+        what = bits + " cannot be sliced; without a view or a plane they are drawn as they are";
     } else if (options.raw16 && form.allocated > 16) {
         what = bits + " do not fit into 16 bits";
     }
@@ -77,10 +76,46 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
     const DcmObliqueSlice::SlabMode mode =
         options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;
     if (!m_Slice.SetSlab(mode, options.slab)) throw Error(ErrorKind::WrongArgument, m_Slice.GetError());
-    if (options.view) m_View = FindView(series.GetVolume(), *options.view);
-    if (!options.raw16 && !options.values) m_Window = FindWindow(series, options.window);
+    if (options.view) {
+        m_View = FindView(series.GetVolume(), *options.view);
+    } else {
+        m_Step = PlacePlanes(m_Slice, options);
+    }
+    const bool isCrossed = m_View.axis != 2 || !options.view || options.slab > 0;
+    if (options.raw16 && isCrossed && series.RescalesDiffer()) {
+        throw Error(ErrorKind::Unsupported, "stored values of slices with rescales of their own are no values of one "
+                                            "picture; --values takes real ones");
+    }
+    if (!options.raw16 && !options.values) m_Window = FindWindow(series, options);
     // What is outside is black.
     m_Slice.SetBackground(m_Window.inverted ? kBeyondAnyValue : -kBeyondAnyValue);
+    SetPadding();
+    TellNotApplied();
+    m_First = m_Slice;
+}
+
+/// What is put together of several samples leaves padding out, which is black then, or the value that it has.
+void SliceJob::SetPadding() {
+    const std::optional<Padding> padding = m_Series.GetPadding();
+    if (!padding) return;
+    const bool isPicture = !m_Options.raw16 && !m_Options.values;
+    m_Slice.SetPadding(padding->first, padding->second, isPicture ? m_Slice.GetBackground() : padding->first);
+    if (m_Options.slab > 0) TellPadding();
+}
+
+void SliceJob::TellPadding() {
+    const std::uint64_t count = m_Series.GetMeasuredRange().padding;
+    if (count == 0) return;
+    m_Watch.Tell({.kind = FindingKind::PaddingLeftOut,
+                  .count = static_cast<std::size_t>(count),
+                  .text = std::to_string(count) + " voxels of padding are left out of what is taken together"});
+}
+
+void SliceJob::TellNotApplied() {
+    if (m_Options.raw16 || m_Options.values) return;
+    PictureNotes notes;
+    for (const auto& [path, dataSet] : m_Series.GetFiles()) NoteWhatIsLeftOut(*dataSet, path, notes);
+    notes.Tell(m_Watch);
 }
 
 /// Makes the picture as large as it is asked for; the means over the area where it becomes smaller than the voxels.
@@ -114,6 +149,10 @@ SliceReport SliceJob::Run() {
     }
     case SliceOptions::Pictures::All: WriteFolder(); break;
     case SliceOptions::Pictures::One:
+        if (!m_Options.view && m_Options.count > 1) {
+            WriteFolder();
+            break;
+        }
         PlaceOne();
         WriteSlice(m_Output);
         break;
@@ -129,13 +168,51 @@ SlicePicture SliceJob::Draw() {
         throw Error(ErrorKind::WrongArgument, "several pictures, and pictures of values, are written as files");
     }
     const bool isSheet = m_Options.pictures == SliceOptions::Pictures::Sheet;
+    if (!isSheet && !m_Options.view && m_Options.count > 1) {
+        throw Error(ErrorKind::WrongArgument, "a stack is several pictures: SliceStack draws them");
+    }
     if (!isSheet) PlaceOne();
     Picture picture = isSheet ? DrawSheet() : DrawSlice();
     m_Watch.StopIfAsked();
     return {std::move(picture), std::move(m_Report)};
 }
 
+std::vector<SlicePicture> SliceJob::DrawAll() {
+    if (m_Options.raw16 || m_Options.values) {
+        throw Error(ErrorKind::WrongArgument, "pictures of values are written as files");
+    }
+    std::vector<SlicePicture> pictures;
+    TaskProgress progress(m_Watch, "slicing", CountPlanes());
+    for (int index = 0; index < CountPlanes(); ++index) {
+        Place(index);
+        SetSize();
+        Describe(WhatIs(index));
+        Picture picture = DrawSlice();
+        pictures.push_back({std::move(picture), m_Report});
+        progress.Step();
+    }
+    return pictures;
+}
+
+void SliceJob::Place(int index) {
+    if (m_Options.view) {
+        PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
+        return;
+    }
+    m_Slice = m_First;
+    m_Slice.Move(index * m_Step);
+}
+
+std::string SliceJob::WhatIs(int index) const {
+    if (CountPlanes() == 1 && !m_Options.view) return "oblique plane";
+    const std::string range = " plane " + std::to_string(index) + " of 0 to " + std::to_string(CountPlanes() - 1);
+    return GetViewName() + range +
+           (m_Options.view ? "" : ", " + ShortNumber(index * m_Options.step) + " mm from the first");
+}
+
 int SliceJob::ChooseIndex() const {
+    if (!m_Options.view) return 0;
+
     const int index = m_Options.index.value_or(m_View.count / 2);
     if (index < 0 || index >= m_View.count) {
         throw Error(ErrorKind::WrongArgument, "there is no plane " + std::to_string(index) + ": the " +
@@ -146,42 +223,36 @@ int SliceJob::ChooseIndex() const {
 }
 
 void SliceJob::PlaceOne() {
-    std::string what = "oblique plane";
-    if (m_Options.view) {
-        const int index = ChooseIndex();
-        PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
-        what = std::string(GetViewName()) + " plane " + std::to_string(index) + " of 0 to " +
-               std::to_string(m_View.count - 1);
-    } else {
-        PlacePlane(m_Slice, m_Options.plane, m_Options.pixelSize);
-    }
+    const int index = ChooseIndex();
+    Place(index);
     SetSize();
-    Describe(what);
+    Describe(WhatIs(index));
 }
 
 void SliceJob::WriteFolder() {
     MakeDirectory(m_Output);
     {
-        TaskProgress progress(m_Watch, "slicing", m_View.count);
-        for (int index = 0; index < m_View.count; ++index) {
-            PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
+        TaskProgress progress(m_Watch, "slicing", CountPlanes());
+        for (int index = 0; index < CountPlanes(); ++index) {
+            Place(index);
             SetSize();
             WriteSlice(m_Output + "/" + std::string(GetViewName()) + "-" + NumberForName(index) +
                        (m_Options.values ? ".tif" : ".png"));
             progress.Step();
         }
     }
-    Describe("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes");
+    Describe("all " + std::to_string(CountPlanes()) + " " + GetViewName() + " planes");
+    m_Report.middle.reset();
 }
 
 Picture SliceJob::DrawSheet() {
-    PlaceView(m_Slice, m_View, 0, m_Options.pixelSize);
-    ContactSheet sheet(m_View.count, m_Slice.GetWidth(), m_Slice.GetHeight());
+    Place(0);
+    ContactSheet sheet(CountPlanes(), m_Slice.GetWidth(), m_Slice.GetHeight());
     const double pixelSize = GetPixelSize() * sheet.GetFactor();
     {
-        TaskProgress progress(m_Watch, "slicing", m_View.count);
-        for (int index = 0; index < m_View.count; ++index) {
-            PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
+        TaskProgress progress(m_Watch, "slicing", CountPlanes());
+        for (int index = 0; index < CountPlanes(); ++index) {
+            Place(index);
             Picture tile = MakePicture().Shrink(sheet.GetFactor());
             if (m_Options.annotate) {
                 // Letters on the first one hold for all.
@@ -193,9 +264,10 @@ Picture SliceJob::DrawSheet() {
             progress.Step();
         }
     }
-    Describe("all " + std::to_string(m_View.count) + " " + std::string(GetViewName()) + " planes in rows of " +
+    Describe("all " + std::to_string(CountPlanes()) + " " + GetViewName() + " planes in rows of " +
                  std::to_string(sheet.GetColumns()),
              sheet.GetFactor());
+    m_Report.middle.reset();
     return sheet.GetPicture();
 }
 
@@ -307,6 +379,7 @@ void SliceJob::Describe(const std::string& what, int factor) {
     m_Report.height = (m_Slice.GetHeight() + round) / factor;
     m_Report.pixelSize = GetPixelSize() * factor;
     std::tie(m_Report.right, m_Report.below) = FindEdges();
+    m_Report.middle = m_Slice.VolToDicom(m_Slice.GetCentre());
     const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
     m_Report.values = m_Options.values   ? "real values, 32-bit floating point"
                       : !m_Options.raw16 ? m_Window.origin

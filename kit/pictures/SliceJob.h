@@ -11,6 +11,7 @@
 #include "WindowChoice.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,8 +28,16 @@ public:
     SliceReport Run();
     /// The one picture, or the sheet, without a file. Throws `Error`.
     SlicePicture Draw();
+    /// All pictures. Throws `Error`.
+    std::vector<SlicePicture> DrawAll();
 
 private:
+    void SetPadding();
+    void TellPadding();
+    void TellNotApplied();
+    int CountPlanes() const { return m_Options.view ? m_View.count : m_Options.count; }
+    void Place(int index);
+    std::string WhatIs(int index) const;
     void PlaceOne();
     void WriteFolder();
     Picture DrawSheet();
@@ -46,7 +55,7 @@ private:
     int ChooseIndex() const;
     void Describe(const std::string& what, int factor = 1);  // how many times smaller the pictures became
     Error SliceFailure() const { return Error(ErrorKind::Unsupported, m_Slice.GetError()); }
-    const char* GetViewName() const { return WordOf(*m_Options.view); }
+    const char* GetViewName() const { return m_Options.view ? WordOf(*m_Options.view) : "oblique"; }
 
     const SliceOptions& m_Options;
     const std::string m_Output;
@@ -54,6 +63,8 @@ private:
     SeriesVolume& m_Series;
     DcmObliqueSlice m_Slice;
     VolumeView m_View;
+    DcmObliqueSlice m_First;  ///< of a stack
+    double m_Step = 0;        ///< along its normal
     WindowChoice m_Window;
     ExportFiles m_Files;
     SliceReport m_Report;

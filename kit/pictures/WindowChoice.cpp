@@ -57,6 +57,7 @@ Window PercentileWindowOfReals(CVolume& volume) {
     };
     const double low = at(0.01);
     const double high = at(0.99);
+    if (low == high) return {low + 0.5, 1 + std::max(std::fabs(low), 1.0)};  // all the same: grey
     return {(low + high + 1) / 2, high - low + 1};
 }
 
@@ -77,9 +78,10 @@ Window PercentileWindow(CVolume& volume, const std::optional<Padding>& padding) 
     return {(low + high + 1) / 2, high - low + 1};  // low is the last black, high the first white
 }
 
-/// Whether a window over stored values does the same.
-bool IsLine(const GreyScale& scale) {
-    return scale.interest.function == ValuesOfInterest::Function::Line && !scale.modality.table;
+/// Whether a window over stored values does the same; one over integers counts both of its ends.
+bool IsLine(const GreyScale& scale, CVolume& volume) {
+    return scale.interest.function == ValuesOfInterest::Function::Line && !scale.modality.table &&
+           volume.GetType() != CVolume::PT_FLOAT;
 }
 
 /// What lies between black and white of an automatic window, in real values.
@@ -101,15 +103,17 @@ ModalityTransform ModalityOf(SeriesVolume& series) {
     return modality;
 }
 
-WindowChoice FindWindow(SeriesVolume& series, const std::optional<Window>& wanted) {
+WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options) {
     const DICOMDataObject& dataSet = series.GetFirstDataSet();
     const PixelForm& form = series.GetHeader().form;
     GreyScale scale{.modality = ModalityOf(series), .inverse = IsInverse(dataSet, form)};
     const Rescale& rescale = scale.modality.rescale;
     WindowChoice result;
     auto own = ReadValuesOfInterest(dataSet, 0, form.isSigned, "series");
-    if (wanted) {
-        scale.interest = WindowOf(*wanted);
+    if (options.window) {
+        scale.interest = WindowOf(*options.window);
+    } else if (!options.windowName.empty()) {
+        scale.interest = FindNamedValues(dataSet, 0, form.isSigned, "series", options.windowName);
     } else if (own) {
         scale.interest = std::move(*own);
     } else {
@@ -123,7 +127,7 @@ WindowChoice FindWindow(SeriesVolume& series, const std::optional<Window>& wante
     result.origin = scale.interest.origin;
     result.inverted = scale.inverse != (rescale.slope < 0);
     if (result.inverted) result.origin += ", low values bright";
-    if (!IsLine(scale)) result.scale = std::move(scale);
+    if (!IsLine(scale, series.GetVolume())) result.scale = std::move(scale);
     return result;
 }
 

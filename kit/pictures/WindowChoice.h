@@ -20,7 +20,7 @@ struct WindowChoice {
 
 /// The window asked for, else what the series' first data set states, else from the 1st to the 99th percentile of the
 /// volume, without padding. The photometric interpretation, an inverse shape and a negative slope go in.
-WindowChoice FindWindow(SeriesVolume& series, const std::optional<Window>& wanted);
+WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options);
 
 /// Stored values of a volume to real ones.
 ModalityTransform ModalityOf(SeriesVolume& series);

@@ -31,8 +31,6 @@ constexpr GroupedElement kGrouped[] = {
     {tags::PixelMeasuresSequence, tags::SpacingBetweenSlices},
     {tags::PixelValueTransformationSequence, tags::RescaleIntercept},
     {tags::PixelValueTransformationSequence, tags::RescaleSlope},
-    {tags::FrameVOILUTSequence, tags::WindowCenter},
-    {tags::FrameVOILUTSequence, tags::WindowWidth},
 };
 
 /// What is read of a slice beside those.
@@ -59,8 +57,14 @@ constexpr Tag kOfImage[] = {
     tags::PixelRepresentation,
     tags::PixelPaddingValue,
     tags::PixelPaddingRangeLimit,
-    tags::WindowCenter,
-    tags::WindowWidth,
+    tags::ModalityLUTSequence,
+    tags::PresentationLUTShape,
+};
+
+/// What goes together: of one place all of them, or none.
+constexpr Tag kOfWindow[] = {
+    tags::WindowCenter,   tags::WindowWidth,    tags::WindowCenterWidthExplanation,
+    tags::VOILUTFunction, tags::VOILUTSequence,
 };
 
 /// The functional groups of one frame.
@@ -79,6 +83,15 @@ public:
             if (item != nullptr && FindElement(*item, wanted.element) != nullptr) return item;
         }
         return FindElement(m_DataSet, wanted.element) != nullptr ? &m_DataSet : nullptr;
+    }
+
+    /// The place of the frame's window, or of its table.
+    const DICOMObject* HolderOfWindow() const {
+        for (const DICOMObject* const groups : {m_pOwn, m_pShared}) {
+            const DICOMObject* const item = groups != nullptr ? FindItem(*groups, tags::FrameVOILUTSequence) : nullptr;
+            if (item != nullptr && HasWindow(*item)) return item;
+        }
+        return HasWindow(m_DataSet) ? &m_DataSet : nullptr;
     }
 
     template <std::size_t kCount>
@@ -106,6 +119,10 @@ public:
     }
 
 private:
+    static bool HasWindow(const DICOMObject& item) {
+        return FindElement(item, tags::WindowCenter) != nullptr || FindElement(item, tags::VOILUTSequence) != nullptr;
+    }
+
     const DICOMDataObject& m_DataSet;
     const DICOMObject* m_pOwn = nullptr;
     const DICOMObject* m_pShared = nullptr;
@@ -251,6 +268,11 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
             PushShared(*frame, *FindElement(*holder, wanted.element));
         }
     }
+    if (const DICOMObject* const window = groups.HolderOfWindow(); window != nullptr) {
+        for (const Tag tag : kOfWindow) {
+            if (const VR* const element = FindElement(*window, tag); element != nullptr) PushShared(*frame, *element);
+        }
+    }
     if (header.framesPlaced && header.places.front().hasPosition && !HasFrameGroups(source)) {
         const auto& position = header.places[static_cast<std::size_t>(number)].position;
         PutReals(*frame, tags::ImagePositionPatient, position.data(), position.size());
@@ -293,6 +315,10 @@ std::vector<FrameKeys> TimesOfFrames(const DICOMDataObject& dataSet, const Image
 
 const DICOMObject* FindHolder(const DICOMDataObject& dataSet, int frame, Tag group, Tag element) {
     return Frame(dataSet, static_cast<std::uint32_t>(frame)).Holder({group, element});
+}
+
+const DICOMObject* FindHolderOfWindow(const DICOMDataObject& dataSet, int frame) {
+    return Frame(dataSet, static_cast<std::uint32_t>(frame)).HolderOfWindow();
 }
 
 bool HasFrameGroups(const DICOMDataObject& dataSet) {

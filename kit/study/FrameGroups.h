@@ -28,6 +28,9 @@ std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const Im
 /// when nothing does. `frame`: from 0.
 const DICOMObject* FindHolder(const DICOMDataObject& dataSet, int frame, Tag group, Tag element);
 
+/// The same of the values of interest: window, function, table and explanations, which go together.
+const DICOMObject* FindHolderOfWindow(const DICOMDataObject& dataSet, int frame);
+
 /// Whether the data set has functional groups.
 bool HasFrameGroups(const DICOMDataObject& dataSet);
 

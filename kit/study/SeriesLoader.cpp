@@ -290,6 +290,7 @@ void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& f
         UnifyStoredBits(header, *file.dataSet);
     }
     m_Files.push_back(std::move(file.dataSet));
+    m_Read.emplace_back(header.path, m_Files.back().get());
     if (frames.empty()) {
         // Many writers put "1" here, which would make the first slice a multi-frame object.
         DropElement(*m_Files.back(), tags::NumberOfFrames);

@@ -40,6 +40,8 @@ public:
 
     /// Owned by this object.
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
+    /// Whole files, as they were read but for their pixels, with their paths.
+    const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Read; }
     /// Where each lies; without a position of its own, one behind the other along the normal.
     const std::vector<FramePlace>& GetPlaces() const { return m_Places; }
 
@@ -64,6 +66,7 @@ private:
     bool m_bStoredDiffer = false;
     CodecManager m_Codecs;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Files;
+    std::vector<std::pair<std::string, const DICOMDataObject*>> m_Read;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share
     std::vector<DICOMDataObject*> m_List;
     std::vector<FramePlace> m_Places;

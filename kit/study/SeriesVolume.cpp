@@ -128,14 +128,13 @@ std::string SeriesVolume::DescribeColours() const {
     return photometric.empty() ? "pixels without a photometric interpretation" : photometric + " pixels";
 }
 
-void SeriesVolume::Load() {
+void SeriesVolume::TellChoice() const {
     TellWarnings();
     if (GetSets().volumes.size() > 1 && !IsVolumeChosen()) {
         m_Watch.Tell({.kind = FindingKind::FirstOfSeveral,
                       .count = GetSets().volumes.size(),
                       .text = "taking volume 1; choose with --volume"});
     }
-    Load(m_Slices);
 }
 
 void SeriesVolume::TellWarnings() const {
@@ -206,6 +205,57 @@ void SeriesVolume::BringToOneScale(bool integers) {
           .text = "slices have rescales of their own: values are brought to one scale, " +
                   std::string(WordOf(common.type)) + " with slope " + m_Place.slope + " and intercept " +
                   m_Place.intercept + ", rounded by at most " + platform::FormatReal(common.error)});
+}
+
+std::optional<Padding> SeriesVolume::GetPadding() {
+    return ReadPadding(GetFirstDataSet(), GetHeader().form.isSigned);
+}
+
+MeasuredRange SeriesVolume::GetMeasuredRange() {
+    CVolume& volume = GetVolume();
+    const MeasuredRange all{volume.GetMin(), volume.GetMax()};
+    const std::optional<Padding> padding = GetPadding();
+    if (!padding) return all;
+    int dim[4];
+    volume.GetDimensions(dim);
+    if (volume.GetPlane(0)->m_pData == nullptr) {
+        const MeasuredRange range = RangeOutside(GetType(), GetVoxels(), *padding);
+        return range.smallest <= range.largest ? range : all;
+    }
+    const std::size_t bytes = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]) *
+                              static_cast<std::size_t>(volume.GetTypeSize());
+    MeasuredRange range{std::numeric_limits<long long>::max(), std::numeric_limits<long long>::min()};
+    for (int k = 0; k < dim[2]; ++k) {
+        const auto* const plane = static_cast<const std::byte*>(volume.GetPlane(k)->m_pData);
+        const MeasuredRange own = RangeOutside(TypeOf(volume.GetType()), {plane, bytes}, *padding);
+        range = {std::min(range.smallest, own.smallest), std::max(range.largest, own.largest),
+                 range.padding + own.padding};
+    }
+    return range.smallest <= range.largest ? range : all;
+}
+
+void SeriesVolume::MakeSliceable() {
+    if (GetType() == VoxelType::Float64) {
+        PutVoxelsAs<double, float>(VoxelType::Float32);
+        PutPlanes(GetVolume(), CVolume::PT_FLOAT, m_OwnVoxels);
+    } else if (GetType() == VoxelType::Int8) {
+        PutVoxelsAs<std::int8_t, std::int16_t>(VoxelType::Int16);
+        PutPlanes(GetVolume(), CVolume::PT_SHORT, m_OwnVoxels);
+        SetTrueRange(GetVolume());
+    }
+}
+
+template <class From, class To>
+void SeriesVolume::PutVoxelsAs(VoxelType type) {
+    std::vector<std::byte> voxels(m_OwnVoxels.size() / sizeof(From) * sizeof(To));
+    for (std::size_t i = 0; i < m_OwnVoxels.size() / sizeof(From); ++i) {
+        From from;
+        std::memcpy(&from, m_OwnVoxels.data() + i * sizeof from, sizeof from);
+        const auto to = static_cast<To>(static_cast<double>(from));
+        std::memcpy(voxels.data() + i * sizeof to, &to, sizeof to);
+    }
+    m_OwnVoxels = std::move(voxels);
+    m_OwnType = type;
 }
 
 std::span<const std::byte> SeriesVolume::GetVoxels() const {

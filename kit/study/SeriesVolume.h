@@ -3,6 +3,7 @@
 
 #include "../core/Watch.h"
 #include "FoundFiles.h"
+#include "Padding.h"
 #include "SeriesChoice.h"
 #include "SeriesLoader.h"
 #include "Volume.h"
@@ -46,8 +47,8 @@ public:
     /// What they are, for a message, when they are not.
     std::string DescribeColours() const;
 
-    /// Tells what is odd about the series, and which volume was taken where none was asked for; reads that. Throws `Error`.
-    void Load();
+    /// Tells what is odd about the series, and which volume was taken where none was asked for.
+    void TellChoice() const;
 
     /// Tells the watcher what is odd about the series.
     void TellWarnings() const;
@@ -75,12 +76,24 @@ public:
     /// The largest rounding error of that; nothing before.
     const std::optional<double>& GetScaleError() const { return m_ScaleError; }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
+    /// The files that were read, each with its path.
+    const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Loaded->GetFiles(); }
+
+    /// Of the first slice, as stored; none where values were brought to one scale.
+    std::optional<Padding> GetPadding();
+    /// The volume's smallest and largest value, without padding unless there is nothing else.
+    MeasuredRange GetMeasuredRange();
+    /// Voxels of types that no plane of the module's has, 64-bit floats and signed 8 bits, as 32-bit floats and signed 16
+    /// bits: for pictures.
+    void MakeSliceable();
 
 private:
     void TakeSlices(const std::vector<SliceRef>& slices);
     void Assemble();
     void SetTrueSpacing();
     void PutOwnVoxels();
+    template <class From, class To>
+    void PutVoxelsAs(VoxelType type);
     void Tell(Finding finding);
 
     Series m_Series;

@@ -241,6 +241,55 @@ def told():
         assert words in draw(save(ds))[2], words
 
 
+def volumes():
+    """What views of a volume do not show is named too, and windows go by their names."""
+    shown = any_values(0, 4095, "<u2")
+    overlay = image(shown, 12, ShutterShape="CIRCULAR", WindowCenter=[2000, 300], WindowWidth=[4000, 50],
+                    WindowCenterWidthExplanation=["WIDE", "Narrow"], PixelSpacing=[1, 1], ImagePositionPatient=[0, 0, 0],
+                    ImageOrientationPatient=[1, 0, 0, 0, 1, 0])
+    overlay.add_new((0x6000, 0x0010), "US", 23)
+    overlay.add_new((0x6000, 0x3000), "OW", bytes(108))
+    path = save(overlay)
+    for view in ((), ("--view", "axial")):
+        pixels, out, err = draw(path, *view, "--window", "narrow")
+        assert "overlay" in err and "shutter" in err and "300,50 of the" in out and "Narrow" in out, (view, out, err)
+        assert abs(pixels - grey(window(shown[0], 300, 50))).max() <= 1, view
+        refused = korvane("slice", path, *view, "--window", "bone", "-o", WORK / "x.png", status=2)[1]
+        assert "\"bone\"" in refused and "WIDE\nNarrow\n" in refused, refused
+    assert (draw(path)[0] == grey(window(shown[0], 2000, 4000))).all(), "the first of several"
+
+
+def frames():
+    """Per-frame windows, with their functions, win; frames of a volume keep shape, tables and padding."""
+    values = any_values(0, 4095, "<u2", 6, 8)
+    values = numpy.concatenate([values, values[:, ::-1]])
+
+    def item(**fields):
+        ds = Dataset()
+        for name, value in fields.items():
+            setattr(ds, name, value)
+        return ds
+
+    def frame(n, **voi):
+        return item(PlanePositionSequence=Sequence([item(ImagePositionPatient=[0, 0, 2 * n])]),
+                    FrameVOILUTSequence=Sequence([item(**voi)]))
+
+    shared = item(PlaneOrientationSequence=Sequence([item(ImageOrientationPatient=[1, 0, 0, 0, 1, 0])]),
+                  PixelMeasuresSequence=Sequence([item(PixelSpacing=[1, 1])]))
+    ds = image(values, 12, SharedFunctionalGroupsSequence=Sequence([shared]), PerFrameFunctionalGroupsSequence=Sequence([
+        frame(0, WindowCenter=1000, WindowWidth=600, VOILUTFunction="LINEAR_EXACT"),
+        frame(1, WindowCenter=3000, WindowWidth=900, VOILUTFunction="SIGMOID")]),
+               WindowCenter=5, WindowWidth=3, VOILUTFunction="LINEAR", PresentationLUTShape="INVERSE")
+    path = save(ds)
+    exact = 255 - grey(((values[0] - 1000.) / 600 + 0.5).clip(0, 1))
+    bent = 255 - grey(1 / (1 + numpy.exp(-4 * (values[1] - 3000.) / 900)))
+    assert abs(draw(path, "--frame", 0)[0] - exact).max() <= 1 and abs(draw(path, "--frame", 1)[0] - bent).max() <= 1
+    for index, own in ((1, values[0]), (0, values[1])):  # a volume has one window, that of its first frame
+        pixels, out, _ = draw(path, "--view", "axial", "--index", index)
+        expected = 255 - grey(((own - 1000.) / 600 + 0.5).clip(0, 1))
+        assert abs(pixels - expected).max() <= 1 and "low values bright" in out, (index, out)
+
+
 def sizes():
     ds = image(any_values(0, 255, "u1", 20, 40), PixelSpacing=[2, 1])
     assert draw(save(ds))[0].shape == (40, 40), "square pixels"
@@ -295,4 +344,4 @@ def samples():
     print("samples: largest difference of grey or colour, and how many images:", counts)
 
 
-run(grey_values, automatic, bits, colours, palettes, told, sizes, values, samples)
+run(grey_values, automatic, bits, colours, palettes, told, volumes, frames, sizes, values, samples)

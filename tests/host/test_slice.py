@@ -2,6 +2,7 @@
 """Pictures: which voxel lands where, in which grey, and what happens when none can be made."""
 
 import itertools
+import json
 
 import PIL.Image
 from host_test import WINDOWS, WORK, edited, interrupted, korvane, leftovers, numpy, phantom, pydicom, run, wait_for
@@ -170,6 +171,59 @@ def many():
         assert (sheet[y:y + 85, x:x + 100] == means).all() and (sheet[y - 2:y, x:x + 100] == 64).all()
 
 
+def stack():
+    """Parallel planes: picture n lies n steps along the normal as it was given, all of one size."""
+    turned = numpy.array([[0.8, 0.36, 0.48], [-0.6, 0.48, 0.64]])
+    origin, gradient = numpy.array([-30.5, 12, 40]), numpy.array([11, -17, 23])
+    plane, row, column = numpy.indices((25, 31, 35))
+    places = origin + plane[..., None] * 1.5 * numpy.cross(*turned) + row[..., None] * turned[1] + column[..., None] * turned[0]
+    source = series("even", (places @ gradient).round().astype("<i2"), *turned, origin, heights=numpy.arange(25) * 1.5)
+    middle = places[12, 15, 17]
+    asked = ("--point", ",".join(map(str, middle)), "--normal")
+    for n, right, down, step in (((0, 0, -2), (1, 0, 0), (0, 1, 0), 2.5), ((0, 3, 0), (1, 0, 0), (0, 0, -1), -4)):
+        out, _ = korvane("slice", source, *asked, ",".join(map(str, n)), "--count", 5, "--step", step, "--raw16", "-o", WORK / "s")
+        names = sorted(path.name for path in (WORK / "s").iterdir())
+        assert names == [f"oblique-{k:04}.png" for k in range(5)] and "all 5 oblique planes" in out, (names, out)
+        pictures = [read_png(WORK / "s" / name)[0] for name in names]
+        assert len({picture.shape for picture in pictures}) == 1
+        for k, pixels in enumerate(pictures):
+            height, width = pixels.shape
+            y, x = numpy.indices(pixels.shape)
+            first = middle + k * step * numpy.array(n) / numpy.linalg.norm(n)
+            points = first + (x - width // 2)[..., None] * numpy.array(right) + (y - height // 2)[..., None] * numpy.array(down)
+            inside = pixels > 0
+            assert inside.sum() > 300 and abs(pixels - 32768 - points @ gradient)[inside].max() < 1.1, (n, k)
+        assert all((picture(source, *asked, ",".join(map(str, n)), "--raw16")[0] > 0).sum() == (p > 0).sum() for p in pictures[:1])
+    sheet, out = picture(source, *asked, "0,0,1", "--count", 4, "--step", 3, "--sheet")
+    assert "all 4 oblique planes in rows of 2" in out and sheet.shape[0] % 2 == 0, (out, sheet.shape)
+    for words, *options in (("--step", "--count", 3), ("--count", "--step", 3), ("not 0", "--count", 3, "--step", 0)):
+        assert words in korvane("slice", source, *asked, "0,0,1", *options, "-o", WORK / "x", status=2)[1], options
+    far = korvane("slice", source, "--point", "0,0,900", "--normal", "0,0,1", "--count", 3, "--step", 3, "-o", WORK / "x", status=1)
+    assert "no plane meets the volume" in far[1], far
+
+
+def padding():
+    """Padding counts for no slab, and not for the smallest and the largest value; what has nothing else is black."""
+    voxels = numpy.random.default_rng(4).integers(0, 900, (5, 12, 14)).astype("<i2")
+    voxels[:, :, :4] = -2000
+    voxels[:3, :, 4:8] = -1999
+    source = series("padded", voxels, PixelPaddingValue=-2000, PixelPaddingRangeLimit=-1990, RescaleSlope=1, RescaleIntercept=0)
+    measured = numpy.ma.masked_less(voxels.astype(float), -1000)
+    for mode, expected in (("min", measured.min(axis=0)), ("max", measured.max(axis=0)), ("mean", measured.mean(axis=0))):
+        wanted = ("--view", "axial", "--index", 2, "--slab", 4, "--slab-mode", mode)
+        out, err = korvane("slice", source, *wanted, "--raw16", "-o", WORK / "slab.png")
+        pixels = read_png(WORK / "slab.png")[0] - 32768
+        assert abs(pixels - expected.filled(-2000)).max() <= 0.5, (mode, pixels)
+        assert f"{measured.mask.sum()} voxels of padding" in err, err
+        korvane("slice", source, *wanted, "--window", "450,900", "-o", WORK / "slab.png")
+        assert (read_png(WORK / "slab.png")[0][:, :4] == 0).all()
+    korvane("export", source, "--format", "nrrd", "--to", WORK / "vol", "--report", WORK / "report.json")
+    report = json.loads((WORK / "report.json").read_text())
+    values = report["volumes"][0]["values"]
+    assert [values["smallest"], values["largest"]] == [measured.min(), measured.max()], values
+    assert {f["kind"]: f for f in report["findings"]}["padding left out"]["count"] == measured.mask.sum()
+
+
 def annotated():
     voxels = numpy.zeros((2, 120, 200), "<u2")
     lines, _ = picture(series("black", voxels, (1, 0, 0), (0, 0, -1), spacing=(0.5, 0.5)), "--view", "coronal",
@@ -219,4 +273,4 @@ def stopped():
     assert not any((WORK / "all").iterdir())
 
 
-run(every_acquisition, planes_in_the_patient, distances, greys, many, annotated, refusals, stopped)
+run(every_acquisition, planes_in_the_patient, distances, greys, many, stack, padding, annotated, refusals, stopped)

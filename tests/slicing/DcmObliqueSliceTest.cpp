@@ -194,6 +194,62 @@ TEST(DcmObliqueSlice, SlabsCombineWhatIsInside) {
     EXPECT_FALSE(slice.SetSlab(Slice::SM_MEAN, 10, 1e-5));
 }
 
+// A sample counts when no voxel of padding has a weight in it, which a second volume tells: 1 where there is padding.
+TEST(DcmObliqueSlice, SlabsLeavePaddingOut) {
+    Random random;
+    constexpr double kPadding = -2000, kFill = -7, kOutside = 77;
+    int compared = 0, filled = 0;
+    for (const auto& stack : kStacks) {
+        const auto noise = random.Noise(-900, 900);
+        const auto isPadding = [](int i, int j, int k) { return (i - 9) * (i - 9) + (j - 8) * (j - 8) > 40 + 5 * k; };
+        const SlicedVolume::Shape shape{CVolume::PT_SHORT, 21, 18, stack, 0.7F, 1.3F};
+        const SlicedVolume volume(
+            shape, [&](int i, int j, int k) { return isPadding(i, j, k) ? kPadding + (i % 3) : noise(i, j, k); });
+        const SlicedVolume padding(shape, [&](int i, int j, int k) { return isPadding(i, j, k) ? 10000 : 0; });
+        for (int n = 0; n < 12; ++n) {
+            Slice slice(volume.Get());
+            slice.SetPlane({7, 11, volume.GetLastZ() / 2}, random.Vector(), random.Vector());
+            slice.SetPixelSize(0.6, 0.6);
+            slice.SetSize(31, 13);
+            slice.SetInterpolation(static_cast<Slice::Interpolation>(n % 3));
+            slice.SetBackground(kOutside);
+            slice.SetPadding(kPadding, kPadding + 2, kFill);
+            const auto mode = static_cast<Slice::SlabMode>(1 + n / 3 % 3);
+            ASSERT_TRUE(slice.SetSlab(mode, 4, 1));
+            const auto values = Values(slice);
+            const auto normal = slice.GetNormal();
+            for (int at = 0; at < 31 * 13; ++at) {
+                const auto middle = slice.PixelToVol(at % 31, at / 31);
+                std::vector<double> counted;
+                bool doubtful = false, met = false;
+                for (int layer = -2; layer <= 2; ++layer) {
+                    auto point = middle;
+                    for (std::size_t axis = 0; axis < 3; ++axis) point[axis] += layer * normal[axis];
+                    bool border = false;
+                    const auto value = volume.Sample(point, slice.GetInterpolation(), border);
+                    const double weight = padding.Sample(point, slice.GetInterpolation(), border).value_or(0);
+                    doubtful = doubtful || border || (weight > 0 && weight < 1);
+                    met = met || value;
+                    if (value && weight == 0) counted.push_back(*value);
+                }
+                if (doubtful) continue;
+                double expected = met ? kFill : kOutside;
+                if (!counted.empty()) {
+                    const auto [low, high] = std::minmax_element(counted.begin(), counted.end());
+                    const double sum = std::accumulate(counted.begin(), counted.end(), 0.0);
+                    expected = mode == Slice::SM_MEAN      ? sum / static_cast<double>(counted.size())
+                               : mode == Slice::SM_MAXIMUM ? *high
+                                                           : *low;
+                }
+                ASSERT_NEAR(values[static_cast<std::size_t>(at)], expected, 0.55) << at << " of " << n;
+                ++(counted.empty() ? filled : compared);
+            }
+        }
+    }
+    EXPECT_GT(compared, 3000);
+    EXPECT_GT(filled, 3000);
+}
+
 TEST(DcmObliqueSlice, PicturesAreWindowed) {
     const double values[5] = {-1000, -160, 40, 41, 3000}, fractions[5] = {0, 0.25, 0.5, 0.75, kNaN};
     unsigned char grey[10];

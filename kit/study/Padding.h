@@ -1,0 +1,32 @@
+// Stored values that stand for no measurement (PS3.3 C.7.5.1.1.2).
+#pragma once
+
+#include "../dataset/Toolkit.h"
+#include "Volume.h"
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <utility>
+
+namespace korvane {
+
+/// From Pixel Padding Value (0028,0120) to Pixel Padding Range Limit (0028,0121), the lower one first; without a limit the
+/// value alone.
+using Padding = std::pair<double, double>;
+
+/// Both none where the data set names none.
+std::optional<double> ReadPaddingValue(const DICOMObject& dataSet, bool isSigned);
+std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned);
+
+/// Of stored values; integers around them where they are real.
+struct MeasuredRange {
+    long long smallest;
+    long long largest;
+    std::uint64_t padding = 0;  ///< voxels that count for neither
+};
+
+/// Without padding. `smallest` is above `largest` where there is nothing else. Nothing is counted of colours.
+MeasuredRange RangeOutside(VoxelType type, std::span<const std::byte> voxels, const Padding& padding);
+
+}  // namespace korvane
