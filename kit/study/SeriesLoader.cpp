@@ -218,7 +218,15 @@ void LoadedSlices::Decode(const ImageHeader& header, DataSetFile& file) {
 void LoadedSlices::LookAbove(const ImageHeader& header, const DICOMDataObject& dataSet) {
     const VR* const pixels = FindElement(dataSet, tags::PixelData);
     if (pixels == nullptr || header.form.kind != PixelForm::Kind::Integer) return;
-    if (HasBitsAbove({pixels->m_pData, pixels->m_Length}, header.form)) m_BitsAbove.push_back(header.path);
+    constexpr std::size_t kPiece = std::size_t{4} << 20;  // a stop is asked for between pieces
+    const std::span<const unsigned char> words(pixels->m_pData, pixels->m_Length);
+    for (std::size_t at = 0; at < words.size(); at += kPiece) {
+        m_Watch.StopIfAsked();
+        if (HasBitsAbove(words.subspan(at, std::min(kPiece, words.size() - at)), header.form)) {
+            m_BitsAbove.push_back(header.path);
+            return;
+        }
+    }
 }
 
 /// Slices of a volume may differ in Bits Stored: values are masked or sign-extended to all bits here, and the element says

@@ -46,18 +46,41 @@ void ReadWords(const unsigned char* from, const PixelForm& form, std::span<std::
     }
 }
 
+// Whether any of the words has one of `bits` set. Eight bytes at a time, for it runs over all pixels.
+template <class Word>
+bool IsAnySet(std::span<const unsigned char> words, Word bits) {
+    std::uint64_t all = 0;
+    std::size_t at = 0;
+    for (; at + sizeof all <= words.size(); at += sizeof all) {
+        std::uint64_t several;
+        std::memcpy(&several, words.data() + at, sizeof several);  // words keep their own byte order
+        all |= several;
+    }
+    Word found = 0;
+    unsigned char bytes[sizeof all];
+    std::memcpy(bytes, &all, sizeof all);
+    for (std::size_t i = 0; i < sizeof all; i += sizeof(Word)) {
+        found = static_cast<Word>(found | platform::LoadLittle<Word>(bytes + i));
+    }
+    for (; at + sizeof(Word) <= words.size(); at += sizeof(Word)) {
+        found = static_cast<Word>(found | platform::LoadLittle<Word>(words.data() + at));
+    }
+    return (found & bits) != 0;
+}
+
 template <class Word>
 bool WordsHaveBitsAbove(std::span<const unsigned char> words, const PixelForm& form) {
     const int above = static_cast<int>(8 * sizeof(Word)) - 1 - form.highBit;
-    if (above <= 0) return false;
-    unsigned odd = 0;  // no branch in the loop: it runs over all pixels
+    if (above <= 0 || !IsAnySet<Word>(words, static_cast<Word>(~Word{0} << (form.highBit + 1)))) return false;
+    if (!form.isSigned) return true;
+    unsigned odd = 0;  // no branch in the loop
     for (std::size_t at = 0; at + sizeof(Word) <= words.size(); at += sizeof(Word)) {
         const auto word = platform::LoadLittle<Word>(words.data() + at);
         const auto shifted = static_cast<Word>(word << above);
         const auto zeros = static_cast<Word>(shifted >> above);
         const auto sign = static_cast<Word>(static_cast<std::make_signed_t<Word>>(shifted) >> above);
         // Signed values are written with zeros above them too.
-        odd |= static_cast<unsigned>(word != zeros) & static_cast<unsigned>(!form.isSigned || word != sign);
+        odd |= static_cast<unsigned>(word != zeros) & static_cast<unsigned>(word != sign);
     }
     return odd != 0;
 }
