@@ -13,9 +13,9 @@ inline constexpr std::size_t kLargestSmallBlock = 1024;
 
 /// Uninitialised memory, aligned to 8 bytes, for `FreeSmall` to give back. `bytes` is at most `kLargestSmallBlock`.
 /// Throws `std::bad_alloc`.
-/// Blocks are cut one behind the other from slabs (64 KB, later up to 2 MB), each thread from its own; a slab goes back
-/// with its last block. A block may be freed by another thread, or by another module of the process, than the one it
-/// came from.
+/// Blocks are cut one behind the other from pages in slabs of up to 2 MB, each thread from its own. A page is used again when
+/// its last block is back, and goes to the system with its slab, or when many pile up. A block may be freed by another
+/// thread or another module of the process.
 void* AllocateSmall(std::size_t bytes);
 
 /// Gives a block back; null is ignored.

@@ -1,13 +1,14 @@
 #include "base/SmallBlocks.h"
 
-#include "Pages.h"
+#include "PageStock.h"
 #include "base/Sanitizer.h"
 #include "platform/PerThread.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <mutex>
+#include <new>
 
 namespace platform {
 
@@ -29,75 +30,85 @@ namespace {
 
 constexpr std::size_t kAlignment = 8;
 constexpr std::size_t kPrefetchBytes = 1024;
+// What blocks are cut from, and what goes back as a whole. Each is counted twice with an atomic operation, when it is full
+// and when it has come back: smaller ones cost time, larger ones are kept by fewer survivors.
+constexpr std::size_t kCutBytes = 2 * kPageBytes;
+constexpr std::size_t kPages = kSlabBytes / kCutBytes;
+using Pool = PagePool<kPages, kCutBytes>;
 
-// A slab is one chunk or several, each aligned to its size; no block crosses from one into the next. So the chunk of a
-// block follows from its address, and blocks need no header of their own.
-constexpr std::size_t kChunkBytes = 64 * 1024;
+constexpr std::size_t kWorthFilling = kPages / 8;
+constexpr std::size_t kMostKept = 2 * kPages;
+// Pages that a thread takes at a time; those that it frees meanwhile, which are still in the cache, come next.
+constexpr std::size_t kBatch = 16;
 
-struct Slab;
+/// Aligned to its size, so that the slab of a block, and the block's page, follow from the address. No block crosses from
+/// one page into the next.
+struct Slab : PageStock<kPages, kCutBytes> {
+    static constexpr std::uint32_t kBias = kCutBytes;
 
-struct alignas(kAlignment) Chunk {
-    Slab* slab;
+    using PageStock::PageStock;
+
+    bool isFilled = true;  // a thread takes pages from it
+
+    /// Blocks of each page that are still to come back. A page starts with the bias, from which the thread that fills it
+    /// takes off, once it is done with it, what it has not given out: giving out costs no atomic operation.
+    std::atomic<std::uint32_t> counts[kPages] = {};
 };
+static_assert(sizeof(Slab) <= kCutBytes);
 
-/// Stands at the start of a slab's first chunk. `holders` counts the blocks that are still to come back. It starts with
-/// the bias, from which the thread that fills the slab takes off, once it is done with it, what it has not given out:
-/// giving out costs no atomic operation.
-struct Slab : Chunk {
-    static constexpr std::size_t kBias = kHugePageBytes;
-    std::atomic<std::size_t> holders{kBias};
-    std::size_t bytes;
-};
+Pool& OwnPool() {
+    static Pool* const pool = new Pool(kMostKept);
+    return *pool;
+}
 
-/// One emptied slab of the smallest size stays with each thread, so that a program that reads one small file after the
-/// other does not ask the system for memory each time.
-class Spare {
-public:
-    void Close() noexcept {
-        if (m_pSlab != nullptr) UnmapPages(m_pSlab, kChunkBytes);
-        m_bClosed = true;
-    }
-
-    Slab* Take() noexcept {
-        Slab* const slab = m_pSlab;
-        m_pSlab = nullptr;
-        return slab;
-    }
-
-    bool Keep(Slab* slab) noexcept {
-        if (m_pSlab != nullptr || m_bClosed) return false;
-        m_pSlab = slab;
+/// Pages have come back to a slab that nobody fills. True when it is empty: the caller unmaps it, without the lock.
+bool Settle(Slab* slab) noexcept {
+    if (slab->IsEmpty()) {
+        slab->Unlist();
         return true;
+    }
+    if (slab->freePages >= kWorthFilling) slab->List();
+    slab->pool->LimitKept(slab);
+    return false;
+}
+
+/// Pages of one slab that have become free, given back together: the lock is taken once for many.
+class FreedPages {
+public:
+    void Add(Slab* slab, std::size_t page) noexcept {
+        if (slab != m_pSlab || m_Count == kMost) Flush();
+        m_pSlab = slab;
+        m_Pages[m_Count++] = page;
+    }
+
+    void Flush() noexcept {
+        if (m_Count == 0) return;
+        bool isEmpty = false;
+        {
+            const std::lock_guard lock(m_pSlab->pool->mutex);
+            for (; m_Count > 0; --m_Count) m_pSlab->Give(m_Pages[m_Count - 1], 1);
+            if (!m_pSlab->isFilled) isEmpty = Settle(m_pSlab);
+        }
+        if (isEmpty) UnmapPages(m_pSlab, kSlabBytes);
     }
 
 private:
+    static constexpr std::size_t kMost = 16;
     Slab* m_pSlab = nullptr;
-    bool m_bClosed = false;
+    std::size_t m_Count = 0;
+    std::size_t m_Pages[kMost] = {};
 };
 
-Slab* MakeSlab(std::size_t bytes, Spare& spare) {
-    void* memory = bytes == kChunkBytes ? spare.Take() : nullptr;
-    if (memory == nullptr) memory = MapPages(bytes);
-    auto* const slab = new (memory) Slab;
-    slab->slab = slab;
-    slab->bytes = bytes;
-    return slab;
+void TakeOff(Slab* slab, std::size_t page, std::uint32_t count, FreedPages& freed) noexcept {
+    if (slab->counts[page].fetch_sub(count, std::memory_order_acq_rel) == count) freed.Add(slab, page);
 }
 
-/// True when the slab has gone back with this.
-bool TakeOff(Slab* slab, std::size_t count, Spare& spare) noexcept {
-    if (slab->holders.fetch_sub(count, std::memory_order_acq_rel) != count) return false;
-    if (slab->bytes != kChunkBytes || !spare.Keep(slab)) UnmapPages(slab, slab->bytes);
-    return true;
-}
-
-/// What a thread fills at the moment. As long as blocks stay out, each slab is twice as large as the one before it, up
-/// to a huge page.
+/// What a thread fills at the moment: some pages of a slab, the lowest that are free.
 class Filling {
 public:
-    void* Cut(std::size_t bytes, Spare& spare) {
+    void* Cut(std::size_t bytes, FreedPages& freed) {
         const std::size_t step = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-        if (static_cast<std::size_t>(m_pChunkEnd - m_pNext) < step) BeginChunk(spare);
+        if (static_cast<std::size_t>(m_pPageEnd - m_pNext) < step) BeginPage(freed);
         unsigned char* const block = m_pNext;
         m_pNext += step;
         ++m_Given;
@@ -106,76 +117,137 @@ public:
         return block;
     }
 
-    void Retire(Spare& spare) noexcept {
+    /// Gives everything back.
+    void Retire(FreedPages& freed) noexcept {
         if (m_pSlab == nullptr) return;
-        const bool allCameBack = TakeOff(m_pSlab, Slab::kBias - m_Given, spare);
-        m_NextBytes = allCameBack ? kChunkBytes : std::min(m_NextBytes * 2, kHugePageBytes);
+        LeavePage(freed);
+        freed.Flush();
+        Slab* const slab = m_pSlab;
         m_pSlab = nullptr;
-        m_pNext = m_pChunkEnd = nullptr;
+        bool isEmpty = false;
+        {
+            const std::lock_guard lock(slab->pool->mutex);
+            for (; m_Taken < m_TakenEnd; ++m_Taken) slab->Give(m_Batch[m_Taken], 1);
+            slab->isFilled = false;
+            isEmpty = Settle(slab);
+        }
+        if (isEmpty) UnmapPages(slab, kSlabBytes);
     }
 
 private:
-    void BeginChunk(Spare& spare) {
-        const bool hasMore =
-            m_pSlab != nullptr && m_pChunkEnd < reinterpret_cast<unsigned char*>(m_pSlab) + m_pSlab->bytes;
-        if (hasMore) {
-            new (m_pChunkEnd) Chunk{m_pSlab};
-            m_pNext = m_pChunkEnd + sizeof(Chunk);
-            m_pChunkEnd += kChunkBytes;
-            return;
-        }
-        Retire(spare);
-        m_pSlab = MakeSlab(m_NextBytes, spare);
+    [[gnu::noinline]] void BeginPage(FreedPages& freed) {
+        LeavePage(freed);
+        if (m_Taken == m_TakenEnd) TakeBatch(freed);
+        m_Page = m_Batch[m_Taken++];
+        m_pSlab->counts[m_Page].store(Slab::kBias, std::memory_order_relaxed);
         m_Given = 0;
-        m_pNext = reinterpret_cast<unsigned char*>(m_pSlab + 1);
-        m_pChunkEnd = reinterpret_cast<unsigned char*>(m_pSlab) + kChunkBytes;
+        m_pNext = m_pSlab->GetPage(m_Page);
+        m_pPageEnd = m_pNext + kCutBytes;
+    }
+
+    void LeavePage(FreedPages& freed) noexcept {
+        if (m_pNext == nullptr) return;
+        m_pNext = m_pPageEnd = nullptr;
+        TakeOff(m_pSlab, m_Page, Slab::kBias - m_Given, freed);
+    }
+
+    void TakeBatch(FreedPages& freed) {
+        freed.Flush();
+        if (m_pSlab == nullptr || !TakeFrom(*m_pSlab)) {
+            const bool isFirst = m_pSlab == nullptr && !m_bFilledOne;
+            Retire(freed);
+            m_pSlab = Adopt();
+            if (m_pSlab == nullptr) m_pSlab = new (MapPages(kSlabBytes, !isFirst)) Slab(OwnPool(), !isFirst);
+            m_bFilledOne = true;
+            TakeFrom(*m_pSlab);
+        }
+    }
+
+    // A slab that others have left, with free pages; null without one.
+    static Slab* Adopt() noexcept {
+        Pool& pool = OwnPool();
+        const std::lock_guard lock(pool.mutex);
+        auto* const slab = static_cast<Slab*>(pool.first);
+        if (slab == nullptr) return nullptr;
+        slab->Unlist();
+        slab->isFilled = true;
+        return slab;
+    }
+
+    bool TakeFrom(Slab& slab) noexcept {
+        const std::lock_guard lock(slab.pool->mutex);
+        m_Taken = m_TakenEnd = 0;
+        for (std::size_t page = slab.free.Next(0); page < kPages && m_TakenEnd < kBatch; page = slab.free.Next(page)) {
+            slab.Take(page, 1);
+            m_Batch[m_TakenEnd++] = page;
+        }
+        return m_TakenEnd > 0;
     }
 
     Slab* m_pSlab = nullptr;
     unsigned char* m_pNext = nullptr;
-    unsigned char* m_pChunkEnd = nullptr;
-    std::size_t m_NextBytes = kChunkBytes;
-    std::size_t m_Given = 0;
+    unsigned char* m_pPageEnd = nullptr;
+    std::size_t m_Page = 0;
+    std::uint32_t m_Given = 0;
+    bool m_bFilledOne = false;
+    std::size_t m_Taken = 0;
+    std::size_t m_TakenEnd = 0;
+    std::size_t m_Batch[kBatch] = {};
 };
 
-/// Blocks that come back to the same slab one after the other are counted here first, for one atomic operation.
+/// Blocks that come back to a page are counted here first, for one atomic operation. What is nested comes back by turns to
+/// a few pages.
 class Returning {
 public:
-    void Add(Slab* slab, Spare& spare) noexcept {
-        if (slab != m_pSlab) {
-            Flush(spare);
-            m_pSlab = slab;
+    void Add(std::uintptr_t page, FreedPages& freed) noexcept {
+        Entry& entry = m_Entries[page / kCutBytes % kEntries];
+        if (page != entry.page) {
+            Flush(entry, freed);
+            entry.page = page;
         }
-        ++m_Count;
+        ++entry.count;
     }
 
-    void Flush(Spare& spare) noexcept {
-        if (m_Count != 0) TakeOff(m_pSlab, m_Count, spare);
-        m_Count = 0;
+    void FlushAll(FreedPages& freed) noexcept {
+        for (Entry& entry : m_Entries) Flush(entry, freed);
     }
 
 private:
-    Slab* m_pSlab = nullptr;
-    std::size_t m_Count = 0;
+    static constexpr std::size_t kEntries = 8;
+
+    struct Entry {
+        std::uintptr_t page = 0;
+        std::uint32_t count = 0;
+    };
+
+    [[gnu::noinline]] static void Flush(Entry& entry, FreedPages& freed) noexcept {
+        if (entry.count != 0) {
+            const std::uintptr_t slab = entry.page & ~std::uintptr_t{kSlabBytes - 1};
+            TakeOff(reinterpret_cast<Slab*>(slab), (entry.page - slab) / kCutBytes, entry.count, freed);
+        }
+        entry.count = 0;
+    }
+
+    Entry m_Entries[kEntries];
 };
 
 struct ThreadBlocks {
     ~ThreadBlocks() {
-        returning.Flush(spare);
-        filling.Retire(spare);
-        spare.Close();
+        returning.FlushAll(freed);
+        filling.Retire(freed);
+        freed.Flush();
     }
 
-    Spare spare;
     Filling filling;
     Returning returning;
+    FreedPages freed;
 };
 
 }  // namespace
 
 void* AllocateSmall(std::size_t bytes) {
     ThreadBlocks& own = PerThread<ThreadBlocks>::Get();
-    return own.filling.Cut(bytes, own.spare);
+    return own.filling.Cut(bytes, own.freed);
 }
 
 void FreeSmall(void* block) noexcept {
@@ -185,7 +257,7 @@ void FreeSmall(void* block) noexcept {
     __builtin_prefetch(static_cast<unsigned char*>(block) + kPrefetchBytes + 64);
     const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(block);
     ThreadBlocks& own = PerThread<ThreadBlocks>::Get();
-    own.returning.Add(reinterpret_cast<const Chunk*>(address & ~std::uintptr_t{kChunkBytes - 1})->slab, own.spare);
+    own.returning.Add(address & ~std::uintptr_t{kCutBytes - 1}, own.freed);
 }
 
 #endif

@@ -1,9 +1,8 @@
 #include "platform/memory/Memory.h"
 
 #include "base/Sanitizer.h"
-#include "platform/memory/Pages.h"
+#include "platform/memory/PageStock.h"
 
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <mutex>
@@ -29,60 +28,81 @@ namespace {
 
 constexpr std::size_t kAlignment = 64;
 constexpr std::size_t kRegionBytes = std::size_t{32} << 20;
-constexpr std::size_t kSmallest = std::size_t{32} << 10;  // below: the C heap
-constexpr std::size_t kLargest = std::size_t{8} << 20;    // above: a mapping of its own
-constexpr std::size_t kKeptWhenEmpty = std::size_t{8}
-                                       << 20;  // an emptied region that used more goes back to the system
+constexpr std::size_t kPages = kRegionBytes / kPageBytes;
+using Pool = PagePool<kPages, kPageBytes>;
 
-struct Region;
+constexpr std::size_t kSmallest = std::size_t{32} << 10;  // below: the C heap
+constexpr std::size_t kLargest = std::size_t{2} << 20;    // above: a mapping of its own
+
+/// Blocks from it have whole pages.
+struct Region : PageStock<kPages, kPageBytes> {
+    using PageStock::PageStock;
+
+    std::size_t longestRun = kUsable;  // no run of free pages is longer
+};
+static_assert(sizeof(Region) <= kPageBytes);
 
 /// Stands in front of each block.
 struct alignas(kAlignment) Header {
     Region* region;           // null: not from a region
-    std::size_t mappedBytes;  // of a mapping of its own; 0: from the C heap
+    std::size_t mappedBytes;  // of its pages in a region or in a mapping of its own; 0: from the C heap
 };
 
-/// Stands at the start of each region. The allocating module's copy of this code holds one count while the region is
-/// the one that it fills.
-struct alignas(kAlignment) Region {
-    std::atomic<std::size_t> holders{1};
-    std::size_t used = sizeof(Region);
-};
-
-std::mutex g_mutex;
-Region* g_current = nullptr;
+Pool& OwnPool() {
+    static Pool* const pool = new Pool(kPages);
+    return *pool;
+}
 
 std::size_t RoundUp(std::size_t value, std::size_t unit) {
     return (value + unit - 1) / unit * unit;
 }
 
-void LetGo(Region* region) noexcept {
-    if (region->holders.fetch_sub(1, std::memory_order_acq_rel) == 1) UnmapPages(region, kRegionBytes);
+/// The first run of free pages of that length; 0 without one.
+std::size_t FindRun(Region& region, std::size_t count) noexcept {
+    if (count > region.longestRun) return 0;
+    for (std::size_t begin = region.free.Next(0); begin < kPages;) {
+        const std::size_t end = region.free.Next(begin, false);
+        if (end - begin >= count) return begin;
+        begin = region.free.Next(end);
+    }
+    region.longestRun = count - 1;
+    return 0;
 }
 
-void* AllocateFromRegion(std::size_t bytes) {
-    const std::lock_guard lock(g_mutex);
-    if (g_current != nullptr && g_current->holders.load(std::memory_order_acquire) == 1) {
-        g_current->used = sizeof(Region);
-    }
-    if (g_current == nullptr || g_current->used + bytes > kRegionBytes) {
-        if (g_current != nullptr) LetGo(g_current);
-        g_current = nullptr;
-        g_current = new (MapPages(kRegionBytes)) Region;
-    }
-    auto* const place = reinterpret_cast<unsigned char*>(g_current) + g_current->used;
-    g_current->used += bytes;
-    g_current->holders.fetch_add(1, std::memory_order_relaxed);
-    return new (place) Header{g_current, 0} + 1;
+Header* TakeRun(Region& region, std::size_t begin, std::size_t count) noexcept {
+    region.Take(begin, count);
+    if (region.freePages == 0) region.Unlist();
+    return new (region.GetPage(begin)) Header{&region, count * kPageBytes};
 }
 
-void FreeInRegion(Region* region) noexcept {
-    LetGo(region);
-    const std::lock_guard lock(g_mutex);
-    const bool emptied = region == g_current && region->holders.load(std::memory_order_acquire) == 1;
-    if (!emptied || region->used <= kKeptWhenEmpty) return;
-    g_current = nullptr;
-    LetGo(region);
+Header* AllocateFromRegion(std::size_t bytes) {
+    const std::size_t count = bytes / kPageBytes;
+    Pool& pool = OwnPool();
+    const std::lock_guard lock(pool.mutex);
+    for (auto* stock = pool.first; stock != nullptr; stock = stock->next) {
+        Region& region = *static_cast<Region*>(stock);
+        if (const std::size_t begin = FindRun(region, count); begin != 0) return TakeRun(region, begin, count);
+    }
+    auto* const region = new (MapPages(kRegionBytes)) Region(pool, true);
+    region->List();
+    return TakeRun(*region, 1, count);
+}
+
+void FreeInRegion(Header* header) noexcept {
+    Region* const region = header->region;
+    const std::size_t begin = static_cast<std::size_t>(reinterpret_cast<unsigned char*>(header) - region->GetPage(0));
+    bool isLeft = false;
+    {
+        Pool& pool = *region->pool;
+        const std::lock_guard lock(pool.mutex);
+        region->Give(begin / kPageBytes, header->mappedBytes / kPageBytes);
+        region->longestRun = Region::kUsable;
+        region->List();
+        // One empty region stays, so that a program that reads one file after the other does not wait for fresh pages.
+        isLeft = region->IsEmpty() && (pool.first != region || region->next != nullptr);
+        isLeft ? region->Unlist() : pool.LimitKept(region);
+    }
+    if (isLeft) UnmapPages(region, kRegionBytes);
 }
 
 }  // namespace
@@ -95,8 +115,8 @@ void* AllocateBuffer(std::size_t bytes) {
         if (block == nullptr) throw std::bad_alloc();
         return new (block) Header{nullptr, 0} + 1;
     }
-    if (total <= kLargest) return AllocateFromRegion(total);
-    const std::size_t mapped = RoundUp(total, 4096);
+    const std::size_t mapped = RoundUp(total, kPageBytes);
+    if (mapped <= kLargest) return AllocateFromRegion(mapped) + 1;
     return new (MapPages(mapped)) Header{nullptr, mapped} + 1;
 }
 
@@ -104,7 +124,7 @@ void FreeBuffer(void* block) noexcept {
     if (block == nullptr) return;
     Header* const header = static_cast<Header*>(block) - 1;
     if (header->region != nullptr) {
-        FreeInRegion(header->region);
+        FreeInRegion(header);
     } else if (header->mappedBytes != 0) {
         UnmapPages(header, header->mappedBytes);
     } else {
