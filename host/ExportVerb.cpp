@@ -130,6 +130,8 @@ void AddExportVerb(CLI::App& program) {
         "--sidecar", arguments->options.sidecar,
         "nifti, nrrd, metaimage: NAME.json with the scan's facts in the terms of BIDS, NAME.bval and NAME.bvec of "
         "diffusion; without names, dates and places");
+    verb->add_flag("--suv", arguments->options.uptake,
+                   "PET: standardized uptake values by body weight, in place of activity");
     verb->add_option("--jobs", arguments->options.jobs, "Threads (one for each core)");
     verb->add_flag("--dry-run", arguments->options.dryRun,
                    "Read and convert everything, write nothing, and say what would be");

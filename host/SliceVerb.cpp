@@ -184,6 +184,8 @@ void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
         verb.add_flag("--values", options.values, "Real values (after rescale), 32-bit floating point: a TIFF file");
     for (CLI::Option* const option : {raw, values}) option->excludes(window)->excludes(annotate)->excludes("--sheet");
     raw->excludes(values);
+    verb.add_flag("--suv", options.uptake, "PET: standardized uptake values by body weight, in place of activity")
+        ->excludes(raw);
     verb.add_option("-o,--output", arguments.output, "FILE.png or FILE.jpg, or the folder for --all")->required();
 }
 

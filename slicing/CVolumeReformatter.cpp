@@ -146,7 +146,7 @@ CVolume& Plan::Straighten(CVolume& source, VolumePointer& straight) {
     if (!m_Straightener) {
         return source;
     }
-    straight = m_Straightener->Make(FindLowestVoxel(source), true);
+    straight = m_Straightener->Make(FindLowestVoxel(source), {});
     m_StraightSampler.Read(*straight);
     return *straight;
 }

@@ -68,12 +68,12 @@ StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
     }
 }
 
-VolumePointer StackStraightener::Make(double fill, bool contig) {
+VolumePointer StackStraightener::Make(double fill, const StraightenOptions& options) {
     const CVolume::PixelType type = m_Source.GetType();
     VolumePointer result(CVolume::New());
     const int planes = static_cast<int>(m_Samples.size());
     result->Init(type, m_Canvas.m_Count[0], m_Canvas.m_Count[1], planes, 1);
-    result->Alloc(contig);
+    result->Alloc(options.m_bContig);
     PlaceResult(*result);
     StoreValue(fill, type, m_FillPixel);
     const VoxelRange stored = FindVoxelRange(m_FillPixel, 1, type);
@@ -81,6 +81,7 @@ VolumePointer StackStraightener::Make(double fill, bool contig) {
     m_Filled = 0;
     m_Memory.resize(static_cast<std::size_t>(m_Count[0]) * 2 * sizeof(double));
     for (int k = 0; k < planes; ++k) {
+        if (options.m_Stop && options.m_Stop()) return nullptr;
         const ZSample& sample = m_Samples[static_cast<std::size_t>(k)];
         auto* const out = static_cast<unsigned char*>(result->GetPlane(k)->m_pData);
         switch (type) {

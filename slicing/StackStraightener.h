@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../volume/CVolume.h"
+#include "StraightStack.h"
 #include "ZSampler.h"
 
 #include <memory>
@@ -32,8 +33,9 @@ public:
     const StraightCanvas& GetCanvas() const { return m_Canvas; }
 
     /// One plane for each sample, at its z: voxels are linear in x and y within the planes, and mixed across two planes by the
-    /// sample's weight. Voxels without data are `fill`, held within the range of the type. Throws `std::bad_alloc`.
-    VolumePointer Make(double fill, bool contig);
+    /// sample's weight. Voxels without data are `fill`, held within the range of the type. Null where it was stopped. Throws
+    /// `std::bad_alloc`.
+    VolumePointer Make(double fill, const StraightenOptions& options);
 
     /// Of the last `Make`: voxels without data, and the value that they have.
     unsigned long long CountFilled() const { return m_Filled; }

@@ -20,8 +20,11 @@ CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, Stra
         }
         if (options.m_bEvenZ && !sampler.IsEven()) sampler.UseTable(source);
         StackStraightener straightener(source, sampler);
-        VolumePointer straight =
-            straightener.Make(options.m_Fill ? *options.m_Fill : FindLowestVoxel(source), options.m_bContig);
+        VolumePointer straight = straightener.Make(options.m_Fill ? *options.m_Fill : FindLowestVoxel(source), options);
+        if (straight == nullptr) {
+            report.m_Error = "stopped";
+            return nullptr;
+        }
         report.m_Fill = straightener.GetFill();
         report.m_nFilled = straightener.CountFilled();
         std::copy_n(straightener.GetCanvas().m_Extent, 2, report.m_Shift);

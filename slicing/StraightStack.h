@@ -4,6 +4,7 @@
 #include "../base/Export.h"
 #include "../volume/CVolume.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,7 @@ struct StraightenOptions {
         m_Fill;             ///< for voxels without data (Pixel Padding Value, say); the lowest voxel if not given
     bool m_bEvenZ = true;   ///< resample along z where the planes are not even, as `CVolumeReformatter` does
     bool m_bContig = true;  ///< one block of voxels, or one for each plane
+    std::function<bool()> m_Stop = {};  ///< asked before each plane; true ends the work, with the error "stopped"
 };
 
 /// What `StraightenStack` did, or why it did not.
@@ -32,6 +34,6 @@ struct StraightenReport {
 /// no moving is the same bit for bit.
 ///
 /// Returns a new volume with a count of 1, of the source's type, for the caller to end with `Delete`. Null, with a text in
-/// the report, for what `CVolumeReformatter` refuses, and for too little memory. The source keeps its voxels; its
+/// the report, for what `CVolumeReformatter` refuses, for too little memory, and where it was stopped. The source keeps its voxels; its
 /// z-interpolation table is brought up to date where planes are uneven.
 KORVANE_API CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, StraightenReport& report);

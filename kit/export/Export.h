@@ -32,8 +32,9 @@ KORVANE_KIT const char* WordOf(Irregular policy);
 /// How an export is made. The defaults write all files, whole, and no report.
 struct ExportOptions {
     Irregular irregular = Irregular::Keep;
-    int volume = 0;      ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
-    bool every = false;  ///< all volumes, as `ExportAll` does, instead of the first; not with `Split`, which does so
+    int volume = 0;       ///< of a series whose positions repeat: a number from 1; 0: as `irregular` says
+    bool every = false;   ///< all volumes, as `ExportAll` does, instead of the first; not with `Split`, which does so
+    bool uptake = false;  ///< standardized uptake values in place of activity, see `LoadOptions`
     bool keepExisting = false;  ///< a local file of the name is not replaced: a failure
     bool compress = false;      ///< gzip, where the format has it; also asked for by a name that ends in .gz
     /// Beside each volume file of NIfTI, NRRD or MetaImage: NAME.json in the terms of BIDS, without anything that tells a

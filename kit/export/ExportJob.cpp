@@ -99,6 +99,7 @@ ExportReport ExportJob::RunOn(const MakeSeries& make) {
     CheckReportFile();
     try {
         const auto series = make();
+        if (m_Options.uptake) series->TakeUptake();
         Export(*series);
     } catch (const Error& error) {
         const ErrorKind kind = error.GetKind();
@@ -217,7 +218,7 @@ void ExportJob::WriteText(const std::string& path, std::string text) {
 
 ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample) {
     series.Load(part.slices);
-    if (series.RescalesDiffer()) series.BringToOneScale(true);
+    if (series.HasUptake() || series.RescalesDiffer()) series.BringToOneScale(true);
     EvenPlanes even;
     if (resample) {
         even.PutInto(series.GetAssembled(), resample, FindPadding(series), m_Watch);

@@ -272,7 +272,7 @@ EvenPlanes::~EvenPlanes() {
 void EvenPlanes::PutInto(CDicomVolume& assembled, Resampling how, std::optional<double> fill, const Watch& watch) {
     CVolume& volume = *assembled.GetVolume();
     if (how.sideways) {
-        Straighten(volume, how.along, fill);
+        Straighten(volume, how.along, fill, watch);
     } else {
         Resample(volume, watch);
     }
@@ -293,9 +293,10 @@ void EvenPlanes::Resample(CVolume& volume, const Watch& watch) {
     }
 }
 
-void EvenPlanes::Straighten(CVolume& volume, bool along, std::optional<double> fill) {
+void EvenPlanes::Straighten(CVolume& volume, bool along, std::optional<double> fill, const Watch& watch) {
     StraightenReport report;
-    m_pEven = StraightenStack(volume, {.m_Fill = fill, .m_bEvenZ = along}, report);
+    m_pEven = StraightenStack(volume, {.m_Fill = fill, .m_bEvenZ = along, .m_Stop = watch.GetStopQuestion()}, report);
+    watch.StopIfAsked();
     if (m_pEven == nullptr) {
         throw Error(ErrorKind::Unsupported, "cannot straighten the volume: " + report.m_Error);
     }

@@ -68,7 +68,7 @@ public:
 
 private:
     void Resample(CVolume& volume, const Watch& watch);
-    void Straighten(CVolume& volume, bool along, std::optional<double> fill);
+    void Straighten(CVolume& volume, bool along, std::optional<double> fill, const Watch& watch);
     void Replace(CDicomVolume& assembled) const;
 
     CVolume* m_pEven = nullptr;

@@ -24,8 +24,9 @@ std::string RangeText(std::size_t count) {
 
 ImageJob::ImageJob(const Series& series, int volume, const SliceOptions& options, const std::string& output)
     : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Files(Destination{}, m_Watch) {
-    if (options.slab > 0 || options.pixelSize > 0) {
-        throw Error(ErrorKind::WrongArgument, "slabs and millimetres of a pixel are for planes through a volume");
+    if (options.slab > 0 || options.pixelSize > 0 || options.uptake) {
+        throw Error(ErrorKind::WrongArgument,
+                    "slabs, millimetres of a pixel and uptake values are for planes through a volume");
     }
     const FoundFiles& found = series.GetFiles();
     const VolumeSets& sets = series.GetFound().sets;

@@ -25,14 +25,19 @@ public:
         }
         CheckSlicing(*m_pSeries, options);
         const bool isSampled = m_pSeries->GetVolume().GetPlane(0)->m_pData != nullptr;
-        if (isSampled && (options.raw16 || !m_pSeries->RescalesDiffer())) return;
+        const bool isUptake = m_pSeries->HasUptake();
+        if (isSampled && isUptake == (isUptake || options.uptake) && (options.raw16 || !m_pSeries->RescalesDiffer())) {
+            return;
+        }
         m_Read.emplace(volume.GetSeries(), m_pSeries->GetVolumeNumber(), Watch(options.watcher));
         m_pSeries = &*m_Read;
+        if (isUptake) m_pSeries->TakeUptake();
         MakeComparable(*m_pSeries, options);
     }
 
     /// Reads the slices.
     static void MakeComparable(SeriesVolume& series, const SliceOptions& options) {
+        if (options.uptake) series.TakeUptake();
         series.Load(std::vector<SliceRef>(series.GetSlices()));
         if (!options.raw16 && series.RescalesDiffer()) series.BringToOneScale(true);
         series.MakeSliceable();

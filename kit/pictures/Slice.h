@@ -70,6 +70,7 @@ struct SliceOptions {
     /// a pixel of nothing else is black.
     double slab = 0;
     SlabMode slabMode = SlabMode::Mean;
+    bool uptake = false;    ///< standardized uptake values, see `LoadOptions`; not of stored images
     double pixelSize = 0;   ///< millimetres; 0: the smaller of the voxel's two sides
     int size = 0;           ///< pixels of the longer side; 0: as many as `pixelSize` and `zoom` give
     double zoom = 0;        ///< times as large; 0: as it is, but small pictures grow when they are annotated

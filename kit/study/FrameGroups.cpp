@@ -1,5 +1,6 @@
 #include "FrameGroups.h"
 
+#include "NuclearFrames.h"
 #include "PixelSize.h"
 
 #include "base/Bytes.h"
@@ -74,6 +75,7 @@ public:
         const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
         if (groups != nullptr && number < groups->GetItemCount()) m_pOwn = groups->GetItem(number);
         m_pShared = FindItem(dataSet, tags::SharedFunctionalGroupsSequence);
+        m_pDetector = NuclearFrames::FindDetector(dataSet, number);
     }
 
     /// The data set that holds the element for this frame; null when nothing does.
@@ -82,7 +84,9 @@ public:
             const DICOMObject* const item = groups != nullptr ? FindItem(*groups, wanted.group) : nullptr;
             if (item != nullptr && FindElement(*item, wanted.element) != nullptr) return item;
         }
-        return FindElement(m_DataSet, wanted.element) != nullptr ? &m_DataSet : nullptr;
+        if (FindElement(m_DataSet, wanted.element) != nullptr) return &m_DataSet;
+        const bool isOfDetector = m_pDetector != nullptr && FindElement(*m_pDetector, wanted.element) != nullptr;
+        return isOfDetector ? m_pDetector : nullptr;
     }
 
     /// The place of the frame's window, or of its table.
@@ -126,6 +130,7 @@ private:
     const DICOMDataObject& m_DataSet;
     const DICOMObject* m_pOwn = nullptr;
     const DICOMObject* m_pShared = nullptr;
+    const DICOMObject* m_pDetector = nullptr;  // of nuclear medicine
 };
 
 /// Cosines that are rounded stay as they are.
@@ -336,6 +341,12 @@ std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const Im
         return places;
     }
     if (header.frames == 1) return {first};
+    if (const auto nuclear = NuclearFrames::Read(dataSet, header)) {
+        std::vector<FramePlace> detectors;
+        for (int i = 0; i < header.frames; ++i)
+            detectors.push_back(ReadPlace(Frame(dataSet, static_cast<std::uint32_t>(i))));
+        return nuclear->PlacesOf(std::move(detectors), header.sliceSpacing);
+    }
     if (AreTimes(dataSet, header)) return std::vector<FramePlace>(static_cast<std::size_t>(header.frames), first);
     if (!first.hasPosition || !first.hasOrientation) return {first};
     return PlaceByOffsets(first, ReadFrameOffsets(dataSet, header, first));
@@ -345,6 +356,7 @@ std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const Im
 bool AreTimes(const DICOMDataObject& dataSet, const ImageHeader& header) {
     if (HasFrameGroups(dataSet) || header.frames < 2 || header.frames > kMostFrames || !header.HoldsFrames())
         return false;
+    if (const auto nuclear = NuclearFrames::Read(dataSet, header)) return !nuclear->HasSlices();
     const VR* const pointer = FindElement(dataSet, tags::FrameIncrementPointer);
     for (std::uint32_t at = 0; pointer != nullptr && at + 4 <= pointer->m_Length; at += 4) {
         const Tag tag = MakeTag(platform::LoadLittle<std::uint16_t>(pointer->m_pData + at),
@@ -362,6 +374,8 @@ bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) 
 std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
     const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
     const bool each = groups != nullptr && groups->GetItemCount() == header.places.size();
+    const auto nuclear = NuclearFrames::Read(dataSet, header);
+    if (nuclear && header.places.size() > 1) return nuclear->KeysOf(Frame(dataSet, 0).Keys());
     if (header.framesAreTimes) return TimesOfFrames(dataSet, header, Frame(dataSet, 0).Keys());
     std::vector<FrameKeys> keys;
     for (std::uint32_t i = 0; i < (each ? groups->GetItemCount() : 1); ++i) keys.push_back(Frame(dataSet, i).Keys());

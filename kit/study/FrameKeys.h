@@ -21,8 +21,9 @@ struct KeyCandidate {
 
 /// Of one image, or of one frame. What the data set does not tell is NaN.
 struct FrameKeys {
-    static constexpr std::size_t kCount = 24;
+    static constexpr std::size_t kCount = 31;
     static constexpr std::size_t kFrameTime = 22;  ///< of a frame among the times of its object
+    static constexpr std::size_t kNuclear = 23;    ///< and those behind: numbers of `NuclearFrames`
     std::array<double, kCount> values;
 
     FrameKeys() { values.fill(kNone); }

@@ -21,6 +21,9 @@ struct LoadOptions {
     /// Where slices have rescales of their own (PET), their values come to one: the integers that they are, at the largest
     /// slope, where no value changes by that, else real values in 32-bit floats.
     bool oneScale = false;
+    /// Real values are standardized uptake values (SUV) by body weight, in g/ml, in place of activity: refused
+    /// (`Unsupported`) by the name of the element that is missing, or not as it must be.
+    bool uptake = false;
     unsigned jobs = 0;  ///< threads; 0: one for each core
     Watcher* watcher = nullptr;
 };

@@ -123,8 +123,11 @@ private:
     void Positions() {
         const SeriesGeometry& geometry = m_Series.geometry;
         if (m_Found.AreTimesAlone(m_Series)) {
-            Add(FindingKind::FramesAreTimes, "frames without positions follow each other in time: " +
-                                                 Count(m_Series.slices.size(), "volume") + " of one slice")
+            Add(FindingKind::FramesAreTimes,
+                std::string(m_Found.FirstFile(m_Series).modality == "NM"
+                                ? "frames without positions are told apart by their vectors: "
+                                : "frames without positions follow each other in time: ") +
+                    Count(m_Series.slices.size(), "volume") + " of one slice")
                 .count = m_Series.slices.size();
             return;
         }
@@ -153,6 +156,7 @@ private:
         const ImageHeader& header = m_Found.FirstFile(m_Series);
         const bool several = m_Series.slices.size() > 1 || header.frames > 1;
         const bool unplacedFrames = header.frames > 1 && !header.framesPlaced;
+        if (!several) Thickness(header);
         if (!several || (!m_Series.geometry.stacks.empty() && !unplacedFrames)) return;
         const bool isStated = header.sliceSpacing != 0;
         const bool isThickness = !isStated && header.sliceThickness != 0;
@@ -165,6 +169,15 @@ private:
                                                : isThickness ? "their thickness"
                                                              : "as high as a pixel, since nothing says it"))
             .lengths = {distance};
+    }
+
+    /// Of a single slice.
+    void Thickness(const ImageHeader& header) {
+        if (header.sliceSpacing != 0 || header.sliceThickness != 0 || m_Series.geometry.stacks.empty()) return;
+        const double taken = m_Found.PlaceOf(m_Series.slices.front()).spacing[0];
+        Add(FindingKind::ThicknessUnknown,
+            "nothing says how thick the single slice is: taken as " + ShortNumber(taken) + " mm, as high as a pixel")
+            .lengths = {taken};
     }
 
     void Volumes() {

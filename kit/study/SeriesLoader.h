@@ -43,6 +43,7 @@ public:
     /// Whole files, as they were read but for their pixels, with their paths.
     const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Read; }
     /// Where each lies; without a position of its own, one behind the other along the normal.
+    std::vector<FramePlace>& GetPlaces() { return m_Places; }
     const std::vector<FramePlace>& GetPlaces() const { return m_Places; }
 
 private:

@@ -4,6 +4,7 @@
 #include "CommonScale.h"
 #include "PlaceRescale.h"
 #include "SeriesText.h"
+#include "Uptake.h"
 
 #include "base/Number.h"
 
@@ -150,7 +151,33 @@ void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     m_ScaleError.reset();
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
+    if (m_bUptake) ApplyUptake();
     Assemble();
+}
+
+void SeriesVolume::ApplyUptake() {
+    const double factor = UptakeFactorOf(m_Loaded->GetFiles());
+    const auto apply = [factor](FramePlace& place) {
+        const Rescale rescale = RealRescaleOf(place);
+        place.slope = platform::FormatReal(rescale.slope * factor);
+        place.intercept = platform::FormatReal(rescale.intercept * factor);
+        place.unit = "g/ml";
+    };
+    apply(m_Place);
+    std::vector<FramePlace>& places = m_Loaded->GetPlaces();
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        apply(places[i]);
+        DICOMDataObject& dataSet = *m_Loaded->GetDataSets()[i];
+        PutText(dataSet, tags::RescaleSlope, places[i].slope);
+        PutText(dataSet, tags::RescaleIntercept, places[i].intercept);
+        PutText(dataSet, tags::Units, "GML");
+        // Those of the data set are of activity.
+        for (const Tag tag : {tags::WindowCenter, tags::WindowWidth, tags::VOILUTSequence}) DropElement(dataSet, tag);
+    }
+    Tell({.kind = FindingKind::UptakeValues,
+          .lengths = {factor},
+          .text = "values are standardized uptake values by body weight, in g/ml: activity times " +
+                  platform::FormatReal(factor)});
 }
 
 VoxelType SeriesVolume::GetType() const {
@@ -175,6 +202,7 @@ bool SeriesVolume::RescalesDiffer() const {
 }
 
 void SeriesVolume::BringToOneScale(bool integers) {
+    const bool differ = RescalesDiffer();
     std::vector<Rescale> rescales;
     for (const FramePlace& place : GetPlanePlaces()) rescales.push_back(RealRescaleOf(place));
     CommonScale common =
@@ -202,9 +230,10 @@ void SeriesVolume::BringToOneScale(bool integers) {
     m_Place.intercept = platform::FormatReal(common.rescale.intercept);
     Tell({.kind = FindingKind::OneScale,
           .lengths = {common.rescale.slope, common.error},
-          .text = "slices have rescales of their own: values are brought to one scale, " +
-                  std::string(WordOf(common.type)) + " with slope " + m_Place.slope + " and intercept " +
-                  m_Place.intercept + ", rounded by at most " + platform::FormatReal(common.error)});
+          .text = std::string(differ ? "slices have rescales of their own: " : "") +
+                  "values are brought to one scale, " + std::string(WordOf(common.type)) + " with slope " +
+                  m_Place.slope + " and intercept " + m_Place.intercept + ", rounded by at most " +
+                  platform::FormatReal(common.error)});
 }
 
 std::optional<Padding> SeriesVolume::GetPadding() {
@@ -289,7 +318,29 @@ void SeriesVolume::SetTrueSpacing() {
     GetVolume().UpdateZInterpArray();
 }
 
+/// The module's table of heights has a record for each pixel's width from the first slice to the last.
+void SeriesVolume::CheckExtent() const {
+    constexpr double kMostSteps = 1e6;
+    const auto [low, high] = [this] {
+        const std::array<double, 3> normal = StudyGeometry({m_Place}).normal;
+        double lowest = HUGE_VAL;
+        double highest = -HUGE_VAL;
+        for (const FramePlace& place : m_Loaded->GetPlaces()) {
+            const std::array<double, 3>& at = place.position;
+            const double height = at[0] * normal[0] + at[1] * normal[1] + at[2] * normal[2];
+            lowest = std::min(lowest, height);
+            highest = std::max(highest, height);
+        }
+        return std::pair(lowest, highest);
+    }();
+    if (high - low <= kMostSteps * (m_Place.spacing[0] + m_Place.spacing[1]) / 2) return;
+    throw Error(ErrorKind::Irregular, "the slices reach over " + platform::FormatReal(high - low) +
+                                          " mm, which makes no volume of pixels of " +
+                                          platform::FormatReal(m_Place.spacing[0]) + " mm");
+}
+
 void SeriesVolume::Assemble() {
+    CheckExtent();
     std::vector<DICOMDataObject*>& list = m_Loaded->GetDataSets();
     m_Assembled.SetIODList(list, nullptr);
     int dim[4];

@@ -50,6 +50,10 @@ public:
     /// Tells what is odd about the series, and which volume was taken where none was asked for.
     void TellChoice() const;
 
+    /// Values are standardized uptake values from the next `Load` on, which throws where they cannot be (see `Uptake.h`).
+    void TakeUptake() { m_bUptake = true; }
+    bool HasUptake() const { return m_bUptake; }
+
     /// Tells the watcher what is odd about the series.
     void TellWarnings() const;
     /// Reads slices and makes the volume of them, with its true minimum and maximum, in place of the one before.
@@ -89,8 +93,10 @@ public:
 
 private:
     void TakeSlices(const std::vector<SliceRef>& slices);
+    void CheckExtent() const;
     void Assemble();
     void SetTrueSpacing();
+    void ApplyUptake();
     void PutOwnVoxels();
     template <class From, class To>
     void PutVoxelsAs(VoxelType type);
@@ -103,6 +109,7 @@ private:
     FramePlace m_Place;
     std::optional<LoadedSlices> m_Loaded;
     std::vector<Finding> m_Read;
+    bool m_bUptake = false;
     std::optional<VoxelType> m_OwnType;
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;

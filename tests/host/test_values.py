@@ -5,6 +5,7 @@ import sys
 
 import host_test
 import numpy
+import PIL.Image
 import pydicom
 from host_test import WORK, edited, info, korvane, phantom
 from pydicom.dataset import Dataset
@@ -244,6 +245,60 @@ def slopes():
     korvane("slice", folder, "--view", "coronal", "--output", WORK / "coronal.png")
 
 
+def uptake():
+    """Standardized uptake values on request, or the name of the element that is in the way."""
+    def pet(ds, n):
+        values = RANDOM.integers(0, 30000, (16, 16), "<i2")
+        set_pixels(ds, values)
+        ds.Modality, ds.Units, ds.CorrectedImage, ds.DecayCorrection = "PT", "BQML", ["DECY", "ATTN"], "START"
+        ds.RescaleSlope, ds.RescaleIntercept, ds.PatientWeight = str(1.5 + n), "0", "72.5"
+        ds.SeriesDate = ds.AcquisitionDate = "20240301"
+        ds.SeriesTime, ds.AcquisitionTime = "003000.5", f"0031{n:02}"
+        drug = Dataset()
+        drug.RadionuclideTotalDose, drug.RadionuclideHalfLife = "370000000", "6586.2"
+        drug.RadiopharmaceuticalStartDateTime, drug.RadiopharmaceuticalStartTime = "20240229233000.25", "233000.25"
+        ds.RadiopharmaceuticalInformationSequence = Sequence([drug])
+        return values * (1.5 + n)
+
+    folder, activity = made("injected", pet)
+    elapsed = 3600.25
+    expected = activity * 72500 / (370e6 * 2 ** (-elapsed / 6586.2))
+    voxels = nifti(folder, "--suv")[0]
+    assert numpy.allclose(voxels, expected, rtol=1e-5), (voxels.max(), expected.max())
+    assert numpy.allclose(nifti(folder)[0], activity, rtol=1e-6), "only on request"
+    out, err = korvane("export", folder, "--format", "analyze", "--to", f"file:{WORK}/vol", "--suv")
+    said = float(out.split("one slope for all, ")[1].split(",")[0])
+    data = host_test.Analyze(WORK / "vol").voxels * said
+    assert min(abs(data - expected).max(), abs(data - expected[::-1]).max()) <= said * 0.51 and "uptake" in err, err
+    out, err = korvane("slice", folder, "--view", "axial", "--index", 0, "--suv", "--window", "5,10", "-o", WORK / "p.png")
+    grey = numpy.asarray(PIL.Image.open(WORK / "p.png"), int)
+    top = ((expected[-1] - 4.5) / 9 + 0.5).clip(0, 1) * 255  # planes are counted from the top
+    assert "uptake" in err and abs(grey - top).max() <= 1, (grey, top)
+
+    one_dose = edited(folder, "admin", lambda ds, n: setattr(ds, "DecayCorrection", "ADMIN"))
+    assert numpy.allclose(nifti(one_dose, "--suv")[0], activity * 72500 / 370e6, rtol=1e-5)
+
+    def without(keyword):
+        def change(ds, n):
+            holder = ds if keyword in ds else ds.RadiopharmaceuticalInformationSequence[0]
+            delattr(holder, keyword)
+        return change
+
+    def drug(keyword, value):
+        return lambda ds, n: setattr(ds.RadiopharmaceuticalInformationSequence[0], keyword, value)
+
+    for number, (words, change) in enumerate((
+            ("(0010,1030)", without("PatientWeight")), ("(0018,1074)", without("RadionuclideTotalDose")),
+            ("(0018,1075)", without("RadionuclideHalfLife")), ("(0054,1102)", without("DecayCorrection")),
+            ("(0054,1001)", without("Units")), ("(0054,0016)", without("RadiopharmaceuticalInformationSequence")),
+            ("not BQML", lambda ds, n: setattr(ds, "Units", "CNTS")), ("no DECY", lambda ds, n: setattr(ds, "CorrectedImage", "ATTN")),
+            ("above 0", drug("RadionuclideTotalDose", "0")), ("after the scan", drug("RadiopharmaceuticalStartDateTime", "20240301013000")),
+            ("(0008,0031) is after", lambda ds, n: setattr(ds, "SeriesTime", "120000")),
+            ("others than", lambda ds, n: n == 2 and setattr(ds, "PatientWeight", "73")))):
+        err = korvane("export", edited(folder, f"wrong{number}", change), "--format", "nifti", "--to", WORK / "none", "--suv", status=1)[1]
+        assert words in err and "no uptake values" in err and not list(WORK.glob("none*")), (words, err)
+
+
 def frames_in_time():
     """Frames of an older object that a time counts are times of one plane, which a file of four dimensions holds."""
     (path, *_) = sorted(phantom("angio-source", *SMALL).iterdir())
@@ -264,4 +319,4 @@ def frames_in_time():
     assert (host_test.Analyze(WORK / "one").voxels[0] == values[2].astype(int) - 32767).all(), err
 
 
-host_test.run(integers, real_numbers, colours, doses, units, slopes, frames_in_time)
+host_test.run(integers, real_numbers, colours, doses, units, slopes, uptake, frames_in_time)

@@ -337,6 +337,10 @@ TEST(StraightenStack, LosesNothingAndTellsWhatItFilled) {
     ForEach(*uneven, [&](int i, int j, int k) {
         EXPECT_EQ(Voxel(*straight, k > 2 ? i + 5 : i, j, k), Voxel(*uneven, i, j, k)) << "bit for bit";
     });
+    int asked = 0;
+    options.m_Stop = [&asked] { return ++asked == 3; };
+    EXPECT_EQ(StraightenStack(*uneven, options, report), nullptr);
+    EXPECT_TRUE(asked == 3 && report.m_Error == "stopped") << asked << report.m_Error;
     uneven->GetPlane(1)->m_Org[1] = kNan;
     EXPECT_EQ(StraightenStack(*uneven, options, report), nullptr);
     EXPECT_EQ(report.m_Error, "volume with a position that is not finite");
