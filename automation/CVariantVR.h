@@ -26,8 +26,8 @@ class VR;
 /// | SQ                                 | VT_ARRAY or VT_UI1      | nothing is stored; true                    |
 /// | others                             | VT_ARRAY or VT_UI1      | VT_ARRAY with VT_UI1 or VT_I1              |
 ///
-/// (An array is VT_ARRAY | VT_UI1, one element a byte.) AT is
-/// read as 16-bit numbers, like US, so a tag is two values, group and element: hosts index them that way.
+/// An array is VT_ARRAY | VT_UI1, one element a byte. AT is
+/// read as 16-bit numbers, like US, so a tag is two values, group and element; hosts depend on that.
 ///
 /// VALUES of a text lie between backslashes and are counted from 0; blanks at the end of a value do not belong to it,
 /// those in front do, and a zero byte ends it. Bytes and UTF-16 map one to one (ISO 8859-1). Texts of ST, LT and UT are
@@ -56,7 +56,7 @@ public:
     /// By the table above. VT_EMPTY takes the element's data away.
     bool SetVal(VARIANT& v, int i);
 
-    /// The number of values. FD counts 1, however long it is.
+    /// The number of values. FD counts 1, however many it has: hosts depend on that.
     int GetVM();
 
     // ---- Getters, whatever the element's representation
@@ -67,7 +67,7 @@ public:
     VARIANT& GetDate(int i);
     /// From "YYYYMMDDHHMMSS.FFF", the time as far as it is there. A DATE that came of fields has no milliseconds.
     VARIANT& GetDateTime(int i);
-    /// From "HHMMSS.F", as numbers: "h:m:s.f" without zeros in front, the fraction's included.
+    /// From "HHMMSS.F": the text "h:m:s.f", each part written as a number without leading zeros, the fraction too.
     VARIANT& GetTime(int i);
     VARIANT& GetUINT16(int i);
     VARIANT& GetINT16(int i);

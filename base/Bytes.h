@@ -1,4 +1,5 @@
-// Numbers among bytes: loads and stores at any alignment, those of streams in a stated byte order.
+// Numbers in byte buffers: loads and stores at any alignment, with the byte order given. The
+// code assumes a little-endian processor.
 #pragma once
 
 #include <cstddef>
@@ -33,7 +34,7 @@ void StoreLittle(void* bytes, T value) {
     std::memcpy(bytes, &value, sizeof value);
 }
 
-/// Number `index` of those that lie one behind the other, in memory's own order.
+/// Element `index` of an array of T at any alignment, in the processor's byte order.
 template <class T>
 T LoadAt(const unsigned char* numbers, std::size_t index) {
     T value;

@@ -1,7 +1,7 @@
 // Integers of a fixed width where the language leaves them open.
 //
-// `long` is 32 bits wide where the library comes from and 64 bits elsewhere. What is stored in a `long` or returned as
-// one goes through its low 32 bits, so that both builds give the same numbers.
+// `long` is 32 bits wide on Windows and 64 bits on 64-bit Linux. What is stored in a `long` or returned as one is
+// reduced to its low 32 bits, so that both builds give the same numbers.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// What a TCP connection is described by: the values behind `DcmSocket`, the same on every system.
+// The types that describe a TCP connection, the same on every system: what `DcmSocket` holds and platform/Socket.h
+// takes.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +13,7 @@ inline constexpr SocketHandle kNoSocket = -1;
 
 /// An IPv4 socket address as the system lays it out. Port and address are in network byte order.
 struct SocketAddress {
-    std::uint16_t family = 2;
+    std::uint16_t family = 2;  ///< AF_INET
     std::uint16_t port = 0;
     std::uint32_t address = 0;
     unsigned char zero[8] = {};
@@ -25,7 +26,8 @@ struct ServiceEntry {
     std::uint16_t port = 0;
 };
 
-/// What taking the bytes that are there returns beside their count; the connection is fine, but there are none.
+/// Returned in place of a count of bytes by the calls that receive without waiting: the connection is open, but no byte
+/// has arrived.
 inline constexpr int kNothingReceived = -2;
 
 }  // namespace platform

@@ -1,4 +1,4 @@
-// vtkImageReslice, on one thread, as the peer of bench_slice. A stand-in that does nothing where VTK is not installed.
+// vtkImageReslice, on one thread, as the peer of bench_slice. Where VTK is not installed it does nothing.
 #pragma once
 
 #include <Korvane/Korvane.h>
@@ -8,7 +8,7 @@
 
 class ResliceBench {
 public:
-    /// Whether the benchmark was built with VTK.
+    /// Whether the benchmark was built with VTK, so that there is a peer to measure.
     static bool IsThere();
 
     /// A contiguous signed 16-bit volume with evenly spaced planes; must outlive the object.

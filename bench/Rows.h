@@ -17,7 +17,7 @@ struct Entry {
     std::string name;
     Job job;
     std::vector<double> seconds = {};      ///< CPU time of the thread, user and system
-    std::vector<double> wallSeconds = {};  ///< the same rounds by the clock on the wall
+    std::vector<double> wallSeconds = {};  ///< the same rounds in elapsed time
     std::string failure = {};              ///< why the job failed; empty when it did not
 };
 

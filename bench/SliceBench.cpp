@@ -334,7 +334,7 @@ int CompareSeries(const std::string& folder, int planes) {
         std::printf("%s: left out, not 16-bit or not even\n", folder.c_str());
         return 0;
     }
-    volume.SetType(CVolume::PT_SHORT);  // VTK is told the same
+    volume.SetType(CVolume::PT_SHORT);  // the same as for VTK
     return CompareRandomPlanes(folder, volume, planes);
 }
 

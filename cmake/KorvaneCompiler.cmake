@@ -25,7 +25,7 @@ endif()
 # - -ffp-contract=off: results must not depend on whether the compiler fuses a multiplication and an addition.
 # - -fno-tree-slp-vectorize: GCC 12 may widen a float to a double without rounding it first where it makes vectors of
 #   straight-line code (not of loops), if pairs of floats fill a vector, which they do not on 32-bit x86.
-# - No sign conversions in -Wconversion: GCC leaves them out in C++, and Clang shall do the same.
+# - No sign conversions in -Wconversion: GCC leaves them out in C++, and Clang is made to do the same.
 # - No -Wnonportable-include-path: Clang resolves the links of the build's include tree, and takes <Korvane/...> for a
 #   misspelling where the checkout's folder is called "korvane".
 # - No -Winvalid-offsetof: tests check the order of fields with offsetof in classes with a virtual table, which both

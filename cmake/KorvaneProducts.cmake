@@ -30,8 +30,9 @@ function(korvane_link_entries folder)
     endforeach()
 endfunction()
 
-# Headers that have moved are still found where hosts know them: each of the toolkit in Dicom/Lib itself, and three in
-# platform/. A forwarding header is written there; the paths go to the global property KORVANE_OLD_PATHS.
+# Hosts include headers of the toolkit by the paths that they had before they moved into sub-rooms: Dicom/Lib/NAME.h, and three
+# in platform/. A header that forwards to the new place is written to each old path; the list of old paths goes to the global
+# property KORVANE_OLD_PATHS.
 function(korvane_old_paths)
     set(old Automation.h automation/values Export.h base CodecExport.h base)
     list(TRANSFORM old PREPEND platform/ AT 0 2 4)

@@ -60,12 +60,12 @@ SOURCE_SUFFIXES = {".cpp", ".h", ".H", ".hpp", ".inc"}
 SKIPPED_FOLDERS = {".git", "build", "out", "__pycache__"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
-# Of GCC 12's library where the system has no futex.
+# Their waits in GCC 12's library may last for ever where the system has no futex; see docs/style.md.
 LOSES_WAKE_UPS = re.compile(r"std::(latch|barrier|binary_semaphore|counting_semaphore|stop_callback)\b")
 SYSTEM_MACRO = re.compile(
     r"\b(_WIN32|_WIN64|WIN32|__linux__|__linux|__unix__|__unix|__APPLE__|_MSC_VER|__MINGW32__|__MINGW64__|_POSIX_\w+)\b")
-# Who may know an operating system: the answers to each; headers that mark exports for its linker; automation values, which
-# are Windows' own there; and three parts of platform/ that are still in one piece.
+# Files that may know an operating system: the answers to each of them in platform/ and host/terminal/; headers that mark
+# exports for its linker; automation values, which Windows has itself; and three files of platform/.
 SYSTEM_PLACES = re.compile(
     r"^((platform|host/terminal)/(posix|windows)/|base/(Codec)?Export\.h$|automation/values/Automation\.h$"
     r"|platform/(PerThread\.h|Socket\.cpp|TextConversion\.cpp)$)")

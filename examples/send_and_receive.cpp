@@ -1,11 +1,11 @@
-// usage: send_and_receive FOLDER SOURCE...    a receiver that stores into FOLDER, and a sender that sends it the sources
+// usage: send_and_receive FOLDER SOURCE...    a receiver that stores into FOLDER, and a sender of the sources
 #include <Korvane/Kit.h>
 
 #include <future>
 #include <iostream>
 #include <thread>
 
-/// Says on which port the receiver listens: 0 lets the system choose.
+// Says on which port the receiver listens: 0 lets the system choose.
 class Port : public korvane::ReceiveObserver {
 public:
     void OnListening(std::uint16_t port) override { m_Port.set_value(port); }

@@ -32,7 +32,7 @@ void AddImage(const std::string& path, Images& images) {
     images.push_back(std::move(image));
 }
 
-/// Saves the series and returns its number of slices.
+// Saves the series and returns its number of slices.
 int Save(const Images& images) {
     std::vector<DICOMDataObject*> series;
     for (const auto& image : images) series.push_back(image.get());

@@ -226,7 +226,7 @@ void CAnalyzeVolume::WriteSlice16(AnalyzeStream& stream, int slice, const Export
         if (mapping.scale != 0) {  // a scale of 0 means that zeros are written
             isSigned ? ConvertRow<std::int16_t>(source, row, mapping) : ConvertRow<std::uint16_t>(source, row, mapping);
         }
-        stream.Bytes(row.data(), 2 * width);  // one call of the writer for each row: a host's writer may count on it
+        stream.Bytes(row.data(), 2 * width);  // one call of the host's writer for each row
     }
 }
 
@@ -268,7 +268,7 @@ void CAnalyzeVolume::LoadPair(const std::string& base) {
         void* const pixels = PlanePixels(slice);
         stream.Bytes(pixels, sliceSize);
         if (m_bBigEndian && type != CVolume::PT_BYTE) {
-            platform::SwapUnits(pixels, sliceSize, 2);  // wrong for floats, and meant to be: see Load in the header
+            platform::SwapUnits(pixels, sliceSize, 2);  // deliberate, though wrong for floats: see `Load` in the header
         }
         AdvanceProgress();
     }

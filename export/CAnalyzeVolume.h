@@ -19,8 +19,7 @@ class AnalyzeStream;
 /// a pair back.
 ///
 /// Written files are big-endian. Slices are stored LAST SLICE FIRST, rows and columns in memory order; `Load` reads
-/// first slice first, so saving and loading again reverses the slices. Both stay: existing pairs are stored in this
-/// order, and hosts expect it of a loaded volume.
+/// first slice first, so saving and loading again reverses the slices. This is deliberate: hosts depend on both orders.
 ///
 /// Voxels by pixel type:
 ///   PT_SHORT   signed 16-bit
@@ -65,8 +64,7 @@ public:
     /// 16 PT_FLOAT. The callback is called after each slice and cannot stop the work.
     ///
     /// 32-bit floats of a big-endian pair come out wrong: the two bytes of each half are exchanged, the halves are not.
-    /// That stays, since hosts that
-    /// read such pairs correct it themselves.
+    /// Hosts depend on that result as it is.
     ///
     /// Returns true, or throws a `char*`: the text of a data type that is not supported, which leaves a new volume
     /// without dimensions, or the system's text when a file is missing, too short for its header or damaged, which

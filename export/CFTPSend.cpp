@@ -187,7 +187,7 @@ unsigned CFTPSend::Seek(unsigned long offset) {
     const char zero = 0;
     for (unsigned long i = 0; i < offset; ++i) {
         if (Send(&zero, 1) != 1) {
-            break;  // the connection is gone, and the offset is returned all the same
+            break;  // the connection is broken; `offset` is returned all the same, as the header says
         }
     }
     return static_cast<unsigned>(offset);

@@ -7,7 +7,7 @@
 
 namespace {
 
-// How many letters must change, come or go to make one word the other.
+// The edit distance of two words: how many letters must be changed, added or removed to make one the other.
 std::size_t Distance(const std::string& a, const std::string& b) {
     std::vector<std::size_t> row(b.size() + 1);
     for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
@@ -41,8 +41,8 @@ std::vector<std::string> OptionNames(const CLI::App& verb) {
     return names;
 }
 
-// The name that an argument gives an option by, or "" for a value: "--window=1,2" and "-ofile" name one, "-1.5" and "-"
-// do not.
+// The name of the option that an argument names, or "" where it is a value: "--window=1,2" and "-ofile" name an option,
+// "-1.5" and "-" do not.
 std::string OptionName(const std::string& argument) {
     if (argument.size() < 2 || argument[0] != '-' || argument == "--") return {};
     if (argument[1] == '-') return argument.substr(0, argument.find('='));

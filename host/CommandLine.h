@@ -1,4 +1,4 @@
-// What is wrong with a command line, said before the parser complains about what is missing.
+// Finds verbs and options that do not exist, before the parser complains about what is missing.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@ namespace CLI {
 class App;
 }
 
-/// The sentence about the first verb or option that does not exist, with the nearest one that does, and "" when there is
-/// none. `arguments`: those of `main`, the program's name first.
+/// A sentence about the first verb or option that does not exist, with the nearest one that does; "" when all of them
+/// exist. `arguments` are those of `main`, the program's name first.
 std::string FindUnknown(const CLI::App& program, const std::vector<std::string>& arguments);
 
 /// The verb that the arguments name; null where they name none that exists.

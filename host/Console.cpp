@@ -17,7 +17,7 @@ Talk& CurrentTalk() {
     return s_talk;
 }
 
-// Without the passwords of FTP URLs, which stand where a URL was taken for something else.
+// Takes out the passwords of FTP URLs, which a message repeats where a URL was taken for something else.
 std::string WithoutPasswords(std::string text) {
     for (std::size_t at = 0; (at = text.find("ftp:", at)) != std::string::npos; at += 4) {
         const std::size_t from = text.find('%', at);
@@ -27,7 +27,7 @@ std::string WithoutPasswords(std::string text) {
     return text;
 }
 
-// What is no warning about data, but news of a job.
+// Whether a finding is news of the job, not a warning about data.
 bool IsNews(FindingKind kind) {
     switch (kind) {
     case FindingKind::FirstOfSeveral:
@@ -44,7 +44,7 @@ void SetTalk(Talk talk) {
 }
 
 void Complain(const std::string& text) {
-    std::fflush(stdout);  // messages follow the output that they are about
+    std::fflush(stdout);  // so that a message appears behind the output that it is about
     std::fprintf(stderr, "korvane: %s\n", korvane::Visible(WithoutPasswords(text)).c_str());
     std::fflush(stderr);
 }

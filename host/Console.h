@@ -1,4 +1,4 @@
-// The person in front of the program: messages, a progress bar, Ctrl-C.
+// What the program says to the person who runs it: messages and a progress bar; and Ctrl-C.
 #pragma once
 
 #include <Korvane/Kit.h>
@@ -8,24 +8,24 @@
 
 /// How much the program says on standard error.
 enum class Talk {
-    Quiet,    ///< failures alone
-    Normal,   ///< and warnings, and a progress bar on a terminal
-    Verbose,  ///< and what is done, a line for each task with its time
+    Quiet,    ///< failures only
+    Normal,   ///< also warnings, and a progress bar on a terminal
+    Verbose,  ///< also a line for each task, with the time that it took
 };
 
 void SetTalk(Talk talk);
 
-/// A failure: one line on standard error, behind the output that it is about. What could not be printed is escaped,
-/// passwords of FTP URLs are taken out.
+/// Prints a failure as one line on standard error, after standard output has been flushed. Control characters are
+/// escaped, passwords of FTP URLs are taken out.
 void Complain(const std::string& text);
-/// The same of a warning; nothing when the program is to be quiet.
+/// Prints a warning in the same way; does nothing with `Talk::Quiet`.
 void Warn(const std::string& text);
 
 /// Throws `korvane::Error` of kind `Stopped` once Ctrl-C has come.
 void StopIfInterrupted();
 
-/// Draws a bar with rate and remaining time where standard error is a terminal, prints what is found on the way, and asks
-/// the job to stop once Ctrl-C has come.
+/// Draws a bar with rate and remaining time where standard error is a terminal, prints what is found on the way, and
+/// asks the job to stop once Ctrl-C has come.
 class ConsoleWatcher : public korvane::Watcher {
 public:
     ConsoleWatcher();
@@ -34,7 +34,8 @@ public:
     void OnTask(const korvane::Task& task) override;
     void OnStep(std::int64_t done) override;
     void OnTaskEnd() override;
-    /// One line: warnings with that word before them, what happened to a single file or a choice that was made without.
+    /// Prints one line: behind "warning:" what is odd about data, without it news of the job (a file that failed, a
+    /// choice that was made).
     void OnFinding(const korvane::Finding& finding) override;
     bool IsStopped() noexcept override;
 
@@ -46,6 +47,6 @@ private:
 
     korvane::Task m_Task;
     std::chrono::steady_clock::time_point m_Start;
-    int m_Percent = -1;  // drawn last; -1: no bar stands there
+    int m_Percent = -1;  // that the bar shows; -1: no bar is drawn
     bool m_bBar;
 };

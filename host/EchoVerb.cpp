@@ -1,4 +1,4 @@
-// korvane echo: whether a DICOM program answers.
+// korvane echo: checks whether a DICOM program answers.
 #include "Console.h"
 #include "NetworkOptions.h"
 #include "Verbs.h"

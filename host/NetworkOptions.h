@@ -1,4 +1,4 @@
-// Options of the verbs that speak to other programs.
+// Options of the verbs that connect to other programs.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@ namespace korvane {
 struct Peer;
 }
 
-/// HOST, PORT, titles and time-outs.
+/// Adds HOST, PORT, AE titles and time-outs to a verb.
 void AddPeerOptions(CLI::App& verb, korvane::Peer& options);
 
 /// Why a text is no AE title (PS3.5 6.2); empty for one.

@@ -10,7 +10,7 @@ using namespace korvane;
 namespace {
 
 constexpr std::size_t kMostPending = std::size_t{64} << 20;
-constexpr int kLook = 100;  // milliseconds
+constexpr int kLook = 100;  // milliseconds from one question whether to stop to the next
 
 }  // namespace
 
@@ -31,7 +31,7 @@ void OutputLines::Add(const std::string& line) {
 bool OutputLines::Write(int milliseconds) {
     if (m_Pending.empty() || m_bFailed) return !m_bFailed;
     while (m_Written < m_Pending.size() && !m_bFailed && platform::CanWriteOutput(milliseconds)) {
-        // Whole lines as far as possible: whoever is left in the middle of one cannot make anything of it.
+        // Ends at a line's end where possible, since a reader can do nothing with a part of a line.
         const std::size_t most = std::min(platform::kOutputStep, m_Pending.size() - m_Written);
         const std::size_t lineEnd = m_Pending.rfind('\n', m_Written + most - 1);
         const std::size_t count = lineEnd == std::string::npos || lineEnd < m_Written ? most : lineEnd + 1 - m_Written;

@@ -1,4 +1,4 @@
-// korvane find, get and move: what another DICOM program has, and having it.
+// korvane find, get and move: asks another DICOM program what it has, and fetches it.
 #include "Console.h"
 #include "NetworkOptions.h"
 #include "Verbs.h"
@@ -30,7 +30,7 @@ std::vector<QueryKey> Keys(const Arguments& arguments) {
     return keys;
 }
 
-/// How many columns of a terminal UTF-8 takes, about.
+// About how many columns of a terminal a UTF-8 text takes.
 std::size_t WidthOf(const std::string& text) {
     return static_cast<std::size_t>(
         std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
@@ -103,7 +103,7 @@ void RunRetrieve(Arguments& arguments, bool move) {
     Tell(report, arguments.peer.Name(), options, arguments.json);
 }
 
-/// `characterSet` and `patientRoot` are those of the job's options.
+// `characterSet` and `patientRoot` are those of the job's options.
 void AddKeyOptions(CLI::App& verb, Arguments& arguments, bool& patientRoot, std::string& characterSet) {
     verb.add_option("KEY", arguments.keys,
                     "KEY=VALUE or KEY, by keyword or tag: \"PatientName=DOE*\", StudyDate=20260101-");

@@ -44,7 +44,7 @@ void AddVerbs(CLI::App& program) {
     program.footer("Exit status: 0 done, 1 failed, 2 wrong usage. \"korvane VERB --help\" tells more.");
 }
 
-// What went wrong with the arguments, and where more is told.
+// Prints what is wrong with the arguments, and which help tells more.
 int RefuseUsage(const CLI::App& program, const std::vector<std::string>& arguments, const std::string& text) {
     const CLI::App* const verb = FindVerb(program, arguments);
     Complain(text);
@@ -73,7 +73,7 @@ int Run(const std::vector<std::string>& arguments) {
     return 0;
 }
 
-// The exit status of a failure that has been told.
+// The exit status for a failure, which has been printed already.
 int StatusOf(const korvane::Error& error) {
     if (error.GetKind() == korvane::ErrorKind::Stopped) platform::EndByInterrupt();
     if (error.GetKind() != korvane::ErrorKind::WrongArgument) return kFailed;

@@ -17,7 +17,7 @@ KORVANE_API unsigned short UIMin(const unsigned short* values, int n);
 KORVANE_API unsigned char UCMax(const unsigned char* values, int n);
 KORVANE_API unsigned char UCMin(const unsigned char* values, int n);
 /// From the smallest positive normal float, 1.1754944e-38: that is the result too where no element is greater than it.
-/// Callers rely on a result that they can divide by.
+/// Deliberate: hosts depend on this result as it is.
 KORVANE_API float FMax(const float* values, int n);
 /// From the largest float, 3.4028235e38.
 KORVANE_API float FMin(const float* values, int n);

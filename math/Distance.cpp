@@ -162,30 +162,6 @@ float Distance(const FSegment& a, const FSegment& b) {
     return Round(isInside ? std::min(ends, inner.m_Length) : ends);
 }
 
-float Distance(const FVector& a, const FLine& b) {
-    return Distance(b, a);
-}
-
-float Distance(const FVector& a, const FPlane& b) {
-    return Distance(b, a);
-}
-
-float Distance(const FVector& a, const FSegment& b) {
-    return Distance(b, a);
-}
-
-float Distance(const FPlane& a, const FLine& b) {
-    return Distance(b, a);
-}
-
-float Distance(const FLine& a, const FSegment& b) {
-    return Distance(b, a);
-}
-
-float Distance(const FPlane& a, const FSegment& b) {
-    return Distance(b, a);
-}
-
 // ---- Dist: the length of what `Intersect` returns
 
 namespace {
@@ -244,26 +220,21 @@ float Dist(const FSegment& a, const FSegment& b) {
     return LengthOfJoint(a, b);
 }
 
-float Dist(const FVector& a, const FLine& b) {
-    return Dist(b, a);
-}
+// ---- Both, with the objects the other way round
 
-float Dist(const FVector& a, const FPlane& b) {
-    return Dist(b, a);
-}
+#define KORVANE_SWAPPED(First, Second)                                                                                 \
+    float Distance(const First& a, const Second& b) {                                                                  \
+        return Distance(b, a);                                                                                         \
+    }                                                                                                                  \
+    float Dist(const First& a, const Second& b) {                                                                      \
+        return Dist(b, a);                                                                                             \
+    }
 
-float Dist(const FVector& a, const FSegment& b) {
-    return Dist(b, a);
-}
+KORVANE_SWAPPED(FVector, FLine)
+KORVANE_SWAPPED(FVector, FPlane)
+KORVANE_SWAPPED(FVector, FSegment)
+KORVANE_SWAPPED(FPlane, FLine)
+KORVANE_SWAPPED(FLine, FSegment)
+KORVANE_SWAPPED(FPlane, FSegment)
 
-float Dist(const FPlane& a, const FLine& b) {
-    return Dist(b, a);
-}
-
-float Dist(const FLine& a, const FSegment& b) {
-    return Dist(b, a);
-}
-
-float Dist(const FPlane& a, const FSegment& b) {
-    return Dist(b, a);
-}
+#undef KORVANE_SWAPPED

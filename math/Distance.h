@@ -24,9 +24,9 @@ KORVANE_API float Distance(const FLine& a, const FLine& b);
 KORVANE_API float Distance(const FPlane& a, const FPlane& b);
 KORVANE_API float Distance(const FSegment& a, const FSegment& b);
 
-/// `mod()` of what `Intersect` returns; results that programs compare with later ones were made so. Where row 1 of that
-/// result leads from the first point to the second, `mod()` reads it as a point and the value is no distance. So it is
-/// for a line and a point, for two skew lines, and for most results with segments; take `Distance` instead.
+/// `mod()` of the segment that `Intersect` returns. Hosts depend on these values as they are; new code takes
+/// `Distance`. Where row 1 of that segment leads from the first point to the second, `mod()` reads it as a point and
+/// the value is no distance: so for a line and a point, for two skew lines, and for most results with segments.
 ///
 /// It is the distance for two points, a plane and a point, parallel lines (seen from the first one's base point), and a
 /// line and a plane (0 where they meet). Two planes that meet have 0; parallel ones what `FPlane::GetPoint` leads to.

@@ -37,8 +37,8 @@ public:
     FVector GetVersor() const;
 
     /// Whether the point, seen from the base point and divided by the versor element by element, is near 0 in its first
-    /// element: 3 q^2 < 0.001. The test is narrow, it looks at x alone, and stays so: programs sort points by its
-    /// answers. For the distance of a point see `Distance`. A versor with an element of 0 is a `ZeroException`.
+    /// element: 3 q^2 < 0.001. The test looks at x alone, which is deliberate: hosts depend on its answers as they are.
+    /// For the distance of a point see `Distance`. A versor with an element of 0 is a `ZeroException`.
     virtual bool IsPointOn(const FPoint& p) const;
 
 protected:

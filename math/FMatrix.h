@@ -11,13 +11,13 @@
 /// products run in double; an element is rounded when it is stored.
 ///
 /// Elements are read and written through the rows (`m[i][j]`), without a bounds check. Block and table lie inside the
-/// object up to 4 rows and 16 elements and on the heap beyond, so a pointer into them does not outlive the object, a change
-/// of shape or an assignment. New storage is not initialised. A matrix without rows or without columns has no storage,
-/// but keeps both counts.
+/// object up to 4 rows and 16 elements and on the heap beyond, so a pointer into them does not outlive the object, a
+/// change of shape or an assignment. New storage is not initialised. A matrix without rows or without columns has no
+/// storage, but keeps both counts.
 ///
 /// Failures are exceptions: `DimException` for shapes that do not match, `ZeroException` for a divisor or a determinant
-/// whose absolute value is below 1e-7 (unlike the divisions of vectors, which refuse an exact 0 only), `MemException` for a
-/// negative shape and for memory that cannot be had (the matrix is then empty).
+/// whose absolute value is below 1e-7 (unlike the divisions of vectors, which refuse an exact 0 only), `MemException`
+/// for a negative shape and for memory that cannot be had (the matrix is then empty).
 class KORVANE_API FMatrix {
 public:
     FMatrix();
@@ -66,8 +66,8 @@ public:
     /// The transposed copy; this matrix stays as it is.
     FMatrix transpose() const;
 
-    /// Puts the columns of `b` to the right of this matrix' own. Without columns this matrix becomes a copy of `b`; a `b`
-    /// without rows changes nothing.
+    /// Puts the columns of `b` to the right of this matrix' own. Without columns this matrix becomes a copy of `b`; a
+    /// `b` without rows changes nothing.
     FMatrix& append(const FMatrix& b);
     /// Becomes the columns of `a`, then those of `b`.
     FMatrix& append(const FMatrix& a, const FMatrix& b);
@@ -76,22 +76,22 @@ public:
 
     FMatrix& operator*=(double scalar);
     FMatrix& operator/=(double scalar);
-    /// Takes the shape of `m`, keeping what it has in common with the old one, and adds scale * m. Elements that were not
-    /// there count as 0.
+    /// Takes the shape of `m`, keeping what it has in common with the old one, and adds scale * m. Elements that were
+    /// not there count as 0.
     FMatrix& add(const FMatrix& m, double scale);
 
     // ---- Eigenvalues: `balanc`, `elmhes`, `hgr` in this order
 
-    /// Scales rows and columns of a square matrix by powers of 2 until their norms match; eigenvalues stay. Rows and columns
-    /// with elements that are not finite are left alone.
+    /// Scales rows and columns of a square matrix by powers of 2 until their norms match; eigenvalues stay. Rows and
+    /// columns with elements that are not finite are left alone.
     FMatrix& balanc();
     /// Reduces a square matrix to upper Hessenberg form by elimination, largest element as pivot; eigenvalues stay. The
     /// elements below the subdiagonal hold the multipliers, not zeros.
     FMatrix& elmhes();
-    /// Eigenvalues of an upper Hessenberg matrix whose diagonal blocks are 1 x 1 and 2 x 2: n x 2, real and imaginary parts.
-    /// Of a complex pair the negative imaginary part comes first. What lies below the subdiagonal is not read. A larger
-    /// block, without a subdiagonal element that is negligible in single precision, would need QR steps, which are not
-    /// implemented: it throws a plain `Exception`.
+    /// Eigenvalues of an upper Hessenberg matrix whose diagonal blocks are 1 x 1 and 2 x 2: n x 2, real and imaginary
+    /// parts. Of a complex pair the negative imaginary part comes first. What lies below the subdiagonal is not read. A
+    /// larger block, without a subdiagonal element that is negligible in single precision, would need QR steps, which
+    /// are not implemented: it throws a plain `Exception`.
     FMatrix hgr() const;
 
     /// Reads as `>>` does, behind comment lines that begin with '#'. At most 1024 characters of a line are skipped as a
@@ -110,7 +110,7 @@ private:
     void pointRows(float* block);
     bool isInside() const { return m_pRows == m_InsideRows; }
 
-    int m_nReserved = 0;  // keeps the fields behind it where callers expect them
+    int m_nReserved = 0;  // not used; the fields behind it have places in memory that hosts know
     int m_nRows = 0;
     int m_nCols = 0;
     float** m_pRows = nullptr;
@@ -119,8 +119,8 @@ private:
     float m_Inside[kInside] = {};
 };
 
-/// Not to be had: a matrix converts to its row table, so that without these lines `a == b` and `a < b` would compile and
-/// compare addresses.
+/// Not to be had: a matrix converts to its row table, so that without these lines `a == b` and `a < b` would compile
+/// and compare addresses.
 bool operator==(const FMatrix& a, const FMatrix& b) = delete;
 std::partial_ordering operator<=>(const FMatrix& a, const FMatrix& b) = delete;
 
@@ -137,10 +137,10 @@ KORVANE_API FVector operator*(const FMatrix& m, const FVector& v);
 /// Row times matrix: ncols() elements.
 KORVANE_API FVector operator*(const FVector& v, const FMatrix& m);
 
-/// Text: one line for each row, elements separated by single blanks; the shape is not written. Numbers follow the stream's
-/// format flags, but not its locale: the decimal separator is a point.
+/// Text: one line for each row, elements separated by single blanks; the shape is not written. Numbers follow the
+/// stream's format flags, but not its locale: the decimal separator is a point.
 KORVANE_API std::ostream& operator<<(std::ostream& out, const FMatrix& m);
-/// Reads the numbers of rows and of columns, then the elements: what `<<` wrote needs its shape in front of it. Where the
-/// text is not a matrix the stream fails and `m` stays as it was. Memory grows with what is there, not with the shape that
-/// the text claims.
+/// Reads the numbers of rows and of columns, then the elements: what `<<` wrote needs its shape in front of it. Where
+/// the text is not a matrix the stream fails and `m` stays as it was. Memory grows with what is there, not with the
+/// shape that the text claims.
 KORVANE_API std::istream& operator>>(std::istream& in, FMatrix& m);

@@ -31,9 +31,9 @@ public:
     /// (a, b, c) as it is held.
     FVector GetNormal() const;
     /// d / k on the axis of coefficient k, 0 on the others, where k is the first of a, b, c that is not equal to 1e-8;
-    /// the origin where there is none. The distances of parallel planes (`Dist`) are worked out from this quotient, so
-    /// it stays: without a minus sign it is the mirror image of a point of the plane, and a coefficient of 0 comes
-    /// first as well, which makes the coordinate infinite or NaN.
+    /// the origin where there is none. This need not be a point of the plane: the sign of d is not turned over, which
+    /// gives the mirror image of one, and a coefficient of 0 is taken as well, which makes the coordinate infinite or
+    /// NaN. It is deliberate: `Dist` of parallel planes is worked out from it.
     FPoint GetPoint() const;
 
     /// |a x + b y + c z + d| < 1e-6, with the coefficients as they are: a tolerance in millimetres for a normal of

@@ -6,9 +6,9 @@
 /// A segment, held as a line is: row 0 its start, row 1 what leads from there to its end.
 ///
 /// The queries do not agree about row 1: `GetP1` and `IsPointOn` read a direction, `mod` and `GetMid` the end point
-/// itself. They stay so because programs call each for what it gives. So `mod` is the length only of segments that were
-/// made from a point and a vector that is meant as the end point, as `Intersect` makes some of its results; of other
-/// segments `GetDirection().mod()` is the length.
+/// itself. This is deliberate: `Intersect` and `Dist` are defined by it, and hosts depend on their results. So `mod` is
+/// the length only of segments that were made from a point and a vector that is meant as the end point, as `Intersect`
+/// makes some of its results; of other segments `GetDirection().mod()` is the length.
 class KORVANE_API FSegment : public FLine {
 public:
     /// Start and end at the origin.

@@ -12,13 +12,13 @@ class FMatrix;
 
 /// A vector of `dim()` floats. Sums and products run in double; an element is rounded when it is stored.
 ///
-/// Elements are read and written through the conversion to `float*` (`v[i]`), without a bounds check. They lie inside the
-/// object up to dimension 4 and in a heap block beyond, so a pointer to them does not outlive the object, a change of
-/// dimension or an assignment. A new block is not initialised.
+/// Elements are read and written through the conversion to `float*` (`v[i]`), without a bounds check. They lie inside
+/// the object up to dimension 4 and in a heap block beyond, so a pointer to them does not outlive the object, a change
+/// of dimension or an assignment. A new block is not initialised.
 ///
 /// Failures are exceptions: `DimException` for dimensions that do not match, `ZeroException` for a divisor that is
-/// exactly 0, `MemException` for a negative dimension and for memory that cannot be had (the vector is then empty, after
-/// `resize` unchanged).
+/// exactly 0, `MemException` for a negative dimension and for memory that cannot be had (the vector is then empty,
+/// after `resize` unchanged).
 ///
 /// The reference count is for `PtFVector` alone; copies begin with 0. It is not atomic.
 class KORVANE_API FVector {
@@ -27,8 +27,8 @@ public:
     explicit FVector(int n);
     /// Copies `n` elements; a null pointer gives zeros.
     FVector(const float* elements, int n);
-    /// The elements, as in `FVector v{1.5, 2}` or `FVector v = {1, 2, 3}`. One or two integers in braces are no elements:
-    /// they are a dimension, or a null pointer and a dimension.
+    /// The elements, as in `FVector v{1.5, 2}` or `FVector v = {1, 2, 3}`. One or two integers in braces are no
+    /// elements: they are a dimension, or a null pointer and a dimension.
     template <std::floating_point Real>
     FVector(std::initializer_list<Real> elements);
     template <typename... Numbers>
@@ -44,8 +44,8 @@ public:
     /// Sets every element.
     FVector& operator=(double value);
 
-    /// Counts one reference and returns the address, so that a `PtFVector` can be made from a vector that is not its own:
-    /// such a vector is never destroyed by the handle.
+    /// Counts one reference and returns the address, so that a `PtFVector` can be made from a vector that is not its
+    /// own: such a vector is never destroyed by the handle.
     FVector* operator&();
 
     // ---- Storage
@@ -61,8 +61,8 @@ public:
 
     /// Dimension n, contents lost; nothing happens when the dimension is n already.
     void size(int n);
-    /// Dimension n. Shrinking, down to 0 too, only lowers the dimension: the storage stays. Growing keeps the old elements
-    /// in front, what follows them is not initialised.
+    /// Dimension n. Shrinking, down to 0 too, only lowers the dimension: the storage stays. Growing keeps the old
+    /// elements in front, what follows them is not initialised.
     void resize(int n);
     /// No storage, dimension 0.
     void free();
@@ -96,8 +96,8 @@ public:
     float mod() const;
     /// Makes the length 1 and returns what it was. A vector not longer than 1e-10 stays as it is; the result is then 0.
     float normalize();
-    /// The angle between this vector and `other` in radians, 0 to pi, for dimensions 2 and 3. `axis` becomes the normalised
-    /// cross product; where that vanishes the angle is 0, for opposite vectors too.
+    /// The angle between this vector and `other` in radians, 0 to pi, for dimensions 2 and 3. `axis` becomes the
+    /// normalised cross product; where that vanishes the angle is 0, for opposite vectors too.
     float GetAngle(const FVector& other, FVector& axis) const;
     /// `v` as a matrix of one column.
     static FMatrix transpose(const FVector& v);
@@ -154,7 +154,8 @@ inline FVector operator-(const FVector& a) {
     return a * -1.0;
 }
 
-/// Integer scalars, which would be as good for a step of the pointer that a vector converts to.
+/// With integer scalars. Without these, `v + 1` would be ambiguous: a vector also converts to a pointer, which takes an
+/// integer.
 template <std::integral Integer>
 FVector operator+(const FVector& a, Integer s) {
     return a + static_cast<double>(s);
@@ -191,6 +192,6 @@ KORVANE_API bool operator>=(const FVector& a, const FVector& b);
 //      format flags, but not its locale: the decimal separator is a point.
 
 KORVANE_API std::ostream& operator<<(std::ostream& out, const FVector& v);
-/// Where the text is not a vector the stream fails and `v` stays as it was. Memory grows with what is there, not with the
-/// dimension that the text claims.
+/// Where the text is not a vector the stream fails and `v` stays as it was. Memory grows with what is there, not with
+/// the dimension that the text claims.
 KORVANE_API std::istream& operator>>(std::istream& in, FVector& v);

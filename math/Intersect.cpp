@@ -51,7 +51,7 @@ Feet GetFeet(const FLine& l1, const FLine& l2) {
     const FPoint p1 = l1.GetP0();
     const FPoint p2 = l2.GetP0();
     const FVector c = u1 ^ u2;
-    const double q = static_cast<double>(c[0]) * c[0] + static_cast<double>(c[1]) * c[1];  // z is left out: required
+    const double q = static_cast<double>(c[0]) * c[0] + static_cast<double>(c[1]) * c[1];  // without z: see the header
     if (q < 1e-6) return {p1, GetFoot(l2, p1), true};
     const FVector w = p2 - p1;
     return {Move(p1, u1, Determinant(w, u2, c) / q), Move(p2, u2, Determinant(w, u1, c) / q), false};

@@ -24,12 +24,13 @@
 ///                         other segment
 ///
 /// Of several ends the one whose result has the smallest `mod()` is taken, the first of equal ones. Whether a foot lies
-/// on a segment is `FSegment::IsPointOn`'s word.
+/// on a segment is what `FSegment::IsPointOn` answers.
 ///
-/// What counts as parallel is fixed, since the kind of the result depends on it: planes, where the cross product of the
-/// normals is shorter than 0.001; a line and a plane, where versor * normal is at most 0.001; lines, where the cross
-/// product of the versors has x^2 + y^2 < 1e-6. Its z is left out there and in what follows: lines whose directions
-/// both lie in the x-y plane count as parallel, and the feet of others are exact only where that z is 0.
+/// What counts as parallel is fixed, since the kind of the result depends on it. Planes are, where the cross product of
+/// the normals is shorter than 0.001; a line and a plane, where versor * normal is at most 0.001; lines, where the
+/// cross product of the versors has x^2 + y^2 < 1e-6. That its z is left out, there and in the computation of the feet,
+/// is deliberate, and hosts depend on it. So lines whose directions both lie in the x-y plane count as parallel, and
+/// the feet of other lines are exact only where that z is 0.
 ///
 /// Two lines (or segments) of which one has no direction are a `ZeroException`. A plane whose normal is not longer than
 /// 0.001 is no plane: the foot on it is the point itself, or the line's base point, and `flag` is true.

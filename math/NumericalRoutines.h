@@ -43,8 +43,8 @@ KORVANE_API FMatrix d_PseudoInv(const FMatrix& a);
 /// that are exact but for their rounding to float. A tolerance that is negative or NaN counts as 0.
 KORVANE_API FMatrix d_PseudoInv(const FMatrix& a, double tolerance);
 
-/// Always 0: the rank is not worked out. It is here because programs link against it; count the singular values
-/// instead.
+/// Always 0: the rank is not computed. The function is kept on purpose, for hosts link against it; to get a rank, count
+/// the singular values of `d_SVD`.
 KORVANE_API int rank(const FMatrix& a);
 
 /// Length of the hypotenuse, without overflow on the way.

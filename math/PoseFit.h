@@ -33,13 +33,13 @@ class PoseFit {
 public:
     explicit PoseFit(const PointPairs& pairs);
 
-    /// `index` chooses n of the pairs (null: the first n), `weights` belongs to all pairs (null: 1 each). False where the
-    /// points do not determine a pose: they lie on a line, or together.
+    /// `index` chooses n of the pairs (null: the first n), `weights` belongs to all pairs (null: 1 each). False where
+    /// the points do not determine a pose: they lie on a line, or together.
     bool Solve(const float* weights, const int* index, int n);
     const Pose& GetPose() const { return m_Pose; }
     /// Whether a mirroring would have fitted better.
     bool IsMirrored() const { return m_bMirrored; }
-    /// A step of single precision at the largest coordinate of either set.
+    /// The distance between neighbouring floats at the largest coordinate of either set.
     double GetRounding() const { return m_Rounding; }
 
 private:

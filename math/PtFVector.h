@@ -8,7 +8,7 @@
 /// A vector that was counted by `FVector::operator&` stays alive when its handles go:
 ///
 ///     FVector local(3);
-///     PtFVector handle(&local);  // two references, one of them nobody's
+///     PtFVector handle(&local);  // two references: that of `operator&` is never dropped
 ///
 /// The count is in the vector and is not atomic.
 class KORVANE_API PtFVector {

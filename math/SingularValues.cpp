@@ -20,12 +20,13 @@ namespace {
 constexpr int kMostIterations = 30;
 constexpr double kSmallest = 1e-7;
 
-// Rotations that are rounded to float change singular values by about this, which equal ones never get over: from the
-// tenth iteration on, what is less beside its neighbours on the diagonal is negligible.
+// Rotations that are rounded to float change singular values by about this much, so that equal ones might never
+// converge. From the tenth iteration on, an element that is smaller than this relative to its neighbours on the
+// diagonal counts as 0.
 constexpr int kStrictIterations = 10;
 constexpr double kRoundoff = std::numeric_limits<float>::epsilon();
 
-// Every hypotenuse goes through single precision: results are what callers have always got.
+// Every hypotenuse goes through single precision, as the results that hosts depend on were computed.
 double Hypotenuse(double a, double b) {
     return pythag(static_cast<float>(a), static_cast<float>(b));
 }

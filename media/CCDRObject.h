@@ -24,12 +24,14 @@ class DcmDictionary;
 /// numbers up to 0FFFFFFF.
 ///
 /// Every failure is a `std::string` that is thrown. `AddIOD` then leaves the tree as it was, and takes away the folders
-/// that it made for the file. What is added counts one unit of progress each; requests to stop are the host's to heed.
+/// that it made for the file. Each file that is added counts one unit of progress. The object does not stop by itself
+/// when an observer asks for it: the host ends its loop.
 ///
-/// A file with an empty Patient ID or UID is taken like any other, so such files share a record: hosts may not want that.
+/// A file with an empty Patient ID or UID is taken like any other, so such files share a record. A host that does not
+/// want that checks them before.
 ///
-/// Being the toolkit's service too, it has the identification of its network layer; it opens no connection. A copy has
-/// the settings, and no records.
+/// It derives from the toolkit's network service only for the implementation class UID and version name that files get;
+/// it opens no connection. A copy has the settings, and no records.
 class KORVANE_API CCDRObject : public CPercentGenerator, public DcmService {
 public:
     CCDRObject();
@@ -48,9 +50,9 @@ public:
     /// The dictionary that all objects of this class use to type elements of implicit files; not owned, null for none.
     static void SetDictionary(DcmDictionary* dictionary);
 
-    /// What DICOMDIR says of the file-set. File-set ID: at most 16 of A-Z, 0-9, space and underscore, "" at first; source
-    /// application entity title: "KORVANE" at first; instance UID: a new one is made where none is set; consistency
-    /// flag (0004,1212), not set at first: whether the directory is known to be inconsistent.
+    /// What DICOMDIR says of the file-set. File-set ID: at most 16 of A-Z, 0-9, space and underscore, "" at first;
+    /// source application entity title: "KORVANE" at first; instance UID: a new one is made where none is set;
+    /// consistency flag (0004,1212), not set at first: whether the directory is known to be inconsistent.
     void SetFileSetID(const std::string& id);
     void SetSourceAETitle(const std::string& title);
     void SetMediaStorageUID(const std::string& uid);
@@ -68,16 +70,16 @@ public:
     /// Begins another file-set: no records, no current record, private files counted from 1, no instance UID.
     void Reset();
 
-    /// Adds a DICOM file, copied or linked bit for bit. With `transcode`, a file that is neither explicit nor implicit VR
-    /// little endian is decoded and written explicit VR little endian, of the RT classes implicit. Returns the path of
-    /// the file on the media, relative to the root. An instance that its series has already is not added again: the
+    /// Adds a DICOM file, copied or linked bit for bit. With `transcode`, a file that is neither explicit nor implicit
+    /// VR little endian is decoded and written explicit VR little endian, of the RT classes implicit. Returns the path
+    /// of the file on the media, relative to the root. An instance that its series has already is not added again: the
     /// result is the path of the first. A deflated file counts as one that cannot be loaded.
     std::string AddIOD(const std::string& path, bool transcode);
 
     /// The same for a host that has read the file `path` already. It trusts its caller: records, their keys and the
     /// (0004,151x) elements are made of `dataSet` without a look at the file, which is copied as it lies there. So
-    /// `dataSet` must be that of the file, group 0002 included (a wrong (0002,0010) copies what should be transcoded), must
-    /// not be deflated, and the file must not change in between. It may end in front of Pixel Data. It stays the
+    /// `dataSet` must be that of the file, group 0002 included (a wrong (0002,0010) copies what should be transcoded),
+    /// must not be deflated, and the file must not change in between. It may end in front of Pixel Data. It stays the
     /// caller's, is not changed, and is not used behind the call.
     std::string AddIOD(const std::string& path, const DICOMObject& dataSet, bool transcode);
 
@@ -107,8 +109,8 @@ protected:
     /// The first record of a list with that key; null without one.
     static CDRRecord* FindRecord(const CDRRecordList& list, const std::string& key);
 
-    /// The path, relative to the root, of name `letter` and `number` in a folder (empty: the file root); `create` makes a
-    /// folder of it.
+    /// The path, relative to the root, of name `letter` and `number` in a folder (empty: the file root); `create` makes
+    /// a folder of it.
     std::string GetPath(const std::string& root, const std::string& folder, char letter, unsigned number, bool create);
 
     /// Copies or links; and the transcoding copy, which drains the data set.
@@ -134,8 +136,8 @@ protected:
     /// Appends the items of the records and of all below them to the element pushed last, a sequence at `base`.
     RecordRange CreateRecordDDO(DICOMObject& dataSet, const CDRRecordList& list, unsigned long long base);
 
-    /// `offset` and the bytes that an object takes in explicit VR little endian, sequences and items of undefined length,
-    /// meta group included.
+    /// `offset` and the bytes that an object takes in explicit VR little endian, sequences and items of undefined
+    /// length, meta group included.
     static unsigned long long DDOLength(const DICOMObject& object, unsigned long long offset);
 
     /// Writes a data set, which is then empty, behind a preamble. False on failure, short writes included.

@@ -23,9 +23,9 @@ struct DRElement {
 /// values; blanks and zero bytes at a value's end are not part of it) and writes itself as an item of the Directory
 /// Record Sequence (0004,1220). A record of this very class is a private one.
 ///
-/// Values are bytes in the data set's Specific Character Set, lengths are not checked: a directory has what the file
-/// has. A record is made by `CCDRObject::AddIOD`, once for each patient, study, series and file; numbers in names count
-/// from 1 within the parent.
+/// Values are bytes in the data set's Specific Character Set. Their lengths are not checked: the directory repeats what
+/// the file says. A record is made by `CCDRObject::AddIOD`, once for each patient, study, series and file; numbers in
+/// names count from 1 within the parent.
 ///
 /// A record owns its children. A copy has the same keys and no children.
 class KORVANE_API CDRRecord {
@@ -126,7 +126,8 @@ protected:
     CDRImageRecord(CCDRObject* owner, const DRElement* elements, std::size_t count);
 };
 
-/// RT Dose. Its type is "RT STRUCTURE SET", not the standard's "RT DOSE": readers of these media look for that.
+/// RT Dose. Its type is "RT STRUCTURE SET" deliberately, where the standard has "RT DOSE" (PS3.3 F.5.19): hosts depend
+/// on it.
 class KORVANE_API CDRRTDoseRecord : public CDRImageRecord {
 public:
     explicit CDRRTDoseRecord(CCDRObject* owner = nullptr);
@@ -140,8 +141,7 @@ public:
     std::string GetTypeText() const override;
 };
 
-/// RT Plan. The RT Plan Label (300A,0002) is written as CS, where the standard has SH: readers of these media expect
-/// it.
+/// RT Plan. The RT Plan Label (300A,0002) is written as CS deliberately, where the standard has SH: hosts depend on it.
 class KORVANE_API CDRRTPlanRecord : public CDRImageRecord {
 public:
     explicit CDRRTPlanRecord(CCDRObject* owner = nullptr);

@@ -120,7 +120,7 @@ std::unique_ptr<DICOMDataObject> CCDRObject::CreateDDO() {
     VR* const first = MakeElement(tags::OffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity, TypeCode("UL"), 0u);
     VR* const last = MakeElement(tags::OffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity, TypeCode("UL"), 0u);
     const unsigned short consistency = m_bConsistencyFlag ? 65535 : 0;
-    // The file-set ID is a CS in the standard. UI is required: readers of these media compare it so.
+    // The file-set ID is a CS in the standard (PS3.6). UI is deliberate: hosts depend on the directory as it is.
     dataSet->Push(MakeElement(tags::FileSetID, TypeCode("UI"), m_FileSetID));
     dataSet->Push(first);
     dataSet->Push(last);

@@ -3,8 +3,8 @@
 
 namespace platform {
 
-/// Makes whoever waits on the connected socket return: reading meets the end, writing fails. The socket stays open, its
-/// owner closes it.
+/// Makes calls that wait on the connected socket return: reading finds the end of the stream, writing fails. The socket
+/// stays open; its owner closes it.
 void BreakConnection(int socket);
 
 }  // namespace platform

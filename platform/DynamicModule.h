@@ -5,17 +5,20 @@
 
 namespace platform {
 
-/// A loaded module; null: none.
+/// A loaded module; null stands for none.
 using ModuleHandle = void*;
-/// A function of it, to be cast to its own type.
+/// A function of a module, to be cast to its real type.
 using ModuleFunction = void (*)();
 
 /// Loads a module; null on failure. The same module may be loaded several times, and is gone when each is freed.
 ///
-/// The name is Windows' own: "X.dll", with or without a folder. There it goes to `LoadLibrary` as it is. On POSIX a name
-/// that ends in ".dll" stands for one that ends in ".so"; any other name is taken as it is. A name without a folder is
-/// looked for beside the program, beside the module libKorvane, in the folder of libraries next to the program's, where this
-/// library was to be installed, then where the system looks for its libraries; never in the current directory. All its symbols are bound at once and stay its own.
+/// Names are those of Windows: "X.dll", with or without a folder. On Windows the name goes to `LoadLibrary` unchanged.
+/// On POSIX a name that ends in ".dll" stands for one that ends in ".so"; any other name is taken as it is.
+///
+/// On POSIX a name without a folder is looked for in these places, in this order: the program's folder; the folder of
+/// the library libKorvane; the library folder beside the program's (P/lib for P/bin); the library folder that the build
+/// was configured to install to; the system's own search path. The current directory is not searched. All symbols of
+/// the module are bound when it is loaded, and none of them is visible to other modules.
 ///
 /// A line break or a blank at the end of a name is part of it, so such a name finds nothing on either system.
 ModuleHandle OpenModule(const char* name);

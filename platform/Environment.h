@@ -9,7 +9,7 @@ namespace platform {
 /// The value of an environment variable; `found` tells a missing one from an empty one.
 std::string GetEnvironment(const char* name, bool* found = nullptr);
 
-/// A point in time by the clock on the wall.
+/// A point in time as the machine's local time.
 std::tm LocalTime(std::time_t time);
 
 /// The local time now by strftime's "%c", at most 128 characters.

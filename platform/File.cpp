@@ -100,7 +100,7 @@ void OutputFile::Flush() {
     m_Used = 0;
 }
 
-/// What stands in the area goes first.
+// Writes collected bytes first, so that the order is kept.
 void OutputFile::WriteThrough(const void* bytes, std::size_t count) {
     if (m_Used > 0 && bytes != m_pArea.get()) Flush();
     const auto* place = static_cast<const unsigned char*>(bytes);

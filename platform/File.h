@@ -17,11 +17,12 @@ namespace platform {
 /// The path with the system's own separators.
 std::string NativePath(const char* path);
 
-/// Whether the system takes no path of this length, though each of its names is short enough: 259 characters, counted
-/// from the drive, on Windows, which calls such a path missing.
+/// Whether the whole path is longer than the system accepts. On Windows the limit is 259 characters, counted from the
+/// drive; the system reports a longer path as missing. False on POSIX, where the system itself reports ENAMETOOLONG.
 bool IsPathTooLong(const char* path);
 
-/// `fopen`. Null with `errno` set on failure; EISDIR for a directory, ENAMETOOLONG by `IsPathTooLong`.
+/// As `fopen`. Null with `errno` set on failure: EISDIR for a directory, ENAMETOOLONG for a path that is too long (see
+/// `IsPathTooLong`).
 std::FILE* OpenFile(const char* path, const char* mode);
 
 /// `fseek` from the start of the file, beyond 2 GB too. 0, or -1 with `errno` set.
@@ -45,15 +46,15 @@ public:
     bool Open(const char* path);
     void Close();
 
-    /// Asked while bytes are read, from this file and those that are opened later: each MB, and at least every 20 ms
-    /// where the system delivers at all. After a yes the file gives no more bytes.
+    /// Asked while bytes are read, from this file and those that are opened later: for each MB, and at least every 20
+    /// ms, though not while a call of the system waits for bytes. After a yes the file gives no more bytes.
     void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
 
     /// Bytes in a regular file when it was opened; 0 for what has no size (a pipe, a device).
     std::uint64_t GetSize() const { return m_Size; }
 
-    /// Reads up to `capacity` bytes; fewer only at the end of the file and after an error, which leaves `errno` set. Being
-    /// stopped is the error EINTR. The count read.
+    /// Reads up to `capacity` bytes and returns how many; fewer only at the end of the file and after an error, which
+    /// leaves `errno` set. Being stopped is the error EINTR.
     std::size_t Read(void* bytes, std::size_t capacity);
 
     /// True once a read has failed.
@@ -69,8 +70,8 @@ private:
     StopCheck m_Stop;
 };
 
-/// A file written from front to back. Small writes are collected; a write, flush or close that failed is remembered, and
-/// told by every call that follows.
+/// A file written from front to back. Small writes are collected. Once a write, flush or close has failed, every later
+/// call fails with the same `errno`.
 class OutputFile {
 public:
     OutputFile() = default;
@@ -84,7 +85,7 @@ public:
     /// Creates a file that was not there: EEXIST where anything bears the name. No link is followed.
     bool OpenExclusively(const char* path);
 
-    /// As with `InputFile`; being stopped is a write that fails with EINTR.
+    /// As `InputFile::SetStopQuestion`. After a yes, writing fails with EINTR.
     void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
 
     /// False with `errno` set when this or an earlier write failed.

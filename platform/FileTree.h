@@ -15,8 +15,8 @@ bool CreatePrivateFolder(const char* path);
 /// Removes a folder that is empty.
 bool RemoveFolder(const char* path);
 
-/// Copies a file, access rights included, over what is there. A new file that could not be finished is removed; so is one
-/// that was stopped, with `errno` EINTR.
+/// Copies a file with its access rights; a file that is there already is overwritten. A copy that could not be finished
+/// is removed, also when `stop` said yes (`errno` is EINTR then).
 bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop = {});
 
 /// As Windows' CreateHardLinkA: another name for the file that `existing` is, or is a symbolic link to; the attributes
@@ -26,7 +26,8 @@ using LinkFunction = int (*)(const char* newName, const char* existing, void* at
 /// The system's function for that, looked up when the program runs; null where the system has none.
 LinkFunction FindHardLink();
 
-/// Whether a name can be removed while a program has its file open; else a second name of an open file stays.
+/// Whether a file can be removed while a program has it open. Where it cannot (Windows), none of its names can be
+/// removed either.
 bool RemovesOpenFiles();
 
 }  // namespace platform

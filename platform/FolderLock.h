@@ -1,4 +1,4 @@
-// Who works in a folder: a lock that ends with the process that holds it.
+// A lock that says who works in a folder; it ends with the process that holds it.
 #pragma once
 
 #include <cstdint>
@@ -6,11 +6,11 @@
 
 namespace platform {
 
-/// A lock of one folder, for processes of one machine and the objects of one process alike. It leaves nothing behind when
-/// the process is killed. Where the file system knows no locks (some network ones), taking one succeeds and keeps nobody
-/// out: `IsHeld` tells.
+/// A lock of one folder, for processes of one machine and the objects of one process alike. It leaves nothing behind
+/// when the process is killed. Where the file system knows no locks (some network ones), taking one succeeds and keeps
+/// nobody out: `IsHeld` tells.
 ///
-/// Nobody is kept from the folder's files by it: only from the same lock.
+/// The lock is advisory: it keeps others from the same lock, not from the folder's files.
 class FolderLock {
 public:
     FolderLock() = default;
@@ -18,11 +18,13 @@ public:
     FolderLock(const FolderLock&) = delete;
     FolderLock& operator=(const FolderLock&) = delete;
 
-    /// For one holder alone. False with `errno` set: EBUSY when somebody holds it, else the folder cannot be opened.
+    /// Takes the lock for one holder alone, without waiting. False with `errno` set: EBUSY when somebody holds it,
+    /// another value when the folder cannot be opened.
     bool TakeAlone(const std::string& folder);
 
-    /// Holders of this kind share it; waits for one who has it alone. An own lock is exchanged. Windows, where files that
-    /// are open cannot be removed, knows no such kind: nothing is held afterwards.
+    /// Several holders may share the lock; the call waits while somebody holds it alone. A lock that this object holds
+    /// already becomes a shared one. On Windows nothing is locked, and nothing is held afterwards: files that are open
+    /// cannot be removed there anyway. False with `errno` set when the folder cannot be opened.
     bool TakeShared(const std::string& folder);
 
     bool IsHeld() const { return m_Handle != kNone; }

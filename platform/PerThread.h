@@ -9,8 +9,9 @@ namespace platform {
 
 #if defined(_WIN32)
 
-/// The calling thread's T, made at its first use. The compiler's `thread_local` frees the memory of such objects before
-/// their destructors run on this system, so they lie on the heap, found through fiber-local storage.
+/// `Get` returns the calling thread's T, made when the thread first asks. On Windows MinGW's `thread_local` frees the
+/// memory of an object before its destructor runs. So the objects lie on the heap here and are found through
+/// fiber-local storage, whose callback destroys them when the thread ends.
 template <typename T>
 class PerThread {
 public:
@@ -26,7 +27,7 @@ public:
 
 private:
     PerThread() : m_Index(FlsAlloc(Destroy)) {}
-    ~PerThread() { FlsFree(m_Index); }  // before the module with the code of Destroy is unloaded
+    ~PerThread() { FlsFree(m_Index); }  // the system must not call Destroy when the code of Destroy has been unloaded
 
     static void WINAPI Destroy(void* own) { delete static_cast<T*>(own); }
 
@@ -35,7 +36,8 @@ private:
 
 #else
 
-/// The calling thread's T. It may still be reached behind its destructor, by objects that are destroyed later.
+/// `Get` returns the calling thread's T. Objects of the thread that are destroyed after it may still call `Get`, and
+/// then get the T whose destructor has run: T must bear that.
 template <typename T>
 class PerThread {
 public:

@@ -14,7 +14,7 @@ namespace {
 constexpr int kAttempts = 100;
 constexpr std::size_t kLongestStem = 200;  // most file systems end at 255 bytes
 
-/// Eight letters that hardly ever come twice. They need not be secret: what has the name already is left alone.
+// Eight letters that hardly ever come twice. They need not be secret: what has the name already is left alone.
 std::string RandomLetters(std::uint64_t seed) {
     constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz234567";
     seed = (seed ^ (seed >> 30)) * 0xBF58476D1CE4E5B9U;
@@ -25,7 +25,7 @@ std::string RandomLetters(std::uint64_t seed) {
     return letters;
 }
 
-/// The beginning of a name, cut between two characters of UTF-8.
+// The beginning of a name, cut between two characters of UTF-8.
 std::string Shortened(std::string name) {
     if (name.size() <= kLongestStem) return name;
     std::size_t end = kLongestStem;

@@ -13,13 +13,14 @@ namespace platform {
 ///     ReplacingFile file;
 ///     done = file.Open(path) && file.Write(bytes, count) && file.Commit();
 ///
-/// Until then it is called ".NAME.RANDOM.part". It is created exclusively, so it never is somebody else's file, nor where
-/// a link leads that somebody else has laid. A link of the final name is replaced, not followed.
+/// Until then it is called ".NAME.RANDOM.part". It is created exclusively and without following links, so it can
+/// neither overwrite somebody else's file nor be led elsewhere by a link. A link under the final name is replaced, not
+/// followed.
 ///
 /// What fails leaves `errno` set.
 class ReplacingFile {
 public:
-    /// What becomes of a file that has the name when this one is whole: gone, or the commit fails with EEXIST.
+    /// What the commit does where a file has the final name already: replaces it, or fails with EEXIST.
     enum class Existing { Replace, Refuse };
 
     ReplacingFile() = default;
@@ -30,21 +31,23 @@ public:
     /// Creates the unfinished file; one that was open is discarded.
     bool Open(const std::string& path);
 
-    /// The same for who writes by name: the file is there, empty and closed, and waits to be opened as `GetUnfinished()`.
+    /// The same for a caller that writes the file by its name: it is created empty and closed, to be opened as
+    /// `GetUnfinished()`.
     bool Reserve(const std::string& path) { return Open(path) && Close(); }
 
-    /// The commit waits until bytes and name are on the disk: for files that are vouched for, as to a sender that will
-    /// delete its own. To be set before `Close`.
+    /// Whether the commit waits until bytes and name are on the disk: for files whose safe arrival is confirmed to a
+    /// sender that may then delete its own. To be set before `Close`.
     void SetDurable(bool durable) { m_bDurable = durable; }
 
     void SetStopQuestion(StopQuestion stop) { m_File.SetStopQuestion(std::move(stop)); }
 
     bool Write(const void* bytes, std::size_t count) { return m_File.Write(bytes, count); }
 
-    /// All that the file has from where it stands, in steps of at most 1 MB. False, `errno` set, when reading or writing failed.
+    /// Writes the rest of `input`, from where it stands, in steps of at most 1 MB. False, with `errno` set, when
+    /// reading or writing failed.
     bool WriteAll(InputFile& input);
 
-    /// Ends the writing, for who wants to look at the file before it gets its name.
+    /// Ends the writing before the commit, so that the caller can look at the file before it gets its name.
     bool Close();
 
     /// Closes, and gives the file its name. After a failure it is still there, to be committed otherwise or discarded.

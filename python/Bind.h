@@ -1,4 +1,4 @@
-// The parts of the Python module, one for each room of the Kit.
+// The parts of the Python module, and conversions that they share.
 #pragma once
 
 #include <initializer_list>
@@ -15,13 +15,14 @@ void BindPictures(pybind11::module_& module);
 void BindDataSet(pybind11::module_& module);
 void BindJobs(pybind11::module_& module);
 
-/// A path: a text or any object with `__fspath__`.
+/// The text of a path, given as a str or as any object with `__fspath__`.
 std::string PathOf(const pybind11::handle& path);
 /// One path, or an iterable of them.
 std::vector<std::string> PathsOf(const pybind11::object& paths);
 /// A JSON text as Python's dictionaries and lists.
 pybind11::object FromJson(const std::string& json);
-/// A word as the value that stands for it; `what` names it in the ValueError.
+/// The value that a word stands for. A word that is not in the list is a ValueError, in which `what` names the
+/// argument.
 template <class Value>
 Value Choose(const std::string& word, std::initializer_list<std::pair<const char*, Value>> values, const char* what) {
     std::string known;

@@ -10,8 +10,8 @@ using korvane::DataSet;
 
 namespace {
 
-// A data set, or an item of one of its sequences: the way there in front of each path. Items hold the data set and look
-// the way up again at each access, so that nothing dangles however the data set changes.
+// A data set, or an item of one of its sequences. An item is the whole data set and the path of the item, which is put
+// in front of each path and looked up again at each access, so that no pointer dangles when the data set changes.
 struct Elements {
     std::shared_ptr<DataSet> set;
     std::string way;  // "" or "Sequence[0]."
@@ -86,7 +86,7 @@ py::object GetItem(const Elements& self, const py::object& key) {
     return ValueOf(self, path);
 }
 
-// Keywords alone: a name that is none is an error of the program, not an absent element.
+// Attributes are keywords only. A name that is not a keyword is an AttributeError, not an absent element.
 py::object GetAttribute(const Elements& self, const std::string& keyword) {
     try {
         if (self.set->Has(self.To(keyword))) return ValueOf(self, keyword);

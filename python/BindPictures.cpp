@@ -13,7 +13,7 @@ using korvane::SlicePicture;
 
 namespace {
 
-// What `slice` was asked for; members as SliceOptions, in Python's words.
+// The arguments of `slice` in Python; the members are those of SliceOptions.
 struct Wanted {
     std::string view, interpolation, slabMode;
     std::optional<int> index;
@@ -58,7 +58,7 @@ SlicePicture SliceOf(const korvane::Volume& volume, const Wanted& wanted, const 
     });
 }
 
-// Shares the pixels, which live as long as the picture.
+// An array that shares the picture's pixels and keeps the picture alive.
 py::array ArrayOf(const py::object& self) {
     const auto& picture = self.cast<const SlicePicture&>().picture;
     const auto height = static_cast<std::size_t>(picture.GetHeight()),

@@ -16,7 +16,7 @@ namespace {
 
 using Affine = std::array<std::array<double, 4>, 4>;
 
-// How far a plane may lie from where even steps would have it, in distances of planes.
+// How far a plane may lie from its place in an even stack, as a fraction of the distance of planes.
 constexpr double kUneven = 0.01;
 
 py::dtype TypeOf(VoxelType type) {
@@ -46,7 +46,8 @@ py::array ArrayOf(const py::object& self) {
     return array;
 }
 
-// Maps (column, row, plane, 1) to patient millimetres, LPS. Exact for even stacks, tilted ones too; others have no affine.
+// Maps (column, row, plane, 1) to patient millimetres, LPS. Exact for even stacks, tilted ones too; others have no
+// affine.
 Affine AffineOf(const Volume& volume) {
     if (!volume.HasSpacing() || !volume.HasPositions()) {
         throw korvane::Error(korvane::ErrorKind::Irregular,
@@ -78,7 +79,7 @@ py::array_t<double> ToArray(const Affine& affine, bool ras) {
     py::array_t<double> array({4, 4});
     for (std::size_t i = 0; i < 4; ++i) {
         for (std::size_t k = 0; k < 4; ++k) {
-            // RAS has x and y the other way round; a zero stays without a sign.
+            // RAS has x and y in the opposite directions. Subtracting from 0 does not make -0.
             array.mutable_at(i, k) = ras && i < 2 ? 0.0 - affine[i][k] : affine[i][k];
         }
     }
@@ -94,7 +95,7 @@ py::array_t<double> PositionsOf(const Volume& volume) {
     return array;
 }
 
-// Calls `work` with the plane's voxels as what they are.
+// Calls `work` with a plane's voxels in their own type.
 template <class Work>
 void WithVoxels(VoxelType type, std::span<const std::byte> bytes, Work work) {
     const auto as = [&]<class T>(const T*) {
@@ -134,7 +135,8 @@ py::array RealAs(const Volume& volume) {
     return array;
 }
 
-// 32 bits of a float hold all 16-bit integers; what is wider gets 64.
+// Real values as an array of 32-bit floats for voxels of up to 16 bits, which those hold exactly, else of 64-bit
+// floats.
 py::array RealOf(const Volume& volume) {
     const VoxelType type = volume.GetType();
     if (type == VoxelType::Rgb24) throw py::type_error("colours have no real values");
@@ -152,7 +154,7 @@ korvane::Irregular PolicyOf(const std::string& word) {
                              "irregular");
 }
 
-// Series and volumes alike.
+// The members that Python's Series and Volume have in common.
 template <class Source>
 py::object ExportOf(const Source& source, const std::string& format, const py::object& to, const std::string& irregular,
                     bool compress, unsigned jobs, const py::object& progress) {

@@ -1,4 +1,4 @@
-// How the Kit's long calls run under Python: without the interpreter's lock, told of, and stopped by Ctrl-C.
+// Runs the Kit's long calls under Python: without the interpreter's lock, with progress, and so that Ctrl-C stops them.
 #pragma once
 
 #include <Korvane/Kit.h>
@@ -11,11 +11,11 @@
 
 #include <pybind11/pybind11.h>
 
-/// Tells a Python callable of progress, as `progress(label, done, total)`, and carries the wish to stop into the job.
-/// Made and destroyed with the interpreter's lock held; the Kit calls it without.
+/// Calls a Python callable as `progress(label, done, total)`, and stops the job when a signal's handler or the callable
+/// has raised an exception. Made and destroyed with the interpreter's lock held; the Kit calls it without the lock.
 class CallWatcher : public korvane::Watcher {
 public:
-    /// `progress`: a callable; None for nobody; True for a bar by tqdm, where that is installed.
+    /// `progress`: a callable; None for no reports; True for a bar by tqdm, where that is installed.
     explicit CallWatcher(const pybind11::object& progress);
 
     void OnTask(const korvane::Task& task) override;
@@ -34,10 +34,11 @@ private:
     std::atomic<bool> m_bStopped = false;
 };
 
-/// Whether a signal's handler has raised an exception, KeyboardInterrupt for Ctrl-C. Takes the lock to ask.
+/// Whether a signal's handler has raised an exception, such as KeyboardInterrupt for Ctrl-C. Takes the interpreter's
+/// lock.
 bool SignalRaised();
 
-/// Only the main thread runs handlers of signals.
+/// Whether this is the main thread, the only one that runs Python's signal handlers.
 bool IsMainThread();
 
 /// Runs `job(watcher)` without the interpreter's lock and returns its result. Called on the main thread, the job gets a
@@ -60,7 +61,7 @@ auto Run(const pybind11::object& progress, Job job) {
         try {
             result.get();
         } catch (const std::exception&) {
-            // That it was stopped; the interrupt says more.
+            // The `Error` of kind `Stopped` is dropped: the exception of the signal handler is raised instead.
         }
         const pybind11::gil_scoped_acquire locked;
         throw pybind11::error_already_set();

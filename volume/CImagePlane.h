@@ -19,7 +19,7 @@ public:
     CImagePlane(CImagePlane&& other) noexcept;
     ~CImagePlane();
 
-    /// Disabled, since two planes would free one buffer: always throws `std::logic_error`.
+    /// Not supported, since two planes would free one buffer: always throws `std::logic_error`.
     CImagePlane& operator=(const CImagePlane& other);
 
     /// Gives the plane a buffer of its own of a * b * c * d bytes: the two in-plane dimensions, the components of a
@@ -44,5 +44,5 @@ private:
     void Borrow(const CImagePlane& source) noexcept;
     void TakePixels(CImagePlane& source) noexcept;
 
-    bool m_bBorrowed = false;  // m_pData is the business of the plane that this one was copied from
+    bool m_bBorrowed = false;  // the plane that this one was copied from frees m_pData
 };

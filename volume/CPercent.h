@@ -19,7 +19,7 @@ public:
     CPercent& operator=(const CPercent& other);
     virtual ~CPercent();
 
-    /// Called with 0 to 100 whenever the percentage has changed. True stops the work.
+    /// Called with 0 to 100 whenever the percentage has changed. True asks the operation to stop.
     virtual bool OnProgress(short percent);
 
     /// The units of work of the whole operation; 0 counts as 1.

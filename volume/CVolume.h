@@ -106,8 +106,9 @@ public:
     /// 0 and 200.
     void Update();
 
-    /// Writes a description of the volume as text, the same in every locale. A file that cannot be opened or written
-    /// is not reported. Known to callers: type 3 is called "byte", and the orientation lines show addresses.
+    /// Writes a description of the volume as text, the same in every locale. A file that cannot be opened or written is
+    /// not reported. Type 3 (float) is called "byte", and the orientation lines show addresses: hosts depend on the
+    /// text as it is.
     void Dump(const char* const path) const;
 
     // ---- Sampling along z
@@ -117,9 +118,9 @@ public:
     /// apart. Each names its low and high plane, the linear fraction t between them and the smoothed weights
     /// S(t) and S(1 - t), S(x) = 0.1x + 2.7x^2 - 1.8x^3.
     ///
-    /// The cursor moves one plane for each sample at most, so records fall behind where planes lie closer together
-    /// than the voxel size (t is then above 1). That stays, so that pictures of such volumes come out as they always
-    /// have. Who wants the true neighbours takes `m_z` alone and searches the planes.
+    /// The cursor moves one plane for each sample at most, so records fall behind where planes lie closer together than
+    /// the voxel size (t is then above 1). This is deliberate, and hosts depend on it. For the true neighbours take
+    /// `m_z` alone and search the planes.
     ///
     /// A single plane, an extent below one voxel, or a voxel size that is not positive and finite give one record at
     /// plane 0 with weights 1 (high) and 0 (low). No planes give an empty table. Above 1,048,576 records it throws
@@ -143,7 +144,7 @@ public:
     /// goes to the low one), column u and row v, and the distance w from that plane.
     void MapVolToPlane(float x, float y, float z, short* plane, float* u, float* v, float* w) const;
     /// Column u and row v of a plane (not checked) to millimetres. Not the inverse of `MapVolToPlane`: here z is
-    /// measured from plane 0, for hosts that add the position of plane 0 themselves.
+    /// measured from plane 0. The difference is deliberate: hosts add the position of plane 0 themselves.
     void MapPlaneToVol(short plane, float u, float v, float* x, float* y, float* z) const;
     /// Millimetres, z measured from plane 0, to column, row and fractional plane index.
     void MapMMToNormVoxels(float x, float y, float z, float* nx, float* ny, float* nz) const;
@@ -182,5 +183,5 @@ private:
     ZInterpVector InterpolateAt(float z, int low, int high);
     const ZInterpVector& RecordAt(double z) const;
 
-    bool m_bBorrowed = false;  // m_pVolume is the business of the volume that this one was copied from
+    bool m_bBorrowed = false;  // the volume that this one was copied from frees m_pVolume
 };

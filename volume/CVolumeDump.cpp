@@ -22,7 +22,7 @@ void PrintList(std::ostream& out, const char* label, const T* values, int count)
     out << "\n";
 }
 
-// A float volume is called "byte" too, and readers of dumps expect that.
+// A float volume is called "byte" too: hosts depend on the text as it is.
 const char* TypeName(CVolume::PixelType type) {
     switch (type) {
     case CVolume::PT_SHORT: return "short";
@@ -47,7 +47,7 @@ void CVolume::Dump(const char* const path) const {
     PrintList(out, "Dim[4]=", m_Dim, 4);
     PrintList(out, "Space[4]=", m_Space, 4);
     PrintList(out, "Org[4]=", m_Org, 4);
-    // Addresses, not cosines, and the same line twice: kept for those who compare dumps.
+    // Addresses, not cosines, and the same line twice: see `CVolume::Dump`.
     const void* const rows[] = {m_Orient[0], m_Orient[1], m_Orient + 2};
     out << "Orientation\n";
     PrintList(out, "\t", rows, 3);

@@ -17,12 +17,12 @@ constexpr int kLargestTable = 1048576;
 // Planes closer than this coincide; millimetres.
 constexpr double kSamePlane = 1e-7;
 
-// Near 2.7, 1.8 and 0.1, but to be used as they are, so that weights come out the same everywhere.
+// 2.7, 1.8 and 0.1 rounded to single precision: weights are the same to the last bit only with these.
 constexpr double kSquare = 2.6999999955296516;
 constexpr double kCube = 1.7999999970197678;
 constexpr double kLinear = 0.10000000149011612;
 
-// S(0) = 0, S(0.5) = 0.5, S(1) = 1, S(x) + S(1 - x) = 1.
+// The weight S(x) of `CVolume::UpdateZInterpArray`: S(0) = 0, S(0.5) = 0.5, S(1) = 1, S(x) + S(1 - x) = 1.
 double Shape(double x) {
     return x * ((kSquare - kCube * x) * x + kLinear);
 }
@@ -49,7 +49,7 @@ void CVolume::UpdateZInterpArray() {
     m_ZInterp.reserve(static_cast<std::size_t>(last) + 1);
     const int count = static_cast<int>(m_Planes.size());
     int low = 0;
-    int high = 1;  // there is one: a single plane has no extent
+    int high = 1;  // plane 1 exists: a single plane has no extent, and was dealt with above
     for (int i = 0; i <= last; ++i) {
         const float z = static_cast<float>(extent * i / last);
         const float nextZ = PlaneZ(high);

@@ -5,8 +5,9 @@
 /// the two letters name the first two, the missing one is the slice axis. The last three are the transposes of the
 /// first three, in reverse order.
 ///
-/// `CVolume::GetPlaneDimensions` and `GetPlaneIncrements` know only the first three and answer (y, x, z) for `VP_XZ`,
-/// which hosts that lay out pictures by them allow for. The slicer and the reformatter follow this table.
+/// `CVolume::GetPlaneDimensions` and `GetPlaneIncrements` know only the first three, and answer (y, x, z) for `VP_XZ`
+/// although its axes are (x, z, y): hosts depend on these results as they are. The slicer and the reformatter follow
+/// this table.
 enum VolumePlane : int {
     VP_XY = 0,
     VP_YZ = 1,

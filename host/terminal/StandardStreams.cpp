@@ -11,7 +11,7 @@ namespace platform {
 
 namespace {
 
-// What a stream buffer throws becomes the stream's `badbit`.
+// Throws, which a stream turns into its `badbit`.
 [[noreturn]] void Fail() {
     throw std::system_error(errno, std::generic_category());
 }

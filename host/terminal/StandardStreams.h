@@ -1,5 +1,5 @@
-// Standard input and output as binary streams of the standard library. Nothing waits in them: what the program prints
-// before and after keeps its place.
+// Standard input and output as binary streams of the standard library. They are not buffered, so their output keeps its
+// place among what the program prints otherwise.
 #pragma once
 
 #include <istream>

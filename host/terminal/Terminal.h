@@ -18,34 +18,35 @@ int GetTerminalWidth();
 /// both are terminals. Ctrl-C ends the line (`WasInterrupted`).
 bool ReadPassword(const std::string& prompt, std::string& password);
 
-/// From now on the first Ctrl-C (SIGINT) or request to end (SIGTERM) only sets a flag; system calls that wait return
-/// with an error. The next one ends the program as usual.
+/// From now on the first Ctrl-C (SIGINT) or request to end (SIGTERM) only sets a flag, and makes system calls that wait
+/// return with an error. The second one ends the program as usual.
 void CatchInterrupts();
 
-/// Whether one has come.
+/// Whether Ctrl-C or a request to end has come since `CatchInterrupts`.
 bool WasInterrupted();
 
-/// Ends the program the way that Ctrl-C (or the request to end) would have ended it, once everything is in order, so that
-/// a shell's loop around it ends too: by the signal; on Windows with exit status 1. Output is flushed before.
+/// Ends the program as Ctrl-C (or the request to end) would have ended it, to be called when everything is in order: by
+/// the signal, so that a shell's loop around the program ends too; on Windows with exit status 1. Output is flushed
+/// before.
 [[noreturn]] void EndByInterrupt();
 
-/// Standard output and error take UTF-8 and bytes as they are, without line-end translation. On Windows both are
-/// buffered from then on: flush what shall be seen at once.
+/// Makes standard output and error take UTF-8 and bytes unchanged, without translation of line ends. On Windows both
+/// are buffered from then on: flush what shall be seen at once.
 void PrepareStandardOutput();
 
-/// Whether standard output takes `kOutputStep` bytes within that time without waiting longer, or has failed. Always true on
+/// Waits until standard output takes `kOutputStep` bytes at once or has failed, at most for that time. Always true on
 /// Windows, whose pipes do not tell.
 bool CanWriteOutput(int milliseconds);
-inline constexpr std::size_t kOutputStep = 4096;  ///< what a pipe takes whole once it takes anything
+inline constexpr std::size_t kOutputStep = 4096;  ///< bytes that a pipe takes as a whole if it takes any (PIPE_BUF)
 
-/// Writes to standard output and flushes it. False when its reader has gone (which does not end the program, as a plain
-/// write would) or the system refuses.
+/// Writes to standard output and flushes it. False when the system refuses or the reader has gone; a plain write would
+/// end the program then.
 bool WriteOutput(const char* bytes, std::size_t count);
 
 /// An environment variable in UTF-8; nothing when it is not set.
 std::optional<std::string> GetVariable(const char* name);
 
-/// Standard input gives bytes as they are.
+/// Makes standard input give bytes unchanged.
 void PrepareStandardInput();
 
 /// The arguments of `main` in UTF-8, the program's name first.

@@ -13,15 +13,16 @@ namespace korvane {
 
 namespace {
 
-constexpr std::size_t kLongestName = 57;   // that the FTP library sends
-constexpr std::size_t kLongestPath = 990;  // with room for number and extension
+constexpr std::size_t kLongestName = 57;   // characters; the FTP library cannot send longer ones
+constexpr std::size_t kLongestPath = 990;  // characters, with room left for a number and an extension
 constexpr char kForms[] = "a destination is file:path/name or ftp:user%password@host/path/name";
 
 Error Wrong(const std::string& sentence) {
     return Error(ErrorKind::WrongArgument, sentence);
 }
 
-// Whether what stands before the first colon is no scheme: there is none, or it is a drive or part of a path.
+// Whether the text is a path without a scheme: it has no colon, or what stands before the first one is a drive letter
+// or part of a path.
 bool IsPath(std::string_view url, std::string_view scheme) {
     if (url.find(':') == std::string_view::npos || scheme.size() == 1) return true;
     return scheme.find_first_of("/\\") != std::string_view::npos;

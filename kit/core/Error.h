@@ -16,20 +16,20 @@ enum class ErrorKind {
     NotFound,       ///< a file, folder, host or series that is not there
     NotDicom,       ///< a file that is something else
     Damaged,        ///< data that ends early or contradicts itself
-    Unsupported,    ///< sound data, or a request, that this library has no way for: a codec, a pixel type, a format
-    Irregular,      ///< a series that makes no even volume, where the caller refuses such
-    Refused,        ///< another program said no, or broke off
-    Disk,           ///< the system would not read, write, create or rename
-    Stopped,        ///< the caller's `Watcher` asked for it
-    WrongArgument,  ///< arguments that make no sense, or name nothing, or more than one thing
+    Unsupported,    ///< sound data, or a request, that this library cannot handle: a codec, pixel type or format
+    Irregular,      ///< a series that makes no even volume, and the caller asked to refuse those
+    Refused,        ///< another program refused, or broke the connection off
+    Disk,           ///< the system failed to read, write, create or rename
+    Stopped,        ///< the caller's `Watcher` asked the job to stop
+    WrongArgument,  ///< arguments that make no sense, or that name nothing or several things
 };
 
 /// A stable word for reports: "not found", "not DICOM", "damaged", "unsupported", "irregular", "refused", "disk",
 /// "stopped", "wrong argument".
 KORVANE_KIT const char* WordOf(ErrorKind kind);
 
-/// Thrown by every function of the Kit that cannot do what it was asked. `what()` is one sentence for people, which names
-/// the file and the reason; it may hold bytes of file names and values as they are: escape them before printing.
+/// Thrown by every function of the Kit that cannot do what it was asked. `what()` is one sentence for people, which
+/// names the file and the reason; it may hold bytes of file names and values as they are: escape them before printing.
 /// Beside it only `std::bad_alloc` is thrown.
 class KORVANE_KIT Error : public std::runtime_error {
 public:
@@ -62,8 +62,8 @@ private:
 
 /// The text of an `errno` value; "unknown reason" for 0.
 KORVANE_KIT std::string SystemText(int error);
-/// Why something could not be done with a path. By the `errno` value that the error stands for, where there is one:
-/// Windows' own texts are in the user's language and in the system's code page.
+/// Why something could not be done with `path`. The text is that of the `errno` value that matches the error, where
+/// there is one, since Windows' own texts are in the user's language and in the system's code page.
 KORVANE_KIT std::string SystemText(const std::error_code& error, const std::string& path);
 
 }  // namespace korvane

@@ -21,14 +21,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Why a server's last reply is the last one. Only a refusal is a reason in itself.
+// The reason of a failure, from the server's last reply. A reply that refuses (4xx, 5xx) is the reason itself; any
+// other only says how far the server had come.
 std::string ReasonOf(const std::string& reply, const std::string& otherwise) {
     const std::string line = reply.substr(0, reply.find_first_of("\r\n"));
     if (line.empty()) return otherwise;
     return line[0] == '4' || line[0] == '5' ? line : otherwise + ", after " + line;
 }
 
-// Writes nothing; fails where a local file could not be made for want of its folder.
+// Writes nothing, but fails where the folder of a local file is missing.
 class DryWriter : public CFileWriter {
 public:
     DryWriter(bool local, bool makesFolders) : m_bLocal(local), m_bMakesFolders(makesFolders) {}
@@ -50,19 +51,20 @@ private:
     bool m_bMakesFolders;
 };
 
-// Keeps the files that several new ones replace, until all of those have their names: else a failure in the middle would
-// cost the user what was there before.
+// Keeps the old files that are replaced by several new ones until all of the new ones have their names, so that a
+// failure in the middle can put the old ones back.
 class ReplacedFiles {
 public:
     explicit ReplacedFiles(const std::vector<std::string>& names) {
         for (const std::string& name : names) {
             std::error_code error;
             if (!fs::is_regular_file(PathFromText(name), error)) continue;
-            platform::ReplacingFile aside;  // for a name that nobody has
+            platform::ReplacingFile aside;  // only for a name that no file has
             if (!aside.Reserve(name)) continue;
             const std::string other = aside.GetUnfinished();
             aside.Discard();
-            // A second name costs nothing, but one of a file that is in use could not be removed everywhere.
+            // The old file is kept by a second name where that name can be removed while the file is in use (see
+            // `RemovesOpenFiles`).
             const bool canLink = platform::RemovesOpenFiles();
             if (canLink) fs::create_hard_link(PathFromText(name), PathFromText(other), error);
             if (error || !canLink) fs::copy_file(PathFromText(name), PathFromText(other), error);
@@ -87,16 +89,16 @@ public:
     }
 
 private:
-    std::vector<std::pair<std::string, std::string>> m_Kept;  // the name, and where the old file is meanwhile
+    std::vector<std::pair<std::string, std::string>> m_Kept;  // the name of an old file, and the path where it is kept
 };
 
-// What the operations of a library writer return when all went well.
+// What the operations of the two writers of the library return on success, for they differ.
 struct WriterForm {
     int closed = 0;
     bool countsBytes = false;  ///< `Write` returns bytes, not items
 };
 
-// Tells `ExportFiles` what happens to the files of a library writer.
+// A writer of the library that reports all that happens to its files to `ExportFiles`.
 template <class Base>
 class WatchedWriter : public Base {
 public:
@@ -118,7 +120,7 @@ public:
         errno = 0;
         const unsigned written = Base::Write(bytes, size, count);
         if (written != (m_Form.countsBytes ? size * count : count)) {
-            if (m_Form.countsBytes) Base::Close();  // only then the server says what the matter is
+            if (m_Form.countsBytes) Base::Close();  // the server gives its reason only when the file is closed
             m_Files.Fail("cannot write " + m_Files.GetOutputs().back().name, Reason());
         } else {
             m_Files.Count(bytes, std::size_t{size} * count);
@@ -183,7 +185,7 @@ std::unique_ptr<CFileWriter> ExportFiles::MakeWriter() {
     return writer;
 }
 
-// A server may repeat what it was sent.
+// Blots out the password, which a server's reply may repeat.
 std::string ExportFiles::WithoutPassword(const std::string& reply) const {
     std::string text = reply;
     const std::string& password = m_Destination.password;
@@ -283,8 +285,8 @@ std::vector<std::string> ExportFiles::GetNames() const {
 void ExportFiles::Commit() {
     using Existing = platform::ReplacingFile::Existing;
     ReplacedFiles replaced(m_Outputs.size() > 1 && !m_bKeep ? GetNames() : std::vector<std::string>());
-    // The header is the first and is named last: a reader that finds it finds the rest, and an image that is in use,
-    // which Windows does not let go, costs nothing of what was there before.
+    // The first file is the header, and it gets its name last, so that a reader who finds it finds the others. When an
+    // image is in use, which Windows does not let replace, nothing has been replaced yet.
     for (std::size_t i = m_Outputs.size(); i-- > 0;) {
         if (m_Unfinished[i] == nullptr || m_Unfinished[i]->Commit(m_bKeep ? Existing::Refuse : Existing::Replace))
             continue;
@@ -300,7 +302,7 @@ void ExportFiles::Commit() {
 }
 
 void ExportFiles::Discard() noexcept {
-    if (m_Unfinished.empty()) return;  // all have their names
+    if (m_Unfinished.empty()) return;  // all files have their names already
     m_Unfinished.clear();
     if (!m_bDryRun && !m_Destination.isFtp) m_Outputs.clear();
 }

@@ -1,4 +1,4 @@
-// The files that an exporter writes: nothing that is not whole ends up under its name.
+// The files that an exporter writes, each of which is whole under its name or not there.
 #pragma once
 
 #include "Destination.h"
@@ -19,8 +19,9 @@ class ReplacingFile;
 
 namespace korvane {
 
-/// Remembers what the writer met, since an exporter's `true` does not tell. Local files are written as ".name.RANDOM.part" and
-/// get their names when all are whole; what a server was sent under its name is emptied when it did not become whole.
+/// The files of one export. The first failure of their writer is kept here, because exporters return true even when
+/// writing has failed. Local files are written as ".name.RANDOM.part" and get their names when all of them are whole.
+/// Files on a server are written under their names, and are emptied when they did not become whole.
 class ExportFiles {
 public:
     explicit ExportFiles(Destination destination, const Watch& watch = {});
@@ -29,24 +30,24 @@ public:
     ExportFiles& operator=(const ExportFiles&) = delete;
 
     // Settings, to be made before `MakeWriter`:
-    void SetDryRun() { m_bDryRun = true; }        ///< nothing is written, no server is asked
-    void SetChecksums() { m_bChecksums = true; }  ///< of all that is written
-    void SetMakeFolders() { m_bFolders = true; }  ///< that are missing
-    void SetKeepExisting() { m_bKeep = true; }    ///< a local file of the name is not replaced: a failure
-    void Reserve(const std::string& path);        ///< a local file that shall be something else
+    void SetDryRun() { m_bDryRun = true; }        ///< nothing is written, and no server is connected to
+    void SetChecksums() { m_bChecksums = true; }  ///< compute the CRC-32 of each file
+    void SetMakeFolders() { m_bFolders = true; }  ///< make folders that are missing
+    void SetKeepExisting() { m_bKeep = true; }    ///< fail instead of replacing a local file
+    void Reserve(const std::string& path);        ///< a local path that none of the files may take
 
     /// A writer for the exporter, which owns it; this object must outlive it. An FTP destination is logged in to.
     /// Throws `Error`.
     std::unique_ptr<CFileWriter> MakeWriter();
 
-    /// What went wrong first; "" when nothing did.
+    /// The first failure; "" when there was none.
     const std::string& GetFailure() const { return m_Failure; }
-    /// That, as an `Error`; one of kind `Stopped` when the job was to end.
+    /// Throws the first failure as an `Error`; one of kind `Stopped` when the job was stopped.
     [[noreturn]] void ThrowFailure() const;
     const std::vector<ExportOutput>& GetOutputs() const { return m_Outputs; }
     std::vector<std::string> GetNames() const;
 
-    /// Gives local files their names. Throws `Error`; none has its name then.
+    /// Gives local files their names: all of them, or none and an `Error` is thrown.
     void Commit();
     /// Removes local files that have no name yet.
     void Discard() noexcept;
@@ -76,7 +77,7 @@ private:
     bool m_bFolders = false;
 };
 
-/// Empties the files that a server got in part. The message says whether that worked.
+/// Empties the files of which a server got only a part. The result is a message that says whether that worked.
 std::string EmptyRemoteFiles(CFileWriter& writer, const ExportFiles& files);
 
 }  // namespace korvane

@@ -22,7 +22,7 @@ constexpr std::chrono::milliseconds kGrace{100};
 struct FtpWriter::Session {
     std::mutex mutex;
     std::condition_variable changed;
-    std::function<unsigned(CFTPSend&)> call;  // set: to be done
+    std::function<unsigned(CFTPSend&)> call;  // the call to be made; empty: none
     unsigned result = 0;
     std::string reply;
     bool isOver = false;
@@ -68,7 +68,7 @@ FtpWriter::~FtpWriter() {
     WaitForThread();
 }
 
-// Until the thread has nothing to do, or is given up. True when it has come back.
+// Waits until the thread has finished its call, or has ended where the session is over. False when it was given up.
 bool FtpWriter::WaitForThread() {
     std::unique_lock<std::mutex> lock(m_pSession->mutex);
     const auto isBack = [this] { return m_pSession->isOver ? m_pSession->hasEnded : !m_pSession->call; };
@@ -133,7 +133,7 @@ unsigned FtpWriter::Write(void* bytes, unsigned size, unsigned count) {
 int FtpWriter::Print(const char* format, ...) {
     std::va_list arguments;
     va_start(arguments, format);
-    char text[512];  // as much as one call of the module's sends
+    char text[512];  // the longest text that `CFTPSend::Print` sends
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     if (length < 0) return length;

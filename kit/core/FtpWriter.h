@@ -1,4 +1,4 @@
-// The module's FTP writer, in which nobody has to wait for a server.
+// The module's FTP writer, made so that a stop never has to wait for the server.
 #pragma once
 
 #include "export/CFTPSend.h"
@@ -10,9 +10,9 @@
 
 namespace korvane {
 
-/// Uploads like `CFTPSend`, whose calls wait for the server for as long as it pleases: here they run on a thread of the
-/// session's own, with data that it owns. Once `stop` says yes, the call at hand has 0.1 seconds left to come back; then
-/// it fails, as do all later ones, and the thread is left to end with its connection.
+/// Uploads as `CFTPSend` does, but stops at once. The calls of `CFTPSend` wait until the server answers; here they run
+/// on a thread of the session, with copies of the data. Once `stop` says yes, the present call has 0.1 seconds left to
+/// return. Then it fails, as do all later ones, and the thread is left alone until its connection ends.
 class FtpWriter : public CFileWriter {
 public:
     /// `stop` is asked by the calling thread while it waits; null: never.
@@ -22,10 +22,10 @@ public:
     FtpWriter(const FtpWriter&) = delete;
     FtpWriter& operator=(const FtpWriter&) = delete;
 
-    /// False when there is no session; the reply then says why, as that which `CFTPSend::Connect` throws.
+    /// False when there is no session; `StrError` is then the text that `CFTPSend::Connect` throws.
     bool Connect(const std::string& host, const std::string& user, const std::string& password);
 
-    // As those of `CFTPSend`, but for `Print`, which callers make a `Write` of.
+    // As those of `CFTPSend`. `Print` formats here, and sends the text by `Write`.
     bool Open(const char* path, const char* mode) override;
     int Close() override;
     unsigned Write(void* bytes, unsigned size, unsigned count) override;
@@ -35,7 +35,7 @@ public:
 
 private:
     struct Session;
-    /// Runs a call on the session's thread; its result, or `otherwise` where it was given up.
+    /// Runs a call on the session's thread and returns its result, or `otherwise` where the call was given up.
     unsigned Call(std::function<unsigned(CFTPSend&)> call, unsigned otherwise);
     bool WaitForThread();
 

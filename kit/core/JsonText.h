@@ -1,4 +1,4 @@
-// Texts of reports on their way into JSON, which holds UTF-8 alone.
+// Texts for JSON, which must be UTF-8.
 #pragma once
 
 #include "TextEncoding.h"
@@ -8,7 +8,7 @@
 
 namespace korvane {
 
-/// Texts of files and peers may be any bytes: what is not UTF-8 is escaped.
+/// The text with every byte that is not valid UTF-8 written as \xNN: texts from files and peers may hold any bytes.
 inline std::string JsonText(const std::string& text) {
     return TextDecoder("ISO_IR 192").ToUtf8(text);
 }

@@ -39,7 +39,7 @@ void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::ve
         std::error_code entryError;
         if (entry->is_regular_file(entryError)) files.push_back(TextFromPath(entry->path()));
         if (entry->is_directory(entryError) && !entry->is_symlink(entryError)) {
-            // Going on into a folder that cannot be read would end the whole walk.
+            // The iterator ends the whole walk at a folder that it cannot open, so each one is tried first.
             const fs::directory_iterator tried(entry->path(), entryError);
             if (entryError) {
                 unreadable.push_back(CannotRead(entry->path(), entryError));

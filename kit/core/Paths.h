@@ -1,4 +1,4 @@
-// Paths: UTF-8 texts in the Kit, whatever the system has outside.
+// Paths, which are UTF-8 texts in the Kit on every system.
 #pragma once
 
 #include "Watch.h"
@@ -9,10 +9,11 @@
 
 namespace korvane {
 
-/// Slashes and backslashes both separate.
+/// The path of a text in which slashes and backslashes both separate.
 std::filesystem::path PathFromText(const std::string& text);
 
-/// Slashes separate on every system, so that lists of files have the same order, and texts the same bytes, everywhere.
+/// The text of a path, with slashes as separators on every system, so that lists of files have the same order and texts
+/// the same bytes everywhere.
 std::string TextFromPath(const std::filesystem::path& path);
 
 /// Appends the regular files in a folder and below it, and a line for each folder that cannot be read.

@@ -8,7 +8,7 @@ namespace korvane {
 
 namespace {
 
-/// Bytes of the UTF-8 character at the front; 0 where there is none.
+// The number of bytes of the UTF-8 character at the front; 0 where there is no valid one.
 std::size_t LengthOfCharacter(std::string_view text) {
     const auto first = static_cast<unsigned char>(text[0]);
     const std::size_t length = first < 0x80                    ? 1
@@ -21,7 +21,7 @@ std::size_t LengthOfCharacter(std::string_view text) {
         if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) return 0;
     }
     if (length < 3) return length;
-    // Overlong forms, halves of surrogate pairs, and what lies behind the last character.
+    // Not valid: overlong forms, halves of surrogate pairs, and numbers above U+10FFFF.
     const auto second = static_cast<unsigned char>(text[1]);
     const bool wrong = (first == 0xE0 && second < 0xA0) || (first == 0xED && second >= 0xA0) ||
                        (first == 0xF0 && second < 0x90) || (first == 0xF4 && second >= 0x90);
@@ -33,7 +33,7 @@ bool IsPlain(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || kSigns.find(c) != std::string_view::npos;
 }
 
-/// Windows takes these for devices, whatever extension follows.
+// Whether Windows takes the name for a device, whatever extension follows.
 bool IsDevice(std::string_view name) {
     static constexpr std::array<std::string_view, 4> kDevices = {"con", "prn", "aux", "nul"};
     const std::string stem = FoldName(name.substr(0, name.find('.')));

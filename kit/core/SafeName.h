@@ -1,4 +1,4 @@
-// The one way from texts of data to names of files.
+// Makes names of files from texts of data; nothing else in the Kit does.
 #pragma once
 
 #include <cstddef>
@@ -7,12 +7,14 @@
 
 namespace korvane {
 
-/// A name that every system takes for one plain file, from a text that nobody vouches for: no separators, blanks, controls
-/// or signs that shells, URLs and systems read something into; no dot or hyphen in front, no dot at the end, no device of
-/// Windows; valid UTF-8 of at most `most` bytes. "" stays "". Two texts may give the same name.
+/// Makes a name from an untrusted text that every system takes for one plain file: without separators, blanks, control
+/// characters and signs that have a meaning to shells, in URLs or to a file system; not beginning with a dot or hyphen,
+/// not ending in a dot, not the name of a Windows device; valid UTF-8 of at most `most` bytes. "" stays "". Two texts
+/// may give the same name.
 std::string MakeSafeName(std::string_view text, std::size_t most = 120);
 
-/// What two names have in common that some system would take for the same file: letters of A to Z in lower case.
+/// The name with A to Z in lower case. Names that some system takes for the same file, because it ignores case, give
+/// the same result.
 std::string FoldName(std::string_view name);
 
 }  // namespace korvane

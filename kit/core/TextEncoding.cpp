@@ -86,8 +86,8 @@ std::string Visible(std::string_view text) {
     return out;
 }
 
-// A set of (0008,0005). `escapeLow`, `escapeHigh`: what calls it into the lower or the upper half of the code table,
-// behind the escape character.
+// A character set of (0008,0005). `escapeLow` and `escapeHigh` are the sequences, without the escape character itself,
+// that call it into the lower or the upper half of the code table.
 struct CodedSet {
     enum class Kind { Ascii, Single, Katakana, Romaji, Pairs, Utf8, Whole };
 
@@ -167,7 +167,7 @@ bool IsHigh(char character) {
     return (static_cast<unsigned char>(character) & 0x80U) != 0;
 }
 
-// Whether two bytes are a character's of a set of pairs, in one half of the code table.
+// Whether the text begins with a character of a two-byte set, both bytes being in the given half of the code table.
 bool IsPair(std::string_view text, bool high) {
     if (text.size() < 2) return false;
     const unsigned low = high ? 0xA1 : 0x21;
@@ -188,7 +188,7 @@ std::size_t CountRun(std::string_view text, const CodedSet& set, bool high) {
     return length;
 }
 
-// Bytes that are in no set, one by one.
+// Appends what stands for bytes that are no characters, byte by byte.
 void AppendUndecoded(std::string& out, std::string_view bytes, Undecoded undecoded) {
     for (const char byte : bytes) {
         if (undecoded == Undecoded::Escape) {
@@ -199,7 +199,8 @@ void AppendUndecoded(std::string& out, std::string_view bytes, Undecoded undecod
     }
 }
 
-// Katakana of JIS X 0201, which are in one row of Unicode in the same order. The number of bytes that are none.
+// Appends katakana of JIS X 0201, which stand in Unicode in the same order, one behind the other. Returns the number of
+// bytes that are none.
 std::size_t AppendKatakana(std::string_view run, Undecoded undecoded, std::string& out) {
     std::size_t faults = 0;
     for (std::size_t i = 0; i < run.size(); ++i) {
@@ -217,7 +218,7 @@ std::size_t AppendKatakana(std::string_view run, Undecoded undecoded, std::strin
     return faults;
 }
 
-// The bytes of the character that a text begins with, in a code of one length or in GBK and GB 18030.
+// The number of bytes of the character that a text begins with.
 std::size_t CharacterLength(const CodedSet& set, std::string_view text) {
     if (set.kind != Kind::Whole) return set.kind == Kind::Pairs ? 2 : 1;
     const auto at = [&](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
@@ -226,8 +227,8 @@ std::size_t CharacterLength(const CodedSet& set, std::string_view text) {
     return at(1) >= 0x40 ? 2 : 1;
 }
 
-// A run of one set's characters. Where it cannot be converted as a whole it goes character by character. The number of
-// bytes that are no characters.
+// Appends a run of characters of one set: as a whole, or character by character where the system cannot convert the
+// whole. Returns the number of bytes that are no characters.
 std::size_t AppendRun(const CodedSet& set, std::string_view run, Undecoded undecoded, std::string& out) {
     if (set.kind == Kind::Katakana) return AppendKatakana(run, undecoded, out);
     platform::TextConverter converter(set.code);
@@ -339,7 +340,7 @@ std::optional<std::string> TextDecoder::FromUtf8(std::string_view text) const {
         return bytes;
     }
     bool possible = true;
-    std::size_t run = 0;  // of characters outside ASCII, which stay together in one set
+    std::size_t run = 0;  // bytes of a run of characters outside ASCII, which is encoded in one set
     for (std::size_t at = 0; possible && at < text.size(); at += run) {
         for (run = 0; at + run < text.size() && IsHigh(text[at + run]);) ++run;
         if (run == 0) {
@@ -353,7 +354,8 @@ std::optional<std::string> TextDecoder::FromUtf8(std::string_view text) const {
     return bytes;
 }
 
-// In the first of the sets that has all of its characters, and back to where a value begins.
+// Appends a run in the first of the sets that has all of its characters, then the escape sequence back to the set that
+// is in force where a value begins. False when no set has all of them.
 bool TextDecoder::EncodeRun(std::string_view run, std::string& bytes) const {
     for (const CodedSet* const set : m_Sets) {
         std::string encoded;

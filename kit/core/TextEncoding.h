@@ -1,4 +1,4 @@
-// Texts of unknown origin on their way to a terminal or into JSON.
+// The character sets of data sets (PS3.3 C.12.1.1.2), converted to UTF-8 and back.
 #pragma once
 
 #include "Visible.h"
@@ -13,13 +13,13 @@ namespace korvane {
 
 struct CodedSet;
 
-/// What becomes of bytes that are no characters of their set.
+/// What takes the place of bytes that are no characters of their set.
 enum class Undecoded {
-    Escape,   ///< each is \xNN: for people, nothing is lost
-    Replace,  ///< each is U+FFFD, which no value holds otherwise: for programs
+    Escape,   ///< \xNN for each byte: for people; nothing is lost
+    Replace,  ///< U+FFFD for each byte: for programs; values do not have that character otherwise
 };
 
-/// How a text is delimited: code extensions end at a delimiter (PS3.5 6.1.2.5.3).
+/// Where code extensions end, and the first set begins again (PS3.5 6.1.2.5.3).
 enum class TextForm {
     Plain,  ///< at backslashes, line and page ends, tabs
     Name,   ///< of a person: at ^ and = too
@@ -32,32 +32,32 @@ enum class TextForm {
 /// Values are decoded whole and split afterwards: in some sets a backslash is the second byte of a character.
 class TextDecoder {
 public:
-    /// The value of (0008,0005); "" without one: ASCII.
+    /// `characterSet` is the value of (0008,0005); "" stands for ASCII.
     explicit TextDecoder(std::string_view characterSet = {});
 
     std::string ToUtf8(std::string_view bytes, TextForm form = TextForm::Plain,
                        Undecoded undecoded = Undecoded::Escape) const;
 
-    /// Whether all bytes are characters.
+    /// Whether all bytes are characters of their sets.
     bool Decodes(std::string_view bytes, TextForm form = TextForm::Plain) const;
 
     /// The bytes for a text in UTF-8; nothing when the set lacks a character.
     std::optional<std::string> FromUtf8(std::string_view text) const;
 
-    /// Whether every set that is named is known.
+    /// Whether every set that (0008,0005) names is known.
     bool IsKnown() const { return m_bKnown; }
 
 private:
     struct State {
-        const CodedSet* low;   // what the bytes below 80 are
-        const CodedSet* high;  // and those above; null: nothing yet
+        const CodedSet* low;   // the set of bytes below 0x80
+        const CodedSet* high;  // the set of the others; null: none has been called
     };
 
     State Begin() const;
     bool EncodeRun(std::string_view run, std::string& bytes) const;
     std::size_t Decode(std::string_view bytes, TextForm form, Undecoded undecoded, std::string& out) const;
 
-    std::vector<const CodedSet*> m_Sets;  // the first is where each value begins; ASCII is not among them
+    std::vector<const CodedSet*> m_Sets;  // the first one is in force where a value begins; ASCII is not among them
     bool m_bBeginsAscii = true;
     bool m_bKnown = true;
 };

@@ -15,12 +15,12 @@ constexpr unsigned kMostJobs = 256;
 
 thread_local bool t_bInPool = false;
 
-// What the threads of one call share.
+// The state that the threads of one call share.
 class Crew {
 public:
     Crew(std::size_t count, std::size_t ahead, const Watch& watch) : m_Count(count), m_Ahead(ahead), m_Watch(watch) {}
 
-    // The next index to work on; false when there is none any more.
+    // Gives out the next index to work on; false when none is left.
     bool Begin(std::size_t& index) {
         std::unique_lock lock(m_Mutex);
         m_Changed.wait(lock, [this] { return m_bEnd || m_Next >= m_Count || m_Next < m_Taken + m_Ahead; });
@@ -48,7 +48,7 @@ public:
         t_bInPool = before;
     }
 
-    // Waits until an index is made; false when it never will be.
+    // Waits until `make` of an index has returned; false when it never will, after a failure or a stop.
     bool Await(std::size_t index) {
         std::unique_lock lock(m_Mutex);
         m_Changed.wait(lock, [this, index] { return m_Made[index] || (m_bEnd && !IsUnderWay(index)); });
@@ -111,7 +111,7 @@ public:
         try {
             for (unsigned i = 0; i < count; ++i) m_Threads.emplace_back([&crew, &body] { crew.Work(body); });
         } catch (const std::system_error&) {
-            // Fewer than wanted; the caller works as well, or sees that there are none.
+            // The system gave fewer threads than wanted: the calling thread works as well, or checks that there is one.
         }
     }
     ~Threads() { Join(); }

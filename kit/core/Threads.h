@@ -9,17 +9,19 @@
 
 namespace korvane {
 
-/// How many threads a job may use: as many as asked for, or one for each core where `asked` is 0. At least 1, at most 256.
+/// How many threads a job may use: as many as asked for, or one for each core where `asked` is 0. At least 1, at most
+/// 256.
 unsigned CountJobs(unsigned asked);
 
-/// Calls `body(0)` to `body(count - 1)` on up to `jobs` threads (see `CountJobs`), the calling one among them, and returns
-/// when all are done. Indices are handed out in ascending order. When a body throws, or the watcher stops the job, no more
-/// are begun; the exception of the lowest index reaches the caller once all threads have ended. Called from within a body
-/// it runs on that thread alone: pools do not nest.
+/// Calls `body(0)` to `body(count - 1)` on up to `jobs` threads (see `CountJobs`), the calling one among them, and
+/// returns when all are done. Indices are handed out in ascending order. When a body throws, or the watcher stops the
+/// job, no more are begun; the exception of the lowest index reaches the caller once all threads have ended. Called
+/// from within a body it runs on that thread alone: pools do not nest.
 void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::function<void(std::size_t)>& body);
 
-/// Makes on all cores, takes in order: `make(i)` runs side by side, for at most `ahead` indices beyond the last one taken;
-/// `take(i)` runs on the calling thread, for 0 to `count - 1`, each after its `make` has returned. Exceptions as above.
+/// Makes results on all cores and takes them in order. `make(i)` runs on up to `jobs` threads, for at most `ahead`
+/// indices beyond the last one taken. `take(i)` runs on the calling thread, for 0 to `count - 1` in order, each after
+/// `make(i)` has returned. Exceptions are as with `ForEach`.
 void ForEachInOrder(unsigned jobs, std::size_t count, std::size_t ahead, const Watch& watch,
                     const std::function<void(std::size_t)>& make, const std::function<void(std::size_t)>& take);
 

@@ -1,4 +1,4 @@
-// Texts of unknown origin on their way to a terminal.
+// Texts of unknown origin, made safe for a terminal.
 #pragma once
 
 #include "KitExport.h"

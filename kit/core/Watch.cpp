@@ -33,7 +33,7 @@ TaskProgress::~TaskProgress() {
     if (watcher == nullptr) return;
     try {
         watcher->OnTaskEnd();
-    } catch (...) {  // the task is over all the same, and there may be an exception under way
+    } catch (...) {  // a destructor must not throw, and another exception may be under way
     }
 }
 

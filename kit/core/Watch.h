@@ -1,4 +1,4 @@
-// The Kit's side of a watcher: one object for a job, and one for each task in it.
+// How the Kit's jobs use the caller's `Watcher`: one `Watch` for a job, one `TaskProgress` for each task in it.
 #pragma once
 
 #include "Watcher.h"
@@ -9,7 +9,8 @@
 
 namespace korvane {
 
-/// A job's link to the caller's watcher; cheap to copy. With no watcher nobody listens and nothing stops.
+/// Passes a job's reports and questions to the caller's watcher; cheap to copy. Without a watcher reports are dropped
+/// and nothing stops.
 class Watch {
 public:
     Watch() = default;
@@ -28,7 +29,8 @@ private:
     Watcher* m_pWatcher = nullptr;
 };
 
-/// A task, from its first unit to the last. It is also the module's callback (`SetCallback`), which counts the same units.
+/// A task, from its first unit to the last. It is also the module's callback (`SetCallback`), which counts the same
+/// units.
 class TaskProgress : public CPercent {
 public:
     TaskProgress(const Watch& watch, std::string label, std::int64_t total, double unitBytes = 0);
@@ -36,10 +38,10 @@ public:
     TaskProgress(const TaskProgress&) = delete;
     TaskProgress& operator=(const TaskProgress&) = delete;
 
-    /// For the module: true stops it.
+    /// Called by the module; true stops it.
     bool OnProgress(short percent) override;
 
-    /// Units that the Kit has done itself. Throws `Error` of kind `Stopped`.
+    /// Counts units that the Kit has done itself. Throws `Error` of kind `Stopped` when the job is to end.
     void Step(std::int64_t units = 1);
 
 private:

@@ -1,4 +1,4 @@
-// How a long job tells of its progress, and is stopped.
+// How a long job reports its progress, and how it is stopped.
 #pragma once
 
 #include "Finding.h"
@@ -13,11 +13,11 @@ namespace korvane {
 struct Task {
     std::string label;       ///< a word or two: "reading headers"
     std::int64_t total = 0;  ///< units of work; at least 1
-    double unitBytes = 0;    ///< what one unit moves, for a rate in bytes; 0 for a rate in units
+    double unitBytes = 0;    ///< bytes that one unit moves, for a rate in bytes; 0 for a rate in units
 };
 
-/// The caller's ear and hand in a long job. Every long function of the Kit takes a pointer to one; null means that nobody
-/// listens and nothing stops. The object stays the caller's and must outlive the call.
+/// Lets the caller follow and stop a long job. Every long function of the Kit takes a pointer to one; with null nothing
+/// is reported and the job cannot be stopped. The object stays the caller's and must outlive the call.
 ///
 /// The functions are called from the thread that called the job, except `IsStopped`, which any thread of the job asks,
 /// some tens of times a second: it must be safe for that, must be quick, and must not throw. What the others throw ends
@@ -42,8 +42,8 @@ public:
     virtual void OnTaskEnd();
     /// Something odd that the caller should know now: a file that failed while the job goes on, a choice that was made.
     virtual void OnFinding(const Finding& finding);
-    /// Whether the job shall end. It then throws an `Error` of kind `Stopped` within 0.2 seconds, and leaves nothing
-    /// half-written.
+    /// Whether the job shall end. After a true it throws an `Error` of kind `Stopped` within 0.2 seconds, and leaves
+    /// nothing half-written.
     virtual bool IsStopped() noexcept;
 };
 

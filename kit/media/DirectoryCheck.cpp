@@ -47,8 +47,8 @@ std::uint32_t FindOffset(const DICOMObject& dataSet, Tag tag) {
                : 0;
 }
 
-// The file that a file ID names, below the root; "" for what is none. The components come from the directory: only
-// names that lead nowhere else are taken.
+// The path, relative to the root, of the file that a file ID names; "" for a text that is no file ID. The directory is
+// not trusted: a component that could lead out of the root is refused.
 std::string PathOf(const std::string& fileId) {
     std::string path;
     std::size_t begin = 0;
@@ -103,13 +103,14 @@ private:
         if (m_Report.problems.size() == kMostProblems - 1) m_Report.problems.emplace_back("and more");
     }
 
-    /// Records that lie in each other would be read again and again: more than the whole is not looked at.
+    // Notes a problem when more bytes of records have been read than the file has: they overlap. A hostile directory
+    // could have the same bytes read again and again.
     void NoteOverlap() {
         if (!m_bOverlap) Note("records overlap");
         m_bOverlap = true;
     }
 
-    // The records of one directory entity and all below them; the offset of the last, 0 without one.
+    // Follows the records of one directory entity and all below them. Returns the offset of the last; 0 without one.
     std::uint32_t Follow(std::uint32_t offset, int depth) {
         std::uint32_t last = 0;
         while (offset != 0) {
@@ -136,7 +137,7 @@ private:
         return last;
     }
 
-    // The item at an offset of the file.
+    // Reads the record at an offset of the file.
     bool Parse(std::uint32_t offset, DICOMDataObject& record) {
         if (offset > m_Bytes.size() || m_Bytes.size() - offset < 8) return false;
         const int order = m_Syntax == kExplicitBigEndian ? Buffer::kBigEndian : Buffer::kLittleEndian;

@@ -8,7 +8,7 @@
 
 namespace korvane {
 
-/// `CheckMedium` with a directory that may have another name.
+/// As `CheckMedium`; `directory` is the path of the DICOMDIR, which may have another name.
 MediumContents CheckDirectory(const std::string& root, const std::string& directory, MediumDepth depth,
                               const Watch& watch);
 

@@ -27,7 +27,7 @@ MediaHeader CannotBeRead(int error, const Watch& watch) {
     return LeftOut("cannot be read: " + SystemText(error));
 }
 
-// Empty when the data set can go onto a medium; `beyond`: bytes of the file behind those that were looked at.
+// Why the data set cannot go onto a medium; empty when it can. `beyond`: bytes of the file behind those that were read.
 std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
     const DICOMObject& dataSet = *file.dataSet;
     const bool hasMeta = !FindText(dataSet, tags::TransferSyntaxUID).empty();
@@ -35,7 +35,7 @@ std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transc
     if (!file.complete) return "its data set ends early or is damaged";
     if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
     if (hasMeta && !file.hasPreamble) return "it has no preamble";
-    // The library's test for the syntax does not see it.
+    // The medium builder's test for the encoding does not recognise such files.
     if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid) return "it is big endian, without meta information";
     if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
     static constexpr std::pair<Tag, const char*> kNeeded[] = {{tags::PatientID, "Patient ID"},
@@ -57,7 +57,8 @@ MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch
     input.SetStopQuestion(watch.GetStopQuestion());
     errno = 0;
     const bool opened = input.Open(path.c_str());
-    const std::uint64_t size = input.GetSize();  // not asking for more spares the read that finds the end
+    const std::uint64_t size =
+        input.GetSize();  // asking for no more than that spares a read that only finds the end of the file
     const auto wanted = static_cast<std::size_t>(size > 0 ? std::min<std::uint64_t>(size, head.size()) : head.size());
     const std::size_t count = opened ? input.Read(head.data(), wanted) : 0;
     if (!opened || input.HasFailed()) return CannotBeRead(errno, watch);

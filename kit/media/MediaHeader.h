@@ -1,4 +1,4 @@
-// What can go onto a medium, judged by the header of a file.
+// Whether a file can go onto a medium, judged by its header.
 #pragma once
 
 #include "../core/Watch.h"
@@ -16,12 +16,13 @@ struct MediaHeader {
     bool notDicom = false;
     bool isDirectory = false;  ///< a DICOMDIR
 
-    /// Its own fault; nobody wants the other two on the medium.
+    /// Whether the file is left out because something is wrong with it; the other two kinds do not belong onto a
+    /// medium.
     bool IsFault() const { return dataSet == nullptr && !notDicom && !isDirectory; }
 };
 
-/// Reads the header, in one go where it is short. Without `transcode` files need meta information, as media ask for it.
-/// Throws `Error` of kind `Stopped`.
+/// Reads a file up to its pixel data, in one call of the system where that is short. Without `transcode` a file without
+/// meta information is left out, since files of a medium must have it (PS3.10 7). Throws `Error` of kind `Stopped`.
 MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch);
 
 }  // namespace korvane

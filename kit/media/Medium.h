@@ -16,10 +16,10 @@ struct MediumOptions {
     std::string fileSetId;                  ///< name of the file-set: at most 16 of A-Z, 0-9, _ and space
     bool transcode = false;      ///< decode what is compressed or big endian; write explicit VR little endian
     bool link = false;           ///< hard links instead of copies where the file system can
-    Watcher* watcher = nullptr;  ///< the caller's; null: nobody listens, nothing stops
+    Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
-/// What a directory leads to.
+/// What the DICOMDIR of a medium leads to.
 struct MediumContents {
     std::string root;
     std::size_t patients = 0;
@@ -31,15 +31,15 @@ struct MediumContents {
 
 struct MediumReport {
     struct LeftOut {
-        std::string path;  ///< empty: about a folder, which `why` names
+        std::string path;  ///< empty where `why` is about a folder, which it names
         std::string why;
-        bool isDirectory = false;  ///< a DICOMDIR, which no medium takes up
+        bool isDirectory = false;  ///< a DICOMDIR, which is never taken onto a medium
     };
 
     MediumContents medium;                  ///< as it was found at the end
-    std::vector<LeftOut> faults;            ///< data that somebody may miss
-    std::vector<LeftOut> copies;            ///< files that are there byte for byte under another name
-    std::vector<LeftOut> notMeant;          ///< not DICOM, or a DICOMDIR
+    std::vector<LeftOut> faults;            ///< DICOM files that are missing on the medium
+    std::vector<LeftOut> copies;            ///< files whose instance is there already, byte for byte the same
+    std::vector<LeftOut> notMeant;          ///< files that are not DICOM, or a DICOMDIR
     std::vector<std::string> privateFiles;  ///< where they lie, relative to the root
 };
 
@@ -49,28 +49,28 @@ struct MediumReport {
 ///     for (const auto& fault : report.faults) std::cerr << fault.path << ": " << fault.why << '\n';
 ///
 /// Sources keep their order, the files of a folder are sorted; of two files with one SOP Instance UID the first stays.
-/// The directory gets its name when all is there: a folder with a DICOMDIR is a whole medium. A second builder for a root
-/// in which one is at work fails and touches nothing (where the file system knows locks; some network ones do not).
+/// The directory gets its name last: a folder with a DICOMDIR is a whole medium. While one builder works in a root,
+/// another one fails and touches nothing, unless the file system has no locks, as some network file systems.
 ///
 /// Throws `Error`: `NotFound` for a source that is not there, or when nothing goes onto the medium; `Disk`, `Damaged`;
-/// `Stopped`. Nothing that it made is there then.
+/// `Stopped`. All that it has made is removed then.
 KORVANE_KIT MediumReport BuildMedium(const std::string& root, const std::vector<std::string>& sources,
                                      const MediumOptions& options = {});
 
 /// How closely a medium is looked at.
 enum class MediumDepth {
     Names,    ///< each named file is there
-    Contents  ///< and says of itself what its record says
+    Contents  ///< and is whole, with the UIDs that its record says
 };
 
-/// Checks the medium in `root`: every offset of its DICOMDIR must lead to a record, none may be led to twice or not at all,
-/// and each named file is there (see `MediumDepth`). Faults are in the report, not thrown. Throws `Error` when the directory
-/// cannot be read (`Disk`, `NotDicom`), and `Stopped`.
+/// Checks the medium in `root`: every offset of its DICOMDIR must lead to a record, none may be led to twice or not at
+/// all, and each named file is there (see `MediumDepth`). Faults are in the report, not thrown. Throws `Error` when the
+/// directory cannot be read (`Disk`, `NotDicom`), and `Stopped`.
 KORVANE_KIT MediumContents CheckMedium(const std::string& root, MediumDepth depth = MediumDepth::Contents,
                                        Watcher* watcher = nullptr);
 
-/// JSON texts: one object each with "schema" ("korvane.media"), "version" (1; it grows when a member changes its meaning
-/// or goes), counts of records, and what was left out.
+/// JSON texts: one object each with "schema" ("korvane.media"), "version" (1; it grows when a member changes its
+/// meaning or goes), counts of records, and what was left out.
 KORVANE_KIT std::string ToJson(const MediumContents& contents);
 KORVANE_KIT std::string ToJson(const MediumReport& report);
 

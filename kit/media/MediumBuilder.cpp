@@ -1,4 +1,4 @@
-// Builds media, so that a DICOMDIR is there only when all is.
+// Builds media. The DICOMDIR gets its name only when everything else is there.
 #include "../core/Error.h"
 #include "../core/Paths.h"
 #include "../core/Watch.h"
@@ -29,7 +29,7 @@ namespace {
 
 constexpr char kFileRoot[] = "DICOM";
 
-// The library's builder, which writes the directory where it is told to.
+// The module's builder, with access to what writes the directory to a path of our own.
 class Builder : public CCDRObject {
 public:
     bool WriteDirectory(const std::string& path) {
@@ -42,7 +42,7 @@ public:
     }
 };
 
-// The folders of a medium in the making: gone again unless they are kept. Nobody else builds in the root meanwhile.
+// The folders of a medium that is being built: removed again unless `Keep` is called. The root is locked meanwhile.
 class MediumFolders {
 public:
     explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {}
@@ -103,7 +103,8 @@ public:
     }
 
 private:
-    // Makes the root where it is not there, which another builder that gives up may take away again meanwhile.
+    // Makes the root where it is missing, and locks it. It tries again where another builder, which has failed, has
+    // removed the root in between.
     void Lock() {
         constexpr int kAttempts = 10;
         for (int attempt = 0;; ++attempt) {
@@ -112,7 +113,7 @@ private:
             if (errno != ENOENT || attempt == kAttempts) break;
         }
         const int error = errno;
-        m_Made.clear();  // what is there is the other's
+        m_Made.clear();  // another builder has made them
         if (error == EBUSY) throw Error(ErrorKind::Disk, "another medium is being built in " + m_Root).InFile(m_Root);
         throw Error(ErrorKind::Disk, "cannot open " + m_Root + ": " + SystemText(error)).InFile(m_Root);
     }
@@ -122,7 +123,7 @@ private:
     platform::FolderLock m_Lock;
     std::vector<fs::path> m_Made;  // folders that were not there, the innermost first
     platform::ReplacingFile m_Directory;
-    bool m_bOwn = false;  // the files are this builder's
+    bool m_bOwn = false;  // the folder of files was empty: what is in it now is of this builder
     bool m_bKept = false;
 };
 
@@ -141,7 +142,7 @@ bool HaveSameBytes(const std::string& a, const std::string& b, const Watch& watc
     }
 }
 
-// Whether what `AddIOD` said is about the file alone, so that the others can still be added.
+// Whether the message that `AddIOD` threw is about one file only, so that the others can still be added.
 bool IsAboutOneFile(const std::string& message) {
     constexpr const char* kBeginnings[] = {"CCDRObject::AddIOD: error loading", "CDRSRDocRecord::", "Error decoding",
                                            "Error encoding"};
@@ -153,7 +154,7 @@ class MediumJob {
 public:
     MediumJob(const std::string& root, const MediumOptions& options)
         : m_Root(root), m_Options(options), m_Watch(options.watcher) {
-        // The builder's dictionary is one for all; that of a codec has the form in which it takes it.
+        // The module's builder has one dictionary for all of its objects, so it is set once and for good.
         [[maybe_unused]] static const bool isSet = [] {
             static DictionaryCodec s_codec;
             CCDRObject::SetDictionary(s_codec.GetDictionary());

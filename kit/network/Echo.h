@@ -1,4 +1,4 @@
-// Whether a DICOM program answers: verification (C-ECHO, PS3.4 A).
+// Checks whether a DICOM program answers: verification (C-ECHO, PS3.4 A).
 #pragma once
 
 #include "../core/Watcher.h"
@@ -14,12 +14,13 @@ struct EchoOptions {
 
 struct EchoReport {
     Peer peer;                   ///< the one that was asked
-    std::string implementation;  ///< as which it named itself; may be empty. Escape it before printing.
-    double milliseconds = 0;     ///< from the request for the association to the answer
+    std::string implementation;  ///< its implementation version name; may be empty. Escape it before printing.
+    double milliseconds = 0;     ///< from the association request to the C-ECHO response
 };
 
-/// Asks for an association, sends one C-ECHO, releases. Throws `Error`: `NotFound` for a host or service that is not known,
-/// `Refused` when there is no connection, no association, no answer in time, or one that is no success; `Stopped`.
+/// Asks for an association, sends one C-ECHO and releases the association. Throws `Error`: `NotFound` for an unknown
+/// host or service; `Refused` without a connection, association or answer in time, or when the answer is a failure;
+/// `Stopped`.
 ///
 ///     korvane::Peer peer{.host = "pacs", .port = "104"};
 ///     std::cout << korvane::Echo(peer).milliseconds << " ms\n";

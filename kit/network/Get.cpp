@@ -18,8 +18,8 @@ namespace korvane {
 
 namespace {
 
-/// Uncompressed ones in one context; each of the others has one of its own, so that the peer need not choose before it
-/// knows what the data is in.
+// The compressed transfer syntaxes to propose. Each gets a presentation context of its own: the peer accepts contexts
+// before it knows in which syntax a data set is.
 std::vector<std::string> CompressedSyntaxes() {
     std::vector<std::string> uids;
     for (const TransferSyntaxRow& row : syntaxes::kTransferSyntaxes) {
@@ -29,8 +29,8 @@ std::vector<std::string> CompressedSyntaxes() {
     return uids;
 }
 
-/// Offered where the peer does not tell the SOP classes, which it need not (PS3.4 C.6.1.1.5): what archives mostly hold.
-/// Two contexts for each of them fit into an association.
+// The storage classes that archives mostly hold. They are proposed where the peer does not tell the SOP classes, which
+// it need not (PS3.4 C.6.1.1.5). They are few enough that two contexts for each fit into an association.
 std::vector<std::string> UsualClasses() {
     constexpr const char* kEnds[] = {
         "1",      "1.1",    "1.1.1",  "1.2",      "1.2.1",    "1.3",      "1.3.1", "2",     "2.1",    "2.2",   "3.1",
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    /// As many units from `first` on as the contexts of one association serve; the index behind them.
+    // Fetches the units from `first` on whose SOP classes fit into one association, and returns the index behind them.
     std::size_t FetchBatch(std::size_t first, TaskProgress& progress) {
         PeerConnection connection(m_Peer, m_Watch);
         QueryUser user(connection, m_Watch);
@@ -106,7 +106,7 @@ private:
 
     std::string_view GetClass() const { return ClassOf(QueryService::Get, m_Options.level, m_Options.patientRoot); }
 
-    /// This side stores on what it has asked for itself: the roles are turned (PS3.7 D.3.3.4).
+    // Proposes the storage classes with the provider's role for this side, though it is the requestor (PS3.7 D.3.3.4).
     void ProposeStorage(DcmService& service, const std::set<std::string>& classes) const {
         const std::vector<std::string> plain = {std::string(kExplicitLittleEndianUid),
                                                 std::string(kImplicitLittleEndianUid)};
@@ -169,7 +169,7 @@ private:
     std::vector<std::string> m_Compressed;
     ReceiveOptions m_Folder;
     std::vector<RetrieveUnit> m_Units;
-    std::vector<RetrieveUnit> m_Again;  // of which nothing came
+    std::vector<RetrieveUnit> m_Again;  // units of which nothing came
     bool m_bSecond =
         false;  // those once more: some peers look at one context of a class alone, so all syntaxes are in that
     RetrieveReport m_Report;

@@ -1,4 +1,4 @@
-// Retrieval by having the peer send, here or elsewhere.
+// C-MOVE: the peer sends, to this program or to another one.
 #include "../core/Error.h"
 #include "Retrieve.h"
 #include "RetrieveUnits.h"
@@ -15,9 +15,9 @@ namespace korvane {
 namespace {
 
 constexpr std::chrono::milliseconds kLook{20};
-constexpr std::chrono::seconds kLastWait{10};  // for what the peer says it has sent
+constexpr std::chrono::seconds kLastWait{10};  // for data sets that the peer says it has sent
 
-/// A receiver on a thread of its own, for as long as the object lives.
+// A receiver on a thread of its own, for as long as the object lives.
 class OwnReceiver : public ReceiveObserver, public Watcher {
 public:
     OwnReceiver(const Peer& peer, const RetrieveOptions& options, const Watch& watch) : m_Watch(watch) {
@@ -36,20 +36,21 @@ public:
     OwnReceiver(const OwnReceiver&) = delete;
     OwnReceiver& operator=(const OwnReceiver&) = delete;
 
-    /// Until it listens. Throws what kept it from that.
+    // Waits until the receiver listens. Throws the exception that kept it from that.
     void AwaitListening() {
         while (!WaitFor(kLook, [this] { return m_bListens || m_Failure; })) m_Watch.StopIfAsked();
         if (m_Failure) std::rethrow_exception(m_Failure);
     }
 
-    /// Until so many data sets have come, and the associations are over that brought them; not for ever.
+    // Waits until so many data sets have come and, unless it is none, an association has ended; at most for
+    // `kLastWait`.
     void AwaitFiles(std::size_t count) {
         const auto end = std::chrono::steady_clock::now() + kLastWait;
         const auto isThere = [&] { return m_Failure || (m_Files.size() >= count && (count == 0 || m_nEnded > 0)); };
         while (!WaitFor(kLook, isThere) && std::chrono::steady_clock::now() < end) m_Watch.StopIfAsked();
     }
 
-    /// Ends it; what came.
+    // Ends the receiver and returns what it has received.
     std::vector<ReceivedFile> Finish() {
         m_bEnd = true;
         m_Thread.join();
@@ -94,7 +95,7 @@ private:
     Watch m_Watch;
     ReceiveOptions m_Options;
     std::atomic<bool> m_bEnd = false;
-    std::mutex m_Mutex;  // of what follows
+    std::mutex m_Mutex;  // guards the members below
     std::condition_variable m_Changed;
     bool m_bListens = false;
     std::size_t m_nEnded = 0;
@@ -173,7 +174,8 @@ private:
             }
             NoteEnd(m_Report, unit, response, failed);
             const bool isRefused = response.completed + response.failed + response.warned + response.remaining == 0;
-            if (response.status != kStatusSuccess && isRefused) {  // some peers have no better word for it
+            if (response.status != kStatusSuccess &&
+                isRefused) {  // some peers answer this to a title that they do not know
                 m_Report.failures.back().why += "; it may not know the title " + m_Destination;
             }
             return;

@@ -7,7 +7,8 @@
 
 namespace korvane {
 
-/// Where it is, and how it is spoken to. Titles are application entity titles (PS3.5 6.2): at most 16 ASCII characters.
+/// Its address, the AE titles of both sides, and time limits. Titles are application entity titles (PS3.5 6.2): at most
+/// 16 ASCII characters.
 struct Peer {
     std::string host;  ///< name or IPv4 address
     std::string port;  ///< a number or the name of a service
@@ -20,7 +21,7 @@ struct Peer {
     std::string Name() const { return host + ":" + port; }
 };
 
-/// Why a text is no application entity title; empty for one.
+/// Why a text is not an application entity title; empty when it is one.
 KORVANE_KIT std::string FaultOfTitle(const std::string& title);
 
 }  // namespace korvane

@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kLook{20};
 
-// A look-up on a thread of its own, which shares it: nothing can break one off, so a stop leaves it alone.
+// A look-up of a host name, shared with the thread that makes it. A look-up cannot be interrupted, so after a stop the
+// thread is left to finish alone.
 struct HostLookUp {
     std::mutex mutex;
     std::condition_variable changed;
@@ -87,7 +88,7 @@ void PeerConnection::Associate() {
         socket.SetTimeout(m_Peer.timeout);
         return;
     }
-    // Texts about connecting show the C library's error number, which says nothing on Windows.
+    // The socket's own text shows the number in `errno`, which is not where Windows keeps socket errors.
     if (socket.HasFailed() && m_Service.GetError().starts_with("Open(")) {
         const std::error_code reason(socket.GetLastError(), std::system_category());
         throw Error(ErrorKind::Refused, m_Peer.Name() + ": cannot connect: " + SystemText(reason, ""));

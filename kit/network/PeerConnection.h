@@ -1,4 +1,4 @@
-// An association with another program, as jobs ask for one.
+// An association with another program, for the Kit's jobs.
 #pragma once
 
 #include "../core/Error.h"
@@ -11,19 +11,20 @@
 
 namespace korvane {
 
-/// Whatever it waits for, a stop ends within a tenth of a second.
+/// A connection to a peer, and the association on it. Whatever a call waits for, it returns within a tenth of a second
+/// after the job is stopped.
 class PeerConnection {
 public:
-    /// Looks host and port up. `peer` must outlive the object. Throws `Error`.
+    /// Looks up host and port. `peer` must outlive the object. Throws `Error`.
     PeerConnection(const Peer& peer, const Watch& watch);
 
     /// For proposals before `Associate`, and for messages after it.
     DcmService& GetService() { return m_Service; }
 
-    /// Throws `Error` when there is no association afterwards.
+    /// Connects and asks for the association. Throws `Error` when it is not accepted.
     void Associate();
 
-    /// What went wrong last, with the peer's name.
+    /// The last failure in words, with the peer's name.
     std::string GetError() const { return m_Peer.Name() + ": " + m_Service.GetError(); }
     std::string GetName() const { return m_Peer.Name(); }
     Error MakeError() const { return {ErrorKind::Refused, GetError()}; }

@@ -19,7 +19,7 @@ constexpr const char* kLevelNames[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};  
 constexpr int kWorklist = static_cast<int>(QueryLevel::Worklist);
 constexpr std::size_t kMostBytes = std::size_t{512} << 20;
 
-/// What is asked for beside the caller's keys.
+// Attributes of each level that are asked for beside the caller's keys.
 const std::vector<std::string> kUsual[] = {
     {"PatientName", "PatientID", "PatientBirthDate", "PatientSex"},
     {"PatientName", "PatientID", "StudyDate", "StudyTime", "AccessionNumber", "ModalitiesInStudy", "StudyDescription",
@@ -35,7 +35,7 @@ const std::vector<std::string> kUsual[] = {
      "ScheduledProcedureStepSequence[0].ScheduledProcedureStepID"},
 };
 
-/// Attributes by the level that they belong to, beyond those above; what is not named belongs to the level asked for.
+// The levels of further attributes. One that is named neither here nor above belongs to the level that is asked for.
 struct LevelKeys {
     int level;
     std::vector<const char*> keywords;
@@ -99,7 +99,7 @@ QueryReport QueryJob::Run() {
     return std::move(m_Report);
 }
 
-/// In the study root model a study has its patient's attributes too.
+// In the study root model a study has its patient's attributes too.
 int QueryJob::LevelOf(const ElementPath& path) const {
     const int asked = static_cast<int>(m_Options.level);
     if (path.GetSteps().size() > 1 || asked == kWorklist) return asked;
@@ -111,7 +111,8 @@ int QueryJob::LevelOf(const ElementPath& path) const {
     return asked;
 }
 
-/// Whether a level above the target must be asked: its key does not name one thing, or more than that key is wanted.
+// Whether a level above the target must be asked itself: its unique key is not given with a single value, or other keys
+// of that level are.
 bool QueryJob::IsAskedAt(int level) const {
     const Tag unique = ElementPath(kUniqueKeys[static_cast<std::size_t>(level)]).GetTag();
     bool isOpen = true;
@@ -123,7 +124,7 @@ bool QueryJob::IsAskedAt(int level) const {
     return isOpen;
 }
 
-/// What the levels from this one to the target have below the entities in `above`.
+// Asks this level for what lies below the entities in `above`, and then the levels down to the target.
 void QueryJob::Descend(int level, Unique& above, const DataSet* upper) {
     const int target = static_cast<int>(m_Options.level);
     const auto index = static_cast<std::size_t>(level);
@@ -154,7 +155,7 @@ void QueryJob::Descend(int level, Unique& above, const DataSet* upper) {
     }
 }
 
-/// Keys of levels above that were asked there stand in the answer as well.
+// Copies keys that were asked for at levels above into an answer of the target level.
 void QueryJob::Complete(DataSet& match, const Unique& above, const DataSet* upper) const {
     for (std::size_t i = 0; i < static_cast<std::size_t>(m_Options.level); ++i) {
         if (!above[i].empty() && !match.Has(kUniqueKeys[i])) match.SetUnchecked(kUniqueKeys[i], above[i]);
@@ -196,7 +197,8 @@ DataSet QueryJob::MakeIdentifier(int level, const Unique& above) const {
     return identifier;
 }
 
-/// All answers of one request; when more come than are wanted, the peer is asked to end, and heard to its end.
+// All answers to one request. When more come than are wanted the request is cancelled, and the peer's last response
+// awaited.
 std::vector<DataSet> QueryJob::Ask(const DataSet& identifier, bool limited) {
     m_User.Request(kFindRQ, ClassOf(QueryService::Find, m_Options.level, m_Options.patientRoot), identifier);
     std::vector<DataSet> matches;

@@ -1,4 +1,4 @@
-// What a DICOM program has: queries (C-FIND as user; PS3.4 C for archives, K for worklists).
+// Asks a DICOM program what it has: queries (C-FIND as user; PS3.4 C for archives, K for worklists).
 //
 //     korvane::QueryOptions asked{.keys = {{"PatientName", "DOE*"}, {"StudyDate", "20260101-"}}};
 //     for (const auto& study : korvane::Query({.host = "pacs", .port = "104"}, asked).matches)
@@ -16,7 +16,7 @@
 
 namespace korvane {
 
-/// What is asked for.
+/// The level that a query is about: which kind of thing its answers are.
 enum class QueryLevel { Patient, Study, Series, Image, Worklist };
 
 /// "patient", "study", "series", "image", "worklist".
@@ -24,14 +24,15 @@ KORVANE_KIT const char* WordOf(QueryLevel level);
 /// Throws `Error` of kind `WrongArgument` for another word.
 KORVANE_KIT QueryLevel QueryLevelOf(const std::string& word);
 
-/// An attribute that matches must have (PS3.4 C.2.2.2: wildcards `*` and `?`, ranges of dates and times with `-`, lists of
-/// UIDs with a backslash between), or, with an empty value, that the answer shall hold.
+/// An attribute of a query. With a value, only what has that value matches (PS3.4 C.2.2.2: wildcards `*` and `?`,
+/// ranges of dates and times with `-`, lists of UIDs separated by backslashes). Without one, the answers shall contain
+/// the attribute.
 struct QueryKey {
     ElementPath path;
     std::string value;  ///< UTF-8
 };
 
-/// "KEY=VALUE" or "KEY". Throws `Error` of kind `WrongArgument`.
+/// Reads "KEY=VALUE" or "KEY", KEY being a keyword or tag. Throws `Error` of kind `WrongArgument`.
 KORVANE_KIT QueryKey QueryKeyOf(const std::string& text);
 
 struct QueryOptions {
@@ -46,23 +47,23 @@ struct QueryOptions {
 
 struct QueryReport {
     QueryLevel level = QueryLevel::Study;
-    std::vector<std::string> columns;  ///< keys that were asked for, in their order
+    std::vector<std::string> columns;  ///< the keys that were asked for, in the order in which they were given
     std::vector<DataSet> matches;
     bool isCut = false;        ///< the limit was reached, and there may be more
     bool ignoredKeys = false;  ///< the peer did not support some key for matching, and left it out
     double seconds = 0;
 };
 
-/// Asks for all that matches, with the usual attributes of the level beside the given keys. Archives answer a query only
-/// with the unique keys of the levels above (PS3.4 C.4.1.3): where they are not given, those levels are asked first, with
-/// the keys that belong there.
+/// Asks for all that matches; answers have the usual attributes of the level as well as the given keys. An archive
+/// answers a query only when it has the unique keys of the levels above (PS3.4 C.4.1.3): where they are not given,
+/// those levels are asked first, with the keys that belong to them.
 ///
 /// Throws `Error`: `NotFound` for a host that is not known; `Refused` without an association, when the peer has no such
 /// service, or when it reports a failure; `WrongArgument`; `Stopped`.
 KORVANE_KIT QueryReport Query(const Peer& peer, const QueryOptions& options);
 
-/// One object: "schema" ("korvane.find"), "version" (1; it grows when a member changes its meaning or goes), the members of
-/// the report, and "matches" in the DICOM JSON model (PS3.18 F).
+/// One object: "schema" ("korvane.find"), "version" (1; it grows when a member changes its meaning or goes), the
+/// members of the report, and "matches" in the DICOM JSON model (PS3.18 F).
 KORVANE_KIT std::string ToJson(const QueryReport& report);
 
 }  // namespace korvane

@@ -13,7 +13,7 @@ using Event = DcmService::Event;
 constexpr std::size_t kLargestIdentifier = std::size_t{16} << 20;
 constexpr std::string_view kWorklistClass = "1.2.840.10008.5.1.4.31";
 
-/// By model (patient, study root) and service.
+// SOP classes by model (patient root, study root) and service.
 constexpr std::string_view kClasses[2][3] = {
     {"1.2.840.10008.5.1.4.1.2.1.1", "1.2.840.10008.5.1.4.1.2.1.2", "1.2.840.10008.5.1.4.1.2.1.3"},
     {"1.2.840.10008.5.1.4.1.2.2.1", "1.2.840.10008.5.1.4.1.2.2.2", "1.2.840.10008.5.1.4.1.2.2.3"},

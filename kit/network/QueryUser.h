@@ -26,12 +26,12 @@ inline constexpr std::array<const char*, 4> kUniqueKeys = {"PatientID", "StudyIn
 /// Whether a value names exactly one thing: no wildcard, no list.
 bool IsSingleValue(const std::string& value);
 
-/// Requests on a connection that proposes their SOP class itself.
+/// Sends requests and receives responses on a connection, whose association must have the SOP class (`Propose`).
 class QueryUser {
 public:
     QueryUser(PeerConnection& peer, const Watch& watch) : m_Peer(peer), m_Watch(watch) {}
 
-    /// Before the association.
+    /// Proposes a SOP class; to be called before the association.
     void Propose(std::string_view sopClass);
 
     /// Sends a request. Throws `Error`.
@@ -40,25 +40,25 @@ public:
 
     /// The next response, or a request of the peer; its data set is to be read next. Throws `Error`.
     DimseCommand Receive();
-    /// The context on which that came.
+    /// The presentation context of what `Receive` returned last.
     std::uint8_t GetContext() const { return m_Context; }
     bool IsResponse(const DimseCommand& command) const;
     /// The data set of a response. Throws `Error`.
     DataSet ReadIdentifier(std::size_t& bytes);
     void Cancel();
 
-    /// What a final status that is a failure says.
+    /// The failure that a final response tells of.
     Error MakeError(const DimseCommand& response) const;
 
 private:
     PeerConnection& m_Peer;
     Watch m_Watch;
     DimseCommand m_Request;
-    std::uint8_t m_Asked = 0;    // context of the request
-    std::uint8_t m_Context = 0;  // and of what came last
+    std::uint8_t m_Asked = 0;    // presentation context of the request
+    std::uint8_t m_Context = 0;  // presentation context of what was received last
 };
 
-/// A query at one level, and at those above that it leaves open.
+/// A query at one level, and at the levels above whose unique keys it does not give.
 class QueryJob {
 public:
     QueryJob(const Peer& peer, const QueryOptions& options);
@@ -81,7 +81,7 @@ private:
     Watch m_Watch;
     PeerConnection m_Connection;
     QueryUser m_User;
-    int m_Top;                // level where the model begins
+    int m_Top;                // the highest level of the query model
     std::size_t m_Bytes = 0;  // of all answers
     QueryReport m_Report;
 };

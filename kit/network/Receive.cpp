@@ -29,10 +29,10 @@ namespace {
 
 using Event = DcmService::Event;
 
-constexpr int kLook = 50;  // milliseconds from one look for a stop to the next
+constexpr int kLook = 50;  // milliseconds between two questions whether to stop
 constexpr int kLongestLook = 20;
-constexpr unsigned kMostRejecting = 64;  // threads that do nothing but say no
-constexpr int kRejectSeconds = 5;        // that a peer has to ask before it is told so
+constexpr unsigned kMostRejecting = 64;  // threads that only reject associations
+constexpr int kRejectSeconds = 5;        // seconds for the request of a peer that will be rejected
 
 // One connection and the thread that serves it.
 struct Served {
@@ -100,7 +100,7 @@ private:
         throw Error(ErrorKind::WrongArgument, text + ": not an IPv4 address");
     }
 
-    // What the observer throws ends the work.
+    // Calls a function of the observer. An exception from it is kept, and ends the work.
     template <class Function>
     void Observe(Function&& tell) {
         const std::lock_guard<std::mutex> lock(m_Mutex);
@@ -127,7 +127,7 @@ private:
         return m_Report.associations;
     }
 
-    // Whether those at work may be as many as are still asked for.
+    // Whether the associations at work may already be all that `count` still asks for.
     bool IsFull() {
         return m_Options.count > 0 && CountDone() + m_Served.size() >= m_Options.count && !m_Served.empty();
     }
@@ -214,7 +214,7 @@ private:
         ReceivedFiles files(m_Options, stop, tell);
         StorageProvider provider(service, files);
         provider.SetTakesAnyInstance(true);
-        service.AAssociateRQ::m_CallingAETitle.clear();  // stays so when no request comes
+        service.AAssociateRQ::m_CallingAETitle.clear();  // stays empty when no request comes
         const Event end = provider.Serve(served.isRejected ? m_Busy : m_Policy);
         association.caller = service.GetCallingTitle();
         association.released = end == Event::Released;
@@ -243,11 +243,11 @@ private:
     ReceiveObserver& m_Observer;
     Watch m_Watch;
     AcceptPolicy m_Policy;
-    AcceptPolicy m_Busy;  // says no
+    AcceptPolicy m_Busy;  // rejects everything, as transient
     std::vector<std::uint32_t> m_Allowed;
-    std::list<std::unique_ptr<Served>> m_Served;  // of the calling thread
+    std::list<std::unique_ptr<Served>> m_Served;  // used by the calling thread only
     std::atomic<bool> m_bEnd = false;
-    std::mutex m_Mutex;  // of what follows, and while the observer is told
+    std::mutex m_Mutex;  // guards the members below, and calls of the observer
     ReceiveReport m_Report;
     std::exception_ptr m_Failure;
     bool m_bBrokenOff = false;

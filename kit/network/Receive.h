@@ -1,4 +1,4 @@
-// Files from DICOM programs that send them (C-STORE and C-ECHO as provider, PS3.4 A and B).
+// Receives files from DICOM programs that send them (C-STORE and C-ECHO as provider, PS3.4 A and B).
 #pragma once
 
 #include "../core/KitExport.h"
@@ -15,21 +15,21 @@ struct ReceiveOptions {
     std::uint16_t port = 0;              ///< 0: the system chooses one, which the observer is told
     std::string folder;                  ///< made where it is not there
     std::string bindAddress;             ///< IPv4 address of this machine to listen on; empty: all
-    bool replace = false;                ///< files of the same SOP Instance UID; else both are kept
+    bool replace = false;                ///< replace a file of the same SOP Instance UID; else both are kept
     std::size_t count = 0;               ///< associations to serve; 0: until the watcher stops it
-    std::string ownTitle;                ///< asked for in requests; empty: any
-    std::vector<std::string> callers;    ///< titles that may call; none: all
+    std::string ownTitle;                ///< the called AE title must be this one; empty: any
+    std::vector<std::string> callers;    ///< calling AE titles that are accepted; none: all
     std::vector<std::string> addresses;  ///< IPv4 addresses that may connect; none: all
-    unsigned limit = 64;                 ///< associations at once; who comes beyond it is rejected, to try again later
-    unsigned limitPerAddress = 0;        ///< of them from one address; 0: as many as `limit`
-    std::uint64_t keepFree = std::uint64_t{64} << 20;  ///< bytes of the disk: with less, data sets are refused (0xA700)
-    bool sync = true;            ///< "stored" is answered when the file is on the disk, not in memory alone
+    unsigned limit = 64;                 ///< associations at once; further ones are rejected as transient
+    unsigned limitPerAddress = 0;        ///< associations at once from one address; 0: as many as `limit`
+    std::uint64_t keepFree = std::uint64_t{64} << 20;  ///< bytes; with less free disk, data sets are refused (0xA700)
+    bool sync = true;                                  ///< success is answered only when the file is on the disk itself
     int requestTimeout = 30;     ///< seconds until a peer that has connected must have asked for an association
     int timeout = 300;           ///< seconds that a peer may be silent later
     Watcher* watcher = nullptr;  ///< stops the work; the folder's files are whole then
 };
 
-/// One data set that was to be stored. Texts came from the peer: escape them before printing.
+/// One data set that was received. Texts come from the peer: escape them before printing.
 struct ReceivedFile {
     std::string path;  ///< empty: it was not stored
     std::string sopClass;
@@ -44,16 +44,16 @@ struct ReceivedFile {
 /// An association that has ended, or a connection that never became one.
 struct ReceivedAssociation {
     std::string address;
-    std::string caller;     ///< title; empty where none was said
-    bool released = false;  ///< it ended in order
-    bool rejected = false;  ///< there never was one
+    std::string caller;     ///< calling AE title; empty where there was no request
+    bool released = false;  ///< ended by a release
+    bool rejected = false;  ///< the request was rejected
     std::string error;      ///< empty when it was released
     std::size_t stored = 0;
     std::size_t refused = 0;
 };
 
-/// Told what happens, as it does: from several threads, but never by two of them at once. What it throws ends the work and
-/// reaches the caller.
+/// Is told of events as they happen: on several threads, but never on two of them at once. What it throws ends the work
+/// and reaches the caller.
 class KORVANE_KIT ReceiveObserver {
 public:
     ReceiveObserver() = default;
@@ -64,7 +64,8 @@ public:
     virtual void OnListening(std::uint16_t port);
     virtual void OnFile(const ReceivedFile& file);
     virtual void OnEnd(const ReceivedAssociation& association);
-    /// Several times a second, for work of the observer's own, which may take so long. False ends the work.
+    /// Called several times a second; the observer may use up to that many milliseconds for its own work. False ends
+    /// the receiver.
     virtual bool OnLook(int milliseconds);
 };
 
@@ -75,20 +76,20 @@ struct ReceiveReport {
     std::size_t broken = 0;  ///< associations that ended otherwise than by release
 };
 
-/// Stores data sets as Part 10 files named "<SOP instance UID>.dcm", whole or not at all, for up to `limit` peers at once,
-/// each on a thread of its own. A data set with the same bytes as a file that is there is not stored twice; another one of
-/// the same UID gets "-2", "-3" ... behind it. Several receivers
-/// may share a folder. Unfinished files of one that was killed are removed at the start, unless another is at work.
+/// Stores data sets as Part 10 files named "<SOP instance UID>.dcm", whole or not at all, for up to `limit` peers at
+/// once, each on a thread of its own. A data set with the same bytes as a file that is there is not stored twice;
+/// another one of the same UID gets "-2", "-3" ... behind it. Several receivers may share a folder. Unfinished files of
+/// a receiver that was killed are removed at the start, unless another receiver works in the folder.
 ///
 ///     korvane::ReceiveReport report = korvane::Receive({.port = 11112, .folder = "in", .count = 1});
 ///
 /// Returns after `count` associations, when the observer ends it, or when the watcher stops it between associations.
-/// Throws `Error`: `Disk` when port or folder cannot be had, `WrongArgument` for an address that is none, `Stopped` when
-/// the stop broke an association off.
+/// Throws `Error`: `Disk` when port or folder cannot be had, `WrongArgument` for an address that is none, `Stopped`
+/// when the stop broke an association off.
 KORVANE_KIT ReceiveReport Receive(const ReceiveOptions& options, ReceiveObserver* observer = nullptr);
 
-/// Events as JSON, an object on one line: "schema" ("korvane.receive"), "version" (1; it grows when a member changes its
-/// meaning or goes) and "event": "listening", "file" or "association", and the members of the struct.
+/// Events as JSON, an object on one line: "schema" ("korvane.receive"), "version" (1; it grows when a member changes
+/// its meaning or goes) and "event": "listening", "file" or "association", and the members of the struct.
 KORVANE_KIT std::string ListeningJson(std::uint16_t port);
 KORVANE_KIT std::string ToJson(const ReceivedFile& file);
 KORVANE_KIT std::string ToJson(const ReceivedAssociation& association);

@@ -99,7 +99,8 @@ std::uint16_t ReceivedFiles::End() {
     errno = 0;
     std::uint16_t status = FolderSink::End();
     if (status != kStatusSuccess) return Explain(status);
-    // Without its name on the disk the file may be lost with the power: the peer must keep its own.
+    // Unless its name is on the disk, the file may be lost in a power failure: a failure status tells the peer to keep
+    // its own.
     if (m_Options.sync && !platform::SyncFolder(m_Options.folder.c_str())) status = kStatusOutOfResources;
     return Explain(status);
 }
@@ -124,7 +125,7 @@ std::uint16_t ReceivedFiles::Check(const std::string& path, std::size_t head) {
     const std::uint16_t status =
         IsDeflatedTransferSyntax(m_Request.transferSyntax) ? CheckDeflated(path, head) : std::uint16_t{kStatusSuccess};
     if (status != kStatusSuccess) return status;
-    std::error_code ignored;  // of a file system without rights
+    std::error_code ignored;  // some file systems have no access rights
     std::filesystem::permissions(PathFromText(path), kNotForOthers, std::filesystem::perm_options::remove, ignored);
     errno = 0;
     return !m_Options.sync || platform::SyncFile(path.c_str()) ? std::uint16_t{kStatusSuccess}

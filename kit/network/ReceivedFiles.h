@@ -1,4 +1,4 @@
-// Where the data sets of one association go.
+// Stores the data sets of one association.
 #pragma once
 
 #include "../core/Watch.h"
@@ -13,14 +13,14 @@
 
 namespace korvane {
 
-/// Removes the unfinished files that a receiver which was killed left in a folder. Nobody may be writing there.
+/// Removes the unfinished files of a receiver that was killed. No receiver may be writing into the folder.
 void RemoveUnfinished(const std::string& folder, const Watch& watch);
 
-/// Files into the receiver's folder, with the system's reason where that does not work. What lies below the limit of free
-/// space is refused before it is begun.
+/// Writes files into the receiver's folder, and reports the system's reason where that fails. When the disk has less
+/// than the limit of free space, a data set is refused before it is begun.
 class ReceivedFiles : public FolderSink {
 public:
-    /// `tell` is told what became of each data set; both it and the options must outlive the object.
+    /// `tell` is called with the outcome for each data set. It and the options must outlive the object.
     ReceivedFiles(const ReceiveOptions& options, std::function<bool()> stop,
                   const std::function<void(const ReceivedFile&)>& tell);
 
@@ -33,9 +33,11 @@ public:
     std::size_t GetRefused() const { return m_nRefused; }
 
 protected:
-    /// A deflated data set is stored as it came. What is in it has not been looked at on the way.
+    /// Checks a deflated data set, which could not be checked while it arrived. Then takes other users' access rights
+    /// to the file away, and waits until it is on the disk where the options ask for that.
     std::uint16_t Check(const std::string& path, std::size_t head) override;
-    /// What is no UID becomes one that is made of its bytes (2.25 and two hashes), the same each time.
+    /// The SOP Instance UID; for a text that is none, a UID that is made of its bytes (2.25 and two hashes), always the
+    /// same.
     std::string MakeName(const StorageRequest& request) const override;
 
 private:
@@ -48,7 +50,7 @@ private:
     const std::function<void(const ReceivedFile&)>& m_Tell;
     StorageRequest m_Request;
     std::string m_Why;
-    std::uint64_t m_nUnasked = 0;  // bytes since the disk was asked for its room
+    std::uint64_t m_nUnasked = 0;  // bytes written since the system was asked for the free space
     std::size_t m_nStored = 0;
     std::size_t m_nRefused = 0;
 };

@@ -1,4 +1,4 @@
-// Data sets from a DICOM program that has them (C-GET and C-MOVE as user, PS3.4 C.4.2 and C.4.3).
+// Fetches data sets from a DICOM program that has them (C-GET and C-MOVE as user, PS3.4 C.4.2 and C.4.3).
 //
 //     korvane::RetrieveOptions asked{.keys = {{"StudyInstanceUID", uid}}, .folder = "study"};
 //     const auto report = korvane::Get({.host = "pacs", .port = "104"}, asked);
@@ -22,13 +22,13 @@ struct RetrieveOptions {
     bool patientRoot = false;
     std::string characterSet = "ISO_IR 192";
 
-    std::string folder;  ///< where what comes is stored, as `Receive` does; made where it is not there
+    std::string folder;  ///< data sets are stored here as `Receive` does; made where it is not there
     bool replace = false;
     bool sync = true;
 
     // For `Move`:
-    std::string destination;  ///< title of a third program that the peer is to send to; empty: this one, into `folder`
-    std::uint16_t port = 0;   ///< at which the peer expects this one, whose title is `Peer::ownTitle`
+    std::string destination;  ///< AE title of a third program that the peer sends to; empty: this one, into `folder`
+    std::uint16_t port = 0;   ///< the port of this program that the peer has for the title `Peer::ownTitle`
 
     Watcher* watcher = nullptr;
 };
@@ -39,31 +39,31 @@ struct RetrieveReport {
         std::string why;
     };
     std::size_t asked = 0;  ///< patients, studies, series (for `Get`: always series) or instances that were asked for
-    std::size_t completed = 0;        ///< sub-operations by the peer's count, warnings among them
-    std::size_t failed = 0;           ///< by the peer's count
-    std::size_t stored = 0;           ///< files that came here
-    std::uint16_t status = 0;         ///< the last that was no success (PS3.7 C); 0: none
-    std::vector<ReceivedFile> files;  ///< that came here, and data sets that could not be stored
+    std::size_t completed = 0;        ///< successful sub-operations, by the peer's count; warnings are among them
+    std::size_t failed = 0;           ///< failed sub-operations, by the peer's count
+    std::size_t stored = 0;           ///< files that were stored here
+    std::uint16_t status = 0;         ///< the last status that was not success (PS3.7 C); 0: none
+    std::vector<ReceivedFile> files;  ///< data sets that were received, stored or not
     std::vector<Failure> failures;
     double seconds = 0;
 };
 
-/// Fetches over the association itself (C-GET): works through firewalls, and the peer need not know this program. The peer
-/// is asked first which series and SOP classes there are; for these the roles are proposed, in as few associations as 128
-/// contexts allow. Compressed data sets come as they are where the peer can send them so.
+/// Fetches over the association itself (C-GET), which works through firewalls and with a peer that does not know this
+/// program. The peer is asked first for the series and their SOP classes; these are proposed for storage, in as few
+/// associations as 128 contexts allow. Compressed data sets stay compressed where the peer can send them so.
 ///
-/// Throws `Error`: `NotFound` for an unknown host or when nothing matches; `Refused`, `WrongArgument`, `Stopped`. What went
-/// wrong with single series is in the report.
+/// Throws `Error`: `NotFound` for an unknown host or when nothing matches; `Refused`, `WrongArgument`, `Stopped`. What
+/// went wrong with single series is in the report.
 KORVANE_KIT RetrieveReport Get(const Peer& peer, const RetrieveOptions& options);
 
-/// Has the peer send to a title that it knows (C-MOVE). Without `destination` this program listens at `port` meanwhile and
-/// stores what comes, from that title alone which the peer has.
+/// Has the peer send to an AE title that it knows (C-MOVE). Without `destination` this program listens at `port`
+/// meanwhile and stores what the peer sends; other calling titles are rejected.
 ///
 /// Throws `Error` as `Get`; `Refused` also when the peer does not know the title.
 KORVANE_KIT RetrieveReport Move(const Peer& peer, const RetrieveOptions& options);
 
-/// One object: "schema" ("korvane.retrieve"), "version" (1; it grows when a member changes its meaning or goes), and the
-/// members of the report.
+/// One object: "schema" ("korvane.retrieve"), "version" (1; it grows when a member changes its meaning or goes), and
+/// the members of the report.
 KORVANE_KIT std::string ToJson(const RetrieveReport& report);
 
 }  // namespace korvane

@@ -12,9 +12,9 @@ namespace korvane {
 namespace {
 
 constexpr const char* kLevelNames[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};
-constexpr std::size_t kMostNamed = 1000;  // instances that one report tells of
+constexpr std::size_t kMostNamed = 1000;  // failed instances that a report lists
 
-/// An identifier of the unique keys from the top of the model to a level.
+// An identifier of the unique keys from the top of the model to a level.
 RetrieveUnit MakeUnit(int level, int top, const DataSet& match) {
     RetrieveUnit unit;
     unit.identifier.Set("QueryRetrieveLevel", kLevelNames[level]);
@@ -43,7 +43,7 @@ QueryOptions ToQuery(const RetrieveOptions& options, QueryLevel level) {
 QueryReport Ask(const Peer& peer, const QueryOptions& options) {
     QueryReport found = Query(peer, options);
     if (found.isCut) throw Error(ErrorKind::Unsupported, peer.Name() + ": more matches than can be taken at once");
-    // Without a key that the peer left out, other things would be fetched.
+    // The peer has ignored a key, so its answers are more than what was asked for.
     if (found.ignoredKeys) {
         throw Error(ErrorKind::Refused, peer.Name() + ": the peer does not support one of the keys for matching");
     }
@@ -51,7 +51,7 @@ QueryReport Ask(const Peer& peer, const QueryOptions& options) {
     return found;
 }
 
-/// The unique keys, if they are all that was given and each names one thing.
+// Whether unique keys are all that was given, and each has a single value; `keys` gets them.
 bool AreUnique(const RetrieveOptions& options, DataSet& keys) {
     const int level = static_cast<int>(options.level);
     for (const QueryKey& key : options.keys) {

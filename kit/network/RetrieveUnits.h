@@ -1,4 +1,4 @@
-// What a retrieval asks for, one by one.
+// The single requests that a retrieval consists of.
 #pragma once
 
 #include "../core/Watch.h"
@@ -19,10 +19,10 @@ struct RetrieveUnit {
     std::size_t instances = 0;         ///< 0: not known
 };
 
-/// Throws `Error` of kind `WrongArgument` for keys that choose nothing: they would fetch the whole archive.
+/// Throws `Error` of kind `WrongArgument` where no key has a value: that would fetch the whole archive.
 void CheckRetrieveKeys(const RetrieveOptions& options);
 
-/// The entities of the level that was asked for. Queries the peer unless the unique keys say it all.
+/// The entities of the level that was asked for. Queries the peer unless the given unique keys name each of them.
 std::vector<RetrieveUnit> FindUnits(const Peer& peer, const RetrieveOptions& options);
 
 /// The series that hold what was asked for, with their SOP classes; single instances where those were asked for.

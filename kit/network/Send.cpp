@@ -34,7 +34,7 @@ public:
 
 private:
     void Find(const std::vector<std::string>& sources) {
-        std::vector<std::pair<std::string, bool>> paths;  // and whether found in a folder
+        std::vector<std::pair<std::string, bool>> paths;  // each with whether it was found in a folder
         for (const std::string& source : sources) {
             std::error_code error;
             if (!std::filesystem::is_directory(PathFromText(source), error)) {
@@ -73,7 +73,7 @@ private:
                 isMeant = false;
                 why = "a DICOMDIR";
             }
-        } catch (const Error& error) {  // it cannot be read, as `why` says already
+        } catch (const Error& error) {  // a file that cannot be read: `why` says so already
             if (error.GetKind() == ErrorKind::Stopped) throw;
         }
         (isMeant || !fromFolder ? m_Report.failed : m_Report.leftOut).push_back({path, why});
@@ -99,7 +99,7 @@ private:
         m_Report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
-    // False when the rest cannot be sent.
+    // Makes an association for the files from `next` on; false when there is none.
     bool Associate(PeerConnection& peer, std::size_t next) {
         try {
             peer.Associate();
@@ -113,7 +113,7 @@ private:
         return true;
     }
 
-    // The files from `next` to `end`, as far as the association lasts.
+    // Sends the files from `next` to `end`, as long as the association lasts.
     void SendSome(StorageUser& user, DcmService& service, TaskProgress& progress, std::size_t& next, std::size_t end) {
         while (next < end && service.GetState() == DcmService::State::Established) {
             const StorageFile& file = m_Files[next++];

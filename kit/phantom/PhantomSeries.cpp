@@ -22,7 +22,7 @@ constexpr int kAir = -1000;
 constexpr int kNoise = 8;  // Hounsfield units to either side
 constexpr int kUnsignedOffset = 1024;
 
-// What a later ellipsoid covers, it replaces. The turn is about the z axis.
+// A body of the phantom. Where two overlap, the later one in the list counts. The turn is about the z axis, in degrees.
 struct Ellipsoid {
     double centre[3];
     double radius[3];
@@ -44,7 +44,7 @@ constexpr Ellipsoid kHead[] = {
     {{-30, -30, -40}, {4, 4, 30}, 0, 150},   // a rod, and beside it
     {{-18, -34, -40}, {2, 2, 30}, 0, 1400},  // a thinner one
 };
-constexpr std::size_t kChanging = 5;  // its density rises with time
+constexpr std::size_t kChanging = 5;  // the body whose density rises from volume to volume
 
 constexpr double kUnevenGaps[] = {1, 1, 1.5, 1, 2, 1, 1.25, 1};
 
@@ -77,7 +77,7 @@ std::string Decimal(std::array<std::uint32_t, 4> words) {
 std::string DecimalString(double value, double step) {
     const double rounded = std::round(value / step) * step;
     std::string text = platform::FormatReal(std::round(rounded * 1e8) / 1e8 + 0.0);
-    if (text.find('e') != std::string::npos) text = "0";  // far below a step
+    if (text.find('e') != std::string::npos) text = "0";  // an exponent: the value is far below `step`
     return text;
 }
 
@@ -92,7 +92,7 @@ void Cross(const double (&a)[3], const double (&b)[3], double (&out)[3]) {
     for (int i = 0; i < 3; ++i) out[i] = a[(i + 1) % 3] * b[(i + 2) % 3] - a[(i + 2) % 3] * b[(i + 1) % 3];
 }
 
-// Into the frame in which the ellipsoid is the unit ball.
+// Converts a vector into the frame in which the ellipsoid is the unit ball.
 void ToUnit(const Ellipsoid& body, const double (&v)[3], double (&out)[3]) {
     const double angle = body.degrees * 3.14159265358979323846 / 180;
     const double c = std::cos(angle);

@@ -22,7 +22,7 @@ public:
     /// A complete CT image (PS3.3 A.3). Throws `std::bad_alloc`.
     std::unique_ptr<DICOMDataObject> MakeImage(int image) const;
 
-    /// A file name for it; the names' order says nothing about that of the slices.
+    /// The file name of an image. The order of the names is not that of the slices.
     std::string FileName(int image) const;
 
 private:

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <map>
 #include <optional>
-#include <set>
 #include <tuple>
 #include <utility>
 
@@ -23,15 +22,6 @@ namespace {
 constexpr std::size_t kOrientationsCompared = 64;
 
 constexpr std::size_t kReadAhead = 256;  // headers
-
-/// Whether a syntax may have changed the values (PS3.5 A.4): JPEG but for its lossless processes, JPEG-LS near-lossless,
-/// JPEG 2000 that is not lossless only.
-bool IsLossy(const std::string& syntax) {
-    static const std::set<std::string> lossy = {"1.2.840.10008.1.2.4.50", "1.2.840.10008.1.2.4.51",
-                                                "1.2.840.10008.1.2.4.81", "1.2.840.10008.1.2.4.91",
-                                                "1.2.840.10008.1.2.4.93", "1.2.840.10008.1.2.4.203"};
-    return lossy.contains(syntax);
-}
 
 /// What one file gave: a header, or why there is none.
 struct ReadFile {
@@ -94,7 +84,10 @@ bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& wat
     if (a.form.kind != PixelForm::Kind::Integer || b.form.kind != PixelForm::Kind::Integer) return true;
     if (a.form.FrameBytes() != b.form.FrameBytes()) return false;
     // Lossy compression changes every value: that is the same image all the same.
-    if (a.transferSyntax != b.transferSyntax && (IsLossy(a.transferSyntax) || IsLossy(b.transferSyntax))) return true;
+    if (a.transferSyntax != b.transferSyntax &&
+        (IsLossyTransferSyntax(a.transferSyntax) || IsLossyTransferSyntax(b.transferSyntax))) {
+        return true;
+    }
     const auto first = ReadPixels(a, watch);
     const auto second = ReadPixels(b, watch);
     const VR* const one = first != nullptr ? FindElement(*first, tags::PixelData) : nullptr;

@@ -8,7 +8,8 @@
 
 namespace platform {
 
-/// While one lives, the file calls of all threads fail as it says; one at a time. Counts begin with its making.
+/// While an object lives, the file calls of all threads fail as it says. Only one may live at a time. Counts begin when
+/// it is made.
 class Faults {
 public:
     Faults();

@@ -10,7 +10,8 @@ namespace platform {
 /// Throws `std::bad_alloc`. Blocks of some ten kilobytes up to megabytes are packed side by side into regions, so that
 /// they share huge pages too; a region goes back to the system with its last block, and holes in it are used again. What
 /// piles up in holes, beyond some 32 MB, goes back too.
-/// A block may be freed by another module of the process than the one it came from (each carries this code).
+/// A block may be freed by another library or program of the process than the one that allocated it, since each of them
+/// contains this code.
 void* AllocateBuffer(std::size_t bytes);
 
 /// Gives a block back; null is ignored.

@@ -17,8 +17,8 @@ std::string ProgramFile() {
     return realpath("/proc/self/exe", path) != nullptr ? path : "";
 }
 
-/// Folder of the module libKorvane, where the process has it; "" otherwise. This code may be part of the program, so
-/// its own address does not tell.
+// Folder of the module libKorvane, where the process has it; "" otherwise. This code may be part of the program, so
+// its own address does not tell.
 std::string LibraryFolder() {
     std::string folder;
     dl_iterate_phdr(
@@ -33,7 +33,7 @@ std::string LibraryFolder() {
     return folder;
 }
 
-/// `dlopen` calls what is broken or missing by the same null.
+// Null where the file is missing, and where it is no module that can be loaded.
 ModuleHandle OpenFileOf(const std::string& name) {
     return dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
 }

@@ -39,7 +39,7 @@ bool DuplicateFile(const char* source, const char* destination, const StopQuesti
     ReplacingFile output;
     input.SetStopQuestion(stop);
     if (!input.Open(source) || !output.Open(destination)) return false;
-    // Who may read the one may read the other.
+    // The copy gets the access rights of its source.
     struct stat status;
     const std::string made = NativePath(output.GetUnfinished().c_str());
     if (stat(NativePath(source).c_str(), &status) == 0) chmod(made.c_str(), status.st_mode & 0777);

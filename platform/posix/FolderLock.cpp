@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kAttempts = 10;
 
-/// Locks an open folder: 1 done, 0 somebody else has it, -1 the file system knows no locks.
+// Locks an open folder: 1 done, 0 somebody else has it, -1 the file system knows no locks.
 int Lock(int folder, int how) {
     int done = flock(folder, how);
     while (done != 0 && errno == EINTR) done = flock(folder, how);
@@ -23,7 +23,7 @@ int Lock(int folder, int how) {
     return errno == EWOULDBLOCK ? 0 : -1;
 }
 
-/// Whether the path still leads to what is open: the folder may have been removed, and made anew, before it was locked.
+// Whether the path still leads to what is open: the folder may have been removed, and made anew, before it was locked.
 bool IsStill(int folder, const char* path) {
     struct stat open = {};
     struct stat named = {};

@@ -21,7 +21,7 @@ BlockBrokenPipe::BlockBrokenPipe() : m_pState(std::make_unique<State>()) {
 }
 
 BlockBrokenPipe::~BlockBrokenPipe() {
-    // One that was raised while it was blocked is taken off, or it would strike as soon as it is let through.
+    // A SIGPIPE that was raised while it was blocked is taken off the queue: unblocking it would deliver it.
     const timespec noWait{};
     if (!m_pState->wasPending) {
         while (sigtimedwait(&m_pState->pipe, nullptr, &noWait) == SIGPIPE) {

@@ -7,7 +7,7 @@ namespace platform {
 void BreakConnection(int socket) {
     const auto handle = static_cast<SOCKET>(socket);
     shutdown(handle, SD_BOTH);
-    CancelIoEx(reinterpret_cast<HANDLE>(handle), nullptr);  // shutting down leaves a call that waits already waiting
+    CancelIoEx(reinterpret_cast<HANDLE>(handle), nullptr);  // shutdown() alone does not wake a call that waits already
 }
 
 }  // namespace platform

@@ -19,7 +19,8 @@ std::wstring Wide(const char* path) {
 
 using CreateHardLinkFunction = BOOL(WINAPI*)(LPCWSTR, LPCWSTR, LPSECURITY_ATTRIBUTES);
 
-// Null where the system has none. CreateHardLinkA under the name by which it takes any path; both came with the same system.
+// Null where the system has none. CreateHardLinkA under the name by which it takes any path; both came with the same
+// system.
 CreateHardLinkFunction SystemHardLink() {
     static const auto function = [] {
         const HMODULE kernel = LoadLibraryW(L"Kernel32.dll");
@@ -56,7 +57,8 @@ bool RemoveFolder(const char* path) {
 
 bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop) {
     if (!stop) return CopyFileW(Wide(source).c_str(), Wide(destination).c_str(), FALSE) != 0 || FailWithSystemError();
-    // In steps of our own: CopyFileEx need not ask between the pieces of a fast copy.
+    // Copied piece by piece here: CopyFileEx may not call back between the pieces of a fast copy, so that a stop would
+    // come too late.
     InputFile input;
     ReplacingFile output;
     input.SetStopQuestion(stop);

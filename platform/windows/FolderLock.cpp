@@ -10,7 +10,7 @@
 
 namespace platform {
 
-/// A file that nobody else can open, and that goes with its handle.
+// The lock is a file that is opened without sharing, and that the system deletes when its handle is closed.
 bool FolderLock::TakeAlone(const std::string& folder) {
     Release();
     m_Folder = folder;
@@ -23,7 +23,7 @@ bool FolderLock::TakeAlone(const std::string& folder) {
     }
     const DWORD reason = GetLastError();
     FailWithSystemError();
-    // While the last holder's file is going, opening it is denied.
+    // ERROR_ACCESS_DENIED: the last holder's file is being deleted at this moment.
     if (reason == ERROR_SHARING_VIOLATION || reason == ERROR_ACCESS_DENIED) errno = EBUSY;
     return false;
 }

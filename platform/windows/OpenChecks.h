@@ -1,4 +1,4 @@
-// What opening a file says here otherwise than on POSIX, made the same.
+// Makes the errors of opening a file on Windows the same as on POSIX.
 #pragma once
 
 #include <string>
@@ -8,7 +8,8 @@ namespace platform {
 /// True, with `errno` EISDIR, for a directory.
 bool RefuseDirectory(const std::wstring& path);
 
-/// After a failure to open the path: `errno` is ENAMETOOLONG where that is why the system calls it missing.
+/// To be called after opening the path has failed: sets `errno` to ENAMETOOLONG where the system said that the path is
+/// missing, but it is only too long.
 void NameLength(const char* path);
 
 }  // namespace platform

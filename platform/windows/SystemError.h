@@ -1,10 +1,10 @@
-// The errors of Windows' own calls, told as C's.
+// Translates the errors of Windows calls into values of `errno`.
 #pragma once
 
 namespace platform {
 
-/// Sets `errno` to what the system's last error comes to, as far as messages to users tell one from another; always
-/// false, for a call to return.
+/// Sets `errno` to the value that matches `GetLastError()`; errors that users are not told apart share EIO or the like.
+/// Always returns false, so that a failing function can return the result.
 bool FailWithSystemError();
 
 }  // namespace platform

@@ -7,14 +7,14 @@ namespace {
 
 constexpr std::string_view kDicomRoot = "1.2.840.10008.";
 
-/// Storage classes outside the one branch that nearly all of them are in (PS3.4 annexes B and GG).
+// Storage classes whose UIDs do not begin as nearly all of them do (PS3.4 annexes B and GG).
 constexpr std::string_view kOtherStorage[] = {
     "1.2.840.10008.5.1.1.27",   "1.2.840.10008.5.1.1.29",    "1.2.840.10008.5.1.1.30",   "1.2.840.10008.5.1.4.34.1",
     "1.2.840.10008.5.1.4.34.7", "1.2.840.10008.5.1.4.34.10", "1.2.840.10008.5.1.4.38.1", "1.2.840.10008.5.1.4.39.1",
     "1.2.840.10008.5.1.4.43.1", "1.2.840.10008.5.1.4.44.1",  "1.2.840.10008.5.1.4.45.1"};
 
-/// Where the elements of a data set do not lie open: deflated (alone, or with pixel data elsewhere), or no encoding of files
-/// (MIME, XML, streams in real time). Beginnings of UIDs.
+// Beginnings of the UIDs of transfer syntaxes whose elements cannot be followed while they arrive: deflated data sets,
+// with pixel data inside or elsewhere, and encodings that are not for files (MIME, XML, real-time streams).
 constexpr std::string_view kUnseen[] = {kDeflatedUid, "1.2.840.10008.1.2.4.95", "1.2.840.10008.1.2.4.205",
                                         "1.2.840.10008.1.2.6.", "1.2.840.10008.1.2.7."};
 
@@ -36,7 +36,7 @@ bool IsStorableSyntax(std::string_view transferSyntax) {
 AnsweredContext AcceptPolicy::Negotiate(const ProposedContext& proposed) const {
     AnsweredContext answer;
     answer.id = proposed.id;
-    // An answer has a transfer syntax whatever it says.
+    // The item has a transfer syntax even where it rejects the context (PS3.8 9.3.3.2).
     if (!proposed.transferSyntaxes.empty()) answer.transferSyntax = proposed.transferSyntaxes.front();
     const std::string_view sopClass = proposed.abstractSyntax.Get();
     if (!(acceptsClass ? acceptsClass(sopClass) : IsStorageOrVerification(sopClass))) {

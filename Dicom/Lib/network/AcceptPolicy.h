@@ -1,4 +1,4 @@
-// What an acceptor of associations takes.
+// Which associations an acceptor accepts (PS3.8 7.1).
 #pragma once
 
 #include "AssociatePDU.h"
@@ -10,23 +10,26 @@
 #include <string_view>
 #include <vector>
 
-/// Whom an acceptor takes, and what. Empty functions and texts take the default in brackets.
+/// Which requestors, SOP classes and transfer syntaxes an acceptor accepts. The default in brackets holds where a text,
+/// list or function is empty.
 struct AcceptPolicy {
-    std::string aeTitle;                                  ///< called title that is asked for [any]
-    std::vector<std::string> callingTitles;               ///< titles that may call [all]
+    std::string aeTitle;                                  ///< the called AE title must be this one [any]
+    std::vector<std::string> callingTitles;               ///< calling AE titles that are accepted [all]
     std::function<bool(std::string_view)> acceptsClass;   ///< SOP classes [`IsStorageOrVerification`]
     std::function<bool(std::string_view)> acceptsSyntax;  ///< transfer syntaxes [`IsStorableSyntax`]
 
-    // A result other than 0: every request is rejected so, for instance while the disk is full.
+    /// Where the result is not 0, every request is rejected with these (PS3.8 9.3.4), for instance while the disk is
+    /// full.
     std::uint8_t rejectResult = 0;
     std::uint8_t rejectSource = kRejectProviderPresentation;
     std::uint8_t rejectReason = kRejectPresentationCongestion;
 
-    /// The answer to one context: of its transfer syntaxes the first that is accepted.
+    /// The answer to one proposed context. It names the first of the proposed transfer syntaxes that is accepted.
     AnsweredContext Negotiate(const ProposedContext& proposed) const;
 };
 
-/// Verification, the storage classes of the standard, and whatever is not the standard's (private classes are stored too).
+/// True for Verification, for the storage classes of the standard, and for classes that are not of the standard:
+/// private ones are stored too.
 bool IsStorageOrVerification(std::string_view sopClass);
-/// The uncompressed syntaxes and those with encapsulated pixel data: all of the standard's for files but the deflated ones.
+/// True for all transfer syntaxes of files but the deflated ones: uncompressed, and with encapsulated pixel data.
 bool IsStorableSyntax(std::string_view transferSyntax);

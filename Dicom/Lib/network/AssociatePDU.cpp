@@ -12,7 +12,7 @@ constexpr std::size_t kTitleBytes = 16;
 constexpr std::size_t kVersionBytes = 16;
 constexpr std::size_t kReadStep = 64 * 1024;
 
-/// Items of the variable part.
+// Items of the variable part.
 enum ItemType : std::uint8_t {
     kApplicationContextItem = 0x10,
     kContextRQItem = 0x20,
@@ -36,7 +36,7 @@ void WriteItem(Buffer& out, std::uint8_t type, std::string_view content) {
     out.Write(content.data(), content.size());
 }
 
-/// An item of items: what `write` puts into a buffer of its own.
+// Writes an item that consists of items: `write` puts them into a buffer, whose length is then known.
 template <class Write>
 void WriteNested(Buffer& out, std::uint8_t type, Write write) {
     MemoryOutputBuffer inner;
@@ -78,7 +78,8 @@ void WriteUserInformation(Buffer& out, const UserInformation& user) {
     });
 }
 
-/// Header, fixed part, application context; then the contexts, which differ; then user information.
+// Writes header, fixed part and application context; then the presentation contexts, which request and acceptance write
+// in their own ways; then the user information.
 template <class WriteContexts>
 int WriteAssociate(Buffer& buffer, PduHeader& pdu, const AssociateFields& fields, WriteContexts writeContexts) {
     MemoryOutputBuffer body;
@@ -98,7 +99,7 @@ int WriteAssociate(Buffer& buffer, PduHeader& pdu, const AssociateFields& fields
 
 // --- reading ---
 
-/// The rest of the PDU: memory grows with what comes, not with what the length promises.
+// Reads the rest of the PDU. Memory grows with the bytes that arrive, not with the length that the PDU claims.
 bool ReadBody(Buffer& buffer, std::uint32_t length, std::vector<unsigned char>& body) {
     if (length > kLargestAssociatePdu) return false;
     while (body.size() < length) {
@@ -109,8 +110,8 @@ bool ReadBody(Buffer& buffer, std::uint32_t length, std::vector<unsigned char>& 
     return true;
 }
 
-/// Calls `take(type, length)` for each item up to the end of the buffer or window, in a window of the item's length.
-/// False when an item reaches beyond it, or `take` says so.
+// Calls `take(type, length)` for each item up to the end of the buffer or window, in a window of the item's length.
+// False when an item reaches beyond it, or `take` says so.
 template <class Take>
 bool ForEachItem(Buffer& in, Take take) {
     while (in.GetRemaining() > 0) {
@@ -123,16 +124,16 @@ bool ForEachItem(Buffer& in, Take take) {
     return true;
 }
 
-/// What is left of the window, at most `longest` characters, without padding at its end.
+// Reads the rest of the window, at most `longest` characters, and removes padding at its end.
 std::string ReadText(Buffer& in, std::size_t longest) {
     std::string text(static_cast<std::size_t>(std::min<std::uint64_t>(longest, in.GetRemaining())), '\0');
     in.Read(text.data(), text.size());
     return text;
 }
 
-/// A UID; false when it is too long for one.
+// A UID; false when it is too long for one.
 bool ReadUid(Buffer& in, UidField& uid) {
-    if (in.GetRemaining() > sizeof uid.m_Text + 1) return false;  // some pad them to even length
+    if (in.GetRemaining() > sizeof uid.m_Text + 1) return false;  // one more: some peers pad UIDs to even length
     uid.Set(TrimmedUid(ReadText(in, sizeof uid.m_Text)));
     return true;
 }
@@ -174,7 +175,8 @@ bool ReadUserItem(Buffer& in, std::uint8_t type, UserInformation& user) {
     }
 }
 
-/// The fixed part, and the items: `takeContext(type)` is offered those that are not common to request and acceptance.
+// Reads the fixed part and the items. Items that are not common to request and acceptance are handed to
+// `takeContext(type)`.
 template <class TakeContext>
 bool ReadAssociate(Buffer& buffer, PduHeader& pdu, std::uint8_t type, AssociateFields& fields,
                    TakeContext takeContext) {
@@ -207,7 +209,7 @@ bool ReadProposed(Buffer& in, ProposedContext& context) {
 bool ReadAnswered(Buffer& in, AnsweredContext& context) {
     if (!in.ReadUINT8(context.id) || !in.Skip(1) || !in.ReadUINT8(context.result) || !in.Skip(1)) return false;
     return ForEachItem(in, [&](std::uint8_t type) {
-        // Where the context was not accepted its content counts for nothing (PS3.8 9.3.3.2), whatever it is.
+        // The transfer syntax of a context that was not accepted has no meaning (PS3.8 9.3.3.2), and is not looked at.
         const bool counts = type == kTransferSyntaxItem && context.result == kContextAccepted;
         return !counts || ReadUid(in, context.transferSyntax);
     });

@@ -7,8 +7,8 @@
 namespace {
 
 constexpr int kLongestCloseWait = 5;
-constexpr std::uint32_t kSlowest = 1024;                           // bytes a second
-constexpr std::uint32_t kShortestLength = PDataTF::kOverhead + 2;  // room for data at all
+constexpr std::uint32_t kSlowest = 1024;                           // bytes a second that a peer must send
+constexpr std::uint32_t kShortestLength = PDataTF::kOverhead + 2;  // the shortest PDU that carries data
 
 }  // namespace
 
@@ -29,7 +29,7 @@ void DcmService::Begin(State state) {
     PDataTF::ForgetPDU();
 }
 
-/// The association is over, and the connection closed.
+// Ends the association: closes the connection and keeps the reason.
 DcmService::Event DcmService::End(Event event, const std::string& what) {
     m_State = State::Idle;
     m_Agreed.clear();
@@ -71,7 +71,8 @@ DcmService::Event DcmService::ReadAnswer() {
     return Event::Accepted;
 }
 
-/// Keeps the contexts that were accepted; false for one that was never proposed so.
+// Keeps the contexts that were accepted. False where the answer accepts a context or transfer syntax that was not
+// proposed.
 bool DcmService::TakeAnswer() {
     for (const AnsweredContext& answered : AAssociateAC::m_Contexts) {
         if (answered.result != kContextAccepted) continue;
@@ -158,8 +159,8 @@ DcmService::Event DcmService::Reject(std::uint8_t result, std::uint8_t source, s
     return End(Event::Rejected, AAssociateRJ::GetText());
 }
 
-/// The type of the next PDU; an abort is dealt with here. From its type on, a PDU has the time of one receive, and a second
-/// for each KB of data: who sends byte after byte would hold an acceptor for weeks.
+// Reads the type of the next PDU; an A-ABORT is handled here. For the rest of the PDU the peer has the time-out of one
+// receive and one second more for each KB: otherwise one that sends byte after byte could occupy an acceptor for weeks.
 DcmService::Event DcmService::NextPdu(std::uint8_t& type) {
     LimitWaiting(0);
     if (!ReadUINT8(type)) return ReadFailed();
@@ -169,7 +170,7 @@ DcmService::Event DcmService::NextPdu(std::uint8_t& type) {
     return End(Event::Aborted, AAbortRQ::GetText());
 }
 
-/// The head of the next piece of a message: of a context (0: any), of a kind.
+// Reads the header of the next PDV, which must be of the given context (0: any) and kind.
 DcmService::Event DcmService::NextPdv(std::uint8_t context, std::uint8_t kind) {
     if (m_State != State::Established) return Event::Fault;
     while (!PDataTF::HasPDV()) {
@@ -228,11 +229,11 @@ DcmService::Event DcmService::Release() {
             return End(Event::Released, "");
         }
         if (collided) return Unexpected(type);
-        if (type == kPDataTF) {  // what was under way still comes, and nobody waits for it any more
+        if (type == kPDataTF) {  // sent by the peer before it saw the release request; nobody waits for it any more
             if (PDataTF::ReadPDU(*this, type) == 0 || !Skip(PDataTF::m_Length)) {
                 return BreakOff(kAbortInvalidParameter, "malformed P-DATA-TF");
             }
-        } else if (type == kReleaseRQ) {  // both asked at once: the requestor answers first
+        } else if (type == kReleaseRQ) {  // both sides asked at once: the requestor answers first (PS3.8 7.2.2)
             if (AReleaseRQ::ReadPDU(*this, type) == 0)
                 return BreakOff(kAbortInvalidParameter, "malformed A-RELEASE-RQ");
             collided = true;
@@ -256,7 +257,8 @@ void DcmService::SendAbort(std::uint8_t source, std::uint8_t reason) {
     AAbortRQ::WritePDU(*this);
 }
 
-/// Lets the peer read what was sent last: a connection that is closed with something unread takes it along.
+// Waits for the peer to close the connection. Closing it here while bytes of the peer are unread would make the system
+// throw away what was sent last, before the peer has read it.
 void DcmService::AwaitClose() {
     m_State = State::AwaitingClose;
     GetSocket().ShutDown();
@@ -265,10 +267,11 @@ void DcmService::AwaitClose() {
 }
 
 DcmService::Event DcmService::BreakOff(std::uint8_t reason, const std::string& what) {
-    if (WhyReadFailed() != ReadFault::None) return ReadFailed();  // nothing was wrong with what came
+    if (WhyReadFailed() != ReadFault::None)
+        return ReadFailed();  // not malformed: the connection ended in the middle of it
     m_Error = what;
     if (m_State == State::AwaitingRequest) {
-        SendAbort(kAbortUser, kAbortNoReason);  // as the standard has it where nothing is agreed on yet (AA-1)
+        SendAbort(kAbortUser, kAbortNoReason);  // no association yet: action AA-1 (PS3.8 9.2)
     } else {
         SendAbort(kAbortProvider, reason);
     }
@@ -286,7 +289,7 @@ DcmService::Event DcmService::ReadFailed() {
     }
 }
 
-/// Sending fails where the peer has closed; it may have said why.
+// After a failure to send, which is how a closed connection shows: an A-ABORT that tells why may have arrived before.
 DcmService::Event DcmService::SendFailed() {
     std::uint8_t type;
     if (WaitForData(0) && ReadUINT8(type) && type == kAbortRQ && AAbortRQ::ReadPDU(*this, type) != 0) {

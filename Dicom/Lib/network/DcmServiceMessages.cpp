@@ -20,7 +20,9 @@ DcmService::Event DcmService::ReceiveCommand(std::uint8_t& context, DimseCommand
         const std::size_t got = in.ReadSome(bytes.data() + have, kStep);
         bytes.resize(have + got);
         if (got == 0) break;
-        if (have == 0) SetDeadline(GetSocket().GetTimeout());  // for all of it, in however many pieces it comes
+        if (have == 0)
+            SetDeadline(
+                GetSocket().GetTimeout());  // the time limit is for the whole command, in however many PDVs it comes
         if (bytes.size() > DimseCommand::kLargest) {
             return BreakOff(kAbortInvalidParameter, "a command set beyond all measure");
         }

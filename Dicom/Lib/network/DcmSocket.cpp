@@ -15,7 +15,7 @@
 
 namespace {
 
-int g_Sockets = 0;  // alive in the process
+int g_Sockets = 0;  // objects in the process
 std::mutex g_SocketsMutex;
 
 std::string SystemErrorText(int error) {
@@ -77,7 +77,7 @@ int DcmSocket::Open(const char* host, const char* port, const std::function<bool
 int DcmSocket::Connect(const char* host, const char* port, const std::function<bool()>& isStopped) {
     std::vector<std::uint32_t> addresses;
     if (platform::ParseInteger(host) != 0 || !platform::FindHost(host, addresses)) {
-        addresses = {platform::AddressFromText(host)};  // no address at all goes on to fail in the connect
+        addresses = {platform::AddressFromText(host)};  // 255.255.255.255 for what is no address: connecting then fails
     }
     if (addresses.empty()) {
         std::snprintf(m_ErrorText, sizeof m_ErrorText, "Open(%s,%s): could not resolve [%s]", host, port, host);
@@ -112,7 +112,7 @@ int DcmSocket::Connect(const char* host, const char* port, const std::function<b
     return 1;
 }
 
-/// A connection is there.
+// Takes over a socket that is connected.
 void DcmSocket::Attach(platform::SocketHandle handle) {
     m_Handle = handle;
     m_bConnected = 1;
@@ -143,7 +143,8 @@ int DcmSocket::RecvAvailable(void* bytes, int capacity) {
     if (got == platform::kNothingReceived) return got;
     if (got == platform::kReceiveFailed) m_LastError = std::max(platform::LastSocketError(), 1);
     if (got == 0) return -1;
-    TraceBlock("received %d bytes\n", bytes, got);  // of a failure -1 bytes: readers of the log know it so
+    TraceBlock("received %d bytes\n", bytes,
+               got);  // "received -1 bytes" after a failure: hosts depend on the log as it is
     return got;
 }
 

@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <functional>
 
-/// A TCP socket over IPv4. Results are 1 and 0; what went wrong is in the error text. Nothing is thrown.
+/// A TCP socket over IPv4. Calls return 1, or 0 with the reason in the error text. Nothing is thrown.
 ///
-/// The first socket of the process starts the system's socket library, the last one that is destroyed stops it. With the
-/// environment variable "DCM_DUMP_SOCKET" set, every send and receive goes to the dump log. Different objects may be used
-/// by different threads, but for host names and names of services, which are looked up by one thread at a time.
+/// The first socket of the process starts the system's socket library, the last one that is destroyed stops it. With
+/// the environment variable "DCM_DUMP_SOCKET" set, every send and receive goes to the dump log. Different objects may
+/// be used by different threads, but for host names and names of services, which are looked up by one thread at a time.
 class DcmSocket {
 public:
     DcmSocket();
@@ -21,26 +21,29 @@ public:
 
     /// Connects to a host (name, or address in dotted form) and a port (number, or name of a service). What was open is
     /// closed first. The numbers in the error texts are those of the C library's `errno`, also where the system keeps
-    /// socket errors elsewhere: callers rely on the texts as they are.
+    /// socket errors elsewhere: hosts depend on the texts as they are.
+    ///
     /// `isStopped` is asked many times a second while the connection is made (not while a name is looked up); true is a
     /// failure.
     int Open(const char* host, const char* port, const std::function<bool()>& isStopped = nullptr);
 
-    /// The port of a text: a number other than 0, or else the name of a service. `protocol` may be null. Null on failure;
-    /// the result stays valid until the next call. The port in it is in network byte order.
+    /// Looks up a port given as text: a number other than 0, or the name of a service. `protocol` may be null. Null on
+    /// failure; the result stays valid until the next call. The port in it is in network byte order.
     const platform::ServiceEntry* ResolvePort(const char* port, const char* protocol);
 
-    /// Sends a block. 1, or 0 when not connected. The result says no more than that: what the system takes in part is
-    /// continued, and a failure on the way is kept (see `HasFailed`). `isStopped` is asked many
-    /// times a second while a peer takes nothing; true is such a failure.
+    /// Sends all bytes of a block. 0 only when the socket is not connected: a failure on the way does not change the
+    /// result, `HasFailed` tells of it. Hosts depend on that. `isStopped` is asked many times a second while the peer
+    /// takes nothing; true is such a failure.
     int Send(const void* bytes, int count, const std::function<bool()>& isStopped = nullptr);
 
-    /// Waits at most the time-out, then takes what is there, at most `capacity` bytes: a count. -1 when the time is up, the
-    /// peer has closed, or not connected; 0 when the time-out is 0 and nothing is there.
+    /// Waits until something arrives, at most for the time-out, and takes at most `capacity` bytes of it. Returns their
+    /// number; -1 when the time is up, when the peer has closed and when the socket is not connected; 0 when the
+    /// time-out is 0 and nothing has arrived.
     int Recv(void* bytes, int capacity);
 
-    /// The two steps of `Recv`: 1 when something can be read within that time, 0, or -1 on error; what is there now, -1 as
-    /// above, or `platform::kNothingReceived`.
+    /// The two steps of `Recv`. `Wait` returns 1 when something can be read, 0 when the time is up, -1 on error.
+    /// `RecvAvailable` takes what has arrived and returns its length, -1 as `Recv` does, or
+    /// `platform::kNothingReceived`.
     int Wait(int milliseconds);
     int RecvAvailable(void* bytes, int capacity);
 
@@ -55,10 +58,11 @@ public:
     int ListenAt(std::uint16_t port, std::uint32_t address);
     /// The port listened on.
     std::uint16_t GetListeningPort() const;
-    /// Gives the next connection within that time to another socket, which is closed first. 1 or 0.
+    /// Waits for the next connection and gives it to another socket object, which is closed first. 0 when none came in
+    /// time.
     int Accept(DcmSocket& connection, int milliseconds);
 
-    /// Has the system ask now and then whether a silent peer is still there.
+    /// Has the system probe now and then whether a silent peer is still there (TCP keep-alive).
     void KeepAlive();
 
     bool IsConnected() const { return m_bConnected != 0; }
@@ -69,8 +73,8 @@ public:
     const char* GetErrorText() const { return m_ErrorText; }
     const platform::SocketAddress& GetPeer() const { return m_Peer; }
 
-    /// Seconds that a receive waits, 300 at first; a send gives up as well when nothing moves for that long, and so does
-    /// connecting, where the system has not done so by itself.
+    /// Seconds that a receive waits, 300 at first; a send gives up as well when nothing moves for that long, and so
+    /// does connecting, where the system has not done so by itself.
     int GetTimeout() const { return m_Timeout; }
     void SetTimeout(int seconds);
 

@@ -4,11 +4,13 @@
 #include "Dicom/Lib/stream/MemoryBuffer.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 namespace {
 
-/// Elements of group 0000.
+// Elements of group 0000.
 enum CommandElement : std::uint16_t {
     kGroupLength = 0x0000,
     kAffectedClass = 0x0002,
@@ -55,6 +57,38 @@ std::string TakeText(Buffer& in) {
     return TrimmedUid(text);
 }
 
+// What statuses mean (PS3.7 annex C, PS3.4 B.2.3 and C.4), the first row that fits: a status does where the digits
+// under its mask are those of the row.
+struct StatusRow {
+    unsigned mask;
+    unsigned status;
+    const char* text;
+};
+
+constexpr StatusRow kStatusRows[] = {
+    {0xFFFF, kStatusSuccess, "success"},
+    {0xFFFF, kStatusNoSuchInstance, "no such SOP instance"},
+    {0xFFFF, kStatusInvalidInstance, "invalid SOP instance"},
+    {0xFFFF, kStatusClassNotSupported, "SOP class not supported"},
+    {0xFFFF, 0x0124, "not authorized"},
+    {0xFFFF, kStatusUnrecognizedOperation, "unrecognized operation"},
+    {0xFFFF, 0x0110, "processing failure"},
+    {0xFFFF, 0x0111, "duplicate SOP instance"},
+    {0xFFFF, 0x0210, "duplicate invocation"},
+    {0xFFFF, 0x0212, "mistyped argument"},
+    {0xFFFF, kStatusDestinationUnknown, "move destination unknown"},
+    {0xFFFF, kStatusCancelled, "cancelled"},
+    {0xFFFE, kStatusPending, "pending"},
+    {0xFF00, kStatusOutOfResources, "out of resources"},
+    {0xFF00, kStatusDataSetMismatch, "data set does not match SOP class"},
+    {0xF000, kStatusCannotUnderstand, "cannot understand"},
+    {0xFFFF, 0xB000, "warning: data elements were coerced"},
+    {0xFFFF, 0xB006, "warning: data elements were discarded"},
+    {0xFFFF, 0xB007, "warning: data set does not match SOP class"},
+    {0xF000, 0xB000, "warning"},
+    {0x0000, 0x0000, "unknown status"},
+};
+
 }  // namespace
 
 bool IsStored(std::uint16_t status) {
@@ -66,50 +100,11 @@ bool IsPending(std::uint16_t status) {
 }
 
 std::string DimseStatusText(std::uint16_t status) {
-    const char* text = "unknown status";
-    if (status == kStatusSuccess)
-        text = "success";
-    else if (status == kStatusNoSuchInstance)
-        text = "no such SOP instance";
-    else if (status == kStatusInvalidInstance)
-        text = "invalid SOP instance";
-    else if (status == kStatusClassNotSupported)
-        text = "SOP class not supported";
-    else if (status == 0x0124)
-        text = "not authorized";
-    else if (status == kStatusUnrecognizedOperation)
-        text = "unrecognized operation";
-    else if (status == 0x0110)
-        text = "processing failure";
-    else if (status == 0x0111)
-        text = "duplicate SOP instance";
-    else if (status == 0x0210)
-        text = "duplicate invocation";
-    else if (status == 0x0212)
-        text = "mistyped argument";
-    else if (status == kStatusDestinationUnknown)
-        text = "move destination unknown";
-    else if (status == kStatusCancelled)
-        text = "cancelled";
-    else if (IsPending(status))
-        text = "pending";
-    else if ((status & 0xFF00) == kStatusOutOfResources)
-        text = "out of resources";
-    else if ((status & 0xFF00) == kStatusDataSetMismatch)
-        text = "data set does not match SOP class";
-    else if ((status & 0xF000) == kStatusCannotUnderstand)
-        text = "cannot understand";
-    else if (status == 0xB000)
-        text = "warning: data elements were coerced";
-    else if (status == 0xB006)
-        text = "warning: data elements were discarded";
-    else if (status == 0xB007)
-        text = "warning: data set does not match SOP class";
-    else if ((status & 0xF000) == 0xB000)
-        text = "warning";
+    const auto* const row = std::find_if(std::begin(kStatusRows), std::end(kStatusRows),
+                                         [&](const StatusRow& known) { return (status & known.mask) == known.status; });
     char number[16];
     std::snprintf(number, sizeof number, " (0x%4.4X)", static_cast<unsigned>(status));
-    return std::string(text) + number;
+    return std::string(row->text) + number;
 }
 
 DimseCommand DimseCommand::MakeResponse(std::uint16_t withStatus) const {

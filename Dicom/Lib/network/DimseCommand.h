@@ -36,7 +36,7 @@ enum DimseStatus : std::uint16_t {
     kStatusPending = 0xFF00
 };
 
-/// Whether a status of a C-STORE counts as stored: success and the warnings (B000, B006, B007).
+/// Whether a C-STORE with this status has stored the instance: success, and warnings (Bxxx).
 bool IsStored(std::uint16_t status);
 
 /// Whether more responses follow one with this status (FF00, FF01).
@@ -47,8 +47,8 @@ std::string DimseStatusText(std::uint16_t status);
 
 /// One command. Fields that a command does not have are left at their values here, and not written.
 struct DimseCommand {
-    static constexpr std::uint16_t kNoDataSet = 0x0101;
-    static constexpr std::size_t kLargest = 64 * 1024;  ///< of a command set that is read
+    static constexpr std::uint16_t kNoDataSet = 0x0101;  ///< `dataSetType` of a command that no data set follows
+    static constexpr std::size_t kLargest = 64 * 1024;   ///< bytes; a longer command set is not read
 
     std::uint16_t field = 0;
     std::uint16_t messageId = 0;  ///< in a response: the number of the request
@@ -58,7 +58,7 @@ struct DimseCommand {
     std::uint16_t dataSetType = kNoDataSet;
     std::uint16_t status = 0;     ///< responses
     std::string errorComment;     ///< responses; at most 64 characters are written
-    std::string moveDestination;  ///< title that a C-MOVE request names
+    std::string moveDestination;  ///< of a C-MOVE request: the AE title that the instances go to
 
     // Sub-operations, of responses to C-GET and C-MOVE; read only.
     std::uint16_t remaining = 0;
@@ -75,6 +75,6 @@ struct DimseCommand {
     /// The whole command set with its group length.
     std::vector<unsigned char> Encode() const;
 
-    /// 1, or 0 for what is no command set or lacks its field.
+    /// Reads a command set. 1; 0 when the bytes are not one, or when it has no Command Field (0000,0100).
     int Decode(const void* bytes, std::size_t count);
 };

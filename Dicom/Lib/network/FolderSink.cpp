@@ -15,9 +15,10 @@
 namespace {
 
 constexpr std::string_view kExtension = ".dcm";
-constexpr int kMostCompared = 100;  // or a flood of versions of one instance would have all read for each
+constexpr int kMostCompared =
+    100;  // versions of one instance; else a flood of them would have all read for each new one
 
-/// Preamble and meta information (PS3.10 7.1); empty when memory runs out.
+// Preamble and meta information (PS3.10 7.1); empty when memory runs out.
 std::vector<unsigned char> FileHead(const StorageRequest& request) {
     static constexpr unsigned char kVersion[2] = {0, 1};
     DICOMDataObject meta;
@@ -39,7 +40,8 @@ std::vector<unsigned char> FileHead(const StorageRequest& request) {
     return head.GetBytes();
 }
 
-/// Whether `a`, an older file, ends with the data set that `b` has behind its head: heads name the sender, and may differ.
+// Whether `a`, an older file, ends with the data set that `b` has behind its head: heads name the sender, and may
+// differ.
 bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t head) {
     constexpr std::size_t kPiece = 64 * 1024;
     if (b.GetSize() < head) return false;
@@ -61,7 +63,7 @@ bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t 
 
 enum class Content { Same, Other, Unreadable };
 
-/// Windows refuses to open a file that another process is renaming at this moment; a second at most is waited for it.
+// Opens a file that another process may be renaming at this moment, which Windows refuses: tries again for a second.
 bool OpenPatiently(platform::InputFile& file, const std::string& path) {
     constexpr int kTries = 50;
     for (int i = 0; i < kTries; ++i) {
@@ -72,8 +74,8 @@ bool OpenPatiently(platform::InputFile& file, const std::string& path) {
     return false;
 }
 
-/// Has both files open no longer than it takes: Windows neither renames nor removes open ones. One that cannot be opened
-/// for any reason but its absence is unreadable: the same content must not be stored a second time.
+// Compares the data sets of two files. Both are closed again before it returns, for Windows neither renames nor removes
+// open files. A file that exists but cannot be opened is `Unreadable`.
 Content CompareDataSets(const std::string& older, const std::string& file, std::size_t head) {
     platform::InputFile a;
     platform::InputFile b;
@@ -88,7 +90,8 @@ std::string NumberedName(const std::string& path, int number) {
     return base + "-" + std::to_string(number) + std::string(kExtension);
 }
 
-/// A name that no file has, behind the number `low`, which one has; found in few looks.
+// A name with a number above `low` that no file has, where a file has the number `low`. It is searched in steps that
+// double, so that many files cost few look-ups.
 std::string FreeName(const std::string& path, int low) {
     const auto isTaken = [&](int number) { return platform::FileExists(NumberedName(path, number).c_str()); };
     int high = low + 1;
@@ -111,7 +114,7 @@ FolderSink::FolderSink(std::string folder, Existing existing)
 FolderSink::~FolderSink() = default;
 
 std::string FolderSink::MakeName(const StorageRequest& request) const {
-    return IsUid(request.sopInstance) ? request.sopInstance : "";  // whoever calls
+    return IsUid(request.sopInstance) ? request.sopInstance : "";  // `SetTakesAnyInstance` lets others through
 }
 
 std::uint16_t FolderSink::Begin(const StorageRequest& request) {
@@ -138,7 +141,8 @@ std::uint16_t FolderSink::End() {
     return status;
 }
 
-/// Gives the file its name, which may be another than was thought. What has the content already stays alone.
+// Gives the file its name, with a number behind it where other files have the name. A file that has the same content
+// already is kept, and this one is not stored a second time.
 bool FolderSink::Settle() {
     using Commit = platform::ReplacingFile::Existing;
     if (m_Existing == Existing::Replace) return m_pFile->CommitAs(m_Path, Commit::Replace);
@@ -151,7 +155,8 @@ bool FolderSink::Settle() {
         }
         const Content content = CompareDataSets(m_Path, m_pFile->GetUnfinished(), m_Head);
         if (content == Content::Same) return true;
-        if (content == Content::Unreadable) return false;  // else a file that cannot be read now would be there twice
+        if (content == Content::Unreadable)
+            return false;  // it may have the same content, which must not be stored twice
         m_Path = NumberedName(first, number);
     }
     return true;

@@ -10,12 +10,12 @@ namespace platform {
 class ReplacingFile;
 }
 
-/// Writes Part 10 files (PS3.10) named "<SOP instance UID>.dcm" into a folder, whole or not at all: until its last byte was
-/// written a file is called ".<SOP instance UID>.dcm.RANDOM.part", which no other file is. Failures leave `errno` set.
+/// Writes Part 10 files (PS3.10) named "<SOP instance UID>.dcm" into a folder, whole or not at all: until its last byte
+/// is written a file is called ".<SOP instance UID>.dcm.RANDOM.part". Failures leave `errno` set.
 class FolderSink : public StorageSink {
 public:
-    /// What becomes of a file that is there already. `KeepBoth`: a data set with the same bytes is not stored twice, another
-    /// one gets "-2", "-3" ... behind the UID.
+    /// What becomes of a file that is there already. `KeepBoth`: a data set with the same bytes is not stored twice,
+    /// another one gets "-2", "-3" ... behind the UID.
     enum class Existing { Replace, KeepBoth };
 
     explicit FolderSink(std::string folder, Existing existing = Existing::Replace);
@@ -30,12 +30,12 @@ public:
     const std::string& GetPath() const { return m_Path; }
 
 protected:
-    /// Looks at the file, which is complete but for its name and lies under `path`; other statuses than success refuse it.
-    /// The data set begins behind `head` bytes.
+    /// To be overridden to examine the file, which is complete and still lies under its unfinished name `path`. Any
+    /// status but success refuses it. The data set begins `head` bytes into the file.
     virtual std::uint16_t Check(const std::string& /*path*/, std::size_t /*head*/) { return kStatusSuccess; }
 
-    /// The file's name without ".dcm"; "" refuses the data set (0x0117). What a peer says must not lead elsewhere: here it
-    /// is the SOP instance UID, where it is one.
+    /// The file's name without ".dcm"; "" refuses the data set (0x0117). Here it is the SOP instance UID, or "" for a
+    /// text that is no UID: a name that a peer chooses must not lead out of the folder.
     virtual std::string MakeName(const StorageRequest& request) const;
 
 private:

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// What is handed to the system in one call, about: several PDUs where the peer takes small ones only.
+// About as many bytes as are handed to the system in one call: several PDUs where the peer takes only small ones.
 constexpr std::size_t kBlockBytes = 256 * 1024;
 
 }  // namespace
@@ -26,7 +26,7 @@ unsigned char* PDataOutputBuffer::GetRoom(std::size_t& capacity) {
     return m_Service.m_SendBlock.data() + m_Begin + PDataTF::kHeadBytes + m_InPdu;
 }
 
-/// Puts the head in front of the data that is there, and begins the next PDU.
+// Writes the header in front of the data of the PDU at hand, and begins the next PDU.
 bool PDataOutputBuffer::ClosePdu(bool last) {
     const auto control = static_cast<std::uint8_t>(m_Kind | (last ? PDataTF::kLast : 0));
     PDataTF::PutHead(m_Service.m_SendBlock.data() + m_Begin, m_Context, control, static_cast<std::uint32_t>(m_InPdu));

@@ -1,5 +1,5 @@
-// Messages as streams: what is written goes out in P-DATA PDUs of the length that the peer takes, what is read comes out
-// of them (PS3.8 annex E). Neither holds a message as a whole.
+// Messages as streams (PS3.8 annex E): bytes written to one buffer leave in P-DATA PDUs of the length that the peer
+// takes, bytes read from the other come out of the PDUs that arrive. Neither holds a whole message in memory.
 #pragma once
 
 #include "DcmService.h"
@@ -14,8 +14,8 @@ public:
     /// `kind`: `PDataTF::kCommand` or 0. The service must outlive the buffer.
     PDataOutputBuffer(DcmService& service, std::uint8_t context, std::uint8_t kind);
 
-    /// Room for data, at least one byte: what is put there directly is counted by `Commit`. Nothing may wait in the
-    /// buffer's own write area (see `Flush`).
+    /// The place in the PDU at hand where data may be put directly, at least one byte; `Commit` then says how many
+    /// bytes were. The buffer's own write area must be empty (see `Flush`).
     unsigned char* GetRoom(std::size_t& capacity);
     void Commit(std::size_t count) { m_InPdu += count; }
 
@@ -36,8 +36,8 @@ private:
     std::uint8_t m_Context;
     std::uint8_t m_Kind;
     std::size_t m_PduData;    // bytes of data in a full PDU
-    std::size_t m_Begin = 0;  // of the PDU being filled
-    std::size_t m_InPdu = 0;  // data in it
+    std::size_t m_Begin = 0;  // where the PDU that is being filled begins in the block
+    std::size_t m_InPdu = 0;  // bytes of data in that PDU
     std::uint64_t m_Count = 0;
     bool m_bFailed = false;
 };
@@ -47,7 +47,7 @@ class PDataInputBuffer : public Buffer {
 public:
     PDataInputBuffer(DcmService& service, std::uint8_t context, std::uint8_t kind);
 
-    /// Takes what is left. 1 when the message came to its end, 0 when it did not.
+    /// Reads and drops the rest of the message. 1 when its end arrived, 0 when it did not.
     int Finish();
 
     /// `Message` while all is well; else how the association ended.
@@ -62,7 +62,7 @@ private:
     DcmService& m_Service;
     std::uint8_t m_Context;
     std::uint8_t m_Kind;
-    std::uint32_t m_Left = 0;  // of the piece at hand
+    std::uint32_t m_Left = 0;  // bytes not yet read of the PDV at hand
     bool m_bLast = false;
     DcmService::Event m_Event = DcmService::Event::Message;
 };

@@ -7,15 +7,15 @@
 
 /// A P-DATA PDU: a run of presentation data values (PDVs), each a piece of a command or of a data set.
 ///
-/// Nothing is held: a PDU is read by its header (`ReadPDU`), then by the header of one PDV after the other (`ReadPDV`), of
-/// which the caller reads `m_DataLength` bytes from the buffer itself. `WritePDU` writes a PDU with one PDV.
+/// Nothing is held: a PDU is read by its header (`ReadPDU`), then by the header of one PDV after the other (`ReadPDV`),
+/// of which the caller reads `m_DataLength` bytes from the buffer itself. `WritePDU` writes a PDU with one PDV.
 ///
 /// With the environment variable "DCM_DUMP_PDATA" set, the fields of PDUs go to the dump log.
 class PDataTF : public PduHeader {
 public:
-    /// In front of the data of a PDU with one PDV: PDU header, PDV length, context, control header.
+    /// Bytes in front of the data of a PDU with one PDV: PDU header, PDV length, context, control header.
     static constexpr std::size_t kHeadBytes = 12;
-    /// The part of it that counts for the maximum length.
+    /// The bytes of it that count towards the maximum length (PS3.8 D.1).
     static constexpr std::uint32_t kOverhead = 6;
 
     /// Bits of the message control header.
@@ -41,10 +41,10 @@ public:
     /// Forgets what is left of a PDU: another connection begins.
     void ForgetPDU() { m_Left = 0; }
 
-    /// Fills `kHeadBytes` bytes that stand in front of `count` bytes of data.
+    /// Writes the `kHeadBytes` bytes that stand in front of `count` bytes of data to `place`.
     static void PutHead(unsigned char* place, std::uint8_t context, std::uint8_t control, std::uint32_t count);
 
-    /// The line of the trace for such a head.
+    /// Writes such a header to the dump log.
     static void DumpHead(const char* verb, std::uint8_t context, std::uint8_t control, std::uint32_t count);
 
 private:

@@ -21,7 +21,7 @@ void DumpFields(const PduHeader& pdu, std::uint32_t reserved) {
     Trace(kDumpPData, "\tReserved2[1]=%2.2X\n", static_cast<unsigned>(reserved));
 }
 
-/// The banner's first line has no line end; readers of the log know it so.
+// The banner's first line has no line end: hosts depend on the log as it is.
 void DumpWithBanner(const char* title, const PduHeader& pdu, std::uint32_t reserved) {
     if (!IsDebugFlagOn(kDumpPData)) return;
     Trace(kDumpPduBanner, "------------------------------------------------");
@@ -64,7 +64,7 @@ int AReleaseRP::WritePDU(Buffer& buffer) {
 
 int AReleaseRP::ReadPDU(Buffer& buffer, std::uint8_t type) {
     Trace(kDumpPData, "---------------------------------------------------------");
-    Trace(kDumpPData, "Reading AReleaseRP (0x06) Type=02.2X\n");  // without a conversion; readers of the log know it so
+    Trace(kDumpPData, "Reading AReleaseRP (0x06) Type=02.2X\n");  // no "%" in it: hosts depend on the log as it is
     if (!ReadRelease(buffer, *this, type, m_Reserved2)) return 0;
     DumpFields(*this, m_Reserved2);
     Trace(kDumpPData, "---------------------------------------------\n");

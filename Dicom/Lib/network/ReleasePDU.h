@@ -5,6 +5,8 @@
 
 #include <string>
 
+/// Asks for the release of an association. `WritePDU` and `ReadPDU` are as `PduHeader` says; a length other than 4 is
+/// refused.
 class AReleaseRQ : public PduHeader {
 public:
     AReleaseRQ() : PduHeader(kReleaseRQ) {}
@@ -15,6 +17,7 @@ public:
     int ReadPDU(Buffer& buffer, std::uint8_t type);
 };
 
+/// Agrees to a release; there is no other answer.
 class AReleaseRP : public PduHeader {
 public:
     AReleaseRP() : PduHeader(kReleaseRP) {}
@@ -25,8 +28,9 @@ public:
     int ReadPDU(Buffer& buffer, std::uint8_t type);
 };
 
+/// Who ends the association (PS3.8 9.3.8).
 enum AbortSource : std::uint8_t { kAbortUser = 0, kAbortProvider = 2 };
-/// Reasons of the provider; the user gives 0.
+/// Why; an abort by the user always has 0.
 enum AbortReason : std::uint8_t {
     kAbortNoReason = 0,
     kAbortUnrecognizedPdu = 1,
@@ -36,6 +40,7 @@ enum AbortReason : std::uint8_t {
     kAbortInvalidParameter = 6
 };
 
+/// Ends an association at once; either side may send it at any time, and there is no answer.
 class AAbortRQ : public PduHeader {
 public:
     AAbortRQ() : PduHeader(kAbortRQ) {}
@@ -47,6 +52,6 @@ public:
     int WritePDU(Buffer& buffer);
     int ReadPDU(Buffer& buffer, std::uint8_t type);
 
-    /// Such as "aborted by the service provider: unexpected PDU".
+    /// The abort in words, such as "aborted by the service provider: unexpected PDU".
     std::string GetText() const;
 };

@@ -31,7 +31,7 @@ bool SocketBuffer::WaitForData(int milliseconds) {
     return HasUnread() || GetSocket().Wait(milliseconds) == 1;
 }
 
-/// Until something can be read; else the fault is kept.
+// Waits until something can be read. False when that fails, with the reason in `m_ReadFault`.
 bool SocketBuffer::WaitForSocket() {
     const Clock::time_point begin = Clock::now();
     Clock::time_point end = begin + std::chrono::seconds(GetSocket().GetTimeout());
@@ -61,7 +61,8 @@ bool SocketBuffer::WaitForSocket() {
 }
 
 std::size_t SocketBuffer::Fill(void* bytes, std::size_t capacity) {
-    if (m_ReadFault == ReadFault::None && IsStopped()) m_ReadFault = ReadFault::Stopped;  // also while much comes
+    if (m_ReadFault == ReadFault::None && IsStopped())
+        m_ReadFault = ReadFault::Stopped;  // asked here too, for a peer whose data never makes a read wait
     while (m_ReadFault == ReadFault::None) {
         if (m_bDeadline && Clock::now() >= m_Deadline) {
             m_ReadFault = ReadFault::TimedOut;

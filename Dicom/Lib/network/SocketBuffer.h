@@ -9,8 +9,8 @@
 #include <functional>
 #include <memory>
 
-/// Reads what the socket receives and sends on `Flush`. The socket is made when it is first asked for, so that an object
-/// of which the network is never used costs nothing.
+/// Reads what the socket receives and sends on `Flush`. The socket is made when it is first asked for, so that an
+/// object whose network is never used costs nothing.
 ///
 /// After a failed read (the peer closed, time out, stopped) every further read fails; `WhyReadFailed` tells.
 class SocketBuffer : public Buffer {
@@ -26,18 +26,18 @@ public:
     void SetStopCheck(std::function<bool()> check) { m_StopCheck = std::move(check); }
     bool IsStopped() const { return m_StopCheck && m_StopCheck(); }
 
-    /// From now on reading fails when so much time has passed in all, however the bytes trickle in. 0: no such limit, only
-    /// the socket's own time-out.
+    /// From now on reading fails once so many seconds have passed, even while bytes still arrive. 0: no such limit,
+    /// only the socket's own time-out.
     void SetDeadline(int seconds);
 
-    /// From now on reading fails when it has waited so long for the peer in all; the time between reads does not count.
-    /// 0: no such limit.
+    /// From now on reading fails once the reads together have waited so many seconds for the peer; the time between
+    /// reads does not count. 0: no such limit.
     void LimitWaiting(std::int64_t seconds);
 
-    /// Whether something can be read before the milliseconds are up; no fault when not.
+    /// Whether something can be read before the milliseconds are up. False is not a failure: reading may go on later.
     bool WaitForData(int milliseconds);
 
-    /// Sends bytes past the write area, which is flushed first.
+    /// Sends bytes directly, after the buffer's write area has been flushed.
     bool Send(const void* bytes, std::size_t count);
 
     /// Forgets what was read and written, faults and deadline: for another connection.

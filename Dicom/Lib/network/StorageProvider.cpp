@@ -12,7 +12,8 @@ using Event = DcmService::Event;
 
 constexpr std::size_t kPieceBytes = 256 * 1024;
 
-/// As much as the piece holds, or as comes: data sets arrive in many small parts, and files like large ones.
+// Fills the piece with data, less only at the end of the data set: it arrives in many small parts, and writing a file
+// in large ones is faster. Returns the number of bytes.
 std::size_t FillPiece(PDataInputBuffer& data, std::vector<unsigned char>& piece) {
     std::size_t used = 0;
     while (used < piece.size()) {
@@ -67,11 +68,11 @@ Event StorageProvider::Handle(std::uint8_t contextId, const DimseCommand& comman
         PDataInputBuffer data(m_Service, contextId, 0);
         if (data.Finish() == 0) return data.GetEvent();
     }
-    if (command.IsResponse()) {  // to nothing that was asked
+    if (command.IsResponse()) {  // nothing was asked that it could answer
         m_Service.Abort();
         return Event::Fault;
     }
-    if (command.field == kCancelRQ) return Event::Message;  // what it would cancel is over
+    if (command.field == kCancelRQ) return Event::Message;  // the operation that it would cancel is over
     std::uint16_t status = kStatusUnrecognizedOperation;
     if (command.field == kEchoRQ) {
         status = context.sopClass == kVerificationClass ? kStatusSuccess : kStatusClassNotSupported;
@@ -92,7 +93,7 @@ Event StorageProvider::Store(const AcceptedContext& context, const DimseCommand&
         } else {
             status = Receive(data, request);
         }
-        // What is not wanted is read all the same: the answer follows the data set.
+        // A data set that is refused is still read to its end: the response may be sent only after it.
         if (data.Finish() == 0) return data.GetEvent();
     }
     const char* const reason = ReasonText(status);
@@ -100,7 +101,7 @@ Event StorageProvider::Store(const AcceptedContext& context, const DimseCommand&
     return Answer(context.id, command, status, reason);
 }
 
-/// The data set into the sink. After this the rest of it, if there is one, is nobody's.
+// Passes the data set to the sink. After a failure the rest of it has not been read.
 std::uint16_t StorageProvider::Receive(PDataInputBuffer& data, const StorageRequest& request) {
     std::uint16_t status = m_Sink.Begin(request);
     if (status != kStatusSuccess) return status;
@@ -113,7 +114,8 @@ std::uint16_t StorageProvider::Receive(PDataInputBuffer& data, const StorageRequ
         status = m_Sink.Write(m_Piece.data(), count);
     }
     if (status == kStatusSuccess) {
-        const bool hasCome = data.GetEvent() == Event::Message;  // else the association is over, and this never sent
+        const bool hasCome =
+            data.GetEvent() == Event::Message;  // else the association has ended, and the status is never sent
         if (!hasCome) status = kStatusCannotUnderstand;
         if (hasCome && isSeen) status = CheckDataSet(walker, request);
     }

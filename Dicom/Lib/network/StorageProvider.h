@@ -12,12 +12,12 @@
 class DataSetWalker;
 class PDataInputBuffer;
 
-/// Whether a text is a UID (PS3.5 9.1) from which a file name may be made: 1 to 64 characters, digits and dots, no empty
-/// component.
+/// Whether a text is a UID (PS3.5 9.1) from which a file name may be made: 1 to 64 characters, digits and dots, no
+/// empty component.
 bool IsUid(std::string_view text);
 
-/// A data set that is about to come. Class and instance are UIDs, checked to be such (the instance unless
-/// `SetTakesAnyInstance` was called: then it is any text that is not empty).
+/// A data set that is about to arrive. Class and instance have been checked to be UIDs; after
+/// `SetTakesAnyInstance(true)` the instance may be any text that is not empty.
 struct StorageRequest {
     std::string sopClass;
     std::string sopInstance;
@@ -25,12 +25,12 @@ struct StorageRequest {
     std::string callingTitle;
 };
 
-/// What is answered for a data set that was followed to its end: 0xC000 unless it is whole, 0xA900 when its class or
-/// instance is another than was said.
+/// The status for a data set whose structure was followed to its end: success; 0xC000 when it is damaged or cut off;
+/// 0xA900 when its class or instance is not what the command said.
 std::uint16_t CheckDataSet(const DataSetWalker& walked, const StorageRequest& request);
 
-/// Where received data sets go. For each: `Begin`, any number of `Write`, then `End` or `Discard`. Statuses are those of
-/// `DimseStatus`; other than success, they are answered to the peer, and nothing of the data set is to be left.
+/// Where received data sets go. For each: `Begin`, any number of `Write`, then `End` or `Discard`. Statuses are those
+/// of `DimseStatus`. Any but success is answered to the peer; the sink then keeps nothing of the data set.
 class StorageSink {
 public:
     virtual ~StorageSink() = default;
@@ -46,20 +46,21 @@ public:
 /// Storage and verification as provider: serves one association after the other, on the caller's thread.
 ///
 /// A data set is passed on as it comes. On the way its structure is checked: it must be whole, and have the class and
-/// instance that the command named (`CheckDataSet`); else it is discarded. Into a deflated one (1.2.840.10008.1.2.1.99)
-/// nobody looks here: where the policy accepts that syntax, the check is the sink's.
+/// instance that the command named (`CheckDataSet`); else it is discarded. A deflated one (1.2.840.10008.1.2.1.99) is
+/// not checked here: where the policy accepts that syntax, the sink must check it.
 class StorageProvider {
 public:
     StorageProvider(DcmService& service, StorageSink& sink) : m_Service(service), m_Sink(sink) {}
 
-    /// Data sets whose instance is named by a text that is no UID are passed on all the same, where the sink can give them
-    /// a name; else they are refused (0x0117).
+    /// Data sets whose instance is named by a text that is no UID are passed on all the same, where the sink can give
+    /// them a name; else they are refused (0x0117).
     void SetTakesAnyInstance(bool takes) { m_bAnyInstance = takes; }
 
-    /// Serves the connection of the service's socket until the association has ended; how it did.
+    /// Serves the connection of the service's socket until the association has ended, and returns how it ended.
     DcmService::Event Serve(const AcceptPolicy& policy);
 
-    /// Answers one request that the caller has received, as in a C-GET; `Message`, or how the association ended.
+    /// Answers one C-STORE or C-ECHO request that the caller has received, as during a C-GET. Returns `Message`, or how
+    /// the association ended.
     DcmService::Event Handle(std::uint8_t context, const DimseCommand& command);
 
 private:

@@ -23,7 +23,7 @@ std::string SystemReason() {
     return std::generic_category().message(errno);
 }
 
-/// A data set without meta information that begins with group 0008 the other way round.
+// Whether the stream begins with group 0008 in big-endian order: a data set without meta information.
 bool IsBareBigEndian(Buffer& in) {
     const unsigned char* const bytes = in.Peek(2);
     return bytes != nullptr && bytes[0] == 0 && bytes[1] == 8;
@@ -52,7 +52,9 @@ int StorageFile::Examine(const std::string& filePath, std::string& error) {
         syntax = IsBareBigEndian(in) ? kExplicitBigEndian : DetectSyntax(in);
         transferSyntax = NativeSyntaxUid(syntax);
     } else {
-        syntax = FindTransferSyntax(transferSyntax, kExplicitLittleEndian);  // those not in the table are encapsulated
+        syntax = FindTransferSyntax(
+            transferSyntax,
+            kExplicitLittleEndian);  // syntaxes that the table does not have are taken for encapsulated ones
     }
     dataOffset = in.GetPosition();
     dataLength = in.GetRemaining() == Buffer::kUnknown ? 0 : in.GetRemaining();
@@ -64,7 +66,7 @@ int StorageFile::Examine(const std::string& filePath, std::string& error) {
     return 0;
 }
 
-/// Over the data set from element to element, past what lies in large values.
+// Goes through the data set from element to element; large values are skipped.
 bool StorageFile::Walk(int syntax, std::string& error) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(platform::OpenFile(path.c_str(), "rb"), &std::fclose);
     DataSetWalker walker(syntax);
@@ -116,7 +118,8 @@ std::size_t StorageUser::Propose(const std::vector<StorageFile>& files, std::siz
     return index;
 }
 
-/// With the file's own syntax; for an uncompressed file otherwise with another uncompressed one.
+// The agreed context with the file's own syntax; for an uncompressed file else one with another uncompressed syntax.
+// Null where there is none.
 const AcceptedContext* StorageUser::ChooseContext(const StorageFile& file) const {
     const AcceptedContext* const own = m_Service.FindContext(file.sopClass, file.transferSyntax);
     if (own != nullptr || !IsNativeTransferSyntax(file.transferSyntax)) return own;
@@ -148,7 +151,7 @@ StorageResult StorageUser::Send(const StorageFile& file) {
     request.priority = m_Priority;
     request.dataSetType = 1;
     const bool isEven =
-        file.dataLength % 2 == 0 || IsDeflatedTransferSyntax(file.transferSyntax);  // that may be padded
+        file.dataLength % 2 == 0 || IsDeflatedTransferSyntax(file.transferSyntax);  // a deflated stream is padded below
     const bool asItLies = context.transferSyntax == file.transferSyntax && isEven;
     const bool sent =
         asItLies ? SendBytes(file, context.id, request, result) : SendEncoded(file, context, request, result);
@@ -186,7 +189,7 @@ bool StorageUser::SendBytes(const StorageFile& file, std::uint8_t context, const
         if (m_Progress && m_Progress(out.GetCount())) return Stop("stopped", result);
     }
     result.bytes = out.GetCount();
-    // The peer must not take a part for the whole.
+    // The message is not finished, so that the peer cannot take a part of the data set for the whole.
     if (in.HasFailed() || (file.dataLength > 0 && file.dataLength != result.bytes)) {
         return m_Service.GetState() == DcmService::State::Established && Stop("the file could not be read", result);
     }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-/// What must be known of a file before it is sent.
+/// A file to be sent, with what must be known of it before.
 class StorageFile {
 public:
     std::string path;
@@ -18,18 +18,18 @@ public:
     std::string sopInstance;
     std::string transferSyntax;    ///< (0002,0010), or that of the encoding where it is missing
     std::uint64_t dataOffset = 0;  ///< where the data set begins, behind meta information
-    std::uint64_t dataLength = 0;  ///< bytes of it; 0 where the file has no size
+    std::uint64_t dataLength = 0;  ///< bytes of the data set; 0 where the file has no size (a pipe)
 
-    /// Looks through the file's structure without reading its large values. 1, or 0 with the reason in `error`: the file
-    /// cannot be read, is no DICOM file, lacks class or instance, or is damaged or cut off (peers break off associations
-    /// over such files).
+    /// Follows the file's structure without reading its large values. 1, or 0 with the reason in `error`: the file
+    /// cannot be read, is no DICOM file, has no SOP class or instance, or is damaged or cut off. (Peers may abort the
+    /// association over such a file.)
     int Examine(const std::string& filePath, std::string& error);
 
 private:
     bool Walk(int syntax, std::string& error);
 };
 
-/// What became of one file. Stored: `error` is empty; a warning of the provider is in `status`.
+/// The outcome for one file. Where it was stored, `error` is empty; `status` may still be a warning of the provider.
 struct StorageResult {
     bool stored = false;
     std::uint16_t status = 0;  ///< of the provider's answer, if there was one
@@ -41,18 +41,19 @@ struct StorageResult {
 ///
 /// A data set goes out as it lies in the file, piece by piece, where a context with the file's own transfer syntax was
 /// agreed on. Otherwise, if the file is not compressed, it is read whole and encoded in an agreed uncompressed syntax;
-/// compressed files are not sent then. One of odd length, which peers do not take, is encoded anew as well.
+/// compressed files are not sent then. A data set of odd length, which peers refuse, is encoded anew as well.
 class StorageUser {
 public:
     /// The codec re-encodes, and should have the public dictionary. Both must outlive the object.
     StorageUser(DcmService& service, TransferSyntaxCodec& codec) : m_Service(service), m_Codec(codec) {}
 
-    /// Replaces the proposed contexts by what the files from `first` on need: one for each pair of class and syntax, and for
-    /// uncompressed ones another with the other uncompressed syntaxes. Returns the index behind the last file that fits
-    /// into the 128 contexts of one association.
+    /// Replaces the proposed contexts by what the files from `first` on need: one for each pair of class and syntax,
+    /// and for uncompressed ones another with the other uncompressed syntaxes. Returns the index behind the last file
+    /// that fits into the 128 contexts of one association.
     std::size_t Propose(const std::vector<StorageFile>& files, std::size_t first = 0);
 
-    /// C-STORE of one file, and the answer. When it fails, `DcmService::GetState` tells whether the association lives on.
+    /// Sends one file (C-STORE) and waits for the response. After a failure `DcmService::GetState` tells whether the
+    /// association still exists.
     StorageResult Send(const StorageFile& file);
 
     /// Called after each block with the bytes of this file sent so far; true stops with A-ABORT. Null: none.

@@ -63,7 +63,7 @@ bool ReadPassword(const std::string& prompt, std::string& password) {
 }
 
 void CatchInterrupts() {
-    // One of the two may be ignored already (nohup, a background job of a shell script): that stays.
+    // A signal that is ignored already (nohup, a background job of a shell script) stays ignored.
     for (const int number : {SIGINT, SIGTERM}) {
         struct sigaction before {};
         if (sigaction(number, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
@@ -94,7 +94,7 @@ bool WriteOutput(const char* bytes, std::size_t count) {
     const bool wasPending = sigismember(&pending, SIGPIPE) == 1;
     pthread_sigmask(SIG_BLOCK, &one, &before);
     const bool written = std::fwrite(bytes, 1, count, stdout) == count && std::fflush(stdout) == 0;
-    // The signal of this write must not come when signals are let through again.
+    // Takes a SIGPIPE of this write off the queue, which would be delivered when the signal is unblocked.
     const timespec now{};
     if (!written && !wasPending) sigtimedwait(&one, nullptr, &now);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);

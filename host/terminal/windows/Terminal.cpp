@@ -64,7 +64,7 @@ bool ReadPassword(const std::string& prompt, std::string& password) {
     SetConsoleMode(input, before);
     std::fputc('\n', stderr);
     std::fflush(stderr);
-    if (count == 0) s_interrupted = 1;  // the handler may not have come to it yet
+    if (count == 0) s_interrupted = 1;  // Ctrl-C, too: its handler may not have run yet
     password = NarrowText(line.c_str());
     return true;
 }
@@ -74,7 +74,7 @@ void CatchInterrupts() {
 }
 
 void PrepareStandardOutput() {
-    static const UINT s_codePage = GetConsoleOutputCP();  // the console outlives the program
+    static const UINT s_codePage = GetConsoleOutputCP();  // restored at exit, since the console outlives the program
     std::atexit([] {
         std::fflush(nullptr);
         SetConsoleOutputCP(s_codePage);
@@ -82,7 +82,7 @@ void PrepareStandardOutput() {
     SetConsoleOutputCP(CP_UTF8);
     for (std::FILE* const stream : {stdout, stderr}) {
         _setmode(_fileno(stream), _O_BINARY);
-        // Without a buffer the console gets byte after byte, and shows no character that has several.
+        // Without a buffer the console would get single bytes, and would show no character that has several.
         std::setvbuf(stream, nullptr, _IOFBF, kOutputBuffer);
     }
 }

@@ -138,12 +138,21 @@ TEST(TransferSyntaxRowTest, EachSyntaxAndWordHasOneRow) {
         EXPECT_EQ(IsNativeTransferSyntax(row.uid), !row.isEncapsulated && !row.isDeflated) << row.uid;
         EXPECT_TRUE(IsNativeTransferSyntax(row.uid) || row.number == kExplicitLittleEndian) << row.uid;
         EXPECT_TRUE(row.isEncapsulated || row.lossyMethod.empty()) << row.uid;
+        EXPECT_TRUE(!row.isLossy || !row.lossyMethod.empty()) << row.uid;
         words.insert(row.word);
     }
     EXPECT_EQ(words, (std::set<std::string_view>{"", "big", "explicit", "implicit", "jpegll", "rle"}));
     for (const int number : {100, 101, 102}) EXPECT_EQ(FindTransferSyntax(NativeSyntaxUid(number), 0), number);
     EXPECT_EQ(FindSyntaxWord(""), nullptr);
     EXPECT_EQ(FindSyntaxRow("1.2.840.10008.1.2 "), nullptr);
+    // The lossless processes of JPEG, JPEG-LS and JPEG 2000 (PS3.5 A.4.1 to A.4.4).
+    for (const std::string end : {"57", "58", "65", "66", "70", "80", "90", "92", "no"}) {
+        EXPECT_FALSE(IsLossyTransferSyntax("1.2.840.10008.1.2.4." + end)) << end;
+    }
+    for (const std::string end : {"50", "51", "53", "64", "81", "91", "93", "100", "102", "203"}) {
+        EXPECT_TRUE(IsLossyTransferSyntax("1.2.840.10008.1.2.4." + end)) << end;
+    }
+    EXPECT_FALSE(IsLossyTransferSyntax(kRleUid) || IsLossyTransferSyntax(kDeflatedUid));
 }
 
 TEST_F(DicomFile, UniqueNamesCountUpToAHundred) {

@@ -122,6 +122,10 @@ TEST(Pdu, ReasonsInWords) {
         EXPECT_EQ(isReject ? reject.GetText() : abort.GetText(), c.text);
     }
     EXPECT_EQ(DimseStatusText(0xA701), "out of resources (0xA701)");
+    EXPECT_EQ(DimseStatusText(kStatusDestinationUnknown), "move destination unknown (0xA801)");
+    EXPECT_EQ(DimseStatusText(0xFF01), "pending (0xFF01)");
+    EXPECT_EQ(DimseStatusText(0xFF02), "unknown status (0xFF02)");
+    EXPECT_EQ(DimseStatusText(0xB123), "warning (0xB123)");
     EXPECT_TRUE(IsStored(0xB007) && IsStored(0) && !IsStored(0xA900) && !IsStored(0xC000));
 }
 
