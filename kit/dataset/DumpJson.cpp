@@ -79,7 +79,7 @@ private:
         Json member;
         member["vr"] = TypeLetters(element);
         if (IsBinary(element)) {
-            if (element.m_Length > 0 || IsEncapsulated(&element)) member["InlineBinary"] = Binary(element);
+            if (element.m_Length > 0 || IsEncapsulated(&element)) member["InlineBinary"] = Base64Of(element);
         } else if (Json values = Values(element, decoder); !values.empty()) {
             member["Value"] = std::move(values);
         }
@@ -102,26 +102,6 @@ private:
             items.push_back(DataSet(*element.GetItem(i), decoder));
         }
         return items;
-    }
-
-    static std::string Binary(const VR& element) {
-        constexpr std::size_t kHeader = 8;
-        std::vector<std::string_view> fragments;
-        std::size_t length = element.GetText().size();
-        for (std::uint32_t i = 0; IsEncapsulated(&element) && i < element.GetItemCount(); ++i) {
-            const VR* const fragment = GetFragment(element, i);
-            fragments.push_back(fragment != nullptr ? fragment->GetText() : std::string_view());
-            length += kHeader + fragments.back().size();
-        }
-        Base64 text(length);
-        text.Append(element.GetText());
-        for (const std::string_view bytes : fragments) {
-            char header[kHeader] = {'\xFE', '\xFF', '\x00', '\xE0'};
-            platform::StoreLittle(header + 4, static_cast<std::uint32_t>(bytes.size()));
-            text.Append({header, sizeof header});
-            text.Append(bytes);
-        }
-        return std::move(text).Finish();
     }
 
     static Json Numbers(const VR& element) {
@@ -175,6 +155,26 @@ private:
 };
 
 }  // namespace
+
+std::string Base64Of(const VR& element) {
+    constexpr std::size_t kHeader = 8;
+    std::vector<std::string_view> fragments;
+    std::size_t length = element.GetText().size();
+    for (std::uint32_t i = 0; IsEncapsulated(&element) && i < element.GetItemCount(); ++i) {
+        const VR* const fragment = GetFragment(element, i);
+        fragments.push_back(fragment != nullptr ? fragment->GetText() : std::string_view());
+        length += kHeader + fragments.back().size();
+    }
+    Base64 text(length);
+    text.Append(element.GetText());
+    for (const std::string_view bytes : fragments) {
+        char header[kHeader] = {'\xFE', '\xFF', '\x00', '\xE0'};
+        platform::StoreLittle(header + 4, static_cast<std::uint32_t>(bytes.size()));
+        text.Append({header, sizeof header});
+        text.Append(bytes);
+    }
+    return std::move(text).Finish();
+}
 
 void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch, std::string_view outer) {
     out << std::setw(1) << JsonDump(meta, watch).DataSet(dataSet, TextDecoder(outer)) << '\n';

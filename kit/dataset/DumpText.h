@@ -5,6 +5,7 @@
 #include "Toolkit.h"
 
 #include <iosfwd>
+#include <string>
 
 namespace korvane {
 
@@ -17,5 +18,11 @@ void DumpAsText(const DICOMObject& dataSet, bool whole, std::ostream& out, const
 /// `outer`: the character set of what is around an item.
 void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch,
                 std::string_view outer = {});
+
+/// The Native DICOM Model (PS3.19 A.1), of the same elements.
+void DumpAsXml(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch);
+
+/// A value of bytes in base 64; of encapsulated pixel data all fragments with their item headers.
+std::string Base64Of(const VR& element);
 
 }  // namespace korvane

@@ -2,10 +2,13 @@
 """Dumps against dcmdump, JSON against pydicom, on made files and, where they are, real ones."""
 
 import base64
+import csv
+import io
 import json
 import re
 import shutil
 import subprocess
+from xml.etree import ElementTree
 
 import host_test
 import numpy
@@ -178,4 +181,144 @@ def json_model():
         {"Alphabetic": "Müller^Jörg", "Ideographic": "ideographic", "Phonetic": "phonetic"}]
 
 
-host_test.run(text_dumps, printable, json_model)
+NATIVE = "{http://dicom.nema.org/PS3.19/models/NativeDICOM}"
+
+
+def from_xml(node):
+    """The Native DICOM Model as JSON model; private tags without their block."""
+    members = {}
+    for child in node.findall(NATIVE + "DicomAttribute"):
+        member, kind = {"vr": child.get("vr")}, child.get("vr")
+        values = []
+        for value in child:
+            name = value.tag.removeprefix(NATIVE)
+            assert name == "InlineBinary" or int(value.get("number")) == len(values) + 1
+            if name == "InlineBinary":
+                member["InlineBinary"] = value.text
+            elif name == "Item":
+                values.append(from_xml(value))
+            elif name == "PersonName":
+                parts = ("FamilyName", "GivenName", "MiddleName", "NamePrefix", "NameSuffix")
+                values.append({group.tag.removeprefix(NATIVE): "^".join(
+                    group.findtext(NATIVE + part, "") for part in parts).rstrip("^") for group in value} or None)
+            else:
+                number = {"US": int, "SS": int, "UL": int, "SL": int, "FL": float, "FD": float, "IS": float, "DS": float}
+                values.append(number.get(kind, str)(value.text) if value.text else None)
+        if values:
+            member["Value"] = values
+        key = child.get("tag"), child.get("privateCreator")
+        assert key not in members
+        members[key] = member
+        if not key[1]:
+            keyword = pydicom.datadict.keyword_for_tag(int(key[0], 16))
+            assert child.get("keyword", "") == keyword or int(key[0][:2], 16) in (0x50, 0x60, 0x7F), key
+    return members
+
+
+def without_blocks(peer):
+    """What the XML can say of a data set in the JSON model."""
+    found = {}
+    for tag, member in peer.items():
+        if tag.endswith("0000"):
+            continue
+        if "Value" in member and member["vr"] == "SQ":
+            member = {"vr": "SQ", "Value": [without_blocks(item) for item in member["Value"]]}
+        creator = None
+        if int(tag[:4], 16) % 2 and int(tag[4:], 16) >= 0x1000:
+            creator = peer.get(tag[:4] + "00" + tag[4:6], {}).get("Value", [None])[0]
+            tag = tag[:4] + "00" + tag[6:]
+        found[tag, creator] = member
+    return found
+
+
+def xml_model():
+    for path in files():
+        text = korvane("dump", "--xml", path)[0]
+        own = from_xml(ElementTree.fromstring(text))
+        peer = without_blocks(json.loads(korvane("dump", "--json", path)[0]))  # which was compared with pydicom
+        assert own.keys() == peer.keys(), (path, own.keys() ^ peer.keys())
+        for tag, member in own.items():
+            assert same_xml(member, peer[tag]), (path, tag, str(member)[:200], str(peer[tag])[:200])
+    comments = ElementTree.fromstring(korvane("dump", "--xml", "--only", "PatientComments", made_file())[0])
+    assert comments[0][0].text == "line one\r\nline \ufffd two\ufffd"
+    assert "one file" in korvane("dump", "--xml", WORK / "made", status=2)[1]
+
+
+def comparable(value, kind):
+    if isinstance(value, dict):
+        return {group: name.rstrip("^") for group, name in value.items()}
+    if value is None:
+        return None
+    text = str(float(value)) if kind in ("IS", "DS", "FL", "FD") else str(value)
+    return re.sub("[\x00-\x08\x0b\x0c\x0e-\x1f]", "\ufffd", text)  # which XML does not have
+
+
+def same_xml(own, peer):
+    if own["vr"] == "SQ" and peer["vr"] == "SQ":
+        items = own.get("Value", []), peer.get("Value", [])
+        return len(items[0]) == len(items[1]) and all(
+            a.keys() == b.keys() and all(same_xml(a[tag], b[tag]) for tag in a) for a, b in zip(*items))
+    values = [[comparable(value, own["vr"]) for value in member.get("Value", [])] for member in (own, peer)]
+    return own["vr"] == peer["vr"] and values[0] == values[1] and own.get("InlineBinary") == peer.get("InlineBinary")
+
+
+def chosen_elements():
+    path = made_file()
+    way = "RequestAttributesSequence[0].ReferencedImageSequence[0].ReferencedFrameNumber"
+    own = json.loads(korvane("dump", "--json", "--only", way, "--only", "00091002", path)[0])
+    item = own["00400275"]["Value"][0]
+    assert own.keys() == {"00090010", "00091002", "00400275"} and item.keys() == {"00081140"}
+    assert item["00081140"]["Value"] == [{"00081160": {"vr": "IS", "Value": [1, -2, 3]}}, {}]
+    lines = korvane("dump", "--only", "(0010,0010)", "--only", "SOPClassUID", path)[0].splitlines()
+    assert [line[:11] for line in lines] == ["(0008,0016)", "(0010,0010)"]
+    assert "no attribute" in korvane("dump", "--only", "PatientNam", path, status=2)[1]
+
+
+def folders_and_tables():
+    def change(ds, index):
+        ds.PatientID = ['plain', 'with "quotes", and commas', "two\\values", " = edged"][index]
+        ds.ReferencedStudySequence = Sequence([Dataset()] * index)
+
+    folder = edited(phantom("table", "--size", 9, "--slices", 4), "table-edited", change)
+    (folder / "other.txt").write_text("not DICOM")
+    columns = "PatientID,ReferencedStudySequence,00280010,ImagePositionPatient,PatientComments,PixelData"
+    table = list(csv.reader(io.StringIO(korvane("dump", "--csv", columns, folder)[0])))
+    assert table[0] == ["file", *columns.split(",")] and len(table) == 5
+    for index, row in enumerate(table[1:]):
+        ds = pydicom.dcmread(folder / row[0].rpartition("/")[2])
+        stored = "\\".join([ds.PatientID] if isinstance(ds.PatientID, str) else ds.PatientID)
+        assert row[1] == stored and row[2] == f"{index} item" + "s" * (index != 1), row
+        assert row[3] == "9" and [float(v) for v in row[4].split("\\")] == list(ds.ImagePositionPatient)
+        assert row[5] == "" and base64.b64decode(row[6])[: len(ds.PixelData)] == ds.PixelData
+    objects = json.loads(korvane("dump", "--json", folder)[0])
+    assert [o["00200013"]["Value"] for o in objects] == [[1], [2], [3], [4]]
+    cut = folder / "0001.dcm"
+    cut.write_bytes(cut.read_bytes()[:-9])
+    out, said = korvane("dump", folder, folder / "other.txt", status=1)
+    assert "other.txt" in said and cut.name in said and out.count("SOP Class UID") == 8
+
+
+def all_samples_are_read():
+    """What pydicom or dcmdump reads is read; of what is cut, as much as there is."""
+    if not SAMPLES.is_dir():
+        print("skipped: no samples")
+        return
+    cut = {"MR_truncated.dcm": "(7FE0,0010) ends early", "rtplan_truncated.dcm": "(300A,012C) ends early"}
+    folders = [path for path in (SAMPLES / "vendors").glob("*") if path.is_dir()]
+    paths = [*(SAMPLES / "files").iterdir(), *(SAMPLES / "dicomdir").iterdir(),
+             *(next(folder.glob("*.dcm")) for folder in folders if any(folder.glob("*.dcm")))]
+    count = 0
+    for path in sorted(path for path in paths if path.is_file()):
+        try:
+            pydicom.dcmread(path)
+        except pydicom.errors.InvalidDicomError:
+            peer = shutil.which("dcmdump") and subprocess.run(["dcmdump", "-q", path], capture_output=True, check=False)
+            if not peer or peer.returncode != 0:
+                continue
+        out, said = korvane("dump", path, status=1 if path.name in cut else 0)
+        assert cut.get(path.name, "") in said and out.count("\n(") > 3, path
+        count += 1
+    print(f"{count} files read")
+
+
+host_test.run(text_dumps, printable, json_model, xml_model, chosen_elements, folders_and_tables, all_samples_are_read)

@@ -28,7 +28,7 @@ def warnings(folder):
 
 
 def usage():
-    for arguments in ((), ("nonsense",), ("export",), ("slice",), ("info",), ("phantom", "x", "--slices", "0"), ("dump", "a", "b")):
+    for arguments in ((), ("nonsense",), ("export",), ("slice",), ("info",), ("phantom", "x", "--slices", "0"), ("dump", "a", "--nonsense")):
         out, err = korvane(*arguments, status=2)
         assert not out and err.startswith("korvane: "), (arguments, out, err)
     for arguments in ((), ("phantom",), ("info",), ("dump",), ("export",), ("slice",)):
