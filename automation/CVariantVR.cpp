@@ -65,7 +65,7 @@ std::string_view ValueOf(const VR* vr) {
 }
 
 void CopyVariant(VARIANT& copy, const VARIANT& source) {
-    VariantCopy(&copy, const_cast<VARIANT*>(&source));  // not all of Windows' headers say const
+    VariantCopy(&copy, const_cast<VARIANT*>(&source));  // some versions of Windows' headers lack the const
 }
 
 }  // namespace

@@ -63,9 +63,9 @@ public:
 
     VARIANT& GetString(int i);
     VARIANT& GetName(int i);
-    /// From "YYYYMMDD".
+    /// The date of a text "YYYYMMDD", as VT_DATE.
     VARIANT& GetDate(int i);
-    /// From "YYYYMMDDHHMMSS.FFF", the time as far as it is there. A DATE that came of fields has no milliseconds.
+    /// From "YYYYMMDDHHMMSS.FFF"; missing parts of the time count as 0. The DATE has whole seconds only.
     VARIANT& GetDateTime(int i);
     /// From "HHMMSS.F": the text "h:m:s.f", each part written as a number without leading zeros, the fraction too.
     VARIANT& GetTime(int i);

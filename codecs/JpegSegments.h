@@ -44,7 +44,7 @@ public:
     std::span<const std::uint8_t> Segment();
 
     const std::uint8_t* at;   ///< the next byte
-    const std::uint8_t* end;  ///< behind the last byte
+    const std::uint8_t* end;  ///< the end of the stream
 };
 
 /// A 16-bit number, high byte first.

@@ -29,7 +29,7 @@ private:
     };
     struct Scan {
         std::size_t first = 0;  ///< index of its first component
-        std::size_t count = 0;  ///< of its components
+        std::size_t count = 0;  ///< number of its components
         const JpegHuffmanTable* tables[4] = {};
         unsigned predictor = 1;
         unsigned shift = 0;  ///< the point transform

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
         for (int i = 1; i < argc; ++i) AddImage(argv[i], images);
         std::cout << Save(images) << " slices saved\n";
         return 0;
-    } catch (const char* reason) {  // what the module throws
+    } catch (const char* reason) {  // the module throws texts
         std::cerr << "series_to_analyze: " << reason << '\n';
     } catch (const std::exception& error) {
         std::cerr << "series_to_analyze: " << error.what() << '\n';

@@ -26,7 +26,7 @@ struct Reply {
 };
 
 // Throws a server's reply as a `char*`. The text is copied, because the connection whose buffer holds it may be closed
-// by then; the copy lasts until the thread's next throw from here.
+// by then; the copy lasts until the thread throws another one.
 [[noreturn]] void ThrowReply(const char* reply) {
     char(&text)[512] = platform::PerThread<Reply>::Get().text;
     std::snprintf(text, sizeof text, "%s", reply);

@@ -15,9 +15,9 @@ class FtpWatch;
 /// each `Open` ... `Close` makes one remote file. A connection that breaks makes calls fail; it never raises SIGPIPE in
 /// the host.
 ///
-/// Every call waits for the server, but no longer than `Timeout`; then the session is broken, and its calls fail. What
-/// cannot be broken (looking a name up, connecting to an address that does not answer) is left to a thread of its own,
-/// until the system or the server ends it; the module must stay loaded that long.
+/// Every call waits for the server, but no longer than `Timeout`; then the connections are broken, and the session's
+/// calls fail. What cannot be broken (looking a name up, connecting to an address that does not answer) is left to a
+/// thread of its own until the system or the server ends it; the module must stay loaded that long.
 ///
 /// User name and password can have 57 characters each, a path 1018; with longer ones the call fails.
 ///
@@ -41,8 +41,8 @@ public:
     ~CFTPSend() override;
 
     /// Connects to `host` (a name or an IPv4 address, with ":port" behind it where it is not 21) and logs in; a session
-    /// that was open before is ended. Throws `StrError()` as a `char*`: empty when there is no connection, else the
-    /// server's last reply, to the login or before it. The text stays until the thread's next throw from here.
+    /// that was open before is ended. Throws `StrError()` as a `char*`: "" when there is no connection, else the last
+    /// reply of the server. The text stays valid until this class throws again on the same thread.
     void Connect(const char* host, const char* user, const char* password);
 
     /// Changes the directory on the server. Throws the server's reply as a `char*`.

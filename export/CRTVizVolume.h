@@ -36,8 +36,9 @@ public:
     CVolumeExport& operator=(CDicomVolume& series) override;
 
     /// Writes dir + "\\" + name + ".vox" (a BACKSLASH; the local writer takes it for a separator, an FTP server may
-    /// not), the callback being called after each slice. False, without an error text, when the file cannot be opened
-    /// or there is no volume, and with one, no file made, for a pixel type without a form.
+    /// not), the callback being called after each slice. False without an error text when the file cannot be opened or
+    /// there is no volume. False with an error text, and without a file, for a pixel type that the format does not
+    /// have.
     ///
     /// True as well when the disk was full: writing is not checked. True also when the callback stopped the work; then
     /// the writer stays open, its file short.

@@ -15,7 +15,7 @@ struct ExportMapping {
     enum Reason : unsigned {
         Halved = 1,         ///< unsigned voxels of Modality XA, halved so that they fit into signed numbers
         MovedToSigned = 2,  ///< unsigned voxels less 32767, so that they fit into signed numbers
-        Rescaled = 4,       ///< in modality units, with what the format makes of them for some modalities
+        Rescaled = 4,       ///< in modality units, shifted or halved for some modalities where the format does so
         FromMinimum = 8,    ///< less the smallest voxel, so that the numbers begin at 0
         ReducedTo12 = 16,   ///< divided by 16, so that 12 bits are enough
         Cleared = 32,       ///< zeros are written in place of all voxels
@@ -26,7 +26,7 @@ struct ExportMapping {
     int offset = 0;    ///< added after truncation
     std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
     std::int64_t highest = std::numeric_limits<std::int64_t>::max();
-    int bits = 0;           ///< of a number in the file; 0 where it holds none of the volume's voxels
+    int bits = 0;           ///< size of a number in the file; 0 where the file holds no voxels of the volume
     bool isSigned = false;  ///< readers take the bits for a signed number
     unsigned reasons = 0;   ///< `Reason`s added up; 0 where every number is its voxel's value
 };

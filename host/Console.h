@@ -47,6 +47,6 @@ private:
 
     korvane::Task m_Task;
     std::chrono::steady_clock::time_point m_Start;
-    int m_Percent = -1;  // that the bar shows; -1: no bar is drawn
+    int m_Percent = -1;  // shown by the bar; -1: no bar is drawn
     bool m_bBar;
 };

@@ -4,7 +4,7 @@
 #include <condition_variable>
 #include <mutex>
 
-/// What `std::latch` is. That of GCC 12 loses a wake-up now and then where the system has no futex (the 32-bit Windows
+/// As `std::latch`. That of GCC 12 loses a wake-up now and then where the system has no futex (the 32-bit Windows
 /// build): it looks at the count before it takes its mutex, and waits for ever when the last arrival comes in between.
 class Latch {
 public:

@@ -1,4 +1,4 @@
-// Where an export goes.
+// The destination of an export: a folder and name on this machine or on an FTP server.
 #pragma once
 
 #include <functional>

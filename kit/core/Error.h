@@ -11,7 +11,7 @@
 
 namespace korvane {
 
-/// What went wrong, for a program to branch on.
+/// The kind of a failure, for a program to branch on.
 enum class ErrorKind {
     NotFound,       ///< a file, folder, host or series that is not there
     NotDicom,       ///< a file that is something else
@@ -42,7 +42,7 @@ public:
     Error& InFile(const std::string& path);
     Error& AtElement(std::uint32_t tag);  ///< group in the upper, element in the lower 16 bits
     Error& AtOffset(std::uint64_t bytes);
-    /// For `WrongArgument`: what could have been asked for, whole lines with their ends, safe to print.
+    /// For `WrongArgument`: the possible choices, as whole lines with their ends, safe to print.
     Error& WithChoices(const std::string& lines);
 
     ErrorKind GetKind() const { return m_Kind; }

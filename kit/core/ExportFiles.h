@@ -70,7 +70,7 @@ private:
     std::string m_Failure;
     std::vector<ExportOutput> m_Outputs;
     std::vector<std::unique_ptr<platform::ReplacingFile>>
-        m_Unfinished;  // of each output; null: it has its name already
+        m_Unfinished;  // the file of each output; null where it has its name already
     bool m_bDryRun = false;
     bool m_bChecksums = false;
     bool m_bKeep = false;

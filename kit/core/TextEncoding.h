@@ -22,7 +22,7 @@ enum class Undecoded {
 /// Where code extensions end, and the first set begins again (PS3.5 6.1.2.5.3).
 enum class TextForm {
     Plain,  ///< at backslashes, line and page ends, tabs
-    Name,   ///< of a person: at ^ and = too
+    Name,   ///< a person name (PN): at ^ and = too
 };
 
 /// Turns values of a data set into UTF-8 and back by its Specific Character Set (0008,0005), PS3.3 C.12.1.1.2: all sets

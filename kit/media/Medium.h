@@ -36,7 +36,7 @@ struct MediumReport {
         bool isDirectory = false;  ///< a DICOMDIR, which is never taken onto a medium
     };
 
-    MediumContents medium;                  ///< as it was found at the end
+    MediumContents medium;                  ///< the result of `CheckMedium` at the end
     std::vector<LeftOut> faults;            ///< DICOM files that are missing on the medium
     std::vector<LeftOut> copies;            ///< files whose instance is there already, byte for byte the same
     std::vector<LeftOut> notMeant;          ///< files that are not DICOM, or a DICOMDIR

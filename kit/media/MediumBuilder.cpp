@@ -68,7 +68,7 @@ public:
 
     std::string Directory() const { return m_Root + "/DICOMDIR"; }
 
-    // Where the directory is written, until it is kept.
+    // The path under which the directory is written until `Keep`.
     const std::string& Unfinished() const { return m_Directory.GetUnfinished(); }
 
     void Make() {

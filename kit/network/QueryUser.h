@@ -82,7 +82,7 @@ private:
     PeerConnection m_Connection;
     QueryUser m_User;
     int m_Top;                // the highest level of the query model
-    std::size_t m_Bytes = 0;  // of all answers
+    std::size_t m_Bytes = 0;  // bytes of all answers together
     QueryReport m_Report;
 };
 

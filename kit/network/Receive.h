@@ -36,7 +36,7 @@ struct ReceivedFile {
     std::string sopInstance;
     std::string transferSyntax;
     std::string caller;
-    std::uint16_t status = 0;  ///< that was answered (PS3.7 C)
+    std::uint16_t status = 0;  ///< the status of our response (PS3.7 C)
     std::string why;           ///< why it was not stored; empty where it was
     std::string remark;        ///< something odd about what was stored
 };

@@ -33,7 +33,7 @@ std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
     return hash;
 }
 
-// As `platform::ReplacingFile` names them: ".UID.dcm.RANDOM.part".
+// Whether a file has a name that `platform::ReplacingFile` gives to unfinished files: ".UID.dcm.RANDOM.part".
 bool IsUnfinished(std::string_view name) {
     constexpr std::string_view kMiddle = ".dcm.";
     constexpr std::string_view kEnd = ".part";

@@ -106,7 +106,7 @@ TEST(CVariantVR, BinaryNumbersHaveATypeEach) {
     EXPECT_EQ(large[10000], "R8 65535");
 }
 
-TEST(CVariantVR, MultiplicityCountsAsCallersRelyOn) {
+TEST(CVariantVR, MultiplicityOfEachRepresentation) {
     std::string counts;
     for (const char* type : {"US", "SS", "AT", "UL", "SL", "FL", "FD", "vr", "OB", "SQ", "LT", "LO", "UN", "DS"}) {
         counts += std::to_string(Element(type, std::string(33, 'x'))->GetVM()) + " ";

@@ -8,18 +8,18 @@
 #include <string>
 #include <vector>
 
-/// The parts between '|'.
+/// Splits a text at each '|'.
 inline std::vector<std::string> Split(const std::string& list) {
     std::vector<std::string> parts(1);
     for (const char c : list) c == '|' ? void(parts.emplace_back()) : parts.back().push_back(c);
     return parts;
 }
 
-/// A VARIANT of the test's own.
+/// A VARIANT that is cleared at its end.
 struct Value : VARIANT {
     Value() { VariantInit(this); }
     explicit Value(const char* text) : Value(std::string(text)) {}
-    /// One byte a character.
+    /// A text of ISO 8859-1 characters.
     explicit Value(const std::string& text) : Value() {
         vt = VT_BSTR;
         bstrVal = SysAllocStringLen(nullptr, static_cast<UINT>(text.size()));
@@ -44,7 +44,7 @@ std::string ShownReal(T number) {
     return std::string(text, std::to_chars(text, text + sizeof text, number).ptr);
 }
 
-/// Numbers to the last bit, texts as they are; nothing for other types.
+/// The value as text: numbers so that every bit shows, texts unchanged; "" for other types.
 inline std::string Shown(const VARIANT& value) {
     switch (value.vt) {
     case VT_I1: return std::to_string(static_cast<signed char>(value.cVal));
@@ -76,7 +76,7 @@ inline std::string Named(const VARIANT& value) {
     return NameOf(value.vt) + " " + Shown(value);
 }
 
-/// Year, month, day of the week, day, hour, minute, second, millisecond.
+/// The fields in the order year, month, day of the week, day, hour, minute, second, millisecond.
 inline std::string Shown(const SYSTEMTIME& time) {
     WORD fields[8];
     std::memcpy(fields, &time, sizeof fields);

@@ -23,7 +23,7 @@ protected:
     }
 };
 
-/// The text that a call throws as a `char*`.
+/// Runs a call and returns the text that it throws as a `char*`.
 inline std::string ThrownText(const std::function<void()>& call) {
     try {
         call();
@@ -33,7 +33,7 @@ inline std::string ThrownText(const std::function<void()>& call) {
     return "nothing thrown";
 }
 
-/// A text that may hold zero bytes, from numbers.
+/// Makes a text from the values of its bytes, zeros included.
 inline std::string Bytes(std::initializer_list<int> values) {
     std::string bytes;
     for (const int value : values) bytes.push_back(static_cast<char>(value));
@@ -48,7 +48,7 @@ struct Stopper : CPercent {
     std::string m_Percents;
 };
 
-/// An exporter that notes what it is asked to save, and then saves it or does what the test wants.
+/// An exporter that records the calls of `Save`, and then saves or does what the test wants instead.
 struct Recorder : CAnalyzeVolume {
     using CAnalyzeVolume::operator=;
     bool Save(const char* dir, const char* name) override {

@@ -1,4 +1,4 @@
-// The examination that every format passes.
+// Tests that all export formats share.
 #include "export/ExportFixture.h"
 
 #include <algorithm>
@@ -6,7 +6,8 @@
 
 namespace {
 
-// What is particular to a format: its files, that of the voxels last; the voxels' order; when the callback is asked.
+// The differences of the formats: their files, that of the voxels last; the order of the voxels; when the callback is
+// called.
 template <class Exporter>
 struct Format;
 template <>
@@ -25,7 +26,7 @@ struct Format<CRTVizVolume> {
     static constexpr bool lowByteFirst = true, lastSliceFirst = false, asksBefore = false, staysOpen = true;
 };
 
-// Counts its life and its files, and refuses to open one of them.
+// A writer that counts its objects and its files, and fails to open one of the files.
 struct Gate : CFileWriter {
     explicit Gate(int refused = 0) : m_nRefused(refused) {}
     ~Gate() override { ++s_nDeaths; }

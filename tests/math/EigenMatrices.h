@@ -1,4 +1,4 @@
-// Matrices to compare with Eigen, and the errors that single precision explains.
+// Conversions to Eigen's matrices, random matrices, and bounds for the errors of single precision.
 #pragma once
 
 #include "math/EigenReference.h"
@@ -24,7 +24,7 @@ inline FMatrix FromEigen(const MatrixXd& e) {
     return m;
 }
 
-/// Largest difference, relative to the largest element of the truth.
+/// The largest difference of two elements, relative to the largest element of `truth`.
 inline double RelativeError(const MatrixXd& value, const MatrixXd& truth) {
     return (value - truth).cwiseAbs().maxCoeff() / truth.cwiseAbs().maxCoeff();
 }

@@ -1,4 +1,5 @@
-// Geometry as Eigen has it, and its decompositions, which keep a compiler busy for long: made once, in one source.
+// Reference results by Eigen. They are functions of one source file, because Eigen's decompositions take long to
+// compile.
 #pragma once
 
 #include <Korvane/Korvane.h>

@@ -1,5 +1,5 @@
-// The message buffers of the exceptions, which the library offers no accessor for: found in the writable memory of the
-// module. There are none where the system does not list that memory.
+// Reads the message buffers of the math exceptions. The library has no accessor for them, so they are searched in the
+// writable memory of the module; where the system does not list that memory, none are found.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-/// What the operations append behind a prefix. Forgets what was there before.
+/// The names of operations that are appended behind one prefix, from now on.
 class Messages {
 public:
     explicit Messages(const std::string& prefix) {
@@ -26,7 +26,7 @@ public:
         if (IsFound()) Take();
     }
     bool IsFound() const { return m_pText != nullptr; }
-    /// Everything since the last call.
+    /// What was appended since the last call.
     std::string Take() {
         std::string text = m_pText;
         std::memset(m_pText, 0, text.size());

@@ -1,4 +1,4 @@
-// Vectors and results in short.
+// Short texts of vectors and results, for comparisons.
 #pragma once
 
 #include <Korvane/Korvane.h>
@@ -16,7 +16,7 @@ inline FVector V(const std::vector<float>& elements) {
     return FVector(elements.data(), static_cast<int>(elements.size()));
 }
 
-/// Each as `<<` writes it, with ";" behind.
+/// The values as `<<` writes them, each followed by ";".
 template <typename... Values>
 std::string Show(const Values&... values) {
     std::ostringstream out;

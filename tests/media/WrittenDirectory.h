@@ -1,4 +1,4 @@
-// A DICOMDIR read back from its bytes, without the library: by the offsets that stand in it.
+// Reads a DICOMDIR from its bytes without the library, following the offsets in it.
 #pragma once
 
 #include <cstdint>
@@ -47,7 +47,7 @@ private:
                static_cast<unsigned char>(value[5]) << 16;
     }
 
-    /// Takes an element; of a sequence everything up to its delimitation.
+    /// Reads an element, of a sequence everything up to its delimitation item, and moves `at` behind it.
     std::string Element(std::size_t& at) {
         const std::string type = m_Bytes.substr(at + 4, 2);
         const bool isLong = type == "SQ" || type == "OB" || type == "UN";
@@ -61,7 +61,7 @@ private:
         return type + ":" + m_Bytes.substr(at - length, length);
     }
 
-    /// The records of one list and all below them; the offset of the last.
+    /// Reads the records of one list and all below them. Returns the offset of the last.
     std::uint32_t Follow(std::uint32_t offset, int depth) {
         std::uint32_t last = 0;
         while (offset != 0) {

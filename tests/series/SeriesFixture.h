@@ -1,4 +1,4 @@
-// The vocabulary of the series tests: data sets written down element by element, and series assembled from them.
+// Helpers of the series tests: data sets made element by element, and series assembled from them.
 #pragma once
 
 #include <Korvane/Dicom.h>

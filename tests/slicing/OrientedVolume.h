@@ -18,8 +18,8 @@ struct Orientation {
     Point column;
 };
 
-/// Gives a volume that has its dimensions the geometry that assembly would: planes at `planeZ`, measured from the origin
-/// against row x column, in whatever order.
+/// Sets the geometry of a volume that has its dimensions already, as assembly would set it. `planeZ` are the places of
+/// the planes, in any order, measured from the origin in the direction opposite to row x column.
 inline void Orient(CVolume& volume, const Orientation& orientation, const std::vector<float>& planeZ) {
     float cosines[2][3];
     for (std::size_t axis = 0; axis < 3; ++axis) {

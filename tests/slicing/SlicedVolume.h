@@ -1,4 +1,4 @@
-// Volumes to be sliced, and a slicer that is plain: one sample at a time, in double.
+// Volumes to be sliced, and a simple reference slicer that computes one sample at a time in double.
 #pragma once
 
 #include <Korvane/slicing/DcmObliqueSlice.h>
@@ -104,8 +104,8 @@ public:
     double GetZ(int k) const { return double{m_Shape.planeZ[static_cast<std::size_t>(k)]} - m_Shape.planeZ[0]; }
     double GetLastZ() const { return GetZ(static_cast<int>(m_Order.size()) - 1); }
 
-    /// What a sample should be, unrounded; nothing outside. `doubtful`: a border, or the middle between voxels where
-    /// the nearest is asked for, is so near that a rounding may decide.
+    /// The right value of a sample, not rounded; no value outside the volume. `doubtful` becomes true where rounding
+    /// may decide: near the border and, for the nearest voxel, near the middle between two.
     std::optional<double> Sample(const DcmObliqueSlice::Vector& p, DcmObliqueSlice::Interpolation how,
                                  bool& doubtful) const {
         const double x = p[0] / m_Shape.spaceX, y = p[1] / m_Shape.spaceY;

@@ -53,7 +53,7 @@ struct RoleSelection {
 
 /// User information (PS3.8 D.1, PS3.7 D.3.3). Items of other kinds (extended negotiation, user identity) are skipped.
 struct UserInformation {
-    std::uint32_t maximumLength = 0;  ///< of the P-DATA PDUs that the sender will take; 0: any
+    std::uint32_t maximumLength = 0;  ///< bytes; longest P-DATA PDU that the sender takes; 0: any
     UidField implementationClass;
     std::string implementationVersion;  ///< at most 16 characters
     bool hasWindow = false;             ///< whether the two below were there (PS3.7 D.3.3.3); 0 in them: any number

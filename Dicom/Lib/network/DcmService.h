@@ -57,7 +57,7 @@ public:
         Aborted,  ///< by the peer
         Closed,   ///< the peer closed the connection, or it broke
         TimedOut,
-        Stopped,  ///< by the stop check
+        Stopped,  ///< the stop check (`SetStopCheck`) said yes
         Fault     ///< the peer broke the protocol and was sent A-ABORT; or the call came in the wrong state
     };
 

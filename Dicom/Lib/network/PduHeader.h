@@ -17,19 +17,21 @@ enum PduType : std::uint8_t {
     kAbortRQ = 0x07
 };
 
-/// Every PDU begins so; all numbers are big endian. Each class writes itself whole into a buffer (`WritePDU`, which then
-/// flushes) and reads what follows the type byte, which the dispatcher has taken (`ReadPDU`). Results are 1 and 0; a
-/// read that returns 0 leaves the buffer somewhere inside the PDU. Lengths are believed only within what is left of the
-/// PDU, and a PDU only up to its limit.
+/// The six bytes at the beginning of every PDU: type, a reserved byte, and the length in big-endian order.
+///
+/// Each PDU class has two operations, which return 1, or 0 on failure. `WritePDU` writes the whole PDU into a buffer
+/// and flushes it. `ReadPDU` reads what follows the type byte, which the caller has read already and hands in; after a
+/// failure the buffer stands somewhere inside the PDU. A length inside a PDU is refused where it reaches beyond the
+/// PDU, and a PDU where it is longer than the limit of its class.
 struct PduHeader {
     explicit PduHeader(std::uint8_t type) : m_Type(type) {}
 
     std::uint8_t m_Type;
     std::uint8_t m_Reserved1 = 0;
-    std::uint32_t m_Length = 0;  ///< of what follows it
+    std::uint32_t m_Length = 0;  ///< bytes of the PDU behind this field
 
     bool WriteHeader(Buffer& buffer) const;
-    /// All but the type, which is handed in.
+    /// Reads the header behind the type byte, which is handed in.
     bool ReadHeader(Buffer& buffer, std::uint8_t type);
 };
 
@@ -39,7 +41,7 @@ public:
     UidField() = default;
     UidField(std::string_view uid) { Set(uid); }
 
-    /// What is longer than 64 characters is cut off.
+    /// Characters beyond the 64th are dropped.
     void Set(std::string_view uid) {
         std::memset(m_Text, 0, sizeof m_Text);
         uid.copy(m_Text, sizeof m_Text);

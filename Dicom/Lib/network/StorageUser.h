@@ -34,7 +34,7 @@ struct StorageResult {
     bool stored = false;
     std::uint16_t status = 0;  ///< of the provider's answer, if there was one
     std::string error;         ///< one line
-    std::uint64_t bytes = 0;   ///< of the data set, as sent
+    std::uint64_t bytes = 0;   ///< bytes of the data set that were sent
 };
 
 /// Storage as user, on a service that is associated by the caller between `Propose` and `Send`.

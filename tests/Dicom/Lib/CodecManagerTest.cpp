@@ -1,4 +1,4 @@
-// In its folder this program finds a "DcmCodec" module that is TestModule.cpp, and the list "DcmCodecMgr.ini".
+// The folder of this program has a module "DcmCodec", made of TestModule.cpp, and a list "DcmCodecMgr.ini".
 #include "DataSetBytes.h"
 
 #include <Korvane/platform/DynamicModule.h>

@@ -1,4 +1,4 @@
-// The tests' vocabulary for byte streams and data sets.
+// Helpers to write byte streams by hand, and to compare data sets.
 #pragma once
 
 #include <Korvane/Dicom.h>
@@ -27,7 +27,7 @@ inline Bytes Join(std::initializer_list<Bytes> parts) {
     return all;
 }
 
-/// Parts of streams written by hand, in a byte order.
+/// Makes elements and items as bytes, in one byte order.
 struct Writer {
     bool big;
 
@@ -43,7 +43,7 @@ struct Writer {
     Bytes Item(unsigned length) const { return Join({Tag(0xFFFE, 0xE000), U32(length)}); }
     Bytes ItemEnds() const { return Join({Tag(0xFFFE, 0xE00D), U32(0)}); }
     Bytes SequenceEnds() const { return Join({Tag(0xFFFE, 0xE0DD), U32(0)}); }
-    /// An explicit element with a 2-byte length, the head of one with a 4-byte length, an implicit one.
+    /// An explicit element with a 2-byte length; the header of one with a 4-byte length; an implicit element.
     Bytes Short(unsigned group, unsigned element, const char* type, const std::string& value) const {
         return Join({Tag(group, element), ::Text(type), Number(static_cast<unsigned>(value.size()), 2), ::Text(value)});
     }
@@ -102,7 +102,7 @@ inline Bytes SmallFile(bool isExplicit) {
                  le.Implicit(0x7FE0, 0x0010, "abcd")});
 }
 
-/// Every element with its items, one line each: two data sets are equal when these texts are.
+/// A text of all elements and items, one line each, which is the same for equal data sets.
 inline std::string Listing(const DICOMObject& dataSet, const std::string& indent = "") {
     std::string text;
     for (VR* vr = dataSet.GetFirst(); vr != nullptr; vr = dataSet.GetNext(vr)) {

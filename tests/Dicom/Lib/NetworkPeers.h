@@ -1,4 +1,4 @@
-// The tests' other ends of connections.
+// Peers for the network tests: sockets, servers and PDUs as bytes.
 #pragma once
 
 #include "DataSetBytes.h"
@@ -14,14 +14,14 @@ Bytes PduBytes(Pdu pdu) {
     return out.GetBytes();
 }
 
-/// Reads a PDU from bytes that begin with its type; with what may follow it.
+/// Reads a PDU from bytes that begin with its type. Further bytes may follow it.
 template <class Pdu>
 int ReadFrom(Pdu& pdu, const Bytes& bytes) {
     MemoryInputBuffer in(bytes.data() + 1, bytes.size() - 1);
     return pdu.ReadPDU(in, bytes[0]);
 }
 
-/// What the log says while `work` runs.
+/// The text that goes to the dump log while `work` runs.
 template <class Work>
 std::string Traced(std::uint32_t bits, Work work) {
     const std::string name = "korvane-trace-" + std::to_string(bits) + ".log";  // tests run side by side
@@ -91,7 +91,7 @@ inline void SendBytes(DcmSocket& socket, const Bytes& bytes) {
     socket.Send(bytes.data(), static_cast<int>(bytes.size()));
 }
 
-/// All that comes until the peer closes, or nothing for two seconds.
+/// Receives until the peer closes the connection, or sends nothing for two seconds.
 inline Bytes ReceiveAll(DcmSocket& socket) {
     Bytes all;
     unsigned char piece[4096];
@@ -108,7 +108,8 @@ inline bool ConnectPair(DcmSocket& server, DcmSocket& client) {
            listener.Accept(server, 2000) != 0;
 }
 
-/// A server on a thread that takes one connection, for as long as `serve` runs. Its sockets are made before the thread.
+/// A server on a thread of its own, which takes one connection and calls `serve` with it. The sockets are made before
+/// the thread starts, so that a client can connect at once.
 class Server {
 public:
     template <class Serve>

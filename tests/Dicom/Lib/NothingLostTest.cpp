@@ -1,4 +1,4 @@
-// What once went lost without a word between a stream, a data set and a file.
+// Cases in which data was once lost silently between a stream, a data set and a file.
 #include "../../FolderTest.h"
 #include "DataSetBytes.h"
 

@@ -1,4 +1,5 @@
-// One codec, named by the build; or none of the functions by which codecs are found.
+// A codec module for tests: one codec, whose name the build defines, or a module without the functions that the manager
+// calls.
 #include <Korvane/Dicom/Lib/pixels/CodecModule.h>
 
 #include <cstring>

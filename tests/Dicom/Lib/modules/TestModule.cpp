@@ -1,4 +1,5 @@
-// A module of well-behaved and of hostile codecs. The frame of a stream lies behind a byte that says how to misbehave.
+// A module of well-behaved and of hostile codecs. The first byte of a stream says how the codec is to misbehave; the
+// frame follows.
 #include <Korvane/Dicom/Lib/pixels/CodecModule.h>
 
 #include <algorithm>
