@@ -9,6 +9,7 @@
 
 namespace platform {
 
+/// The parts as they stand in the URL; "" for those that it does not have.
 struct DestinationUrl {
     std::string user;
     std::string password;

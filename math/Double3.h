@@ -1,4 +1,4 @@
-// Three coordinates in double, for what single precision would spoil.
+// Three coordinates in double, for computations in which single precision would lose too much.
 #pragma once
 
 #include "FPoint.h"
@@ -8,11 +8,13 @@
 
 namespace korvane_detail {
 
-/// Element i, or 0 where the vector is shorter: a point or a plane can be given another dimension through its base class.
+/// Element i, or 0 where the vector is shorter: a point or a plane can be given another dimension through its base
+/// class.
 inline float GetElement(const FVector& v, int i) {
     return i < v.dim() ? v.GetPointer()[i] : 0.0F;
 }
 
+/// A point or vector in double precision.
 struct Double3 {
     double x = 0.0;
     double y = 0.0;

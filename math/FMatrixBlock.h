@@ -7,10 +7,11 @@
 
 namespace korvane_detail {
 
-/// 0 without storage, where one of the counts is 0.
+/// The number of elements; 0 for a matrix without storage.
 inline std::size_t CountElements(const FMatrix& m) {
     return static_cast<std::size_t>(m.nrows()) * static_cast<std::size_t>(m.ncols());
 }
+/// The address of the elements, row after row; null without storage.
 inline float* GetBlock(FMatrix& m) {
     return m.IsMatrixCreated() ? m[0] : nullptr;
 }

@@ -5,6 +5,7 @@
 
 namespace korvane_detail {
 
+/// A 3 x 3 matrix in double precision.
 struct Matrix3 {
     double m[3][3] = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}};
 
@@ -21,7 +22,8 @@ Matrix3 operator*(const Matrix3& a, const Matrix3& b);
 Matrix3 Transpose(const Matrix3& a);
 double Determinant(const Matrix3& a);
 
-/// a = U * diag(values) * V' by one-sided Jacobi rotations, to the precision of doubles whatever the values' ratios are.
+/// a = U * diag(values) * V' by one-sided Jacobi rotations, to the precision of doubles whatever the values' ratios
+/// are.
 struct Decomposition3 {
     explicit Decomposition3(const Matrix3& a);
 

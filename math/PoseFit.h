@@ -6,6 +6,7 @@
 
 namespace korvane_detail {
 
+/// A rotation, and the translation that follows it.
 struct Pose {
     Matrix3 m_Rotation;
     Double3 m_Translation;

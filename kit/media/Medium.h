@@ -21,7 +21,7 @@ struct MediumOptions {
 
 /// What the DICOMDIR of a medium leads to.
 struct MediumContents {
-    std::string root;
+    std::string root;  ///< the folder of the medium, as it was given
     std::size_t patients = 0;
     std::size_t studies = 0;
     std::size_t series = 0;
@@ -29,6 +29,7 @@ struct MediumContents {
     std::vector<std::string> problems;  ///< one line each; empty when all is well
 };
 
+/// What `BuildMedium` has built, and what it has left out.
 struct MediumReport {
     struct LeftOut {
         std::string path;  ///< empty where `why` is about a folder, which it names

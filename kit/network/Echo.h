@@ -8,10 +8,12 @@
 
 namespace korvane {
 
+/// Options of `Echo`.
 struct EchoOptions {
-    Watcher* watcher = nullptr;
+    Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
+/// The answer of a peer to `Echo`.
 struct EchoReport {
     Peer peer;                   ///< the one that was asked
     std::string implementation;  ///< its implementation version name; may be empty. Escape it before printing.

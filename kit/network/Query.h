@@ -35,6 +35,7 @@ struct QueryKey {
 /// Reads "KEY=VALUE" or "KEY", KEY being a keyword or tag. Throws `Error` of kind `WrongArgument`.
 KORVANE_KIT QueryKey QueryKeyOf(const std::string& text);
 
+/// What `Query` asks for.
 struct QueryOptions {
     QueryLevel level = QueryLevel::Study;
     std::vector<QueryKey> keys;
@@ -42,16 +43,17 @@ struct QueryOptions {
     std::size_t limit = 0;     ///< matches after which the query is cancelled; 0: all, as far as they fit into 512 MB
     /// (0008,0005) of a query whose values are not ASCII.
     std::string characterSet = "ISO_IR 192";
-    Watcher* watcher = nullptr;
+    Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
+/// The answers to a query. Each match is a data set of the attributes that the peer returned.
 struct QueryReport {
     QueryLevel level = QueryLevel::Study;
     std::vector<std::string> columns;  ///< the keys that were asked for, in the order in which they were given
     std::vector<DataSet> matches;
     bool isCut = false;        ///< the limit was reached, and there may be more
-    bool ignoredKeys = false;  ///< the peer did not support some key for matching, and left it out
-    double seconds = 0;
+    bool ignoredKeys = false;  ///< the peer has ignored some key in matching, so that there may be too many matches
+    double seconds = 0;        ///< duration of the whole query
 };
 
 /// Asks for all that matches; answers have the usual attributes of the level as well as the given keys. An archive

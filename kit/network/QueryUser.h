@@ -42,9 +42,11 @@ public:
     DimseCommand Receive();
     /// The presentation context of what `Receive` returned last.
     std::uint8_t GetContext() const { return m_Context; }
+    /// Whether a command answers the request that was sent last.
     bool IsResponse(const DimseCommand& command) const;
-    /// The data set of a response. Throws `Error`.
+    /// Reads the data set of a response, and adds its length to `bytes`. Throws `Error`.
     DataSet ReadIdentifier(std::size_t& bytes);
+    /// Asks the peer to end the request that was sent last (C-CANCEL); its final response still follows.
     void Cancel();
 
     /// The failure that a final response tells of.

@@ -11,6 +11,7 @@
 
 namespace korvane {
 
+/// Where `Receive` listens and stores, and which peers it accepts.
 struct ReceiveOptions {
     std::uint16_t port = 0;              ///< 0: the system chooses one, which the observer is told
     std::string folder;                  ///< made where it is not there
@@ -61,19 +62,23 @@ public:
     ReceiveObserver& operator=(const ReceiveObserver&) = delete;
     virtual ~ReceiveObserver();
 
+    /// Connections are accepted from now on.
     virtual void OnListening(std::uint16_t port);
+    /// A data set has been answered, stored or not.
     virtual void OnFile(const ReceivedFile& file);
+    /// An association has ended.
     virtual void OnEnd(const ReceivedAssociation& association);
     /// Called several times a second; the observer may use up to that many milliseconds for its own work. False ends
     /// the receiver.
     virtual bool OnLook(int milliseconds);
 };
 
+/// Counts over a whole run of `Receive`.
 struct ReceiveReport {
     std::size_t associations = 0;
     std::size_t stored = 0;
     std::size_t refused = 0;
-    std::size_t broken = 0;  ///< associations that ended otherwise than by release
+    std::size_t broken = 0;  ///< associations that ended in another way than by release
 };
 
 /// Stores data sets as Part 10 files named "<SOP instance UID>.dcm", whole or not at all, for up to `limit` peers at

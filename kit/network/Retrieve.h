@@ -16,23 +16,25 @@
 
 namespace korvane {
 
+/// What `Get` and `Move` fetch, and where it goes.
 struct RetrieveOptions {
-    QueryLevel level = QueryLevel::Study;  ///< what the keys choose; not `Worklist`
-    std::vector<QueryKey> keys;            ///< as for `Query`; at least one with a value
-    bool patientRoot = false;
-    std::string characterSet = "ISO_IR 192";
+    QueryLevel level = QueryLevel::Study;     ///< what the keys choose; not `Worklist`
+    std::vector<QueryKey> keys;               ///< as for `Query`; at least one with a value
+    bool patientRoot = false;                 ///< as in `QueryOptions`
+    std::string characterSet = "ISO_IR 192";  ///< as in `QueryOptions`
 
-    std::string folder;  ///< data sets are stored here as `Receive` does; made where it is not there
-    bool replace = false;
-    bool sync = true;
+    std::string folder;    ///< data sets are stored here as `Receive` does; made where it is not there
+    bool replace = false;  ///< as in `ReceiveOptions`
+    bool sync = true;      ///< as in `ReceiveOptions`
 
     // For `Move`:
     std::string destination;  ///< AE title of a third program that the peer sends to; empty: this one, into `folder`
     std::uint16_t port = 0;   ///< the port of this program that the peer has for the title `Peer::ownTitle`
 
-    Watcher* watcher = nullptr;
+    Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
+/// The outcome of a retrieval.
 struct RetrieveReport {
     struct Failure {
         std::string what;  ///< "study 1.2.3", "series 1.2.3"; or of one instance its UID
@@ -45,7 +47,7 @@ struct RetrieveReport {
     std::uint16_t status = 0;         ///< the last status that was not success (PS3.7 C); 0: none
     std::vector<ReceivedFile> files;  ///< data sets that were received, stored or not
     std::vector<Failure> failures;
-    double seconds = 0;
+    double seconds = 0;  ///< duration of the whole retrieval
 };
 
 /// Fetches over the association itself (C-GET), which works through firewalls and with a peer that does not know this

@@ -11,14 +11,16 @@
 
 namespace korvane {
 
+/// Options of `Send`.
 struct SendOptions {
-    Watcher* watcher = nullptr;
+    Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
+/// The outcome for each file of `Send`. Reasons may hold text of the peer: escape them before printing.
 struct SendReport {
     struct File {
         std::string path;
-        std::string why;           ///< for people
+        std::string why;           ///< the reason, a sentence for people
         std::uint16_t status = 0;  ///< of the provider's answer (PS3.7 C), if there was one
     };
     std::size_t stored = 0;

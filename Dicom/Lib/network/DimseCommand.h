@@ -9,6 +9,7 @@
 
 inline constexpr std::string_view kVerificationClass = "1.2.840.10008.1.1";
 
+/// Values of Command Field (0000,0100). A response has that of its request with `kResponseBit` added (PS3.7 E.1).
 enum CommandField : std::uint16_t {
     kStoreRQ = 0x0001,
     kStoreRSP = 0x8001,

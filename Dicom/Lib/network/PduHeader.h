@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string_view>
 
+/// The first byte of a PDU (PS3.8 9.3.1).
 enum PduType : std::uint8_t {
     kAssociateRQ = 0x01,
     kAssociateAC = 0x02,
