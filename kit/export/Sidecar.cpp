@@ -98,6 +98,7 @@ public:
         if (m_Facts.acquisition.scaleSlope > 0) m_Json["PhilipsScaleSlope"] = m_Facts.acquisition.scaleSlope;
         const auto& orientation = m_Series.GetPlace().orientation;
         m_Json["ImageOrientationPatientDICOM"] = Numbers({orientation.begin(), orientation.end()});
+        if (m_Series.HasUptake()) m_Json["Units"] = "GML";  // in place of the file's
         m_Json["ConversionSoftware"] = "korvane";
         m_Json["ConversionSoftwareVersion"] = KORVANE_VERSION;
         return m_Json.dump(1, '\t', false, Json::error_handler_t::replace) + "\n";

@@ -76,6 +76,9 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
     const DcmObliqueSlice::SlabMode mode =
         options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;
     if (!m_Slice.SetSlab(mode, options.slab)) throw Error(ErrorKind::WrongArgument, m_Slice.GetError());
+    if (options.view && options.count != 1) {
+        throw Error(ErrorKind::WrongArgument, "a view has its own planes: a stack is of planes with a normal");
+    }
     if (options.view) {
         m_View = FindView(series.GetVolume(), *options.view);
     } else {
@@ -104,6 +107,7 @@ void SliceJob::SetPadding() {
 }
 
 void SliceJob::TellPadding() {
+    if (m_Watch.GetWatcher() == nullptr) return;
     const std::uint64_t count = m_Series.GetMeasuredRange().padding;
     if (count == 0) return;
     m_Watch.Tell({.kind = FindingKind::PaddingLeftOut,
@@ -112,7 +116,7 @@ void SliceJob::TellPadding() {
 }
 
 void SliceJob::TellNotApplied() {
-    if (m_Options.raw16 || m_Options.values) return;
+    if (m_Options.raw16 || m_Options.values || m_Watch.GetWatcher() == nullptr) return;
     PictureNotes notes;
     for (const auto& [path, dataSet] : m_Series.GetFiles()) NoteWhatIsLeftOut(*dataSet, path, notes);
     notes.Tell(m_Watch);

@@ -253,6 +253,79 @@ def nuclear():
         assert kinds & {"frames are times", "frames unplaced"}, (source, kinds)
 
 
+def enhanced(folder, name, compressed):
+    """The same slices as frames of one object with functional groups, in an order of their own."""
+    sets = [pydicom.dcmread(path) for path in sorted(folder.iterdir())]
+    sets = sets[1::2] + sets[::2]
+
+    def item(**fields):
+        ds = pydicom.Dataset()
+        for keyword, value in fields.items():
+            setattr(ds, keyword, value)
+        return pydicom.Sequence([ds])
+
+    one = pydicom.dcmread(sorted(folder.iterdir())[0])
+    groups = []
+    for ds in sets:
+        frame = pydicom.Dataset()
+        frame.PlanePositionSequence = item(ImagePositionPatient=ds.ImagePositionPatient)
+        frame.PlaneOrientationSequence = item(ImageOrientationPatient=ds.ImageOrientationPatient)
+        frame.PixelMeasuresSequence = item(PixelSpacing=ds.PixelSpacing, SliceThickness=ds.SliceThickness)
+        frame.PixelValueTransformationSequence = item(RescaleIntercept=ds.RescaleIntercept, RescaleSlope=ds.RescaleSlope)
+        groups.append(frame)
+    for keyword in ("ImagePositionPatient", "ImageOrientationPatient", "PixelSpacing", "SliceThickness", "RescaleSlope",
+                    "RescaleIntercept", "SpacingBetweenSlices"):
+        if keyword in one:
+            delattr(one, keyword)
+    one.SOPClassUID = one.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2.1"
+    one.NumberOfFrames, one.PerFrameFunctionalGroupsSequence = len(sets), pydicom.Sequence(groups)
+    one.PixelData = b"".join(ds.PixelData for ds in sets)
+    if compressed:
+        one.compress(RLELossless)
+    (WORK / name).mkdir()
+    one.save_as(WORK / name / "object.dcm")
+    return WORK / name
+
+
+def variants():
+    """What is irregular about slices is so in one object of frames, native and compressed, and its voxels are where they are."""
+    def moved(change):
+        def make(ds, n):
+            ds.PixelData = numpy.random.default_rng(n).integers(0, 900, (16, 16)).astype("<u2").tobytes()
+            ds.ImagePositionPatient = [0, 0, 4 * n]
+            change(ds, n)
+        return make
+
+    cases = {
+        "tilt": lambda ds, n: setattr(ds, "ImagePositionPatient", [0, 1.5 * n, 4 * n]),
+        "uneven gaps": lambda ds, n: setattr(ds, "ImagePositionPatient", [0, 0, 4 * n + (n > 3) * 1.7]),
+        "missing slices": lambda ds, n: setattr(ds, "ImagePositionPatient", [0, 0, 4 * n + (n > 3) * 8]),
+        "shifted sideways": lambda ds, n: setattr(ds, "ImagePositionPatient", [3 * (n == 2), 0, 4 * n]),
+        "rescale differs": lambda ds, n: setattr(ds, "RescaleSlope", str(1 + 0.25 * n)),
+        "pixels not square": lambda ds, n: setattr(ds, "PixelSpacing", [1.5, 0.5]),
+    }
+    for kind, change in cases.items():
+        plain = edited(phantom(f"{kind}-source", *SMALL), kind, moved(change))
+        truth = {}
+        for path in plain.iterdir():
+            ds = pydicom.dcmread(path)
+            truth[tuple(map(float, ds.ImagePositionPatient))] = host_test.stored_values(ds)[0] * float(ds.RescaleSlope) + float(ds.RescaleIntercept)
+        packed = edited(plain, f"{kind}-rle", lambda ds, n: ds.compress(RLELossless))
+        for folder in (plain, packed, enhanced(plain, f"{kind}-frames", False), enhanced(plain, f"{kind}-frames-rle", True)):
+            report, _ = exported(folder, "nifti")
+            assert kind in report["kinds"], (folder, report["kinds"].keys())
+            (volume,) = report["volumes"]
+            raw = (WORK / "vol.nii").read_bytes()
+            slope, intercept = numpy.frombuffer(raw[112:120], "<f4")
+            dtype = {2: "u1", 4: "<i2", 512: "<u2", 16: "<f4"}[int(numpy.frombuffer(raw[70:72], "<i2")[0])]
+            voxels = numpy.frombuffer(raw[352:], dtype).reshape(6, 16, 16) * (slope or 1) + intercept
+            assert len(volume["slicePositions"]) == 6
+            for plane, place in zip(voxels, volume["slicePositions"]):
+                nearest = min(truth, key=lambda at: numpy.linalg.norm(numpy.array(at) - place))
+                assert numpy.linalg.norm(numpy.array(nearest) - place) < 1e-3, (folder, place)
+                assert numpy.allclose(plane, truth[nearest], rtol=1e-5), (folder, place)
+
+
 def exported(folder, form, *options):
     """(the report, what was said) of an export to WORK/vol."""
     report = WORK / "report.json"
@@ -512,4 +585,4 @@ def letters():
     assert report["volumes"][0]["pixelSize"] == "unknown"
 
 
-host_test.run(frames, letters, keys, times, positions, pixels, claims, far, nuclear, tilts, tilted_sample, oblong, sizes, axes, pictures)
+host_test.run(frames, letters, keys, times, positions, pixels, claims, far, nuclear, variants, tilts, tilted_sample, oblong, sizes, axes, pictures)

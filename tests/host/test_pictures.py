@@ -229,6 +229,33 @@ def palettes():
     assert "no blue" in korvane("slice", save(short), "-o", WORK / "x.png", status=1)[1]
 
 
+def damaged():
+    """Palettes in segments that end anywhere make a picture, and say so, or none; windows without a width are none."""
+    segments = [0, 3, 2560, 10240, 5120, 1, 100, 64000, 2, 1, 0, 0, 1, 150, 1280]
+    whole = numpy.concatenate([[10, 40, 20], 20 + 2.3 * numpy.arange(1, 101), [10, 40, 20], 20 - 0.1 * numpy.arange(1, 151)])
+    shown = any_values(0, 255, "u1")
+    for end in range(len(segments)):
+        ds = palette(image(shown, PhotometricInterpretation="PALETTE COLOR"), 0, [segments[:end]] * 3, 16, segmented=True)
+        _, err = korvane("slice", save(ds), "-o", WORK / "picture.png", status=None)
+        if not (WORK / "picture.png").exists():
+            assert "palette" in err.lower() or "no red" in err, (end, err)
+            continue
+        with PIL.Image.open(WORK / "picture.png") as picture:
+            pixels = numpy.array(picture, int)[..., 0]
+        (WORK / "picture.png").unlink()
+        have = int(err.split(" of 256")[0].split()[-1])  # of the table's entries
+        assert have < 256 and abs(pixels - numpy.floor(whole[numpy.minimum(shown[0], have - 1)])).max() <= 1, (end, err)
+    for bomb in ([2, 65535, 0, 0], [2, 1, 0, 0] * 50, [0, 65535, 1], [1, 65535, 9], [2, 3, 65535, 65535], [7, 7, 7]):
+        ds = palette(image(shown, PhotometricInterpretation="PALETTE COLOR"), 0, [bomb] * 3, 16, segmented=True)
+        assert "palette" in korvane("slice", save(ds), "-o", WORK / "picture.png", status=None)[1].lower(), bomb
+    values = any_values(0, 999, "<u2")
+    for width in (0, -5, 0.5):
+        out = draw(save(image(values, WindowCenter=40, WindowWidth=width)))[1]
+        assert "percentile" in out, (width, out)
+    exact = draw(save(image(values, WindowCenter=400, WindowWidth=0.5, VOILUTFunction="LINEAR_EXACT")))[0]
+    assert (exact == numpy.where(values[0] > 400, 255, numpy.where(values[0] < 400, 0, 128))).all()
+
+
 def told():
     """What a picture does not show is named."""
     shown = any_values(0, 255, "u1")
@@ -344,4 +371,4 @@ def samples():
     print("samples: largest difference of grey or colour, and how many images:", counts)
 
 
-run(grey_values, automatic, bits, colours, palettes, told, volumes, frames, sizes, values, samples)
+run(grey_values, automatic, bits, colours, palettes, damaged, told, volumes, frames, sizes, values, samples)

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Voxels are what the files say: floats, colours, signs, palettes, doses, with their units; judged by numpy and pydicom."""
 
+import json
 import sys
 
 import host_test
@@ -263,7 +264,8 @@ def uptake():
     folder, activity = made("injected", pet)
     elapsed = 3600.25
     expected = activity * 72500 / (370e6 * 2 ** (-elapsed / 6586.2))
-    voxels = nifti(folder, "--suv")[0]
+    voxels = nifti(folder, "--suv", "--sidecar")[0]
+    assert json.loads((WORK / "out.json").read_text())["Units"] == "GML"
     assert numpy.allclose(voxels, expected, rtol=1e-5), (voxels.max(), expected.max())
     assert numpy.allclose(nifti(folder)[0], activity, rtol=1e-6), "only on request"
     out, err = korvane("export", folder, "--format", "analyze", "--to", f"file:{WORK}/vol", "--suv")

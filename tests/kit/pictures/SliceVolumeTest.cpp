@@ -120,7 +120,18 @@ TEST_F(SliceVolumeTest, SeveralTimesHaveNoPicture) {
     Refuses([&] { Slice(both); }, ErrorKind::WrongArgument);
     Refuses([&] { Load(series, {.volume = LoadOptions::kEvery, .oneScale = true}); }, ErrorKind::WrongArgument);
     SliceOptions options;
-    EXPECT_EQ(SliceStack(Load(series, {.volume = 2}), options).size(), static_cast<std::size_t>(kPlanes));
+    const Volume second = Load(series, {.volume = 2});
+    EXPECT_EQ(SliceStack(second, options).size(), static_cast<std::size_t>(kPlanes));
+    options.count = 3;
+    Refuses([&] { Slice(second, options); }, ErrorKind::WrongArgument);  // of a view
+    options.view.reset();
+    options.plane.normal = {0, 0, 1};
+    Refuses([&] { SliceStack(second, options); }, ErrorKind::WrongArgument);  // no step
+    options.step = -second.GetSpacing()[2];
+    const std::vector<SlicePicture> stack = SliceStack(second, options);
+    ASSERT_EQ(stack.size(), 3U);
+    EXPECT_NEAR((*stack[2].report.middle)[2] - (*stack[0].report.middle)[2], 2 * options.step, 1e-4);
+    Refuses([&] { Slice(second, options); }, ErrorKind::WrongArgument);  // one picture
 }
 
 }  // namespace
