@@ -154,7 +154,7 @@ void DataSet::SetText(const ElementPath& path, std::string_view text, bool check
         if (element == nullptr || step.item >= element->GetItemCount()) break;
         at = element->GetItem(static_cast<std::uint32_t>(step.item));
     }
-    const std::uint16_t type = TypeForValue(holder, path);
+    const std::uint16_t type = TypeForValue(*m_pOwned, holder, path);
     const std::string bytes = EncodeValue(path, type, text, TextDecoder(set), checked);
     SetBytes(path, {reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()},
              std::string{static_cast<char>(type >> 8), static_cast<char>(type & 0xFF)});
@@ -165,7 +165,7 @@ void DataSet::Set(const ElementPath& path, std::span<const double> values) {
     std::string text;
     for (const double value : values) {
         std::string number = platform::FormatReal(value);
-        if (number.size() > kLongestDecimal && TypeForValue(Holder(path), path) == TypeCode("DS")) {
+        if (number.size() > kLongestDecimal && TypeForValue(*m_pOwned, Holder(path), path) == TypeCode("DS")) {
             char shorter[40];
             for (int digits = 15; number.size() > kLongestDecimal && digits > 8; --digits) {
                 std::snprintf(shorter, sizeof shorter, "%.*g", digits, value);
@@ -181,7 +181,7 @@ void DataSet::SetBytes(const ElementPath& path, std::span<const unsigned char> b
     DICOMObject& holder = Holder(path);
     std::uint16_t code = 0;
     if (type.size() == 2) PackTypeCode(type[0], type[1], code);
-    if (code == 0) code = TypeForValue(holder, path);
+    if (code == 0) code = TypeForValue(*m_pOwned, holder, path);
     if (bytes.size() >= 0xFFFFFFFEU) throw Error(ErrorKind::WrongArgument, path.GetText() + ": too long a value");
     const Tag tag = path.GetTag();
     if (ReplaceValue(holder, tag, code, bytes.data(), static_cast<std::uint32_t>(bytes.size())) == 0) {

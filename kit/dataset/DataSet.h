@@ -72,7 +72,8 @@ public:
     void Walk(const std::function<void(const ElementFacts&)>& visit) const;
 
     /// The DICOM JSON model (PS3.18 F); group 0002, which is no part of it, only when asked for.
-    std::string ToJson(bool meta = false) const;
+    /// A watcher is told of texts with bytes that their character set does not have; each is U+FFFD.
+    std::string ToJson(bool meta = false, Watcher* watcher = nullptr) const;
 
     /// Whether both have the same elements with the same types and bytes, items included.
     friend KORVANE_KIT bool operator==(const DataSetView& left, const DataSetView& right);

@@ -211,9 +211,14 @@ void DataSetView::Walk(const std::function<void(const ElementFacts&)>& visit) co
     WalkLevel(*m_pDataSet, 0, visit);
 }
 
-std::string DataSetView::ToJson(bool meta) const {
+std::string DataSetView::ToJson(bool meta, Watcher* watcher) const {
+    const Watch watch(watcher);
+    if (watcher != nullptr) {
+        if (const std::optional<Finding> undecoded = FindUndecodedTexts(*m_pDataSet, m_CharacterSet))
+            watch.Tell(*undecoded);
+    }
     std::ostringstream out;
-    DumpAsJson(*m_pDataSet, meta, out, {}, m_CharacterSet);
+    DumpAsJson(*m_pDataSet, meta, out, watch, m_CharacterSet);
     return out.str();
 }
 

@@ -57,9 +57,9 @@ void CountUndecoded(const DICOMObject& dataSet, const TextDecoder& outer, Undeco
 
 }  // namespace
 
-std::optional<Finding> FindUndecodedTexts(const DICOMObject& dataSet) {
+std::optional<Finding> FindUndecodedTexts(const DICOMObject& dataSet, std::string_view outer) {
     UndecodedTexts found;
-    CountUndecoded(dataSet, TextDecoder(), found);
+    CountUndecoded(dataSet, TextDecoder(outer), found);
     if (found.count == 0) return std::nullopt;
     const std::string what = found.count == 1
                                  ? "the text of " + found.first + " has"

@@ -32,6 +32,7 @@ std::vector<std::string> TextParts(const VR& element, const TextDecoder& decoder
 TextForm FormOf(const VR& element);
 
 /// What is to be told of texts with bytes that their character set does not have, items of sequences included.
-std::optional<Finding> FindUndecodedTexts(const DICOMObject& dataSet);
+/// `outer`: the character set of what is around.
+std::optional<Finding> FindUndecodedTexts(const DICOMObject& dataSet, std::string_view outer = {});
 
 }  // namespace korvane

@@ -116,13 +116,17 @@ bool AppendBinary(std::string& bytes, const ElementPath& path, std::uint16_t typ
 
 }  // namespace
 
-std::uint16_t TypeForValue(const DICOMObject& holder, const ElementPath& path) {
+std::uint16_t TypeForValue(const DICOMObject& whole, const DICOMObject& holder, const ElementPath& path) {
     const Tag tag = path.GetTag();
     const VR* const present = FindElement(holder, tag);
-    // "US or SS" stays what the data set has made of it.
     if (present != nullptr && present->m_TypeCode != 0 && present->m_TypeCode != TypeCode("UN"))
         return present->m_TypeCode;
     std::uint16_t type = PublicDictionary().LookupTypeCode(GroupOf(tag), ElementOf(tag));
+    const bool isSigned = HasSignedPixels(holder, HasSignedPixels(whole, false));
+    if (type == TypeCode("US") && isSigned &&
+        PublicDictionary().HasFlag(GroupOf(tag), ElementOf(tag), kAmbiguousUsSs)) {
+        return TypeCode("SS");
+    }
     if (type == 0 && GroupOf(tag) % 2 == 1 && ElementOf(tag) >= 0x10 && ElementOf(tag) <= 0xFF) type = TypeCode("LO");
     if (type == 0) {
         const VR probe(GroupOf(tag), ElementOf(tag), 0, 0);

@@ -90,10 +90,18 @@ def streams_and_refusals():
     (WORK / "folder").mkdir()
     (WORK / "text").write_text("not DICOM")
     (WORK / "cut.dcm").write_bytes(before[:-9])
+    nested = pydicom.dcmread(source)
+    for tag in [tag for tag in nested.keys() if tag > 0x00880200]:
+        del nested[tag]
+    nested.IconImageSequence = [pydicom.Dataset()]
+    nested["IconImageSequence"].is_undefined_length = True
+    nested.save_as(WORK / "nested.dcm")
+    (WORK / "nested.dcm").write_bytes((WORK / "nested.dcm").read_bytes()[:-8])  # without the sequence's end
     film = encapsulate(image(numpy.ones((1, 4, 4), "u1")), "1.2.840.10008.1.2.4.100", [b"film"])
     film.save_as(WORK / "film.dcm")
     for source_name, target, words in (("a.dcm", "a.dcm", "overwrite"), ("a.dcm", "link.dcm", "overwrite"),
                                        ("text", "x", "not a DICOM"), ("cut.dcm", "x", "ends early"),
+                                       ("nested.dcm", "x", "nested.dcm: the data ends early"),
                                        ("gone", "x", "gone"),
                                        ("a.dcm", "no/such/x", "no/such/x"), (".", "folder/x", "neither"),
                                        ("folder", ".", "neither"), ("folder", "x", "no DICOM files"),

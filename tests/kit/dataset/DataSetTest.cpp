@@ -202,6 +202,21 @@ TEST(DataSetTest, PrivateElementsAreWhatTheirCreatorSays) {
     EXPECT_EQ(Parsed(Saved(set, "big")).TypeOf("0019,4228"), "UN");  // its byte order is not known
 }
 
+TEST(DataSetTest, SignedPixelsMakeNewValuesSigned) {
+    DataSet set;
+    set.Set("SmallestImagePixelValue", "65535");
+    EXPECT_EQ(set.TypeOf("SmallestImagePixelValue"), "US");
+    set.Set("PixelRepresentation", "1");
+    set.Set("LargestImagePixelValue", "-3");
+    set.Set("ReferencedImageSequence[0].PixelPaddingValue", "-2000");
+    EXPECT_EQ(set.TypeOf("LargestImagePixelValue"), "SS");
+    EXPECT_EQ(set.Integer("ReferencedImageSequence[0].PixelPaddingValue"), -2000);
+    set.Set("ReferencedImageSequence[1].PixelRepresentation", "0");
+    set.Set("ReferencedImageSequence[1].PixelPaddingValue", "63536");
+    EXPECT_EQ(set.TypeOf("ReferencedImageSequence[1].PixelPaddingValue"), "US");
+    Refuses([&] { set.Set("ReferencedImageSequence[1].PixelPaddingValue", "-1"); }, ErrorKind::WrongArgument);
+}
+
 TEST(DataSetTest, WhatIsMissingOrCannotBeDecodedIsTold) {
     DataSet set = Patient();
     set.SetBytes("PatientName", std::vector<unsigned char>{0xBB, 0xEE, 'A', ' '}, "PN");
@@ -215,6 +230,13 @@ TEST(DataSetTest, WhatIsMissingOrCannotBeDecodedIsTold) {
     EXPECT_TRUE(read.GetReport().complete);
     EXPECT_TRUE(tells(read, FindingKind::UndecodedText));
     EXPECT_FALSE(tells(Parsed(Saved(Patient(), "explicit")), FindingKind::UndecodedText));
+    struct : Watcher {
+        void OnFinding(const Finding& finding) override { told.push_back(finding); }
+        std::vector<Finding> told;
+    } watcher;
+    EXPECT_NE(set.ToJson(false, &watcher).find("\xEF\xBF\xBD"), std::string::npos);
+    ASSERT_EQ(watcher.told.size(), 1U);
+    EXPECT_EQ(watcher.told[0].kind, FindingKind::UndecodedText);
     // Without its last delimiters; those of the item, and of the sequence.
     DataSet nested;
     nested.Set("SOPClassUID", "1.2.840.10008.5.1.4.1.1.2");
