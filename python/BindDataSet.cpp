@@ -86,7 +86,8 @@ py::object GetItem(const Elements& self, const py::object& key) {
     return ValueOf(self, path);
 }
 
-// Attributes are keywords only. A name that is not a keyword is an AttributeError, not an absent element.
+// An element as a Python attribute, by keyword only. A name that is no keyword and an absent element are
+// AttributeErrors.
 py::object GetAttribute(const Elements& self, const std::string& keyword) {
     try {
         if (self.set->Has(self.To(keyword))) return ValueOf(self, keyword);

@@ -11,8 +11,9 @@
 
 #include <pybind11/pybind11.h>
 
-/// Calls a Python callable as `progress(label, done, total)`, and stops the job when a signal's handler or the callable
-/// has raised an exception. Made and destroyed with the interpreter's lock held; the Kit calls it without the lock.
+/// Calls a Python callable as `progress(label, done, total)`, and stops the job after `Stop`. An exception from the
+/// callable ends the job and reaches the caller. Made and destroyed with the interpreter's lock held; the Kit calls it
+/// without the lock.
 class CallWatcher : public korvane::Watcher {
 public:
     /// `progress`: a callable; None for no reports; True for a bar by tqdm, where that is installed.

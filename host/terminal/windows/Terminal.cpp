@@ -64,7 +64,7 @@ bool ReadPassword(const std::string& prompt, std::string& password) {
     SetConsoleMode(input, before);
     std::fputc('\n', stderr);
     std::fflush(stderr);
-    if (count == 0) s_interrupted = 1;  // Ctrl-C, too: its handler may not have run yet
+    if (count == 0) s_interrupted = 1;  // nothing read: Ctrl-C, whose handler may not have run yet
     password = NarrowText(line.c_str());
     return true;
 }
