@@ -92,6 +92,22 @@ TEST(CodecManager, LoadsOnDemandAndReleasesAtZero) {
     platform::CloseModule(kept);
 }
 
+// A manager that works with a codec keeps it, also where its caller ends the last use that it knows of.
+TEST(CodecManager, KeepsUsesOfItsOwnBesideTheCallers) {
+    CodecManager manager;
+    const CodecEntry* const entry = CodecManager::FindEntry(kXor);
+    DcmCodec* const codec = manager.GetCodec(kXor);
+    const auto set = Image(1, "1 ", std::string("abcde\0", 6));
+    const std::string before = Listing(*set);
+    ASSERT_EQ(manager.Convert(set.get(), kXor), 1) << manager.GetError();
+    manager.ReleaseCodec(codec);
+    manager.ReleaseCodec(codec);
+    EXPECT_EQ(entry->useCount, 1);
+    ASSERT_NE(entry->module, nullptr);
+    ASSERT_EQ(manager.Decode(set.get()), 1) << manager.GetError();
+    EXPECT_EQ(Listing(*set), before);
+}
+
 TEST(CodecManager, EncodesBehindAnOffsetTableAndDecodesTheSame) {
     CodecManager manager;
     const std::string log = testing::TempDir() + "korvane-codec-trace.log";
