@@ -20,6 +20,8 @@ struct Arguments {
     PathOptions paths;
     SeriesChoice choice;
     bool all = false;
+    bool bids = false;
+    BidsTree tree;
     ExportAllOptions allOptions;
     std::string format;
     std::string url;
@@ -46,6 +48,7 @@ std::string AskPassword(const std::string& user, const std::string& host) {
 void ExportEvery(Arguments& arguments) {
     ConsoleWatcher watcher;
     ExportAllOptions& options = arguments.allOptions;
+    if (arguments.bids) options.bids = arguments.tree;
     options.each = arguments.options;
     options.each.askPassword = AskPassword;
     options.reportFile = arguments.options.reportFile;
@@ -67,9 +70,10 @@ void ExportEvery(Arguments& arguments) {
 
 void CheckArguments(const Arguments& arguments) {
     const ExportAllOptions defaults;
-    const bool asks = arguments.allOptions.overwrite || !arguments.allOptions.resume.empty() ||
+    const bool asks = arguments.bids || arguments.allOptions.overwrite || !arguments.allOptions.resume.empty() ||
                       arguments.allOptions.name != defaults.name;
-    if (!arguments.all && asks) throw Error(ErrorKind::WrongArgument, "--name, --overwrite and --resume need --all");
+    if (!arguments.all && asks)
+        throw Error(ErrorKind::WrongArgument, "--name, --bids, --overwrite and --resume need --all");
     if (arguments.all &&
         (!arguments.choice.series.empty() || arguments.choice.number || arguments.choice.volume != 0)) {
         throw Error(ErrorKind::WrongArgument, "--all takes every series: no --series, --series-number or --volume");
@@ -115,6 +119,13 @@ void AddExportVerb(CLI::App& program) {
             "With --all: pattern of the names; %s number, %d description, %p protocol, %e echo, %m modality, %t "
             "study date, %n patient, %i patient ID, %u UID; slashes make folders")
         ->default_str("%s_%d");
+    CLI::Option* const bids = verb->add_flag("--bids", arguments->bids,
+                                             "With --all: a BIDS tree in --to; what is not clear goes under "
+                                             "sourcedata, named by --name; .nii.gz and sidecars");
+    CLI::Option* const subject =
+        verb->add_option("--subject", arguments->tree.subject, "With --bids: the subject's label")->needs(bids);
+    bids->needs(subject);
+    verb->add_option("--session", arguments->tree.session, "With --bids: the session's label")->needs(bids);
     verb->add_flag("--overwrite", arguments->allOptions.overwrite, "With --all: replace files of an earlier run");
     verb->add_option("--resume", arguments->allOptions.resume,
                      "With --all: pass over what this --report of an earlier run says is done, and is there");
@@ -132,6 +143,8 @@ void AddExportVerb(CLI::App& program) {
         "diffusion; without names, dates and places");
     verb->add_flag("--suv", arguments->options.uptake,
                    "PET: standardized uptake values by body weight, in place of activity");
+    verb->add_flag("--preview", arguments->options.preview,
+                   "nifti, nrrd, metaimage: NAME.png with the middle plane of three views");
     verb->add_option("--jobs", arguments->options.jobs, "Threads (one for each core)");
     verb->add_flag("--dry-run", arguments->options.dryRun,
                    "Read and convert everything, write nothing, and say what would be");

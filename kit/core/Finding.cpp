@@ -61,6 +61,7 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::PaddingLeftOut: return "padding left out";
     case FindingKind::ThicknessUnknown: return "thickness unknown";
     case FindingKind::UptakeValues: return "uptake values";
+    case FindingKind::SeveralNumbers: return "several numbers";
     }
     return "unknown";
 }

@@ -69,6 +69,7 @@ enum class FindingKind {
     PaddingLeftOut,    ///< values that stand for no measurement count for no minimum, maximum or slab; `count` voxels
     ThicknessUnknown,  ///< a single slice of which nothing says how thick it is; `lengths`: what is used
     UptakeValues,      ///< values are standardized uptake values; `lengths`: the factor from activity to them
+    SeveralNumbers,    ///< one series UID, several series numbers; `count` of them, each a series of its own here
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

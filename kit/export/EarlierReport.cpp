@@ -3,12 +3,17 @@
 #include "../core/Error.h"
 #include "../core/Paths.h"
 
+#include "platform/File.h"
+
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <system_error>
 #include <tuple>
+#include <vector>
+#include <zlib.h>
 
 namespace korvane {
 
@@ -42,10 +47,28 @@ std::vector<ExportOutput> OutputsOf(const Json& series) {
     return outputs;
 }
 
-bool AreThere(const std::vector<ExportOutput>& outputs) {
+/// The checksum of a file; none of one that cannot be read.
+std::optional<std::uint32_t> ChecksumOf(const std::string& path, const Watch& watch) {
+    platform::InputFile file;
+    file.SetStopQuestion(watch.GetStopQuestion());
+    if (!file.Open(path.c_str())) return std::nullopt;
+    std::vector<unsigned char> bytes(std::size_t{1} << 20);
+    uLong crc = crc32(0, nullptr, 0);
+    for (std::size_t read = bytes.size(); read == bytes.size();) {
+        read = file.Read(bytes.data(), bytes.size());
+        crc = crc32(crc, bytes.data(), static_cast<uInt>(read));
+    }
+    watch.StopIfAsked();
+    if (file.HasFailed()) return std::nullopt;
+    return static_cast<std::uint32_t>(crc);
+}
+
+/// With the bytes that were written.
+bool AreThere(const std::vector<ExportOutput>& outputs, const Watch& watch) {
     for (const ExportOutput& output : outputs) {
         std::error_code error;
         if (fs::file_size(PathFromText(output.name), error) != output.size || error) return false;
+        if (ChecksumOf(output.name, watch) != output.crc) return false;
     }
     return !outputs.empty();
 }
@@ -62,7 +85,7 @@ std::map<Identity, std::vector<ExportOutput>> ReadDone(const Json& json) {
 
 }  // namespace
 
-void PassOverWhole(ExportAllReport& report, const std::string& path) {
+void PassOverWhole(ExportAllReport& report, const std::string& path, const Watch& watch) {
     std::error_code error;
     if (!fs::exists(PathFromText(path), error)) return;
     const Json json = ReadReport(path);
@@ -76,7 +99,7 @@ void PassOverWhole(ExportAllReport& report, const std::string& path) {
     }
     for (ExportedSeries& series : report.series) {
         const auto found = done.find({series.uid, series.firstFile, series.images});
-        if (found == done.end() || !AreThere(found->second)) continue;
+        if (found == done.end() || !AreThere(found->second, watch)) continue;
         series.status = ExportedSeries::Status::Whole;
         series.outputs = found->second;
     }

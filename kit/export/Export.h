@@ -40,6 +40,9 @@ struct ExportOptions {
     /// Beside each volume file of NIfTI, NRRD or MetaImage: NAME.json in the terms of BIDS, without anything that tells a
     /// person, place, date or device; NAME.bval and NAME.bvec by FSL's convention where it is diffusion-weighted.
     bool sidecar = false;
+    /// Beside each volume file of these formats: NAME.png with the middle plane of three views, of the first of several
+    /// times. What has no such planes (colours, floating point) has no preview, which the watcher is told.
+    bool preview = false;
     bool checksums = false;  ///< of the outputs, in the report; always made for a report file
     bool dryRun = false;  ///< everything is read and converted, nothing is written, and the report says what would be
     /// A file for the report as JSON (`ToJson`), with checksums; none when empty. It is there before the volume files get

@@ -3,8 +3,10 @@
 #include "../core/Destination.h"
 #include "../core/Error.h"
 #include "../core/ExportFiles.h"
+#include "../core/Paths.h"
 #include "../core/Threads.h"
 #include "../study/SeriesVolume.h"
+#include "BidsNames.h"
 #include "EarlierReport.h"
 #include "ExportFormat.h"
 #include "ExportJob.h"
@@ -12,6 +14,7 @@
 #include "NamePattern.h"
 
 #include "export/CFileWriter.h"
+#include "platform/File.h"
 
 #include <algorithm>
 #include <mutex>
@@ -48,6 +51,7 @@ public:
           m_Destination(ParseDestination(folder + "/name")), m_Folder(folder) {
         if (ExportFormat::Find(format) == nullptr) ExportJob(format, folder + "/name", options.each);  // which throws
         m_Report.format = format;
+        if (options.bids) SetBids(*options.bids);
         while (m_Folder.ends_with('/') && !m_Destination.isFtp) m_Folder.pop_back();
         m_Destination.name.clear();
         m_Report.destination = m_Destination.isFtp ? m_Destination.Describe() : m_Destination.directory;
@@ -58,9 +62,11 @@ public:
         CheckReportFile();
         if (!m_Options.each.dryRun) CompletePassword(m_Destination, m_Options.each.askPassword);
         for (const Series& series : m_Found.GetSeries()) m_Report.series.push_back(Begin(series));
-        if (!m_Options.resume.empty()) PassOverWhole(m_Report, m_Options.resume);
+        if (m_Bids) m_Places = m_Bids->FindPlaces(m_Found);
+        if (!m_Options.resume.empty()) PassOverWhole(m_Report, m_Options.resume, m_Watch);
         for (ExportedSeries& entry : m_Report.series) Plan(entry);
         try {
+            if (m_Bids) DescribeDataset();
             Work();
         } catch (const Error& error) {
             if (error.GetKind() != ErrorKind::Stopped) throw;
@@ -87,6 +93,21 @@ private:
         return entry;
     }
 
+    void SetBids(const BidsTree& tree) {
+        if (m_Report.format != "nifti" || m_Destination.isFtp) {
+            throw Error(ErrorKind::WrongArgument, "a BIDS tree has NIfTI files, in a folder of this machine");
+        }
+        m_Bids.emplace(tree.subject, tree.session);
+    }
+
+    /// Somebody's own description stays.
+    void DescribeDataset() {
+        const std::string path = m_Folder + "/dataset_description.json";
+        if (m_Options.each.dryRun || platform::FileExists(path.c_str())) return;
+        MakeDirectory(m_Folder);
+        WriteText(path, BidsNames::DescribeDataset(), m_Watch);
+    }
+
     /// Names are given before the work begins, in the order of the list. Series that are whole keep theirs.
     void Plan(ExportedSeries& entry) {
         if (entry.status == Status::NoImage) return;
@@ -101,6 +122,7 @@ private:
             Refuse(entry, error.what());
         }
         entry.name = m_Names.Take(m_Pattern.MakeName(SeriesOf(entry)), suffixes);
+        if (m_Bids && entry.why.empty()) entry.why = PlaceOf(entry).why;
     }
 
     static void Refuse(ExportedSeries& entry, const std::string& why) {
@@ -134,6 +156,7 @@ private:
         ExportOptions options = m_Options.each;
         options.volume = 0;
         options.every = true;
+        if (m_Bids) options.sidecar = options.compress = true;
         options.keepExisting = !m_Options.overwrite;
         options.reportFile.clear();
         options.checksums = !m_Options.reportFile.empty();
@@ -143,7 +166,13 @@ private:
             options.askPassword = [this](const std::string&, const std::string&) { return m_Destination.password; };
         }
         try {
-            ExportJob job(m_Report.format, m_Folder + "/" + entry.name + ExtensionOf(options), options);
+            ExportJob job(m_Report.format, m_Folder + "/" + (m_Bids ? "bids" : entry.name) + ExtensionOf(options),
+                          options);
+            if (m_Bids) {
+                job.SetNames(
+                    [&](const std::string& ending) { return m_Bids->NameOf(PlaceOf(entry), ending, entry.name); },
+                    PlaceOf(entry).extras);
+            }
             entry.report = job.Run(SeriesOf(entry));
             for (const ExportedVolume& volume : entry.report.volumes) {
                 entry.outputs.insert(entry.outputs.end(), volume.outputs.begin(), volume.outputs.end());
@@ -157,6 +186,8 @@ private:
         }
         return watcher.Take();
     }
+
+    const BidsPlace& PlaceOf(const ExportedSeries& entry) const { return m_Places[entry.row - 1]; }
 
     /// With it a name that ends like an extension stays as it is.
     std::string ExtensionOf(const ExportOptions& options) const {
@@ -173,10 +204,13 @@ private:
 
     void WriteReport(const Watch& watch) {
         if (m_Options.reportFile.empty()) return;
-        std::string text = ToJson(m_Report);
+        WriteText(m_Options.reportFile, ToJson(m_Report), watch);
+    }
+
+    static void WriteText(const std::string& path, std::string text, const Watch& watch) {
         ExportFiles file(Destination{}, watch);
         const auto writer = file.MakeWriter();
-        if (!writer->Open(m_Options.reportFile.c_str(), "wb") ||
+        if (!writer->Open(path.c_str(), "wb") ||
             writer->Write(text.data(), 1, static_cast<unsigned>(text.size())) != text.size() || writer->Close() != 0) {
             file.ThrowFailure();
         }
@@ -190,6 +224,8 @@ private:
     Destination m_Destination;
     std::string m_Folder;
     NamesTaken m_Names;
+    std::optional<BidsNames> m_Bids;
+    std::vector<BidsPlace> m_Places;  // of each series, with `m_Bids`
     unsigned m_nJobsOfEach = 1;
     ExportAllReport m_Report;
 };

@@ -7,10 +7,17 @@
 #include "Export.h"
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace korvane {
+
+/// A tree as the Brain Imaging Data Structure (BIDS) lays it out, for one subject.
+struct BidsTree {
+    std::string subject{};  ///< a label: letters and digits
+    std::string session{};  ///< another; "" for none
+};
 
 /// How a whole folder is exported. The defaults write every volume of every series and keep what is there.
 struct ExportAllOptions {
@@ -18,8 +25,12 @@ struct ExportAllOptions {
     /// modality, %t study date, %n patient's name, %i patient's ID, %u series UID; slashes make
     /// folders. Names that would be the same get letters behind (a, b ...).
     std::string name = "%s_%d";
+    /// NIfTI alone, compressed and with sidecars, in a local folder: what a series clearly is (T1w, T2w, T2starw, FLAIR, PDw,
+    /// bold and sbref with a task, dwi, field maps) goes to its place and has its name there, several of one name as runs;
+    /// all else goes under sourcedata/, named by `name`. dataset_description.json is written where there is none.
+    std::optional<BidsTree> bids{};
     bool overwrite = false;  ///< files of an earlier run may be replaced; else their series is refused
-    /// The report file of an earlier run: series whose files it calls done, and which are there in their full size, are
+    /// The report file of an earlier run: series whose files it calls done, and which are there with the same bytes, are
     /// passed over. It may be the same file as the new report's, and need not exist.
     std::string resume{};
     /// For each series. Of these `volume`, `reportFile`, `jobs` and `watcher` are not used.
@@ -47,7 +58,7 @@ struct ExportedSeries {
     std::size_t images = 0;
     std::string name{};  ///< of its outputs, without folder and extension
     Status status = Status::Open;
-    std::string why{};
+    std::string why{};      ///< it was refused, or lies under sourcedata/
     ExportReport report{};  ///< of what was written or refused
     std::vector<ExportOutput> outputs{};
 };

@@ -63,7 +63,7 @@ void AddLines(const ExportedSeries& series, std::vector<std::string>& lines) {
         for (const ExportedVolume& volume : series.report.volumes) {
             const bool dryRun = series.report.status == ExportReport::Status::DryRun;
             lines.push_back(title + (dryRun ? "would write " : "wrote ") + NamesOf(volume.outputs) + ", " +
-                            SizeOf(volume));
+                            SizeOf(volume) + (series.why.empty() ? "" : " (" + series.why + ")"));
         }
         break;
     case Status::Refused: lines.push_back(title + "refused: " + series.why); break;

@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "../study/SeriesFindings.h"
 #include "ExportReport.h"
+#include "Preview.h"
 #include "VoxelFile.h"
 
 #include "base/Number.h"
@@ -75,8 +76,9 @@ double SliceBytes(CVolume& volume) {
 ExportJob::ExportJob(const std::string& format, const std::string& url, const ExportOptions& options)
     : m_Options(options), m_Watch(options.watcher), m_Format(FindFormat(format)), m_bCompress(options.compress),
       m_Destination(ParseDestination(url)) {
-    if (options.sidecar && m_Format.IsOfModule()) {
-        throw Error(ErrorKind::WrongArgument, "files of format " + format + " have no sidecar");
+    if ((options.sidecar || options.preview) && m_Format.IsOfModule()) {
+        const char* const what = options.sidecar ? "sidecar" : "preview";
+        throw Error(ErrorKind::WrongArgument, "files of format " + format + " have no " + what);
     }
     TakeExtension(m_Destination, m_Format, m_bCompress);
     m_Report.format = format;
@@ -85,6 +87,11 @@ ExportJob::ExportJob(const std::string& format, const std::string& url, const Ex
 }
 
 ExportJob::~ExportJob() = default;
+
+void ExportJob::SetNames(NameOfFile names, const SidecarExtras& extras) {
+    m_Names = std::move(names);
+    m_Extras = extras;
+}
 
 ExportReport ExportJob::Run(const SeriesChoice& choice) {
     return RunOn([&] { return std::make_unique<SeriesVolume>(choice); });
@@ -193,7 +200,8 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
     if (!m_pWriter) m_pWriter = m_Files->MakeWriter();
     ExportOptions options = m_Options;
     options.compress = m_bCompress;
-    const std::string path = m_Destination.GetFolder() + "/" + m_Destination.name + part.suffix;
+    const std::string path =
+        m_Destination.GetFolder() + "/" + (m_Names ? m_Names(part.suffix) : m_Destination.name + part.suffix);
     VoxelFile file(series, m_Format, options);
     ExportedVolume volume;
     try {
@@ -203,10 +211,24 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
         throw Error(error.GetKind(), error.what() + ("; " + EmptyRemoteFiles(*m_pWriter, *m_Files)));
     }
     if (m_Options.sidecar) {
-        for (const auto& [extension, text] : file.MakeSidecars()) WriteText(path + extension, text);
+        for (const auto& [extension, text] : file.MakeSidecars(m_Extras)) WriteText(path + extension, text);
     }
+    if (m_Options.preview) WritePreview(series, part, path);
     if (!m_Files->GetFailure().empty() || m_Watch.IsStopped()) ThrowUnsaved(*m_pWriter);
     return volume;
+}
+
+void ExportJob::WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path) {
+    if (!m_Files->GetFailure().empty()) return;
+    try {
+        if (!part.later.empty()) series.Load(part.slices);  // the last one is there
+        WriteText(path + ".png", MakePreview(series, m_Watch));
+    } catch (const Error& error) {
+        if (error.GetKind() != ErrorKind::Unsupported) throw;
+        Finding finding{.kind = FindingKind::NotApplied, .text = std::string("no preview: ") + error.what()};
+        m_Watch.Tell(finding);
+        m_Report.findings.push_back(std::move(finding));
+    }
 }
 
 /// What fails is in the files' failure.

@@ -8,7 +8,9 @@
 #include "Export.h"
 #include "ExportFormat.h"
 #include "IrregularPolicy.h"
+#include "ScanFacts.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +24,11 @@ public:
     ~ExportJob();
     ExportJob(const ExportJob&) = delete;
     ExportJob& operator=(const ExportJob&) = delete;
+
+    /// The name below the destination's folder of each volume file, by its ending, in place of the destination's name and
+    /// the ending; and what its sidecar says besides. Of a format of the Kit.
+    using NameOfFile = std::function<std::string(const std::string& ending)>;
+    void SetNames(NameOfFile names, const SidecarExtras& extras);
 
     // Write all files or none. Throw `Error`. Once only.
     ExportReport Run(const SeriesChoice& choice);
@@ -39,6 +46,7 @@ private:
     ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
     void TellFilled(const ExportedVolume& volume, bool isPadding);
     void TellPadding(const ExportedVolume& volume);
+    void WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path);
     void WriteText(const std::string& path, std::string text);
     [[noreturn]] void ThrowUnsaved(CFileWriter& writer);
     void Finish();
@@ -51,6 +59,8 @@ private:
     const ExportFormat& m_Format;
     bool m_bCompress;
     Destination m_Destination;
+    NameOfFile m_Names;
+    SidecarExtras m_Extras;
     ExportReport m_Report;
     std::optional<ExportFiles> m_Files;
     // Both stand on the files.

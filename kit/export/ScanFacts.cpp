@@ -174,10 +174,12 @@ private:
         case DiffusionFacts::Axes::Image: return {v[0], v[1], towards * v[2]};
         case DiffusionFacts::Axes::Gradients: break;
         }
-        // Frequency, phase, slice: the second runs against the columns.
-        const bool phaseAlongColumns = m_Facts.phaseAxis != 0;
-        const Vector3 ofImage = phaseAlongColumns ? Vector3{v[0], v[1], v[2]} : Vector3{v[1], v[0], v[2]};
-        return {ofImage[0], ofImage[1], towards * ofImage[2]};
+        // Frequency, phase, slice. The gradients' own axes run against those of the image but for the slice's; in coronal
+        // images the slice's does too, which is the same as turning the other two.
+        const bool isCoronal = std::fabs(normal[1]) > std::max(std::fabs(normal[0]), std::fabs(normal[2]));
+        const double down = isCoronal ? 1 : -1;
+        if (m_Facts.phaseAxis != 0) return {-v[0], down * v[1], towards * v[2]};
+        return {-v[1], -down * v[0], towards * v[2]};
     }
 
     void AddWeighting(const SliceRef& slice, DiffusionFacts::Axes axes) {
@@ -193,11 +195,26 @@ private:
         m_Facts.weightings.push_back(weighting);
     }
 
-    void ReadWeightings() {
-        DiffusionFacts::Axes axes = DiffusionFacts::Axes::Patient;
-        if (FindElement(*m_Facts.header, tags::DiffusionBValue) == nullptr && !HasFrameGroups(*m_Facts.header)) {
-            axes = ReadPrivateDiffusion(*m_Facts.header).axes;
+    /// Of the first direction that there is: images without weighting say nothing of it.
+    DiffusionFacts::Axes ReadAxes() const {
+        const auto isDirected = [this](const std::vector<SliceRef>& slices) {
+            const auto& values = KeysOf(slices.front()).values;
+            return values[kBValue] > 0 && !std::isnan(values[kGradient]);
+        };
+        const std::vector<SliceRef>* slices = &m_Part.slices;
+        if (!isDirected(*slices)) {
+            const auto later = std::find_if(m_Part.later.begin(), m_Part.later.end(), isDirected);
+            if (later == m_Part.later.end()) return DiffusionFacts::Axes::Patient;
+            slices = &*later;
         }
+        const auto header = ReadHeader(slices->front());
+        const bool isStandard = FindElement(*header, tags::DiffusionGradientOrientation) != nullptr;
+        return isStandard || HasFrameGroups(*header) ? DiffusionFacts::Axes::Patient
+                                                     : ReadPrivateDiffusion(*header).axes;
+    }
+
+    void ReadWeightings() {
+        const DiffusionFacts::Axes axes = ReadAxes();
         AddWeighting(m_Part.slices.front(), axes);
         for (const std::vector<SliceRef>& time : m_Part.later) AddWeighting(time.front(), axes);
         const bool any = std::any_of(m_Facts.weightings.begin(), m_Facts.weightings.end(),

@@ -41,9 +41,15 @@ ScanFacts ReadScanFacts(SeriesVolume& series, const ExportPart& part, const Vect
 /// The text of an element for the first plane: of its functional groups, or of the data set; "" when nothing has it.
 std::string TextOfScan(const ScanFacts& facts, Tag group, Tag element);
 
+/// What only who names a file knows of it.
+struct SidecarExtras {
+    std::string taskName{};             ///< of functional images
+    std::array<double, 2> echoTimes{};  ///< of a phase difference, seconds; zeros without
+};
+
 /// JSON in the terms of BIDS, with a line end: what the standard's and the maker's elements say of the scan. No names of
 /// people, places or devices, no numbers that tell a patient, a study or an instance, no dates and no comments.
-std::string MakeSidecar(const ScanFacts& facts, const SeriesVolume& series);
+std::string MakeSidecar(const ScanFacts& facts, const SeriesVolume& series, const SidecarExtras& extras = {});
 
 /// The two files of FSL's convention: a line of b-values; three lines of directions along the file's axes, the first
 /// negated where the file's axes are right-handed, zeros without weighting. `rightHanded`: the determinant is positive.

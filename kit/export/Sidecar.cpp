@@ -7,8 +7,11 @@
 
 #include <Korvane/Version.h>
 
+#include <algorithm>
 #include <cmath>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 namespace korvane {
 
@@ -87,7 +90,12 @@ public:
     Builder(const ScanFacts& facts, const SeriesVolume& series)
         : m_Facts(facts), m_Series(series), m_Decoder(FindText(*facts.header, tags::SpecificCharacterSet)) {}
 
-    std::string Build() {
+    std::string Build(const SidecarExtras& extras) {
+        if (!extras.taskName.empty()) m_Json["TaskName"] = extras.taskName;
+        if (extras.echoTimes[0] > 0) {
+            m_Json["EchoTime1"] = Rounded(extras.echoTimes[0]);
+            m_Json["EchoTime2"] = Rounded(extras.echoTimes[1]);
+        }
         AddManufacturer();
         for (const Field& field : kFields) AddField(field);
         AddFrequency();
@@ -118,6 +126,7 @@ private:
         const std::vector<double> numbers = ReadNumbers(*element);
         if (numbers.empty()) return;
         const double value = Rounded(numbers[0] * field.scale);
+        if (value == 0 && std::string_view(field.name).ends_with("Time")) return;  // none was made
         const bool isWhole = value == std::floor(value) && std::fabs(value) < 1e9;
         m_Json[field.name] = isWhole ? Json(static_cast<long long>(value)) : Json(value);
     }
@@ -184,6 +193,8 @@ private:
         } else {
             m_Json["PhaseEncodingAxis"] = axis;
         }
+        if (const auto& flipped = m_Facts.acquisition.isFlipped)
+            m_Json["PhaseEncodingPolarityGE"] = *flipped ? "Flipped" : "Unflipped";
         const double lines = AcquiredLines();
         if (lines > 0) m_Json["AcquisitionMatrixPE"] = static_cast<int>(lines);
         m_Json["ReconMatrixPE"] = m_Facts.phaseSize;
@@ -211,7 +222,19 @@ private:
     }
 
     void AddTiming() {
-        if (!m_Facts.sliceTimes.empty()) m_Json["SliceTiming"] = Numbers(m_Facts.sliceTimes);
+        if (m_Facts.sliceTimes.empty()) return;
+        m_Json["SliceTiming"] = Numbers(m_Facts.sliceTimes);
+        if (const std::size_t bands = CountBands(); bands > 1) m_Json["MultibandAccelerationFactor"] = bands;
+    }
+
+    /// How many slices were made at a time; 1 where their numbers differ.
+    std::size_t CountBands() const {
+        std::map<double, std::size_t> counts;
+        for (const double time : m_Facts.sliceTimes) ++counts[time];
+        const std::size_t first = counts.begin()->second;
+        const bool alike =
+            std::all_of(counts.begin(), counts.end(), [first](const auto& one) { return one.second == first; });
+        return alike ? first : 1;
     }
 
     const ScanFacts& m_Facts;
@@ -227,8 +250,8 @@ std::string NumberText(double value) {
 
 }  // namespace
 
-std::string MakeSidecar(const ScanFacts& facts, const SeriesVolume& series) {
-    return Builder(facts, series).Build();
+std::string MakeSidecar(const ScanFacts& facts, const SeriesVolume& series, const SidecarExtras& extras) {
+    return Builder(facts, series).Build(extras);
 }
 
 std::string MakeBValues(const ScanFacts& facts) {

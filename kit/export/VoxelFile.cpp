@@ -124,8 +124,8 @@ void VoxelFile::ReadFacts(const ExportPart& part) {
     if (m_Grid.size[3] > 1) m_Grid.timeStep = m_Facts->repetitionTime;
 }
 
-std::vector<std::pair<std::string, std::string>> VoxelFile::MakeSidecars() const {
-    std::vector<std::pair<std::string, std::string>> texts = {{".json", MakeSidecar(*m_Facts, m_Series)}};
+std::vector<std::pair<std::string, std::string>> VoxelFile::MakeSidecars(const SidecarExtras& extras) const {
+    std::vector<std::pair<std::string, std::string>> texts = {{".json", MakeSidecar(*m_Facts, m_Series, extras)}};
     if (m_Facts->weightings.empty()) return texts;
     const auto& [row, column, step] = m_Grid.steps;
     const double determinant = (row[1] * column[2] - row[2] * column[1]) * step[0] +

@@ -31,7 +31,7 @@ public:
 
     /// After `Write`, of a format that holds times or where a sidecar was asked for: the texts beside the file, their
     /// extensions first.
-    std::vector<std::pair<std::string, std::string>> MakeSidecars() const;
+    std::vector<std::pair<std::string, std::string>> MakeSidecars(const SidecarExtras& extras) const;
 
 private:
     void ReadFacts(const ExportPart& part);

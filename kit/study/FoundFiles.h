@@ -39,6 +39,7 @@ struct FoundSeries {
     std::vector<SliceRef> slices;  ///< by instance number, acquisition number, UID, frame
     SeriesGeometry geometry{};
     std::size_t orientations = 1;  ///< series with the same UID, told apart by orientation
+    std::size_t numbers = 1;       ///< by Series Number
     std::size_t forms = 1;         ///< and by matrix or pixel format
     VolumeSets sets{};
     std::vector<Finding> findings{};

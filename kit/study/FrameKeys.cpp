@@ -50,6 +50,9 @@ constexpr Source kSources[] = {
     {21, tags::AcquisitionNumber},
 };
 
+constexpr std::size_t kKind = 0;
+constexpr double kMagnitude = 1;  // kinds, as `KindOf` counts them
+constexpr double kTrace = 7;
 constexpr std::size_t kBValue = 12;     // entries
 constexpr std::size_t kGradientX = 13;  // and the two behind it
 
@@ -171,7 +174,9 @@ double ReadKind(const DICOMObject& dataSet, const DICOMObject* own, const DICOMO
 void AddPrivateDiffusion(const DICOMObject& dataSet, FrameKeys& keys) {
     if (FindText(dataSet, tags::Modality) != "MR") return;
     const DiffusionFacts facts = ReadPrivateDiffusion(dataSet);
-    keys.values[kBValue] = facts.bValue;
+    if (std::isnan(keys.values[kBValue])) keys.values[kBValue] = facts.bValue;
+    // That an image is a magnitude says nothing of what it was computed from.
+    if (facts.isTrace && facts.bValue > 0 && !(keys.values[kKind] > kMagnitude)) keys.values[kKind] = kTrace;
     if (facts.direction) std::copy(facts.direction->begin(), facts.direction->end(), keys.values.begin() + kGradientX);
 }
 
@@ -228,7 +233,10 @@ FrameKeys ReadFrameKeys(const DICOMObject& dataSet, const DICOMObject* own, cons
             if (read && std::isfinite(value)) keys.values[source.entry + i] = value;
         }
     }
-    if (own == nullptr && std::isnan(keys.values[kBValue])) AddPrivateDiffusion(dataSet, keys);
+    // Some name the b-value by the standard's element, and the direction in one of their own.
+    const bool lacks =
+        std::isnan(keys.values[kBValue]) || (keys.values[kBValue] > 0 && std::isnan(keys.values[kGradientX]));
+    if (own == nullptr && lacks) AddPrivateDiffusion(dataSet, keys);
     return keys;
 }
 

@@ -156,12 +156,15 @@ public:
     /// Notes in each series what its UID was split into.
     void CountSplits() {
         std::map<std::pair<std::string, int>, std::size_t> forms;
+        std::map<std::string, std::set<int>> numbers;
         for (const auto& [key, series] : m_Series) {
+            if (key.form.kind != PixelForm::Kind::None) numbers[key.uid].insert(key.number);
             if (key.alone == 0 && key.form.kind != PixelForm::Kind::None) ++forms[{key.uid, key.number}];
         }
         for (const auto& [key, members] : m_Series) {
             for (const std::size_t index : members) {
                 m_Found.series[index].orientations = members.size();
+                m_Found.series[index].numbers = std::max<std::size_t>(numbers[key.uid].size(), 1);
                 m_Found.series[index].forms = std::max<std::size_t>(forms[{key.uid, key.number}], 1);
             }
         }

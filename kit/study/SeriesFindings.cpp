@@ -58,6 +58,11 @@ private:
                                                     Count(m_Series.orientations, "orientation") + ", each listed alone")
                 .count = m_Series.orientations;
         }
+        if (m_Series.numbers > 1) {
+            Add(FindingKind::SeveralNumbers,
+                "several numbers: this UID has " + Count(m_Series.numbers, "series number") + ", each listed alone")
+                .count = m_Series.numbers;
+        }
         if (m_Series.forms > 1) {
             Add(FindingKind::MixedFormats, "mixed formats: this UID has " +
                                                Count(m_Series.forms, "matrix or pixel format") + ", each listed alone")

@@ -6,7 +6,7 @@
 
 namespace korvane::canon {
 
-/// The comment reads "b=1500(0.445,0.000,0.895)". It is believed from these makers alone.
+/// The comment reads "b=1500(0.445,0.000,0.895)": phase, frequency, slice. It is believed from these makers alone.
 DiffusionFacts ReadDiffusion(const DICOMObject& holder) {
     DiffusionFacts facts;
     const std::string maker = FindText(holder, tags::Manufacturer);
@@ -20,8 +20,9 @@ DiffusionFacts ReadDiffusion(const DICOMObject& holder) {
     std::string list = text.substr(open + 1, text.size() - open - 2);
     std::replace(list.begin(), list.end(), ',', '\\');
     Vector3 direction;
-    if (platform::ScanReals(list, direction.data(), 3) == 3 && value > 0) facts.direction = direction;
-    facts.axes = DiffusionFacts::Axes::Image;
+    if (platform::ScanReals(list, direction.data(), 3) == 3 && value > 0)
+        facts.direction = {direction[1], direction[0], direction[2]};
+    facts.axes = DiffusionFacts::Axes::Gradients;
     return facts;
 }
 

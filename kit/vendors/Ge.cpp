@@ -32,6 +32,13 @@ DiffusionFacts ReadDiffusion(const DICOMObject& holder) {
 
 void AddAcquisition(const DICOMObject& dataSet, AcquisitionFacts& facts) {
     const PrivateBlock block(dataSet, 0x0043, "GEMS_PARM_01");
+    // Of echo planar images GE says so from which end the lines were read: LINEAR runs the way of the image's axis.
+    const std::string order = FindText(dataSet, tags::RectilinearPhaseEncodeReordering);
+    const bool isEchoPlanar = FindText(dataSet, tags::ScanningSequence).find("EP") != std::string::npos;
+    if (block.IsThere() && isEchoPlanar && (order == "LINEAR" || order == "REVERSE_LINEAR")) {
+        facts.phasePositive = order == "LINEAR";
+        facts.isFlipped = order != "LINEAR";
+    }
     const std::vector<double> spacing = block.Numbers(0x2C, TypeCode("SS"));  // microseconds
     if (!spacing.empty() && spacing[0] > 0) facts.echoSpacing = spacing[0] / 1e6;
     const std::vector<double> fractions = block.Numbers(0x83, TypeCode("DS"));  // of the lines that are acquired

@@ -40,6 +40,7 @@ struct AcquisitionFacts {
     std::vector<double> sliceTimes{};      ///< of each tile, in file order
     std::optional<double> timeInVolume{};  ///< of this slice alone
     std::optional<bool> phasePositive{};   ///< phase encoding runs the way of its image axis
+    std::optional<bool> isFlipped{};       ///< GE's phase polarity
     double bandwidthPerPixelPhase = 0;     ///< Hz; 0: not told
     double echoSpacing = 0;                ///< between acquired lines; 0: not told
     double inPlaneAcceleration = 0;        ///< 0: not told

@@ -131,6 +131,7 @@ inline constexpr Tag PhysicalDeltaY = MakeTag(0x0018, 0x602E);
 inline constexpr Tag PulseSequenceName = MakeTag(0x0018, 0x9005);
 inline constexpr Tag MRImagingModifierSequence = MakeTag(0x0018, 0x9006);
 inline constexpr Tag EchoPlanarPulseSequence = MakeTag(0x0018, 0x9018);
+inline constexpr Tag RectilinearPhaseEncodeReordering = MakeTag(0x0018, 0x9034);
 inline constexpr Tag MRReceiveCoilSequence = MakeTag(0x0018, 0x9042);
 inline constexpr Tag ParallelReductionFactorInPlane = MakeTag(0x0018, 0x9069);
 inline constexpr Tag FrameAcquisitionDateTime = MakeTag(0x0018, 0x9074);

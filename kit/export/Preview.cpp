@@ -1,0 +1,60 @@
+#include "Preview.h"
+
+#include "../core/Error.h"
+#include "../core/Paths.h"
+#include "../core/TemporaryFolder.h"
+#include "../pictures/PngWriter.h"
+#include "../pictures/SliceJob.h"
+#include "../study/SeriesVolume.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+namespace korvane {
+
+namespace {
+
+constexpr int kSide = 256;  // pixels of the longer side of each view
+constexpr int kGap = 4;
+
+Picture SideBySide(const std::vector<Picture>& pictures) {
+    int width = kGap;
+    int height = 0;
+    for (const Picture& one : pictures) {
+        width += one.GetWidth() + kGap;
+        height = std::max(height, one.GetHeight());
+    }
+    Picture all(width, height + 2 * kGap);
+    int x = kGap;
+    for (const Picture& one : pictures) {
+        all.Paste(one, x, kGap + (height - one.GetHeight()) / 2);
+        x += one.GetWidth() + kGap;
+    }
+    return all;
+}
+
+}  // namespace
+
+std::string MakePreview(SeriesVolume& series, const Watch& watch) {
+    SliceOptions options;
+    options.size = kSide;
+    CheckSlicing(series, options);
+    if (series.RescalesDiffer()) series.BringToOneScale(true);
+    std::vector<Picture> pictures;
+    for (const View view : {View::Axial, View::Coronal, View::Sagittal}) {
+        watch.StopIfAsked();
+        options.view = view;
+        pictures.push_back(SliceJob(series, options, "").Draw().picture);
+    }
+    TemporaryFolder folder("");
+    const std::string path = folder.NewFile();
+    PngWriter(path, watch).Write(SideBySide(pictures));
+    std::ifstream file(PathFromText(path), std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    if (!file || bytes.empty()) throw Error(ErrorKind::Disk, "cannot read back " + path).InFile(path);
+    return bytes;
+}
+
+}  // namespace korvane
