@@ -19,9 +19,9 @@ std::string MakeTar(std::size_t entries, std::size_t size) {
     std::string tar;
     for (std::size_t i = 0; i < entries; ++i) {
         std::string head(512, '\0');
-        std::snprintf(head.data(), 100, "e%zu", i);
+        head.replace(0, 2, "e" + std::to_string(i));
         std::snprintf(head.data() + 100, 8, "%07o", 0644);
-        std::snprintf(head.data() + 124, 12, "%011zo", size);
+        std::snprintf(head.data() + 124, 12, "%011lo", static_cast<unsigned long>(size));
         std::memcpy(head.data() + 257, "ustar\00000", 8);
         head[156] = '0';
         std::memset(head.data() + 148, ' ', 8);
