@@ -33,6 +33,10 @@ void DumpFiles(Arguments& arguments) {
     for (const std::string& path : arguments.columns) options.only.emplace_back(path);
     for (const std::string& path : arguments.only) options.only.emplace_back(path);
     platform::StandardOutput out;
+    if (arguments.paths == std::vector<std::string>{"-"}) {
+        platform::StandardInput in;
+        return Dump(in, out, options);
+    }
     const DumpReport report = DumpAll(arguments.paths, out, options);
     out.flush();
     if (report.failed > 0) {
@@ -47,7 +51,8 @@ void DumpFiles(Arguments& arguments) {
 void AddDumpVerb(CLI::App& program) {
     CLI::App* const verb = program.add_subcommand("dump", "Print the elements of files");
     const auto arguments = std::make_shared<Arguments>();
-    verb->add_option("FILE", arguments->paths, "DICOM files, or folders with all below them")->required();
+    verb->add_option("FILE", arguments->paths, "DICOM files, or folders with all below them, or - for standard input")
+        ->required();
     CLI::Option* const only =
         verb->add_option("--only", arguments->only,
                          "KEYWORD: only this element; again for more. Also a tag (0010,0010) or a way into items: "

@@ -9,9 +9,12 @@
 #include "ElementText.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
+#include <istream>
 #include <optional>
 #include <system_error>
+#include <vector>
 
 namespace korvane {
 
@@ -61,6 +64,22 @@ void Write(const DICOMObject& dataSet, const std::string& path, std::ostream& ou
 
 [[noreturn]] void RefuseOther(const std::string& path) {
     throw Error(ErrorKind::NotDicom, path + ": not a DICOM file").InFile(path);
+}
+
+std::vector<unsigned char> ReadWhole(std::istream& input, const std::string& name, const Watch& watch) {
+    constexpr std::size_t kStep = std::size_t{1} << 20;
+    std::vector<unsigned char> bytes;
+    while (input) {
+        const std::size_t before = bytes.size();
+        bytes.resize(before + kStep);
+        errno = 0;
+        input.read(reinterpret_cast<char*>(bytes.data() + before), kStep);
+        const int error = errno;
+        watch.StopIfAsked();
+        if (input.bad()) throw Error(ErrorKind::Disk, "cannot read " + name + ": " + SystemText(error));
+        bytes.resize(before + static_cast<std::size_t>(input.gcount()));
+    }
+    return bytes;
 }
 
 class FolderDump {
@@ -138,6 +157,22 @@ void Dump(const std::string& path, std::ostream& out, const DumpOptions& options
     if (options.form == DumpForm::Csv) WriteTableHead(options.only, out);
     Write(*file->dataSet, path, out, options);
     if (!file->complete) RefuseCut(path);
+}
+
+void Dump(std::istream& input, std::ostream& out, const DumpOptions& options) {
+    const std::string name = "standard input";
+    const std::vector<unsigned char> bytes = ReadWhole(input, name, options.watcher);
+    DataSetFile file = ReadDataSet(bytes, kParseAll, options.leniency);
+    if (file.dataSet == nullptr) RefuseOther(name);
+    for (Finding& finding : file.findings) {
+        finding.files = {name};
+        finding.text.insert(0, name + ": ");
+    }
+    TellOf(file, name, options);
+    if (!options.only.empty() && options.form != DumpForm::Csv) KeepChosen(*file.dataSet, options.only);
+    if (options.form == DumpForm::Csv) WriteTableHead(options.only, out);
+    Write(*file.dataSet, name, out, options);
+    if (!file.complete) RefuseCut(name);
 }
 
 DumpReport DumpAll(const std::vector<std::string>& paths, std::ostream& out, const DumpOptions& options) {

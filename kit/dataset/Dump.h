@@ -36,6 +36,9 @@ struct DumpOptions {
 ///     korvane::Dump("image.dcm", std::cout);
 KORVANE_KIT void Dump(const std::string& path, std::ostream& out, const DumpOptions& options = {});
 
+/// The same of a binary stream, whose bytes are all taken into memory first; messages call it standard input.
+KORVANE_KIT void Dump(std::istream& input, std::ostream& out, const DumpOptions& options = {});
+
 /// What became of the files.
 struct DumpReport {
     std::size_t written = 0;
