@@ -37,7 +37,7 @@ constexpr std::size_t kPages = kSlabBytes / kCutBytes;
 using Pool = PagePool<kPages, kCutBytes>;
 
 constexpr std::size_t kWorthFilling = kPages / 8;
-constexpr std::size_t kMostKept = 2 * kPages;
+constexpr std::size_t kMostKept = 5 * kPages;  // less goes back and forth at each data set that is read and freed
 // Pages that a thread takes at a time; those that it frees meanwhile, which are still in the cache, come next.
 constexpr std::size_t kBatch = 16;
 
