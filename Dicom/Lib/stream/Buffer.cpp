@@ -24,13 +24,6 @@ void Buffer::ClipToWindow() {
     m_pEnd = m_pFilled - std::min(beyond, here);
 }
 
-std::uint64_t Buffer::GetRemaining() const {
-    const std::uint64_t end = std::min(m_StreamEnd, m_WindowEnd);
-    const std::uint64_t offset = GetOffset();
-    if (end == kUnknown) return kUnknown;
-    return end > offset ? end - offset : 0;
-}
-
 /// Makes at least `wanted` bytes (no more than the area holds) readable in one piece; false when the stream or the
 /// window has fewer.
 bool Buffer::Refill(std::size_t wanted) {

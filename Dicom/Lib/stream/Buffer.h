@@ -28,6 +28,9 @@ public:
     /// Whether a read of one byte would succeed now. May wait where the stream does.
     virtual bool HasData() { return m_pCursor != m_pEnd || Refill(1); }
 
+    /// Whether bytes wait in the read area: then `HasData` is true, without a call.
+    bool HasUnread() const { return m_pCursor != m_pEnd; }
+
     bool ReadUINT8(std::uint8_t& value) { return Read(&value, 1); }
     bool ReadUINT16(std::uint16_t& value) { return ReadNumber(value); }
     bool ReadUINT32(std::uint32_t& value) { return ReadNumber(value); }
@@ -58,7 +61,12 @@ public:
     std::uint32_t GetPosition() const { return static_cast<std::uint32_t>(GetOffset() - m_WindowStart); }
 
     /// How many bytes can come at most, as far as is known; `kUnknown` for a stream without a known end.
-    std::uint64_t GetRemaining() const;
+    std::uint64_t GetRemaining() const {
+        const std::uint64_t end = m_StreamEnd < m_WindowEnd ? m_StreamEnd : m_WindowEnd;
+        if (end == kUnknown) return kUnknown;
+        const std::uint64_t offset = GetOffset();
+        return end > offset ? end - offset : 0;
+    }
 
     bool WriteUINT8(std::uint8_t value);
     bool WriteUINT16(std::uint16_t value);
@@ -96,9 +104,6 @@ protected:
 
     /// Where the stream ends, counted from its start.
     void SetStreamEnd(std::uint64_t end) { m_StreamEnd = end; }
-
-    /// Whether bytes of the source wait in the read area.
-    bool HasUnread() const { return m_pCursor != m_pEnd; }
 
     /// Forgets what was read and written, and that writing failed: another stream begins. Not within a window.
     void Forget();

@@ -119,7 +119,7 @@ DataSetParse::DataSetParse(TransferSyntaxCodec& codec, int option)
 int DataSetParse::ParseLevel(const Level& level) {
     const bool delimited = std::exchange(m_bDelimited, false);
     const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
-    while (level.buffer.HasData()) {
+    while (level.buffer.HasUnread() || level.buffer.HasData()) {
         const std::uint32_t offset = level.buffer.GetPosition();
         ElementHeader header;
         if (!reader.Read(level.buffer, header)) return 0;
