@@ -18,8 +18,7 @@ struct Span {
     std::int32_t m_Last;
 };
 
-// Cubic curves reach one voxel further on both sides, at
-// borders two on one side.
+// Cubic curves reach one voxel further on both sides; at a border, two further on the inner side.
 Span SpanOf(const Place<double>& place, std::int32_t count, Sampling sampling) {
     if (count < 2 || place.m_Weight < kNoWeight) return {place.m_Low, place.m_Low};
     if (place.m_Weight > 1 - kNoWeight) return {place.m_Low + 1, place.m_Low + 1};

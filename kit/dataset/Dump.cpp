@@ -20,9 +20,10 @@ namespace korvane {
 
 namespace {
 
+// Whether anything at or behind the pixel data is asked for.
 bool NeedsPixels(const DumpOptions& options) {
     return options.only.empty() || std::any_of(options.only.begin(), options.only.end(), [](const ElementPath& path) {
-               return path.GetSteps().front().tag >= tags::PixelData || path.GetSteps().front().tag < Tag{};
+               return path.GetSteps().front().tag >= tags::PixelData;
            });
 }
 
@@ -38,13 +39,22 @@ void TellOf(const DataSetFile& file, const std::string& path, const DumpOptions&
     }
 }
 
-// A file that was read, its findings told; nothing when it is no DICOM file.
+[[noreturn]] void RefuseOther(const std::string& path) {
+    throw Error(ErrorKind::NotDicom, path + ": not a DICOM file").InFile(path);
+}
+
+// Tells what is odd about a data set that was read, and takes out what was not asked for.
+void Prepare(const DataSetFile& file, const std::string& path, const DumpOptions& options) {
+    TellOf(file, path, options);
+    if (!options.only.empty() && options.form != DumpForm::Csv) KeepChosen(*file.dataSet, options.only);
+}
+
+// Nothing when it is no DICOM file.
 std::optional<DataSetFile> ReadForDump(const std::string& path, const DumpOptions& options) {
     const int option = NeedsPixels(options) ? kParseAll : kStopBeforePixelData;
     DataSetFile file = ReadDataSetFile(path, option, options.watcher, options.leniency);
     if (file.dataSet == nullptr) return std::nullopt;
-    TellOf(file, path, options);
-    if (!options.only.empty() && options.form != DumpForm::Csv) KeepChosen(*file.dataSet, options.only);
+    Prepare(file, path, options);
     return file;
 }
 
@@ -62,8 +72,11 @@ void Write(const DICOMObject& dataSet, const std::string& path, std::ostream& ou
     throw Error(ErrorKind::Damaged, path + ": the data ends early or is damaged; the rest was not read").InFile(path);
 }
 
-[[noreturn]] void RefuseOther(const std::string& path) {
-    throw Error(ErrorKind::NotDicom, path + ": not a DICOM file").InFile(path);
+// A single data set, which is a table of its own.
+void WriteOnly(const DataSetFile& file, const std::string& path, std::ostream& out, const DumpOptions& options) {
+    if (options.form == DumpForm::Csv) WriteTableHead(options.only, out);
+    Write(*file.dataSet, path, out, options);
+    if (!file.complete) RefuseCut(path);
 }
 
 std::vector<unsigned char> ReadWhole(std::istream& input, const std::string& name, const Watch& watch) {
@@ -154,9 +167,7 @@ private:
 void Dump(const std::string& path, std::ostream& out, const DumpOptions& options) {
     const std::optional<DataSetFile> file = ReadForDump(path, options);
     if (!file) RefuseOther(path);
-    if (options.form == DumpForm::Csv) WriteTableHead(options.only, out);
-    Write(*file->dataSet, path, out, options);
-    if (!file->complete) RefuseCut(path);
+    WriteOnly(*file, path, out, options);
 }
 
 void Dump(std::istream& input, std::ostream& out, const DumpOptions& options) {
@@ -168,11 +179,8 @@ void Dump(std::istream& input, std::ostream& out, const DumpOptions& options) {
         finding.files = {name};
         finding.text.insert(0, name + ": ");
     }
-    TellOf(file, name, options);
-    if (!options.only.empty() && options.form != DumpForm::Csv) KeepChosen(*file.dataSet, options.only);
-    if (options.form == DumpForm::Csv) WriteTableHead(options.only, out);
-    Write(*file.dataSet, name, out, options);
-    if (!file.complete) RefuseCut(name);
+    Prepare(file, name, options);
+    WriteOnly(file, name, out, options);
 }
 
 DumpReport DumpAll(const std::vector<std::string>& paths, std::ostream& out, const DumpOptions& options) {

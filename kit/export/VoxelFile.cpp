@@ -6,6 +6,7 @@
 #include "../study/SeriesFindings.h"
 #include "../study/SeriesVolume.h"
 #include "../study/VolumeData.h"
+#include "../study/VoxelDispatch.h"
 #include "ExportReport.h"
 #include "GzipStream.h"
 
@@ -186,17 +187,8 @@ std::span<const std::byte> VoxelFile::RealValues(int plane) {
     const std::size_t count = m_Grid.size[0] * m_Grid.size[1];
     m_Reals.resize(count * sizeof(float));
     const void* const stored = PlaneOf(plane).data();
-    switch (m_Series.GetType()) {
-    case VoxelType::Int8: ToReal<std::int8_t>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::UInt8: ToReal<std::uint8_t>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::Int16: ToReal<std::int16_t>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::UInt16: ToReal<std::uint16_t>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::Int32: ToReal<std::int32_t>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::UInt32: ToReal<std::uint32_t>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::Float32: ToReal<float>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::Float64: ToReal<double>(stored, rescale, count, m_Reals.data()); break;
-    case VoxelType::Rgb24: break;  // colours have no rescale
-    }
+    WithVoxelType(m_Series.GetType(),
+                  [&](auto zero) { ToReal<decltype(zero)>(stored, rescale, count, m_Reals.data()); });
     return m_Reals;
 }
 

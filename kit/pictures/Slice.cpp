@@ -26,7 +26,7 @@ public:
         CheckSlicing(*m_pSeries, options);
         const bool isSampled = m_pSeries->GetVolume().GetPlane(0)->m_pData != nullptr;
         const bool isUptake = m_pSeries->HasUptake();
-        if (isSampled && isUptake == (isUptake || options.uptake) && (options.raw16 || !m_pSeries->RescalesDiffer())) {
+        if (isSampled && (isUptake || !options.uptake) && (options.raw16 || !m_pSeries->RescalesDiffer())) {
             return;
         }
         m_Read.emplace(volume.GetSeries(), m_pSeries->GetVolumeNumber(), Watch(options.watcher));

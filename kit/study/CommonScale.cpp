@@ -1,5 +1,7 @@
 #include "CommonScale.h"
 
+#include "VoxelDispatch.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -26,17 +28,7 @@ void ForEachOf(std::span<const std::byte> voxels, std::size_t planes, Take take)
 
 template <class Take>
 void ForEachVoxel(VoxelType type, std::span<const std::byte> voxels, std::size_t planes, Take take) {
-    switch (type) {
-    case VoxelType::Int8: ForEachOf<std::int8_t>(voxels, planes, take); break;
-    case VoxelType::UInt8: ForEachOf<std::uint8_t>(voxels, planes, take); break;
-    case VoxelType::Int16: ForEachOf<std::int16_t>(voxels, planes, take); break;
-    case VoxelType::UInt16: ForEachOf<std::uint16_t>(voxels, planes, take); break;
-    case VoxelType::Int32: ForEachOf<std::int32_t>(voxels, planes, take); break;
-    case VoxelType::UInt32: ForEachOf<std::uint32_t>(voxels, planes, take); break;
-    case VoxelType::Float32: ForEachOf<float>(voxels, planes, take); break;
-    case VoxelType::Float64: ForEachOf<double>(voxels, planes, take); break;
-    case VoxelType::Rgb24: break;
-    }
+    WithVoxelType(type, [&](auto zero) { ForEachOf<decltype(zero)>(voxels, planes, take); });
 }
 
 template <class T>

@@ -1,5 +1,7 @@
 #include "Padding.h"
 
+#include "VoxelDispatch.h"
+
 #include "base/Bytes.h"
 
 #include <algorithm>
@@ -19,22 +21,31 @@ std::optional<double> ReadWord(const DICOMObject& dataSet, Tag tag, bool isSigne
     return isSigned ? static_cast<double>(static_cast<std::int16_t>(word)) : word;
 }
 
+// Ends are compared as what the voxels are, and become integers once.
 template <class T>
-void Extend(MeasuredRange& range, std::span<const std::byte> voxels, const Padding& padding) {
+MeasuredRange RangeOf(std::span<const std::byte> voxels, const Padding& padding) {
     constexpr double kMost = 9e18;
+    MeasuredRange range;
+    T smallest = std::numeric_limits<T>::max();
+    T largest = std::numeric_limits<T>::lowest();
+    bool isAny = false;
     for (std::size_t at = 0; at + sizeof(T) <= voxels.size(); at += sizeof(T)) {
         T stored;
         std::memcpy(&stored, voxels.data() + at, sizeof stored);
         const auto value = static_cast<double>(stored);
+        if (std::isnan(value)) continue;
         if (value >= padding.first && value <= padding.second) {
             ++range.padding;
-        } else if (!std::isnan(value)) {
-            range.smallest =
-                std::min(range.smallest, static_cast<long long>(std::clamp(std::floor(value), -kMost, kMost)));
-            range.largest =
-                std::max(range.largest, static_cast<long long>(std::clamp(std::ceil(value), -kMost, kMost)));
+            continue;
         }
+        smallest = std::min(smallest, stored);
+        largest = std::max(largest, stored);
+        isAny = true;
     }
+    if (!isAny) return range;
+    range.smallest = static_cast<long long>(std::clamp(std::floor(static_cast<double>(smallest)), -kMost, kMost));
+    range.largest = static_cast<long long>(std::clamp(std::ceil(static_cast<double>(largest)), -kMost, kMost));
+    return range;
 }
 
 }  // namespace
@@ -51,18 +62,8 @@ std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned) {
 }
 
 MeasuredRange RangeOutside(VoxelType type, std::span<const std::byte> voxels, const Padding& padding) {
-    MeasuredRange range{std::numeric_limits<long long>::max(), std::numeric_limits<long long>::min()};
-    switch (type) {
-    case VoxelType::Int8: Extend<std::int8_t>(range, voxels, padding); break;
-    case VoxelType::UInt8: Extend<std::uint8_t>(range, voxels, padding); break;
-    case VoxelType::Int16: Extend<std::int16_t>(range, voxels, padding); break;
-    case VoxelType::UInt16: Extend<std::uint16_t>(range, voxels, padding); break;
-    case VoxelType::Int32: Extend<std::int32_t>(range, voxels, padding); break;
-    case VoxelType::UInt32: Extend<std::uint32_t>(range, voxels, padding); break;
-    case VoxelType::Float32: Extend<float>(range, voxels, padding); break;
-    case VoxelType::Float64: Extend<double>(range, voxels, padding); break;
-    case VoxelType::Rgb24: break;
-    }
+    MeasuredRange range;
+    WithVoxelType(type, [&](auto zero) { range = RangeOf<decltype(zero)>(voxels, padding); });
     return range;
 }
 

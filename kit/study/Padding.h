@@ -5,6 +5,7 @@
 #include "Volume.h"
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <utility>
@@ -15,14 +16,16 @@ namespace korvane {
 /// value alone.
 using Padding = std::pair<double, double>;
 
+inline constexpr Padding kNoPadding{1, 0};  ///< holds no value
+
 /// Both none where the data set names none.
 std::optional<double> ReadPaddingValue(const DICOMObject& dataSet, bool isSigned);
 std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned);
 
 /// Of stored values; integers around them where they are real.
 struct MeasuredRange {
-    long long smallest;
-    long long largest;
+    long long smallest = std::numeric_limits<long long>::max();
+    long long largest = std::numeric_limits<long long>::min();
     std::uint64_t padding = 0;  ///< voxels that count for neither
 };
 

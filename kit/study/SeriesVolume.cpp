@@ -27,36 +27,11 @@ void SetTrueRange(CVolume& volume) {
     volume.Update();
 }
 
-struct Range {
-    long long smallest = std::numeric_limits<long long>::max();
-    long long largest = std::numeric_limits<long long>::min();
-};
-
-/// Of floats the integers that lie around them; what is no number is left out.
-template <class T>
-Range RangeOf(std::span<const std::byte> voxels) {
-    constexpr double kMost = 9e18;
-    Range range;
-    for (std::size_t at = 0; at + sizeof(T) <= voxels.size(); at += sizeof(T)) {
-        T stored;
-        std::memcpy(&stored, voxels.data() + at, sizeof stored);
-        const auto value = static_cast<double>(stored);
-        if (std::isnan(value)) continue;
-        range.smallest = std::min(range.smallest, static_cast<long long>(std::clamp(std::floor(value), -kMost, kMost)));
-        range.largest = std::max(range.largest, static_cast<long long>(std::clamp(std::ceil(value), -kMost, kMost)));
-    }
-    return range.smallest <= range.largest ? range : Range{0, 0};
-}
-
-/// The types that the module does not make; colours have the range of their samples.
-Range RangeOf(VoxelType type, std::span<const std::byte> voxels) {
-    switch (type) {
-    case VoxelType::Int8: return RangeOf<std::int8_t>(voxels);
-    case VoxelType::Int32: return RangeOf<std::int32_t>(voxels);
-    case VoxelType::Float32: return RangeOf<float>(voxels);
-    case VoxelType::Float64: return RangeOf<double>(voxels);
-    default: return RangeOf<std::uint8_t>(voxels);
-    }
+/// Colours have the range of their samples; where no voxel is a number, 0 to 0.
+MeasuredRange RangeOf(VoxelType type, std::span<const std::byte> voxels) {
+    const VoxelType sample = type == VoxelType::Rgb24 ? VoxelType::UInt8 : type;
+    const MeasuredRange range = RangeOutside(sample, voxels, kNoPadding);
+    return range.smallest <= range.largest ? range : MeasuredRange{0, 0};
 }
 
 /// Planes in memory that is the caller's, with the places that the volume's planes have.
@@ -373,7 +348,7 @@ void SeriesVolume::PutOwnVoxels() {
         std::memcpy(inOrder.data() + plane * bytes, m_OwnVoxels.data() + from, bytes);
     }
     m_OwnVoxels.swap(inOrder);
-    const Range range = RangeOf(GetType(), m_OwnVoxels);
+    const MeasuredRange range = RangeOf(GetType(), m_OwnVoxels);
     if (GetType() == VoxelType::Float32) PutPlanes(volume, CVolume::PT_FLOAT, m_OwnVoxels);
     if (GetType() == VoxelType::Int32) PutPlanes(volume, CVolume::PT_LONG, m_OwnVoxels);
     volume.SetMin(range.smallest);
