@@ -2,7 +2,7 @@
 #pragma once
 
 #if defined(_WIN32)
-#include <windows.h>
+#include "platform/windows/ThreadSlot.h"
 #endif
 
 namespace platform {
@@ -16,22 +16,17 @@ template <typename T>
 class PerThread {
 public:
     static T& Get() {
-        static const PerThread slots;
-        void* own = FlsGetValue(slots.m_Index);
+        static const ThreadSlot slot(Destroy);
+        void* own = slot.Get();
         if (own == nullptr) {
             own = new T;
-            FlsSetValue(slots.m_Index, own);
+            slot.Set(own);
         }
         return *static_cast<T*>(own);
     }
 
 private:
-    PerThread() : m_Index(FlsAlloc(Destroy)) {}
-    ~PerThread() { FlsFree(m_Index); }  // the system must not call Destroy when the code of Destroy has been unloaded
-
-    static void WINAPI Destroy(void* own) { delete static_cast<T*>(own); }
-
-    const DWORD m_Index;
+    static void __stdcall Destroy(void* own) { delete static_cast<T*>(own); }
 };
 
 #else

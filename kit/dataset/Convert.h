@@ -20,7 +20,7 @@ namespace korvane {
 struct ConvertOptions {
     /// A transfer syntax UID (PS3.6 A), or one of the words of `GetSyntaxWords`.
     std::string syntax = "explicit";
-    /// What messages call streams.
+    /// How messages name streams, which have no path.
     std::string inputName = "standard input";
     std::string outputName = "standard output";
     /// Values to set on the way, as `DataSet::Set` takes them, and then elements to take out. What a file does not have need

@@ -49,7 +49,8 @@ public:
     Run(const Found& found, const std::string& format, const std::string& folder, const ExportAllOptions& options)
         : m_Found(found), m_Options(options), m_Watch(options.watcher), m_Pattern(options.name),
           m_Destination(ParseDestination(folder + "/name")), m_Folder(folder) {
-        if (ExportFormat::Find(format) == nullptr) ExportJob(format, folder + "/name", options.each);  // which throws
+        // A job of a format that does not exist throws, with the formats there are.
+        if (ExportFormat::Find(format) == nullptr) ExportJob(format, folder + "/name", options.each);
         m_Report.format = format;
         if (options.bids) SetBids(*options.bids);
         while (m_Folder.ends_with('/') && !m_Destination.isFtp) m_Folder.pop_back();

@@ -110,7 +110,7 @@ public:
     }
 };
 
-/// A header and the voxels behind it, one grid for all.
+/// A format whose file is a header with one grid for all planes, and the voxels behind it.
 class VoxelFormat : public ExportFormat {
 public:
     bool IsOfModule() const override { return false; }

@@ -53,7 +53,7 @@ ValueMapping DescribeValues(const ExportFormat& format, const CVolumeExport& exp
     return mapping;
 }
 
-/// A name may be given with the extension, which says more in one case.
+/// A name may be given with the format's extension, which is taken off; one that ends in .gz asks for compression.
 void TakeExtension(Destination& destination, const ExportFormat& format, bool& compress) {
     std::vector<std::string> extensions = format.GetExtensions();
     std::reverse(extensions.begin(), extensions.end());  // ".nii.gz" before ".nii"
@@ -231,7 +231,7 @@ void ExportJob::WritePreview(SeriesVolume& series, const ExportPart& part, const
     }
 }
 
-/// What fails is in the files' failure.
+/// Where it fails, `m_Files` knows why.
 void ExportJob::WriteText(const std::string& path, std::string text) {
     if (!m_Files->GetFailure().empty() || !m_pWriter->Open(path.c_str(), "wb")) return;
     m_pWriter->Write(text.data(), 1, static_cast<unsigned>(text.size()));
@@ -278,7 +278,7 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
     ThrowUnsaved(*m_pExporter->GetFileWriter());
 }
 
-/// What a server got in part is emptied first.
+/// Files that a server has in part cannot be taken back: they are emptied first, so that nobody takes them for whole.
 void ExportJob::ThrowUnsaved(CFileWriter& writer) {
     const bool stopped = m_Watch.IsStopped();
     std::string failure = stopped ? "stopped" : m_Files->GetFailure();

@@ -170,7 +170,7 @@ private:
         m_Plan.parts.front().what =
             std::to_string(m_Sets.size()) + " volumes, told apart by " + m_Series.GetSets().order;
         m_Plan.parts.front().later.assign(m_Sets.begin() + 1, m_Sets.end());
-        m_Plan.found.erase(m_Plan.found.begin());  // that positions repeat
+        m_Plan.found.erase(m_Plan.found.begin());  // the line on positions that repeat: as times they are no fault
         m_bSeveral = false;
         TellMoved(m_Plan.parts.front());
     }

@@ -259,7 +259,7 @@ Picture SliceJob::DrawSheet() {
             Place(index);
             Picture tile = MakePicture().Shrink(sheet.GetFactor());
             if (m_Options.annotate) {
-                // Letters on the first one hold for all.
+                // The edges of all tiles face the same way: letters and a scale bar stand on the first one alone.
                 Annotation annotation = index == 0 ? MakeAnnotation(pixelSize) : Annotation{};
                 annotation.corner = std::to_string(index);
                 Annotate(tile, annotation);

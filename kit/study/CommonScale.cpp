@@ -46,7 +46,7 @@ bool FitsInto(double value) {
            value <= static_cast<double>(std::numeric_limits<T>::max());
 }
 
-/// False where a value is none of the type at the common scale.
+/// False where a value at the common scale is no whole number, or is beyond the range of the type.
 template <class T>
 bool TryIntegers(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales,
                  CommonScale& common) {
@@ -66,7 +66,7 @@ bool TryIntegers(VoxelType type, std::span<const std::byte> voxels, const std::v
     case VoxelType::UInt8: return TryIntegers<std::uint8_t>(type, voxels, rescales, common);
     case VoxelType::Int16: return TryIntegers<std::int16_t>(type, voxels, rescales, common);
     case VoxelType::UInt16: return TryIntegers<std::uint16_t>(type, voxels, rescales, common);
-    default: return false;  // 32 bits and floats go through doubles no better than through floats
+    default: return false;  // of 32 bits and floats: 32-bit floats do as well
     }
 }
 

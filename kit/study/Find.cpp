@@ -79,7 +79,7 @@ const Series& Found::ChooseAmong(std::vector<const Series*> matches, const char*
         if (!asked && series.HasPixels()) matches.push_back(&series);
     }
     if (matches.size() == 1) return *matches.front();
-    if (m_Series.size() == 1) return m_Series.front();  // refused further on, with its reason
+    if (m_Series.size() == 1) return m_Series.front();  // without pixels: who asks for a volume of it is told so
     if (matches.empty()) throw Error(ErrorKind::NotFound, "none of the series found has pixels");
     AskForSeries(*this, std::to_string(matches.size()) + " series " + (asked ? why : "found"));
 }

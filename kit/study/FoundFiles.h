@@ -56,7 +56,7 @@ struct FoundFiles {
     std::vector<Finding> unreadable;   ///< files and folders, one each
 
     const ImageHeader& FirstFile(const FoundSeries& of) const { return files[of.slices.front().file]; }
-    /// The slices are times of one plane that nothing places.
+    /// Whether the slices are times of one plane, of which nothing tells where it lies.
     bool AreTimesAlone(const FoundSeries& of) const;
     const FramePlace& PlaceOf(const SliceRef& slice) const;
     /// The first of them whose pixels have a known size, else the first: what is used where slices differ.

@@ -249,7 +249,7 @@ std::vector<double> ReadFrameOffsets(const DICOMDataObject& dataSet, const Image
         const bool read = FindReals(dataSet, tags::GridFrameOffsetVector, offsets.data(), offsets.size());
         return read && AreOffsets(offsets, first) ? offsets : std::vector<double>();
     }
-    // A thickness is no distance: such frames are unplaced, and what is made of them is told.
+    // Slice Thickness says nothing of the distance: such frames have no place, and findings tell how they were laid out.
     if (header.sliceSpacing == 0) return {};
     for (std::size_t i = 0; i < offsets.size(); ++i) offsets[i] = header.sliceSpacing * static_cast<double>(i);
     return offsets;
@@ -267,7 +267,7 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
     }
     const Frame groups(source, static_cast<std::uint32_t>(number));
     for (const GroupedElement& wanted : kGrouped) {
-        // One position for all frames is that of none.
+        // A position on the top level cannot be that of each frame.
         if (wanted.element == tags::ImagePositionPatient && !header.framesPlaced) continue;
         if (const DICOMObject* const holder = groups.Holder(wanted); holder != nullptr) {
             PushShared(*frame, *FindElement(*holder, wanted.element));

@@ -283,7 +283,7 @@ private:
         finding.lengths = {geometry.sideways};
     }
 
-    /// A gantry tilt moves slices along a line; what lies beside that is no box.
+    /// A gantry tilt shears the stack: its positions still lie on one line. A slice beside that line was moved by itself.
     void Axes() {
         const SeriesGeometry& geometry = m_Series.geometry;
         if (geometry.shift > std::max(kShift, kShiftOfGap * geometry.usualGap)) {
@@ -360,7 +360,7 @@ private:
         return ShortNumber(spacing[0]) + " mm between rows, " + ShortNumber(spacing[1]) + " mm between columns";
     }
 
-    /// What a known size is worth.
+    /// Where the size of pixels comes from, if it is not simply that in the patient.
     void Calibration(const FramePlace& used) {
         const ImageHeader& header = m_Found.FirstFile(m_Series);
         if (used.sizeOf == PixelSize::StatedAsDetector) {

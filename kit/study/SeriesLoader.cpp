@@ -19,7 +19,7 @@ namespace {
 // 128; other compressions do better on empty images.
 constexpr std::uint64_t kRunLengthRatio = 64;
 constexpr std::uint64_t kLargestRatio = 16384;
-constexpr std::uint64_t kAnySize = 1024;  // bytes that nobody minds
+constexpr std::uint64_t kAnySize = 1024;  // bytes: so little may be claimed by any file
 
 // An empty value is none; the library would take it for 0.
 constexpr Tag kNoneWhenEmpty[] = {tags::SliceThickness, tags::SpacingBetweenSlices, tags::PatientOrientation,

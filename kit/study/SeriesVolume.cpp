@@ -146,7 +146,7 @@ void SeriesVolume::ApplyUptake() {
         PutText(dataSet, tags::RescaleSlope, places[i].slope);
         PutText(dataSet, tags::RescaleIntercept, places[i].intercept);
         PutText(dataSet, tags::Units, "GML");
-        // Those of the data set are of activity.
+        // The windows of the data set are over activity, and would show uptake all black.
         for (const Tag tag : {tags::WindowCenter, tags::WindowWidth, tags::VOILUTSequence}) DropElement(dataSet, tag);
     }
     Tell({.kind = FindingKind::UptakeValues,
@@ -193,7 +193,7 @@ void SeriesVolume::BringToOneScale(bool integers) {
         if (type == common.type) PutPlanes(GetVolume(), kind, m_OwnVoxels);
     }
     SetTrueRange(GetVolume());
-    // Integers are what a file without a rescale gets: no exporter is to undo that.
+    // Exporters of integers undo the rescale of the data sets. These integers go into the file as they are, so there is none.
     for (DICOMDataObject* const dataSet : m_Loaded->GetDataSets()) {
         for (const Tag tag : {tags::RescaleSlope, tags::RescaleIntercept, tags::PixelPaddingValue})
             DropElement(*dataSet, tag);

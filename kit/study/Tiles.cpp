@@ -22,7 +22,7 @@ void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.frames = tiles.count;
     header.tileColumns = tiles.columns;
     header.tileRows = tiles.rows;
-    // One position for all would be that of none of them.
+    // The position of the whole image, a corner of all tiles together, is that of none of the slices.
     const FramePlace first = header.places.front();
     header.places.assign(tiles.positions.empty() ? 1 : tiles.positions.size(), first);
     header.places.front().hasPosition = false;

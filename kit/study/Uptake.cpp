@@ -94,7 +94,7 @@ private:
         return value;
     }
 
-    /// Of the dose, at the time that values are corrected to.
+    /// Which part of the dose has not decayed at the time that the values are corrected to.
     double PartLeft() const {
         const std::string name = "Decay Correction (0054,1102)";
         const std::string reference = TextOf(m_DataSet, tags::DecayCorrection, name);

@@ -46,6 +46,13 @@ cmake --build "$scratch/stranger" >/dev/null
 takes_a_series "$scratch/stranger/stranger"
 "${run[@]}" "$scratch/stranger/old_paths$suffix"
 
+# A program of the toolkit archive alone finds the installed codecs from the package's own folder of programs, and on
+# Linux from anywhere by the system's path of libraries.
+cp "$scratch/stranger/toolkit_alone$suffix" "$prefix/bin"
+[ -z "$suffix" ] || cp "$scratch/stranger/libstdc++-6.dll" "$prefix/bin"
+"${run[@]}" "$prefix/bin/toolkit_alone$suffix"
+[ -n "$suffix" ] || LD_LIBRARY_PATH=$prefix/lib "$scratch/stranger/toolkit_alone"
+
 read -ra flags <<<"$(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs korvane)"
 "$compiler" -std=c++20 "$source/../../examples/series_to_analyze.cpp" -o "$scratch/by_pkg_config$suffix" \
     "${flags[@]}" "${link[@]}"
