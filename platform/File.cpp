@@ -71,6 +71,10 @@ bool OutputFile::OpenExclusively(const char* path) {
     return Begin(path, OpenNew);
 }
 
+bool OutputFile::OpenToAppend(const char* path) {
+    return Begin(path, platform::OpenToAppend);
+}
+
 bool OutputFile::Begin(const char* path, FileHandle (*open)(const char*)) {
     Close();
     m_Error = 0;
@@ -82,7 +86,7 @@ bool OutputFile::Begin(const char* path, FileHandle (*open)(const char*)) {
 
 bool OutputFile::Write(const void* bytes, std::size_t count) {
     if (m_Handle < 0 && m_Error == 0) m_Error = EBADF;
-    if (m_Used + count > kWriteArea) Flush();
+    if (m_Used + count > kWriteArea) WriteCollected();
     if (count > kWriteArea / 2) {
         WriteThrough(bytes, count);
         return Succeeded();
@@ -95,14 +99,14 @@ bool OutputFile::Write(const void* bytes, std::size_t count) {
     return Succeeded();
 }
 
-void OutputFile::Flush() {
+void OutputFile::WriteCollected() {
     WriteThrough(m_pArea.get(), m_Used);
     m_Used = 0;
 }
 
 // Writes collected bytes first, so that the order is kept.
 void OutputFile::WriteThrough(const void* bytes, std::size_t count) {
-    if (m_Used > 0 && bytes != m_pArea.get()) Flush();
+    if (m_Used > 0 && bytes != m_pArea.get()) WriteCollected();
     const auto* place = static_cast<const unsigned char*>(bytes);
     const std::size_t largest = m_Stop.HasQuestion() ? StopCheck::kStep : kLargestWrite;
     while (count > 0 && m_Error == 0) {
@@ -122,15 +126,20 @@ void OutputFile::WriteThrough(const void* bytes, std::size_t count) {
     }
 }
 
+bool OutputFile::Flush() {
+    WriteCollected();
+    return Succeeded();
+}
+
 bool OutputFile::Sync() {
-    Flush();
+    WriteCollected();
     if (m_Handle >= 0 && m_Error == 0 && !SyncFile(m_Handle)) m_Error = errno;
     return Succeeded();
 }
 
 bool OutputFile::Close() {
     if (m_Handle < 0) return Succeeded();
-    Flush();
+    WriteCollected();
     if (!CloseFile(m_Handle) && m_Error == 0) m_Error = errno;
     m_Handle = -1;
     return Succeeded();

@@ -85,11 +85,17 @@ public:
     /// Creates a file that was not there: EEXIST where anything bears the name. No link is followed.
     bool OpenExclusively(const char* path);
 
+    /// Writes behind the end of a file, made where it is not there, alone: EBUSY while somebody else does.
+    bool OpenToAppend(const char* path);
+
     /// As `InputFile::SetStopQuestion`. After a yes, writing fails with EINTR.
     void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
 
     /// False with `errno` set when this or an earlier write failed.
     bool Write(const void* bytes, std::size_t count);
+
+    /// Hands what was collected to the system, so that it outlasts the process. False with `errno` set.
+    bool Flush();
 
     /// Waits until what was written is on the disk. False with `errno` set.
     bool Sync();
@@ -99,7 +105,7 @@ public:
 
 private:
     bool Begin(const char* path, FileHandle (*open)(const char*));
-    void Flush();
+    void WriteCollected();
     void WriteThrough(const void* bytes, std::size_t count);
     bool Succeeded() const;
 

@@ -22,6 +22,10 @@ FileHandle OpenToWrite(const char* path);
 /// included.
 FileHandle OpenNew(const char* path);
 
+/// Opens a file, made where it is not there, to write behind its end, for one holder alone: EBUSY where another process
+/// or object has it open so. (Where the file system knows no locks, nobody is kept out.)
+FileHandle OpenToAppend(const char* path);
+
 /// Up to `count` bytes (below 2 GB), in one call of the system. The count; 0 at the end of the file; -1 on failure.
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count);
 std::ptrdiff_t WriteSome(FileHandle file, const void* bytes, std::size_t count);

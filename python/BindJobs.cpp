@@ -46,10 +46,16 @@ py::object Echo(const std::string& host, const py::object& port, const std::stri
 }
 
 py::object Send(const std::string& host, const py::object& port, const py::object& paths, const std::string& aet,
-                const std::string& aec, const py::object& progress) {
+                const std::string& aec, unsigned jobs, unsigned retries, const py::object& queue, bool decodeLossy,
+                const py::object& progress) {
     const korvane::Peer peer = PeerOf(host, port, aet, aec);
+    korvane::SendOptions options;
+    options.jobs = jobs;
+    options.retries = retries;
+    if (!queue.is_none()) options.queue = PathOf(queue);
+    options.decodeLossy = decodeLossy;
     return FromJson(korvane::ToJson(Run(progress, [&, all = PathsOf(paths)](korvane::Watcher& watcher) {
-        korvane::SendOptions own;
+        auto own = options;
         own.watcher = &watcher;
         return korvane::Send(peer, all, own);
     })));
@@ -99,8 +105,13 @@ set: (path, value) pairs, as DataSet takes them; remove: paths. Failures of sing
 in 'findings'.)");
     module.def("echo", Echo, py::arg("host"), py::arg("port"), py::kw_only(), aet, aec,
                "Whether a DICOM program answers (C-ECHO); raises Refused.");
-    module.def("send", Send, py::arg("host"), py::arg("port"), py::arg("paths"), py::kw_only(), aet, aec, progress,
-               "Sends files, and all below folders (C-STORE); what became of each is in the result.");
+    module.def("send", Send, py::arg("host"), py::arg("port"), py::arg("paths"), py::kw_only(), aet, aec,
+               py::arg("jobs") = 1, py::arg("retries") = 0, py::arg("queue") = py::none(),
+               py::arg("decode_lossy") = false, progress,
+               R"(Sends files, and all below folders (C-STORE); what became of each is in the result.
+
+jobs: associations at once. retries: how often what broke off is tried again. queue: a file that keeps what is to be sent
+and what was acknowledged, so that the same call goes on where an earlier one ended.)");
     module.def("build_medium", BuildMedium, py::arg("root"), py::arg("paths"), py::kw_only(),
                py::arg("fileset_id") = "", py::arg("transcode") = false, py::arg("link") = false, progress,
                "Builds a file-set with its DICOMDIR.");

@@ -1,195 +1,350 @@
 #include "Send.h"
 
 #include "../core/Error.h"
-#include "../core/JsonText.h"
-#include "../core/Paths.h"
 #include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
-#include "../dataset/DataSetOutput.h"
 #include "PeerConnection.h"
-
-#include "Dicom/Lib/network/StorageUser.h"
+#include "SendDecoder.h"
+#include "SendList.h"
+#include "SendQueue.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <nlohmann/json.hpp>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <list>
+#include <mutex>
+#include <optional>
 #include <system_error>
+#include <thread>
+#include <utility>
 
 namespace korvane {
 
 namespace {
 
-constexpr int kMostBarren = 2;
+constexpr unsigned kMostBarren = 2;
+constexpr unsigned kMostJobs = 64;
+constexpr int kLongestWait = 60;  // seconds
+constexpr std::chrono::milliseconds kLook{20};
 
+// Files whose contexts fit into one association, and which of them are still to be sent.
+struct Batch {
+    std::size_t begin = 0;
+    std::deque<std::size_t> waiting;
+};
+
+using Noted = std::vector<std::pair<std::size_t, SendReport::File>>;  // files with their numbers, in any order
+
+// The threads of a job, each with an association at a time. The calling thread reports and waits; it starts one of them
+// first, and the others once that has an association, so that a peer that refuses is not asked by all.
 class SendJob {
 public:
-    SendJob(const Peer& peer, const SendOptions& options) : m_Peer(peer), m_Watch(options.watcher) {}
+    SendJob(const Peer& peer, const SendOptions& options) : m_Peer(peer), m_Options(options), m_Watch(options.watcher) {
+        if (!options.queue.empty()) m_Queue.emplace(options.queue, peer);
+    }
 
     SendReport Run(const std::vector<std::string>& sources) {
-        Find(sources);
-        if (!m_Files.empty()) SendAll();
+        if (sources.empty() && !m_Queue) throw Error(ErrorKind::WrongArgument, "nothing to send");
+        SendList list = ListFilesToSend(sources.empty() ? m_Queue->GetUnstored() : sources, m_Watch);
+        m_Report.failed = std::move(list.failed);
+        m_Report.leftOut = std::move(list.leftOut);
+        m_Files = std::move(list.files);
+        Enter();
+        MakeBatches();
+        if (m_nWaiting > 0) SendAll(static_cast<std::int64_t>(list.bytes));
         return std::move(m_Report);
     }
 
 private:
-    void Find(const std::vector<std::string>& sources) {
-        std::vector<std::pair<std::string, bool>> paths;  // each with whether it was found in a folder
-        for (const std::string& source : sources) {
-            std::error_code error;
-            if (!std::filesystem::is_directory(PathFromText(source), error)) {
-                paths.emplace_back(source, false);
-                continue;
-            }
-            std::vector<std::string> files;
-            std::vector<std::string> unreadable;
-            ListFolder(PathFromText(source), files, unreadable, m_Watch);
-            std::sort(files.begin(), files.end());
-            for (const std::string& file : files) paths.emplace_back(file, true);
-            for (const std::string& line : unreadable) m_Report.failed.push_back({source, line});
+    // Puts the files on the queue's list, and finds out which of them are to be sent.
+    void Enter() {
+        m_Attempts.assign(m_Files.size(), 0);
+        m_IsDone.assign(m_Files.size(), false);
+        m_WasBegun.assign(m_Files.size(), false);
+        if (!m_Queue) return;
+        for (std::size_t i = 0; i < m_Files.size(); ++i) {
+            const SendQueue::Stage stage = m_Queue->Enter(m_Files[i]);
+            m_IsDone[i] = stage == SendQueue::Stage::Stored;
+            m_Report.earlier += m_IsDone[i] ? 1 : 0;
+            m_WasBegun[i] = stage == SendQueue::Stage::Begun;
         }
-        TaskProgress progress(m_Watch, "looking", static_cast<std::int64_t>(paths.size()));
-        for (const auto& [path, fromFolder] : paths) {
-            Examine(path, fromFolder);
-            progress.Step();
-        }
+        m_Queue->EndList();
     }
 
-    void Examine(const std::string& path, bool fromFolder) {
-        StorageFile file;
-        std::string why;
-        if (file.Examine(path, why) != 0) {
-            m_Bytes += file.dataLength;
-            m_Files.push_back(std::move(file));
-            return;
-        }
-        bool isMeant = true;
-        try {
-            const DataSetFile read = ReadDataSetFile(path, kStopBeforePixelData, m_Watch);
-            if (read.dataSet == nullptr) {
-                isMeant = false;
-                why = "not DICOM";
-            } else if (IsMediaDirectory(*read.dataSet)) {
-                isMeant = false;
-                why = "a DICOMDIR";
-            }
-        } catch (const Error& error) {  // a file that cannot be read: `why` says so already
-            if (error.GetKind() == ErrorKind::Stopped) throw;
-        }
-        (isMeant || !fromFolder ? m_Report.failed : m_Report.leftOut).push_back({path, why});
-    }
-
-    void SendAll() {
-        const auto start = std::chrono::steady_clock::now();
-        PeerConnection peer(m_Peer, m_Watch);
+    void MakeBatches() {
+        DcmService service;
         DictionaryCodec codec;
-        StorageUser user(peer.GetService(), codec);
-        TaskProgress progress(m_Watch, "sending", static_cast<std::int64_t>(m_Bytes), 1);
-        std::size_t next = 0;
-        for (int barren = 0; next < m_Files.size();) {
-            const std::size_t before = m_Report.stored;
-            const std::size_t end = user.Propose(m_Files, next);
-            if (!Associate(peer, next)) break;
-            SendSome(user, peer.GetService(), progress, next, end);
-            barren = next == end || m_Report.stored > before ? 0 : barren + 1;
-            if (barren < kMostBarren) continue;
-            GiveUp(next, "the peer breaks off each association");
-            break;
+        SendDecoder decoder(m_Options.decodeLossy, m_Watch);
+        StorageUser user(service, codec);
+        user.SetDecoder(&decoder);
+        for (std::size_t begin = 0; begin < m_Files.size();) {
+            const std::size_t end = user.Propose(m_Files, begin);
+            Batch batch{begin, {}};
+            for (; begin < end; ++begin) {
+                if (!m_IsDone[begin]) batch.waiting.push_back(begin);
+            }
+            m_nWaiting += batch.waiting.size();
+            m_Batches.push_back(std::move(batch));
         }
+    }
+
+    void SendAll(std::int64_t total) {
+        const auto start = std::chrono::steady_clock::now();
+        TaskProgress progress(m_Watch, "sending", total, 1);
+        std::list<std::thread> threads;
+        try {
+            Attend(threads, progress, total);
+        } catch (...) {
+            m_bEnd = true;
+            for (std::thread& thread : threads) thread.join();
+            if (m_Watch.IsStopped()) Stop();
+            throw;
+        }
+        for (std::thread& thread : threads) thread.join();
+        if (m_Watch.IsStopped()) Stop();
+        if (m_Failure) std::rethrow_exception(m_Failure);
+        if (m_Queue) m_Queue->Sync();
+        Collect(m_Failed, m_Report.failed);
+        Collect(m_Again, m_Report.again);
+        Collect(m_Decoded, m_Report.decoded);
+        Collect(m_Warned, m_Report.warned);
         m_Report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
 
-    // Makes an association for the files from `next` on; false when there is none.
-    bool Associate(PeerConnection& peer, std::size_t next) {
-        try {
-            peer.Associate();
-        } catch (const Error& failure) {
-            if (failure.GetKind() == ErrorKind::Stopped) Stop();
-            if (m_Report.associations == 0) throw;
-            GiveUp(next, failure.what());
-            return false;
+    // Starts the threads, and reports until they have ended.
+    void Attend(std::list<std::thread>& threads, TaskProgress& progress, std::int64_t total) {
+        std::size_t jobs = std::min<std::size_t>(std::clamp(m_Options.jobs, 1U, kMostJobs), m_nWaiting);
+        std::int64_t shown = 0;
+        const auto add = [&] {  // with the threads that the system gives, if it gives one
+            try {
+                threads.emplace_back([this] { Work(); });
+                ++m_nWorking;
+            } catch (const std::system_error&) {
+                if (threads.empty()) throw Error(ErrorKind::Disk, "the system has no thread to send with");
+                jobs = threads.size();
+            }
+        };
+        std::unique_lock<std::mutex> lock(m_Mutex);
+        add();
+        while (m_nWorking > 0) {
+            m_Changed.wait_for(lock, kLook);
+            while (m_Report.associations > 0 && threads.size() < jobs && !m_bEnd) add();
+            lock.unlock();
+            const std::int64_t sent = std::clamp(m_nSent.load(), shown, total);
+            progress.Step(sent - std::exchange(shown, sent));
+            lock.lock();
         }
-        ++m_Report.associations;
+    }
+
+    static void Collect(Noted& noted, std::vector<SendReport::File>& files) {
+        std::stable_sort(noted.begin(), noted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (auto& entry : noted) files.push_back(std::move(entry.second));
+    }
+
+    bool IsOver() const { return m_bEnd || m_Watch.IsStopped(); }
+
+    void Work() {
+        try {
+            PeerConnection peer(m_Peer, m_Watch);
+            DictionaryCodec codec;
+            SendDecoder decoder(m_Options.decodeLossy, m_Watch);
+            StorageUser user(peer.GetService(), codec);
+            user.SetDecoder(&decoder);
+            while (Batch* const batch = NextBatch()) {
+                user.Propose(m_Files, batch->begin);
+                if (!Associate(peer)) break;
+                Serve(user, peer.GetService(), *batch);
+            }
+        } catch (...) {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            if (!m_Failure) m_Failure = std::current_exception();
+            m_bEnd = true;
+        }
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        --m_nWorking;
+        m_Changed.notify_all();
+    }
+
+    // The first batch with files to be sent; null when there is none, or the job is over.
+    Batch* NextBatch() {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (IsOver()) return nullptr;
+        const auto found =
+            std::find_if(m_Batches.begin(), m_Batches.end(), [](const Batch& b) { return !b.waiting.empty(); });
+        return found != m_Batches.end() ? &*found : nullptr;
+    }
+
+    // Makes an association. False when there is none: others go on then, or all is given up.
+    bool Associate(PeerConnection& peer) {
+        for (;;) {
+            unsigned failures = 0;
+            try {
+                peer.GetService().AAssociateRJ::m_Result = 0;
+                peer.Associate();
+                const std::lock_guard<std::mutex> lock(m_Mutex);
+                ++m_Report.associations;
+                ++m_nOpen;
+                m_nRefused = 0;
+                m_Changed.notify_all();
+                return true;
+            } catch (const Error& failure) {
+                if (failure.GetKind() == ErrorKind::Stopped) throw;
+                const std::lock_guard<std::mutex> lock(m_Mutex);
+                if (m_nOpen > 0) return false;
+                const bool isFinal = peer.GetService().AAssociateRJ::m_Result == kRejectedPermanent;
+                failures = ++m_nRefused;
+                if (isFinal || failures > m_Options.retries) {
+                    if (m_Report.associations == 0) throw;
+                    GiveUp(failure.what());
+                    return false;
+                }
+            }
+            Pause(failures);
+            if (IsOver()) return false;
+        }
+    }
+
+    // Waits before another attempt.
+    void Pause(unsigned attempt) {
+        int seconds = std::max(m_Options.retryWait, 0);
+        for (unsigned i = 1; i < attempt && seconds < kLongestWait; ++i) seconds *= 2;
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(std::min(seconds, kLongestWait));
+        while (!IsOver() && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(kLook);
+    }
+
+    // Sends files of a batch, as long as the association lasts.
+    void Serve(StorageUser& user, DcmService& service, Batch& batch) {
+        const auto isThere = [&] { return service.GetState() == DcmService::State::Established; };
+        std::size_t stored = 0;
+        std::size_t file = 0;
+        while (isThere() && Take(batch, file)) {
+            if (m_Attempts[file] > 0) Pause(m_Attempts[file]);
+            if (IsOver()) break;
+            stored += SendOne(user, file, batch, isThere) ? 1 : 0;
+        }
+        const bool brokeOff = !isThere();
+        if (!brokeOff) service.Release();
+        if (IsOver()) return;
+        unsigned barren = 0;
+        {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            --m_nOpen;
+            m_nBarren = brokeOff && stored == 0 ? m_nBarren + 1 : 0;
+            barren = m_nBarren;
+            if (barren >= std::max(kMostBarren, m_Options.retries + 1)) GiveUp("the peer breaks off each association");
+        }
+        if (brokeOff && m_Options.retries > 0) Pause(std::max(barren, 1U));
+    }
+
+    bool Take(Batch& batch, std::size_t& file) {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (batch.waiting.empty() || IsOver()) return false;
+        file = batch.waiting.front();
+        batch.waiting.pop_front();
         return true;
     }
 
-    // Sends the files from `next` to `end`, as long as the association lasts.
-    void SendSome(StorageUser& user, DcmService& service, TaskProgress& progress, std::size_t& next, std::size_t end) {
-        while (next < end && service.GetState() == DcmService::State::Established) {
-            const StorageFile& file = m_Files[next++];
-            std::uint64_t sent = 0;
-            const auto advance = [&](std::uint64_t bytes) {
-                const std::uint64_t now = std::min(bytes, file.dataLength);
-                if (m_Watch.IsStopped()) return true;
-                progress.Step(static_cast<std::int64_t>(now - sent));
-                sent = now;
-                return false;
-            };
-            user.SetProgress(advance);
-            const StorageResult result = user.Send(file);
-            if (advance(file.dataLength)) Stop();
-            Note(file, result);
-        }
+    // Sends a file, and notes what became of it; whether it was stored.
+    template <class IsThere>
+    bool SendOne(StorageUser& user, std::size_t index, Batch& batch, const IsThere& isThere) {
+        const StorageFile& file = m_Files[index];
+        if (m_Queue) m_Queue->NoteBegun(index);
+        std::int64_t sent = 0;
+        user.SetProgress([&](std::uint64_t bytes) {
+            const auto now = static_cast<std::int64_t>(std::min(bytes, file.dataLength));
+            m_nSent += now - std::exchange(sent, now);
+            return IsOver();
+        });
+        const StorageResult result = user.Send(file);
         user.SetProgress(nullptr);
-        if (service.GetState() == DcmService::State::Established) service.Release();
+        if (IsOver() && !result.stored) return false;
+        if (m_Queue && result.stored) m_Queue->NoteStored(index);
+        if (m_Queue && result.status != kStatusSuccess && !result.stored) m_Queue->NoteRefused(index);
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_WasBegun[index] && m_Attempts[index] == 0) {
+            m_Again.push_back({index, {file.path, "it was on its way when an earlier run ended"}});
+        }
+        const bool brokeOff = !isThere() && result.status == kStatusSuccess;
+        const bool hasNoRoom = (result.status & 0xFF00U) == kStatusOutOfResources;
+        if (!result.stored && (brokeOff || hasNoRoom) && m_Attempts[index] < m_Options.retries) {
+            ++m_Attempts[index];
+            m_nSent -= sent;
+            batch.waiting.push_back(index);
+            if (brokeOff) m_Again.push_back({index, {file.path, result.error}});
+            return false;
+        }
+        m_nSent += static_cast<std::int64_t>(file.dataLength) - sent;
+        Note(index, result);
+        return result.stored;
     }
 
-    void Note(const StorageFile& file, const StorageResult& result) {
+    void Note(std::size_t index, const StorageResult& result) {
+        const StorageFile& file = m_Files[index];
         if (!result.stored) {
-            m_Report.failed.push_back({file.path, result.error, result.status});
+            m_Failed.push_back({index, {file.path, result.error, result.status}});
             return;
         }
         ++m_Report.stored;
         m_Report.bytes += result.bytes;
         if (result.status != kStatusSuccess) {
-            m_Report.warned.push_back({file.path, DimseStatusText(result.status), result.status});
+            m_Warned.push_back({index, {file.path, DimseStatusText(result.status), result.status}});
+        }
+        if (result.decoded) {
+            m_Decoded.push_back(
+                {index, {file.path, "the peer does not accept " + DescribeSyntax(file.transferSyntax)}});
         }
     }
 
-    void GiveUp(std::size_t next, const std::string& why) {
-        for (; next < m_Files.size(); ++next) m_Report.failed.push_back({m_Files[next].path, "not sent: " + why});
+    // What waits is failed.
+    void GiveUp(const std::string& why) {
+        for (Batch& batch : m_Batches) {
+            for (const std::size_t file : batch.waiting)
+                m_Failed.push_back({file, {m_Files[file].path, "not sent: " + why}});
+            batch.waiting.clear();
+        }
     }
 
-    [[noreturn]] void Stop() const {
+    [[noreturn]] void Stop() {
+        if (m_Queue) m_Queue->Sync();
         if (m_Report.stored == 0) throw Error(ErrorKind::Stopped, "stopped");
         throw Error(ErrorKind::Stopped, "stopped; " + std::to_string(m_Report.stored) + " of " +
                                             std::to_string(m_Files.size()) + " files are stored at " + m_Peer.Name());
     }
 
     const Peer& m_Peer;
+    const SendOptions& m_Options;
     Watch m_Watch;
+    std::optional<SendQueue> m_Queue;
     std::vector<StorageFile> m_Files;
-    std::uint64_t m_Bytes = 0;
+    std::vector<bool> m_IsDone;    // stored by an earlier run
+    std::vector<bool> m_WasBegun;  // on its way when an earlier run ended
+    std::size_t m_nWaiting = 0;    // files at the beginning
+    std::atomic<std::int64_t> m_nSent = 0;
+    std::atomic<bool> m_bEnd = false;
+
+    std::mutex m_Mutex;  // guards the members below while threads run
+    std::condition_variable m_Changed;
+    std::vector<Batch> m_Batches;
+    std::vector<unsigned> m_Attempts;  // that failed, of each file; each belongs to who has taken the file
+    std::size_t m_nWorking = 0;        // threads
+    unsigned m_nOpen = 0;              // associations
+    unsigned m_nRefused = 0;           // associations that could not be made since the last that was
+    unsigned m_nBarren = 0;            // associations in a row that broke off before anything was stored
+    Noted m_Failed;
+    Noted m_Warned;
+    Noted m_Decoded;
+    Noted m_Again;
+    std::exception_ptr m_Failure;
     SendReport m_Report;
 };
-
-nlohmann::ordered_json FilesJson(const std::vector<SendReport::File>& files) {
-    auto array = nlohmann::ordered_json::array();
-    for (const auto& file : files) {
-        array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
-        if (file.status != 0) array.back()["status"] = file.status;
-    }
-    return array;
-}
 
 }  // namespace
 
 SendReport Send(const Peer& peer, const std::vector<std::string>& sources, const SendOptions& options) {
     return SendJob(peer, options).Run(sources);
-}
-
-std::string ToJson(const SendReport& report) {
-    nlohmann::ordered_json json;
-    json["schema"] = "korvane.send";
-    json["version"] = 1;
-    json["stored"] = report.stored;
-    json["bytes"] = report.bytes;
-    json["associations"] = report.associations;
-    json["seconds"] = report.seconds;
-    json["failed"] = FilesJson(report.failed);
-    json["warned"] = FilesJson(report.warned);
-    json["leftOut"] = FilesJson(report.leftOut);
-    return json.dump(2);
 }
 
 }  // namespace korvane

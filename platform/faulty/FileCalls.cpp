@@ -12,6 +12,7 @@ namespace platform {
 FileHandle SystemOpenToRead(const char* path, std::uint64_t& size);
 FileHandle SystemOpenToWrite(const char* path);
 FileHandle SystemOpenNew(const char* path);
+FileHandle SystemOpenToAppend(const char* path);
 std::ptrdiff_t SystemReadSome(FileHandle file, void* bytes, std::size_t count);
 std::ptrdiff_t SystemWriteSome(FileHandle file, const void* bytes, std::size_t count);
 bool SystemSyncFile(FileHandle file);
@@ -91,6 +92,10 @@ FileHandle OpenToWrite(const char* path) {
 
 FileHandle OpenNew(const char* path) {
     return Note(SystemOpenNew(path), path, true);
+}
+
+FileHandle OpenToAppend(const char* path) {
+    return Note(SystemOpenToAppend(path), path, true);
 }
 
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {

@@ -5,6 +5,7 @@
 #define OpenToRead SystemOpenToRead
 #define OpenToWrite SystemOpenToWrite
 #define OpenNew SystemOpenNew
+#define OpenToAppend SystemOpenToAppend
 #define ReadSome SystemReadSome
 #define WriteSome SystemWriteSome
 #define SyncFile SystemSyncFile

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -35,6 +36,14 @@ FileHandle OpenToWrite(const char* path) {
 
 FileHandle OpenNew(const char* path) {
     return open(NativePath(path).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kRights);
+}
+
+FileHandle OpenToAppend(const char* path) {
+    const int file = open(NativePath(path).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, kRights);
+    if (file < 0 || flock(file, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return file;
+    close(file);
+    errno = EBUSY;
+    return -1;
 }
 
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {

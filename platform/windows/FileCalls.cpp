@@ -5,8 +5,10 @@
 #include "WideText.h"
 #include "platform/File.h"
 
+#include <cerrno>
 #include <fcntl.h>
 #include <io.h>
+#include <share.h>
 #include <sys/stat.h>
 #include <windows.h>
 
@@ -43,6 +45,18 @@ FileHandle OpenToWrite(const char* path) {
 
 FileHandle OpenNew(const char* path) {
     return Open(path, _O_WRONLY | _O_CREAT | _O_EXCL);
+}
+
+FileHandle OpenToAppend(const char* path) {
+    const std::wstring wide = WideText(NativePath(path).c_str());
+    if (RefuseDirectory(wide)) return -1;
+    const int file = _wsopen(wide.c_str(), _O_WRONLY | _O_CREAT | _O_APPEND | _O_BINARY | _O_NOINHERIT, _SH_DENYWR,
+                             _S_IREAD | _S_IWRITE);
+    if (file >= 0) return file;
+    const bool isShared = GetLastError() == ERROR_SHARING_VIOLATION;
+    NameLength(path);
+    if (isShared) errno = EBUSY;
+    return -1;
 }
 
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {

@@ -110,7 +110,7 @@ std::size_t StorageUser::Propose(const std::vector<StorageFile>& files, std::siz
     for (; index < files.size(); ++index) {
         const StorageFile& file = files[index];
         std::vector<std::vector<std::string>> wanted = {{file.transferSyntax}};
-        if (IsNativeTransferSyntax(file.transferSyntax)) wanted.push_back(kFallback);
+        if (IsNativeTransferSyntax(file.transferSyntax) || CanDecode(file)) wanted.push_back(kFallback);
         std::erase_if(wanted, [&](const auto& syntaxes) { return has(file.sopClass, syntaxes); });
         if (m_Service.AAssociateRQ::m_Contexts.size() + wanted.size() > kMostContexts) break;
         for (const auto& syntaxes : wanted) m_Service.Propose(file.sopClass, syntaxes);
@@ -118,11 +118,15 @@ std::size_t StorageUser::Propose(const std::vector<StorageFile>& files, std::siz
     return index;
 }
 
-// The agreed context with the file's own syntax; for an uncompressed file else one with another uncompressed syntax.
+bool StorageUser::CanDecode(const StorageFile& file) const {
+    return m_pDecoder != nullptr && m_pDecoder->CanDecode(file.transferSyntax);
+}
+
+// The agreed context with the file's own syntax; for what can be encoded anew else one with an uncompressed syntax.
 // Null where there is none.
 const AcceptedContext* StorageUser::ChooseContext(const StorageFile& file) const {
     const AcceptedContext* const own = m_Service.FindContext(file.sopClass, file.transferSyntax);
-    if (own != nullptr || !IsNativeTransferSyntax(file.transferSyntax)) return own;
+    if (own != nullptr || !(IsNativeTransferSyntax(file.transferSyntax) || CanDecode(file))) return own;
     for (const std::string_view uid : {kExplicitLittleEndianUid, kImplicitLittleEndianUid, kExplicitBigEndianUid}) {
         const AcceptedContext* const other = m_Service.FindContext(file.sopClass, uid);
         if (other != nullptr) return other;
@@ -197,16 +201,27 @@ bool StorageUser::SendBytes(const StorageFile& file, std::uint8_t context, const
     return out.Finish() != 0;
 }
 
-bool StorageUser::SendEncoded(const StorageFile& file, const AcceptedContext& context, const DimseCommand& request,
-                              StorageResult& result) {
+// The data set as it lies in the file; null where it cannot be read whole.
+std::unique_ptr<DICOMDataObject> StorageUser::Read(const StorageFile& file) {
     DICOMFileReader reader(m_Codec);
-    const auto dataSet = reader.Load(file.path.c_str());
+    auto dataSet = reader.Load(file.path.c_str());
     const bool isRead = dataSet != nullptr && reader.IsComplete() &&
                         reader.GetSyntax() == FindTransferSyntax(file.transferSyntax, reader.GetSyntax());
-    if (!isRead) {
-        result.error = "the data set is damaged, or cannot be read to encode it in " + context.transferSyntax;
+    if (isRead) return dataSet;
+    return nullptr;
+}
+
+bool StorageUser::SendEncoded(const StorageFile& file, const AcceptedContext& context, const DimseCommand& request,
+                              StorageResult& result) {
+    const bool decodes = !IsNativeTransferSyntax(file.transferSyntax) && IsNativeTransferSyntax(context.transferSyntax);
+    const auto dataSet = decodes ? m_pDecoder->Read(file, result.error) : Read(file);
+    if (dataSet == nullptr) {
+        if (result.error.empty()) {
+            result.error = "the data set is damaged, or cannot be read to encode it in " + context.transferSyntax;
+        }
         return false;
     }
+    result.decoded = decodes;
     const int syntax = FindTransferSyntax(context.transferSyntax, kExplicitLittleEndian);
     if (syntax != kImplicitLittleEndian) CompleteTypes(*dataSet, m_Codec.GetDictionary());
     if (m_Service.SendCommand(context.id, request) == 0) return false;
