@@ -135,8 +135,10 @@ void SendQueue::Take(const std::string& line) {
     }
     if (json.contains("listed")) m_bListed = true;
     const auto mark = [&](const char* word, Stage stage) {
-        const std::uint64_t entry = unsignedOf(word);
-        if (entry < m_Entries.size() && m_Entries[entry].stage != Stage::Stored) m_Entries[entry].stage = stage;
+        const std::uint64_t number = unsignedOf(word);
+        if (number >= m_Entries.size()) return;
+        Entry& entry = m_Entries[static_cast<std::size_t>(number)];
+        if (entry.stage != Stage::Stored) entry.stage = stage;
     };
     mark("begun", Stage::Begun);
     mark("refused", Stage::Waiting);
