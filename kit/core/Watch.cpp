@@ -38,7 +38,13 @@ TaskProgress::~TaskProgress() {
 }
 
 bool TaskProgress::OnProgress(short percent) {
-    if (Watcher* const watcher = m_Watch.GetWatcher()) watcher->OnStep(m_Total * percent / 100);
+    if (m_Thrown != nullptr) return true;
+    try {
+        if (Watcher* const watcher = m_Watch.GetWatcher()) watcher->OnStep(m_Total * percent / 100);
+    } catch (...) {
+        m_Thrown = std::current_exception();
+        return true;
+    }
     return m_Watch.IsStopped();
 }
 

@@ -5,6 +5,7 @@
 
 #include "../../volume/CPercent.h"
 
+#include <exception>
 #include <functional>
 
 namespace korvane {
@@ -38,8 +39,11 @@ public:
     TaskProgress(const TaskProgress&) = delete;
     TaskProgress& operator=(const TaskProgress&) = delete;
 
-    /// Called by the module; true stops it.
+    /// Called by the module; true stops it. The module would take what a watcher throws for a failure of its own, so
+    /// that is kept, and stops it too.
     bool OnProgress(short percent) override;
+    /// What the watcher threw in the meantime, null without: to be thrown on once the module has returned.
+    std::exception_ptr GetThrown() const { return m_Thrown; }
 
     /// Counts units that the Kit has done itself. Throws `Error` of kind `Stopped` when the job is to end.
     void Step(std::int64_t units = 1);
@@ -48,6 +52,7 @@ private:
     Watch m_Watch;
     std::int64_t m_Total;
     std::int64_t m_Done = 0;
+    std::exception_ptr m_Thrown;
 };
 
 }  // namespace korvane

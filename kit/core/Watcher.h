@@ -38,7 +38,7 @@ public:
     virtual void OnTask(const Task& task);
     /// Units of the present task that are done; grows from 0 to the total.
     virtual void OnStep(std::int64_t done);
-    /// The present task is over, whole or not.
+    /// The present task is over, whole or not. Another failure may be under way, so what this throws is lost.
     virtual void OnTaskEnd();
     /// Something odd that the caller should know now: a file that failed while the job goes on, a choice that was made.
     virtual void OnFinding(const Finding& finding);

@@ -57,8 +57,18 @@ DataSet::DataSet(std::unique_ptr<DICOMDataObject> dataSet)
     : DataSetView(dataSet.get(), {}), m_pOwned(std::move(dataSet)) {}
 
 DataSet::~DataSet() = default;
-DataSet::DataSet(DataSet&& other) noexcept = default;
-DataSet& DataSet::operator=(DataSet&& other) noexcept = default;
+
+DataSet::DataSet(DataSet&& other) noexcept : DataSet() {
+    *this = std::move(other);
+}
+
+DataSet& DataSet::operator=(DataSet&& other) noexcept {
+    if (this == &other) return *this;
+    m_pOwned = other.ReleaseToolkit();
+    m_pDataSet = m_pOwned.get();
+    m_Report = std::exchange(other.m_Report, {});
+    return *this;
+}
 
 DataSet DataSet::Read(const std::string& path, const ReadOptions& options) {
     DataSetFile file = ReadDataSetFile(path, ParseOptionOf(options), options.watcher, options.leniency);

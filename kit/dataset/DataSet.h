@@ -112,7 +112,7 @@ struct SaveOptions {
     Watcher* watcher = nullptr;
 };
 
-/// Owns its elements. Movable; `Clone` makes a copy.
+/// Owns its elements. Movable, and empty when it was moved from; `Clone` makes a copy.
 class KORVANE_KIT DataSet : public DataSetView {
 public:
     DataSet();

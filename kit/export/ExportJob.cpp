@@ -266,6 +266,7 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
     int dim[4];
     volume.GetDimensions(dim);
     bool saved;
+    std::exception_ptr thrown;
     {
         TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", dim[2], SliceBytes(volume));
         m_pExporter->SetCallback(&progress);
@@ -273,19 +274,21 @@ void ExportJob::Save(CVolume& volume, const std::string& name) {
         saved = m_Destination.isFtp ? m_pExporter->Save(folder.c_str(), name.c_str())
                                     : m_pExporter->SaveUrl(("file:" + folder + "\\" + name).c_str());
         m_pExporter->SetCallback(nullptr);
+        thrown = progress.GetThrown();
     }
-    if (saved && m_Files->GetFailure().empty() && !m_Watch.IsStopped()) return;
-    ThrowUnsaved(*m_pExporter->GetFileWriter());
+    if (saved && m_Files->GetFailure().empty() && !m_Watch.IsStopped() && thrown == nullptr) return;
+    ThrowUnsaved(*m_pExporter->GetFileWriter(), thrown);
 }
 
 /// Files that a server has in part cannot be taken back: they are emptied first, so that nobody takes them for whole.
-void ExportJob::ThrowUnsaved(CFileWriter& writer) {
+void ExportJob::ThrowUnsaved(CFileWriter& writer, const std::exception_ptr& thrown) {
     const bool stopped = m_Watch.IsStopped();
     std::string failure = stopped ? "stopped" : m_Files->GetFailure();
     if (failure.empty()) failure = "cannot write " + m_Destination.Describe();
     if (m_Destination.isFtp && !m_Options.dryRun && !m_Files->GetOutputs().empty()) {
         failure += "; " + EmptyRemoteFiles(writer, *m_Files);
     }
+    if (thrown != nullptr) std::rethrow_exception(thrown);
     const ErrorKind kind = m_Destination.isFtp ? ErrorKind::Refused : ErrorKind::Disk;
     throw Error(stopped ? ErrorKind::Stopped : kind, failure).InFile(m_Destination.Describe());
 }

@@ -48,7 +48,8 @@ private:
     void TellPadding(const ExportedVolume& volume);
     void WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path);
     void WriteText(const std::string& path, std::string text);
-    [[noreturn]] void ThrowUnsaved(CFileWriter& writer);
+    /// `thrown`: what the caller's watcher threw, if that ended the job.
+    [[noreturn]] void ThrowUnsaved(CFileWriter& writer, const std::exception_ptr& thrown = nullptr);
     void Finish();
     void CheckReportFile();
     void ReportFailure(const std::string& text);

@@ -286,6 +286,7 @@ void EvenPlanes::Resample(CVolume& volume, const Watch& watch) {
         TaskProgress progress(watch, "resampling", reformatter.GetPlaneCount(volume, VP_XY));
         reformatter.SetCallback(&progress);
         m_pEven = reformatter.Reformat(volume, VP_XY, false, false);
+        if (progress.GetThrown() != nullptr) std::rethrow_exception(progress.GetThrown());
     }
     watch.StopIfAsked();
     if (m_pEven == nullptr) {

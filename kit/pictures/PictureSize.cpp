@@ -19,6 +19,8 @@ constexpr int kLeastAnnotated = 256;
 }  // namespace
 
 double FindZoom(int width, int height, const SliceOptions& options) {
+    if (options.size < 0 || !(options.zoom >= 0) || !(options.pixelSize >= 0))
+        throw Error(ErrorKind::WrongArgument, "size, zoom and pixel size of a picture are not below 0");
     const int longest = std::max(width, height);
     double zoom = 1;
     if (options.size > 0) {

@@ -332,6 +332,7 @@ void SeriesVolume::Assemble() {
     m_Assembled.SetCallback(&progress);
     m_Assembled.Alloc(true);
     m_Assembled.SetCallback(nullptr);
+    if (progress.GetThrown() != nullptr) std::rethrow_exception(progress.GetThrown());
     m_Watch.StopIfAsked();
     SetTrueRange(GetVolume());
 }

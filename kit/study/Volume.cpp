@@ -43,38 +43,43 @@ Volume::Volume(Volume&& other) noexcept = default;
 Volume& Volume::operator=(Volume&& other) noexcept = default;
 Volume::~Volume() = default;
 
+VolumeData& Volume::GetData() const {
+    if (m_pData == nullptr) throw Error(ErrorKind::WrongArgument, "the volume was moved elsewhere");
+    return *m_pData;
+}
+
 const Series& Volume::GetSeries() const {
-    return m_pData->GetSeriesVolume().GetHandle();
+    return GetData().GetSeriesVolume().GetHandle();
 }
 
 VoxelType Volume::GetType() const {
-    return m_pData->type;
+    return GetData().type;
 }
 
 std::array<std::size_t, 4> Volume::GetSize() const {
-    return m_pData->size;
+    return GetData().size;
 }
 
 bool Volume::HasPositions() const {
-    return m_pData->places.front().hasPosition;
+    return GetData().places.front().hasPosition;
 }
 
 bool Volume::HasSpacing() const {
-    return m_pData->GetSeriesVolume().GetPlace().hasSpacing;
+    return GetData().GetSeriesVolume().GetPlace().hasSpacing;
 }
 
 Volume::Vector Volume::GetSpacing() const {
-    const std::array<double, 2>& pixels = m_pData->GetSeriesVolume().GetPlace().spacing;
-    return {pixels[1], pixels[0], m_pData->distance};
+    const std::array<double, 2>& pixels = GetData().GetSeriesVolume().GetPlace().spacing;
+    return {pixels[1], pixels[0], GetData().distance};
 }
 
 Volume::Vector Volume::GetRowDirection() const {
-    const std::array<double, 6>& o = m_pData->places.front().orientation;
+    const std::array<double, 6>& o = GetData().places.front().orientation;
     return {o[0], o[1], o[2]};
 }
 
 Volume::Vector Volume::GetColumnDirection() const {
-    const std::array<double, 6>& o = m_pData->places.front().orientation;
+    const std::array<double, 6>& o = GetData().places.front().orientation;
     return {o[3], o[4], o[5]};
 }
 
@@ -83,55 +88,60 @@ Volume::Vector Volume::GetNormal() const {
 }
 
 const std::vector<Volume::Vector>& Volume::GetPositions() const {
-    return m_pData->positions;
+    return GetData().positions;
 }
 
 const std::vector<std::string>& Volume::GetTimeKeys() const {
-    return m_pData->timeKeys;
+    return GetData().timeKeys;
 }
 
 Rescale Volume::GetRescale(std::size_t plane, std::size_t time) const {
-    return m_pData->rescales.at(time * m_pData->size[2] + plane);
+    return GetData().rescales[PlaneIndex(plane, time)];
 }
 
 bool Volume::HasOneRescale() const {
-    const std::vector<Rescale>& all = m_pData->rescales;
+    const std::vector<Rescale>& all = GetData().rescales;
     return std::all_of(all.begin(), all.end(), [&](const Rescale& rescale) { return rescale == all.front(); });
 }
 
 const std::string& Volume::GetUnit() const {
-    return m_pData->unit;
+    return GetData().unit;
 }
 
 std::span<const std::byte> Volume::GetPlane(std::size_t plane, std::size_t time) const {
-    const auto [columns, rows, planes, times] = m_pData->size;
+    const VolumeData& data = GetData();
+    const std::size_t bytes = data.size[0] * data.size[1] * SizeOf(data.type);
+    return data.voxels.subspan(PlaneIndex(plane, time) * bytes, bytes);
+}
+
+std::size_t Volume::PlaneIndex(std::size_t plane, std::size_t time) const {
+    const std::size_t planes = GetData().size[2], times = GetData().size[3];
     if (plane >= planes || time >= times) {
         throw Error(ErrorKind::WrongArgument, "there is no plane " + std::to_string(plane) + " of time " +
                                                   std::to_string(time) + ": the volume has " + std::to_string(planes) +
                                                   " of " + std::to_string(times));
     }
-    const std::size_t bytes = columns * rows * SizeOf(m_pData->type);
-    return m_pData->voxels.subspan((time * planes + plane) * bytes, bytes);
+    return time * planes + plane;
 }
 
 std::span<const std::byte> Volume::GetBytes() const {
-    return m_pData->voxels;
+    return GetData().voxels;
 }
 
 std::span<const std::byte> Volume::GetBytesOf(VoxelType type) const {
-    if (type != m_pData->type) {
+    if (type != GetData().type) {
         throw Error(ErrorKind::WrongArgument,
-                    std::string("the voxels are ") + WordOf(m_pData->type) + ", not " + WordOf(type));
+                    std::string("the voxels are ") + WordOf(GetData().type) + ", not " + WordOf(type));
     }
-    return m_pData->voxels;
+    return GetData().voxels;
 }
 
 const std::vector<Finding>& Volume::GetFindings() const {
-    return m_pData->findings;
+    return GetData().findings;
 }
 
 CDicomVolume* Volume::Module() const {
-    return m_pData->inModule ? &m_pData->GetSeriesVolume().GetAssembled() : nullptr;
+    return GetData().inModule ? &GetData().GetSeriesVolume().GetAssembled() : nullptr;
 }
 
 }  // namespace korvane

@@ -42,7 +42,8 @@ class VolumeData;
 
 /// A volume: planes of voxels, contiguous, columns fastest, then rows, planes, times. Planes are in the module's order,
 /// which runs against the normal (row direction x column direction) in most series: `GetPositions` says where each lies,
-/// nothing else does. Movable; owns what it holds; spans and references into it live until it goes.
+/// nothing else does. Movable; owns what it holds; spans and references into it live until it goes. One that
+/// was moved from has nothing: its functions throw `Error` of kind `WrongArgument`.
 ///
 ///     korvane::Volume volume = korvane::Load(korvane::Find({"ct"}).Only());
 ///     const auto [columns, rows, planes, times] = volume.GetSize();
@@ -85,6 +86,7 @@ public:
     bool HasOneRescale() const;          ///< the same in all planes
     const std::string& GetUnit() const;  ///< of real values: "HU", "BQML" ...; "" where nothing tells
 
+    /// Throws `Error` of kind `WrongArgument` for a plane that is not there, as `GetRescale` does.
     std::span<const std::byte> GetPlane(std::size_t plane, std::size_t time = 0) const;
     std::span<const std::byte> GetBytes() const;
     /// All voxels. Throws `Error` of kind `WrongArgument` when T is not what they are.
@@ -102,7 +104,7 @@ public:
     CDicomVolume* Module() const;
 
     // For the rooms of the Kit.
-    VolumeData& GetData() const { return *m_pData; }
+    VolumeData& GetData() const;
 
 private:
     template <class T>
@@ -130,6 +132,7 @@ private:
         }
     }
     std::span<const std::byte> GetBytesOf(VoxelType type) const;
+    std::size_t PlaneIndex(std::size_t plane, std::size_t time) const;
 
     std::unique_ptr<VolumeData> m_pData;
 };

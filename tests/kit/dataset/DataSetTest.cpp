@@ -46,6 +46,18 @@ DataSet Parsed(const std::string& bytes, const ReadOptions& options = {}) {
     return DataSet::Parse({reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size()}, options);
 }
 
+TEST(DataSetTest, WhatWasMovedFromIsEmpty) {
+    DataSet set = Patient();
+    const DataSetView item = set.Items("ReferencedSeriesSequence").at(0);
+    DataSet other = std::move(set);
+    EXPECT_EQ(item.Text("SeriesInstanceUID"), "1.2.3");  // lies in the other one now
+    EXPECT_EQ(set.Text("PatientName"), "");
+    set.Set("Modality", "CT");
+    EXPECT_EQ(other.Text("Modality"), "");
+    other = std::move(set);
+    EXPECT_EQ(other.Text("Modality") + other.Text("StudyDate") + set.Text("Modality"), "CT");
+}
+
 TEST(DataSetTest, TypedValues) {
     const DataSet set = Patient();
     EXPECT_EQ(set.Text("PatientName").substr(0, 16), "Yamada^Tarou=\xE5\xB1\xB1");

@@ -1,0 +1,79 @@
+// Watchers of other people's programs, which throw and stop wherever they are called.
+#include "../../FolderTest.h"
+
+#include <Korvane/kit/core/Error.h>
+#include <Korvane/kit/core/Watcher.h>
+#include <Korvane/kit/export/Export.h>
+#include <Korvane/kit/phantom/Phantom.h>
+#include <Korvane/kit/study/Find.h>
+#include <Korvane/kit/study/Load.h>
+
+#include <atomic>
+
+using namespace korvane;
+
+namespace {
+
+/// Throws a number at one of its calls, or stops at one of the questions.
+class Troublesome : public Watcher {
+public:
+    Troublesome(int throwAt, int stopAt) : m_ThrowAt(throwAt), m_StopAt(stopAt) {}
+
+    void OnTask(const Task& /*task*/) override { Count(); }
+    void OnStep(std::int64_t /*done*/) override { Count(); }
+    void OnFinding(const Finding& /*finding*/) override { Count(); }
+    bool IsStopped() noexcept override { return m_Questions++ >= m_StopAt; }
+
+private:
+    void Count() {
+        if (m_Calls++ == m_ThrowAt) throw m_ThrowAt;
+    }
+
+    int m_ThrowAt;
+    int m_StopAt;
+    int m_Calls = 0;
+    std::atomic<int> m_Questions{0};
+};
+
+constexpr int kNever = 1 << 30;
+
+class WatcherTest : public FolderTest {
+protected:
+    /// What ended the job: "thrown 3", "stopped"; "" when nothing did.
+    std::string Run(const std::string& format, Irregular policy, int throwAt, int stopAt) {
+        Troublesome watcher(throwAt, stopAt);
+        try {
+            const Found found = Find({Path("series")}, {.watcher = &watcher});
+            Export(found.Only(), format, "file:" + Path("out/volume"), {.irregular = policy, .watcher = &watcher});
+            return "";
+        } catch (int thrown) {
+            return "thrown " + std::to_string(thrown);
+        } catch (const Error& error) {
+            return error.what();
+        }
+    }
+};
+
+TEST_F(WatcherTest, WhatWatchersThrowReachesTheCallerAndLeavesNoFiles) {
+    WritePhantom(Path("series"), {.slices = 4, .columns = 8, .rows = 8, .uneven = true});
+    for (const std::string& format : GetExportFormats()) {
+        for (const Irregular policy : {Irregular::Keep, Irregular::Resample}) {
+            int calls = 0;
+            for (std::string end; (end = Run(format, policy, calls, kNever)) != ""; ++calls) {
+                EXPECT_EQ(end, "thrown " + std::to_string(calls)) << format;
+                EXPECT_TRUE(!std::filesystem::exists(Path("out")) || std::filesystem::is_empty(Path("out"))) << format;
+            }
+            EXPECT_GT(calls, 10);
+            std::filesystem::remove_all(Path("out"));
+            int questions = 0;
+            for (std::string end; (end = Run(format, policy, kNever, questions)) != ""; questions += 3) {
+                EXPECT_EQ(end, "stopped") << format;
+                EXPECT_TRUE(!std::filesystem::exists(Path("out")) || std::filesystem::is_empty(Path("out"))) << format;
+            }
+            EXPECT_GT(questions, 10);
+            std::filesystem::remove_all(Path("out"));
+        }
+    }
+}
+
+}  // namespace
