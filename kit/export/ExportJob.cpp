@@ -202,11 +202,12 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
     options.compress = m_bCompress;
     const std::string path =
         m_Destination.GetFolder() + "/" + (m_Names ? m_Names(part.suffix) : m_Destination.name + part.suffix);
-    VoxelFile file(series, m_Format, options);
+    VoxelFile file(series, m_Format, options, m_Destination.isFtp && !m_Options.dryRun);
     ExportedVolume volume;
     try {
         volume = file.Write(part, resample, *m_pWriter, path);
     } catch (const Error& error) {
+        if (!m_Files->GetFailure().empty()) ThrowUnsaved(*m_pWriter);
         if (!m_Destination.isFtp || m_Options.dryRun || m_Files->GetOutputs().empty()) throw;
         throw Error(error.GetKind(), error.what() + ("; " + EmptyRemoteFiles(*m_pWriter, *m_Files)));
     }

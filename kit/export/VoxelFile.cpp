@@ -52,8 +52,8 @@ void ToReal(const void* values, const Rescale& rescale, std::size_t count, std::
 
 }  // namespace
 
-VoxelFile::VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options)
-    : m_Series(series), m_Format(format), m_Options(options), m_Watch(options.watcher) {}
+VoxelFile::VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options, bool remote)
+    : m_Series(series), m_Format(format), m_Options(options), m_Watch(options.watcher), m_bRemote(remote) {}
 
 ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFileWriter& writer,
                                 const std::string& path) {
@@ -64,7 +64,7 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     std::optional<double> fill;
     unsigned long long filled = 0;
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
-        m_Series.Load(time == 0 ? part.slices : part.later[time - 1]);
+        Load(time == 0 ? part.slices : part.later[time - 1], !resample);
         EvenPlanes even;
         if (resample && m_Series.RescalesDiffer()) m_Series.BringToOneScale(false);
         if (resample && m_Series.GetVolume().GetPlane(0)->m_pData == nullptr) {
@@ -88,13 +88,8 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
             ByteStream& headerStream = m_Format.IsHeaderCompressed() ? *stream : plain;
             written = headerStream.Write(std::as_bytes(std::span(header)));
         }
-        if (time > 0) {
-            const MeasuredRange range = m_Series.GetMeasuredRange();
-            entry.smallest = std::min(entry.smallest, range.smallest);
-            entry.largest = std::max(entry.largest, range.largest);
-            entry.padding += range.padding;
-        }
         written = written && WriteVolume(*stream);
+        AddRange(entry, time == 0);
     }
     if (written) stream->End();
     writer.Close();
@@ -102,6 +97,23 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     entry.filled = filled;
     entry.values = DescribeValues();
     return entry;
+}
+
+/// Slices that are read one after the other are not checked before a file is begun: a server would keep a part of it.
+void VoxelFile::Load(const std::vector<SliceRef>& slices, bool asTheyAre) {
+    if (asTheyAre && !m_Options.preview && !m_bRemote && m_Series.CanStream(slices)) {
+        m_Series.Place(slices);
+    } else {
+        m_Series.Load(slices);
+    }
+}
+
+void VoxelFile::AddRange(ExportedVolume& entry, bool first) const {
+    if (first && !m_Series.IsStreamed()) return;  // it has it already
+    const MeasuredRange range = m_Series.GetMeasuredRange();
+    entry.smallest = first ? range.smallest : std::min(entry.smallest, range.smallest);
+    entry.largest = first ? range.largest : std::max(entry.largest, range.largest);
+    entry.padding = (first ? 0 : entry.padding) + range.padding;
 }
 
 void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry) {
@@ -174,21 +186,34 @@ bool VoxelFile::WriteVolume(ByteStream& stream) {
     const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * SizeOf(m_Series.GetType());
     const auto planes = static_cast<int>(m_Grid.size[2]);
     TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", planes, static_cast<double>(bytes));
-    for (int plane = 0; plane < planes; ++plane) {
-        if (!stream.Write(m_bReal ? RealValues(plane) : PlaneOf(plane))) return false;
+    const std::vector<FramePlace> places = m_bReal ? m_Series.GetPlanePlaces() : std::vector<FramePlace>();
+    const auto write = [&](int plane, std::span<const std::byte> stored) {
+        if (m_bReal) {
+            const std::size_t place = std::min(static_cast<std::size_t>(plane), places.size() - 1);
+            stored = RealValues(stored, RealRescaleOf(places.at(place)));
+        }
+        const bool written = stream.Write(stored);
         progress.Step();
+        return written;
+    };
+    if (m_Series.IsStreamed()) {
+        m_Series.ReadPlanes(m_Options.jobs, [&](int plane, std::span<const std::byte> stored) {
+            // No more is read for a file that cannot be written; its writer knows why.
+            if (!write(plane, stored)) throw Error(ErrorKind::Disk, "the file cannot be written");
+        });
+        return true;
+    }
+    for (int plane = 0; plane < planes; ++plane) {
+        if (!write(plane, PlaneOf(plane))) return false;
     }
     return true;
 }
 
-std::span<const std::byte> VoxelFile::RealValues(int plane) {
-    const std::vector<FramePlace> places = m_Series.GetPlanePlaces();
-    const Rescale rescale = RealRescaleOf(places.at(std::min(static_cast<std::size_t>(plane), places.size() - 1)));
+std::span<const std::byte> VoxelFile::RealValues(std::span<const std::byte> stored, const Rescale& rescale) {
     const std::size_t count = m_Grid.size[0] * m_Grid.size[1];
     m_Reals.resize(count * sizeof(float));
-    const void* const stored = PlaneOf(plane).data();
     WithVoxelType(m_Series.GetType(),
-                  [&](auto zero) { ToReal<decltype(zero)>(stored, rescale, count, m_Reals.data()); });
+                  [&](auto zero) { ToReal<decltype(zero)>(stored.data(), rescale, count, m_Reals.data()); });
     return m_Reals;
 }
 

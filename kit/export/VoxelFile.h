@@ -20,10 +20,12 @@ namespace korvane {
 
 class ByteStream;
 
-/// One file: a header, then the voxels of one volume after the other. Only one volume is in memory at a time.
+/// One file: a header, then the voxels of one volume after the other. Only one volume is in memory at a time, of slices that
+/// are files of their own and are written as they are only a few.
 class VoxelFile {
 public:
-    VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options);
+    /// `remote`: the writer's files are on a server.
+    VoxelFile(SeriesVolume& series, const ExportFormat& format, const ExportOptions& options, bool remote);
 
     /// Reads the volumes of a part and writes them. `path` is without extension. What the writer did not take is told by
     /// its files. Throws `Error`.
@@ -34,18 +36,21 @@ public:
     std::vector<std::pair<std::string, std::string>> MakeSidecars(const SidecarExtras& extras) const;
 
 private:
+    void Load(const std::vector<SliceRef>& slices, bool asTheyAre);
+    void AddRange(ExportedVolume& entry, bool first) const;
     void ReadFacts(const ExportPart& part);
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
     void ReadPlace(const ExportedVolume& entry);
     bool WriteVolume(ByteStream& stream);
     std::span<const std::byte> PlaneOf(int plane) const;
-    std::span<const std::byte> RealValues(int plane);
+    std::span<const std::byte> RealValues(std::span<const std::byte> stored, const Rescale& rescale);
     ValueMapping DescribeValues() const;
 
     SeriesVolume& m_Series;
     const ExportFormat& m_Format;
     const ExportOptions& m_Options;
     Watch m_Watch;
+    bool m_bRemote;
     VoxelGrid m_Grid;
     std::optional<ScanFacts> m_Facts;
     std::vector<std::byte> m_Reals;  // of one plane

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace korvane {
 
@@ -21,30 +22,67 @@ std::optional<double> ReadWord(const DICOMObject& dataSet, Tag tag, bool isSigne
     return isSigned ? static_cast<double>(static_cast<std::int16_t>(word)) : word;
 }
 
-// Ends are compared as what the voxels are, and become integers once.
 template <class T>
-MeasuredRange RangeOf(std::span<const std::byte> voxels, const Padding& padding) {
+T LoadVoxel(std::span<const std::byte> voxels, std::size_t index) {
+    T value;
+    std::memcpy(&value, voxels.data() + index * sizeof value, sizeof value);
+    return value;
+}
+
+template <class T>
+MeasuredRange RangeOfReals(std::span<const std::byte> voxels, const Padding& padding) {
     constexpr double kMost = 9e18;
     MeasuredRange range;
-    T smallest = std::numeric_limits<T>::max();
-    T largest = std::numeric_limits<T>::lowest();
-    bool isAny = false;
-    for (std::size_t at = 0; at + sizeof(T) <= voxels.size(); at += sizeof(T)) {
-        T stored;
-        std::memcpy(&stored, voxels.data() + at, sizeof stored);
-        const auto value = static_cast<double>(stored);
+    double smallest = std::numeric_limits<double>::max();
+    double largest = std::numeric_limits<double>::lowest();
+    for (std::size_t i = 0; i < voxels.size() / sizeof(T); ++i) {
+        const auto value = static_cast<double>(LoadVoxel<T>(voxels, i));
         if (std::isnan(value)) continue;
         if (value >= padding.first && value <= padding.second) {
             ++range.padding;
             continue;
         }
+        smallest = std::min(smallest, value);
+        largest = std::max(largest, value);
+    }
+    if (smallest > largest) return range;
+    range.smallest = static_cast<long long>(std::clamp(std::floor(smallest), -kMost, kMost));
+    range.largest = static_cast<long long>(std::clamp(std::ceil(largest), -kMost, kMost));
+    return range;
+}
+
+// Loops without branches, which become instructions for many voxels at a time. Few volumes have padding: it is looked for
+// where the range says that there can be some.
+template <class T>
+MeasuredRange RangeOfIntegers(std::span<const std::byte> voxels, const Padding& padding) {
+    using Limits = std::numeric_limits<T>;
+    const std::size_t count = voxels.size() / sizeof(T);
+    T smallest = Limits::max();
+    T largest = Limits::min();
+    for (std::size_t i = 0; i < count; ++i) {
+        const T stored = LoadVoxel<T>(voxels, i);
         smallest = std::min(smallest, stored);
         largest = std::max(largest, stored);
-        isAny = true;
     }
-    if (!isAny) return range;
-    range.smallest = static_cast<long long>(std::clamp(std::floor(static_cast<double>(smallest)), -kMost, kMost));
-    range.largest = static_cast<long long>(std::clamp(std::ceil(static_cast<double>(largest)), -kMost, kMost));
+    MeasuredRange range;
+    const double first = std::max(std::ceil(padding.first), static_cast<double>(smallest));
+    const double last = std::min(std::floor(padding.second), static_cast<double>(largest));
+    if (first <= last) {
+        const auto low = static_cast<T>(first);
+        const auto high = static_cast<T>(last);
+        smallest = Limits::max();
+        largest = Limits::min();
+        for (std::size_t i = 0; i < count; ++i) {
+            const T stored = LoadVoxel<T>(voxels, i);
+            const bool isPadding = stored >= low && stored <= high;
+            range.padding += isPadding ? 1 : 0;
+            smallest = std::min(smallest, isPadding ? Limits::max() : stored);
+            largest = std::max(largest, isPadding ? Limits::min() : stored);
+        }
+    }
+    if (range.padding == count) return range;
+    range.smallest = static_cast<long long>(static_cast<double>(smallest));  // exact: of 32 bits at most
+    range.largest = static_cast<long long>(static_cast<double>(largest));
     return range;
 }
 
@@ -63,7 +101,14 @@ std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned) {
 
 MeasuredRange RangeOutside(VoxelType type, std::span<const std::byte> voxels, const Padding& padding) {
     MeasuredRange range;
-    WithVoxelType(type, [&](auto zero) { range = RangeOf<decltype(zero)>(voxels, padding); });
+    WithVoxelType(type, [&](auto zero) {
+        using Voxel = decltype(zero);
+        if constexpr (std::is_integral_v<Voxel>) {
+            range = RangeOfIntegers<Voxel>(voxels, padding);
+        } else {
+            range = RangeOfReals<Voxel>(voxels, padding);
+        }
+    });
     return range;
 }
 

@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "FrameGroups.h"
 #include "SeriesText.h"
+#include "SliceFile.h"
 #include "StoredPixels.h"
 #include "Tiles.h"
 
@@ -25,14 +26,10 @@ constexpr std::uint64_t kAnySize = 1024;  // bytes: so little may be claimed by 
 constexpr Tag kNoneWhenEmpty[] = {tags::SliceThickness, tags::SpacingBetweenSlices, tags::PatientOrientation,
                                   tags::PixelSpacing};
 
-[[noreturn]] void Refuse(const ImageHeader& header, ErrorKind kind, const std::string& why) {
-    throw Error(kind, header.path + ": " + why).InFile(header.path);
-}
-
 void CheckCodec(const ImageHeader& header) {
     if (header.encapsulated && !CodecManager::CanDecode(header.transferSyntax)) {
-        Refuse(header, ErrorKind::Unsupported,
-               "compressed pixel data, no codec for " + DescribeSyntax(header.transferSyntax));
+        RefuseFile(header, ErrorKind::Unsupported,
+                   "compressed pixel data, no codec for " + DescribeSyntax(header.transferSyntax));
     }
 }
 
@@ -40,31 +37,31 @@ void CheckForm(const ImageHeader& header) {
     const PixelForm& form = header.form;
     const bool isInteger = form.kind == PixelForm::Kind::Integer;
     if (form.rows == 0 || form.columns == 0 || (isInteger && (form.allocated == 0 || form.stored == 0))) {
-        Refuse(header, ErrorKind::Damaged, "an image without rows, columns or bits");
+        RefuseFile(header, ErrorKind::Damaged, "an image without rows, columns or bits");
     }
     if (isInteger &&
         (form.stored > form.allocated || form.highBit >= form.allocated || form.highBit + 1 < form.stored)) {
-        Refuse(header, ErrorKind::Damaged,
-               "bits stored " + std::to_string(form.stored) + " and high bit " + std::to_string(form.highBit) +
-                   " do not fit into " + std::to_string(form.allocated) + " bits");
+        RefuseFile(header, ErrorKind::Damaged,
+                   "bits stored " + std::to_string(form.stored) + " and high bit " + std::to_string(form.highBit) +
+                       " do not fit into " + std::to_string(form.allocated) + " bits");
     }
     if (!VoxelTypeOf(form)) {
-        Refuse(header, ErrorKind::Unsupported, "no voxels are of this form: " + DescribePixels(form));
+        RefuseFile(header, ErrorKind::Unsupported, "no voxels are of this form: " + DescribePixels(form));
     }
     const bool isSubsampled = form.photometric.ends_with("_422") || form.photometric.ends_with("_420");
     if (isSubsampled && !header.encapsulated) {
-        Refuse(header, ErrorKind::Unsupported, form.photometric + " pixels that are not compressed");
+        RefuseFile(header, ErrorKind::Unsupported, form.photometric + " pixels that are not compressed");
     }
 }
 
 void CheckPixels(const ImageHeader& header) {
     const PixelForm& form = header.form;
-    if (form.kind == PixelForm::Kind::None) Refuse(header, ErrorKind::Unsupported, "no pixel data");
+    if (form.kind == PixelForm::Kind::None) RefuseFile(header, ErrorKind::Unsupported, "no pixel data");
     CheckCodec(header);
     CheckForm(header);
     if (header.offsetsWrong) {
-        Refuse(header, ErrorKind::Irregular,
-               "frame offsets (3004,000C) that neither begin with 0 nor with the first frame's z place no frames");
+        RefuseFile(header, ErrorKind::Irregular,
+                   "frame offsets (3004,000C) that neither begin with 0 nor with the first frame's z place no frames");
     }
     if (header.encapsulated) {
         CheckClaims(header);
@@ -73,9 +70,15 @@ void CheckPixels(const ImageHeader& header) {
     const std::uint64_t present = header.FramesPresent();
     if (present < static_cast<std::uint64_t>(header.frames)) {
         const std::uint64_t needed = header.PixelBytes();
-        Refuse(header, ErrorKind::Damaged,
-               "pixel data ends early: " + std::to_string(header.pixelsPresent) + " of " + std::to_string(needed) +
-                   " bytes" + (header.frames > 1 ? " for " + std::to_string(header.frames) + " frames" : ""));
+        RefuseFile(header, ErrorKind::Damaged,
+                   "pixel data ends early: " + std::to_string(header.pixelsPresent) + " of " + std::to_string(needed) +
+                       " bytes" + (header.frames > 1 ? " for " + std::to_string(header.frames) + " frames" : ""));
+    }
+}
+
+void DropEmpty(DICOMDataObject& dataSet) {
+    for (const Tag tag : kNoneWhenEmpty) {
+        if (FindText(dataSet, tag).empty()) DropElement(dataSet, tag);
     }
 }
 
@@ -105,28 +108,21 @@ void FitPlace(DICOMDataObject& dataSet, const FramePlace& place) {
     }
 }
 
-/// For the module's forms; `StoredPixels` looks itself.
-bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
-    if (!HasModuleForm(header.form)) return true;
-    const VR* const pixels = FindElement(dataSet, tags::PixelData);
-    return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= header.PixelBytes();
-}
-
 }  // namespace
 
 void CheckClaims(const ImageHeader& header) {
     CheckCodec(header);
     if (!header.HoldsFrames()) {
-        Refuse(header, ErrorKind::Damaged,
-               "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes for " +
-                   std::to_string(header.frames) + " frames");
+        RefuseFile(header, ErrorKind::Damaged,
+                   "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes for " +
+                       std::to_string(header.frames) + " frames");
     }
     const std::uint64_t needed = header.PixelBytes();
     const bool isRunLength = header.transferSyntax == kRleUid;
     if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
-        Refuse(header, ErrorKind::Damaged,
-               "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +
-                   std::to_string(needed) + " bytes that it stands for");
+        RefuseFile(header, ErrorKind::Damaged,
+                   "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +
+                       std::to_string(needed) + " bytes that it stands for");
     }
 }
 
@@ -141,19 +137,43 @@ void CheckAssembly(const FoundFiles& found, const FoundSeries& series) {
     }
 }
 
-LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch)
+Finding DescribeBitsAbove(const std::vector<std::string>& dirty, std::size_t files) {
+    constexpr std::size_t kNamed = 3;
+    Finding finding{.kind = FindingKind::BitsAboveStored, .files = dirty, .count = dirty.size()};
+    finding.text = "bits above the stored ones are set, an overlay or dirt, and left out of the values, in " +
+                   std::to_string(dirty.size()) + " of " + std::to_string(files) + (files == 1 ? " file:" : " files:");
+    for (std::size_t i = 0; i < std::min(kNamed, dirty.size()); ++i) {
+        finding.text += (i == 0 ? " " : ", ") + dirty[i];
+    }
+    if (dirty.size() > kNamed) finding.text += " and " + std::to_string(dirty.size() - kNamed) + " more";
+    return finding;
+}
+
+LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, Pixels pixels,
+                           const Watch& watch)
     : m_Watch(watch) {
     m_Codecs.SetStopQuestion(watch.GetStopQuestion());
     if (slices.empty()) return;
     const PixelForm& form = found.files[slices.front().file].form;
-    if (!HasModuleForm(form)) {
+    if (pixels == Pixels::Later || !HasModuleForm(form)) {
         m_OwnType = VoxelTypeOf(form);
         m_StandIn.resize(static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns));
     }
+    if (pixels == Pixels::Later) {
+        for (const SliceRef& slice : slices) AddPlace(found.files[slice.file], found.PlaceOf(slice));
+    } else {
+        LoadFiles(found, slices);
+    }
+    PlaceInOrder(found.files[slices.front().file]);
+    for (std::size_t i = 0; i < m_List.size(); ++i) FitPlace(*m_List[i], m_Places[i]);
+}
+
+void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices) {
+    const PixelForm& form = found.files[slices.front().file].form;
     m_bStoredDiffer = std::any_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
         return found.files[slice.file].form.stored != form.stored;
     });
-    TaskProgress progress(watch, "reading", static_cast<std::int64_t>(slices.size()));
+    TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(slices.size()));
     std::size_t files = 0;
     for (std::size_t i = 0; i < slices.size(); ++files) {
         const ImageHeader& header = found.files[slices[i].file];
@@ -171,23 +191,27 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
         m_Places.resize(m_List.size(), m_Places.back());
         i = next;
     }
-    TellBitsAbove(files);
-    PlaceInOrder(found.files[slices.front().file]);
-    for (std::size_t i = 0; i < m_List.size(); ++i) FitPlace(*m_List[i], m_Places[i]);
+    if (!m_BitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(m_BitsAbove, files));
 }
 
-void LoadedSlices::TellBitsAbove(std::size_t files) {
-    if (m_BitsAbove.empty()) return;
-    constexpr std::size_t kNamed = 3;
-    Finding finding{.kind = FindingKind::BitsAboveStored, .files = m_BitsAbove, .count = m_BitsAbove.size()};
-    finding.text = "bits above the stored ones are set, an overlay or dirt, and left out of the values, in " +
-                   std::to_string(m_BitsAbove.size()) + " of " + std::to_string(files) +
-                   (files == 1 ? " file:" : " files:");
-    for (std::size_t i = 0; i < std::min(kNamed, m_BitsAbove.size()); ++i) {
-        finding.text += (i == 0 ? " " : ", ") + m_BitsAbove[i];
+/// Nothing but what its place among the others follows from: the first one's header, of the others what was found.
+void LoadedSlices::AddPlace(const ImageHeader& header, const FramePlace& place) {
+    std::unique_ptr<DICOMDataObject> dataSet;
+    if (m_List.empty()) {
+        dataSet = ReadDataSetFile(header.GetFile(), kStopBeforePixelData, m_Watch).dataSet;
+        if (dataSet == nullptr) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
+        DropEmpty(*dataSet);
+        DropElement(*dataSet, tags::NumberOfFrames);
+    } else {
+        dataSet = std::make_unique<DICOMDataObject>();
+        PutNumber(*dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));
+        PutNumber(*dataSet, tags::Columns, static_cast<unsigned>(header.form.columns));
+        PutText(*dataSet, tags::InstanceNumber, std::to_string(header.instance));
     }
-    if (m_BitsAbove.size() > kNamed) finding.text += " and " + std::to_string(m_BitsAbove.size() - kNamed) + " more";
-    m_Findings.push_back(std::move(finding));
+    StandIn(header, *dataSet);
+    m_List.push_back(dataSet.get());
+    m_Places.push_back(place);
+    m_Files.push_back(std::move(dataSet));
 }
 
 /// Slices with an orientation and no positions: the library would lay them out along the patient's z axis, whatever way
@@ -204,28 +228,6 @@ void LoadedSlices::PlaceInOrder(const ImageHeader& header) {
         for (std::size_t axis = 0; axis < 3; ++axis)
             position[axis] = first.position[axis] + distance * static_cast<double>(i) * normal[axis];
         if (first.hasOrientation) PutReals(*m_List[i], tags::ImagePositionPatient, position.data(), position.size());
-    }
-}
-
-void LoadedSlices::Decode(const ImageHeader& header, DataSetFile& file) {
-    if (!file.complete) Refuse(header, ErrorKind::Damaged, "the data ends early or is damaged");
-    if (m_Codecs.Decode(file.dataSet.get()) != 0) return;
-    m_Watch.StopIfAsked();
-    Refuse(header, ErrorKind::Damaged,
-           "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + m_Codecs.GetError());
-}
-
-void LoadedSlices::LookAbove(const ImageHeader& header, const DICOMDataObject& dataSet) {
-    const VR* const pixels = FindElement(dataSet, tags::PixelData);
-    if (pixels == nullptr || header.form.kind != PixelForm::Kind::Integer) return;
-    constexpr std::size_t kPiece = std::size_t{4} << 20;  // a stop is asked for between pieces
-    const std::span<const unsigned char> words(pixels->m_pData, pixels->m_Length);
-    for (std::size_t at = 0; at < words.size(); at += kPiece) {
-        m_Watch.StopIfAsked();
-        if (HasBitsAbove(words.subspan(at, std::min(kPiece, words.size() - at)), header.form)) {
-            m_BitsAbove.push_back(header.path);
-            return;
-        }
     }
 }
 
@@ -246,7 +248,7 @@ void LoadedSlices::TakeOwnVoxels(const ImageHeader& header, DICOMDataObject& dat
         ReadVoxels(header, dataSet, frames);
     } catch (const Error& error) {
         if (error.GetKind() == ErrorKind::Stopped) throw;
-        Refuse(header, error.GetKind(), error.what());
+        RefuseFile(header, error.GetKind(), error.what());
     }
     for (const Tag tag : {tags::PixelData, tags::FloatPixelData, tags::DoubleFloatPixelData}) DropElement(dataSet, tag);
 }
@@ -282,15 +284,9 @@ void LoadedSlices::StandIn(const ImageHeader& header, DICOMDataObject& dataSet) 
 }
 
 void LoadedSlices::LoadFile(const ImageHeader& header, const std::vector<int>& frames) {
-    DataSetFile file = ReadDataSetFile(header.GetFile(), kParseAll, m_Watch);
-    if (file.encapsulated) Decode(header, file);
-    if (file.dataSet == nullptr || !HasPixelBytes(header, *file.dataSet)) {
-        Refuse(header, ErrorKind::Damaged, "the pixel data cannot be read");
-    }
-    for (const Tag tag : kNoneWhenEmpty) {
-        if (FindText(*file.dataSet, tag).empty()) DropElement(*file.dataSet, tag);
-    }
-    LookAbove(header, *file.dataSet);
+    DataSetFile file = ReadSliceFile(header, m_Codecs, m_Watch);
+    DropEmpty(*file.dataSet);
+    if (HasFileBitsAbove(header, *file.dataSet, m_Watch)) m_BitsAbove.push_back(header.path);
     if (header.IsTiled()) Untile(header, *file.dataSet);
     if (m_OwnType) {
         TakeOwnVoxels(header, *file.dataSet, frames);

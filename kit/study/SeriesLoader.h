@@ -23,15 +23,23 @@ void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 /// Throws `Error` where no codec is there for compressed pixel data, and where it has too few bytes for the frames and the size that the header claims.
 void CheckClaims(const ImageHeader& header);
 
+/// What is told of files whose words have bits above the stored ones; `files`: how many were read.
+Finding DescribeBitsAbove(const std::vector<std::string>& dirty, std::size_t files);
+
 /// The data sets of slices, in list order, with their pixels. Frames of a multi-frame object are data sets of their own
 /// that share its bytes. Where the module has no form for the voxels they lie here, and the data sets say of the pixels what
 /// lets it work out the geometry alone: 8 bits, all zero.
 class LoadedSlices {
 public:
-    /// Throws `Error`.
-    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch);
+    enum class Pixels {
+        Now,
+        Later,  ///< the data sets have none, and of the files that are single images the first alone is read
+    };
 
-    /// Nothing where the pixels of the data sets are the voxels.
+    /// Throws `Error`.
+    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, Pixels pixels, const Watch& watch);
+
+    /// Nothing where the pixels of the data sets are the voxels; always something with `Later`.
     const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }
     /// The voxels of all slices, one plane behind the other in list order.
     std::vector<std::byte> TakeVoxels() { return std::move(m_Voxels); }
@@ -47,16 +55,15 @@ public:
     const std::vector<FramePlace>& GetPlaces() const { return m_Places; }
 
 private:
-    void Decode(const ImageHeader& header, DataSetFile& file);
+    void LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    void AddPlace(const ImageHeader& header, const FramePlace& place);
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
     void PlaceInOrder(const ImageHeader& header);
 
-    void LookAbove(const ImageHeader& header, const DICOMDataObject& dataSet);
     void UnifyStoredBits(const ImageHeader& header, DICOMDataObject& dataSet);
     void TakeOwnVoxels(const ImageHeader& header, DICOMDataObject& dataSet, const std::vector<int>& frames);
     void ReadVoxels(const ImageHeader& header, const DICOMDataObject& dataSet, const std::vector<int>& frames);
     void StandIn(const ImageHeader& header, DICOMDataObject& dataSet);
-    void TellBitsAbove(std::size_t files);
 
     Watch m_Watch;
     std::optional<VoxelType> m_OwnType;

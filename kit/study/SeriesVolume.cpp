@@ -3,7 +3,10 @@
 #include "../core/Error.h"
 #include "CommonScale.h"
 #include "PlaceRescale.h"
+#include "PlaneReader.h"
+#include "PlaneStream.h"
 #include "SeriesText.h"
+#include "StoredPixels.h"
 #include "Uptake.h"
 
 #include "base/Number.h"
@@ -118,16 +121,48 @@ void SeriesVolume::TellWarnings() const {
 }
 
 void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
+    Begin(slices, LoadedSlices::Pixels::Now);
+    if (m_bUptake) ApplyUptake();
+    Assemble();
+}
+
+void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
     m_OwnVoxels = {};
-    m_Loaded.emplace(GetFound(), slices, m_Watch);
+    m_bStreamed = pixels == LoadedSlices::Pixels::Later;
+    m_Loaded.emplace(GetFound(), slices, pixels, m_Watch);
     m_OwnType = m_Loaded->GetOwnType();
     m_Scale.reset();
     m_ScaleError.reset();
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
-    if (m_bUptake) ApplyUptake();
+}
+
+bool SeriesVolume::CanStream(const std::vector<SliceRef>& slices) const {
+    const ImageHeader& first = GetFound().files[slices.front().file];
+    if (m_bUptake || !HasModuleForm(first.form)) return false;
+    const bool alike = std::all_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
+        const ImageHeader& header = GetFound().files[slice.file];
+        // The instance number chooses the slice that the module begins with; 0 is also what has none.
+        return slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.instance > 0 &&
+               header.form == first.form;
+    });
+    return alike && PlaneReader(m_Watch).KeepsForm(first);
+}
+
+void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
+    Begin(slices, LoadedSlices::Pixels::Later);
+    m_StreamedRange = {0, 0};
     Assemble();
+}
+
+void SeriesVolume::ReadPlanes(unsigned jobs,
+                              const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
+    PlaneStream stream(GetFound(), m_Slices, m_Assembled.m_SliceToIndex, GetPadding(), m_Watch);
+    stream.Read(jobs, take);
+    m_StreamedRange = stream.GetRange();
+    const std::vector<std::string> dirty = stream.ListBitsAbove();
+    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Slices.size()));
 }
 
 void SeriesVolume::ApplyUptake() {
@@ -216,6 +251,7 @@ std::optional<Padding> SeriesVolume::GetPadding() {
 }
 
 MeasuredRange SeriesVolume::GetMeasuredRange() {
+    if (m_bStreamed) return m_StreamedRange;
     CVolume& volume = GetVolume();
     const MeasuredRange all{volume.GetMin(), volume.GetMax()};
     const std::optional<Padding> padding = GetPadding();
@@ -324,6 +360,7 @@ void SeriesVolume::Assemble() {
         throw Error(ErrorKind::Irregular, "the slices do not make a volume");
     }
     SetTrueSpacing();
+    if (m_bStreamed) return;
     if (m_Loaded->GetOwnType()) {
         PutOwnVoxels();
         return;

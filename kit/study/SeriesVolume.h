@@ -11,6 +11,7 @@
 #include "../../series/CDicomVolume.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -60,6 +61,18 @@ public:
     /// Throws `Error`.
     void Load(const std::vector<SliceRef>& slices);
 
+    /// Whether the slices can be read one after the other, so that memory never holds them all: each is a file of its own
+    /// with pixels in one form that the module has. Throws `Error`.
+    bool CanStream(const std::vector<SliceRef>& slices) const;
+    /// `Load` without voxels: `ReadPlanes` brings them. Throws `Error`.
+    void Place(const std::vector<SliceRef>& slices);
+    /// After `Place`: reads the planes on `jobs` threads (see `CountJobs`), and hands them over in their order, the values
+    /// that `Load` would have found. `take` runs on the calling thread. The range is known afterwards, and so is what was met.
+    /// Throws `Error`.
+    void ReadPlanes(unsigned jobs, const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
+    /// After `Place`, until the next `Load`.
+    bool IsStreamed() const { return m_bStreamed; }
+
     // After Load:
     const std::vector<SliceRef>& GetSlices() const { return m_Slices; }  ///< in list order
     std::vector<FramePlace> GetPlanePlaces() const;                      ///< in plane order
@@ -85,13 +98,15 @@ public:
 
     /// Of the first slice, as stored; none where values were brought to one scale.
     std::optional<Padding> GetPadding();
-    /// The volume's smallest and largest value, without padding unless there is nothing else.
+    /// The volume's smallest and largest value, without padding unless there is nothing else; of planes that are streamed once
+    /// they were read.
     MeasuredRange GetMeasuredRange();
     /// Voxels of types that no plane of the module's has, 64-bit floats and signed 8 bits, as 32-bit floats and signed 16
     /// bits: for pictures.
     void MakeSliceable();
 
 private:
+    void Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels);
     void TakeSlices(const std::vector<SliceRef>& slices);
     void CheckExtent() const;
     void Assemble();
@@ -110,6 +125,8 @@ private:
     std::optional<LoadedSlices> m_Loaded;
     std::vector<Finding> m_Read;
     bool m_bUptake = false;
+    bool m_bStreamed = false;
+    MeasuredRange m_StreamedRange{0, 0};
     std::optional<VoxelType> m_OwnType;
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;

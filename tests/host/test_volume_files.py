@@ -10,6 +10,7 @@ import sys
 
 import host_test
 import numpy
+import pydicom
 from host_test import SAMPLES, WORK, edited, korvane, phantom, read_volume
 
 try:
@@ -111,6 +112,64 @@ def tilted():
     assert (int(image.header["qform_code"]), int(image.header["sform_code"])) == (0, 1)
 
 
+def streamed():
+    """Planes that are read one after the other make the files and reports that whole volumes make, which previews want."""
+    source = phantom("streamed", *SMALL, "--signed", "--oblique", "--volumes", 2)
+
+    def raw(change):
+        def edit(ds, n):
+            ds.PixelData = change(numpy.frombuffer(ds.PixelData, "<u2"), n).astype("<u2").tobytes()
+        return edit
+
+    def padded(low, high):
+        def edit(ds, _):
+            ds.add_new("PixelPaddingValue", "SS", low)
+            ds.add_new("PixelPaddingRangeLimit", "SS", high)
+        return edit
+
+    def left_justified(ds, n):
+        raw(lambda words, _: words << 4)(ds, n)
+        ds.HighBit = 15
+
+    sources = [source, phantom("many", "--size", 64, "--slices", 300)] + [edited(source, name, change) for name, change in (
+        ("dirty", raw(lambda words, n: words & 0xFFF | (0x5000 if n % 5 == 1 else 0))),
+        ("padded", padded(-900, -1024)), ("padding alone", padded(-2048, 2047)), ("left", left_justified),
+        ("scales", lambda ds, n: setattr(ds, "RescaleSlope", str(n % 3 + 1))),
+        ("unnumbered", lambda ds, n: ds.__delattr__("InstanceNumber")))]
+    for syntax in ("big", "rle", "jpegll"):
+        korvane("convert", "--syntax", syntax, source, WORK / syntax)
+        sources.append(WORK / syntax)
+    for path in sources:
+        made = []
+        for name, options in (("one by one", ("--jobs", 1)), ("ahead", ("--jobs", 3)), ("whole", ("--preview",))):
+            report = WORK / "report.json"
+            _, err = run_export(path, "nifti", "streamed", "--report", report, "--sidecar", *options)
+            facts = json.loads(report.read_text("utf-8"))
+            for volume in facts["volumes"]:
+                volume["outputs"] = [output for output in volume["outputs"] if not output["file"].endswith(".png")]
+            told = "bits above the stored ones" in err  # scales are told of previews alone
+            made.append((name, facts["volumes"], told, (WORK / "streamed.nii").read_bytes()))
+        (_, *first), *rest = made
+        for name, *others in rest:
+            assert others == first, (path, name)
+
+
+def damaged_behind():
+    """A slice that cannot be decoded, found when others have been written: no file is left, and an old one stays."""
+    source = phantom("plain rle", *SMALL)
+    korvane("convert", "--syntax", "rle", source, WORK / "damaged rle")
+    paths = sorted((WORK / "damaged rle").iterdir(), key=lambda path: pydicom.dcmread(path).InstanceNumber)
+    ds = pydicom.dcmread(paths[-1])
+    ds.PixelData = pydicom.encaps.encapsulate([b"\xFF" * 400])
+    ds.save_as(paths[-1])
+    folder = WORK / "kept"
+    folder.mkdir()
+    (folder / "v.nii").write_bytes(b"old")
+    _, err = run_export(WORK / "damaged rle", "nifti", "kept/v.nii", status=1)
+    assert paths[-1].name in err and "cannot decode" in err, err
+    assert [path.read_bytes() for path in folder.iterdir()] == [b"old"], list(folder.iterdir())
+
+
 def times():
     source = phantom("series", *SMALL, "--volumes", 3)
     report = WORK / "report.json"
@@ -150,4 +209,4 @@ def beside_dcm2niix():
         assert apart < 1e-3, (source, affine, reference)
 
 
-host_test.run(formats, own_rescales, tilted, times, beside_dcm2niix)
+host_test.run(formats, own_rescales, tilted, streamed, damaged_behind, times, beside_dcm2niix)

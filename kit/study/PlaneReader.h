@@ -1,0 +1,38 @@
+// One slice after the other, for its voxels alone.
+#pragma once
+
+#include "../core/Watch.h"
+#include "../dataset/DataSetFile.h"
+#include "ImageHeader.h"
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace korvane {
+
+/// Reads files of one image each, in a form that the module has too (`HasModuleForm`); the values are those that it gives.
+/// For one thread at a time; its memory and its codec serve from one slice to the next.
+class PlaneReader {
+public:
+    explicit PlaneReader(const Watch& watch);
+
+    /// Stored values, signs and bits as the header says, which stay until the next call. Throws `Error`.
+    std::span<const std::byte> Read(const ImageHeader& header);
+    /// Of the file that was read last: see `HasBitsAbove`.
+    bool HadBitsAbove() const { return m_bBitsAbove; }
+
+    /// Whether decoding leaves the file's pixels in the form that its header says. Throws `Error`.
+    bool KeepsForm(const ImageHeader& header);
+
+private:
+    PixelForm ReadForm(const ImageHeader& header) const;
+
+    Watch m_Watch;
+    CodecManager m_Codecs;
+    DataSetFile m_File;
+    std::vector<std::byte> m_Voxels;
+    bool m_bBitsAbove = false;
+};
+
+}  // namespace korvane
