@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <map>
+
 using namespace korvane;
 
 namespace {
@@ -24,8 +26,23 @@ std::string CheckTitle(const std::string& title) {
     return FaultOfTitle(title);
 }
 
+void AddTlsOptions(CLI::App& verb, TlsOptions& options) {
+    verb.add_flag("--tls", options.isOn, "Encrypted connections (TLS 1.2 or 1.3; the usual port is 2762)");
+    verb.add_option("--tls-cert", options.certificate,
+                    "PEM file with the own certificate, and those up to its authority");
+    verb.add_option("--tls-key", options.key, "PEM file with its private key, without a password (that of --tls-cert)");
+    verb.add_option("--tls-ca", options.authorities,
+                    "PEM file with certificates of authorities that peers are trusted by; may be repeated")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    const std::map<std::string, TlsProfile> profiles = {{"bcp195", TlsProfile::Bcp195},
+                                                        {"bcp195-extended", TlsProfile::ExtendedBcp195}};
+    verb.add_option("--tls-profile", options.profile, "bcp195, or bcp195-extended for the strongest alone (bcp195)")
+        ->transform(CLI::CheckedTransformer(profiles));
+}
+
 void AddPeerOptions(CLI::App& verb, Peer& options) {
-    verb.add_option("HOST", options.host, "Name or IPv4 address")->required();
+    verb.add_option("HOST", options.host, "Name or address (IPv4 or IPv6)")->required();
     verb.add_option("PORT", options.port, "Number, or name of a service")->required()->check(CheckPort);
     verb.add_option("--aet", options.ownTitle, "AE title of this program (KORVANE)")->check(CheckTitle);
     verb.add_option("--aec", options.peerTitle, "AE title of the other one (ANY-SCP)")->check(CheckTitle);
@@ -34,4 +51,6 @@ void AddPeerOptions(CLI::App& verb, Peer& options) {
         ->check(CLI::Range(1, kLongest));
     verb.add_option("--timeout", options.timeout, "Seconds for each other answer (300)")
         ->check(CLI::Range(1, kLongest));
+    AddTlsOptions(verb, options.tls);
+    verb.add_flag("!--tls-any-name", options.tls.checksName, "Take a certificate that is for another host name");
 }

@@ -155,6 +155,9 @@ void AddMoveVerb(CLI::App& program) {
         ->check(CLI::Range(1, 65535))
         ->excludes(to)
         ->needs(folder);
+    verb->add_flag("--tls-in", options.encrypted,
+                   "What comes to that port is encrypted, with the certificates of --tls-cert ...")
+        ->needs(folder);
     AddFolderOptions(*verb, options);
     verb->callback([arguments] { RunRetrieve(*arguments, true); });
 }

@@ -104,7 +104,7 @@ void AddReceiveVerb(CLI::App& program) {
     CLI::Option* const bind =
         verb->add_option("--bind", options.bindAddress, "Address of this machine to listen on (all)");
     verb->add_flag("--local", arguments->local, "Take connections from this machine only")->excludes(bind);
-    verb->add_option("--allow", options.addresses, "IPv4 address that may connect; may be repeated (all)")
+    verb->add_option("--allow", options.addresses, "Address that may connect (IPv4 or IPv6); may be repeated (all)")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     verb->add_option("--limit", options.limit, "Associations at once; who comes beyond it is rejected for now (64)")
@@ -113,6 +113,7 @@ void AddReceiveVerb(CLI::App& program) {
         ->check(CLI::Range(1, 1000));
     verb->add_option("--keep-free", arguments->keepFree, "Megabytes of the disk that are not written to (64)");
     verb->add_flag("!--no-sync", options.sync, "Answer before a file is on the disk: faster, and lost with the power");
+    AddTlsOptions(*verb, options.tls);
     CLI::Option* const count =
         verb->add_option("--count", options.count, "End after so many associations")->check(CLI::Range(1, 1000000000));
     verb->add_flag("--once", arguments->once, "End after one association")->excludes(count);

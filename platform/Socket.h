@@ -1,4 +1,4 @@
-// TCP over IPv4: the few calls that the network code needs, on BSD sockets and on Windows Sockets.
+// TCP over IPv4 and IPv6: the few calls that the network code needs, on BSD sockets and on Windows Sockets.
 //
 // Nothing is thrown. Calls are retried where a signal interrupted them, and a peer that has gone away raises no signal.
 #pragma once
@@ -25,11 +25,33 @@ std::uint16_t ToNetworkOrder(std::uint16_t port);
 /// `gethostbyname`: false when the name is not known. Addresses in network byte order.
 bool FindHost(const char* name, std::vector<std::uint32_t>& addresses);
 
-/// Addresses of a name or a text in dotted form, and the number of a port or service (host byte order), as `getaddrinfo`
-/// finds them; may be called from several threads. False when one of them is not known: the host when `addresses` is
-/// empty then, else the service.
-bool LookUp(const std::string& host, const std::string& service, std::vector<std::uint32_t>& addresses,
-            std::uint16_t& port);
+/// An address of either family with its port, as the system lays it out.
+struct Endpoint {
+    alignas(8) unsigned char bytes[128] = {};
+    unsigned length = 0;
+};
+
+/// All addresses of a name, or of a text that is one, with the number of a port or service, in the order in which the
+/// system would try them; may be called from several threads. False when one of them is not known: the service where
+/// `knowsHost`.
+bool LookUp(const std::string& host, const std::string& service, std::vector<Endpoint>& endpoints, bool& knowsHost);
+
+/// The address alone, as text; an IPv4 address that came in the form of IPv6 as the former.
+std::string AddressText(const Endpoint& endpoint);
+
+/// An address as `AddressText` has it; "" for a text that is no address of either family.
+std::string NormalAddress(const std::string& text);
+
+/// A socket that is connected; `kNoSocket` with the reason in `LastSocketError` on failure, and as `ConnectSocket` after so
+/// many milliseconds (0: when the system gives up) or when it is stopped.
+SocketHandle ConnectTo(const Endpoint& endpoint, std::int64_t milliseconds, const std::function<bool()>& isStopped);
+
+/// A socket that listens on a port (host byte order; 0: the system chooses), on one address of this machine or, where
+/// that is "", on all, of both families where the system has both. `kNoSocket` on failure.
+SocketHandle ListenTo(const std::string& address, std::uint16_t port);
+
+/// The next connection to such a socket; `kNoSocket` on failure.
+SocketHandle AcceptFrom(SocketHandle listener, Endpoint& peer);
 
 /// `inet_addr`: 0xFFFFFFFF for what is no address.
 std::uint32_t AddressFromText(const char* text);

@@ -26,6 +26,8 @@ public:
         m_Options.replace = options.replace;
         m_Options.sync = options.sync;
         m_Options.ownTitle = peer.ownTitle;
+        m_Options.tls = peer.tls;
+        m_Options.tls.isOn = options.encrypted;
         m_Options.watcher = this;
         m_Thread = std::thread([this] { Run(); });
     }

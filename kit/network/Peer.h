@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../core/KitExport.h"
+#include "TlsOptions.h"
 
 #include <string>
 
@@ -10,15 +11,16 @@ namespace korvane {
 /// Its address, the AE titles of both sides, and time limits. Titles are application entity titles (PS3.5 6.2): at most
 /// 16 ASCII characters.
 struct Peer {
-    std::string host;  ///< name or IPv4 address
+    std::string host;  ///< name or address (IPv4 or IPv6); all addresses of a name are tried in order
     std::string port;  ///< a number or the name of a service
     std::string ownTitle = "KORVANE";
     std::string peerTitle = "ANY-SCP";
     int connectTimeout = 20;  ///< seconds for the connection, and for the answer to the request for an association
     int timeout = 300;        ///< seconds for each other answer
+    TlsOptions tls{};         ///< off unless it says otherwise
 
-    /// "host:port".
-    std::string Name() const { return host + ":" + port; }
+    /// "host:port"; an IPv6 address in brackets.
+    std::string Name() const { return (host.find(':') == std::string::npos ? host : "[" + host + "]") + ":" + port; }
 };
 
 /// Why a text is not an application entity title; empty when it is one.

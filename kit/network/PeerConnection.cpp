@@ -9,7 +9,7 @@
 #include <mutex>
 #include <system_error>
 #include <thread>
-#include <vector>
+#include <utility>
 
 namespace korvane {
 
@@ -24,22 +24,22 @@ struct HostLookUp {
     std::condition_variable changed;
     const std::string host;
     const std::string service;
-    std::vector<std::uint32_t> addresses;
-    std::uint16_t port = 0;
+    std::vector<platform::Endpoint> endpoints;
+    bool knowsHost = false;
     bool isFound = false;
     bool isDone = false;
 
     HostLookUp(std::string asked, std::string name) : host(std::move(asked)), service(std::move(name)) {}
 
     void Run() {
-        std::vector<std::uint32_t> found;
-        std::uint16_t number = 0;
+        std::vector<platform::Endpoint> found;
+        bool knows = false;
         platform::StartSocketLibrary();
-        const bool known = platform::LookUp(host, service, found, number);
+        const bool known = platform::LookUp(host, service, found, knows);
         platform::StopSocketLibrary();
         const std::lock_guard<std::mutex> lock(mutex);
-        addresses = std::move(found);
-        port = number;
+        endpoints = std::move(found);
+        knowsHost = knows;
         isFound = known;
         isDone = true;
         changed.notify_all();
@@ -59,6 +59,7 @@ PeerConnection::PeerConnection(const Peer& peer, const Watch& watch) : m_Peer(pe
         if (const std::string fault = FaultOfTitle(title); !fault.empty()) throw Error(ErrorKind::WrongArgument, fault);
     }
     m_Service.SetStopCheck(watch.GetStopQuestion());
+    if (peer.tls.isOn) m_pTls = std::make_unique<TlsContext>(peer.tls, TlsContext::Side::Connects);
     LookUp();
 }
 
@@ -68,32 +69,50 @@ void PeerConnection::LookUp() {
     std::unique_lock<std::mutex> lock(lookUp->mutex);
     while (!lookUp->changed.wait_for(lock, kLook, [&] { return lookUp->isDone; })) m_Watch.StopIfAsked();
     if (!lookUp->isFound) {
-        const bool knowsHost = !lookUp->addresses.empty();
-        throw Error(ErrorKind::NotFound, knowsHost ? "unknown service " + m_Peer.port : "unknown host " + m_Peer.host);
+        throw Error(ErrorKind::NotFound,
+                    lookUp->knowsHost ? "unknown service " + m_Peer.port : "unknown host " + m_Peer.host);
     }
-    platform::SocketAddress first;
-    first.address = lookUp->addresses.front();
-    m_Address = platform::AddressText(first);
-    m_Port = std::to_string(lookUp->port);
+    m_Endpoints = lookUp->endpoints;
+}
+
+// Connects to the first address that answers. One deadline holds for all: each gets its part of what is left.
+void PeerConnection::Connect() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(m_Peer.connectTimeout);
+    OwnSocket socket;
+    std::error_code reason;
+    for (std::size_t i = 0; i < m_Endpoints.size() && !socket.IsOpen(); ++i) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto part = std::max<std::int64_t>(left.count() / static_cast<std::int64_t>(m_Endpoints.size() - i), 1);
+        socket = OwnSocket(platform::ConnectTo(m_Endpoints[i], part, m_Watch.GetStopQuestion()));
+        if (!socket.IsOpen()) reason = {platform::LastSocketError(), std::system_category()};
+        m_Watch.StopIfAsked();
+    }
+    if (!socket.IsOpen()) {
+        throw Error(ErrorKind::Refused, m_Peer.Name() + ": cannot connect: " + SystemText(reason, ""));
+    }
+    if (m_pTls == nullptr) {
+        m_Service.SetTransport(std::make_unique<PlainConnection>(std::move(socket)));
+        return;
+    }
+    platform::TuneSocket(socket.Get(), m_Peer.connectTimeout);
+    std::string why;
+    auto encrypted = m_pTls->Wrap(std::move(socket), m_Peer.host, deadline, m_Watch.GetStopQuestion(), why);
+    m_Watch.StopIfAsked();
+    if (encrypted == nullptr) throw Error(ErrorKind::Refused, m_Peer.Name() + ": " + why);
+    m_Service.SetTransport(std::move(encrypted));
 }
 
 void PeerConnection::Associate() {
-    DcmSocket& socket = m_Service.GetSocket();
     m_Service.AAssociateRQ::m_CallingAETitle = m_Peer.ownTitle;
     m_Service.AAssociateRQ::m_CalledAETitle = m_Peer.peerTitle;
-    socket.SetTimeout(m_Peer.connectTimeout);
-    const DcmService::Event event = m_Service.Associate(m_Address.c_str(), m_Port.c_str());
+    m_Service.Disconnect();
+    m_Service.SetTimeout(m_Peer.connectTimeout);
+    Connect();
+    const DcmService::Event event = m_Service.Associate();
     m_Watch.StopIfAsked();
-    if (event == DcmService::Event::Accepted) {
-        socket.SetTimeout(m_Peer.timeout);
-        return;
-    }
-    // The socket's own text shows the number in `errno`, which is not where Windows keeps socket errors.
-    if (socket.HasFailed() && m_Service.GetError().starts_with("Open(")) {
-        const std::error_code reason(socket.GetLastError(), std::system_category());
-        throw Error(ErrorKind::Refused, m_Peer.Name() + ": cannot connect: " + SystemText(reason, ""));
-    }
-    throw MakeError();
+    if (event != DcmService::Event::Accepted) throw MakeError();
+    m_Service.SetTimeout(m_Peer.timeout);
 }
 
 }  // namespace korvane

@@ -3,11 +3,15 @@
 
 #include "../core/Error.h"
 #include "../core/Watch.h"
+#include "Connection.h"
 #include "Peer.h"
 
 #include "Dicom/Lib/network/DcmService.h"
+#include "platform/Socket.h"
 
+#include <memory>
 #include <string>
+#include <vector>
 
 namespace korvane {
 
@@ -31,12 +35,14 @@ public:
 
 private:
     void LookUp();
+    void Connect();
 
     const Peer& m_Peer;
     Watch m_Watch;
+    SocketLibrary m_Library;
     DcmService m_Service;
-    std::string m_Address;
-    std::string m_Port;
+    std::vector<platform::Endpoint> m_Endpoints;
+    std::unique_ptr<TlsContext> m_pTls;
 };
 
 }  // namespace korvane

@@ -3,7 +3,7 @@
 #include "../core/Error.h"
 #include "../core/Paths.h"
 #include "../core/Watch.h"
-#include "PeerConnection.h"
+#include "Connection.h"
 #include "ReceivedFiles.h"
 
 #include "Dicom/Lib/network/StorageProvider.h"
@@ -37,7 +37,8 @@ constexpr int kRejectSeconds = 5;        // seconds for the request of a peer th
 // One connection and the thread that serves it.
 struct Served {
     DcmService service;
-    std::uint32_t address = 0;
+    OwnSocket socket;  // until it belongs to the service
+    std::string address;
     bool isRejected = false;
     std::atomic<bool> isOver = false;
     std::thread thread;
@@ -56,7 +57,8 @@ public:
         m_Busy.rejectResult = kRejectedTransient;
         m_Busy.rejectSource = kRejectProviderPresentation;
         m_Busy.rejectReason = kRejectPresentationLocalLimit;
-        for (const std::string& address : options.addresses) m_Allowed.push_back(ParseAddress(address));
+        for (const std::string& address : options.addresses) m_Allowed.push_back(CheckAddress(address));
+        if (options.tls.isOn) m_pTls = std::make_unique<TlsContext>(options.tls, TlsContext::Side::Accepts);
     }
 
     ~Receiver() { EndAll(); }
@@ -68,15 +70,14 @@ public:
         platform::FolderLock lock;
         if (lock.TakeAlone(m_Options.folder) && lock.IsHeld()) RemoveUnfinished(m_Options.folder, m_Watch);
         lock.TakeShared(m_Options.folder);
-        DcmSocket listener;
-        const std::uint32_t own =
-            m_Options.bindAddress.empty() ? platform::kAnyAddress : ParseAddress(m_Options.bindAddress);
-        if (listener.ListenAt(m_Options.port, own) == 0) {
-            const std::error_code reason(listener.GetLastError(), std::system_category());
+        const std::string own = m_Options.bindAddress.empty() ? "" : CheckAddress(m_Options.bindAddress);
+        OwnSocket listener(platform::ListenTo(own, m_Options.port));
+        if (!listener.IsOpen()) {
+            const std::error_code reason(platform::LastSocketError(), std::system_category());
             throw Error(ErrorKind::Disk,
                         "cannot listen on port " + std::to_string(m_Options.port) + ": " + SystemText(reason, ""));
         }
-        Observe([&] { m_Observer.OnListening(listener.GetListeningPort()); });
+        Observe([&] { m_Observer.OnListening(platform::BoundPort(listener.Get())); });
         while (GoesOn()) {
             Reap();
             if (IsFull()) {
@@ -84,7 +85,7 @@ public:
                 continue;
             }
             auto served = std::make_unique<Served>();
-            if (listener.Accept(served->service.GetSocket(), kLook) != 0) Begin(std::move(served));
+            if (Accept(listener, *served)) Begin(std::move(served));
         }
         listener.Close();
         EndAll();
@@ -94,10 +95,19 @@ public:
     }
 
 private:
-    static std::uint32_t ParseAddress(const std::string& text) {
-        const std::uint32_t address = platform::AddressFromText(text.c_str());
-        if (address != 0xFFFFFFFFU) return address;
-        throw Error(ErrorKind::WrongArgument, text + ": not an IPv4 address");
+    static std::string CheckAddress(const std::string& text) {
+        const std::string address = platform::NormalAddress(text);
+        if (!address.empty()) return address;
+        throw Error(ErrorKind::WrongArgument, text + ": not an IPv4 or IPv6 address");
+    }
+
+    // Waits a moment for the next connection.
+    static bool Accept(const OwnSocket& listener, Served& served) {
+        if (platform::WaitReadable(listener.Get(), kLook) != 1) return false;
+        platform::Endpoint peer;
+        served.socket = OwnSocket(platform::AcceptFrom(listener.Get(), peer));
+        if (served.socket.IsOpen()) served.address = platform::AddressText(peer);
+        return served.socket.IsOpen();
     }
 
     // Calls a function of the observer. An exception from it is kept, and ends the work.
@@ -150,8 +160,6 @@ private:
     }
 
     void Begin(std::unique_ptr<Served> served) {
-        DcmSocket& socket = served->service.GetSocket();
-        served->address = socket.GetPeer().address;
         if (!m_Allowed.empty() && std::find(m_Allowed.begin(), m_Allowed.end(), served->address) == m_Allowed.end()) {
             Refuse(*served, "this address may not connect");
             return;
@@ -167,7 +175,7 @@ private:
             Refuse(*served, "too many connections");
             return;
         }
-        socket.KeepAlive();
+        platform::KeepAlive(served->socket.Get());
         m_Served.push_back(std::move(served));
         Served& added = *m_Served.back();
         try {
@@ -180,10 +188,10 @@ private:
 
     void Refuse(Served& served, const char* why) {
         ReceivedAssociation association;
-        association.address = platform::AddressText(served.service.GetSocket().GetPeer());
+        association.address = served.address;
         association.rejected = true;
         association.error = why;
-        served.service.GetSocket().Close();
+        served.socket.Close();
         Observe([&] { m_Observer.OnEnd(association); });
     }
 
@@ -203,11 +211,15 @@ private:
         DcmService& service = served.service;
         const auto stop = [this] { return IsStopped(); };
         service.SetStopCheck(stop);
-        service.SetArtim(served.isRejected ? std::min(m_Options.requestTimeout, kRejectSeconds)
-                                           : m_Options.requestTimeout);
-        service.GetSocket().SetTimeout(m_Options.timeout);
+        service.SetTimeout(m_Options.timeout);
         ReceivedAssociation association;
-        association.address = platform::AddressText(service.GetSocket().GetPeer());
+        association.address = served.address;
+        association.error = Connect(served, stop);
+        if (!association.error.empty()) {
+            association.rejected = true;
+            Count(association, false);
+            return;
+        }
         const std::function<void(const ReceivedFile&)> tell = [this](const ReceivedFile& file) {
             Observe([&] { m_Observer.OnFile(file); });
         };
@@ -223,6 +235,26 @@ private:
         association.stored = files.GetStored();
         association.refused = files.GetRefused();
         Count(association, end == Event::Stopped && m_Watch.IsStopped());
+    }
+
+    // Gives the connection to the service, encrypted where it has to be; why not, or "". The time for that counts as the
+    // peer's time for its request.
+    std::string Connect(Served& served, const std::function<bool()>& stop) const {
+        const auto begin = std::chrono::steady_clock::now();
+        const std::chrono::seconds limit(served.isRejected ? std::min(m_Options.requestTimeout, kRejectSeconds)
+                                                           : m_Options.requestTimeout);
+        if (m_pTls == nullptr) {
+            served.service.SetTransport(std::make_unique<PlainConnection>(std::move(served.socket)));
+        } else {
+            platform::TuneSocket(served.socket.Get(), m_Options.requestTimeout);
+            std::string why;
+            auto encrypted = m_pTls->Wrap(std::move(served.socket), "", begin + limit, stop, why);
+            if (encrypted == nullptr) return why.empty() ? "stopped" : why;
+            served.service.SetTransport(std::move(encrypted));
+        }
+        const auto taken = std::chrono::floor<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+        served.service.SetArtim(std::max(static_cast<int>((limit - taken).count()), 1));
+        return "";
     }
 
     void Count(const ReceivedAssociation& association, bool brokenOff) {
@@ -244,7 +276,9 @@ private:
     Watch m_Watch;
     AcceptPolicy m_Policy;
     AcceptPolicy m_Busy;  // rejects everything, as transient
-    std::vector<std::uint32_t> m_Allowed;
+    SocketLibrary m_Library;
+    std::unique_ptr<TlsContext> m_pTls;
+    std::vector<std::string> m_Allowed;
     std::list<std::unique_ptr<Served>> m_Served;  // used by the calling thread only
     std::atomic<bool> m_bEnd = false;
     std::mutex m_Mutex;  // guards the members below, and calls of the observer

@@ -3,6 +3,7 @@
 
 #include "../core/KitExport.h"
 #include "../core/Watcher.h"
+#include "TlsOptions.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,12 +16,13 @@ namespace korvane {
 struct ReceiveOptions {
     std::uint16_t port = 0;              ///< 0: the system chooses one, which the observer is told
     std::string folder;                  ///< made where it is not there
-    std::string bindAddress;             ///< IPv4 address of this machine to listen on; empty: all
+    std::string bindAddress;             ///< address of this machine to listen on (IPv4 or IPv6); empty: all
     bool replace = false;                ///< replace a file of the same SOP Instance UID; else both are kept
     std::size_t count = 0;               ///< associations to serve; 0: until the watcher stops it
     std::string ownTitle;                ///< the called AE title must be this one; empty: any
     std::vector<std::string> callers;    ///< calling AE titles that are accepted; none: all
-    std::vector<std::string> addresses;  ///< IPv4 addresses that may connect; none: all
+    std::vector<std::string> addresses;  ///< addresses that may connect (IPv4 or IPv6); none: all
+    TlsOptions tls{};                    ///< encrypted connections only, where it is on
     unsigned limit = 64;                 ///< associations at once; further ones are rejected as transient
     unsigned limitPerAddress = 0;        ///< associations at once from one address; 0: as many as `limit`
     std::uint64_t keepFree = std::uint64_t{64} << 20;  ///< bytes; with less free disk, data sets are refused (0xA700)

@@ -30,6 +30,7 @@ struct RetrieveOptions {
     // For `Move`:
     std::string destination;  ///< AE title of a third program that the peer sends to; empty: this one, into `folder`
     std::uint16_t port = 0;   ///< the port of this program that the peer has for the title `Peer::ownTitle`
+    bool encrypted = false;   ///< what comes there is encrypted, with the certificates of `Peer::tls`
 
     Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };

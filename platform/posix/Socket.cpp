@@ -11,6 +11,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -78,6 +79,22 @@ constexpr int kInProgress = EINPROGRESS;
 constexpr int kTimedOut = ETIMEDOUT;
 constexpr int kInterrupted = EINTR;
 
+SocketHandle CreateSocketOf(int family) {
+    return socket(family, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
+}
+
+// Lets a program that is started anew have its port at once.
+void SetSharing(SocketHandle socket) {
+    SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+}
+
+SocketHandle Accept(SocketHandle listener, sockaddr* peer, AddressLength& length) {
+    for (;;) {
+        const int made = accept4(Native(listener), peer, &length, SOCK_CLOEXEC);
+        if (made >= 0 || !WasInterrupted()) return made;
+    }
+}
+
 // What the system takes without waiting.
 std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count) {
     return send(Native(socket), bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -129,23 +146,6 @@ int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity) {
 
 void ShutDownSending(SocketHandle socket) {
     shutdown(Native(socket), SHUT_WR);
-}
-
-SocketHandle CreateSocket() {
-    return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
-}
-
-bool ListenOn(SocketHandle socket, std::uint16_t port, std::uint32_t address) {
-    SetOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
-    return BindAndListen(socket, port, address);
-}
-
-SocketHandle AcceptConnection(SocketHandle listener, SocketAddress& peer) {
-    AddressLength length = sizeof peer;
-    for (;;) {
-        const int made = accept4(Native(listener), Raw(peer), &length, SOCK_CLOEXEC);
-        if (made >= 0 || !WasInterrupted()) return made;
-    }
 }
 
 }  // namespace platform

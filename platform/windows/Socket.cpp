@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <string_view>
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
@@ -62,6 +63,21 @@ void SetOption(SocketHandle socket, int level, int option, int value) {
     setsockopt(Native(socket), level, option, reinterpret_cast<const char*>(&value), sizeof value);
 }
 
+SocketHandle CreateSocketOf(int family) {
+    const SOCKET made = socket(family, SOCK_STREAM, IPPROTO_TCP);
+    return made == INVALID_SOCKET ? kNoSocket : static_cast<SocketHandle>(made);
+}
+
+// Reuse, as elsewhere, would let a second program take the port here.
+void SetSharing(SocketHandle socket) {
+    SetOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+}
+
+SocketHandle Accept(SocketHandle listener, sockaddr* peer, AddressLength& length) {
+    const SOCKET made = accept(Native(listener), peer, &length);
+    return made == INVALID_SOCKET ? kNoSocket : static_cast<SocketHandle>(made);
+}
+
 // What the system takes without waiting, for which there is no flag here.
 std::ptrdiff_t SendSome(SocketHandle socket, const char* bytes, std::size_t count) {
     SetBlocking(socket, false);
@@ -114,22 +130,6 @@ int ReceiveAvailable(SocketHandle socket, void* bytes, int capacity) {
 
 void ShutDownSending(SocketHandle socket) {
     shutdown(Native(socket), SD_SEND);
-}
-
-SocketHandle CreateSocket() {
-    const SOCKET made = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-    return made == INVALID_SOCKET ? kNoSocket : static_cast<SocketHandle>(made);
-}
-
-bool ListenOn(SocketHandle socket, std::uint16_t port, std::uint32_t address) {
-    SetOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);  // here, reuse would let a second program take the port
-    return BindAndListen(socket, port, address);
-}
-
-SocketHandle AcceptConnection(SocketHandle listener, SocketAddress& peer) {
-    AddressLength length = sizeof peer;
-    const SOCKET made = accept(Native(listener), Raw(peer), &length);
-    return made == INVALID_SOCKET ? kNoSocket : static_cast<SocketHandle>(made);
 }
 
 }  // namespace platform

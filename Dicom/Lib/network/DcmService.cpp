@@ -34,7 +34,7 @@ DcmService::Event DcmService::End(Event event, const std::string& what) {
     m_State = State::Idle;
     m_Agreed.clear();
     if (m_Error.empty()) m_Error = what;
-    if (HasSocket()) GetSocket().Close();
+    Disconnect();
     return event;
 }
 
@@ -45,6 +45,16 @@ DcmService::Event DcmService::Associate(const char* host, const char* port) {
         if (IsStopped()) return End(Event::Stopped, "stopped");
         return End(Event::Closed, GetSocket().GetErrorText());
     }
+    return Ask();
+}
+
+DcmService::Event DcmService::Associate() {
+    if (m_State != State::Idle || !IsConnected()) return Event::Fault;
+    Begin(State::AwaitingAnswer);
+    return Ask();
+}
+
+DcmService::Event DcmService::Ask() {
     SetDeadline(GetSocket().GetTimeout());
     AAssociateRQ::m_UserInformation.maximumLength = m_OwnLength;
     if (AAssociateRQ::WritePDU(*this) == 0) return SendFailed();
@@ -95,7 +105,7 @@ bool DcmService::TakeSendLength(std::uint32_t peerLength) {
 }
 
 DcmService::Event DcmService::AcceptAssociation(const AcceptPolicy& policy) {
-    if (m_State != State::Idle || !GetSocket().IsConnected()) return Event::Fault;
+    if (m_State != State::Idle || !IsConnected()) return Event::Fault;
     Begin(State::AwaitingRequest);
     SetDeadline(m_Artim);
     std::uint8_t type;
@@ -261,7 +271,7 @@ void DcmService::SendAbort(std::uint8_t source, std::uint8_t reason) {
 // throw away what was sent last, before the peer has read it.
 void DcmService::AwaitClose() {
     m_State = State::AwaitingClose;
-    GetSocket().ShutDown();
+    ShutDownSending();
     SetDeadline(std::min(m_Artim, kLongestCloseWait));
     Skip(kUnknown);
 }

@@ -77,6 +77,8 @@ public:
 
     /// Connects and asks for an association with the fields of `AAssociateRQ`.
     Event Associate(const char* host, const char* port);
+    /// Asks for it on a connection that is there: the one of `SetTransport`.
+    Event Associate();
     /// Reads a request from the connected socket and answers it.
     Event AcceptAssociation(const AcceptPolicy& policy);
     /// Releases the association (PS3.8 7.2): asks for it, waits for the answer, answers a peer that asks at the same
@@ -123,6 +125,7 @@ private:
     friend class PDataOutputBuffer;
 
     void Begin(State state);
+    Event Ask();
     Event ReadAnswer();
     Event NextPdu(std::uint8_t& type);
     Event NextPdv(std::uint8_t context, std::uint8_t kind);

@@ -22,15 +22,15 @@ std::string SystemErrorText(int error) {
     return std::generic_category().message(error);
 }
 
-void TraceBlock(const char* format, const void* bytes, int count) {
+}  // namespace
+
+void TraceSocketBlock(const char* format, const void* bytes, int count) {
     if (!IsDebugFlagOn(kDumpSocket)) return;
     char line[64];
     std::snprintf(line, sizeof line, format, count);
     TraceStamped(line, kDumpSocket);
     HexDump(bytes, count, kDumpSocket);
 }
-
-}  // namespace
 
 DcmSocket::DcmSocket() {
     bool traced = false;
@@ -126,7 +126,7 @@ void DcmSocket::SetTimeout(int seconds) {
 
 int DcmSocket::Send(const void* bytes, int count, const std::function<bool()>& isStopped) {
     if (!IsConnected()) return 0;
-    TraceBlock("Sending %d bytes\n", bytes, count);
+    TraceSocketBlock("Sending %d bytes\n", bytes, count);
     if (count > 0 && !platform::SendAll(m_Handle, bytes, static_cast<std::size_t>(count), isStopped)) {
         m_LastError = std::max(platform::LastSocketError(), 1);
     }
@@ -143,8 +143,8 @@ int DcmSocket::RecvAvailable(void* bytes, int capacity) {
     if (got == platform::kNothingReceived) return got;
     if (got == platform::kReceiveFailed) m_LastError = std::max(platform::LastSocketError(), 1);
     if (got == 0) return -1;
-    TraceBlock("received %d bytes\n", bytes,
-               got);  // "received -1 bytes" after a failure: hosts depend on the log as it is
+    TraceSocketBlock("received %d bytes\n", bytes,
+                     got);  // "received -1 bytes" after a failure: hosts depend on the log as it is
     return got;
 }
 

@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <functional>
 
+/// Traces a block that is sent or received, at level `kDumpSocket`. `format` is a printf format for its length.
+void TraceSocketBlock(const char* format, const void* bytes, int count);
+
 /// A TCP socket over IPv4. Calls return 1, or 0 with the reason in the error text. Nothing is thrown.
 ///
 /// The first socket of the process starts the system's socket library, the last one that is destroyed stops it. With

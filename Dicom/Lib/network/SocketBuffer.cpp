@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <utility>
 
 namespace {
 
@@ -17,6 +18,54 @@ DcmSocket& SocketBuffer::GetSocket() {
     return *m_pSocket;
 }
 
+void SocketBuffer::SetTransport(std::unique_ptr<Transport> transport) {
+    transport->SetTimeout(GetSocket().GetTimeout());
+    m_pTransport = std::move(transport);
+}
+
+bool SocketBuffer::IsConnected() const {
+    return m_pTransport != nullptr || (m_pSocket != nullptr && m_pSocket->IsConnected());
+}
+
+void SocketBuffer::Disconnect() {
+    m_pTransport.reset();
+    if (m_pSocket != nullptr) m_pSocket->Close();
+}
+
+void SocketBuffer::ShutDownSending() {
+    if (m_pTransport != nullptr) {
+        m_pTransport->ShutDown();
+    } else {
+        GetSocket().ShutDown();
+    }
+}
+
+void SocketBuffer::SetTimeout(int seconds) {
+    GetSocket().SetTimeout(seconds);
+    if (m_pTransport != nullptr) m_pTransport->SetTimeout(m_pSocket->GetTimeout());
+}
+
+int SocketBuffer::Wait(int milliseconds) {
+    return m_pTransport != nullptr ? m_pTransport->Wait(milliseconds) : GetSocket().Wait(milliseconds);
+}
+
+int SocketBuffer::ReceiveAvailable(void* bytes, std::size_t capacity) {
+    const int most = static_cast<int>(std::min(capacity, kLargestBlock));
+    if (m_pTransport == nullptr) return GetSocket().RecvAvailable(bytes, most);
+    const int got = m_pTransport->ReceiveAvailable(bytes, most);
+    if (got != platform::kNothingReceived) TraceSocketBlock("received %d bytes\n", bytes, got);
+    return got;
+}
+
+bool SocketBuffer::SendBlock(const void* bytes, std::size_t count) {
+    const int length = static_cast<int>(count);
+    if (m_pTransport == nullptr) {
+        return GetSocket().Send(bytes, length, m_StopCheck) != 0 && !m_pSocket->HasFailed();
+    }
+    TraceSocketBlock("Sending %d bytes\n", bytes, length);
+    return m_pTransport->Send(bytes, count, m_StopCheck);
+}
+
 void SocketBuffer::SetDeadline(int seconds) {
     m_bDeadline = seconds > 0;
     m_Deadline = Clock::now() + std::chrono::seconds(seconds);
@@ -28,7 +77,7 @@ void SocketBuffer::LimitWaiting(std::int64_t seconds) {
 }
 
 bool SocketBuffer::WaitForData(int milliseconds) {
-    return HasUnread() || GetSocket().Wait(milliseconds) == 1;
+    return HasUnread() || Wait(milliseconds) == 1;
 }
 
 // Waits until something can be read. False when that fails, with the reason in `m_ReadFault`.
@@ -48,7 +97,7 @@ bool SocketBuffer::WaitForSocket() {
             return false;
         }
         if (m_StopCheck) left = std::min(left, kStopCheckEvery);
-        const int ready = m_pSocket->Wait(static_cast<int>(std::min<long long>(left.count(), INT_MAX)));
+        const int ready = Wait(static_cast<int>(std::min<long long>(left.count(), INT_MAX)));
         if (ready == 1) {
             m_WaitLeft -= Clock::now() - begin;
             return true;
@@ -68,7 +117,7 @@ std::size_t SocketBuffer::Fill(void* bytes, std::size_t capacity) {
             m_ReadFault = ReadFault::TimedOut;
             break;
         }
-        const int got = GetSocket().RecvAvailable(bytes, static_cast<int>(std::min(capacity, kLargestBlock)));
+        const int got = ReceiveAvailable(bytes, capacity);
         if (got > 0) return static_cast<std::size_t>(got);
         if (got != platform::kNothingReceived)
             m_ReadFault = ReadFault::Closed;
@@ -82,7 +131,7 @@ bool SocketBuffer::Drain(const void* bytes, std::size_t count) {
     const auto* place = static_cast<const unsigned char*>(bytes);
     while (count > 0) {
         const std::size_t step = std::min(count, kLargestBlock);
-        if (GetSocket().Send(place, static_cast<int>(step), m_StopCheck) == 0 || m_pSocket->HasFailed()) return false;
+        if (!SendBlock(place, step)) return false;
         place += step;
         count -= step;
     }

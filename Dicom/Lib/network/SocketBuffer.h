@@ -3,13 +3,14 @@
 
 #include "../stream/Buffer.h"
 #include "DcmSocket.h"
+#include "Transport.h"
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 
-/// Reads what the socket receives and sends on `Flush`. The socket is made when it is first asked for, so that an
+/// Reads what the socket receives and sends on `Flush`; or so over a `Transport`, where one is set. The socket is made when it is first asked for, so that an
 /// object whose network is never used costs nothing.
 ///
 /// After a failed read (the peer closed, time out, stopped) every further read fails; `WhyReadFailed` tells.
@@ -19,6 +20,16 @@ public:
 
     DcmSocket& GetSocket();
     bool HasSocket() const { return m_pSocket != nullptr; }
+
+    /// From now on a connection that is open already takes the place of the socket, until `Disconnect`.
+    void SetTransport(std::unique_ptr<Transport> transport);
+
+    bool IsConnected() const;
+    void Disconnect();
+    /// Tells the peer that nothing more will be sent.
+    void ShutDownSending();
+    /// `DcmSocket::SetTimeout`, for a transport too.
+    void SetTimeout(int seconds);
 
     ReadFault WhyReadFailed() const { return m_ReadFault; }
 
@@ -49,8 +60,12 @@ protected:
 
 private:
     bool WaitForSocket();
+    int Wait(int milliseconds);
+    int ReceiveAvailable(void* bytes, std::size_t capacity);
+    bool SendBlock(const void* bytes, std::size_t count);
 
-    std::unique_ptr<DcmSocket> m_pSocket;
+    std::unique_ptr<DcmSocket> m_pSocket;  // with a transport it only keeps the time-out, and the socket library
+    std::unique_ptr<Transport> m_pTransport;
     std::function<bool()> m_StopCheck;
     std::chrono::steady_clock::time_point m_Deadline{};
     std::chrono::steady_clock::duration m_WaitLeft{};
