@@ -158,6 +158,11 @@ const CodedSet* FindEscape(std::string_view text, std::size_t& length, bool& hig
     return nullptr;
 }
 
+// Whether an escape sequence calls a set that nobody here knows: what follows is not what it looks like.
+bool CallsUnknownSet(std::string_view text) {
+    return text.size() > 1 && text[0] == kEscape && text[1] >= '$' && text[1] <= '/';
+}
+
 bool IsDelimiter(char character, TextForm form) {
     if (form == TextForm::Name && (character == '^' || character == '=')) return true;
     return character == '\\' || character == '\n' || character == '\r' || character == '\f' || character == '\t';
@@ -304,7 +309,7 @@ std::size_t TextDecoder::Decode(std::string_view bytes, TextForm form, Undecoded
                    set != nullptr && (IsHigh(next) || set->kind == Kind::Pairs) &&
                    (length = CountRun(bytes, *set, IsHigh(next))) > 0) {
             faults += AppendRun(*set, bytes.substr(0, length), undecoded, out);
-        } else if (IsHigh(next)) {
+        } else if (IsHigh(next) || CallsUnknownSet(bytes)) {
             length = 1;
             AppendUndecoded(out, bytes.substr(0, 1), undecoded);
             ++faults;
@@ -344,6 +349,7 @@ std::optional<std::string> TextDecoder::FromUtf8(std::string_view text) const {
     for (std::size_t at = 0; possible && at < text.size(); at += run) {
         for (run = 0; at + run < text.size() && IsHigh(text[at + run]);) ++run;
         if (run == 0) {
+            if (text[at] == kEscape) return std::nullopt;  // the reader would take it for one of its sequences
             bytes += text[at];
             run = 1;
         } else {

@@ -5,6 +5,7 @@
 #include "DataSet.h"
 #include "DataSetFile.h"
 #include "DataSetOutput.h"
+#include "LeftValues.h"
 #include "StreamBuffers.h"
 
 #include "Dicom/Lib/stream/FileBuffer.h"
@@ -99,7 +100,8 @@ void Conversion::Tell(FindingKind kind, const std::string& path, const std::stri
 }
 
 DataSetFile Conversion::Read(const Source& from) const {
-    if (from.stream == nullptr) return ReadDataSetFile(from.name, kParseAll, m_Watch);
+    constexpr std::uint32_t kLeftInFile = 64 * 1024;
+    if (from.stream == nullptr) return ReadDataSetFile(from.name, kParseAll, m_Watch, {}, kLeftInFile);
     errno = 0;
     StreamInputBuffer buffer(*from.stream);
     DataSetFile file = ReadDataSet(buffer, kParseAll);
@@ -116,14 +118,14 @@ bool Conversion::Transcode(DICOMDataObject& dataSet, const Sink& to) {
 
 void Conversion::Edit(DataSetFile& file, const std::string& name) const {
     if (m_Set.empty() && m_Remove.empty()) return;
-    DataSet edited = DataSet::FromToolkit(std::move(file.dataSet));
+    DataSet edited = DataSetParts::Join(file);
     try {
         for (const auto& [path, text] : m_Set) edited.Set(path, text);
     } catch (Error& failure) {
         throw Error(failure.GetKind(), name + ": " + failure.what()).InFile(name);
     }
     for (const ElementPath& path : m_Remove) edited.Delete(path);
-    file.dataSet = edited.ReleaseToolkit();
+    file.dataSet = DataSetParts::Take(edited);
 }
 
 // Makes the data set what is to be written. `name`: of what it was read from.
@@ -134,6 +136,8 @@ void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink&
             .InFile(name);
     }
     Edit(file, name);
+    const bool mustSeePixels = !IsNativeTransferSyntax(m_Syntax) || HasEncapsulatedPixels(*file.dataSet);
+    if (mustSeePixels) LeftValueReader(m_Watch).LoadAll(*file.dataSet);
     const bool done = Transcode(*file.dataSet, to);
     m_Watch.StopIfAsked();
     DICOMDataObject& dataSet = *file.dataSet;
@@ -162,9 +166,10 @@ void Conversion::Write(DataSetFile& file, const std::string& name, const Sink& t
         WriteFile(file, name, to.name);
         return;
     }
+    LeftValueReader left(m_Watch);
     errno = 0;
     StreamOutputBuffer buffer(*to.stream);
-    if (!WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs)) {
+    if (!WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs, left)) {
         const int error = errno;
         m_Watch.StopIfAsked();
         throw Error(ErrorKind::Disk, "cannot write to " + to.name + ": " + SystemText(error));
@@ -172,12 +177,13 @@ void Conversion::Write(DataSetFile& file, const std::string& name, const Sink& t
 }
 
 void Conversion::WriteFile(DataSetFile& file, const std::string& name, const std::string& output) {
+    LeftValueReader left(m_Watch);
     errno = 0;
     UnfinishedFile unfinished(output);
     FileOutputBuffer buffer;
     buffer.SetStopQuestion(m_Watch.GetStopQuestion());
     const bool opened = buffer.Open(unfinished.GetPath().c_str());
-    const bool written = opened && WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs);
+    const bool written = opened && WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs, left);
     if (!(opened && buffer.Close()) || !written) {
         const std::string reason = SystemText(errno);
         m_Watch.StopIfAsked();
@@ -188,6 +194,7 @@ void Conversion::WriteFile(DataSetFile& file, const std::string& name, const std
                     name + ": cannot decode " + DescribeSyntax(file.transferSyntax) + ": " + m_Codecs.GetError())
             .InFile(name);
     }
+    left.Close();
     unfinished.Finish();
 }
 

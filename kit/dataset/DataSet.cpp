@@ -6,6 +6,7 @@
 #include "DataSetOutput.h"
 #include "ElementText.h"
 #include "ElementValue.h"
+#include "LeftValues.h"
 #include "StreamBuffers.h"
 
 #include "base/Number.h"
@@ -26,6 +27,7 @@ std::unique_ptr<DICOMDataObject> CopyOf(const DICOMObject& dataSet, bool deep) {
         if (copy->Push(cloned.get()) == 0) throw std::bad_alloc();
         cloned.release();
     }
+    if (!deep) CarryLeftValues(dataSet, *copy);
     return copy;
 }
 
@@ -53,8 +55,8 @@ int ParseOptionOf(const ReadOptions& options) {
 
 DataSet::DataSet() : DataSet(std::make_unique<DICOMDataObject>()) {}
 
-DataSet::DataSet(std::unique_ptr<DICOMDataObject> dataSet)
-    : DataSetView(dataSet.get(), {}), m_pOwned(std::move(dataSet)) {}
+DataSet::DataSet(std::unique_ptr<DICOMDataObject> dataSet, std::shared_ptr<LeftValues> left)
+    : DataSetView(dataSet.get(), {}), m_pLeft(std::move(left)), m_pOwned(std::move(dataSet)) {}
 
 DataSet::~DataSet() = default;
 
@@ -70,11 +72,20 @@ DataSet& DataSet::operator=(DataSet&& other) noexcept {
     return *this;
 }
 
+DataSet DataSetParts::Join(DataSetFile& file) {
+    return DataSet(std::move(file.dataSet), file.left);
+}
+
+std::unique_ptr<DICOMDataObject> DataSetParts::Take(DataSet& set) {
+    return std::move(set.m_pOwned);
+}
+
 DataSet DataSet::Read(const std::string& path, const ReadOptions& options) {
-    DataSetFile file = ReadDataSetFile(path, ParseOptionOf(options), options.watcher, options.leniency);
+    DataSetFile file =
+        ReadDataSetFile(path, ParseOptionOf(options), options.watcher, options.leniency, options.leaveLarger);
     if (file.dataSet == nullptr) throw Error(ErrorKind::NotDicom, path + ": not a DICOM file").InFile(path);
     ReadReport report = ReportOf(file, path);
-    DataSet set(std::move(file.dataSet));
+    DataSet set = DataSetParts::Join(file);
     set.m_Report = std::move(report);
     return set;
 }
@@ -103,14 +114,32 @@ DataSet DataSet::FromToolkit(std::unique_ptr<DICOMDataObject> dataSet) {
     return DataSet(dataSet != nullptr ? std::move(dataSet) : std::make_unique<DICOMDataObject>());
 }
 
+void DataSet::LoadValues(Watcher* watcher) {
+    if (m_pLeft == nullptr) return;
+    LeftValueReader(watcher).LoadAll(*m_pOwned);
+    m_pLeft.reset();
+}
+
+// Whoever works on the toolkit's object knows nothing of values that are elsewhere.
+DICOMDataObject& DataSet::Toolkit() {
+    LoadValues();
+    return *m_pOwned;
+}
+
+const DICOMDataObject& DataSet::Toolkit() const {
+    if (m_pLeft != nullptr) LeftValueReader().LoadAll(*m_pOwned);
+    return *m_pOwned;
+}
+
 std::unique_ptr<DICOMDataObject> DataSet::ReleaseToolkit() {
+    LoadValues();
     auto released = std::exchange(m_pOwned, std::make_unique<DICOMDataObject>());
     m_pDataSet = m_pOwned.get();
     return released;
 }
 
 DataSet DataSet::Clone() const {
-    DataSet copy(CopyOf(*m_pOwned, true));
+    DataSet copy(CopyOf(*m_pOwned, true), m_pLeft);
     copy.m_Report = m_Report;
     return copy;
 }
@@ -217,6 +246,7 @@ std::unique_ptr<DICOMDataObject> DataSet::Prepared(const SaveOptions& options, s
     codecs.SetStopQuestion(Watch(options.watcher).GetStopQuestion());
     if (!(encapsulated && syntax == present)) {
         const bool native = IsNativeTransferSyntax(syntax);
+        if (!native || HasEncapsulatedPixels(*copy)) LeftValueReader(options.watcher).LoadAll(*copy);
         const int done = native ? codecs.Decode(copy.get()) : codecs.Convert(copy.get(), syntax);
         Watch(options.watcher).StopIfAsked();
         if (done == 0) {
@@ -232,17 +262,19 @@ void DataSet::Save(const std::string& path, const SaveOptions& options) const {
     std::string syntax;
     const auto copy = Prepared(options, syntax);
     CodecManager codecs;
+    LeftValueReader left(options.watcher);
     UnfinishedFile unfinished(path);
     FileOutputBuffer buffer;
     buffer.SetStopQuestion(Watch(options.watcher).GetStopQuestion());
     errno = 0;
     const bool opened = buffer.Open(unfinished.GetPath().c_str());
-    const bool written = opened && WriteDataSet(buffer, *copy, syntax, codecs);
+    const bool written = opened && WriteDataSet(buffer, *copy, syntax, codecs, left);
     if (!(opened && buffer.Close()) || !written) {
         const int error = errno;
         Watch(options.watcher).StopIfAsked();
         throw Error(ErrorKind::Disk, "cannot write " + path + ": " + SystemText(error)).InFile(path);
     }
+    left.Close();  // the file that is replaced may be the one that was read
     unfinished.Finish();
 }
 
@@ -250,8 +282,9 @@ void DataSet::Save(std::ostream& stream, const SaveOptions& options) const {
     std::string syntax;
     const auto copy = Prepared(options, syntax);
     CodecManager codecs;
+    LeftValueReader left(options.watcher);
     StreamOutputBuffer buffer(stream);
-    if (!WriteDataSet(buffer, *copy, syntax, codecs)) throw Error(ErrorKind::Disk, "cannot write the stream");
+    if (!WriteDataSet(buffer, *copy, syntax, codecs, left)) throw Error(ErrorKind::Disk, "cannot write the stream");
 }
 
 }  // namespace korvane

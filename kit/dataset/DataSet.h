@@ -28,6 +28,8 @@ class DICOMObject;
 
 namespace korvane {
 
+class LeftValues;
+
 /// What a walk tells of an element.
 struct ElementFacts {
     tags::Tag tag{};
@@ -41,7 +43,8 @@ struct ElementFacts {
 ///
 /// Texts are UTF-8, whatever the character set (0008,0005) of the data. What is absent or empty gives an empty text, no
 /// number, no items. Numbers are read from every type that holds numbers (PS3.5 6.2: DS, IS, US, FD ...); asked of another
-/// type, of a text that is none, or, for a single one, of several values, they throw `Error` of kind `Damaged`.
+/// type, of a text that is none, or, for a single one, of several values, they throw `Error` of kind `Damaged`. Values that
+/// were left in the file (`ReadOptions::leaveLarger`) come into memory when they are asked for, and stay.
 class KORVANE_KIT DataSetView {
 public:
     bool Has(const ElementPath& path) const;
@@ -93,6 +96,11 @@ private:
 
 struct ReadOptions {
     bool pixels = true;  ///< false: reading ends before Pixel Data (7FE0,0010)
+    /// Values of so many bytes and more, texts apart, stay in the file until they are asked for, and so do fragments of
+    /// compressed pixels; 0: all is read. For large files of which the header is wanted, or an edit: saving copies such
+    /// values from file to file. Whoever asks for one gets an `Error` of kind `Disk` when the file has changed or gone since.
+    /// Of files only; of streams and bytes all is read.
+    std::uint32_t leaveLarger = 0;
     Leniency leniency{};
     Watcher* watcher = nullptr;
 };
@@ -125,7 +133,8 @@ public:
     /// From a binary stream, read once to its end.
     static DataSet Read(std::istream& stream, const ReadOptions& options = {});
     static DataSet Parse(std::span<const unsigned char> bytes, const ReadOptions& options = {});
-    /// From the DICOM JSON model; texts become UTF-8 (ISO_IR 192). Throws `Error` of kind `Damaged`.
+    /// From the DICOM JSON model; texts become UTF-8 (ISO_IR 192). An element whose value the JSON does not have
+    /// (BulkDataURI) is left out, and the report says so. Throws `Error` of kind `Damaged`.
     static DataSet FromJson(std::string_view json);
 
     DataSet Clone() const;
@@ -152,20 +161,26 @@ public:
     void Save(const std::string& path, const SaveOptions& options = {}) const;
     void Save(std::ostream& stream, const SaveOptions& options = {}) const;
 
-    /// The toolkit's object, for what is not offered here. It stays this one's.
-    DICOMDataObject& Toolkit() { return *m_pOwned; }
+    /// Brings into memory what was left in the file; it is then not needed any more.
+    void LoadValues(Watcher* watcher = nullptr);
+
+    /// The toolkit's object, for what is not offered here, with all values. It stays this one's.
+    DICOMDataObject& Toolkit();
+    const DICOMDataObject& Toolkit() const;
     /// Takes over an object of the toolkit; null makes an empty data set.
     static DataSet FromToolkit(std::unique_ptr<DICOMDataObject> dataSet);
     /// Hands the object over; this one is empty afterwards.
     std::unique_ptr<DICOMDataObject> ReleaseToolkit();
-    const DICOMDataObject& Toolkit() const { return *m_pOwned; }
 
 private:
-    explicit DataSet(std::unique_ptr<DICOMDataObject> dataSet);
+    friend struct DataSetParts;
+
+    explicit DataSet(std::unique_ptr<DICOMDataObject> dataSet, std::shared_ptr<LeftValues> left = {});
     std::unique_ptr<DICOMDataObject> Prepared(const SaveOptions& options, std::string& syntax) const;
     DICOMObject& Holder(const ElementPath& path);
     void SetText(const ElementPath& path, std::string_view text, bool checked);
 
+    std::shared_ptr<LeftValues> m_pLeft;  // outlives the elements that point into it
     std::unique_ptr<DICOMDataObject> m_pOwned;
     ReadReport m_Report;
 };

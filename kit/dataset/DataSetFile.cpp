@@ -3,14 +3,17 @@
 #include "../core/Error.h"
 #include "InflateBuffer.h"
 #include "KnownTypes.h"
+#include "LeftValues.h"
 #include "TolerantParser.h"
 
+#include "Dicom/Lib/syntax/ValueLeaver.h"
 #include "base/Bytes.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace korvane {
 
@@ -18,10 +21,14 @@ namespace {
 
 constexpr std::uint32_t kUndefinedLength = 0xFFFFFFFFU;
 
-// Notes what stands where Pixel Data begins.
-class NotingCodec : public DictionaryCodec {
+// Notes what stands where Pixel Data begins, and leaves large values in the file.
+class NotingCodec : public DictionaryCodec, public ValueLeaver {
 public:
     explicit NotingCodec(DataSetFile& file) : m_File(file) {}
+
+    bool LeaveValue(Buffer& buffer, VR& element, std::uint32_t length) override {
+        return m_File.left != nullptr && m_File.left->Leave(buffer, element, length);
+    }
 
     int OnReadPixelData(Buffer& buffer, VR& pixelData) override {
         Note(pixelData.m_Length, buffer.GetRemaining());
@@ -180,7 +187,7 @@ private:
     }
 
     bool ParseTolerantly(int syntax, Buffer& buffer) {
-        TolerantParser parser(m_Leniency, m_File.findings);
+        TolerantParser parser(m_Leniency, m_File.findings, m_File.left.get());
         const bool whole = parser.Parse(syntax, buffer, *m_File.dataSet, m_iOption);
         m_File.hasPixels = parser.HasPixels();
         m_File.encapsulated = m_File.hasPixels && parser.GetPixelLength() == kUndefinedLength;
@@ -212,8 +219,10 @@ private:
     bool m_bMetaFaulty = false;
 };
 
-DataSetFile ReadOnce(Buffer& buffer, int option, const Leniency& leniency, bool second) {
+DataSetFile ReadOnce(Buffer& buffer, int option, const Leniency& leniency, bool second,
+                     std::shared_ptr<LeftValues> left = {}) {
     DataSetFile file;
+    file.left = std::move(left);
     if (!Reading(file, option, leniency, second).Read(buffer)) return {};
     if (const VR* const pixels = FindElement(*file.dataSet, tags::PixelData); pixels != nullptr) {
         file.hasPixels = true;
@@ -241,25 +250,46 @@ bool LooksLikeDataSet(std::span<const unsigned char> head) {
     return LookAtBeginning(buffer) != Beginning::NotDicom;
 }
 
-DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch, const Leniency& leniency) {
-    const std::string& path = from.name;
+namespace {
+
+[[noreturn]] void RefuseUnread(const std::string& path, int error, const Watch& watch) {
+    watch.StopIfAsked();
+    const bool missing = error == ENOENT || error == ENOTDIR;
+    throw Error(missing ? ErrorKind::NotFound : ErrorKind::Disk, "cannot read " + path + ": " + SystemText(error))
+        .InFile(path);
+}
+
+// `File`: a buffer over a file, opened by `open`.
+template <class File, class Open>
+DataSetFile ReadTwice(const std::string& path, int option, const Watch& watch, const Leniency& leniency,
+                      const Open& open, const std::shared_ptr<LeftValues>& left = {}) {
     DataSetFile file;
     for (const bool second : {false, true}) {
-        FileInputBuffer buffer;
+        File buffer;
         buffer.SetStopQuestion(watch.GetStopQuestion());
         errno = 0;
-        const bool opened = buffer.Open(from.place.c_str());
-        if (opened) file = ReadOnce(buffer, option, leniency, second);
-        if (!opened || buffer.HasFailed()) {
-            const int error = opened ? buffer.GetError() : errno;
-            watch.StopIfAsked();
-            const bool missing = error == ENOENT || error == ENOTDIR;
-            throw Error(missing ? ErrorKind::NotFound : ErrorKind::Disk,
-                        "cannot read " + path + ": " + SystemText(error))
-                .InFile(path);
-        }
+        if (!open(buffer)) RefuseUnread(path, errno, watch);
+        file = ReadOnce(buffer, option, leniency, second, left);
+        if (buffer.HasFailed()) RefuseUnread(path, buffer.GetError(), watch);
         // What has no known end, such as a pipe, cannot be read again.
         if (file.dataSet == nullptr || file.complete || buffer.GetRemaining() == Buffer::kUnknown) break;
+    }
+    return file;
+}
+
+}  // namespace
+
+DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch, const Leniency& leniency,
+                            std::uint32_t leaveLarger) {
+    const std::string& path = from.name;
+    DataSetFile file;
+    if (const std::shared_ptr<LeftValues> left = LeftValues::Of(from, leaveLarger)) {
+        const auto open = [&](SeekingBuffer& buffer) { return buffer.Open(from.place, left->GetSize()); };
+        file = ReadTwice<SeekingBuffer>(path, option, watch, leniency, open, left);
+        if (file.dataSet != nullptr && !HasLeftValues(*file.dataSet)) file.left.reset();
+    } else {
+        const auto open = [&](FileInputBuffer& buffer) { return buffer.Open(from.place.c_str()); };
+        file = ReadTwice<FileInputBuffer>(path, option, watch, leniency, open);
     }
     for (Finding& finding : file.findings) {
         finding.files = {path};

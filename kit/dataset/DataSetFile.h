@@ -15,6 +15,8 @@
 
 namespace korvane {
 
+class LeftValues;
+
 /// A file as messages call it, and where its bytes lie: elsewhere for what came out of an archive or a stream.
 struct NamedFile {
     NamedFile(const std::string& path) : name(path), place(path) {}
@@ -31,6 +33,7 @@ struct DataSetFile {
     bool complete = false;                     ///< the parse met no fault
     bool hasPreamble = false;                  ///< "DICM" stood at byte 128
     std::vector<Finding> findings;             ///< what was forgiven
+    std::shared_ptr<LeftValues> left;          ///< where values are that the data set does not hold; null: it has all
 
     // Pixel Data (7FE0,0010) of the top level:
     bool hasPixels = false;
@@ -53,8 +56,10 @@ DataSetFile ReadDataSet(Buffer& buffer, int option);
 /// The same of bytes in memory; where the toolkit meets a fault they are read a second time, with all leniencies.
 DataSetFile ReadDataSet(std::span<const unsigned char> bytes, int option, const Leniency& leniency = {});
 
-/// The same of a file, whose name findings and errors bear. Throws `Error` when it cannot be read.
-DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch = {}, const Leniency& leniency = {});
+/// The same of a file, whose name findings and errors bear. Throws `Error` when it cannot be read. `leaveLarger`: values
+/// longer than this stay in the file (`LeftValues.h`), and only those may ask for it who expect them there; 0: none.
+DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch = {}, const Leniency& leniency = {},
+                            std::uint32_t leaveLarger = 0);
 
 /// The name of a transfer syntax with its UID behind it; the UID alone when the name is not known.
 std::string DescribeSyntax(const std::string& uid);

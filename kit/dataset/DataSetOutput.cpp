@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "../core/Paths.h"
 #include "Convert.h"
+#include "LeftValues.h"
 
 #include "base/Bytes.h"
 
@@ -19,52 +20,120 @@ namespace {
 constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
 constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
 
-// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, and the frames that codecs
-// have left.
+// Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, the frames that codecs have left,
+// and values that lie in a file.
 class StandardOrderCodec : public DictionaryCodec {
 public:
-    explicit StandardOrderCodec(CodecManager& codecs) : m_Codecs(codecs) {}
+    StandardOrderCodec(CodecManager& codecs, LeftValueReader& left) : m_Codecs(codecs), m_Left(left) {}
 
     int ImplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth) override {
-        DICOMDataObject last;
-        TakeHighGroups(*dataSet, last);
-        return DictionaryCodec::ImplicitEncode(buffer, dataSet, depth) &
-               DictionaryCodec::ImplicitEncode(buffer, &last, depth);
+        return EncodeInOrder(*dataSet, depth,
+                             [&](DICOMObject& part) { return DictionaryCodec::ImplicitEncode(buffer, &part, depth); });
     }
 
     int ExplicitEncode(Buffer& buffer, DICOMObject* dataSet, int depth) override {
-        DICOMDataObject last;
-        TakeHighGroups(*dataSet, last);
-        return DictionaryCodec::ExplicitEncode(buffer, dataSet, depth) &
-               DictionaryCodec::ExplicitEncode(buffer, &last, depth);
+        return EncodeInOrder(*dataSet, depth,
+                             [&](DICOMObject& part) { return DictionaryCodec::ExplicitEncode(buffer, &part, depth); });
     }
 
     int OnWritePixelData(Buffer& buffer, VR& pixelData, std::uint32_t length) override {
+        if (IsLeft(pixelData)) return WriteLeft(buffer, pixelData) && buffer.WriteZeros(length - pixelData.m_Length);
         if (!m_Codecs.HasFramesToWrite()) return DictionaryCodec::OnWritePixelData(buffer, pixelData, length);
-        const bool isLittle = buffer.GetByteOrder() == Buffer::kLittleEndian;
-        const unsigned unit = isLittle ? 1 : GetSwapUnit(pixelData.m_TypeCode);
         std::size_t left = length;
         const int written = m_Codecs.WriteFrames([&](std::span<unsigned char> frame) {
-            platform::SwapUnits(frame.data(), frame.size(), unit);
+            platform::SwapUnits(frame.data(), frame.size(), UnitFor(buffer, pixelData));
             left -= frame.size();
             return buffer.Write(frame.data(), frame.size());
         });
         return written != 0 && buffer.WriteZeros(left) ? 1 : 0;
     }
 
-private:
-    static void TakeHighGroups(DICOMObject& dataSet, DICOMObject& into) {
-        while (dataSet.GetFirst() != nullptr && dataSet.GetFirst()->m_Group >= kNegativeKeys) {
-            into.Push(dataSet.Take(dataSet.GetFirst()->m_Group, dataSet.GetFirst()->m_Element).release());
+    int EncodeEncapsulated(Buffer& buffer, VR& pixelData) override {
+        if (!HasLeftFragments(pixelData)) return DictionaryCodec::EncodeEncapsulated(buffer, pixelData);
+        for (std::uint32_t i = 0; i < pixelData.GetItemCount(); ++i) {
+            const VR* const fragment = GetFragment(pixelData, i);
+            const std::uint32_t length = fragment != nullptr ? fragment->m_Length : 0;
+            const std::uint32_t pad = length & 1U;
+            if (!WriteDelimiter(buffer, ElementHeader::kItem, length + pad)) return 0;
+            if (fragment == nullptr) continue;
+            const bool written =
+                IsLeft(*fragment) ? WriteLeft(buffer, *fragment) : buffer.Write(fragment->m_pData, fragment->m_Length);
+            if (!written || !buffer.WriteZeros(pad)) return 0;
         }
+        return WriteDelimiter(buffer, ElementHeader::kSequenceEnds, 0) ? 1 : 0;
+    }
+
+private:
+    template <class Encode>
+    int EncodeInOrder(DICOMObject& dataSet, int depth, const Encode& encode) {
+        DICOMDataObject last;
+        while (dataSet.GetFirst() != nullptr && dataSet.GetFirst()->m_Group >= kNegativeKeys) TakeFirst(dataSet, last);
+        return EncodeInParts(dataSet, depth, encode) & EncodeInParts(last, depth, encode);
+    }
+
+    // What the toolkit writes must be in memory. Of several large values there is one at a time; types were completed
+    // before, so that no element has to see the others. Pixel data does not even come whole.
+    template <class Encode>
+    int EncodeInParts(DICOMObject& dataSet, int depth, const Encode& encode) {
+        DICOMDataObject part;
+        int encoded = 1;
+        for (VR* element = FirstToLoad(dataSet, depth); element != nullptr; element = FirstToLoad(dataSet, depth)) {
+            while (part.GetLastPushed() != element) TakeFirst(dataSet, part);
+            m_Left.Load(*element);
+            encoded &= encode(part);
+        }
+        return encoded & encode(dataSet);
+    }
+
+    static VR* FirstToLoad(const DICOMObject& dataSet, int depth) {
+        VR* element = dataSet.GetFirst();
+        while (element != nullptr && (!IsLeft(*element) || (depth == 0 && IsPixelData(*element))))
+            element = dataSet.GetNext(element);
+        return element;
+    }
+
+    static void TakeFirst(DICOMObject& dataSet, DICOMObject& into) {
+        into.Push(dataSet.Take(dataSet.GetFirst()->m_Group, dataSet.GetFirst()->m_Element).release());
+    }
+
+    static bool HasLeftFragments(const VR& pixelData) {
+        for (std::uint32_t i = 0; i < pixelData.GetItemCount(); ++i) {
+            const VR* const fragment = GetFragment(pixelData, i);
+            if (fragment != nullptr && IsLeft(*fragment)) return true;
+        }
+        return false;
+    }
+
+    static bool WriteDelimiter(Buffer& buffer, std::uint16_t element, std::uint32_t length) {
+        return buffer.WriteUINT16(ElementHeader::kDelimiters) && buffer.WriteUINT16(element) &&
+               buffer.WriteUINT32(length);
+    }
+
+    static unsigned UnitFor(const Buffer& buffer, const VR& element) {
+        return buffer.GetByteOrder() == Buffer::kLittleEndian ? 1 : GetSwapUnit(element.m_TypeCode);
+    }
+
+    bool WriteLeft(Buffer& buffer, const VR& element) {
+        constexpr std::uint32_t kStep = 1U << 20;
+        std::vector<unsigned char> bytes(std::min(kStep, element.m_Length));
+        for (std::uint32_t done = 0; done < element.m_Length;) {
+            const std::span<unsigned char> step(bytes.data(), std::min(kStep, element.m_Length - done));
+            m_Left.Read(element, done, step);
+            platform::SwapUnits(step.data(), step.size(), UnitFor(buffer, element));
+            if (!buffer.Write(step.data(), step.size())) return false;
+            done += static_cast<std::uint32_t>(step.size());
+        }
+        return true;
     }
 
     CodecManager& m_Codecs;
+    LeftValueReader& m_Left;
 };
 
-bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {
+bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs,
+                LeftValueReader& left) {
     static constexpr char kMarker[] = {'D', 'I', 'C', 'M'};
-    StandardOrderCodec codec(codecs);
+    StandardOrderCodec codec(codecs, left);
     if (codec.PrepareMetaInformation(&dataSet, 3) == 0) return false;
     if (IsNativeTransferSyntax(syntax)) PutText(dataSet, tags::TransferSyntaxUID, syntax);
     return buffer.WriteZeros(128) && buffer.Write(kMarker, sizeof kMarker) &&
@@ -113,8 +182,9 @@ bool IsMediaDirectory(const DICOMObject& dataSet) {
            FindElement(dataSet, tags::DirectoryRecordSequence) != nullptr;
 }
 
-bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs) {
-    return WriteParts(buffer, dataSet, syntax, codecs) && buffer.Flush();
+bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs,
+                  LeftValueReader& left) {
+    return WriteParts(buffer, dataSet, syntax, codecs, left) && buffer.Flush();
 }
 
 }  // namespace korvane

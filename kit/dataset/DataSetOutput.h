@@ -10,6 +10,8 @@
 
 namespace korvane {
 
+class LeftValueReader;
+
 /// A file that gets its name when it is whole, and is removed when it does not get there. A link stays one to the file
 /// that it leads to. Devices and pipes have no other name: they take what comes.
 class UnfinishedFile {
@@ -37,7 +39,9 @@ bool IsMediaDirectory(const DICOMObject& dataSet);
 /// Preamble, meta information and the data set, elements in the standard's order; the data set is empty afterwards.
 /// `syntax` holds where the data set's pixels are as they are in it; what has no compressed pixels cannot be in a
 /// compressed syntax and is written in explicit VR little endian. `codecs` gives the frames that it left to be written.
+/// Values that were left in a file come from there by `left`, which throws when they cannot.
 /// False when a write failed or a frame, about which `codecs` then says more.
-bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs);
+bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs,
+                  LeftValueReader& left);
 
 }  // namespace korvane

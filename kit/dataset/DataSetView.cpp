@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "DumpText.h"
 #include "ElementText.h"
+#include "LeftValues.h"
 
 #include "base/Number.h"
 
@@ -14,8 +15,14 @@
 namespace korvane {
 
 struct DataSetView::Place {
-    const VR* element = nullptr;
+    VR* element = nullptr;
     std::string characterSet;
+
+    // The element with its value: one that was left in the file comes and stays.
+    const VR* WithValue() const {
+        if (element != nullptr) LeftValueReader().Load(*element);
+        return element;
+    }
 };
 
 namespace {
@@ -93,9 +100,11 @@ void WalkLevel(const DICOMObject& dataSet, int depth, const std::function<void(c
 bool AreEqual(const DICOMObject& left, const DICOMObject& right) {
     const VR* a = left.GetFirst();
     const VR* b = right.GetFirst();
+    LeftValueReader reader;
     for (; a != nullptr && b != nullptr; a = left.GetNext(a), b = right.GetNext(b)) {
         const bool same = a->m_Group == b->m_Group && a->m_Element == b->m_Element && a->m_TypeCode == b->m_TypeCode &&
-                          a->GetItemCount() == b->GetItemCount() && a->GetText() == b->GetText();
+                          a->GetItemCount() == b->GetItemCount() &&
+                          WithValue(*a, reader)->GetText() == WithValue(*b, reader)->GetText();
         if (!same) return false;
         for (std::uint32_t i = 0; i < a->GetItemCount(); ++i) {
             if (!AreEqual(*a->GetItem(i), *b->GetItem(i))) return false;
@@ -132,7 +141,7 @@ std::string DataSetView::TypeOf(const ElementPath& path) const {
 
 std::vector<std::string> DataSetView::Texts(const ElementPath& path) const {
     const Place place = Find(path);
-    return place.element != nullptr ? ValuesOf(*place.element, place.characterSet) : std::vector<std::string>();
+    return place.element != nullptr ? ValuesOf(*place.WithValue(), place.characterSet) : std::vector<std::string>();
 }
 
 std::string DataSetView::Text(const ElementPath& path) const {
@@ -146,7 +155,7 @@ std::string DataSetView::Text(const ElementPath& path) const {
 }
 
 std::vector<double> DataSetView::Reals(const ElementPath& path) const {
-    return NumbersOf<double>(Find(path).element, path);
+    return NumbersOf<double>(Find(path).WithValue(), path);
 }
 
 std::optional<double> DataSetView::Real(const ElementPath& path) const {
@@ -154,7 +163,7 @@ std::optional<double> DataSetView::Real(const ElementPath& path) const {
 }
 
 std::vector<std::int64_t> DataSetView::Integers(const ElementPath& path) const {
-    return NumbersOf<std::int64_t>(Find(path).element, path);
+    return NumbersOf<std::int64_t>(Find(path).WithValue(), path);
 }
 
 std::optional<std::int64_t> DataSetView::Integer(const ElementPath& path) const {
@@ -193,8 +202,9 @@ std::optional<std::chrono::microseconds> DataSetView::Time(const ElementPath& pa
 
 std::span<const unsigned char> DataSetView::Bytes(const ElementPath& path) const {
     const Place place = Find(path);
-    if (place.element == nullptr || place.element->m_pData == nullptr) return {};
-    return {place.element->m_pData, place.element->m_Length};
+    const VR* const element = place.WithValue();
+    if (element == nullptr || element->m_pData == nullptr) return {};
+    return {element->m_pData, element->m_Length};
 }
 
 std::vector<DataSetView> DataSetView::Items(const ElementPath& path) const {

@@ -20,6 +20,8 @@ namespace korvane {
 
 namespace {
 
+constexpr std::uint32_t kLeftInFile = 64 * 1024;  // of larger values little is shown, or they are passed on
+
 // Whether anything at or behind the pixel data is asked for.
 bool NeedsPixels(const DumpOptions& options) {
     return options.only.empty() || std::any_of(options.only.begin(), options.only.end(), [](const ElementPath& path) {
@@ -52,7 +54,7 @@ void Prepare(const DataSetFile& file, const std::string& path, const DumpOptions
 // Nothing when it is no DICOM file.
 std::optional<DataSetFile> ReadForDump(const std::string& path, const DumpOptions& options) {
     const int option = NeedsPixels(options) ? kParseAll : kStopBeforePixelData;
-    DataSetFile file = ReadDataSetFile(path, option, options.watcher, options.leniency);
+    DataSetFile file = ReadDataSetFile(path, option, options.watcher, options.leniency, kLeftInFile);
     if (file.dataSet == nullptr) return std::nullopt;
     Prepare(file, path, options);
     return file;

@@ -2,6 +2,7 @@
 #include "Base64.h"
 #include "DumpText.h"
 #include "ElementText.h"
+#include "LeftValues.h"
 
 #include "base/Bytes.h"
 
@@ -47,9 +48,9 @@ Json ToNumber(std::string_view text) {
 
 class JsonDump {
 public:
-    JsonDump(bool meta, const Watch& watch) : m_bMeta(meta), m_Watch(watch) {}
+    JsonDump(bool meta, const Watch& watch) : m_bMeta(meta), m_Watch(watch), m_Left(watch) {}
 
-    Json DataSet(const DICOMObject& dataSet, const TextDecoder& outer) const {
+    Json DataSet(const DICOMObject& dataSet, const TextDecoder& outer) {
         const VR* const set = FindElement(dataSet, tags::SpecificCharacterSet);
         const TextDecoder decoder = set != nullptr ? TextDecoder(set->GetText()) : outer;
         const std::vector<const VR*> elements = SortedElements(dataSet);
@@ -75,11 +76,11 @@ private:
         return array;
     }
 
-    Json Element(const VR& element, const TextDecoder& decoder) const {
+    Json Element(const VR& element, const TextDecoder& decoder) {
         Json member;
         member["vr"] = TypeLetters(element);
         if (IsBinary(element)) {
-            if (element.m_Length > 0 || IsEncapsulated(&element)) member["InlineBinary"] = Base64Of(element);
+            if (element.m_Length > 0 || IsEncapsulated(&element)) member["InlineBinary"] = Base64Of(element, m_Left);
         } else if (Json values = Values(element, decoder); !values.empty()) {
             member["Value"] = std::move(values);
         }
@@ -91,12 +92,13 @@ private:
         return !IsSequence(element) && (kind == ValueKind::Binary || kind == ValueKind::Sequence);
     }
 
-    Json Values(const VR& element, const TextDecoder& decoder) const {
+    Json Values(const VR& element, const TextDecoder& decoder) {
         if (IsSequence(element)) return Items(element, decoder);
-        return GetValueKind(element.m_TypeCode) == ValueKind::Text ? Texts(element, decoder) : Numbers(element);
+        return GetValueKind(element.m_TypeCode) == ValueKind::Text ? Texts(element, decoder)
+                                                                   : Numbers(*WithValue(element, m_Left));
     }
 
-    Json Items(const VR& element, const TextDecoder& decoder) const {
+    Json Items(const VR& element, const TextDecoder& decoder) {
         Json items = NewArray(element.GetItemCount());
         for (std::uint32_t i = 0; i < element.GetItemCount(); ++i) {
             items.push_back(DataSet(*element.GetItem(i), decoder));
@@ -152,26 +154,27 @@ private:
 
     bool m_bMeta;
     Watch m_Watch;
+    LeftValueReader m_Left;
 };
 
 }  // namespace
 
-std::string Base64Of(const VR& element) {
+std::string Base64Of(const VR& element, LeftValueReader& left) {
     constexpr std::size_t kHeader = 8;
-    std::vector<std::string_view> fragments;
-    std::size_t length = element.GetText().size();
-    for (std::uint32_t i = 0; IsEncapsulated(&element) && i < element.GetItemCount(); ++i) {
+    const std::uint32_t fragments = IsEncapsulated(&element) ? element.GetItemCount() : 0;
+    std::size_t length = element.m_Length;
+    for (std::uint32_t i = 0; i < fragments; ++i) {
         const VR* const fragment = GetFragment(element, i);
-        fragments.push_back(fragment != nullptr ? fragment->GetText() : std::string_view());
-        length += kHeader + fragments.back().size();
+        length += kHeader + (fragment != nullptr ? fragment->m_Length : 0);
     }
     Base64 text(length);
-    text.Append(element.GetText());
-    for (const std::string_view bytes : fragments) {
+    if (fragments == 0) text.Append(WithValue(element, left)->GetText());
+    for (std::uint32_t i = 0; i < fragments; ++i) {
+        const VR* const fragment = GetFragment(element, i);
         char header[kHeader] = {'\xFE', '\xFF', '\x00', '\xE0'};
-        platform::StoreLittle(header + 4, static_cast<std::uint32_t>(bytes.size()));
+        platform::StoreLittle(header + 4, fragment != nullptr ? fragment->m_Length : 0U);
         text.Append({header, sizeof header});
-        text.Append(bytes);
+        if (fragment != nullptr) text.Append(WithValue(*fragment, left)->GetText());
     }
     return std::move(text).Finish();
 }

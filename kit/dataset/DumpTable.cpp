@@ -3,6 +3,7 @@
 #include "../core/TextEncoding.h"
 #include "DumpText.h"
 #include "ElementText.h"
+#include "LeftValues.h"
 
 #include <ostream>
 #include <string_view>
@@ -26,15 +27,17 @@ std::string Joined(const std::vector<std::string>& values) {
 }
 
 std::string ValueOf(const VR& element, const TextDecoder& decoder) {
+    LeftValueReader left;
     if (IsSequence(element)) {
         const std::uint32_t count = element.GetItemCount();
         return std::to_string(count) + (count == 1 ? " item" : " items");
     }
     const ValueKind kind = GetValueKind(element.m_TypeCode);
     if (kind == ValueKind::Text) return Joined(TextParts(element, decoder, Undecoded::Replace));
-    if (kind == ValueKind::Binary || kind == ValueKind::Sequence) return Base64Of(element);
+    if (kind == ValueKind::Binary || kind == ValueKind::Sequence) return Base64Of(element, left);
     std::vector<std::string> numbers;
-    for (std::size_t i = 0; i < CountNumbers(element); ++i) numbers.push_back(NumberAt(element, i));
+    const WithValue whole(element, left);
+    for (std::size_t i = 0; i < CountNumbers(*whole); ++i) numbers.push_back(NumberAt(*whole, i));
     return Joined(numbers);
 }
 

@@ -2,6 +2,7 @@
 
 #include "../core/TextEncoding.h"
 #include "ElementText.h"
+#include "LeftValues.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -14,12 +15,14 @@ namespace {
 
 constexpr std::size_t kCutText = 100;
 constexpr std::size_t kCutBytes = 32;
+constexpr std::uint32_t kSeenOfLong = 4096;  // more than is shown of any value
 constexpr std::size_t kNameWidth = 36;
 constexpr std::size_t kNoCut = static_cast<std::size_t>(-1);
 
 class TextDump {
 public:
-    TextDump(bool whole, std::ostream& out, const Watch& watch) : m_bWhole(whole), m_Out(out), m_Watch(watch) {}
+    TextDump(bool whole, std::ostream& out, const Watch& watch)
+        : m_bWhole(whole), m_Out(out), m_Watch(watch), m_Left(watch) {}
 
     void DataSet(const DICOMObject& dataSet, const TextDecoder& outer, int depth) {
         const VR* const set = FindElement(dataSet, tags::SpecificCharacterSet);
@@ -39,7 +42,7 @@ private:
         } else if (IsEncapsulated(&element)) {
             value = Items(element.GetItemCount(), "fragment") + ", the offset table included";
         } else {
-            value = Value(element, decoder);
+            value = Value(*WithValue(element, m_Left, Seen()), decoder);
         }
         Indent(depth);
         char head[32];
@@ -64,7 +67,9 @@ private:
         char head[48];
         std::snprintf(head, sizeof head, "fragment %u %8u  ", index + 1, fragment != nullptr ? fragment->m_Length : 0U);
         Indent(depth);
-        m_Out << head << (fragment != nullptr ? Bytes(fragment->GetText()) : std::string()) << '\n';
+        m_Out << head;
+        if (fragment != nullptr) m_Out << Bytes(WithValue(*fragment, m_Left, Seen())->GetText());
+        m_Out << '\n';
     }
 
     void Indent(int depth) { m_Out << std::string(static_cast<std::size_t>(2 * depth), ' '); }
@@ -124,11 +129,13 @@ private:
         return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
     }
 
+    std::uint32_t Seen() const { return m_bWhole ? UINT32_MAX : kSeenOfLong; }
     std::size_t Limit(std::size_t cut) const { return m_bWhole ? kNoCut : cut; }
 
     bool m_bWhole;
     std::ostream& m_Out;
     Watch m_Watch;
+    LeftValueReader m_Left;
 };
 
 }  // namespace

@@ -9,6 +9,8 @@
 
 namespace korvane {
 
+class LeftValueReader;
+
 /// One line for each element: tag, type, length, name, value; items indented. What cannot be printed is escaped. Values
 /// are cut after some 100 characters unless `whole`.
 void DumpAsText(const DICOMObject& dataSet, bool whole, std::ostream& out, const Watch& watch);
@@ -22,7 +24,8 @@ void DumpAsJson(const DICOMObject& dataSet, bool meta, std::ostream& out, const 
 /// The Native DICOM Model (PS3.19 A.1), of the same elements.
 void DumpAsXml(const DICOMObject& dataSet, bool meta, std::ostream& out, const Watch& watch);
 
-/// A value of bytes in base 64; of encapsulated pixel data all fragments with their item headers.
-std::string Base64Of(const VR& element);
+/// A value of bytes in base 64; of encapsulated pixel data all fragments with their item headers. What lies in a file
+/// comes from there, by `left`.
+std::string Base64Of(const VR& element, LeftValueReader& left);
 
 }  // namespace korvane

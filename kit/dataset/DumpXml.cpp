@@ -2,6 +2,7 @@
 #include "Attributes.h"
 #include "DumpText.h"
 #include "ElementText.h"
+#include "LeftValues.h"
 
 #include <algorithm>
 #include <array>
@@ -41,7 +42,8 @@ std::string Escaped(std::string_view text) {
 
 class XmlDump {
 public:
-    XmlDump(bool meta, std::ostream& out, const Watch& watch) : m_bMeta(meta), m_Out(out), m_Watch(watch) {}
+    XmlDump(bool meta, std::ostream& out, const Watch& watch)
+        : m_bMeta(meta), m_Out(out), m_Watch(watch), m_Left(watch) {}
 
     void DataSet(const DICOMObject& dataSet, const TextDecoder& outer) {
         const VR* const set = FindElement(dataSet, tags::SpecificCharacterSet);
@@ -86,10 +88,11 @@ private:
         } else if (kind == ValueKind::Text) {
             Texts(element, decoder);
         } else if (kind != ValueKind::Binary && kind != ValueKind::Sequence) {
-            const std::size_t count = CountNumbers(element);
-            for (std::size_t i = 0; i < count; ++i) Value(i, NumberAt(element, i));
+            const WithValue whole(element, m_Left);
+            const std::size_t count = CountNumbers(*whole);
+            for (std::size_t i = 0; i < count; ++i) Value(i, NumberAt(*whole, i));
         } else if (element.m_Length > 0 || IsEncapsulated(&element)) {
-            m_Out << "<InlineBinary>" << Base64Of(element) << "</InlineBinary>\n";
+            m_Out << "<InlineBinary>" << Base64Of(element, m_Left) << "</InlineBinary>\n";
         }
     }
 
@@ -136,6 +139,7 @@ private:
     bool m_bMeta;
     std::ostream& m_Out;
     Watch m_Watch;
+    LeftValueReader m_Left;
 };
 
 }  // namespace

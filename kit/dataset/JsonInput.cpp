@@ -34,53 +34,70 @@ std::string TextOf(const std::string& key, const Json& value) {
     return name;
 }
 
-void AddElement(DataSet& set, const std::string& path, const std::string& key, const Json& member, int depth);
-
-void AddMembers(DataSet& set, const std::string& prefix, const Json& object, int depth) {
-    if (!object.is_object() || depth > kDeepest) Refuse(prefix, "not a data set, or nested too deep");
-    for (const auto& [key, member] : object.items()) {
-        std::uint32_t tag = 0;
-        const auto result = std::from_chars(key.data(), key.data() + key.size(), tag, 16);
-        if (key.size() != 8 || result.ec != std::errc() || result.ptr != key.data() + 8)
-            Refuse(prefix + key, "not a tag");
-        if (tag == 0x00080005 || !member.is_object()) continue;
-        AddElement(set, prefix + key, key, member, depth);
-    }
-}
-
-void AddElement(DataSet& set, const std::string& path, const std::string& key, const Json& member, int depth) {
-    const std::string type = member.value("vr", std::string("UN"));
-    if (type.size() != 2) Refuse(path, "its \"vr\" is no type");
-    if (member.contains("InlineBinary") && member["InlineBinary"].is_string()) {
-        const std::optional<std::string> bytes = FromBase64(member["InlineBinary"].get_ref<const std::string&>());
-        if (!bytes) Refuse(path, "its \"InlineBinary\" is not base 64");
-        set.SetBytes(path, {reinterpret_cast<const unsigned char*>(bytes->data()), bytes->size()}, type);
-        return;
-    }
-    set.SetBytes(path, {}, type);
-    if (!member.contains("Value") || !member["Value"].is_array()) return;
-    const Json& values = member["Value"];
-    if (type == "SQ") {
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            set.AddItem(path);
-            AddMembers(set, path + '[' + std::to_string(i) + "].", values[i], depth + 1);
+class JsonReading {
+public:
+    void AddMembers(const std::string& prefix, const Json& object, int depth) {
+        if (!object.is_object() || depth > kDeepest) Refuse(prefix, "not a data set, or nested too deep");
+        for (const auto& [key, member] : object.items()) {
+            std::uint32_t tag = 0;
+            const auto result = std::from_chars(key.data(), key.data() + key.size(), tag, 16);
+            if (key.size() != 8 || result.ec != std::errc() || result.ptr != key.data() + 8)
+                Refuse(prefix + key, "not a tag");
+            if (!member.is_object()) Refuse(prefix + key, "not an element");
+            if (tag == 0x00080005) continue;
+            AddElement(prefix + key, key, member, depth);
         }
-        return;
     }
-    std::string text;
-    for (std::size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : "\\") + TextOf(key, values[i]);
-    set.SetUnchecked(path, text);
-}
+
+    void AddElement(const std::string& path, const std::string& key, const Json& member, int depth) {
+        const Json letters = member.contains("vr") ? member["vr"] : Json("UN");
+        const std::string type = letters.is_string() ? letters.get<std::string>() : std::string();
+        if (type.size() != 2) Refuse(path, "its \"vr\" is no type");
+        if (member.contains("BulkDataURI")) {
+            elsewhere.push_back(path);
+            return;
+        }
+        if (member.contains("InlineBinary")) {
+            const Json& inner = member["InlineBinary"];
+            const auto bytes = inner.is_string() ? FromBase64(inner.get_ref<const std::string&>()) : std::nullopt;
+            if (!bytes) Refuse(path, "its \"InlineBinary\" is not base 64");
+            set.SetBytes(path, {reinterpret_cast<const unsigned char*>(bytes->data()), bytes->size()}, type);
+            return;
+        }
+        set.SetBytes(path, {}, type);
+        if (!member.contains("Value")) return;
+        const Json& values = member["Value"];
+        if (!values.is_array()) Refuse(path, "its \"Value\" is no array");
+        if (type == "SQ") {
+            for (std::size_t i = 0; i < values.size(); ++i) {
+                set.AddItem(path);
+                AddMembers(path + '[' + std::to_string(i) + "].", values[i], depth + 1);
+            }
+            return;
+        }
+        std::string text;
+        for (std::size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : "\\") + TextOf(key, values[i]);
+        set.SetUnchecked(path, text);
+    }
+
+    DataSet set;
+    std::vector<std::string> elsewhere;  // paths of elements whose values are not in the JSON
+};
 
 }  // namespace
 
 DataSet DataSet::FromJson(std::string_view json) {
     const Json object = Json::parse(json.begin(), json.end(), nullptr, false);
     if (object.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON");
-    DataSet set;
-    set.Set("SpecificCharacterSet", "ISO_IR 192");
-    AddMembers(set, {}, object, 0);
-    return set;
+    JsonReading reading;
+    reading.set.Set("SpecificCharacterSet", "ISO_IR 192");
+    reading.AddMembers({}, object, 0);
+    for (const std::string& path : reading.elsewhere) {
+        reading.set.m_Report.complete = false;
+        reading.set.m_Report.findings.push_back(
+            {.kind = FindingKind::Unreadable, .text = path + ": its value is elsewhere (BulkDataURI) and left out"});
+    }
+    return std::move(reading.set);
 }
 
 }  // namespace korvane

@@ -1,6 +1,7 @@
 #include "KnownTypes.h"
 
 #include "Attributes.h"
+#include "LeftValues.h"
 
 #include <algorithm>
 #include <memory>
@@ -53,6 +54,8 @@ private:
             if (row == nullptr) return false;
             type = row->typeCode;
         }
+        const bool mustBeSeen = type == TypeCode("SQ") || GetValueKind(type) == ValueKind::Text;
+        if (mustBeSeen) LeftValueReader().Load(element);
         if (type == TypeCode("SQ")) return !m_bBig && opened < kDeepestOpened && MakeItems(element);
         if (Fits(element, type)) element.m_TypeCode = type;
         return false;

@@ -1,5 +1,7 @@
 #include "TolerantParser.h"
 
+#include "LeftValues.h"
+
 #include "base/Bytes.h"
 
 #include <algorithm>
@@ -222,6 +224,8 @@ TolerantParser::End TolerantParser::ReadValue(Buffer& buffer, VR& element, std::
                                          std::to_string(there) + " of " + std::to_string(length) + " bytes are there");
         if (!m_Leniency.cutValues) return End::Fault;
     }
+    if (m_pLeft != nullptr && there > 0 && m_pLeft->Leave(buffer, element, there))
+        return there < length ? End::Fault : End::Data;
     if (there > 0 && (element.AllocateValue(there) == nullptr || !buffer.Read(element.m_pData, there)))
         return End::Fault;
     element.m_Length = there;

@@ -11,6 +11,8 @@
 
 namespace korvane {
 
+class LeftValues;
+
 /// Whether two letters are a value representation of the standard.
 bool IsKnownType(unsigned char first, unsigned char second);
 
@@ -18,8 +20,9 @@ bool IsKnownType(unsigned char first, unsigned char second);
 /// leniency covers ends the parse; what was read until then stays.
 class TolerantParser {
 public:
-    TolerantParser(const Leniency& leniency, std::vector<Finding>& findings)
-        : m_Leniency(leniency), m_Findings(findings) {}
+    /// `left`: keeps large values out of memory; may be null.
+    TolerantParser(const Leniency& leniency, std::vector<Finding>& findings, LeftValues* left = nullptr)
+        : m_Leniency(leniency), m_Findings(findings), m_pLeft(left) {}
 
     /// `buffer` stands behind group 0002 and knows its end. `option`: see `ParseOption`. Whether all was read.
     bool Parse(int syntax, Buffer& buffer, DICOMObject& target, int option);
@@ -55,6 +58,7 @@ private:
 
     Leniency m_Leniency;
     std::vector<Finding>& m_Findings;
+    LeftValues* m_pLeft;
     int m_Option = kParseAll;
     bool m_bBig = false;
     bool m_bStopped = false;

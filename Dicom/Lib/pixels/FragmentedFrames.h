@@ -1,7 +1,8 @@
-// Which fragments of encapsulated pixel data make up which frame (PS3.5 A.4).
+// The frames of encapsulated pixel data in memory (PS3.5 A.4).
 #pragma once
 
 #include "../dataset/DICOMObject.h"
+#include "FrameIndex.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -9,13 +10,7 @@
 #include <string>
 #include <vector>
 
-/// A view of pixel data, which must outlive it unchanged.
-///
-/// With as many fragments as frames, each is one. A single frame has all fragments, of which only the first may begin as
-/// streams do. Otherwise the first of these that
-/// fits the fragments tells where frames begin: basic offset table, Extended Offset Table (7FE0,0001), the marks that
-/// streams begin with (JPEG, JPEG-LS, JPEG 2000, RLE). A table fits when each entry, less the first, is where a fragment
-/// begins, ascending; what a table that does not fit says is never used.
+/// A view of pixel data, which must outlive it unchanged, as `FrameIndex` arranges it.
 class FragmentedFrames {
 public:
     /// `dataSet` holds the pixel data and, where there is one, the extended table; `frames` is how many there must be.
@@ -35,10 +30,7 @@ public:
 private:
     using Bytes = std::span<const unsigned char>;
 
-    void Collect(const VR& pixelData);
-    template <class Offset>
-    bool ArrangeByTable(const VR* table, std::uint32_t frames);
-    bool ArrangeByMarks(std::uint32_t frames);
+    bool Collect(const VR& pixelData);
 
     std::vector<Bytes> m_Fragments;
     std::vector<std::uint32_t> m_Begins;  // first fragment of each frame, and how many fragments there are

@@ -63,6 +63,11 @@ bool ReadValue(Buffer& buffer, VR& element, std::uint32_t length) {
     return true;
 }
 
+bool LeaveOrReadValue(ValueLeaver* leaver, Buffer& buffer, VR& element, std::uint32_t length) {
+    const bool isLeft = leaver != nullptr && length != 0 && leaver->LeaveValue(buffer, element, length);
+    return isLeft || ReadValue(buffer, element, length);
+}
+
 void TraceImplicitDelimiter(std::uint16_t element, std::uint32_t length) {
     Trace(kDumpTransferSyntax, "[%4.4X,%4.4X][%6d]", 0xFFFE, element, static_cast<int>(length));
     if (element == kItemEnds || element == kSequenceEnds) {
@@ -114,7 +119,8 @@ void TraceSequence(const VR& element, std::uint32_t length, bool explicitVR) {
 }  // namespace
 
 DataSetParse::DataSetParse(TransferSyntaxCodec& codec, int option)
-    : m_Codec(codec), m_Option(option), m_bTracing(IsDebugFlagOn(kDumpTransferSyntax)) {}
+    : m_Codec(codec), m_pLeaver(dynamic_cast<ValueLeaver*>(&codec)), m_Option(option),
+      m_bTracing(IsDebugFlagOn(kDumpTransferSyntax)) {}
 
 int DataSetParse::ParseLevel(const Level& level) {
     const bool delimited = std::exchange(m_bDelimited, false);
@@ -232,7 +238,7 @@ DataSetParse::Outcome DataSetParse::ParseValue(const Level& level, std::unique_p
         m_Stopped = length;
         return Outcome::LevelEnds;
     }
-    if (!ReadValue(level.buffer, *element, length)) return Outcome::Failed;
+    if (!LeaveOrReadValue(m_pLeaver, level.buffer, *element, length)) return Outcome::Failed;
     if (element->m_Group == 0x0028 && element->m_Element == 0x0103 && length == 2) {
         const bool isSigned = platform::LoadLittle<std::uint16_t>(element->m_pData) != 0;
         m_bAnySigned = m_bAnySigned || isSigned;
@@ -258,6 +264,7 @@ void DataSetParse::DecideSigns(DICOMObject& target) const {
 
 int TransferSyntaxCodec::ParseEncapsulated(Buffer& buffer, DICOMObject* target) {
     const ElementHeaderReader reader(true, IsBig(buffer));
+    auto* const leaver = dynamic_cast<ValueLeaver*>(this);
     for (;;) {
         const std::uint32_t offset = buffer.GetPosition();
         ElementHeader header;
@@ -267,7 +274,7 @@ int TransferSyntaxCodec::ParseEncapsulated(Buffer& buffer, DICOMObject* target) 
         auto fragment = MakeElement(header, offset);
         fragment->m_TypeCode = TypeCode("OB");
         auto item = std::make_unique<DICOMDataObject>();
-        if (!ReadValue(buffer, *fragment, header.length)) return 0;
+        if (!LeaveOrReadValue(leaver, buffer, *fragment, header.length)) return 0;
         if (header.length > 0) {
             if (item->Push(fragment.get()) == 0) return 0;
             fragment.release();

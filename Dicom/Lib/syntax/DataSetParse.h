@@ -3,6 +3,7 @@
 
 #include "ElementHeader.h"
 #include "TransferSyntaxCodec.h"
+#include "ValueLeaver.h"
 
 #include <cstdint>
 #include <memory>
@@ -51,6 +52,7 @@ private:
     void CompleteType(VR& element);
 
     TransferSyntaxCodec& m_Codec;
+    ValueLeaver* m_pLeaver;  // the codec too; null where it is none
     int m_Option;
     bool m_bTracing;
     bool m_bSigned = false;     // what (0028,0103) at the top said so far

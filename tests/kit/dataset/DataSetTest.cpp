@@ -121,10 +121,15 @@ TEST(DataSetTest, JsonBothWays) {
     const DataSet back = DataSet::FromJson(set.ToJson());
     EXPECT_EQ(back.ToJson(), set.ToJson());
     EXPECT_EQ(back.Text("PatientName"), set.Text("PatientName"));
-    for (const char* const json :
-         {"", "[]", "{\"0010\":{}}", "{\"00100010\":{\"vr\":\"PN\",\"InlineBinary\":\"a\"}}"}) {
+    for (const char* const json : {"", "[]", "{\"0010\":{}}", "{\"00100010\":{\"vr\":\"PN\",\"InlineBinary\":\"a\"}}",
+                                   "{\"00100010\":{\"vr\":[\"PN\"]}}", "{\"00100010\":\"A^B\"}",
+                                   "{\"00100010\":{\"vr\":\"PN\",\"Value\":\"A\"}}"}) {
         Refuses([&] { DataSet::FromJson(json); }, ErrorKind::Damaged);
     }
+    // A value that is elsewhere is not an empty one.
+    const DataSet partly = DataSet::FromJson(R"({"7FE00010":{"vr":"OW","BulkDataURI":"file:x"}})");
+    EXPECT_FALSE(partly.Has("PixelData") || partly.GetReport().complete);
+    EXPECT_EQ(partly.GetReport().findings.size(), 1U);
 }
 
 bool Tells(const DataSet& set, FindingKind kind) {

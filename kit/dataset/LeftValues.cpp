@@ -1,0 +1,194 @@
+#include "LeftValues.h"
+
+#include "../core/Error.h"
+#include "../core/Paths.h"
+
+#include "base/Bytes.h"
+#include "platform/File.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <system_error>
+
+namespace korvane {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::uint32_t kLeastLeft = 256;       // what is shorter costs less to hold than to find again
+constexpr std::uint32_t kLeastFragment = 1024;  // there may be very many
+constexpr std::uint32_t kStep = 1U << 20;
+
+template <class Visit>
+bool AnyElement(const DICOMObject& dataSet, const Visit& visit) {
+    for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
+        if (visit(*element)) return true;
+        for (std::uint32_t i = 0; i < element->GetItemCount(); ++i) {
+            if (AnyElement(*element->GetItem(i), visit)) return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+bool HasLeftValues(const DICOMObject& dataSet) {
+    return AnyElement(dataSet, [](const VR& element) { return IsLeft(element); });
+}
+
+void CarryLeftValues(const DICOMObject& original, DICOMObject& copy) {
+    VR* to = copy.GetFirst();
+    for (const VR* from = original.GetFirst(); from != nullptr && to != nullptr;
+         from = original.GetNext(from), to = copy.GetNext(to)) {
+        if (IsLeft(*from)) to->m_pReference = from->m_pReference;
+        for (std::uint32_t i = 0; i < from->GetItemCount(); ++i) CarryLeftValues(*from->GetItem(i), *to->GetItem(i));
+    }
+}
+
+bool SeekingBuffer::Open(const std::string& path, std::uint64_t size) {
+    m_pFile.reset(platform::OpenFile(path.c_str(), "rb"));
+    if (m_pFile == nullptr) return false;
+    std::setvbuf(m_pFile.get(), nullptr, _IONBF, 0);
+    SetStreamEnd(size);
+    return true;
+}
+
+std::uint64_t SeekingBuffer::GetPlace() {
+    // What is unread always lies in the read area, at the end of what was filled last.
+    const unsigned char* const next = Peek(1);
+    return m_Place - static_cast<std::uint64_t>(next != nullptr ? m_pFilled - next : 0);
+}
+
+bool SeekingBuffer::PassOver(std::uint32_t count) {
+    m_PassedOver = GetPlace() + count;
+    return Skip(count);
+}
+
+std::size_t SeekingBuffer::Fill(void* bytes, std::size_t capacity) {
+    if (m_iError == 0 && m_Stop.IsStopped(capacity)) m_iError = EINTR;
+    if (m_iError != 0) return 0;
+    std::size_t got = 0;
+    if (m_Place < m_PassedOver) {
+        // Skipped unseen: whatever lies in the area does for them.
+        got = static_cast<std::size_t>(std::min<std::uint64_t>(capacity, m_PassedOver - m_Place));
+        m_bSeek = true;
+    } else {
+        errno = 0;
+        const bool stands = !m_bSeek || platform::SeekFile(m_pFile.get(), m_Place) == 0;
+        m_bSeek = false;
+        if (stands) got = std::fread(bytes, 1, capacity, m_pFile.get());
+        if (!stands || (got < capacity && std::ferror(m_pFile.get()) != 0)) m_iError = errno != 0 ? errno : EIO;
+    }
+    m_Place += got;
+    m_pFilled = static_cast<const unsigned char*>(bytes) + got;
+    return got;
+}
+
+LeftValues::LeftValues(const NamedFile& file, std::uint32_t larger)
+    : m_Name(file.name), m_Place(file.place), m_Larger(std::max(larger, kLeastLeft)), m_State(StateOf(file.place)) {}
+
+LeftValues::State LeftValues::StateOf(const std::string& path) {
+    std::error_code error;
+    const fs::path file = PathFromText(path);
+    State state;
+    if (!fs::is_regular_file(file, error)) return state;
+    state.size = fs::file_size(file, error);
+    if (!error) state.written = fs::last_write_time(file, error);
+    return error ? State() : state;
+}
+
+std::shared_ptr<LeftValues> LeftValues::Of(const NamedFile& file, std::uint32_t larger) {
+    if (larger == 0) return nullptr;
+    std::shared_ptr<LeftValues> values(new LeftValues(file, larger));
+    return values->GetSize() > 0 ? values : nullptr;
+}
+
+bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {
+    auto* const file = dynamic_cast<SeekingBuffer*>(&buffer);  // what was inflated lies nowhere
+    const bool isFragment = element.m_Group == ElementHeader::kDelimiters;
+    const bool isText = GetValueKind(element.m_TypeCode) == ValueKind::Text;
+    if (file == nullptr || isText || length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
+        return false;
+    if (length >= ElementHeader::kUndefinedLength - 1 || length > buffer.GetRemaining()) return false;
+    const bool isBig = buffer.GetByteOrder() == Buffer::kBigEndian;
+    m_Values.push_back({this, file->GetPlace(), length, isBig ? GetSwapUnit(element.m_TypeCode) : 1});
+    element.m_Length = length + (length & 1U);
+    element.m_pReference = &m_Values.back();
+    return file->PassOver(length);
+}
+
+void LeftValueReader::Open(const VR& element) {
+    const LeftValues* const source = static_cast<const LeftValues::Value*>(element.m_pReference)->source;
+    if (source == m_pSource) return;
+    Close();
+    errno = 0;
+    m_pFile.reset(platform::OpenFile(source->m_Place.c_str(), "rb"));
+    const std::string& name = source->m_Name;
+    if (m_pFile == nullptr) {
+        const std::string reason = SystemText(errno);
+        throw Error(ErrorKind::Disk, "cannot read " + name + ": " + reason + "; values were left in it").InFile(name);
+    }
+    if (LeftValues::StateOf(source->m_Place) != source->m_State) {
+        throw Error(ErrorKind::Disk, name + ": has changed since it was read; values were left in it").InFile(name);
+    }
+    m_pSource = source;
+}
+
+void LeftValueReader::Close() {
+    m_pFile.reset();
+    m_pSource = nullptr;
+}
+
+void LeftValueReader::Read(const VR& element, std::uint32_t from, std::span<unsigned char> bytes) {
+    Open(element);
+    const auto& value = *static_cast<const LeftValues::Value*>(element.m_pReference);
+    const std::uint32_t there = value.length - std::min(from, value.length);
+    const std::span<unsigned char> wanted = bytes.first(std::min<std::size_t>(bytes.size(), there));
+    errno = 0;
+    std::size_t got = 0;
+    if (platform::SeekFile(m_pFile.get(), value.offset + from) == 0) {
+        for (std::size_t step; got < wanted.size(); got += step) {
+            if (m_Stop.IsStopped(kStep)) throw Error(ErrorKind::Stopped, "stopped");
+            const std::size_t most = std::min<std::size_t>(kStep, wanted.size() - got);
+            step = std::fread(wanted.data() + got, 1, most, m_pFile.get());
+            if (step == 0) break;
+        }
+    }
+    if (got < wanted.size()) {
+        const std::string& name = m_pSource->m_Name;
+        const std::string reason = errno != 0 ? SystemText(errno) : "it has become shorter";
+        throw Error(ErrorKind::Disk, "cannot read " + name + ": " + reason + "; values were left in it").InFile(name);
+    }
+    std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(got), bytes.end(), static_cast<unsigned char>(0));
+    platform::SwapUnits(bytes.data(), bytes.size(), value.unit);
+}
+
+void LeftValueReader::Load(VR& element) {
+    if (!IsLeft(element)) return;
+    VR loaded(element.m_Group, element.m_Element, 0, 0);
+    loaded.m_TypeCode = element.m_TypeCode;
+    if (loaded.AllocateValue(element.m_Length) == nullptr) throw std::bad_alloc();
+    Read(element, 0, {loaded.m_pData, loaded.m_Length});
+    element.TakeValueFrom(&loaded);
+    element.m_pReference = nullptr;
+}
+
+void LeftValueReader::LoadAll(DICOMObject& dataSet) {
+    AnyElement(dataSet, [this](VR& element) {
+        Load(element);
+        return false;
+    });
+}
+
+WithValue::WithValue(const VR& element, LeftValueReader& reader, std::uint32_t most) : m_Element(element) {
+    if (!IsLeft(element)) return;
+    m_Copy.emplace(element.m_Group, element.m_Element, std::uint32_t{0}, 0);
+    m_Copy->m_TypeCode = element.m_TypeCode;
+    const std::uint32_t length = std::min(most, element.m_Length);
+    if (m_Copy->AllocateValue(length) == nullptr) throw std::bad_alloc();
+    reader.Read(element, 0, {m_Copy->m_pData, length});
+}
+
+}  // namespace korvane

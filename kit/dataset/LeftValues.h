@@ -1,0 +1,155 @@
+// Values that stay in their file until they are asked for.
+#pragma once
+
+#include "../../platform/StopQuestion.h"
+#include "../core/Watch.h"
+#include "DataSet.h"
+#include "DataSetFile.h"
+#include "Toolkit.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+namespace korvane {
+
+/// Whether the element's value is in its file: the element then has its length and no data. Whoever wants the value
+/// takes a `LeftValueReader`.
+inline bool IsLeft(const VR& element) {
+    return element.m_pData == nullptr && element.m_Length > 0 && element.m_pReference != nullptr &&
+           element.GetItemCount() == 0;
+}
+
+/// Whether any value of the data set, its items and fragments is.
+bool HasLeftValues(const DICOMObject& dataSet);
+
+/// Makes elements without data in `copy` (a shallow one, which does not have that by itself) left values as in `original`.
+void CarryLeftValues(const DICOMObject& original, DICOMObject& copy);
+
+/// A regular file, read from front to back, in which values can be passed over without reading them.
+class SeekingBuffer : public Buffer {
+public:
+    /// False, with `errno` set, when it cannot be opened; also for what is no regular file.
+    bool Open(const std::string& path, std::uint64_t size);
+    void SetStopQuestion(std::function<bool()> stop) { m_Stop.SetQuestion(std::move(stop)); }
+    bool HasFailed() const { return m_iError != 0; }
+    int GetError() const { return m_iError; }
+
+    /// Where the next byte stands in the file; there must be one.
+    std::uint64_t GetPlace();
+    /// `Skip` without reading.
+    bool PassOver(std::uint32_t count);
+
+protected:
+    std::size_t Fill(void* bytes, std::size_t capacity) override;
+
+private:
+    struct Closer {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+
+    std::unique_ptr<std::FILE, Closer> m_pFile;
+    platform::StopCheck m_Stop;
+    std::uint64_t m_Place = 0;       // of what is filled next
+    std::uint64_t m_PassedOver = 0;  // up to here nothing needs to be read
+    const unsigned char* m_pFilled = nullptr;
+    bool m_bSeek = false;
+    int m_iError = 0;
+};
+
+/// What one file's data set has left in it. Elements point into this object, which must outlive them.
+class LeftValues {
+public:
+    /// `larger`: bytes from which a value is left. Texts never are: whether they are what their character set says must
+    /// be known when reading ends. Nothing when the path is no regular file.
+    static std::shared_ptr<LeftValues> Of(const NamedFile& file, std::uint32_t larger);
+
+    const std::string& GetName() const { return m_Name; }
+    std::uint64_t GetSize() const { return m_State.size; }
+    const std::string& GetPlace() const { return m_Place; }
+
+    /// For parsers; see `ValueLeaver`. Only values that lie in the file as they are can be left.
+    bool Leave(Buffer& buffer, VR& element, std::uint32_t length);
+
+private:
+    friend class LeftValueReader;
+
+    struct Value {
+        const LeftValues* source;
+        std::uint64_t offset;
+        std::uint32_t length;  // in the file, without a pad
+        unsigned unit;         // of numbers to be swapped; 1: none
+    };
+
+    // What changes when a file does.
+    struct State {
+        std::uint64_t size = 0;
+        std::filesystem::file_time_type written{};
+
+        bool operator==(const State&) const = default;
+    };
+
+    LeftValues(const NamedFile& file, std::uint32_t larger);
+    static State StateOf(const std::string& path);
+
+    std::string m_Name;
+    std::string m_Place;
+    std::uint32_t m_Larger;
+    State m_State;
+    std::deque<Value> m_Values;
+};
+
+/// Reads left values; keeps the file open from one to the next. Throws `Error` when the file is not the one any more
+/// that the data set was read from, or cannot be read; `std::bad_alloc`.
+class LeftValueReader {
+public:
+    explicit LeftValueReader(const Watch& watch = {}) { m_Stop.SetQuestion(watch.GetStopQuestion()); }
+
+    /// Some bytes of the value, little endian, from a multiple of 8 on. `IsLeft(element)` must hold.
+    void Read(const VR& element, std::uint32_t from, std::span<unsigned char> bytes);
+    /// Brings the value into memory, where the element is left.
+    void Load(VR& element);
+    /// All of the data set, its items and fragments.
+    void LoadAll(DICOMObject& dataSet);
+    /// Lets go of the file, which is opened again when it is needed.
+    void Close();
+
+private:
+    void Open(const VR& element);
+
+    struct Closer {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+
+    const LeftValues* m_pSource = nullptr;
+    std::unique_ptr<std::FILE, Closer> m_pFile;
+    platform::StopCheck m_Stop;
+};
+
+/// An element with its value: itself, or a copy with what was left in the file, up to `most` bytes of it.
+class WithValue {
+public:
+    WithValue(const VR& element, LeftValueReader& reader, std::uint32_t most = UINT32_MAX);
+
+    const VR& operator*() const { return m_Copy ? *m_Copy : m_Element; }
+    const VR* operator->() const { return &**this; }
+
+private:
+    const VR& m_Element;
+    std::optional<VR> m_Copy;
+};
+
+/// A data set with values in its file, made of what was read and taken apart again.
+struct DataSetParts {
+    static DataSet Join(DataSetFile& file);
+    /// The elements; the data set is done with. `file.left` still has their values.
+    static std::unique_ptr<DICOMDataObject> Take(DataSet& set);
+};
+
+}  // namespace korvane
