@@ -66,8 +66,10 @@ DataSet::DataSet(DataSet&& other) noexcept : DataSet() {
 
 DataSet& DataSet::operator=(DataSet&& other) noexcept {
     if (this == &other) return *this;
-    m_pOwned = other.ReleaseToolkit();
+    m_pOwned = std::exchange(other.m_pOwned, std::make_unique<DICOMDataObject>());
+    m_pLeft = std::exchange(other.m_pLeft, nullptr);
     m_pDataSet = m_pOwned.get();
+    other.m_pDataSet = other.m_pOwned.get();
     m_Report = std::exchange(other.m_Report, {});
     return *this;
 }
@@ -111,6 +113,7 @@ DataSet DataSet::Parse(std::span<const unsigned char> bytes, const ReadOptions& 
 }
 
 DataSet DataSet::FromToolkit(std::unique_ptr<DICOMDataObject> dataSet) {
+    if (dataSet != nullptr) ForgetLeftValues(*dataSet);
     return DataSet(dataSet != nullptr ? std::move(dataSet) : std::make_unique<DICOMDataObject>());
 }
 

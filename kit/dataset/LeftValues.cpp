@@ -47,6 +47,13 @@ void CarryLeftValues(const DICOMObject& original, DICOMObject& copy) {
     }
 }
 
+void ForgetLeftValues(DICOMObject& dataSet) {
+    AnyElement(dataSet, [](VR& element) {
+        if (IsLeft(element)) element.m_pReference = nullptr;
+        return false;
+    });
+}
+
 bool SeekingBuffer::Open(const std::string& path, std::uint64_t size) {
     m_pFile.reset(platform::OpenFile(path.c_str(), "rb"));
     if (m_pFile == nullptr) return false;

@@ -32,6 +32,9 @@ bool HasLeftValues(const DICOMObject& dataSet);
 /// Makes elements without data in `copy` (a shallow one, which does not have that by itself) left values as in `original`.
 void CarryLeftValues(const DICOMObject& original, DICOMObject& copy);
 
+/// For a data set of somebody else: what its elements refer to is nothing of ours.
+void ForgetLeftValues(DICOMObject& dataSet);
+
 /// A regular file, read from front to back, in which values can be passed over without reading them.
 class SeekingBuffer : public Buffer {
 public:

@@ -31,8 +31,8 @@ constexpr std::size_t kRegionBytes = std::size_t{32} << 20;
 constexpr std::size_t kPages = kRegionBytes / kPageBytes;
 using Pool = PagePool<kPages, kPageBytes>;
 
-constexpr std::size_t kSmallest = std::size_t{32} << 10;  // below: the C heap
-constexpr std::size_t kLargest = std::size_t{2} << 20;    // above: a mapping of its own
+constexpr std::size_t kSmallest = std::size_t{3} << 10;  // below: the C heap
+constexpr std::size_t kLargest = std::size_t{2} << 20;   // above: a mapping of its own
 
 /// Blocks from it have whole pages.
 struct Region : PageStock<kPages, kPageBytes> {

@@ -12,8 +12,9 @@
 
 namespace {
 
-// From here on values are pixel data or the like, which want huge pages.
-constexpr std::uint32_t kBufferBytes = 64 * 1024;
+// From here on values have whole pages, in huge ones where those are to be had: what one survivor of a batch leaves free
+// around it is used again and goes back to the system, which the C heap does not do.
+constexpr std::uint32_t kBufferBytes = 3 * 1024;
 
 /// In 32 bits: the largest length, which stands for "undefined" in streams, becomes 0.
 constexpr std::uint32_t RaisedToEven(std::uint32_t length) {

@@ -1,0 +1,110 @@
+// libFuzzer: a file whose large values stay in it gives what it gives when it is read whole, and its frames can be read
+// one by one, whatever offset tables and numbers of frames say. An empty corpus folder is seeded first.
+#include <Korvane/kit/core/Error.h>
+#include <Korvane/kit/dataset/DataSet.h>
+#include <Korvane/kit/dataset/Frames.h>
+#include <Korvane/kit/dataset/Toolkit.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace korvane;
+
+namespace {
+
+constexpr std::uint32_t kSmallest = 256;
+
+DataSet Made(unsigned bits, unsigned frames) {
+    DataSet set;
+    set.Set("SOPClassUID", "1.2.840.10008.5.1.4.1.1.7");
+    set.Set("SOPInstanceUID", "1.2.3.4");
+    set.Set("Rows", 8);
+    set.Set("Columns", 8);
+    set.Set("BitsAllocated", bits);
+    set.Set("NumberOfFrames", frames);
+    set.SetBytes("IconImageSequence[0].PixelData", std::vector<unsigned char>(300, 1), "OW");
+    set.SetBytes("0011,1001", std::vector<unsigned char>(301, 2), "UN");
+    set.SetBytes("PixelData", std::vector<unsigned char>(std::size_t{8} * bits * frames, 3), "OW");
+    return set;
+}
+
+// Three frames in five fragments, with either table.
+DataSet Compressed(bool isExtended) {
+    DataSet set = Made(8, 3);
+    set.Delete("PixelData");
+    set.Set("TransferSyntaxUID", "1.2.840.10008.1.2.4.90");
+    std::vector<unsigned char> table(isExtended ? 24 : 12);
+    table[isExtended ? 8 : 4] = 50;
+    table[isExtended ? 16 : 8] = 58;
+    table[isExtended ? 17 : 9] = 1;
+    if (isExtended) set.SetBytes("ExtendedOffsetTable", table, "OV");
+    auto whole = set.ReleaseToolkit();
+    auto* const pixels = new VR(tags::PixelData, 0, 0);
+    pixels->m_TypeCode = TypeCode("OB");
+    whole->Push(pixels);
+    AppendFragment(*pixels, table.data(), isExtended ? 0 : 12);
+    for (const std::uint32_t length : {14U, 20U, 256U, 30U, 2U}) {
+        AppendFragment(*pixels, std::vector<unsigned char>(length, 4).data(), length);
+    }
+    return DataSet::FromToolkit(std::move(whole));
+}
+
+std::string Saved(const DataSet& set) {
+    std::ostringstream out;
+    try {
+        set.Save(out);
+    } catch (const Error& error) {
+        return error.what();
+    }
+    return out.str();
+}
+
+// All that is told of a data set.
+std::string Facts(const DataSet& set) {
+    std::string facts = set.GetReport().complete ? "whole\n" : "cut\n";
+    for (const Finding& finding : set.GetReport().findings) facts += finding.text + '\n';
+    return facts + set.ToJson(true) + Saved(set);
+}
+
+void ReadFrames(const std::string& path) {
+    constexpr std::size_t kMost = 20;
+    const FrameReader frames(path);
+    for (std::size_t i = 0; i < std::min(frames.GetCount(), kMost); ++i) frames.ReadStored(i);
+    frames.ReadStored(frames.GetCount() - 1);
+    if (frames.Read(frames.GetCount() - 1).Bytes("PixelData").size() > 0xFFFFFFF) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
+    const std::string corpus = (*arguments)[*argumentCount - 1];
+    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    Made(16, 2).Save(corpus + "/explicit");
+    Made(1, 9).Save(corpus + "/implicit", {.syntax = "implicit"});
+    Made(16, 3).Save(corpus + "/big", {.syntax = "big"});
+    Compressed(false).Save(corpus + "/basic");
+    Compressed(true).Save(corpus + "/extended");
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t count) {
+    static const std::string path =
+        std::filesystem::temp_directory_path() / ("korvane-fuzz-" + std::to_string(std::random_device()()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(count));
+    try {
+        const DataSet whole = DataSet::Read(path);
+        if (Facts(DataSet::Read(path, {.leaveLarger = kSmallest})) != Facts(whole)) std::abort();
+        ReadFrames(path);
+    } catch (const Error&) {
+    }
+    std::filesystem::remove(path);
+    return 0;
+}
