@@ -34,6 +34,7 @@ KIT = {
     "kit/study": ["core", "dataset", "vendors"],
     "kit/pictures": ["core", "dataset", "study"],
     "kit/export": ["core", "dataset", "vendors", "study", "pictures"],
+    "kit/batch": ["core", "dataset", "study", "export"],
     "kit/media": ["core", "dataset"],
     "kit/network": ["core", "dataset"],
     "kit/phantom": ["core", "dataset"],

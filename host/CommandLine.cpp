@@ -50,34 +50,54 @@ std::string OptionName(const std::string& argument) {
     return isNumber ? std::string() : argument.substr(0, 2);
 }
 
-}  // namespace
-
-const CLI::App* FindVerb(const CLI::App& program, const std::vector<std::string>& arguments) {
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        if (!OptionName(arguments[i]).empty()) continue;
-        for (const CLI::App* const verb : program.get_subcommands({})) {
-            if (verb->get_name() == arguments[i]) return verb;
-        }
-        return nullptr;
+// The verb of this name, or the part of a verb; null without.
+const CLI::App* FindPart(const CLI::App& of, const std::string& name) {
+    for (const CLI::App* const part : of.get_subcommands({})) {
+        if (part->get_name() == name) return part;
     }
     return nullptr;
 }
 
+}  // namespace
+
+const CLI::App* FindVerb(const CLI::App& program, const std::vector<std::string>& arguments) {
+    const CLI::App* found = &program;
+    for (std::size_t i = 1; i < arguments.size(); ++i) {
+        if (!OptionName(arguments[i]).empty()) continue;
+        const CLI::App* const part = FindPart(*found, arguments[i]);
+        if (part == nullptr) break;
+        found = part;
+    }
+    return found != &program ? found : nullptr;
+}
+
+std::string FullName(const CLI::App& verb) {
+    const CLI::App* const parent = verb.get_parent();
+    return parent != nullptr && parent->get_parent() != nullptr ? FullName(*parent) + ' ' + verb.get_name()
+                                                                : verb.get_name();
+}
+
 std::string FindUnknown(const CLI::App& program, const std::vector<std::string>& arguments) {
     const CLI::App* const verb = FindVerb(program, arguments);
+    std::string whose = verb != nullptr ? FullName(*verb) + ": " : "";
     const std::vector<std::string> known = OptionNames(verb != nullptr ? *verb : program);
+    const CLI::App* at = &program;
     for (std::size_t i = 1; i < arguments.size() && arguments[i] != "--"; ++i) {
         const std::string name = OptionName(arguments[i]);
         if (name.empty()) {
-            if (verb == nullptr) {
-                std::vector<std::string> verbs;
-                for (const CLI::App* const each : program.get_subcommands({})) verbs.push_back(each->get_name());
-                return "there is no verb " + arguments[i] + Suggest(arguments[i], verbs);
+            std::vector<std::string> verbs;
+            for (const CLI::App* const each : at->get_subcommands({})) verbs.push_back(each->get_name());
+            if (verbs.empty()) continue;
+            at = FindPart(*at, arguments[i]);
+            if (at == nullptr) {
+                whose += "there is no verb " + arguments[i];
+                return whose += Suggest(arguments[i], verbs);
             }
             continue;
         }
         if (std::find(known.begin(), known.end(), name) != known.end()) continue;
-        return (verb != nullptr ? verb->get_name() + ": " : "") + "there is no option " + name + Suggest(name, known);
+        whose += "there is no option " + name;
+        return whose += Suggest(name, known);
     }
     return {};
 }

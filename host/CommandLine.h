@@ -12,5 +12,8 @@ class App;
 /// exist. `arguments` are those of `main`, the program's name first.
 std::string FindUnknown(const CLI::App& program, const std::vector<std::string>& arguments);
 
-/// The verb that the arguments name; null where they name none that exists.
+/// The verb that the arguments name, or a part of it ("batch plan"); null where they name none that exists.
 const CLI::App* FindVerb(const CLI::App& program, const std::vector<std::string>& arguments);
+
+/// "batch plan".
+std::string FullName(const CLI::App& verb);

@@ -7,7 +7,6 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <map>
 #include <memory>
 
 using namespace korvane;
@@ -27,11 +26,6 @@ struct Arguments {
     std::string url;
     ExportOptions options;
 };
-
-const std::map<std::string, Irregular> kPolicies = {{"keep", Irregular::Keep},
-                                                    {"reject", Irregular::Reject},
-                                                    {"resample", Irregular::Resample},
-                                                    {"split", Irregular::Split}};
 
 // From the environment, else from the user where there is a terminal.
 std::string AskPassword(const std::string& user, const std::string& host) {
@@ -130,7 +124,7 @@ void AddExportVerb(CLI::App& program) {
     verb->add_option("--resume", arguments->allOptions.resume,
                      "With --all: pass over what this --report of an earlier run says is done, and is there");
     verb->add_option_function<std::string>(
-            "--irregular", [arguments](const std::string& word) { arguments->options.irregular = kPolicies.at(word); },
+            "--irregular", [arguments](const std::string& word) { arguments->options.irregular = PolicyOf(word); },
             "Planes that are not even, positions that repeat: keep (as they are, the first volume), reject, "
             "resample (evenly along z), split (an output for each volume and even run, NAME-1 ...)")
         ->check(CLI::IsMember({"keep", "reject", "resample", "split"}))

@@ -5,6 +5,7 @@ namespace CLI {
 class App;
 }
 
+void AddBatchVerb(CLI::App& program);
 void AddConvertVerb(CLI::App& program);
 void AddDumpVerb(CLI::App& program);
 void AddEchoVerb(CLI::App& program);

@@ -39,8 +39,12 @@ void AddVerbs(CLI::App& program) {
     AddGetVerb(program);
     AddMoveVerb(program);
     AddReceiveVerb(program);
+    AddBatchVerb(program);
     AddCommonOptions(program);
-    for (CLI::App* const verb : program.get_subcommands({})) AddCommonOptions(*verb);
+    for (CLI::App* const verb : program.get_subcommands({})) {
+        AddCommonOptions(*verb);
+        for (CLI::App* const part : verb->get_subcommands({})) AddCommonOptions(*part);
+    }
     program.footer("Exit status: 0 done, 1 failed, 2 wrong usage. \"korvane VERB --help\" tells more.");
 }
 
@@ -49,7 +53,7 @@ int RefuseUsage(const CLI::App& program, const std::vector<std::string>& argumen
     const CLI::App* const verb = FindVerb(program, arguments);
     Complain(text);
     std::fprintf(stderr, "\"korvane %s--help\" tells what there is\n",
-                 verb != nullptr ? (verb->get_name() + " ").c_str() : "");
+                 verb != nullptr ? (FullName(*verb) + " ").c_str() : "");
     return kWrongUsage;
 }
 

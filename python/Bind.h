@@ -14,6 +14,7 @@ void BindVolume(pybind11::module_& module);
 void BindPictures(pybind11::module_& module);
 void BindDataSet(pybind11::module_& module);
 void BindJobs(pybind11::module_& module);
+void BindBatch(pybind11::module_& module);
 
 /// The text of a path, given as a str or as any object with `__fspath__`.
 std::string PathOf(const pybind11::handle& path);

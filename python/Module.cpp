@@ -28,4 +28,5 @@ PYBIND11_MODULE(_korvane, module) {
     BindPictures(module);
     BindDataSet(module);
     BindJobs(module);
+    BindBatch(module);
 }

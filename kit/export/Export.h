@@ -28,6 +28,8 @@ enum class Irregular {
 
 /// The words "keep", "reject", "resample", "split".
 KORVANE_KIT const char* WordOf(Irregular policy);
+/// The policy of such a word. Throws `Error` of kind `WrongArgument`.
+KORVANE_KIT Irregular PolicyOf(const std::string& word);
 
 /// How an export is made. The defaults write all files, whole, and no report.
 struct ExportOptions {

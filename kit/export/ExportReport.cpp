@@ -1,5 +1,6 @@
 #include "ExportReport.h"
 
+#include "../core/Error.h"
 #include "../core/JsonText.h"
 #include "../study/FindingJson.h"
 #include "../study/SeriesFindings.h"
@@ -142,6 +143,13 @@ const char* WordOf(Irregular policy) {
     case Irregular::Keep: break;
     }
     return "keep";
+}
+
+Irregular PolicyOf(const std::string& word) {
+    for (const Irregular policy : {Irregular::Keep, Irregular::Reject, Irregular::Resample, Irregular::Split}) {
+        if (word == WordOf(policy)) return policy;
+    }
+    throw Error(ErrorKind::WrongArgument, "there is no policy \"" + word + '"');
 }
 
 void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPlan& plan) {

@@ -62,6 +62,19 @@ def series_and_exports():
     conforms("export-all", json.dumps(all_of_them))
 
 
+def batches():
+    """Of a plan that nobody has begun, and of one in which a series is written and one refused."""
+    for number in (1, 2):
+        phantom(f"archive/{number}", "--slices", 2, "--size", 16, "--seed", number)
+    korvane("batch", "plan", WORK / "archive", WORK / "plan")
+    conforms("batch", korvane("batch", "report", WORK / "plan", "--json", status=1)[0])
+    next((WORK / "archive/1").iterdir()).unlink()
+    korvane("batch", "run", WORK / "plan", "--shard", 1, status=1)
+    report = korvane("batch", "report", WORK / "plan", "--json", status=1)[0]
+    conforms("batch", report)
+    assert json.loads(report)["refused"] == 1, report
+
+
 def media_and_network():
     source = phantom("source", "--slices", 2, "--size", 16)
     (source / "notes.txt").write_text("not meant")
@@ -76,4 +89,4 @@ def media_and_network():
     assert events.count("file") == 2 and events.count("association") == 2, events
 
 
-run(series_and_exports, media_and_network)
+run(series_and_exports, batches, media_and_network)
