@@ -35,12 +35,13 @@ void Add(const unsigned char* row, double weight, int count, Number* sums) {
 
 }  // namespace
 
-double FindLowestVoxel(CVolume& volume) {
+double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop) {
     double lowest = std::numeric_limits<double>::infinity();
     int dim[4];
     volume.GetDimensions(dim);
     const std::size_t voxels = BufferSize({dim[0], dim[1]});
     for (int k = 0; k < dim[2]; ++k) {
+        if (stop && stop()) return 0;
         const VoxelRange range = FindVoxelRange(volume.GetPlane(k)->m_pData, voxels, volume.GetType());
         if (range.m_Low <= range.m_High) lowest = std::min(lowest, range.m_Low);
     }
@@ -72,6 +73,7 @@ VolumePointer StackStraightener::Make(double fill, const StraightenOptions& opti
     const CVolume::PixelType type = m_Source.GetType();
     VolumePointer result(CVolume::New());
     const int planes = static_cast<int>(m_Samples.size());
+    m_pOptions = &options;
     result->Init(type, m_Canvas.m_Count[0], m_Canvas.m_Count[1], planes, 1);
     result->Alloc(options.m_bContig);
     PlaceResult(*result);
@@ -80,18 +82,10 @@ VolumePointer StackStraightener::Make(double fill, const StraightenOptions& opti
     m_Fill = stored.m_Low <= stored.m_High ? stored.m_Low : fill;
     m_Filled = 0;
     m_Memory.resize(static_cast<std::size_t>(m_Count[0]) * 2 * sizeof(double));
+    m_Padded.resize(static_cast<std::size_t>(m_Count[0]));
     for (int k = 0; k < planes; ++k) {
-        if (options.m_Stop && options.m_Stop()) return nullptr;
-        const ZSample& sample = m_Samples[static_cast<std::size_t>(k)];
         auto* const out = static_cast<unsigned char*>(result->GetPlane(k)->m_pData);
-        switch (type) {
-        case CVolume::PT_BYTE: FillPlane<std::uint8_t, float>(sample, out); break;
-        case CVolume::PT_SHORT: FillPlane<std::int16_t, float>(sample, out); break;
-        case CVolume::PT_USHORT: FillPlane<std::uint16_t, float>(sample, out); break;
-        case CVolume::PT_FLOAT: FillPlane<float, double>(sample, out); break;
-        case CVolume::PT_LONG: FillPlane<std::int32_t, double>(sample, out); break;
-        case CVolume::PT_ULONG: FillPlane<std::uint32_t, double>(sample, out); break;
-        }
+        if (!FillPlane(m_Samples[static_cast<std::size_t>(k)], out)) return nullptr;
     }
     if (m_Filled > 0) {
         result->SetMin(std::min<long long>(m_Source.GetMin(), platform::TruncateToInt64(m_Fill)));
@@ -140,8 +134,29 @@ StackStraightener::Shift StackStraightener::FindShift(int axis, double offset) c
     return found;
 }
 
+bool StackStraightener::IsStopped(std::size_t voxels) {
+    constexpr std::size_t kEvery = 1 << 18;  // voxels, of a millisecond or so
+    m_nUnasked += voxels;
+    if (m_nUnasked < kEvery) return false;
+    m_nUnasked = 0;
+    return m_pOptions->m_Stop && m_pOptions->m_Stop();
+}
+
+// False where it was stopped.
+bool StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
+    switch (m_Source.GetType()) {
+    case CVolume::PT_BYTE: return FillPlaneAs<std::uint8_t, float>(sample, out);
+    case CVolume::PT_SHORT: return FillPlaneAs<std::int16_t, float>(sample, out);
+    case CVolume::PT_USHORT: return FillPlaneAs<std::uint16_t, float>(sample, out);
+    case CVolume::PT_FLOAT: return FillPlaneAs<float, double>(sample, out);
+    case CVolume::PT_LONG: return FillPlaneAs<std::int32_t, double>(sample, out);
+    case CVolume::PT_ULONG: return FillPlaneAs<std::uint32_t, double>(sample, out);
+    }
+    return true;
+}
+
 template <typename Pixel, typename Number>
-void StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
+bool StackStraightener::FillPlaneAs(const ZSample& sample, unsigned char* out) {
     constexpr int kSize = sizeof(Pixel);
     const Shift x = FindShift(0, sample.m_X);
     const Shift y = FindShift(1, sample.m_Y);
@@ -153,6 +168,7 @@ void StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
     auto* const mixed = reinterpret_cast<Number*>(m_Memory.data());
     auto* const moved = mixed + m_Count[0];
     for (int r = 0; r < m_Canvas.m_Count[1]; ++r, out += width * kSize) {
+        if (IsStopped(width)) return false;
         if (r < y.m_Begin || r >= y.m_End) {
             FillPixels(m_FillPixel, kSize, width, out);
             m_Filled += width;
@@ -175,6 +191,34 @@ void StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
             samples = moved;
         }
         StoreSamples(samples, static_cast<int>(count), m_Source.GetType(), out + first * kSize);
+        if (m_pOptions->m_Padding)
+            FillPadded<Pixel>(sample, row, y.m_Part > 0, x.m_Part > 0, from, count, out + first * kSize);
+    }
+    return true;
+}
+
+// What padding has a weight in becomes the fill value.
+template <typename Pixel>
+void StackStraightener::FillPadded(const ZSample& sample, int row, bool isBetweenRows, bool isBetweenColumns,
+                                   std::size_t from, std::size_t count, unsigned char* out) {
+    const auto range = *m_pOptions->m_Padding;
+    const std::size_t columns = m_Padded.size();
+    std::fill(m_Padded.begin(), m_Padded.end(), 0);
+    const auto mark = [&](int plane, int at) {
+        const auto* const data = static_cast<const unsigned char*>(m_Source.GetPlane(plane)->m_pData);
+        const unsigned char* const voxels = data + static_cast<std::size_t>(at) * columns * sizeof(Pixel);
+        for (std::size_t i = 0; i < columns; ++i) {
+            const auto value = static_cast<double>(platform::LoadAt<Pixel>(voxels, i));
+            if (value >= range.first && value <= range.second) m_Padded[i] = 1;
+        }
+    };
+    for (const int plane : {sample.m_Low, sample.m_Weight > 0 ? sample.m_High : sample.m_Low}) {
+        mark(plane, row);
+        if (isBetweenRows) mark(plane, row + 1);
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (m_Padded[from + i] != 0 || (isBetweenColumns && m_Padded[from + i + 1] != 0))
+            std::memcpy(out + i * sizeof(Pixel), m_FillPixel, sizeof(Pixel));
     }
 }
 

@@ -5,13 +5,14 @@
 #include "StraightStack.h"
 #include "ZSampler.h"
 
+#include <functional>
 #include <memory>
 #include <vector>
 
 namespace korvane_detail {
 
-/// The lowest voxel of a volume that has pixels; 0 where there is none but NaN and infinity.
-double FindLowestVoxel(CVolume& volume);
+/// The lowest voxel of a volume that has pixels; 0 where there is none but NaN and infinity, or where `stop` said so.
+double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop = {});
 
 struct VolumeDeleter {
     void operator()(CVolume* volume) const { volume->Delete(); }
@@ -52,8 +53,13 @@ private:
 
     Shift FindShift(int axis, double offset) const;
     void PlaceResult(CVolume& result) const;
+    bool IsStopped(std::size_t voxels);
+    bool FillPlane(const ZSample& sample, unsigned char* out);
     template <typename Pixel, typename Number>
-    void FillPlane(const ZSample& sample, unsigned char* out);
+    bool FillPlaneAs(const ZSample& sample, unsigned char* out);
+    template <typename Pixel>
+    void FillPadded(const ZSample& sample, int row, bool isBetweenRows, bool isBetweenColumns, std::size_t from,
+                    std::size_t count, unsigned char* out);
     template <typename Pixel, typename Number>
     void MixRow(const ZSample& sample, int row, double part);
 
@@ -65,7 +71,10 @@ private:
     unsigned char m_FillPixel[4] = {};
     double m_Fill = 0;
     unsigned long long m_Filled = 0;
-    std::vector<unsigned char> m_Memory;  // of one mixed row and one moved row, as floats or doubles
+    std::vector<unsigned char> m_Memory;            // of one mixed row and one moved row, as floats or doubles
+    std::vector<unsigned char> m_Padded;            // of one row: voxels that padding goes into
+    const StraightenOptions* m_pOptions = nullptr;  // of `Make`
+    std::size_t m_nUnasked = 0;                     // voxels since the last question whether to stop
 };
 
 }  // namespace korvane_detail

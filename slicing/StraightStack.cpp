@@ -20,7 +20,9 @@ CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, Stra
         }
         if (options.m_bEvenZ && !sampler.IsEven()) sampler.UseTable(source);
         StackStraightener straightener(source, sampler);
-        VolumePointer straight = straightener.Make(options.m_Fill ? *options.m_Fill : FindLowestVoxel(source), options);
+        const double fill = options.m_Fill ? *options.m_Fill : FindLowestVoxel(source, options.m_Stop);
+        const bool stopped = options.m_Stop && options.m_Stop();
+        VolumePointer straight = stopped ? nullptr : straightener.Make(fill, options);
         if (straight == nullptr) {
             report.m_Error = "stopped";
             return nullptr;

@@ -7,13 +7,17 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 struct StraightenOptions {
     std::optional<double>
         m_Fill;             ///< for voxels without data (Pixel Padding Value, say); the lowest voxel if not given
     bool m_bEvenZ = true;   ///< resample along z where the planes are not even, as `CVolumeReformatter` does
     bool m_bContig = true;  ///< one block of voxels, or one for each plane
-    std::function<bool()> m_Stop = {};  ///< asked before each plane; true ends the work, with the error "stopped"
+    std::function<bool()> m_Stop = {};  ///< asked every few milliseconds; true ends the work, with the error "stopped"
+    /// Voxels from the first value to the second stand for no measurement: what one of them would be mixed into has the
+    /// fill value.
+    std::optional<std::pair<double, double>> m_Padding = {};
 };
 
 /// What `StraightenStack` did, or why it did not.

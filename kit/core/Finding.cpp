@@ -62,6 +62,8 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::ThicknessUnknown: return "thickness unknown";
     case FindingKind::UptakeValues: return "uptake values";
     case FindingKind::SeveralNumbers: return "several numbers";
+    case FindingKind::PaddingDiffers: return "padding differs";
+    case FindingKind::RescaleUnusable: return "rescale unusable";
     }
     return "unknown";
 }

@@ -70,6 +70,8 @@ enum class FindingKind {
     ThicknessUnknown,  ///< a single slice of which nothing says how thick it is; `lengths`: what is used
     UptakeValues,      ///< values are standardized uptake values; `lengths`: the factor from activity to them
     SeveralNumbers,    ///< one series UID, several series numbers; `count` of them, each a series of its own here
+    PaddingDiffers,    ///< slices name different values for padding, or some name none
+    RescaleUnusable,   ///< a slope of 0, or one without an intercept: values are as stored; `slices`
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

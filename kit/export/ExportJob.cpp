@@ -152,6 +152,8 @@ void ExportJob::Export(SeriesVolume& series) {
     }
     OpenFiles();
     ExportParts(series, plan);
+    const std::vector<Finding>& read = series.GetReadFindings();
+    m_Report.findings.insert(m_Report.findings.end(), read.begin(), read.end());
     Finish();
 }
 
@@ -174,8 +176,9 @@ void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, Resampli
     ExportedVolume volume =
         m_Format.IsOfModule() ? WriteByModule(series, part, resample) : WriteVoxels(series, part, resample);
     const std::vector<ExportOutput>& outputs = m_Files->GetOutputs();
-    if (volume.filled > 0) TellFilled(volume, FindPadding(series).has_value());
-    if (volume.padding > 0) TellPadding(volume);
+    if (volume.filled > 0) TellFilled(volume, series.GetPaddingValue().has_value());
+    TellNotApplied(series);
+    if (volume.padding > 0) TellPadding(volume, static_cast<bool>(resample));
     volume.outputs.assign(outputs.begin() + static_cast<std::ptrdiff_t>(firstOutput), outputs.end());
     m_Report.volumes.push_back(std::move(volume));
 }
@@ -183,15 +186,28 @@ void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, Resampli
 void ExportJob::TellFilled(const ExportedVolume& volume, bool isPadding) {
     Finding finding{.kind = FindingKind::VoxelsFilled, .count = static_cast<std::size_t>(volume.filled)};
     finding.text = std::to_string(volume.filled) + " voxels without data have the stored value " +
-                   ShortNumber(volume.fill) + (isPadding ? ", Pixel Padding Value" : ", the lowest there is");
+                   ShortNumber(volume.fill) + (volume.times > 1 ? " in the first volume" : "") +
+                   (isPadding ? ", Pixel Padding Value" : ", the lowest there is");
     m_Watch.Tell(finding);
     m_Report.findings.push_back(std::move(finding));
 }
 
-void ExportJob::TellPadding(const ExportedVolume& volume) {
+/// Once, whatever the number of volumes.
+void ExportJob::TellNotApplied(SeriesVolume& series) {
+    if (m_bToldTable || FindItem(series.GetFirstDataSet(), tags::ModalityLUTSequence) == nullptr) return;
+    m_bToldTable = true;
+    Finding finding{.kind = FindingKind::NotApplied,
+                    .text = "its Modality LUT is not applied: the file holds values as they are stored"};
+    m_Watch.Tell(finding);
+    m_Report.findings.push_back(std::move(finding));
+}
+
+void ExportJob::TellPadding(const ExportedVolume& volume, bool resampled) {
     Finding finding{.kind = FindingKind::PaddingLeftOut, .count = static_cast<std::size_t>(volume.padding)};
     finding.text = std::to_string(volume.padding) +
-                   " voxels of padding are in the file as they are, and count for no smallest or largest value";
+                   (resampled ? " voxels of the file are padding, those that padding would be mixed into among them, "
+                              : " voxels of padding are in the file as they are, ") +
+                   "and count for no smallest or largest value";
     m_Watch.Tell(finding);
     m_Report.findings.push_back(std::move(finding));
 }
@@ -244,7 +260,7 @@ ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& 
     if (series.HasUptake() || series.RescalesDiffer()) series.BringToOneScale(true);
     EvenPlanes even;
     if (resample) {
-        even.PutInto(series.GetAssembled(), resample, FindPadding(series), m_Watch);
+        even.PutInto(series, resample, series.GetPaddingValue(), m_Watch);
         int dim[4];
         series.GetVolume().GetDimensions(dim);
         m_Format.Check(series, static_cast<std::size_t>(*std::max_element(dim, dim + 3)));

@@ -45,7 +45,8 @@ private:
     void Save(CVolume& volume, const std::string& name);
     ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
     void TellFilled(const ExportedVolume& volume, bool isPadding);
-    void TellPadding(const ExportedVolume& volume);
+    void TellNotApplied(SeriesVolume& series);
+    void TellPadding(const ExportedVolume& volume, bool resampled);
     void WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path);
     void WriteText(const std::string& path, std::string text);
     /// `thrown`: what the caller's watcher threw, if that ended the job.
@@ -63,6 +64,7 @@ private:
     NameOfFile m_Names;
     SidecarExtras m_Extras;
     ExportReport m_Report;
+    bool m_bToldTable = false;
     std::optional<ExportFiles> m_Files;
     // Both stand on the files.
     std::unique_ptr<CVolumeExport> m_pExporter;  // of a format of the module; it owns its writer

@@ -261,23 +261,18 @@ ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFo
     return planner.Keep();
 }
 
-std::optional<double> FindPadding(SeriesVolume& series) {
-    return ReadPaddingValue(series.GetFirstDataSet(), series.GetHeader().form.isSigned);
-}
-
 EvenPlanes::~EvenPlanes() {
     if (m_pEven != nullptr) m_pEven->Delete();
 }
 
-void EvenPlanes::PutInto(CDicomVolume& assembled, Resampling how, std::optional<double> fill, const Watch& watch) {
-    CVolume& volume = *assembled.GetVolume();
-    if (how.sideways) {
-        Straighten(volume, how.along, fill, watch);
+void EvenPlanes::PutInto(SeriesVolume& series, Resampling how, std::optional<double> fill, const Watch& watch) {
+    if (how.sideways || series.GetPadding()) {  // which the reformatter does not know
+        Straighten(series, how.along, fill, watch);
     } else {
-        Resample(volume, watch);
+        Resample(series.GetVolume(), watch);
     }
     watch.StopIfAsked();
-    Replace(assembled);
+    Replace(series.GetAssembled());
 }
 
 void EvenPlanes::Resample(CVolume& volume, const Watch& watch) {
@@ -294,9 +289,12 @@ void EvenPlanes::Resample(CVolume& volume, const Watch& watch) {
     }
 }
 
-void EvenPlanes::Straighten(CVolume& volume, bool along, std::optional<double> fill, const Watch& watch) {
+void EvenPlanes::Straighten(SeriesVolume& series, bool along, std::optional<double> fill, const Watch& watch) {
     StraightenReport report;
-    m_pEven = StraightenStack(volume, {.m_Fill = fill, .m_bEvenZ = along, .m_Stop = watch.GetStopQuestion()}, report);
+    m_pEven = StraightenStack(
+        series.GetVolume(),
+        {.m_Fill = fill, .m_bEvenZ = along, .m_Stop = watch.GetStopQuestion(), .m_Padding = series.GetPadding()},
+        report);
     watch.StopIfAsked();
     if (m_pEven == nullptr) {
         throw Error(ErrorKind::Unsupported, "cannot straighten the volume: " + report.m_Error);

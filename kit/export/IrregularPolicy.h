@@ -47,9 +47,6 @@ struct ExportPlan {
 /// position, are kept together.
 ExportPlan MakePlan(const SeriesVolume& series, Irregular policy, const ExportFormat& format, bool every = false);
 
-/// Pixel Padding Value (PS3.3 C.7.5.1.1.2) as a stored value; none where there is none.
-std::optional<double> FindPadding(SeriesVolume& series);
-
 /// A volume's planes resampled evenly along z (CVolumeReformatter), or straightened too (StraightenStack).
 class EvenPlanes {
 public:
@@ -58,17 +55,17 @@ public:
     EvenPlanes(const EvenPlanes&) = delete;
     EvenPlanes& operator=(const EvenPlanes&) = delete;
 
-    /// Puts new planes into the volume of `assembled`, whose voxels then belong to this object, and as many data sets
+    /// Puts new planes into the volume of a loaded series, whose voxels then belong to this object, and as many data sets
     /// behind them, with the new distance for their Slice Thickness. `fill`: for voxels that straightening has no data for,
-    /// else the lowest value. Once only. Throws `Error`.
-    void PutInto(CDicomVolume& assembled, Resampling how, std::optional<double> fill, const Watch& watch);
+    /// else the lowest value, and for those that padding would be mixed into. Once only. Throws `Error`.
+    void PutInto(SeriesVolume& series, Resampling how, std::optional<double> fill, const Watch& watch);
 
     unsigned long long CountFilled() const { return m_Filled; }
     double GetFill() const { return m_Fill; }
 
 private:
     void Resample(CVolume& volume, const Watch& watch);
-    void Straighten(CVolume& volume, bool along, std::optional<double> fill, const Watch& watch);
+    void Straighten(SeriesVolume& series, bool along, std::optional<double> fill, const Watch& watch);
     void Replace(CDicomVolume& assembled) const;
 
     CVolume* m_pEven = nullptr;

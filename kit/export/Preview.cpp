@@ -1,15 +1,10 @@
 #include "Preview.h"
 
-#include "../core/Error.h"
-#include "../core/Paths.h"
-#include "../core/TemporaryFolder.h"
 #include "../pictures/PngWriter.h"
 #include "../pictures/SliceJob.h"
 #include "../study/SeriesVolume.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 namespace korvane {
@@ -41,20 +36,16 @@ std::string MakePreview(SeriesVolume& series, const Watch& watch) {
     SliceOptions options;
     options.size = kSide;
     CheckSlicing(series, options);
-    if (series.RescalesDiffer()) series.BringToOneScale(true);
+    if (series.RescalesDiffer()) series.BringToOneScale(false);
+    series.MakeSliceable();
+    const WindowChoice window = FindWindow(series, options);
     std::vector<Picture> pictures;
     for (const View view : {View::Axial, View::Coronal, View::Sagittal}) {
         watch.StopIfAsked();
         options.view = view;
-        pictures.push_back(SliceJob(series, options, "").Draw().picture);
+        pictures.push_back(SliceJob(series, options, "", &window).Draw().picture);
     }
-    TemporaryFolder folder("");
-    const std::string path = folder.NewFile();
-    PngWriter(path, watch).Write(SideBySide(pictures));
-    std::ifstream file(PathFromText(path), std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!file || bytes.empty()) throw Error(ErrorKind::Disk, "cannot read back " + path).InFile(path);
-    return bytes;
+    return PngWriter::Encode(SideBySide(pictures), watch);
 }
 
 }  // namespace korvane

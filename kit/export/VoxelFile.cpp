@@ -71,14 +71,14 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
             throw Error(ErrorKind::Unsupported,
                         std::string("voxels of this type are not resampled: ") + WordOf(m_Series.GetType()));
         }
-        if (time == 0) fill = FindPadding(m_Series);
-        if (resample) even.PutInto(m_Series.GetAssembled(), resample, fill, m_Watch);
+        if (const auto padding = m_Series.GetPaddingValue()) fill = padding;
+        if (resample) even.PutInto(m_Series, resample, fill, m_Watch);
         filled += even.CountFilled();
         if (time == 0) {
             entry = DescribeVolume(m_Series, part, false);
             entry.fill = even.GetFill();
-            if (even.CountFilled() > 0) fill = entry.fill;  // the same in all times
             ReadGrid(part, static_cast<bool>(resample), entry);
+            if (even.CountFilled() > 0 && !m_bReal) fill = entry.fill;  // the same in all times
             if (!writer.Open((path + m_Format.GetExtension(gzip)).c_str(), "wb")) return entry;
             stream = gzip ? std::make_unique<GzipStream>(writer, m_Options.jobs, m_Watch)
                           : std::make_unique<ByteStream>(writer);
@@ -122,7 +122,9 @@ void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVo
     for (std::size_t i = 0; i < 3; ++i) m_Grid.size[i] = static_cast<std::size_t>(dim[i]);
     m_Grid.size[3] = part.later.size() + 1;
     m_Grid.type = m_Series.GetType();
-    m_bReal = m_Grid.type != VoxelType::Rgb24 && !m_Series.GetScaleError() && !HaveOneRescale(m_Series, part);
+    // Volumes that are brought to one scale each have several.
+    const bool isScaled = m_Series.GetScaleError() && part.later.empty();
+    m_bReal = m_Grid.type != VoxelType::Rgb24 && !isScaled && !HaveOneRescale(m_Series, part);
     m_Grid.rescale = m_bReal || m_Grid.type == VoxelType::Rgb24 ? Rescale{} : RealRescaleOf(m_Series.GetPlace());
     if (m_bReal) m_Grid.type = VoxelType::Float32;
     m_Grid.isResampled = resample;

@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../study/SeriesLoader.h"
+#include "../study/StoredPixels.h"
 
 #include "base/Bytes.h"
 
@@ -140,6 +141,23 @@ void ImageFile::ReadRow(int frame, int row, std::vector<double>& values) const {
     }
 }
 
+void ImageFile::MapRow(int frame, int row, std::span<const std::uint8_t> table, std::uint8_t* greys) const {
+    const PixelForm& form = GetForm();
+    const std::size_t first = IndexOf(frame, row, 0, 0);
+    const auto count = static_cast<std::size_t>(form.columns);
+    const auto low = static_cast<unsigned>(form.highBit + 1 - form.stored);
+    const std::uint32_t mask = (1U << static_cast<unsigned>(form.stored)) - 1U;
+    const auto map = [&](auto wordAt) {
+        for (std::size_t i = 0; i < count; ++i) greys[i] = table[std::uint32_t{wordAt(first + i)} >> low & mask];
+    };
+    switch (form.allocated) {
+    case 8: return map([this](std::size_t index) { return m_pPixels[index]; });
+    case 16:
+        return map([this](std::size_t index) { return platform::LoadLittle<std::uint16_t>(m_pPixels + 2 * index); });
+    default: return map([this](std::size_t index) { return WordAt(index); });
+    }
+}
+
 void ImageFile::ReadSubsampledRow(int frame, int row, std::vector<double>& values) const {
     const auto columns = static_cast<std::size_t>(GetForm().columns);
     const std::size_t first = static_cast<std::size_t>(frame) * static_cast<std::size_t>(CountWords()) +
@@ -160,6 +178,8 @@ std::size_t ImageFile::CountBitsAbove(int frame) const {
     const std::uint32_t above = all & ~((2U << high) - 1U);
     const auto words = static_cast<std::size_t>(CountWords());
     const std::size_t first = static_cast<std::size_t>(frame) * words;
+    const auto bytes = static_cast<std::size_t>(form.allocated / 8);
+    if (bytes > 0 && !HasBitsAbove({m_pPixels + first * bytes, words * bytes}, form)) return 0;
     std::size_t count = 0;
     for (std::size_t i = first; i < first + words; ++i) {
         const std::uint32_t word = WordAt(i);

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +28,9 @@ public:
 
     /// The stored values of a row, masked and with their sign: columns x samples, the samples of a pixel side by side.
     void ReadRow(int frame, int row, std::vector<double>& values) const;
+
+    /// The same of grey images of up to 16 bits by a table: one entry for each pattern of the stored bits.
+    void MapRow(int frame, int row, std::span<const std::uint8_t> table, std::uint8_t* greys) const;
 
     /// How many words of a frame have bits above the stored ones that are no copies of the sign.
     std::size_t CountBitsAbove(int frame) const;

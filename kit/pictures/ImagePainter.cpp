@@ -19,7 +19,8 @@ namespace korvane {
 namespace {
 
 constexpr double kSignedOffset = 32768;
-constexpr int kTableBits = 16;  // up to as many stored bits each value is mapped once
+constexpr int kTableBits = 16;    // up to as many stored bits each value is mapped once
+constexpr int kRowsUnasked = 64;  // between two questions whether to stop
 
 bool IsGreyForm(const PixelForm& form) {
     return form.samples == 1 && form.photometric.starts_with("MONOCHROME");
@@ -161,7 +162,7 @@ void ImagePainter::ForRows(Take take) const {
     std::vector<double> row;
     const Watch watch(m_Options.watcher);
     for (int y = 0; y < m_File.GetForm().rows; ++y) {
-        if (y % 64 == 0) watch.StopIfAsked();
+        if (y % kRowsUnasked == 0) watch.StopIfAsked();
         m_File.ReadRow(m_Frame, y, row);
         take(y, std::as_const(row));
     }
@@ -266,7 +267,7 @@ GreyScale ImagePainter::FindScale() {
     } else if (form.stored == 1) {
         scale.interest.origin = "from 0 to 1";
     } else {
-        const std::optional<Padding> padding = ReadPadding(dataSet, form.isSigned);
+        const std::optional<Padding> padding = ReadPadding(dataSet, form);
         ValueSpread spread(form, scale.modality, padding);
         ForRows([&](int, const std::vector<double>& row) { spread.Extend(row); });
         if (spread.IsEmpty()) {
@@ -286,19 +287,32 @@ Picture ImagePainter::PaintGrey() {
     const GreyScale scale = FindScale();
     Picture picture(form.columns, form.rows);
     std::uint8_t* out = picture.GetPixels();
-    if (form.kind != PixelForm::Kind::Integer || form.stored > kTableBits) {
+    const bool isWide = form.kind != PixelForm::Kind::Integer || form.stored > kTableBits;
+    if (isWide || picture.GetSize() * 4 < std::size_t{1} << static_cast<unsigned>(form.stored)) {
         ForRows([&](int, const std::vector<double>& row) {
             for (const double value : row) *out++ = scale(value);
         });
         return picture;
     }
-    std::vector<std::uint8_t> greys(std::size_t{1} << static_cast<unsigned>(form.stored));
-    const double lowest = form.isSigned ? -std::ldexp(0.5, form.stored) : 0;
-    for (std::size_t i = 0; i < greys.size(); ++i) greys[i] = scale(lowest + static_cast<double>(i));
-    ForRows([&](int, const std::vector<double>& row) {
-        for (const double value : row) *out++ = greys[static_cast<std::size_t>(value - lowest)];
-    });
+    const std::vector<std::uint8_t> greys = MakeTable(scale);
+    const Watch watch(m_Options.watcher);
+    for (int y = 0; y < form.rows; ++y, out += form.columns) {
+        if (y % kRowsUnasked == 0) watch.StopIfAsked();
+        m_File.MapRow(m_Frame, y, greys, out);
+    }
     return picture;
+}
+
+/// The grey of each pattern of the stored bits: with a sign, negative ones follow the others.
+std::vector<std::uint8_t> ImagePainter::MakeTable(const GreyScale& scale) const {
+    const PixelForm& form = m_File.GetForm();
+    std::vector<std::uint8_t> greys(std::size_t{1} << static_cast<unsigned>(form.stored));
+    const std::size_t negative = form.isSigned ? greys.size() / 2 : greys.size();
+    const auto all = static_cast<double>(greys.size());
+    for (std::size_t i = 0; i < greys.size(); ++i) {
+        greys[i] = scale(static_cast<double>(i) - (i < negative ? 0 : all));
+    }
+    return greys;
 }
 
 void ImagePainter::CheckGrey() const {

@@ -41,6 +41,7 @@ public:
 
 private:
     Picture PaintGrey();
+    std::vector<std::uint8_t> MakeTable(const GreyScale& scale) const;
     Picture PaintColour();
     GreyScale FindScale();
     std::array<double, 2> GetAspect() const;

@@ -63,7 +63,18 @@ const PictureFormat& FormatOf(const std::string& path) {
     return kFormats[0];
 }
 
+void CheckHolds16Bits(const PictureFormat& format) {
+    if (format.holds16Bits) return;
+    throw Error(ErrorKind::WrongArgument, "a " + std::string(format.name) + " file has no 16 bits: name a PNG file");
+}
+
 }  // namespace
+
+void CheckPictureName(const std::string& path, const SliceOptions& options) {
+    if (options.values) return;  // TIFF, whatever its name
+    const PictureFormat& format = FormatOf(path);
+    if (options.raw16) CheckHolds16Bits(format);
+}
 
 std::string NumberForName(int number) {
     const std::string digits = std::to_string(number);
@@ -82,11 +93,7 @@ void PictureFile::Write(const Picture& picture) {
 }
 
 void PictureFile::Write(const std::vector<std::uint16_t>& values, int width, int height) {
-    const PictureFormat& format = FormatOf(m_Path);
-    if (!format.holds16Bits) {
-        throw Error(ErrorKind::WrongArgument,
-                    "a " + std::string(format.name) + " file has no 16 bits: name a PNG file");
-    }
+    CheckHolds16Bits(FormatOf(m_Path));
     PngWriter png(Begin(), m_Watch);
     png.SetPixelSize(m_PixelSize);
     png.Write(values.data(), width, height);

@@ -6,7 +6,9 @@
 
 #include "../../platform/File.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace korvane {
@@ -28,10 +30,24 @@ public:
     void Write(const Picture& picture);
     void Write(const std::uint16_t* pixels, int width, int height);
 
+    /// The bytes of such a file, without one. Throws `Error` of kind `Stopped`.
+    static std::string Encode(const Picture& picture, const Watch& watch = {});
+
 private:
     struct Encoder;
+    /// Takes bytes; false where it cannot.
+    using Sink = std::function<bool(const void*, std::size_t)>;
+    struct Image {
+        const void* pixels;
+        int width;
+        int height;
+        int bits;
+        int samples;
+        double pixelSize;
+    };
 
-    void Write(const void* pixels, int width, int height, int bits, int samples);
+    void Write(const Image& image);
+    static bool Encode(const Image& image, Sink sink, const Watch& watch);
 
     std::string m_Path;
     Watch m_Watch;

@@ -39,7 +39,7 @@ public:
     static void MakeComparable(SeriesVolume& series, const SliceOptions& options) {
         if (options.uptake) series.TakeUptake();
         series.Load(std::vector<SliceRef>(series.GetSlices()));
-        if (!options.raw16 && series.RescalesDiffer()) series.BringToOneScale(true);
+        if (!options.raw16 && series.RescalesDiffer()) series.BringToOneScale(false);
         series.MakeSliceable();
     }
 
@@ -49,6 +49,13 @@ private:
     SeriesVolume* m_pSeries;
     std::optional<SeriesVolume> m_Read;
 };
+
+/// Before anything is read and drawn. Several pictures go into a folder, by names of their own.
+void CheckOutput(const std::string& output, const SliceOptions& options) {
+    const bool isStack = !options.view && !options.stored && options.count > 1;
+    const bool isSheet = options.pictures == SliceOptions::Pictures::Sheet;
+    if (isSheet || (options.pictures == SliceOptions::Pictures::One && !isStack)) CheckPictureName(output, options);
+}
 
 }  // namespace
 
@@ -65,12 +72,14 @@ std::vector<SlicePicture> SliceStack(const Volume& volume, const SliceOptions& o
 }
 
 SliceReport SaveSlices(const Volume& volume, const std::string& output, const SliceOptions& options) {
+    CheckOutput(output, options);
     if (options.stored) return ImageJob(volume.GetSeries(), 0, options, output).Run();
     SliceableVolume sliceable(volume, options);
     return SliceJob(sliceable.Get(), options, output).Run();
 }
 
 SliceReport SaveSlices(const Series& series, int volume, const std::string& output, const SliceOptions& options) {
+    CheckOutput(output, options);
     if (options.stored) return ImageJob(series, volume, options, output).Run();
     SeriesVolume loaded(series, volume, Watch(options.watcher));
     CheckSlicing(loaded, options);

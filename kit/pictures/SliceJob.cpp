@@ -69,7 +69,8 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
     if (!what.empty()) throw Error(ErrorKind::Unsupported, path + ": " + what).InFile(path);
 }
 
-SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output)
+SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output,
+                   const WindowChoice* window)
     : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Series(series), m_Slice(&series.GetVolume()),
       m_Files(Destination{}, m_Watch) {
     m_Slice.SetInterpolation(kInterpolations[static_cast<int>(options.interpolation)]);
@@ -89,7 +90,7 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
         throw Error(ErrorKind::Unsupported, "stored values of slices with rescales of their own are no values of one "
                                             "picture; --values takes real ones");
     }
-    if (!options.raw16 && !options.values) m_Window = FindWindow(series, options);
+    if (!options.raw16 && !options.values) m_Window = window != nullptr ? *window : FindWindow(series, options);
     // What is outside is black.
     m_Slice.SetBackground(m_Window.inverted ? kBeyondAnyValue : -kBeyondAnyValue);
     SetPadding();
@@ -103,7 +104,7 @@ void SliceJob::SetPadding() {
     if (!padding) return;
     const bool isPicture = !m_Options.raw16 && !m_Options.values;
     m_Slice.SetPadding(padding->first, padding->second, isPicture ? m_Slice.GetBackground() : padding->first);
-    if (m_Options.slab > 0) TellPadding();
+    if (m_Options.slab > 0 || m_Options.values) TellPadding();
 }
 
 void SliceJob::TellPadding() {
@@ -112,7 +113,9 @@ void SliceJob::TellPadding() {
     if (count == 0) return;
     m_Watch.Tell({.kind = FindingKind::PaddingLeftOut,
                   .count = static_cast<std::size_t>(count),
-                  .text = std::to_string(count) + " voxels of padding are left out of what is taken together"});
+                  .text = std::to_string(count) +
+                          (m_Options.slab > 0 ? " voxels of padding are left out of what is taken together"
+                                              : " voxels are padding: values between them and others are a mixture")});
 }
 
 void SliceJob::TellNotApplied() {

@@ -21,8 +21,10 @@ namespace korvane {
 /// Of a loaded series, whose spacing it sets to the true one.
 class SliceJob {
 public:
-    /// `output`: a file, or a folder for all pictures of a view. Throws `Error`.
-    SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output);
+    /// `output`: a file, or a folder for all pictures of a view. `window`: one that was found for the series, for several
+    /// jobs. Throws `Error`.
+    SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output,
+             const WindowChoice* window = nullptr);
 
     /// Writes all pictures or none. Throws `Error`.
     SliceReport Run();

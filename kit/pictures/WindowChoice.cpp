@@ -39,15 +39,17 @@ void AddPlane(Histogram& histogram, CVolume::PixelType type, const void* values,
     }
 }
 
-Window PercentileWindowOfReals(CVolume& volume) {
+Window PercentileWindowOfReals(CVolume& volume, const Padding& padding) {
     int dim[4];
     volume.GetDimensions(dim);
     std::vector<float> values;
     for (int plane = 0; plane < dim[2]; ++plane) {
         const auto* const first = static_cast<const float*>(volume.GetPlane(plane)->m_pData);
         const std::size_t count = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]);
-        std::copy_if(first, first + count, std::back_inserter(values),
-                     [](float value) { return std::isfinite(value); });
+        std::copy_if(first, first + count, std::back_inserter(values), [&](float value) {
+            const auto real = static_cast<double>(value);
+            return std::isfinite(value) && !(real >= padding.first && real <= padding.second);
+        });
     }
     if (values.empty()) return {};
     const auto at = [&](double part) {
@@ -65,7 +67,9 @@ Window PercentileWindowOfReals(CVolume& volume) {
 Window PercentileWindow(CVolume& volume, const std::optional<Padding>& padding) {
     int dim[4];
     volume.GetDimensions(dim);
-    if (volume.GetType() == CVolume::PT_FLOAT) return PercentileWindowOfReals(volume);
+    if (volume.GetType() == CVolume::PT_FLOAT) {
+        return PercentileWindowOfReals(volume, padding.value_or(kNoPadding));
+    }
     Histogram histogram(volume.GetMin(), volume.GetMax());
     for (int plane = 0; plane < dim[2]; ++plane) {
         AddPlane(histogram, volume.GetType(), volume.GetPlane(plane)->m_pData,
@@ -117,7 +121,7 @@ WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options) {
     } else if (own) {
         scale.interest = std::move(*own);
     } else {
-        const Window stored = PercentileWindow(series.GetVolume(), ReadPadding(dataSet, form.isSigned));
+        const Window stored = PercentileWindow(series.GetVolume(), series.GetPadding());
         scale.interest = InterestOf(stored, scale.modality);
     }
     // A line between the same two values: centre - 0.5 in its middle, width - 1 long.

@@ -26,18 +26,22 @@ void ForEachOf(std::span<const std::byte> voxels, std::size_t planes, Take take)
     }
 }
 
+/// The same with the real value; `isMeasured`: no padding.
 template <class Take>
-void ForEachVoxel(VoxelType type, std::span<const std::byte> voxels, std::size_t planes, Take take) {
-    WithVoxelType(type, [&](auto zero) { ForEachOf<decltype(zero)>(voxels, planes, take); });
+void ForEachReal(const ScaledPlanes& from, Take take) {
+    WithVoxelType(from.type, [&](auto zero) {
+        ForEachOf<decltype(zero)>(
+            from.voxels, from.rescales.size(), [&](std::size_t i, std::size_t plane, double stored) {
+                const bool isPadding = !from.paddings.empty() && stored >= from.paddings[plane].first &&
+                                       stored <= from.paddings[plane].second;
+                take(i, stored * from.rescales[plane].slope + from.rescales[plane].intercept, !isPadding);
+            });
+    });
 }
 
 template <class T>
 void Put(std::vector<std::byte>& voxels, std::size_t index, T value) {
     std::memcpy(voxels.data() + index * sizeof value, &value, sizeof value);
-}
-
-double RealOf(double stored, const Rescale& rescale) {
-    return stored * rescale.slope + rescale.intercept;
 }
 
 template <class T>
@@ -46,70 +50,111 @@ bool FitsInto(double value) {
            value <= static_cast<double>(std::numeric_limits<T>::max());
 }
 
+/// Real values that stand for a measurement, and are numbers.
+struct Measured {
+    double lowest = HUGE_VAL;
+    double highest = -HUGE_VAL;
+    std::uint64_t padding = 0;
+};
+
+Measured Measure(const ScaledPlanes& from) {
+    Measured measured;
+    ForEachReal(from, [&](std::size_t, double real, bool isMeasured) {
+        measured.padding += isMeasured ? 0 : 1;
+        if (!isMeasured || !std::isfinite(real)) return;
+        measured.lowest = std::min(measured.lowest, real);
+        measured.highest = std::max(measured.highest, real);
+    });
+    return measured;
+}
+
+/// Below, or where that does not fit above, all that is measured: whole numbers of the common scale.
+template <class T>
+std::optional<double> PaddingBeside(const Measured& measured, const Rescale& common) {
+    if (!(measured.lowest <= measured.highest)) return 0;
+    const auto [low, high] = std::minmax(
+        {(measured.lowest - common.intercept) / common.slope, (measured.highest - common.intercept) / common.slope});
+    for (const double value : {std::floor(low + kRounding) - 1, std::ceil(high - kRounding) + 1}) {
+        if (FitsInto<T>(value)) return value;
+    }
+    return std::nullopt;
+}
+
+float PaddingBelow(const Measured& measured) {
+    if (!(measured.lowest <= measured.highest)) return 0;
+    const auto lowest = static_cast<float>(measured.lowest);
+    return std::min(static_cast<float>(std::floor(measured.lowest) - 1),
+                    std::nextafter(lowest, -std::numeric_limits<float>::infinity()));
+}
+
 /// False where a value at the common scale is no whole number, or is beyond the range of the type.
 template <class T>
-bool TryIntegers(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales,
-                 CommonScale& common) {
-    bool exact = true;
-    ForEachVoxel(type, voxels, rescales.size(), [&](std::size_t i, std::size_t plane, double stored) {
-        const double value = (RealOf(stored, rescales[plane]) - common.rescale.intercept) / common.rescale.slope;
+bool TryIntegersOf(const ScaledPlanes& from, const Measured& measured, CommonScale& common) {
+    if (measured.padding > 0) common.padding = PaddingBeside<T>(measured, common.rescale);
+    bool exact = measured.padding == 0 || common.padding;
+    const double padding = common.padding.value_or(0);
+    ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
+        const double value = isMeasured ? (real - common.rescale.intercept) / common.rescale.slope : padding;
         exact = exact && std::fabs(value - std::round(value)) < kRounding && FitsInto<T>(std::round(value));
         if (exact) Put(common.voxels, i, static_cast<T>(std::round(value)));
     });
     return exact;
 }
 
-bool TryIntegers(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales,
-                 CommonScale& common) {
-    switch (type) {
-    case VoxelType::Int8: return TryIntegers<std::int8_t>(type, voxels, rescales, common);
-    case VoxelType::UInt8: return TryIntegers<std::uint8_t>(type, voxels, rescales, common);
-    case VoxelType::Int16: return TryIntegers<std::int16_t>(type, voxels, rescales, common);
-    case VoxelType::UInt16: return TryIntegers<std::uint16_t>(type, voxels, rescales, common);
+bool TryIntegers(const ScaledPlanes& from, const Measured& measured, CommonScale& common) {
+    switch (from.type) {
+    case VoxelType::Int8: return TryIntegersOf<std::int8_t>(from, measured, common);
+    case VoxelType::UInt8: return TryIntegersOf<std::uint8_t>(from, measured, common);
+    case VoxelType::Int16: return TryIntegersOf<std::int16_t>(from, measured, common);
+    case VoxelType::UInt16: return TryIntegersOf<std::uint16_t>(from, measured, common);
     default: return false;  // of 32 bits and floats: 32-bit floats do as well
     }
 }
 
 }  // namespace
 
-CommonScale ToCommonIntegers(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales) {
-    double smallest = 0;
-    double largest = 0;
-    ForEachVoxel(type, voxels, rescales.size(), [&](std::size_t, std::size_t plane, double stored) {
-        const double real = RealOf(stored, rescales[plane]);
-        if (!std::isfinite(real)) return;
-        smallest = std::min(smallest, real);
-        largest = std::max(largest, real);
-    });
-    constexpr double kLowest = std::numeric_limits<std::int16_t>::min();
+CommonScale ToCommonIntegers(const ScaledPlanes& from) {
+    const Measured measured = Measure(from);
     constexpr double kHighest = std::numeric_limits<std::int16_t>::max();
+    const double room = measured.padding > 0 ? 1 : 0;  // for the value of padding
+    const double lowest = std::numeric_limits<std::int16_t>::min() + room;
     CommonScale common;
-    common.rescale.slope = std::max(smallest / kLowest, largest / kHighest);
+    common.rescale.slope =
+        std::max(std::min(measured.lowest, 0.0) / lowest, std::max(measured.highest, 0.0) / kHighest);
     if (!(common.rescale.slope > 0)) common.rescale.slope = 1;
-    common.voxels.resize(voxels.size() / SizeOf(type) * sizeof(std::int16_t));
-    ForEachVoxel(type, voxels, rescales.size(), [&](std::size_t i, std::size_t plane, double stored) {
-        const double real = RealOf(stored, rescales[plane]);
+    common.paddingVoxels = measured.padding;
+    if (measured.padding > 0) {
+        const double least = std::round(std::min(measured.lowest, measured.highest) / common.rescale.slope);
+        common.padding = std::isfinite(least) ? std::max(least, lowest) - 1 : 0;
+    }
+    common.voxels.resize(from.voxels.size() / SizeOf(from.type) * sizeof(std::int16_t));
+    ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
+        if (!isMeasured) return Put(common.voxels, i, static_cast<std::int16_t>(*common.padding));
         const double value =
-            std::isnan(real) ? 0 : std::clamp(std::round(real / common.rescale.slope), kLowest, kHighest);
+            std::isnan(real) ? 0 : std::clamp(std::round(real / common.rescale.slope), lowest, kHighest);
         if (std::isfinite(real)) common.error = std::max(common.error, std::fabs(value * common.rescale.slope - real));
         Put(common.voxels, i, static_cast<std::int16_t>(value));
     });
     return common;
 }
 
-CommonScale ToCommonScale(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales) {
-    CommonScale common{.type = type, .rescale = rescales.front()};
-    for (const Rescale& rescale : rescales) {
+CommonScale ToCommonScale(const ScaledPlanes& from) {
+    const Measured measured = Measure(from);
+    CommonScale common{.type = from.type, .rescale = from.rescales.front()};
+    for (const Rescale& rescale : from.rescales) {
         if (std::fabs(rescale.slope) > std::fabs(common.rescale.slope)) common.rescale = rescale;
     }
-    common.voxels.resize(voxels.size());
-    if (TryIntegers(type, voxels, rescales, common)) return common;
-    common = {.type = VoxelType::Float32};
-    common.voxels.resize(voxels.size() / SizeOf(type) * sizeof(float));
-    ForEachVoxel(type, voxels, rescales.size(), [&](std::size_t i, std::size_t plane, double stored) {
-        const double real = RealOf(stored, rescales[plane]);
-        const auto value = static_cast<float>(real);
-        if (std::isfinite(real)) common.error = std::max(common.error, std::fabs(static_cast<double>(value) - real));
+    common.paddingVoxels = measured.padding;
+    common.voxels.resize(from.voxels.size());
+    if (TryIntegers(from, measured, common)) return common;
+    common = {.type = VoxelType::Float32, .paddingVoxels = measured.padding};
+    const float padding = PaddingBelow(measured);
+    if (measured.padding > 0) common.padding = static_cast<double>(padding);
+    common.voxels.resize(from.voxels.size() / SizeOf(from.type) * sizeof(float));
+    ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
+        const float value = isMeasured ? static_cast<float>(real) : padding;
+        if (isMeasured && std::isfinite(real))
+            common.error = std::max(common.error, std::fabs(static_cast<double>(value) - real));
         Put(common.voxels, i, value);
     });
     return common;

@@ -1,9 +1,12 @@
 // Values of slices that have rescales of their own, brought to one scale.
 #pragma once
 
+#include "Padding.h"
 #include "Volume.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -15,14 +18,25 @@ struct CommonScale {
     Rescale rescale{};
     double error = 0;  ///< largest difference of a real value from what it was
     std::vector<std::byte> voxels{};
+    std::optional<double> padding{};  ///< the value that all voxels of padding have now, and no other has
+    std::uint64_t paddingVoxels = 0;
 };
 
-/// For pictures, and for files that hold integers alone: signed 16 bits at the smallest slope at which all values fit.
-/// `rescales`: one for each plane. No colours.
-CommonScale ToCommonIntegers(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales);
+/// Planes of stored values. No colours.
+struct ScaledPlanes {
+    VoxelType type;
+    std::span<const std::byte> voxels;
+    const std::vector<Rescale>& rescales;  ///< one for each plane
+    /// One for each plane, or none at all. The same stored value is another real one in each plane, and may be one that
+    /// is measured in others.
+    const std::vector<Padding>& paddings;
+};
+
+/// For files that hold integers alone: signed 16 bits at the smallest slope at which all values fit.
+CommonScale ToCommonIntegers(const ScaledPlanes& planes);
 
 /// The integers that they are, at the largest of the slopes, where no value changes by that; else real values in 32-bit
 /// floats.
-CommonScale ToCommonScale(VoxelType type, std::span<const std::byte> voxels, const std::vector<Rescale>& rescales);
+CommonScale ToCommonScale(const ScaledPlanes& planes);
 
 }  // namespace korvane

@@ -58,6 +58,10 @@ constexpr Tag kOfImage[] = {
     tags::PixelRepresentation,
     tags::PixelPaddingValue,
     tags::PixelPaddingRangeLimit,
+    tags::FloatPixelPaddingValue,
+    tags::FloatPixelPaddingRangeLimit,
+    tags::DoubleFloatPixelPaddingValue,
+    tags::DoubleFloatPixelPaddingRangeLimit,
     tags::ModalityLUTSequence,
     tags::PresentationLUTShape,
 };

@@ -5,6 +5,7 @@
 #include "base/Bytes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
@@ -15,11 +16,37 @@ namespace korvane {
 
 namespace {
 
-std::optional<double> ReadWord(const DICOMObject& dataSet, Tag tag, bool isSigned) {
+template <class Word>
+std::optional<Word> ReadWord(const DICOMObject& dataSet, Tag tag) {
     const VR* const element = FindElement(dataSet, tag);
-    if (element == nullptr || element->m_pData == nullptr || element->m_Length < 2) return std::nullopt;
-    const auto word = platform::LoadLittle<std::uint16_t>(element->m_pData);
-    return isSigned ? static_cast<double>(static_cast<std::int16_t>(word)) : word;
+    if (element == nullptr || element->m_pData == nullptr || element->m_Length < sizeof(Word)) return std::nullopt;
+    return platform::LoadLittle<Word>(element->m_pData);
+}
+
+template <class Real, class Word>
+std::optional<double> ReadReal(const DICOMObject& dataSet, Tag tag) {
+    const std::optional<Word> word = ReadWord<Word>(dataSet, tag);
+    return word ? std::optional<double>(std::bit_cast<Real>(*word)) : std::nullopt;
+}
+
+std::optional<double> ReadInteger(const DICOMObject& dataSet, Tag tag, bool isSigned) {
+    const auto word = ReadWord<std::uint16_t>(dataSet, tag);
+    if (!word) return std::nullopt;
+    return isSigned ? static_cast<double>(static_cast<std::int16_t>(*word)) : *word;
+}
+
+// What the pixels are tells which of the elements counts.
+std::optional<double> ReadEnd(const DICOMObject& dataSet, const PixelForm& form, bool isLimit) {
+    switch (form.kind) {
+    case PixelForm::Kind::Float:
+        return ReadReal<float, std::uint32_t>(dataSet, isLimit ? tags::FloatPixelPaddingRangeLimit
+                                                               : tags::FloatPixelPaddingValue);
+    case PixelForm::Kind::Double:
+        return ReadReal<double, std::uint64_t>(dataSet, isLimit ? tags::DoubleFloatPixelPaddingRangeLimit
+                                                                : tags::DoubleFloatPixelPaddingValue);
+    default:
+        return ReadInteger(dataSet, isLimit ? tags::PixelPaddingRangeLimit : tags::PixelPaddingValue, form.isSigned);
+    }
 }
 
 template <class T>
@@ -88,14 +115,14 @@ MeasuredRange RangeOfIntegers(std::span<const std::byte> voxels, const Padding& 
 
 }  // namespace
 
-std::optional<double> ReadPaddingValue(const DICOMObject& dataSet, bool isSigned) {
-    return ReadWord(dataSet, tags::PixelPaddingValue, isSigned);
+std::optional<double> ReadPaddingValue(const DICOMObject& dataSet, const PixelForm& form) {
+    return ReadEnd(dataSet, form, false);
 }
 
-std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned) {
-    const std::optional<double> value = ReadPaddingValue(dataSet, isSigned);
+std::optional<Padding> ReadPadding(const DICOMObject& dataSet, const PixelForm& form) {
+    const std::optional<double> value = ReadPaddingValue(dataSet, form);
     if (!value) return std::nullopt;
-    const double limit = ReadWord(dataSet, tags::PixelPaddingRangeLimit, isSigned).value_or(*value);
+    const double limit = ReadEnd(dataSet, form, true).value_or(*value);
     return Padding{std::min(*value, limit), std::max(*value, limit)};
 }
 

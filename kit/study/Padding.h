@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../dataset/Toolkit.h"
+#include "PixelForm.h"
 #include "Volume.h"
 
 #include <cstdint>
@@ -13,14 +14,14 @@
 namespace korvane {
 
 /// From Pixel Padding Value (0028,0120) to Pixel Padding Range Limit (0028,0121), the lower one first; without a limit the
-/// value alone.
+/// value alone. Floating-point pixels have elements of their own, (0028,0122) to (0028,0125).
 using Padding = std::pair<double, double>;
 
 inline constexpr Padding kNoPadding{1, 0};  ///< holds no value
 
 /// Both none where the data set names none.
-std::optional<double> ReadPaddingValue(const DICOMObject& dataSet, bool isSigned);
-std::optional<Padding> ReadPadding(const DICOMObject& dataSet, bool isSigned);
+std::optional<double> ReadPaddingValue(const DICOMObject& dataSet, const PixelForm& form);
+std::optional<Padding> ReadPadding(const DICOMObject& dataSet, const PixelForm& form);
 
 /// Of stored values; integers around them where they are real.
 struct MeasuredRange {

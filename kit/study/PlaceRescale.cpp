@@ -3,18 +3,30 @@
 #include "base/Number.h"
 
 #include <cmath>
+#include <optional>
 
 namespace korvane {
 
-Rescale RescaleOf(const FramePlace& place) {
-    Rescale rescale;
+namespace {
+
+std::optional<Rescale> ReadRescale(const FramePlace& place) {
     double slope = 0;
     double intercept = 0;
     if (platform::ScanReals(place.slope, &slope, 1) == 1 && platform::ScanReals(place.intercept, &intercept, 1) == 1 &&
         slope != 0 && std::isfinite(slope) && std::isfinite(intercept)) {
-        rescale = {slope, intercept};
+        return Rescale{slope, intercept};
     }
-    return rescale;
+    return std::nullopt;
+}
+
+}  // namespace
+
+Rescale RescaleOf(const FramePlace& place) {
+    return ReadRescale(place).value_or(Rescale{});
+}
+
+bool IsRescaleUsable(const FramePlace& place) {
+    return (place.slope.empty() && place.intercept.empty()) || ReadRescale(place);
 }
 
 Rescale RealRescaleOf(const FramePlace& place) {

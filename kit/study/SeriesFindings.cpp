@@ -1,6 +1,7 @@
 #include "SeriesFindings.h"
 
 #include "FoundFiles.h"
+#include "PlaceRescale.h"
 
 #include "base/Number.h"
 
@@ -411,6 +412,7 @@ private:
             const FramePlace& place = m_Found.PlaceOf(slice);
             return place.slope != first.slope || place.intercept != first.intercept;
         });
+        TellUnusable();
         if (differs) Add(FindingKind::RescaleDiffers, "rescale slope or intercept differ from slice to slice");
         if (first.hasRealWorld && !first.slope.empty()) {
             Add(FindingKind::RealWorldValues,
@@ -426,6 +428,20 @@ private:
             Add(FindingKind::PixelsNotSquare, "pixels are not square: " + BetweenRowsAndColumns(sized.spacing))
                 .lengths = {sized.spacing[0], sized.spacing[1]};
         }
+    }
+
+    void TellUnusable() {
+        std::vector<std::size_t> slices;
+        for (std::size_t i = 0; i < m_Series.slices.size(); ++i) {
+            if (!IsRescaleUsable(m_Found.PlaceOf(m_Series.slices[i]))) slices.push_back(i);
+        }
+        if (slices.empty()) return;
+        const FramePlace& place = m_Found.PlaceOf(m_Series.slices[slices.front()]);
+        const auto quoted = [](const std::string& text) { return text.empty() ? "missing" : "\"" + text + "\""; };
+        Add(FindingKind::RescaleUnusable, "Rescale Slope is " + quoted(place.slope) + " and Rescale Intercept " +
+                                              quoted(place.intercept) + OfSlices(slices) +
+                                              ", which rescale nothing: values are as stored")
+            .slices = slices;
     }
 
     const FoundFiles& m_Found;

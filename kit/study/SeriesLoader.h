@@ -48,6 +48,7 @@ public:
 
     /// Owned by this object.
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
+    const std::vector<DICOMDataObject*>& GetDataSets() const { return m_List; }
     /// Whole files, as they were read but for their pixels, with their paths.
     const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Read; }
     /// Where each lies; without a position of its own, one behind the other along the normal.

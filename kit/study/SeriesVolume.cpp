@@ -5,6 +5,7 @@
 #include "PlaceRescale.h"
 #include "PlaneReader.h"
 #include "PlaneStream.h"
+#include "SeriesFindings.h"
 #include "SeriesText.h"
 #include "StoredPixels.h"
 #include "Uptake.h"
@@ -16,6 +17,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <utility>
 
@@ -35,6 +37,12 @@ MeasuredRange RangeOf(VoxelType type, std::span<const std::byte> voxels) {
     const VoxelType sample = type == VoxelType::Rgb24 ? VoxelType::UInt8 : type;
     const MeasuredRange range = RangeOutside(sample, voxels, kNoPadding);
     return range.smallest <= range.largest ? range : MeasuredRange{0, 0};
+}
+
+std::string DescribePadding(const CommonScale& common) {
+    if (!common.padding) return "";
+    return ", and the " + std::to_string(common.paddingVoxels) + " voxels of padding have the value " +
+           platform::FormatReal(*common.padding) + ", which no other has";
 }
 
 /// Planes in memory that is the caller's, with the places that the volume's planes have.
@@ -134,6 +142,7 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_OwnType = m_Loaded->GetOwnType();
     m_Scale.reset();
     m_ScaleError.reset();
+    m_ScaledPadding.reset();
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
 }
@@ -154,6 +163,7 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
     Begin(slices, LoadedSlices::Pixels::Later);
     m_StreamedRange = {0, 0};
     Assemble();
+    TellPaddings();
 }
 
 void SeriesVolume::ReadPlanes(unsigned jobs,
@@ -215,11 +225,13 @@ void SeriesVolume::BringToOneScale(bool integers) {
     const bool differ = RescalesDiffer();
     std::vector<Rescale> rescales;
     for (const FramePlace& place : GetPlanePlaces()) rescales.push_back(RealRescaleOf(place));
-    CommonScale common =
-        integers ? ToCommonIntegers(GetType(), GetVoxels(), rescales) : ToCommonScale(GetType(), GetVoxels(), rescales);
+    const std::vector<Padding> paddings = GetPlanePaddings();
+    const ScaledPlanes planes{GetType(), GetVoxels(), rescales, paddings};
+    CommonScale common = integers ? ToCommonIntegers(planes) : ToCommonScale(planes);
     m_OwnType = common.type;
     m_Scale = common.rescale;
     m_ScaleError = common.error;
+    m_ScaledPadding = common.padding;
     m_OwnVoxels = std::move(common.voxels);
     for (const auto& [type, kind] : {std::pair(VoxelType::Int16, CVolume::PT_SHORT),
                                      {VoxelType::UInt16, CVolume::PT_USHORT},
@@ -230,7 +242,8 @@ void SeriesVolume::BringToOneScale(bool integers) {
     SetTrueRange(GetVolume());
     // Exporters of integers undo the rescale of the data sets. These integers go into the file as they are, so there is none.
     for (DICOMDataObject* const dataSet : m_Loaded->GetDataSets()) {
-        for (const Tag tag : {tags::RescaleSlope, tags::RescaleIntercept, tags::PixelPaddingValue})
+        for (const Tag tag :
+             {tags::RescaleSlope, tags::RescaleIntercept, tags::PixelPaddingValue, tags::PixelPaddingRangeLimit})
             DropElement(*dataSet, tag);
         if (integers) continue;
         PutReals(*dataSet, tags::RescaleSlope, &common.rescale.slope, 1);
@@ -243,11 +256,47 @@ void SeriesVolume::BringToOneScale(bool integers) {
           .text = std::string(differ ? "slices have rescales of their own: " : "") +
                   "values are brought to one scale, " + std::string(WordOf(common.type)) + " with slope " +
                   m_Place.slope + " and intercept " + m_Place.intercept + ", rounded by at most " +
-                  platform::FormatReal(common.error)});
+                  platform::FormatReal(common.error) + DescribePadding(common)});
+}
+
+/// Of each plane, in plane order; nothing where no slice has any.
+std::vector<Padding> SeriesVolume::GetPlanePaddings() const {
+    std::vector<Padding> paddings;
+    bool isAny = false;
+    for (const int index : m_Assembled.m_SliceToIndex) {
+        const DICOMDataObject& dataSet = *m_Loaded->GetDataSets()[static_cast<std::size_t>(index)];
+        const std::optional<Padding> padding = ReadPadding(dataSet, GetHeader().form);
+        isAny = isAny || padding;
+        paddings.push_back(padding.value_or(kNoPadding));
+    }
+    if (!isAny) paddings.clear();
+    return paddings;
+}
+
+void SeriesVolume::TellPaddings() {
+    const std::vector<Padding> paddings = GetPlanePaddings();
+    if (std::adjacent_find(paddings.begin(), paddings.end(), std::not_equal_to<>()) == paddings.end()) return;
+    const std::optional<Padding> first = GetPadding();
+    Tell({.kind = FindingKind::PaddingDiffers,
+          .text =
+              "slices name different values for padding: " +
+              (first ? "that of the first one, " + ShortNumber(first->first) + " to " + ShortNumber(first->second) + ","
+                     : std::string("what the first one names, none,")) +
+              " counts for all"});
+}
+
+std::optional<double> SeriesVolume::GetPaddingValue() {
+    return m_Scale ? m_ScaledPadding : ReadPaddingValue(GetFirstDataSet(), GetHeader().form);
 }
 
 std::optional<Padding> SeriesVolume::GetPadding() {
-    return ReadPadding(GetFirstDataSet(), GetHeader().form.isSigned);
+    if (m_Scale) return m_ScaledPadding ? std::optional(Padding{*m_ScaledPadding, *m_ScaledPadding}) : std::nullopt;
+    std::optional<Padding> padding = ReadPadding(GetFirstDataSet(), GetHeader().form);
+    if (padding && GetType() == VoxelType::Float32) {  // 64 bits may have become 32
+        const auto rounded = [](double end) { return static_cast<double>(static_cast<float>(end)); };
+        padding = {rounded(padding->first), rounded(padding->second)};
+    }
+    return padding;
 }
 
 MeasuredRange SeriesVolume::GetMeasuredRange() {

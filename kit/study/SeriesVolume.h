@@ -96,8 +96,10 @@ public:
     /// The files that were read, each with its path.
     const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Loaded->GetFiles(); }
 
-    /// Of the first slice, as stored; none where values were brought to one scale.
+    /// Of the first slice, as stored; where values were brought to one scale, what padding became. The value is what voxels
+    /// without data get.
     std::optional<Padding> GetPadding();
+    std::optional<double> GetPaddingValue();
     /// The volume's smallest and largest value, without padding unless there is nothing else; of planes that are streamed once
     /// they were read.
     MeasuredRange GetMeasuredRange();
@@ -110,6 +112,8 @@ private:
     void TakeSlices(const std::vector<SliceRef>& slices);
     void CheckExtent() const;
     void Assemble();
+    std::vector<Padding> GetPlanePaddings() const;
+    void TellPaddings();
     void SetTrueSpacing();
     void ApplyUptake();
     void PutOwnVoxels();
@@ -130,6 +134,7 @@ private:
     std::optional<VoxelType> m_OwnType;
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;
+    std::optional<double> m_ScaledPadding;
     std::vector<std::byte> m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;
 };

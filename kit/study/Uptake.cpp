@@ -3,8 +3,9 @@
 #include "../core/Error.h"
 #include "SeriesFindings.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
-#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -15,6 +16,8 @@ namespace {
 constexpr double kGrams = 1000;
 constexpr double kSecondsOfDay = 86400;
 constexpr double kSame = 1e-6;  // of the factor: decimal texts
+constexpr const char* kInjected = "the injection, Radiopharmaceutical Start DateTime (0018,1078),";
+constexpr const char* kInjectionTime = "the injection, Radiopharmaceutical Start Time (0018,1072)";
 
 std::optional<int> DigitsOf(std::string_view text, std::size_t at, std::size_t count) {
     if (at + count > text.size()) return std::nullopt;
@@ -26,28 +29,49 @@ std::optional<int> DigitsOf(std::string_view text, std::size_t at, std::size_t c
     return value;
 }
 
-/// Days from a fixed one on, in the Gregorian calendar.
+/// Days from a fixed one on, of YYYYMMDD.
 std::optional<double> DayOf(std::string_view date) {
     const auto year = DigitsOf(date, 0, 4);
     const auto month = DigitsOf(date, 4, 2);
     const auto day = DigitsOf(date, 6, 2);
-    if (!year || !month || !day || *month < 1 || *month > 12) return std::nullopt;
-    // Years begin with March, so that the day that some of them have more is the last.
-    const int y = *month > 2 ? *year : *year - 1;
-    const int m = (*month + 9) % 12;
-    const int days = 365 * y + y / 4 - y / 100 + y / 400 + (153 * m + 2) / 5 + *day;
-    return days;
+    if (!year || !month || !day) return std::nullopt;
+    const std::chrono::year_month_day named{std::chrono::year(*year), std::chrono::month(static_cast<unsigned>(*month)),
+                                            std::chrono::day(static_cast<unsigned>(*day))};
+    if (!named.ok()) return std::nullopt;
+    return static_cast<double>(std::chrono::sys_days(named).time_since_epoch().count());
 }
 
-/// Seconds after midnight of HHMMSS.FFFFFF; minutes and what follows may be left out.
+/// Seconds after midnight of HHMMSS.FFFFFF, all of it: minutes and what follows may be left out, and colons between the
+/// parts are those of files before the standard.
 std::optional<double> SecondOf(std::string_view time) {
-    const auto hour = DigitsOf(time, 0, 2);
-    if (!hour) return std::nullopt;
-    double seconds = *hour * 3600 + DigitsOf(time, 2, 2).value_or(0) * 60 + DigitsOf(time, 4, 2).value_or(0);
+    std::string plain(time);
+    if (plain.size() >= 8 && plain[2] == ':' && plain[5] == ':')
+        plain = plain.substr(0, 2) + plain.substr(3, 2) + plain.substr(6);
+    const std::size_t whole = std::min(plain.find('.'), plain.size());
+    const auto hour = DigitsOf(plain, 0, 2);
+    const auto minute = whole > 2 ? DigitsOf(plain, 2, 2) : 0;
+    const auto second = whole > 4 ? DigitsOf(plain, 4, 2) : 0;
+    if (whole > 6 || whole % 2 != 0 || (whole < plain.size() && whole != 6)) return std::nullopt;
+    if (!hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
+    double seconds = *hour * 3600 + *minute * 60 + *second;
     double part = 0.1;
-    for (std::size_t at = 7; at < time.size() && time[6] == '.' && time[at] >= '0' && time[at] <= '9'; ++at, part /= 10)
-        seconds += part * (time[at] - '0');
+    for (std::size_t at = whole + 1; at < plain.size(); ++at, part /= 10) {
+        const auto digit = DigitsOf(plain, at, 1);
+        if (!digit) return std::nullopt;
+        seconds += part * *digit;
+    }
     return seconds;
+}
+
+/// Seconds that clocks are ahead of UTC, of "+0130".
+std::optional<double> ZoneOf(std::string_view zone) {
+    const auto hours = DigitsOf(zone, 1, 2);
+    const auto minutes = DigitsOf(zone, 3, 2);
+    if (zone.size() != 5 || (zone[0] != '+' && zone[0] != '-') || !hours || !minutes || *minutes > 59)
+        return std::nullopt;
+    const double ahead = *hours * 3600 + *minutes * 60;
+    if (ahead > 14 * 3600) return std::nullopt;
+    return zone[0] == '+' ? ahead : -ahead;
 }
 
 class UptakeReader {
@@ -111,7 +135,9 @@ private:
                 "known");
         }
         const double elapsed = start - Injection();
-        if (elapsed < 0) Refuse("the injection, Radiopharmaceutical Start Time (0018,1072), is after the scan");
+        if (elapsed < 0)
+            Refuse(
+                "the injection, Radiopharmaceutical Start Time (0018,1072) or DateTime (0018,1078), is after the scan");
         if (elapsed > kSecondsOfDay) Refuse("the injection is more than a day before the scan");
         return std::exp2(-elapsed / halfLife);
     }
@@ -123,21 +149,45 @@ private:
         return *day * kSecondsOfDay + *second;
     }
 
-    /// A time without a date is of the day of the scan.
+    /// On the clock of the scan. A time without a date is of the day of the scan.
     double Injection() const {
         const std::string whole = FindText(*m_pDrug, tags::RadiopharmaceuticalStartDateTime);
-        const bool hasZone = whole.find_first_of("+-") != std::string::npos;
-        if (whole.size() >= 12 && !hasZone) {
-            const auto day = DayOf(whole);
-            const auto second = SecondOf(std::string_view(whole).substr(8));
-            if (!day || !second) Refuse("Radiopharmaceutical Start DateTime (0018,1078) cannot be read");
-            return *day * kSecondsOfDay + *second;
+        const std::size_t zone = std::min(whole.find_first_of("+-"), whole.size());
+        if (zone < 10 && !whole.empty()) Refuse(std::string(kInjected) + " cannot be read");
+        const std::optional<double> clock = InjectionTime();
+        if (whole.empty()) {
+            const auto day = DayOf(TextOf(m_DataSet, tags::SeriesDate, "Series Date (0008,0021)"));
+            if (!clock || !day) Refuse(std::string(kInjectionTime) + (clock ? ", has no readable day" : " is missing"));
+            return *day * kSecondsOfDay + *clock;
         }
-        const std::string name = "Radiopharmaceutical Start Time (0018,1072)";
-        const auto second = SecondOf(TextOf(*m_pDrug, tags::RadiopharmaceuticalStartTime, name));
-        const auto day = DayOf(TextOf(m_DataSet, tags::SeriesDate, "Series Date (0008,0021)"));
-        if (!second || !day) Refuse(name + " cannot be read");
-        return *day * kSecondsOfDay + *second;
+        const auto day = DayOf(whole);
+        const auto second = SecondOf(std::string_view(whole).substr(8, zone - 8));
+        if (!day || !second) Refuse(std::string(kInjected) + " cannot be read");
+        const double moment = *day * kSecondsOfDay + *second;
+        return zone == whole.size() ? moment : moment + ZoneOfScan(whole.substr(zone), *second, clock);
+    }
+
+    std::optional<double> InjectionTime() const {
+        const std::string time = FindText(*m_pDrug, tags::RadiopharmaceuticalStartTime);
+        if (time.empty()) return std::nullopt;
+        const auto second = SecondOf(time);
+        if (!second) Refuse(std::string(kInjectionTime) + " cannot be read");
+        return second;
+    }
+
+    /// Seconds that the clock of the scan is ahead of one whose zone the injection names. Where Timezone Offset From UTC
+    /// (0008,0201) does not tell, the injection's time of day on the clock of the scan may be the same.
+    double ZoneOfScan(const std::string& named, double second, const std::optional<double>& clock) const {
+        const auto own = ZoneOf(named);
+        if (!own) Refuse(std::string(kInjected) + " has a time zone that cannot be read");
+        const std::string text = FindText(m_DataSet, tags::TimezoneOffsetFromUTC);
+        if (text.empty()) {
+            if (clock && std::fabs(*clock - second) < 1) return 0;
+            Refuse(std::string(kInjected) + " has a time zone, and Timezone Offset From UTC (0008,0201) is missing");
+        }
+        const auto scan = ZoneOf(text);
+        if (!scan) Refuse("Timezone Offset From UTC (0008,0201) cannot be read");
+        return *scan - *own;
     }
 
     const std::string& m_Path;

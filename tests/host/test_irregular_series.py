@@ -384,7 +384,7 @@ def leaning(name, padding=None, heights=(0, 4, 8, 12, 16, 20), shift=2.2):
         ds.PixelSpacing, ds.PixelRepresentation = [1.5, 0.5], 1
         ds.ImageOrientationPatient = [0.6, 0.8, 0, -0.8, 0.6, 0]
         ds.ImagePositionPatient = [-5 + 0.1 * heights[n], shift / 4 * heights[n], heights[n]]
-        ds.PixelData = generator.integers(-900, 3000, (16, 16)).astype("<i2").tobytes()
+        ds.PixelData = generator.integers(-900, 2000, (16, 16)).astype("<i2").tobytes()
         if padding is not None:
             ds.add_new(0x00280120, "SS", padding)
     return edited(phantom(name + "-source", *SMALL), name, change)

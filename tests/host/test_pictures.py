@@ -317,6 +317,40 @@ def frames():
         assert abs(pixels - expected).max() <= 1 and "low values bright" in out, (index, out)
 
 
+    tables = [numpy.sort(RANDOM.integers(0, 4096, 4096)) for _ in range(2)]
+    both = save(image(values, 12, SharedFunctionalGroupsSequence=Sequence([shared]), WindowCenter=5, WindowWidth=3,
+                      PixelPaddingValue=0, PerFrameFunctionalGroupsSequence=Sequence([
+                          frame(n, VOILUTSequence=table(0, entries, 12)) for n, entries in enumerate(tables)])))
+    for n, entries in enumerate(tables):  # a table of the frame counts before a window of all of them
+        assert (draw(both, "--frame", n)[0] == grey(entries[values[n]] / 4095)).all(), n
+    assert (draw(both, "--view", "axial", "--index", 1)[0] == grey(tables[0][values[0]] / 4095)).all()
+
+
+def modality():
+    """A Modality LUT is in pictures of images and of planes, and in their values; a file of voxels says that it is not."""
+    stored = any_values(0, 4095, "<u2", 12, 14)
+    lut = numpy.floor(1000 * numpy.log1p(numpy.arange(4096)))
+    place = {"PixelSpacing": [1, 1], "ImageOrientationPatient": [1, 0, 0, 0, 1, 0], "ImagePositionPatient": [0, 0, 0]}
+    path = save(image(stored, 12, ModalityLUTSequence=table(0, lut), WindowCenter=7000, WindowWidth=3000, **place))
+    expected = grey(window(lut[stored[0]], 7000, 3000))
+    for view in ((), ("--view", "axial")):
+        assert (draw(path, *view)[0] == expected).all(), view
+        if not WINDOWS:
+            assert (draw(path, *view, "--values", name="picture.tif")[0] == lut[stored[0]]).all(), view
+    err = korvane("export", path, "--format", "nrrd", "--to", WORK / "vol")[1]
+    assert "Modality LUT is not applied" in err, err
+
+
+def names():
+    """A name that no picture may have is refused before anything is read."""
+    path = save(image(any_values(0, 255, "u1")))
+    path.write_bytes(path.read_bytes()[:-40])  # which nothing can draw
+    for options in ((), ("--view", "axial"), ("--sheet",), ("--raw16", "--view", "axial")):
+        name = "x.jpg" if "--raw16" in options else "x.bmp"
+        err = korvane("slice", path, *options, "-o", WORK / name, status=2)[1]
+        assert ("not written as .bmp" in err or "has no 16 bits" in err) and "ends early" not in err.split("korvane: ")[-1], err
+
+
 def sizes():
     ds = image(any_values(0, 255, "u1", 20, 40), PixelSpacing=[2, 1])
     assert draw(save(ds))[0].shape == (40, 40), "square pixels"
@@ -371,4 +405,4 @@ def samples():
     print("samples: largest difference of grey or colour, and how many images:", counts)
 
 
-run(grey_values, automatic, bits, colours, palettes, damaged, told, volumes, frames, sizes, values, samples)
+run(grey_values, automatic, bits, colours, palettes, damaged, told, volumes, frames, modality, names, sizes, values, samples)

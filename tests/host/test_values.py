@@ -246,6 +246,58 @@ def slopes():
     korvane("slice", folder, "--view", "coronal", "--output", WORK / "coronal.png")
 
 
+def padding():
+    """Padding stays known: one value that no measured voxel has after slices came to one scale, and that of real pixels."""
+    def pet(ds, n):
+        values = RANDOM.integers(-30, 30000, (16, 16), "<i2")
+        values[:, 3] = -5 * (1 + n)  # as real values what padding is in other slices
+        values[:, 4] = numpy.where(values[:, 4] == -5, 0, values[:, 4])
+        values[values == -5] = -5 if n == 0 else 7
+        values[2:9, 7:9] = -5
+        set_pixels(ds, values)
+        ds.Modality, ds.Units, ds.RescaleSlope, ds.RescaleIntercept = "PT", "BQML", str(1 / (1 + n)), "0"
+        ds.add_new(0x00280120, "SS", -5)
+        return numpy.where(values == -5, numpy.nan, values / (1 + n))
+
+    folder, expected = made("padded-pet", pet, "f8")
+    empty = numpy.isnan(expected)
+    assert empty[0].sum() > empty[1:].sum() / 3 and (expected == -5).any()
+    korvane("export", folder, "--format", "analyze", "--to", f"file:{WORK}/vol", "--report", WORK / "report.json")
+    report = json.loads((WORK / "report.json").read_text())
+    kinds = {finding["kind"]: finding for finding in report["findings"]}
+    slope, _ = kinds["one scale"]["lengths"]
+    value = int(kinds["one scale"]["text"].split("have the value ")[1].split(",")[0])
+    data = host_test.Analyze(WORK / "vol").voxels.astype(float)
+    data = data if (numpy.isnan(expected) == (data == value)).all() else data[::-1]
+    assert (empty == (data == value)).all() and kinds["padding left out"]["count"] == empty.sum(), value
+    assert numpy.nanmax(abs(data * slope - expected)[~empty]) <= slope / 2 * 1.001
+    values = report["volumes"][0]["values"]
+    assert [values["smallest"], values["largest"]] == [data[~empty].min(), data[~empty].max()], values
+
+    def real(ds, n):
+        values = RANDOM.standard_normal((16, 16)).astype("<f4")
+        values[n:9, :5] = -1e30
+        floats(ds, values)
+        ds.add_new(0x00280122, "FL", -1e30)
+        ds.add_new(0x00280124, "FL", -9e29)
+        return values
+
+    folder, expected = made("padded-real", real, "f4")
+    voxels, _ = nifti(folder, "--report", WORK / "report.json")
+    measured = expected[expected > -1e29]
+    report = json.loads((WORK / "report.json").read_text())
+    values = report["volumes"][0]["values"]
+    assert (voxels == expected).all() and values["smallest"] == numpy.floor(measured.min()), values
+    assert "padding differs" not in [finding["kind"] for finding in report["findings"]]
+    out = korvane("slice", folder, "--view", "axial", "--output", WORK / "real.png")[0]
+    width = float(out.split("window ")[1].split(" ")[0].split(",")[1])
+    assert width < 2 + numpy.ptp(measured), out
+    mixed = edited(folder, "mixed", lambda ds, n: n == 2 and ds.add_new(0x00280122, "FL", 3.5))
+    assert "different values for padding" in korvane("export", mixed, "--format", "nrrd", "--to", WORK / "mixed-out")[1]
+    unusable = edited(folder, "unusable", lambda ds, n: (setattr(ds, "RescaleSlope", "0"), setattr(ds, "RescaleIntercept", "3")))
+    assert "Rescale Slope is \"0\"" in korvane("info", unusable)[0] + korvane("info", unusable)[1]
+
+
 def uptake():
     """Standardized uptake values on request, or the name of the element that is in the way."""
     def pet(ds, n):
@@ -280,6 +332,25 @@ def uptake():
     one_dose = edited(folder, "admin", lambda ds, n: setattr(ds, "DecayCorrection", "ADMIN"))
     assert numpy.allclose(nifti(one_dose, "--suv")[0], activity * 72500 / 370e6, rtol=1e-5)
 
+    def zoned(moment, zone, clock="233000.25"):
+        def change(ds, n):
+            item = ds.RadiopharmaceuticalInformationSequence[0]
+            item.RadiopharmaceuticalStartDateTime, item.RadiopharmaceuticalStartTime = moment, clock
+            if zone:
+                ds.TimezoneOffsetFromUTC = zone
+        return change
+
+    for number, change in enumerate((  # all the same moment
+            zoned("20240229223000.25+0000", "+0100", ""), zoned("20240301013000.25+0230", "+0030", "233000.25"),
+            zoned("20240229233000.25-0500", "", "233000.25"), zoned("20240229233000.25", "-1100", ""))):
+        assert numpy.allclose(nifti(edited(folder, f"zone{number}", change), "--suv")[0], expected, rtol=1e-5), number
+
+    def midnight(ds, n):  # between the start of the scan and its images
+        ds.SeriesDate, ds.SeriesTime, ds.AcquisitionDate, ds.AcquisitionTime = "20240229", "235930.25", "20240301", f"0001{n:02}"
+
+    late = activity * 72500 / (370e6 * 2 ** (-1770 / 6586.2))
+    assert numpy.allclose(nifti(edited(folder, "midnight", midnight), "--suv")[0], late, rtol=1e-5)
+
     def without(keyword):
         def change(ds, n):
             holder = ds if keyword in ds else ds.RadiopharmaceuticalInformationSequence[0]
@@ -294,6 +365,12 @@ def uptake():
             ("(0018,1075)", without("RadionuclideHalfLife")), ("(0054,1102)", without("DecayCorrection")),
             ("(0054,1001)", without("Units")), ("(0054,0016)", without("RadiopharmaceuticalInformationSequence")),
             ("not BQML", lambda ds, n: setattr(ds, "Units", "CNTS")), ("no DECY", lambda ds, n: setattr(ds, "CorrectedImage", "ATTN")),
+            ("(0008,0201) is missing", zoned("20240229223000.25+0000", "")),
+            ("(0008,0201) cannot be read", zoned("20240229223000.25+0000", "CET")),
+            ("time zone that cannot", zoned("20240229223000.25+1", "+0100")),
+            ("(0018,1072) cannot be read", zoned("", "", "23h30")), ("after the scan", zoned("", "", "233000")),
+            ("(0018,1072) is missing", zoned("", "", "")), ("(0008,0031) cannot be read", lambda ds, n: setattr(ds, "SeriesTime", "0030.5")),
+            ("(0008,0021) cannot be read", lambda ds, n: setattr(ds, "SeriesDate", "20240230")),
             ("above 0", drug("RadionuclideTotalDose", "0")), ("after the scan", drug("RadiopharmaceuticalStartDateTime", "20240301013000")),
             ("(0008,0031) is after", lambda ds, n: setattr(ds, "SeriesTime", "120000")),
             ("others than", lambda ds, n: n == 2 and setattr(ds, "PatientWeight", "73")))):
@@ -321,4 +398,4 @@ def frames_in_time():
     assert (host_test.Analyze(WORK / "one").voxels[0] == values[2].astype(int) - 32767).all(), err
 
 
-host_test.run(integers, real_numbers, colours, doses, units, slopes, uptake, frames_in_time)
+host_test.run(integers, real_numbers, colours, doses, units, slopes, padding, uptake, frames_in_time)

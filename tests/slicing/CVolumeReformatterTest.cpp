@@ -337,11 +337,67 @@ TEST(StraightenStack, LosesNothingAndTellsWhatItFilled) {
     ForEach(*uneven, [&](int i, int j, int k) {
         EXPECT_EQ(Voxel(*straight, k > 2 ? i + 5 : i, j, k), Voxel(*uneven, i, j, k)) << "bit for bit";
     });
-    int asked = 0;
-    options.m_Stop = [&asked] { return ++asked == 3; };
-    EXPECT_EQ(StraightenStack(*uneven, options, report), nullptr);
-    EXPECT_TRUE(asked == 3 && report.m_Error == "stopped") << asked << report.m_Error;
     uneven->GetPlane(1)->m_Org[1] = kNan;
     EXPECT_EQ(StraightenStack(*uneven, options, report), nullptr);
     EXPECT_EQ(report.m_Error, "volume with a position that is not finite");
+}
+
+// Few voxels are moved between two questions, however large a plane is.
+TEST(StraightenStack, AsksOftenWhetherToStop) {
+    constexpr int kSide = 1500, kPlanes = 3;
+    const VolumePointer source(CVolume::New());
+    source->Init(CVolume::PT_SHORT, kSide, kSide, kPlanes, 1);
+    source->Alloc(true);
+    source->SetSpacing(std::array{1.0F, 1.0F, 2.0F, 0.0F}.data());
+    for (int k = 0; k < kPlanes; ++k) {
+        std::memset(source->GetPlane(k)->m_pData, k, sizeof(short) * kSide * kSide);
+        source->GetPlane(k)->m_Org[1] = 0.3F * static_cast<float>(k);
+        source->GetPlane(k)->m_Org[2] = 2.0F * static_cast<float>(k);
+    }
+    int asked = 0;
+    StraightenReport report;
+    StraightenOptions options;
+    options.m_Stop = [&asked] { return ++asked < 0; };
+    const VolumePointer straight(StraightenStack(*source, options, report));
+    ASSERT_NE(straight, nullptr) << report.m_Error;
+    EXPECT_GE(asked, kPlanes * kSide * kSide / 300000);
+    const int most = asked;
+    for (const int at : {1, kPlanes + 2, most}) {
+        asked = 0;
+        options.m_Stop = [&asked, at] { return ++asked >= at; };
+        EXPECT_EQ(StraightenStack(*source, options, report), nullptr) << at;
+        EXPECT_TRUE(asked <= at + 1 && report.m_Error == "stopped") << asked << report.m_Error;
+    }
+}
+
+// Voxels that padding has a weight in become the fill value; no other does.
+TEST(StraightenStack, MixesNoPaddingIntoValues) {
+    for (const bool even : {true, false}) {
+        const Leaning source(CVolume::PT_FLOAT, even, 1);
+        const Leaning marks(CVolume::PT_FLOAT, even, 1);  // 1 where the other one has padding
+        ForEach(*source, [&](int i, int j, int k) {
+            const bool isPadding = (i * 7 + j * 5 + k * 3) % 11 == 0;
+            const float mark = isPadding ? 1.0F : 0.0F;
+            std::memcpy(At(*marks, i, j, k), &mark, sizeof mark);
+            const float padding = i % 2 == 0 ? -2000.0F : -1990.0F;
+            if (isPadding) std::memcpy(At(*source, i, j, k), &padding, sizeof padding);
+        });
+        StraightenReport report;
+        StraightenOptions options;
+        options.m_Fill = 0;
+        const VolumePointer marked(StraightenStack(*marks, options, report));
+        options.m_Fill = -3000;
+        options.m_Padding = {-2000, -1990};
+        const VolumePointer straight(StraightenStack(*source, options, report));
+        ASSERT_TRUE(marked != nullptr && straight != nullptr) << report.m_Error;
+        int spoiled = 0;
+        ForEach(*straight, [&](int i, int j, int k) {
+            const double value = Voxel(*straight, i, j, k);
+            const bool isMixed = Voxel(*marked, i, j, k) > 0;
+            if (isMixed) ++spoiled;
+            // What is copied whole stays as it is.
+            EXPECT_TRUE(isMixed ? value <= -1990 : value == -3000 || value > 0) << value;
+        });
+        EXPECT_GT(spoiled, 50);
+    }
 }
