@@ -53,8 +53,8 @@ private:
     bool m_bRemote;
     VoxelGrid m_Grid;
     std::optional<ScanFacts> m_Facts;
-    std::vector<std::byte> m_Reals;   // of one plane
-    bool m_bReal = false;             // 32-bit floats of real values, since slices have rescales of their own
+    std::vector<std::byte> m_Reals;  // of one plane
+    bool m_bReal = false;            // 32-bit floats of real values, since slices have rescales of their own
 };
 
 }  // namespace korvane

@@ -18,6 +18,8 @@ struct LookupTable {
     std::vector<std::uint16_t> entries;
     std::string explanation;
 
+    bool operator==(const LookupTable&) const = default;
+
     double GetHighest() const { return static_cast<double>((1U << static_cast<unsigned>(bits)) - 1); }
     std::uint16_t At(double value) const;
 };

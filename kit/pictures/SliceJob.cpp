@@ -118,7 +118,26 @@ void SliceJob::TellPadding() {
                                               : " voxels are padding: values between them and others are a mixture")});
 }
 
+/// One table and one shape are for all planes.
+void SliceJob::TellOtherTables() {
+    if (m_Options.raw16 || m_Watch.GetWatcher() == nullptr) return;
+    const PixelForm& form = m_Series.GetHeader().form;
+    const DICOMDataObject& first = m_Series.GetFirstDataSet();
+    const std::optional<LookupTable> table = ReadModality(first, 0, form).table;
+    PictureNotes notes;
+    for (const auto& [path, dataSet] : m_Series.GetFiles()) {
+        if (ReadModality(*dataSet, 0, form).table != table)
+            notes.Add(FindingKind::NotApplied, "has another Modality LUT than the first slice, whose counts for all",
+                      path);
+        if (!m_Options.values && IsInverse(*dataSet, form) != IsInverse(first, form))
+            notes.Add(FindingKind::NotApplied,
+                      "has another Presentation LUT Shape than the first slice, whose counts for all", path);
+    }
+    notes.Tell(m_Watch);
+}
+
 void SliceJob::TellNotApplied() {
+    TellOtherTables();
     if (m_Options.raw16 || m_Options.values || m_Watch.GetWatcher() == nullptr) return;
     PictureNotes notes;
     for (const auto& [path, dataSet] : m_Series.GetFiles()) NoteWhatIsLeftOut(*dataSet, path, notes);

@@ -36,6 +36,7 @@ public:
 private:
     void SetPadding();
     void TellPadding();
+    void TellOtherTables();
     void TellNotApplied();
     int CountPlanes() const { return m_Options.view ? m_View.count : m_Options.count; }
     void Place(int index);

@@ -110,11 +110,11 @@ public:
 
     const DICOMDataObject& GetDataSet() const { return m_DataSet; }
 
-    /// The first item of a sequence for this frame.
-    const DICOMObject* Item(Tag group) const {
+    /// A sequence for this frame, with items; null where there is none.
+    const VR* Sequence(Tag group) const {
         for (const DICOMObject* const groups : {m_pOwn, m_pShared, static_cast<const DICOMObject*>(&m_DataSet)}) {
-            const DICOMObject* const item = groups != nullptr ? FindItem(*groups, group) : nullptr;
-            if (item != nullptr) return item;
+            const VR* const sequence = groups != nullptr ? FindElement(*groups, group) : nullptr;
+            if (sequence != nullptr && sequence->GetItemCount() > 0) return sequence;
         }
         return nullptr;
     }
@@ -170,12 +170,13 @@ bool ReadReal(const DICOMObject& item, Tag tag, double& value) {
 
 /// Of stored values (PS3.3 C.7.6.16.2.11); a table of values is none of these. The unit's code is UCUM's.
 void ReadRealWorld(const Frame& frame, FramePlace& place) {
-    const DICOMObject* const item = frame.Item(tags::RealWorldValueMappingSequence);
-    if (item == nullptr || !ReadReal(*item, tags::RealWorldValueSlope, place.realSlope) ||
-        !ReadReal(*item, tags::RealWorldValueIntercept, place.realIntercept) || place.realSlope == 0) {
-        return;
-    }
-    place.hasRealWorld = true;
+    const VR* const mappings = frame.Sequence(tags::RealWorldValueMappingSequence);
+    if (mappings == nullptr) return;
+    const DICOMObject* const item = mappings->GetItem(0);
+    place.hasRealWorld = ReadReal(*item, tags::RealWorldValueSlope, place.realSlope) &&
+                         ReadReal(*item, tags::RealWorldValueIntercept, place.realIntercept) && place.realSlope != 0;
+    place.hasOtherRealWorld = mappings->GetItemCount() > 1 || !place.hasRealWorld;
+    if (!place.hasRealWorld) return;
     if (!place.slope.empty()) return;
     const DICOMObject* const unit = FindItem(*item, tags::MeasurementUnitsCodeSequence);
     if (unit != nullptr) place.unit = FindText(*unit, tags::CodeValue);

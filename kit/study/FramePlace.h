@@ -35,7 +35,8 @@ struct FramePlace {
     bool hasRealWorld = false;
     double realSlope = 1;
     double realIntercept = 0;
-    std::string unit;  ///< of real values: "HU", "BQML" ...; "" where nothing tells
+    bool hasOtherRealWorld = false;  ///< several mappings, each for some of the stored values, or a table
+    std::string unit;                ///< of real values: "HU", "BQML" ...; "" where nothing tells
 };
 
 }  // namespace korvane

@@ -419,6 +419,11 @@ private:
                 "a real world value mapping, stored * " + platform::FormatReal(first.realSlope) + " + " +
                     platform::FormatReal(first.realIntercept) + ", is not applied: the rescale is");
         }
+        if (first.hasOtherRealWorld && first.slope.empty()) {
+            Add(FindingKind::RealWorldValues,
+                first.hasRealWorld ? "of several real world value mappings the first one counts for all values"
+                                   : "a table of real world values is not applied: values are as stored");
+        }
         const bool unitsDiffer =
             std::any_of(m_Series.slices.begin(), m_Series.slices.end(),
                         [&](const SliceRef& slice) { return m_Found.PlaceOf(slice).unit != first.unit; });

@@ -132,6 +132,7 @@ void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     Begin(slices, LoadedSlices::Pixels::Now);
     if (m_bUptake) ApplyUptake();
     Assemble();
+    TellPaddings();
 }
 
 void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels) {

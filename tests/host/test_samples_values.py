@@ -156,7 +156,8 @@ def number_in(pattern, texts, default):
 
 def file_voxels(form, volume):
     """Times x planes x rows x columns as they are in the file, and the rescale that its header has."""
-    names = {os.path.splitext(out["file"])[1]: out["file"] for out in volume["outputs"]}
+    written = [re.split(r"[\\/]", out["file"])[-1] for out in volume["outputs"]]
+    names = {os.path.splitext(name)[1]: WORK / name for name in written}
     columns, rows, planes = volume["size"]
     shape = (-1, planes, rows, columns)
     if form == "nifti":
