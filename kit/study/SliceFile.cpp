@@ -25,6 +25,16 @@ bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
     return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= header.PixelBytes();
 }
 
+/// Its place and form are known from when it was found: pixels of another image would be taken for those.
+void CheckUnchanged(const ImageHeader& header, const DICOMDataObject& dataSet) {
+    if (FindText(dataSet, tags::SOPInstanceUID) == header.sopInstance &&
+        FindInteger(dataSet, tags::Rows, header.form.rows) == header.form.rows &&
+        FindInteger(dataSet, tags::Columns, header.form.columns) == header.form.columns) {
+        return;
+    }
+    RefuseFile(header, ErrorKind::Damaged, "the file has changed since it was found");
+}
+
 }  // namespace
 
 void RefuseFile(const ImageHeader& header, ErrorKind kind, const std::string& why) {
@@ -33,6 +43,7 @@ void RefuseFile(const ImageHeader& header, ErrorKind kind, const std::string& wh
 
 DataSetFile ReadSliceFile(const ImageHeader& header, CodecManager& codecs, const Watch& watch) {
     DataSetFile file = ReadDataSetFile(header.GetFile(), kParseAll, watch);
+    if (file.dataSet != nullptr && !header.IsTiled()) CheckUnchanged(header, *file.dataSet);
     if (file.encapsulated) Decode(header, file, codecs, watch);
     if (file.dataSet == nullptr || !HasPixelBytes(header, *file.dataSet)) {
         RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");

@@ -1,4 +1,4 @@
-// Watchers of other people's programs, which throw and stop wherever they are called.
+// Other people's programs: watchers that throw and stop wherever they are called, files that change under an export.
 #include "../../FolderTest.h"
 
 #include <Korvane/kit/core/Error.h>
@@ -37,7 +37,7 @@ private:
 
 constexpr int kNever = 1 << 30;
 
-class WatcherTest : public FolderTest {
+class ExportTest : public FolderTest {
 protected:
     /// What ended the job: "thrown 3", "stopped"; "" when nothing did.
     std::string Run(const std::string& format, Irregular policy, int throwAt, int stopAt) {
@@ -54,7 +54,7 @@ protected:
     }
 };
 
-TEST_F(WatcherTest, WhatWatchersThrowReachesTheCallerAndLeavesNoFiles) {
+TEST_F(ExportTest, WhatWatchersThrowReachesTheCallerAndLeavesNoFiles) {
     WritePhantom(Path("series"), {.slices = 4, .columns = 8, .rows = 8, .uneven = true});
     for (const std::string& format : GetExportFormats()) {
         for (const Irregular policy : {Irregular::Keep, Irregular::Resample}) {
@@ -73,6 +73,27 @@ TEST_F(WatcherTest, WhatWatchersThrowReachesTheCallerAndLeavesNoFiles) {
             EXPECT_GT(questions, 10);
             std::filesystem::remove_all(Path("out"));
         }
+    }
+}
+
+TEST_F(ExportTest, FilesThatChangedSinceTheyWereFoundAreRefused) {
+    const std::vector<std::string> series = WritePhantom(Path("series"), {.slices = 4, .columns = 8, .rows = 8});
+    const std::string other = WritePhantom(Path("other"), {.slices = 1, .columns = 8, .rows = 8}).front();
+    for (const char* const format : {"nifti", "analyze"}) {
+        const Found found = Find({Path("series")});
+        std::filesystem::rename(series.at(2), Path("kept"));
+        std::filesystem::copy(other, series.at(2));
+        try {
+            Export(found.Only(), format, "file:" + Path("volume"));
+            ADD_FAILURE() << format << " of two series";
+        } catch (const Error& error) {
+            EXPECT_EQ(error.GetKind(), ErrorKind::Damaged) << error.what();
+            EXPECT_NE(std::string(error.what()).find(std::filesystem::path(series.at(2)).filename().string()),
+                      std::string::npos)
+                << error.what();
+        }
+        std::filesystem::remove(series.at(2));
+        std::filesystem::rename(Path("kept"), series.at(2));
     }
 }
 
