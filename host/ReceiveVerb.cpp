@@ -2,19 +2,27 @@
 #include "Console.h"
 #include "NetworkOptions.h"
 #include "OutputLines.h"
+#include "StudyCommands.h"
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <memory>
 
 using namespace korvane;
 
 namespace {
 
+constexpr int kUsualQuiet = 30;
+
 struct Arguments {
     ReceiveOptions options;
     std::uint64_t keepFree = 64;  // megabytes
+    std::string log;
+    std::string onStudy;
     bool local = false;
     bool once = false;
     bool json = false;
@@ -26,28 +34,49 @@ std::string CountText(std::size_t stored, std::size_t refused) {
 
 class Output : public ReceiveObserver {
 public:
-    bool OnLook(int milliseconds) override { return m_Lines.Write(milliseconds); }
-    void Finish() { m_Lines.Finish(); }
+    explicit Output(const Arguments& arguments) : m_Log(arguments.log), m_Commands(arguments.onStudy) {}
+
+    bool OnLook(int milliseconds) override {
+        m_Commands.Look();
+        return m_Lines.Write(milliseconds);
+    }
+    void OnStudy(const ReceivedStudy& study) override { m_Commands.Add(study); }
+    // A line of the log, which is opened for each, so that it can be put away meanwhile.
+    void OnEnd(const ReceivedAssociation& association) override {
+        if (m_Log.empty()) return;
+        const std::u8string path(m_Log.begin(), m_Log.end());
+        std::ofstream log(std::filesystem::path(path), std::ios::app);
+        log << ToJson(association) + '\n' << std::flush;
+        if (!log) throw Error(ErrorKind::Disk, m_Log + ": cannot write the log").InFile(m_Log);
+    }
+    void Finish() {
+        m_Lines.Finish();
+        m_Commands.Finish();
+    }
+    std::size_t GetFailedCommands() const { return m_Commands.GetFailed(); }
 
 protected:
+    std::string m_Log;
+    StudyCommands m_Commands;
     OutputLines m_Lines;
 };
 
 // A line for each association; faults on standard error.
 class TextOutput : public Output {
 public:
-    explicit TextOutput(const ReceiveOptions& options) : m_Options(options) {}
+    explicit TextOutput(const Arguments& arguments) : Output(arguments), m_Options(arguments.options) {}
 
     void OnListening(std::uint16_t port) override {
         m_Lines.Add("listening on port " + std::to_string(port) + ", files go to " + Visible(m_Options.folder));
     }
     void OnFile(const ReceivedFile& file) override {
         const std::string& said = file.why.empty() ? file.remark : file.why;
-        if (!said.empty()) Complain(file.sopInstance + " from " + file.caller + ": " + said);
+        if (!said.empty()) Complain(file.time + " " + file.sopInstance + " from " + file.caller + ": " + said);
     }
     void OnEnd(const ReceivedAssociation& association) override {
-        const std::string who =
-            (association.caller.empty() ? "unnamed" : association.caller) + " (" + association.address + ")";
+        Output::OnEnd(association);
+        const std::string who = association.end + " " + (association.caller.empty() ? "unnamed" : association.caller) +
+                                " (" + association.address + ")";
         if (!association.error.empty()) Complain(who + ": " + association.error);
         m_Lines.Add(Visible(who) + ": " + CountText(association.stored, association.refused));
     }
@@ -59,9 +88,17 @@ private:
 // An object on each line, as things happen.
 class JsonOutput : public Output {
 public:
+    using Output::Output;
     void OnListening(std::uint16_t port) override { m_Lines.Add(ListeningJson(port)); }
     void OnFile(const ReceivedFile& file) override { m_Lines.Add(ToJson(file)); }
-    void OnEnd(const ReceivedAssociation& association) override { m_Lines.Add(ToJson(association)); }
+    void OnEnd(const ReceivedAssociation& association) override {
+        Output::OnEnd(association);
+        m_Lines.Add(ToJson(association));
+    }
+    void OnStudy(const ReceivedStudy& study) override {
+        Output::OnStudy(study);
+        m_Lines.Add(ToJson(study));
+    }
 };
 
 void Run(Arguments& arguments) {
@@ -71,13 +108,18 @@ void Run(Arguments& arguments) {
     options.keepFree = arguments.keepFree << 20;
     if (arguments.once) options.count = 1;
     if (arguments.local) options.bindAddress = "127.0.0.1";
-    TextOutput text(options);
-    JsonOutput json;
+    if (!arguments.onStudy.empty() && options.studyQuiet == 0) options.studyQuiet = kUsualQuiet;
+    TextOutput text(arguments);
+    JsonOutput json(arguments);
     Output& output = arguments.json ? static_cast<Output&>(json) : text;
     const ReceiveReport report = Receive(options, &output);
     output.Finish();
     if (report.refused > 0) {
         throw Error(ErrorKind::Disk, std::to_string(report.refused) + " data sets were not stored");
+    }
+    if (output.GetFailedCommands() > 0) {
+        throw Error(ErrorKind::Refused,
+                    arguments.onStudy + " failed for " + std::to_string(output.GetFailedCommands()) + " studies");
     }
     if (report.broken > 0) {
         throw Error(ErrorKind::Refused, std::to_string(report.broken) + " associations were not ended in order");
@@ -122,6 +164,19 @@ void AddReceiveVerb(CLI::App& program) {
         ->check(CLI::Range(1, kLongest));
     verb->add_option("--timeout", options.timeout, "Seconds that a peer may then be silent (300)")
         ->check(CLI::Range(1, kLongest));
+    const std::map<std::string, FileLayout> layouts = {{"flat", FileLayout::Flat},
+                                                       {"patient", FileLayout::Patient},
+                                                       {"study", FileLayout::Study},
+                                                       {"series", FileLayout::Series}};
+    verb->add_option("--layout", options.layout,
+                     "flat, or folders for each patient, study in that, series in that (flat)")
+        ->transform(CLI::CheckedTransformer(layouts));
+    verb->add_option("--on-study", arguments->onStudy,
+                     "Program to run for each study once it is quiet; KORVANE_STUDY, _PATIENT, _CALLING, _FOLDER and "
+                     "_FILES are in its environment");
+    verb->add_option("--quiet-study", options.studyQuiet, "Seconds without a file after which a study is quiet (30)")
+        ->check(CLI::Range(1, kLongest));
+    verb->add_option("--log", arguments->log, "File that a line of JSON is added to for each association");
     verb->add_flag("--json", arguments->json, "For programs: an object on each line");
     verb->callback([arguments] { Run(*arguments); });
 }

@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../core/Paths.h"
+#include "../core/TimeText.h"
 #include "../core/Watch.h"
 #include "Connection.h"
 #include "ReceivedFiles.h"
@@ -17,6 +18,7 @@
 #include <exception>
 #include <functional>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <system_error>
@@ -80,6 +82,7 @@ public:
         Observe([&] { m_Observer.OnListening(platform::BoundPort(listener.Get())); });
         while (GoesOn()) {
             Reap();
+            TellOfStudies(std::chrono::seconds(m_Options.studyQuiet));
             if (IsFull()) {
                 std::this_thread::sleep_for(std::chrono::milliseconds(kLongestLook));
                 continue;
@@ -89,6 +92,7 @@ public:
         }
         listener.Close();
         EndAll();
+        if (!m_Watch.IsStopped()) TellOfStudies(std::chrono::seconds(0));
         if (m_Failure) std::rethrow_exception(m_Failure);
         if (m_bBrokenOff) throw Error(ErrorKind::Stopped, "stopped");
         return m_Report;
@@ -108,6 +112,40 @@ private:
         served.socket = OwnSocket(platform::AcceptFrom(listener.Get(), peer));
         if (served.socket.IsOpen()) served.address = platform::AddressText(peer);
         return served.socket.IsOpen();
+    }
+
+    struct Growing {
+        ReceivedStudy study;
+        std::chrono::steady_clock::time_point last;
+    };
+
+    // Called with `m_Mutex` held.
+    void NoteStudy(const ReceivedFile& file) {
+        if (m_Options.studyQuiet == 0 || file.path.empty()) return;
+        Growing& growing = m_Studies[file.study];
+        growing.study.study = file.study;
+        growing.study.patient = file.patient;
+        growing.study.caller = file.caller;
+        growing.study.folder = file.path.substr(0, file.path.find_last_of('/'));
+        ++growing.study.files;
+        growing.last = std::chrono::steady_clock::now();
+    }
+
+    // Tells the observer of studies of which nothing has come for so long.
+    void TellOfStudies(std::chrono::seconds quiet) {
+        if (m_Options.studyQuiet == 0) return;
+        const auto end = std::chrono::steady_clock::now() - quiet;
+        Observe([&] {
+            for (auto at = m_Studies.begin(); at != m_Studies.end();) {
+                if (at->second.last > end) {
+                    ++at;
+                    continue;
+                }
+                const ReceivedStudy study = std::move(at->second.study);
+                at = m_Studies.erase(at);
+                m_Observer.OnStudy(study);
+            }
+        });
     }
 
     // Calls a function of the observer. An exception from it is kept, and ends the work.
@@ -189,6 +227,7 @@ private:
     void Refuse(Served& served, const char* why) {
         ReceivedAssociation association;
         association.address = served.address;
+        association.begin = association.end = TimeNow();
         association.rejected = true;
         association.error = why;
         served.socket.Close();
@@ -214,14 +253,20 @@ private:
         service.SetTimeout(m_Options.timeout);
         ReceivedAssociation association;
         association.address = served.address;
+        association.begin = TimeNow();
+        association.encrypted = m_pTls != nullptr;
         association.error = Connect(served, stop);
         if (!association.error.empty()) {
             association.rejected = true;
+            association.end = TimeNow();
             Count(association, false);
             return;
         }
         const std::function<void(const ReceivedFile&)> tell = [this](const ReceivedFile& file) {
-            Observe([&] { m_Observer.OnFile(file); });
+            Observe([&] {
+                NoteStudy(file);
+                m_Observer.OnFile(file);
+            });
         };
         ReceivedFiles files(m_Options, stop, tell);
         StorageProvider provider(service, files);
@@ -229,6 +274,8 @@ private:
         service.AAssociateRQ::m_CallingAETitle.clear();  // stays empty when no request comes
         const Event end = provider.Serve(served.isRejected ? m_Busy : m_Policy);
         association.caller = service.GetCallingTitle();
+        if (!association.caller.empty()) association.called = service.GetCalledTitle();
+        association.end = TimeNow();
         association.released = end == Event::Released;
         association.rejected = end == Event::Rejected || association.caller.empty();
         association.error = service.GetError();
@@ -281,7 +328,8 @@ private:
     std::vector<std::string> m_Allowed;
     std::list<std::unique_ptr<Served>> m_Served;  // used by the calling thread only
     std::atomic<bool> m_bEnd = false;
-    std::mutex m_Mutex;  // guards the members below, and calls of the observer
+    std::mutex m_Mutex;                        // guards the members below, and calls of the observer
+    std::map<std::string, Growing> m_Studies;  // that the observer has not been told of, by UID
     ReceiveReport m_Report;
     std::exception_ptr m_Failure;
     bool m_bBrokenOff = false;
@@ -293,6 +341,7 @@ ReceiveObserver::~ReceiveObserver() = default;
 void ReceiveObserver::OnListening(std::uint16_t /*port*/) {}
 void ReceiveObserver::OnFile(const ReceivedFile& /*file*/) {}
 void ReceiveObserver::OnEnd(const ReceivedAssociation& /*association*/) {}
+void ReceiveObserver::OnStudy(const ReceivedStudy& /*study*/) {}
 bool ReceiveObserver::OnLook(int /*milliseconds*/) {
     return true;
 }

@@ -12,11 +12,16 @@
 
 namespace korvane {
 
+/// Folders within the receiver's: none, or one for each patient, for each study in that, and for each series in that.
+/// They are named by Patient ID and UIDs, with a number behind what is no plain name for a file.
+enum class FileLayout { Flat, Patient, Study, Series };
+
 /// Where `Receive` listens and stores, and which peers it accepts.
 struct ReceiveOptions {
-    std::uint16_t port = 0;              ///< 0: the system chooses one, which the observer is told
-    std::string folder;                  ///< made where it is not there
-    std::string bindAddress;             ///< address of this machine to listen on (IPv4 or IPv6); empty: all
+    std::uint16_t port = 0;   ///< 0: the system chooses one, which the observer is told
+    std::string folder;       ///< made where it is not there
+    std::string bindAddress;  ///< address of this machine to listen on (IPv4 or IPv6); empty: all
+    FileLayout layout = FileLayout::Flat;
     bool replace = false;                ///< replace a file of the same SOP Instance UID; else both are kept
     std::size_t count = 0;               ///< associations to serve; 0: until the watcher stops it
     std::string ownTitle;                ///< the called AE title must be this one; empty: any
@@ -29,6 +34,7 @@ struct ReceiveOptions {
     bool sync = true;                                  ///< success is answered only when the file is on the disk itself
     int requestTimeout = 30;     ///< seconds until a peer that has connected must have asked for an association
     int timeout = 300;           ///< seconds that a peer may be silent later
+    int studyQuiet = 0;          ///< seconds without a new file after which the observer is told of a study; 0: never
     Watcher* watcher = nullptr;  ///< stops the work; the folder's files are whole then
 };
 
@@ -42,12 +48,28 @@ struct ReceivedFile {
     std::uint16_t status = 0;  ///< the status of our response (PS3.7 C)
     std::string why;           ///< why it was not stored; empty where it was
     std::string remark;        ///< something odd about what was stored
+    std::string time;          ///< when it was answered: UTC, "2026-01-31T12:00:00.000Z"
+    std::string study;         ///< Study Instance UID and Patient ID; read only for a layout, or for `studyQuiet`
+    std::string patient;
+};
+
+/// A study of which no file has come for a while.
+struct ReceivedStudy {
+    std::string study;  ///< Study Instance UID
+    std::string patient;
+    std::string caller;     ///< who sent the last file
+    std::string folder;     ///< of the last file
+    std::size_t files = 0;  ///< that were stored since it was told of last
 };
 
 /// An association that has ended, or a connection that never became one.
 struct ReceivedAssociation {
     std::string address;
-    std::string caller;     ///< calling AE title; empty where there was no request
+    std::string caller;  ///< calling AE title; empty where there was no request
+    std::string called;  ///< called AE title
+    std::string begin;   ///< of the connection: UTC, "2026-01-31T12:00:00.000Z"
+    std::string end;     ///< of the association
+    bool encrypted = false;
     bool released = false;  ///< ended by a release
     bool rejected = false;  ///< the request was rejected
     std::string error;      ///< empty when it was released
@@ -70,6 +92,8 @@ public:
     virtual void OnFile(const ReceivedFile& file);
     /// An association has ended.
     virtual void OnEnd(const ReceivedAssociation& association);
+    /// No file of a study has come for `studyQuiet` seconds; at the end of the work, studies that would be told later.
+    virtual void OnStudy(const ReceivedStudy& study);
     /// Called several times a second; the observer may use up to that many milliseconds for its own work. False ends
     /// the receiver.
     virtual bool OnLook(int milliseconds);
@@ -96,9 +120,10 @@ struct ReceiveReport {
 KORVANE_KIT ReceiveReport Receive(const ReceiveOptions& options, ReceiveObserver* observer = nullptr);
 
 /// Events as JSON, an object on one line: "schema" ("korvane.receive"), "version" (1; it grows when a member changes
-/// its meaning or goes) and "event": "listening", "file" or "association", and the members of the struct.
+/// its meaning or goes) and "event": "listening", "file", "association" or "study", and the members of the struct.
 KORVANE_KIT std::string ListeningJson(std::uint16_t port);
 KORVANE_KIT std::string ToJson(const ReceivedFile& file);
 KORVANE_KIT std::string ToJson(const ReceivedAssociation& association);
+KORVANE_KIT std::string ToJson(const ReceivedStudy& study);
 
 }  // namespace korvane

@@ -1,5 +1,6 @@
 // The receiver's events as JSON.
 #include "../core/JsonText.h"
+#include "../core/TimeText.h"
 #include "Receive.h"
 
 #include <nlohmann/json.hpp>
@@ -19,7 +20,7 @@ std::string Line(const char* event, const Json& members) {
 }  // namespace
 
 std::string ListeningJson(std::uint16_t port) {
-    return Line("listening", {{"port", port}});
+    return Line("listening", {{"port", port}, {"time", TimeNow()}});
 }
 
 std::string ToJson(const ReceivedFile& file) {
@@ -30,6 +31,8 @@ std::string ToJson(const ReceivedFile& file) {
                     {"calling", JsonText(file.caller)},
                     {"status", file.status},
                     {"why", JsonText(file.why)}};
+    if (!file.time.empty()) members["time"] = file.time;
+    if (!file.study.empty()) members["study"] = JsonText(file.study);
     if (!file.remark.empty()) members["remark"] = JsonText(file.remark);
     return Line("file", members);
 }
@@ -40,7 +43,20 @@ std::string ToJson(const ReceivedAssociation& association) {
                                 {"released", association.released},
                                 {"error", JsonText(association.error)},
                                 {"stored", association.stored},
-                                {"refused", association.refused}});
+                                {"refused", association.refused},
+                                {"called", JsonText(association.called)},
+                                {"begin", association.begin},
+                                {"time", association.end},
+                                {"encrypted", association.encrypted}});
+}
+
+std::string ToJson(const ReceivedStudy& study) {
+    return Line("study", {{"study", JsonText(study.study)},
+                          {"patient", JsonText(study.patient)},
+                          {"calling", JsonText(study.caller)},
+                          {"folder", JsonText(study.folder)},
+                          {"files", study.files},
+                          {"time", TimeNow()}});
 }
 
 }  // namespace korvane

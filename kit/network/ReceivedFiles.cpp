@@ -2,6 +2,9 @@
 
 #include "../core/Error.h"
 #include "../core/Paths.h"
+#include "../core/SafeName.h"
+#include "../core/TimeText.h"
+#include "../dataset/DataSetFile.h"
 #include "../dataset/InflateBuffer.h"
 
 #include "Dicom/Lib/stream/FileBuffer.h"
@@ -9,6 +12,7 @@
 #include "Dicom/Lib/syntax/TransferSyntaxCodec.h"
 #include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
+#include "platform/File.h"
 #include "platform/Sync.h"
 
 #include <cerrno>
@@ -31,6 +35,15 @@ std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
     std::uint64_t hash = 0xCBF29CE484222325U ^ (seed * 0x9E3779B97F4A7C15U);
     for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
     return hash;
+}
+
+// A name for a folder: the text, or where that is no plain name, what is like it with a number of its own.
+std::string FolderName(const std::string& text) {
+    if (text.empty()) return "unknown";
+    constexpr std::size_t kLongest = 80;
+    const std::string name = MakeSafeName(text, kLongest);
+    if (name == text) return name;
+    return name + (name.empty() ? "" : "-") + std::to_string(Hash(text, 1));
 }
 
 // Whether a file has a name that `platform::ReplacingFile` gives to unfinished files: ".UID.dcm.RANDOM.part".
@@ -82,6 +95,9 @@ bool ReceivedFiles::HasRoom() {
 std::uint16_t ReceivedFiles::Begin(const StorageRequest& request) {
     m_Request = request;
     m_Why.clear();
+    m_Study.clear();
+    m_Patient.clear();
+    m_Changed = {m_Options.folder};
     if (!HasRoom()) return kStatusOutOfResources;
     errno = 0;
     const std::uint16_t status = FolderSink::Begin(request);
@@ -101,7 +117,9 @@ std::uint16_t ReceivedFiles::End() {
     if (status != kStatusSuccess) return Explain(status);
     // Unless its name is on the disk, the file may be lost in a power failure: a failure status tells the peer to keep
     // its own.
-    if (m_Options.sync && !platform::SyncFolder(m_Options.folder.c_str())) status = kStatusOutOfResources;
+    for (const std::string& folder : m_Changed) {
+        if (m_Options.sync && !platform::SyncFolder(folder.c_str())) status = kStatusOutOfResources;
+    }
     return Explain(status);
 }
 
@@ -115,6 +133,9 @@ void ReceivedFiles::Answered(const StorageRequest& request, std::uint16_t status
     file.transferSyntax = request.transferSyntax;
     file.caller = request.callingTitle;
     file.status = status;
+    file.time = TimeNow();
+    if (stored) file.study = m_Study;
+    if (stored) file.patient = m_Patient;
     if (stored && !IsUid(request.sopInstance)) file.remark = "no UID; stored as " + file.path;
     file.why = stored ? "" : DimseStatusText(status) + ": " + reason + m_Why;
     m_Why.clear();
@@ -130,6 +151,44 @@ std::uint16_t ReceivedFiles::Check(const std::string& path, std::size_t head) {
     errno = 0;
     return !m_Options.sync || platform::SyncFile(path.c_str()) ? std::uint16_t{kStatusSuccess}
                                                                : std::uint16_t{kStatusOutOfResources};
+}
+
+std::uint16_t ReceivedFiles::Place(const std::string& unfinished, std::string& path) {
+    if (m_Options.layout == FileLayout::Flat && m_Options.studyQuiet == 0) return kStatusSuccess;
+    std::string series;
+    try {
+        const DataSetFile read = ReadDataSetFile(unfinished, kStopBeforePixelData, {});
+        if (read.dataSet == nullptr) return kStatusCannotUnderstand;
+        m_Study = FindText(*read.dataSet, tags::StudyInstanceUID);
+        m_Patient = FindText(*read.dataSet, tags::PatientID);
+        series = FindText(*read.dataSet, tags::SeriesInstanceUID);
+    } catch (const Error& error) {
+        m_Why = std::string(": ") + error.what();
+        return kStatusOutOfResources;
+    }
+    std::vector<std::string> names = {m_Patient, m_Study, series};
+    names.resize(static_cast<std::size_t>(m_Options.layout));
+    std::string folder = m_Options.folder;
+    if (!MakeFolders(names, folder)) return kStatusOutOfResources;
+    path = folder + path.substr(m_Options.folder.size());
+    return kStatusSuccess;
+}
+
+// Makes folders with safe names in each other, within `folder`, which becomes the last of them.
+bool ReceivedFiles::MakeFolders(const std::vector<std::string>& names, std::string& folder) {
+    for (const std::string& text : names) {
+        folder += "/" + FolderName(text);
+        if (!platform::FileExists(folder.c_str())) {
+            try {
+                MakeDirectory(folder);
+            } catch (const Error& error) {
+                m_Why = std::string(": ") + error.what();
+                return false;
+            }
+        }
+        m_Changed.push_back(folder);  // all of them: another association may have made it, and not synced it yet
+    }
+    return true;
 }
 
 std::string ReceivedFiles::MakeName(const StorageRequest& request) const {

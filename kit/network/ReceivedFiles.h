@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace korvane {
 
@@ -40,7 +41,11 @@ protected:
     /// same.
     std::string MakeName(const StorageRequest& request) const override;
 
+    /// Reads what the file is about, and makes its folder.
+    std::uint16_t Place(const std::string& unfinished, std::string& path) override;
+
 private:
+    bool MakeFolders(const std::vector<std::string>& names, std::string& folder);
     std::uint16_t CheckDeflated(const std::string& path, std::size_t head);
     std::uint16_t Explain(std::uint16_t status);
     bool HasRoom();
@@ -50,7 +55,10 @@ private:
     const std::function<void(const ReceivedFile&)>& m_Tell;
     StorageRequest m_Request;
     std::string m_Why;
-    std::uint64_t m_nUnasked = 0;  // bytes written since the system was asked for the free space
+    std::string m_Study;
+    std::string m_Patient;
+    std::vector<std::string> m_Changed;  // folders whose names must be on the disk for the file to be there
+    std::uint64_t m_nUnasked = 0;        // bytes written since the system was asked for the free space
     std::size_t m_nStored = 0;
     std::size_t m_nRefused = 0;
 };

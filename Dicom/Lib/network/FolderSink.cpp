@@ -136,6 +136,7 @@ std::uint16_t FolderSink::Write(const void* bytes, std::size_t count) {
 std::uint16_t FolderSink::End() {
     std::uint16_t status = kStatusOutOfResources;
     if (m_pFile->Close()) status = Check(m_pFile->GetUnfinished(), m_Head);
+    if (status == kStatusSuccess) status = Place(m_pFile->GetUnfinished(), m_Path);
     if (status == kStatusSuccess && !Settle()) status = kStatusOutOfResources;
     Discard();
     return status;

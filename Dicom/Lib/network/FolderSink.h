@@ -38,6 +38,11 @@ protected:
     /// text that is no UID: a name that a peer chooses must not lead out of the folder.
     virtual std::string MakeName(const StorageRequest& request) const;
 
+    /// To be overridden to choose another place for the file, which was checked and still has its unfinished name. `path`
+    /// is the folder with the name and ".dcm"; what it becomes must be in the same file system, and its folder there.
+    /// Any status but success refuses the data set.
+    virtual std::uint16_t Place(const std::string& /*unfinished*/, std::string& /*path*/) { return kStatusSuccess; }
+
 private:
     bool Settle();
 
