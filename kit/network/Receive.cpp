@@ -100,7 +100,7 @@ public:
 
 private:
     static std::string CheckAddress(const std::string& text) {
-        const std::string address = platform::NormalAddress(text);
+        std::string address = platform::NormalAddress(text);
         if (!address.empty()) return address;
         throw Error(ErrorKind::WrongArgument, text + ": not an IPv4 or IPv6 address");
     }

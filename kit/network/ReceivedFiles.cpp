@@ -41,7 +41,7 @@ std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
 std::string FolderName(const std::string& text) {
     if (text.empty()) return "unknown";
     constexpr std::size_t kLongest = 80;
-    const std::string name = MakeSafeName(text, kLongest);
+    std::string name = MakeSafeName(text, kLongest);
     if (name == text) return name;
     return name + (name.empty() ? "" : "-") + std::to_string(Hash(text, 1));
 }

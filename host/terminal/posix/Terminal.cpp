@@ -34,7 +34,7 @@ ProgramHandle StartProgram(const std::string& name, const std::vector<std::pair<
                            std::string& why) {
     std::vector<std::string> texts;
     for (char** entry = environ; *entry != nullptr; ++entry) texts.emplace_back(*entry);
-    for (const auto& [variable, value] : variables) texts.push_back(variable + "=" + value);
+    for (const auto& [variable, value] : variables) texts.emplace_back(variable).append("=").append(value);
     std::vector<char*> environment;
     for (std::string& text : texts) environment.push_back(text.data());
     environment.push_back(nullptr);
