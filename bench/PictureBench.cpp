@@ -121,7 +121,7 @@ int main(int argc, char** argv) {
     korvane::SliceOptions window;
     window.window = korvane::Window{40, 400};
     bool met = Measure(
-        "stored image from its file", rounds, 6, [&] { MapPlainly(paths.front(), grey); },
+        "stored image from its file", rounds, 2, [&] { MapPlainly(paths.front(), grey); },
         [&] { korvane::Draw(paths.front(), 0, window); });
     {
         const korvane::Volume volume = korvane::Load(korvane::Find(paths).Only());

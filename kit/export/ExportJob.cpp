@@ -194,7 +194,7 @@ void ExportJob::TellFilled(const ExportedVolume& volume, bool isPadding) {
 
 /// Once, whatever the number of volumes.
 void ExportJob::TellNotApplied(SeriesVolume& series) {
-    if (m_bToldTable || FindItem(series.GetFirstDataSet(), tags::ModalityLUTSequence) == nullptr) return;
+    if (m_bToldTable || !series.HasModalityTables()) return;
     m_bToldTable = true;
     Finding finding{.kind = FindingKind::NotApplied,
                     .text = "its Modality LUT is not applied: the file holds values as they are stored"};

@@ -41,13 +41,26 @@ bool HaveOneRescale(const SeriesVolume& series, const ExportPart& part) {
                        [&](const std::vector<SliceRef>& time) { return std::all_of(time.begin(), time.end(), same); });
 }
 
+/// False where a real value is beyond the range of a float.
 template <class T>
-void ToReal(const void* values, const Rescale& rescale, std::size_t count, std::byte* to) {
+bool ToReal(const void* values, const Rescale& rescale, std::size_t count, std::byte* to) {
     const T* const stored = static_cast<const T*>(values);
+    bool fit = true;
     for (std::size_t i = 0; i < count; ++i) {
-        const auto real = static_cast<float>(static_cast<double>(stored[i]) * rescale.slope + rescale.intercept);
+        const double value = static_cast<double>(stored[i]) * rescale.slope + rescale.intercept;
+        const auto real = static_cast<float>(value);
+        fit = fit && (std::isfinite(real) || !std::isfinite(static_cast<double>(stored[i])));
         std::memcpy(to + i * sizeof real, &real, sizeof real);
     }
+    return fit;
+}
+
+/// Whether 32 bits, which is what headers have for them, hold both numbers.
+bool FitsHeader(const Rescale& rescale) {
+    const auto fits = [](double value) {
+        return std::fabs(static_cast<double>(static_cast<float>(value)) - value) <= 1e-6 * std::fabs(value);
+    };
+    return fits(rescale.slope) && fits(rescale.intercept);
 }
 
 }  // namespace
@@ -125,7 +138,8 @@ void VoxelFile::ReadGrid(const ExportPart& part, bool resample, const ExportedVo
     // Volumes that are brought to one scale each have several.
     const bool isScaled = m_Series.GetScaleError() && part.later.empty();
     m_bReal = m_Grid.type != VoxelType::Rgb24 && !isScaled && !HaveOneRescale(m_Series, part);
-    m_Grid.rescale = m_bReal || m_Grid.type == VoxelType::Rgb24 ? Rescale{} : RealRescaleOf(m_Series.GetPlace());
+    m_Rescale = m_bReal || m_Grid.type == VoxelType::Rgb24 ? Rescale{} : RealRescaleOf(m_Series.GetPlace());
+    m_Grid.rescale = m_Format.HoldsRescale() && !FitsHeader(m_Rescale) ? Rescale{} : m_Rescale;
     if (m_bReal) m_Grid.type = VoxelType::Float32;
     m_Grid.isResampled = resample;
     ReadPlace(entry);
@@ -214,19 +228,21 @@ bool VoxelFile::WriteVolume(ByteStream& stream) {
 std::span<const std::byte> VoxelFile::RealValues(std::span<const std::byte> stored, const Rescale& rescale) {
     const std::size_t count = m_Grid.size[0] * m_Grid.size[1];
     m_Reals.resize(count * sizeof(float));
+    bool fit = true;
     WithVoxelType(m_Series.GetType(),
-                  [&](auto zero) { ToReal<decltype(zero)>(stored.data(), rescale, count, m_Reals.data()); });
+                  [&](auto zero) { fit = ToReal<decltype(zero)>(stored.data(), rescale, count, m_Reals.data()); });
+    if (!fit) throw Error(ErrorKind::Unsupported, "real values of the slices do not fit into 32-bit floats");
     return m_Reals;
 }
 
 ValueMapping VoxelFile::DescribeValues() const {
     ValueMapping mapping;
-    const Rescale& rescale = m_Grid.rescale;
+    const Rescale& rescale = m_Rescale;
     if (m_bReal) {
         mapping.formula = "real values";
         mapping.remarks.emplace_back(
             "each slice has a rescale of its own: the file holds real values in 32-bit floats");
-    } else if (rescale != Rescale{} && m_Format.HoldsRescale()) {
+    } else if (rescale != Rescale{} && m_Format.HoldsRescale() && m_Grid.rescale == rescale) {
         mapping.remarks.push_back("real values are stored * " + platform::FormatReal(rescale.slope) + " + " +
                                   platform::FormatReal(rescale.intercept) + ", as the header says");
     } else if (rescale != Rescale{}) {

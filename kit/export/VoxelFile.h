@@ -52,6 +52,7 @@ private:
     Watch m_Watch;
     bool m_bRemote;
     VoxelGrid m_Grid;
+    Rescale m_Rescale;  // of all planes; the header's may not hold it
     std::optional<ScanFacts> m_Facts;
     std::vector<std::byte> m_Reals;  // of one plane
     bool m_bReal = false;            // 32-bit floats of real values, since slices have rescales of their own

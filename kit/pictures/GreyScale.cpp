@@ -1,6 +1,7 @@
 #include "GreyScale.h"
 
 #include "../core/Error.h"
+#include "../study/PlaceRescale.h"
 #include "../study/SeriesFindings.h"
 
 #include "base/Number.h"
@@ -95,11 +96,13 @@ ModalityTransform ReadModality(const DICOMDataObject& dataSet, int frame, const 
         if (modality.table) return modality;
     }
     const auto find = [&](Tag tag) {
-        return FindReal(FindHolder(dataSet, frame, tags::PixelValueTransformationSequence, tag), tag);
+        const DICOMObject* const holder = FindHolder(dataSet, frame, tags::PixelValueTransformationSequence, tag);
+        return holder != nullptr ? FindText(*holder, tag) : std::string();
     };
-    const std::optional<double> slope = find(tags::RescaleSlope);
-    const std::optional<double> intercept = find(tags::RescaleIntercept);
-    if (slope && intercept && *slope != 0) modality.rescale = {*slope, *intercept};
+    FramePlace place;
+    place.slope = find(tags::RescaleSlope);
+    place.intercept = find(tags::RescaleIntercept);
+    modality.rescale = RescaleOf(place);
     return modality;
 }
 

@@ -93,9 +93,13 @@ bool TryIntegersOf(const ScaledPlanes& from, const Measured& measured, CommonSca
     if (measured.padding > 0) common.padding = PaddingBeside<T>(measured, common.rescale);
     bool exact = measured.padding == 0 || common.padding;
     const double padding = common.padding.value_or(0);
+    // A slope far below the common one would make a small part of a step of what is a step of its own.
+    double least = std::fabs(common.rescale.slope);
+    for (const Rescale& rescale : from.rescales) least = std::min(least, std::fabs(rescale.slope));
+    const double most = kRounding * least / std::fabs(common.rescale.slope);
     ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
         const double value = isMeasured ? (real - common.rescale.intercept) / common.rescale.slope : padding;
-        exact = exact && std::fabs(value - std::round(value)) < kRounding && FitsInto<T>(std::round(value));
+        exact = exact && std::fabs(value - std::round(value)) < most && FitsInto<T>(std::round(value));
         if (exact) Put(common.voxels, i, static_cast<T>(std::round(value)));
     });
     return exact;

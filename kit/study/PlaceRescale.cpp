@@ -4,16 +4,23 @@
 
 #include <cmath>
 #include <optional>
+#include <string>
 
 namespace korvane {
 
 namespace {
 
+/// The first value of a decimal string; a comma makes it none, not a shorter one.
+bool ReadDecimal(const std::string& text, double& value) {
+    const std::string first = text.substr(0, text.find('\\'));
+    return first.find_first_not_of("+-.0123456789eE ") == std::string::npos &&
+           platform::ScanReals(first, &value, 1) == 1 && std::isfinite(value);
+}
+
 std::optional<Rescale> ReadRescale(const FramePlace& place) {
     double slope = 0;
     double intercept = 0;
-    if (platform::ScanReals(place.slope, &slope, 1) == 1 && platform::ScanReals(place.intercept, &intercept, 1) == 1 &&
-        slope != 0 && std::isfinite(slope) && std::isfinite(intercept)) {
+    if (ReadDecimal(place.slope, slope) && ReadDecimal(place.intercept, intercept) && slope != 0) {
         return Rescale{slope, intercept};
     }
     return std::nullopt;

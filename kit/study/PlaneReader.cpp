@@ -33,6 +33,7 @@ std::span<const std::byte> PlaneReader::Read(const ImageHeader& header) {
     m_File = ReadSliceFile(header, m_Codecs, m_Watch);
     m_bBitsAbove = HasFileBitsAbove(header, *m_File.dataSet, m_Watch);
     const PixelForm form = ReadForm(header);
+    m_Form = form;
     if (form != header.form) RefuseFile(header, ErrorKind::Irregular, "the slices do not make a volume");
     const auto bytes = static_cast<std::size_t>(form.FrameBytes());
     const VR& pixels = *FindElement(*m_File.dataSet, tags::PixelData);

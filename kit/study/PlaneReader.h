@@ -4,8 +4,10 @@
 #include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
 #include "ImageHeader.h"
+#include "Padding.h"
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -22,6 +24,10 @@ public:
     /// Of the file that was read last: see `HasBitsAbove`.
     bool HadBitsAbove() const { return m_bBitsAbove; }
 
+    /// Of the file that was read last.
+    std::optional<Padding> GetPadding() const { return ReadPadding(*m_File.dataSet, m_Form); }
+    bool HasModalityTable() const { return FindItem(*m_File.dataSet, tags::ModalityLUTSequence) != nullptr; }
+
     /// Whether decoding leaves the file's pixels in the form that its header says. Throws `Error`.
     bool KeepsForm(const ImageHeader& header);
 
@@ -31,6 +37,7 @@ private:
     Watch m_Watch;
     CodecManager m_Codecs;
     DataSetFile m_File;
+    PixelForm m_Form;
     std::vector<std::byte> m_Voxels;
     bool m_bBitsAbove = false;
 };

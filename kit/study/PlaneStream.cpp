@@ -41,7 +41,8 @@ PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& s
                          const std::optional<Padding>& padding, const Watch& watch)
     : m_Found(found), m_Slices(slices), m_Order(order), m_Padding(padding), m_Watch(watch),
       m_Type(VoxelTypeOf(HeaderOf(0).form).value()),
-      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.FrameBytes())), m_BitsAbove(order.size(), 0) {}
+      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.FrameBytes())), m_BitsAbove(order.size(), 0),
+      m_OtherPadding(order.size(), 0), m_Tables(order.size(), 0) {}
 
 const ImageHeader& PlaneStream::HeaderOf(std::size_t plane) const {
     return m_Found.files[m_Slices[static_cast<std::size_t>(m_Order[plane])].file];
@@ -73,6 +74,8 @@ void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) 
     for (std::size_t k = 0; k < count; ++k) {
         const std::span<const std::byte> voxels = batch.reader.Read(HeaderOf(first + k));
         m_BitsAbove[first + k] = batch.reader.HadBitsAbove() ? 1 : 0;
+        m_OtherPadding[first + k] = batch.reader.GetPadding() == m_Padding ? 0 : 1;
+        m_Tables[first + k] = batch.reader.HasModalityTable() ? 1 : 0;
         Measure(batch, voxels);
         batch.voxels = voxels;
         if (count == 1) return;
@@ -89,6 +92,14 @@ void PlaneStream::Measure(Batch& batch, std::span<const std::byte> voxels) const
 
 MeasuredRange PlaneStream::GetRange() const {
     return IsEmpty(m_Outside) ? m_Inside : m_Outside;
+}
+
+bool PlaneStream::HasOtherPadding() const {
+    return std::find(m_OtherPadding.begin(), m_OtherPadding.end(), 1) != m_OtherPadding.end();
+}
+
+bool PlaneStream::HasTables() const {
+    return std::find(m_Tables.begin(), m_Tables.end(), 1) != m_Tables.end();
 }
 
 std::vector<std::string> PlaneStream::ListBitsAbove() const {

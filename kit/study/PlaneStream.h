@@ -32,6 +32,10 @@ public:
     // Afterwards:
     /// As `SeriesVolume::GetMeasuredRange`.
     MeasuredRange GetRange() const;
+    /// Whether a slice names other padding than the one that counts.
+    bool HasOtherPadding() const;
+    /// Whether a slice has a Modality LUT.
+    bool HasTables() const;
     /// Files with bits above the stored ones, in the order of slices.
     std::vector<std::string> ListBitsAbove() const;
 
@@ -52,6 +56,8 @@ private:
     MeasuredRange m_Outside;        // of all voxels but padding
     MeasuredRange m_Inside;         // of planes with nothing but padding
     std::vector<char> m_BitsAbove;  // of each plane; not bits, for threads write them side by side
+    std::vector<char> m_OtherPadding;
+    std::vector<char> m_Tables;
 };
 
 }  // namespace korvane

@@ -101,6 +101,7 @@ bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& wat
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
 void DropCopies(FoundFiles& found, const Watch& watch) {
     const auto damage = [](const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); };
+    std::map<std::pair<std::string, std::string>, std::size_t> first;  // of each image's UID, within its series
     using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
     std::map<Identity, std::vector<std::size_t>> known;
     std::vector<ImageHeader> kept;
@@ -114,7 +115,8 @@ void DropCopies(FoundFiles& found, const Watch& watch) {
             });
         if (copy == same.end()) {
             if (!header.sopInstance.empty()) {
-                for (const std::size_t other : same) kept[other].sharesUid = header.sharesUid = true;
+                const auto [other, isNew] = first.try_emplace({header.seriesUid, header.sopInstance}, kept.size());
+                if (!isNew) kept[other->second].sharesUid = header.sharesUid = true;
             }
             same.push_back(kept.size());
             kept.push_back(std::move(header));

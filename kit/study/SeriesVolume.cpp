@@ -132,7 +132,9 @@ void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     Begin(slices, LoadedSlices::Pixels::Now);
     if (m_bUptake) ApplyUptake();
     Assemble();
-    TellPaddings();
+    const std::vector<Padding> paddings = GetPlanePaddings();
+    if (std::adjacent_find(paddings.begin(), paddings.end(), std::not_equal_to<>()) != paddings.end())
+        TellOtherPadding();
 }
 
 void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels) {
@@ -144,6 +146,7 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_Scale.reset();
     m_ScaleError.reset();
     m_ScaledPadding.reset();
+    m_bTables = false;
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
 }
@@ -164,7 +167,6 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
     Begin(slices, LoadedSlices::Pixels::Later);
     m_StreamedRange = {0, 0};
     Assemble();
-    TellPaddings();
 }
 
 void SeriesVolume::ReadPlanes(unsigned jobs,
@@ -172,6 +174,8 @@ void SeriesVolume::ReadPlanes(unsigned jobs,
     PlaneStream stream(GetFound(), m_Slices, m_Assembled.m_SliceToIndex, GetPadding(), m_Watch);
     stream.Read(jobs, take);
     m_StreamedRange = stream.GetRange();
+    if (stream.HasOtherPadding()) TellOtherPadding();
+    m_bTables = stream.HasTables();
     const std::vector<std::string> dirty = stream.ListBitsAbove();
     if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Slices.size()));
 }
@@ -274,9 +278,7 @@ std::vector<Padding> SeriesVolume::GetPlanePaddings() const {
     return paddings;
 }
 
-void SeriesVolume::TellPaddings() {
-    const std::vector<Padding> paddings = GetPlanePaddings();
-    if (std::adjacent_find(paddings.begin(), paddings.end(), std::not_equal_to<>()) == paddings.end()) return;
+void SeriesVolume::TellOtherPadding() {
     const std::optional<Padding> first = GetPadding();
     Tell({.kind = FindingKind::PaddingDiffers,
           .text =
@@ -284,6 +286,12 @@ void SeriesVolume::TellPaddings() {
               (first ? "that of the first one, " + ShortNumber(first->first) + " to " + ShortNumber(first->second) + ","
                      : std::string("what the first one names, none,")) +
               " counts for all"});
+}
+
+bool SeriesVolume::HasModalityTables() const {
+    return m_bTables || std::any_of(GetFiles().begin(), GetFiles().end(), [](const auto& file) {
+               return FindItem(*file.second, tags::ModalityLUTSequence) != nullptr;
+           });
 }
 
 std::optional<double> SeriesVolume::GetPaddingValue() {

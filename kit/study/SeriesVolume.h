@@ -100,6 +100,8 @@ public:
     /// without data get.
     std::optional<Padding> GetPadding();
     std::optional<double> GetPaddingValue();
+    /// Whether a slice that was read has a Modality LUT, which no voxel went through.
+    bool HasModalityTables() const;
     /// The volume's smallest and largest value, without padding unless there is nothing else; of planes that are streamed once
     /// they were read.
     MeasuredRange GetMeasuredRange();
@@ -113,7 +115,7 @@ private:
     void CheckExtent() const;
     void Assemble();
     std::vector<Padding> GetPlanePaddings() const;
-    void TellPaddings();
+    void TellOtherPadding();
     void SetTrueSpacing();
     void ApplyUptake();
     void PutOwnVoxels();
@@ -135,6 +137,7 @@ private:
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;
     std::optional<double> m_ScaledPadding;
+    bool m_bTables = false;              // of planes that were streamed
     std::vector<std::byte> m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;
 };

@@ -117,6 +117,18 @@ def times():
     assert "a guess" in kinds["volumes guessed"]["text"]
 
 
+def same_names():
+    """Images that share a UID and differ are kept and named, at one position and at several."""
+    for apart in (True, False):
+        def share(ds, n, apart=apart):
+            ds.SOPInstanceUID = "1.2.3" if n in (1, 4) else f"1.2.3.{n}"
+            if not apart and n == 4:
+                ds.ImagePositionPatient, ds.InstanceNumber = [*ds.ImagePositionPatient[:2], 5], 2
+            ds.PixelData = numpy.random.default_rng(n).integers(0, 900, (16, 16)).astype("<u2").tobytes()
+        series, kinds = found(edited(phantom(f"named{apart}", *SMALL), f"shared{apart}", share))
+        assert len(series["files"]) == 6 and len(kinds["same UID"]["files"]) == 2, kinds
+
+
 def positions():
     source = phantom("far", *SMALL)
 
@@ -585,4 +597,4 @@ def letters():
     assert report["volumes"][0]["pixelSize"] == "unknown"
 
 
-host_test.run(frames, letters, keys, times, positions, pixels, claims, far, nuclear, variants, tilts, tilted_sample, oblong, sizes, axes, pictures)
+host_test.run(frames, letters, keys, same_names, times, positions, pixels, claims, far, nuclear, variants, tilts, tilted_sample, oblong, sizes, axes, pictures)

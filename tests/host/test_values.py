@@ -292,10 +292,37 @@ def padding():
     out = korvane("slice", folder, "--view", "axial", "--output", WORK / "real.png")[0]
     width = float(out.split("window ")[1].split(" ")[0].split(",")[1])
     assert width < 2 + numpy.ptp(measured), out
+    same = edited(phantom("plain", *SMALL), "same", lambda ds, n: (ds.add_new(0x00280120, "US", 0), ds.add_new(0x00280121, "US", 400)))
+    err = korvane("export", same, "--format", "nrrd", "--to", WORK / "same-out")[1]
+    assert "voxels of padding" in err and "different values" not in err, err
+    other = edited(same, "other", lambda ds, n: n == 2 and ds.add_new(0x00280121, "US", 9))
+    assert "different values for padding" in korvane("export", other, "--format", "nrrd", "--to", WORK / "other-out")[1]
     mixed = edited(folder, "mixed", lambda ds, n: n == 2 and ds.add_new(0x00280122, "FL", 3.5))
     assert "different values for padding" in korvane("export", mixed, "--format", "nrrd", "--to", WORK / "mixed-out")[1]
     unusable = edited(folder, "unusable", lambda ds, n: (setattr(ds, "RescaleSlope", "0"), setattr(ds, "RescaleIntercept", "3")))
+    def written(ds, n):  # as pydicom would not
+        ds[0x0028, 0x1053] = pydicom.dataelem.RawDataElement(pydicom.tag.Tag(0x0028, 0x1053), "DS", 4, b"1,5 ", 0, False, True)
+
+    comma = edited(same, "comma", written)
+    out, err = korvane("export", comma, "--format", "nifti", "--to", WORK / "out")
+    assert "Rescale Slope is \"1,5\"" in err and "as stored" in err and nibabel.load(WORK / "out.nii").get_fdata().min() >= 0, err
     assert "Rescale Slope is \"0\"" in korvane("info", unusable)[0] + korvane("info", unusable)[1]
+
+
+def extremes():
+    """Slopes that a file's 32-bit header or floats do not hold are not written there, and none is lost beside a larger one."""
+    for slope in ("1e300", "1e-45"):
+        folder = edited(phantom(f"one-{slope}", *SMALL), slope, lambda ds, n, slope=slope: setattr(ds, "RescaleSlope", slope))
+        voxels, image = nifti(folder, "--report", WORK / "report.json")
+        remarks = json.loads((WORK / "report.json").read_text())["volumes"][0]["values"]["remarks"]
+        assert image.get_data_dtype() == numpy.uint16 and "as stored: the real value is stored * " in remarks[0], remarks
+        assert voxels.max() > 0 and (voxels == voxels.astype(int)).all()
+    folder = edited(phantom("wide", *SMALL), "wide-slopes", lambda ds, n: setattr(ds, "RescaleSlope", f"1e{n * 20}"))
+    assert "do not fit into 32-bit floats" in korvane("export", folder, "--format", "nifti", "--to", WORK / "wide-out", status=1)[1]
+    assert not list(WORK.glob("wide-out*"))
+    folder = edited(folder, "far-slopes", lambda ds, n: setattr(ds, "RescaleSlope", "1e-6" if n == 0 else "1e6"))
+    out, err = korvane("slice", folder, "--view", "axial", "--index", 3, "-o", WORK / "low.png")
+    assert "32-bit float" in err, err  # integers of a million would lose the first slice
 
 
 def uptake():
@@ -398,4 +425,4 @@ def frames_in_time():
     assert (host_test.Analyze(WORK / "one").voxels[0] == values[2].astype(int) - 32767).all(), err
 
 
-host_test.run(integers, real_numbers, colours, doses, units, slopes, padding, uptake, frames_in_time)
+host_test.run(integers, real_numbers, colours, doses, units, slopes, padding, extremes, uptake, frames_in_time)
