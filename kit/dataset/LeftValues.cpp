@@ -177,6 +177,7 @@ void LeftValueReader::Load(VR& element) {
     VR loaded(element.m_Group, element.m_Element, 0, 0);
     loaded.m_TypeCode = element.m_TypeCode;
     if (loaded.AllocateValue(element.m_Length) == nullptr) throw std::bad_alloc();
+    loaded.m_Length = element.m_Length;  // of a value that was cut, an odd one
     Read(element, 0, {loaded.m_pData, loaded.m_Length});
     element.TakeValueFrom(&loaded);
     element.m_pReference = nullptr;
@@ -195,6 +196,7 @@ WithValue::WithValue(const VR& element, LeftValueReader& reader, std::uint32_t m
     m_Copy->m_TypeCode = element.m_TypeCode;
     const std::uint32_t length = std::min(most, element.m_Length);
     if (m_Copy->AllocateValue(length) == nullptr) throw std::bad_alloc();
+    m_Copy->m_Length = length;
     reader.Read(element, 0, {m_Copy->m_pData, length});
 }
 

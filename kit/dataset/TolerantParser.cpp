@@ -224,8 +224,10 @@ TolerantParser::End TolerantParser::ReadValue(Buffer& buffer, VR& element, std::
                                          std::to_string(there) + " of " + std::to_string(length) + " bytes are there");
         if (!m_Leniency.cutValues) return End::Fault;
     }
-    if (m_pLeft != nullptr && there > 0 && m_pLeft->Leave(buffer, element, there))
+    if (m_pLeft != nullptr && there > 0 && m_pLeft->Leave(buffer, element, there)) {
+        element.m_Length = there;
         return there < length ? End::Fault : End::Data;
+    }
     if (there > 0 && (element.AllocateValue(there) == nullptr || !buffer.Read(element.m_pData, there)))
         return End::Fault;
     element.m_Length = there;
@@ -237,17 +239,26 @@ TolerantParser::End TolerantParser::ParseSequence(Buffer& buffer, VR& sequence, 
                                                   bool isExplicit) {
     if (length == kUndefined) return ParseItems(buffer, sequence, depth, isExplicit, true);
     const std::uint64_t remaining = buffer.GetRemaining();
-    const bool cut = length > remaining;
-    if (cut) {
-        Note(FindingKind::EndsEarly,
-             "the sequence " + TagText(sequence.m_Group, sequence.m_Element) + " ends early or its length is wrong");
-        if (!m_Leniency.cutValues) return End::Fault;
+    const std::string what = "the sequence " + TagText(sequence.m_Group, sequence.m_Element);
+    if (length > remaining && m_iWindows == 0) {
+        // Where its items or a delimiter end before the data does, only the length is wrong.
+        if (!m_Leniency.missingEnds && !m_Leniency.cutValues) return End::Fault;
+        const End end = ParseItems(buffer, sequence, depth, isExplicit, true);
+        if (end == End::Data && !m_bCut) Note(FindingKind::WrongLengths, what + " has a wrong length");
+        return end;
     }
+    if (length > remaining && !IsForgivenByOuter(what)) return End::Fault;
     const Buffer::Window window(buffer, static_cast<std::uint32_t>(std::min<std::uint64_t>(length, remaining)));
     ++m_iWindows;
     const End end = ParseItems(buffer, sequence, depth, isExplicit, false);
     --m_iWindows;
-    return cut ? End::Fault : end;
+    return end;
+}
+
+// A part that would be longer than the part of known length that it is in: that one is believed, and no byte is lost.
+bool TolerantParser::IsForgivenByOuter(const std::string& what) {
+    Note(FindingKind::WrongLengths, what + " would be longer than what it is in");
+    return m_Leniency.missingEnds;
 }
 
 // Items until the sequence ends; at anything else it is over too, and what stands there belongs to the level above.
@@ -297,16 +308,23 @@ bool TolerantParser::ParseItem(Buffer& buffer, VR& sequence, std::uint32_t lengt
         return end == End::Item || (end != End::Fault && m_Leniency.missingEnds);
     }
     const std::uint64_t remaining = buffer.GetRemaining();
-    if (length > remaining) {
-        Note(FindingKind::EndsEarly,
-             "an item of " + TagText(sequence.m_Group, sequence.m_Element) + " ends early or its length is wrong");
-        if (!m_Leniency.cutValues) return false;
+    const std::string what = "an item of " + TagText(sequence.m_Group, sequence.m_Element);
+    if (length > remaining && m_iWindows == 0) {
+        // Of what would reach behind the end of the data, an end of its own tells that only the length is wrong.
+        const bool isRead = m_Leniency.missingEnds || m_Leniency.cutValues;
+        const End end = isRead ? ParseLevel(buffer, item, depth + 1, isExplicit) : End::Data;
+        ended = end == End::Sequence;
+        const bool isWhole = m_Leniency.missingEnds && (ended || end == End::Item);
+        Note(isWhole ? FindingKind::WrongLengths : FindingKind::EndsEarly,
+             what + (isWhole ? " has a wrong length" : " ends early or its length is wrong"));
+        return isWhole;
     }
+    if (length > remaining && !IsForgivenByOuter(what)) return false;
     const Buffer::Window window(buffer, static_cast<std::uint32_t>(std::min<std::uint64_t>(length, remaining)));
     ++m_iWindows;
     const End end = ParseLevel(buffer, item, depth + 1, isExplicit);
     --m_iWindows;
-    return end != End::Fault && length <= remaining;
+    return end != End::Fault;
 }
 
 TolerantParser::End TolerantParser::ParseFragments(Buffer& buffer, VR& pixelData) {

@@ -46,6 +46,7 @@ private:
     End ParseElement(Buffer& buffer, DICOMObject& target, const Header& header, int depth);
     End ParseItems(Buffer& buffer, VR& sequence, int depth, bool isExplicit, bool undefined);
     End EndInside(const std::string& what);
+    bool IsForgivenByOuter(const std::string& what);
     End ParseSequence(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit);
     bool ParseItem(Buffer& buffer, VR& sequence, std::uint32_t length, int depth, bool isExplicit, bool& ended);
     End ParseFragments(Buffer& buffer, VR& pixelData);

@@ -178,6 +178,43 @@ TEST(DataSetTest, WhatIsForgivenIsTold) {
     }
 }
 
+TEST(DataSetTest, LengthsThatOthersContradictAreToldAndNothingIsLost) {
+    DataSet set;
+    set.Set("SOPInstanceUID", "1.2.3.4");
+    set.Set("ReferencedSeriesSequence[0].SeriesInstanceUID", "1.2.3");
+    set.Set("PatientID", "behind");
+    // The item's length reaches behind the end of the data, and its delimiter says where it ends.
+    const std::string undefined("\xFE\xFF\x00\xE0\xFF\xFF\xFF\xFF", 8);
+    const DataSet late =
+        Parsed(Replaced(Saved(set, "explicit"), undefined, std::string("\xFE\xFF\x00\xE0\xFF\xFF\xF0\xFF", 8)));
+    EXPECT_TRUE(late.GetReport().complete && Tells(late, FindingKind::WrongLengths));
+    EXPECT_EQ(late, Parsed(Saved(set, "explicit")));
+
+    // The item's length reaches behind that of its sequence.
+    const std::string head("\x08\x00\x15\x11SQ\0\0", 8);
+    const std::string element("\x20\x00\x0E\x00UI\x06\x00"
+                              "1.2.3\0",
+                              14);
+    std::string whole = Saved(set, "explicit");
+    const std::size_t begin = whole.find(head);
+    const std::size_t end = whole.find(std::string("\xFE\xFF\xDD\xE0\0\0\0\0", 8)) + 8;
+    const auto sequence = [&](char itemLength) {
+        return head + std::string("\x16\0\0\0\xFE\xFF\0\xE0", 8) + std::string(1, itemLength) + std::string(3, '\0') +
+               element;
+    };
+    const DataSet inner = Parsed(std::string(whole).replace(begin, end - begin, sequence(100)));
+    EXPECT_TRUE(inner.GetReport().complete && Tells(inner, FindingKind::WrongLengths));
+    EXPECT_EQ(inner, Parsed(std::string(whole).replace(begin, end - begin, sequence(14))));
+    EXPECT_EQ(inner.Text("PatientID"), "behind");
+
+    // The sequence's length reaches behind the end of the data.
+    const std::string lying =
+        Replaced(sequence(14), std::string("\x16\0\0\0\xFE", 5), std::string("\x16\0\0\x70\xFE", 5));
+    const DataSet outer = Parsed(std::string(whole).replace(begin, end - begin, lying));
+    EXPECT_TRUE(outer.GetReport().complete && Tells(outer, FindingKind::WrongLengths));
+    EXPECT_EQ(outer, inner);
+}
+
 TEST(DataSetTest, PrivateElementsAreWhatTheirCreatorSays) {
     using namespace std::string_literals;
     DataSet set;

@@ -103,7 +103,7 @@ TEST_F(FramesTest, NativeFramesOfEveryWidth) {
             const DataSet last = frames.Read(count - 1);
             EXPECT_TRUE(std::ranges::equal(last.Bytes("PixelData").first(size), Part(all, (count - 1) * size, size)));
             EXPECT_EQ(last.Integer("NumberOfFrames"), 1);
-            Refuses([&] { frames.ReadStored(count); }, ErrorKind::WrongArgument);
+            Refuses([&frames, past = count] { frames.ReadStored(past); }, ErrorKind::WrongArgument);
         }
     }
 }

@@ -192,7 +192,7 @@ TEST_F(LeftValuesTest, AFileThatChangedOrWentIsTold) {
 TEST_F(LeftValuesTest, ACutFileIsAsCutAsEver) {
     const std::string path = Path("made");
     Made().Save(path);
-    for (const std::uintmax_t size : {std::uintmax_t{2'000'000}, std::uintmax_t{9000}, std::uintmax_t{700}}) {
+    for (const std::uintmax_t size : {std::uintmax_t{2'000'001}, std::uintmax_t{9001}, std::uintmax_t{700}}) {
         std::filesystem::resize_file(path, size);
         const DataSet whole = DataSet::Read(path);
         const DataSet left = DataSet::Read(path, kLeaving);
