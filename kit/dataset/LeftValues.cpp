@@ -116,7 +116,9 @@ bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {
     auto* const file = dynamic_cast<SeekingBuffer*>(&buffer);  // what was inflated lies nowhere
     const bool isFragment = element.m_Group == ElementHeader::kDelimiters;
     const bool isText = GetValueKind(element.m_TypeCode) == ValueKind::Text;
-    if (file == nullptr || isText || length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
+    // Meta information is written by the toolkit in one piece.
+    if (file == nullptr || isText || element.m_Group == 0x0002 ||
+        length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
         return false;
     if (length >= ElementHeader::kUndefinedLength - 1 || length > buffer.GetRemaining()) return false;
     const bool isBig = buffer.GetByteOrder() == Buffer::kBigEndian;

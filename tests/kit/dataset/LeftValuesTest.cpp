@@ -33,6 +33,7 @@ DataSet Made() {
     set.Set("SOPClassUID", "1.2.840.10008.5.1.4.1.1.2");
     set.Set("SOPInstanceUID", "1.2.3.4");
     set.Set("PixelRepresentation", "1");
+    set.SetBytes("00020102", Pattern(2000, 8), "OB");
     set.SetBytes("IconImageSequence[0].PixelData", Pattern(7000, 1), "OW");
     set.Set("IconImageSequence[0].Rows", "50");
     set.SetBytes("0011,0010", std::vector<unsigned char>{'M', 'E'}, "LO");
