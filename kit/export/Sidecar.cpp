@@ -63,6 +63,7 @@ constexpr Field kFields[] = {
     {"ReceiveCoilName", tags::ReceiveCoilName, 0, tags::MRReceiveCoilSequence},
     {"ParallelAcquisitionTechnique", tags::ParallelAcquisitionTechnique, 0, tags::MRModifierSequence},
     {"ParallelReductionFactorInPlane", tags::ParallelReductionFactorInPlane, 1, tags::MRModifierSequence},
+    {"PartialFourierDirection", tags::PartialFourierDirection, 0, tags::MRModifierSequence},
     {"ParallelReductionFactorOutOfPlane", tags::ParallelReductionFactorOutOfPlane, 1, tags::MRModifierSequence},
     {"KVP", tags::KVP, 1},
     {"XRayTubeCurrent", tags::XRayTubeCurrent, 1},
@@ -103,6 +104,7 @@ public:
         if (m_Facts.repetitionTime > 0) m_Json["RepetitionTime"] = Rounded(m_Facts.repetitionTime);
         AddPhase();
         AddTiming();
+        AddSequence();
         if (m_Facts.acquisition.scaleSlope > 0) m_Json["PhilipsScaleSlope"] = m_Facts.acquisition.scaleSlope;
         const auto& orientation = m_Series.GetPlace().orientation;
         m_Json["ImageOrientationPatientDICOM"] = Numbers({orientation.begin(), orientation.end()});
@@ -221,6 +223,30 @@ private:
         m_Json["TotalReadoutTime"] = Rounded(spacing * (m_Facts.phaseSize - 1));
     }
 
+    void AddSequence() {
+        const AcquisitionFacts& told = m_Facts.acquisition;
+        if (told.partialFourier > 0) m_Json["PartialFourier"] = told.partialFourier;
+        if (told.dwellTime > 0) m_Json["DwellTime"] = Rounded(told.dwellTime);
+        if (told.waterFatShift > 0) m_Json["WaterFatShift"] = told.waterFatShift;
+        if (told.gradientCorrected) m_Json["NonlinearGradientCorrection"] = *told.gradientCorrected;
+        if (!told.sequence.empty()) m_Json["PulseSequenceDetails"] = m_Decoder.ToUtf8(told.sequence);
+        if (!told.receiveCoil.empty() && !m_Json.contains("ReceiveCoilName"))
+            m_Json["ReceiveCoilName"] = m_Decoder.ToUtf8(told.receiveCoil);
+        AddState("MTState", tags::MagnetizationTransfer, "MTC");
+        AddState("SpoilingState", tags::Spoiling, "SP");
+    }
+
+    /// Of enhanced objects an element says so; of others a word of Sequence Variant, and not that there is none.
+    void AddState(const char* name, Tag element, const std::string& word) {
+        const std::string state = TextOfScan(m_Facts, tags::MRModifierSequence, element);
+        if (!state.empty()) {
+            m_Json[name] = state != "NONE";
+            return;
+        }
+        const std::string variant = "\\" + FindText(*m_Facts.header, tags::SequenceVariant) + "\\";
+        if (variant.find("\\" + word + "\\") != std::string::npos) m_Json[name] = true;
+    }
+
     void AddTiming() {
         if (m_Facts.sliceTimes.empty()) return;
         m_Json["SliceTiming"] = Numbers(m_Facts.sliceTimes);
@@ -245,6 +271,7 @@ private:
 
 /// As short as tells a 32-bit float.
 std::string NumberText(double value) {
+    if (value == std::floor(value) && std::fabs(value) < 1e9) return std::to_string(std::llround(value));
     return Json(static_cast<double>(static_cast<float>(value)) == value ? value : Rounded(value)).dump();
 }
 

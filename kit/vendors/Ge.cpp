@@ -1,5 +1,6 @@
 #include "Ge.h"
 
+#include "GeProtocol.h"
 #include "PrivateBlock.h"
 
 #include <cmath>
@@ -9,6 +10,18 @@ namespace korvane::ge {
 namespace {
 
 constexpr double kFlag = 1e9;  // is added to b-values by some software
+
+/// From which end the lines of an image were read, as LINEAR and REVERSE_LINEAR; "" where nothing tells. Software that
+/// does not use the standard's element has it in the protocol: 0 for top down, 1 for bottom up.
+std::string OrderOfLines(const DICOMObject& dataSet) {
+    std::string order = FindText(dataSet, tags::RectilinearPhaseEncodeReordering);
+    if (!order.empty()) return order;
+    const VR* const protocol = PrivateBlock(dataSet, 0x0025, "GEMS_SERS_01").Find(0x1B);
+    if (protocol == nullptr || protocol->m_pData == nullptr) return {};
+    const std::string view = GeProtocol({protocol->m_pData, protocol->m_Length}).Text("VIEWORDER");
+    if (view == "0") return "LINEAR";
+    return view == "1" ? "REVERSE_LINEAR" : "";
+}
 
 }  // namespace
 
@@ -33,7 +46,7 @@ DiffusionFacts ReadDiffusion(const DICOMObject& holder) {
 void AddAcquisition(const DICOMObject& dataSet, AcquisitionFacts& facts) {
     const PrivateBlock block(dataSet, 0x0043, "GEMS_PARM_01");
     // Of echo planar images GE says so from which end the lines were read: LINEAR runs the way of the image's axis.
-    const std::string order = FindText(dataSet, tags::RectilinearPhaseEncodeReordering);
+    const std::string order = OrderOfLines(dataSet);
     const bool isEchoPlanar = FindText(dataSet, tags::ScanningSequence).find("EP") != std::string::npos;
     if (block.IsThere() && isEchoPlanar && (order == "LINEAR" || order == "REVERSE_LINEAR")) {
         facts.phasePositive = order == "LINEAR";

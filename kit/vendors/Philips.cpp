@@ -26,6 +26,9 @@ void AddAcquisition(const DICOMObject& dataSet, AcquisitionFacts& facts) {
     const std::vector<double> slope =
         PrivateBlock(dataSet, 0x2005, "Philips MR Imaging DD 001").Numbers(0x0E, TypeCode("FL"));
     if (slope.size() == 1 && slope[0] > 0) facts.scaleSlope = slope[0];
+    const std::vector<double> shift =
+        PrivateBlock(dataSet, 0x2001, "Philips Imaging DD 001").Numbers(0x22, TypeCode("FL"));
+    if (shift.size() == 1 && shift[0] > 0) facts.waterFatShift = shift[0];
 }
 
 }  // namespace korvane::philips

@@ -1,5 +1,6 @@
 #include "Siemens.h"
 
+#include "AsciiProtocol.h"
 #include "CsaHeader.h"
 #include "PrivateBlock.h"
 
@@ -89,6 +90,47 @@ void WithImageBlock(const DICOMObject& dataSet, const DICOMObject* frame, const 
     }
 }
 
+/// Of the series' header, or of what the later software has in its place: in the data set or for all frames.
+AsciiProtocol ReadProtocol(const DICOMObject& dataSet) {
+    constexpr char kCreator[] = "SIEMENS MR SDS 01";
+    const VR* found = PrivateBlock(dataSet, 0x0029, "SIEMENS CSA HEADER").Find(0x20);
+    if (found == nullptr) found = PrivateBlock(dataSet, 0x0021, kCreator).Find(0x19);
+    const DICOMObject* const shared = FindItem(dataSet, tags::SharedFunctionalGroupsSequence);
+    if (found == nullptr && shared != nullptr) {
+        const VR* const sequence = PrivateBlock(*shared, 0x0021, kCreator).Find(0xFE);
+        if (sequence != nullptr && sequence->GetItemCount() > 0)
+            found = PrivateBlock(*sequence->GetItem(0), 0x0021, kCreator).Find(0x19);
+    }
+    if (found == nullptr || found->m_pData == nullptr) return {};
+    return AsciiProtocol({reinterpret_cast<const char*>(found->m_pData), found->m_Length});
+}
+
+void AddProtocol(const DICOMObject& dataSet, AcquisitionFacts& facts) {
+    const AsciiProtocol protocol = ReadProtocol(dataSet);
+    switch (protocol.Integer("sKSpace.ucPhasePartialFourier").value_or(0)) {
+    case 1: facts.partialFourier = 4 / 8.0; break;
+    case 2: facts.partialFourier = 5 / 8.0; break;
+    case 4: facts.partialFourier = 6 / 8.0; break;
+    case 8: facts.partialFourier = 7 / 8.0; break;
+    case 16: facts.partialFourier = 1; break;
+    default: break;
+    }
+    facts.inPlaneAcceleration = protocol.Integer("sPat.lAccelFactPE").value_or(0);
+    facts.sequence = protocol.Text("tSequenceFileName");
+    for (const char* const coils : {"sCoilSelectMeas.aRxCoilSelectData[0]", "asCoilSelectMeas[0]"}) {
+        if (facts.receiveCoil.empty())
+            facts.receiveCoil = protocol.Text(std::string(coils) + ".asList[0].sCoilElementID.tCoilID");
+    }
+}
+
+/// "ND": as it was measured; "DIS2D" and "DIS3D": in the plane, in space.
+void AddCorrection(const std::string& imageType, AcquisitionFacts& facts) {
+    const std::string words = "\\" + imageType + "\\";
+    if (words.find("\\ND\\") != std::string::npos) facts.gradientCorrected = false;
+    if (words.find("\\DIS2D\\") != std::string::npos || words.find("\\DIS3D\\") != std::string::npos)
+        facts.gradientCorrected = true;
+}
+
 }  // namespace
 
 TileFacts ReadTiles(const DICOMObject& dataSet) {
@@ -128,14 +170,21 @@ void AddAcquisition(const DICOMObject& dataSet, const DICOMObject* frame, Acquis
     std::vector<double> bandwidth = block.Numbers(0x28, TypeCode("FD"));
     if (bandwidth.empty()) bandwidth = csa.Numbers("BandwidthPerPixelPhaseEncode");
     std::vector<double> positive = csa.Numbers("PhaseEncodingDirectionPositive");
+    std::vector<double> dwell = block.Numbers(0x18, TypeCode("IS"));  // nanoseconds
+    if (dwell.empty()) dwell = csa.Numbers("RealDwellTime");
+    if (block.IsThere() || !csa.IsEmpty()) AddCorrection(FindText(dataSet, tags::ImageType), facts);
     WithImageBlock(dataSet, frame, [&](const PrivateBlock& image) {
         if (bandwidth.empty()) bandwidth = image.Numbers(0x53, TypeCode("FD"));
         if (positive.empty()) positive = image.Numbers(0x1C, TypeCode("IS"));
+        if (dwell.empty()) dwell = image.Numbers(0x42, TypeCode("IS"));
+        AddCorrection(image.Text(0x75), facts);
         const std::vector<double> after = image.Numbers(0x04, TypeCode("DS"));
         if (after.size() == 1) facts.timeInVolume = after[0];
     });
     if (bandwidth.size() == 1 && bandwidth[0] > 0) facts.bandwidthPerPixelPhase = bandwidth[0];
     if (positive.size() == 1) facts.phasePositive = positive[0] != 0;
+    if (dwell.size() == 1 && dwell[0] > 0) facts.dwellTime = dwell[0] / 1e9;
+    AddProtocol(dataSet, facts);
 }
 
 }  // namespace korvane::siemens

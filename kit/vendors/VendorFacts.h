@@ -37,14 +37,20 @@ struct DiffusionFacts {
 
 /// What the scanner did to make an image. Times are seconds.
 struct AcquisitionFacts {
-    std::vector<double> sliceTimes{};      ///< of each tile, in file order
-    std::optional<double> timeInVolume{};  ///< of this slice alone
-    std::optional<bool> phasePositive{};   ///< phase encoding runs the way of its image axis
-    std::optional<bool> isFlipped{};       ///< GE's phase polarity
-    double bandwidthPerPixelPhase = 0;     ///< Hz; 0: not told
-    double echoSpacing = 0;                ///< between acquired lines; 0: not told
-    double inPlaneAcceleration = 0;        ///< 0: not told
-    double scaleSlope = 0;                 ///< Philips: stored values over this are the scanner's own; 0: not told
+    std::vector<double> sliceTimes{};         ///< of each tile, in file order
+    std::optional<double> timeInVolume{};     ///< of this slice alone
+    std::optional<bool> phasePositive{};      ///< phase encoding runs the way of its image axis
+    std::optional<bool> isFlipped{};          ///< GE's phase polarity
+    double bandwidthPerPixelPhase = 0;        ///< Hz; 0: not told
+    double echoSpacing = 0;                   ///< between acquired lines; 0: not told
+    double inPlaneAcceleration = 0;           ///< 0: not told
+    double partialFourier = 0;                ///< the part of the lines that is acquired, 1 for all; 0: not told
+    double dwellTime = 0;                     ///< of the receiver for a point, oversampling counted; 0: not told
+    double waterFatShift = 0;                 ///< pixels; 0: not told
+    std::optional<bool> gradientCorrected{};  ///< by the scanner, for gradients that are not linear
+    std::string sequence{};                   ///< the scanner's file of the pulse sequence
+    std::string receiveCoil{};
+    double scaleSlope = 0;  ///< Philips: stored values over this are the scanner's own; 0: not told
 };
 
 /// Of the data set, by whichever maker's blocks it has.

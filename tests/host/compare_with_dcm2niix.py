@@ -6,6 +6,7 @@ that both write. Without dcm2niix or nibabel it is skipped. Called with a folder
 table of that folder's sub-folders and fails at nothing: for those who want to see figures.
 """
 
+import gzip
 import json
 import os
 import pathlib
@@ -235,7 +236,11 @@ def ge(axis, order):
     def change(ds, b, direction):
         ds.InPlanePhaseEncodingDirection = axis
         ds.AcquisitionMatrix = [16, 0, 0, 16] if axis == "COL" else [0, 16, 16, 0]
-        ds.add_new(0x00189034, "CS", order)
+        if order.isdigit():  # as software says it that does not use the standard's element
+            text = gzip.compress(f'TR "3000.0"\nVIEWORDER "{order}"\n'.encode())
+            ds.private_block(0x0025, "GEMS_SERS_01", create=True).add_new(0x1B, "OB", len(text).to_bytes(4, "little") + text)
+        else:
+            ds.add_new(0x00189034, "CS", order)
         block = ds.private_block(0x0043, "GEMS_PARM_01", create=True)
         for element, kind, value in ((0x39, "IS", [b, 8, 0, 0]), (0x2C, "SS", 600), (0x83, "DS", [0.5, 1])):
             block.add_new(element, kind, value)
@@ -272,6 +277,8 @@ def made():
     for name, cosines in planes.items():
         for axis, order in (("COL", "LINEAR"), ("ROW", "REVERSE_LINEAR")):
             cases.append(scanned(f"ge-{name}-{axis}", "GE MEDICAL SYSTEMS", cosines, ge(axis, order)))
+    for order in "01":
+        cases.append(scanned(f"ge-protocol-{order}", "GE MEDICAL SYSTEMS", planes["axial"], ge("COL", order)))
     compare_all(cases)
 
 

@@ -81,7 +81,7 @@ def tree():
     assert read[expected[-1]]["TaskName"] == "faces"
     assert [read[expected[6]][name] for name in ("EchoTime1", "EchoTime2")] == [0.00492, 0.00738]
     assert [read[name]["EchoTime"] for name in expected[4:6]] == [0.00492, 0.00738]
-    assert (out / (expected[3] + ".bval")).read_text().split() == ["0.0", "1000.0"]
+    assert (out / (expected[3] + ".bval")).read_text().split() == ["0", "1000"]
     description = out / "dataset_description.json"
     assert json.loads(description.read_text())["BIDSVersion"]
     # A second subject keeps what is there; the same one again is refused.

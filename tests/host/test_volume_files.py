@@ -170,6 +170,29 @@ def damaged_behind():
     assert [path.read_bytes() for path in folder.iterdir()] == [b"old"], list(folder.iterdir())
 
 
+def traces():
+    """What is computed from several directions has none, and is a file of its own beside the weighted volumes."""
+    def philips(ds, n):
+        time = n // 7
+        ds.Modality, ds.Manufacturer, ds.SOPClassUID = "MR", "Philips Medical Systems", "1.2.840.10008.5.1.4.1.1.4"
+        imaging = ds.private_block(0x2001, "Philips Imaging DD 001", create=True)
+        imaging.add_new(0x03, "FL", 1000.0 if time else 0.0)
+        imaging.add_new(0x04, "CS", "NOI"[time])
+        mr = ds.private_block(0x2005, "Philips MR Imaging DD 001", create=True)
+        for i, value in enumerate((0.0, 0.6, 0.8)):
+            mr.add_new(0xB0 + i, "FL", value if time else 0.0)
+
+    source = edited(phantom("directions", *SMALL, "--volumes", 3), "traces", philips)
+    korvane("export", source, "--all", "--format", "nifti", "--sidecar", "--to", WORK / "trace", "--name", "v")
+    assert {path.name for path in (WORK / "trace").glob("*.nii")} == {"v.nii", "v_trace.nii"}, list((WORK / "trace").iterdir())
+    assert (WORK / "trace" / "v.bval").read_text("utf-8") == "0 1000\n", (WORK / "trace" / "v.bval").read_bytes()
+    values = numpy.array([pydicom.dcmread(source / f"{n:04}.dcm").pixel_array for n in range(14, 21)])
+    trace = numpy.asarray(nibabel.load(WORK / "trace" / "v_trace.nii").dataobj.get_unscaled()).transpose(2, 1, 0)
+    assert (trace == values).all() or (trace == values[::-1]).all()
+    vectors = WORK / "trace" / "v_trace.bvec"
+    assert not vectors.exists() or set(vectors.read_text("utf-8").split()) == {"0"}, vectors.read_text("utf-8")
+
+
 def times():
     source = phantom("series", *SMALL, "--volumes", 3)
     report = WORK / "report.json"
@@ -209,4 +232,4 @@ def beside_dcm2niix():
         assert apart < 1e-3, (source, affine, reference)
 
 
-host_test.run(formats, own_rescales, tilted, streamed, damaged_behind, times, beside_dcm2niix)
+host_test.run(formats, own_rescales, tilted, streamed, damaged_behind, traces, times, beside_dcm2niix)
