@@ -131,9 +131,12 @@ def streamed():
         raw(lambda words, _: words << 4)(ds, n)
         ds.HighBit = 15
 
+    def other_padding(ds, n):
+        padded(-900 if n % 2 else -901, -1024)(ds, n)
+
     sources = [source, phantom("many", "--size", 64, "--slices", 300)] + [edited(source, name, change) for name, change in (
         ("dirty", raw(lambda words, n: words & 0xFFF | (0x5000 if n % 5 == 1 else 0))),
-        ("padded", padded(-900, -1024)), ("padding alone", padded(-2048, 2047)), ("left", left_justified),
+        ("padded", padded(-900, -1024)), ("padding alone", padded(-2048, 2047)), ("paddings", other_padding), ("left", left_justified),
         ("scales", lambda ds, n: setattr(ds, "RescaleSlope", str(n % 3 + 1))),
         ("unnumbered", lambda ds, n: ds.__delattr__("InstanceNumber")))]
     for syntax in ("big", "rle", "jpegll"):
@@ -147,7 +150,9 @@ def streamed():
             facts = json.loads(report.read_text("utf-8"))
             for volume in facts["volumes"]:
                 volume["outputs"] = [output for output in volume["outputs"] if not output["file"].endswith(".png")]
-            told = "bits above the stored ones" in err  # scales are told of previews alone
+            # Scales are told of previews alone.
+            told = ["bits above the stored ones" in err, "different values for padding" in err]
+            assert told == [path.name == "dirty", path.name == "paddings"], (path, name, err)
             made.append((name, facts["volumes"], told, (WORK / "streamed.nii").read_bytes()))
         (_, *first), *rest = made
         for name, *others in rest:

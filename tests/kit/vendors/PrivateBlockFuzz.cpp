@@ -19,12 +19,14 @@ struct Creator {
 };
 
 constexpr Creator kCreators[] = {
-    {0x0019, "SIEMENS MR HEADER", "\x0A\x0C\x0E\x27\x28\x29"},
-    {0x0021, "SIEMENS MR SDI 02", "\x51\x53\x1C\x04\xFE"},
+    {0x0019, "SIEMENS MR HEADER", "\x0A\x0C\x0E\x18\x27\x28\x29"},
+    {0x0021, "SIEMENS MR SDI 02", "\x51\x53\x1C\x04\x42\x75\xFE"},
+    {0x0021, "SIEMENS MR SDS 01", "\x19\xFE"},
+    {0x0025, "GEMS_SERS_01", "\x1B"},
     {0x0029, "SIEMENS CSA HEADER", "\x10\x20"},
     {0x0019, "GEMS_ACQU_01", "\xBB\xBC\xBD\x9C"},
     {0x0043, "GEMS_PARM_01", "\x39\x2C\x83\x8A"},
-    {0x2001, "Philips Imaging DD 001", "\x03\x04"},
+    {0x2001, "Philips Imaging DD 001", "\x03\x04\x22"},
     {0x2005, "Philips MR Imaging DD 001", "\x0E\xB0\xB1\xB2"},
     {0x0065, "Image Private Header", "\x09\x37\x50\x51"},
     {0x0020, "", ""},  // Image Comments, in which one maker writes
