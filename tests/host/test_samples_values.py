@@ -67,9 +67,11 @@ class Plane:
         slope, intercept = (group(ds, frame, "PixelValueTransformationSequence", what) for what in ("RescaleSlope", "RescaleIntercept"))
         if "DoseGridScaling" in ds:
             slope, intercept = ds.DoseGridScaling, 0
-        if any(not part for part in where) or "GridFrameOffsetVector" in ds or (slope in (None, "") and "RealWorldValueMappingSequence" in ds):
+        self.placed = all(where)
+        if "GridFrameOffsetVector" in ds or (slope in (None, "") and "RealWorldValueMappingSequence" in ds):
             raise LookupError
-        self.position, cosines, self.spacing = (numpy.array(part, float) for part in where)
+        nowhere = [0, 0, 0], [1, 0, 0, 0, 1, 0], [1, 1]
+        self.position, cosines, self.spacing = (numpy.array(part or other, float) for part, other in zip(where, nowhere))
         self.row, self.column = cosines[:3], cosines[3:]
         self.normal = numpy.cross(self.row, self.column)
         usable = slope not in (None, "") and intercept not in (None, "") and float(slope) != 0
@@ -91,13 +93,14 @@ def planes_of(inputs):
         path, _, frame = name.partition(" frame ")
         ds, values = read(path)
         frame = int(frame or 1) - 1
-        if values is None or values.ndim != 3 or frame >= len(values) or "ModalityLUTSequence" in ds or ds.SamplesPerPixel != 1:
+        if values is None or values.ndim != 3 or frame >= len(values) or "ModalityLUTSequence" in ds or not ds.PhotometricInterpretation.startswith("MONOCHROME"):
             return None
         try:
             planes.append(Plane(ds, values, frame))
         except LookupError:
             return None
-    return planes
+    # A single image needs no place for its voxels to be compared.
+    return planes if len(planes) == 1 or all(plane.placed for plane in planes) else None
 
 
 class Lattice:
@@ -216,7 +219,7 @@ class Judge:
         worst = 0.0
         for time, voxels in enumerate(self.data):
             planes = planes_of(inputs[time * count:(time + 1) * count])
-            if planes is None:
+            if planes is None or len(planes) != len(voxels) and not self.resampled:
                 return None
             worst = max(worst, self.worst_of(voxels, planes))
         return worst
@@ -225,7 +228,7 @@ class Judge:
         stored, real, rounded = self.stored(planes)
         places = numpy.array(self.volume["slicePositions"])
         if not self.resampled:
-            nearest = [int(numpy.argmin([numpy.linalg.norm(plane.position - place) for plane in planes])) for place in places]
+            nearest = [0] if len(planes) == 1 else [int(numpy.argmin([numpy.linalg.norm(plane.position - place) for plane in planes])) for place in places]
             if len(set(nearest)) < len(nearest):
                 return numpy.inf
             return self.difference(voxels, numpy.array([stored[n] for n in nearest]), rounded, real)
@@ -286,7 +289,7 @@ def exported(files, form, policy):
         assert "korvane: " in err, (files, form, policy)
         return None, None
     told = {finding["kind"] for finding in report["findings"]}
-    if OTHER_PLACES & told:
+    if OTHER_PLACES & told and any(volume["size"][2] > 1 or volume.get("times", 1) > 1 for volume in report["volumes"]):
         return [], report
     return [Judge(form, policy, report, volume).worst() for volume in report["volumes"]], report
 
@@ -458,7 +461,7 @@ def judged_views(series, done):
     report = exported(series["files"], "nifti", "keep")[1]
     told = {finding["kind"] for finding in report["findings"]} if report else OTHER_PLACES
     planes = None if OTHER_PLACES & told else planes_of(report["volumes"][0]["inputs"][:report["volumes"][0]["size"][2]])
-    if not planes:
+    if not planes or not planes[0].placed:
         return 0
     silent = 0
     straight = not told & {"tilt", "shifted sideways"}
