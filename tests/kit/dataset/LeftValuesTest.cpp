@@ -205,4 +205,15 @@ TEST_F(LeftValuesTest, ACutFileIsAsCutAsEver) {
     }
 }
 
+// Such elements are written in another way than all others.
+TEST_F(LeftValuesTest, MetaInformationAmongOtherElementsIsReadWhole) {
+    const std::string path = Path("made");
+    const std::string begin = std::string(128, '\0') + "DICM" + std::string("\x01\0\x01\0LO\x04\0abcd", 12);
+    std::ofstream(path, std::ios::binary)
+        << begin << std::string("\x02\0\0\x1BOB\0\0\0\0\1\0", 12) << std::string(2000, 'x');
+    const DataSet left = DataSet::Read(path, kLeaving);
+    EXPECT_EQ(left.Bytes("00021B00").size(), 2000U);
+    EXPECT_EQ(Saved(DataSet::Read(path, kLeaving)), Saved(DataSet::Read(path)));
+}
+
 }  // namespace
