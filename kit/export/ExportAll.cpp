@@ -17,6 +17,7 @@
 #include "platform/File.h"
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -43,6 +44,8 @@ private:
     Watch m_Watch;
     std::vector<Finding> m_Findings;
 };
+
+constexpr std::chrono::seconds kBetweenReports{2};
 
 class Run {
 public:
@@ -140,6 +143,9 @@ private:
         m_nJobsOfEach = std::max<unsigned>(1, jobs / static_cast<unsigned>(std::max<std::size_t>(open.size(), 1)));
         TaskProgress progress(m_Watch, "exporting series", static_cast<std::int64_t>(open.size()));
         std::vector<std::vector<Finding>> findings(open.size());
+        ExportAllReport soFar = m_Report;  // threads write the other
+        soFar.stopped = true;
+        auto nextReport = std::chrono::steady_clock::now();
         ForEachInOrder(
             jobs, open.size(), kAhead, m_Watch,
             [&](std::size_t i) { findings[i] = ExportOne(m_Report.series[open[i]]); },
@@ -149,6 +155,10 @@ private:
                     m_Watch.Tell(finding);
                 }
                 progress.Step();
+                soFar.series[open[i]] = m_Report.series[open[i]];
+                if (std::chrono::steady_clock::now() < nextReport) return;
+                WriteSoFar(soFar);
+                nextReport = std::chrono::steady_clock::now() + kBetweenReports;
             });
     }
 
@@ -206,6 +216,15 @@ private:
     void WriteReport(const Watch& watch) {
         if (m_Options.reportFile.empty()) return;
         WriteText(m_Options.reportFile, ToJson(m_Report), watch);
+    }
+
+    /// For who resumes a run that was killed. What fails here is told with the last report.
+    void WriteSoFar(const ExportAllReport& report) const {
+        if (m_Options.reportFile.empty()) return;
+        try {
+            WriteText(m_Options.reportFile, ToJson(report), {});
+        } catch (const Error&) {  // NOLINT(bugprone-empty-catch): see above
+        }
     }
 
     static void WriteText(const std::string& path, std::string text, const Watch& watch) {

@@ -35,8 +35,10 @@ struct ExportAllOptions {
     std::string resume{};
     /// For each series. Of these `volume`, `reportFile`, `jobs` and `watcher` are not used.
     ExportOptions each{};
-    std::string reportFile{};  ///< one report on all as JSON; also written when the job is stopped
-    unsigned jobs = 0;         ///< series that are worked on side by side; 0: one for each core
+    /// One report on all as JSON; also written when the job is stopped, and now and then while it runs, for a job that is
+    /// killed.
+    std::string reportFile{};
+    unsigned jobs = 0;  ///< series that are worked on side by side; 0: one for each core
     Watcher* watcher = nullptr;
 };
 

@@ -2,10 +2,11 @@
 """A messy folder in one call: `korvane export FOLDER --all`."""
 
 import json
+import subprocess
 
 import pydicom
 
-from host_test import WORK, edited, korvane, phantom, run
+from host_test import KORVANE, WINDOWS, WORK, edited, korvane, phantom, run, wait_for
 
 SMALL = ("--slices", 3, "--size", 16)
 
@@ -94,4 +95,24 @@ def echoes():
     assert "vol.nrrd" in single and (WORK / "vol.nrrd").exists()
 
 
-run(whole_folder, patterns, echoes)
+def killed():
+    """What a run had written is in its report before it ends, and is not written again."""
+    if WINDOWS:
+        print("skipped: an emulator is killed, not the program")
+        return
+    folder = WORK / "long"
+    folder.mkdir()
+    for number in range(6):
+        phantom(f"long/{number}", "--slices", 40, "--size", 256, "--seed", number + 1)
+    report = WORK / "killed.json"
+    command = ("export", folder, "--all", "--format", "nifti", "--gzip", "--jobs", 1, "--to", WORK / "killed", "--report", report)
+    with subprocess.Popen([*KORVANE, *map(str, command)], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL) as process:
+        wait_for(report.exists)
+        process.kill()
+    whole = [series["status"] for series in json.loads(report.read_text("utf-8"))["series"]].count("written")
+    assert whole >= 1, report.read_text("utf-8")
+    out, _ = korvane(*command, "--resume", report, "--overwrite")
+    assert f"6 series: {6 - whole} written, 0 refused, {whole} done before" in out, (whole, out)
+
+
+run(whole_folder, patterns, echoes, killed)
