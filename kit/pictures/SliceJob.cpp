@@ -118,14 +118,21 @@ void SliceJob::TellPadding() {
                                               : " voxels are padding: values between them and others are a mixture")});
 }
 
-/// One table and one shape are for all planes.
+/// One table, one shape and one window are for all planes.
 void SliceJob::TellOtherTables() {
     if (m_Options.raw16 || m_Watch.GetWatcher() == nullptr) return;
     const PixelForm& form = m_Series.GetHeader().form;
     const DICOMDataObject& first = m_Series.GetFirstDataSet();
     const std::optional<LookupTable> table = ReadModality(first, 0, form).table;
+    const bool isOwnWindow =
+        !m_Options.values && !m_Options.window && m_Options.windowName.empty() && !m_Options.uptake;
+    const auto windowOf = [](const DICOMDataObject& dataSet) {
+        return FindText(dataSet, tags::WindowCenter) + '/' + FindText(dataSet, tags::WindowWidth);
+    };
     PictureNotes notes;
     for (const auto& [path, dataSet] : m_Series.GetFiles()) {
+        if (isOwnWindow && windowOf(*dataSet) != windowOf(first))
+            notes.Add(FindingKind::NotApplied, "has another window than the first slice, whose counts for all", path);
         if (ReadModality(*dataSet, 0, form).table != table)
             notes.Add(FindingKind::NotApplied, "has another Modality LUT than the first slice, whose counts for all",
                       path);

@@ -168,16 +168,32 @@ bool ReadReal(const DICOMObject& item, Tag tag, double& value) {
     return std::isfinite(value);
 }
 
+/// Whether a mapping names an end of its range that the stored bits can go beyond.
+bool IsPartOfValues(const DICOMObject& mapping, const DICOMDataObject& dataSet) {
+    const bool isSigned = FindInteger(dataSet, tags::PixelRepresentation, 0) == 1;
+    const int bits = std::clamp(FindInteger(dataSet, tags::BitsStored, 16), 1, 16);
+    const double lowest = isSigned ? -std::ldexp(1, bits - 1) : 0;
+    const auto end = [&](Tag tag, double otherwise) {
+        const VR* const element = FindElement(mapping, tag);
+        if (element == nullptr || element->m_Length < 2) return otherwise;
+        const auto word = platform::LoadLittle<std::uint16_t>(element->m_pData);
+        return isSigned ? static_cast<double>(static_cast<std::int16_t>(word)) : word;
+    };
+    const double highest = lowest + std::ldexp(1, bits) - 1;
+    return end(tags::RealWorldValueFirstValueMapped, lowest) > lowest ||
+           end(tags::RealWorldValueLastValueMapped, highest) < highest;
+}
+
 /// Of stored values (PS3.3 C.7.6.16.2.11); a table of values is none of these. The unit's code is UCUM's.
-void ReadRealWorld(const Frame& frame, FramePlace& place) {
+void ReadRealWorld(const Frame& frame, const DICOMDataObject& dataSet, FramePlace& place) {
     const VR* const mappings = frame.Sequence(tags::RealWorldValueMappingSequence);
     if (mappings == nullptr) return;
     const DICOMObject* const item = mappings->GetItem(0);
     place.hasRealWorld = ReadReal(*item, tags::RealWorldValueSlope, place.realSlope) &&
                          ReadReal(*item, tags::RealWorldValueIntercept, place.realIntercept) && place.realSlope != 0;
     place.hasOtherRealWorld = mappings->GetItemCount() > 1 || !place.hasRealWorld;
-    if (!place.hasRealWorld) return;
-    if (!place.slope.empty()) return;
+    if (!place.hasRealWorld || !place.slope.empty()) return;
+    place.isRealWorldPart = IsPartOfValues(*item, dataSet);
     const DICOMObject* const unit = FindItem(*item, tags::MeasurementUnitsCodeSequence);
     if (unit != nullptr) place.unit = FindText(*unit, tags::CodeValue);
 }
@@ -212,7 +228,7 @@ FramePlace ReadPlace(const Frame& frame) {
     place.slope = frame.Text({tags::PixelValueTransformationSequence, tags::RescaleSlope});
     place.intercept = frame.Text({tags::PixelValueTransformationSequence, tags::RescaleIntercept});
     place.unit = ReadUnit(frame, dataSet, !place.slope.empty() && !place.intercept.empty());
-    ReadRealWorld(frame, place);
+    ReadRealWorld(frame, dataSet, place);
     ReadDose(dataSet, place);
     return place;
 }

@@ -36,6 +36,7 @@ struct FramePlace {
     double realSlope = 1;
     double realIntercept = 0;
     bool hasOtherRealWorld = false;  ///< several mappings, each for some of the stored values, or a table
+    bool isRealWorldPart = false;    ///< the mapping is for some of the values that the stored bits can have
     std::string unit;                ///< of real values: "HU", "BQML" ...; "" where nothing tells
 };
 

@@ -424,6 +424,10 @@ private:
                 first.hasRealWorld ? "of several real world value mappings the first one counts for all values"
                                    : "a table of real world values is not applied: values are as stored");
         }
+        if (first.isRealWorldPart && !first.hasOtherRealWorld) {
+            Add(FindingKind::RealWorldValues,
+                "the real world value mapping is for some of the stored values, and counts for all");
+        }
         const bool unitsDiffer =
             std::any_of(m_Series.slices.begin(), m_Series.slices.end(),
                         [&](const SliceRef& slice) { return m_Found.PlaceOf(slice).unit != first.unit; });

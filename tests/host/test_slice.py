@@ -202,6 +202,16 @@ def stack():
     assert "no plane meets the volume" in far[1], far
 
 
+def windows():
+    """A view has one window: that others are left out is told, unless the user chose one."""
+    folder = edited(phantom("alike", "--slices", 3, "--size", 16), "windows", lambda ds, n: ds.update({"WindowCenter": 40 + n, "WindowWidth": 400}))
+    out = WORK / "window.png"
+    told = "another window than the first slice"
+    assert told in korvane("slice", folder, "--view", "axial", "-o", out)[1]
+    assert told not in korvane("slice", folder, "--view", "axial", "--window", "40,400", "-o", out)[1]
+    assert told not in korvane("slice", WORK / "alike", "--view", "axial", "-o", out)[1]
+
+
 def padding():
     """Padding counts for no slab, and not for the smallest and the largest value; what has nothing else is black."""
     voxels = numpy.random.default_rng(4).integers(0, 900, (5, 12, 14)).astype("<i2")
@@ -273,4 +283,4 @@ def stopped():
     assert not any((WORK / "all").iterdir())
 
 
-run(every_acquisition, planes_in_the_patient, distances, greys, many, stack, padding, annotated, refusals, stopped)
+run(every_acquisition, planes_in_the_patient, distances, greys, many, stack, windows, padding, annotated, refusals, stopped)

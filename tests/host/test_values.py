@@ -213,6 +213,16 @@ def units():
 
     folder, expected = made("mapped", real_world)
     assert numpy.allclose(nifti(folder)[0], expected) and info(folder)[0]["values"]["unit"] == "um2/s"
+    assert "for some of the stored values" not in str(info(folder))
+
+    def partly(ds, n):
+        real_world(ds, n)
+        for tag, end in ((0x00409216, 0), (0x00409211, 4000)):
+            ds.RealWorldValueMappingSequence[0].add_new(tag, "US", end)
+        return 0
+
+    (series,) = info(made("partly", partly)[0])
+    assert "for some of the stored values" in str(series["findings"]), series
     (series,) = info(phantom("ct", *SMALL))
     assert series["values"]["unit"] == "HU", series
 
