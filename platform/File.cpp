@@ -37,6 +37,12 @@ void InputFile::Close() {
     m_Stop.Restart();
 }
 
+bool InputFile::Seek(std::uint64_t place) {
+    if (SeekTo(m_Handle, place)) return true;
+    m_Error = errno;
+    return false;
+}
+
 std::size_t InputFile::Read(void* bytes, std::size_t capacity) {
     auto* const first = static_cast<unsigned char*>(bytes);
     const std::size_t largest = m_Stop.HasQuestion() ? StopCheck::kStep : kLargestRead;

@@ -57,6 +57,10 @@ public:
     /// leaves `errno` set. Being stopped is the error EINTR.
     std::size_t Read(void* bytes, std::size_t capacity);
 
+    /// From there, counted from the file's beginning, the next bytes are read. False, and a read has failed, for what has
+    /// no places (a pipe).
+    bool Seek(std::uint64_t place);
+
     /// True once a read has failed.
     bool HasFailed() const { return m_Error != 0; }
 

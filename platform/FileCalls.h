@@ -30,6 +30,9 @@ FileHandle OpenToAppend(const char* path);
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count);
 std::ptrdiff_t WriteSome(FileHandle file, const void* bytes, std::size_t count);
 
+/// From there, counted from the file's beginning, the next bytes are read.
+bool SeekTo(FileHandle file, std::uint64_t place);
+
 /// Waits until the bytes of the file are on the disk.
 bool SyncFile(FileHandle file);
 

@@ -39,6 +39,13 @@ struct ElementFacts {
     int depth = 0;             ///< 0 at the top, one more in each sequence
 };
 
+/// A day and a time of it (DT, PS3.5 6.2), as written: at the place where it was, unless it names its offset from UTC.
+struct DateTime {
+    std::chrono::year_month_day date;
+    std::chrono::microseconds time{0};           ///< since midnight
+    std::optional<std::chrono::minutes> offset;  ///< of the place from UTC, east of it positive
+};
+
 /// Looks into a data set or an item of a sequence. It owns nothing: valid as long as the data set is there and unchanged.
 ///
 /// Texts are UTF-8, whatever the character set (0008,0005) of the data. What is absent or empty gives an empty text, no
@@ -64,6 +71,8 @@ public:
     std::optional<std::chrono::year_month_day> Date(const ElementPath& path) const;
     /// TM, since midnight.
     std::optional<std::chrono::microseconds> Time(const ElementPath& path) const;
+    /// DT; nothing for what names no day of the calendar.
+    std::optional<DateTime> DateAndTime(const ElementPath& path) const;
 
     /// The value's bytes, little endian; of compressed pixel data none.
     std::span<const unsigned char> Bytes(const ElementPath& path) const;

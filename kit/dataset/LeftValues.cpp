@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::uint32_t kLeastLeft = 256;       // what is shorter costs less to hold than to find again
 constexpr std::uint32_t kLeastFragment = 1024;  // there may be very many
-constexpr std::uint32_t kStep = 1U << 20;
 
 template <class Visit>
 bool AnyElement(const DICOMObject& dataSet, const Visit& visit) {
@@ -55,9 +54,7 @@ void ForgetLeftValues(DICOMObject& dataSet) {
 }
 
 bool SeekingBuffer::Open(const std::string& path, std::uint64_t size) {
-    m_pFile.reset(platform::OpenFile(path.c_str(), "rb"));
-    if (m_pFile == nullptr) return false;
-    std::setvbuf(m_pFile.get(), nullptr, _IONBF, 0);
+    if (!m_File.Open(path.c_str())) return false;
     SetStreamEnd(size);
     return true;
 }
@@ -74,19 +71,16 @@ bool SeekingBuffer::PassOver(std::uint32_t count) {
 }
 
 std::size_t SeekingBuffer::Fill(void* bytes, std::size_t capacity) {
-    if (m_iError == 0 && m_Stop.IsStopped(capacity)) m_iError = EINTR;
-    if (m_iError != 0) return 0;
+    if (m_File.HasFailed()) return 0;
     std::size_t got = 0;
     if (m_Place < m_PassedOver) {
         // Skipped unseen: whatever lies in the area does for them.
         got = static_cast<std::size_t>(std::min<std::uint64_t>(capacity, m_PassedOver - m_Place));
         m_bSeek = true;
     } else {
-        errno = 0;
-        const bool stands = !m_bSeek || platform::SeekFile(m_pFile.get(), m_Place) == 0;
+        const bool stands = !m_bSeek || m_File.Seek(m_Place);
         m_bSeek = false;
-        if (stands) got = std::fread(bytes, 1, capacity, m_pFile.get());
-        if (!stands || (got < capacity && std::ferror(m_pFile.get()) != 0)) m_iError = errno != 0 ? errno : EIO;
+        if (stands) got = m_File.Read(bytes, capacity);
     }
     m_Place += got;
     m_pFilled = static_cast<const unsigned char*>(bytes) + got;
@@ -132,10 +126,8 @@ void LeftValueReader::Open(const VR& element) {
     const LeftValues* const source = static_cast<const LeftValues::Value*>(element.m_pReference)->source;
     if (source == m_pSource) return;
     Close();
-    errno = 0;
-    m_pFile.reset(platform::OpenFile(source->m_Place.c_str(), "rb"));
     const std::string& name = source->m_Name;
-    if (m_pFile == nullptr) {
+    if (!m_File.Open(source->m_Place.c_str())) {
         const std::string reason = SystemText(errno);
         throw Error(ErrorKind::Disk, "cannot read " + name + ": " + reason + "; values were left in it").InFile(name);
     }
@@ -146,7 +138,7 @@ void LeftValueReader::Open(const VR& element) {
 }
 
 void LeftValueReader::Close() {
-    m_pFile.reset();
+    m_File.Close();
     m_pSource = nullptr;
 }
 
@@ -155,19 +147,13 @@ void LeftValueReader::Read(const VR& element, std::uint32_t from, std::span<unsi
     const auto& value = *static_cast<const LeftValues::Value*>(element.m_pReference);
     const std::uint32_t there = value.length - std::min(from, value.length);
     const std::span<unsigned char> wanted = bytes.first(std::min<std::size_t>(bytes.size(), there));
-    errno = 0;
-    std::size_t got = 0;
-    if (platform::SeekFile(m_pFile.get(), value.offset + from) == 0) {
-        for (std::size_t step; got < wanted.size(); got += step) {
-            if (m_Stop.IsStopped(kStep)) throw Error(ErrorKind::Stopped, "stopped");
-            const std::size_t most = std::min<std::size_t>(kStep, wanted.size() - got);
-            step = std::fread(wanted.data() + got, 1, most, m_pFile.get());
-            if (step == 0) break;
-        }
-    }
+    const std::size_t got = m_File.Seek(value.offset + from) ? m_File.Read(wanted.data(), wanted.size()) : 0;
     if (got < wanted.size()) {
-        const std::string& name = m_pSource->m_Name;
-        const std::string reason = errno != 0 ? SystemText(errno) : "it has become shorter";
+        const std::string name = m_pSource->m_Name;
+        const int error = m_File.GetError();
+        Close();
+        if (error == EINTR) throw Error(ErrorKind::Stopped, "stopped");
+        const std::string reason = error != 0 ? SystemText(error) : "it has become shorter";
         throw Error(ErrorKind::Disk, "cannot read " + name + ": " + reason + "; values were left in it").InFile(name);
     }
     std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(got), bytes.end(), static_cast<unsigned char>(0));

@@ -1,14 +1,13 @@
 // Values that stay in their file until they are asked for.
 #pragma once
 
-#include "../../platform/StopQuestion.h"
+#include "../../platform/File.h"
 #include "../core/Watch.h"
 #include "DataSet.h"
 #include "DataSetFile.h"
 #include "Toolkit.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -40,9 +39,9 @@ class SeekingBuffer : public Buffer {
 public:
     /// False, with `errno` set, when it cannot be opened; also for what is no regular file.
     bool Open(const std::string& path, std::uint64_t size);
-    void SetStopQuestion(std::function<bool()> stop) { m_Stop.SetQuestion(std::move(stop)); }
-    bool HasFailed() const { return m_iError != 0; }
-    int GetError() const { return m_iError; }
+    void SetStopQuestion(std::function<bool()> stop) { m_File.SetStopQuestion(std::move(stop)); }
+    bool HasFailed() const { return m_File.HasFailed(); }
+    int GetError() const { return m_File.GetError(); }
 
     /// Where the next byte stands in the file; there must be one.
     std::uint64_t GetPlace();
@@ -53,17 +52,11 @@ protected:
     std::size_t Fill(void* bytes, std::size_t capacity) override;
 
 private:
-    struct Closer {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
-    std::unique_ptr<std::FILE, Closer> m_pFile;
-    platform::StopCheck m_Stop;
+    platform::InputFile m_File;
     std::uint64_t m_Place = 0;       // of what is filled next
     std::uint64_t m_PassedOver = 0;  // up to here nothing needs to be read
     const unsigned char* m_pFilled = nullptr;
     bool m_bSeek = false;
-    int m_iError = 0;
 };
 
 /// What one file's data set has left in it. Elements point into this object, which must outlive them.
@@ -112,7 +105,7 @@ private:
 /// that the data set was read from, or cannot be read; `std::bad_alloc`.
 class LeftValueReader {
 public:
-    explicit LeftValueReader(const Watch& watch = {}) { m_Stop.SetQuestion(watch.GetStopQuestion()); }
+    explicit LeftValueReader(const Watch& watch = {}) { m_File.SetStopQuestion(watch.GetStopQuestion()); }
 
     /// Some bytes of the value, little endian, from a multiple of 8 on. `IsLeft(element)` must hold.
     void Read(const VR& element, std::uint32_t from, std::span<unsigned char> bytes);
@@ -126,13 +119,8 @@ public:
 private:
     void Open(const VR& element);
 
-    struct Closer {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-
     const LeftValues* m_pSource = nullptr;
-    std::unique_ptr<std::FILE, Closer> m_pFile;
-    platform::StopCheck m_Stop;
+    platform::InputFile m_File;
 };
 
 /// An element with its value: itself, or a copy with what was left in the file, up to `most` bytes of it.

@@ -14,6 +14,7 @@ FileHandle SystemOpenToWrite(const char* path);
 FileHandle SystemOpenNew(const char* path);
 FileHandle SystemOpenToAppend(const char* path);
 std::ptrdiff_t SystemReadSome(FileHandle file, void* bytes, std::size_t count);
+bool SystemSeekTo(FileHandle file, std::uint64_t place);
 std::ptrdiff_t SystemWriteSome(FileHandle file, const void* bytes, std::size_t count);
 bool SystemSyncFile(FileHandle file);
 bool SystemSyncFolderOf(const char* path);
@@ -101,6 +102,10 @@ FileHandle OpenToAppend(const char* path) {
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {
     if (Fails(file, &Faults::reads, &Faults::failingRead, EIO)) return -1;
     return SystemReadSome(file, bytes, Most(count, &Faults::mostRead));
+}
+
+bool SeekTo(FileHandle file, std::uint64_t place) {
+    return SystemSeekTo(file, place);
 }
 
 std::ptrdiff_t WriteSome(FileHandle file, const void* bytes, std::size_t count) {

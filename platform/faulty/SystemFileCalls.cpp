@@ -7,6 +7,7 @@
 #define OpenNew SystemOpenNew
 #define OpenToAppend SystemOpenToAppend
 #define ReadSome SystemReadSome
+#define SeekTo SystemSeekTo
 #define WriteSome SystemWriteSome
 #define SyncFile SystemSyncFile
 #define SyncFolderOf SystemSyncFolderOf

@@ -50,6 +50,10 @@ std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {
     return read(file, bytes, count);
 }
 
+bool SeekTo(FileHandle file, std::uint64_t place) {
+    return lseek(file, static_cast<off_t>(place), SEEK_SET) >= 0;
+}
+
 std::ptrdiff_t WriteSome(FileHandle file, const void* bytes, std::size_t count) {
     return write(file, bytes, count);
 }

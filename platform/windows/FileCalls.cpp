@@ -6,6 +6,7 @@
 #include "platform/File.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <io.h>
 #include <share.h>
@@ -61,6 +62,10 @@ FileHandle OpenToAppend(const char* path) {
 
 std::ptrdiff_t ReadSome(FileHandle file, void* bytes, std::size_t count) {
     return _read(file, bytes, static_cast<unsigned>(count));
+}
+
+bool SeekTo(FileHandle file, std::uint64_t place) {
+    return _lseeki64(file, static_cast<std::int64_t>(place), SEEK_SET) >= 0;
 }
 
 std::ptrdiff_t WriteSome(FileHandle file, const void* bytes, std::size_t count) {
