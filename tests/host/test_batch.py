@@ -40,6 +40,11 @@ def report(where, status):
     return json.loads(korvane("batch", "report", where, "--json", status=status)[0])
 
 
+def here(path):
+    """A path of the program's, which under an emulator begins with a drive."""
+    return path[2:] if path[1:2] == ":" else path
+
+
 def volumes(folder):
     return {file.name: file.read_bytes() for file in pathlib.Path(folder).iterdir() if file.suffix == ".nii"}
 
@@ -71,7 +76,7 @@ def test_shards_make_what_one_export_makes():
 def test_what_fails_is_told_and_the_others_go_on():
     where = plan("failing", 4, 1)
     tasks = json.loads((where / "shard-0001.json").read_text())["tasks"]
-    os.remove(tasks[0]["files"][0])  # one slice less than planned
+    os.remove(here(tasks[0]["files"][0]))  # one slice less than planned
     (WORK / "failing.out").mkdir()
     strangers = WORK / "failing.out" / f"{tasks[1]['name']}.nii"
     strangers.write_text("somebody's own")
