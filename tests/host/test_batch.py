@@ -93,15 +93,16 @@ def test_what_fails_is_told_and_the_others_go_on():
     assert report(where, 1)["written"] == 3
 
 
-def child_of(parent, where):
-    """The process that works for `parent`, once it has begun with a series."""
-    while True:
-        pids = subprocess.run(["ps", "-o", "pid=", "--ppid", str(parent.pid)], capture_output=True, text=True).stdout.split()
+def child_of(parent, where, task, attempt):
+    """The process that works for `parent`, once it has begun with a task for that many times."""
+    begun = f'{{"task":{task},"status":"begun"}}'
+    for _ in range(3000):
         results = where / "results-0001.jsonl"
-        lines = results.read_text().split("\n") if results.exists() else []
-        if pids and [line for line in lines if line][-1:] and '"begun"' in [line for line in lines if line][-1]:
-            return int(pids[0])
+        if results.exists() and results.read_text().count(begun) == attempt:
+            return int(subprocess.run(["ps", "-o", "pid=", "--ppid", str(parent.pid)], capture_output=True, text=True).stdout)
         time.sleep(0.02)
+    parent.terminate()
+    raise AssertionError(f"task {task} was not begun {attempt} times")
 
 
 def test_a_series_that_ends_processes_is_left_out():
@@ -113,8 +114,8 @@ def test_a_series_that_ends_processes_is_left_out():
     os.mkfifo(first["files"][1])  # who reads it waits for ever
     working = subprocess.Popen([*KORVANE, "batch", "run", str(where), "--shard", "1"], stderr=subprocess.PIPE, text=True)
     for attempt in (1, 2):
-        pid = child_of(working, where)
-        time.sleep(0.5)
+        pid = child_of(working, where, first["task"], attempt)
+        time.sleep(0.1)
         again = subprocess.run([*KORVANE, "batch", "run", str(where), "--shard", "1", "--inside"], capture_output=True, text=True)
         assert again.returncode == 1 and "another process works on shard 1" in again.stderr, again
         os.kill(pid, signal.SIGKILL)

@@ -6,6 +6,7 @@ usage: test_batch.py FOLDER_OF_THE_PACKAGE
 
 import csv
 import io
+import json
 import os
 import pathlib
 import signal
@@ -67,13 +68,18 @@ class Batch(unittest.TestCase):
         victim = next(iter((archive / "1").iterdir()))
         victim.unlink()
         os.mkfifo(victim)  # who reads it waits until somebody kills it
+        tasks = json.loads((out / "plan" / "shard-0001.json").read_text())["tasks"]
+        deadly = next(task["task"] for task in tasks if str(victim) in task["files"])
         report = []
         working = threading.Thread(target=lambda: report.append(korvane.batch.convert(archive, out, workers=1)))
         working.start()
+        begun = 0
         while working.is_alive():
-            time.sleep(0.3)
-            begun = [task for task in korvane.batch.report(out / "plan")["tasks"] if task["status"] == "begun"]
-            if begun:
+            time.sleep(0.05)
+            results = out / "plan" / "results-0001.jsonl"
+            lines = results.read_text().split() if results.exists() else []
+            if lines and lines[-1] == f'{{"task":{deadly},"status":"begun"}}' and lines.count(lines[-1]) > begun:
+                begun += 1
                 os.system(f"pkill -KILL -f 'korvane.batch run {out}/plan'")
         working.join()
         self.assertEqual((report[0]["written"], report[0]["crashed"]), (2, 1))
