@@ -110,8 +110,8 @@ bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {
     auto* const file = dynamic_cast<SeekingBuffer*>(&buffer);  // what was inflated lies nowhere
     const bool isFragment = element.m_Group == ElementHeader::kDelimiters;
     const bool isText = GetValueKind(element.m_TypeCode) == ValueKind::Text;
-    // Meta information is written by the toolkit in one piece.
-    if (file == nullptr || isText || element.m_Group == 0x0002 ||
+    // Meta information is written in one piece, some of it made of what identifies the instance.
+    if (file == nullptr || isText || element.m_Group <= 0x0008 ||
         length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
         return false;
     if (length >= ElementHeader::kUndefinedLength - 1 || length > buffer.GetRemaining()) return false;

@@ -1,5 +1,6 @@
 // libFuzzer: a file whose large values stay in it gives what it gives when it is read whole, and its frames can be read
 // one by one, whatever offset tables and numbers of frames say. An empty corpus folder is seeded first.
+#include <Korvane/Dicom/Lib/pixels/CodecManager.h>
 #include <Korvane/kit/core/Error.h>
 #include <Korvane/kit/dataset/DataSet.h>
 #include <Korvane/kit/dataset/Frames.h>
@@ -84,6 +85,9 @@ void ReadFrames(const std::string& path) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
+    // The fuzzer goes on looking at the counters of a module that was unloaded: the codecs stay.
+    static CodecManager s_codecs;
+    s_codecs.GetCodec("1.2.840.10008.1.2.5");
     const std::string corpus = (*arguments)[*argumentCount - 1];
     if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
     Made(16, 2).Save(corpus + "/explicit");
