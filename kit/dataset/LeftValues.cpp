@@ -110,9 +110,10 @@ bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {
     auto* const file = dynamic_cast<SeekingBuffer*>(&buffer);  // what was inflated lies nowhere
     const bool isFragment = element.m_Group == ElementHeader::kDelimiters;
     const bool isText = GetValueKind(element.m_TypeCode) == ValueKind::Text;
-    // Meta information is written in one piece, some of it made of what identifies the instance.
-    if (file == nullptr || isText || element.m_Group <= 0x0008 ||
-        length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
+    // Meta information is written in one piece, and some of it is made of what identifies the instance.
+    const bool isOfMeta = element.m_Group == 0x0002 || element.GetTag() == tags::SOPClassUID ||
+                          element.GetTag() == tags::SOPInstanceUID || element.GetTag() == tags::SpecificCharacterSet;
+    if (file == nullptr || isText || isOfMeta || length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
         return false;
     if (length >= ElementHeader::kUndefinedLength - 1 || length > buffer.GetRemaining()) return false;
     const bool isBig = buffer.GetByteOrder() == Buffer::kBigEndian;
