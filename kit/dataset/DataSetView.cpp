@@ -1,6 +1,7 @@
 #include "DataSet.h"
 
 #include "../core/Error.h"
+#include "DateText.h"
 #include "DumpText.h"
 #include "ElementText.h"
 #include "LeftValues.h"
@@ -77,43 +78,6 @@ std::optional<Number> Single(const std::vector<Number>& numbers, const ElementPa
     if (numbers.empty()) return std::nullopt;
     if (numbers.size() > 1) Refuse(path, std::to_string(numbers.size()) + " values where one was asked for");
     return numbers.front();
-}
-
-// The number in some digits of a text; -1 when there are other characters.
-int Digits(std::string_view text, std::size_t at, std::size_t count) {
-    int number = -1;
-    const std::string_view digits = at < text.size() ? text.substr(at, count) : std::string_view();
-    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    const bool whole = digits.size() == count && result.ec == std::errc() && result.ptr == digits.data() + count;
-    return whole && number >= 0 ? number : -1;
-}
-
-std::optional<std::chrono::year_month_day> DateOf(std::string_view text) {
-    const int year = Digits(text, 0, 4);
-    const int month = Digits(text, 4, 2);
-    const int day = Digits(text, 6, 2);
-    if (text.size() != 8 || year < 0 || month < 0 || day < 0) return std::nullopt;
-    const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
-                                           std::chrono::day(static_cast<unsigned>(day))};
-    if (!date.ok()) return std::nullopt;
-    return date;
-}
-
-std::optional<std::chrono::microseconds> TimeOf(std::string_view text) {
-    const int hours = Digits(text, 0, 2);
-    const int minutes = text.size() > 2 ? Digits(text, 2, 2) : 0;
-    const int seconds = text.size() > 4 ? Digits(text, 4, 2) : 0;
-    if (hours < 0 || hours > 23 || minutes < 0 || minutes > 59 || seconds < 0 || seconds > 60) return std::nullopt;
-    int fraction = 0;
-    if (text.size() > 6) {
-        std::string digits(text.substr(7));
-        if (text[6] != '.' || digits.empty() || digits.size() > 6) return std::nullopt;
-        digits.resize(6, '0');
-        fraction = Digits(digits, 0, 6);
-        if (fraction < 0) return std::nullopt;
-    }
-    return std::chrono::hours(hours) + std::chrono::minutes(minutes) + std::chrono::seconds(seconds) +
-           std::chrono::microseconds(fraction);
 }
 
 void WalkLevel(const DICOMObject& dataSet, int depth, const std::function<void(const ElementFacts&)>& visit) {
@@ -199,28 +163,24 @@ std::optional<std::int64_t> DataSetView::Integer(const ElementPath& path) const 
 }
 
 std::optional<std::chrono::year_month_day> DataSetView::Date(const ElementPath& path) const {
-    return DateOf(Text(path));
+    return ReadDate(Text(path));
 }
 
 std::optional<std::chrono::microseconds> DataSetView::Time(const ElementPath& path) const {
-    return TimeOf(Text(path));
+    return ReadClock(Text(path));
 }
 
 std::optional<DateTime> DataSetView::DateAndTime(const ElementPath& path) const {
     const std::string text = Text(path);
     const std::size_t sign = std::min(text.find_first_of("+-"), text.size());
     const std::string_view local = std::string_view(text).substr(0, sign);
-    const auto date = DateOf(local.substr(0, 8));
-    const auto time = local.size() > 8 ? TimeOf(local.substr(8)) : std::chrono::microseconds(0);
+    const auto date = ReadDate(local.substr(0, 8));
+    const auto time = local.size() > 8 ? ReadClock(local.substr(8)) : std::chrono::microseconds(0);
     if (!date || !time) return std::nullopt;
     DateTime result{*date, *time, std::nullopt};
-    if (sign < text.size()) {
-        const int hours = Digits(text, sign + 1, 2);
-        const int minutes = Digits(text, sign + 3, 2);
-        if (text.size() != sign + 5 || hours < 0 || hours > 14 || minutes < 0 || minutes > 59) return std::nullopt;
-        const std::chrono::minutes offset = std::chrono::hours(hours) + std::chrono::minutes(minutes);
-        result.offset = text[sign] == '-' ? -offset : offset;
-    }
+    if (sign == text.size()) return result;
+    result.offset = ReadZone(std::string_view(text).substr(sign));
+    if (!result.offset) return std::nullopt;
     return result;
 }
 

@@ -1,6 +1,7 @@
 #include "Uptake.h"
 
 #include "../core/Error.h"
+#include "../dataset/DateText.h"
 #include "SeriesFindings.h"
 
 #include <algorithm>
@@ -14,65 +15,13 @@ namespace korvane {
 namespace {
 
 constexpr double kGrams = 1000;
-constexpr double kSecondsOfDay = 86400;
 constexpr double kSame = 1e-6;  // of the factor: decimal texts
 constexpr const char* kInjected = "the injection, Radiopharmaceutical Start DateTime (0018,1078),";
 constexpr const char* kInjectionTime = "the injection, Radiopharmaceutical Start Time (0018,1072)";
 
-std::optional<int> DigitsOf(std::string_view text, std::size_t at, std::size_t count) {
-    if (at + count > text.size()) return std::nullopt;
-    int value = 0;
-    for (const char digit : text.substr(at, count)) {
-        if (digit < '0' || digit > '9') return std::nullopt;
-        value = value * 10 + (digit - '0');
-    }
-    return value;
-}
-
-/// Days from a fixed one on, of YYYYMMDD.
-std::optional<double> DayOf(std::string_view date) {
-    const auto year = DigitsOf(date, 0, 4);
-    const auto month = DigitsOf(date, 4, 2);
-    const auto day = DigitsOf(date, 6, 2);
-    if (!year || !month || !day) return std::nullopt;
-    const std::chrono::year_month_day named{std::chrono::year(*year), std::chrono::month(static_cast<unsigned>(*month)),
-                                            std::chrono::day(static_cast<unsigned>(*day))};
-    if (!named.ok()) return std::nullopt;
-    return static_cast<double>(std::chrono::sys_days(named).time_since_epoch().count());
-}
-
-/// Seconds after midnight of HHMMSS.FFFFFF, all of it: minutes and what follows may be left out, and colons between the
-/// parts are those of files before the standard.
-std::optional<double> SecondOf(std::string_view time) {
-    std::string plain(time);
-    if (plain.size() >= 8 && plain[2] == ':' && plain[5] == ':')
-        plain = plain.substr(0, 2) + plain.substr(3, 2) + plain.substr(6);
-    const std::size_t whole = std::min(plain.find('.'), plain.size());
-    const auto hour = DigitsOf(plain, 0, 2);
-    const auto minute = whole > 2 ? DigitsOf(plain, 2, 2) : 0;
-    const auto second = whole > 4 ? DigitsOf(plain, 4, 2) : 0;
-    if (whole > 6 || whole % 2 != 0 || (whole < plain.size() && whole != 6)) return std::nullopt;
-    if (!hour || !minute || !second || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
-    double seconds = *hour * 3600 + *minute * 60 + *second;
-    double part = 0.1;
-    for (std::size_t at = whole + 1; at < plain.size(); ++at, part /= 10) {
-        const auto digit = DigitsOf(plain, at, 1);
-        if (!digit) return std::nullopt;
-        seconds += part * *digit;
-    }
-    return seconds;
-}
-
-/// Seconds that clocks are ahead of UTC, of "+0130".
-std::optional<double> ZoneOf(std::string_view zone) {
-    const auto hours = DigitsOf(zone, 1, 2);
-    const auto minutes = DigitsOf(zone, 3, 2);
-    if (zone.size() != 5 || (zone[0] != '+' && zone[0] != '-') || !hours || !minutes || *minutes > 59)
-        return std::nullopt;
-    const double ahead = *hours * 3600 + *minutes * 60;
-    if (ahead > 14 * 3600) return std::nullopt;
-    return zone[0] == '+' ? ahead : -ahead;
-}
+/// On the clock of the place where the scanner stands.
+using Moment = std::chrono::local_time<std::chrono::microseconds>;
+using SinceMidnight = std::chrono::microseconds;
 
 class UptakeReader {
 public:
@@ -125,67 +74,68 @@ private:
         if (reference == "ADMIN") return 1;
         if (reference != "START") Refuse(name + " is " + reference + ", neither START nor ADMIN");
         const double halfLife = Positive(*m_pDrug, tags::RadionuclideHalfLife, "Radionuclide Half Life (0018,1075)");
-        const double start =
-            Moment(tags::SeriesDate, tags::SeriesTime, "Series Date (0008,0021)", "Series Time (0008,0031)");
-        const double taken = Moment(tags::AcquisitionDate, tags::AcquisitionTime, "Acquisition Date (0008,0022)",
-                                    "Acquisition Time (0008,0032)");
+        const Moment start =
+            MomentOf(tags::SeriesDate, tags::SeriesTime, "Series Date (0008,0021)", "Series Time (0008,0031)");
+        const Moment taken = MomentOf(tags::AcquisitionDate, tags::AcquisitionTime, "Acquisition Date (0008,0022)",
+                                      "Acquisition Time (0008,0032)");
         if (start > taken) {
             Refuse(
                 "Series Time (0008,0031) is after Acquisition Time (0008,0032), so that the start of the scan is not "
                 "known");
         }
-        const double elapsed = start - Injection();
-        if (elapsed < 0)
+        const std::chrono::microseconds elapsed = start - Injection();
+        if (elapsed.count() < 0)
             Refuse(
                 "the injection, Radiopharmaceutical Start Time (0018,1072) or DateTime (0018,1078), is after the scan");
-        if (elapsed > kSecondsOfDay) Refuse("the injection is more than a day before the scan");
-        return std::exp2(-elapsed / halfLife);
+        if (elapsed > std::chrono::days(1)) Refuse("the injection is more than a day before the scan");
+        return std::exp2(-std::chrono::duration<double>(elapsed).count() / halfLife);
     }
 
-    double Moment(Tag date, Tag time, const std::string& dateName, const std::string& timeName) const {
-        const auto day = DayOf(TextOf(m_DataSet, date, dateName));
-        const auto second = SecondOf(TextOf(m_DataSet, time, timeName));
-        if (!day || !second) Refuse((day ? timeName : dateName) + " cannot be read");
-        return *day * kSecondsOfDay + *second;
+    Moment MomentOf(Tag date, Tag time, const std::string& dateName, const std::string& timeName) const {
+        const auto day = ReadDate(TextOf(m_DataSet, date, dateName));
+        const auto clock = ReadClock(TextOf(m_DataSet, time, timeName));
+        if (!day || !clock) Refuse((day ? timeName : dateName) + " cannot be read");
+        return std::chrono::local_days(*day) + *clock;
     }
 
-    /// On the clock of the scan. A time without a date is of the day of the scan.
-    double Injection() const {
+    /// A time without a date is of the day of the scan.
+    Moment Injection() const {
         const std::string whole = FindText(*m_pDrug, tags::RadiopharmaceuticalStartDateTime);
-        const std::size_t zone = std::min(whole.find_first_of("+-"), whole.size());
-        if (zone < 10 && !whole.empty()) Refuse(std::string(kInjected) + " cannot be read");
-        const std::optional<double> clock = InjectionTime();
+        const std::optional<SinceMidnight> clock = InjectionTime();
         if (whole.empty()) {
-            const auto day = DayOf(TextOf(m_DataSet, tags::SeriesDate, "Series Date (0008,0021)"));
+            const auto day = ReadDate(TextOf(m_DataSet, tags::SeriesDate, "Series Date (0008,0021)"));
             if (!clock || !day) Refuse(std::string(kInjectionTime) + (clock ? ", has no readable day" : " is missing"));
-            return *day * kSecondsOfDay + *clock;
+            return std::chrono::local_days(*day) + *clock;
         }
-        const auto day = DayOf(whole);
-        const auto second = SecondOf(std::string_view(whole).substr(8, zone - 8));
-        if (!day || !second) Refuse(std::string(kInjected) + " cannot be read");
-        const double moment = *day * kSecondsOfDay + *second;
-        return zone == whole.size() ? moment : moment + ZoneOfScan(whole.substr(zone), *second, clock);
+        const std::size_t zone = std::min(whole.find_first_of("+-"), whole.size());
+        const std::string_view local = std::string_view(whole).substr(0, zone);
+        const auto day = ReadDate(local.substr(0, 8));
+        const auto named = day ? ReadClock(local.substr(8)) : std::nullopt;
+        if (!named) Refuse(std::string(kInjected) + " cannot be read");
+        const Moment moment = std::chrono::local_days(*day) + *named;
+        return zone == whole.size() ? moment : moment + ToClockOfScan(whole.substr(zone), *named, clock);
     }
 
-    std::optional<double> InjectionTime() const {
+    std::optional<SinceMidnight> InjectionTime() const {
         const std::string time = FindText(*m_pDrug, tags::RadiopharmaceuticalStartTime);
         if (time.empty()) return std::nullopt;
-        const auto second = SecondOf(time);
-        if (!second) Refuse(std::string(kInjectionTime) + " cannot be read");
-        return second;
+        const auto clock = ReadClock(time);
+        if (!clock) Refuse(std::string(kInjectionTime) + " cannot be read");
+        return clock;
     }
 
-    /// Seconds that the clock of the scan is ahead of one whose zone the injection names. Where Timezone Offset From UTC
+    /// How far the clock of the scan is ahead of one whose zone the injection names. Where Timezone Offset From UTC
     /// (0008,0201) does not tell, the injection's time of day on the clock of the scan may be the same.
-    double ZoneOfScan(const std::string& named, double second, const std::optional<double>& clock) const {
-        const auto own = ZoneOf(named);
+    std::chrono::minutes ToClockOfScan(const std::string& zone, SinceMidnight named,
+                                       const std::optional<SinceMidnight>& clock) const {
+        const auto own = ReadZone(zone);
         if (!own) Refuse(std::string(kInjected) + " has a time zone that cannot be read");
         const std::string text = FindText(m_DataSet, tags::TimezoneOffsetFromUTC);
         if (text.empty()) {
-            if (clock && std::fabs(*clock - second) < 1) return 0;
+            if (clock && std::chrono::abs(*clock - named) < std::chrono::seconds(1)) return {};
             Refuse(std::string(kInjected) + " has a time zone, and Timezone Offset From UTC (0008,0201) is missing");
         }
-        const auto scan = ZoneOf(text);
+        const auto scan = ReadZone(text);
         if (!scan) Refuse("Timezone Offset From UTC (0008,0201) cannot be read");
         return *scan - *own;
     }

@@ -76,10 +76,11 @@ TEST(DataSetTest, TypedValues) {
     };
     EXPECT_EQ(at("20240229135900.25-0330")->time, std::chrono::milliseconds((13 * 60 + 59) * 60000 + 250));
     EXPECT_EQ(at("20240229135900.25-0330")->offset, std::chrono::minutes(-210));
+    EXPECT_EQ(at("2024022913:59:00.2500001")->time, at("20240229135900.25-0330")->time);  // colons: of old files
     EXPECT_EQ(at("20240229")->time.count() + (at("20240229")->offset ? 1 : 0), 0);
     EXPECT_EQ(at("2024022913+0200")->date.day(), std::chrono::day(29));
-    for (const char* const none :
-         {"2024", "20230229", "2024022925", "20240229135900-9", "20240229135900+1500", "-0330"})
+    for (const char* const none : {"2024", "20230229", "2024022925", "20240229135900-9", "20240229135900+1500", "-0330",
+                                   "20240229123", "202402291359.5"})
         EXPECT_FALSE(at(none)) << none;
     EXPECT_EQ(set.Items("ReferencedSeriesSequence").at(0).Text("SeriesInstanceUID"), "1.2.3");
     EXPECT_FALSE(set.Real("SliceThickness").has_value());
