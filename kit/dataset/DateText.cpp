@@ -1,21 +1,21 @@
 #include "DateText.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <string>
-#include <system_error>
 
 namespace korvane {
 
 namespace {
 
-// The number in some digits of a text; -1 when there are other characters.
+// The number that some digits of a text make; -1 where there are fewer, or other characters.
 int Digits(std::string_view text, std::size_t at, std::size_t count) {
+    const std::string_view digits = text.substr(std::min(at, text.size()), count);
+    if (digits.size() < count || digits.find_first_not_of("0123456789") != std::string_view::npos) return -1;
     int number = -1;
-    const std::string_view digits = at < text.size() ? text.substr(at, count) : std::string_view();
-    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    const bool whole = digits.size() == count && result.ec == std::errc() && result.ptr == digits.data() + count;
-    return whole && number >= 0 ? number : -1;
+    std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return number;
 }
 
 }  // namespace

@@ -21,15 +21,19 @@ bool IsFill(char character) {
     return character == ' ' || character == '\0' || character == '\t' || character == '\n' || character == '\r';
 }
 
-std::string_view WithoutFill(std::string_view text) {
+}  // namespace
+
+std::string_view WithoutBlanks(std::string_view text) {
     while (!text.empty() && IsFill(text.back())) text.remove_suffix(1);
     while (!text.empty() && IsFill(text.front())) text.remove_prefix(1);
     return text;
 }
 
+namespace {
+
 // A decimal string, blanks around it allowed, nothing else.
 bool ReadReal(std::string_view text, double& value) {
-    text = WithoutFill(text);
+    text = WithoutBlanks(text);
     return text.find_first_not_of("+-.0123456789eE") == text.npos && platform::ScanReals(text, &value, 1) == 1 &&
            std::isfinite(value);
 }
@@ -48,7 +52,7 @@ VR* FindElement(const DICOMObject& dataSet, Tag tag) {
 
 std::string FindText(const DICOMObject& dataSet, Tag tag) {
     const std::string whole = TextOf(dataSet, tag);
-    return std::string(WithoutFill(whole));
+    return std::string(WithoutBlanks(whole));
 }
 
 int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {

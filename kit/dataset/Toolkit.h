@@ -36,6 +36,9 @@ public:
     DictionaryCodec();
 };
 
+/// A text without blanks, zero bytes, tabs and line ends at both ends.
+std::string_view WithoutBlanks(std::string_view text);
+
 /// The element; null when absent.
 VR* FindElement(const DICOMObject& dataSet, Tag tag);
 /// `TextOf` without blanks in front either, and without tabs and line ends at both ends.

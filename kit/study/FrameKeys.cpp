@@ -1,11 +1,13 @@
 #include "FrameKeys.h"
 
+#include "../dataset/DateText.h"
 #include "../vendors/VendorFacts.h"
 
 #include "base/Bytes.h"
 #include "base/Number.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <iterator>
 #include <limits>
@@ -86,20 +88,17 @@ bool ReadValue(const VR& element, std::size_t index, double& value) {
     return true;
 }
 
-/// Seconds after midnight of a TM value, or of the time in a DT value.
+/// Seconds after midnight of the first TM value, or of the time in a DT value.
 bool ReadSeconds(std::string_view text, bool withDate, double& seconds) {
-    if (withDate) text.remove_prefix(std::min<std::size_t>(text.size(), 8));
-    double parts[3] = {0, 0, 0};
-    std::size_t at = 0;
-    for (double& part : parts) {
-        if (at + 2 > text.size()) break;
-        const std::string digits(at == 4 ? text.substr(at, text.find_first_not_of("0123456789.", at) - at)
-                                         : text.substr(at, 2));
-        if (platform::ScanReals(digits, &part, 1) != 1) return false;
-        at += 2;
+    constexpr std::size_t kDate = 8;
+    text = text.substr(0, text.find('\\'));
+    if (withDate) {
+        text.remove_prefix(std::min(kDate, text.size()));
+        text = text.substr(0, text.find_first_of("+-"));
     }
-    seconds = parts[0] * 3600 + parts[1] * 60 + parts[2];
-    return at > 0;
+    const auto time = ReadClock(WithoutBlanks(text));
+    if (time) seconds = std::chrono::duration<double>(*time).count();
+    return time.has_value();
 }
 
 const DICOMObject* HolderIn(const DICOMObject* groups, const Source& source) {

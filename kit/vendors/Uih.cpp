@@ -1,10 +1,11 @@
 #include "Uih.h"
 
+#include "../dataset/DateText.h"
 #include "PrivateBlock.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
-#include <string_view>
 
 namespace korvane::uih {
 
@@ -21,16 +22,6 @@ PrivateBlock ImageBlock(const DICOMObject& dataSet) {
 const VR* FindFrames(const DICOMObject& dataSet, int count) {
     const VR* const frames = ImageBlock(dataSet).Find(0x51);
     return frames != nullptr && frames->GetItemCount() == static_cast<std::uint32_t>(count) ? frames : nullptr;
-}
-
-/// Seconds of the day of a TM value "HHMMSS.FFFFFF"; negative for another text.
-double SecondsOf(std::string_view time) {
-    if (time.size() < 6 || time.find_first_not_of("0123456789.") != std::string_view::npos) return -1;
-    const auto two = [&time](std::size_t at) { return (time[at] - '0') * 10 + (time[at + 1] - '0'); };
-    double seconds = two(0) * 3600 + two(2) * 60 + two(4);
-    double unit = 0.1;
-    for (std::size_t at = 7; at < time.size(); ++at, unit /= 10) seconds += unit * (time[at] - '0');
-    return seconds;
 }
 
 }  // namespace
@@ -73,8 +64,9 @@ void AddAcquisition(const DICOMObject& dataSet, AcquisitionFacts& facts) {
     if (frames == nullptr) return;
     std::vector<double> times;
     for (std::uint32_t i = 0; i < frames->GetItemCount(); ++i) {
-        times.push_back(SecondsOf(FindText(*frames->GetItem(i), tags::AcquisitionTime)));
-        if (times.back() < 0) return;
+        const auto time = ReadClock(FindText(*frames->GetItem(i), tags::AcquisitionTime));
+        if (!time) return;
+        times.push_back(std::chrono::duration<double>(*time).count());
     }
     // Past midnight.
     const double latest = *std::max_element(times.begin(), times.end());
