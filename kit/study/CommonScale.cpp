@@ -14,28 +14,25 @@ namespace {
 
 constexpr double kRounding = 1e-7;  // of a step: slopes are decimal texts
 
-/// Calls `take(index, plane, stored value)` for each voxel.
-template <class T, class Take>
-void ForEachOf(std::span<const std::byte> voxels, std::size_t planes, Take take) {
-    const std::size_t count = voxels.size() / sizeof(T);
-    const std::size_t inPlane = count / planes;
-    for (std::size_t i = 0; i < count; ++i) {
-        T stored;
-        std::memcpy(&stored, voxels.data() + i * sizeof(T), sizeof stored);
-        take(i, i / inPlane, static_cast<double>(stored));
-    }
-}
-
-/// The same with the real value; `isMeasured`: no padding.
+/// Calls `take(index, real value, whether it is measured)` for each voxel, plane after plane.
 template <class Take>
 void ForEachReal(const ScaledPlanes& from, Take take) {
     WithVoxelType(from.type, [&](auto zero) {
-        ForEachOf<decltype(zero)>(
-            from.voxels, from.rescales.size(), [&](std::size_t i, std::size_t plane, double stored) {
-                const bool isPadding = !from.paddings.empty() && stored >= from.paddings[plane].first &&
-                                       stored <= from.paddings[plane].second;
-                take(i, stored * from.rescales[plane].slope + from.rescales[plane].intercept, !isPadding);
-            });
+        auto stored = zero;
+        const std::size_t inPlane = from.voxels.size() / sizeof stored / from.rescales.size();
+        const std::byte* at = from.voxels.data();
+        std::size_t index = 0;
+        for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
+            // Copies: what `take` writes might be these otherwise, for all that the compiler knows.
+            const Rescale rescale = from.rescales[plane];
+            const Padding padding = from.paddings.empty() ? kNoPadding : from.paddings[plane];
+            for (const std::size_t end = index + inPlane; index < end; ++index, at += sizeof stored) {
+                std::memcpy(&stored, at, sizeof stored);
+                const auto value = static_cast<double>(stored);
+                const bool isPadding = value >= padding.first && value <= padding.second;
+                take(index, value * rescale.slope + rescale.intercept, !isPadding);
+            }
+        }
     });
 }
 
@@ -98,8 +95,9 @@ bool TryIntegersOf(const ScaledPlanes& from, const Measured& measured, CommonSca
     for (const Rescale& rescale : from.rescales) least = std::min(least, std::fabs(rescale.slope));
     const double most = kRounding * least / std::fabs(common.rescale.slope);
     ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
+        if (!exact) return;
         const double value = isMeasured ? (real - common.rescale.intercept) / common.rescale.slope : padding;
-        exact = exact && std::fabs(value - std::round(value)) < most && FitsInto<T>(std::round(value));
+        exact = std::fabs(value - std::round(value)) < most && FitsInto<T>(std::round(value));
         if (exact) Put(common.voxels, i, static_cast<T>(std::round(value)));
     });
     return exact;

@@ -23,22 +23,6 @@ PixelForm::Kind KindOfPixels(const DataSetFile& file) {
     return PixelForm::Kind::None;
 }
 
-PixelForm ReadForm(const DataSetFile& file) {
-    const DICOMDataObject& dataSet = *file.dataSet;
-    PixelForm form;
-    form.kind = KindOfPixels(file);
-    if (form.kind == PixelForm::Kind::None) return form;
-    form.rows = FindInteger(dataSet, tags::Rows, 0);
-    form.columns = FindInteger(dataSet, tags::Columns, 0);
-    form.samples = FindInteger(dataSet, tags::SamplesPerPixel, 0);
-    form.allocated = FindInteger(dataSet, tags::BitsAllocated, 0);
-    form.stored = FindInteger(dataSet, tags::BitsStored, 0);
-    form.highBit = FindInteger(dataSet, tags::HighBit, 0);
-    form.isSigned = FindInteger(dataSet, tags::PixelRepresentation, 0) != 0;
-    form.photometric = FindText(dataSet, tags::PhotometricInterpretation);
-    return form;
-}
-
 void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.modality = FindText(dataSet, tags::Modality);
     header.sopClass = FindText(dataSet, tags::SOPClassUID);
@@ -83,6 +67,22 @@ bool ImageHeader::HoldsFrames() const {
     return present >= static_cast<std::uint64_t>(frames);
 }
 
+PixelForm ReadPixelForm(const DataSetFile& file) {
+    const DICOMDataObject& dataSet = *file.dataSet;
+    PixelForm form;
+    form.kind = KindOfPixels(file);
+    if (form.kind == PixelForm::Kind::None) return form;
+    form.rows = FindInteger(dataSet, tags::Rows, 0);
+    form.columns = FindInteger(dataSet, tags::Columns, 0);
+    form.samples = FindInteger(dataSet, tags::SamplesPerPixel, 0);
+    form.allocated = FindInteger(dataSet, tags::BitsAllocated, 0);
+    form.stored = FindInteger(dataSet, tags::BitsStored, 0);
+    form.highBit = FindInteger(dataSet, tags::HighBit, 0);
+    form.isSigned = FindInteger(dataSet, tags::PixelRepresentation, 0) != 0;
+    form.photometric = FindText(dataSet, tags::PhotometricInterpretation);
+    return form;
+}
+
 ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file) {
     const DICOMDataObject& dataSet = *file.dataSet;
     ImageHeader header;
@@ -98,7 +98,7 @@ ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file) {
     }
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
     ReadNames(dataSet, header);
-    header.form = ReadForm(file);
+    header.form = ReadPixelForm(file);
     for (const Tag tag : {tags::FloatPixelData, tags::DoubleFloatPixelData}) {
         const VR* const pixels = FindElement(dataSet, tag);
         if (pixels != nullptr && !file.hasPixels) header.pixelsPresent = pixels->m_Length;

@@ -74,6 +74,8 @@ struct ImageHeader {
     NamedFile GetFile() const { return {path, unpacked.empty() ? path : unpacked}; }
 };
 
+PixelForm ReadPixelForm(const DataSetFile& file);
+
 /// Takes from a data set, which may have been read without its pixels, what the header keeps.
 ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file);
 

@@ -5,6 +5,7 @@
 #include "PixelForm.h"
 #include "Volume.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <optional>
@@ -28,9 +29,17 @@ struct MeasuredRange {
     long long smallest = std::numeric_limits<long long>::max();
     long long largest = std::numeric_limits<long long>::min();
     std::uint64_t padding = 0;  ///< voxels that count for neither
+
+    /// Whether there was no voxel that counts.
+    bool IsEmpty() const { return smallest > largest; }
+    void Add(const MeasuredRange& other) {
+        smallest = std::min(smallest, other.smallest);
+        largest = std::max(largest, other.largest);
+        padding += other.padding;
+    }
 };
 
-/// Without padding. `smallest` is above `largest` where there is nothing else. Nothing is counted of colours.
+/// Without padding; empty where there is nothing else. Nothing is counted of colours.
 MeasuredRange RangeOutside(VoxelType type, std::span<const std::byte> voxels, const Padding& padding);
 
 }  // namespace korvane

@@ -32,12 +32,10 @@ public:
     bool KeepsForm(const ImageHeader& header);
 
 private:
-    PixelForm ReadForm(const ImageHeader& header) const;
-
     Watch m_Watch;
     CodecManager m_Codecs;
     DataSetFile m_File;
-    PixelForm m_Form;
+    PixelForm m_Form;  // of the file that was read last
     std::vector<std::byte> m_Voxels;
     bool m_bBitsAbove = false;
 };

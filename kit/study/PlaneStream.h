@@ -31,20 +31,31 @@ public:
 
     // Afterwards:
     /// As `SeriesVolume::GetMeasuredRange`.
-    MeasuredRange GetRange() const;
+    MeasuredRange GetRange() const { return m_Met.outside.IsEmpty() ? m_Met.inside : m_Met.outside; }
     /// Whether a slice names other padding than the one that counts.
-    bool HasOtherPadding() const;
+    bool HasOtherPadding() const { return m_Met.otherPadding; }
     /// Whether a slice has a Modality LUT.
-    bool HasTables() const;
+    bool HasTables() const { return m_Met.tables; }
     /// Files with bits above the stored ones, in the order of slices.
     std::vector<std::string> ListBitsAbove() const;
 
 private:
     struct Batch;
 
+    /// What planes that were read have.
+    struct Met {
+        MeasuredRange outside;  // of all voxels but padding
+        MeasuredRange inside;   // of planes with nothing but padding
+        bool otherPadding = false;
+        bool tables = false;
+        std::vector<int> bitsAbove;  // indices of slices
+
+        void Add(const Met& other);
+    };
+
     const ImageHeader& HeaderOf(std::size_t plane) const;
     void ReadBatch(Batch& batch, std::size_t first, std::size_t count);
-    void Measure(Batch& batch, std::span<const std::byte> voxels) const;
+    void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels) const;
 
     const FoundFiles& m_Found;
     const std::vector<SliceRef>& m_Slices;
@@ -53,11 +64,7 @@ private:
     Watch m_Watch;
     VoxelType m_Type;
     std::size_t m_PlaneBytes;
-    MeasuredRange m_Outside;        // of all voxels but padding
-    MeasuredRange m_Inside;         // of planes with nothing but padding
-    std::vector<char> m_BitsAbove;  // of each plane; not bits, for threads write them side by side
-    std::vector<char> m_OtherPadding;
-    std::vector<char> m_Tables;
+    Met m_Met;
 };
 
 }  // namespace korvane

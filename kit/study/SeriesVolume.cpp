@@ -36,7 +36,7 @@ void SetTrueRange(CVolume& volume) {
 MeasuredRange RangeOf(VoxelType type, std::span<const std::byte> voxels) {
     const VoxelType sample = type == VoxelType::Rgb24 ? VoxelType::UInt8 : type;
     const MeasuredRange range = RangeOutside(sample, voxels, kNoPadding);
-    return range.smallest <= range.largest ? range : MeasuredRange{0, 0};
+    return range.IsEmpty() ? MeasuredRange{0, 0} : range;
 }
 
 std::string DescribePadding(const CommonScale& common) {
@@ -318,18 +318,16 @@ MeasuredRange SeriesVolume::GetMeasuredRange() {
     volume.GetDimensions(dim);
     if (volume.GetPlane(0)->m_pData == nullptr) {
         const MeasuredRange range = RangeOutside(GetType(), GetVoxels(), *padding);
-        return range.smallest <= range.largest ? range : all;
+        return range.IsEmpty() ? all : range;
     }
     const std::size_t bytes = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]) *
                               static_cast<std::size_t>(volume.GetTypeSize());
-    MeasuredRange range{std::numeric_limits<long long>::max(), std::numeric_limits<long long>::min()};
+    MeasuredRange range;
     for (int k = 0; k < dim[2]; ++k) {
         const auto* const plane = static_cast<const std::byte*>(volume.GetPlane(k)->m_pData);
-        const MeasuredRange own = RangeOutside(TypeOf(volume.GetType()), {plane, bytes}, *padding);
-        range = {std::min(range.smallest, own.smallest), std::max(range.largest, own.largest),
-                 range.padding + own.padding};
+        range.Add(RangeOutside(TypeOf(volume.GetType()), {plane, bytes}, *padding));
     }
-    return range.smallest <= range.largest ? range : all;
+    return range.IsEmpty() ? all : range;
 }
 
 void SeriesVolume::MakeSliceable() {
