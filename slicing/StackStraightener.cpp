@@ -81,13 +81,14 @@ VolumePointer StackStraightener::Make(double fill, const StraightenOptions& opti
     const VoxelRange stored = FindVoxelRange(m_FillPixel, 1, type);
     m_Fill = stored.m_Low <= stored.m_High ? stored.m_Low : fill;
     m_Filled = 0;
+    m_bPaddingFilled = false;
     m_Memory.resize(static_cast<std::size_t>(m_Count[0]) * 2 * sizeof(double));
     m_Padded.resize(static_cast<std::size_t>(m_Count[0]));
     for (int k = 0; k < planes; ++k) {
         auto* const out = static_cast<unsigned char*>(result->GetPlane(k)->m_pData);
         if (!FillPlane(m_Samples[static_cast<std::size_t>(k)], out)) return nullptr;
     }
-    if (m_Filled > 0) {
+    if (m_Filled > 0 || m_bPaddingFilled) {
         result->SetMin(std::min<long long>(m_Source.GetMin(), platform::TruncateToInt64(m_Fill)));
         result->SetMax(std::max<long long>(m_Source.GetMax(), platform::TruncateToInt64(m_Fill)));
     }
@@ -212,13 +213,16 @@ void StackStraightener::FillPadded(const ZSample& sample, int row, bool isBetwee
             if (value >= range.first && value <= range.second) m_Padded[i] = 1;
         }
     };
-    for (const int plane : {sample.m_Low, sample.m_Weight > 0 ? sample.m_High : sample.m_Low}) {
+    const auto markRows = [&](int plane) {
         mark(plane, row);
         if (isBetweenRows) mark(plane, row + 1);
-    }
+    };
+    markRows(sample.m_Low);
+    if (sample.m_Weight > 0) markRows(sample.m_High);
     for (std::size_t i = 0; i < count; ++i) {
-        if (m_Padded[from + i] != 0 || (isBetweenColumns && m_Padded[from + i + 1] != 0))
-            std::memcpy(out + i * sizeof(Pixel), m_FillPixel, sizeof(Pixel));
+        if (m_Padded[from + i] == 0 && (!isBetweenColumns || m_Padded[from + i + 1] == 0)) continue;
+        std::memcpy(out + i * sizeof(Pixel), m_FillPixel, sizeof(Pixel));
+        m_bPaddingFilled = true;
     }
 }
 

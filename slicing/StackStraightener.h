@@ -70,7 +70,8 @@ private:
     StraightCanvas m_Canvas;
     unsigned char m_FillPixel[4] = {};
     double m_Fill = 0;
-    unsigned long long m_Filled = 0;
+    unsigned long long m_Filled = 0;                // voxels without data
+    bool m_bPaddingFilled = false;                  // others have the fill value, for padding was in them
     std::vector<unsigned char> m_Memory;            // of one mixed row and one moved row, as floats or doubles
     std::vector<unsigned char> m_Padded;            // of one row: voxels that padding goes into
     const StraightenOptions* m_pOptions = nullptr;  // of `Make`

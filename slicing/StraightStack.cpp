@@ -20,9 +20,12 @@ CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, Stra
         }
         if (options.m_bEvenZ && !sampler.IsEven()) sampler.UseTable(source);
         StackStraightener straightener(source, sampler);
-        const double fill = options.m_Fill ? *options.m_Fill : FindLowestVoxel(source, options.m_Stop);
-        const bool stopped = options.m_Stop && options.m_Stop();
-        VolumePointer straight = stopped ? nullptr : straightener.Make(fill, options);
+        // Once the answer was yes it stays so: half a search for the lowest voxel is none.
+        bool stopped = false;
+        StraightenOptions stoppable = options;
+        stoppable.m_Stop = [&] { return stopped = stopped || (options.m_Stop && options.m_Stop()); };
+        const double fill = options.m_Fill ? *options.m_Fill : FindLowestVoxel(source, stoppable.m_Stop);
+        VolumePointer straight = stopped ? nullptr : straightener.Make(fill, stoppable);
         if (straight == nullptr) {
             report.m_Error = "stopped";
             return nullptr;
