@@ -76,8 +76,10 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     bool written = true;
     std::optional<double> fill;
     unsigned long long filled = 0;
+    const bool isStreamed = !resample && CanStream(part);
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
-        Load(time == 0 ? part.slices : part.later[time - 1], !resample);
+        const std::vector<SliceRef>& slices = time == 0 ? part.slices : part.later[time - 1];
+        isStreamed ? m_Series.Place(slices) : m_Series.Load(slices);
         EvenPlanes even;
         if (resample && m_Series.RescalesDiffer()) m_Series.BringToOneScale(false);
         if (resample && m_Series.GetVolume().GetPlane(0)->m_pData == nullptr) {
@@ -113,12 +115,11 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
 }
 
 /// Slices that are read one after the other are not checked before a file is begun: a server would keep a part of it.
-void VoxelFile::Load(const std::vector<SliceRef>& slices, bool asTheyAre) {
-    if (asTheyAre && !m_Options.preview && !m_bRemote && m_Series.CanStream(slices)) {
-        m_Series.Place(slices);
-    } else {
-        m_Series.Load(slices);
-    }
+bool VoxelFile::CanStream(const ExportPart& part) const {
+    if (m_Options.preview || m_bRemote) return false;
+    std::vector<SliceRef> slices = part.slices;
+    for (const std::vector<SliceRef>& time : part.later) slices.insert(slices.end(), time.begin(), time.end());
+    return m_Series.CanStream(slices);
 }
 
 void VoxelFile::AddRange(ExportedVolume& entry, bool first) const {

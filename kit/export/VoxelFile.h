@@ -36,7 +36,7 @@ public:
     std::vector<std::pair<std::string, std::string>> MakeSidecars(const SidecarExtras& extras) const;
 
 private:
-    void Load(const std::vector<SliceRef>& slices, bool asTheyAre);
+    bool CanStream(const ExportPart& part) const;
     void AddRange(ExportedVolume& entry, bool first) const;
     void ReadFacts(const ExportPart& part);
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
