@@ -40,6 +40,13 @@ std::string Opposite(std::string letters) {
     return letters;
 }
 
+/// Whether both show the same values, or are none.
+bool AreSame(const std::optional<ValuesOfInterest>& a, const std::optional<ValuesOfInterest>& b) {
+    if (!a || !b) return !a && !b;
+    return a->function == b->function && a->low == b->low && a->high == b->high &&
+           a->window.centre == b->window.centre && a->window.width == b->window.width && a->table == b->table;
+}
+
 }  // namespace
 
 const char* WordOf(View view) {
@@ -124,21 +131,26 @@ void SliceJob::TellOtherTables() {
     const PixelForm& form = m_Series.GetHeader().form;
     const DICOMDataObject& first = m_Series.GetFirstDataSet();
     const std::optional<LookupTable> table = ReadModality(first, 0, form).table;
+    const bool isInverse = IsInverse(first, form);
     const bool isOwnWindow =
         !m_Options.values && !m_Options.window && m_Options.windowName.empty() && !m_Options.uptake;
-    const auto windowOf = [](const DICOMDataObject& dataSet) {
-        return FindText(dataSet, tags::WindowCenter) + '/' + FindText(dataSet, tags::WindowWidth);
+    const auto interestOf = [&](const DICOMDataObject& dataSet) {
+        return isOwnWindow ? ReadValuesOfInterest(dataSet, 0, form.isSigned, "series") : std::nullopt;
     };
+    const std::optional<ValuesOfInterest> interest = interestOf(first);
     PictureNotes notes;
-    for (const auto& [path, dataSet] : m_Series.GetFiles()) {
-        if (isOwnWindow && windowOf(*dataSet) != windowOf(first))
-            notes.Add(FindingKind::NotApplied, "has another window than the first slice, whose counts for all", path);
+    for (const auto& [path, dataSet] : m_Series.ListDataSets()) {
+        const auto tell = [&notes, &file = path](const char* sentence) {
+            notes.Add(FindingKind::NotApplied, sentence, file);
+        };
+        if (!AreSame(interestOf(*dataSet), interest)) {
+            tell(interest ? "has another window than the first slice, whose counts for all"
+                          : "has a window, and the first slice none: one for the values of all counts");
+        }
         if (ReadModality(*dataSet, 0, form).table != table)
-            notes.Add(FindingKind::NotApplied, "has another Modality LUT than the first slice, whose counts for all",
-                      path);
-        if (!m_Options.values && IsInverse(*dataSet, form) != IsInverse(first, form))
-            notes.Add(FindingKind::NotApplied,
-                      "has another Presentation LUT Shape than the first slice, whose counts for all", path);
+            tell("has another Modality LUT than the first slice, whose counts for all");
+        if (!m_Options.values && IsInverse(*dataSet, form) != isInverse)
+            tell("has another Presentation LUT Shape than the first slice, whose counts for all");
     }
     notes.Tell(m_Watch);
 }

@@ -188,6 +188,7 @@ void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef
             progress.Step();
         }
         LoadFile(header, frames);
+        m_FileOf.resize(m_List.size(), m_Read.size() - 1);
         m_Places.resize(m_List.size(), m_Places.back());
         i = next;
     }

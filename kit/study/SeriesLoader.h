@@ -20,7 +20,8 @@ namespace korvane {
 /// pixels of a form that no voxels have, data cut short, a position missing.
 void CheckAssembly(const FoundFiles& found, const FoundSeries& series);
 
-/// Throws `Error` where no codec is there for compressed pixel data, and where it has too few bytes for the frames and the size that the header claims.
+/// Throws `Error` where no codec is there for compressed pixel data, and where it has too few bytes for the frames and the
+/// size that the header claims.
 void CheckClaims(const ImageHeader& header);
 
 /// What is told of files whose words have bits above the stored ones; `files`: how many were read.
@@ -51,6 +52,8 @@ public:
     const std::vector<DICOMDataObject*>& GetDataSets() const { return m_List; }
     /// Whole files, as they were read but for their pixels, with their paths.
     const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Read; }
+    /// The path of the file that a data set, by its index, is of; not with `Later`.
+    const std::string& PathOf(std::size_t dataSet) const { return m_Read[m_FileOf[dataSet]].first; }
     /// Where each lies; without a position of its own, one behind the other along the normal.
     std::vector<FramePlace>& GetPlaces() { return m_Places; }
     const std::vector<FramePlace>& GetPlaces() const { return m_Places; }
@@ -78,6 +81,7 @@ private:
     std::vector<std::pair<std::string, const DICOMDataObject*>> m_Read;
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share
     std::vector<DICOMDataObject*> m_List;
+    std::vector<std::size_t> m_FileOf;  // of each of them, which of those read
     std::vector<FramePlace> m_Places;
 };
 

@@ -364,6 +364,13 @@ std::span<const std::byte> SeriesVolume::GetVoxels() const {
                        static_cast<std::size_t>(dim[2]) * static_cast<std::size_t>(volume.GetTypeSize())};
 }
 
+std::vector<std::pair<std::string, const DICOMDataObject*>> SeriesVolume::ListDataSets() const {
+    std::vector<std::pair<std::string, const DICOMDataObject*>> list;
+    for (const DICOMDataObject* const dataSet : m_Loaded->GetDataSets())
+        list.emplace_back(m_Loaded->PathOf(list.size()), dataSet);
+    return list;
+}
+
 std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
     std::vector<FramePlace> places;
     for (const int index : m_Assembled.m_SliceToIndex) {

@@ -93,6 +93,8 @@ public:
     /// The largest rounding error of that; nothing before.
     const std::optional<double>& GetScaleError() const { return m_ScaleError; }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
+    /// All of them, in list order, with the paths of their files. Frames of one file have their own.
+    std::vector<std::pair<std::string, const DICOMDataObject*>> ListDataSets() const;
     /// The files that were read, each with its path.
     const std::vector<std::pair<std::string, const DICOMDataObject*>>& GetFiles() const { return m_Loaded->GetFiles(); }
 

@@ -312,10 +312,10 @@ def frames():
     bent = 255 - grey(1 / (1 + numpy.exp(-4 * (values[1] - 3000.) / 900)))
     assert abs(draw(path, "--frame", 0)[0] - exact).max() <= 1 and abs(draw(path, "--frame", 1)[0] - bent).max() <= 1
     for index, own in ((1, values[0]), (0, values[1])):  # a volume has one window, that of its first frame
-        pixels, out, _ = draw(path, "--view", "axial", "--index", index)
+        pixels, out, err = draw(path, "--view", "axial", "--index", index)
+        assert "has another window than the first slice" in err, err
         expected = 255 - grey(((own - 1000.) / 600 + 0.5).clip(0, 1))
         assert abs(pixels - expected).max() <= 1 and "low values bright" in out, (index, out)
-
 
     tables = [numpy.sort(RANDOM.integers(0, 4096, 4096)) for _ in range(2)]
     both = save(image(values, 12, SharedFunctionalGroupsSequence=Sequence([shared]), WindowCenter=5, WindowWidth=3,
@@ -323,7 +323,13 @@ def frames():
                           frame(n, VOILUTSequence=table(0, entries, 12)) for n, entries in enumerate(tables)])))
     for n, entries in enumerate(tables):  # a table of the frame counts before a window of all of them
         assert (draw(both, "--frame", n)[0] == grey(entries[values[n]] / 4095)).all(), n
-    assert (draw(both, "--view", "axial", "--index", 1)[0] == grey(tables[0][values[0]] / 4095)).all()
+    pixels, _, err = draw(both, "--view", "axial", "--index", 1)
+    assert (pixels == grey(tables[0][values[0]] / 4095)).all() and "has another window than" in err, err
+    shared.FrameVOILUTSequence = Sequence([item(WindowCenter=1000, WindowWidth=600)])
+    one = save(image(values, 12, SharedFunctionalGroupsSequence=Sequence([shared]), PerFrameFunctionalGroupsSequence=Sequence([
+        item(PlanePositionSequence=Sequence([item(ImagePositionPatient=[0, 0, 2 * n])])) for n in range(2)])))
+    _, out, err = draw(one, "--view", "axial")
+    assert "window 1000,600" in out and "another window" not in err, (out, err)
 
 
 def modality():
