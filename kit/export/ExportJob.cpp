@@ -183,23 +183,26 @@ void ExportJob::ExportOne(SeriesVolume& series, const ExportPart& part, Resampli
     m_Report.volumes.push_back(std::move(volume));
 }
 
+/// Now, and in the report.
+void ExportJob::Tell(Finding finding) {
+    m_Watch.Tell(finding);
+    m_Report.findings.push_back(std::move(finding));
+}
+
 void ExportJob::TellFilled(const ExportedVolume& volume, bool isPadding) {
     Finding finding{.kind = FindingKind::VoxelsFilled, .count = static_cast<std::size_t>(volume.filled)};
     finding.text = std::to_string(volume.filled) + " voxels without data have the stored value " +
                    ShortNumber(volume.fill) + (volume.times > 1 ? " in the first volume" : "") +
                    (isPadding ? ", Pixel Padding Value" : ", the lowest there is");
-    m_Watch.Tell(finding);
-    m_Report.findings.push_back(std::move(finding));
+    Tell(std::move(finding));
 }
 
 /// Once, whatever the number of volumes.
 void ExportJob::TellNotApplied(SeriesVolume& series) {
     if (m_bToldTable || !series.HasModalityTables()) return;
     m_bToldTable = true;
-    Finding finding{.kind = FindingKind::NotApplied,
-                    .text = "its Modality LUT is not applied: the file holds values as they are stored"};
-    m_Watch.Tell(finding);
-    m_Report.findings.push_back(std::move(finding));
+    Tell({.kind = FindingKind::NotApplied,
+          .text = "its Modality LUT is not applied: the file holds values as they are stored"});
 }
 
 void ExportJob::TellPadding(const ExportedVolume& volume, bool resampled) {
@@ -208,8 +211,7 @@ void ExportJob::TellPadding(const ExportedVolume& volume, bool resampled) {
                    (resampled ? " voxels of the file are padding, those that padding would be mixed into among them, "
                               : " voxels of padding are in the file as they are, ") +
                    "and count for no smallest or largest value";
-    m_Watch.Tell(finding);
-    m_Report.findings.push_back(std::move(finding));
+    Tell(std::move(finding));
 }
 
 ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample) {
@@ -242,9 +244,7 @@ void ExportJob::WritePreview(SeriesVolume& series, const ExportPart& part, const
         WriteText(path + ".png", MakePreview(series, m_Watch));
     } catch (const Error& error) {
         if (error.GetKind() != ErrorKind::Unsupported) throw;
-        Finding finding{.kind = FindingKind::NotApplied, .text = std::string("no preview: ") + error.what()};
-        m_Watch.Tell(finding);
-        m_Report.findings.push_back(std::move(finding));
+        Tell({.kind = FindingKind::NotApplied, .text = std::string("no preview: ") + error.what()});
     }
 }
 

@@ -44,6 +44,7 @@ private:
     ExportedVolume WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample);
     void Save(CVolume& volume, const std::string& name);
     ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
+    void Tell(Finding finding);
     void TellFilled(const ExportedVolume& volume, bool isPadding);
     void TellNotApplied(SeriesVolume& series);
     void TellPadding(const ExportedVolume& volume, bool resampled);

@@ -146,7 +146,8 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_Scale.reset();
     m_ScaleError.reset();
     m_ScaledPadding.reset();
-    m_bTables = false;
+    const auto hasTable = [](const auto& file) { return FindItem(*file.second, tags::ModalityLUTSequence) != nullptr; };
+    m_bTables = m_bTables || std::any_of(GetFiles().begin(), GetFiles().end(), hasTable);
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
 }
@@ -175,7 +176,7 @@ void SeriesVolume::ReadPlanes(unsigned jobs,
     stream.Read(jobs, take);
     m_StreamedRange = stream.GetRange();
     if (stream.HasOtherPadding()) TellOtherPadding();
-    m_bTables = stream.HasTables();
+    m_bTables = m_bTables || stream.HasTables();
     const std::vector<std::string> dirty = stream.ListBitsAbove();
     if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Slices.size()));
 }
@@ -286,12 +287,6 @@ void SeriesVolume::TellOtherPadding() {
               (first ? "that of the first one, " + ShortNumber(first->first) + " to " + ShortNumber(first->second) + ","
                      : std::string("what the first one names, none,")) +
               " counts for all"});
-}
-
-bool SeriesVolume::HasModalityTables() const {
-    return m_bTables || std::any_of(GetFiles().begin(), GetFiles().end(), [](const auto& file) {
-               return FindItem(*file.second, tags::ModalityLUTSequence) != nullptr;
-           });
 }
 
 std::optional<double> SeriesVolume::GetPaddingValue() {

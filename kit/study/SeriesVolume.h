@@ -102,8 +102,8 @@ public:
     /// without data get.
     std::optional<Padding> GetPadding();
     std::optional<double> GetPaddingValue();
-    /// Whether a slice that was read has a Modality LUT, which no voxel went through.
-    bool HasModalityTables() const;
+    /// Whether any slice that was read, of this volume or an earlier one, has a Modality LUT, which no voxel went through.
+    bool HasModalityTables() const { return m_bTables; }
     /// The volume's smallest and largest value, without padding unless there is nothing else; of planes that are streamed once
     /// they were read.
     MeasuredRange GetMeasuredRange();
@@ -139,7 +139,7 @@ private:
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;
     std::optional<double> m_ScaledPadding;
-    bool m_bTables = false;              // of planes that were streamed
+    bool m_bTables = false;
     std::vector<std::byte> m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;
 };

@@ -5,7 +5,7 @@ import shutil
 import subprocess
 
 import PIL.Image
-from host_test import SAMPLES, WINDOWS, WORK, korvane, numpy, pydicom, run
+from host_test import SAMPLES, WINDOWS, WORK, edited, korvane, numpy, phantom, pydicom, run
 from images import image
 from pydicom.dataset import Dataset
 from pydicom.sequence import Sequence
@@ -343,8 +343,14 @@ def modality():
         assert (draw(path, *view)[0] == expected).all(), view
         if not WINDOWS:
             assert (draw(path, *view, "--values", name="picture.tif")[0] == lut[stored[0]]).all(), view
-    err = korvane("export", path, "--format", "nrrd", "--to", WORK / "vol")[1]
-    assert "Modality LUT is not applied" in err, err
+    def early(ds, n):  # in the first of two volumes alone
+        if n == 1:
+            ds.ModalityLUTSequence = table(0, lut)
+
+    times = edited(phantom("times", "--slices", 3, "--size", 16, "--volumes", 2), "early", early)
+    for source, options in ((path, ()), (times, ()), (times, ("--preview",))):  # preview: a whole volume at once
+        err = korvane("export", source, "--format", "nrrd", *options, "--to", WORK / "vol")[1]
+        assert err.count("Modality LUT is not applied") == 1, (source, err)
 
 
 def names():
