@@ -36,7 +36,7 @@ std::string MakePreview(SeriesVolume& series, const Watch& watch) {
     SliceOptions options;
     options.size = kSide;
     CheckSlicing(series, options);
-    if (series.RescalesDiffer()) series.BringToOneScale(false);
+    if (series.RescalesDiffer()) series.BringToOneScale(false, false);  // the file holds values at another one
     series.MakeSliceable();
     const WindowChoice window = FindWindow(series, options);
     std::vector<Picture> pictures;

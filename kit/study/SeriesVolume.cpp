@@ -227,7 +227,7 @@ bool SeriesVolume::RescalesDiffer() const {
                        [&](const FramePlace& place) { return RealRescaleOf(place) != first; });
 }
 
-void SeriesVolume::BringToOneScale(bool integers) {
+void SeriesVolume::BringToOneScale(bool integers, bool tell) {
     const bool differ = RescalesDiffer();
     std::vector<Rescale> rescales;
     for (const FramePlace& place : GetPlanePlaces()) rescales.push_back(RealRescaleOf(place));
@@ -257,6 +257,7 @@ void SeriesVolume::BringToOneScale(bool integers) {
     }
     m_Place.slope = platform::FormatReal(common.rescale.slope);
     m_Place.intercept = platform::FormatReal(common.rescale.intercept);
+    if (!tell) return;
     Tell({.kind = FindingKind::OneScale,
           .lengths = {common.rescale.slope, common.error},
           .text = std::string(differ ? "slices have rescales of their own: " : "") +

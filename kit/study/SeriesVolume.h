@@ -88,8 +88,9 @@ public:
 
     /// Whether each slice has a rescale of its own, so that stored values of two of them cannot be compared.
     bool RescalesDiffer() const;
-    /// Brings them to one (see `CommonScale.h`), which the places of planes then say; tells how. Colours have none.
-    void BringToOneScale(bool integers);
+    /// Brings them to one (see `CommonScale.h`), which the places of planes then say. Colours have none.
+    /// `tell`: not for what is made beside the result.
+    void BringToOneScale(bool integers, bool tell = true);
     /// The largest rounding error of that; nothing before.
     const std::optional<double>& GetScaleError() const { return m_ScaleError; }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
