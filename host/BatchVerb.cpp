@@ -1,11 +1,11 @@
 // korvane batch: an archive converted in shares, on one machine or many.
 #include "Console.h"
+#include "SeriesOptions.h"
 #include "Verbs.h"
-#include "terminal/ChildProgram.h"
+#include "terminal/Terminal.h"
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <memory>
 
 using namespace korvane;
@@ -19,6 +19,7 @@ struct Arguments {
     BatchPlanOptions options;
     std::size_t shard = 0;
     BatchRunOptions run;
+    unsigned workers = 0;
     bool inside = false;
     bool json = false;
     bool csv = false;
@@ -30,58 +31,36 @@ void Plan(Arguments& arguments) {
     arguments.plan = arguments.paths.back();
     arguments.paths.pop_back();
     if (arguments.output.empty()) arguments.output = arguments.plan + "/output";
-    const BatchPlan plan = PlanBatch(arguments.paths, arguments.plan, arguments.output, arguments.options);
-    for (const Finding& finding : plan.unreadable) Warn(finding.text);
-    std::printf("%zu series in %zu shards, %.1f MB, at most %.1f MB a shard; %zu without images left out\n", plan.tasks,
-                plan.shards, static_cast<double>(plan.bytes) / 1e6, static_cast<double>(plan.largest) / 1e6,
-                plan.withoutImages);
-    if (!plan.unreadable.empty())
-        throw Error(ErrorKind::Damaged, std::to_string(plan.unreadable.size()) + " files or folders not read");
+    Conclude(OutcomeOf(PlanBatch(arguments.paths, arguments.plan, arguments.output, arguments.options)));
 }
 
-void RunInside(Arguments& arguments) {
-    ConsoleWatcher watcher;
-    arguments.run.watcher = &watcher;
-    const BatchRun run = RunShard(arguments.plan, arguments.shard, arguments.run);
-    std::printf("shard %zu: %zu series written, %zu done before, %zu refused, %zu crashed\n", arguments.shard,
-                run.written, run.whole, run.refused, run.crashed);
-    const std::size_t failed = run.refused + run.crashed;
-    if (failed != 0)
-        throw Error(ErrorKind::Damaged,
-                    std::to_string(failed) + " series not written; \"korvane batch report\" says why");
+/// In processes of this program, which are called with --inside, so that a series that ends one keeps no other back.
+void RunOutside(const Arguments& arguments, Watcher& watcher) {
+    BatchWorkers workers{.command = {platform::GetOwnProgram(), "batch", "run", arguments.plan},
+                         .jobs = arguments.workers,
+                         .watcher = &watcher};
+    const std::string jobs = std::to_string(arguments.run.jobs);
+    workers.command.insert(workers.command.end(), {"--inside", "--jobs", jobs, "--shard"});
+    if (arguments.run.retry) workers.firstArguments = {"--retry"};
+    std::vector<std::size_t> shards;
+    if (arguments.shard != 0) shards.push_back(arguments.shard);
+    BatchReport report = RunShards(arguments.plan, shards, workers);
+    if (arguments.shard != 0) {
+        std::erase_if(report.tasks, [&](const BatchTask& task) { return task.shard != arguments.shard; });
+    }
+    Conclude({.failure = OutcomeOf(report).failure});
 }
 
-/// The work is done by a child: a series that ends its process is noted, and another child goes on with the rest.
 void Run(Arguments& arguments) {
-    if (arguments.inside) {
-        RunInside(arguments);
-        return;
-    }
-    std::vector<std::string> words{"batch",   "run", arguments.plan, "--shard", std::to_string(arguments.shard),
-                                   "--inside"};
-    if (arguments.run.jobs != 0) words.insert(words.end(), {"--jobs", std::to_string(arguments.run.jobs)});
-    if (arguments.run.retry) words.emplace_back("--retry");
-    // Each series ends two processes at most; what ends more of them is not a series.
-    for (std::size_t left = 2 * ReportBatch(arguments.plan).tasks.size() + 2; left > 0; --left) {
-        const std::optional<int> status = RunChild(words);
-        StopIfInterrupted();
-        if (status) std::exit(*status);
-        Warn("the process that worked on shard " + std::to_string(arguments.shard) + " was ended; another one goes on");
-        std::erase(words, "--retry");
-    }
-    throw Error(ErrorKind::Damaged, "the processes that worked on the shard were all ended");
+    ConsoleWatcher watcher;
+    if (!arguments.inside) return RunOutside(arguments, watcher);
+    arguments.run.watcher = &watcher;
+    Conclude(OutcomeOf(RunShard(arguments.plan, arguments.shard, arguments.run)));
 }
 
 void Report(const Arguments& arguments) {
     const BatchReport report = ReportBatch(arguments.plan);
-    if (arguments.json) {
-        std::fputs(ToJson(report).c_str(), stdout);
-    } else if (arguments.csv) {
-        std::fputs(ToCsv(report).c_str(), stdout);
-    } else {
-        for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
-    }
-    if (!report.IsWhole()) throw Error(ErrorKind::Damaged, "not all series are written");
+    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : arguments.csv ? ToCsv(report) : "");
 }
 
 void AddPlan(CLI::App& batch, const std::shared_ptr<Arguments>& arguments) {
@@ -100,22 +79,26 @@ void AddPlan(CLI::App& batch, const std::shared_ptr<Arguments>& arguments) {
         ->capture_default_str();
     verb->add_flag("--gzip", options.compress, "Compress, where the format can");
     verb->add_flag("--sidecar", options.sidecar, "JSON, b-values and directions beside each file");
-    verb->add_option_function<std::string>(
-            "--irregular", [arguments](const std::string& word) { arguments->options.irregular = PolicyOf(word); },
-            "keep, reject, resample or split, as of \"korvane export\"")
-        ->check(CLI::IsMember({"keep", "reject", "resample", "split"}));
+    AddPolicyOption(*verb, options.irregular, "As of \"korvane export\"");
     verb->add_option("--jobs", options.jobs, "Threads; 0: one for each core")->capture_default_str();
     verb->callback([arguments] { Plan(*arguments); });
 }
 
 void AddRun(CLI::App& batch, const std::shared_ptr<Arguments>& arguments) {
     CLI::App* const verb =
-        batch.add_subcommand("run", "Convert the series of a shard; goes on where an earlier run was ended");
+        batch.add_subcommand("run", "Convert the series of a shard, or of all; goes on where an earlier run was ended");
     verb->add_option("PLAN", arguments->plan, "The plan's folder")->required();
-    verb->add_option("--shard", arguments->shard, "Which one, from 1")->required()->check(CLI::PositiveNumber);
+    CLI::Option* const shard =
+        verb->add_option("--shard", arguments->shard, "Which one, from 1 (all)")->check(CLI::PositiveNumber);
+    verb->add_option("--workers", arguments->workers,
+                     "Shards at once, each in a process of its own (one for each core)")
+        ->excludes(shard);
     verb->add_flag("--retry", arguments->run.retry, "Try refused and crashed series once more");
-    verb->add_option("--jobs", arguments->run.jobs, "Threads; 0: one for each core")->capture_default_str();
-    verb->add_flag("--inside", arguments->inside, "Work in this process, not in one of its own")->group("");
+    verb->add_option("--jobs", arguments->run.jobs, "Threads of a process; 0: one for each core")
+        ->capture_default_str();
+    verb->add_flag("--inside", arguments->inside, "Work in this process, not in one of its own")
+        ->group("")
+        ->needs(shard);
     verb->callback([arguments] { Run(*arguments); });
 }
 

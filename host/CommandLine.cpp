@@ -1,5 +1,7 @@
 #include "CommandLine.h"
 
+#include <Korvane/Kit.h>
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -7,29 +9,10 @@
 
 namespace {
 
-// The edit distance of two words: how many letters must be changed, added or removed to make one the other.
-std::size_t Distance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t change = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({change, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row[b.size()];
-}
-
 // ", did you mean X?" for the nearest word, when one is near.
 std::string Suggest(const std::string& word, const std::vector<std::string>& words) {
-    const auto nearest = std::min_element(words.begin(), words.end(), [&](const auto& a, const auto& b) {
-        return Distance(word, a) < Distance(word, b);
-    });
-    if (nearest == words.end() || Distance(word, *nearest) > std::max<std::size_t>(2, word.size() / 3)) return {};
-    return ", did you mean " + *nearest + "?";
+    const std::string nearest = korvane::NearestWord(word, words);
+    return nearest.empty() ? "" : ", did you mean " + nearest + "?";
 }
 
 std::vector<std::string> OptionNames(const CLI::App& verb) {

@@ -27,16 +27,6 @@ std::string WithoutPasswords(std::string text) {
     return text;
 }
 
-// Whether a finding is news of the job, not a warning about data.
-bool IsNews(FindingKind kind) {
-    switch (kind) {
-    case FindingKind::FirstOfSeveral:
-    case FindingKind::PeerWarned:
-    case FindingKind::Lossy: return true;
-    default: return false;
-    }
-}
-
 }  // namespace
 
 void SetTalk(Talk talk) {
@@ -55,6 +45,20 @@ void Warn(const std::string& text) {
 
 void StopIfInterrupted() {
     if (platform::WasInterrupted()) throw korvane::Error(korvane::ErrorKind::Stopped, "stopped");
+}
+
+void Print(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) std::printf("%s\n", korvane::Visible(line).c_str());
+}
+
+void Conclude(const korvane::Outcome& outcome, const std::string& json) {
+    if (json.empty()) {
+        Print(outcome.lines);
+    } else {
+        std::printf("%s%s", json.c_str(), json.back() == '\n' ? "" : "\n");
+    }
+    for (const std::string& fault : outcome.faults) Complain(fault);
+    if (outcome.failure) throw *outcome.failure;
 }
 
 ConsoleWatcher::ConsoleWatcher() : m_bBar(CurrentTalk() != Talk::Quiet && platform::IsErrorTerminal()) {}
@@ -84,10 +88,16 @@ void ConsoleWatcher::OnTaskEnd() {
 
 void ConsoleWatcher::OnFinding(const korvane::Finding& finding) {
     Clear();
-    if (finding.kind == FindingKind::FileFailed || finding.kind == FindingKind::Unreadable) {
-        Complain(finding.text);
-    } else {
-        Warn(IsNews(finding.kind) ? finding.text : "warning: " + finding.text);
+    switch (finding.kind) {
+    case FindingKind::FileFailed:
+    case FindingKind::Unreadable:
+    case FindingKind::CommandFailed: return Complain(finding.text);
+    // News of the job, not warnings about data:
+    case FindingKind::FirstOfSeveral:
+    case FindingKind::PeerWarned:
+    case FindingKind::ProcessEnded:
+    case FindingKind::Lossy: return Warn(finding.text);
+    default: return Warn("warning: " + finding.text);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 /// How much the program says on standard error.
 enum class Talk {
@@ -23,6 +24,12 @@ void Warn(const std::string& text);
 
 /// Throws `korvane::Error` of kind `Stopped` once Ctrl-C has come.
 void StopIfInterrupted();
+
+/// Prints lines on standard output, escaped.
+void Print(const std::vector<std::string>& lines);
+/// Prints what became of a job, or the JSON text `json` in place of the lines unless it is empty; then complains of its faults,
+/// and throws its failure.
+void Conclude(const korvane::Outcome& outcome, const std::string& json = {});
 
 /// Draws a bar with rate and remaining time where standard error is a terminal, prints what is found on the way, and
 /// asks the job to stop once Ctrl-C has come.

@@ -6,8 +6,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,15 +44,7 @@ void ConvertFiles(const Arguments& arguments) {
     }
     for (const std::string& path : arguments.remove) options.remove.emplace_back(path);
     options.watcher = &watcher;
-    const ConvertReport report = ConvertAsAsked(arguments, options);
-    if (!report.isFolder) return;
-    std::printf("%zu files written to %s as %s\n", report.written, Visible(arguments.output).c_str(),
-                report.syntax.c_str());
-    if (report.notDicom > 0) std::printf("%zu files are not DICOM and were left out\n", report.notDicom);
-    if (report.failed > 0) {
-        throw Error(ErrorKind::Disk, std::to_string(report.failed) + " files could not be converted");
-    }
-    if (report.written == 0) throw Error(ErrorKind::NotDicom, arguments.input + ": no DICOM files");
+    Conclude(OutcomeOf(ConvertAsAsked(arguments, options)));
 }
 
 }  // namespace

@@ -5,8 +5,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
-#include <iostream>
 #include <memory>
 
 using namespace korvane;
@@ -21,13 +19,7 @@ struct Arguments {
 void Ask(const Arguments& arguments) {
     ConsoleWatcher watcher;
     const EchoReport report = Echo(arguments.peer, {&watcher});
-    if (arguments.json) {
-        std::cout << ToJson(report) << '\n';
-        return;
-    }
-    std::printf("%s answers as %s (%s), %.1f ms\n", Visible(report.peer.Name()).c_str(), report.peer.peerTitle.c_str(),
-                report.implementation.empty() ? "unnamed" : Visible(report.implementation).c_str(),
-                report.milliseconds);
+    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
 }
 
 }  // namespace

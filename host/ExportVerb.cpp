@@ -6,7 +6,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
 #include <memory>
 
 using namespace korvane;
@@ -38,7 +37,6 @@ std::string AskPassword(const std::string& user, const std::string& host) {
     return password;
 }
 
-/// Exit status 1 where something is missing; the table has said what.
 void ExportEvery(Arguments& arguments) {
     ConsoleWatcher watcher;
     ExportAllOptions& options = arguments.allOptions;
@@ -49,17 +47,7 @@ void ExportEvery(Arguments& arguments) {
     options.jobs = arguments.options.jobs;
     options.watcher = &watcher;
     const Found found = Find(arguments.choice.paths, {options.jobs, &watcher, arguments.choice.input});
-    if (found.GetSeries().empty()) {
-        const std::string& first = arguments.choice.paths.front();
-        throw Error(ErrorKind::NotFound, first + ": no DICOM files").InFile(first);
-    }
-    const ExportAllReport report = ExportAll(found, arguments.format, arguments.url, options);
-    for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
-    if (report.IsWhole()) return;
-    const std::size_t refused = report.Count(ExportedSeries::Status::Refused);
-    throw Error(ErrorKind::Damaged, std::to_string(refused) + " of " + std::to_string(report.series.size()) +
-                                        " series refused, " + std::to_string(report.unreadable.size()) +
-                                        " files or folders not read");
+    Conclude(OutcomeOf(ExportAll(found, arguments.format, arguments.url, options)));
 }
 
 void CheckArguments(const Arguments& arguments) {
@@ -83,7 +71,7 @@ void ExportSeries(Arguments& arguments) {
     arguments.choice.watcher = &watcher;
     arguments.options.askPassword = AskPassword;
     const ExportReport report = Export(arguments.choice, arguments.format, arguments.url, arguments.options);
-    for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
+    Print(Describe(report));
 }
 
 }  // namespace
@@ -123,12 +111,9 @@ void AddExportVerb(CLI::App& program) {
     verb->add_flag("--overwrite", arguments->allOptions.overwrite, "With --all: replace files of an earlier run");
     verb->add_option("--resume", arguments->allOptions.resume,
                      "With --all: pass over what this --report of an earlier run says is done, and is there");
-    verb->add_option_function<std::string>(
-            "--irregular", [arguments](const std::string& word) { arguments->options.irregular = PolicyOf(word); },
-            "Planes that are not even, positions that repeat: keep (as they are, the first volume), reject, "
-            "resample (evenly along z), split (an output for each volume and even run, NAME-1 ...)")
-        ->check(CLI::IsMember({"keep", "reject", "resample", "split"}))
-        ->default_str("keep");
+    AddPolicyOption(*verb, arguments->options.irregular,
+                    "Planes that are not even, positions that repeat: keep (as they are, the first volume), reject, "
+                    "resample (evenly along z), split (an output for each volume and even run, NAME-1 ...)");
     verb->add_flag("--gzip", arguments->options.compress,
                    "Compress on all cores: NAME.nii.gz, the voxels of NAME.nrrd (NAME.nii.gz in --to does the same)");
     verb->add_flag(

@@ -4,9 +4,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <cstdio>
-#include <iostream>
 #include <memory>
 
 using namespace korvane;
@@ -21,71 +18,18 @@ struct Arguments {
     bool json = false;
 };
 
-void PrintContents(const MediumContents& contents) {
-    std::printf("%s: %zu patients, %zu studies, %zu series, %zu files\n", Visible(contents.root).c_str(),
-                contents.patients, contents.studies, contents.series, contents.files);
-}
-
-void Verify(const Arguments& arguments) {
+void Media(Arguments& arguments) {
+    const bool hasSources = !arguments.sources.empty();
+    if (arguments.verify == hasSources)
+        throw Error(ErrorKind::WrongArgument, hasSources ? "--verify takes no files" : "no files given");
     ConsoleWatcher watcher;
-    const MediumContents contents = CheckMedium(arguments.root, MediumDepth::Contents, &watcher);
-    if (arguments.json) {
-        std::cout << ToJson(contents) << '\n';
-    } else {
-        PrintContents(contents);
+    if (arguments.verify) {
+        const MediumContents contents = CheckMedium(arguments.root, MediumDepth::Contents, &watcher);
+        return Conclude(OutcomeOf(contents), arguments.json ? ToJson(contents) : "");
     }
-    for (const std::string& problem : contents.problems) Complain(problem);
-    if (!contents.problems.empty()) {
-        throw Error(ErrorKind::Damaged, arguments.root + ": the medium is not as its DICOMDIR says");
-    }
-}
-
-void PrintReport(const MediumReport& report) {
-    PrintContents(report.medium);
-    for (const std::string& path : report.privateFiles) std::printf("private file: %s\n", path.c_str());
-    for (const auto& copy : report.copies) {
-        std::printf("left out: %s: %s\n", Visible(copy.path).c_str(), Visible(copy.why).c_str());
-    }
-    const auto directories = static_cast<std::size_t>(std::count_if(report.notMeant.begin(), report.notMeant.end(),
-                                                                    [](const auto& file) { return file.isDirectory; }));
-    const std::size_t notDicom = report.notMeant.size() - directories;
-    if (notDicom > 0) std::printf("left out: %zu files that are not DICOM\n", notDicom);
-    if (directories > 0) std::printf("left out: %zu DICOMDIR files\n", directories);
-}
-
-void Build(Arguments& arguments) {
-    ConsoleWatcher watcher;
     arguments.medium.watcher = &watcher;
     const MediumReport report = BuildMedium(arguments.root, arguments.sources, arguments.medium);
-    if (arguments.json) {
-        std::cout << ToJson(report) << '\n';
-    } else {
-        PrintReport(report);
-    }
-    for (const auto& fault : report.faults) Complain((fault.path.empty() ? "" : fault.path + ": ") + fault.why);
-    if (!report.faults.empty()) {
-        throw Error(ErrorKind::Damaged,
-                    "the medium lacks " + std::to_string(report.faults.size()) + " of the files; the rest is whole");
-    }
-}
-
-void Media(Arguments& arguments) {
-    std::string& root = arguments.root;
-    while (root.size() > 1 && (root.back() == '/' || root.back() == '\\')) root.pop_back();
-    const bool hasSources = !arguments.sources.empty();
-    if (arguments.verify == hasSources) {
-        throw Error(ErrorKind::WrongArgument, hasSources ? "--verify takes no files" : "no files given");
-    }
-    if (arguments.verify) {
-        Verify(arguments);
-    } else {
-        Build(arguments);
-    }
-}
-
-std::string CheckFileSetId(const std::string& id) {
-    const bool fits = id.size() <= 16 && id.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_ ") == id.npos;
-    return fits ? "" : "a file-set ID is at most 16 of A-Z, 0-9, _ and space";
+    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
 }
 
 }  // namespace
@@ -102,7 +46,9 @@ void AddMediaVerb(CLI::App& program) {
                    "Decode what is compressed or big endian, and write it explicit VR little endian")
         ->excludes(verify);
     verb->add_flag("--link", medium.link, "Hard links instead of copies where the file system can")->excludes(verify);
-    verb->add_option("--fileset-id", medium.fileSetId, "Name of the file-set")->check(CheckFileSetId)->excludes(verify);
+    verb->add_option("--fileset-id", medium.fileSetId, "Name of the file-set")
+        ->check(FaultOfFileSetId)
+        ->excludes(verify);
     verb->add_option("--private", medium.privateFiles, "A file of any kind to lie beside the last one; may be repeated")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)

@@ -5,15 +5,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include <algorithm>
-#include <iostream>
 #include <memory>
 
 using namespace korvane;
 
 namespace {
-
-constexpr std::size_t kWidest = 40;
 
 struct Arguments {
     Peer peer;
@@ -30,67 +26,13 @@ std::vector<QueryKey> Keys(const Arguments& arguments) {
     return keys;
 }
 
-// About how many columns of a terminal a UTF-8 text takes.
-std::size_t WidthOf(const std::string& text) {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-void PrintTable(const QueryReport& report) {
-    std::vector<std::vector<std::string>> rows(1);
-    for (const std::string& column : report.columns) rows[0].push_back(column.substr(column.rfind('.') + 1));
-    for (const DataSet& match : report.matches) {
-        std::vector<std::string>& row = rows.emplace_back();
-        for (const std::string& column : report.columns) row.push_back(Visible(match.Text(column)));
-    }
-    std::vector<std::size_t> widths(report.columns.size());
-    for (const auto& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], WidthOf(row[i]));
-    }
-    for (const auto& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            const std::size_t width = std::min(widths[i], kWidest);
-            line += row[i] + std::string(width > WidthOf(row[i]) ? width - WidthOf(row[i]) : 0, ' ') + "  ";
-        }
-        std::cout << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
-    }
-}
-
 void RunFind(Arguments& arguments) {
     ConsoleWatcher watcher;
     arguments.query.level = QueryLevelOf(arguments.level);
     arguments.query.keys = Keys(arguments);
     arguments.query.watcher = &watcher;
     const QueryReport report = Query(arguments.peer, arguments.query);
-    if (report.ignoredKeys) Warn("the peer left out a key that it cannot match: there may be too many answers");
-    if (report.isCut) Warn("there may be more: these are the first " + std::to_string(report.matches.size()));
-    if (arguments.json) {
-        std::cout << ToJson(report) << '\n';
-    } else {
-        PrintTable(report);
-    }
-}
-
-void Tell(const RetrieveReport& report, const std::string& peer, const RetrieveOptions& options, bool json) {
-    if (json) {
-        std::cout << ToJson(report) << '\n';
-    } else if (options.destination.empty()) {
-        std::cout << report.stored << " files from " << Visible(peer) << " in " << Visible(options.folder) << '\n';
-    } else {
-        std::cout << report.completed << " instances sent by " << Visible(peer) << " to "
-                  << Visible(options.destination) << '\n';
-    }
-    std::size_t notStored = 0;
-    for (const ReceivedFile& file : report.files) {
-        const std::string& said = file.why.empty() ? file.remark : file.why;
-        if (!said.empty()) Complain(file.sopInstance + ": " + said);
-        if (!file.why.empty()) ++notStored;
-    }
-    for (const auto& failure : report.failures) Complain(failure.what + ": " + failure.why);
-    const std::size_t failed = std::max(report.failed, notStored);
-    if (failed > 0) throw Error(ErrorKind::Refused, std::to_string(failed) + " instances did not come");
-    if (!report.failures.empty()) throw Error(ErrorKind::Refused, "not all that was asked for came");
+    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
 }
 
 void RunRetrieve(Arguments& arguments, bool move) {
@@ -100,7 +42,7 @@ void RunRetrieve(Arguments& arguments, bool move) {
     options.keys = Keys(arguments);
     options.watcher = &watcher;
     const RetrieveReport report = move ? Move(arguments.peer, options) : Get(arguments.peer, options);
-    Tell(report, arguments.peer.Name(), options, arguments.json);
+    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
 }
 
 // `characterSet` and `patientRoot` are those of the job's options.
@@ -149,7 +91,7 @@ void AddMoveVerb(CLI::App& program) {
     AddKeyOptions(*verb, *arguments, options.patientRoot, options.characterSet);
     CLI::Option* const to =
         verb->add_option("--to", options.destination, "AE title of another program that the peer shall send to")
-            ->check(CheckTitle);
+            ->check(FaultOfTitle);
     CLI::Option* const folder = verb->add_option("--dir", options.folder, "Folder for what is sent here")->excludes(to);
     verb->add_option("--port", options.port, "Port at which the peer reaches this program")
         ->check(CLI::Range(1, 65535))

@@ -2,103 +2,57 @@
 #include "Console.h"
 #include "NetworkOptions.h"
 #include "OutputLines.h"
-#include "StudyCommands.h"
 #include "Verbs.h"
 
 #include <CLI/CLI.hpp>
 
-#include <filesystem>
-#include <fstream>
-#include <map>
 #include <memory>
 
 using namespace korvane;
 
 namespace {
 
-constexpr int kUsualQuiet = 30;
-
 struct Arguments {
     ReceiveOptions options;
     std::uint64_t keepFree = 64;  // megabytes
-    std::string log;
-    std::string onStudy;
     bool local = false;
     bool once = false;
     bool json = false;
 };
 
-std::string CountText(std::size_t stored, std::size_t refused) {
-    return std::to_string(stored) + " files stored" + (refused > 0 ? ", " + std::to_string(refused) + " refused" : "");
-}
-
-class Output : public ReceiveObserver {
-public:
-    explicit Output(const Arguments& arguments) : m_Log(arguments.log), m_Commands(arguments.onStudy) {}
-
-    bool OnLook(int milliseconds) override {
-        m_Commands.Look();
-        return m_Lines.Write(milliseconds);
-    }
-    void OnStudy(const ReceivedStudy& study) override { m_Commands.Add(study); }
-    // A line of the log, which is opened for each, so that it can be put away meanwhile.
-    void OnEnd(const ReceivedAssociation& association) override {
-        if (m_Log.empty()) return;
-        const std::u8string path(m_Log.begin(), m_Log.end());
-        std::ofstream log(std::filesystem::path(path), std::ios::app);
-        log << ToJson(association) + '\n' << std::flush;
-        if (!log) throw Error(ErrorKind::Disk, m_Log + ": cannot write the log").InFile(m_Log);
-    }
-    void Finish() {
-        m_Lines.Finish();
-        m_Commands.Finish();
-    }
-    std::size_t GetFailedCommands() const { return m_Commands.GetFailed(); }
-
-protected:
-    std::string m_Log;
-    StudyCommands m_Commands;
-    OutputLines m_Lines;
-};
-
 // A line for each association; faults on standard error.
-class TextOutput : public Output {
+class TextOutput : public ReceiveObserver {
 public:
-    explicit TextOutput(const Arguments& arguments) : Output(arguments), m_Options(arguments.options) {}
+    explicit TextOutput(const ReceiveOptions& options) : m_Options(options) {}
 
     void OnListening(std::uint16_t port) override {
         m_Lines.Add("listening on port " + std::to_string(port) + ", files go to " + Visible(m_Options.folder));
     }
-    void OnFile(const ReceivedFile& file) override {
-        const std::string& said = file.why.empty() ? file.remark : file.why;
-        if (!said.empty()) Complain(file.time + " " + file.sopInstance + " from " + file.caller + ": " + said);
-    }
-    void OnEnd(const ReceivedAssociation& association) override {
-        Output::OnEnd(association);
-        const std::string who = association.end + " " + (association.caller.empty() ? "unnamed" : association.caller) +
-                                " (" + association.address + ")";
-        if (!association.error.empty()) Complain(who + ": " + association.error);
-        m_Lines.Add(Visible(who) + ": " + CountText(association.stored, association.refused));
-    }
+    void OnFile(const ReceivedFile& file) override { Tell(OutcomeOf(file)); }
+    void OnEnd(const ReceivedAssociation& association) override { Tell(OutcomeOf(association)); }
+    bool OnLook(int milliseconds) override { return m_Lines.Write(milliseconds); }
+    void Finish() { m_Lines.Finish(); }
+
+protected:
+    OutputLines m_Lines;
 
 private:
+    void Tell(const Outcome& outcome) {
+        for (const std::string& fault : outcome.faults) Complain(fault);
+        for (const std::string& line : outcome.lines) m_Lines.Add(Visible(line));
+    }
+
     const ReceiveOptions& m_Options;
 };
 
 // An object on each line, as things happen.
-class JsonOutput : public Output {
+class JsonOutput : public TextOutput {
 public:
-    using Output::Output;
+    using TextOutput::TextOutput;
     void OnListening(std::uint16_t port) override { m_Lines.Add(ListeningJson(port)); }
     void OnFile(const ReceivedFile& file) override { m_Lines.Add(ToJson(file)); }
-    void OnEnd(const ReceivedAssociation& association) override {
-        Output::OnEnd(association);
-        m_Lines.Add(ToJson(association));
-    }
-    void OnStudy(const ReceivedStudy& study) override {
-        Output::OnStudy(study);
-        m_Lines.Add(ToJson(study));
-    }
+    void OnEnd(const ReceivedAssociation& association) override { m_Lines.Add(ToJson(association)); }
+    void OnStudy(const ReceivedStudy& study) override { m_Lines.Add(ToJson(study)); }
 };
 
 void Run(Arguments& arguments) {
@@ -108,22 +62,12 @@ void Run(Arguments& arguments) {
     options.keepFree = arguments.keepFree << 20;
     if (arguments.once) options.count = 1;
     if (arguments.local) options.bindAddress = "127.0.0.1";
-    if (!arguments.onStudy.empty() && options.studyQuiet == 0) options.studyQuiet = kUsualQuiet;
-    TextOutput text(arguments);
-    JsonOutput json(arguments);
-    Output& output = arguments.json ? static_cast<Output&>(json) : text;
+    TextOutput text(options);
+    JsonOutput json(options);
+    TextOutput& output = arguments.json ? json : text;
     const ReceiveReport report = Receive(options, &output);
     output.Finish();
-    if (report.refused > 0) {
-        throw Error(ErrorKind::Disk, std::to_string(report.refused) + " data sets were not stored");
-    }
-    if (output.GetFailedCommands() > 0) {
-        throw Error(ErrorKind::Refused,
-                    arguments.onStudy + " failed for " + std::to_string(output.GetFailedCommands()) + " studies");
-    }
-    if (report.broken > 0) {
-        throw Error(ErrorKind::Refused, std::to_string(report.broken) + " associations were not ended in order");
-    }
+    Conclude(OutcomeOf(report));
 }
 
 }  // namespace
@@ -136,11 +80,11 @@ void AddReceiveVerb(CLI::App& program) {
     verb->add_option("PORT", options.port, "Port to listen on; 0: a free one, which is told")->required();
     verb->add_option("DIR", options.folder, "Folder for the files; made where it is not there")->required();
     verb->add_option("--aet", options.ownTitle, "AE title of this program: who calls another is rejected (any)")
-        ->check(CheckTitle);
+        ->check(FaultOfTitle);
     verb->add_option("--aec", options.callers, "AE title that may call; may be repeated (all)")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->check(CheckTitle);
+        ->check(FaultOfTitle);
     verb->add_flag("--replace", options.replace,
                    "Replace files of the same SOP Instance UID; else other contents get -2, -3 ... behind it");
     CLI::Option* const bind =
@@ -164,19 +108,15 @@ void AddReceiveVerb(CLI::App& program) {
         ->check(CLI::Range(1, kLongest));
     verb->add_option("--timeout", options.timeout, "Seconds that a peer may then be silent (300)")
         ->check(CLI::Range(1, kLongest));
-    const std::map<std::string, FileLayout> layouts = {{"flat", FileLayout::Flat},
-                                                       {"patient", FileLayout::Patient},
-                                                       {"study", FileLayout::Study},
-                                                       {"series", FileLayout::Series}};
     verb->add_option("--layout", options.layout,
                      "flat, or folders for each patient, study in that, series in that (flat)")
-        ->transform(CLI::CheckedTransformer(layouts));
-    verb->add_option("--on-study", arguments->onStudy,
+        ->transform(CLI::CheckedTransformer(LayoutWords()));
+    verb->add_option("--on-study", options.onStudy,
                      "Program to run for each study once it is quiet; KORVANE_STUDY, _PATIENT, _CALLING, _FOLDER and "
                      "_FILES are in its environment");
     verb->add_option("--quiet-study", options.studyQuiet, "Seconds without a file after which a study is quiet (30)")
         ->check(CLI::Range(1, kLongest));
-    verb->add_option("--log", arguments->log, "File that a line of JSON is added to for each association");
+    verb->add_option("--log", options.log, "File that a line of JSON is added to for each association");
     verb->add_flag("--json", arguments->json, "For programs: an object on each line");
     verb->callback([arguments] { Run(*arguments); });
 }

@@ -5,9 +5,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
-#include <iostream>
-#include <map>
 #include <memory>
 
 using namespace korvane;
@@ -21,42 +18,11 @@ struct Arguments {
     bool json = false;
 };
 
-void PrintText(const std::string& peer, const SendReport& report) {
-    const double megabytes = static_cast<double>(report.bytes) / 1e6;
-    std::printf("%zu files stored at %s: %.1f MB in %.1f s\n", report.stored, Visible(peer).c_str(), megabytes,
-                report.seconds);
-    if (report.earlier > 0) std::printf("%zu files were stored by an earlier run\n", report.earlier);
-    std::map<std::string, std::size_t> reasons;
-    for (const auto& file : report.decoded) ++reasons[file.why];
-    for (const auto& [why, count] : reasons) std::printf("%zu files sent decoded: %s\n", count, Visible(why).c_str());
-    for (const auto& file : report.again) {
-        std::printf("sent once more: %s: %s\n", Visible(file.path).c_str(), Visible(file.why).c_str());
-    }
-    for (const auto& file : report.warned) {
-        std::printf("stored with a warning: %s: %s\n", Visible(file.path).c_str(), Visible(file.why).c_str());
-    }
-    for (const auto& file : report.leftOut) {
-        std::printf("left out: %s: %s\n", Visible(file.path).c_str(), Visible(file.why).c_str());
-    }
-}
-
 void SendAll(Arguments& arguments) {
     ConsoleWatcher watcher;
     arguments.options.watcher = &watcher;
     const SendReport report = Send(arguments.peer, arguments.sources, arguments.options);
-    if (arguments.json) {
-        std::cout << ToJson(report) << '\n';
-    } else {
-        PrintText(arguments.peer.Name(), report);
-    }
-    for (const auto& file : report.failed) Complain(file.path + ": " + file.why);
-    const std::size_t failed = report.failed.size();
-    if (failed > 0) {
-        throw Error(ErrorKind::Refused,
-                    std::to_string(failed) + (failed == 1 ? " file was" : " files were") + " not stored");
-    }
-    if (report.stored + report.earlier == 0 && !arguments.sources.empty())
-        throw Error(ErrorKind::NotFound, arguments.sources.front() + ": no DICOM files");
+    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
 }
 
 }  // namespace

@@ -15,3 +15,10 @@ void AddSeriesOptions(CLI::App& verb, PathOptions& paths, SeriesChoice& choice) 
     verb.add_option("--volume", choice.volume, "Number of the volume, where the positions repeat (1)")
         ->check(CLI::Range(1, 1000000));
 }
+
+void AddPolicyOption(CLI::App& verb, Irregular& policy, const std::string& help) {
+    verb.add_option_function<std::string>(
+            "--irregular", [&policy](const std::string& word) { policy = PolicyWords().at(word); }, help)
+        ->check(CLI::IsMember(PolicyWords()))
+        ->default_str("keep");
+}

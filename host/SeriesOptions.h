@@ -10,3 +10,6 @@ class App;
 
 /// Adds SERIES, --files-from, --series, --series-number and --volume; both must outlive the parsing.
 void AddSeriesOptions(CLI::App& verb, PathOptions& paths, korvane::SeriesChoice& choice);
+
+/// Adds --irregular.
+void AddPolicyOption(CLI::App& verb, korvane::Irregular& policy, const std::string& help);

@@ -7,8 +7,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,12 +36,6 @@ struct Arguments {
     std::string interpolation = "linear";
 };
 
-const std::map<std::string, View> kViews = {
-    {"axial", View::Axial}, {"coronal", View::Coronal}, {"sagittal", View::Sagittal}};
-const std::map<std::string, Interpolation> kInterpolations = {
-    {"nearest", Interpolation::Nearest}, {"linear", Interpolation::Linear}, {"shaped", Interpolation::Shaped}};
-const std::map<std::string, SlabMode> kSlabModes = {
-    {"mean", SlabMode::Mean}, {"max", SlabMode::Maximum}, {"min", SlabMode::Minimum}};
 constexpr double kSmallestLength = 1e-6;  // millimetres
 constexpr double kLargestLength = 1e9;
 
@@ -90,7 +82,7 @@ bool IsName(const std::string& window) {
 SliceOptions ParseOptions(const Arguments& arguments) {
     SliceOptions options = arguments.options;
     options.view.reset();
-    if (!arguments.view.empty()) options.view = kViews.at(arguments.view);
+    if (!arguments.view.empty()) options.view = ViewWords().at(arguments.view);
     options.pictures = arguments.sheet ? SliceOptions::Pictures::Sheet
                        : arguments.all ? SliceOptions::Pictures::All
                                        : SliceOptions::Pictures::One;
@@ -110,9 +102,9 @@ SliceOptions ParseOptions(const Arguments& arguments) {
     }
     if (!arguments.pixelSize.empty()) options.pixelSize = ParsePositive("--pixel", arguments.pixelSize);
     if (!arguments.zoom.empty()) options.zoom = ParsePositive("--zoom", arguments.zoom, "a factor");
-    options.interpolation = kInterpolations.at(arguments.interpolation);
+    options.interpolation = InterpolationWords().at(arguments.interpolation);
     if (!arguments.slab.empty()) options.slab = ParsePositive("--slab", arguments.slab);
-    options.slabMode = kSlabModes.at(arguments.slabMode);
+    options.slabMode = SlabModeWords().at(arguments.slabMode);
     return options;
 }
 
@@ -125,7 +117,7 @@ void MakeSlices(Arguments& arguments) {
     choice.watcher = &watcher;
     const Series series = Choose(choice);
     const SliceReport report = SaveSlices(series, choice.volume, arguments.output, options);
-    for (const std::string& line : Describe(report)) std::printf("%s\n", Visible(line).c_str());
+    Print(Describe(report));
 }
 
 void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
@@ -133,7 +125,7 @@ void AddPlaneOptions(CLI::App& verb, Arguments& arguments) {
     CLI::Option* const view = verb.add_option("--view", arguments.view,
                                               "axial, coronal or sagittal: the patient's right on the left, head up; "
                                               "front up in axial, left in sagittal pictures");
-    view->check(CLI::IsMember(kViews));
+    view->check(CLI::IsMember(ViewWords()));
     CLI::Option* const index = verb.add_option(
         "--index,--frame", options.index,
         "Which one, counted from 0 along the volume's axis, or in the order of the images (the middle one)");
@@ -164,12 +156,12 @@ void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
                                                 "CENTRE,WIDTH in rescaled values, or the explanation of one that the "
                                                 "series has (its first, else its 1st to 99th percentile)");
     verb.add_option("--interp", arguments.interpolation, "nearest, linear or shaped")
-        ->check(CLI::IsMember(kInterpolations))
+        ->check(CLI::IsMember(InterpolationWords()))
         ->capture_default_str();
     CLI::Option* const slab =
         verb.add_option("--slab", arguments.slab, "Millimetres across the plane to take together");
     verb.add_option("--slab-mode", arguments.slabMode, "mean, max or min of them")
-        ->check(CLI::IsMember(kSlabModes))
+        ->check(CLI::IsMember(SlabModeWords()))
         ->capture_default_str()
         ->needs(slab);
     verb.add_option("--pixel", arguments.pixelSize, "Millimetres of a pixel (the smaller of the voxel's two sides)");

@@ -1,9 +1,8 @@
 // The parts of the Python module, and conversions that they share.
 #pragma once
 
-#include <initializer_list>
+#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <pybind11/pybind11.h>
@@ -22,14 +21,12 @@ std::string PathOf(const pybind11::handle& path);
 std::vector<std::string> PathsOf(const pybind11::object& paths);
 /// A JSON text as Python's dictionaries and lists.
 pybind11::object FromJson(const std::string& json);
-/// The value that a word stands for. A word that is not in the list is a ValueError, in which `what` names the
-/// argument.
+/// The value that a word stands for. Another word is a ValueError, in which `what` names the argument.
 template <class Value>
-Value Choose(const std::string& word, std::initializer_list<std::pair<const char*, Value>> values, const char* what) {
+Value Choose(const std::map<std::string, Value>& words, const std::string& word, const char* what) {
+    const auto found = words.find(word);
+    if (found != words.end()) return found->second;
     std::string known;
-    for (const auto& [name, value] : values) {
-        if (word == name) return value;
-        known += (known.empty() ? "'" : ", '") + std::string(name) + "'";
-    }
+    for (const auto& [name, value] : words) known += (known.empty() ? "'" : ", '") + name + "'";
     throw pybind11::value_error(std::string(what) + " is one of " + known);
 }

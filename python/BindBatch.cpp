@@ -16,7 +16,7 @@ py::object Plan(const py::object& paths, const py::object& plan, const py::objec
                                             .name = name,
                                             .compress = compress,
                                             .sidecar = sidecar,
-                                            .irregular = korvane::PolicyOf(irregular),
+                                            .irregular = Choose(korvane::PolicyWords(), irregular, "irregular"),
                                             .jobs = jobs};
     const std::string folder = PathOf(plan), output = PathOf(out);
     const korvane::BatchPlan made = Run(progress, [&, all = PathsOf(paths)](korvane::Watcher& watcher) {
@@ -38,11 +38,26 @@ py::object RunOne(const py::object& plan, std::size_t shard, bool retry, unsigne
                     py::arg("crashed") = run.crashed);
 }
 
+void RunAll(const py::object& plan, const std::vector<std::size_t>& shards, const std::vector<std::string>& command,
+            const std::vector<std::string>& first, const std::map<std::string, std::string>& variables, unsigned jobs,
+            const py::object& progress) {
+    const std::string folder = PathOf(plan);
+    Run(progress, [&](korvane::Watcher& watcher) {
+        return korvane::RunShards(folder, shards,
+                                  {.command = command,
+                                   .firstArguments = first,
+                                   .variables = {variables.begin(), variables.end()},
+                                   .jobs = jobs,
+                                   .watcher = &watcher});
+    });
+}
+
 }  // namespace
 
 void BindBatch(py::module_& module) {
     module.def("_plan_batch", Plan);
     module.def("_run_shard", RunOne);
+    module.def("_run_shards", RunAll);
     module.def("_report_batch",
                [](const py::object& plan) { return FromJson(korvane::ToJson(korvane::ReportBatch(PathOf(plan)))); });
     module.def("_batch_table",

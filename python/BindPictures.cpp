@@ -25,16 +25,9 @@ struct Wanted {
 
 SliceOptions OptionsOf(const Wanted& wanted) {
     SliceOptions options;
-    using korvane::Interpolation, korvane::SlabMode, korvane::View;
-    options.view = Choose<View>(
-        wanted.view, {{"axial", View::Axial}, {"coronal", View::Coronal}, {"sagittal", View::Sagittal}}, "view");
-    options.interpolation = Choose<Interpolation>(
-        wanted.interpolation,
-        {{"nearest", Interpolation::Nearest}, {"linear", Interpolation::Linear}, {"shaped", Interpolation::Shaped}},
-        "interpolation");
-    options.slabMode = Choose<SlabMode>(
-        wanted.slabMode, {{"mean", SlabMode::Mean}, {"maximum", SlabMode::Maximum}, {"minimum", SlabMode::Minimum}},
-        "slab_mode");
+    options.view = Choose(korvane::ViewWords(), wanted.view, "view");
+    options.interpolation = Choose(korvane::InterpolationWords(), wanted.interpolation, "interpolation");
+    options.slabMode = Choose(korvane::SlabModeWords(), wanted.slabMode, "slab_mode");
     if (wanted.normal) {
         options.view.reset();
         options.plane = {wanted.point, *wanted.normal, wanted.up};

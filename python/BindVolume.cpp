@@ -144,22 +144,12 @@ py::array RealOf(const Volume& volume) {
     return isWide ? RealAs<double>(volume) : RealAs<float>(volume);
 }
 
-korvane::Irregular PolicyOf(const std::string& word) {
-    using korvane::Irregular;
-    return Choose<Irregular>(word,
-                             {{"keep", Irregular::Keep},
-                              {"reject", Irregular::Reject},
-                              {"resample", Irregular::Resample},
-                              {"split", Irregular::Split}},
-                             "irregular");
-}
-
 // The members that Python's Series and Volume have in common.
 template <class Source>
 py::object ExportOf(const Source& source, const std::string& format, const py::object& to, const std::string& irregular,
                     bool compress, unsigned jobs, const py::object& progress) {
     korvane::ExportOptions options;
-    options.irregular = PolicyOf(irregular);
+    options.irregular = Choose(korvane::PolicyWords(), irregular, "irregular");
     options.compress = compress;
     options.jobs = jobs;
     const std::string target = PathOf(to);
@@ -195,7 +185,7 @@ std::shared_ptr<Volume> LoadSeries(const korvane::Series& series, const py::obje
         options.volume = volume.cast<int>();
         if (options.volume < 1) throw py::value_error("volumes count from 1");
     }
-    const korvane::Irregular policy = PolicyOf(irregular);
+    const korvane::Irregular policy = Choose(korvane::PolicyWords(), irregular, "irregular");
     if (policy != korvane::Irregular::Keep && policy != korvane::Irregular::Reject) {
         throw py::value_error("irregular is 'keep' or 'reject' here; `export` can resample and split");
     }

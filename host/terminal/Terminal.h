@@ -2,10 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace platform {
@@ -32,20 +30,6 @@ bool WasInterrupted();
 /// before.
 [[noreturn]] void EndByInterrupt();
 
-/// A program that was started.
-using ProgramHandle = std::intptr_t;
-inline constexpr ProgramHandle kNoProgram = -1;
-
-/// Starts a program, looked for as the system looks for one, without a shell and without arguments, in the background:
-/// with this one's environment and some variables more, with no input, and what it prints on this one's standard error
-/// (POSIX; nowhere on Windows). Ctrl-C at the terminal does not reach it. `kNoProgram` with the reason in `why`.
-ProgramHandle StartProgram(const std::string& name, const std::vector<std::pair<std::string, std::string>>& variables,
-                           std::string& why);
-
-/// The exit status of a program that has ended (128 and the signal that ended it on POSIX), which is forgotten then;
-/// nothing while it runs.
-std::optional<int> AskProgram(ProgramHandle program);
-
 /// Makes standard output and error take UTF-8 and bytes unchanged, without translation of line ends. On Windows both
 /// are buffered from then on: flush what shall be seen at once.
 void PrepareStandardOutput();
@@ -64,6 +48,9 @@ std::optional<std::string> GetVariable(const char* name);
 
 /// Makes standard input give bytes unchanged.
 void PrepareStandardInput();
+
+/// The file of this program, to start it once more.
+std::string GetOwnProgram();
 
 /// The arguments of `main` in UTF-8, the program's name first.
 std::vector<std::string> GetArguments(int argc, char** argv);

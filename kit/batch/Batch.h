@@ -3,12 +3,14 @@
 
 #include "../core/ExportOutput.h"
 #include "../core/KitExport.h"
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "../export/Export.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace korvane {
@@ -54,6 +56,7 @@ struct BatchRunOptions {
 
 /// What became of the tasks of a shard in one run of it.
 struct BatchRun {
+    std::size_t shard = 0;
     std::size_t written = 0;
     std::size_t whole = 0;    ///< by an earlier run, and their files are there
     std::size_t refused = 0;  ///< by this run or an earlier one
@@ -109,11 +112,31 @@ struct KORVANE_KIT BatchReport {
 /// Throws `Error`: `NotFound` where there is no plan, `Damaged`, `Disk`.
 KORVANE_KIT BatchReport ReportBatch(const std::string& plan);
 
+/// Processes of this machine that work on shards for `RunShards`.
+struct BatchWorkers {
+    /// A program and its first arguments, which a shard's number is put behind. It calls `RunShard` and ends; its output and
+    /// faults go where those of this process go.
+    std::vector<std::string> command{};
+    std::vector<std::string> firstArguments{};  ///< behind the number, of a shard's first process alone
+    std::vector<std::pair<std::string, std::string>> variables{};  ///< of its environment, beside this process's
+    unsigned jobs = 0;                                             ///< processes at once; 0: one for each core
+    Watcher* watcher = nullptr;
+};
+
+/// Has shards worked on (none: all of the plan), each by a process of its own. Where one is ended, by a crash or by somebody,
+/// the watcher is told, and another one goes on with its shard: so a series that ends processes keeps no other from being
+/// converted. Returns when no process works any more; what came of the tasks is in the plan. Throws `Error` as
+/// `ReportBatch`; `Disk` where no process can be started; `Stopped`, once all have been asked to end and did.
+KORVANE_KIT BatchReport RunShards(const std::string& plan, const std::vector<std::size_t>& shards,
+                                  const BatchWorkers& workers);
+
 /// One JSON object with a line end: "schema" ("korvane.batch"), "version" (1), counts, and the tasks.
 KORVANE_KIT std::string ToJson(const BatchReport& report);
 /// A table (RFC 4180): a row of names, then one for each task.
 KORVANE_KIT std::string ToCsv(const BatchReport& report);
-/// Lines for people: the tasks that are not written, and one of counts; not escaped for printing.
-KORVANE_KIT std::vector<std::string> Describe(const BatchReport& report);
+KORVANE_KIT Outcome OutcomeOf(const BatchPlan& plan);
+KORVANE_KIT Outcome OutcomeOf(const BatchRun& run);
+/// The lines are the tasks that were begun and are not written, and one of counts.
+KORVANE_KIT Outcome OutcomeOf(const BatchReport& report);
 
 }  // namespace korvane

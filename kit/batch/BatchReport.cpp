@@ -111,20 +111,49 @@ std::string ToCsv(const BatchReport& report) {
     return table;
 }
 
-std::vector<std::string> Describe(const BatchReport& report) {
-    std::vector<std::string> lines;
+Outcome OutcomeOf(const BatchPlan& plan) {
+    char text[160];
+    std::snprintf(text, sizeof text,
+                  "%llu series in %llu shards, %.1f MB, at most %.1f MB a shard; %llu without images left out",
+                  static_cast<unsigned long long>(plan.tasks), static_cast<unsigned long long>(plan.shards),
+                  static_cast<double>(plan.bytes) / 1e6, static_cast<double>(plan.largest) / 1e6,
+                  static_cast<unsigned long long>(plan.withoutImages));
+    Outcome outcome{.lines = {text}};
+    for (const Finding& finding : plan.unreadable) outcome.faults.push_back(finding.text);
+    if (!plan.unreadable.empty()) {
+        outcome.failure.emplace(ErrorKind::Damaged,
+                                std::to_string(plan.unreadable.size()) + " files or folders not read");
+    }
+    return outcome;
+}
+
+Outcome OutcomeOf(const BatchRun& run) {
+    Outcome outcome{.lines = {"shard " + std::to_string(run.shard) + ": " + std::to_string(run.written) +
+                              " series written, " + std::to_string(run.whole) + " done before, " +
+                              std::to_string(run.refused) + " refused, " + std::to_string(run.crashed) + " crashed"}};
+    const std::size_t failed = run.refused + run.crashed;
+    if (failed > 0)
+        outcome.failure.emplace(ErrorKind::Damaged,
+                                std::to_string(failed) + " series not written; the report says why");
+    return outcome;
+}
+
+Outcome OutcomeOf(const BatchReport& report) {
+    Outcome outcome;
     for (const BatchTask& task : report.tasks) {
         if (task.status == Status::Written || task.status == Status::Open) continue;
-        lines.push_back("task " + std::to_string(task.number) + ", series " + std::to_string(task.series) + " \"" +
-                        task.description + "\": " + WordOf(task.status) + (task.why.empty() ? "" : ": " + task.why));
+        outcome.lines.push_back("task " + std::to_string(task.number) + ", series " + std::to_string(task.series) +
+                                " \"" + task.description + "\": " + WordOf(task.status) +
+                                (task.why.empty() ? "" : ": " + task.why));
     }
     std::string counts = std::to_string(report.tasks.size()) + " series";
     for (const Status status : kAll) {
         const std::size_t count = report.Count(status);
         if (count != 0) counts += ", " + std::to_string(count) + ' ' + WordOf(status);
     }
-    lines.push_back(counts);
-    return lines;
+    outcome.lines.push_back(counts);
+    if (!report.IsWhole()) outcome.failure.emplace(ErrorKind::Damaged, "not all series are written");
+    return outcome;
 }
 
 }  // namespace korvane

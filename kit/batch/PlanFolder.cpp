@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <unordered_map>
 #include <utility>
 
 namespace fs = std::filesystem;
@@ -142,7 +143,7 @@ PlanHead PlanFolder::ReadHead() const {
         head.options.name = json.at("name");
         head.options.compress = json.at("compress");
         head.options.sidecar = json.at("sidecar");
-        head.options.irregular = PolicyOf(json.at("irregular"));
+        head.options.irregular = PolicyWords().at(json.at("irregular"));
         return head;
     } catch (const std::exception& error) {
         throw Error(ErrorKind::Damaged, path + ": " + error.what()).InFile(path);
@@ -159,14 +160,14 @@ std::vector<BatchTask> PlanFolder::ReadShard(std::size_t shard, std::vector<int>
         throw Error(ErrorKind::Damaged, path + ": " + error.what()).InFile(path);
     }
     attempts.assign(tasks.size(), 0);
+    std::unordered_map<std::size_t, std::size_t> places;  // of tasks, by their numbers
+    for (std::size_t i = 0; i < tasks.size(); ++i) places.emplace(tasks[i].number, i);
     std::ifstream results(PathFromText(NameOf("results", shard, ".jsonl")), std::ios::binary);
     for (std::string text; std::getline(results, text);) {
         const nlohmann::json line = nlohmann::json::parse(text, nullptr, false);
         try {
-            const std::size_t number = line.at("task");
-            for (std::size_t i = 0; i < tasks.size(); ++i) {
-                if (tasks[i].number == number) Take(line, tasks[i], attempts[i]);
-            }
+            const auto place = places.find(line.at("task").get<std::size_t>());
+            if (place != places.end()) Take(line, tasks[place->second], attempts[place->second]);
         } catch (const nlohmann::json::exception&) {  // cut by the end of a process
         }
     }

@@ -34,6 +34,7 @@ public:
         }
         Lock();
         m_Tasks = m_Plan.ReadShard(shard, m_Attempts);
+        m_Run.shard = shard;
     }
 
     BatchRun Do() {
@@ -124,7 +125,9 @@ private:
 
     /// Why not all of it was written; "" when all was.
     std::string Export(BatchTask& task, bool isOwn) const {
-        const Found found = Find(task.files, {.jobs = m_Options.jobs, .watcher = nullptr});
+        StopOnly watcher(m_Watch);
+        const Found found = Find(task.files, {.jobs = m_Options.jobs, .watcher = &watcher});
+        m_Watch.StopIfAsked();  // a file whose opening was broken off counts as one that cannot be read
         if (!found.GetUnreadable().empty()) return found.GetUnreadable().front().text;
         std::size_t images = 0;
         for (const Series& series : found.GetSeries()) images += series.CountImages();
@@ -139,7 +142,6 @@ private:
         options.each.sidecar = m_Head.options.sidecar;
         options.each.irregular = m_Head.options.irregular;
         options.jobs = m_Options.jobs;
-        StopOnly watcher(m_Watch);
         options.watcher = &watcher;
         const ExportAllReport report = ExportAll(found, m_Head.options.format, m_Head.output, options);
         std::string why;

@@ -64,6 +64,8 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::SeveralNumbers: return "several numbers";
     case FindingKind::PaddingDiffers: return "padding differs";
     case FindingKind::RescaleUnusable: return "rescale unusable";
+    case FindingKind::CommandFailed: return "command failed";
+    case FindingKind::ProcessEnded: return "process ended";
     }
     return "unknown";
 }

@@ -72,6 +72,8 @@ enum class FindingKind {
     SeveralNumbers,    ///< one series UID, several series numbers; `count` of them, each a series of its own here
     PaddingDiffers,    ///< slices name different values for padding, or some name none
     RescaleUnusable,   ///< a slope of 0, or one without an intercept: values are as stored; `slices`
+    CommandFailed,     ///< a program that the job ran for its caller could not be started, or failed
+    ProcessEnded,      ///< a process of the job was ended, and another one goes on with its work
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

@@ -30,6 +30,11 @@ std::string TextFromPath(const fs::path& path) {
     return {text.begin(), text.end()};
 }
 
+std::string WithoutEndSlash(std::string folder) {
+    while (folder.size() > 1 && (folder.back() == '/' || folder.back() == '\\')) folder.pop_back();
+    return folder;
+}
+
 void ListFolder(const fs::path& folder, std::vector<std::string>& files, std::vector<std::string>& unreadable,
                 const Watch& watch) {
     std::error_code error;

@@ -16,6 +16,9 @@ std::filesystem::path PathFromText(const std::string& text);
 /// the same bytes everywhere.
 std::string TextFromPath(const std::filesystem::path& path);
 
+/// The path of a folder without slashes and backslashes at its end, but for the root.
+std::string WithoutEndSlash(std::string folder);
+
 /// Appends the regular files in a folder and below it, and a line for each folder that cannot be read.
 void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
                 std::vector<std::string>& unreadable, const Watch& watch = {});

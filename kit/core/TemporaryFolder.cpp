@@ -27,7 +27,7 @@ std::string SystemFolder() {
 
 TemporaryFolder::TemporaryFolder(const std::string& under) {
     std::string parent = under.empty() ? SystemFolder() : under;
-    while (parent.size() > 1 && parent.ends_with('/')) parent.pop_back();
+    parent = WithoutEndSlash(parent);
     std::random_device random;
     for (int i = 0; i < kMostTries; ++i) {
         m_Path = parent + "/korvane-" + std::to_string(random()) + std::to_string(random());

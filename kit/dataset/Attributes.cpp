@@ -37,6 +37,12 @@ const AttributeRow* FindKeyword(std::string_view keyword) {
     return row != std::end(kAttributes) && row->keyword == keyword ? row : nullptr;
 }
 
+std::vector<std::string> GetKeywords() {
+    std::vector<std::string> keywords;
+    for (const AttributeRow& row : kAttributes) keywords.emplace_back(row.keyword);
+    return keywords;
+}
+
 const AttributeRow* FindAttribute(Tag tag) {
     const auto& rows = AttributesByTag();
     const auto key = static_cast<std::uint32_t>(tag);

@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace korvane {
 
@@ -29,6 +31,9 @@ struct PrivateRow {
 
 /// Null for what is no keyword.
 const AttributeRow* FindKeyword(std::string_view keyword);
+/// All of them.
+std::vector<std::string> GetKeywords();
+
 /// Null for a tag without a keyword.
 const AttributeRow* FindAttribute(Tag tag);
 /// The row of a private element of a data set, by the creator that stands in its block; null when it is not known.

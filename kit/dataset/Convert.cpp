@@ -255,6 +255,8 @@ void Conversion::ConvertFolder(const std::string& input, const std::string& outp
     for (const std::string& line : unreadable) Tell(FindingKind::Unreadable, input, line);
     m_Report.failed = unreadable.size();
     m_Report.isFolder = true;
+    m_Report.input = input;
+    m_Report.output = output;
     MakeDirectory(output);
     TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(files.size()));
     for (const std::string& path : files) {
@@ -277,6 +279,21 @@ ConvertReport Convert(const std::string& input, const std::string& output, const
     Conversion conversion(options);
     conversion.ConvertFolder(input, output);
     return conversion.TakeReport();
+}
+
+Outcome OutcomeOf(const ConvertReport& report) {
+    Outcome outcome;
+    if (!report.isFolder) return outcome;
+    outcome.lines.push_back(std::to_string(report.written) + " files written to " + report.output + " as " +
+                            report.syntax);
+    if (report.notDicom > 0)
+        outcome.lines.push_back(std::to_string(report.notDicom) + " files are not DICOM and were left out");
+    if (report.failed > 0) {
+        outcome.failure.emplace(ErrorKind::Disk, std::to_string(report.failed) + " files could not be converted");
+    } else if (report.written == 0) {
+        outcome.failure.emplace(ErrorKind::NotDicom, report.input + ": no DICOM files");
+    }
+    return outcome;
 }
 
 ConvertReport Convert(std::istream& input, const std::string& output, const ConvertOptions& options) {

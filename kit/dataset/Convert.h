@@ -6,6 +6,7 @@
 
 #include "../core/Finding.h"
 #include "../core/KitExport.h"
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "ElementPath.h"
 
@@ -32,6 +33,8 @@ struct ConvertOptions {
 
 /// What became of the files.
 struct ConvertReport {
+    std::string input;  ///< the folders, as they were given
+    std::string output;
     std::string syntax;        ///< the name of the target and its UID
     bool isFolder = false;     ///< whether a folder was converted, or one file
     std::size_t written = 0;   ///< files
@@ -39,6 +42,9 @@ struct ConvertReport {
     std::size_t failed = 0;    ///< files and folders that could not be read, converted or written; see `findings`
     std::vector<Finding> findings{};  ///< each was told to the watcher too
 };
+
+/// Lines for folders alone. The faults have been told to the watcher.
+KORVANE_KIT Outcome OutcomeOf(const ConvertReport& report);
 
 /// "implicit", "explicit", "big": uncompressed; "rle", "jpegll": compressed without loss.
 KORVANE_KIT std::vector<std::string> GetSyntaxWords();

@@ -1,6 +1,7 @@
 #include "ElementPath.h"
 
 #include "../core/Error.h"
+#include "../core/NearestWord.h"
 #include "Attributes.h"
 
 #include <charconv>
@@ -25,7 +26,11 @@ tags::Tag TagFrom(std::string_view name, const std::string& whole) {
         return static_cast<tags::Tag>(number);
     }
     const AttributeRow* const row = FindKeyword(name);
-    if (row == nullptr) Refuse(whole, "no attribute of the standard has this keyword, nor is it a tag");
+    if (row == nullptr) {
+        const std::string nearest = NearestWord(name, GetKeywords());
+        Refuse(whole, "no attribute of the standard has this keyword, nor is it a tag" +
+                          (nearest.empty() ? "" : "; did you mean " + nearest + "?"));
+    }
     return static_cast<tags::Tag>(row->tag);
 }
 

@@ -10,6 +10,7 @@
 #include <array>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,8 @@ enum class Irregular {
 
 /// The words "keep", "reject", "resample", "split".
 KORVANE_KIT const char* WordOf(Irregular policy);
-/// The policy of such a word. Throws `Error` of kind `WrongArgument`.
-KORVANE_KIT Irregular PolicyOf(const std::string& word);
+/// The policies by these words.
+KORVANE_KIT const std::map<std::string, Irregular>& PolicyWords();
 
 /// How an export is made. The defaults write all files, whole, and no report.
 struct ExportOptions {

@@ -56,7 +56,7 @@ public:
         if (ExportFormat::Find(format) == nullptr) ExportJob(format, folder + "/name", options.each);
         m_Report.format = format;
         if (options.bids) SetBids(*options.bids);
-        while (m_Folder.ends_with('/') && !m_Destination.isFtp) m_Folder.pop_back();
+        if (!m_Destination.isFtp) m_Folder = WithoutEndSlash(m_Folder);
         m_Destination.name.clear();
         m_Report.destination = m_Destination.isFtp ? m_Destination.Describe() : m_Destination.directory;
         for (const Finding& finding : found.GetUnreadable()) m_Report.unreadable.push_back(finding.text);
@@ -254,6 +254,10 @@ private:
 
 ExportAllReport ExportAll(const Found& found, const std::string& format, const std::string& folder,
                           const ExportAllOptions& options) {
+    if (found.GetSeries().empty()) {
+        const std::string& first = found.GetFiles().paths.front();
+        throw Error(ErrorKind::NotFound, first + ": no DICOM files").InFile(first);
+    }
     return Run(found, format, folder, options).Do();
 }
 

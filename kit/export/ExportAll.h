@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../core/KitExport.h"
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "../study/Find.h"
 #include "Export.h"
@@ -82,11 +83,11 @@ KORVANE_KIT const char* WordOf(ExportedSeries::Status status);
 /// Writes all volumes of all series into a folder, which is made where it is missing: "path", "file:path" or
 /// "ftp:user%password@host/path". A series is written whole or not at all; one that fails is told in the report, and the
 /// others go on. Volumes that mean different things (echoes, phases, maps) become files whose names end in that; the
-/// names do not depend on `jobs`. Throws `Error` for arguments that are wrong, a report file that cannot be written, and
+/// names do not depend on `jobs`. Throws `Error` for arguments that are wrong, where nothing was found (`NotFound`), a report file that cannot be written, and
 /// `Stopped`, then with a report file of what was done.
 ///
 ///     const auto report = korvane::ExportAll(korvane::Find({"study"}), "nifti", "out");
-///     for (const std::string& line : korvane::Describe(report)) std::cout << line << '\n';
+///     for (const std::string& line : korvane::OutcomeOf(report).lines) std::cout << line << '\n';
 KORVANE_KIT ExportAllReport ExportAll(const Found& found, const std::string& format, const std::string& folder,
                                       const ExportAllOptions& options = {});
 
@@ -94,7 +95,7 @@ KORVANE_KIT ExportAllReport ExportAll(const Found& found, const std::string& for
 /// the list, each with its status, files and, where it was worked on, its own report as of `Export`.
 KORVANE_KIT std::string ToJson(const ExportAllReport& report);
 
-/// A table in lines for people, one or more for each series, and a line of counts; not escaped for printing.
-KORVANE_KIT std::vector<std::string> Describe(const ExportAllReport& report);
+/// The lines are a table, one or more for each series, and a line of counts.
+KORVANE_KIT Outcome OutcomeOf(const ExportAllReport& report);
 
 }  // namespace korvane

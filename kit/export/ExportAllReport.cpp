@@ -110,15 +110,21 @@ std::string ToJson(const ExportAllReport& report) {
     return json.dump(1) + "\n";
 }
 
-std::vector<std::string> Describe(const ExportAllReport& report) {
-    std::vector<std::string> lines;
-    for (const ExportedSeries& series : report.series) AddLines(series, lines);
-    for (const std::string& line : report.unreadable) lines.push_back("not read: " + line);
+Outcome OutcomeOf(const ExportAllReport& report) {
+    Outcome outcome;
+    for (const ExportedSeries& series : report.series) AddLines(series, outcome.lines);
+    for (const std::string& line : report.unreadable) outcome.lines.push_back("not read: " + line);
     const auto count = [&](Status status) { return std::to_string(report.Count(status)); };
-    lines.push_back(std::to_string(report.series.size()) + " series: " + count(Status::Written) + " written, " +
-                    count(Status::Refused) + " refused, " + count(Status::Whole) + " done before, " +
-                    count(Status::NoImage) + " without image");
-    return lines;
+    outcome.lines.push_back(std::to_string(report.series.size()) + " series: " + count(Status::Written) + " written, " +
+                            count(Status::Refused) + " refused, " + count(Status::Whole) + " done before, " +
+                            count(Status::NoImage) + " without image");
+    if (!report.IsWhole()) {
+        outcome.failure.emplace(ErrorKind::Damaged, count(Status::Refused) + " of " +
+                                                        std::to_string(report.series.size()) + " series refused, " +
+                                                        std::to_string(report.unreadable.size()) +
+                                                        " files or folders not read");
+    }
+    return outcome;
 }
 
 }  // namespace korvane

@@ -1,6 +1,5 @@
 #include "ExportReport.h"
 
-#include "../core/Error.h"
 #include "../core/JsonText.h"
 #include "../study/FindingJson.h"
 #include "../study/SeriesFindings.h"
@@ -145,11 +144,12 @@ const char* WordOf(Irregular policy) {
     return "keep";
 }
 
-Irregular PolicyOf(const std::string& word) {
-    for (const Irregular policy : {Irregular::Keep, Irregular::Reject, Irregular::Resample, Irregular::Split}) {
-        if (word == WordOf(policy)) return policy;
-    }
-    throw Error(ErrorKind::WrongArgument, "there is no policy \"" + word + '"');
+const std::map<std::string, Irregular>& PolicyWords() {
+    static const std::map<std::string, Irregular> s_words = {{"keep", Irregular::Keep},
+                                                             {"reject", Irregular::Reject},
+                                                             {"resample", Irregular::Resample},
+                                                             {"split", Irregular::Split}};
+    return s_words;
 }
 
 void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPlan& plan) {

@@ -1,6 +1,7 @@
 #include "DirectoryCheck.h"
 
 #include "../core/Error.h"
+#include "../core/Paths.h"
 #include "../dataset/DataSetFile.h"
 #include "../dataset/Toolkit.h"
 #include "MediaHeader.h"
@@ -233,7 +234,8 @@ MediumContents CheckDirectory(const std::string& root, const std::string& direct
 }
 
 MediumContents CheckMedium(const std::string& root, MediumDepth depth, Watcher* watcher) {
-    return CheckDirectory(root, root + "/DICOMDIR", depth, watcher);
+    const std::string folder = WithoutEndSlash(root);
+    return CheckDirectory(folder, folder + "/DICOMDIR", depth, watcher);
 }
 
 }  // namespace korvane

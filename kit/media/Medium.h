@@ -2,6 +2,7 @@
 #pragma once
 
 #include "../core/KitExport.h"
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 
 #include <cstddef>
@@ -19,9 +20,12 @@ struct MediumOptions {
     Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
+/// Why a text is no file-set ID; empty when it is one.
+KORVANE_KIT std::string FaultOfFileSetId(const std::string& id);
+
 /// What the DICOMDIR of a medium leads to.
 struct MediumContents {
-    std::string root;  ///< the folder of the medium, as it was given
+    std::string root;  ///< the folder of the medium, as it was given but for slashes at its end
     std::size_t patients = 0;
     std::size_t studies = 0;
     std::size_t series = 0;
@@ -74,5 +78,7 @@ KORVANE_KIT MediumContents CheckMedium(const std::string& root, MediumDepth dept
 /// meaning or goes), counts of records, and what was left out.
 KORVANE_KIT std::string ToJson(const MediumContents& contents);
 KORVANE_KIT std::string ToJson(const MediumReport& report);
+KORVANE_KIT Outcome OutcomeOf(const MediumContents& contents);
+KORVANE_KIT Outcome OutcomeOf(const MediumReport& report);
 
 }  // namespace korvane

@@ -274,7 +274,7 @@ private:
         return error != 0 && !message.ends_with(reason) ? message + ": " + reason : message;
     }
 
-    const std::string& m_Root;
+    const std::string m_Root;
     const MediumOptions& m_Options;
     Watch m_Watch;
     Builder m_Builder;
@@ -284,10 +284,17 @@ private:
 
 }  // namespace
 
+std::string FaultOfFileSetId(const std::string& id) {
+    const bool fits = id.size() <= 16 && id.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_ ") == id.npos;
+    return fits ? "" : "a file-set ID is at most 16 of A-Z, 0-9, _ and space";
+}
+
 MediumReport BuildMedium(const std::string& root, const std::vector<std::string>& sources,
                          const MediumOptions& options) {
     if (sources.empty()) throw Error(ErrorKind::WrongArgument, "no files given");
-    return MediumJob(root, options).Run(sources);
+    if (const std::string fault = FaultOfFileSetId(options.fileSetId); !fault.empty())
+        throw Error(ErrorKind::WrongArgument, fault);
+    return MediumJob(WithoutEndSlash(root), options).Run(sources);
 }
 
 }  // namespace korvane

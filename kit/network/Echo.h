@@ -1,6 +1,7 @@
 // Checks whether a DICOM program answers: verification (C-ECHO, PS3.4 A).
 #pragma once
 
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "Peer.h"
 
@@ -31,5 +32,6 @@ KORVANE_KIT EchoReport Echo(const Peer& peer, const EchoOptions& options = {});
 /// One object: "schema" ("korvane.echo"), "version" (1; it grows when a member changes its meaning or goes), and the
 /// members of the report.
 KORVANE_KIT std::string ToJson(const EchoReport& report);
+KORVANE_KIT Outcome OutcomeOf(const EchoReport& report);
 
 }  // namespace korvane

@@ -55,6 +55,8 @@ public:
 
     RetrieveReport Run() {
         CheckRetrieveKeys(m_Options);
+        m_Report.peer = m_Peer.Name();
+        m_Report.folder = m_Options.folder;
         if (m_Options.folder.empty()) throw Error(ErrorKind::WrongArgument, "no folder is given");
         const auto start = std::chrono::steady_clock::now();
         m_Units = FindUnitsWithClasses(m_Peer, m_Options);

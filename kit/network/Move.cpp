@@ -114,6 +114,9 @@ public:
 
     RetrieveReport Run() {
         CheckRetrieveKeys(m_Options);
+        m_Report.peer = m_Peer.Name();
+        m_Report.folder = m_Options.folder;
+        m_Report.destination = m_Options.destination;
         if (const std::string fault = FaultOfTitle(m_Destination); !fault.empty()) {
             throw Error(ErrorKind::WrongArgument, fault);
         }

@@ -25,5 +25,7 @@ struct Peer {
 
 /// Why a text is not an application entity title; empty when it is one.
 KORVANE_KIT std::string FaultOfTitle(const std::string& title);
+/// Why a text is neither a port nor can be the name of a service; empty when it is. Names are looked up later.
+KORVANE_KIT std::string FaultOfPort(const std::string& port);
 
 }  // namespace korvane

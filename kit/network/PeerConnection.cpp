@@ -54,9 +54,17 @@ std::string FaultOfTitle(const std::string& title) {
     return fits ? "" : "an AE title is at most 16 letters, digits and other ASCII characters without backslash";
 }
 
+std::string FaultOfPort(const std::string& port) {
+    if (port.empty()) return "a port is a number or the name of a service";
+    if (port.find_first_not_of("0123456789") != std::string::npos) return {};
+    const bool fits = port.size() <= 5 && std::stoi(port) >= 1 && std::stoi(port) <= 65535;
+    return fits ? "" : "a port is a number from 1 to 65535 or the name of a service";
+}
+
 PeerConnection::PeerConnection(const Peer& peer, const Watch& watch) : m_Peer(peer), m_Watch(watch) {
-    for (const std::string& title : {peer.ownTitle, peer.peerTitle}) {
-        if (const std::string fault = FaultOfTitle(title); !fault.empty()) throw Error(ErrorKind::WrongArgument, fault);
+    for (const std::string& fault :
+         {FaultOfTitle(peer.ownTitle), FaultOfTitle(peer.peerTitle), FaultOfPort(peer.port)}) {
+        if (!fault.empty()) throw Error(ErrorKind::WrongArgument, fault);
     }
     m_Service.SetStopCheck(watch.GetStopQuestion());
     if (peer.tls.isOn) m_pTls = std::make_unique<TlsContext>(peer.tls, TlsContext::Side::Connects);

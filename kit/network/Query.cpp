@@ -96,6 +96,14 @@ QueryReport QueryJob::Run() {
     }
     if (m_Connection.GetService().GetState() == DcmService::State::Established) m_Connection.GetService().Release();
     m_Report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    if (m_Report.ignoredKeys) {
+        m_Watch.Tell({.kind = FindingKind::PeerWarned,
+                      .text = "the peer left out a key that it cannot match: there may be too many answers"});
+    }
+    if (m_Report.isCut) {
+        m_Watch.Tell({.kind = FindingKind::PeerWarned,
+                      .text = "there may be more: these are the first " + std::to_string(m_Report.matches.size())});
+    }
     return std::move(m_Report);
 }
 

@@ -5,6 +5,7 @@
 //         std::cout << study.Text("StudyInstanceUID") << '\n';
 #pragma once
 
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "../dataset/DataSet.h"
 #include "Peer.h"
@@ -51,6 +52,7 @@ struct QueryReport {
     QueryLevel level = QueryLevel::Study;
     std::vector<std::string> columns;  ///< the keys that were asked for, in the order in which they were given
     std::vector<DataSet> matches;
+    // The watcher is told of these two.
     bool isCut = false;        ///< the limit was reached, and there may be more
     bool ignoredKeys = false;  ///< the peer has ignored some key in matching, so that there may be too many matches
     double seconds = 0;        ///< duration of the whole query
@@ -67,5 +69,7 @@ KORVANE_KIT QueryReport Query(const Peer& peer, const QueryOptions& options);
 /// One object: "schema" ("korvane.find"), "version" (1; it grows when a member changes its meaning or goes), the
 /// members of the report, and "matches" in the DICOM JSON model (PS3.18 F).
 KORVANE_KIT std::string ToJson(const QueryReport& report);
+/// The lines are a table: a row of names, then one for each match.
+KORVANE_KIT Outcome OutcomeOf(const QueryReport& report);
 
 }  // namespace korvane

@@ -6,6 +6,7 @@
 #include "../core/Watch.h"
 #include "Connection.h"
 #include "ReceivedFiles.h"
+#include "StudyCommands.h"
 
 #include "Dicom/Lib/network/StorageProvider.h"
 #include "platform/FolderLock.h"
@@ -16,6 +17,7 @@
 #include <atomic>
 #include <chrono>
 #include <exception>
+#include <fstream>
 #include <functional>
 #include <list>
 #include <map>
@@ -33,6 +35,7 @@ using Event = DcmService::Event;
 
 constexpr int kLook = 50;  // milliseconds between two questions whether to stop
 constexpr int kLongestLook = 20;
+constexpr int kUsualQuiet = 30;          // seconds
 constexpr unsigned kMostRejecting = 64;  // threads that only reject associations
 constexpr int kRejectSeconds = 5;        // seconds for the request of a peer that will be rejected
 
@@ -49,7 +52,7 @@ struct Served {
 class Receiver {
 public:
     Receiver(const ReceiveOptions& options, ReceiveObserver& observer)
-        : m_Options(options), m_Observer(observer), m_Watch(options.watcher) {
+        : m_Options(options), m_Observer(observer), m_Watch(options.watcher), m_Commands(options.onStudy, m_Watch) {
         m_Policy.aeTitle = options.ownTitle;
         m_Policy.callingTitles = options.callers;
         m_Policy.acceptsSyntax = [](std::string_view syntax) {
@@ -94,6 +97,8 @@ public:
         EndAll();
         if (!m_Watch.IsStopped()) TellOfStudies(std::chrono::seconds(0));
         if (m_Failure) std::rethrow_exception(m_Failure);
+        m_Commands.Finish();
+        m_Report.failedCommands = m_Commands.GetFailed();
         if (m_bBrokenOff) throw Error(ErrorKind::Stopped, "stopped");
         return m_Report;
     }
@@ -143,6 +148,7 @@ private:
                 }
                 const ReceivedStudy study = std::move(at->second.study);
                 at = m_Studies.erase(at);
+                m_Commands.Add(study);
                 m_Observer.OnStudy(study);
             }
         });
@@ -162,6 +168,7 @@ private:
     }
 
     bool GoesOn() {
+        m_Commands.Look();
         Observe([this] {
             if (!m_Observer.OnLook(kLongestLook)) m_bEnd = true;
         });
@@ -231,7 +238,19 @@ private:
         association.rejected = true;
         association.error = why;
         served.socket.Close();
-        Observe([&] { m_Observer.OnEnd(association); });
+        TellOfEnd(association);
+    }
+
+    // A line of the log too, which is opened for each, so that it can be put away meanwhile.
+    void TellOfEnd(const ReceivedAssociation& association) {
+        Observe([&] {
+            if (!m_Options.log.empty()) {
+                std::ofstream log(PathFromText(m_Options.log), std::ios::app | std::ios::binary);
+                log << ToJson(association) + '\n' << std::flush;
+                if (!log) throw Error(ErrorKind::Disk, m_Options.log + ": cannot write the log").InFile(m_Options.log);
+            }
+            m_Observer.OnEnd(association);
+        });
     }
 
     void Serve(Served& served) {
@@ -315,12 +334,13 @@ private:
                 if (!association.released) ++m_Report.broken;
             }
         }
-        if (!brokenOff) Observe([&] { m_Observer.OnEnd(association); });
+        if (!brokenOff) TellOfEnd(association);
     }
 
     const ReceiveOptions& m_Options;
     ReceiveObserver& m_Observer;
     Watch m_Watch;
+    StudyCommands m_Commands;  // used by the calling thread only
     AcceptPolicy m_Policy;
     AcceptPolicy m_Busy;  // rejects everything, as transient
     SocketLibrary m_Library;
@@ -348,7 +368,9 @@ bool ReceiveObserver::OnLook(int /*milliseconds*/) {
 
 ReceiveReport Receive(const ReceiveOptions& options, ReceiveObserver* observer) {
     ReceiveObserver silent;
-    return Receiver(options, observer != nullptr ? *observer : silent).Run();
+    ReceiveOptions own = options;
+    if (own.studyQuiet == 0 && !own.onStudy.empty()) own.studyQuiet = kUsualQuiet;
+    return Receiver(own, observer != nullptr ? *observer : silent).Run();
 }
 
 }  // namespace korvane

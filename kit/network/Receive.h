@@ -2,11 +2,13 @@
 #pragma once
 
 #include "../core/KitExport.h"
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "TlsOptions.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,9 @@ namespace korvane {
 /// Folders within the receiver's: none, or one for each patient, for each study in that, and for each series in that.
 /// They are named by Patient ID and UIDs, with a number behind what is no plain name for a file.
 enum class FileLayout { Flat, Patient, Study, Series };
+
+/// "flat", "patient", "study", "series".
+KORVANE_KIT const std::map<std::string, FileLayout>& LayoutWords();
 
 /// Where `Receive` listens and stores, and which peers it accepts.
 struct ReceiveOptions {
@@ -32,9 +37,14 @@ struct ReceiveOptions {
     unsigned limitPerAddress = 0;        ///< associations at once from one address; 0: as many as `limit`
     std::uint64_t keepFree = std::uint64_t{64} << 20;  ///< bytes; with less free disk, data sets are refused (0xA700)
     bool sync = true;                                  ///< success is answered only when the file is on the disk itself
-    int requestTimeout = 30;     ///< seconds until a peer that has connected must have asked for an association
-    int timeout = 300;           ///< seconds that a peer may be silent later
-    int studyQuiet = 0;          ///< seconds without a new file after which the observer is told of a study; 0: never
+    int requestTimeout = 30;  ///< seconds until a peer that has connected must have asked for an association
+    int timeout = 300;        ///< seconds that a peer may be silent later
+    int studyQuiet = 0;       ///< seconds without a new file after which the observer is told of a study; 0: never
+    /// A program's name or path, run for each study that is quiet (after 30 seconds unless `studyQuiet` says otherwise):
+    /// without a shell and without arguments, up to four at once, with KORVANE_STUDY, KORVANE_PATIENT, KORVANE_CALLING,
+    /// KORVANE_FOLDER and KORVANE_FILES in its environment. Failures are told to the watcher, and counted. Empty: none.
+    std::string onStudy{};
+    std::string log{};           ///< a file that a line of `ToJson` is appended to for each association; empty: none
     Watcher* watcher = nullptr;  ///< stops the work; the folder's files are whole then
 };
 
@@ -104,7 +114,8 @@ struct ReceiveReport {
     std::size_t associations = 0;
     std::size_t stored = 0;
     std::size_t refused = 0;
-    std::size_t broken = 0;  ///< associations that ended in another way than by release
+    std::size_t broken = 0;          ///< associations that ended in another way than by release
+    std::size_t failedCommands = 0;  ///< studies for which `onStudy` was not started, or failed
 };
 
 /// Stores data sets as Part 10 files named "<SOP instance UID>.dcm", whole or not at all, for up to `limit` peers at
@@ -125,5 +136,11 @@ KORVANE_KIT std::string ListeningJson(std::uint16_t port);
 KORVANE_KIT std::string ToJson(const ReceivedFile& file);
 KORVANE_KIT std::string ToJson(const ReceivedAssociation& association);
 KORVANE_KIT std::string ToJson(const ReceivedStudy& study);
+
+/// A file has a fault where it was not stored, or is odd; an association a line, and a fault where it broke; the report a
+/// failure alone, for what was done was told by events.
+KORVANE_KIT Outcome OutcomeOf(const ReceivedFile& file);
+KORVANE_KIT Outcome OutcomeOf(const ReceivedAssociation& association);
+KORVANE_KIT Outcome OutcomeOf(const ReceiveReport& report);
 
 }  // namespace korvane

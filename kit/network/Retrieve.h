@@ -4,6 +4,7 @@
 //     const auto report = korvane::Get({.host = "pacs", .port = "104"}, asked);
 #pragma once
 
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "Peer.h"
 #include "Query.h"
@@ -41,7 +42,10 @@ struct RetrieveReport {
         std::string what;  ///< "study 1.2.3", "series 1.2.3"; or of one instance its UID
         std::string why;
     };
-    std::size_t asked = 0;  ///< patients, studies, series (for `Get`: always series) or instances that were asked for
+    std::string peer;         ///< its name, as `Peer::Name` has it
+    std::string folder;       ///< where files were stored; empty where a third program got them
+    std::string destination;  ///< AE title of that one
+    std::size_t asked = 0;    ///< patients, studies, series (for `Get`: always series) or instances that were asked for
     std::size_t completed = 0;        ///< successful sub-operations, by the peer's count; warnings are among them
     std::size_t failed = 0;           ///< failed sub-operations, by the peer's count
     std::size_t stored = 0;           ///< files that were stored here
@@ -68,5 +72,6 @@ KORVANE_KIT RetrieveReport Move(const Peer& peer, const RetrieveOptions& options
 /// One object: "schema" ("korvane.retrieve"), "version" (1; it grows when a member changes its meaning or goes), and
 /// the members of the report.
 KORVANE_KIT std::string ToJson(const RetrieveReport& report);
+KORVANE_KIT Outcome OutcomeOf(const RetrieveReport& report);
 
 }  // namespace korvane

@@ -48,6 +48,8 @@ public:
 
     SendReport Run(const std::vector<std::string>& sources) {
         if (sources.empty() && !m_Queue) throw Error(ErrorKind::WrongArgument, "nothing to send");
+        m_Report.peer = m_Peer.Name();
+        m_Report.sources = sources;
         SendList list = ListFilesToSend(sources.empty() ? m_Queue->GetUnstored() : sources, m_Watch);
         m_Report.failed = std::move(list.failed);
         m_Report.leftOut = std::move(list.leftOut);

@@ -1,6 +1,7 @@
 // Sends files to a DICOM program that stores them (C-STORE as user, PS3.4 B).
 #pragma once
 
+#include "../core/Outcome.h"
 #include "../core/Watcher.h"
 #include "Peer.h"
 
@@ -33,6 +34,8 @@ struct SendReport {
         std::string why;           ///< the reason, a sentence for people
         std::uint16_t status = 0;  ///< of the provider's answer (PS3.7 C), if there was one
     };
+    std::string peer;                  ///< its name, as `Peer::Name` has it
+    std::vector<std::string> sources;  ///< as they were given
     std::size_t stored = 0;
     std::size_t earlier = 0;  ///< files of the queue that were stored by an earlier run, and not sent now
     std::uint64_t bytes = 0;  ///< of the stored data sets
@@ -66,5 +69,6 @@ KORVANE_KIT SendReport Send(const Peer& peer, const std::vector<std::string>& so
 /// One object: "schema" ("korvane.send"), "version" (1; it grows when a member changes its meaning or goes), and the
 /// members of the report.
 KORVANE_KIT std::string ToJson(const SendReport& report);
+KORVANE_KIT Outcome OutcomeOf(const SendReport& report);
 
 }  // namespace korvane

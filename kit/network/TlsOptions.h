@@ -3,6 +3,7 @@
 
 #include "../core/KitExport.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ enum class TlsProfile {
     Bcp195,         ///< the non-downgrading BCP 195 profile: forward secrecy and authenticated encryption
     ExtendedBcp195  ///< of these the strong ones alone: AES with 256 bits, or ChaCha20
 };
+
+/// "bcp195", "bcp195-extended".
+KORVANE_KIT const std::map<std::string, TlsProfile>& TlsProfileWords();
 
 /// Whether and how a connection is encrypted. Files are PEM. The registered port for DICOM over TLS is 2762.
 struct TlsOptions {

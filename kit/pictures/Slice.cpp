@@ -59,6 +59,36 @@ void CheckOutput(const std::string& output, const SliceOptions& options) {
 
 }  // namespace
 
+const char* WordOf(View view) {
+    switch (view) {
+    case View::Coronal: return "coronal";
+    case View::Sagittal: return "sagittal";
+    case View::Axial: break;
+    }
+    return "axial";
+}
+
+const std::map<std::string, View>& ViewWords() {
+    static const std::map<std::string, View> s_words = {
+        {"axial", View::Axial}, {"coronal", View::Coronal}, {"sagittal", View::Sagittal}};
+    return s_words;
+}
+
+const std::map<std::string, Interpolation>& InterpolationWords() {
+    static const std::map<std::string, Interpolation> s_words = {
+        {"nearest", Interpolation::Nearest}, {"linear", Interpolation::Linear}, {"shaped", Interpolation::Shaped}};
+    return s_words;
+}
+
+const std::map<std::string, SlabMode>& SlabModeWords() {
+    static const std::map<std::string, SlabMode> s_words = {{"mean", SlabMode::Mean},
+                                                            {"max", SlabMode::Maximum},
+                                                            {"maximum", SlabMode::Maximum},
+                                                            {"min", SlabMode::Minimum},
+                                                            {"minimum", SlabMode::Minimum}};
+    return s_words;
+}
+
 SlicePicture Slice(const Volume& volume, const SliceOptions& options) {
     if (options.stored) return ImageJob(volume.GetSeries(), 0, options, "").Draw();
     SliceableVolume sliceable(volume, options);

@@ -7,6 +7,7 @@
 #include "Picture.h"
 
 #include <array>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,13 +22,21 @@ enum class View { Axial, Coronal, Sagittal };
 
 /// The words "axial", "coronal", "sagittal".
 KORVANE_KIT const char* WordOf(View view);
+/// The views by these words.
+KORVANE_KIT const std::map<std::string, View>& ViewWords();
 
 /// How a value between voxels is made: that of the nearest one, trilinear, or linear in the plane with smoothed weights
 /// between planes.
 enum class Interpolation { Nearest, Linear, Shaped };
 
+/// "nearest", "linear", "shaped".
+KORVANE_KIT const std::map<std::string, Interpolation>& InterpolationWords();
+
 /// What is taken of the values across a slab.
 enum class SlabMode { Mean, Maximum, Minimum };
+
+/// "mean", "maximum" or "max", "minimum" or "min".
+KORVANE_KIT const std::map<std::string, SlabMode>& SlabModeWords();
 
 /// A plane through a point, or through the volume's middle, in patient millimetres (LPS: x to the left, y to the back, z to
 /// the head). The sign of the normal says nothing: by the patient plane that it is nearest to, a plane is seen from the

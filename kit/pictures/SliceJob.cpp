@@ -49,15 +49,6 @@ bool AreSame(const std::optional<ValuesOfInterest>& a, const std::optional<Value
 
 }  // namespace
 
-const char* WordOf(View view) {
-    switch (view) {
-    case View::Coronal: return "coronal";
-    case View::Sagittal: return "sagittal";
-    case View::Axial: break;
-    }
-    return "axial";
-}
-
 void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
     const PixelForm& form = series.GetHeader().form;
     const std::string bits = std::to_string(form.allocated) + "-bit pixels";

@@ -15,7 +15,6 @@ others go on. The same call again goes on where an earlier one ended.
 
 import argparse
 import os
-import subprocess
 import sys
 
 from . import _korvane
@@ -60,7 +59,7 @@ def convert(paths, out, *, plan=None, client=None, workers=None, retry=False, pr
     client: a dask.distributed.Client, whose workers must see `paths`, `out` and `plan` under the same names and have
     korvane; without one, `workers` processes of this machine (one for each core). plan: the plan's folder, OUT/plan by
     itself; where it holds a plan already the work goes on with that one, and `paths` and `options` say nothing. options: as
-    of `plan`. progress: called as progress("converting series", shards ended, shards).
+    of `plan`. progress: called as progress("converting shards", ended, shards).
     """
     folder = os.path.abspath(os.fspath(plan) if plan is not None else os.path.join(os.fspath(out), "plan"))
     count = workers or os.cpu_count() or 1
@@ -68,11 +67,10 @@ def convert(paths, out, *, plan=None, client=None, workers=None, retry=False, pr
         # Small shards, so that whoever is done early takes another one.
         _make_plan(paths, folder, out, shards=0 if client is not None else 8 * count, **options)
     shards = sorted({task["shard"] for task in report(folder)["tasks"]})
-    step = progress or (lambda label, done, total: None)
     if client is not None:
-        _on_dask(client, folder, shards, retry, step)
+        _on_dask(client, folder, shards, retry, progress or (lambda label, done, total: None))
     else:
-        _on_processes(folder, shards, count, retry, step)
+        _on_processes(folder, shards, count, retry, progress)
     return report(folder)
 
 
@@ -95,50 +93,17 @@ def _on_dask(client, folder, shards, retry, step):
     # A worker that is killed takes nothing with it: the scheduler gives its shards to others. A series that kills whoever works
     # on it is left out by the third, which is how often the scheduler tries by itself.
     for done, _ in enumerate(as_completed(futures, raise_errors=False), 1):
-        step("converting series", done, len(futures))
+        step("converting shards", done, len(futures))
     for future in futures:
         future.release()
 
 
-def _on_processes(folder, shards, count, retry, step):
-    waiting, working, restarts = list(shards), {}, {}
-    path = os.pathsep.join([os.path.dirname(os.path.dirname(os.path.abspath(__file__))), os.environ.get("PYTHONPATH", "")])
-    most = 2 * len(report(folder)["tasks"]) + 2
-
-    def begin(shard, again):
-        words = [sys.executable, "-m", "korvane.batch", "run", folder, "--shard", str(shard), "--jobs", "1"]
-        process = subprocess.Popen(words + (["--retry"] if retry and not again else []), stdout=subprocess.DEVNULL,
-                                   stdin=subprocess.DEVNULL, env={**os.environ, "PYTHONPATH": path})
-        working[process] = shard
-
-    done = 0
-    try:
-        while waiting or working:
-            while waiting and len(working) < count:
-                begin(waiting.pop(0), False)
-            process = _wait_for_one(working)
-            shard = working.pop(process)
-            restarts[shard] = restarts.get(shard, 0) + 1
-            if process.returncode not in (0, 1, 2) and restarts[shard] < most:
-                begin(shard, True)
-                continue
-            done += 1
-            step("converting series", done, len(shards))
-    finally:
-        for process in working:
-            process.terminate()
-        for process in working:
-            process.wait()
-
-
-def _wait_for_one(working):
-    while True:
-        for process in working:
-            try:
-                process.wait(0.01)
-                return process
-            except subprocess.TimeoutExpired:
-                pass
+def _on_processes(folder, shards, count, retry, progress):
+    # Whoever works finds this package where it is now.
+    here = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+    path = os.pathsep.join(filter(None, [here, os.environ.get("PYTHONPATH")]))
+    command = [sys.executable, "-m", "korvane.batch", "run", folder, "--jobs", "1", "--shard"]
+    _korvane._run_shards(folder, shards, command, ["--retry"] if retry else [], {"PYTHONPATH": path}, count, progress)
 
 
 def _main(arguments=None):

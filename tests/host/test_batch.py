@@ -10,7 +10,7 @@ import signal
 import subprocess
 import time
 
-from host_test import KORVANE, WINDOWS, WORK, edited, korvane, phantom, run
+from host_test import KORVANE, WINDOWS, WORK, edited, korvane, phantom, run, wait_for
 
 
 def archive(name, series):
@@ -93,13 +93,18 @@ def test_what_fails_is_told_and_the_others_go_on():
     assert report(where, 1)["written"] == 3
 
 
+def children(pid):
+    listed = subprocess.run(["ps", "-o", "pid=", "--ppid", str(pid)], capture_output=True, text=True).stdout
+    return [int(child) for child in listed.split()]
+
+
 def child_of(parent, where, task, attempt):
     """The process that works for `parent`, once it has begun with a task for that many times."""
     begun = f'{{"task":{task},"status":"begun"}}'
     for _ in range(3000):
         results = where / "results-0001.jsonl"
         if results.exists() and results.read_text().count(begun) == attempt:
-            return int(subprocess.run(["ps", "-o", "pid=", "--ppid", str(parent.pid)], capture_output=True, text=True).stdout)
+            return children(parent.pid)[0]
         time.sleep(0.02)
     parent.terminate()
     raise AssertionError(f"task {task} was not begun {attempt} times")
@@ -125,6 +130,29 @@ def test_a_series_that_ends_processes_is_left_out():
     assert told["written"] == 3 and told["crashed"] == 1 and told["tasks"][first["task"] - 1]["status"] == "crashed", told
 
 
+def test_all_shards_at_once_and_stopped():
+    where = plan("at-work", 4, 3)
+    if not WINDOWS:  # has no such pipes
+        first = json.loads((where / "shard-0001.json").read_text())["tasks"][0]["files"][1]
+        os.rename(first, where / "aside")
+        os.mkfifo(first)  # who reads it waits for ever
+        working = subprocess.Popen([*KORVANE, "batch", "run", str(where), "--workers", "2"], stderr=subprocess.PIPE, text=True)
+        wait_for(lambda: report(where, 1)["begun"] == 1 and report(where, 1)["open"] == 0)
+        workers = children(working.pid)
+        working.send_signal(signal.SIGINT)
+        _, said = working.communicate(timeout=30)
+        assert working.returncode == -signal.SIGINT and said.endswith("korvane: stopped\n"), said
+        assert len(workers) == 1 and not pathlib.Path(f"/proc/{workers[0]}").exists(), workers
+        os.remove(first)
+        os.rename(where / "aside", first)
+    korvane("batch", "run", where)
+    assert report(where, 0)["written"] == 4
+    korvane("export", WORK / "at-work", "--all", "--format", "nifti", "--to", WORK / "at-work-once")
+    assert volumes(WORK / "at-work.out") == volumes(WORK / "at-work-once")
+    err = korvane("batch", "run", where, "--shard", 9, status=1)[1]
+    assert "there is no shard 9: the plan has 1 to 3" in err, err
+
+
 def test_killed_and_stopped_at_any_moment():
     where = plan("killed", 8, 1)
     for delay in () if WINDOWS else (0.01, 0.03, 0.05, 0.07):  # an emulator's process is not the program's
@@ -142,4 +170,4 @@ def test_killed_and_stopped_at_any_moment():
 
 
 run(test_shards_make_what_one_export_makes, test_what_fails_is_told_and_the_others_go_on,
-    test_a_series_that_ends_processes_is_left_out, test_killed_and_stopped_at_any_moment)
+    test_a_series_that_ends_processes_is_left_out, test_all_shards_at_once_and_stopped, test_killed_and_stopped_at_any_moment)

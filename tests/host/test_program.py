@@ -42,6 +42,9 @@ def usage():
     for wrong, near in (("exprot", "export"), ("info --jsn", "--json")):
         err = korvane(*wrong.split(), series, status=2)[1]
         assert f"did you mean {near}?" in err and "--help" in err, err
+    err = korvane("dump", series, "--only", "PatientNme", status=2)[1]
+    assert "did you mean PatientName?" in err, err
+    assert "did you mean" not in korvane("dump", series, "--only", "NothingLikeIt", status=2)[1]
 
 
 def several_series():

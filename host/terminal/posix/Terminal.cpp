@@ -1,16 +1,11 @@
 #include "../Terminal.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <system_error>
 
-#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -28,49 +23,6 @@ void OnSignal(int number) {
 
 bool WasInterrupted() {
     return s_interrupted != 0;
-}
-
-ProgramHandle StartProgram(const std::string& name, const std::vector<std::pair<std::string, std::string>>& variables,
-                           std::string& why) {
-    std::vector<std::string> texts;
-    for (char** entry = environ; *entry != nullptr; ++entry) texts.emplace_back(*entry);
-    for (const auto& [variable, value] : variables) texts.emplace_back(variable).append("=").append(value);
-    std::vector<char*> environment;
-    for (std::string& text : texts) environment.push_back(text.data());
-    environment.push_back(nullptr);
-    std::string own = name;
-    char* const arguments[] = {own.data(), nullptr};
-
-    posix_spawn_file_actions_t files;
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&files, STDERR_FILENO, STDOUT_FILENO);
-    posix_spawnattr_t rules;
-    posix_spawnattr_init(&rules);
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&rules, &none);
-    posix_spawnattr_setsigdefault(&rules, &all);
-    posix_spawnattr_setpgroup(&rules, 0);
-    posix_spawnattr_setflags(&rules, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    pid_t made = 0;
-    const int error = posix_spawnp(&made, name.c_str(), &files, &rules, arguments, environment.data());
-    posix_spawnattr_destroy(&rules);
-    posix_spawn_file_actions_destroy(&files);
-    if (error == 0) return made;
-    why = std::generic_category().message(error);
-    return kNoProgram;
-}
-
-std::optional<int> AskProgram(ProgramHandle program) {
-    constexpr int kSignalled = 128;
-    int status = 0;
-    const pid_t ended = waitpid(static_cast<pid_t>(program), &status, WNOHANG);
-    if (ended == 0 || (ended < 0 && errno == EINTR)) return std::nullopt;
-    if (ended < 0) return 0;  // somebody else asked for it
-    return WIFEXITED(status) ? WEXITSTATUS(status) : kSignalled + WTERMSIG(status);
 }
 
 void EndByInterrupt() {
@@ -152,6 +104,10 @@ bool WriteOutput(const char* bytes, std::size_t count) {
 std::optional<std::string> GetVariable(const char* name) {
     const char* const value = std::getenv(name);
     return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
+std::string GetOwnProgram() {
+    return "/proc/self/exe";
 }
 
 std::vector<std::string> GetArguments(int argc, char** argv) {

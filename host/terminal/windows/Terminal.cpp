@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <cwchar>
-#include <system_error>
 
 #include <Korvane/platform/windows/WideText.h>
 
@@ -33,40 +31,6 @@ BOOL WINAPI OnControl(DWORD) {
 
 bool WasInterrupted() {
     return s_interrupted != 0;
-}
-
-ProgramHandle StartProgram(const std::string& name, const std::vector<std::pair<std::string, std::string>>& variables,
-                           std::string& why) {
-    std::wstring environment;
-    wchar_t* const own = GetEnvironmentStringsW();
-    for (const wchar_t* entry = own; *entry != 0; entry += std::wcslen(entry) + 1) {
-        environment.append(entry).push_back(0);
-    }
-    FreeEnvironmentStringsW(own);
-    for (const auto& [variable, value] : variables)
-        environment.append(WideText((variable + "=" + value).c_str())).push_back(0);
-    environment.push_back(0);
-    std::wstring command = L"\"" + WideText(name.c_str()) + L"\"";
-    STARTUPINFOW start{};
-    start.cb = sizeof start;
-    PROCESS_INFORMATION made{};
-    constexpr DWORD kFlags = CREATE_UNICODE_ENVIRONMENT | CREATE_NEW_PROCESS_GROUP | CREATE_NO_WINDOW;
-    if (CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, kFlags, environment.data(), nullptr, &start,
-                       &made) == 0) {
-        why = std::system_category().message(static_cast<int>(GetLastError()));
-        return kNoProgram;
-    }
-    CloseHandle(made.hThread);
-    return reinterpret_cast<ProgramHandle>(made.hProcess);
-}
-
-std::optional<int> AskProgram(ProgramHandle program) {
-    const HANDLE process = reinterpret_cast<HANDLE>(program);
-    if (WaitForSingleObject(process, 0) == WAIT_TIMEOUT) return std::nullopt;
-    DWORD status = 0;
-    GetExitCodeProcess(process, &status);
-    CloseHandle(process);
-    return static_cast<int>(status);
 }
 
 void EndByInterrupt() {
@@ -139,6 +103,12 @@ std::optional<std::string> GetVariable(const char* name) {
     const std::wstring wide(name, name + std::strlen(name));  // ASCII
     const wchar_t* const value = _wgetenv(wide.c_str());
     return value != nullptr ? std::optional<std::string>(NarrowText(value)) : std::nullopt;
+}
+
+std::string GetOwnProgram() {
+    std::wstring path(32768, L'\0');
+    path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
+    return NarrowText(path.c_str());
 }
 
 std::vector<std::string> GetArguments(int argc, char** argv) {
