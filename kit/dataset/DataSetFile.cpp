@@ -259,38 +259,24 @@ namespace {
         .InFile(path);
 }
 
-// `File`: a buffer over a file, opened by `open`.
-template <class File, class Open>
-DataSetFile ReadTwice(const std::string& path, int option, const Watch& watch, const Leniency& leniency,
-                      const Open& open, const std::shared_ptr<LeftValues>& left = {}) {
-    DataSetFile file;
-    for (const bool second : {false, true}) {
-        File buffer;
-        buffer.SetStopQuestion(watch.GetStopQuestion());
-        errno = 0;
-        if (!open(buffer)) RefuseUnread(path, errno, watch);
-        file = ReadOnce(buffer, option, leniency, second, left);
-        if (buffer.HasFailed()) RefuseUnread(path, buffer.GetError(), watch);
-        // What has no known end, such as a pipe, cannot be read again.
-        if (file.dataSet == nullptr || file.complete || buffer.GetRemaining() == Buffer::kUnknown) break;
-    }
-    return file;
-}
-
 }  // namespace
 
 DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch, const Leniency& leniency,
                             std::uint32_t leaveLarger) {
     const std::string& path = from.name;
     DataSetFile file;
-    if (const std::shared_ptr<LeftValues> left = LeftValues::Of(from, leaveLarger)) {
-        const auto open = [&](SeekingBuffer& buffer) { return buffer.Open(from.place, left->GetSize()); };
-        file = ReadTwice<SeekingBuffer>(path, option, watch, leniency, open, left);
-        if (file.dataSet != nullptr && !HasLeftValues(*file.dataSet)) file.left.reset();
-    } else {
-        const auto open = [&](FileInputBuffer& buffer) { return buffer.Open(from.place.c_str()); };
-        file = ReadTwice<FileInputBuffer>(path, option, watch, leniency, open);
+    for (const bool second : {false, true}) {
+        SeekingBuffer buffer;
+        buffer.SetStopQuestion(watch.GetStopQuestion());
+        errno = 0;
+        const std::shared_ptr<LeftValues> left = LeftValues::Of(from, leaveLarger);
+        if (!buffer.Open(from.place.c_str())) RefuseUnread(path, errno, watch);
+        file = ReadOnce(buffer, option, leniency, second, left);
+        if (buffer.HasFailed()) RefuseUnread(path, buffer.GetError(), watch);
+        // What has no known end, such as a pipe, cannot be read again.
+        if (file.dataSet == nullptr || file.complete || buffer.GetRemaining() == Buffer::kUnknown) break;
     }
+    if (file.dataSet != nullptr && file.left != nullptr && !HasLeftValues(*file.dataSet)) file.left.reset();
     for (Finding& finding : file.findings) {
         finding.files = {path};
         finding.text = path + ": " + finding.text;

@@ -53,12 +53,6 @@ void ForgetLeftValues(DICOMObject& dataSet) {
     });
 }
 
-bool SeekingBuffer::Open(const std::string& path, std::uint64_t size) {
-    if (!m_File.Open(path.c_str())) return false;
-    SetStreamEnd(size);
-    return true;
-}
-
 std::uint64_t SeekingBuffer::GetPlace() {
     // What is unread always lies in the read area, at the end of what was filled last.
     const unsigned char* const next = Peek(1);
@@ -71,16 +65,16 @@ bool SeekingBuffer::PassOver(std::uint32_t count) {
 }
 
 std::size_t SeekingBuffer::Fill(void* bytes, std::size_t capacity) {
-    if (m_File.HasFailed()) return 0;
+    if (HasFailed()) return 0;
     std::size_t got = 0;
     if (m_Place < m_PassedOver) {
         // Skipped unseen: whatever lies in the area does for them.
         got = static_cast<std::size_t>(std::min<std::uint64_t>(capacity, m_PassedOver - m_Place));
         m_bSeek = true;
     } else {
-        const bool stands = !m_bSeek || m_File.Seek(m_Place);
+        const bool stands = !m_bSeek || GetFile().Seek(m_Place);
         m_bSeek = false;
-        if (stands) got = m_File.Read(bytes, capacity);
+        if (stands) got = FileInputBuffer::Fill(bytes, capacity);
     }
     m_Place += got;
     m_pFilled = static_cast<const unsigned char*>(bytes) + got;
@@ -103,7 +97,7 @@ LeftValues::State LeftValues::StateOf(const std::string& path) {
 std::shared_ptr<LeftValues> LeftValues::Of(const NamedFile& file, std::uint32_t larger) {
     if (larger == 0) return nullptr;
     std::shared_ptr<LeftValues> values(new LeftValues(file, larger));
-    return values->GetSize() > 0 ? values : nullptr;
+    return values->m_State.size > 0 ? values : nullptr;
 }
 
 bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {

@@ -1,6 +1,7 @@
 // Values that stay in their file until they are asked for.
 #pragma once
 
+#include "../../Dicom/Lib/stream/FileBuffer.h"
 #include "../../platform/File.h"
 #include "../core/Watch.h"
 #include "DataSet.h"
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -34,15 +34,9 @@ void CarryLeftValues(const DICOMObject& original, DICOMObject& copy);
 /// For a data set of somebody else: what its elements refer to is nothing of ours.
 void ForgetLeftValues(DICOMObject& dataSet);
 
-/// A regular file, read from front to back, in which values can be passed over without reading them.
-class SeekingBuffer : public Buffer {
+/// A file in which values can be passed over without reading them, where it is a regular one.
+class SeekingBuffer : public FileInputBuffer {
 public:
-    /// False, with `errno` set, when it cannot be opened; also for what is no regular file.
-    bool Open(const std::string& path, std::uint64_t size);
-    void SetStopQuestion(std::function<bool()> stop) { m_File.SetStopQuestion(std::move(stop)); }
-    bool HasFailed() const { return m_File.HasFailed(); }
-    int GetError() const { return m_File.GetError(); }
-
     /// Where the next byte stands in the file; there must be one.
     std::uint64_t GetPlace();
     /// `Skip` without reading.
@@ -52,7 +46,6 @@ protected:
     std::size_t Fill(void* bytes, std::size_t capacity) override;
 
 private:
-    platform::InputFile m_File;
     std::uint64_t m_Place = 0;       // of what is filled next
     std::uint64_t m_PassedOver = 0;  // up to here nothing needs to be read
     const unsigned char* m_pFilled = nullptr;
@@ -67,8 +60,6 @@ public:
     static std::shared_ptr<LeftValues> Of(const NamedFile& file, std::uint32_t larger);
 
     const std::string& GetName() const { return m_Name; }
-    std::uint64_t GetSize() const { return m_State.size; }
-    const std::string& GetPlace() const { return m_Place; }
 
     /// For parsers; see `ValueLeaver`. Only values that lie in the file as they are can be left.
     bool Leave(Buffer& buffer, VR& element, std::uint32_t length);

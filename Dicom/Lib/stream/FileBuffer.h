@@ -32,6 +32,8 @@ public:
 protected:
     std::size_t Fill(void* bytes, std::size_t capacity) override;
 
+    platform::InputFile& GetFile() { return *m_pFile; }
+
 private:
     std::unique_ptr<platform::InputFile> m_pFile;
 };
