@@ -8,8 +8,6 @@
 #include "LeftValues.h"
 #include "StreamBuffers.h"
 
-#include "Dicom/Lib/stream/FileBuffer.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -63,7 +61,6 @@ private:
     bool Transcode(DICOMDataObject& dataSet, const Sink& to);
     void Prepare(DataSetFile& file, const std::string& name, const Sink& to);
     void Write(DataSetFile& file, const std::string& name, const Sink& to);
-    void WriteFile(DataSetFile& file, const std::string& name, const std::string& output);
     void ConvertRead(DataSetFile& file, const Source& from, const Sink& to);
     void ConvertListed(const std::string& path, const fs::path& from, const fs::path& to);
     void TellOf(const DataSetFile& file);
@@ -100,7 +97,6 @@ void Conversion::Tell(FindingKind kind, const std::string& path, const std::stri
 }
 
 DataSetFile Conversion::Read(const Source& from) const {
-    constexpr std::uint32_t kLeftInFile = 64 * 1024;
     if (from.stream == nullptr) return ReadDataSetFile(from.name, kParseAll, m_Watch, {}, kLeftInFile);
     errno = 0;
     StreamInputBuffer buffer(*from.stream);
@@ -163,39 +159,18 @@ void Conversion::Prepare(DataSetFile& file, const std::string& name, const Sink&
 
 void Conversion::Write(DataSetFile& file, const std::string& name, const Sink& to) {
     if (to.stream == nullptr) {
-        WriteFile(file, name, to.name);
-        return;
-    }
-    LeftValueReader left(m_Watch);
-    errno = 0;
-    StreamOutputBuffer buffer(*to.stream);
-    if (!WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs, left)) {
-        const int error = errno;
-        m_Watch.StopIfAsked();
-        throw Error(ErrorKind::Disk, "cannot write to " + to.name + ": " + SystemText(error));
-    }
-}
-
-void Conversion::WriteFile(DataSetFile& file, const std::string& name, const std::string& output) {
-    LeftValueReader left(m_Watch);
-    errno = 0;
-    UnfinishedFile unfinished(output);
-    FileOutputBuffer buffer;
-    buffer.SetStopQuestion(m_Watch.GetStopQuestion());
-    const bool opened = buffer.Open(unfinished.GetPath().c_str());
-    const bool written = opened && WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs, left);
-    if (!(opened && buffer.Close()) || !written) {
-        const std::string reason = SystemText(errno);
-        m_Watch.StopIfAsked();
-        if (m_Codecs.GetError().empty()) {
-            throw Error(ErrorKind::Disk, "cannot write " + output + ": " + reason).InFile(output);
-        }
+        if (SaveDataSet(to.name, *file.dataSet, m_Syntax, m_Codecs, m_Watch)) return;
         throw Error(ErrorKind::Damaged,
                     name + ": cannot decode " + DescribeSyntax(file.transferSyntax) + ": " + m_Codecs.GetError())
             .InFile(name);
     }
-    left.Close();
-    unfinished.Finish();
+    errno = 0;
+    StreamOutputBuffer buffer(*to.stream);
+    if (!WriteDataSet(buffer, *file.dataSet, m_Syntax, m_Codecs, m_Watch)) {
+        const int error = errno;
+        m_Watch.StopIfAsked();
+        throw Error(ErrorKind::Disk, "cannot write to " + to.name + ": " + SystemText(error));
+    }
 }
 
 void Conversion::ConvertRead(DataSetFile& file, const Source& from, const Sink& to) {

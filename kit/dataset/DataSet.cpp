@@ -265,29 +265,16 @@ void DataSet::Save(const std::string& path, const SaveOptions& options) const {
     std::string syntax;
     const auto copy = Prepared(options, syntax);
     CodecManager codecs;
-    LeftValueReader left(options.watcher);
-    UnfinishedFile unfinished(path);
-    FileOutputBuffer buffer;
-    buffer.SetStopQuestion(Watch(options.watcher).GetStopQuestion());
-    errno = 0;
-    const bool opened = buffer.Open(unfinished.GetPath().c_str());
-    const bool written = opened && WriteDataSet(buffer, *copy, syntax, codecs, left);
-    if (!(opened && buffer.Close()) || !written) {
-        const int error = errno;
-        Watch(options.watcher).StopIfAsked();
-        throw Error(ErrorKind::Disk, "cannot write " + path + ": " + SystemText(error)).InFile(path);
-    }
-    left.Close();  // the file that is replaced may be the one that was read
-    unfinished.Finish();
+    SaveDataSet(path, *copy, syntax, codecs, options.watcher);  // no frame is left to be written
 }
 
 void DataSet::Save(std::ostream& stream, const SaveOptions& options) const {
     std::string syntax;
     const auto copy = Prepared(options, syntax);
     CodecManager codecs;
-    LeftValueReader left(options.watcher);
     StreamOutputBuffer buffer(stream);
-    if (!WriteDataSet(buffer, *copy, syntax, codecs, left)) throw Error(ErrorKind::Disk, "cannot write the stream");
+    if (!WriteDataSet(buffer, *copy, syntax, codecs, options.watcher))
+        throw Error(ErrorKind::Disk, "cannot write the stream");
 }
 
 }  // namespace korvane

@@ -56,8 +56,11 @@ DataSetFile ReadDataSet(Buffer& buffer, int option);
 /// The same of bytes in memory; where the toolkit meets a fault they are read a second time, with all leniencies.
 DataSetFile ReadDataSet(std::span<const unsigned char> bytes, int option, const Leniency& leniency = {});
 
+/// A `leaveLarger` for those who look at large values, or pass them on.
+constexpr std::uint32_t kLeftInFile = 64 * 1024;
+
 /// The same of a file, whose name findings and errors bear. Throws `Error` when it cannot be read. `leaveLarger`: values
-/// longer than this stay in the file (`LeftValues.h`), and only those may ask for it who expect them there; 0: none.
+/// of so many bytes and more stay in the file (`LeftValues.h`), and only those may ask for it who expect them there; 0: none.
 DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch = {}, const Leniency& leniency = {},
                             std::uint32_t leaveLarger = 0);
 

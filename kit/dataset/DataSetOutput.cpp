@@ -5,7 +5,9 @@
 #include "Convert.h"
 #include "LeftValues.h"
 
+#include "Dicom/Lib/stream/FileBuffer.h"
 #include "base/Bytes.h"
+#include "platform/ReplacingFile.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -141,21 +143,22 @@ bool WriteParts(Buffer& buffer, DICOMDataObject& dataSet, std::string_view synta
            codec.EncodeStream(FindTransferSyntax(syntax, kExplicitLittleEndian), buffer, &dataSet) != 0;
 }
 
-}  // namespace
+// See `SaveDataSet`.
+class UnfinishedFile {
+public:
+    /// Throws `Error`.
+    explicit UnfinishedFile(const std::string& name);
 
-std::vector<std::string> GetSyntaxWords() {
-    std::vector<std::string> words;
-    for (const TransferSyntaxRow& row : kTransferSyntaxes) {
-        if (!row.word.empty()) words.emplace_back(row.word);
-    }
-    std::sort(words.begin(), words.end());
-    return words;
-}
+    /// What to write to.
+    const std::string& GetPath() const { return m_bDevice ? m_Name : m_File.GetUnfinished(); }
+    /// Gives the file its name. Throws `Error`.
+    void Finish();
 
-std::string SyntaxUid(const std::string& syntax) {
-    const TransferSyntaxRow* const row = FindSyntaxWord(syntax);
-    return row != nullptr ? std::string(row->uid) : syntax;
-}
+private:
+    std::string m_Name;
+    bool m_bDevice = false;
+    platform::ReplacingFile m_File;
+};
 
 UnfinishedFile::UnfinishedFile(const std::string& name) : m_Name(name) {
     std::error_code error;
@@ -177,14 +180,49 @@ void UnfinishedFile::Finish() {
     throw Error(ErrorKind::Disk, "cannot create " + m_Name + ": " + SystemText(error, m_Name)).InFile(m_Name);
 }
 
+}  // namespace
+
+std::vector<std::string> GetSyntaxWords() {
+    std::vector<std::string> words;
+    for (const TransferSyntaxRow& row : kTransferSyntaxes) {
+        if (!row.word.empty()) words.emplace_back(row.word);
+    }
+    std::sort(words.begin(), words.end());
+    return words;
+}
+
+std::string SyntaxUid(const std::string& syntax) {
+    const TransferSyntaxRow* const row = FindSyntaxWord(syntax);
+    return row != nullptr ? std::string(row->uid) : syntax;
+}
+
 bool IsMediaDirectory(const DICOMObject& dataSet) {
     return FindText(dataSet, tags::MediaStorageSOPClassUID) == kMediaDirectoryClass ||
            FindElement(dataSet, tags::DirectoryRecordSequence) != nullptr;
 }
 
 bool WriteDataSet(Buffer& buffer, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs,
-                  LeftValueReader& left) {
+                  const Watch& watch) {
+    LeftValueReader left(watch);
     return WriteParts(buffer, dataSet, syntax, codecs, left) && buffer.Flush();
+}
+
+bool SaveDataSet(const std::string& path, DICOMDataObject& dataSet, std::string_view syntax, CodecManager& codecs,
+                 const Watch& watch) {
+    UnfinishedFile unfinished(path);
+    FileOutputBuffer buffer;
+    buffer.SetStopQuestion(watch.GetStopQuestion());
+    errno = 0;
+    const bool opened = buffer.Open(unfinished.GetPath().c_str());
+    const bool written = opened && WriteDataSet(buffer, dataSet, syntax, codecs, watch);
+    if (!(opened && buffer.Close()) || !written) {
+        const int error = errno;
+        watch.StopIfAsked();
+        if (!codecs.GetError().empty()) return false;
+        throw Error(ErrorKind::Disk, "cannot write " + path + ": " + SystemText(error)).InFile(path);
+    }
+    unfinished.Finish();
+    return true;
 }
 
 }  // namespace korvane

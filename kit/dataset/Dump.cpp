@@ -20,8 +20,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::uint32_t kLeftInFile = 64 * 1024;  // of larger values little is shown, or they are passed on
-
 // Whether anything at or behind the pixel data is asked for.
 bool NeedsPixels(const DumpOptions& options) {
     return options.only.empty() || std::any_of(options.only.begin(), options.only.end(), [](const ElementPath& path) {

@@ -15,7 +15,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::uint32_t kLeftInFile = 64 * 1024;
 constexpr std::size_t kAligned = 8;  // of the widest numbers: left values are read from its multiples on
 
 using Bytes = std::vector<unsigned char>;

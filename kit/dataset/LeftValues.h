@@ -104,11 +104,10 @@ public:
     void Load(VR& element);
     /// All of the data set, its items and fragments.
     void LoadAll(DICOMObject& dataSet);
-    /// Lets go of the file, which is opened again when it is needed.
-    void Close();
 
 private:
     void Open(const VR& element);
+    void Close();
 
     const LeftValues* m_pSource = nullptr;
     platform::InputFile m_File;
