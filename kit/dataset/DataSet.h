@@ -173,7 +173,8 @@ public:
     /// Brings into memory what was left in the file; it is then not needed any more.
     void LoadValues(Watcher* watcher = nullptr);
 
-    /// The toolkit's object, for what is not offered here, with all values. It stays this one's.
+    /// The toolkit's object, for what is not offered here, with all values. It stays this one's. Elements that are put in
+    /// must have their data.
     DICOMDataObject& Toolkit();
     const DICOMDataObject& Toolkit() const;
     /// Takes over an object of the toolkit; null makes an empty data set.

@@ -92,11 +92,12 @@ void WalkLevel(const DICOMObject& dataSet, int depth, const std::function<void(c
 bool AreEqual(const DICOMObject& left, const DICOMObject& right) {
     const VR* a = left.GetFirst();
     const VR* b = right.GetFirst();
-    LeftValueReader reader;
+    LeftValueReader fromLeft;  // one for each side, so that neither opens its file again and again
+    LeftValueReader fromRight;
     for (; a != nullptr && b != nullptr; a = left.GetNext(a), b = right.GetNext(b)) {
         const bool same = a->m_Group == b->m_Group && a->m_Element == b->m_Element && a->m_TypeCode == b->m_TypeCode &&
                           a->GetItemCount() == b->GetItemCount() &&
-                          WithValue(*a, reader)->GetText() == WithValue(*b, reader)->GetText();
+                          WithValue(*a, fromLeft)->GetText() == WithValue(*b, fromRight)->GetText();
         if (!same) return false;
         for (std::uint32_t i = 0; i < a->GetItemCount(); ++i) {
             if (!AreEqual(*a->GetItem(i), *b->GetItem(i))) return false;
