@@ -1,10 +1,11 @@
 // libFuzzer: one codec decodes frames of all formats. Nine bytes in front of the stream say which. An empty corpus
 // folder is seeded with what the codec encodes.
+#include "../FuzzCorpus.h"
+
 #include <codecs/ExtendedJpegCodec.h>
 #include <codecs/LosslessJpegCodec.h>
 #include <codecs/RleCodec.h>
 
-#include <filesystem>
 #include <fstream>
 #include <vector>
 
@@ -32,8 +33,8 @@ int Append(void* context, const void* bytes, std::size_t count) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     for (std::uint8_t i = 0; i < 24; ++i) {
         Bytes input = {static_cast<std::uint8_t>(20 + i), 0, 9, static_cast<std::uint8_t>(i / 3), i, 200, i, i, 0};
         DcmFrameFormat format = FormatOf(input.data());

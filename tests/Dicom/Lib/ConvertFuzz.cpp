@@ -1,11 +1,11 @@
 // libFuzzer: data sets of any form, fragments and tables through Decode and Convert, with the bundled module. What lossless
 // codecs make must decode to the same.
+#include "../../FuzzCorpus.h"
 #include "DataSetBytes.h"
 
 #include <Korvane/platform/DynamicModule.h>
 
 #include <cstdlib>
-#include <filesystem>
 
 namespace {
 
@@ -53,8 +53,8 @@ void PushFragments(DICOMObject& set, const std::uint8_t* bytes, std::size_t coun
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
     if (platform::OpenModule("DcmCodec.dll") == nullptr) std::abort();  // stays: libFuzzer counts in it to the end
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     CodecManager manager;
     for (std::uint8_t syntax = 0; syntax < 2; ++syntax) {
         Bytes seed = {syntax, 4, 4, 2, 0, 1, 11, 8};

@@ -1,11 +1,10 @@
 // libFuzzer: loading from memory, and encoding what came of it. An empty corpus folder is seeded first.
+#include "../../FuzzCorpus.h"
 #include "DataSetBytes.h"
 
-#include <filesystem>
-
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     WriteBytes(corpus + "/explicit", SmallFile(true));
     WriteBytes(corpus + "/implicit", SmallFile(false));
     WriteBytes(corpus + "/big",

@@ -1,9 +1,9 @@
 // libFuzzer: the reader of one PDU class, or of command sets. What was read is written and must read the same again. An
 // empty corpus folder is seeded first.
+#include "../../FuzzCorpus.h"
 #include "NetworkPeers.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <type_traits>
 
 namespace {
@@ -41,8 +41,8 @@ Bytes Seed() {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     const Bytes seed = Seed();
     WriteBytes(corpus + "/seed", Bytes(seed.begin() + 1, seed.end()));
     return 0;

@@ -1,11 +1,12 @@
 // libFuzzer: data sets with all leniencies, what their unknown and private elements are opened as, and what comes back of
 // their JSON and of their saved form.
+#include "../../FuzzCorpus.h"
+
 #include <Korvane/kit/core/Error.h>
 #include <Korvane/kit/dataset/DataSet.h>
 
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -32,8 +33,8 @@ DataSet Made() {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     for (const char* const syntax : {"explicit", "implicit", "big"}) {
         std::ofstream out(corpus + "/" + syntax, std::ios::binary);
         Made().Save(out, {.syntax = syntax});

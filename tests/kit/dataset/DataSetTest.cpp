@@ -1,4 +1,6 @@
-#include <Korvane/kit/core/Error.h>
+#include "../Refuses.h"
+#include "MadeData.h"
+
 #include <Korvane/kit/dataset/DataSet.h>
 
 #include <gtest/gtest.h>
@@ -25,21 +27,6 @@ DataSet Patient() {
     set.Set("ReferencedSeriesSequence[0].SeriesInstanceUID", "1.2.3");
     set.SetBytes("0011,1010", std::vector<unsigned char>{1, 2, 3, 4}, "UN");
     return set;
-}
-
-void Refuses(const std::function<void()>& action, ErrorKind kind) {
-    try {
-        action();
-        ADD_FAILURE() << "not refused";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.GetKind(), kind) << error.what();
-    }
-}
-
-std::string Saved(const DataSet& set, const std::string& syntax) {
-    std::ostringstream out;
-    set.Save(out, {.syntax = syntax});
-    return out.str();
 }
 
 DataSet Parsed(const std::string& bytes, const ReadOptions& options = {}) {

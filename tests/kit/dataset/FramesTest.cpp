@@ -1,7 +1,8 @@
 // Frames read one by one are those of the whole image, however they are stored.
+#include "../Refuses.h"
 #include "FolderTest.h"
+#include "MadeData.h"
 
-#include <Korvane/kit/core/Error.h>
 #include <Korvane/kit/dataset/Convert.h>
 #include <Korvane/kit/dataset/Frames.h>
 #include <Korvane/kit/dataset/Toolkit.h>
@@ -15,12 +16,6 @@ using namespace korvane;
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-
-Bytes Pattern(std::size_t count, unsigned seed = 0) {
-    Bytes bytes(count);
-    for (std::size_t i = 0; i < count; ++i) bytes[i] = static_cast<unsigned char>((i * 13 + (i >> 7) + seed) & 0xFFU);
-    return bytes;
-}
 
 DataSet Image(unsigned rows, unsigned columns, unsigned bits, unsigned frames) {
     DataSet set;
@@ -51,15 +46,6 @@ Bytes Table(std::initializer_list<std::uint64_t> entries, std::size_t width) {
     return bytes;
 }
 
-void Refuses(const std::function<void()>& action, ErrorKind kind) {
-    try {
-        action();
-        ADD_FAILURE() << "not refused";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.GetKind(), kind) << error.what();
-    }
-}
-
 class FramesTest : public FolderTest {
 protected:
     // Three frames of the fragments A B, C, D E, of which C is as large as files leave in place.
@@ -68,17 +54,12 @@ protected:
         set.Set("TransferSyntaxUID", "1.2.840.10008.1.2.4.90");
         if (!extended.empty()) set.SetBytes("ExtendedOffsetTable", extended, "OV");
         if (!lengths.empty()) set.SetBytes("7FE00002", lengths, "OV");
-        auto whole = set.ReleaseToolkit();
-        auto* const pixels = new VR(tags::PixelData, 0, 0);
-        pixels->m_TypeCode = TypeCode("OB");
-        whole->Push(pixels);
-        AppendFragment(*pixels, basic.data(), static_cast<std::uint32_t>(basic.size()));
+        std::vector<Bytes> all = {basic};
         for (std::size_t i = 0; i < m_Fragments.size(); ++i) {
-            Bytes bytes = m_Fragments[i];
-            if (marks[i] == 'x') std::copy_n("\xFF\x4F\xFF\x51", 4, bytes.begin());
-            AppendFragment(*pixels, bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+            all.push_back(m_Fragments[i]);
+            if (marks[i] == 'x') std::copy_n("\xFF\x4F\xFF\x51", 4, all.back().begin());
         }
-        DataSet::FromToolkit(std::move(whole)).Save(Path("made"));
+        WithFragments(std::move(set), all).Save(Path("made"));
         return Path("made");
     }
 

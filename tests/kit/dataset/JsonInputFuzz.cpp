@@ -1,10 +1,11 @@
 // libFuzzer: any text as the DICOM JSON model. What is taken must come back the same from its own JSON, and can be saved.
+#include "../../FuzzCorpus.h"
+
 #include <Korvane/kit/core/Error.h>
 #include <Korvane/kit/dataset/DataSet.h>
 
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -13,8 +14,8 @@
 using namespace korvane;
 
 extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     std::ofstream(corpus + "/texts") << R"({"00100010":{"vr":"PN","Value":[{"Alphabetic":"A^B","Ideographic":"C"}]},)"
                                      << R"("00081115":{"vr":"SQ","Value":[{"0020000E":{"vr":"UI","Value":["1.2"]}}]}})";
     std::ofstream(corpus + "/numbers") << R"({"00280010":{"vr":"US","Value":[512]},"00180050":{"vr":"DS","Value":)"

@@ -1,10 +1,11 @@
 // libFuzzer: a file whose large values stay in it gives what it gives when it is read whole, and its frames can be read
 // one by one, whatever offset tables and numbers of frames say. An empty corpus folder is seeded first.
+#include "../../FuzzCorpus.h"
+#include "MadeData.h"
+
 #include <Korvane/Dicom/Lib/pixels/CodecManager.h>
 #include <Korvane/kit/core/Error.h>
-#include <Korvane/kit/dataset/DataSet.h>
 #include <Korvane/kit/dataset/Frames.h>
-#include <Korvane/kit/dataset/Toolkit.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -46,32 +46,25 @@ DataSet Compressed(bool isExtended) {
     table[isExtended ? 16 : 8] = 58;
     table[isExtended ? 17 : 9] = 1;
     if (isExtended) set.SetBytes("ExtendedOffsetTable", table, "OV");
-    auto whole = set.ReleaseToolkit();
-    auto* const pixels = new VR(tags::PixelData, 0, 0);
-    pixels->m_TypeCode = TypeCode("OB");
-    whole->Push(pixels);
-    AppendFragment(*pixels, table.data(), isExtended ? 0 : 12);
-    for (const std::uint32_t length : {14U, 20U, 256U, 30U, 2U}) {
-        AppendFragment(*pixels, std::vector<unsigned char>(length, 4).data(), length);
-    }
-    return DataSet::FromToolkit(std::move(whole));
+    std::vector<std::vector<unsigned char>> fragments(1);
+    if (!isExtended) fragments.front() = table;
+    for (const std::size_t length : {14U, 20U, 256U, 30U, 2U}) fragments.emplace_back(length, 4);
+    return WithFragments(std::move(set), fragments);
 }
 
-std::string Saved(const DataSet& set) {
-    std::ostringstream out;
+std::string SavedOrRefused(const DataSet& set) {
     try {
-        set.Save(out);
+        return Saved(set);
     } catch (const Error& error) {
         return error.what();
     }
-    return out.str();
 }
 
 // All that is told of a data set.
 std::string Facts(const DataSet& set) {
     std::string facts = set.GetReport().complete ? "whole\n" : "cut\n";
     for (const Finding& finding : set.GetReport().findings) facts += finding.text + '\n';
-    return facts + set.ToJson(true) + Saved(set);
+    return facts + set.ToJson(true) + SavedOrRefused(set);
 }
 
 void ReadFrames(const std::string& path) {
@@ -88,8 +81,8 @@ extern "C" int LLVMFuzzerInitialize(int* argumentCount, char*** arguments) {
     // The fuzzer goes on looking at the counters of a module that was unloaded: the codecs stay.
     static CodecManager s_codecs;
     s_codecs.GetCodec("1.2.840.10008.1.2.5");
-    const std::string corpus = (*arguments)[*argumentCount - 1];
-    if (!std::filesystem::is_directory(corpus) || !std::filesystem::is_empty(corpus)) return 0;
+    const std::string corpus = EmptyCorpus(*argumentCount, *arguments);
+    if (corpus.empty()) return 0;
     Made(16, 2).Save(corpus + "/explicit");
     Made(1, 9).Save(corpus + "/implicit", {.syntax = "implicit"});
     Made(16, 3).Save(corpus + "/big", {.syntax = "big"});

@@ -1,7 +1,7 @@
 // Pictures of volumes that are in memory: what the volume holds is what they show, whatever its form.
 #include "../../FolderTest.h"
+#include "../Refuses.h"
 
-#include <Korvane/kit/core/Error.h>
 #include <Korvane/kit/dataset/DataSet.h>
 #include <Korvane/kit/phantom/Phantom.h>
 #include <Korvane/kit/pictures/Slice.h>
@@ -54,15 +54,6 @@ protected:
             greys.push_back(drawn.picture.GetPixels()[row * drawn.picture.GetWidth() + drawn.picture.GetWidth() / 2]);
         }
         return greys;
-    }
-
-    static void Refuses(const std::function<void()>& action, ErrorKind kind) {
-        try {
-            action();
-            ADD_FAILURE() << "not refused";
-        } catch (const Error& error) {
-            EXPECT_EQ(error.GetKind(), kind) << error.what();
-        }
     }
 };
 
