@@ -30,7 +30,7 @@ struct ProgramEnd {
 class Program {
 public:
     Program() = default;
-    ~Program();
+    ~Program();  // NOLINT(performance-trivially-destructible): on Windows it closes a handle
     Program(Program&& other) noexcept : m_Handle(std::exchange(other.m_Handle, kNone)) {}
     Program& operator=(Program&& other) noexcept;
 

@@ -145,11 +145,11 @@ const char* WordOf(Irregular policy) {
 }
 
 const std::map<std::string, Irregular>& PolicyWords() {
-    static const std::map<std::string, Irregular> s_words = {{"keep", Irregular::Keep},
+    static const std::map<std::string, Irregular> kWords = {{"keep", Irregular::Keep},
                                                              {"reject", Irregular::Reject},
                                                              {"resample", Irregular::Resample},
                                                              {"split", Irregular::Split}};
-    return s_words;
+    return kWords;
 }
 
 void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPlan& plan) {

@@ -50,17 +50,17 @@ const std::string& RemarkOn(const ReceivedFile& file) {
 }  // namespace
 
 const std::map<std::string, FileLayout>& LayoutWords() {
-    static const std::map<std::string, FileLayout> s_words = {{"flat", FileLayout::Flat},
+    static const std::map<std::string, FileLayout> kWords = {{"flat", FileLayout::Flat},
                                                               {"patient", FileLayout::Patient},
                                                               {"study", FileLayout::Study},
                                                               {"series", FileLayout::Series}};
-    return s_words;
+    return kWords;
 }
 
 const std::map<std::string, TlsProfile>& TlsProfileWords() {
-    static const std::map<std::string, TlsProfile> s_words = {{"bcp195", TlsProfile::Bcp195},
+    static const std::map<std::string, TlsProfile> kWords = {{"bcp195", TlsProfile::Bcp195},
                                                               {"bcp195-extended", TlsProfile::ExtendedBcp195}};
-    return s_words;
+    return kWords;
 }
 
 Outcome OutcomeOf(const EchoReport& report) {

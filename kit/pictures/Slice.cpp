@@ -69,24 +69,24 @@ const char* WordOf(View view) {
 }
 
 const std::map<std::string, View>& ViewWords() {
-    static const std::map<std::string, View> s_words = {
+    static const std::map<std::string, View> kWords = {
         {"axial", View::Axial}, {"coronal", View::Coronal}, {"sagittal", View::Sagittal}};
-    return s_words;
+    return kWords;
 }
 
 const std::map<std::string, Interpolation>& InterpolationWords() {
-    static const std::map<std::string, Interpolation> s_words = {
+    static const std::map<std::string, Interpolation> kWords = {
         {"nearest", Interpolation::Nearest}, {"linear", Interpolation::Linear}, {"shaped", Interpolation::Shaped}};
-    return s_words;
+    return kWords;
 }
 
 const std::map<std::string, SlabMode>& SlabModeWords() {
-    static const std::map<std::string, SlabMode> s_words = {{"mean", SlabMode::Mean},
+    static const std::map<std::string, SlabMode> kWords = {{"mean", SlabMode::Mean},
                                                             {"max", SlabMode::Maximum},
                                                             {"maximum", SlabMode::Maximum},
                                                             {"min", SlabMode::Minimum},
                                                             {"minimum", SlabMode::Minimum}};
-    return s_words;
+    return kWords;
 }
 
 SlicePicture Slice(const Volume& volume, const SliceOptions& options) {

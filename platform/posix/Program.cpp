@@ -64,9 +64,10 @@ bool Program::Start(const ProgramStart& start, std::string& why) {
     std::vector<std::string> words = start.command;
     std::vector<std::string> variables;
     for (char** entry = environ; *entry != nullptr; ++entry) variables.emplace_back(*entry);
-    for (const auto& [name, value] : start.variables) {
-        std::erase_if(variables, [&](const std::string& entry) { return entry.starts_with(name + '='); });
-        variables.emplace_back(name).append("=").append(value);
+    for (const auto& variable : start.variables) {
+        const std::string beginning = variable.first + '=';
+        std::erase_if(variables, [&](const std::string& entry) { return entry.starts_with(beginning); });
+        variables.push_back(beginning + variable.second);
     }
     const Rules rules(start.sharesOutput);
     pid_t made = 0;
