@@ -1,21 +1,31 @@
 #!/usr/bin/python3
-"""How fast 1,000 CT slices are stored over the loopback interface, beside dcmtk with itself in the same rounds.
+"""How fast data sets are stored over the loopback interface, beside dcmtk and Orthanc in the same rounds.
 
 usage: network_rate.py KORVANE [SLICES]
 
-Needs dcmtk. Prints for each pair of sender and receiver the median seconds of five rounds, and its rate as a share of that
-of storescu with storescp; fails where ours takes part and is slower. dcmtk's own delay for small packets is off
-(TCP_NODELAY=1 in its environment), or it would take forty times as long.
+Needs dcmtk; Orthanc where it is installed. Two tables:
+
+- 1,000 CT slices from one sender to one receiver, for each pair of dcmtk and korvane: the median seconds of five rounds, and
+  the rate as a share of that of storescu with storescp. Fails where ours takes part and is slower.
+- Receivers of many peers, `storescp --fork`, Orthanc and `korvane receive`, none of which waits for the disk: 1, 4 and 16
+  senders at once, 8 slow ones, 200 associations with an echo each. Fails where korvane is more than 10 % behind the better of
+  the others. Beside it what waiting for the disk costs: `korvane receive` in a folder on the disk, without and with it.
+
+dcmtk's own delay for small packets is off (TCP_NODELAY=1 in its environment), or it would take forty times as long.
 """
 
+import contextlib
+import json
 import os
 import pathlib
 import shutil
 import socket
 import statistics
+import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 ROUNDS = 5
@@ -36,13 +46,7 @@ def seconds(folder, files, send, receive):
     command = [*receive, "-od", target, port] if receive[0] == "storescp" else [*receive, port, target]
     server = subprocess.Popen(command, **QUIET)
     try:
-        while True:
-            time.sleep(0.1)
-            try:
-                socket.create_connection((HERE, port)).close()
-                break
-            except ConnectionRefusedError:
-                assert server.poll() is None, "the receiver does not start"
+        await_port(port, server)
         start = time.monotonic()
         subprocess.run([*send, HERE, port, *files], check=True, **QUIET)
         taken = time.monotonic() - start
@@ -52,6 +56,162 @@ def seconds(folder, files, send, receive):
     assert len(list(target.iterdir())) == len(files), "files are missing"
     shutil.rmtree(target)
     return taken
+
+
+def await_port(port, server):
+    while True:
+        time.sleep(0.1)
+        try:
+            socket.create_connection((HERE, port)).close()
+            return
+        except ConnectionRefusedError:
+            assert server.poll() is None, "the receiver does not start"
+
+
+def orthanc(folder, port):
+    """The command of an Orthanc that stores into the folder."""
+    settings = folder.parent / "orthanc.json"
+    settings.write_text(json.dumps({
+        "StorageDirectory": str(folder), "IndexDirectory": str(folder), "DicomPort": int(port), "HttpServerEnabled": False,
+        "Plugins": [], "SyncStorageArea": False, "SaveJobs": False, "DicomAlwaysAllowStore": True, "DicomAlwaysAllowEcho": True,
+        "MaximumStorageSize": 0, "OverwriteInstances": True, "DicomCheckCalledAet": False}))
+    return ["Orthanc", settings]
+
+
+@contextlib.contextmanager
+def receiving(kind, program, folder):
+    """A receiver with an empty folder: its port; afterwards the processor seconds that it took, in a list."""
+    port, target, used = free_port(), folder / "in", []
+    target.mkdir()
+    command = {"storescp": ["storescp", "--fork", "-od", target, port], "Orthanc": orthanc(target, port),
+               "korvane": [program, "receive", port, target, "--local", "--no-sync", "-q"],
+               "korvane, synced": [program, "receive", port, target, "--local", "-q"]}[kind]
+    server = subprocess.Popen(command, **QUIET)
+    try:
+        await_port(port, server)
+        yield port, used
+    finally:
+        server.terminate()
+        used.append(sum(os.wait4(server.pid, 0)[2][:2]))
+        server.returncode = 0
+        shutil.rmtree(target)
+
+
+def senders(count, program, port, files):
+    """So many senders at once, each with its part of the files."""
+    running = [subprocess.Popen([program, "send", HERE, port, *files[n::count]], **QUIET) for n in range(count)]
+    assert [process.wait(300) for process in running] == [0] * count
+
+
+def read_pdu(peer):
+    head = peer.recv(6, socket.MSG_WAITALL)
+    peer.recv(struct.unpack(">I", head[2:])[0], socket.MSG_WAITALL)
+    return head[0]
+
+
+def request(sop_class):
+    def item(kind, data):
+        return struct.pack(">BBH", kind, 0, len(data)) + data
+
+    context = item(0x20, b"\1\0\0\0" + item(0x30, sop_class) + item(0x40, b"1.2.840.10008.1.2.1"))
+    body = struct.pack(">HH", 1, 0) + b"ANY-SCP".ljust(16) + b"BENCH".ljust(16) + bytes(32)
+    body += item(0x10, b"1.2.840.10008.3.1.1.1") + context + item(0x50, item(0x51, struct.pack(">I", 131072)))
+    return struct.pack(">BBI", 1, 0, len(body)) + body
+
+
+def pdv(data, control):
+    return struct.pack(">BBIIBB", 4, 0, len(data) + 6, len(data) + 2, 1, control) + data
+
+
+def command(field, sop_class, data, instance=b""):
+    rows = [(0x2, sop_class), (0x100, field), (0x110, 1), (0x700, 0), (0x800, 1 if data else 0x101), (0x1000, instance)]
+    body = b""
+    for tag, value in rows:
+        value = value + bytes(len(value) % 2) if isinstance(value, bytes) else struct.pack("<H", value)
+        body += struct.pack("<HHI", 0, tag, len(value)) + value if value else b""
+    return pdv(body, 3)
+
+
+def associate(port, sop_class):
+    peer = socket.create_connection((HERE, port), 60)
+    peer.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    peer.sendall(request(sop_class))
+    assert read_pdu(peer) == 2
+    return peer
+
+
+def release(peer):
+    peer.sendall(b"\5\0\0\0\0\4" + bytes(4))
+    assert read_pdu(peer) == 6
+    peer.close()
+
+
+def echoes(_program, port, _files):
+    for _ in range(200):
+        peer = associate(port, b"1.2.840.10008.1.1")
+        peer.sendall(command(0x30, b"1.2.840.10008.1.1", False))
+        assert read_pdu(peer) == 4
+        release(peer)
+
+
+def slowly(_program, port, files):
+    """Eight that send 16 slices each in pieces, 20 ms after each other."""
+    sop_class = b"1.2.840.10008.5.1.4.1.1.2"
+
+    def send(part):
+        peer = associate(port, sop_class)
+        for path in part:
+            whole = path.read_bytes()
+            (length,) = struct.unpack("<I", whole[140:144])
+            meta, data = whole[144:144 + length], whole[144 + length:]
+            at = meta.index(b"\2\0\3\0UI") + 8
+            uid = meta[at:at + struct.unpack("<H", meta[at - 2:at])[0]]
+            peer.sendall(command(1, sop_class, True, uid))
+            for place in range(0, len(data), 65536):
+                piece = data[place:place + 65536]
+                peer.sendall(pdv(piece, 2 if place + 65536 >= len(data) else 0))
+                time.sleep(0.02)
+            assert read_pdu(peer) == 4
+        release(peer)
+
+    threads = [threading.Thread(target=send, args=(files[n::8][:16],)) for n in range(8)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+
+
+LOADS = [(f"{n} sender{'s' if n > 1 else ''}", lambda *run, n=n: senders(n, *run)) for n in (1, 4, 16)] + [
+    ("8 slow senders", slowly), ("200 echoes", echoes)]
+
+
+def measured(kind, program, folder, load, files):
+    """Seconds of the load, and processor seconds of the receiver."""
+    with receiving(kind, program, folder) as (port, used):
+        start = time.monotonic()
+        load(program, port, files)
+        taken = time.monotonic() - start
+    return taken, used[0]
+
+
+def many_peers(program, folder, disk, files):
+    """Prints the second table; whether korvane was behind."""
+    kinds = [kind for kind, needs in (("storescp", "storescp"), ("Orthanc", "Orthanc"), ("korvane", program)) if shutil.which(needs)]
+    synced = [(kind, disk) for kind in ("korvane", "korvane, synced")]
+    behind = False
+    print(f"\nreceivers of many peers, {len(files)} slices in all, medians of {ROUNDS} rounds: seconds (processor seconds)")
+    print(f"  {'':15}" + "".join(f"{kind:>17}" for kind in kinds) + f"{'to the better':>15}{'on the disk':>13}{'synced':>9}")
+    for name, load in LOADS:
+        places = [(kind, folder) for kind in kinds] + synced
+        rounds = [[measured(kind, program, place, load, files) for kind, place in places] for _ in range(ROUNDS)]
+        times = [statistics.median(run[n][0] for run in rounds) for n in range(len(places))]
+        used = [statistics.median(run[n][1] for run in rounds) for n in range(len(places))]
+        ours = len(kinds) - 1
+        ratio = statistics.median(min(run[n][0] for n in range(ours)) / run[ours][0] for run in rounds)
+        behind = behind or ratio < 0.9
+        print(f"  {name:15}" + "".join(f"{times[n]:9.2f} ({used[n]:5.2f})" for n in range(len(kinds))) +
+              f"{ratio:15.2f}{times[-2]:13.2f}{times[-1]:9.2f}", flush=True)
+    return behind
 
 
 def main():
@@ -73,7 +233,9 @@ def main():
             slower = slower or ratio < 1
             names = [pathlib.Path(" ".join(command[:2])).name for command in (user, provider)]
             print(f"  {names[0]:12} -> {names[1]:15} {taken:6.2f} s  {megabytes / taken:5.0f} MB/s  {ratio:5.2f}")
-        return 1 if slower else 0
+        with tempfile.TemporaryDirectory(prefix="korvane-network-rate-") as disk:
+            behind = many_peers(program, folder, pathlib.Path(disk), files[:400])
+        return 1 if slower or behind else 0
     finally:
         shutil.rmtree(folder, ignore_errors=True)
 

@@ -38,3 +38,14 @@ void AddPeerOptions(CLI::App& verb, Peer& options) {
     AddTlsOptions(verb, options.tls);
     verb.add_flag("!--tls-any-name", options.tls.checksName, "Take a certificate that is for another host name");
 }
+
+void AddCommitOptions(CLI::App& verb, CommitOptions& options, const std::string& prefix) {
+    constexpr int kLongest = 24 * 3600;
+    verb.add_option("--" + prefix + "port", options.port,
+                    "Port that the peer has for --aet, to report over an association of its own")
+        ->check(CLI::Range(1, 65535));
+    verb.add_option("--" + prefix + "bind", options.bindAddress, "Address of this machine for that (all)");
+    verb.add_option("--" + prefix + "wait", options.wait, "Seconds that the report is awaited (60)")
+        ->check(CLI::Range(0, kLongest));
+    verb.add_flag("--" + prefix + "tls-in", options.encrypted, "What comes to that port is encrypted, too");
+}

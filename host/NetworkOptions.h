@@ -1,10 +1,13 @@
 // Options of the verbs that connect to other programs.
 #pragma once
 
+#include <string>
+
 namespace CLI {
 class App;
 }
 namespace korvane {
+struct CommitOptions;
 struct Peer;
 struct TlsOptions;
 }  // namespace korvane
@@ -14,3 +17,6 @@ void AddTlsOptions(CLI::App& verb, korvane::TlsOptions& options);
 
 /// Adds HOST, PORT, AE titles and time-outs to a verb.
 void AddPeerOptions(CLI::App& verb, korvane::Peer& options);
+
+/// Adds the options for how a report of commitment is awaited, each behind "--" and the prefix.
+void AddCommitOptions(CLI::App& verb, korvane::CommitOptions& options, const std::string& prefix);

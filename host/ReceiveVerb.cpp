@@ -30,6 +30,7 @@ public:
     }
     void OnFile(const ReceivedFile& file) override { Tell(OutcomeOf(file)); }
     void OnEnd(const ReceivedAssociation& association) override { Tell(OutcomeOf(association)); }
+    void OnCommitment(const ReceivedCommitment& commitment) override { Tell(OutcomeOf(commitment)); }
     bool OnLook(int milliseconds) override { return m_Lines.Write(milliseconds); }
     void Finish() { m_Lines.Finish(); }
 
@@ -52,6 +53,7 @@ public:
     void OnListening(std::uint16_t port) override { m_Lines.Add(ListeningJson(port)); }
     void OnFile(const ReceivedFile& file) override { m_Lines.Add(ToJson(file)); }
     void OnEnd(const ReceivedAssociation& association) override { m_Lines.Add(ToJson(association)); }
+    void OnCommitment(const ReceivedCommitment& commitment) override { m_Lines.Add(ToJson(commitment)); }
     void OnStudy(const ReceivedStudy& study) override { m_Lines.Add(ToJson(study)); }
 };
 
@@ -100,6 +102,14 @@ void AddReceiveVerb(CLI::App& program) {
     verb->add_option("--keep-free", arguments->keepFree, "Megabytes of the disk that are not written to (64)");
     verb->add_flag("!--no-sync", options.sync, "Answer before a file is on the disk: faster, and lost with the power");
     AddTlsOptions(*verb, options.tls);
+    verb->add_option(
+            "--commit-to", options.commitTo,
+            "TITLE=HOST:PORT where commitment is reported to a title whose association has ended; may be repeated")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    verb->add_option("--commit-retry", options.commitRetry,
+                     "Seconds before a report is tried again, then twice as long (10)")
+        ->check(CLI::Range(1, 3600));
     CLI::Option* const count =
         verb->add_option("--count", options.count, "End after so many associations")->check(CLI::Range(1, 1000000000));
     verb->add_flag("--once", arguments->once, "End after one association")->excludes(count);

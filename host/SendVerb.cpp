@@ -15,12 +15,15 @@ struct Arguments {
     Peer peer;
     std::vector<std::string> sources;
     SendOptions options;
+    CommitOptions commit;
+    bool asksCommit = false;
     bool json = false;
 };
 
 void SendAll(Arguments& arguments) {
     ConsoleWatcher watcher;
     arguments.options.watcher = &watcher;
+    if (arguments.asksCommit) arguments.options.commit = arguments.commit;
     const SendReport report = Send(arguments.peer, arguments.sources, arguments.options);
     Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
 }
@@ -44,6 +47,9 @@ void AddSendVerb(CLI::App& program) {
                      "File that keeps what is to be sent and what was acknowledged: the same again goes on from there");
     verb->add_flag("--decode-lossy", options.decodeLossy,
                    "Decode what was compressed with loss, too, where the peer does not take its syntax");
+    verb->add_flag("--commit", arguments->asksCommit,
+                   "Then ask whether the peer keeps what was stored safely (storage commitment); fails unless it does");
+    AddCommitOptions(*verb, arguments->commit, "commit-");
     verb->add_flag("--json", arguments->json, "For programs");
     verb->callback([arguments] {
         if (arguments->sources.empty() && arguments->options.queue.empty()) throw CLI::RequiredError("FILE");

@@ -6,6 +6,7 @@ class App;
 }
 
 void AddBatchVerb(CLI::App& program);
+void AddCommitVerb(CLI::App& program);
 void AddConvertVerb(CLI::App& program);
 void AddDumpVerb(CLI::App& program);
 void AddEchoVerb(CLI::App& program);

@@ -35,6 +35,7 @@ void AddVerbs(CLI::App& program) {
     AddMediaVerb(program);
     AddEchoVerb(program);
     AddSendVerb(program);
+    AddCommitVerb(program);
     AddFindVerb(program);
     AddGetVerb(program);
     AddMoveVerb(program);

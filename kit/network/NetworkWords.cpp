@@ -1,5 +1,6 @@
 // Network jobs in words: their options, and what became of them.
 #include "../core/Visible.h"
+#include "Commit.h"
 #include "Echo.h"
 #include "Query.h"
 #include "Receive.h"
@@ -51,15 +52,15 @@ const std::string& RemarkOn(const ReceivedFile& file) {
 
 const std::map<std::string, FileLayout>& LayoutWords() {
     static const std::map<std::string, FileLayout> kWords = {{"flat", FileLayout::Flat},
-                                                              {"patient", FileLayout::Patient},
-                                                              {"study", FileLayout::Study},
-                                                              {"series", FileLayout::Series}};
+                                                             {"patient", FileLayout::Patient},
+                                                             {"study", FileLayout::Study},
+                                                             {"series", FileLayout::Series}};
     return kWords;
 }
 
 const std::map<std::string, TlsProfile>& TlsProfileWords() {
     static const std::map<std::string, TlsProfile> kWords = {{"bcp195", TlsProfile::Bcp195},
-                                                              {"bcp195-extended", TlsProfile::ExtendedBcp195}};
+                                                             {"bcp195-extended", TlsProfile::ExtendedBcp195}};
     return kWords;
 }
 
@@ -67,6 +68,24 @@ Outcome OutcomeOf(const EchoReport& report) {
     return {.lines = {report.peer.Name() + " answers as " + report.peer.peerTitle + " (" +
                       (report.implementation.empty() ? "unnamed" : report.implementation) + "), " +
                       Decimal(report.milliseconds) + " ms"}};
+}
+
+Outcome OutcomeOf(const CommitReport& report) {
+    Outcome outcome{.lines = {std::to_string(report.committed) + " of " + std::to_string(report.instances.size()) +
+                              " instances are committed by " + report.peer}};
+    for (const auto& file : report.leftOut) outcome.lines.push_back("left out: " + file.path + ": " + file.why);
+    for (const auto& file : report.failed) outcome.faults.push_back(file.path + ": " + file.why);
+    for (const CommitReport::Instance& instance : report.instances) {
+        if (instance.outcome == CommitReport::Outcome::Committed) continue;
+        outcome.faults.push_back(instance.path + ": " + WordOf(instance.outcome) + ": " + instance.why);
+    }
+    if (!outcome.faults.empty()) {
+        outcome.failure.emplace(ErrorKind::Refused,
+                                std::to_string(outcome.faults.size()) + " are not committed: keep your own");
+    } else if (report.instances.empty()) {
+        outcome.failure.emplace(ErrorKind::NotFound, "no DICOM files");
+    }
+    return outcome;
 }
 
 Outcome OutcomeOf(const SendReport& report) {
@@ -89,6 +108,11 @@ Outcome OutcomeOf(const SendReport& report) {
     } else if (report.stored + report.earlier == 0 && !report.sources.empty()) {
         outcome.failure.emplace(ErrorKind::NotFound, report.sources.front() + ": no DICOM files");
     }
+    if (!report.commitment) return outcome;
+    const Outcome commitment = OutcomeOf(*report.commitment);
+    lines.insert(lines.end(), commitment.lines.begin(), commitment.lines.end());
+    outcome.faults.insert(outcome.faults.end(), commitment.faults.begin(), commitment.faults.end());
+    if (!outcome.failure) outcome.failure = commitment.failure;
     return outcome;
 }
 
@@ -146,6 +170,19 @@ Outcome OutcomeOf(const ReceivedAssociation& association) {
         .lines = {who + std::to_string(association.stored) + " files stored" +
                   (association.refused > 0 ? ", " + std::to_string(association.refused) + " refused" : "")}};
     if (!association.error.empty()) outcome.faults.push_back(who + association.error);
+    return outcome;
+}
+
+Outcome OutcomeOf(const ReceivedCommitment& commitment) {
+    const std::string who = commitment.time + ' ' + commitment.caller + ": ";
+    Outcome outcome;
+    if (commitment.reported) {
+        outcome.lines.push_back(who + std::to_string(commitment.instances - commitment.failed) + " of " +
+                                std::to_string(commitment.instances) + " instances committed");
+    }
+    if (!commitment.why.empty()) {
+        outcome.faults.push_back(who + "commitment " + commitment.transaction + ": " + commitment.why);
+    }
     return outcome;
 }
 

@@ -1,8 +1,8 @@
 #include "QueryUser.h"
 
-#include "../dataset/Toolkit.h"
+#include "DataSetMessages.h"
 
-#include "Dicom/Lib/network/PDataBuffers.h"
+#include "Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 namespace korvane {
 
@@ -10,7 +10,6 @@ namespace {
 
 using Event = DcmService::Event;
 
-constexpr std::size_t kLargestIdentifier = std::size_t{16} << 20;
 constexpr std::string_view kWorklistClass = "1.2.840.10008.5.1.4.31";
 
 // SOP classes by model (patient root, study root) and service.
@@ -52,15 +51,7 @@ void QueryUser::Request(CommandField field, std::string_view sopClass, const Dat
     m_Request.dataSetType = 1;
     m_Request.moveDestination = destination;
     m_Asked = context.id;
-    const int syntax = FindTransferSyntax(context.transferSyntax, kImplicitLittleEndian);
-    const auto drained = identifier.Clone().ReleaseToolkit();
-    CompleteTypes(*drained, &PublicDictionary());
-    bool sent = service.SendCommand(context.id, m_Request) != 0;
-    if (sent) {
-        DictionaryCodec codec;
-        PDataOutputBuffer out(service, context.id, 0);
-        sent = codec.EncodeStream(syntax, out, drained.get()) != 0 && out.Finish() != 0;
-    }
+    const bool sent = service.SendCommand(context.id, m_Request) != 0 && SendDataSet(service, context, identifier);
     m_Watch.StopIfAsked();
     if (!sent) throw m_Peer.MakeError();
 }
@@ -82,28 +73,15 @@ bool QueryUser::IsResponse(const DimseCommand& command) const {
 
 DataSet QueryUser::ReadIdentifier(std::size_t& bytes) {
     DcmService& service = m_Peer.GetService();
-    const AcceptedContext* const context = service.FindContext(m_Context);
-    const int syntax = FindTransferSyntax(context->transferSyntax, kImplicitLittleEndian);
-    PDataInputBuffer in(service, m_Context, 0);
-    std::vector<unsigned char> whole;
-    constexpr std::size_t kStep = std::size_t{16} << 10;
-    for (std::size_t got = 1; got > 0 && whole.size() <= kLargestIdentifier;) {
-        const std::size_t have = whole.size();
-        whole.resize(have + kStep);
-        got = in.ReadSome(whole.data() + have, kStep);
-        whole.resize(have + got);
-    }
+    ReceivedDataSet received = ReceiveDataSet(service, m_Context);
     m_Watch.StopIfAsked();
-    if (in.GetEvent() != Event::Message) throw m_Peer.MakeError();
-    auto parsed = std::make_unique<DICOMDataObject>();
-    DictionaryCodec codec;
-    MemoryInputBuffer buffer(whole.data(), whole.size());
-    if (whole.size() > kLargestIdentifier || codec.ParseStream(syntax, buffer, parsed.get(), kParseAll) == 0) {
+    if (received.event != Event::Message) throw m_Peer.MakeError();
+    if (received.dataSet == nullptr) {
         service.Abort();
         throw Error(ErrorKind::Damaged, m_Peer.GetName() + ": the data set of an answer is damaged, or too large");
     }
-    bytes += whole.size();
-    return DataSet::FromToolkit(std::move(parsed));
+    bytes += received.bytes;
+    return DataSet::FromToolkit(std::move(received.dataSet));
 }
 
 void QueryUser::Cancel() {

@@ -5,6 +5,7 @@
 #include "../core/TimeText.h"
 #include "../core/Watch.h"
 #include "Connection.h"
+#include "ReceiveSession.h"
 #include "ReceivedFiles.h"
 #include "StudyCommands.h"
 
@@ -58,6 +59,18 @@ public:
         m_Policy.acceptsSyntax = [](std::string_view syntax) {
             return IsStorableSyntax(syntax) || IsDeflatedTransferSyntax(syntax);
         };
+        m_Policy.acceptsClass = [this](std::string_view sopClass) {
+            const bool isStored = !m_Options.folder.empty() && IsStorageOrVerification(sopClass);
+            return isStored || sopClass == kVerificationClass || sopClass == kCommitmentClass;
+        };
+        if (options.takesReports) {
+            m_Policy.acceptsProvider = [](std::string_view sopClass) { return sopClass == kCommitmentClass; };
+            m_TakeReport = [this](const CommitmentNews& news) {
+                bool isKnown = false;
+                Observe([&] { isKnown = m_Observer.OnReport(news); });
+                return isKnown;
+            };
+        }
         m_Busy = m_Policy;
         m_Busy.rejectResult = kRejectedTransient;
         m_Busy.rejectSource = kRejectProviderPresentation;
@@ -66,15 +79,16 @@ public:
         if (options.tls.isOn) m_pTls = std::make_unique<TlsContext>(options.tls, TlsContext::Side::Accepts);
     }
 
-    ~Receiver() { EndAll(); }
+    ~Receiver() {
+        EndAll();
+        m_pReporter.reset();
+    }
     Receiver(const Receiver&) = delete;
     Receiver& operator=(const Receiver&) = delete;
 
     ReceiveReport Run() {
-        MakeDirectory(m_Options.folder);
         platform::FolderLock lock;
-        if (lock.TakeAlone(m_Options.folder) && lock.IsHeld()) RemoveUnfinished(m_Options.folder, m_Watch);
-        lock.TakeShared(m_Options.folder);
+        if (!m_Options.folder.empty()) PrepareFolder(lock);
         const std::string own = m_Options.bindAddress.empty() ? "" : CheckAddress(m_Options.bindAddress);
         OwnSocket listener(platform::ListenTo(own, m_Options.port));
         if (!listener.IsOpen()) {
@@ -83,6 +97,7 @@ public:
                         "cannot listen on port " + std::to_string(m_Options.port) + ": " + SystemText(reason, ""));
         }
         Observe([&] { m_Observer.OnListening(platform::BoundPort(listener.Get())); });
+        if (m_pReporter) m_pReporter->Begin();
         while (GoesOn()) {
             Reap();
             TellOfStudies(std::chrono::seconds(m_Options.studyQuiet));
@@ -95,6 +110,7 @@ public:
         }
         listener.Close();
         EndAll();
+        if (m_pReporter) m_pReporter->End();
         if (!m_Watch.IsStopped()) TellOfStudies(std::chrono::seconds(0));
         if (m_Failure) std::rethrow_exception(m_Failure);
         m_Commands.Finish();
@@ -104,6 +120,17 @@ public:
     }
 
 private:
+    void PrepareFolder(platform::FolderLock& lock) {
+        MakeDirectory(m_Options.folder);
+        const bool isAlone = lock.TakeAlone(m_Options.folder) && lock.IsHeld();
+        if (isAlone) RemoveUnfinished(m_Options.folder, m_Watch);
+        m_pReporter = std::make_unique<CommitmentReporter>(m_Options, [this](const ReceivedCommitment& commitment) {
+            Observe([&] { m_Observer.OnCommitment(commitment); });
+        });
+        m_pReporter->Load(isAlone);
+        lock.TakeShared(m_Options.folder);
+    }
+
     static std::string CheckAddress(const std::string& text) {
         std::string address = platform::NormalAddress(text);
         if (!address.empty()) return address;
@@ -291,7 +318,11 @@ private:
         StorageProvider provider(service, files);
         provider.SetTakesAnyInstance(true);
         service.AAssociateRQ::m_CallingAETitle.clear();  // stays empty when no request comes
-        const Event end = provider.Serve(served.isRejected ? m_Busy : m_Policy);
+        Event end;
+        {
+            ReceiveSession session(service, provider, m_pReporter.get(), m_TakeReport);
+            end = session.Serve(served.isRejected ? m_Busy : m_Policy);
+        }
         association.caller = service.GetCallingTitle();
         if (!association.caller.empty()) association.called = service.GetCalledTitle();
         association.end = TimeNow();
@@ -343,6 +374,8 @@ private:
     StudyCommands m_Commands;  // used by the calling thread only
     AcceptPolicy m_Policy;
     AcceptPolicy m_Busy;  // rejects everything, as transient
+    ReceiveSession::TakeReport m_TakeReport;
+    std::unique_ptr<CommitmentReporter> m_pReporter;
     SocketLibrary m_Library;
     std::unique_ptr<TlsContext> m_pTls;
     std::vector<std::string> m_Allowed;
@@ -362,6 +395,10 @@ void ReceiveObserver::OnListening(std::uint16_t /*port*/) {}
 void ReceiveObserver::OnFile(const ReceivedFile& /*file*/) {}
 void ReceiveObserver::OnEnd(const ReceivedAssociation& /*association*/) {}
 void ReceiveObserver::OnStudy(const ReceivedStudy& /*study*/) {}
+void ReceiveObserver::OnCommitment(const ReceivedCommitment& /*commitment*/) {}
+bool ReceiveObserver::OnReport(const CommitmentNews& /*news*/) {
+    return false;
+}
 bool ReceiveObserver::OnLook(int /*milliseconds*/) {
     return true;
 }

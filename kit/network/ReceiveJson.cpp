@@ -59,4 +59,23 @@ std::string ToJson(const ReceivedStudy& study) {
                           {"time", TimeNow()}});
 }
 
+std::string ToJson(const ReceivedCommitment& commitment) {
+    Json failures = Json::array();
+    for (const ReceivedCommitment::Failure& failure : commitment.failures) {
+        failures.push_back({{"sopClass", JsonText(failure.sopClass)},
+                            {"sopInstance", JsonText(failure.sopInstance)},
+                            {"status", failure.status},
+                            {"why", failure.why}});
+    }
+    return Line("commitment", {{"transaction", commitment.transaction},
+                               {"calling", JsonText(commitment.caller)},
+                               {"instances", commitment.instances},
+                               {"failed", commitment.failed},
+                               {"failures", failures},
+                               {"reported", commitment.reported},
+                               {"over", commitment.isOver},
+                               {"why", JsonText(commitment.why)},
+                               {"time", commitment.time}});
+}
+
 }  // namespace korvane

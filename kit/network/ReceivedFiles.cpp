@@ -58,6 +58,11 @@ bool IsUnfinished(std::string_view name) {
 
 }  // namespace
 
+std::string FileNameOf(const std::string& sopInstance) {
+    if (IsUid(sopInstance)) return sopInstance;
+    return "2.25." + std::to_string(Hash(sopInstance, 1)) + std::to_string(Hash(sopInstance, 2));
+}
+
 void RemoveUnfinished(const std::string& folder, const Watch& watch) {
     Finding finding{FindingKind::FileFailed};
     std::error_code error;
@@ -189,12 +194,6 @@ bool ReceivedFiles::MakeFolders(const std::vector<std::string>& names, std::stri
         m_Changed.push_back(folder);  // all of them: another association may have made it, and not synced it yet
     }
     return true;
-}
-
-std::string ReceivedFiles::MakeName(const StorageRequest& request) const {
-    std::string name = FolderSink::MakeName(request);
-    if (!name.empty()) return name;
-    return "2.25." + std::to_string(Hash(request.sopInstance, 1)) + std::to_string(Hash(request.sopInstance, 2));
 }
 
 std::uint16_t ReceivedFiles::CheckDeflated(const std::string& path, std::size_t head) {

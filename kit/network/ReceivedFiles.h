@@ -17,6 +17,10 @@ namespace korvane {
 /// Removes the unfinished files of a receiver that was killed. No receiver may be writing into the folder.
 void RemoveUnfinished(const std::string& folder, const Watch& watch);
 
+/// The name of an instance's file without ".dcm": its UID; for a text that is none, a UID that is made of its bytes (2.25
+/// and two hashes), always the same.
+std::string FileNameOf(const std::string& sopInstance);
+
 /// Writes files into the receiver's folder, and reports the system's reason where that fails. When the disk has less
 /// than the limit of free space, a data set is refused before it is begun.
 class ReceivedFiles : public FolderSink {
@@ -37,9 +41,7 @@ protected:
     /// Checks a deflated data set, which could not be checked while it arrived. Then takes other users' access rights
     /// to the file away, and waits until it is on the disk where the options ask for that.
     std::uint16_t Check(const std::string& path, std::size_t head) override;
-    /// The SOP Instance UID; for a text that is none, a UID that is made of its bytes (2.25 and two hashes), always the
-    /// same.
-    std::string MakeName(const StorageRequest& request) const override;
+    std::string MakeName(const StorageRequest& request) const override { return FileNameOf(request.sopInstance); }
 
     /// Reads what the file is about, and makes its folder.
     std::uint16_t Place(const std::string& unfinished, std::string& path) override;

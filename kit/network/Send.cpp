@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
+#include "CommitJob.h"
 #include "PeerConnection.h"
 #include "SendDecoder.h"
 #include "SendList.h"
@@ -57,6 +58,7 @@ public:
         Enter();
         MakeBatches();
         if (m_nWaiting > 0) SendAll(static_cast<std::int64_t>(list.bytes));
+        if (m_Options.commit) AskForCommitment();
         return std::move(m_Report);
     }
 
@@ -74,6 +76,18 @@ private:
             m_WasBegun[i] = stage == SendQueue::Stage::Begun;
         }
         m_Queue->EndList();
+    }
+
+    // A failure of that leaves the report as it is: what was stored is stored.
+    void AskForCommitment() {
+        std::vector<StorageFile> stored;
+        for (std::size_t i = 0; i < m_Files.size(); ++i) {
+            if (m_IsDone[i]) stored.push_back(m_Files[i]);
+        }
+        if (stored.empty()) return;
+        CommitOptions options = *m_Options.commit;
+        options.watcher = m_Options.watcher;
+        m_Report.commitment = CommitFiles(m_Peer, stored, options, true);
     }
 
     void MakeBatches() {
@@ -289,6 +303,7 @@ private:
             m_Failed.push_back({index, {file.path, result.error, result.status}});
             return;
         }
+        m_IsDone[index] = true;
         ++m_Report.stored;
         m_Report.bytes += result.bytes;
         if (result.status != kStatusSuccess) {
@@ -321,7 +336,7 @@ private:
     Watch m_Watch;
     std::optional<SendQueue> m_Queue;
     std::vector<StorageFile> m_Files;
-    std::vector<bool> m_IsDone;    // stored by an earlier run
+    std::vector<bool> m_IsDone;    // stored, now or by an earlier run; guarded by the mutex below
     std::vector<bool> m_WasBegun;  // on its way when an earlier run ended
     std::size_t m_nWaiting = 0;    // files at the beginning
     std::atomic<std::int64_t> m_nSent = 0;

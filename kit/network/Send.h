@@ -3,10 +3,12 @@
 
 #include "../core/Outcome.h"
 #include "../core/Watcher.h"
+#include "Commit.h"
 #include "Peer.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +25,8 @@ struct SendOptions {
     std::string queue;
     /// Decode what was compressed with loss, too, for a peer that does not take its syntax.
     bool decodeLossy = false;
+    /// Ask afterwards whether the peer keeps safely what it has stored, by earlier runs of the queue too.
+    std::optional<CommitOptions> commit;
     unsigned jobs = 1;           ///< associations at once, at most; at most 64
     Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
@@ -45,6 +49,7 @@ struct SendReport {
     std::vector<File> failed;   ///< not stored
     std::vector<File> leftOut;  ///< files of folders that are not DICOM, or a DICOMDIR
     std::vector<File> decoded;  ///< stored uncompressed, since the peer does not take the syntax of the file
+    std::optional<CommitReport> commitment;  ///< where that was asked for and anything was stored
     std::vector<File>
         again;  ///< sent once more, since nobody knows whether they had arrived: the peer may have them twice
 };

@@ -33,6 +33,7 @@ std::string ToJson(const SendReport& report) {
     json["leftOut"] = FilesJson(report.leftOut);
     json["decoded"] = FilesJson(report.decoded);
     json["again"] = FilesJson(report.again);
+    if (report.commitment) json["commitment"] = nlohmann::ordered_json::parse(ToJson(*report.commitment));
     return json.dump(2);
 }
 

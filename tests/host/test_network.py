@@ -227,6 +227,55 @@ def many_at_once():
     assert len([line for line in said[:-1] if line["event"] == "file" and "are free" in line["why"]]) == 2, said
 
 
+def faults_at_once():
+    """Peers with every fault, four of each at the same time, while four senders work: each fault costs its own peer alone."""
+    request, whole = request_then((2, b"\x08\0\x16\0" + struct.pack("<I", 26) + b"1.2.840.10008.5.1.4.1.1.2\0" +
+                                   b"\x08\0\x18\0" + struct.pack("<I", 8) + b"1.2.3.4\0"))
+    _, store = request_then((0, bytes(100)))
+    _, missing = request_then((2, b""))
+    _, cut = request_then((2, struct.pack("<HHI", 0x8, 0x70, 100000) + bytes(100)))
+    _, nested = request_then((2, struct.pack("<HHIHHI", 0x8, 0x1115, 0xFFFFFFFF, 0xFFFE, 0xE000, 0xFFFFFFFF) * 2000))
+    command = store[:-112]
+    release = b"\5\0\0\0\0\4" + bytes(4)
+    ways = {
+        "silence": b"", "cut request": request[:50], "garbage": bytes(range(256)) * 8, "huge request": b"\1\0\xff\xff\xff\xff",
+        "no request": store, "another request": request + request, "unknown PDU": request + b"\x63\0\0\0\0\4" + bytes(4),
+        "huge PDU": request + b"\4\0\xff\xff\xff\xff", "empty PDV": request + struct.pack(">BBIIBB", 4, 0, 6, 1, 1, 3),
+        "PDV beyond its PDU": request + struct.pack(">BBIIBB", 4, 0, 6, 5000, 1, 3),
+        "wrong context": request + store.replace(struct.pack(">BB", 1, 3), struct.pack(">BB", 9, 3), 1),
+        "data first": request + struct.pack(">BBIIBB", 4, 0, 8, 4, 1, 2) + bytes(2), "no end of a command": request + (
+            struct.pack(">BBIIBB", 4, 0, 106, 102, 1, 1) + bytes(100)) * 700,
+        "command in a data set": request + store + command, "cut command": request + command[:40],
+        "missing data": request + missing + release, "cut data": request + cut + release, "deep data": request + nested + release,
+        "aborted": request + store + b"\7\0\0\0\0\4" + bytes(4), "gone": request + store, "stored": request + whole + release,
+    }
+    sources = phantom("many", "--size", 64, "--slices", 40)
+    files = sorted(sources.iterdir())
+    with receiver(WORK / "in", "--limit", 200, "--request-timeout", 2, "--timeout", 2, "--no-sync",
+                  status=1) as (port, said, process), contextlib.ExitStack() as hanging:
+        for way in list(ways) * 4:
+            peer = hanging.enter_context(socket.create_connection((HERE, port), 10))
+            with contextlib.suppress(OSError):  # the receiver may have had enough
+                peer.sendall(ways[way])
+                if way == "gone":
+                    peer.close()
+        senders = [subprocess.Popen([*KORVANE, "send", HERE, str(port), *map(str, files[n::4])], stdout=subprocess.DEVNULL)
+                   for n in range(4)]
+        assert [sender.wait(timeout=60) for sender in senders] == [0] * 4
+        for _ in range(100):
+            if len(list((WORK / "in").iterdir())) == 41 and not list((WORK / "in").glob(".*")):
+                break
+            time.sleep(0.1)  # until the time of the silent ones is up
+        korvane("echo", HERE, port)
+        process.send_signal(signal.SIGINT)
+    stored = sorted(path.name for path in (WORK / "in").iterdir())
+    assert len(stored) == 41 and "1.2.3.4.dcm" in stored, stored
+    (WORK / "in/1.2.3.4.dcm").unlink()
+    same(WORK / "in", files)
+    reasons = {line["error"] for line in said[:-1] if line["event"] == "association"}
+    assert len(reasons) > 6, reasons
+
+
 def shared_folder():
     """Two receivers in one folder, eight senders: all that was acknowledged is there, as it was sent."""
     files = []
@@ -334,4 +383,4 @@ def stopped():
 if not PEERS:
     print("skipped: dcmtk is not installed")
     raise SystemExit(host_test.SKIPPED)
-host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, many_at_once, shared_folder, odd_names, flooded, stopped)
+host_test.run(to_and_from_dcmtk, orthanc, refused, received_with_care, many_at_once, faults_at_once, shared_folder, odd_names, flooded, stopped)

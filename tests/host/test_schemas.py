@@ -80,13 +80,16 @@ def media_and_network():
     (source / "notes.txt").write_text("not meant")
     conforms("media", korvane("media", WORK / "medium", source, "--json")[0])
     conforms("media", korvane("media", "--verify", WORK / "medium", "--json")[0])
-    with subprocess.Popen([*KORVANE, "receive", "0", str(WORK / "in"), "--count", "2", "--json"],
+    with subprocess.Popen([*KORVANE, "receive", "0", str(WORK / "in"), "--count", "5", "--json"],
                           stdout=subprocess.PIPE, text=True) as receiver:
         port = conforms("receive", receiver.stdout.readline())["port"]
         conforms("echo", korvane("echo", "127.0.0.1", port, "--json")[0])
         conforms("send", korvane("send", "127.0.0.1", port, source, "--json")[0])
+        conforms("send", korvane("send", "127.0.0.1", port, source, "--commit", "--json")[0])
+        next((WORK / "in").iterdir()).unlink()
+        conforms("commit", korvane("commit", "127.0.0.1", port, source, "--json", status=1)[0])
         events = [conforms("receive", line)["event"] for line in receiver.stdout]
-    assert events.count("file") == 2 and events.count("association") == 2, events
+    assert events.count("file") == 4 and events.count("association") == 5 and events.count("commitment") == 2, events
 
 
 run(series_and_exports, batches, media_and_network)

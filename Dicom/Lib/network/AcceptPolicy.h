@@ -17,6 +17,8 @@ struct AcceptPolicy {
     std::vector<std::string> callingTitles;               ///< calling AE titles that are accepted [all]
     std::function<bool(std::string_view)> acceptsClass;   ///< SOP classes [`IsStorageOrVerification`]
     std::function<bool(std::string_view)> acceptsSyntax;  ///< transfer syntaxes [`IsStorableSyntax`]
+    /// SOP classes whose provider the requestor may be, where it proposes that (PS3.7 D.3.3.4) [none]
+    std::function<bool(std::string_view)> acceptsProvider;
 
     /// Where the result is not 0, every request is rejected with these (PS3.8 9.3.4), for instance while the disk is
     /// full.

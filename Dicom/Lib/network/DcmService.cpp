@@ -152,6 +152,10 @@ DcmService::Event DcmService::Answer(const AcceptPolicy& policy) {
         m_Agreed.push_back(
             {answered.id, std::string(proposed.abstractSyntax.Get()), std::string(answered.transferSyntax.Get())});
     }
+    for (const RoleSelection& role : request.m_UserInformation.roles) {
+        const bool mayProvide = policy.acceptsProvider && policy.acceptsProvider(role.sopClass.Get());
+        if (mayProvide) answer.m_UserInformation.roles.push_back(role);
+    }
     if (!TakeSendLength(request.m_UserInformation.maximumLength)) {
         return BreakOff(kAbortInvalidParameter, "the peer's maximum length leaves no room for data");
     }

@@ -25,6 +25,8 @@ enum CommandElement : std::uint16_t {
     kErrorComment = 0x0902,
     kAffectedInstance = 0x1000,
     kRequestedInstance = 0x1001,
+    kEventType = 0x1002,
+    kActionType = 0x1008,
     kRemaining = 0x1020,
     kCompleted = 0x1021,
     kFailed = 0x1022,
@@ -70,9 +72,14 @@ constexpr StatusRow kStatusRows[] = {
     {0xFFFF, kStatusNoSuchInstance, "no such SOP instance"},
     {0xFFFF, kStatusInvalidInstance, "invalid SOP instance"},
     {0xFFFF, kStatusClassNotSupported, "SOP class not supported"},
-    {0xFFFF, 0x0124, "not authorized"},
+    {0xFFFF, kStatusNotAuthorized, "not authorized"},
     {0xFFFF, kStatusUnrecognizedOperation, "unrecognized operation"},
-    {0xFFFF, 0x0110, "processing failure"},
+    {0xFFFF, kStatusProcessingFailure, "processing failure"},
+    {0xFFFF, kStatusInvalidArgument, "invalid argument value"},
+    {0xFFFF, kStatusClassInstanceConflict, "class and instance do not belong together"},
+    {0xFFFF, kStatusNoSuchAction, "no such action"},
+    {0xFFFF, kStatusDuplicateTransaction, "duplicate transaction UID"},
+    {0xFFFF, kStatusResourceLimitation, "resource limitation"},
     {0xFFFF, 0x0111, "duplicate SOP instance"},
     {0xFFFF, 0x0210, "duplicate invocation"},
     {0xFFFF, 0x0212, "mistyped argument"},
@@ -114,12 +121,15 @@ DimseCommand DimseCommand::MakeResponse(std::uint16_t withStatus) const {
     response.status = withStatus;
     response.errorComment.clear();
     response.moveDestination.clear();
+    response.typeId = 0;
     return response;
 }
 
 std::vector<unsigned char> DimseCommand::Encode() const {
     MemoryOutputBuffer elements;
-    if (!sopClass.empty()) PutText(elements, kAffectedClass, sopClass, '\0');
+    // An action is asked of an instance that is there already; all else names what it affects (PS3.7 10.1).
+    const bool isRequested = field == kActionRQ;
+    if (!sopClass.empty()) PutText(elements, isRequested ? kRequestedClass : kAffectedClass, sopClass, '\0');
     PutNumber(elements, kCommandField, field);
     const bool isAbout = IsResponse() || field == kCancelRQ;
     PutNumber(elements, isAbout ? kMessageIdRespondedTo : kMessageId, messageId);
@@ -129,7 +139,11 @@ std::vector<unsigned char> DimseCommand::Encode() const {
     PutNumber(elements, kDataSetType, dataSetType);
     if (IsResponse()) PutNumber(elements, kStatus, status);
     if (!errorComment.empty()) PutText(elements, kErrorComment, errorComment.substr(0, kLongestComment), ' ');
-    if (!sopInstance.empty()) PutText(elements, kAffectedInstance, sopInstance, '\0');
+    if (!sopInstance.empty()) {
+        PutText(elements, isRequested ? kRequestedInstance : kAffectedInstance, sopInstance, '\0');
+    }
+    if (field == kEventReportRQ) PutNumber(elements, kEventType, typeId);
+    if (field == kActionRQ) PutNumber(elements, kActionType, typeId);
     const std::vector<unsigned char>& bytes = elements.GetBytes();
     MemoryOutputBuffer whole;
     PutElement(whole, kGroupLength, 4);
@@ -166,6 +180,8 @@ int DimseCommand::Decode(const void* bytes, std::size_t count) {
         case kFailed: whole = in.ReadUINT16(failed); break;
         case kWarned: whole = in.ReadUINT16(warned); break;
         case kErrorComment: errorComment = TakeText(in); break;
+        case kEventType:
+        case kActionType: whole = in.ReadUINT16(typeId); break;
         default: break;
         }
         if (!whole) return 0;

@@ -8,6 +8,9 @@
 #include <vector>
 
 inline constexpr std::string_view kVerificationClass = "1.2.840.10008.1.1";
+/// Storage commitment, and its one instance (PS3.4 J.3).
+inline constexpr std::string_view kCommitmentClass = "1.2.840.10008.1.20.1";
+inline constexpr std::string_view kCommitmentInstance = "1.2.840.10008.1.20.1.1";
 
 /// Values of Command Field (0000,0100). A response has that of its request with `kResponseBit` added (PS3.7 E.1).
 enum CommandField : std::uint16_t {
@@ -18,6 +21,8 @@ enum CommandField : std::uint16_t {
     kMoveRQ = 0x0021,
     kEchoRQ = 0x0030,
     kEchoRSP = 0x8030,
+    kEventReportRQ = 0x0100,
+    kActionRQ = 0x0130,
     kCancelRQ = 0x0FFF,
     kResponseBit = 0x8000
 };
@@ -25,10 +30,17 @@ enum CommandField : std::uint16_t {
 /// Status codes (PS3.7 annex C, PS3.4 B.2.3).
 enum DimseStatus : std::uint16_t {
     kStatusSuccess = 0x0000,
+    kStatusProcessingFailure = 0x0110,
     kStatusNoSuchInstance = 0x0112,
+    kStatusInvalidArgument = 0x0115,
     kStatusInvalidInstance = 0x0117,
+    kStatusClassInstanceConflict = 0x0119,
     kStatusClassNotSupported = 0x0122,
+    kStatusNoSuchAction = 0x0123,
+    kStatusNotAuthorized = 0x0124,
+    kStatusDuplicateTransaction = 0x0131,
     kStatusUnrecognizedOperation = 0x0211,
+    kStatusResourceLimitation = 0x0213,
     kStatusOutOfResources = 0xA700,
     kStatusDestinationUnknown = 0xA801,
     kStatusDataSetMismatch = 0xA900,
@@ -60,6 +72,7 @@ struct DimseCommand {
     std::uint16_t status = 0;     ///< responses
     std::string errorComment;     ///< responses; at most 64 characters are written
     std::string moveDestination;  ///< of a C-MOVE request: the AE title that the instances go to
+    std::uint16_t typeId = 0;     ///< of N-ACTION and N-EVENT-REPORT requests: which action, which event
 
     // Sub-operations, of responses to C-GET and C-MOVE; read only.
     std::uint16_t remaining = 0;

@@ -86,7 +86,8 @@ Event StorageProvider::Store(const AcceptedContext& context, const DimseCommand&
     std::uint16_t status = kStatusCannotUnderstand;
     if (command.HasDataSet()) {
         PDataInputBuffer data(m_Service, context.id, 0);
-        if (command.sopClass != context.sopClass || !IsUid(command.sopClass)) {
+        const bool isStorage = context.sopClass != kVerificationClass && context.sopClass != kCommitmentClass;
+        if (!isStorage || command.sopClass != context.sopClass || !IsUid(command.sopClass)) {
             status = kStatusClassNotSupported;
         } else if (!IsUid(command.sopInstance) && !(m_bAnyInstance && !command.sopInstance.empty())) {
             status = kStatusInvalidInstance;
