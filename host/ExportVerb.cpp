@@ -84,8 +84,7 @@ void AddExportVerb(CLI::App& program) {
             "--format", arguments->format,
             "analyze: Analyze 7.5, NAME.hdr and NAME.img; bob: brick of bytes, NAME.header, NAME.ImageInfo and "
             "NAME.img, with numbers in the names where files exist; vox: RTViz, NAME.vox; nifti: NIfTI, NAME.nii; "
-            "nrrd: "
-            "NAME.nrrd; metaimage: NAME.mha")
+            "nrrd: NAME.nrrd; metaimage: NAME.mha; dicom: a derived series, NAME-0001.dcm and on")
         ->required()
         ->check(CLI::IsMember(GetExportFormats()));
     verb->add_option("--to", arguments->url,

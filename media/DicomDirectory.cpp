@@ -1,6 +1,7 @@
 // CCDRObject: the directory itself, as a data set and as a file.
 #include "CCDRObject.h"
 #include "Dicom/Lib/dataset/Encapsulation.h"
+#include "Dicom/Lib/dataset/NewUid.h"
 #include "Dicom/Lib/dataset/ReplaceValue.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/stream/FileBuffer.h"
@@ -11,7 +12,6 @@
 #include <array>
 #include <cstring>
 #include <limits>
-#include <random>
 
 namespace {
 
@@ -24,27 +24,6 @@ constexpr unsigned kDelimiterBytes = 8;  // behind the last item of a sequence
 constexpr unsigned long long kShortHeader = 8;
 constexpr unsigned long long kLongHeader = 12;
 constexpr std::uint32_t kLongestShortForm = 65534;
-
-// A random 128-bit number as a UID (PS3.5 B.2); of even length, so that no pad is needed.
-std::string MakeUid() {
-    std::random_device source;
-    for (;;) {
-        std::array<std::uint32_t, 4> words;
-        for (std::uint32_t& word : words) word = static_cast<std::uint32_t>(source());
-        std::string digits;
-        while (std::any_of(words.begin(), words.end(), [](std::uint32_t word) { return word != 0; })) {
-            std::uint64_t rest = 0;
-            for (std::uint32_t& word : words) {
-                rest = rest << 32 | word;
-                word = static_cast<std::uint32_t>(rest / 10);
-                rest %= 10;
-            }
-            digits.insert(digits.begin(), static_cast<char>('0' + rest));
-        }
-        std::string uid = "2.25." + digits;
-        if (uid.size() % 2 == 0 && !digits.empty()) return uid;
-    }
-}
 
 VR* CreateElement(tags::Tag tag, unsigned short typeCode, const void* bytes, std::size_t count) {
     auto made = std::make_unique<VR>(tag, static_cast<std::uint32_t>(count), 1);
@@ -102,7 +81,7 @@ VR* CCDRObject::CreateVR(unsigned short group, unsigned short element, unsigned 
 
 void CCDRObject::AddMetaInformation(DICOMDataObject& dataSet) {
     static constexpr unsigned char kVersion[2] = {0x00, 0x01};
-    if (m_MediaStorageUID.empty()) m_MediaStorageUID = MakeUid();
+    if (m_MediaStorageUID.empty()) m_MediaStorageUID = NewUid();
     dataSet.Push(CreateElement(tags::FileMetaInformationVersion, TypeCode("OB"), kVersion, sizeof kVersion));
     dataSet.Push(MakeElement(tags::MediaStorageSOPClassUID, TypeCode("UI"), std::string(kDirectoryClassUid)));
     dataSet.Push(MakeElement(tags::MediaStorageSOPInstanceUID, TypeCode("UI"), m_MediaStorageUID));

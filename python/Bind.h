@@ -11,8 +11,10 @@ void BindErrors(pybind11::module_& module);
 void BindSeries(pybind11::module_& module);
 void BindVolume(pybind11::module_& module);
 void BindPictures(pybind11::module_& module);
+void BindDerived(pybind11::module_& module);
 void BindDataSet(pybind11::module_& module);
 void BindJobs(pybind11::module_& module);
+void BindNetwork(pybind11::module_& module);
 void BindBatch(pybind11::module_& module);
 
 /// The text of a path, given as a str or as any object with `__fspath__`.

@@ -1,5 +1,6 @@
 #include "Bind.h"
 #include "Calls.h"
+#include "Elements.h"
 
 #include <sstream>
 
@@ -9,15 +10,6 @@ namespace py = pybind11;
 using korvane::DataSet;
 
 namespace {
-
-// A data set, or an item of one of its sequences. An item is the whole data set and the path of the item, which is put
-// in front of each path and looked up again at each access, so that no pointer dangles when the data set changes.
-struct Elements {
-    std::shared_ptr<DataSet> set;
-    std::string way;  // "" or "Sequence[0]."
-
-    std::string To(const std::string& path) const { return way + path; }
-};
 
 std::string KeyOf(const py::handle& key) {
     if (py::isinstance<py::tuple>(key)) {
@@ -146,7 +138,11 @@ void BindDataSet(py::module_& module) {
 Elements are attributes by keyword (ds.PatientName), or indexed by keyword, tag or path: ds['0010,0010'],
 ds[0x0010, 0x0010], ds['ReferencedSeriesSequence[0].SeriesInstanceUID']. Values are texts, numbers, bytes, lists of these
 where there are several, and lists of items; None for an empty number. Setting pads, checks and converts by the
-dictionary.)")
+dictionary.
+
+    ds = korvane.read('image.dcm')
+    ds.PatientID = 'anonymous'
+    ds.save('out.dcm', syntax='jpegll'))")
         .def(py::init([] {
             return Elements{std::make_shared<DataSet>(), ""};
         }))
@@ -184,5 +180,7 @@ dictionary.)")
                py::arg("progress") = py::none(), R"(Reads a DICOM file, or bytes.
 
 pixels: False ends before Pixel Data. Raises NotDicom, NotFound; data that ends early is read as far as it goes, and
-`findings` say so.)");
+`findings` say so.
+
+    korvane.read('image.dcm', pixels=False).PixelSpacing)");
 }

@@ -1,4 +1,4 @@
-// Jobs of files, media and the network: what they report is given as `--json` prints it.
+// Jobs of files and media: what they report is given as `--json` prints it.
 #include "Bind.h"
 #include "Calls.h"
 
@@ -25,40 +25,6 @@ py::object Convert(const py::object& source, const py::object& target, const std
     return py::dict(py::arg("syntax") = report.syntax, py::arg("written") = report.written,
                     py::arg("not_dicom") = report.notDicom, py::arg("failed") = report.failed,
                     py::arg("findings") = report.findings);
-}
-
-korvane::Peer PeerOf(const std::string& host, const py::object& port, const std::string& aet, const std::string& aec) {
-    korvane::Peer peer;
-    peer.host = host;
-    peer.port = py::str(port).cast<std::string>();
-    peer.ownTitle = aet;
-    peer.peerTitle = aec;
-    return peer;
-}
-
-py::object Echo(const std::string& host, const py::object& port, const std::string& aet, const std::string& aec) {
-    const korvane::Peer peer = PeerOf(host, port, aet, aec);
-    return FromJson(korvane::ToJson(Run(py::none(), [&](korvane::Watcher& watcher) {
-        korvane::EchoOptions own;
-        own.watcher = &watcher;
-        return korvane::Echo(peer, own);
-    })));
-}
-
-py::object Send(const std::string& host, const py::object& port, const py::object& paths, const std::string& aet,
-                const std::string& aec, unsigned jobs, unsigned retries, const py::object& queue, bool decodeLossy,
-                const py::object& progress) {
-    const korvane::Peer peer = PeerOf(host, port, aet, aec);
-    korvane::SendOptions options;
-    options.jobs = jobs;
-    options.retries = retries;
-    if (!queue.is_none()) options.queue = PathOf(queue);
-    options.decodeLossy = decodeLossy;
-    return FromJson(korvane::ToJson(Run(progress, [&, all = PathsOf(paths)](korvane::Watcher& watcher) {
-        auto own = options;
-        own.watcher = &watcher;
-        return korvane::Send(peer, all, own);
-    })));
 }
 
 py::object BuildMedium(const py::object& root, const py::object& paths, const std::string& fileSetId, bool transcode,
@@ -96,26 +62,27 @@ std::vector<std::string> Phantom(const py::object& folder, int slices, int size,
 
 void BindJobs(py::module_& module) {
     const py::arg_v progress("progress", py::none());
-    const py::arg_v aet("aet", "KORVANE"), aec("aec", "ANY-SCP");
     module.def("convert", Convert, py::arg("source"), py::arg("target"), py::kw_only(), py::arg("syntax") = "explicit",
                py::arg("set") = Pairs(), py::arg("remove") = std::vector<std::string>(), progress,
                R"(Rewrites a file, or all files below a folder, in another transfer syntax.
 
 set: (path, value) pairs, as DataSet takes them; remove: paths. Failures of single files of a folder are counted and told
-in 'findings'.)");
-    module.def("echo", Echo, py::arg("host"), py::arg("port"), py::kw_only(), aet, aec,
-               "Whether a DICOM program answers (C-ECHO); raises Refused.");
-    module.def("send", Send, py::arg("host"), py::arg("port"), py::arg("paths"), py::kw_only(), aet, aec,
-               py::arg("jobs") = 1, py::arg("retries") = 0, py::arg("queue") = py::none(),
-               py::arg("decode_lossy") = false, progress,
-               R"(Sends files, and all below folders (C-STORE); what became of each is in the result.
+in 'findings'.
 
-jobs: associations at once. retries: how often what broke off is tried again. queue: a file that keeps what is to be sent
-and what was acknowledged, so that the same call goes on where an earlier one ended.)");
+    korvane.convert('in.dcm', 'out.dcm', syntax='rle', set=[('PatientID', 'anonymous')]))");
     module.def("build_medium", BuildMedium, py::arg("root"), py::arg("paths"), py::kw_only(),
                py::arg("fileset_id") = "", py::arg("transcode") = false, py::arg("link") = false, progress,
-               "Builds a file-set with its DICOMDIR.");
+               R"(Builds a file-set with its DICOMDIR (PS3.10) in the folder `root`, of files and all below folders.
+
+fileset_id: up to 16 capital letters, digits and underscores. transcode: what no medium may hold is decoded. link: files are
+linked, not copied, where that does. What could not be taken is in the result.
+
+    korvane.build_medium('/media/usb', '/data/study', fileset_id='STUDY'))");
     module.def("phantom", Phantom, py::arg("folder"), py::kw_only(), py::arg("slices") = 120, py::arg("size") = 256,
                py::arg("volumes") = 1, py::arg("seed") = 1, py::arg("oblique") = false, py::arg("uneven") = false,
-               "Writes a synthetic CT series; returns the paths.");
+               R"(Writes a synthetic CT series of a head, of slices x size x size; returns the paths.
+
+volumes: as many at the same places. seed: another noise, other UIDs. oblique: turned planes. uneven: their distances differ.
+
+    korvane.phantom('/tmp/head', slices=40, size=128))");
 }

@@ -106,7 +106,9 @@ void BindPictures(py::module_& module) {
                py::arg("size") = 0, py::arg("annotate") = false, py::arg("progress") = py::none(),
                R"(Draws an image of a file as it is stored, grey or colour, with or without a place in the patient.
 
-window: (centre, width) of real values; None for that of the image, else a fitting one. size: pixels of the longer side.)");
+window: (centre, width) of real values; None for that of the image, else a fitting one. size: pixels of the longer side.
+
+    korvane.draw('image.dcm', size=256).save('image.png'))");
 
     auto volume = static_cast<py::class_<korvane::Volume, std::shared_ptr<korvane::Volume>>>(module.attr("Volume"));
     volume.def(
@@ -129,5 +131,7 @@ window: (centre, width) of real values; None for that of the image, else a fitti
 view: 'axial', 'coronal' or 'sagittal', and index, from 0 (None: the middle one); or normal, with point and up, in patient
 millimetres (LPS). window: (centre, width) of real values; None for that of the series, else a fitting one.
 interpolation: 'nearest', 'linear', 'shaped'. slab: millimetres across the plane that are taken together by slab_mode
-('mean', 'maximum', 'minimum'). pixel_size: millimetres.)");
+('mean', 'maximum', 'minimum'). pixel_size: millimetres.
+
+    volume.slice('coronal', window=(40, 400), slab=10, slab_mode='maximum').save('mip.png'))");
 }

@@ -42,7 +42,10 @@ void BindOneSeries(py::module_& module) {
                        R"(Images with one series UID, one orientation, one matrix and one pixel format.
 
 Texts are '' where the files have none; those of the first slice count. Load it with korvane.load(series) or
-series.load().)")
+series.load().
+
+    for series in korvane.find('/data/study'):
+        print(series.describe()))")
         .def_property_readonly("uid", text(&Series::GetUid))
         .def_property_readonly("number", &Series::GetNumber, "Series Number, 0 without one.")
         .def_property_readonly("modality", text(&Series::GetModality))
@@ -65,7 +68,12 @@ series.load().)")
 }
 
 void BindFound(py::module_& module) {
-    py::class_<Found>(module, "Found", "What lies under some paths: a sequence of series, by number, UID and path.")
+    py::class_<Found>(module, "Found", R"(What lies under some paths: a sequence of series, by number, UID and path.
+
+What could not be read, or is in none of them, is in `unreadable` and `left_out`.
+
+    found = korvane.find('/data/study')
+    print(len(found), found[0].description, found.unreadable))")
         .def("__len__", [](const Found& self) { return self.GetSeries().size(); })
         .def("__getitem__",
              [](const Found& self, py::ssize_t index) {

@@ -166,7 +166,9 @@ constexpr const char* kExportText =
     R"(Writes files of a research format, all of them, whole, or none; returns the report.
 
 format: one of korvane.formats(). to: a path without extension, or a 'file:' or 'ftp:' URL. irregular: 'keep', 'reject',
-'resample' or 'split', what becomes of planes that are not even.)";
+'resample' or 'split', what becomes of planes that are not even. compress: gzip, where the format has it. jobs: threads.
+
+    volume.export('nifti', 'out/head', compress=True)['volumes'][0]['outputs'])";
 
 template <class Source, class... Options>
 void AddExport(py::class_<Source, Options...>& target) {
@@ -214,12 +216,17 @@ void BindVolume(py::module_& module) {
 
 volume: a number from 1 where the series makes several, 'all' for all of them, one behind the other (times), None for the
 only one. irregular: 'keep' takes uneven and tilted planes as they are (`positions` and `findings` tell), 'reject' raises
-Irregular.)";
+Irregular. Threads and `progress` as of `find`.
+
+    volume = series.load(irregular='reject'))";
     py::class_<Volume, std::shared_ptr<Volume>> volume(module, "Volume", R"(Voxels of a series and where they lie.
 
 array[plane, row, column] (array[time, plane, row, column] with times, a last axis of 3 for colour) shares the voxels,
 which live as long as any view of them. Lengths are millimetres in patient axes: LPS (x to the left, y to the back, z to
-the head) or RAS, by name. Planes are in the order of `positions`.)");
+the head) or RAS, by name. Planes are in the order of `positions`.
+
+    volume = korvane.find('/data/ct').only().load()
+    volume.array[plane, row, column], volume.real().mean(), volume.affine_ras)");
     volume.def_property_readonly("array", ArrayOf, "The stored voxels, not copied, read-only.")
         .def("real", RealOf, "A new array of real values: stored * slope + intercept, in `unit`.")
         .def_property_readonly("unit", &Volume::GetUnit, "Of real values: 'HU', 'BQML' ...; '' where nothing tells.")
@@ -252,6 +259,8 @@ the head) or RAS, by name. Planes are in the order of `positions`.)");
             py::arg("plane") = 0, py::arg("time") = 0, "(slope, intercept) of a plane.")
         .def_property_readonly("findings", &Volume::GetFindings)
         .def_property_readonly("series", &Volume::GetSeries, py::return_value_policy::copy)
+        .def_property_readonly("source", korvane::SourceOf,
+                               "The series it comes from; None for one of an array without any.")
         .def("__repr__", VolumeText);
     AddExport(volume);
     py::object series = module.attr("Series");

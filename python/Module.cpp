@@ -26,7 +26,9 @@ PYBIND11_MODULE(_korvane, module) {
     BindSeries(module);
     BindVolume(module);
     BindPictures(module);
+    BindDerived(module);
     BindDataSet(module);
     BindJobs(module);
+    BindNetwork(module);
     BindBatch(module);
 }

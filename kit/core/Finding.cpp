@@ -66,6 +66,9 @@ const char* WordOf(FindingKind kind) {
     case FindingKind::RescaleUnusable: return "rescale unusable";
     case FindingKind::CommandFailed: return "command failed";
     case FindingKind::ProcessEnded: return "process ended";
+    case FindingKind::ValuesRounded: return "values rounded";
+    case FindingKind::ValuesReplaced: return "values replaced";
+    case FindingKind::ClassChanged: return "class changed";
     }
     return "unknown";
 }

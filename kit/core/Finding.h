@@ -74,6 +74,9 @@ enum class FindingKind {
     RescaleUnusable,   ///< a slope of 0, or one without an intercept: values are as stored; `slices`
     CommandFailed,     ///< a program that the job ran for its caller could not be started, or failed
     ProcessEnded,      ///< a process of the job was ended, and another one goes on with its work
+    ValuesRounded,     ///< what was computed is stored in integers; `lengths`: the most that changes a real value
+    ValuesReplaced,    ///< voxels that are no finite numbers were given another value; `count`
+    ClassChanged,      ///< derived images are of another class than their source
 };
 
 /// The stable word of a kind, such as "uneven gaps"; schemas list them all.

@@ -154,13 +154,25 @@ public:
     bool HoldsTimes() const override { return true; }
 };
 
+/// A derived series: see `DicomFiles`. Files that are there may be images of somebody's.
+class DicomFormat : public VoxelFormat {
+public:
+    const char* GetName() const override { return "dicom"; }
+    std::vector<std::string> GetExtensions() const override { return {".dcm"}; }
+    bool KeepsExisting() const override { return true; }
+    bool HoldsRescale() const override { return true; }
+    bool HoldsTilt() const override { return true; }
+    bool HoldsPlanes() const override { return true; }
+};
+
 const AnalyzeFormat kAnalyze;
 const BobFormat kBob;
 const VoxFormat kVox;
 const NiftiFormat kNifti;
 const NrrdFormat kNrrd;
 const MetaImageFormat kMetaImage;
-const ExportFormat* const kFormats[] = {&kAnalyze, &kBob, &kVox, &kNifti, &kNrrd, &kMetaImage};
+const DicomFormat kDicom;
+const ExportFormat* const kFormats[] = {&kAnalyze, &kBob, &kVox, &kNifti, &kNrrd, &kMetaImage, &kDicom};
 
 }  // namespace
 

@@ -48,7 +48,8 @@ public:
     virtual bool IsHeaderCompressed() const { return false; }  ///< with the voxels behind it
     virtual bool HoldsRescale() const { return false; }
     virtual bool HoldsTilt() const { return false; }
-    virtual bool HoldsTimes() const { return false; }  ///< several volumes in one file
+    virtual bool HoldsTimes() const { return false; }   ///< several volumes in one file
+    virtual bool HoldsPlanes() const { return false; }  ///< a file for each plane, which says where it lies
 
     /// Throws `Error`, with the formats that would do, for pixels that this one has no form for or would hold as
     /// something else, and for more slices than it can count.

@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../study/SeriesFindings.h"
+#include "DicomFiles.h"
 #include "ExportReport.h"
 #include "Preview.h"
 #include "VoxelFile.h"
@@ -76,7 +77,8 @@ double SliceBytes(CVolume& volume) {
 ExportJob::ExportJob(const std::string& format, const std::string& url, const ExportOptions& options)
     : m_Options(options), m_Watch(options.watcher), m_Format(FindFormat(format)), m_bCompress(options.compress),
       m_Destination(ParseDestination(url)) {
-    if ((options.sidecar || options.preview) && m_Format.IsOfModule()) {
+    if ((options.sidecar && m_Format.HoldsPlanes()) ||
+        ((options.sidecar || options.preview) && m_Format.IsOfModule())) {
         const char* const what = options.sidecar ? "sidecar" : "preview";
         throw Error(ErrorKind::WrongArgument, "files of format " + format + " have no " + what);
     }
@@ -223,7 +225,8 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
     VoxelFile file(series, m_Format, options, m_Destination.isFtp && !m_Options.dryRun);
     ExportedVolume volume;
     try {
-        volume = file.Write(part, resample, *m_pWriter, path);
+        volume = m_Format.HoldsPlanes() ? WriteImages(series, part, resample, path)
+                                        : file.Write(part, resample, *m_pWriter, path);
     } catch (const Error& error) {
         if (!m_Files->GetFailure().empty()) ThrowUnsaved(*m_pWriter);
         if (!m_Destination.isFtp || m_Options.dryRun || m_Files->GetOutputs().empty()) throw;
@@ -234,6 +237,14 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
     }
     if (m_Options.preview) WritePreview(series, part, path);
     if (!m_Files->GetFailure().empty() || m_Watch.IsStopped()) ThrowUnsaved(*m_pWriter);
+    return volume;
+}
+
+ExportedVolume ExportJob::WriteImages(SeriesVolume& series, const ExportPart& part, Resampling resample,
+                                      const std::string& path) {
+    DicomFiles files(series, m_Report.done.empty() ? "values and planes as they are" : m_Report.done, m_Watch);
+    ExportedVolume volume = files.Write(part, resample, *m_pWriter, path, m_Options.dryRun ? "converting" : "writing");
+    for (const Finding& finding : files.GetFindings()) Tell(finding);
     return volume;
 }
 

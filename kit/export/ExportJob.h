@@ -44,6 +44,8 @@ private:
     ExportedVolume WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample);
     void Save(CVolume& volume, const std::string& name);
     ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
+    ExportedVolume WriteImages(SeriesVolume& series, const ExportPart& part, Resampling resample,
+                               const std::string& path);
     void Tell(Finding finding);
     void TellFilled(const ExportedVolume& volume, bool isPadding);
     void TellNotApplied(SeriesVolume& series);

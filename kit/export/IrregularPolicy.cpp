@@ -138,6 +138,10 @@ private:
 
     /// What a file of the planes as they are gets wrong.
     void KeepPlanes() {
+        if (m_Format.HoldsPlanes()) {
+            if (m_bSheared || (m_bGaps && !m_bCut)) Do("kept the planes as they are, each in its place");
+            return;
+        }
         if (m_bGaps && !m_bCut) {
             Err(FindingKind::PlanesMoved, {m_OffEven},
                 "kept the planes as they are; the header has one distance for all, their mean: they lie up to " +

@@ -7,11 +7,19 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 namespace korvane {
+
+/// What a volume that was made of an array tells about itself.
+struct MadeOf {
+    std::optional<Series> source;
+    std::string description;
+    std::string derivation;
+};
 
 /// Voxels are the module's, where it has a form for them, else this object's own.
 class VolumeData {
@@ -37,6 +45,7 @@ public:
     std::vector<Finding> findings;
     std::span<const std::byte> voxels;
     bool inModule = true;
+    std::optional<MadeOf> made;  ///< else it was read
 
 private:
     void TakeGeometry();

@@ -9,7 +9,9 @@
     volume.affine_ras                         # 4 x 4, as NiBabel has it
     volume.slice("coronal").save("coronal.png")
     volume.export("nifti", "out/head")
+    korvane.from_array(array, like=volume).save_dicom("derived")
     korvane.read("image.dcm").PatientName
+    korvane.Peer("pacs", 104).find(PatientName="DOE*")
 
 Failures are `korvane.Error` and its subclasses, with kind, file and element. Long calls take `progress`, let other Python
 threads run meanwhile, and end by Ctrl-C within 0.2 seconds, leaving nothing half-written.
@@ -31,23 +33,26 @@ from ._korvane import (
     DataSet,
     Finding,
     Found,
+    Peer,
     Picture,
     Series,
+    Tls,
     Volume,
     __version__,
     build_medium,
     convert,
     draw,
-    echo,
     find,
     formats,
     load,
     phantom,
     read,
-    send,
 )
-from . import _extras
+from . import _extras, _network
+from ._arrays import from_array
+from ._network import Matches, Receiver, echo, send
 
 _extras.install()
+_network.install()
 
 __all__ = [name for name in dir() if not name.startswith("_")] + ["__version__"]

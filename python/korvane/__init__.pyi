@@ -12,6 +12,8 @@ Path = str | PathLike[str]
 Vector = Sequence[float]
 Progress = Callable[[str, int, int], Any] | bool | None
 Policy = Literal["keep", "reject", "resample", "split"]
+Level = Literal["patient", "study", "series", "image", "worklist"]
+Keys = dict[str, Any] | None
 
 class Error(Exception):
     kind: str
@@ -94,6 +96,7 @@ class Volume:
     affine_ras: NDArray[np.float64]
     findings: list[Finding]
     series: Series
+    source: Series | None
     def real(self) -> NDArray[Any]: ...
     def rescale(self, plane: int = 0, time: int = 0) -> tuple[float, float]: ...
     def slice(
@@ -106,6 +109,10 @@ class Volume:
     def export(
         self, format: str, to: Path, *, irregular: Policy = "keep", compress: bool = False, jobs: int = 0,
         progress: Progress = None,
+    ) -> dict[str, Any]: ...
+    def save_dicom(
+        self, folder: Path, *, description: str = "", derivation: str = "", number: int = 0, secondary_capture: bool = False,
+        max_error: float | None = None, nan: float | None = None, replace: bool = False, progress: Progress = None,
     ) -> dict[str, Any]: ...
     def to_nibabel(self) -> Any: ...
     def to_sitk(self) -> Any: ...
@@ -138,6 +145,66 @@ class DataSet:
     def to_pydicom(self) -> Any: ...
     def save(self, path: Path, *, syntax: str = "", progress: Progress = None) -> None: ...
 
+class Tls:
+    certificate: str
+    authorities: list[str]
+    def __init__(
+        self, *, certificate: Path | None = None, key: Path | None = None, authorities: Path | Iterable[Path] | None = None,
+        profile: Literal["bcp195", "bcp195-extended"] = "bcp195", any_name: bool = False,
+    ) -> None: ...
+
+class Matches(list[DataSet]):
+    cut: bool
+    ignored_keys: bool
+
+class Peer:
+    host: str
+    port: str
+    def __init__(
+        self, host: str, port: int | str, *, aet: str = "KORVANE", aec: str = "ANY-SCP", tls: Tls | None = None,
+        timeout: int = 300, connect_timeout: int = 20,
+    ) -> None: ...
+    def echo(self) -> dict[str, Any]: ...
+    def send(
+        self, paths: Path | Iterable[Path], *, jobs: int = 1, retries: int = 0, queue: Path | None = None,
+        decode_lossy: bool = False, progress: Progress = None,
+    ) -> dict[str, Any]: ...
+    def find(
+        self, level: Level = "study", *, keys: Keys = None, limit: int = 0, patient_root: bool = False,
+        progress: Progress = None, **named: Any,
+    ) -> Matches: ...
+    def get(
+        self, folder: Path, level: Level = "study", *, keys: Keys = None, replace: bool = False, patient_root: bool = False,
+        progress: Progress = None, **named: Any,
+    ) -> dict[str, Any]: ...
+    def move(
+        self, folder: Path | None = None, level: Level = "study", *, port: int = 0, destination: str = "",
+        encrypted: bool = False, keys: Keys = None, replace: bool = False, patient_root: bool = False,
+        progress: Progress = None, **named: Any,
+    ) -> dict[str, Any]: ...
+
+class Receiver:
+    port: int | None
+    running: bool
+    report: dict[str, int] | None
+    def __init__(
+        self, folder: Path, *, port: int = 0, on_file: Callable[[dict[str, Any]], Any] | None = None,
+        on_study: Callable[[dict[str, Any]], Any] | None = None, on_association: Callable[[dict[str, Any]], Any] | None = None,
+        address: str = "", layout: Literal["flat", "patient", "study", "series"] = "flat", aet: str = "",
+        callers: Sequence[str] = (), addresses: Sequence[str] = (), replace: bool = False, count: int = 0, limit: int = 64,
+        timeout: int = 300, study_quiet: int = 0, tls: Tls | None = None,
+    ) -> None: ...
+    def start(self) -> Receiver: ...
+    def wait(self, timeout: float | None = None) -> bool: ...
+    def stop(self) -> dict[str, int] | None: ...
+    def __enter__(self) -> Receiver: ...
+    def __exit__(self, kind: Any, value: Any, trace: Any) -> None: ...
+
+def from_array(
+    array: Any, *, like: Volume | None = None, affine_lps: Any = None, affine_ras: Any = None, source: Series | None = None,
+    rescale: tuple[float, float] = (1.0, 0.0), unit: str = "", colour: bool = False, description: str = "",
+    derivation: str = "", progress: Progress = None,
+) -> Volume: ...
 def find(paths: Path | Iterable[Path], *, jobs: int = 0, progress: Progress = None) -> Found: ...
 def load(
     series: Series, *, volume: int | Literal["all"] | None = None, irregular: Literal["keep", "reject"] = "keep",
@@ -153,9 +220,12 @@ def convert(
     source: Path, target: Path, *, syntax: str = "explicit", set: Sequence[tuple[str, str]] = (),
     remove: Sequence[str] = (), progress: Progress = None,
 ) -> dict[str, Any]: ...
-def echo(host: str, port: int | str, *, aet: str = "KORVANE", aec: str = "ANY-SCP") -> dict[str, Any]: ...
+def echo(
+    host: str, port: int | str, *, aet: str = "KORVANE", aec: str = "ANY-SCP", tls: Tls | None = None,
+) -> dict[str, Any]: ...
 def send(
     host: str, port: int | str, paths: Path | Iterable[Path], *, aet: str = "KORVANE", aec: str = "ANY-SCP",
+    tls: Tls | None = None, jobs: int = 1, retries: int = 0, queue: Path | None = None, decode_lossy: bool = False,
     progress: Progress = None,
 ) -> dict[str, Any]: ...
 def build_medium(

@@ -21,7 +21,7 @@ class NotFound(Error, FileNotFoundError):
 
 
 class NotDicom(Error):
-    """A file that is something else."""
+    """A file that is something else than DICOM."""
 
 
 class Damaged(Error):
@@ -45,7 +45,7 @@ class Disk(Error, OSError):
 
 
 class Stopped(Error):
-    """The call was stopped."""
+    """The call was stopped before its end."""
 
 
 class WrongArgument(Error, ValueError):

@@ -212,6 +212,34 @@ def times():
     assert volume["times"] == 3 and len(volume["inputs"]) == 21
 
 
+def images():
+    """A derived series: each plane with its values and in its place; resampled, one that is even."""
+    source = edited(phantom("uneven", *SMALL, "--uneven"), "uneven-own", lambda ds, n: setattr(ds, "RescaleSlope", str(n + 1)))
+
+    def derived(name):
+        return sorted((pydicom.dcmread(path) for path in WORK.glob(name + "-0*.dcm")), key=lambda ds: float(ds.ImagePositionPatient[2]))
+
+    report = WORK / "images.json"
+    run_export(source, "dicom", "kept", "--report", report)
+    files = {ds.SOPInstanceUID: ds for ds in map(pydicom.dcmread, source.iterdir())}
+    for ds in derived("kept"):
+        of = files[ds.SourceImageSequence[0].ReferencedSOPInstanceUID]
+        assert (ds.pixel_array == of.pixel_array).all() and ds.RescaleSlope == of.RescaleSlope and ds.WindowCenter == of.WindowCenter
+        assert ds.ImagePositionPatient == of.ImagePositionPatient and ds.SliceThickness == of.SliceThickness
+        assert ds.StudyInstanceUID == of.StudyInstanceUID and ds.SeriesInstanceUID != of.SeriesInstanceUID
+    told = json.loads(report.read_text())
+    assert len(told["volumes"][0]["outputs"]) == len(files) and "each in its place" in told["irregular"]["done"], told
+    run_export(source, "dicom", "even", "--irregular", "resample")
+    even = derived("even")
+    assert numpy.ptp(numpy.diff([float(ds.ImagePositionPatient[2]) for ds in even])) < 1e-3 and len(even) != len(files)
+    assert {len(ds.SourceImageSequence) for ds in even} <= {1, len(files)}
+    # Files that are there are images of somebody's: none is replaced, and none is left half-written.
+    before = {path: path.read_bytes() for path in WORK.glob("*.dcm")}
+    korvane("export", source, "--format", "dicom", "--to", f"file:{WORK / 'kept'}", status=1)
+    korvane("export", source, "--format", "dicom", "--to", f"file:{WORK / 'no'}", "--sidecar", status=2)
+    assert before == {path: path.read_bytes() for path in WORK.glob("*.dcm")} and not list(WORK.glob(".*.part"))
+
+
 def beside_dcm2niix():
     """Both taken to the closest canonical axes: the same values, the same affine."""
     if not shutil.which("dcm2niix"):
@@ -237,4 +265,4 @@ def beside_dcm2niix():
         assert apart < 1e-3, (source, affine, reference)
 
 
-host_test.run(formats, own_rescales, tilted, streamed, damaged_behind, traces, times, beside_dcm2niix)
+host_test.run(formats, own_rescales, tilted, streamed, damaged_behind, traces, times, images, beside_dcm2niix)
