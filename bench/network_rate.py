@@ -104,8 +104,11 @@ def senders(count, program, port, files):
 
 
 def read_pdu(peer):
-    head = peer.recv(6, socket.MSG_WAITALL)
-    peer.recv(struct.unpack(">I", head[2:])[0], socket.MSG_WAITALL)
+    with peer.makefile("rb", 0) as stream:
+        head = stream.read(6)
+        left = struct.unpack(">I", head[2:])[0]
+        while left > 0:
+            left -= len(stream.read(left))
     return head[0]
 
 
@@ -124,12 +127,12 @@ def pdv(data, control):
 
 
 def command(field, sop_class, data, instance=b""):
-    rows = [(0x2, sop_class), (0x100, field), (0x110, 1), (0x700, 0), (0x800, 1 if data else 0x101), (0x1000, instance)]
+    rows = [(0x2, sop_class), (0x100, field), (0x110, 1), *([(0x700, 0)] if instance else []), (0x800, 1 if data else 0x101), (0x1000, instance)]
     body = b""
     for tag, value in rows:
         value = value + bytes(len(value) % 2) if isinstance(value, bytes) else struct.pack("<H", value)
         body += struct.pack("<HHI", 0, tag, len(value)) + value if value else b""
-    return pdv(body, 3)
+    return pdv(struct.pack("<HHII", 0, 0, 4, len(body)) + body, 3)
 
 
 def associate(port, sop_class):
@@ -155,8 +158,8 @@ def echoes(_program, port, _files):
 
 
 def slowly(_program, port, files):
-    """Eight that send 16 slices each in pieces, 20 ms after each other."""
-    sop_class = b"1.2.840.10008.5.1.4.1.1.2"
+    """Eight that send 16 slices each in pieces of 16,000 bytes, 5 ms after each other."""
+    sop_class, done = b"1.2.840.10008.5.1.4.1.1.2", []
 
     def send(part):
         peer = associate(port, sop_class)
@@ -167,18 +170,20 @@ def slowly(_program, port, files):
             at = meta.index(b"\2\0\3\0UI") + 8
             uid = meta[at:at + struct.unpack("<H", meta[at - 2:at])[0]]
             peer.sendall(command(1, sop_class, True, uid))
-            for place in range(0, len(data), 65536):
-                piece = data[place:place + 65536]
-                peer.sendall(pdv(piece, 2 if place + 65536 >= len(data) else 0))
-                time.sleep(0.02)
+            for place in range(0, len(data), 16000):
+                piece = data[place:place + 16000]
+                peer.sendall(pdv(piece, 2 if place + 16000 >= len(data) else 0))
+                time.sleep(0.005)
             assert read_pdu(peer) == 4
         release(peer)
+        done.append(part)
 
     threads = [threading.Thread(target=send, args=(files[n::8][:16],)) for n in range(8)]
     for thread in threads:
         thread.start()
     for thread in threads:
         thread.join()
+    assert len(done) == 8, "a sender failed"
 
 
 LOADS = [(f"{n} sender{'s' if n > 1 else ''}", lambda *run, n=n: senders(n, *run)) for n in (1, 4, 16)] + [

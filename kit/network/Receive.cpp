@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <exception>
 #include <fstream>
 #include <functional>
@@ -40,14 +42,13 @@ constexpr int kUsualQuiet = 30;          // seconds
 constexpr unsigned kMostRejecting = 64;  // threads that only reject associations
 constexpr int kRejectSeconds = 5;        // seconds for the request of a peer that will be rejected
 
-// One connection and the thread that serves it.
+// One connection, until it has been served.
 struct Served {
     DcmService service;
     OwnSocket socket;  // until it belongs to the service
     std::string address;
     bool isRejected = false;
-    std::atomic<bool> isOver = false;
-    std::thread thread;
+    std::atomic<bool> isOver = false;  // nothing uses the object any more
 };
 
 class Receiver {
@@ -220,14 +221,18 @@ private:
                 ++served;
                 continue;
             }
-            (*served)->thread.join();
             served = m_Served.erase(served);
         }
     }
 
     void EndAll() {
-        m_bEnd = true;
-        for (const auto& served : m_Served) served->thread.join();
+        {
+            const std::lock_guard<std::mutex> lock(m_WorkMutex);
+            m_bEnd = m_bNoMoreWork = true;
+        }
+        m_HasWork.notify_all();
+        for (std::thread& thread : m_Threads) thread.join();
+        m_Threads.clear();
         m_Served.clear();
     }
 
@@ -249,12 +254,38 @@ private:
         }
         platform::KeepAlive(served->socket.Get());
         m_Served.push_back(std::move(served));
-        Served& added = *m_Served.back();
+        if (GiveWork(*m_Served.back())) return;
+        Refuse(*m_Served.back(), "no thread for it");
+        m_Served.pop_back();
+    }
+
+    // Threads serve one connection after the other: on a busy machine a new thread waits for its turn much longer than one
+    // that is woken. False where another one is needed and not to be had.
+    bool GiveWork(Served& served) {
+        const std::lock_guard<std::mutex> lock(m_WorkMutex);
         try {
-            added.thread = std::thread([this, &added] { Serve(added); });
+            if (m_nIdle <= m_Work.size()) m_Threads.emplace_back([this] { Work(); });
         } catch (const std::system_error&) {
-            Refuse(added, "no thread for it");
-            m_Served.pop_back();
+            return false;
+        }
+        m_Work.push_back(&served);
+        m_HasWork.notify_one();
+        return true;
+    }
+
+    void Work() {
+        platform::IgnoreFileLimitSignal();
+        std::unique_lock<std::mutex> lock(m_WorkMutex);
+        for (;;) {
+            ++m_nIdle;
+            m_HasWork.wait(lock, [this] { return m_bNoMoreWork || !m_Work.empty(); });
+            --m_nIdle;
+            if (m_Work.empty()) return;
+            Served& served = *m_Work.front();
+            m_Work.pop_front();
+            lock.unlock();
+            Serve(served);
+            lock.lock();
         }
     }
 
@@ -281,7 +312,6 @@ private:
     }
 
     void Serve(Served& served) {
-        platform::IgnoreFileLimitSignal();
         try {
             ServeAssociation(served);
         } catch (...) {
@@ -379,7 +409,13 @@ private:
     SocketLibrary m_Library;
     std::unique_ptr<TlsContext> m_pTls;
     std::vector<std::string> m_Allowed;
-    std::list<std::unique_ptr<Served>> m_Served;  // used by the calling thread only
+    std::list<std::unique_ptr<Served>> m_Served;  // used by the calling thread only; `m_Threads` too
+    std::list<std::thread> m_Threads;
+    std::mutex m_WorkMutex;  // guards what follows
+    std::condition_variable m_HasWork;
+    std::deque<Served*> m_Work;  // that no thread has taken yet
+    std::size_t m_nIdle = 0;     // threads that wait for work
+    bool m_bNoMoreWork = false;
     std::atomic<bool> m_bEnd = false;
     std::mutex m_Mutex;                        // guards the members below, and calls of the observer
     std::map<std::string, Growing> m_Studies;  // that the observer has not been told of, by UID

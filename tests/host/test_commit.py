@@ -42,11 +42,15 @@ class Peer:
     def __exit__(self, *_):
         self.socket.close()
 
+    def take(self, count):
+        taken = b""
+        while len(taken) < count and (part := self.socket.recv(count - len(taken))):
+            taken += part
+        return taken
+
     def read(self):
-        head = self.socket.recv(6, socket.MSG_WAITALL)
-        if len(head) < 6:
-            return 0, b""
-        return head[0], self.socket.recv(struct.unpack(">I", head[2:])[0], socket.MSG_WAITALL)
+        head = self.take(6)
+        return (head[0], self.take(struct.unpack(">I", head[2:])[0])) if len(head) == 6 else (0, b"")
 
     def write(self, kind, body):
         self.socket.sendall(struct.pack(">BBI", kind, 0, len(body)) + body)
