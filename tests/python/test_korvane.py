@@ -5,6 +5,7 @@ usage: test_korvane.py FOLDER_OF_THE_PACKAGE
 """
 
 import gc
+import multiprocessing
 import os
 import pathlib
 import signal
@@ -14,6 +15,7 @@ import tempfile
 import threading
 import time
 import unittest
+import weakref
 
 sys.path.insert(0, sys.argv[1])
 
@@ -28,6 +30,10 @@ def lattice(files):
     """(positions, voxels) as pydicom reads them, in the order of the files."""
     sets = [pydicom.dcmread(file) for file in files]
     return numpy.array([s.ImagePositionPatient for s in sets], float), numpy.array([s.pixel_array for s in sets]), sets[0]
+
+
+def sum_of(folder):
+    return int(korvane.find(folder, jobs=2).only().load(jobs=2).array.sum())
 
 
 class Module(unittest.TestCase):
@@ -175,6 +181,42 @@ class Module(unittest.TestCase):
         for thread in threads:
             thread.join()
         self.assertEqual(failures, [])
+
+    def test_processes_that_fork_and_spawn(self):
+        folder, wanted = str(self.folder / "ct"), sum_of(self.folder / "ct")
+        kept, stop = self.load(), threading.Event()
+        busy = threading.Thread(target=lambda: [sum_of(folder) for _ in iter(stop.is_set, True)])
+        busy.start()  # a fork in the middle of another thread's call
+        try:
+            for _ in range(5):
+                child = os.fork()
+                if child == 0:
+                    os._exit(42 if sum_of(folder) == wanted == kept.array.sum() else 1)
+                self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 42)
+        finally:
+            stop.set()
+            busy.join()
+        with multiprocessing.get_context("spawn").Pool(2) as pool:
+            self.assertEqual(pool.map(sum_of, [folder] * 4), [wanted] * 4)
+
+    def test_cycles_are_collected_and_views_keep_their_volume(self):
+        class Holder:
+            pass
+
+        holder = Holder()
+        holder.itself, holder.volume = holder, self.load()
+        holder.progress = lambda *_: holder
+        korvane.find(self.folder / "ct", progress=holder.progress)
+        view, gone, volume = holder.volume.array[1:2], weakref.ref(holder), weakref.ref(holder.volume)
+        wanted = view.copy()
+        del holder
+        gc.collect()
+        self.assertIsNone(gone())
+        self.assertIsNotNone(volume())
+        numpy.testing.assert_array_equal(view, wanted)
+        del view
+        gc.collect()
+        self.assertIsNone(volume())
 
     def test_an_interrupt_ends_a_long_call(self):
         """In a process of its own: a long job, a signal in its middle, the time until KeyboardInterrupt."""

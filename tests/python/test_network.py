@@ -5,6 +5,7 @@ usage: test_network.py FOLDER_OF_THE_PACKAGE
 """
 
 import contextlib
+import gc
 import os
 import pathlib
 import shutil
@@ -14,6 +15,7 @@ import sys
 import tempfile
 import time
 import unittest
+import weakref
 
 sys.path.insert(0, sys.argv[1])
 
@@ -95,6 +97,20 @@ class Network(unittest.TestCase):
         with self.assertRaises(RuntimeError), korvane.Receiver(self.folder / "b2", address=HERE, on_file=breaks) as receiver:
             subprocess.run(["storescu", HERE, str(receiver.port), *self.files], capture_output=True)
             receiver._thread.join(20)
+        # What had a callback into itself goes when it has ended.
+        class Node:
+            def __init__(self, folder):
+                self.receiver = korvane.Receiver(folder, address=HERE, on_file=self.take)
+
+            def take(self, file):
+                pass
+
+        node = Node(self.folder / "node")
+        with node.receiver:
+            gone = weakref.ref(node)
+        del node
+        gc.collect()
+        self.assertIsNone(gone())
         # The block's own exception is not hidden by the callback's.
         with self.assertRaises(KeyError), korvane.Receiver(self.folder / "b3", address=HERE, on_file=breaks) as receiver:
             subprocess.run(["storescu", HERE, str(receiver.port), *self.files], capture_output=True)
