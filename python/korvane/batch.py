@@ -102,7 +102,7 @@ def _on_processes(folder, shards, count, retry, progress):
     # Whoever works finds this package where it is now.
     here = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
     path = os.pathsep.join(filter(None, [here, os.environ.get("PYTHONPATH")]))
-    command = [sys.executable, "-m", "korvane.batch", "run", folder, "--jobs", "1", "--shard"]
+    command = [sys.executable, "-m", "korvane.batch", "run", folder, "--quiet", "--jobs", "1", "--shard"]
     _korvane._run_shards(folder, shards, command, ["--retry"] if retry else [], {"PYTHONPATH": path}, count, progress)
 
 
@@ -114,13 +114,15 @@ def _main(arguments=None):
     one.add_argument("--shard", type=int, required=True)
     one.add_argument("--jobs", type=int, default=0)
     one.add_argument("--retry", action="store_true")
+    one.add_argument("--quiet", action="store_true")
     verbs.add_parser("report", help="what came of each series, as CSV").add_argument("plan")
     chosen = parser.parse_args(arguments)
     if chosen.verb == "report":
         sys.stdout.write(table(chosen.plan))
         return 0
     counts = run(chosen.plan, chosen.shard, retry=chosen.retry, jobs=chosen.jobs)
-    print(", ".join(f"{count} {name}" for name, count in counts.items()))
+    if not chosen.quiet:
+        print(", ".join(f"{count} {name}" for name, count in counts.items()))
     if counts["refused"] + counts["crashed"]:
         raise Damaged("not all series are written", kind="damaged")
     return 0
