@@ -57,7 +57,7 @@ ARROWS = {
 OUTSIDERS = ["codecs", "host", "python", "examples", "tests", "bench"]  # on <Korvane/...> only
 FOREIGN = {"export": ["ftplib.h"], "codecs": ["jpeglib.h", "openjpeg.h"],
            "kit/pictures": ["jpeglib.h"], "kit/dataset": ["archive.h", "archive_entry.h"],
-           "kit/network": ["openssl/err.h", "openssl/ssl.h", "openssl/x509v3.h"]}  # and who may include them
+           "kit/network": ["curl/curl.h", "openssl/err.h", "openssl/ssl.h", "openssl/x509v3.h"]}  # and who may include them
 
 SOURCE_SUFFIXES = {".cpp", ".h", ".H", ".hpp", ".inc"}
 SKIPPED_FOLDERS = {".git", "build", "out", "__pycache__"}

@@ -84,3 +84,14 @@ std::string FindUnknown(const CLI::App& program, const std::vector<std::string>&
     }
     return {};
 }
+
+std::vector<std::string> WithPorts(const CLI::App& program, std::vector<std::string> arguments) {
+    const CLI::App* const verb = FindVerb(program, arguments);
+    if (verb == nullptr || verb->get_option_no_throw("HOST") == nullptr) return arguments;
+    const auto isAddress = [](const std::string& text) {
+        return text.starts_with("https://") || text.starts_with("http://");
+    };
+    const auto found = std::find_if(arguments.begin(), arguments.end(), isAddress);
+    if (found != arguments.end()) arguments.insert(found + 1, "");
+    return arguments;
+}

@@ -17,3 +17,7 @@ const CLI::App* FindVerb(const CLI::App& program, const std::vector<std::string>
 
 /// "batch plan".
 std::string FullName(const CLI::App& verb);
+
+/// The arguments with an empty PORT behind a HOST that is an http or https address, for the verbs that take one: such an
+/// address has its port in itself.
+std::vector<std::string> WithPorts(const CLI::App& program, std::vector<std::string> arguments);

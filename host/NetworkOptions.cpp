@@ -1,5 +1,7 @@
 #include "NetworkOptions.h"
 
+#include "terminal/Terminal.h"
+
 #include <Korvane/Kit.h>
 
 #include <CLI/CLI.hpp>
@@ -27,7 +29,11 @@ void AddTlsOptions(CLI::App& verb, TlsOptions& options) {
 
 void AddPeerOptions(CLI::App& verb, Peer& options) {
     verb.add_option("HOST", options.host, "Name or address (IPv4 or IPv6)")->required();
-    verb.add_option("PORT", options.port, "Number, or name of a service")->required()->check(FaultOfPort);
+    verb.add_option("PORT", options.port, "Number, or name of a service")
+        ->required()
+        ->check([&options](const std::string& port) {
+            return port.empty() && IsWebService(options) ? std::string() : FaultOfPort(port);
+        });
     verb.add_option("--aet", options.ownTitle, "AE title of this program (KORVANE)")->check(FaultOfTitle);
     verb.add_option("--aec", options.peerTitle, "AE title of the other one (ANY-SCP)")->check(FaultOfTitle);
     verb.add_option("--connect-timeout", options.connectTimeout,
@@ -48,4 +54,22 @@ void AddCommitOptions(CLI::App& verb, CommitOptions& options, const std::string&
     verb.add_option("--" + prefix + "wait", options.wait, "Seconds that the report is awaited (60)")
         ->check(CLI::Range(0, kLongest));
     verb.add_flag("--" + prefix + "tls-in", options.encrypted, "What comes to that port is encrypted, too");
+}
+
+void AddWebOptions(CLI::App& verb, Peer& options) {
+    verb.get_option("HOST")->description(
+        "Name or address (IPv4 or IPv6); or https://... of a DICOMweb service, and no PORT then");
+    CLI::Option* const file = verb.add_option_function<std::string>(
+        "--token-file", [&options](const std::string& path) { options.web.token = ReadToken(path); },
+        "File with the bearer token for a web service; goes over https alone");
+    verb.add_option_function<std::string>(
+            "--token-env",
+            [&options](const std::string& name) {
+                options.web.token = platform::GetVariable(name.c_str()).value_or("");
+                if (options.web.token.empty()) throw CLI::ValidationError("--token-env", "there is no " + name);
+            },
+            "Name of the environment variable that has it")
+        ->excludes(file);
+    verb.add_flag("--token-to-loopback", options.web.tokenToLoopback,
+                  "Show it to an http service on this machine, too, unencrypted: for tests");
 }

@@ -20,3 +20,6 @@ void AddPeerOptions(CLI::App& verb, korvane::Peer& options);
 
 /// Adds the options for how a report of commitment is awaited, each behind "--" and the prefix.
 void AddCommitOptions(CLI::App& verb, korvane::CommitOptions& options, const std::string& prefix);
+
+/// Adds what web services want, for the verbs that take their addresses as HOST.
+void AddWebOptions(CLI::App& verb, korvane::Peer& options);

@@ -55,6 +55,14 @@ void AddKeyOptions(CLI::App& verb, Arguments& arguments, bool& patientRoot, std:
     verb.add_flag("--json", arguments.json, "For programs");
 }
 
+// For the verbs that ask again what a web service may give another time.
+void AddRetryOptions(CLI::App& verb, WebOptions& options) {
+    verb.add_option("--retry", options.retries, "Ask a web service so often again that has failed for now (3)")
+        ->check(CLI::Range(0, 1000));
+    verb.add_option("--retry-wait", options.retryWait, "Seconds before the first of them, then twice as long (1)")
+        ->check(CLI::Range(0, 60));
+}
+
 void AddFolderOptions(CLI::App& verb, RetrieveOptions& options) {
     verb.add_flag("--replace", options.replace,
                   "Replace files of the same SOP Instance UID; else other contents get -2, -3 ... behind it");
@@ -64,9 +72,11 @@ void AddFolderOptions(CLI::App& verb, RetrieveOptions& options) {
 }  // namespace
 
 void AddFindVerb(CLI::App& program) {
-    CLI::App* const verb = program.add_subcommand("find", "Ask a DICOM program what it has (C-FIND)");
+    CLI::App* const verb = program.add_subcommand("find", "Ask a DICOM program what it has (C-FIND, QIDO-RS)");
     const auto arguments = std::make_shared<Arguments>();
     AddPeerOptions(*verb, arguments->peer);
+    AddWebOptions(*verb, arguments->peer);
+    AddRetryOptions(*verb, arguments->peer.web);
     AddKeyOptions(*verb, *arguments, arguments->query.patientRoot, arguments->query.characterSet);
     verb->get_option("--level")->description("patient, study, series, image or worklist (study)");
     verb->add_option("--limit", arguments->query.limit, "Cancel the query after so many matches");
@@ -74,12 +84,24 @@ void AddFindVerb(CLI::App& program) {
 }
 
 void AddGetVerb(CLI::App& program) {
-    CLI::App* const verb = program.add_subcommand("get", "Fetch files from a DICOM program (C-GET)");
+    CLI::App* const verb = program.add_subcommand("get", "Fetch files from a DICOM program (C-GET, WADO-RS)");
     const auto arguments = std::make_shared<Arguments>();
     AddPeerOptions(*verb, arguments->peer);
+    AddWebOptions(*verb, arguments->peer);
+    AddRetryOptions(*verb, arguments->peer.web);
     verb->add_option("DIR", arguments->retrieve.folder, "Folder for the files; made where it is not there")->required();
     AddKeyOptions(*verb, *arguments, arguments->retrieve.patientRoot, arguments->retrieve.characterSet);
     AddFolderOptions(*verb, arguments->retrieve);
+    RetrieveOptions& options = arguments->retrieve;
+    CLI::Option* const metadata = verb->add_flag_callback(
+        "--metadata", [&options] { options.form = RetrievedForm::Metadata; },
+        "Of a web service the metadata alone, UID.json for each instance");
+    verb->add_option("--frames", options.frames, "Of a web service these frames alone, from 1 on: 1,3")
+        ->delimiter(',')
+        ->expected(1)
+        ->check(CLI::PositiveNumber)
+        ->each([&options](const std::string&) { options.form = RetrievedForm::Frames; })
+        ->excludes(metadata);
     verb->callback([arguments] { RunRetrieve(*arguments, false); });
 }
 

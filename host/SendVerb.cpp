@@ -31,9 +31,11 @@ void SendAll(Arguments& arguments) {
 }  // namespace
 
 void AddSendVerb(CLI::App& program) {
-    CLI::App* const verb = program.add_subcommand("send", "Send files to a DICOM program that stores them (C-STORE)");
+    CLI::App* const verb =
+        program.add_subcommand("send", "Send files to a DICOM program that stores them (C-STORE, STOW-RS)");
     const auto arguments = std::make_shared<Arguments>();
     AddPeerOptions(*verb, arguments->peer);
+    AddWebOptions(*verb, arguments->peer);
     verb->add_option("FILE", arguments->sources,
                      "DICOM files, and folders with all below them; none: those of the queue");
     SendOptions& options = arguments->options;

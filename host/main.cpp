@@ -66,7 +66,8 @@ int Run(const std::vector<std::string>& arguments) {
     if (!unknown.empty()) return RefuseUsage(program, arguments, unknown);
     try {
         // CLI11 takes them in reverse, without the program's name.
-        program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend() - 1));
+        const std::vector<std::string> whole = WithPorts(program, arguments);
+        program.parse(std::vector<std::string>(whole.rbegin(), whole.rend() - 1));
     } catch (const CLI::Success& request) {
         return program.exit(request);  // --help, --version
     } catch (const CLI::ParseError& error) {

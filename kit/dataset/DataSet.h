@@ -145,6 +145,8 @@ public:
     /// From the DICOM JSON model; texts become UTF-8 (ISO_IR 192). An element whose value the JSON does not have
     /// (BulkDataURI) is left out, and the report says so. Throws `Error` of kind `Damaged`.
     static DataSet FromJson(std::string_view json);
+    /// From an array of them, as web services answer (PS3.18 F.2); a single one counts as an array.
+    static std::vector<DataSet> ListFromJson(std::string_view json);
 
     DataSet Clone() const;
     const ReadReport& GetReport() const { return m_Report; }
@@ -189,6 +191,7 @@ private:
     std::unique_ptr<DICOMDataObject> Prepared(const SaveOptions& options, std::string& syntax) const;
     DICOMObject& Holder(const ElementPath& path);
     void SetText(const ElementPath& path, std::string_view text, bool checked);
+    static DataSet WithoutValuesOf(DataSet set, const std::vector<std::string>& elsewhere);
 
     std::shared_ptr<LeftValues> m_pLeft;  // outlives the elements that point into it
     std::unique_ptr<DICOMDataObject> m_pOwned;

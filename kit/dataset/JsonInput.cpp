@@ -36,6 +36,15 @@ std::string TextOf(const std::string& key, const Json& value) {
 
 class JsonReading {
 public:
+    explicit JsonReading(const Json& object) {
+        set.Set("SpecificCharacterSet", "ISO_IR 192");
+        AddMembers({}, object, 0);
+    }
+
+    DataSet set;
+    std::vector<std::string> elsewhere;  // paths of elements whose values are not in the JSON
+
+private:
     void AddMembers(const std::string& prefix, const Json& object, int depth) {
         if (!object.is_object() || depth > kDeepest) Refuse(prefix, "not a data set, or nested too deep");
         for (const auto& [key, member] : object.items()) {
@@ -79,25 +88,41 @@ public:
         for (std::size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : "\\") + TextOf(key, values[i]);
         set.SetUnchecked(path, text);
     }
-
-    DataSet set;
-    std::vector<std::string> elsewhere;  // paths of elements whose values are not in the JSON
 };
 
 }  // namespace
 
+DataSet DataSet::WithoutValuesOf(DataSet set, const std::vector<std::string>& elsewhere) {
+    for (const std::string& path : elsewhere) {
+        set.m_Report.complete = false;
+        set.m_Report.findings.push_back(
+            {.kind = FindingKind::Unreadable, .text = path + ": its value is elsewhere (BulkDataURI) and left out"});
+    }
+    return set;
+}
+
 DataSet DataSet::FromJson(std::string_view json) {
     const Json object = Json::parse(json.begin(), json.end(), nullptr, false);
     if (object.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON");
-    JsonReading reading;
-    reading.set.Set("SpecificCharacterSet", "ISO_IR 192");
-    reading.AddMembers({}, object, 0);
-    for (const std::string& path : reading.elsewhere) {
-        reading.set.m_Report.complete = false;
-        reading.set.m_Report.findings.push_back(
-            {.kind = FindingKind::Unreadable, .text = path + ": its value is elsewhere (BulkDataURI) and left out"});
+    JsonReading reading(object);
+    return WithoutValuesOf(std::move(reading.set), reading.elsewhere);
+}
+
+std::vector<DataSet> DataSet::ListFromJson(std::string_view json) {
+    const Json list = Json::parse(json.begin(), json.end(), nullptr, false);
+    if (list.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON");
+    if (!list.is_array() && !list.is_object()) throw Error(ErrorKind::Damaged, "JSON that is no data set");
+    std::vector<DataSet> sets;
+    const auto add = [&](const Json& object) {
+        JsonReading reading(object);
+        sets.push_back(WithoutValuesOf(std::move(reading.set), reading.elsewhere));
+    };
+    if (list.is_object()) {
+        add(list);
+    } else {
+        for (const Json& object : list) add(object);
     }
-    return std::move(reading.set);
+    return sets;
 }
 
 }  // namespace korvane

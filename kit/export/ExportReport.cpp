@@ -146,9 +146,9 @@ const char* WordOf(Irregular policy) {
 
 const std::map<std::string, Irregular>& PolicyWords() {
     static const std::map<std::string, Irregular> kWords = {{"keep", Irregular::Keep},
-                                                             {"reject", Irregular::Reject},
-                                                             {"resample", Irregular::Resample},
-                                                             {"split", Irregular::Split}};
+                                                            {"reject", Irregular::Reject},
+                                                            {"resample", Irregular::Resample},
+                                                            {"split", Irregular::Split}};
     return kWords;
 }
 

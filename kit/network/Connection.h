@@ -78,4 +78,8 @@ private:
     std::unique_ptr<Parts> m_pParts;
 };
 
+/// The same certificates and rules, for connections that a library of others makes: `context` is its `SSL_CTX*`. Throws
+/// `Error`. Only where this build can encrypt.
+void PrepareTls(void* context, const TlsOptions& options);
+
 }  // namespace korvane

@@ -5,6 +5,8 @@
 #include "ReceivedFiles.h"
 #include "Retrieve.h"
 #include "RetrieveUnits.h"
+#include "WebRetrieve.h"
+#include "WebService.h"
 
 #include "Dicom/Lib/network/StorageProvider.h"
 
@@ -180,6 +182,10 @@ private:
 }  // namespace
 
 RetrieveReport Get(const Peer& peer, const RetrieveOptions& options) {
+    if (IsWebService(peer)) return WebGet(peer, options);
+    if (options.form != RetrievedForm::Objects) {
+        throw Error(ErrorKind::WrongArgument, "metadata and frames alone come from web services only (https://...)");
+    }
     return GetJob(peer, options).Run();
 }
 

@@ -1,52 +1,17 @@
 #include "PeerConnection.h"
 
+#include "HostLookUp.h"
+#include "WebService.h"
+
 #include "platform/Socket.h"
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 namespace korvane {
-
-namespace {
-
-constexpr std::chrono::milliseconds kLook{20};
-
-// A look-up of a host name, shared with the thread that makes it. A look-up cannot be interrupted, so after a stop the
-// thread is left to finish alone.
-struct HostLookUp {
-    std::mutex mutex;
-    std::condition_variable changed;
-    const std::string host;
-    const std::string service;
-    std::vector<platform::Endpoint> endpoints;
-    bool knowsHost = false;
-    bool isFound = false;
-    bool isDone = false;
-
-    HostLookUp(std::string asked, std::string name) : host(std::move(asked)), service(std::move(name)) {}
-
-    void Run() {
-        std::vector<platform::Endpoint> found;
-        bool knows = false;
-        platform::StartSocketLibrary();
-        const bool known = platform::LookUp(host, service, found, knows);
-        platform::StopSocketLibrary();
-        const std::lock_guard<std::mutex> lock(mutex);
-        endpoints = std::move(found);
-        knowsHost = knows;
-        isFound = known;
-        isDone = true;
-        changed.notify_all();
-    }
-};
-
-}  // namespace
 
 std::string FaultOfTitle(const std::string& title) {
     const bool fits = title.size() <= 16 && title.find_first_not_of(' ') != std::string::npos &&
@@ -68,19 +33,7 @@ PeerConnection::PeerConnection(const Peer& peer, const Watch& watch) : m_Peer(pe
     }
     m_Service.SetStopCheck(watch.GetStopQuestion());
     if (peer.tls.isOn) m_pTls = std::make_unique<TlsContext>(peer.tls, TlsContext::Side::Connects);
-    LookUp();
-}
-
-void PeerConnection::LookUp() {
-    const auto lookUp = std::make_shared<HostLookUp>(m_Peer.host, m_Peer.port);
-    std::thread([lookUp] { lookUp->Run(); }).detach();
-    std::unique_lock<std::mutex> lock(lookUp->mutex);
-    while (!lookUp->changed.wait_for(lock, kLook, [&] { return lookUp->isDone; })) m_Watch.StopIfAsked();
-    if (!lookUp->isFound) {
-        throw Error(ErrorKind::NotFound,
-                    lookUp->knowsHost ? "unknown service " + m_Peer.port : "unknown host " + m_Peer.host);
-    }
-    m_Endpoints = lookUp->endpoints;
+    m_Endpoints = LookUpHost(peer.host, peer.port, watch);
 }
 
 // Connects to the first address that answers. One deadline holds for all: each gets its part of what is left.

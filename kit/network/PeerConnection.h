@@ -34,7 +34,6 @@ public:
     Error MakeError() const { return {ErrorKind::Refused, GetError()}; }
 
 private:
-    void LookUp();
     void Connect();
 
     const Peer& m_Peer;

@@ -2,7 +2,10 @@
 
 #include "../core/Error.h"
 #include "../dataset/Toolkit.h"
+#include "QueryJob.h"
 #include "QueryUser.h"
+#include "WebQuery.h"
+#include "WebService.h"
 
 #include <algorithm>
 #include <chrono>
@@ -17,7 +20,6 @@ namespace {
 constexpr const char* kWords[] = {"patient", "study", "series", "image", "worklist"};
 constexpr const char* kLevelNames[] = {"PATIENT", "STUDY", "SERIES", "IMAGE"};  // (0008,0052)
 constexpr int kWorklist = static_cast<int>(QueryLevel::Worklist);
-constexpr std::size_t kMostBytes = std::size_t{512} << 20;
 
 // Attributes of each level that are asked for beside the caller's keys.
 const std::vector<std::string> kUsual[] = {
@@ -69,9 +71,13 @@ QueryKey QueryKeyOf(const std::string& text) {
     return {ElementPath(text.substr(0, end)), end < text.size() ? text.substr(end + 1) : ""};
 }
 
+bool IsSingleValue(const std::string& value) {
+    return !value.empty() && value.find_first_of("*?\\") == std::string::npos;
+}
+
 QueryJob::QueryJob(const Peer& peer, const QueryOptions& options)
-    : m_Peer(peer), m_Options(options), m_Watch(options.watcher), m_Connection(peer, m_Watch),
-      m_User(m_Connection, m_Watch), m_Top(options.patientRoot || options.level == QueryLevel::Patient ? 0 : 1) {
+    : m_Peer(peer), m_Options(options), m_Watch(options.watcher),
+      m_Top(options.patientRoot || options.level == QueryLevel::Patient ? 0 : 1) {
     m_Report.level = options.level;
     m_Report.columns = kUsual[static_cast<int>(options.level)];
     for (const QueryKey& key : options.keys) {
@@ -86,15 +92,14 @@ QueryJob::QueryJob(const Peer& peer, const QueryOptions& options)
 
 QueryReport QueryJob::Run() {
     const auto start = std::chrono::steady_clock::now();
-    m_User.Propose(ClassOf(QueryService::Find, m_Options.level, m_Options.patientRoot));
-    m_Connection.Associate();
+    Begin();
     if (m_Options.level == QueryLevel::Worklist) {
-        for (DataSet& match : Ask(MakeIdentifier(kWorklist, {}), true)) m_Report.matches.push_back(std::move(match));
+        m_Report.matches = Ask(kWorklist, {});
     } else {
         Unique above;
         Descend(m_Top, above, nullptr);
     }
-    if (m_Connection.GetService().GetState() == DcmService::State::Established) m_Connection.GetService().Release();
+    End();
     m_Report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (m_Report.ignoredKeys) {
         m_Watch.Tell({.kind = FindingKind::PeerWarned,
@@ -144,7 +149,7 @@ void QueryJob::Descend(int level, Unique& above, const DataSet* upper) {
         Descend(level + 1, above, upper);
         return;
     }
-    for (DataSet& match : Ask(MakeIdentifier(level, above), level == target)) {
+    for (DataSet& match : Ask(level, above)) {
         if (m_Options.limit > 0 && m_Report.matches.size() >= m_Options.limit) {
             m_Report.isCut = true;
             return;
@@ -176,71 +181,102 @@ void QueryJob::Complete(DataSet& match, const Unique& above, const DataSet* uppe
     }
 }
 
-void QueryJob::SetCharacterSet(DataSet& identifier) const {
-    const auto isAscii = [](const QueryKey& key) {
-        return std::all_of(key.value.begin(), key.value.end(), [](char c) { return static_cast<signed char>(c) > 0; });
-    };
-    if (std::all_of(m_Options.keys.begin(), m_Options.keys.end(), isAscii)) return;
-    identifier.SetUnchecked(tags::SpecificCharacterSet, m_Options.characterSet);
+bool QueryJob::IsEnough(int level, std::size_t more) const {
+    return level == GetTarget() && m_Options.limit > 0 && m_Report.matches.size() + more >= m_Options.limit;
 }
 
-DataSet QueryJob::MakeIdentifier(int level, const Unique& above) const {
-    DataSet identifier;
-    SetCharacterSet(identifier);
-    if (level != kWorklist) {
-        identifier.Set("QueryRetrieveLevel", kLevelNames[level]);
-        identifier.SetUnchecked(kUniqueKeys[static_cast<std::size_t>(level)], "");
-        if (level == static_cast<int>(m_Options.level)) {
-            for (const std::string& keyword : kUsual[level]) identifier.SetUnchecked(keyword, "");
-        }
-    } else {
-        for (const std::string& keyword : kUsual[level]) identifier.SetUnchecked(keyword, "");
-    }
-    for (const QueryKey& key : m_Options.keys) {
-        if (LevelOf(key.path) == level) identifier.SetUnchecked(key.path, key.value);
-    }
-    for (std::size_t i = 0; level != kWorklist && i < static_cast<std::size_t>(level); ++i) {
-        if (!above[i].empty()) identifier.SetUnchecked(kUniqueKeys[i], above[i]);
-    }
-    return identifier;
+std::vector<std::string> QueryJob::UsualKeys(int level) const {
+    return level == GetTarget() ? kUsual[level] : std::vector<std::string>();
 }
 
-// All answers to one request. When more come than are wanted the request is cancelled, and the peer's last response
-// awaited.
-std::vector<DataSet> QueryJob::Ask(const DataSet& identifier, bool limited) {
-    m_User.Request(kFindRQ, ClassOf(QueryService::Find, m_Options.level, m_Options.patientRoot), identifier);
-    std::vector<DataSet> matches;
-    bool isCancelled = false;
-    for (;;) {
-        const DimseCommand response = m_User.Receive();
-        if (!response.IsResponse()) {
-            m_Connection.GetService().Abort();
-            throw Error(ErrorKind::Refused, m_Peer.Name() + ": a request in the middle of a query");
-        }
-        std::size_t bytes = 0;
-        DataSet match;
-        if (response.HasDataSet()) match = m_User.ReadIdentifier(bytes);
-        if (!IsPending(response.status)) {
-            if (response.status == kStatusSuccess || (isCancelled && response.status == kStatusCancelled)) break;
-            throw m_User.MakeError(response);
-        }
-        if (response.status != kStatusPending) m_Report.ignoredKeys = true;
-        if (isCancelled) continue;
-        m_Bytes += bytes;
-        const bool isEnough =
-            limited && m_Options.limit > 0 && m_Report.matches.size() + matches.size() >= m_Options.limit;
-        if (!isEnough && m_Bytes <= kMostBytes) {
-            matches.push_back(std::move(match));
-            continue;
-        }
-        m_Report.isCut = isCancelled = true;
-        m_User.Cancel();
+namespace {
+
+// A query by C-FIND, on one association.
+class DimseQuery : public QueryJob {
+public:
+    DimseQuery(const Peer& peer, const QueryOptions& options)
+        : QueryJob(peer, options), m_Connection(peer, m_Watch), m_User(m_Connection, m_Watch) {}
+
+protected:
+    void Begin() override {
+        m_User.Propose(ClassOf(QueryService::Find, m_Options.level, m_Options.patientRoot));
+        m_Connection.Associate();
     }
-    return matches;
-}
+
+    void End() override {
+        DcmService& service = m_Connection.GetService();
+        if (service.GetState() == DcmService::State::Established) service.Release();
+    }
+
+    // All answers to one request. When more come than are wanted the request is cancelled, and the peer's last response
+    // awaited.
+    std::vector<DataSet> Ask(int level, const Unique& above) override {
+        m_User.Request(kFindRQ, ClassOf(QueryService::Find, m_Options.level, m_Options.patientRoot),
+                       MakeIdentifier(level, above));
+        std::vector<DataSet> matches;
+        bool isCancelled = false;
+        for (;;) {
+            const DimseCommand response = m_User.Receive();
+            if (!response.IsResponse()) {
+                m_Connection.GetService().Abort();
+                throw Error(ErrorKind::Refused, m_Peer.Name() + ": a request in the middle of a query");
+            }
+            std::size_t bytes = 0;
+            DataSet match;
+            if (response.HasDataSet()) match = m_User.ReadIdentifier(bytes);
+            if (!IsPending(response.status)) {
+                if (response.status == kStatusSuccess || (isCancelled && response.status == kStatusCancelled)) break;
+                throw m_User.MakeError(response);
+            }
+            if (response.status != kStatusPending) m_Report.ignoredKeys = true;
+            if (isCancelled) continue;
+            m_Bytes += bytes;
+            if (!IsEnough(level, matches.size()) && m_Bytes <= kMostQueryBytes) {
+                matches.push_back(std::move(match));
+                continue;
+            }
+            m_Report.isCut = isCancelled = true;
+            m_User.Cancel();
+        }
+        return matches;
+    }
+
+private:
+    void SetCharacterSet(DataSet& identifier) const {
+        const auto isAscii = [](const QueryKey& key) {
+            return std::all_of(key.value.begin(), key.value.end(),
+                               [](char c) { return static_cast<signed char>(c) > 0; });
+        };
+        if (std::all_of(m_Options.keys.begin(), m_Options.keys.end(), isAscii)) return;
+        identifier.SetUnchecked(tags::SpecificCharacterSet, m_Options.characterSet);
+    }
+
+    DataSet MakeIdentifier(int level, const Unique& above) const {
+        DataSet identifier;
+        SetCharacterSet(identifier);
+        if (level != kWorklist) {
+            identifier.Set("QueryRetrieveLevel", kLevelNames[level]);
+            identifier.SetUnchecked(kUniqueKeys[static_cast<std::size_t>(level)], "");
+        }
+        for (const std::string& keyword : UsualKeys(level)) identifier.SetUnchecked(keyword, "");
+        for (const QueryKey& key : m_Options.keys) {
+            if (LevelOf(key.path) == level) identifier.SetUnchecked(key.path, key.value);
+        }
+        for (std::size_t i = 0; level != kWorklist && i < static_cast<std::size_t>(level); ++i) {
+            if (!above[i].empty()) identifier.SetUnchecked(kUniqueKeys[i], above[i]);
+        }
+        return identifier;
+    }
+
+    PeerConnection m_Connection;
+    QueryUser m_User;
+};
+
+}  // namespace
 
 QueryReport Query(const Peer& peer, const QueryOptions& options) {
-    return QueryJob(peer, options).Run();
+    if (IsWebService(peer)) return WebQuery(peer, options);
+    return DimseQuery(peer, options).Run();
 }
 
 std::string ToJson(const QueryReport& report) {

@@ -26,10 +26,6 @@ std::string_view ClassOf(QueryService service, QueryLevel level, bool patientRoo
     return kClasses[isPatient ? 0 : 1][static_cast<int>(service)];
 }
 
-bool IsSingleValue(const std::string& value) {
-    return !value.empty() && value.find_first_of("*?\\") == std::string::npos;
-}
-
 void QueryUser::Propose(std::string_view sopClass) {
     m_Peer.GetService().Propose(sopClass,
                                 {std::string(kExplicitLittleEndianUid), std::string(kImplicitLittleEndianUid)});

@@ -3,9 +3,8 @@
 
 #include "../core/Watch.h"
 #include "PeerConnection.h"
-#include "Query.h"
+#include "QueryJob.h"
 
-#include <array>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -18,13 +17,6 @@ enum class QueryService { Find, Move, Get };
 
 /// The SOP class (PS3.4 C.6, K.6) of a service at a level.
 std::string_view ClassOf(QueryService service, QueryLevel level, bool patientRoot);
-
-/// Keywords of the unique keys (PS3.4 C.6.1.1), by level.
-inline constexpr std::array<const char*, 4> kUniqueKeys = {"PatientID", "StudyInstanceUID", "SeriesInstanceUID",
-                                                           "SOPInstanceUID"};
-
-/// Whether a value names exactly one thing: no wildcard, no list.
-bool IsSingleValue(const std::string& value);
 
 /// Sends requests and receives responses on a connection, whose association must have the SOP class (`Propose`).
 class QueryUser {
@@ -58,34 +50,6 @@ private:
     DimseCommand m_Request;
     std::uint8_t m_Asked = 0;    // presentation context of the request
     std::uint8_t m_Context = 0;  // presentation context of what was received last
-};
-
-/// A query at one level, and at the levels above whose unique keys it does not give.
-class QueryJob {
-public:
-    QueryJob(const Peer& peer, const QueryOptions& options);
-
-    QueryReport Run();
-
-private:
-    using Unique = std::array<std::string, kUniqueKeys.size()>;
-
-    void Descend(int level, Unique& above, const DataSet* upper);
-    bool IsAskedAt(int level) const;
-    DataSet MakeIdentifier(int level, const Unique& above) const;
-    std::vector<DataSet> Ask(const DataSet& identifier, bool limited);
-    void Complete(DataSet& match, const Unique& above, const DataSet* upper) const;
-    int LevelOf(const ElementPath& path) const;
-    void SetCharacterSet(DataSet& identifier) const;
-
-    const Peer& m_Peer;
-    const QueryOptions& m_Options;
-    Watch m_Watch;
-    PeerConnection m_Connection;
-    QueryUser m_User;
-    int m_Top;                // the highest level of the query model
-    std::size_t m_Bytes = 0;  // bytes of all answers together
-    QueryReport m_Report;
 };
 
 }  // namespace korvane

@@ -17,6 +17,11 @@
 
 namespace korvane {
 
+/// What `Get` brings of each instance. All but the first come from web services alone, and are files named
+/// "<SOP instance UID>.json" (the DICOM JSON model, bulk data as addresses) and "<SOP instance UID>-frame-N.jpg" or what
+/// else the type of the frame is, ".raw" where it is not compressed.
+enum class RetrievedForm { Objects, Metadata, Frames };
+
 /// What `Get` and `Move` fetch, and where it goes.
 struct RetrieveOptions {
     QueryLevel level = QueryLevel::Study;     ///< what the keys choose; not `Worklist`
@@ -27,6 +32,10 @@ struct RetrieveOptions {
     std::string folder;    ///< data sets are stored here as `Receive` does; made where it is not there
     bool replace = false;  ///< as in `ReceiveOptions`
     bool sync = true;      ///< as in `ReceiveOptions`
+
+    // For `Get` from a web service:
+    RetrievedForm form = RetrievedForm::Objects;
+    std::vector<unsigned> frames{};  ///< numbers from 1 on, for `RetrievedForm::Frames`
 
     // For `Move`:
     std::string destination;  ///< AE title of a third program that the peer sends to; empty: this one, into `folder`
@@ -55,7 +64,8 @@ struct RetrieveReport {
     double seconds = 0;  ///< duration of the whole retrieval
 };
 
-/// Fetches over the association itself (C-GET), which works through firewalls and with a peer that does not know this
+/// Fetches from a web service (WADO-RS), which is asked first for the instances that there are: what does not come is
+/// asked for again, and told at last. Or fetches over the association itself (C-GET), which works through firewalls and with a peer that does not know this
 /// program. The peer is asked first for the series and their SOP classes; these are proposed for storage, in as few
 /// associations as 128 contexts allow. Compressed data sets stay compressed where the peer can send them so.
 ///

@@ -102,6 +102,7 @@ std::vector<RetrieveUnit> FindUnitsWithClasses(const Peer& peer, const RetrieveO
         if (isNew) units.push_back(MakeUnit(level, TopOf(options), match));
         RetrieveUnit& unit = units[place->second];
         ++unit.instances;
+        unit.uids.push_back(match.Text(kUniqueKeys[3]));
         const std::string sopClass = match.Text("SOPClassUID");
         if (sopClass.empty() || std::find(unit.classes.begin(), unit.classes.end(), sopClass) != unit.classes.end()) {
             continue;

@@ -17,6 +17,7 @@ struct RetrieveUnit {
     std::string name;                  ///< for messages
     std::vector<std::string> classes;  ///< SOP classes of its instances
     std::size_t instances = 0;         ///< 0: not known
+    std::vector<std::string> uids;     ///< of the instances, as far as they are known
 };
 
 /// Throws `Error` of kind `WrongArgument` where no key has a value: that would fetch the whole archive.

@@ -8,6 +8,8 @@
 #include "SendDecoder.h"
 #include "SendList.h"
 #include "SendQueue.h"
+#include "WebSend.h"
+#include "WebService.h"
 
 #include <algorithm>
 #include <atomic>
@@ -66,23 +68,17 @@ private:
     // Puts the files on the queue's list, and finds out which of them are to be sent.
     void Enter() {
         m_Attempts.assign(m_Files.size(), 0);
-        m_IsDone.assign(m_Files.size(), false);
-        m_WasBegun.assign(m_Files.size(), false);
-        if (!m_Queue) return;
-        for (std::size_t i = 0; i < m_Files.size(); ++i) {
-            const SendQueue::Stage stage = m_Queue->Enter(m_Files[i]);
-            m_IsDone[i] = stage == SendQueue::Stage::Stored;
-            m_Report.earlier += m_IsDone[i] ? 1 : 0;
-            m_WasBegun[i] = stage == SendQueue::Stage::Begun;
-        }
-        m_Queue->EndList();
+        m_Stages.assign(m_Files.size(), SendQueue::Stage::Waiting);
+        if (m_Queue) m_Stages = m_Queue->Enter(m_Files);
+        m_Report.earlier =
+            static_cast<std::size_t>(std::count(m_Stages.begin(), m_Stages.end(), SendQueue::Stage::Stored));
     }
 
     // A failure of that leaves the report as it is: what was stored is stored.
     void AskForCommitment() {
         std::vector<StorageFile> stored;
         for (std::size_t i = 0; i < m_Files.size(); ++i) {
-            if (m_IsDone[i]) stored.push_back(m_Files[i]);
+            if (m_Stages[i] == SendQueue::Stage::Stored) stored.push_back(m_Files[i]);
         }
         if (stored.empty()) return;
         CommitOptions options = *m_Options.commit;
@@ -100,7 +96,7 @@ private:
             const std::size_t end = user.Propose(m_Files, begin);
             Batch batch{begin, {}};
             for (; begin < end; ++begin) {
-                if (!m_IsDone[begin]) batch.waiting.push_back(begin);
+                if (m_Stages[begin] != SendQueue::Stage::Stored) batch.waiting.push_back(begin);
             }
             m_nWaiting += batch.waiting.size();
             m_Batches.push_back(std::move(batch));
@@ -280,7 +276,7 @@ private:
         if (m_Queue && result.stored) m_Queue->NoteStored(index);
         if (m_Queue && result.status != kStatusSuccess && !result.stored) m_Queue->NoteRefused(index);
         const std::lock_guard<std::mutex> lock(m_Mutex);
-        if (m_WasBegun[index] && m_Attempts[index] == 0) {
+        if (m_Stages[index] == SendQueue::Stage::Begun && m_Attempts[index] == 0) {
             m_Again.push_back({index, {file.path, "it was on its way when an earlier run ended"}});
         }
         const bool brokeOff = !isThere() && result.status == kStatusSuccess;
@@ -303,7 +299,7 @@ private:
             m_Failed.push_back({index, {file.path, result.error, result.status}});
             return;
         }
-        m_IsDone[index] = true;
+        m_Stages[index] = SendQueue::Stage::Stored;
         ++m_Report.stored;
         m_Report.bytes += result.bytes;
         if (result.status != kStatusSuccess) {
@@ -336,9 +332,8 @@ private:
     Watch m_Watch;
     std::optional<SendQueue> m_Queue;
     std::vector<StorageFile> m_Files;
-    std::vector<bool> m_IsDone;    // stored, now or by an earlier run; guarded by the mutex below
-    std::vector<bool> m_WasBegun;  // on its way when an earlier run ended
-    std::size_t m_nWaiting = 0;    // files at the beginning
+    std::vector<SendQueue::Stage> m_Stages;  // of each file, `Stored` by this run too; guarded by the mutex below
+    std::size_t m_nWaiting = 0;              // files at the beginning
     std::atomic<std::int64_t> m_nSent = 0;
     std::atomic<bool> m_bEnd = false;
 
@@ -361,6 +356,7 @@ private:
 }  // namespace
 
 SendReport Send(const Peer& peer, const std::vector<std::string>& sources, const SendOptions& options) {
+    if (IsWebService(peer)) return WebSend(peer, sources, options);
     return SendJob(peer, options).Run(sources);
 }
 

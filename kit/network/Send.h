@@ -27,7 +27,7 @@ struct SendOptions {
     bool decodeLossy = false;
     /// Ask afterwards whether the peer keeps safely what it has stored, by earlier runs of the queue too.
     std::optional<CommitOptions> commit;
-    unsigned jobs = 1;           ///< associations at once, at most; at most 64
+    unsigned jobs = 1;           ///< associations, or requests, at once, at most; at most 64
     Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 
@@ -63,6 +63,9 @@ struct SendReport {
 ///
 ///     const auto report = korvane::Send({.host = "pacs", .port = "104"}, {"study/"});
 ///     for (const auto& file : report.failed) std::cerr << file.path << ": " << file.why << '\n';
+///
+/// To a web service (STOW-RS) several files go in one request, as they are, whatever its transfer syntaxes; what counts as
+/// stored is what the answer names as such.
 ///
 /// No sources: those of the queue.
 ///

@@ -158,7 +158,15 @@ std::vector<std::string> SendQueue::GetUnstored() const {
     return paths;
 }
 
-SendQueue::Stage SendQueue::Enter(const StorageFile& file) {
+std::vector<SendQueue::Stage> SendQueue::Enter(const std::vector<StorageFile>& files) {
+    std::vector<Stage> stages;
+    for (const StorageFile& file : files) stages.push_back(EnterOne(file));
+    Write(Json{{"listed", m_Entries.size()}}.dump());
+    Sync();
+    return stages;
+}
+
+SendQueue::Stage SendQueue::EnterOne(const StorageFile& file) {
     const std::string path = AbsolutePath(file.path);
     const long long time = ChangeTime(file.path);
     const auto [known, isNew] =
@@ -173,11 +181,6 @@ SendQueue::Stage SendQueue::Enter(const StorageFile& file) {
     m_Entries.push_back({path});
     Write(line.dump());
     return Stage::Waiting;
-}
-
-void SendQueue::EndList() {
-    Write(Json{{"listed", m_Entries.size()}}.dump());
-    Sync();
 }
 
 void SendQueue::NoteBegun(std::size_t file) {

@@ -34,11 +34,9 @@ public:
     /// Paths of the list that are not stored yet. Throws `Error` when a run ended before its list was whole.
     std::vector<std::string> GetUnstored() const;
 
-    /// Puts a file on the list, unless it is there, and returns how far it has come. Files are numbered from 0 in the
-    /// order of these calls.
-    Stage Enter(const StorageFile& file);
-    /// The list is whole; returns when it is on the disk.
-    void EndList();
+    /// Puts files on the list, but for those that are there, and returns how far each has come, when the list is on the
+    /// disk. They are numbered from 0 on. To be called once.
+    std::vector<Stage> Enter(const std::vector<StorageFile>& files);
 
     /// A file is to be sent; returns when this and all that was noted before is on the disk.
     void NoteBegun(std::size_t file);
@@ -56,6 +54,7 @@ private:
     };
 
     void Begin(const Peer& peer);
+    Stage EnterOne(const StorageFile& file);
     void Load(const Peer& peer);
     void Take(const std::string& line);
     void Note(std::size_t file, const char* word, bool sync);

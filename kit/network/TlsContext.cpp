@@ -167,50 +167,48 @@ struct TlsContext::Parts {
     std::unique_ptr<SSL_CTX, Free> context;
     bool checksName = false;
     Side side = Side::Connects;
-
-    void LoadOwn(const TlsOptions& options) const {
-        if (options.certificate.empty()) {
-            if (side == Side::Accepts) {
-                throw Error(ErrorKind::WrongArgument, "encrypted connections are accepted only with a certificate");
-            }
-            return;
-        }
-        ERR_clear_error();
-        if (SSL_CTX_use_certificate_chain_file(context.get(), options.certificate.c_str()) != 1) {
-            RefuseFile(options.certificate, "a certificate");
-        }
-        const std::string& key = options.key.empty() ? options.certificate : options.key;
-        // Without a function that gives one, the library would ask for a password at the terminal.
-        SSL_CTX_set_default_passwd_cb(context.get(), [](char*, int, int, void*) { return 0; });
-        if (SSL_CTX_use_PrivateKey_file(context.get(), key.c_str(), SSL_FILETYPE_PEM) != 1) {
-            RefuseFile(key, "a private key without a password, for the certificate,");
-        }
-    }
-
-    void LoadAuthorities(const TlsOptions& options) const {
-        STACK_OF(X509_NAME)* const names = side == Side::Accepts ? sk_X509_NAME_new_null() : nullptr;
-        if (names != nullptr) SSL_CTX_set_client_CA_list(context.get(), names);  // which owns it from now on
-        for (const std::string& path : options.authorities) {
-            ERR_clear_error();
-            if (SSL_CTX_load_verify_locations(context.get(), path.c_str(), nullptr) != 1) {
-                RefuseFile(path, "certificates of authorities");
-            }
-            if (names != nullptr) SSL_add_file_cert_subjects_to_stack(names, path.c_str());
-        }
-        if (side == Side::Connects && options.authorities.empty()) SSL_CTX_set_default_verify_paths(context.get());
-        const bool verifies = side == Side::Connects || !options.authorities.empty();
-        SSL_CTX_set_verify(context.get(),
-                           verifies ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : SSL_VERIFY_NONE, nullptr);
-        SSL_CTX_set_verify_depth(context.get(), kDeepestChain);
-    }
 };
 
-TlsContext::TlsContext(const TlsOptions& options, Side side) : m_pParts(std::make_unique<Parts>()) {
-    m_pParts->side = side;
-    m_pParts->checksName = options.checksName && side == Side::Connects;
-    m_pParts->context.reset(SSL_CTX_new(side == Side::Connects ? TLS_client_method() : TLS_server_method()));
-    SSL_CTX* const context = m_pParts->context.get();
-    if (context == nullptr) throw std::bad_alloc();
+namespace {
+
+void LoadOwn(SSL_CTX* context, const TlsOptions& options, TlsContext::Side side) {
+    if (options.certificate.empty()) {
+        if (side == TlsContext::Side::Accepts) {
+            throw Error(ErrorKind::WrongArgument, "encrypted connections are accepted only with a certificate");
+        }
+        return;
+    }
+    ERR_clear_error();
+    if (SSL_CTX_use_certificate_chain_file(context, options.certificate.c_str()) != 1) {
+        RefuseFile(options.certificate, "a certificate");
+    }
+    const std::string& key = options.key.empty() ? options.certificate : options.key;
+    // Without a function that gives one, the library would ask for a password at the terminal.
+    SSL_CTX_set_default_passwd_cb(context, [](char*, int, int, void*) { return 0; });
+    if (SSL_CTX_use_PrivateKey_file(context, key.c_str(), SSL_FILETYPE_PEM) != 1) {
+        RefuseFile(key, "a private key without a password, for the certificate,");
+    }
+}
+
+void LoadAuthorities(SSL_CTX* context, const TlsOptions& options, TlsContext::Side side) {
+    const bool accepts = side == TlsContext::Side::Accepts;
+    STACK_OF(X509_NAME)* const names = accepts ? sk_X509_NAME_new_null() : nullptr;
+    if (names != nullptr) SSL_CTX_set_client_CA_list(context, names);  // which owns it from now on
+    for (const std::string& path : options.authorities) {
+        ERR_clear_error();
+        if (SSL_CTX_load_verify_locations(context, path.c_str(), nullptr) != 1) {
+            RefuseFile(path, "certificates of authorities");
+        }
+        if (names != nullptr) SSL_add_file_cert_subjects_to_stack(names, path.c_str());
+    }
+    if (!accepts && options.authorities.empty()) SSL_CTX_set_default_verify_paths(context);
+    const bool verifies = !accepts || !options.authorities.empty();
+    SSL_CTX_set_verify(context, verifies ? SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT : SSL_VERIFY_NONE,
+                       nullptr);
+    SSL_CTX_set_verify_depth(context, kDeepestChain);
+}
+
+void Prepare(SSL_CTX* context, const TlsOptions& options, TlsContext::Side side) {
     const bool isExtended = options.profile == TlsProfile::ExtendedBcp195;
     const bool isSet = SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION) == 1 &&
                        SSL_CTX_set_cipher_list(context, isExtended ? kExtendedCiphers : kBcp195Ciphers) == 1 &&
@@ -221,8 +219,24 @@ TlsContext::TlsContext(const TlsOptions& options, Side side) : m_pParts(std::mak
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_num_tickets(context, 0);
     SSL_CTX_set_dh_auto(context, 1);
-    m_pParts->LoadOwn(options);
-    m_pParts->LoadAuthorities(options);
+    LoadOwn(context, options, side);
+    LoadAuthorities(context, options, side);
+}
+
+}  // namespace
+
+TlsContext::TlsContext(const TlsOptions& options, Side side) : m_pParts(std::make_unique<Parts>()) {
+    m_pParts->side = side;
+    m_pParts->checksName = options.checksName && side == Side::Connects;
+    m_pParts->context.reset(SSL_CTX_new(side == Side::Connects ? TLS_client_method() : TLS_server_method()));
+    if (m_pParts->context == nullptr) throw std::bad_alloc();
+    Prepare(m_pParts->context.get(), options, side);
+}
+
+void PrepareTls(void* context, const TlsOptions& options) {
+    Prepare(static_cast<SSL_CTX*>(context), options, TlsContext::Side::Connects);
+    // Here a connection that ends without a word is an answer that was cut off.
+    SSL_CTX_clear_options(static_cast<SSL_CTX*>(context), SSL_OP_IGNORE_UNEXPECTED_EOF);
 }
 
 TlsContext::~TlsContext() = default;

@@ -82,10 +82,10 @@ const std::map<std::string, Interpolation>& InterpolationWords() {
 
 const std::map<std::string, SlabMode>& SlabModeWords() {
     static const std::map<std::string, SlabMode> kWords = {{"mean", SlabMode::Mean},
-                                                            {"max", SlabMode::Maximum},
-                                                            {"maximum", SlabMode::Maximum},
-                                                            {"min", SlabMode::Minimum},
-                                                            {"minimum", SlabMode::Minimum}};
+                                                           {"max", SlabMode::Maximum},
+                                                           {"maximum", SlabMode::Maximum},
+                                                           {"min", SlabMode::Minimum},
+                                                           {"minimum", SlabMode::Minimum}};
     return kWords;
 }
 

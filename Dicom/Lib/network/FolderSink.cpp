@@ -18,28 +18,6 @@ constexpr std::string_view kExtension = ".dcm";
 constexpr int kMostCompared =
     100;  // versions of one instance; else a flood of them would have all read for each new one
 
-// Preamble and meta information (PS3.10 7.1); empty when memory runs out.
-std::vector<unsigned char> FileHead(const StorageRequest& request) {
-    static constexpr unsigned char kVersion[2] = {0, 1};
-    DICOMDataObject meta;
-    int made = ReplaceValue(meta, tags::FileMetaInformationVersion, TypeCode("OB"), kVersion, sizeof kVersion);
-    const auto put = [&](tags::Tag tag, std::uint16_t type, std::string_view text) {
-        made &= ReplaceText(meta, tag, type, text);
-    };
-    put(tags::MediaStorageSOPClassUID, TypeCode("UI"), request.sopClass);
-    put(tags::MediaStorageSOPInstanceUID, TypeCode("UI"), request.sopInstance);
-    put(tags::TransferSyntaxUID, TypeCode("UI"), request.transferSyntax);
-    put(tags::ImplementationClassUID, TypeCode("UI"), kImplementationClassUid);
-    put(tags::ImplementationVersionName, TypeCode("SH"), kImplementationVersionName);
-    if (!request.callingTitle.empty()) put(tags::SourceApplicationEntityTitle, TypeCode("AE"), request.callingTitle);
-    MemoryOutputBuffer head;
-    head.WriteZeros(128);
-    head.Write("DICM", 4);
-    TransferSyntaxCodec codec;
-    if (made == 0 || codec.EncodeMetaInformation(head, meta) == 0) return {};
-    return head.GetBytes();
-}
-
 // Whether `a`, an older file, ends with the data set that `b` has behind its head: heads name the sender, and may
 // differ.
 bool HasSameDataSet(platform::InputFile& a, platform::InputFile& b, std::size_t head) {
@@ -107,6 +85,27 @@ std::string FreeName(const std::string& path, int low) {
 }
 
 }  // namespace
+
+std::vector<unsigned char> FileHead(const StorageRequest& request) {
+    static constexpr unsigned char kVersion[2] = {0, 1};
+    DICOMDataObject meta;
+    int made = ReplaceValue(meta, tags::FileMetaInformationVersion, TypeCode("OB"), kVersion, sizeof kVersion);
+    const auto put = [&](tags::Tag tag, std::uint16_t type, std::string_view text) {
+        made &= ReplaceText(meta, tag, type, text);
+    };
+    put(tags::MediaStorageSOPClassUID, TypeCode("UI"), request.sopClass);
+    put(tags::MediaStorageSOPInstanceUID, TypeCode("UI"), request.sopInstance);
+    put(tags::TransferSyntaxUID, TypeCode("UI"), request.transferSyntax);
+    put(tags::ImplementationClassUID, TypeCode("UI"), kImplementationClassUid);
+    put(tags::ImplementationVersionName, TypeCode("SH"), kImplementationVersionName);
+    if (!request.callingTitle.empty()) put(tags::SourceApplicationEntityTitle, TypeCode("AE"), request.callingTitle);
+    MemoryOutputBuffer head;
+    head.WriteZeros(128);
+    head.Write("DICM", 4);
+    TransferSyntaxCodec codec;
+    if (made == 0 || codec.EncodeMetaInformation(head, meta) == 0) return {};
+    return head.GetBytes();
+}
 
 FolderSink::FolderSink(std::string folder, Existing existing)
     : m_Folder(std::move(folder)), m_Existing(existing), m_pFile(std::make_unique<platform::ReplacingFile>()) {}

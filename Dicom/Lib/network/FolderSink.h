@@ -5,10 +5,14 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace platform {
 class ReplacingFile;
 }
+
+/// Preamble and meta information (PS3.10 7.1) for a data set; empty when memory runs out.
+std::vector<unsigned char> FileHead(const StorageRequest& request);
 
 /// Writes Part 10 files (PS3.10) named "<SOP instance UID>.dcm" into a folder, whole or not at all: until its last byte
 /// is written a file is called ".<SOP instance UID>.dcm.RANDOM.part". Failures leave `errno` set.
