@@ -23,11 +23,10 @@ public:
     // Gives out the next index to work on; false when none is left.
     bool Begin(std::size_t& index) {
         std::unique_lock lock(m_Mutex);
-        m_Changed.wait(lock, [this] { return m_bEnd || m_Next >= m_Count || m_Next < m_Taken + m_Ahead; });
+        m_Room.wait(lock, [this] { return m_bEnd || m_Next >= m_Count || m_Next < m_Taken + m_Ahead; });
         if (m_bEnd || m_Next >= m_Count) return false;
         if (m_Watch.IsStopped()) {
-            m_bEnd = true;
-            m_Changed.notify_all();
+            EndLocked();
             return false;
         }
         index = m_Next++;
@@ -51,20 +50,22 @@ public:
     // Waits until `make` of an index has returned; false when it never will, after a failure or a stop.
     bool Await(std::size_t index) {
         std::unique_lock lock(m_Mutex);
-        m_Changed.wait(lock, [this, index] { return m_Made[index] || (m_bEnd && !IsUnderWay(index)); });
+        m_Awaited = index;
+        m_Ready.wait(lock, [this, index] { return m_Made[index] || (m_bEnd && !IsUnderWay(index)); });
         return m_Made[index];
     }
 
+    // Threads that wait for room are woken when there is half of it: waking one for each index costs more than small
+    // ones do.
     void Take(std::size_t index) {
         const std::lock_guard lock(m_Mutex);
         m_Taken = index + 1;
-        m_Changed.notify_all();
+        if (m_Next - m_Taken <= m_Ahead / 2) m_Room.notify_all();
     }
 
     void End() {
         const std::lock_guard lock(m_Mutex);
-        m_bEnd = true;
-        m_Changed.notify_all();
+        EndLocked();
     }
 
     void TrackOrder() { m_Made.assign(m_Count, false); }
@@ -85,19 +86,30 @@ private:
             m_Failure = failure;
             m_Failed = index;
         }
-        if (failure) m_bEnd = true;
         if (!failure && !m_Made.empty()) m_Made[index] = true;
-        m_Changed.notify_all();
+        if (failure) {
+            EndLocked();
+        } else if (m_bEnd || index == m_Awaited) {
+            m_Ready.notify_all();
+        }
+    }
+
+    void EndLocked() {
+        m_bEnd = true;
+        m_Room.notify_all();
+        m_Ready.notify_all();
     }
 
     std::size_t m_Count;
     std::size_t m_Ahead;
     Watch m_Watch;
     std::mutex m_Mutex;
-    std::condition_variable m_Changed;
+    std::condition_variable m_Room;   // for what is to be made
+    std::condition_variable m_Ready;  // for what is to be taken
     std::vector<bool> m_Made;
     std::size_t m_Next = 0;
     std::size_t m_Taken = 0;
+    std::size_t m_Awaited = 0;
     std::size_t m_Failed = 0;
     std::exception_ptr m_Failure;
     bool m_bEnd = false;

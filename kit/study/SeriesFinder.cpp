@@ -8,10 +8,12 @@
 #include "VolumeSets.h"
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
 #include <tuple>
+#include <unordered_map>
 #include <utility>
 
 namespace korvane {
@@ -22,7 +24,8 @@ namespace {
 // more than these is compared with the last ones only.
 constexpr std::size_t kOrientationsCompared = 64;
 
-constexpr std::size_t kReadAhead = 256;  // headers
+constexpr std::size_t kAtOnce = 16;     // headers that a thread reads in one go
+constexpr std::size_t kReadAhead = 16;  // of those
 
 /// What one file gave: a header, or why there is none.
 struct ReadFile {
@@ -43,25 +46,43 @@ ReadFile ReadHeader(const NamedFile& from, const Watch& watch) {
     return result;
 }
 
+/// Files of one study share its texts; they mostly come one behind the other.
+void ShareStudy(ImageHeader& header, const std::shared_ptr<const StudyTexts>& before) {
+    if (before != nullptr && *before == *header.study) header.study = before;
+}
+
 void ReadHeaders(const std::vector<NamedFile>& files, unsigned jobs, const Watch& watch, FoundFiles& found) {
     TaskProgress progress(watch, "reading headers", static_cast<std::int64_t>(files.size()));
-    std::vector<ReadFile> read(files.size());
-    const auto make = [&](std::size_t i) { read[i] = ReadHeader(files[i], watch); };
-    const auto take = [&](std::size_t i) {
-        if (read[i].header) {
-            std::shared_ptr<const StudyTexts>& study = read[i].header->study;
-            if (!found.files.empty() && *found.files.back().study == *study) study = found.files.back().study;
-            found.files.push_back(std::move(*read[i].header));
-            read[i].header.reset();
-        } else if (read[i].failure) {
-            found.unreadable.push_back(std::move(*read[i].failure));
+    std::vector<ReadFile> ring(kReadAhead * kAtOnce);
+    const auto endOf = [&](std::size_t group) { return std::min((group + 1) * kAtOnce, files.size()); };
+    const auto make = [&](std::size_t group) {
+        std::shared_ptr<const StudyTexts> study;
+        for (std::size_t i = group * kAtOnce; i < endOf(group); ++i) {
+            watch.StopIfAsked();
+            ReadFile& read = ring[i % ring.size()];
+            read = ReadHeader(files[i], watch);
+            if (!read.header) continue;
+            ShareStudy(*read.header, study);
+            study = read.header->study;
+        }
+    };
+    const auto takeOne = [&](std::size_t i) {
+        ReadFile& read = ring[i % ring.size()];
+        if (read.header) {
+            if (!found.files.empty()) ShareStudy(*read.header, found.files.back().study);
+            found.files.push_back(std::move(*read.header));
+        } else if (read.failure) {
+            found.unreadable.push_back(std::move(*read.failure));
         } else {
             ++found.ignored;
             found.leftOut.push_back({files[i].name, "not a DICOM file"});
         }
         progress.Step();
     };
-    ForEachInOrder(jobs, files.size(), kReadAhead, watch, make, take);
+    const auto take = [&](std::size_t group) {
+        for (std::size_t i = group * kAtOnce; i < endOf(group); ++i) takeOne(i);
+    };
+    ForEachInOrder(jobs, (files.size() + kAtOnce - 1) / kAtOnce, kReadAhead, watch, make, take);
 }
 
 /// The pixel data of a file as it would be loaded; null where that cannot be had.
@@ -99,36 +120,72 @@ bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& wat
 }
 
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
-void DropCopies(FoundFiles& found, const Watch& watch) {
-    const auto damage = [](const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); };
-    std::map<std::pair<std::string, std::string>, std::size_t> first;  // of each image's UID, within its series
-    using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
-    std::map<Identity, std::vector<std::size_t>> known;
-    std::vector<ImageHeader> kept;
-    for (ImageHeader& header : found.files) {
-        const Identity identity{header.sopInstance, header.seriesUid, header.instance, header.frames,
-                                header.places.front().position};
-        std::vector<std::size_t>& same = known[identity];
-        const auto copy =
-            header.sopInstance.empty() ? same.end() : std::find_if(same.begin(), same.end(), [&](std::size_t other) {
-                return HaveSamePixels(kept[other], header, watch);
-            });
-        if (copy == same.end()) {
-            if (!header.sopInstance.empty()) {
-                const auto [other, isNew] = first.try_emplace({header.seriesUid, header.sopInstance}, kept.size());
-                if (!isNew) kept[other->second].sharesUid = header.sharesUid = true;
-            }
-            same.push_back(kept.size());
-            kept.push_back(std::move(header));
-            continue;
+class CopyFinder {
+public:
+    CopyFinder(FoundFiles& found, const Watch& watch) : m_Found(found), m_Watch(watch) {}
+
+    void DropCopies() {
+        std::vector<ImageHeader>& files = m_Found.files;
+        for (std::size_t i = 0; i < files.size(); ++i) {
+            if (IsCopy(files[i])) continue;
+            if (i != m_nKept) files[m_nKept] = std::move(files[i]);
+            ++m_nKept;
         }
-        ++found.copies;
-        ImageHeader& present = kept[*copy];
-        if (damage(header) < damage(present)) std::swap(present, header);
-        found.leftOut.push_back({header.path, "the same image as " + present.path});
+        files.erase(files.begin() + static_cast<std::ptrdiff_t>(m_nKept), files.end());
     }
-    found.files = std::move(kept);
-}
+
+private:
+    using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
+
+    static Identity IdentityOf(const ImageHeader& header) {
+        return {header.sopInstance, header.seriesUid, header.instance, header.frames, header.places.front().position};
+    }
+
+    static int DamageOf(const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); }
+
+    /// What is no copy goes to place `m_nKept`. Nearly all files are the only ones with their UID.
+    bool IsCopy(ImageHeader& header) {
+        if (header.sopInstance.empty()) return false;
+        const auto [seen, isNew] = m_Seen.try_emplace(header.sopInstance, m_nKept);
+        if (isNew) return false;
+        if (const std::size_t first = std::exchange(seen->second, kListed); first != kListed) {
+            List(m_Found.files[first], first);
+        }
+        const auto same = m_Known.find(IdentityOf(header));
+        if (same != m_Known.end()) {
+            for (const std::size_t other : same->second) {
+                if (HaveSamePixels(m_Found.files[other], header, m_Watch)) {
+                    Drop(m_Found.files[other], header);
+                    return true;
+                }
+            }
+        }
+        List(header, m_nKept);
+        return false;
+    }
+
+    void List(ImageHeader& header, std::size_t place) {
+        const auto [other, isNew] = m_First.try_emplace({header.seriesUid, header.sopInstance}, place);
+        if (!isNew) m_Found.files[other->second].sharesUid = header.sharesUid = true;
+        m_Known[IdentityOf(header)].push_back(place);
+    }
+
+    void Drop(ImageHeader& present, ImageHeader& header) {
+        ++m_Found.copies;
+        if (DamageOf(header) < DamageOf(present)) std::swap(present, header);
+        m_Found.leftOut.push_back({header.path, "the same image as " + present.path});
+    }
+
+    static constexpr std::size_t kListed = std::numeric_limits<std::size_t>::max();
+
+    FoundFiles& m_Found;
+    Watch m_Watch;
+    std::size_t m_nKept = 0;
+    std::unordered_map<std::string, std::size_t> m_Seen;  // of each image's UID the first place, or that it is listed
+    // Of those that are listed:
+    std::map<std::pair<std::string, std::string>, std::size_t> m_First;  // of each UID within its series
+    std::map<Identity, std::vector<std::size_t>> m_Known;
+};
 
 /// Groups slices as they come.
 class Grouping {
@@ -258,13 +315,13 @@ FoundFiles FindSeries(const std::vector<std::string>& paths, const InputOptions&
         found.leftOut.push_back({std::move(entry.name), std::move(entry.why)});
     found.ignored = found.leftOut.size();
     ReadHeaders(inputs.files, jobs, watch, found);
-    DropCopies(found, watch);
+    CopyFinder(found, watch).DropCopies();
     GroupFiles(found);
     const auto key = [&](const FoundSeries& series) {
         const ImageHeader& header = found.FirstFile(series);
         return std::tie(header.seriesNumber, header.seriesUid, header.path);
     };
-    for (FoundSeries& series : found.series) StudySeries(found, series);
+    ForEach(jobs, found.series.size(), watch, [&](std::size_t i) { StudySeries(found, found.series[i]); });
     std::sort(found.series.begin(), found.series.end(),
               [&](const FoundSeries& a, const FoundSeries& b) { return key(a) < key(b); });
     return found;

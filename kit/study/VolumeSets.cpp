@@ -56,6 +56,15 @@ private:
         return key;
     }
 
+    /// Whether `ValuesOf` would be `key`: most images have what the one before them has.
+    bool HasValues(std::size_t slice, const KeyCandidate& candidate, const Key& key) const {
+        const auto& values = m_Found.KeysOf(m_Series.slices[slice]).values;
+        const auto known = [](double value, double other) { return (std::isnan(value) ? kUnknown : value) == other; };
+        return key.size() == candidate.last - candidate.first &&
+               std::equal(key.begin(), key.end(), values.begin() + static_cast<std::ptrdiff_t>(candidate.first),
+                          [&](double own, double value) { return known(value, own); });
+    }
+
     /// No two images share position and key.
     bool IsTold(const std::vector<Key>& keys) const {
         return std::all_of(Stacks().begin(), Stacks().end(), [&](const auto& stack) {
@@ -310,7 +319,12 @@ private:
             std::size_t most = 0;
             for (const auto& members : m_Sets.members) {
                 std::set<Key> values;
-                for (const std::size_t slice : members) values.insert(ValuesOf(slice, candidate));
+                Key last;
+                for (const std::size_t slice : members) {
+                    if (HasValues(slice, candidate, last)) continue;
+                    last = ValuesOf(slice, candidate);
+                    values.insert(last);
+                }
                 most = std::max(most, values.size());
             }
             if (most > 1) {
