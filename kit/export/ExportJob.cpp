@@ -108,6 +108,7 @@ ExportReport ExportJob::RunOn(const MakeSeries& make) {
     CheckReportFile();
     try {
         const auto series = make();
+        series->SetJobs(m_Options.jobs);
         if (m_Options.uptake) series->TakeUptake();
         Export(*series);
     } catch (const Error& error) {

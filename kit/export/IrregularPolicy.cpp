@@ -276,6 +276,7 @@ void EvenPlanes::PutInto(SeriesVolume& series, Resampling how, std::optional<dou
         Resample(series.GetVolume(), watch);
     }
     watch.StopIfAsked();
+    series.DropPixels();
     Replace(series.GetAssembled());
 }
 

@@ -214,7 +214,7 @@ bool VoxelFile::WriteVolume(ByteStream& stream) {
         return written;
     };
     if (m_Series.IsStreamed()) {
-        m_Series.ReadPlanes(m_Options.jobs, [&](int plane, std::span<const std::byte> stored) {
+        m_Series.ReadPlanes([&](int plane, std::span<const std::byte> stored) {
             // No more is read for a file that cannot be written; its writer knows why.
             if (!write(plane, stored)) throw Error(ErrorKind::Disk, "the file cannot be written");
         });

@@ -132,6 +132,7 @@ Volume Load(const Series& series, const LoadOptions& options) {
     const int number = options.volume == LoadOptions::kEvery ? 1 : ChooseVolume(series, options.volume);
     if (number < 1) throw Error(ErrorKind::WrongArgument, "there is no volume " + std::to_string(number));
     auto data = std::make_unique<VolumeData>(std::make_unique<SeriesVolume>(series, number, watch));
+    data->GetSeriesVolume().SetJobs(options.jobs);
     if (options.uptake) data->GetSeriesVolume().TakeUptake();
     if (every) {
         data->LoadTimes(watch);

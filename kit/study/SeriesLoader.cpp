@@ -1,7 +1,9 @@
 #include "SeriesLoader.h"
 
 #include "../core/Error.h"
+#include "../core/Threads.h"
 #include "FrameGroups.h"
+#include "PlaneReader.h"
 #include "SeriesText.h"
 #include "SliceFile.h"
 #include "StoredPixels.h"
@@ -149,9 +151,9 @@ Finding DescribeBitsAbove(const std::vector<std::string>& dirty, std::size_t fil
     return finding;
 }
 
-LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, Pixels pixels,
+LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, Pixels pixels, unsigned jobs,
                            const Watch& watch)
-    : m_Watch(watch) {
+    : m_Watch(watch), m_nJobs(jobs) {
     m_Codecs.SetStopQuestion(watch.GetStopQuestion());
     if (slices.empty()) return;
     const PixelForm& form = found.files[slices.front().file].form;
@@ -161,6 +163,8 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
     }
     if (pixels == Pixels::Later) {
         for (const SliceRef& slice : slices) AddPlace(found.files[slice.file], found.PlaceOf(slice));
+    } else if (pixels == Pixels::InPlace) {
+        ReadHeaders(found, slices);
     } else {
         LoadFiles(found, slices);
     }
@@ -193,6 +197,61 @@ void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef
         i = next;
     }
     if (!m_BitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(m_BitsAbove, files));
+}
+
+bool LoadedSlices::CanReadInPlace(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch) {
+    const ImageHeader& first = found.files[slices.front().file];
+    const PixelForm& form = first.form;
+    if (!HasModuleForm(form) || form.highBit + 1 != form.stored || (form.allocated == 32 && form.stored != 32))
+        return false;
+    const bool alike = std::all_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
+        const ImageHeader& header = found.files[slice.file];
+        return slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.form == form;
+    });
+    // To see what decoding makes of one alone would cost as much as all of it.
+    return alike && (!first.encapsulated || (slices.size() > 1 && PlaneReader(watch).KeepsForm(first)));
+}
+
+void LoadedSlices::ReadHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices) {
+    m_bInPlace = true;
+    m_StandIn.resize(static_cast<std::size_t>(found.files[slices.front().file].form.FrameBytes()));
+    m_Delayed.resize(slices.size());
+    ForEach(m_nJobs, slices.size(), m_Watch, [&](std::size_t i) {
+        m_Delayed[i] = std::make_unique<DelayedSlice>(found.files[slices[i].file], m_StandIn, m_Watch);
+        DICOMDataObject& dataSet = m_Delayed[i]->GetDataSet();
+        DropEmpty(dataSet);
+        DropElement(dataSet, tags::NumberOfFrames);
+    });
+    for (std::size_t i = 0; i < slices.size(); ++i) {
+        DICOMDataObject& dataSet = m_Delayed[i]->GetDataSet();
+        m_List.push_back(&dataSet);
+        m_Places.push_back(found.PlaceOf(slices[i]));
+        m_Read.emplace_back(found.files[slices[i].file].path, &dataSet);
+        m_FileOf.push_back(i);
+    }
+}
+
+MeasuredRange LoadedSlices::ReadPlanes(const std::function<std::span<std::byte>(std::size_t slice)>& placeOf) {
+    TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(m_Delayed.size()));
+    const std::size_t ahead = 2 * std::size_t{CountJobs(m_nJobs)};
+    std::vector<std::string> bitsAbove;
+    MeasuredRange range;
+    ForEachInOrder(
+        m_nJobs, m_Delayed.size(), ahead, m_Watch, [&](std::size_t i) { m_Delayed[i]->ReadInto(placeOf(i), m_Watch); },
+        [&](std::size_t i) {
+            range.Add(m_Delayed[i]->GetRange());
+            if (m_Delayed[i]->HadBitsAbove()) bitsAbove.push_back(m_Read[i].first);
+            m_Files.push_back(m_Delayed[i]->TakeDataSet());
+            progress.Step();
+        });
+    if (!bitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(bitsAbove, m_Delayed.size()));
+    m_Delayed.clear();
+    return range;
+}
+
+void LoadedSlices::DropPixels() {
+    if (!std::exchange(m_bInPlace, false)) return;
+    for (DICOMDataObject* const dataSet : m_List) DropElement(*dataSet, tags::PixelData);
 }
 
 /// Nothing but what its place among the others follows from: the first one's header, of the others what was found.

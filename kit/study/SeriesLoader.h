@@ -4,12 +4,15 @@
 #include "../core/Finding.h"
 #include "../core/Watch.h"
 #include "../dataset/Toolkit.h"
+#include "DelayedSlice.h"
 #include "FoundFiles.h"
 #include "Volume.h"
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,11 +37,23 @@ class LoadedSlices {
 public:
     enum class Pixels {
         Now,
-        Later,  ///< the data sets have none, and of the files that are single images the first alone is read
+        InPlace,  ///< those of the data sets are zeros until `ReadPlanes` has read them to their place
+        Later,    ///< the data sets have none, and of the files that are single images the first alone is read
     };
 
-    /// Throws `Error`.
-    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, Pixels pixels, const Watch& watch);
+    /// `jobs`: threads, see `CountJobs`, where files are read one by one. Throws `Error`.
+    LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>& slices, Pixels pixels, unsigned jobs,
+                 const Watch& watch);
+
+    /// Whether the pixels may be read to their place: each slice is a file of its own, in one form that the module has, with
+    /// values at the low end of their words. Throws `Error`.
+    static bool CanReadInPlace(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch);
+
+    /// With `InPlace`, once: reads the pixels of each slice to the plane that `placeOf` gives for its place in the list. The
+    /// data sets point to them from then on, until `DropPixels`. Returns their range. Throws `Error`.
+    MeasuredRange ReadPlanes(const std::function<std::span<std::byte>(std::size_t slice)>& placeOf);
+    /// Before the memory goes that pixels were read to: the data sets are without any then.
+    void DropPixels();
 
     /// Nothing where the pixels of the data sets are the voxels; always something with `Later`.
     const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }
@@ -60,6 +75,7 @@ public:
 
 private:
     void LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    void ReadHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void AddPlace(const ImageHeader& header, const FramePlace& place);
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
     void PlaceInOrder(const ImageHeader& header);
@@ -70,9 +86,12 @@ private:
     void StandIn(const ImageHeader& header, DICOMDataObject& dataSet);
 
     Watch m_Watch;
+    unsigned m_nJobs;
     std::optional<VoxelType> m_OwnType;
     std::vector<std::byte> m_Voxels;
     std::vector<unsigned char> m_StandIn;  // one plane of zeros
+    std::vector<std::unique_ptr<DelayedSlice>> m_Delayed;
+    bool m_bInPlace = false;
     std::vector<std::string> m_BitsAbove;  // files
     std::vector<Finding> m_Findings;
     bool m_bStoredDiffer = false;

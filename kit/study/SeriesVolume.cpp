@@ -129,7 +129,8 @@ void SeriesVolume::TellWarnings() const {
 }
 
 void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
-    Begin(slices, LoadedSlices::Pixels::Now);
+    using Pixels = LoadedSlices::Pixels;
+    Begin(slices, LoadedSlices::CanReadInPlace(GetFound(), slices, m_Watch) ? Pixels::InPlace : Pixels::Now);
     if (m_bUptake) ApplyUptake();
     Assemble();
     const std::vector<Padding> paddings = GetPlanePaddings();
@@ -141,7 +142,8 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
     m_OwnVoxels = {};
     m_bStreamed = pixels == LoadedSlices::Pixels::Later;
-    m_Loaded.emplace(GetFound(), slices, pixels, m_Watch);
+    m_bInPlace = pixels == LoadedSlices::Pixels::InPlace;
+    m_Loaded.emplace(GetFound(), slices, pixels, m_nJobs, m_Watch);
     m_OwnType = m_Loaded->GetOwnType();
     m_Scale.reset();
     m_ScaleError.reset();
@@ -170,10 +172,9 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
     Assemble();
 }
 
-void SeriesVolume::ReadPlanes(unsigned jobs,
-                              const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
+void SeriesVolume::ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
     PlaneStream stream(GetFound(), m_Slices, m_Assembled.m_SliceToIndex, GetPadding(), m_Watch);
-    stream.Read(jobs, take);
+    stream.Read(m_nJobs, take);
     m_StreamedRange = stream.GetRange();
     if (stream.HasOtherPadding()) TellOtherPadding();
     m_bTables = m_bTables || stream.HasTables();
@@ -238,6 +239,7 @@ void SeriesVolume::BringToOneScale(bool integers, bool tell) {
     m_Scale = common.rescale;
     m_ScaleError = common.error;
     m_ScaledPadding = common.padding;
+    m_Loaded->DropPixels();
     m_OwnVoxels = std::move(common.voxels);
     for (const auto& [type, kind] : {std::pair(VoxelType::Int16, CVolume::PT_SHORT),
                                      {VoxelType::UInt16, CVolume::PT_USHORT},
@@ -424,6 +426,10 @@ void SeriesVolume::Assemble() {
         PutOwnVoxels();
         return;
     }
+    if (m_bInPlace) {
+        ReadInPlace();
+        return;
+    }
     TaskProgress progress(m_Watch, "assembling", dim[2]);
     m_Assembled.SetCallback(&progress);
     m_Assembled.Alloc(true);
@@ -431,6 +437,22 @@ void SeriesVolume::Assemble() {
     if (progress.GetThrown() != nullptr) std::rethrow_exception(progress.GetThrown());
     m_Watch.StopIfAsked();
     SetTrueRange(GetVolume());
+}
+
+void SeriesVolume::ReadInPlace() {
+    CVolume& volume = GetVolume();
+    volume.Alloc(true);
+    int dim[4];
+    volume.GetDimensions(dim);
+    const std::size_t bytes = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]) *
+                              static_cast<std::size_t>(volume.GetTypeSize());
+    const MeasuredRange range = m_Loaded->ReadPlanes([&](std::size_t slice) {
+        void* const plane = volume.GetPlane(m_Assembled.m_IndexToSlice[slice])->m_pData;
+        return std::span(static_cast<std::byte*>(plane), bytes);
+    });
+    volume.SetMin(range.smallest);
+    volume.SetMax(range.largest);
+    for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
 }
 
 /// Voxels come in list order; planes have one of their own.

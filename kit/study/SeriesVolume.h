@@ -55,6 +55,9 @@ public:
     void TakeUptake() { m_bUptake = true; }
     bool HasUptake() const { return m_bUptake; }
 
+    /// Threads for what is read; see `CountJobs`. As it is made, one for each core.
+    void SetJobs(unsigned jobs) { m_nJobs = jobs; }
+
     /// Tells the watcher what is odd about the series.
     void TellWarnings() const;
     /// Reads slices and makes the volume of them, with its true minimum and maximum, in place of the one before.
@@ -66,10 +69,10 @@ public:
     bool CanStream(const std::vector<SliceRef>& slices) const;
     /// `Load` without voxels: `ReadPlanes` brings them. Throws `Error`.
     void Place(const std::vector<SliceRef>& slices);
-    /// After `Place`: reads the planes on `jobs` threads (see `CountJobs`), and hands them over in their order, the values
+    /// After `Place`: reads the planes, and hands them over in their order, the values
     /// that `Load` would have found. `take` runs on the calling thread. The range is known afterwards, and so is what was met.
     /// Throws `Error`.
-    void ReadPlanes(unsigned jobs, const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
+    void ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
     /// After `Place`, until the next `Load`.
     bool IsStreamed() const { return m_bStreamed; }
 
@@ -93,6 +96,8 @@ public:
     void BringToOneScale(bool integers, bool tell = true);
     /// The largest rounding error of that; nothing before.
     const std::optional<double>& GetScaleError() const { return m_ScaleError; }
+    /// Before another volume takes the place of the one that was loaded: its data sets may point into that.
+    void DropPixels() { m_Loaded->DropPixels(); }
     DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
     /// All of them, in list order, with the paths of their files. Frames of one file have their own.
     std::vector<std::pair<std::string, const DICOMDataObject*>> ListDataSets() const;
@@ -121,6 +126,7 @@ private:
     void TellOtherPadding();
     void SetTrueSpacing();
     void ApplyUptake();
+    void ReadInPlace();
     void PutOwnVoxels();
     template <class From, class To>
     void PutVoxelsAs(VoxelType type);
@@ -129,12 +135,14 @@ private:
     Series m_Series;
     Watch m_Watch;
     int m_nVolume;
+    unsigned m_nJobs = 0;
     std::vector<SliceRef> m_Slices;
     FramePlace m_Place;
     std::optional<LoadedSlices> m_Loaded;
     std::vector<Finding> m_Read;
     bool m_bUptake = false;
     bool m_bStreamed = false;
+    bool m_bInPlace = false;
     MeasuredRange m_StreamedRange{0, 0};
     std::optional<VoxelType> m_OwnType;
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own

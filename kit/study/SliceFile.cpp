@@ -10,14 +10,6 @@ namespace korvane {
 
 namespace {
 
-void Decode(const ImageHeader& header, DataSetFile& file, CodecManager& codecs, const Watch& watch) {
-    if (!file.complete) RefuseFile(header, ErrorKind::Damaged, "the data ends early or is damaged");
-    if (codecs.Decode(file.dataSet.get()) != 0) return;
-    watch.StopIfAsked();
-    RefuseFile(header, ErrorKind::Damaged,
-               "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + codecs.GetError());
-}
-
 /// For the module's forms; `StoredPixels` looks itself.
 bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
     if (!HasModuleForm(header.form)) return true;
@@ -25,7 +17,12 @@ bool HasPixelBytes(const ImageHeader& header, const DICOMDataObject& dataSet) {
     return pixels != nullptr && pixels->m_pData != nullptr && pixels->m_Length >= header.PixelBytes();
 }
 
-/// Its place and form are known from when it was found: pixels of another image would be taken for those.
+}  // namespace
+
+void RefuseFile(const ImageHeader& header, ErrorKind kind, const std::string& why) {
+    throw Error(kind, header.path + ": " + why).InFile(header.path);
+}
+
 void CheckUnchanged(const ImageHeader& header, const DICOMDataObject& dataSet) {
     if (FindText(dataSet, tags::SOPInstanceUID) == header.sopInstance &&
         FindInteger(dataSet, tags::Rows, header.form.rows) == header.form.rows &&
@@ -35,16 +32,20 @@ void CheckUnchanged(const ImageHeader& header, const DICOMDataObject& dataSet) {
     RefuseFile(header, ErrorKind::Damaged, "the file has changed since it was found");
 }
 
-}  // namespace
-
-void RefuseFile(const ImageHeader& header, ErrorKind kind, const std::string& why) {
-    throw Error(kind, header.path + ": " + why).InFile(header.path);
+void DecodeSlice(const ImageHeader& header, DICOMDataObject& dataSet, CodecManager& codecs, const Watch& watch) {
+    if (codecs.Decode(&dataSet) != 0) return;
+    watch.StopIfAsked();
+    RefuseFile(header, ErrorKind::Damaged,
+               "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + codecs.GetError());
 }
 
 DataSetFile ReadSliceFile(const ImageHeader& header, CodecManager& codecs, const Watch& watch) {
     DataSetFile file = ReadDataSetFile(header.GetFile(), kParseAll, watch);
     if (file.dataSet != nullptr && !header.IsTiled()) CheckUnchanged(header, *file.dataSet);
-    if (file.encapsulated) Decode(header, file, codecs, watch);
+    if (file.encapsulated) {
+        if (!file.complete) RefuseFile(header, ErrorKind::Damaged, "the data ends early or is damaged");
+        DecodeSlice(header, *file.dataSet, codecs, watch);
+    }
     if (file.dataSet == nullptr || !HasPixelBytes(header, *file.dataSet)) {
         RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
     }

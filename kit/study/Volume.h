@@ -100,7 +100,8 @@ public:
     const std::vector<Finding>& GetFindings() const;
 
     /// The module's object, with the data sets of the slices, for hosts that go on with the module; null when it has no
-    /// form for such voxels (colour, signed 8 or 32 bits, floating point, several times). It stays this object's.
+    /// form for such voxels (colour, signed 8 or 32 bits, floating point, several times). It stays this object's. Pixel data of
+    /// the data sets is where the voxels are, and not there any more where those were brought to one scale.
     CDicomVolume* Module() const;
 
     // For the rooms of the Kit.
