@@ -20,6 +20,7 @@ struct Arguments {
     std::string syntax = "explicit";
     std::vector<std::string> set;
     std::vector<std::string> remove;
+    unsigned jobs = 0;
 };
 
 ConvertReport ConvertAsAsked(const Arguments& arguments, const ConvertOptions& options) {
@@ -43,6 +44,7 @@ void ConvertFiles(const Arguments& arguments) {
         options.set.emplace_back(edit.substr(0, equals), edit.substr(equals + 1));
     }
     for (const std::string& path : arguments.remove) options.remove.emplace_back(path);
+    options.jobs = arguments.jobs;
     options.watcher = &watcher;
     Conclude(OutcomeOf(ConvertAsAsked(arguments, options)));
 }
@@ -67,5 +69,6 @@ void AddConvertVerb(CLI::App& program) {
         ->allow_extra_args(false);
     verb->add_option("--delete", arguments->remove, "KEYWORD: takes an element out; again for more")
         ->allow_extra_args(false);
+    verb->add_option("--jobs", arguments->jobs, "Threads for the files of a folder (one for each core)");
     verb->callback([arguments] { ConvertFiles(*arguments); });
 }

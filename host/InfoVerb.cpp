@@ -18,6 +18,7 @@ namespace {
 struct Arguments {
     PathOptions paths;
     bool json = false;
+    unsigned jobs = 0;
 };
 
 void PrintText(const Found& found) {
@@ -29,6 +30,7 @@ void PrintText(const Found& found) {
 void Info(Arguments& arguments) {
     ConsoleWatcher watcher;
     FindOptions options;
+    options.jobs = arguments.jobs;
     options.watcher = &watcher;
     std::vector<std::string> paths;
     arguments.paths.Fill(paths, options.input);
@@ -50,5 +52,6 @@ void AddInfoVerb(CLI::App& program) {
     const auto arguments = std::make_shared<Arguments>();
     arguments->paths.AddTo(*verb, "PATH", "Folders, searched with all below them, or files");
     verb->add_flag("--json", arguments->json, "For programs");
+    verb->add_option("--jobs", arguments->jobs, "Threads (one for each core)");
     verb->callback([arguments] { Info(*arguments); });
 }

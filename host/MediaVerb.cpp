@@ -54,5 +54,6 @@ void AddMediaVerb(CLI::App& program) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->excludes(verify);
     verb->add_flag("--json", arguments->json, "For programs");
+    verb->add_option("--jobs", medium.jobs, "Threads that read headers ahead (one for each core)");
     verb->callback([arguments] { Media(*arguments); });
 }

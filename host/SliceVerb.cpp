@@ -112,6 +112,7 @@ void MakeSlices(Arguments& arguments) {
     ConsoleWatcher watcher;
     SliceOptions options = ParseOptions(arguments);
     options.watcher = &watcher;
+    arguments.choice.jobs = options.jobs;
     SeriesChoice choice = arguments.choice;
     arguments.paths.Fill(choice.paths, choice.input);
     choice.watcher = &watcher;
@@ -178,6 +179,7 @@ void AddPictureOptions(CLI::App& verb, Arguments& arguments) {
     raw->excludes(values);
     verb.add_flag("--suv", options.uptake, "PET: standardized uptake values by body weight, in place of activity")
         ->excludes(raw);
+    verb.add_option("--jobs", options.jobs, "Threads (one for each core)");
     verb.add_option("-o,--output", arguments.output, "FILE.png or FILE.jpg, or the folder for --all")->required();
 }
 

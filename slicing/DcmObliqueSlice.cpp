@@ -408,12 +408,15 @@ Vector DcmObliqueSlice::DirectionToVol(const Vector& direction) const {
 
 // The sink is an object with
 //     const char* Begin(const SliceView& view)       null, or why it cannot take the picture
-//     unsigned char* GetRows(int first)              where rows from this one on are to go
+//     unsigned char* GetRows(int first)              where rows from this one on are to go, counted from `firstRow`
 //     void TakeRows(int first, int count)            they are there
 template <typename Sink>
-bool DcmObliqueSlice::Sample(Sink sink) {
+bool DcmObliqueSlice::Sample(int firstRow, int rows, Sink sink) {
     if (m_pVolume == nullptr) {
         return Fail("slice without a volume");
+    }
+    if (firstRow < 0 || rows < 1 || rows > m_Height - firstRow) {
+        return Fail("rows outside the slice");
     }
     SliceTables tables;
     const char* failure = tables.Read(*m_pVolume);
@@ -455,31 +458,36 @@ bool DcmObliqueSlice::Sample(Sink sink) {
     } else if (grid.m_Across > 1 || grid.m_Down > 1) {
         plan.SetSlab(SlabRow::kMean);
     }
-    for (int first = 0; first < m_Height; first += SlicePlan::kBand) {
-        const int count = std::min(SlicePlan::kBand, m_Height - first);
-        plan.SampleRows(first, count, sink.GetRows(first));
+    for (int first = 0; first < rows; first += SlicePlan::kBand) {
+        const int count = std::min(SlicePlan::kBand, rows - first);
+        plan.SampleRows(firstRow + first, count, sink.GetRows(first));
         sink.TakeRows(first, count);
     }
     return true;
 }
 
 bool DcmObliqueSlice::GetPixels(void* pixels, std::size_t bytes) {
+    return GetPixelRows(0, m_Height, pixels, bytes);
+}
+
+bool DcmObliqueSlice::GetPixelRows(int firstRow, int rows, void* pixels, std::size_t bytes) {
     struct Sink {
         unsigned char* m_pPixels;
         std::size_t m_Bytes;
         std::size_t m_Width;
-        std::size_t m_Height;
+        std::size_t m_Rows;
         std::size_t m_RowBytes;
 
         const char* Begin(const SliceView& view) {
             m_RowBytes = m_Width * static_cast<std::size_t>(view.m_Size);
-            return m_pPixels == nullptr || m_Bytes / m_RowBytes < m_Height ? kNoRoom : nullptr;
+            return m_pPixels == nullptr || m_Bytes / m_RowBytes < m_Rows ? kNoRoom : nullptr;
         }
         unsigned char* GetRows(int first) const { return m_pPixels + static_cast<std::size_t>(first) * m_RowBytes; }
         void TakeRows(int /*first*/, int /*count*/) const {}
     };
-    return Sample(Sink{static_cast<unsigned char*>(pixels), bytes, static_cast<std::size_t>(m_Width),
-                       static_cast<std::size_t>(m_Height), 0});
+    return Sample(firstRow, rows,
+                  Sink{static_cast<unsigned char*>(pixels), bytes, static_cast<std::size_t>(m_Width),
+                       static_cast<std::size_t>(rows), 0});
 }
 
 bool DcmObliqueSlice::GetPixelStack(void* pixels, std::size_t bytes, int count, double step) {
@@ -509,10 +517,15 @@ bool DcmObliqueSlice::GetPixelStack(void* pixels, std::size_t bytes, int count, 
 }
 
 bool DcmObliqueSlice::GetPicture(unsigned char* pixels, std::size_t bytes, double centre, double width) {
+    return GetPictureRows(0, m_Height, pixels, bytes, centre, width);
+}
+
+bool DcmObliqueSlice::GetPictureRows(int firstRow, int rows, unsigned char* pixels, std::size_t bytes, double centre,
+                                     double width) {
     struct Sink {
         unsigned char* m_pPixels;
         std::size_t m_Width;
-        std::size_t m_Height;
+        std::size_t m_Rows;
         std::size_t m_Bytes;
         double m_Centre;
         double m_WindowWidth;
@@ -524,11 +537,11 @@ bool DcmObliqueSlice::GetPicture(unsigned char* pixels, std::size_t bytes, doubl
             if (!hasWidth || !std::isfinite(m_WindowWidth) || !std::isfinite(m_Centre)) {
                 return "window out of range";
             }
-            if (m_pPixels == nullptr || m_Bytes / m_Width < m_Height) {
+            if (m_pPixels == nullptr || m_Bytes / m_Width < m_Rows) {
                 return kNoRoom;
             }
             m_Window.emplace(view.m_Type, m_Centre, m_WindowWidth);
-            m_Band.resize(std::min<std::size_t>(SlicePlan::kBand, m_Height) * m_Width *
+            m_Band.resize(std::min<std::size_t>(SlicePlan::kBand, m_Rows) * m_Width *
                           static_cast<std::size_t>(view.m_Size));
             return nullptr;
         }
@@ -539,5 +552,6 @@ bool DcmObliqueSlice::GetPicture(unsigned char* pixels, std::size_t bytes, doubl
         }
     };
     return Sample(
-        Sink{pixels, static_cast<std::size_t>(m_Width), static_cast<std::size_t>(m_Height), bytes, centre, width});
+        firstRow, rows,
+        Sink{pixels, static_cast<std::size_t>(m_Width), static_cast<std::size_t>(rows), bytes, centre, width});
 }

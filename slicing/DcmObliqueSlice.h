@@ -186,6 +186,12 @@ public:
     /// of centre and width. Fails as `GetPixels` does, and for a width below 1 (0 for float volumes).
     bool GetPicture(unsigned char* pixels, std::size_t bytes, double centre, double width);
 
+    /// Rows `first` to `first + count - 1` of what `GetPixels` and `GetPicture` give, to the bit: several threads, each with a
+    /// copy of this object, share a picture. Copies are made and destroyed by one of them, for the volume's count is not
+    /// atomic. Both fail as those do, and for rows that the picture does not have.
+    bool GetPixelRows(int first, int count, void* pixels, std::size_t bytes);
+    bool GetPictureRows(int first, int count, unsigned char* pixels, std::size_t bytes, double centre, double width);
+
     /// Wide vector units of the processor are used where it has them. Switching them off changes the speed only.
     void AllowWideVectors(bool allow) { m_bWide = allow; }
 
@@ -196,7 +202,7 @@ private:
     bool Fail(const char* what);
     Vector StraightPixel(const Vector& centre, double column, double row) const;
     template <typename Sink>
-    bool Sample(Sink sink);
+    bool Sample(int firstRow, int rows, Sink sink);
 
     CVolume* m_pVolume = nullptr;
     Vector m_Centre = {0, 0, 0};

@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../core/Paths.h"
+#include "../core/Threads.h"
 #include "DataSet.h"
 #include "DataSetFile.h"
 #include "DataSetOutput.h"
@@ -45,13 +46,14 @@ struct Sink {
     std::string name;
 };
 
-// One job: its syntax, its codecs, its report.
+// For one thread: its codecs, and the report of what it has converted, which whoever takes it tells.
 class Conversion {
 public:
     explicit Conversion(const ConvertOptions& options);
 
     void ConvertOne(const Source& from, const Sink& to);
-    void ConvertFolder(const std::string& input, const std::string& output);
+    // A file below `from` to its place below `to`. What fails, but for a stop, is told in the report.
+    void ConvertListed(const std::string& path, const fs::path& from, const fs::path& to);
 
     ConvertReport TakeReport() { return std::move(m_Report); }
 
@@ -62,20 +64,17 @@ private:
     void Prepare(DataSetFile& file, const std::string& name, const Sink& to);
     void Write(DataSetFile& file, const std::string& name, const Sink& to);
     void ConvertRead(DataSetFile& file, const Source& from, const Sink& to);
-    void ConvertListed(const std::string& path, const fs::path& from, const fs::path& to);
-    void TellOf(const DataSetFile& file);
     void Tell(FindingKind kind, const std::string& path, const std::string& text);
 
+    const ConvertOptions& m_Options;
     std::string m_Syntax;
     Watch m_Watch;
-    std::vector<std::pair<ElementPath, std::string>> m_Set;
-    std::vector<ElementPath> m_Remove;
     CodecManager m_Codecs;
     ConvertReport m_Report;
 };
 
 Conversion::Conversion(const ConvertOptions& options)
-    : m_Syntax(SyntaxUid(options.syntax)), m_Watch(options.watcher), m_Set(options.set), m_Remove(options.remove) {
+    : m_Options(options), m_Syntax(SyntaxUid(options.syntax)), m_Watch(options.watcher) {
     m_Report.syntax = DescribeSyntax(m_Syntax);
     if (!IsNativeTransferSyntax(m_Syntax) && !CodecManager::CanEncode(m_Syntax)) {
         throw Error(ErrorKind::Unsupported, "no codec module encodes " + DescribeSyntax(m_Syntax));
@@ -83,17 +82,8 @@ Conversion::Conversion(const ConvertOptions& options)
     m_Codecs.SetStopQuestion(m_Watch.GetStopQuestion());
 }
 
-// What the reader forgave is told with the file.
-void Conversion::TellOf(const DataSetFile& file) {
-    for (const Finding& finding : file.findings) {
-        m_Report.findings.push_back(finding);
-        m_Watch.Tell(finding);
-    }
-}
-
 void Conversion::Tell(FindingKind kind, const std::string& path, const std::string& text) {
     m_Report.findings.push_back({.kind = kind, .files = {path}, .text = text});
-    m_Watch.Tell(m_Report.findings.back());
 }
 
 DataSetFile Conversion::Read(const Source& from) const {
@@ -113,14 +103,14 @@ bool Conversion::Transcode(DICOMDataObject& dataSet, const Sink& to) {
 }
 
 void Conversion::Edit(DataSetFile& file, const std::string& name) const {
-    if (m_Set.empty() && m_Remove.empty()) return;
+    if (m_Options.set.empty() && m_Options.remove.empty()) return;
     DataSet edited = DataSetParts::Join(file);
     try {
-        for (const auto& [path, text] : m_Set) edited.Set(path, text);
+        for (const auto& [path, text] : m_Options.set) edited.Set(path, text);
     } catch (Error& failure) {
         throw Error(failure.GetKind(), name + ": " + failure.what()).InFile(name);
     }
-    for (const ElementPath& path : m_Remove) edited.Delete(path);
+    for (const ElementPath& path : m_Options.remove) edited.Delete(path);
     file.dataSet = DataSetParts::Take(edited);
 }
 
@@ -174,7 +164,8 @@ void Conversion::Write(DataSetFile& file, const std::string& name, const Sink& t
 }
 
 void Conversion::ConvertRead(DataSetFile& file, const Source& from, const Sink& to) {
-    TellOf(file);
+    // What the reader forgave is told with the file.
+    m_Report.findings.insert(m_Report.findings.end(), file.findings.begin(), file.findings.end());
     Prepare(file, from.name, to);
     Write(file, from.name, to);
     ++m_Report.written;
@@ -217,33 +208,84 @@ void Conversion::ConvertListed(const std::string& path, const fs::path& from, co
     }
 }
 
-void Conversion::ConvertFolder(const std::string& input, const std::string& output) {
-    const fs::path from = PathFromText(input);
-    const fs::path to = PathFromText(output);
-    if (LiesIn(to, from) || LiesIn(from, to)) {
-        throw Error(ErrorKind::Disk, output + ": the output folder must lie neither in the input folder nor around it");
+// All files below a folder.
+class FolderConversion {
+public:
+    FolderConversion(const std::string& input, const std::string& output, const ConvertOptions& options)
+        : m_Options(options), m_Watch(options.watcher), m_From(PathFromText(input)), m_To(PathFromText(output)) {
+        m_Report = Conversion(options).TakeReport();  // no file is touched where the options are wrong
+        m_Report.isFolder = true;
+        m_Report.input = input;
+        m_Report.output = output;
+        if (LiesIn(m_To, m_From) || LiesIn(m_From, m_To)) {
+            throw Error(ErrorKind::Disk,
+                        output + ": the output folder must lie neither in the input folder nor around it");
+        }
+        std::vector<std::string> unreadable;
+        ListFolder(m_From, m_Files, unreadable, m_Watch);
+        std::sort(m_Files.begin(), m_Files.end());
+        for (const std::string& line : unreadable) {
+            m_Report.findings.push_back({.kind = FindingKind::Unreadable, .files = {input}, .text = line});
+            m_Watch.Tell(m_Report.findings.back());
+        }
+        m_Report.failed = unreadable.size();
+        MakeDirectory(output);
     }
-    std::vector<std::string> files;
-    std::vector<std::string> unreadable;
-    ListFolder(from, files, unreadable, m_Watch);
-    std::sort(files.begin(), files.end());
-    for (const std::string& line : unreadable) Tell(FindingKind::Unreadable, input, line);
-    m_Report.failed = unreadable.size();
-    m_Report.isFolder = true;
-    m_Report.input = input;
-    m_Report.output = output;
-    MakeDirectory(output);
-    TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(files.size()));
-    for (const std::string& path : files) {
-        ConvertListed(path, from, to);
-        progress.Step();
+
+    ConvertReport Run() {
+        TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(m_Files.size()));
+        constexpr std::size_t kAheadOfThread = 4;  // files
+        const std::size_t ahead = kAheadOfThread * CountJobs(m_Options.jobs);
+        std::vector<ConvertReport> ring(ahead);
+        ForEachInOrder(
+            m_Options.jobs, m_Files.size(), ahead, m_Watch,
+            [&](std::size_t i) {
+                Conversion conversion(m_Options);
+                conversion.ConvertListed(m_Files[i], m_From, m_To);
+                ring[i % ahead] = conversion.TakeReport();
+            },
+            [&](std::size_t i) {
+                Take(std::move(ring[i % ahead]));
+                progress.Step();
+            });
+        return std::move(m_Report);
     }
-}
+
+private:
+    void Take(ConvertReport of) {
+        m_Report.written += of.written;
+        m_Report.notDicom += of.notDicom;
+        m_Report.failed += of.failed;
+        for (Finding& finding : of.findings) {
+            m_Watch.Tell(finding);
+            m_Report.findings.push_back(std::move(finding));
+        }
+    }
+
+    const ConvertOptions& m_Options;
+    Watch m_Watch;
+    fs::path m_From;
+    fs::path m_To;
+    std::vector<std::string> m_Files;
+    ConvertReport m_Report;
+};
 
 ConvertReport ConvertOne(const Source& from, const Sink& to, const ConvertOptions& options) {
     Conversion conversion(options);
-    conversion.ConvertOne(from, to);
-    return conversion.TakeReport();
+    const Watch watch(options.watcher);
+    ConvertReport report;
+    const auto tell = [&] {
+        report = conversion.TakeReport();
+        for (const Finding& finding : report.findings) watch.Tell(finding);
+    };
+    try {
+        conversion.ConvertOne(from, to);
+    } catch (const Error&) {
+        tell();
+        throw;
+    }
+    tell();
+    return report;
 }
 
 }  // namespace
@@ -251,9 +293,7 @@ ConvertReport ConvertOne(const Source& from, const Sink& to, const ConvertOption
 ConvertReport Convert(const std::string& input, const std::string& output, const ConvertOptions& options) {
     std::error_code error;
     if (!fs::is_directory(PathFromText(input), error)) return ConvertOne({nullptr, input}, {nullptr, output}, options);
-    Conversion conversion(options);
-    conversion.ConvertFolder(input, output);
-    return conversion.TakeReport();
+    return FolderConversion(input, output, options).Run();
 }
 
 Outcome OutcomeOf(const ConvertReport& report) {

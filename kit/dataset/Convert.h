@@ -28,6 +28,7 @@ struct ConvertOptions {
     /// not be taken out.
     std::vector<std::pair<ElementPath, std::string>> set{};
     std::vector<ElementPath> remove{};
+    unsigned jobs = 0;  ///< threads for the files of a folder; 0: one for each core
     Watcher* watcher = nullptr;
 };
 
@@ -56,7 +57,7 @@ KORVANE_KIT std::vector<std::string> GetSyntaxWords();
 /// and pipes are written as they are. Throws `Error` (and for a file that is not DICOM: `NotDicom`).
 ///
 /// A folder: the same names below `output`, which is made; the two must not contain each other. Failures of single files
-/// are counted and told.
+/// are counted and told, in the order of the files. Each thread has one file in memory.
 KORVANE_KIT ConvertReport Convert(const std::string& input, const std::string& output,
                                   const ConvertOptions& options = {});
 

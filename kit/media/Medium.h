@@ -17,6 +17,7 @@ struct MediumOptions {
     std::string fileSetId;                  ///< name of the file-set: at most 16 of A-Z, 0-9, _ and space
     bool transcode = false;      ///< decode what is compressed or big endian; write explicit VR little endian
     bool link = false;           ///< hard links instead of copies where the file system can
+    unsigned jobs = 0;           ///< threads that read headers ahead; 0: one for each core
     Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 

@@ -1,6 +1,7 @@
 // Builds media. The DICOMDIR gets its name only when everything else is there.
 #include "../core/Error.h"
 #include "../core/Paths.h"
+#include "../core/Threads.h"
 #include "../core/Watch.h"
 #include "DirectoryCheck.h"
 #include "MediaHeader.h"
@@ -17,6 +18,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <system_error>
 #include <unordered_map>
 #include <unordered_set>
@@ -219,16 +221,28 @@ private:
 
     void AddFiles(const std::vector<std::string>& files, const std::string& source) {
         TaskProgress progress(m_Watch, "writing", static_cast<std::int64_t>(files.size()));
-        for (const std::string& path : files) {
-            MediaHeader header = ReadMediaHeader(path, m_Options.transcode, m_Watch);
-            if (header.dataSet != nullptr) {
-                AddFile(path, *header.dataSet);
-            } else {
-                (header.IsFault() ? m_Report.faults : m_Report.notMeant)
-                    .push_back({path, header.why, header.isDirectory});
-            }
-            progress.Step();
-        }
+        constexpr std::size_t kAhead = 32;  // headers
+        std::vector<std::optional<MediaHeader>> ring(kAhead);
+        const auto read = [&](std::size_t i) { return ReadMediaHeader(files[i], m_Options.transcode, m_Watch); };
+        ForEachInOrder(
+            m_Options.jobs, files.size(), kAhead, m_Watch,
+            [&](std::size_t i) {
+                // Opening a pipe may take for ever, which a signal ends on the calling thread alone.
+                std::error_code error;
+                if (fs::is_regular_file(PathFromText(files[i]), error)) ring[i % kAhead] = read(i);
+            },
+            [&](std::size_t i) {
+                std::optional<MediaHeader>& ahead = ring[i % kAhead];
+                const MediaHeader header = ahead ? std::move(*ahead) : read(i);
+                ahead.reset();
+                if (header.dataSet != nullptr) {
+                    AddFile(files[i], *header.dataSet);
+                } else {
+                    (header.IsFault() ? m_Report.faults : m_Report.notMeant)
+                        .push_back({files[i], header.why, header.isDirectory});
+                }
+                progress.Step();
+            });
         if (m_Known.empty()) {
             const auto& why = m_Report.faults;
             throw Error(ErrorKind::NotFound, "no file for a medium under " + source +

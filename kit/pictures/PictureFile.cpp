@@ -81,26 +81,30 @@ std::string NumberForName(int number) {
     return std::string(digits.size() < 4 ? 4 - digits.size() : 0, '0') + digits;
 }
 
-std::string PictureFile::Begin() {
-    std::string target = m_Files.Begin(m_Path);
-    if (target.empty()) m_Files.ThrowFailure();
-    return target;
+void PictureFile::Begin() {
+    m_Target = m_Files.Begin(m_Path);
+    if (m_Target.empty()) m_Files.ThrowFailure();
+}
+
+const std::string& PictureFile::GetTarget() {
+    if (m_Target.empty()) Begin();
+    return m_Target;
 }
 
 void PictureFile::Write(const Picture& picture) {
     const PictureFormat& format = FormatOf(m_Path);
-    format.write(picture, Begin(), m_PixelSize, m_Watch);
+    format.write(picture, GetTarget(), m_PixelSize, m_Watch);
 }
 
 void PictureFile::Write(const std::vector<std::uint16_t>& values, int width, int height) {
     CheckHolds16Bits(FormatOf(m_Path));
-    PngWriter png(Begin(), m_Watch);
+    PngWriter png(GetTarget(), m_Watch);
     png.SetPixelSize(m_PixelSize);
     png.Write(values.data(), width, height);
 }
 
 void PictureFile::Write(const std::vector<float>& values, int width, int height) {
-    WriteTiff(values, width, height, m_PixelSize, Begin(), m_Watch);
+    WriteTiff(values, width, height, m_PixelSize, GetTarget(), m_Watch);
 }
 
 }  // namespace korvane

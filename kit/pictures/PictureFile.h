@@ -24,6 +24,10 @@ public:
     PictureFile(ExportFiles& files, const std::string& path, double pixelSize, const Watch& watch)
         : m_Files(files), m_Path(path), m_PixelSize(pixelSize), m_Watch(watch) {}
 
+    /// Takes the place of the file in the order of outputs; a `Write` does so where that was not done. Throws `Error`.
+    void Begin();
+
+    // Of different files, on different threads, each after its `Begin`:
     /// A JPEG file where the name ends in .jpg or .jpeg, else a PNG file. Throws `Error`.
     void Write(const Picture& picture);
     /// 16 bits of grey, which PNG alone holds here.
@@ -32,12 +36,13 @@ public:
     void Write(const std::vector<float>& values, int width, int height);
 
 private:
-    std::string Begin();
+    const std::string& GetTarget();
 
     ExportFiles& m_Files;
-    const std::string& m_Path;
+    std::string m_Path;
+    std::string m_Target;  // where it is written; "" before it is begun
     double m_PixelSize;
-    const Watch& m_Watch;
+    Watch m_Watch;
 };
 
 }  // namespace korvane

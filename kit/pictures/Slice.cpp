@@ -38,6 +38,7 @@ public:
     /// Reads the slices.
     static void MakeComparable(SeriesVolume& series, const SliceOptions& options) {
         if (options.uptake) series.TakeUptake();
+        series.SetJobs(options.jobs);
         series.Load(std::vector<SliceRef>(series.GetSlices()));
         if (!options.raw16 && series.RescalesDiffer()) series.BringToOneScale(false);
         series.MakeSliceable();

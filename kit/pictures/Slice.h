@@ -89,6 +89,7 @@ struct SliceOptions {
     /// Each image as it is stored, see Draw.h, in place of planes through a volume: `index` counts images, `All` and
     /// `Sheet` take all of them. `view`, `plane`, `interpolation`, slabs and `pixelSize` say nothing then.
     bool stored = false;
+    unsigned jobs = 0;  ///< threads, for the rows of a picture or for several pictures; 0: one for each core
     Watcher* watcher = nullptr;
 };
 

@@ -1,6 +1,7 @@
 #include "SliceJob.h"
 
 #include "../core/Paths.h"
+#include "../core/Threads.h"
 #include "../study/SeriesFindings.h"
 #include "ContactSheet.h"
 #include "ImagePainter.h"
@@ -172,8 +173,8 @@ void SliceJob::SetSize() {
 }
 
 /// Millimetres of a pixel; 0 where the series does not tell.
-double SliceJob::GetPixelSize() const {
-    return m_Series.GetPlace().hasSpacing ? m_Slice.GetPixelSize()[0] : 0;
+double SliceJob::GetPixelSize(const Cut& cut) const {
+    return m_Series.GetPlace().hasSpacing ? cut.GetPixelSize()[0] : 0;
 }
 
 SliceReport SliceJob::Run() {
@@ -184,14 +185,17 @@ SliceReport SliceJob::Run() {
         break;
     }
     case SliceOptions::Pictures::All: WriteFolder(); break;
-    case SliceOptions::Pictures::One:
+    case SliceOptions::Pictures::One: {
         if (!m_Options.view && m_Options.count > 1) {
             WriteFolder();
             break;
         }
         PlaceOne();
-        WriteSlice(m_Output);
+        PictureFile file(m_Files, m_Output, GetPixelSize(m_Slice), m_Watch);
+        file.Begin();
+        WriteSlice(m_Slice, file);
         break;
+    }
     }
     m_Watch.StopIfAsked();
     m_Files.Commit();
@@ -208,7 +212,7 @@ SlicePicture SliceJob::Draw() {
         throw Error(ErrorKind::WrongArgument, "a stack is several pictures: SliceStack draws them");
     }
     if (!isSheet) PlaceOne();
-    Picture picture = isSheet ? DrawSheet() : DrawSlice();
+    Picture picture = isSheet ? DrawSheet() : DrawSlice(m_Slice);
     m_Watch.StopIfAsked();
     return {std::move(picture), std::move(m_Report)};
 }
@@ -218,15 +222,16 @@ std::vector<SlicePicture> SliceJob::DrawAll() {
         throw Error(ErrorKind::WrongArgument, "pictures of values are written as files");
     }
     std::vector<SlicePicture> pictures;
-    TaskProgress progress(m_Watch, "slicing", CountPlanes());
+    std::vector<Cut> cuts;
     for (int index = 0; index < CountPlanes(); ++index) {
         Place(index);
         SetSize();
         Describe(WhatIs(index));
-        Picture picture = DrawSlice();
-        pictures.push_back({std::move(picture), m_Report});
-        progress.Step();
+        pictures.push_back({Picture(0, 0), m_Report});
+        cuts.push_back(m_Slice);
     }
+    ForCuts(
+        cuts, [&](std::size_t i) { pictures[i].picture = DrawSlice(cuts[i]); }, [](std::size_t) {});
     return pictures;
 }
 
@@ -265,18 +270,34 @@ void SliceJob::PlaceOne() {
     Describe(WhatIs(index));
 }
 
+void SliceJob::ForCuts(std::vector<Cut>& cuts, const std::function<void(std::size_t)>& make,
+                       const std::function<void(std::size_t)>& take) const {
+    TaskProgress progress(m_Watch, "slicing", static_cast<std::int64_t>(cuts.size()));
+    constexpr std::size_t kAheadOfThread = 2;  // pictures
+    ForEachInOrder(m_Options.jobs, cuts.size(), kAheadOfThread * CountJobs(m_Options.jobs), m_Watch, make,
+                   [&](std::size_t i) {
+                       take(i);
+                       progress.Step();
+                   });
+}
+
 void SliceJob::WriteFolder() {
     MakeDirectory(m_Output);
-    {
-        TaskProgress progress(m_Watch, "slicing", CountPlanes());
-        for (int index = 0; index < CountPlanes(); ++index) {
-            Place(index);
-            SetSize();
-            WriteSlice(m_Output + "/" + std::string(GetViewName()) + "-" + NumberForName(index) +
-                       (m_Options.values ? ".tif" : ".png"));
-            progress.Step();
-        }
+    std::vector<Cut> cuts;
+    std::vector<PictureFile> files;
+    for (int index = 0; index < CountPlanes(); ++index) {
+        m_Watch.StopIfAsked();
+        Place(index);
+        SetSize();
+        cuts.push_back(m_Slice);
+        files.emplace_back(m_Files,
+                           m_Output + "/" + std::string(GetViewName()) + "-" + NumberForName(index) +
+                               (m_Options.values ? ".tif" : ".png"),
+                           GetPixelSize(m_Slice), m_Watch);
+        files.back().Begin();
     }
+    ForCuts(
+        cuts, [&](std::size_t i) { WriteSlice(cuts[i], files[i]); }, [](std::size_t) {});
     Describe("all " + std::to_string(CountPlanes()) + " " + GetViewName() + " planes");
     m_Report.middle.reset();
 }
@@ -284,22 +305,22 @@ void SliceJob::WriteFolder() {
 Picture SliceJob::DrawSheet() {
     Place(0);
     ContactSheet sheet(CountPlanes(), m_Slice.GetWidth(), m_Slice.GetHeight());
-    const double pixelSize = GetPixelSize() * sheet.GetFactor();
-    {
-        TaskProgress progress(m_Watch, "slicing", CountPlanes());
-        for (int index = 0; index < CountPlanes(); ++index) {
-            Place(index);
-            Picture tile = MakePicture().Shrink(sheet.GetFactor());
-            if (m_Options.annotate) {
-                // The edges of all tiles face the same way: letters and a scale bar stand on the first one alone.
-                Annotation annotation = index == 0 ? MakeAnnotation(pixelSize) : Annotation{};
-                annotation.corner = std::to_string(index);
-                Annotate(tile, annotation);
-            }
-            sheet.Add(tile);
-            progress.Step();
-        }
+    const double pixelSize = GetPixelSize(m_Slice) * sheet.GetFactor();
+    std::vector<Cut> cuts;
+    for (int index = 0; index < CountPlanes(); ++index) {
+        Place(index);
+        cuts.push_back(m_Slice);
     }
+    std::vector<Picture> tiles(cuts.size(), Picture(0, 0));
+    const auto draw = [&](std::size_t i) {
+        tiles[i] = MakePicture(cuts[i]).Shrink(sheet.GetFactor());
+        if (!m_Options.annotate) return;
+        // The edges of all tiles face the same way: letters and a scale bar stand on the first one alone.
+        Annotation annotation = i == 0 ? MakeAnnotation(cuts[i], pixelSize) : Annotation{};
+        annotation.corner = std::to_string(i);
+        Annotate(tiles[i], annotation);
+    };
+    ForCuts(cuts, draw, [&](std::size_t i) { sheet.Add(std::exchange(tiles[i], Picture(0, 0))); });
     Describe("all " + std::to_string(CountPlanes()) + " " + GetViewName() + " planes in rows of " +
                  std::to_string(sheet.GetColumns()),
              sheet.GetFactor());
@@ -307,48 +328,60 @@ Picture SliceJob::DrawSheet() {
     return sheet.GetPicture();
 }
 
-void SliceJob::WriteSlice(const std::string& path) {
-    PictureFile file(m_Files, path, GetPixelSize(), m_Watch);
+void SliceJob::WriteSlice(Cut& cut, PictureFile& file) const {
     if (m_Options.values) {
-        file.Write(TakeValues(), m_Slice.GetWidth(), m_Slice.GetHeight());
+        file.Write(TakeValues(cut), cut.GetWidth(), cut.GetHeight());
     } else if (m_Options.raw16) {
-        file.Write(TakeStored(), m_Slice.GetWidth(), m_Slice.GetHeight());
+        file.Write(TakeStored(cut), cut.GetWidth(), cut.GetHeight());
     } else {
-        file.Write(DrawSlice());
+        file.Write(DrawSlice(cut));
     }
 }
 
-Picture SliceJob::DrawSlice() {
-    Picture picture = MakePicture();
-    if (m_Options.annotate) Annotate(picture, MakeAnnotation(GetPixelSize()));
+Picture SliceJob::DrawSlice(Cut& cut) const {
+    Picture picture = MakePicture(cut);
+    if (m_Options.annotate) Annotate(picture, MakeAnnotation(cut, GetPixelSize(cut)));
     return picture;
 }
 
-std::vector<std::uint16_t> SliceJob::TakeStored() {
-    std::vector<std::uint16_t> values(m_Slice.GetPixelCount());
-    const CVolume::PixelType type = m_Series.GetVolume().GetType();
-    bool sampled;
-    if (type == CVolume::PT_BYTE) {
-        std::vector<std::uint8_t> bytes(values.size());
-        sampled = m_Slice.GetPixels(bytes.data(), bytes.size());
-        std::copy(bytes.begin(), bytes.end(), values.begin());
-    } else {
-        sampled = m_Slice.GetPixels(values.data(), values.size() * sizeof values[0]);
-        if (type == CVolume::PT_SHORT) {
-            for (std::uint16_t& value : values) value = static_cast<std::uint16_t>(value ^ kSignedOffset);
-        }
-    }
-    if (!sampled) throw SliceFailure();
+/// Small pictures are one piece: a thread costs more than they do. Pieces of large ones are such that a stop is soon seen.
+void SliceJob::ForRows(Cut& cut, const std::function<bool(Cut& part, int first, int count)>& sample) const {
+    constexpr double kSmallest = 1 << 16;  // samples of a piece
+    constexpr double kLargest = 1 << 22;
+    constexpr double kSlab = 16;  // about as many samples for each pixel
+    const double samples = static_cast<double>(cut.GetPixelCount()) * (m_Options.slab > 0 ? kSlab : 1);
+    const double wanted = std::clamp(2.0 * CountJobs(m_Options.jobs), samples / kLargest, samples / kSmallest + 1);
+    const int rows = std::max(1, static_cast<int>(std::ceil(cut.GetHeight() / std::max(wanted, 1.0))));
+    const int pieces = (cut.GetHeight() + rows - 1) / rows;
+    std::vector<Cut> parts(static_cast<std::size_t>(pieces), cut);
+    ForEach(m_Options.jobs, parts.size(), m_Watch, [&](std::size_t i) {
+        const int first = static_cast<int>(i) * rows;
+        if (sample(parts[i], first, std::min(rows, cut.GetHeight() - first))) return;
+        throw Error(ErrorKind::Unsupported, parts[i].GetError());
+    });
+}
+
+std::vector<std::uint16_t> SliceJob::TakeStored(Cut& cut) const {
+    std::vector<std::uint16_t> values(cut.GetPixelCount());
+    const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
+    ForSamples(cut, [&](std::size_t i, auto stored) {
+        values[i] = static_cast<std::uint16_t>(static_cast<std::uint16_t>(stored) ^ (isSigned ? kSignedOffset : 0));
+    });
     return values;
 }
 
-/// The picture's values in the volume's type, each handed on as a double.
+/// The picture's values in the volume's type, each handed on with its place, on several threads.
 template <class Take>
-void SliceJob::ForSamples(Take take) {
+void SliceJob::ForSamples(Cut& cut, Take take) const {
+    const auto width = static_cast<std::size_t>(cut.GetWidth());
     const auto sample = [&]<class T>(T) {
-        std::vector<T> values(m_Slice.GetPixelCount());
-        if (!m_Slice.GetPixels(values.data(), values.size() * sizeof(T))) throw SliceFailure();
-        for (const T value : values) take(static_cast<double>(value));
+        ForRows(cut, [&](Cut& part, int first, int count) {
+            std::vector<T> values(width * static_cast<std::size_t>(count));
+            if (!part.GetPixelRows(first, count, values.data(), values.size() * sizeof(T))) return false;
+            std::size_t place = width * static_cast<std::size_t>(first);
+            for (const T value : values) take(place++, value);
+            return true;
+        });
     };
     switch (m_Series.GetVolume().GetType()) {
     case CVolume::PT_BYTE: return sample(std::uint8_t());
@@ -360,32 +393,35 @@ void SliceJob::ForSamples(Take take) {
     }
 }
 
-std::vector<float> SliceJob::TakeValues() {
+std::vector<float> SliceJob::TakeValues(Cut& cut) const {
     const ModalityTransform modality = ModalityOf(m_Series);
-    std::vector<float> values;
-    values.reserve(m_Slice.GetPixelCount());
-    ForSamples([&](double stored) { values.push_back(static_cast<float>(modality(stored))); });
+    std::vector<float> values(cut.GetPixelCount());
+    ForSamples(cut, [&](std::size_t i, auto stored) {
+        values[i] = static_cast<float>(modality(static_cast<double>(stored)));
+    });
     return values;
 }
 
-Picture SliceJob::MakePicture() {
-    Picture picture(m_Slice.GetWidth(), m_Slice.GetHeight());
+Picture SliceJob::MakePicture(Cut& cut) const {
+    Picture picture(cut.GetWidth(), cut.GetHeight());
+    std::uint8_t* const out = picture.GetPixels();
     if (m_Window.scale) {
-        std::uint8_t* out = picture.GetPixels();
-        ForSamples([&](double stored) { *out++ = (*m_Window.scale)(stored); });
+        ForSamples(cut, [&](std::size_t i, auto stored) { out[i] = (*m_Window.scale)(static_cast<double>(stored)); });
         return picture;
     }
     const Window& window = m_Window.stored;
-    if (!m_Slice.GetPicture(picture.GetPixels(), picture.GetSize(), window.centre, window.width)) {
-        throw SliceFailure();
-    }
+    const auto width = static_cast<std::size_t>(cut.GetWidth());
+    ForRows(cut, [&](Cut& part, int first, int count) {
+        return part.GetPictureRows(first, count, out + width * static_cast<std::size_t>(first),
+                                   width * static_cast<std::size_t>(count), window.centre, window.width);
+    });
     if (m_Window.inverted) picture.Invert();
     return picture;
 }
 
-Annotation SliceJob::MakeAnnotation(double pixelSize) const {
+Annotation SliceJob::MakeAnnotation(const Cut& cut, double pixelSize) const {
     Annotation annotation;
-    const auto [right, below] = FindEdges();
+    const auto [right, below] = FindEdges(cut);
     annotation.left = Opposite(right);
     annotation.right = right;
     annotation.top = Opposite(below);
@@ -396,10 +432,9 @@ Annotation SliceJob::MakeAnnotation(double pixelSize) const {
 
 /// What the right and the lower edge are. Images without direction cosines may name it (PS3.3 C.7.6.1.1.1); they are seen as
 /// they are, as axial ones.
-std::pair<std::string, std::string> SliceJob::FindEdges() const {
+std::pair<std::string, std::string> SliceJob::FindEdges(const Cut& cut) const {
     if (m_Series.GetPlace().hasOrientation) {
-        return {LabelOf(m_Slice.DirectionToDicom(m_Slice.GetRow()), 1),
-                LabelOf(m_Slice.DirectionToDicom(m_Slice.GetColumn()), 1)};
+        return {LabelOf(cut.DirectionToDicom(cut.GetRow()), 1), LabelOf(cut.DirectionToDicom(cut.GetColumn()), 1)};
     }
     const std::string& stated = m_Series.GetHeader().patientOrientation;
     const std::size_t middle = stated.find('\\');
@@ -413,8 +448,8 @@ void SliceJob::Describe(const std::string& what, int factor) {
     m_Report.what = what;
     m_Report.width = (m_Slice.GetWidth() + round) / factor;
     m_Report.height = (m_Slice.GetHeight() + round) / factor;
-    m_Report.pixelSize = GetPixelSize() * factor;
-    std::tie(m_Report.right, m_Report.below) = FindEdges();
+    m_Report.pixelSize = GetPixelSize(m_Slice) * factor;
+    std::tie(m_Report.right, m_Report.below) = FindEdges(m_Slice);
     m_Report.middle = m_Slice.VolToDicom(m_Slice.GetCentre());
     const bool isSigned = m_Series.GetVolume().GetType() == CVolume::PT_SHORT;
     m_Report.values = m_Options.values   ? "real values, 32-bit floating point"

@@ -6,11 +6,14 @@
 #include "../core/Watch.h"
 #include "../study/SeriesVolume.h"
 #include "Annotation.h"
+#include "PictureFile.h"
 #include "Slice.h"
 #include "SliceGrid.h"
 #include "WindowChoice.h"
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -44,20 +47,27 @@ private:
     void PlaceOne();
     void WriteFolder();
     Picture DrawSheet();
-    Picture DrawSlice();
-    void WriteSlice(const std::string& path);
     void SetSize();
-    double GetPixelSize() const;
-    std::vector<std::uint16_t> TakeStored();
-    std::vector<float> TakeValues();
+
+    // What follows runs on several threads, each with a cut of its own:
+    using Cut = DcmObliqueSlice;
+    /// `make` of each cut on several threads, `take` of one after the other.
+    void ForCuts(std::vector<Cut>& cuts, const std::function<void(std::size_t)>& make,
+                 const std::function<void(std::size_t)>& take) const;
+    void ForRows(Cut& cut, const std::function<bool(Cut& part, int first, int count)>& sample) const;
+    Picture DrawSlice(Cut& cut) const;
+    void WriteSlice(Cut& cut, PictureFile& file) const;
+    double GetPixelSize(const Cut& cut) const;
+    std::vector<std::uint16_t> TakeStored(Cut& cut) const;
+    std::vector<float> TakeValues(Cut& cut) const;
     template <class Take>
-    void ForSamples(Take take);
-    Picture MakePicture();
-    std::pair<std::string, std::string> FindEdges() const;
-    Annotation MakeAnnotation(double pixelSize) const;
+    void ForSamples(Cut& cut, Take take) const;
+    Picture MakePicture(Cut& cut) const;
+    std::pair<std::string, std::string> FindEdges(const Cut& cut) const;
+    Annotation MakeAnnotation(const Cut& cut, double pixelSize) const;
+
     int ChooseIndex() const;
     void Describe(const std::string& what, int factor = 1);  // how many times smaller the pictures became
-    Error SliceFailure() const { return Error(ErrorKind::Unsupported, m_Slice.GetError()); }
     const char* GetViewName() const { return m_Options.view ? WordOf(*m_Options.view) : "oblique"; }
 
     const SliceOptions& m_Options;
