@@ -153,6 +153,10 @@ unsigned CountJobs(unsigned asked) {
     return std::clamp(wanted, 1U, kMostJobs);
 }
 
+bool IsInPool() {
+    return t_bInPool;
+}
+
 void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::function<void(std::size_t)>& body) {
     const auto threads = static_cast<unsigned>(std::min<std::size_t>(t_bInPool ? 1 : CountJobs(jobs), count));
     Crew crew(count, count, watch);

@@ -13,6 +13,9 @@ namespace korvane {
 /// 256.
 unsigned CountJobs(unsigned asked);
 
+/// Whether the calling thread is at work for one of these functions, so that what it calls of them runs on it alone.
+bool IsInPool();
+
 /// Calls `body(0)` to `body(count - 1)` on up to `jobs` threads (see `CountJobs`), the calling one among them, and
 /// returns when all are done. Indices are handed out in ascending order. When a body throws, or the watcher stops the
 /// job, no more are begun; the exception of the lowest index reaches the caller once all threads have ended. Called

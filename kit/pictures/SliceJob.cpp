@@ -92,6 +92,8 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
     if (!options.raw16 && !options.values) m_Window = window != nullptr ? *window : FindWindow(series, options);
     // What is outside is black.
     m_Slice.SetBackground(m_Window.inverted ? kBeyondAnyValue : -kBeyondAnyValue);
+    // Data sets are read by one thread.
+    if (options.values) m_Modality.emplace(ModalityOf(series));
     SetPadding();
     TellNotApplied();
     m_First = m_Slice;
@@ -353,11 +355,13 @@ void SliceJob::ForRows(Cut& cut, const std::function<bool(Cut& part, int first, 
     const double wanted = std::clamp(2.0 * CountJobs(m_Options.jobs), samples / kLargest, samples / kSmallest + 1);
     const int rows = std::max(1, static_cast<int>(std::ceil(cut.GetHeight() / std::max(wanted, 1.0))));
     const int pieces = (cut.GetHeight() + rows - 1) / rows;
-    std::vector<Cut> parts(static_cast<std::size_t>(pieces), cut);
-    ForEach(m_Options.jobs, parts.size(), m_Watch, [&](std::size_t i) {
+    // The volume's count is not atomic: copies are made by the thread that called the job, and by no other.
+    std::vector<Cut> parts(IsInPool() ? std::size_t{0} : static_cast<std::size_t>(pieces), cut);
+    ForEach(m_Options.jobs, static_cast<std::size_t>(pieces), m_Watch, [&](std::size_t i) {
+        Cut& part = parts.empty() ? cut : parts[i];
         const int first = static_cast<int>(i) * rows;
-        if (sample(parts[i], first, std::min(rows, cut.GetHeight() - first))) return;
-        throw Error(ErrorKind::Unsupported, parts[i].GetError());
+        if (sample(part, first, std::min(rows, cut.GetHeight() - first))) return;
+        throw Error(ErrorKind::Unsupported, part.GetError());
     });
 }
 
@@ -394,7 +398,7 @@ void SliceJob::ForSamples(Cut& cut, Take take) const {
 }
 
 std::vector<float> SliceJob::TakeValues(Cut& cut) const {
-    const ModalityTransform modality = ModalityOf(m_Series);
+    const ModalityTransform& modality = *m_Modality;
     std::vector<float> values(cut.GetPixelCount());
     ForSamples(cut, [&](std::size_t i, auto stored) {
         values[i] = static_cast<float>(modality(static_cast<double>(stored)));

@@ -79,6 +79,7 @@ private:
     DcmObliqueSlice m_First;  ///< of a stack
     double m_Step = 0;        ///< along its normal
     WindowChoice m_Window;
+    std::optional<ModalityTransform> m_Modality;  // of pictures of values
     ExportFiles m_Files;
     SliceReport m_Report;
 };
