@@ -233,7 +233,7 @@ TEST_F(KitJobs, AStopEndsAllAndLeavesNothing) {
             } catch (const Error& error) {
                 EXPECT_EQ(error.GetKind(), ErrorKind::Stopped) << error.what();
             }
-            EXPECT_LT(steady_clock::now() - begun, seconds(5));
+            EXPECT_LT(steady_clock::now() - begun, seconds(60));
             if (!fs::exists(Path("out"))) continue;
             for (const auto& entry : fs::recursive_directory_iterator(Path("out"))) {
                 EXPECT_NO_THROW(DataSet::Read(entry.path().string())) << entry.path();
