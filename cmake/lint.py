@@ -36,7 +36,7 @@ KIT = {
     "kit/derived": ["core", "dataset", "study"],
     "kit/export": ["core", "dataset", "vendors", "study", "pictures", "derived"],
     "kit/batch": ["core", "dataset", "study", "export"],
-    "kit/media": ["core", "dataset"],
+    "kit/media": ["core", "dataset", "study", "pictures"],
     "kit/network": ["core", "dataset"],
     "kit/phantom": ["core", "dataset"],
 }

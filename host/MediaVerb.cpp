@@ -14,22 +14,29 @@ struct Arguments {
     std::string root;
     std::vector<std::string> sources;
     MediumOptions medium;
+    std::vector<std::string> remove;
     bool verify = false;
     bool json = false;
 };
 
 void Media(Arguments& arguments) {
     const bool hasSources = !arguments.sources.empty();
-    if (arguments.verify == hasSources)
-        throw Error(ErrorKind::WrongArgument, hasSources ? "--verify takes no files" : "no files given");
+    const bool makes = !arguments.verify && arguments.remove.empty();
+    if (makes != hasSources)
+        throw Error(ErrorKind::WrongArgument, hasSources ? "--verify and --remove take no files" : "no files given");
     ConsoleWatcher watcher;
-    if (arguments.verify) {
-        const MediumContents contents = CheckMedium(arguments.root, MediumDepth::Contents, &watcher);
-        return Conclude(OutcomeOf(contents), arguments.json ? ToJson(contents) : "");
-    }
+    const auto conclude = [&](const auto& report) {
+        Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
+    };
+    const std::string& root = arguments.root;
     arguments.medium.watcher = &watcher;
-    const MediumReport report = BuildMedium(arguments.root, arguments.sources, arguments.medium);
-    Conclude(OutcomeOf(report), arguments.json ? ToJson(report) : "");
+    if (arguments.verify) {
+        conclude(CheckMedium(root, MediumDepth::Contents, &watcher, arguments.medium.profile));
+    } else if (!makes) {
+        conclude(RemoveFromMedium(root, arguments.remove, &watcher));
+    } else {
+        conclude(BuildMedium(root, arguments.sources, arguments.medium));
+    }
 }
 
 }  // namespace
@@ -48,6 +55,19 @@ void AddMediaVerb(CLI::App& program) {
     verb->add_flag("--link", medium.link, "Hard links instead of copies where the file system can")->excludes(verify);
     verb->add_option("--fileset-id", medium.fileSetId, "Name of the file-set")
         ->check(FaultOfFileSetId)
+        ->excludes(verify);
+    verb->add_option("--profile", medium.profile,
+                     "Application profile: what it does not allow is decoded or left out; with --verify it is checked")
+        ->check(CLI::IsMember(GetMediumProfiles()));
+    verb->add_flag("--append", medium.append, "Add to the medium that is in ROOT")->excludes(verify);
+    verb->add_flag("--icons", medium.icons, "Small pictures in the directory")->excludes(verify);
+    verb->add_flag("--invent-patient-id", medium.inventPatientId, "Give files without a Patient ID one for each study")
+        ->excludes(verify);
+    verb->add_option(
+            "--remove", arguments->remove,
+            "Take the patient, study, series or instance with this ID or UID out of the medium; may be repeated")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->excludes(verify);
     verb->add_option("--private", medium.privateFiles, "A file of any kind to lie beside the last one; may be repeated")
         ->expected(1)

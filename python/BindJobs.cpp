@@ -28,16 +28,33 @@ py::object Convert(const py::object& source, const py::object& target, const std
 }
 
 py::object BuildMedium(const py::object& root, const py::object& paths, const std::string& fileSetId, bool transcode,
-                       bool link, const py::object& progress) {
-    korvane::MediumOptions options;
-    options.fileSetId = fileSetId;
-    options.transcode = transcode;
-    options.link = link;
+                       bool link, const std::string& profile, bool append, bool icons, bool inventPatientId,
+                       const py::object& progress) {
+    const korvane::MediumOptions options{.fileSetId = fileSetId,
+                                         .transcode = transcode,
+                                         .link = link,
+                                         .profile = profile,
+                                         .append = append,
+                                         .icons = icons,
+                                         .inventPatientId = inventPatientId};
     const std::string folder = PathOf(root);
     return FromJson(korvane::ToJson(Run(progress, [&, all = PathsOf(paths)](korvane::Watcher& watcher) {
         auto own = options;
         own.watcher = &watcher;
         return korvane::BuildMedium(folder, all, own);
+    })));
+}
+
+py::object RemoveFromMedium(const py::object& root, const std::vector<std::string>& ids, const py::object& progress) {
+    const std::string folder = PathOf(root);
+    return FromJson(korvane::ToJson(
+        Run(progress, [&](korvane::Watcher& watcher) { return korvane::RemoveFromMedium(folder, ids, &watcher); })));
+}
+
+py::object CheckMedium(const py::object& root, const std::string& profile, const py::object& progress) {
+    const std::string folder = PathOf(root);
+    return FromJson(korvane::ToJson(Run(progress, [&](korvane::Watcher& watcher) {
+        return korvane::CheckMedium(folder, korvane::MediumDepth::Contents, &watcher, profile);
     })));
 }
 
@@ -70,14 +87,27 @@ set: (path, value) pairs, as DataSet takes them; remove: paths. Failures of sing
 in 'findings'.
 
     korvane.convert('in.dcm', 'out.dcm', syntax='rle', set=[('PatientID', 'anonymous')]))");
-    module.def("build_medium", BuildMedium, py::arg("root"), py::arg("paths"), py::kw_only(),
-               py::arg("fileset_id") = "", py::arg("transcode") = false, py::arg("link") = false, progress,
-               R"(Builds a file-set with its DICOMDIR (PS3.10) in the folder `root`, of files and all below folders.
+    module.def(
+        "build_medium", BuildMedium, py::arg("root"), py::arg("paths"), py::kw_only(), py::arg("fileset_id") = "",
+        py::arg("transcode") = false, py::arg("link") = false, py::arg("profile") = "", py::arg("append") = false,
+        py::arg("icons") = false, py::arg("invent_patient_id") = false, progress,
+        R"(Builds a file-set with its DICOMDIR (PS3.10) in the folder `root`, of files and all below folders, or adds to one (append).
 
 fileset_id: up to 16 capital letters, digits and underscores. transcode: what no medium may hold is decoded. link: files are
-linked, not copied, where that does. What could not be taken is in the result.
+linked, not copied, where that does. profile: an application profile such as "STD-GEN-CD"; what it does not allow is
+decoded, told in 'rewritten'. What could not be taken is in 'faults'.
 
-    korvane.build_medium('/media/usb', '/data/study', fileset_id='STUDY'))");
+    korvane.build_medium('/media/usb', '/data/study', fileset_id='STUDY', profile='STD-GEN-USB-JPEG'))");
+    module.def(
+        "remove_from_medium", RemoveFromMedium, py::arg("root"), py::arg("ids"), py::kw_only(), progress,
+        R"(Takes patients, studies, series and instances out of a file-set, by Patient ID or UID; the result names the files.
+
+    korvane.remove_from_medium('/media/usb', ['1.2.840.99.1']))");
+    module.def(
+        "check_medium", CheckMedium, py::arg("root"), py::kw_only(), py::arg("profile") = "", progress,
+        R"(Follows every record of a DICOMDIR and reads each file that it names; 'problems' is empty when all is well.
+
+    assert not korvane.check_medium('/media/usb')['problems'])");
     module.def("phantom", Phantom, py::arg("folder"), py::kw_only(), py::arg("slices") = 120, py::arg("size") = 256,
                py::arg("volumes") = 1, py::arg("seed") = 1, py::arg("oblique") = false, py::arg("uneven") = false,
                R"(Writes a synthetic CT series of a head, of slices x size x size; returns the paths.

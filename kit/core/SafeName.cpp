@@ -65,6 +65,12 @@ std::string MakeSafeName(std::string_view text, std::size_t most) {
     return name;
 }
 
+std::uint64_t HashOfText(std::string_view text, std::uint64_t seed) {
+    std::uint64_t hash = 0xCBF29CE484222325U ^ (seed * 0x9E3779B97F4A7C15U);
+    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
+    return hash;
+}
+
 std::string FoldName(std::string_view name) {
     std::string folded(name);
     for (char& c : folded) {

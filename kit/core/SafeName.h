@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -12,6 +13,9 @@ namespace korvane {
 /// not ending in a dot, not the name of a Windows device; valid UTF-8 of at most `most` bytes. "" stays "". Two texts
 /// may give the same name.
 std::string MakeSafeName(std::string_view text, std::size_t most = 120);
+
+/// The same number for the same text on every system (FNV-1a), another one for each `seed`: for names of what has no usable one.
+std::uint64_t HashOfText(std::string_view text, std::uint64_t seed);
 
 /// The name with A to Z in lower case. Names that some system takes for the same file, because it ignores case, give
 /// the same result.

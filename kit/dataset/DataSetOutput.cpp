@@ -20,7 +20,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint16_t kNegativeKeys = 0x8000;  // groups from here on come first in the library's order
-constexpr std::string_view kMediaDirectoryClass = "1.2.840.10008.1.3.10";
 
 // Writes elements in ascending order of their unsigned tags (PS3.5 7.1), on every level, the frames that codecs have left,
 // and values that lie in a file.
@@ -197,7 +196,7 @@ std::string SyntaxUid(const std::string& syntax) {
 }
 
 bool IsMediaDirectory(const DICOMObject& dataSet) {
-    return FindText(dataSet, tags::MediaStorageSOPClassUID) == kMediaDirectoryClass ||
+    return FindText(dataSet, tags::MediaStorageSOPClassUID) == kMediaDirectoryClassUid ||
            FindElement(dataSet, tags::DirectoryRecordSequence) != nullptr;
 }
 

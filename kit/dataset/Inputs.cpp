@@ -24,7 +24,6 @@ namespace {
 
 constexpr std::size_t kHead = 2048;  // bytes that show what a file is
 constexpr std::size_t kStep = std::size_t{1} << 16;
-constexpr std::string_view kDirectoryClass = "1.2.840.10008.1.3.10";
 
 class Search {
 public:
@@ -73,7 +72,8 @@ private:
         const std::string head = ReadHead(file.place);
         if (LooksLikeArchive({reinterpret_cast<const unsigned char*>(head.data()), head.size()})) {
             UnpackArchive(file, m_Options, m_Watch, m_Inputs);
-        } else if (head.find(kDirectoryClass) == std::string::npos || !FollowMediaDirectory(file, m_Watch, m_Inputs)) {
+        } else if (head.find(kMediaDirectoryClassUid) == std::string::npos ||
+                   !FollowMediaDirectory(file, m_Watch, m_Inputs)) {
             m_Inputs.files.push_back(file);
         }
     }

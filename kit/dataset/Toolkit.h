@@ -27,6 +27,9 @@ using tags::GroupOf;
 using tags::MakeTag;
 using tags::Tag;
 
+/// The class of directories (PS3.10 8.6), which have no class of their own in the data set.
+constexpr std::string_view kMediaDirectoryClassUid = "1.2.840.10008.1.3.10";
+
 /// The public dictionary, built once.
 const DcmDictionary& PublicDictionary();
 

@@ -4,16 +4,15 @@
 #include "../core/Paths.h"
 #include "../dataset/DataSetFile.h"
 #include "../dataset/Toolkit.h"
+#include "DirectoryFile.h"
 #include "MediaHeader.h"
+#include "MediumProfile.h"
 
-#include "base/Bytes.h"
 #include "platform/File.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cerrno>
 #include <cstdint>
 #include <unordered_set>
+#include <utility>
 
 namespace korvane {
 
@@ -21,80 +20,30 @@ namespace {
 
 constexpr int kDeepest = 16;
 constexpr std::size_t kMostProblems = 100;
-constexpr std::uint64_t kLargest = std::uint64_t{1} << 31;
-
-std::vector<unsigned char> ReadWhole(const std::string& path, const Watch& watch) {
-    const auto fail = [&](const std::string& reason, ErrorKind kind) {
-        return Error(kind, "cannot read " + path + ": " + reason).InFile(path);
-    };
-    platform::InputFile file;
-    file.SetStopQuestion(watch.GetStopQuestion());
-    errno = 0;
-    if (!file.Open(path.c_str())) {
-        throw fail(SystemText(errno), errno == ENOENT ? ErrorKind::NotFound : ErrorKind::Disk);
-    }
-    if (file.GetSize() > kLargest) throw fail("too large", ErrorKind::Unsupported);
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(file.GetSize()));
-    bytes.resize(file.Read(bytes.data(), bytes.size()));
-    watch.StopIfAsked();
-    if (file.HasFailed()) throw fail(SystemText(file.GetError()), ErrorKind::Disk);
-    return bytes;
-}
-
-std::uint32_t FindOffset(const DICOMObject& dataSet, Tag tag) {
-    const VR* const element = FindElement(dataSet, tag);
-    return element != nullptr && element->m_Length == 4 && element->m_pData != nullptr
-               ? platform::LoadLittle<std::uint32_t>(element->m_pData)
-               : 0;
-}
-
-// The path, relative to the root, of the file that a file ID names; "" for a text that is no file ID. The directory is
-// not trusted: a component that could lead out of the root is refused.
-std::string PathOf(const std::string& fileId) {
-    std::string path;
-    std::size_t begin = 0;
-    while (begin <= fileId.size()) {
-        const std::size_t end = std::min(fileId.find('\\', begin), fileId.size());
-        std::string name = fileId.substr(begin, end - begin);
-        while (!name.empty() && name.back() == ' ') name.pop_back();
-        const bool isName = !name.empty() && name.front() != '.' && std::all_of(name.begin(), name.end(), [](char c) {
-            return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-' || c == '.';
-        });
-        if (!isName) return {};
-        path += '/' + name;
-        begin = end + 1;
-    }
-    return path;
-}
 
 class Checker {
 public:
-    Checker(const std::string& root, const std::string& directory, MediumDepth depth, const Watch& watch)
-        : m_Root(root), m_Depth(depth), m_Watch(watch), m_Bytes(ReadWhole(directory, watch)) {
+    Checker(const std::string& root, const std::string& directory, MediumDepth depth, const Watch& watch,
+            const std::string& profile)
+        : m_Root(root), m_Depth(depth), m_Watch(watch), m_Profile(profile), m_File(directory, watch) {
         m_Report.root = root;
     }
 
-    MediumContents Check(const std::string& directory) {
-        DICOMFileReader reader(m_Codec);
-        const auto dataSet = reader.LoadMemory(m_Bytes.data(), m_Bytes.size());
-        const VR* const sequence = dataSet != nullptr ? FindElement(*dataSet, tags::DirectoryRecordSequence) : nullptr;
-        if (!reader.HasPreamble() || sequence == nullptr) {
-            throw Error(ErrorKind::NotDicom, directory + ": not a DICOMDIR").InFile(directory);
-        }
-        if (!reader.IsComplete()) Note("the directory ends early or is damaged");
-        m_Syntax = reader.GetSyntax();
-        if (m_Syntax != kExplicitLittleEndian) {
-            Note("the directory is in " + DescribeSyntax(reader.GetTransferSyntax()) +
+    MediumContents Check() {
+        const DICOMObject& dataSet = m_File.GetDataSet();
+        if (!m_File.IsComplete()) Note("the directory ends early or is damaged");
+        if (!m_File.IsExplicitLittleEndian()) {
+            Note("the directory is in " + DescribeSyntax(m_File.GetTransferSyntax()) +
                  ", where explicit VR little endian is asked for");
         }
-        m_Items = sequence->GetItemCount();
         const std::uint32_t last =
-            Follow(FindOffset(*dataSet, tags::OffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity), 0);
-        const std::uint32_t named = FindOffset(*dataSet, tags::OffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity);
+            Follow(FindOffset(dataSet, tags::OffsetOfTheFirstDirectoryRecordOfTheRootDirectoryEntity), 0);
+        const std::uint32_t named = FindOffset(dataSet, tags::OffsetOfTheLastDirectoryRecordOfTheRootDirectoryEntity);
         if (last != named) {
             Note("the last record is said to be at " + std::to_string(named) + ", yet is at " + std::to_string(last));
         }
-        if (m_Seen.size() < m_Items) Note(std::to_string(m_Items - m_Seen.size()) + " records are not led to");
+        const std::size_t records = m_File.CountRecords();
+        if (m_Seen.size() < records) Note(std::to_string(records - m_Seen.size()) + " records are not led to");
         return std::move(m_Report);
     }
 
@@ -104,28 +53,21 @@ private:
         if (m_Report.problems.size() == kMostProblems - 1) m_Report.problems.emplace_back("and more");
     }
 
-    // Notes a problem when more bytes of records have been read than the file has: they overlap. A hostile directory
-    // could have the same bytes read again and again.
-    void NoteOverlap() {
-        if (!m_bOverlap) Note("records overlap");
-        m_bOverlap = true;
-    }
-
     // Follows the records of one directory entity and all below them. Returns the offset of the last; 0 without one.
     std::uint32_t Follow(std::uint32_t offset, int depth) {
         std::uint32_t last = 0;
         while (offset != 0) {
             m_Watch.StopIfAsked();
             DICOMDataObject record;
-            if (m_nParsed > m_Bytes.size()) {
-                NoteOverlap();
+            if (m_File.HasOverlap()) {
+                if (!std::exchange(m_bOverlap, true)) Note("records overlap");
                 break;
             }
             if (depth > kDeepest || !m_Seen.insert(offset).second) {
                 Note("the record at " + std::to_string(offset) + " is led to again");
                 break;
             }
-            if (!Parse(offset, record)) {
+            if (!m_File.Read(offset, record)) {
                 m_Seen.erase(offset);
                 Note("there is no record at " + std::to_string(offset));
                 break;
@@ -138,28 +80,6 @@ private:
         return last;
     }
 
-    // Reads the record at an offset of the file.
-    bool Parse(std::uint32_t offset, DICOMDataObject& record) {
-        if (offset > m_Bytes.size() || m_Bytes.size() - offset < 8) return false;
-        const int order = m_Syntax == kExplicitBigEndian ? Buffer::kBigEndian : Buffer::kLittleEndian;
-        MemoryInputBuffer buffer(m_Bytes.data() + offset, m_Bytes.size() - offset, order);
-        const ElementHeaderReader reader(m_Syntax != kImplicitLittleEndian, m_Syntax == kExplicitBigEndian);
-        ElementHeader header;
-        if (!reader.Read(buffer, header) || !header.IsDelimiter() || header.element != ElementHeader::kItem)
-            return false;
-        if (header.HasUndefinedLength()) return ParseItem(buffer, record);
-        if (header.length > buffer.GetRemaining()) return false;
-        const Buffer::Window window(buffer, header.length);
-        return ParseItem(buffer, record);
-    }
-
-    bool ParseItem(Buffer& buffer, DICOMDataObject& record) {
-        const int parsed = m_Syntax == kImplicitLittleEndian ? m_Codec.Implicit_ParseRawVRIntoDCM(buffer, &record, 1)
-                                                             : m_Codec.ExplicitParse(buffer, &record, 1);
-        m_nParsed += buffer.GetPosition();
-        return parsed != 0 && FindElement(record, tags::DirectoryRecordType) != nullptr;
-    }
-
     void Examine(std::uint32_t offset, const DICOMObject& record) {
         const std::string type = FindText(record, tags::DirectoryRecordType);
         if (type == "PATIENT") ++m_Report.patients;
@@ -168,8 +88,10 @@ private:
         const std::string fileId = FindText(record, tags::ReferencedFileID);
         if (fileId.empty()) return;
         ++m_Report.files;
-        const std::string path = PathOf(fileId);
+        const std::string path = PathOfFileId(fileId);
         const std::string at = type + " record at " + std::to_string(offset) + ": ";
+        const std::string syntax = TextOf(record, tags::ReferencedTransferSyntaxUIDInFile);
+        if (!m_Profile.Allows(syntax)) Note(at + DescribeSyntax(syntax) + " is not of " + m_Profile.GetName());
         if (path.empty()) {
             Note(at + "\"" + fileId + "\" is no file ID");
         } else if (m_Depth == MediumDepth::Contents) {
@@ -216,11 +138,8 @@ private:
     std::string m_Root;
     MediumDepth m_Depth;
     Watch m_Watch;
-    std::vector<unsigned char> m_Bytes;
-    DictionaryCodec m_Codec;
-    int m_Syntax = kExplicitLittleEndian;
-    std::size_t m_Items = 0;
-    std::uint64_t m_nParsed = 0;  // bytes of all records
+    MediumProfile m_Profile;
+    DirectoryFile m_File;
     bool m_bOverlap = false;
     std::unordered_set<std::uint32_t> m_Seen;
     MediumContents m_Report;
@@ -229,13 +148,13 @@ private:
 }  // namespace
 
 MediumContents CheckDirectory(const std::string& root, const std::string& directory, MediumDepth depth,
-                              const Watch& watch) {
-    return Checker(root, directory, depth, watch).Check(directory);
+                              const Watch& watch, const std::string& profile) {
+    return Checker(root, directory, depth, watch, profile).Check();
 }
 
-MediumContents CheckMedium(const std::string& root, MediumDepth depth, Watcher* watcher) {
+MediumContents CheckMedium(const std::string& root, MediumDepth depth, Watcher* watcher, const std::string& profile) {
     const std::string folder = WithoutEndSlash(root);
-    return CheckDirectory(folder, folder + "/DICOMDIR", depth, watcher);
+    return CheckDirectory(folder, folder + "/DICOMDIR", depth, watcher, profile);
 }
 
 }  // namespace korvane

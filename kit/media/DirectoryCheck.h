@@ -10,6 +10,6 @@ namespace korvane {
 
 /// As `CheckMedium`; `directory` is the path of the DICOMDIR, which may have another name.
 MediumContents CheckDirectory(const std::string& root, const std::string& directory, MediumDepth depth,
-                              const Watch& watch);
+                              const Watch& watch, const std::string& profile = {});
 
 }  // namespace korvane

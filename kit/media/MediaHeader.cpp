@@ -14,7 +14,6 @@ namespace korvane {
 namespace {
 
 constexpr std::size_t kShortHeader = 16 * 1024;
-constexpr std::string_view kDirectoryClassUid = "1.2.840.10008.1.3.10";
 
 MediaHeader LeftOut(const std::string& why) {
     MediaHeader header;
@@ -28,30 +27,35 @@ MediaHeader CannotBeRead(int error, const Watch& watch) {
 }
 
 // Why the data set cannot go onto a medium; empty when it can. `beyond`: bytes of the file behind those that were read.
-std::string FindFault(const DataSetFile& file, std::uint64_t beyond, bool transcode) {
+std::string FindFault(const DataSetFile& file, std::uint64_t beyond, const MediaRules& rules) {
     const DICOMObject& dataSet = *file.dataSet;
     const bool hasMeta = !FindText(dataSet, tags::TransferSyntaxUID).empty();
+    const bool transcode = rules.transcode && !rules.rewrite;
     if (transcode && IsDeflatedTransferSyntax(file.transferSyntax)) return "its data set is deflated";
     if (!file.complete) return "its data set ends early or is damaged";
     if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
-    if (hasMeta && !file.hasPreamble) return "it has no preamble";
-    // The medium builder's test for the encoding does not recognise such files.
-    if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid) return "it is big endian, without meta information";
-    if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
+    if (!rules.rewrite) {
+        if (hasMeta && !file.hasPreamble) return "it has no preamble";
+        // The medium builder's test for the encoding does not recognise such files.
+        if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid)
+            return "it is big endian, without meta information";
+        if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
+    }
     static constexpr std::pair<Tag, const char*> kNeeded[] = {{tags::PatientID, "Patient ID"},
                                                               {tags::StudyInstanceUID, "Study Instance UID"},
                                                               {tags::SeriesInstanceUID, "Series Instance UID"},
                                                               {tags::SOPInstanceUID, "SOP Instance UID"},
                                                               {tags::SOPClassUID, "SOP Class UID"}};
     for (const auto& [tag, name] : kNeeded) {
-        if (TextOf(dataSet, tag).empty()) return std::string("it has no ") + name;
+        const bool isInvented = tag == tags::PatientID && rules.inventPatientId;
+        if (!isInvented && TextOf(dataSet, tag).empty()) return std::string("it has no ") + name;
     }
     return {};
 }
 
 }  // namespace
 
-MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch) {
+MediaHeader ReadMediaHeader(const std::string& path, const MediaRules& rules, const Watch& watch) {
     std::array<unsigned char, kShortHeader> head;
     platform::InputFile input;
     input.SetStopQuestion(watch.GetStopQuestion());
@@ -77,14 +81,17 @@ MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch
     MediaHeader header;
     header.notDicom = file.dataSet == nullptr;
     header.isDirectory =
-        !header.notDicom && FindText(*file.dataSet, tags::MediaStorageSOPClassUID) == kDirectoryClassUid;
+        !header.notDicom && FindText(*file.dataSet, tags::MediaStorageSOPClassUID) == kMediaDirectoryClassUid;
     if (header.notDicom) {
         header.why = "not a DICOM file";
     } else if (header.isDirectory) {
         header.why = "a DICOMDIR";
     } else {
-        header.why = FindFault(file, beyond, transcode);
+        header.why = FindFault(file, beyond, rules);
     }
+    header.isPartTen =
+        file.hasPreamble && file.dataSet != nullptr && !TextOf(*file.dataSet, tags::TransferSyntaxUID).empty();
+    header.transferSyntax = std::move(file.transferSyntax);
     if (header.why.empty()) header.dataSet = std::move(file.dataSet);
     return header;
 }

@@ -14,15 +14,24 @@ struct MediaHeader {
     std::unique_ptr<DICOMDataObject> dataSet;  ///< null: left out
     std::string why;
     bool notDicom = false;
-    bool isDirectory = false;  ///< a DICOMDIR
+    bool isDirectory = false;      ///< a DICOMDIR
+    bool isPartTen = false;        ///< it has a preamble and meta information
+    std::string transferSyntax{};  ///< UID; that of the encoding where the file names none
 
     /// Whether the file is left out because something is wrong with it; the other two kinds do not belong onto a
     /// medium.
     bool IsFault() const { return dataSet == nullptr && !notDicom && !isDirectory; }
 };
 
-/// Reads a file up to its pixel data, in one call of the system where that is short. Without `transcode` a file without
-/// meta information is left out, since files of a medium must have it (PS3.10 7). Throws `Error` of kind `Stopped`.
-MediaHeader ReadMediaHeader(const std::string& path, bool transcode, const Watch& watch);
+/// What is done with files that cannot lie on a medium as they are.
+struct MediaRules {
+    bool transcode = false;  ///< the module's builder decodes them
+    bool rewrite = false;    ///< they are written anew before
+    bool inventPatientId = false;
+};
+
+/// Reads a file up to its pixel data, in one call of the system where that is short. A file without meta information is left
+/// out unless the rules have it written, since files of a medium must have it (PS3.10 7). Throws `Error` of kind `Stopped`.
+MediaHeader ReadMediaHeader(const std::string& path, const MediaRules& rules, const Watch& watch);
 
 }  // namespace korvane

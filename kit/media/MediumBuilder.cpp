@@ -4,15 +4,18 @@
 #include "../core/Threads.h"
 #include "../core/Watch.h"
 #include "DirectoryCheck.h"
+#include "DirectoryTree.h"
 #include "MediaHeader.h"
 #include "Medium.h"
+#include "MediumFolders.h"
+#include "MediumProfile.h"
+#include "RecordIcons.h"
+#include "SourceFiles.h"
 
 #include "media/CCDRObject.h"
-#include "platform/FolderLock.h"
-#include "platform/ReplacingFile.h"
+#include "platform/File.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -29,8 +32,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr char kFileRoot[] = "DICOM";
-
 // The module's builder, with access to what writes the directory to a path of our own.
 class Builder : public CCDRObject {
 public:
@@ -42,91 +43,6 @@ public:
             throw Error(ErrorKind::Disk, message);
         }
     }
-};
-
-// The folders of a medium that is being built: removed again unless `Keep` is called. The root is locked meanwhile.
-class MediumFolders {
-public:
-    explicit MediumFolders(const std::string& root) : m_Root(root), m_Files(PathFromText(root + "/" + kFileRoot)) {}
-    ~MediumFolders() {
-        if (m_bKept) return;
-        m_Directory.Discard();
-        std::error_code error;
-        fs::directory_iterator entry = m_bOwn ? fs::directory_iterator(m_Files, error) : fs::directory_iterator();
-        for (; entry != fs::directory_iterator(); entry.increment(error)) {
-            std::error_code kept;
-            fs::remove_all(entry->path(), kept);
-        }
-        for (const fs::path& made : m_Made) {
-            if (made == m_Files.parent_path()) {
-                m_Lock.RemoveFolder();
-            } else {
-                fs::remove(made, error);
-            }
-        }
-    }
-    MediumFolders(const MediumFolders&) = delete;
-    MediumFolders& operator=(const MediumFolders&) = delete;
-
-    std::string Directory() const { return m_Root + "/DICOMDIR"; }
-
-    // The path under which the directory is written until `Keep`.
-    const std::string& Unfinished() const { return m_Directory.GetUnfinished(); }
-
-    void Make() {
-        std::error_code error;
-        for (fs::path made = m_Files; made.has_relative_path() && !fs::exists(fs::symlink_status(made, error));
-             made = made.parent_path()) {
-            m_Made.push_back(made);
-        }
-        Lock();
-        if (platform::FileExists(Directory().c_str())) {
-            throw Error(ErrorKind::Disk, m_Root + " has a DICOMDIR already").InFile(Directory());
-        }
-        if (fs::exists(m_Files, error) && !(fs::is_directory(m_Files, error) && fs::is_empty(m_Files, error))) {
-            throw Error(ErrorKind::Disk, TextFromPath(m_Files) + " is there already and not empty");
-        }
-        m_bOwn = true;
-        MakeDirectory(TextFromPath(m_Files));
-        if (m_Directory.Reserve(Directory())) return;
-        throw Error(ErrorKind::Disk, "cannot create " + Directory() + ": " + SystemText(errno)).InFile(Directory());
-    }
-
-    // Gives the directory its name.
-    void Keep() {
-        if (!m_Directory.Commit(platform::ReplacingFile::Existing::Refuse)) {
-            const std::error_code error(errno, std::generic_category());
-            const std::string reason = SystemText(error, Directory());
-            throw Error(ErrorKind::Disk, error.value() == EEXIST ? m_Root + " has got a DICOMDIR from elsewhere"
-                                                                 : "cannot create " + Directory() + ": " + reason)
-                .InFile(Directory());
-        }
-        m_bKept = true;
-    }
-
-private:
-    // Makes the root where it is missing, and locks it. It tries again where another builder, which has failed, has
-    // removed the root in between.
-    void Lock() {
-        constexpr int kAttempts = 10;
-        for (int attempt = 0;; ++attempt) {
-            MakeDirectory(m_Root);
-            if (m_Lock.TakeAlone(m_Root)) return;
-            if (errno != ENOENT || attempt == kAttempts) break;
-        }
-        const int error = errno;
-        m_Made.clear();  // another builder has made them
-        if (error == EBUSY) throw Error(ErrorKind::Disk, "another medium is being built in " + m_Root).InFile(m_Root);
-        throw Error(ErrorKind::Disk, "cannot open " + m_Root + ": " + SystemText(error)).InFile(m_Root);
-    }
-
-    std::string m_Root;
-    fs::path m_Files;
-    platform::FolderLock m_Lock;
-    std::vector<fs::path> m_Made;  // folders that were not there, the innermost first
-    platform::ReplacingFile m_Directory;
-    bool m_bOwn = false;  // the folder of files was empty: what is in it now is of this builder
-    bool m_bKept = false;
 };
 
 bool HaveSameBytes(const std::string& a, const std::string& b, const Watch& watch) {
@@ -155,7 +71,8 @@ bool IsAboutOneFile(const std::string& message) {
 class MediumJob {
 public:
     MediumJob(const std::string& root, const MediumOptions& options)
-        : m_Root(root), m_Options(options), m_Watch(options.watcher) {
+        : m_Root(root), m_Options(options), m_Watch(options.watcher), m_Profile(options.profile),
+          m_Sources(options, m_Profile), m_bLinks(options.link) {
         // The module's builder has one dictionary for all of its objects, so it is set once and for good.
         [[maybe_unused]] static const bool isSet = [] {
             static DictionaryCodec s_codec;
@@ -164,29 +81,29 @@ public:
         }();
         m_Builder.SetStopQuestion(m_Watch.GetStopQuestion());
         m_Builder.SetRoot(root);
-        m_Builder.SetFileRoot(kFileRoot);
         m_Builder.SetFileSetID(options.fileSetId);
         m_Builder.SetHardLinks(options.link);
+        m_Report.profile = options.profile;
     }
 
     MediumReport Run(const std::vector<std::string>& sources) {
         const std::vector<std::string> files = ListSources(sources);
-        MediumFolders folders(m_Root);
+        MediumFolders folders(m_Root, m_Options.append ? MediumFolders::Medium::There : MediumFolders::Medium::New);
         folders.Make();
+        m_Builder.SetFileRoot(folders.GetFileRoot());
+        if (m_Options.append) TakeEarlier(folders.GetDirectory());
+        m_Sources.Begin(files, m_Root + "/" + folders.GetFileRoot());
         AddFiles(files, sources.front());
         for (const std::string& path : m_Options.privateFiles) AddPrivate(path);
-        errno = 0;
-        if (!m_Builder.WriteDirectory(folders.Unfinished())) {
-            const std::string reason = SystemText(errno);
-            throw Error(ErrorKind::Disk, "cannot write " + folders.Directory() + ": " + reason)
-                .InFile(folders.Directory());
-        }
-        m_Report.medium = CheckDirectory(m_Root, folders.Unfinished(), MediumDepth::Names, m_Watch);
+        m_Sources.End();
+        WriteDirectory(folders);
+        m_Report.medium =
+            CheckDirectory(m_Root, folders.GetUnfinished(), MediumDepth::Names, m_Watch, m_Options.profile);
         const MediumContents& found = m_Report.medium;
         if (!found.problems.empty()) {
             throw Error(ErrorKind::Damaged, "the medium is not whole: " + found.problems.front());
         }
-        if (found.files != m_Known.size()) {
+        if (found.files != m_nEarlier + m_nAdded) {
             throw Error(ErrorKind::Damaged, "the medium is not whole: files are missing");
         }
         m_Watch.StopIfAsked();
@@ -219,11 +136,28 @@ private:
         return files;
     }
 
+    // What the medium has already: its records stay, and none of its instances is added again.
+    void TakeEarlier(const std::string& directory) {
+        m_Earlier = DirectoryTree::Read(directory, m_Watch);
+        std::string study;
+        std::string patient;
+        m_Earlier->ForEach([&](DirectoryTree::Node& node, std::size_t, std::size_t) {
+            const DICOMObject& record = *node.record;
+            const std::string type = FindText(record, tags::DirectoryRecordType);
+            if (type == "PATIENT") patient = TextOf(record, tags::PatientID);
+            if (type == "STUDY") m_Sources.Learn(TextOf(record, tags::StudyInstanceUID), patient);
+            const std::string path = PathOfFileId(FindText(record, tags::ReferencedFileID));
+            if (path.empty()) return;
+            ++m_nEarlier;
+            m_Known.emplace(TextOf(record, tags::ReferencedSOPInstanceUIDInFile), m_Root + path);
+        });
+    }
+
     void AddFiles(const std::vector<std::string>& files, const std::string& source) {
         TaskProgress progress(m_Watch, "writing", static_cast<std::int64_t>(files.size()));
         constexpr std::size_t kAhead = 32;  // headers
         std::vector<std::optional<MediaHeader>> ring(kAhead);
-        const auto read = [&](std::size_t i) { return ReadMediaHeader(files[i], m_Options.transcode, m_Watch); };
+        const auto read = [&](std::size_t i) { return m_Sources.ReadHeader(files[i]); };
         ForEachInOrder(
             m_Options.jobs, files.size(), kAhead, m_Watch,
             [&](std::size_t i) {
@@ -233,34 +167,43 @@ private:
             },
             [&](std::size_t i) {
                 std::optional<MediaHeader>& ahead = ring[i % kAhead];
-                const MediaHeader header = ahead ? std::move(*ahead) : read(i);
+                const SourceFile file = m_Sources.Take(files[i], ahead ? std::move(*ahead) : read(i));
                 ahead.reset();
-                if (header.dataSet != nullptr) {
-                    AddFile(files[i], *header.dataSet);
+                if (file.header.dataSet != nullptr) {
+                    AddFile(files[i], file);
                 } else {
-                    (header.IsFault() ? m_Report.faults : m_Report.notMeant)
-                        .push_back({files[i], header.why, header.isDirectory});
+                    (file.header.IsFault() ? m_Report.faults : m_Report.notMeant)
+                        .push_back({files[i], file.header.why, file.header.isDirectory});
                 }
                 progress.Step();
             });
-        if (m_Known.empty()) {
+        if (m_nAdded == 0) {
             const auto& why = m_Report.faults;
             throw Error(ErrorKind::NotFound, "no file for a medium under " + source +
                                                  (why.empty() ? "" : "; " + why.front().path + ": " + why.front().why));
         }
     }
 
-    void AddFile(const std::string& path, const DICOMObject& dataSet) {
-        const auto [known, isNew] = m_Known.try_emplace(TextOf(dataSet, tags::SOPInstanceUID), path);
+    // The builder does not try links again where one has failed, unless it is told anew.
+    void UseLinks(bool link) {
+        if (link != m_bLinks) m_Builder.SetHardLinks(link);
+        m_bLinks = link;
+    }
+
+    void AddFile(const std::string& path, const SourceFile& file) {
+        const auto [known, isNew] = m_Known.try_emplace(TextOf(*file.header.dataSet, tags::SOPInstanceUID), path);
         if (!isNew) {
-            const bool isCopy = HaveSameBytes(path, known->second, m_Watch);
+            const bool isCopy = HaveSameBytes(file.path, known->second, m_Watch);
             const std::string relation = isCopy ? "the same as " : "another content, the same SOP Instance UID as ";
             (isCopy ? m_Report.copies : m_Report.faults).push_back({path, relation + known->second});
             return;
         }
         errno = 0;
         try {
-            m_Builder.AddIOD(path, dataSet, m_Options.transcode);
+            UseLinks(m_Options.link || file.isOwn);
+            m_Builder.AddIOD(file.path, *file.header.dataSet, m_Options.transcode && !m_Profile.IsNamed());
+            ++m_nAdded;
+            if (!file.rewritten.empty()) m_Report.rewritten.push_back({path, file.rewritten});
         } catch (const std::string& message) {
             const int error = errno;
             m_Watch.StopIfAsked();
@@ -270,6 +213,26 @@ private:
             m_Report.faults.push_back({path, message + (hasReason ? ": " + reason : "")});
             m_Known.erase(known);
         }
+    }
+
+    // The module's builder writes the directory of what was added; what it does not know is put into that.
+    void WriteDirectory(const MediumFolders& folders) {
+        errno = 0;
+        if (!m_Builder.WriteDirectory(folders.GetUnfinished())) {
+            const std::string reason = SystemText(errno);
+            throw Error(ErrorKind::Disk, "cannot write " + folders.GetDirectory() + ": " + reason)
+                .InFile(folders.GetDirectory());
+        }
+        if (!m_Earlier && !m_Options.icons && !m_Profile.IsNamed()) return;
+        DirectoryTree tree = DirectoryTree::Read(folders.GetUnfinished(), m_Watch);
+        if (m_Options.icons) AddIcons(tree, m_Root, m_Watch);
+        if (m_Earlier) {
+            m_Earlier->Merge(std::move(tree));
+            tree = std::move(*m_Earlier);
+            if (!m_Options.fileSetId.empty()) PutText(tree.GetHead(), tags::FileSetID, m_Options.fileSetId);
+        }
+        if (m_Profile.IsNamed()) m_Profile.Apply(tree);
+        tree.Write(folders.GetUnfinished());
     }
 
     void AddPrivate(const std::string& path) {
@@ -291,8 +254,14 @@ private:
     const std::string m_Root;
     const MediumOptions& m_Options;
     Watch m_Watch;
+    MediumProfile m_Profile;
+    SourceFiles m_Sources;
+    bool m_bLinks;
     Builder m_Builder;
+    std::optional<DirectoryTree> m_Earlier;
     std::unordered_map<std::string, std::string> m_Known;  // SOP Instance UID, and the file that has it
+    std::size_t m_nEarlier = 0;                            // files that the medium had
+    std::size_t m_nAdded = 0;
     MediumReport m_Report;
 };
 

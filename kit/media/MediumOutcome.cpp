@@ -11,7 +11,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json FilesJson(const std::vector<MediumReport::LeftOut>& files) {
+Json FilesJson(const std::vector<MediumReport::File>& files) {
     Json array = Json::array();
     for (const auto& file : files) array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
     return array;
@@ -47,6 +47,15 @@ std::string ToJson(const MediumReport& report) {
     json["faults"] = FilesJson(report.faults);
     json["copies"] = FilesJson(report.copies);
     json["notMeant"] = FilesJson(report.notMeant);
+    json["rewritten"] = FilesJson(report.rewritten);
+    json["profile"] = report.profile;
+    return json.dump(2);
+}
+
+std::string ToJson(const MediumRemoval& removal) {
+    Json json = ContentsJson(removal.medium);
+    json["removed"] = JsonTexts(removal.removed);
+    json["notRemoved"] = JsonTexts(removal.faults);
     return json.dump(2);
 }
 
@@ -60,6 +69,8 @@ Outcome OutcomeOf(const MediumContents& contents) {
 Outcome OutcomeOf(const MediumReport& report) {
     Outcome outcome{.lines = {LineOf(report.medium)}};
     for (const std::string& path : report.privateFiles) outcome.lines.push_back("private file: " + path);
+    if (!report.profile.empty()) outcome.lines.push_back("profile: " + report.profile);
+    for (const auto& file : report.rewritten) outcome.lines.push_back("written anew: " + file.path + ": " + file.why);
     for (const auto& copy : report.copies) outcome.lines.push_back("left out: " + copy.path + ": " + copy.why);
     const auto directories = static_cast<std::size_t>(std::count_if(report.notMeant.begin(), report.notMeant.end(),
                                                                     [](const auto& file) { return file.isDirectory; }));
@@ -74,6 +85,15 @@ Outcome OutcomeOf(const MediumReport& report) {
         outcome.failure.emplace(ErrorKind::Damaged, "the medium lacks " + std::to_string(report.faults.size()) +
                                                         " of the files; the rest is whole");
     }
+    return outcome;
+}
+
+Outcome OutcomeOf(const MediumRemoval& removal) {
+    Outcome outcome{.lines = {std::to_string(removal.removed.size()) + " files removed", LineOf(removal.medium)},
+                    .faults = removal.faults};
+    outcome.faults.insert(outcome.faults.end(), removal.medium.problems.begin(), removal.medium.problems.end());
+    if (!outcome.faults.empty())
+        outcome.failure.emplace(ErrorKind::Disk, removal.medium.root + ": not all is as it should be");
     return outcome;
 }
 

@@ -30,20 +30,13 @@ constexpr std::size_t kPieceBytes = 64 * 1024;
 constexpr std::uint64_t kAskDiskEvery = std::uint64_t{16} << 20;
 constexpr auto kNotForOthers = std::filesystem::perms::others_all | std::filesystem::perms::group_write;
 
-// FNV-1a, from another start for each `seed`.
-std::uint64_t Hash(const std::string& text, std::uint64_t seed) {
-    std::uint64_t hash = 0xCBF29CE484222325U ^ (seed * 0x9E3779B97F4A7C15U);
-    for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001B3U;
-    return hash;
-}
-
 // A name for a folder: the text, or where that is no plain name, what is like it with a number of its own.
 std::string FolderName(const std::string& text) {
     if (text.empty()) return "unknown";
     constexpr std::size_t kLongest = 80;
     std::string name = MakeSafeName(text, kLongest);
     if (name == text) return name;
-    return name + (name.empty() ? "" : "-") + std::to_string(Hash(text, 1));
+    return name + (name.empty() ? "" : "-") + std::to_string(HashOfText(text, 1));
 }
 
 // Whether a file has a name that `platform::ReplacingFile` gives to unfinished files: ".UID.dcm.RANDOM.part".
@@ -60,7 +53,7 @@ bool IsUnfinished(std::string_view name) {
 
 std::string FileNameOf(const std::string& sopInstance) {
     if (IsUid(sopInstance)) return sopInstance;
-    return "2.25." + std::to_string(Hash(sopInstance, 1)) + std::to_string(Hash(sopInstance, 2));
+    return "2.25." + std::to_string(HashOfText(sopInstance, 1)) + std::to_string(HashOfText(sopInstance, 2));
 }
 
 void RemoveUnfinished(const std::string& folder, const Watch& watch) {

@@ -40,6 +40,7 @@ from ._korvane import (
     Volume,
     __version__,
     build_medium,
+    check_medium,
     convert,
     draw,
     find,
@@ -47,6 +48,7 @@ from ._korvane import (
     load,
     phantom,
     read,
+    remove_from_medium,
 )
 from . import _extras, _network
 from ._arrays import from_array

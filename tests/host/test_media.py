@@ -184,6 +184,110 @@ def broken_off():
     assert not (WORK / "stopped").exists()
 
 
+def same_files(folder):
+    return {path.relative_to(folder).as_posix(): path.read_bytes() for path in folder.rglob("*") if path.is_file()}
+
+
+def appended_and_removed():
+    """Into a medium of another maker, whose records have more than ours, and out of it again."""
+    folder, first = sources()
+    root = WORK / "theirs"
+    made = FileSet()
+    for path in sorted(folder.iterdir())[:8]:  # six of the phantom, two others
+        made.add(path)
+    made._tree.children[0]._record.PatientComments = "kept"  # pylint: disable=protected-access
+    made.write(root)
+    before = same_files(root)
+    korvane("media", root, WORK / "in/other0", status=1)  # without --append nothing is touched
+    out, _ = korvane("media", root, folder, "--append", "--json")
+    assert len(json.loads(out)["copies"]) == 8 and json.loads(out)["files"] == 12, out
+    after = same_files(root)
+    assert all(after[name] == content for name, content in before.items() if name != "DICOMDIR")
+    assert set(readers_find_all(root, 12)) == {pydicom.dcmread(path).SOPInstanceUID for path in folder.iterdir()}
+    records = pydicom.dcmread(root / "DICOMDIR").DirectoryRecordSequence
+    assert [r.PatientComments for r in records if "PatientComments" in r] == ["kept"]
+    assert [r.DirectoryRecordType for r in records].count("PATIENT") == 2
+    written("clash", first, Rows=9)
+    assert "another content" in korvane("media", root, WORK / "clash", WORK / "in", "--append", status=1)[1]
+    assert same_files(root) == after
+    korvane("media", "--verify", root)
+    # Out: a study, an instance; what nobody has changes nothing.
+    assert "no record has" in korvane("media", root, "--remove", "1.2.2", "--remove", "9.9", status=1)[1]
+    assert same_files(root) == after
+    gone = pydicom.dcmread(first).SOPInstanceUID
+    out, _ = korvane("media", root, "--remove", "1.2.2", "--remove", gone, "--json")
+    assert json.loads(out)["files"] == 7 and len(json.loads(out)["removed"]) == 5, out
+    left = readers_find_all(root, 7)
+    assert gone not in left and not any(uid.startswith("1.2.2.") for uid in left)
+    assert len(same_files(root)) == 8 and not [path for path in root.rglob("*") if path.is_dir() and not any(path.iterdir())]
+    korvane("media", "--verify", root)
+
+
+def removal_stays_inside():
+    """Folders of a medium may be links of somebody's."""
+    if WINDOWS:
+        return
+    folder, _ = sources()
+    korvane("media", WORK / "medium", folder)
+    (WORK / "medium/DICOM").rename(WORK / "elsewhere")
+    (WORK / "medium/DICOM").symlink_to(WORK / "elsewhere")
+    before = same_files(WORK / "elsewhere")
+    assert "stays" in korvane("media", WORK / "medium", "--remove", "1.2.2", status=1)[1]
+    assert same_files(WORK / "elsewhere") == before
+
+
+def profiles():
+    _, first = sources()
+    made = {"rle": "rle", "jpegll": "jpegll", "big": "big", "implicit": "implicit"}
+    for number, (name, syntax) in enumerate(made.items()):
+        written(f"{name}0", first, SOPInstanceUID=f"9.{number}", SOPClassUID=RT_PLAN if name == "implicit" else pydicom.dcmread(first).SOPClassUID,
+                RTPlanLabel="label", StudyID="", SeriesNumber=None)
+        korvane("convert", WORK / f"{name}0", WORK / name, "--syntax", syntax)
+    undated = written("undated", first, SOPInstanceUID="9.9", StudyDate="")
+    sources_of = [WORK / name for name in made]
+    for profile, kept in (("STD-GEN-CD", []), ("STD-GEN-USB-JPEG", ["jpegll"])):
+        root = WORK / profile
+        out, err = korvane("media", root, *sources_of, undated, "--profile", profile, "--icons", "--json", status=1)
+        assert "no Study Date" in err and json.loads(out)["profile"] == profile
+        assert [pathlib.Path(file["path"]).name for file in json.loads(out)["rewritten"]] == [n for n in made if n not in kept]
+        for number, name in enumerate(made):
+            stored = readers_find_all(root, 4)[f"9.{number}"]
+            if name in kept:
+                assert stored.read_bytes() == (WORK / name).read_bytes()
+            else:
+                ds = pydicom.dcmread(stored)
+                assert ds.file_meta.TransferSyntaxUID == "1.2.840.10008.1.2.1"
+                assert ds.PixelData == pydicom.dcmread(WORK / f"{name}0").PixelData
+        korvane("media", "--verify", root, "--profile", profile)
+        # Another maker's builder finds nothing that its profile forbids, and warns of nothing in the directory.
+        option = "-Pgp" if profile == "STD-GEN-CD" else "-Pfl"
+        files = [path.relative_to(root).as_posix() for path in (root / "DICOM").rglob("I*")]
+        checked = subprocess.run(["dcmmkdir", option, "+I", "+id", str(root), "+D", str(WORK / f"{profile}.dir"), *files],
+                                 capture_output=True, text=True, check=False)
+        assert checked.returncode == 0 and "rror" not in checked.stderr, checked.stderr
+        assert "W: " not in subprocess.run(["dcmdump", "+E", str(root / "DICOMDIR")], capture_output=True, text=True, check=False).stderr
+        image = next(r for r in pydicom.dcmread(root / "DICOMDIR").DirectoryRecordSequence if r.DirectoryRecordType == "IMAGE")
+        icon = image.IconImageSequence[0]
+        assert (icon.Rows, icon.Columns) == (8, 8) and len(set(icon.PixelData)) > 1
+    assert "is not of STD-GEN-CD" in korvane("media", "--verify", WORK / "STD-GEN-USB-JPEG", "--profile", "STD-GEN-CD", status=1)[1]
+    korvane("media", WORK / "none", first, "--profile", "STD-GEN-XX", status=2)
+
+
+def invented():
+    folder, first = sources()
+    nameless = [written(f"nameless/{n}", first, PatientID="", StudyInstanceUID=study, SeriesInstanceUID=f"{study}.7", SOPInstanceUID=f"8.{n}")
+                for n, study in enumerate(["1.2.1", "7.1", "7.1", "7.2"])]
+    ids = []
+    for root in (WORK / "one", WORK / "two"):
+        korvane("media", root, *nameless, folder, "--invent-patient-id")
+        found = readers_find_all(root, 16, names=False)
+        stored = [pydicom.dcmread(found[f"8.{n}"]) for n in range(4)]
+        assert all(ds.PixelData == pydicom.dcmread(first).PixelData for ds in stored)
+        ids.append([ds.PatientID for ds in stored])
+        korvane("media", "--verify", root)
+    assert ids[0] == ids[1] and ids[0][0] == "../P2" and ids[0][1] == ids[0][2] != ids[0][3], ids
+
+
 def overlapping():
     """Each record of a crafted directory holds all that follow it: checked in one pass, not in one for each."""
     def element(number, kind, value):
@@ -231,4 +335,4 @@ def samples():
         korvane("media", "--verify", SAMPLES / "dicomdir")
 
 
-host_test.run(whole, left_out, transcoded, linked, broken_off, overlapping, built_at_once, samples)
+host_test.run(whole, left_out, transcoded, linked, broken_off, appended_and_removed, removal_stays_inside, profiles, invented, overlapping, built_at_once, samples)
