@@ -96,6 +96,7 @@ void ExportJob::SetNames(NameOfFile names, const SidecarExtras& extras) {
 }
 
 ExportReport ExportJob::Run(const SeriesChoice& choice) {
+    m_bTellsOthers = true;
     return RunOn([&] { return std::make_unique<SeriesVolume>(choice); });
 }
 
@@ -145,7 +146,7 @@ void ExportJob::ReportFailure(const std::string& text) {
 
 void ExportJob::Export(SeriesVolume& series) {
     const ExportPlan plan = MakePlan(series, m_Options.irregular, m_Format, m_Options.every);
-    AddSeries(m_Report, series, plan);
+    AddSeries(m_Report, series, plan, m_bTellsOthers);
     std::size_t slices = plan.parts.size() == 1 ? series.GetSliceCount() : 0;
     for (const ExportPart& part : plan.parts) slices = std::max(slices, part.slices.size());
     m_Format.Check(series, slices);

@@ -68,6 +68,7 @@ private:
     SidecarExtras m_Extras;
     ExportReport m_Report;
     bool m_bToldTable = false;
+    bool m_bTellsOthers = false;  // files of other series were looked through, and are left out
     std::optional<ExportFiles> m_Files;
     // Both stand on the files.
     std::unique_ptr<CVolumeExport> m_pExporter;  // of a format of the module; it owns its writer

@@ -26,7 +26,8 @@ using Json = nlohmann::ordered_json;
 constexpr int kVersion = 1;
 
 /// Slices and files that no part has.
-std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts) {
+std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const std::vector<ExportPart>& parts,
+                                               bool otherSeries) {
     const FoundFiles& found = series.GetFound();
     std::vector<ExportReport::LeftOut> list;
     const auto add = [&](const std::string& name, const std::string& why) { list.push_back({name, why}); };
@@ -45,6 +46,7 @@ std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const
             if (!used.contains(name)) add(name, "of volume " + std::to_string(i + 1));
         }
     }
+    if (!otherSeries) return list;
     for (const FoundSeries& other : found.series) {
         if (&other == &series.GetSeries()) continue;
         for (const SliceRef& slice : other.slices) {
@@ -152,7 +154,7 @@ const std::map<std::string, Irregular>& PolicyWords() {
     return kWords;
 }
 
-void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPlan& plan) {
+void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPlan& plan, bool otherSeries) {
     const ImageHeader& header = series.GetHeader();
     report.hasSeries = true;
     report.found = plan.found;
@@ -163,7 +165,7 @@ void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPla
     for (const Finding& finding : series.GetSeries().findings) report.warnings.push_back(finding.text);
     report.findings = series.GetSeries().findings;
     report.findings.insert(report.findings.end(), plan.errors.begin(), plan.errors.end());
-    report.leftOut = FindLeftOut(series, plan.parts);
+    report.leftOut = FindLeftOut(series, plan.parts, otherSeries);
 }
 
 ExportedVolume DescribeVolume(SeriesVolume& series, const ExportPart& part, bool lastFirst) {
