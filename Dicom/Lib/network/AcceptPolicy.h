@@ -17,14 +17,15 @@ struct AcceptPolicy {
     std::vector<std::string> callingTitles;               ///< calling AE titles that are accepted [all]
     std::function<bool(std::string_view)> acceptsClass;   ///< SOP classes [`IsStorageOrVerification`]
     std::function<bool(std::string_view)> acceptsSyntax;  ///< transfer syntaxes [`IsStorableSyntax`]
-    /// SOP classes whose provider the requestor may be, where it proposes that (PS3.7 D.3.3.4) [none]
-    std::function<bool(std::string_view)> acceptsProvider;
 
     /// Where the result is not 0, every request is rejected with these (PS3.8 9.3.4), for instance while the disk is
     /// full.
     std::uint8_t rejectResult = 0;
     std::uint8_t rejectSource = kRejectProviderPresentation;
     std::uint8_t rejectReason = kRejectPresentationCongestion;
+
+    /// SOP classes whose provider the requestor may be, where it proposes that (PS3.7 D.3.3.4) [none]
+    std::function<bool(std::string_view)> acceptsProvider{};
 
     /// The answer to one proposed context. It names the first of the proposed transfer syntaxes that is accepted.
     AnsweredContext Negotiate(const ProposedContext& proposed) const;
