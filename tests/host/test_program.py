@@ -258,7 +258,7 @@ def stopped_on_a_console():
     source = phantom("source", "--size", 64, "--slices", 1500)
     before = export(phantom("small", *SMALL), name="kept")[0].voxels
     arguments = ("export", source, "--format", "analyze", "--to", f"file:{WORK}/kept")
-    for ready in (b"reading headers", b"assembling"):
+    for ready in (b"reading headers", b"reading ["):
         status, out, shown = on_terminal(arguments, ready, b"\x03")
         assert status == 1 and not out and b"stopped" in shown, (ready, status, out, shown[-200:])
         assert leftovers() == ["kept.hdr", "kept.img"] and (host_test.Analyze(WORK / "kept").voxels == before).all()
