@@ -113,8 +113,8 @@ void WriteTiff(const std::vector<float>& values, int width, int height, double p
 namespace korvane {
 
 void WriteTiff(const std::vector<float>& /*values*/, int /*width*/, int /*height*/, double /*pixelSize*/,
-               const std::string& path, const Watch& /*watch*/) {
-    throw Error(ErrorKind::Unsupported, path + ": this build writes no TIFF files: libtiff was not there").InFile(path);
+               const std::string& /*path*/, const Watch& /*watch*/) {
+    throw Error(ErrorKind::Unsupported, "this build writes no TIFF files: libtiff was not there");
 }
 
 }  // namespace korvane
