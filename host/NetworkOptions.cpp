@@ -46,7 +46,6 @@ void AddPeerOptions(CLI::App& verb, Peer& options) {
 }
 
 void AddCommitOptions(CLI::App& verb, CommitOptions& options, const std::string& prefix) {
-    constexpr int kLongest = 24 * 3600;
     verb.add_option("--" + prefix + "port", options.port,
                     "Port that the peer has for --aet, to report over an association of its own")
         ->check(CLI::Range(1, 65535));

@@ -138,6 +138,7 @@ def test_all_shards_at_once_and_stopped():
         os.mkfifo(first)  # who reads it waits for ever
         working = subprocess.Popen([*KORVANE, "batch", "run", str(where), "--workers", "2"], stderr=subprocess.PIPE, text=True)
         wait_for(lambda: report(where, 1)["begun"] == 1 and report(where, 1)["open"] == 0)
+        wait_for(lambda: len(children(working.pid)) == 1)  # the others have ended
         workers = children(working.pid)
         working.send_signal(signal.SIGINT)
         _, said = working.communicate(timeout=30)
