@@ -87,10 +87,12 @@ private:
         });
         std::size_t restarted = 0;
         for (const std::size_t shard : ended) {
-            if (m_Left[shard]-- == 0) continue;
+            const bool goesOn = m_Left[shard] > 0;
             m_Watch.Tell({.kind = FindingKind::ProcessEnded,
-                          .text = "the process that worked on shard " + std::to_string(shard) +
-                                  " was ended; another one goes on"});
+                          .text = "the process that worked on shard " + std::to_string(shard) + " was ended; " +
+                                  (goesOn ? "another one goes on" : "too many were, and the rest of it stays open")});
+            if (!goesOn) continue;
+            --m_Left[shard];
             Start(shard, {});
             ++restarted;
         }

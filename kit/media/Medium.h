@@ -56,12 +56,13 @@ struct MediumReport {
         bool isDirectory = false;  ///< a DICOMDIR, which is never taken onto a medium
     };
 
-    MediumContents medium;                  ///< the result of `CheckMedium` at the end
-    std::string profile;                    ///< the one that it claims
-    std::vector<File> faults;               ///< DICOM files that are missing on the medium
-    std::vector<File> copies;               ///< files whose instance is there already, byte for byte the same
-    std::vector<File> notMeant;             ///< files that are not DICOM, or a DICOMDIR
-    std::vector<File> rewritten;            ///< files that are on the medium in another form, and why
+    MediumContents medium;        ///< the result of `CheckMedium` at the end
+    std::string profile;          ///< the one that it claims
+    std::vector<File> faults;     ///< DICOM files that are missing on the medium
+    std::vector<File> copies;     ///< files whose instance is there already, byte for byte the same
+    std::vector<File> notMeant;   ///< files that are not DICOM, or a DICOMDIR
+    std::vector<File> rewritten;  ///< files that are on the medium in another form, and why
+    std::vector<File> namesakes;  ///< files whose Patient ID another Patient's Name has too: a record has one name
     std::vector<std::string> privateFiles;  ///< where they lie, relative to the root
 };
 

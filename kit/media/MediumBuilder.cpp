@@ -101,7 +101,7 @@ public:
             CheckDirectory(m_Root, folders.GetUnfinished(), MediumDepth::Names, m_Watch, m_Options.profile);
         const MediumContents& found = m_Report.medium;
         if (!found.problems.empty()) {
-            throw Error(ErrorKind::Damaged, "the medium is not whole: " + found.problems.front());
+            throw Error(ErrorKind::Damaged, "the medium would not be as it should: " + found.problems.front());
         }
         if (found.files != m_nEarlier + m_nAdded) {
             throw Error(ErrorKind::Damaged, "the medium is not whole: files are missing");
@@ -144,7 +144,10 @@ private:
         m_Earlier->ForEach([&](DirectoryTree::Node& node, std::size_t, std::size_t) {
             const DICOMObject& record = *node.record;
             const std::string type = FindText(record, tags::DirectoryRecordType);
-            if (type == "PATIENT") patient = TextOf(record, tags::PatientID);
+            if (type == "PATIENT") {
+                patient = TextOf(record, tags::PatientID);
+                m_Names[patient] = FindText(record, tags::PatientName);
+            }
             if (type == "STUDY") m_Sources.Learn(TextOf(record, tags::StudyInstanceUID), patient);
             const std::string path = PathOfFileId(FindText(record, tags::ReferencedFileID));
             if (path.empty()) return;
@@ -203,6 +206,7 @@ private:
             UseLinks(m_Options.link || file.isOwn);
             m_Builder.AddIOD(file.path, *file.header.dataSet, m_Options.transcode && !m_Profile.IsNamed());
             ++m_nAdded;
+            CompareNames(path, *file.header.dataSet);
             if (!file.rewritten.empty()) m_Report.rewritten.push_back({path, file.rewritten});
         } catch (const std::string& message) {
             const int error = errno;
@@ -213,6 +217,17 @@ private:
             m_Report.faults.push_back({path, message + (hasReason ? ": " + reason : "")});
             m_Known.erase(known);
         }
+    }
+
+    // A patient's record is found by the Patient ID, and has the name of the first. Two patients under one ID, from places
+    // that number theirs by themselves, would be taken for one. Each other name is told once.
+    void CompareNames(const std::string& path, const DICOMObject& dataSet) {
+        const std::string id = TextOf(dataSet, tags::PatientID);
+        const std::string name = FindText(dataSet, tags::PatientName);
+        const std::string& first = m_Names.try_emplace(id, name).first->second;
+        if (name == first || !m_Told.insert(id + '\\' + name).second) return;
+        std::string why = "its patient is \"" + name + "\", and the record of Patient ID \"";
+        m_Report.namesakes.push_back({path, why.append(id).append("\" says \"").append(first).append("\"")});
     }
 
     // The module's builder writes the directory of what was added; what it does not know is put into that.
@@ -260,6 +275,8 @@ private:
     Builder m_Builder;
     std::optional<DirectoryTree> m_Earlier;
     std::unordered_map<std::string, std::string> m_Known;  // SOP Instance UID, and the file that has it
+    std::unordered_map<std::string, std::string> m_Names;  // by Patient ID
+    std::unordered_set<std::string> m_Told;                // IDs and names that are not those
     std::size_t m_nEarlier = 0;                            // files that the medium had
     std::size_t m_nAdded = 0;
     MediumReport m_Report;

@@ -48,6 +48,7 @@ std::string ToJson(const MediumReport& report) {
     json["copies"] = FilesJson(report.copies);
     json["notMeant"] = FilesJson(report.notMeant);
     json["rewritten"] = FilesJson(report.rewritten);
+    json["namesakes"] = FilesJson(report.namesakes);
     json["profile"] = report.profile;
     return json.dump(2);
 }
@@ -71,6 +72,8 @@ Outcome OutcomeOf(const MediumReport& report) {
     for (const std::string& path : report.privateFiles) outcome.lines.push_back("private file: " + path);
     if (!report.profile.empty()) outcome.lines.push_back("profile: " + report.profile);
     for (const auto& file : report.rewritten) outcome.lines.push_back("written anew: " + file.path + ": " + file.why);
+    for (const auto& file : report.namesakes)
+        outcome.lines.push_back("another patient? " + file.path + ": " + file.why);
     for (const auto& copy : report.copies) outcome.lines.push_back("left out: " + copy.path + ": " + copy.why);
     const auto directories = static_cast<std::size_t>(std::count_if(report.notMeant.begin(), report.notMeant.end(),
                                                                     [](const auto& file) { return file.isDirectory; }));

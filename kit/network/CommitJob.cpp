@@ -6,6 +6,8 @@
 #include "PeerConnection.h"
 #include "Receive.h"
 
+#include "Dicom/Lib/dataset/NewUid.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -138,7 +140,7 @@ private:
 
     // Sends the request for some of the instances.
     void Ask(DcmService& service, std::size_t begin, std::size_t end) {
-        CommitmentData data{RandomUid(), {}};
+        CommitmentData data{NewUid(), {}};
         for (std::size_t i = begin; i < end; ++i) {
             data.items.push_back({m_Report.instances[i].sopClass, m_Report.instances[i].sopInstance});
         }

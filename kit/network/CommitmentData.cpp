@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <memory>
 #include <new>
-#include <random>
 
 namespace korvane {
 
@@ -75,16 +74,6 @@ std::optional<CommitmentData> ReadCommitment(const DICOMDataObject& dataSet) {
     const bool isRead = IsUid(data.transaction) && TakeItems(dataSet, tags::ReferencedSOPSequence, false, data) &&
                         TakeItems(dataSet, tags::FailedSOPSequence, true, data) && !data.items.empty();
     return isRead ? std::optional(std::move(data)) : std::nullopt;
-}
-
-std::string RandomUid() {
-    constexpr int kDigits = 38;  // 10 to the 38th is below 2 to the 128th, the limit of such UIDs (PS3.5 B.2)
-    std::random_device random;
-    std::uniform_int_distribution<int> digit(0, 9);
-    std::string uid = "2.25.";
-    uid += static_cast<char>('1' + digit(random) % 9);
-    while (uid.size() < 5 + kDigits) uid += static_cast<char>('0' + digit(random));
-    return uid;
 }
 
 }  // namespace korvane

@@ -42,7 +42,4 @@ DataSet MakeCommitment(const CommitmentData& data);
 /// without printable class and instance of at most 64 characters. A failed item without a reason has 0x0110.
 std::optional<CommitmentData> ReadCommitment(const DICOMDataObject& dataSet);
 
-/// A new UID (2.25 and 126 random bits), which nobody can guess.
-std::string RandomUid();
-
 }  // namespace korvane

@@ -24,18 +24,12 @@ ReceiveSession::~ReceiveSession() {
 }
 
 Event ReceiveSession::Serve(const AcceptPolicy& policy) {
-    Event event = m_Service.AcceptAssociation(policy);
-    if (event != Event::Accepted) return event;
-    do {
-        event = Event::Message;
-        if (!m_Waiting.empty() && !m_bSent && !m_Service.WaitForData(kSilence)) event = Report();
-        if (event != Event::Message) break;
-        std::uint8_t context = 0;
-        DimseCommand command;
-        event = m_Service.ReceiveCommand(context, command);
-        if (event == Event::Message) event = Handle(context, command);
-    } while (event == Event::Message);
-    return event;
+    return ServeAssociation(m_Service, policy, [this](std::uint8_t context, const DimseCommand& command) {
+        const Event event = Handle(context, command);
+        const bool isQuiet =
+            event == Event::Message && !m_Waiting.empty() && !m_bSent && !m_Service.WaitForData(kSilence);
+        return isQuiet ? Report() : event;
+    });
 }
 
 Event ReceiveSession::Handle(std::uint8_t contextId, const DimseCommand& command) {

@@ -200,13 +200,18 @@ def appended_and_removed():
     before = same_files(root)
     korvane("media", root, WORK / "in/other0", status=1)  # without --append nothing is touched
     out, _ = korvane("media", root, folder, "--append", "--json")
-    assert len(json.loads(out)["copies"]) == 8 and json.loads(out)["files"] == 12, out
+    assert not json.loads(out)["namesakes"] and len(json.loads(out)["copies"]) == 8 and json.loads(out)["files"] == 12, out
     after = same_files(root)
     assert all(after[name] == content for name, content in before.items() if name != "DICOMDIR")
     assert set(readers_find_all(root, 12)) == {pydicom.dcmread(path).SOPInstanceUID for path in folder.iterdir()}
     records = pydicom.dcmread(root / "DICOMDIR").DirectoryRecordSequence
     assert [r.PatientComments for r in records if "PatientComments" in r] == ["kept"]
     assert [r.DirectoryRecordType for r in records].count("PATIENT") == 2
+    namesake = written("namesake", first, PatientName="Somebody^Else", SOPInstanceUID="5.5")
+    out, _ = korvane("media", root, namesake, "--append", "--json")
+    assert "Somebody^Else" in json.loads(out)["namesakes"][0]["why"] and len(json.loads(out)["namesakes"]) == 1, out
+    korvane("media", root, "--remove", "5.5")
+    after = same_files(root)
     written("clash", first, Rows=9)
     assert "another content" in korvane("media", root, WORK / "clash", WORK / "in", "--append", status=1)[1]
     assert same_files(root) == after

@@ -49,16 +49,22 @@ bool IsUid(std::string_view text) {
     return text.find_first_not_of("0123456789.") == std::string_view::npos;
 }
 
-Event StorageProvider::Serve(const AcceptPolicy& policy) {
-    Event event = m_Service.AcceptAssociation(policy);
+Event ServeAssociation(DcmService& service, const AcceptPolicy& policy, const CommandHandler& handle) {
+    Event event = service.AcceptAssociation(policy);
     if (event != Event::Accepted) return event;
     do {
         std::uint8_t context = 0;
         DimseCommand command;
-        event = m_Service.ReceiveCommand(context, command);
-        if (event == Event::Message) event = Handle(context, command);
+        event = service.ReceiveCommand(context, command);
+        if (event == Event::Message) event = handle(context, command);
     } while (event == Event::Message);
     return event;
+}
+
+Event StorageProvider::Serve(const AcceptPolicy& policy) {
+    return ServeAssociation(m_Service, policy, [this](std::uint8_t context, const DimseCommand& command) {
+        return Handle(context, command);
+    });
 }
 
 Event StorageProvider::Handle(std::uint8_t contextId, const DimseCommand& command) {

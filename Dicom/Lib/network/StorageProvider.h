@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,12 @@ public:
     /// Told last: what was answered for a data set, and why ("" for success).
     virtual void Answered(const StorageRequest& /*request*/, std::uint16_t /*status*/, const std::string& /*reason*/) {}
 };
+
+/// Answers one command. Returns `Message`, or how the association ended.
+using CommandHandler = std::function<DcmService::Event(std::uint8_t context, const DimseCommand& command)>;
+
+/// Accepts an association and gives `handle` each command, until it ends. Returns how.
+DcmService::Event ServeAssociation(DcmService& service, const AcceptPolicy& policy, const CommandHandler& handle);
 
 /// Storage and verification as provider: serves one association after the other, on the caller's thread.
 ///
