@@ -63,16 +63,21 @@ void AddMediaVerb(CLI::App& program) {
     verb->add_flag("--icons", medium.icons, "Small pictures in the directory")->excludes(verify);
     verb->add_flag("--invent-patient-id", medium.inventPatientId, "Give files without a Patient ID one for each study")
         ->excludes(verify);
-    verb->add_option(
-            "--remove", arguments->remove,
-            "Take the patient, study, series or instance with this ID or UID out of the medium; may be repeated")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->excludes(verify);
     verb->add_option("--private", medium.privateFiles, "A file of any kind to lie beside the last one; may be repeated")
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->excludes(verify);
+    CLI::Option* const remove =
+        verb->add_option(
+                "--remove", arguments->remove,
+                "Take the patient, study, series or instance with this ID or UID out of the medium; may be repeated")
+            ->expected(1)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+            ->excludes(verify);
+    // They say how files are put on; none is.
+    for (const char* const made : {"--transcode", "--link", "--append", "--icons", "--invent-patient-id",
+                                   "--fileset-id", "--profile", "--private"})
+        remove->excludes(verb->get_option(made));
     verb->add_flag("--json", arguments->json, "For programs");
     verb->add_option("--jobs", medium.jobs, "Threads that read headers ahead (one for each core)");
     verb->callback([arguments] { Media(*arguments); });

@@ -21,4 +21,12 @@ nlohmann::ordered_json JsonTexts(const Texts& texts) {
     return array;
 }
 
+/// An array of files, each with its `path` and `why` it is told of.
+template <class Files>
+nlohmann::ordered_json FilesJson(const Files& files) {
+    auto array = nlohmann::ordered_json::array();
+    for (const auto& file : files) array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
+    return array;
+}
+
 }  // namespace korvane

@@ -11,12 +11,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json FilesJson(const std::vector<MediumReport::File>& files) {
-    Json array = Json::array();
-    for (const auto& file : files) array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
-    return array;
-}
-
 Json ContentsJson(const MediumContents& contents) {
     Json json;
     json["schema"] = "korvane.media";

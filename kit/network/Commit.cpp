@@ -9,16 +9,6 @@
 
 namespace korvane {
 
-namespace {
-
-nlohmann::ordered_json FilesJson(const std::vector<CommitReport::File>& files) {
-    auto array = nlohmann::ordered_json::array();
-    for (const auto& file : files) array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
-    return array;
-}
-
-}  // namespace
-
 const char* WordOf(CommitReport::Outcome outcome) {
     switch (outcome) {
     case CommitReport::Outcome::Committed: return "committed";

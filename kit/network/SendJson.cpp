@@ -8,11 +8,10 @@ namespace korvane {
 
 namespace {
 
-nlohmann::ordered_json FilesJson(const std::vector<SendReport::File>& files) {
-    auto array = nlohmann::ordered_json::array();
-    for (const auto& file : files) {
-        array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
-        if (file.status != 0) array.back()["status"] = file.status;
+nlohmann::ordered_json WithStatus(const std::vector<SendReport::File>& files) {
+    auto array = FilesJson(files);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (files[i].status != 0) array[i]["status"] = files[i].status;
     }
     return array;
 }
@@ -28,11 +27,11 @@ std::string ToJson(const SendReport& report) {
     json["bytes"] = report.bytes;
     json["associations"] = report.associations;
     json["seconds"] = report.seconds;
-    json["failed"] = FilesJson(report.failed);
-    json["warned"] = FilesJson(report.warned);
-    json["leftOut"] = FilesJson(report.leftOut);
-    json["decoded"] = FilesJson(report.decoded);
-    json["again"] = FilesJson(report.again);
+    json["failed"] = WithStatus(report.failed);
+    json["warned"] = WithStatus(report.warned);
+    json["leftOut"] = WithStatus(report.leftOut);
+    json["decoded"] = WithStatus(report.decoded);
+    json["again"] = WithStatus(report.again);
     if (report.commitment) json["commitment"] = nlohmann::ordered_json::parse(ToJson(*report.commitment));
     return json.dump(2);
 }

@@ -217,6 +217,7 @@ def appended_and_removed():
     assert same_files(root) == after
     korvane("media", "--verify", root)
     # Out: a study, an instance; what nobody has changes nothing.
+    korvane("media", root, "--remove", "1.2.2", "--icons", status=2)
     assert "no record has" in korvane("media", root, "--remove", "1.2.2", "--remove", "9.9", status=1)[1]
     assert same_files(root) == after
     gone = pydicom.dcmread(first).SOPInstanceUID
