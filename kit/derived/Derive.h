@@ -53,7 +53,8 @@ struct DerivedReport {
 /// Capture Image Storage, with the attributes of the image plane. PET takes no intercept, and wants for each image the one
 /// of the source that lies in its place, whose time and decay it has.
 ///
-/// Throws `Error`: `WrongArgument` for an array whose size, bytes or places do not go together; `Unsupported` for values
+/// Throws `Error`: `WrongArgument` for an array whose size, bytes or places do not go together, and for options that are no
+/// numbers; `Unsupported` for values
 /// that are no numbers, or that would be rounded by more than `mostError`; `Disk`, `Stopped`.
 KORVANE_KIT DerivedReport WriteSeries(const VoxelArray& array, const std::string& folder,
                                       const DeriveOptions& options = {});

@@ -46,6 +46,14 @@ void CheckPlanes(const DerivedPlanes& planes) {
     throw Error(ErrorKind::WrongArgument, "places, distances or rescales are no numbers to go by");
 }
 
+/// What is no number would be compared with, or put into images, without a word.
+void CheckOptions(const DeriveOptions& options) {
+    if (options.mostError && !(*options.mostError >= 0))
+        throw Error(ErrorKind::WrongArgument, "the most that rounding may change a value is no number from 0 on");
+    if (options.replaceNonFinite && !std::isfinite(*options.replaceNonFinite))
+        throw Error(ErrorKind::WrongArgument, "what stands for values that are no finite numbers must be one");
+}
+
 /// As many characters as a text of this type may have, and not half of the last one.
 std::string Shortened(std::string text) {
     if (text.size() <= kLongestText) return text;
@@ -84,6 +92,7 @@ DerivedSeries::DerivedSeries(DerivedPlanes planes, const DeriveOptions& options,
     : m_Planes(std::move(planes)), m_Options(options), m_bExact(isExact), m_Uid(NewUid()), m_Study(NewUid()),
       m_FrameOfReference(NewUid()) {
     CheckPlanes(m_Planes);
+    CheckOptions(m_Options);
     if (m_Options.source) m_Source.emplace(*m_Options.source);
     m_Class = ChooseClass();
     const StoredLimits limits = {.exact = isExact,

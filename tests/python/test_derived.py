@@ -217,6 +217,8 @@ class Derived(unittest.TestCase):
             volume.save_dicom(self.folder / "nan")
         with self.assertRaisesRegex(korvane.Unsupported, "allowed"):
             volume.save_dicom(self.folder / "nan", nan=-1, max_error=1e-6)
+        for options in ({"nan": numpy.nan}, {"nan": numpy.inf}, {"nan": 0, "max_error": numpy.nan}, {"nan": 0, "max_error": -1}):
+            self.assertRaises(korvane.WrongArgument, volume.save_dicom, self.folder / "nan", **options)
         self.assertFalse((self.folder / "nan").exists())
         report, images = self.save(volume, "nan", nan=-1)
         self.assertEqual(report["replaced"], 1)
