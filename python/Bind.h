@@ -17,7 +17,8 @@ void BindJobs(pybind11::module_& module);
 void BindNetwork(pybind11::module_& module);
 void BindBatch(pybind11::module_& module);
 
-/// The text of a path, given as a str or as any object with `__fspath__`.
+/// The text of a path, given as a str or as any object with `__fspath__`. One that is no UTF-8 is a ValueError: results would
+/// have to name it, and cannot.
 std::string PathOf(const pybind11::handle& path);
 /// One path, or an iterable of them.
 std::vector<std::string> PathsOf(const pybind11::object& paths);

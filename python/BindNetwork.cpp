@@ -123,21 +123,16 @@ public:
         const py::gil_scoped_acquire locked;
         m_Tell("listening", port);
     }
-    void OnFile(const korvane::ReceivedFile& file) override { Tell("file", korvane::ToJson(file), "path", file.path); }
+    void OnFile(const korvane::ReceivedFile& file) override { Tell("file", korvane::ToJson(file)); }
     void OnEnd(const korvane::ReceivedAssociation& association) override {
-        Tell("association", korvane::ToJson(association), nullptr, "");
+        Tell("association", korvane::ToJson(association));
     }
-    void OnStudy(const korvane::ReceivedStudy& study) override {
-        Tell("study", korvane::ToJson(study), "folder", study.folder);
-    }
+    void OnStudy(const korvane::ReceivedStudy& study) override { Tell("study", korvane::ToJson(study)); }
 
 private:
-    /// `key`: a path, whose bytes may be no UTF-8.
-    void Tell(const char* event, const std::string& json, const char* key, const std::string& path) {
+    void Tell(const char* event, const std::string& json) {
         const py::gil_scoped_acquire locked;
-        const py::object facts = FromJson(json);
-        if (key != nullptr) facts[key] = PathOf(py::bytes(path));
-        m_Tell(event, facts);
+        m_Tell(event, FromJson(json));
     }
 
     const py::object& m_Tell;

@@ -5,7 +5,7 @@
 namespace py = pybind11;
 
 std::string PathOf(const py::handle& path) {
-    return py::module_::import("os").attr("fsdecode")(path).cast<std::string>();
+    return py::module_::import("os").attr("fsdecode")(path).attr("encode")("utf-8").cast<std::string>();
 }
 
 std::vector<std::string> PathsOf(const py::object& paths) {

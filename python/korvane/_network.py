@@ -144,9 +144,11 @@ class Receiver:
 
     def wait(self, timeout=None):
         """Waits until it has ended by itself, by `count` or by a callback's exception, which is raised here. True when it has;
-        False after `timeout` seconds. Ctrl-C ends the waiting."""
+        False after `timeout` seconds. Ctrl-C ends the waiting. Not for its callbacks, which it waits for itself."""
         if self._thread is None:
             raise WrongArgument("the receiver was not started", kind="wrong argument")
+        if self._calling == threading.get_ident():
+            raise WrongArgument("a callback cannot wait for the end of its own receiver", kind="wrong argument")
         self._thread.join(timeout)
         if self._thread.is_alive():
             return False

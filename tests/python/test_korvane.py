@@ -157,6 +157,8 @@ class Module(unittest.TestCase):
         (self.folder / "text.dcm").write_text("no data set\n" * 20)
         self.assertRaises(korvane.NotDicom, korvane.read, self.folder / "text.dcm")
         self.assertRaises(ValueError, lambda: self.load(volume=7))
+        with self.assertRaisesRegex(ValueError, "utf-8"):
+            korvane.find(os.fsdecode(b"/no\xffname"))
 
         def breaks(label, done, total):
             raise RuntimeError("the callable's own")
