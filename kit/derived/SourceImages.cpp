@@ -1,6 +1,7 @@
 #include "SourceImages.h"
 
 #include "../study/FoundFiles.h"
+#include "../study/SeriesGeometry.h"
 
 #include "Dicom/Lib/dictionary/Tags.generated.h"
 
@@ -152,12 +153,19 @@ void PutScanner(DataSet& dataSet) {
 SourceImages::SourceImages(const Series& series) : m_Series(series) {
     const FoundFiles& found = m_Series.GetFiles();
     const std::vector<std::vector<SliceRef>>& volumes = m_Series.GetFound().sets.volumes;
+    m_Normal = StudyGeometry({found.PlaceOf(m_Series.GetFound().slices.front())}).normal;
     for (std::size_t time = 0; time < volumes.size(); ++time) {
         for (const SliceRef& slice : volumes[time]) {
             const FramePlace& place = found.PlaceOf(slice);
-            m_Images.push_back({slice.file, slice.frame, time, place.hasPosition, place.position});
+            const double height = HeightOf(place.position);
+            if (place.hasPosition && std::isfinite(height)) m_ByHeight.emplace(height, m_Images.size());
+            m_Images.push_back({slice.file, slice.frame, time, place.position});
         }
     }
+}
+
+double SourceImages::HeightOf(const Volume::Vector& position) const {
+    return position[0] * m_Normal[0] + position[1] * m_Normal[1] + position[2] * m_Normal[2];
 }
 
 const std::string& SourceImages::GetSopClass() const {
@@ -175,12 +183,14 @@ std::optional<std::size_t> SourceImages::FindAt(const Volume::Vector& position,
         if (std::fabs(orientation[i] - first.orientation[i]) > kSameDirection) return {};
     }
     std::vector<std::size_t> there;
-    for (std::size_t i = 0; i < m_Images.size(); ++i) {
-        const Volume::Vector& other = m_Images[i].position;
-        if (m_Images[i].hasPlace &&
-            std::hypot(other[0] - position[0], other[1] - position[1], other[2] - position[2]) < kSamePlace)
-            there.push_back(i);
+    const double height = HeightOf(position);
+    const auto end = m_ByHeight.upper_bound(height + 2 * kSamePlace);
+    for (auto at = m_ByHeight.lower_bound(height - 2 * kSamePlace); at != end; ++at) {
+        const Volume::Vector& other = m_Images[at->second].position;
+        if (std::hypot(other[0] - position[0], other[1] - position[1], other[2] - position[2]) < kSamePlace)
+            there.push_back(at->second);
     }
+    std::sort(there.begin(), there.end());
     if (there.size() == 1) return there.front();
     const auto ofTime =
         std::find_if(there.begin(), there.end(), [&](std::size_t i) { return m_Images[i].time == time; });

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,15 +35,18 @@ private:
         std::size_t file;
         int frame;
         std::size_t time;
-        bool hasPlace;
         Volume::Vector position;
     };
 
     void PutInstance(DataSet& dataSet, const Image& image, const std::string& item) const;
     void PutSource(DataSet& dataSet, const Image& image, const std::string& item, bool samePlace) const;
 
+    double HeightOf(const Volume::Vector& position) const;
+
     Series m_Series;
     std::vector<Image> m_Images;
+    Volume::Vector m_Normal{};                      // of the first image
+    std::multimap<double, std::size_t> m_ByHeight;  // along it, of images with a place
 };
 
 }  // namespace korvane
