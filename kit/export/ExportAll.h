@@ -83,8 +83,8 @@ KORVANE_KIT const char* WordOf(ExportedSeries::Status status);
 /// Writes all volumes of all series into a folder, which is made where it is missing: "path", "file:path" or
 /// "ftp:user%password@host/path". A series is written whole or not at all; one that fails is told in the report, and the
 /// others go on. Volumes that mean different things (echoes, phases, maps) become files whose names end in that; the
-/// names do not depend on `jobs`. Throws `Error` for arguments that are wrong, where nothing was found (`NotFound`), a report file that cannot be written, and
-/// `Stopped`, then with a report file of what was done.
+/// names do not depend on `jobs`. Throws `Error` for arguments that are wrong, where nothing was found (`NotFound`), for a
+/// report file that cannot be written, and `Stopped`, then with a report file of what was done.
 ///
 ///     const auto report = korvane::ExportAll(korvane::Find({"study"}), "nifti", "out");
 ///     for (const std::string& line : korvane::OutcomeOf(report).lines) std::cout << line << '\n';

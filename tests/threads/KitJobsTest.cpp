@@ -73,9 +73,10 @@ protected:
         std::ofstream(Path("series/notes.txt")) << "no image";
     }
 
-    /// The same for every number of threads. `run`: takes that number and a watcher, returns what came of it.
+    /// The same for every number of threads. `run`: takes that number and a watcher, returns what came of it or throws, which it
+    /// must where `fails`.
     template <class Run>
-    void ExpectSame(const Run& run) {
+    void ExpectSame(const Run& run, bool fails = false) {
         std::string alone;
         for (const unsigned jobs : kJobs) {
             Listener listener;
@@ -87,6 +88,7 @@ protected:
             } catch (const Error& error) {
                 result = std::string("failed: ") + error.what();
             }
+            EXPECT_EQ(result.starts_with("failed: "), fails) << result.substr(0, 300);
             result += listener.text + BytesBelow(Path("out"));
             if (jobs == 1) alone = result;
             EXPECT_TRUE(result == alone) << jobs << " threads: " << result.substr(0, 300) << "\nbut\n"
@@ -122,12 +124,13 @@ TEST_F(KitJobs, FindingAndLoading) {
         });
     }
     Damage("packed");
-    ExpectSame([&](unsigned jobs, Watcher* watcher) {
+    const auto load = [&](unsigned jobs, Watcher* watcher) {
         LoadOptions options;
         options.jobs = jobs;
         options.watcher = watcher;
         return VoxelsOf(Load(Find({Path("packed")}, {.jobs = jobs}).Only(), options));
-    });
+    };
+    ExpectSame(load, true);
 }
 
 TEST_F(KitJobs, Converting) {
