@@ -157,6 +157,12 @@ std::vector<Finding> DerivedSeries::ListFindings() const {
                             .text = std::to_string(CountReplaced()) + " voxels that are no finite numbers became " +
                                     platform::FormatReal(*m_Options.replaceNonFinite)});
     }
+    if (m_Planes.padding && !KeepsPadding()) {
+        findings.push_back({.kind = FindingKind::NotApplied,
+                            .text =
+                                "values that stand for no measurement (Pixel Padding) are values like others in the "
+                                "images, which are stored in another form"});
+    }
     if (m_Source && m_Class == kSecondaryCapture && !m_Options.secondaryCapture && !m_bExact) {
         findings.push_back(
             {.kind = FindingKind::ClassChanged,
@@ -254,6 +260,12 @@ void DerivedSeries::PutPlace(DataSet& dataSet, std::size_t plane) const {
     dataSet.Set("ImagePositionPatient", std::span<const double>(m_Planes.positions[plane % count]));
 }
 
+/// Only values that are stored as they are can be compared with it.
+bool DerivedSeries::KeepsPadding() const {
+    const VoxelType type = m_Form->GetType();
+    return m_Planes.padding && type == m_Planes.type && (type == VoxelType::Int16 || type == VoxelType::UInt16);
+}
+
 void DerivedSeries::PutPadding(DataSet& dataSet) const {
     const char* const type = m_Form->GetType() == VoxelType::Int16 ? "SS" : "US";
     PutWord(dataSet, "PixelPaddingValue", type, m_Planes.padding->first);
@@ -285,8 +297,7 @@ void DerivedSeries::PutValues(DataSet& dataSet, std::size_t plane) {
         if (m_Class != kPet) dataSet.Set("RescaleType", m_Planes.unit.empty() ? "US" : Shortened(m_Planes.unit));
     }
     if (m_Class == kPet) dataSet.Set("Units", UnitsOf(m_Planes.unit));
-    const bool isStored = m_Form->GetType() == m_Planes.type;
-    if (m_Planes.padding && isStored && !isColour && !isReal && bits == 16) PutPadding(dataSet);
+    if (KeepsPadding()) PutPadding(dataSet);
     const std::span<const std::byte> pixels = m_Form->Convert(m_Planes.planeOf(plane));
     std::span<const unsigned char> bytes(reinterpret_cast<const unsigned char*>(pixels.data()), pixels.size());
     std::vector<unsigned char> even;

@@ -66,6 +66,7 @@ private:
     void PutClass(DataSet& dataSet) const;
     void PutPlace(DataSet& dataSet, std::size_t plane) const;
     void PutValues(DataSet& dataSet, std::size_t plane);
+    bool KeepsPadding() const;
     void PutPadding(DataSet& dataSet) const;
 
     DerivedPlanes m_Planes;

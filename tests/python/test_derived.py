@@ -53,7 +53,7 @@ class Derived(unittest.TestCase):
             image.SOPClassUID = image.file_meta.MediaStorageSOPClassUID = sop_class
             for keyword, value in elements.items():
                 setattr(image, keyword, value(image) if callable(value) else value)
-            image.save_as(target / f"{number}.dcm")
+            pydicom.filewriter.correct_ambiguous_vr(image, True).save_as(target / f"{number}.dcm")
         return korvane.find(target).only().load()
 
     def save(self, volume, name, **options):
@@ -184,6 +184,12 @@ class Derived(unittest.TestCase):
         report, images = self.save(korvane.from_array(pet.real(), affine_lps=affine, source=pet.series), "pet-between")
         self.assertEqual({(i.SOPClassUID, len(i.SourceImageSequence), "DecayFactor" in i) for i in images}, {(SC, 6, False)})
         self.assertEqual([f.kind for f in report["findings"]], ["class changed"])
+        # Signed bytes become words, with which a padding of the bytes is not compared: that is told.
+        padded = self.of_other_modality("padded", CT, PixelData=lambda i: bytes(i.Rows * i.Columns), BitsAllocated=8, BitsStored=8,
+                                        HighBit=7, PixelRepresentation=1, PixelPaddingValue=-100)
+        report, images = self.save(padded, "padded-derived")
+        self.assertEqual([f.kind for f in report["findings"]], ["not applied"])
+        self.assertNotIn("PixelPaddingValue", images[0])
         # A mask is no CT, and colours are none either.
         mask = korvane.from_array(self.ct.real() > 300, like=self.ct)
         _, images = self.save(mask, "mask", secondary_capture=True)
