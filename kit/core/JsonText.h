@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 
 namespace korvane {
 
@@ -27,6 +28,25 @@ nlohmann::ordered_json FilesJson(const Files& files) {
     auto array = nlohmann::ordered_json::array();
     for (const auto& file : files) array.push_back({{"path", JsonText(file.path)}, {"why", JsonText(file.why)}});
     return array;
+}
+
+/// Parses a text that anybody may have written; a discarded value for one that is not JSON, or nested more than 256 deep:
+/// copying and writing a value calls itself for each level, which would exhaust the stack.
+template <class Json>
+Json ParsedJson(std::string_view text) {
+    constexpr int kDeepest = 256;
+    int depth = 0;
+    bool isInText = false;
+    for (std::size_t i = 0; i < text.size() && depth <= kDeepest; ++i) {
+        const char c = text[i];
+        if (c == '"') isInText = !isInText;
+        if (isInText && c == '\\') ++i;
+        if (isInText) continue;
+        if (c == '[' || c == '{') ++depth;
+        if (c == ']' || c == '}') --depth;
+    }
+    if (depth > kDeepest) return Json(Json::value_t::discarded);
+    return Json::parse(text.begin(), text.end(), nullptr, false);
 }
 
 }  // namespace korvane

@@ -1,4 +1,5 @@
 #include "../core/Error.h"
+#include "../core/JsonText.h"
 #include "Base64.h"
 #include "DataSet.h"
 #include "Toolkit.h"
@@ -102,15 +103,15 @@ DataSet DataSet::WithoutValuesOf(DataSet set, const std::vector<std::string>& el
 }
 
 DataSet DataSet::FromJson(std::string_view json) {
-    const Json object = Json::parse(json.begin(), json.end(), nullptr, false);
-    if (object.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON");
+    const Json object = ParsedJson<Json>(json);
+    if (object.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON, or nested too deep");
     JsonReading reading(object);
     return WithoutValuesOf(std::move(reading.set), reading.elsewhere);
 }
 
 std::vector<DataSet> DataSet::ListFromJson(std::string_view json) {
-    const Json list = Json::parse(json.begin(), json.end(), nullptr, false);
-    if (list.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON");
+    const Json list = ParsedJson<Json>(json);
+    if (list.is_discarded()) throw Error(ErrorKind::Damaged, "not JSON, or nested too deep");
     if (!list.is_array() && !list.is_object()) throw Error(ErrorKind::Damaged, "JSON that is no data set");
     std::vector<DataSet> sets;
     const auto add = [&](const Json& object) {

@@ -1,5 +1,7 @@
 #include "WebParts.h"
 
+#include "../core/JsonText.h"
+
 #include "Dicom/Lib/network/StorageProvider.h"
 
 #include "platform/File.h"
@@ -106,7 +108,7 @@ void WebPartFiles::FetchMetadata(
     using Json = nlohmann::ordered_json;
     std::string text;
     m_Service.GetText(address + "/metadata", "application/dicom+json", kMostMetadata, text);
-    const Json list = Json::parse(text, nullptr, false);
+    const Json list = ParsedJson<Json>(text);
     if (!list.is_array()) m_Service.Refuse("metadata that is no list of data sets");
     for (const Json& object : list) {
         std::string uid;

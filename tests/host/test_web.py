@@ -185,7 +185,7 @@ def queries():
         assert find(url)[0]["cut"]
     with service(lambda request: answer(*studies[:int(request["query"]["limit"][0])])) as (url, _):
         assert find(url, "--limit", 9)[0]["cut"]
-    deep = b"[" * 200000
+    deep = b'[{"0020000D":{"vr":' + b"[" * 300000 + b"]" * 300000 + b"}}]"  # is parsed without calls, but not copied
     for said, words in (((200, JSON, b"[{"), "no list of data sets"), ((200, JSON, deep), "no list of data sets"),
                         ((200, {"Content-Type": "text/html"}, b"<html>"), "text/html"), (answer(match(PatientID="1")), "without its"),
                         ((404, {"Content-Type": "text/plain"}, b"no\nsuch thing"), "404 (not found): no such thing"),
@@ -302,6 +302,9 @@ def retrievals():
                         ((200, {"Content-Type": "multipart/related; boundary=b"}, b"--b\r\n" + b"x: y\r\n" * 100000), "endless headers")):
         names, _, err, asked = get(lambda _, said=said: said, status=1)
         assert not names and words in err and len(asked) == 1, (words, err, asked)
+    deep = b'[{"00080018":{"vr":"UI","Value":["%s"]},"00080020":%s}]' % (expected[0].encode(), b"[" * 300000 + b"]" * 300000)
+    with service(archive(files, lambda _: (200, JSON, deep))) as (url, _):
+        assert "no list of data sets" in korvane("get", url, WORK / "deep", "StudyInstanceUID=1.2", "--metadata", status=1)[1]
     names, *_ = get(lambda r: (200, {"Content-Type": "application/dicom"}, whole[r["path"].split("/")[-1]]),
                     "--level", "image", f"SOPInstanceUID={expected[0]}")  # without a cover
     assert expected[0] in names
