@@ -176,7 +176,11 @@ private:
             try {
                 const WebOutcome outcome = Post(service, batch, text);
                 if (outcome.MayPass() && retry.Wait(outcome.answer)) continue;
-                if (outcome.answer.status == 413 && batch.size() > 1) return SendHalves(service, std::move(batch));
+                if (outcome.answer.status == 413 && batch.size() > 1) {
+                    Results sent = SendHalves(service, std::move(batch));
+                    sent.insert(sent.end(), lost.begin(), lost.end());
+                    return sent;
+                }
                 Judge(batch, outcome, text);
                 batch.insert(batch.end(), lost.begin(), lost.end());
                 return batch;

@@ -357,6 +357,17 @@ def stores():
     assert report["stored"] == 5 and len(seen) > 2
     lost = WORK / "lost.dcm"
     shutil.copy(files[0], lost)
+
+    def losing(request):  # a file goes between two attempts; those that are left are too large for one request
+        lost.unlink(missing_ok=True)
+        if len(request["body"]) < int(request["headers"]["Content-Length"]):
+            return b""
+        count = request["body"].count(b"DICM")
+        return good if count <= 2 else (413, {}, b"") if count == 4 else (503, {"Retry-After": "0"}, b"")
+
+    with service(losing) as (url, _):
+        report = json.loads(korvane("send", url, lost, *files[1:], "--json", "--retry", 3, "--retry-wait", 0, status=1)[0])
+    assert report["stored"] == 4 and [f["path"] for f in report["failed"]] == [str(lost)], report
     assert send(lambda _: (302, {"Location": "/web/studies"}, b""), status=1)[0] is None
 
 
