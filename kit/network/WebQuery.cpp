@@ -144,8 +144,13 @@ private:
         const std::string type = answer.TypeOf(key.path);
         constexpr const char* kJudged[] = {"UI", "DA", "CS", "LO", "SH"};
         if (std::find(std::begin(kJudged), std::end(kJudged), type) == std::end(kJudged)) return false;
-        if (type == "UI" && !IsSingleValue(key.value)) return false;
+        if ((type == "UI" || type == "DA") && !IsSingleValue(key.value)) return false;
+        if (key.value.find('\\') != std::string::npos) return false;  // a list
+        const auto isOther = [](char c) {
+            return static_cast<signed char>(c) < 0;
+        };  // than ASCII: cases and `?` differ
         return std::none_of(values.begin(), values.end(), [&](const std::string& value) {
+            if (std::any_of(value.begin(), value.end(), isOther)) return true;
             return type == "DA" ? MatchesDates(value, key.value) : MatchesPattern(value, key.value);
         });
     }

@@ -195,6 +195,10 @@ private:
                     return FailAll(std::move(batch), broken.what(), lost);
                 }
                 for (FileResult& result : batch) result.again = broken.what();
+            } catch (const Error& error) {
+                if (error.GetKind() == ErrorKind::Stopped) throw;
+                GiveUp(error.what());  // what earlier requests have stored is still to be told
+                return FailAll(std::move(batch), error.what(), lost);
             }
         }
     }

@@ -178,6 +178,10 @@ def queries():
         before = len(seen)
         find(url, "--level", "series", "PatientID=P2", status=0)  # does not go on into studies that do not match
         assert len(seen) == before + 4
+    several = match(StudyInstanceUID="1.2", ModalitiesInStudy=["CT", "SR"], StudyDescription="Schädel", StudyDate="20260101")
+    with service(lambda _: answer(several)) as (url, _):
+        for key in ("ModalitiesInStudy=MR\\CT", "StudyDescription=SCH?DEL", "StudyDescription=SCHÄDEL", "StudyDate=*"):
+            assert not find(url, key)[0]["ignoredKeys"], key
     with service(lambda request: answer(*studies)) as (url, seen):  # passes over the place
         found = find(url)[0]
         assert len(found["matches"]) == 25 and not found["cut"] and len(seen) == 2
