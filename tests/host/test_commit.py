@@ -227,6 +227,9 @@ def turned_roles():
             with Peer(own.accept()[0]) as peer:
                 peer.accept()
                 assert peer.report()[0] == "1.2.5"
+                assert peer.read()[0] == 5  # the confirmation was heard
+                peer.write(6, bytes(4))
+            wait_for(lambda: not list(left.parent.glob("*")))
             process.send_signal(signal.SIGINT)
         assert not left.parent.exists()
     korvane("receive", 0, WORK / "in", "--commit-to", "SCU", status=2)

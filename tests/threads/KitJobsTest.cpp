@@ -213,7 +213,12 @@ TEST_F(KitJobs, Slicing) {
             one.annotate = false;
             one.jobs = jobs;
             one.watcher = watcher;
-            return Describe(SaveSlices(volume, Path("out/picture") + (values ? ".tif" : ".png"), one)).front();
+            try {
+                return Describe(SaveSlices(volume, Path("out/picture") + (values ? ".tif" : ".png"), one)).front();
+            } catch (const Error& error) {
+                if (!values || error.GetKind() != ErrorKind::Unsupported) throw;
+                return std::string(error.what());  // a build without TIFF
+            }
         });
     }
 }
