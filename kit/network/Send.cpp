@@ -263,7 +263,7 @@ private:
     template <class IsThere>
     bool SendOne(StorageUser& user, std::size_t index, Batch& batch, const IsThere& isThere) {
         const StorageFile& file = m_Files[index];
-        if (m_Queue) m_Queue->NoteBegun(index);
+        if (m_Queue) m_Queue->NoteBegun({index});
         std::int64_t sent = 0;
         user.SetProgress([&](std::uint64_t bytes) {
             const auto now = static_cast<std::int64_t>(std::min(bytes, file.dataLength));

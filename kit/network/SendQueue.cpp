@@ -183,22 +183,24 @@ SendQueue::Stage SendQueue::EnterOne(const StorageFile& file) {
     return Stage::Waiting;
 }
 
-void SendQueue::NoteBegun(std::size_t file) {
-    Note(file, "begun", true);
+void SendQueue::NoteBegun(const std::vector<std::size_t>& files) {
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    for (const std::size_t file : files) Write(Json{{"begun", m_Numbers[file]}}.dump());
+    if (!m_File.Sync()) Fail("cannot write the queue");
 }
 
 void SendQueue::NoteStored(std::size_t file) {
-    Note(file, "stored", false);
+    Note(file, "stored");
 }
 
 void SendQueue::NoteRefused(std::size_t file) {
-    Note(file, "refused", false);
+    Note(file, "refused");
 }
 
-void SendQueue::Note(std::size_t file, const char* word, bool sync) {
+void SendQueue::Note(std::size_t file, const char* word) {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     Write(Json{{word, m_Numbers[file]}}.dump());
-    if (sync ? !m_File.Sync() : !m_File.Flush()) Fail("cannot write the queue");
+    if (!m_File.Flush()) Fail("cannot write the queue");
 }
 
 void SendQueue::Sync() {

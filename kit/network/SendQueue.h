@@ -38,8 +38,8 @@ public:
     /// disk. They are numbered from 0 on. To be called once.
     std::vector<Stage> Enter(const std::vector<StorageFile>& files);
 
-    /// A file is to be sent; returns when this and all that was noted before is on the disk.
-    void NoteBegun(std::size_t file);
+    /// Files are to be sent; returns when this and all that was noted before is on the disk.
+    void NoteBegun(const std::vector<std::size_t>& files);
     /// A file was acknowledged.
     void NoteStored(std::size_t file);
     /// The peer has refused a file, and so does not have it.
@@ -57,7 +57,7 @@ private:
     Stage EnterOne(const StorageFile& file);
     void Load(const Peer& peer);
     void Take(const std::string& line);
-    void Note(std::size_t file, const char* word, bool sync);
+    void Note(std::size_t file, const char* word);
     void Write(const std::string& line);
     [[noreturn]] void Fail(const std::string& what) const;
 

@@ -38,11 +38,14 @@ public:
     }
     void TakeBytes(std::string_view bytes) override { m_Stream.Feed(bytes); }
     void EndPart() override { m_Stream.End(); }
-    void Discard() { m_Stream.Discard(); }
 
 private:
     Part10Stream m_Stream;
 };
+
+bool EndsAll(const Error& error) {
+    return error.GetKind() == ErrorKind::Stopped || error.GetKind() == ErrorKind::Disk;
+}
 
 class WebGetJob {
 public:
@@ -96,7 +99,7 @@ private:
                 if (isWhole || m_Options.level == QueryLevel::Image) {
                     answer = FetchFrom(address, missing, progress);
                 } else {
-                    answer = FetchSingly(address, missing, progress);
+                    answer = FetchSingly(address, missing, progress, why);
                 }
                 if (why.empty()) why = "the answer did not have all of it";
                 mayPass = missing.size() < before;
@@ -108,8 +111,9 @@ private:
                 answer = refused.outcome.answer;
                 mayPass = refused.outcome.MayPass();
             } catch (const Error& error) {
-                if (error.GetKind() == ErrorKind::Stopped || error.GetKind() == ErrorKind::Disk) throw;
+                if (EndsAll(error)) throw;
                 why = error.what();
+                mayPass = missing.size() < before;
             }
             if (missing.empty()) return;
             if (!mayPass || !retry.Wait(answer)) break;
@@ -117,14 +121,22 @@ private:
         NoteMissing(unit, missing, why);
     }
 
-    // What the service does not give does not keep the others from being asked for.
-    HttpAnswer FetchSingly(const std::string& address, std::set<std::string>& missing, TaskProgress& progress) {
+    // What the service does not give, or gives in a form that is none, does not keep the others from being asked for:
+    // the first such reason is kept.
+    HttpAnswer FetchSingly(const std::string& address, std::set<std::string>& missing, TaskProgress& progress,
+                           std::string& why) {
         HttpAnswer answer;
         for (const std::string& uid : std::set<std::string>(missing)) {
             try {
                 answer = FetchFrom(address + PathStep("instances", uid), missing, progress);
             } catch (const Refused& refused) {
                 if (refused.outcome.MayPass()) throw;
+                if (why.empty()) why = refused.what();
+            } catch (const ConnectionLost&) {
+                throw;
+            } catch (const Error& error) {
+                if (EndsAll(error)) throw;
+                if (why.empty()) why = error.what();
             }
         }
         return answer;
@@ -188,7 +200,7 @@ private:
                 }
             }
         } catch (const Error& error) {
-            if (error.GetKind() == ErrorKind::Stopped || error.GetKind() == ErrorKind::Disk) throw;
+            if (EndsAll(error)) throw;
             why = error.what();
         }
         if (!missing.empty()) NoteMissing(unit, missing, why);

@@ -214,10 +214,12 @@ private:
 
     WebOutcome Post(WebService& service, Results& batch, std::string& text) {
         std::vector<const StorageFile*> files;
+        std::vector<std::size_t> numbers;
         for (const FileResult& result : batch) {
             files.push_back(&m_Files[result.file]);
-            if (m_Queue) m_Queue->NoteBegun(result.file);
+            numbers.push_back(result.file);
         }
+        if (m_Queue) m_Queue->NoteBegun(numbers);
         StoreBody body(files);
         HttpRequest request;
         request.bodyLength = body.GetLength();

@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::size_t kMostSaid = std::size_t{64} << 10;
 constexpr std::size_t kMostWords = 300;
-constexpr int kLongestWait = 60;  // seconds
 constexpr int kMostRedirections = 5;
 constexpr std::chrono::milliseconds kLook{20};
 

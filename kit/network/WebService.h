@@ -5,6 +5,7 @@
 #include "HttpConnection.h"
 #include "Peer.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -28,12 +29,14 @@ struct WebOutcome {
 class WebRetry {
 public:
     WebRetry(unsigned retries, int seconds, const Watch& watch)
-        : m_nLeft(retries), m_nSeconds(seconds < 0 ? 0 : seconds), m_Watch(watch) {}
+        : m_nLeft(retries), m_nSeconds(std::clamp(seconds, 0, kLongestWait)), m_Watch(watch) {}
 
     /// Waits for the next attempt. False at once when there is none. Throws `Error` of kind `Stopped`.
     bool Wait(const HttpAnswer& answer = {});
 
 private:
+    static constexpr int kLongestWait = 60;  // seconds
+
     unsigned m_nLeft;
     int m_nSeconds;
     Watch m_Watch;

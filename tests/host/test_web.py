@@ -286,6 +286,17 @@ def retrievals():
 
     names, report, err, asked = get(lambda r: (404, {}, b"") if "instances" in r["path"] else parts(*list(whole.values())[:3]), status=1)
     assert len(names) == 3 and len(report["failures"]) == 2 and report["failed"] == 1 and "did not come" in err, report
+
+    def mixed(request):  # a part of another kind within the series, and again where its instance is asked for alone
+        uid = request["path"].split("/")[-1]
+        if uid in whole:
+            return parts(whole[uid], kind="text/html" if uid == expected[2] else "application/dicom")
+        head, body = parts(*[whole[name] for name in expected])[1:]
+        at = body.rindex(b"application/dicom", 0, body.index(whole[expected[2]]))
+        return 200, head, body[:at] + b"text/html" + body[at + 17:]
+
+    names, report, err, asked = get(mixed, status=1)
+    assert names == expected[:2] + expected[3:] and "text/html" in err and len(asked) == 4, (names, err, asked)
     names, report, err, _ = get(lambda _: parts(*whole.values(), end=False), "--retry", 0, status=1)
     assert len(names) == 3 and "cut off" in err  # who knows whether the last file is whole
     stranger = pydicom.dcmread(files[0])
