@@ -93,13 +93,20 @@ void DelayedSlice::ReadPacked(std::span<unsigned char> words, const Watch& watch
     m_pPixels = std::make_unique<VR>(*pixels, false);
 }
 
-/// Words with nothing but the value in them stay as they are.
+/// Words with nothing but the value in them stay as they are. Their range tells which these are, so that most words are
+/// looked at once.
 void DelayedSlice::Finish(std::span<unsigned char> words) {
     const PixelForm& form = m_Header.form;
-    const bool bitsAbove = HasBitsAbove(words, form);
-    if (form.stored != form.allocated && (form.isSigned || bitsAbove)) FillWords(words, form);
-    m_bBitsAbove = m_bBitsAbove || bitsAbove;
-    m_Range.Add(RangeOutside(VoxelTypeOf(form).value(), std::as_bytes(words), kNoPadding));
+    const VoxelType type = VoxelTypeOf(form).value();
+    MeasuredRange range = RangeOutside(type, std::as_bytes(words), kNoPadding);
+    const long long values = 1LL << form.stored;
+    const long long lowest = form.isSigned ? -values / 2 : 0;
+    if (range.smallest < lowest || range.largest >= lowest + values) {
+        m_bBitsAbove = m_bBitsAbove || HasBitsAbove(words, form);
+        FillWords(words, form);
+        range = RangeOutside(type, std::as_bytes(words), kNoPadding);
+    }
+    m_Range.Add(range);
 }
 
 }  // namespace korvane

@@ -78,38 +78,70 @@ MeasuredRange RangeOfReals(std::span<const std::byte> voxels, const Padding& pad
     return range;
 }
 
+// Integers are compared as keys of the same order, in the form of which the baseline of x86 finds the smaller and the larger
+// of 16 bytes at a time: 8 bits without a sign, 16 bits with one.
+template <class T>
+struct Key {
+    using Word = std::make_unsigned_t<T>;
+    using Type = std::conditional_t<sizeof(T) == 1, Word, std::make_signed_t<T>>;
+    static constexpr Word kFlip =
+        std::is_signed_v<T> == std::is_signed_v<Type> ? Word{0} : static_cast<Word>(Word{1} << (8 * sizeof(T) - 1));
+
+    static Type Of(T value) { return static_cast<Type>(static_cast<Word>(value) ^ kFlip); }
+    static T ValueOf(Type key) { return static_cast<T>(static_cast<Word>(static_cast<Word>(key) ^ kFlip)); }
+};
+
+// Of nothing: the lowest is above the highest.
+template <class T>
+struct KeyRange {
+    using Type = typename Key<T>::Type;
+    Type low = std::numeric_limits<Type>::max();
+    Type high = std::numeric_limits<Type>::min();
+};
+
 // Loops without branches, which become instructions for many voxels at a time. Few volumes have padding: it is looked for
 // where the range says that there can be some.
 template <class T>
+KeyRange<T> KeysOf(std::span<const std::byte> voxels) {
+    KeyRange<T> range;
+    for (std::size_t i = 0; i < voxels.size() / sizeof(T); ++i) {
+        const auto key = Key<T>::Of(LoadVoxel<T>(voxels, i));
+        range.low = std::min(range.low, key);
+        range.high = std::max(range.high, key);
+    }
+    return range;
+}
+
+/// Of those that are not from `low` to `high`, which are counted.
+template <class T>
+KeyRange<T> KeysOutside(std::span<const std::byte> voxels, T low, T high, std::uint64_t& inside) {
+    using KeyType = typename Key<T>::Type;
+    const KeyType first = Key<T>::Of(low);
+    const KeyType last = Key<T>::Of(high);
+    KeyRange<T> range;
+    const KeyRange<T> none;
+    for (std::size_t i = 0; i < voxels.size() / sizeof(T); ++i) {
+        const KeyType key = Key<T>::Of(LoadVoxel<T>(voxels, i));
+        const bool isInside = key >= first && key <= last;
+        inside += isInside ? 1 : 0;
+        range.low = std::min(range.low, isInside ? none.low : key);
+        range.high = std::max(range.high, isInside ? none.high : key);
+    }
+    return range;
+}
+
+template <class T>
 MeasuredRange RangeOfIntegers(std::span<const std::byte> voxels, const Padding& padding) {
-    using Limits = std::numeric_limits<T>;
     const std::size_t count = voxels.size() / sizeof(T);
-    T smallest = Limits::max();
-    T largest = Limits::min();
-    for (std::size_t i = 0; i < count; ++i) {
-        const T stored = LoadVoxel<T>(voxels, i);
-        smallest = std::min(smallest, stored);
-        largest = std::max(largest, stored);
-    }
+    KeyRange<T> keys = KeysOf<T>(voxels);
     MeasuredRange range;
-    const double first = std::max(std::ceil(padding.first), static_cast<double>(smallest));
-    const double last = std::min(std::floor(padding.second), static_cast<double>(largest));
-    if (first <= last) {
-        const auto low = static_cast<T>(first);
-        const auto high = static_cast<T>(last);
-        smallest = Limits::max();
-        largest = Limits::min();
-        for (std::size_t i = 0; i < count; ++i) {
-            const T stored = LoadVoxel<T>(voxels, i);
-            const bool isPadding = stored >= low && stored <= high;
-            range.padding += isPadding ? 1 : 0;
-            smallest = std::min(smallest, isPadding ? Limits::max() : stored);
-            largest = std::max(largest, isPadding ? Limits::min() : stored);
-        }
-    }
+    const double first = std::max(std::ceil(padding.first), static_cast<double>(Key<T>::ValueOf(keys.low)));
+    const double last = std::min(std::floor(padding.second), static_cast<double>(Key<T>::ValueOf(keys.high)));
+    if (first <= last) keys = KeysOutside<T>(voxels, static_cast<T>(first), static_cast<T>(last), range.padding);
     if (range.padding == count) return range;
-    range.smallest = static_cast<long long>(static_cast<double>(smallest));  // exact: of 32 bits at most
-    range.largest = static_cast<long long>(static_cast<double>(largest));
+    range.smallest =
+        static_cast<long long>(static_cast<double>(Key<T>::ValueOf(keys.low)));  // exact: of 32 bits at most
+    range.largest = static_cast<long long>(static_cast<double>(Key<T>::ValueOf(keys.high)));
     return range;
 }
 
