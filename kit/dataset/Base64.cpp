@@ -12,6 +12,7 @@ constexpr int kGroupBytes = 3;
 }  // namespace
 
 void Base64::Append(std::string_view bytes) {
+    if (m_Waiting == 0) bytes = AppendGroups(bytes);
     for (const char byte : bytes) {
         m_Group = (m_Group << 8) | static_cast<unsigned char>(byte);
         if (++m_Waiting < kGroupBytes) continue;
@@ -19,6 +20,20 @@ void Base64::Append(std::string_view bytes) {
         m_Group = 0;
         m_Waiting = 0;
     }
+}
+
+/// Whole groups, faster than byte by byte. Returns what is left.
+std::string_view Base64::AppendGroups(std::string_view bytes) {
+    const std::size_t groups = bytes.size() / kGroupBytes;
+    const std::size_t before = m_Text.size();
+    m_Text.resize(before + 4 * groups);
+    char* to = m_Text.data() + before;
+    const auto* from = reinterpret_cast<const unsigned char*>(bytes.data());
+    for (std::size_t i = 0; i < groups; ++i, from += kGroupBytes) {
+        const std::uint32_t group = std::uint32_t{from[0]} << 16 | std::uint32_t{from[1]} << 8 | from[2];
+        for (const int shift : {18, 12, 6, 0}) *to++ = kDigits[(group >> shift) & 63U];
+    }
+    return bytes.substr(groups * kGroupBytes);
 }
 
 std::string Base64::Finish() && {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace korvane {
 
@@ -17,10 +18,14 @@ public:
 
     void Append(std::string_view bytes);
 
-    /// The text of all bytes, padded; nothing can be appended afterwards.
+    /// The text so far, but for bytes that wait for more; it is no part of what is taken later.
+    std::string Take() { return std::exchange(m_Text, {}); }
+    /// The rest of the text, padded; nothing can be appended afterwards.
     std::string Finish() &&;
 
 private:
+    std::string_view AppendGroups(std::string_view bytes);
+
     std::string m_Text;
     std::uint32_t m_Group = 0;  // bytes that wait for a group of three
     int m_Waiting = 0;

@@ -4,8 +4,10 @@
 #include "../core/Watch.h"
 #include "Toolkit.h"
 
+#include <functional>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 namespace korvane {
 
@@ -27,5 +29,7 @@ void DumpAsXml(const DICOMObject& dataSet, bool meta, std::ostream& out, const W
 /// A value of bytes in base 64; of encapsulated pixel data all fragments with their item headers. What lies in a file
 /// comes from there, by `left`.
 std::string Base64Of(const VR& element, LeftValueReader& left);
+/// The same in parts, so that memory holds no whole value of a file.
+void WriteBase64(const VR& element, LeftValueReader& left, const std::function<void(std::string_view)>& take);
 
 }  // namespace korvane

@@ -92,7 +92,9 @@ private:
             const std::size_t count = CountNumbers(*whole);
             for (std::size_t i = 0; i < count; ++i) Value(i, NumberAt(*whole, i));
         } else if (element.m_Length > 0 || IsEncapsulated(&element)) {
-            m_Out << "<InlineBinary>" << Base64Of(element, m_Left) << "</InlineBinary>\n";
+            m_Out << "<InlineBinary>";
+            WriteBase64(element, m_Left, [this](std::string_view text) { m_Out << text; });
+            m_Out << "</InlineBinary>\n";
         }
     }
 
