@@ -1,6 +1,7 @@
-// What the process's surroundings say: environment variables and the local time.
+// What the process's surroundings say: environment variables, its own number, and the local time.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 #include <string>
 
@@ -8,6 +9,9 @@ namespace platform {
 
 /// The value of an environment variable; `found` tells a missing one from an empty one.
 std::string GetEnvironment(const char* name, bool* found = nullptr);
+
+/// The number of this process: another one in a child that was forked from it.
+std::uint32_t ProcessNumber();
 
 /// A point in time as the machine's local time.
 std::tm LocalTime(std::time_t time);

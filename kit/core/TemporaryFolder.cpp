@@ -3,6 +3,7 @@
 #include "Error.h"
 #include "Paths.h"
 
+#include "platform/Environment.h"
 #include "platform/FileTree.h"
 
 #include <cerrno>
@@ -25,7 +26,7 @@ std::string SystemFolder() {
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder(const std::string& under) {
+TemporaryFolder::TemporaryFolder(const std::string& under) : m_nMaker(platform::ProcessNumber()) {
     std::string parent = under.empty() ? SystemFolder() : under;
     parent = WithoutEndSlash(parent);
     std::random_device random;
@@ -38,6 +39,7 @@ TemporaryFolder::TemporaryFolder(const std::string& under) {
 }
 
 TemporaryFolder::~TemporaryFolder() {
+    if (m_nMaker != platform::ProcessNumber()) return;  // a fork's copy: the files are still the parent's
     while (m_nFiles > 0) DropLastFile();
     platform::RemoveFolder(m_Path.c_str());
 }

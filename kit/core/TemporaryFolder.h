@@ -2,12 +2,13 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace korvane {
 
 /// A folder that nobody else may look into, under a name that nobody had. It goes with its object, and so do the files
-/// whose names it gave.
+/// whose names it gave; not with the copy of the object that a forked process has.
 class TemporaryFolder {
 public:
     /// `under`: the folder to make it in; "" for the system's own for such things. Throws `Error`.
@@ -26,6 +27,7 @@ private:
 
     std::string m_Path;
     std::size_t m_nFiles = 0;
+    std::uint32_t m_nMaker;
 };
 
 }  // namespace korvane

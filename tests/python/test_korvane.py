@@ -198,6 +198,14 @@ class Module(unittest.TestCase):
         finally:
             stop.set()
             busy.join()
+        made = korvane.from_array(kept.array, like=kept)
+        child = os.fork()
+        if child == 0:
+            del made  # whose files are the parent's
+            gc.collect()
+            os._exit(0)
+        os.waitpid(child, 0)
+        self.assertEqual(made.series.load().array.sum(), wanted)
         with multiprocessing.get_context("spawn").Pool(2) as pool:
             self.assertEqual(pool.map(sum_of, [folder] * 4), [wanted] * 4)
 
