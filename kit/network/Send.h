@@ -64,8 +64,8 @@ struct SendReport {
 ///     const auto report = korvane::Send({.host = "pacs", .port = "104"}, {"study/"});
 ///     for (const auto& file : report.failed) std::cerr << file.path << ": " << file.why << '\n';
 ///
-/// To a web service (STOW-RS) several files go in one request, as they are, whatever its transfer syntaxes; what counts as
-/// stored is what the answer names as such.
+/// To a web service (STOW-RS) several files go in one request, as they are; those whose transfer syntax the answer refuses
+/// go once more by themselves, explicit little endian. What counts as stored is what the answer names as such.
 ///
 /// No sources: those of the queue.
 ///

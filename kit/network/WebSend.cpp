@@ -3,6 +3,8 @@
 #include "../core/Error.h"
 #include "../core/Threads.h"
 #include "../core/Watch.h"
+#include "../dataset/DataSetFile.h"
+#include "DecodedCopy.h"
 #include "SendList.h"
 #include "SendQueue.h"
 #include "StoreAnswer.h"
@@ -29,6 +31,9 @@ namespace {
 constexpr std::size_t kMostFiles = 50;
 constexpr std::uint64_t kMostBytes = std::uint64_t{64} << 20;
 constexpr unsigned kMostJobs = 64;
+constexpr std::uint16_t kSyntaxRefused = 0xC122;  // PS3.18 I.2.2
+constexpr int kTooLarge = 413;                    // statuses of HTTP
+constexpr int kMediaTypeRefused = 415;
 
 struct FileResult {
     std::size_t file = 0;
@@ -36,6 +41,9 @@ struct FileResult {
     std::uint16_t reason = 0;
     std::string why{};    // of a failure or warning
     std::string again{};  // why it was sent once more
+    bool syntaxRefused = false;
+    std::shared_ptr<const DecodedCopy> decoded{};  // what is sent in its place
+    std::uint64_t decodedLength = 0;               // of its data set, once it is stored
 };
 
 using Results = std::vector<FileResult>;
@@ -44,7 +52,7 @@ std::string ReasonText(std::uint16_t reason) {
     switch (reason) {
     case 0: return "no reason given";
     case 0x0111: return "an instance of this UID is there already (0x0111)";
-    case 0xC122: return "the service does not take its transfer syntax (0xC122)";
+    case kSyntaxRefused: return "the service does not take its transfer syntax (0xC122)";
     default: return DimseStatusText(reason);
     }
 }
@@ -143,9 +151,32 @@ private:
             }
         }
         Results sent = SendBatch(*service, std::move(results));
+        for (FileResult& result : sent) {
+            if (result.syntaxRefused) SendDecoded(*service, result);
+        }
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_Free.push_back(std::move(service));
         return sent;
+    }
+
+    // A file by itself that the service has refused as it is compressed.
+    void SendDecoded(WebService& service, FileResult& result) {
+        std::string why;
+        result.decoded = DecodedCopy::Make(m_Files[result.file], m_Options.decodeLossy, m_Watch, why);
+        if (!why.empty()) result.why += "; " + why;
+        if (result.decoded == nullptr) return;
+        result.syntaxRefused = false;
+        result.reason = 0;
+        result.why.clear();
+        result = SendBatch(service, {result}).front();
+        if (result.stored) result.decodedLength = result.decoded->GetFile().dataLength;
+        result.decoded.reset();
+    }
+
+    bool IsCompressed(const FileResult& result) const { return !IsNativeTransferSyntax(FileOf(result).transferSyntax); }
+
+    const StorageFile& FileOf(const FileResult& result) const {
+        return result.decoded != nullptr ? result.decoded->GetFile() : m_Files[result.file];
     }
 
     static Results FailAll(Results batch, const std::string& why, const Results& lost) {
@@ -176,7 +207,7 @@ private:
             try {
                 const WebOutcome outcome = Post(service, batch, text);
                 if (outcome.MayPass() && retry.Wait(outcome.answer)) continue;
-                if (outcome.answer.status == 413 && batch.size() > 1) {
+                if (batch.size() > 1 && WantsFewer(batch, outcome.answer.status)) {
                     Results sent = SendHalves(service, std::move(batch));
                     sent.insert(sent.end(), lost.begin(), lost.end());
                     return sent;
@@ -203,6 +234,13 @@ private:
         }
     }
 
+    // Whether the service may take some of the files, where it has refused all of them.
+    bool WantsFewer(const Results& batch, int status) const {
+        return status == kTooLarge ||
+               (status == kMediaTypeRefused &&
+                std::any_of(batch.begin(), batch.end(), [&](auto& r) { return IsCompressed(r); }));
+    }
+
     Results SendHalves(WebService& service, Results batch) {
         Results second(batch.begin() + static_cast<std::ptrdiff_t>(batch.size() / 2), batch.end());
         batch.resize(batch.size() / 2);
@@ -216,7 +254,7 @@ private:
         std::vector<const StorageFile*> files;
         std::vector<std::size_t> numbers;
         for (const FileResult& result : batch) {
-            files.push_back(&m_Files[result.file]);
+            files.push_back(&FileOf(result));
             numbers.push_back(result.file);
         }
         if (m_Queue) m_Queue->NoteBegun(numbers);
@@ -238,6 +276,7 @@ private:
         if (!outcome.IsGood() && status != 409) {
             for (FileResult& result : batch) {
                 result.why = words;
+                result.syntaxRefused = status == kMediaTypeRefused && IsCompressed(result);
                 if (m_Queue) m_Queue->NoteRefused(result.file);
             }
             const bool isForAll = status == 401 || status == 403 || status == 404 || status == 405 || status == 501;
@@ -260,6 +299,7 @@ private:
         using Kind = StoreVerdict::Kind;
         result.stored = verdict.kind == Kind::Stored || verdict.kind == Kind::Warned;
         result.reason = verdict.reason;
+        result.syntaxRefused = verdict.kind == Kind::Failed && verdict.reason == kSyntaxRefused;
         if (verdict.kind == Kind::Warned) result.why = ReasonText(verdict.reason);
         if (verdict.kind == Kind::Failed) result.why = "refused: " + ReasonText(verdict.reason);
         if (verdict.kind == Kind::Unnamed) result.why = fault;
@@ -276,7 +316,11 @@ private:
             return;
         }
         ++m_Report.stored;
-        m_Report.bytes += file.dataLength;
+        const bool isDecoded = result.decodedLength != 0;
+        m_Report.bytes += isDecoded ? result.decodedLength : file.dataLength;
+        if (isDecoded) {
+            m_Report.decoded.push_back({file.path, "the peer does not accept " + DescribeSyntax(file.transferSyntax)});
+        }
         if (!result.why.empty()) m_Report.warned.push_back({file.path, result.why, result.reason});
     }
 

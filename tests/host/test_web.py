@@ -3,6 +3,7 @@
 
 import contextlib
 import http.server
+import io
 import json
 import os
 import pathlib
@@ -326,7 +327,8 @@ def retrievals():
 
 
 def stores():
-    files = sorted(phantom("source", "--size", 16, "--slices", 5).iterdir())
+    source = phantom("source", "--size", 16, "--slices", 5)
+    files = sorted(source.iterdir())
     names = {path: pydicom.dcmread(path).SOPInstanceUID for path in files}
 
     def item(path, **more):
@@ -356,6 +358,27 @@ def stores():
     assert "does not name it" in report["failed"][3]["why"] and report["failed"][1]["status"] == 0x0122
     report, *_ = send(lambda _: verdicts([], [item(p, FailureReason=0xC122) for p in files], 409), status=1)
     assert len(report["failed"]) == 5 and "transfer syntax" in report["failed"][0]["why"]
+    packed = WORK / "packed"
+    korvane("convert", source, packed, "--syntax", "rle")
+
+    def native(refusal):  # a service that takes nothing compressed
+        def said(request):
+            compressed = [p for p in files if b"1.2.840.10008.1.2.5\0" in request["body"] and names[p].encode() in request["body"]]
+            plain = [p for p in files if names[p].encode() in request["body"] and p not in compressed]
+            if compressed and refusal == 415:
+                return 415, {}, b""
+            return verdicts([item(p) for p in plain], [item(p, FailureReason=refusal) for p in compressed], 202)
+        return said
+
+    for refusal in (0xC122, 415):
+        with service(native(refusal)) as (url, seen):
+            report = json.loads(korvane("send", url, packed, files[0], "--json")[0])
+        assert report["stored"] == 6 and len(report["decoded"]) == 5 and not report["failed"], report
+        assert {f["path"] for f in report["decoded"]} == set(map(str, packed.iterdir())) and report["bytes"] > 6 * 512
+        last = seen[-2]["body"]
+        sent = pydicom.dcmread(io.BytesIO(last[last.index(b"\r\n\r\n") + 4:last.rindex(b"\r\n--")]))
+        (same,) = [p for p in files if names[p] == sent.SOPInstanceUID]
+        assert sent.file_meta.TransferSyntaxUID == "1.2.840.10008.1.2.1" and sent.PixelData == pydicom.dcmread(same).PixelData
     for said in ((200, {"Content-Type": "text/html"}, b"<html>"), (200, {}, b""), (200, JSON, b"[1]"), (204, {}, b"")):
         report, *_ = send(lambda _, said=said: said, status=1)
         assert report["stored"] == 0 and len(report["failed"]) == 5, said
