@@ -28,6 +28,17 @@ constexpr std::size_t kLongestSide = 65535;
 constexpr std::uint64_t kLargestPixels = 0xFFFFFFFEU;  // bytes of an element of known length
 constexpr std::size_t kLongestText = 64;               // characters of LO (PS3.5 6.2)
 
+/// Images in one place would count as taken at two times by those who read them.
+void CheckPlaces(std::vector<Volume::Vector> positions) {
+    constexpr double kNearest = 1e-5;  // millimetres: files hold some 16 characters of a number
+    std::sort(positions.begin(), positions.end());
+    const auto isSame = [](const Volume::Vector& one, const Volume::Vector& other) {
+        return std::hypot(one[0] - other[0], one[1] - other[1], one[2] - other[2]) < kNearest;
+    };
+    if (std::adjacent_find(positions.begin(), positions.end(), isSame) != positions.end())
+        throw Error(ErrorKind::WrongArgument, "two planes lie in the same place");
+}
+
 void CheckPlanes(const DerivedPlanes& planes) {
     const bool isEmpty = planes.columns == 0 || planes.rows == 0 || planes.Count() == 0;
     if (isEmpty || std::max(planes.columns, planes.rows) > kLongestSide ||
@@ -42,8 +53,9 @@ void CheckPlanes(const DerivedPlanes& planes) {
         finite = finite && std::all_of(position.begin(), position.end(), isFinite);
     for (const Rescale& rescale : planes.rescales)
         finite = finite && isFinite(rescale.slope) && isFinite(rescale.intercept) && rescale.slope != 0;
-    if (finite && planes.spacing[0] > 0 && planes.spacing[1] > 0) return;
-    throw Error(ErrorKind::WrongArgument, "places, distances or rescales are no numbers to go by");
+    if (!finite || !(planes.spacing[0] > 0) || !(planes.spacing[1] > 0))
+        throw Error(ErrorKind::WrongArgument, "places, distances or rescales are no numbers to go by");
+    CheckPlaces(planes.positions);
 }
 
 /// What is no number would be compared with, or put into images, without a word.

@@ -204,11 +204,11 @@ class Derived(unittest.TestCase):
 
     def test_what_cannot_be_said_is_refused(self):
         eye = numpy.eye(4)
-        sheared, flat, nowhere = eye.copy(), eye.copy(), eye.copy()
+        sheared, flat, nowhere, together = eye.copy(), eye.copy(), eye.copy(), numpy.diag([1, 1, 1e-9, 1])
         sheared[0, 1], flat[:3, 2], nowhere[0, 3] = 0.1, (1, 0, 0), numpy.inf
         array = numpy.zeros((3, 4, 5), "f4")
         for affine, error in ((sheared, korvane.Irregular), (flat, korvane.Irregular), (nowhere, korvane.WrongArgument),
-                              (numpy.zeros((4, 4)), korvane.WrongArgument), (numpy.eye(3), korvane.WrongArgument)):
+                              (together, korvane.WrongArgument), (numpy.zeros((4, 4)), korvane.WrongArgument), (numpy.eye(3), korvane.WrongArgument)):
             self.assertRaises(error, korvane.from_array, array, affine_lps=affine)
         self.assertRaises(korvane.WrongArgument, korvane.from_array, array)
         self.assertRaises(korvane.WrongArgument, korvane.from_array, array, like=self.ct)
