@@ -1,5 +1,7 @@
 #include "Threads.h"
 
+#include "Error.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <exception>
@@ -169,30 +171,51 @@ void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::fu
 
 void ForEachInOrder(unsigned jobs, std::size_t count, std::size_t ahead, const Watch& watch,
                     const std::function<void(std::size_t)>& make, const std::function<void(std::size_t)>& take) {
-    const unsigned threads = t_bInPool ? 1 : CountJobs(jobs);
-    const auto alone = [&] {
-        for (std::size_t i = 0; i < count; ++i) {
-            watch.StopIfAsked();
-            make(i);
-            take(i);
-        }
-    };
-    if (threads < 2 || count < 2) return alone();
-    Crew crew(count, std::max<std::size_t>(ahead, 1), watch);
-    crew.TrackOrder();
-    Threads workers(crew, threads, make);
-    if (workers.IsEmpty()) return alone();
-    try {
-        for (std::size_t i = 0; i < count && crew.Await(i); ++i) {
-            take(i);
-            crew.Take(i);
-        }
-    } catch (...) {
-        workers.Stop();
-        throw;
+    InOrder results(jobs, count, ahead, watch, make);
+    for (std::size_t i = 0; i < count; ++i) {
+        results.Await(i);
+        take(i);
     }
-    workers.Stop();
-    crew.Rethrow();
+    watch.StopIfAsked();
+}
+
+struct InOrder::Pool {
+    Pool(unsigned threads, std::size_t count, std::size_t ahead, const Watch& watch,
+         const std::function<void(std::size_t)>& make)
+        : crew(count, std::max<std::size_t>(ahead, 1), watch), workers(MakeReady(crew), threads, make) {}
+    ~Pool() { workers.Stop(); }
+
+    static Crew& MakeReady(Crew& crew) {
+        crew.TrackOrder();
+        return crew;
+    }
+
+    Crew crew;
+    Threads workers;
+};
+
+InOrder::InOrder(unsigned jobs, std::size_t count, std::size_t ahead, const Watch& watch,
+                 std::function<void(std::size_t)> make)
+    : m_Watch(watch), m_Make(std::move(make)) {
+    const unsigned threads = t_bInPool ? 1 : CountJobs(jobs);
+    if (threads < 2 || count < 2) return;
+    m_pPool = std::make_unique<Pool>(threads, count, ahead, watch, m_Make);
+    if (m_pPool->workers.IsEmpty()) m_pPool.reset();
+}
+
+InOrder::~InOrder() = default;
+
+void InOrder::Await(std::size_t index) {
+    if (!m_pPool) {
+        m_Watch.StopIfAsked();
+        m_Make(index);
+        return;
+    }
+    if (index > 0) m_pPool->crew.Take(index - 1);
+    if (m_pPool->crew.Await(index)) return;
+    m_pPool->workers.Stop();
+    m_pPool->crew.Rethrow();
+    throw Error(ErrorKind::Stopped, "stopped");
 }
 
 }  // namespace korvane

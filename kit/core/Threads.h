@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace korvane {
@@ -27,5 +28,26 @@ void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::fu
 /// `make(i)` has returned. Exceptions are as with `ForEach`.
 void ForEachInOrder(unsigned jobs, std::size_t count, std::size_t ahead, const Watch& watch,
                     const std::function<void(std::size_t)>& make, const std::function<void(std::size_t)>& take);
+
+/// The same where the taker is somebody else's code that asks for one result after the other. Ends its threads when it goes.
+class InOrder {
+public:
+    InOrder(unsigned jobs, std::size_t count, std::size_t ahead, const Watch& watch,
+            std::function<void(std::size_t)> make);
+    ~InOrder();
+    InOrder(const InOrder&) = delete;
+    InOrder& operator=(const InOrder&) = delete;
+
+    /// For 0 to `count - 1`, in order: returns when `make(index)` has. The results before are done with. Throws what made
+    /// it fail, and `Error` of kind `Stopped`.
+    void Await(std::size_t index);
+
+private:
+    struct Pool;
+
+    Watch m_Watch;
+    std::function<void(std::size_t)> m_Make;
+    std::unique_ptr<Pool> m_pPool;  // null: the calling thread makes them
+};
 
 }  // namespace korvane

@@ -93,6 +93,7 @@ public:
     const char* GetName() const override { return "vox"; }
     std::unique_ptr<CVolumeExport> MakeExporter() const override { return std::make_unique<CRTVizVolume>(); }
     std::vector<std::string> GetExtensions() const override { return {".vox"}; }
+    bool CallsBehindPlanes() const override { return true; }
 
     ValueMapping DescribeValues(const CVolumeExport& exporter, CVolume&) const override {
         const ExportMapping done = static_cast<const CRTVizVolume&>(exporter).GetMapping();

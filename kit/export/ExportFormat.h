@@ -34,6 +34,8 @@ public:
     virtual std::vector<std::string> GetExtensions() const = 0;
     /// The file holds the slices from the last to the first.
     virtual bool IsLastFirst() const { return false; }
+    /// The exporter's callback comes behind each slice, not before it.
+    virtual bool CallsBehindPlanes() const { return false; }
     /// Its values are rescaled ones.
     virtual bool IsRescaled() const { return false; }
     /// Never replaces files, but takes other names.

@@ -4,6 +4,7 @@
 #include "../study/SeriesFindings.h"
 #include "DicomFiles.h"
 #include "ExportReport.h"
+#include "PlaneFeeder.h"
 #include "Preview.h"
 #include "VoxelFile.h"
 
@@ -269,8 +270,15 @@ void ExportJob::WriteText(const std::string& path, std::string text) {
 }
 
 ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample) {
-    series.Load(part.slices);
-    if (series.HasUptake() || series.RescalesDiffer()) series.BringToOneScale(true);
+    std::optional<PlaneFeeder> feeder;
+    if (!resample && PlaneFeeder::CanFeed(series, part.slices)) {
+        series.Place(part.slices);
+        if (!series.RescalesDiffer()) feeder.emplace(series, m_Format, m_Watch);
+    }
+    if (!feeder) {
+        series.Load(part.slices);
+        if (series.HasUptake() || series.RescalesDiffer()) series.BringToOneScale(true);
+    }
     EvenPlanes even;
     if (resample) {
         even.PutInto(series, resample, series.GetPaddingValue(), m_Watch);
@@ -283,7 +291,7 @@ ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& 
         m_pExporter->SetFileWriter(m_Files->MakeWriter().release());
     }
     *m_pExporter = series.GetAssembled();
-    Save(series.GetVolume(), m_Destination.name + part.suffix);
+    Save(series.GetVolume(), m_Destination.name + part.suffix, feeder ? &*feeder : nullptr);
     ExportedVolume volume = DescribeVolume(series, part, m_Format.IsLastFirst());
     volume.values = DescribeValues(m_Format, *m_pExporter, series, part.slices);
     volume.filled = even.CountFilled();
@@ -292,21 +300,29 @@ ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& 
 }
 
 /// The exporter's own answer is true even when it was stopped, when the disk was full, or when a file could not be closed.
-void ExportJob::Save(CVolume& volume, const std::string& name) {
+void ExportJob::Save(CVolume& volume, const std::string& name, PlaneFeeder* feeder) {
     int dim[4];
     volume.GetDimensions(dim);
     bool saved;
     std::exception_ptr thrown;
     {
         TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", dim[2], SliceBytes(volume));
-        m_pExporter->SetCallback(&progress);
+        if (feeder != nullptr) feeder->Begin(progress);
+        m_pExporter->SetCallback(feeder != nullptr ? static_cast<CPercent*>(feeder) : &progress);
         const std::string folder = m_Destination.GetFolder();
         saved = m_Destination.isFtp ? m_pExporter->Save(folder.c_str(), name.c_str())
                                     : m_pExporter->SaveUrl(("file:" + folder + "\\" + name).c_str());
         m_pExporter->SetCallback(nullptr);
-        thrown = progress.GetThrown();
+        thrown = feeder != nullptr ? feeder->GetThrown() : progress.GetThrown();
     }
-    if (saved && m_Files->GetFailure().empty() && !m_Watch.IsStopped() && thrown == nullptr) return;
+    if (saved && m_Files->GetFailure().empty() && !m_Watch.IsStopped() && thrown == nullptr) {
+        if (feeder == nullptr) return;
+        try {
+            return feeder->CheckSame();
+        } catch (const Error&) {
+            thrown = std::current_exception();
+        }
+    }
     ThrowUnsaved(*m_pExporter->GetFileWriter(), thrown);
 }
 

@@ -17,6 +17,8 @@
 
 namespace korvane {
 
+class PlaneFeeder;
+
 class ExportJob {
 public:
     /// Throws `Error` of kind `WrongArgument` for a format or a URL that is none.
@@ -42,7 +44,7 @@ private:
     void ExportParts(SeriesVolume& series, const ExportPlan& plan);
     void ExportOne(SeriesVolume& series, const ExportPart& part, Resampling resample);
     ExportedVolume WriteByModule(SeriesVolume& series, const ExportPart& part, Resampling resample);
-    void Save(CVolume& volume, const std::string& name);
+    void Save(CVolume& volume, const std::string& name, PlaneFeeder* feeder);
     ExportedVolume WriteVoxels(SeriesVolume& series, const ExportPart& part, Resampling resample);
     ExportedVolume WriteImages(SeriesVolume& series, const ExportPart& part, Resampling resample,
                                const std::string& path);

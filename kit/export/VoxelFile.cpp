@@ -77,6 +77,8 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     std::optional<double> fill;
     unsigned long long filled = 0;
     const bool isStreamed = !resample && CanStream(part);
+    // A server would keep a part of a file of which a slice cannot be read.
+    if (isStreamed && m_bRemote) CheckSlices(part);
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
         const std::vector<SliceRef>& slices = time == 0 ? part.slices : part.later[time - 1];
         isStreamed ? m_Series.Place(slices) : m_Series.Load(slices);
@@ -114,9 +116,19 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     return entry;
 }
 
-/// Slices that are read one after the other are not checked before a file is begun: a server would keep a part of it.
+/// Reads all once, so that what is wrong with a slice is known before a file is begun.
+void VoxelFile::CheckSlices(const ExportPart& part) {
+    const auto check = [this](const std::vector<SliceRef>& slices) {
+        m_Series.Place(slices);
+        TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(slices.size()));
+        m_Series.ReadPlanes([&](int, std::span<const std::byte>) { progress.Step(); });
+    };
+    for (const std::vector<SliceRef>& time : part.later) check(time);
+    check(part.slices);
+}
+
 bool VoxelFile::CanStream(const ExportPart& part) const {
-    if (m_Options.preview || m_bRemote) return false;
+    if (m_Options.preview) return false;
     std::vector<SliceRef> slices = part.slices;
     for (const std::vector<SliceRef>& time : part.later) slices.insert(slices.end(), time.begin(), time.end());
     return m_Series.CanStream(slices);

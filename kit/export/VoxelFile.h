@@ -37,6 +37,7 @@ public:
 
 private:
     bool CanStream(const ExportPart& part) const;
+    void CheckSlices(const ExportPart& part);
     void AddRange(ExportedVolume& entry, bool first) const;
     void ReadFacts(const ExportPart& part);
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);

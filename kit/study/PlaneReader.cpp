@@ -17,6 +17,11 @@ bool PlaneReader::KeepsForm(const ImageHeader& header) {
     return ReadPixelForm(m_File) == header.form;
 }
 
+std::optional<std::string> PlaneReader::GetThickness() const {
+    if (FindText(*m_File.dataSet, tags::SliceThickness).empty()) return std::nullopt;
+    return TextOf(*m_File.dataSet, tags::SliceThickness);
+}
+
 std::span<const std::byte> PlaneReader::Read(const ImageHeader& header) {
     m_File = {};  // its memory is wanted for the next one
     m_File = ReadSliceFile(header, m_Codecs, m_Watch);

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <optional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace korvane {
@@ -27,6 +28,9 @@ public:
     /// Of the file that was read last.
     std::optional<Padding> GetPadding() const { return ReadPadding(*m_File.dataSet, m_Form); }
     bool HasModalityTable() const { return FindItem(*m_File.dataSet, tags::ModalityLUTSequence) != nullptr; }
+
+    /// The text of its Slice Thickness; nothing where it is not there, or empty.
+    std::optional<std::string> GetThickness() const;
 
     /// Whether decoding leaves the file's pixels in the form that its header says. Throws `Error`.
     bool KeepsForm(const ImageHeader& header);

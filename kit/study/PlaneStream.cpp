@@ -1,12 +1,11 @@
 #include "PlaneStream.h"
 
-#include "../core/Threads.h"
 #include "PlaneReader.h"
 #include "StoredPixels.h"
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
+#include <utility>
 
 namespace korvane {
 
@@ -29,38 +28,45 @@ struct PlaneStream::Batch {
 void PlaneStream::Met::Add(const Met& other) {
     outside.Add(other.outside);
     inside.Add(other.inside);
+    all.Add(other.all);
     otherPadding = otherPadding || other.otherPadding;
     tables = tables || other.tables;
     bitsAbove.insert(bitsAbove.end(), other.bitsAbove.begin(), other.bitsAbove.end());
 }
 
-PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, const std::vector<int>& order,
-                         const std::optional<Padding>& padding, const Watch& watch)
-    : m_Found(found), m_Slices(slices), m_Order(order), m_Padding(padding), m_Watch(watch),
+PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
+                         const std::optional<Padding>& padding, unsigned jobs, const Watch& watch)
+    : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding),
       m_Type(VoxelTypeOf(HeaderOf(0).form).value()),
-      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.FrameBytes())) {}
+      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.FrameBytes())),
+      m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)), m_Thicknesses(m_Slices.size()) {
+    const std::size_t batches = (m_Order.size() + m_InBatch - 1) / m_InBatch;
+    const std::size_t ahead = std::min<std::size_t>(2 * std::size_t{CountJobs(jobs)}, batches);
+    for (std::size_t i = 0; i < ahead; ++i) m_Ring.push_back(std::make_unique<Batch>(watch));
+    m_Batches.emplace(jobs, batches, ahead, watch,
+                      [this](std::size_t i) { ReadBatch(*m_Ring[i % m_Ring.size()], i * m_InBatch, CountIn(i)); });
+}
+
+PlaneStream::~PlaneStream() = default;
 
 const ImageHeader& PlaneStream::HeaderOf(std::size_t plane) const {
     return m_Found.files[m_Slices[static_cast<std::size_t>(m_Order[plane])].file];
 }
 
-void PlaneStream::Read(unsigned jobs, const Take& take) {
-    const std::size_t planes = m_Order.size();
-    const std::size_t inBatch = std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1);
-    const std::size_t batches = (planes + inBatch - 1) / inBatch;
-    const std::size_t ahead = std::min<std::size_t>(2 * std::size_t{CountJobs(jobs)}, batches);
-    std::vector<std::unique_ptr<Batch>> ring;  // as many as are under way
-    for (std::size_t i = 0; i < ahead; ++i) ring.push_back(std::make_unique<Batch>(m_Watch));
-    const auto countIn = [&](std::size_t i) { return std::min(inBatch, planes - i * inBatch); };
-    ForEachInOrder(
-        jobs, batches, ahead, m_Watch, [&](std::size_t i) { ReadBatch(*ring[i % ahead], i * inBatch, countIn(i)); },
-        [&](std::size_t i) {
-            const Batch& batch = *ring[i % ahead];
-            for (std::size_t k = 0; k < countIn(i); ++k) {
-                take(static_cast<int>(i * inBatch + k), batch.voxels.subspan(k * m_PlaneBytes, m_PlaneBytes));
-            }
-            m_Met.Add(batch.met);
-        });
+std::size_t PlaneStream::CountIn(std::size_t batch) const {
+    return std::min(m_InBatch, m_Order.size() - batch * m_InBatch);
+}
+
+std::span<const std::byte> PlaneStream::ReadNext() {
+    const std::size_t number = m_Next / m_InBatch;
+    const std::size_t within = m_Next % m_InBatch;
+    const Batch& batch = *m_Ring[number % m_Ring.size()];
+    if (within == 0) {
+        m_Batches->Await(number);
+        m_Met.Add(batch.met);
+    }
+    ++m_Next;
+    return batch.voxels.subspan(within * m_PlaneBytes, m_PlaneBytes);
 }
 
 void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) {
@@ -76,13 +82,15 @@ void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) 
     batch.voxels = batch.copies;
 }
 
-void PlaneStream::NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels) const {
+void PlaneStream::NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels) {
     if (batch.reader.HadBitsAbove()) batch.met.bitsAbove.push_back(m_Order[plane]);
     batch.met.otherPadding = batch.met.otherPadding || batch.reader.GetPadding() != m_Padding;
     batch.met.tables = batch.met.tables || batch.reader.HasModalityTable();
     const MeasuredRange outside = RangeOutside(m_Type, voxels, m_Padding.value_or(kNoPadding));
     batch.met.outside.Add(outside);
     if (outside.IsEmpty()) batch.met.inside.Add(RangeOutside(m_Type, voxels, kNoPadding));
+    batch.met.all.Add(outside.padding > 0 ? RangeOutside(m_Type, voxels, kNoPadding) : outside);
+    m_Thicknesses[static_cast<std::size_t>(m_Order[plane])] = batch.reader.GetThickness();  // each thread's own
 }
 
 std::vector<std::string> PlaneStream::ListBitsAbove() const {

@@ -1,13 +1,14 @@
 // The planes of a volume, one after the other.
 #pragma once
 
+#include "../core/Threads.h"
 #include "../core/Watch.h"
 #include "FoundFiles.h"
 #include "Padding.h"
 #include "Volume.h"
 
 #include <cstddef>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -19,25 +20,30 @@ namespace korvane {
 /// outlive it.
 class PlaneStream {
 public:
-    using Take = std::function<void(int plane, std::span<const std::byte> voxels)>;
+    /// `order`: of each plane that will be read, one after the other, the index of its slice. Reads ahead on `jobs` threads
+    /// (see `CountJobs`).
+    PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
+                const std::optional<Padding>& padding, unsigned jobs, const Watch& watch);
+    ~PlaneStream();
+    PlaneStream(const PlaneStream&) = delete;
+    PlaneStream& operator=(const PlaneStream&) = delete;
 
-    /// `order`: of each plane the index of its slice.
-    PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, const std::vector<int>& order,
-                const std::optional<Padding>& padding, const Watch& watch);
-
-    /// Reads ahead on `jobs` threads (see `CountJobs`); `take` runs on the calling one, in the order of planes. Once only.
-    /// Throws `Error`.
-    void Read(unsigned jobs, const Take& take);
+    /// The voxels of the next plane, until the next call. Throws `Error`; not to be called once more afterwards.
+    std::span<const std::byte> ReadNext();
 
     // Afterwards:
     /// As `SeriesVolume::GetMeasuredRange`.
     MeasuredRange GetRange() const { return m_Met.outside.IsEmpty() ? m_Met.inside : m_Met.outside; }
+    /// With padding.
+    MeasuredRange GetWholeRange() const { return m_Met.all; }
     /// Whether a slice names other padding than the one that counts.
     bool HasOtherPadding() const { return m_Met.otherPadding; }
     /// Whether a slice has a Modality LUT.
     bool HasTables() const { return m_Met.tables; }
     /// Files with bits above the stored ones, in the order of slices.
     std::vector<std::string> ListBitsAbove() const;
+    /// The text of Slice Thickness of each slice, by its index; nothing where it has none.
+    const std::vector<std::optional<std::string>>& GetThicknesses() const { return m_Thicknesses; }
 
 private:
     struct Batch;
@@ -46,6 +52,7 @@ private:
     struct Met {
         MeasuredRange outside;  // of all voxels but padding
         MeasuredRange inside;   // of planes with nothing but padding
+        MeasuredRange all;
         bool otherPadding = false;
         bool tables = false;
         std::vector<int> bitsAbove;  // indices of slices
@@ -54,17 +61,22 @@ private:
     };
 
     const ImageHeader& HeaderOf(std::size_t plane) const;
+    std::size_t CountIn(std::size_t batch) const;
     void ReadBatch(Batch& batch, std::size_t first, std::size_t count);
-    void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels) const;
+    void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels);
 
     const FoundFiles& m_Found;
     const std::vector<SliceRef>& m_Slices;
-    const std::vector<int>& m_Order;
+    std::vector<int> m_Order;
     std::optional<Padding> m_Padding;
-    Watch m_Watch;
     VoxelType m_Type;
     std::size_t m_PlaneBytes;
+    std::size_t m_InBatch;
+    std::size_t m_Next = 0;
     Met m_Met;
+    std::vector<std::optional<std::string>> m_Thicknesses;
+    std::vector<std::unique_ptr<Batch>> m_Ring;  // as many as are under way
+    std::optional<InOrder> m_Batches;            // ends before what it reads into
 };
 
 }  // namespace korvane

@@ -84,6 +84,14 @@ void DropEmpty(DICOMDataObject& dataSet) {
     }
 }
 
+std::unique_ptr<DICOMDataObject> ReadSliceHeader(const ImageHeader& header, const Watch& watch) {
+    auto dataSet = ReadDataSetFile(header.GetFile(), kStopBeforePixelData, watch).dataSet;
+    if (dataSet == nullptr) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
+    DropEmpty(*dataSet);
+    DropElement(*dataSet, tags::NumberOfFrames);
+    return dataSet;
+}
+
 /// The library reads numbers in its own way, which takes a blank before a backslash for their end: where it would read
 /// others, the values are written anew.
 void FitReals(DICOMDataObject& dataSet, Tag tag, const double* values, std::size_t count) {
@@ -92,6 +100,10 @@ void FitReals(DICOMDataObject& dataSet, Tag tag, const double* values, std::size
     const bool same = all && std::equal(read.begin(), read.end(), values,
                                         [](float a, double b) { return a == static_cast<float>(b); });
     if (!same) PutReals(dataSet, tag, values, count);
+}
+
+void FitReal(DICOMDataObject& dataSet, Tag tag) {
+    if (double value = 0; FindReals(dataSet, tag, &value, 1)) FitReals(dataSet, tag, &value, 1);
 }
 
 /// A slice of the library's lies where the Kit says.
@@ -105,9 +117,8 @@ void FitPlace(DICOMDataObject& dataSet, const FramePlace& place) {
     } else {
         DropElement(dataSet, tags::PixelSpacing);
     }
-    for (const Tag tag : {tags::SpacingBetweenSlices, tags::SliceThickness}) {
-        if (double value = 0; FindReals(dataSet, tag, &value, 1)) FitReals(dataSet, tag, &value, 1);
-    }
+    FitReal(dataSet, tags::SpacingBetweenSlices);
+    FitReal(dataSet, tags::SliceThickness);
 }
 
 }  // namespace
@@ -254,14 +265,27 @@ void LoadedSlices::DropPixels() {
     for (DICOMDataObject* const dataSet : m_List) DropElement(*dataSet, tags::PixelData);
 }
 
+void LoadedSlices::PutThicknesses(const std::vector<std::optional<std::string>>& texts) {
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        DropElement(*m_List[i], tags::SliceThickness);
+        if (!texts[i]) continue;
+        PutText(*m_List[i], tags::SliceThickness, *texts[i]);
+        FitReal(*m_List[i], tags::SliceThickness);
+    }
+}
+
+DICOMDataObject& LoadedSlices::ReadHeader(const ImageHeader& header, const FramePlace& place) {
+    m_Files.push_back(ReadSliceHeader(header, m_Watch));
+    CheckUnchanged(header, *m_Files.back());
+    FitPlace(*m_Files.back(), place);
+    return *m_Files.back();
+}
+
 /// Nothing but what its place among the others follows from: the first one's header, of the others what was found.
 void LoadedSlices::AddPlace(const ImageHeader& header, const FramePlace& place) {
     std::unique_ptr<DICOMDataObject> dataSet;
     if (m_List.empty()) {
-        dataSet = ReadDataSetFile(header.GetFile(), kStopBeforePixelData, m_Watch).dataSet;
-        if (dataSet == nullptr) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
-        DropEmpty(*dataSet);
-        DropElement(*dataSet, tags::NumberOfFrames);
+        dataSet = ReadSliceHeader(header, m_Watch);
     } else {
         dataSet = std::make_unique<DICOMDataObject>();
         PutNumber(*dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));

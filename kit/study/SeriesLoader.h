@@ -55,6 +55,12 @@ public:
     /// Before the memory goes that pixels were read to: the data sets are without any then.
     void DropPixels();
 
+    /// With `Later`: the texts of Slice Thickness, of each slice in list order; the data sets have none otherwise.
+    void PutThicknesses(const std::vector<std::optional<std::string>>& texts);
+    /// The header of a file as loading it would leave it but for its pixels, which it has none of. Owned by this object.
+    /// Throws `Error`.
+    DICOMDataObject& ReadHeader(const ImageHeader& header, const FramePlace& place);
+
     /// Nothing where the pixels of the data sets are the voxels; always something with `Later`.
     const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }
     /// The voxels of all slices, one plane behind the other in list order.

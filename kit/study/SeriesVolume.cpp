@@ -79,6 +79,17 @@ VoxelType TypeOf(CVolume::PixelType type) {
     return VoxelType::UInt8;
 }
 
+CVolume::PixelType ModuleTypeOf(VoxelType type) {
+    switch (type) {
+    case VoxelType::Int16: return CVolume::PT_SHORT;
+    case VoxelType::UInt16: return CVolume::PT_USHORT;
+    case VoxelType::Float32: return CVolume::PT_FLOAT;
+    case VoxelType::Int32: return CVolume::PT_LONG;
+    case VoxelType::UInt32: return CVolume::PT_ULONG;
+    default: return CVolume::PT_BYTE;
+    }
+}
+
 SeriesVolume::SeriesVolume(const SeriesChoice& choice) : SeriesVolume(Choose(choice), choice.volume, choice.watcher) {}
 
 SeriesVolume::SeriesVolume(const Series& series, int volume, const Watch& watch)
@@ -172,14 +183,35 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
     Assemble();
 }
 
+std::unique_ptr<PlaneStream> SeriesVolume::StreamPlanes(bool lastFirst) const {
+    std::vector<int> order = m_Assembled.m_SliceToIndex;
+    if (lastFirst) std::reverse(order.begin(), order.end());
+    return std::make_unique<PlaneStream>(GetFound(), m_Slices, std::move(order), GetPadding(), m_nJobs, m_Watch);
+}
+
 void SeriesVolume::ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
-    PlaneStream stream(GetFound(), m_Slices, m_Assembled.m_SliceToIndex, GetPadding(), m_Watch);
-    stream.Read(m_nJobs, take);
-    m_StreamedRange = stream.GetRange();
-    if (stream.HasOtherPadding()) TellOtherPadding();
-    m_bTables = m_bTables || stream.HasTables();
-    const std::vector<std::string> dirty = stream.ListBitsAbove();
+    const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
+    const auto planes = static_cast<int>(m_Assembled.m_SliceToIndex.size());
+    for (int plane = 0; plane < planes; ++plane) take(plane, stream->ReadNext());
+    m_StreamedRange = stream->GetRange();
+    m_WholeRange = stream->GetWholeRange();
+    m_Thicknesses = stream->GetThicknesses();
+    if (stream->HasOtherPadding()) TellOtherPadding();
+    m_bTables = m_bTables || stream->HasTables();
+    const std::vector<std::string> dirty = stream->ListBitsAbove();
     if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Slices.size()));
+}
+
+void SeriesVolume::FitForModule() {
+    CVolume& volume = GetVolume();
+    volume.SetType(ModuleTypeOf(GetType()));
+    volume.SetMin(m_WholeRange.smallest);
+    volume.SetMax(m_WholeRange.largest);
+    m_Loaded->PutThicknesses(m_Thicknesses);
+    const SliceRef& first = m_Slices[static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front())];
+    m_Assembled.GetDDOList().front() =
+        &m_Loaded->ReadHeader(GetFound().files[first.file],
+                              m_Loaded->GetPlaces()[static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front())]);
 }
 
 void SeriesVolume::ApplyUptake() {
@@ -296,7 +328,7 @@ std::optional<double> SeriesVolume::GetPaddingValue() {
     return m_Scale ? m_ScaledPadding : ReadPaddingValue(GetFirstDataSet(), GetHeader().form);
 }
 
-std::optional<Padding> SeriesVolume::GetPadding() {
+std::optional<Padding> SeriesVolume::GetPadding() const {
     if (m_Scale) return m_ScaledPadding ? std::optional(Padding{*m_ScaledPadding, *m_ScaledPadding}) : std::nullopt;
     std::optional<Padding> padding = ReadPadding(GetFirstDataSet(), GetHeader().form);
     if (padding && GetType() == VoxelType::Float32) {  // 64 bits may have become 32

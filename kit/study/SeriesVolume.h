@@ -20,8 +20,11 @@
 
 namespace korvane {
 
+class PlaneStream;
+
 /// The module's voxel types in the Kit's words.
 VoxelType TypeOf(CVolume::PixelType type);
+CVolume::PixelType ModuleTypeOf(VoxelType type);
 
 class SeriesVolume {
 public:
@@ -73,6 +76,13 @@ public:
     /// that `Load` would have found. `take` runs on the calling thread. The range is known afterwards, and so is what was met.
     /// Throws `Error`.
     void ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
+    /// After `ReadPlanes`: what the module's exporters read of a volume and of data sets is as after `Load`, but for the
+    /// pixels, of which no plane has any. Throws `Error`.
+    void FitForModule();
+    /// After `Place`: the planes once more, for somebody who asks for them; from the last one to the first where `lastFirst`.
+    std::unique_ptr<PlaneStream> StreamPlanes(bool lastFirst) const;
+    /// The range of all voxels, padding among them, that `ReadPlanes` met.
+    const MeasuredRange& GetWholeRange() const { return m_WholeRange; }
     /// After `Place`, until the next `Load`.
     bool IsStreamed() const { return m_bStreamed; }
 
@@ -98,7 +108,7 @@ public:
     const std::optional<double>& GetScaleError() const { return m_ScaleError; }
     /// Before another volume takes the place of the one that was loaded: its data sets may point into that.
     void DropPixels() { m_Loaded->DropPixels(); }
-    DICOMDataObject& GetFirstDataSet() { return *m_Loaded->GetDataSets().front(); }
+    DICOMDataObject& GetFirstDataSet() const { return *m_Loaded->GetDataSets().front(); }
     /// All of them, in list order, with the paths of their files. Frames of one file have their own.
     std::vector<std::pair<std::string, const DICOMDataObject*>> ListDataSets() const;
     /// The files that were read, each with its path.
@@ -106,7 +116,7 @@ public:
 
     /// Of the first slice, as stored; where values were brought to one scale, what padding became. The value is what voxels
     /// without data get.
-    std::optional<Padding> GetPadding();
+    std::optional<Padding> GetPadding() const;
     std::optional<double> GetPaddingValue();
     /// Whether any slice that was read, of this volume or an earlier one, has a Modality LUT, which no voxel went through.
     bool HasModalityTables() const { return m_bTables; }
@@ -144,6 +154,8 @@ private:
     bool m_bStreamed = false;
     bool m_bInPlace = false;
     MeasuredRange m_StreamedRange{0, 0};
+    MeasuredRange m_WholeRange{0, 0};
+    std::vector<std::optional<std::string>> m_Thicknesses;  // of slices, in list order
     std::optional<VoxelType> m_OwnType;
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;

@@ -10,7 +10,7 @@ import sys
 import host_test
 import numpy
 import pydicom
-from host_test import KORVANE, SKIPPED, WINDOWS, WORK
+from host_test import KORVANE, SKIPPED, WINDOWS, WORK, korvane
 from pydicom.uid import ExplicitVRLittleEndian, generate_uid
 
 # The peak of a child counts what its parent had when it was made, so a small process stands in between.
@@ -70,9 +70,58 @@ def dumps():
     assert len(read) == 80003 and read["000B1001"] == {"vr": "US", "Value": [7, 0x1001]}, len(read)
 
 
+class SeriesMaker:
+    """Many slices quickly: all have the bytes of one, but for what tells them apart."""
+
+    def __init__(self, side):
+        ds = data_set()
+        ds.SOPClassUID = ds.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2"
+        ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = "1.2.3.9000000"
+        ds.SeriesInstanceUID, ds.StudyInstanceUID = "1.2.4", "1.2.5"
+        ds.Modality, ds.InstanceNumber = "CT", "9000000"
+        ds.ImagePositionPatient, ds.ImageOrientationPatient = [0, 0, "+9000000.0"], [1, 0, 0, 0, 1, 0]
+        ds.PixelSpacing, ds.SliceThickness = [1, 1], 1
+        ds.Rows = ds.Columns = side
+        ds.SamplesPerPixel, ds.PhotometricInterpretation = 1, "MONOCHROME2"
+        ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = 16, 12, 11, 0
+        ds.ImageComments = "x" * 2000  # real headers have some kilobytes
+        ds.PixelData = (numpy.arange(side * side, dtype="<u2") % 4000 & 0xFF0).tobytes()
+        ds.save_as(WORK / "one.dcm", write_like_original=False)
+        whole = (WORK / "one.dcm").read_bytes()
+        (WORK / "one.dcm").unlink()
+        self.header = len(whole) - len(ds.PixelData)
+        self.frame = len(ds.PixelData)
+        self.whole = whole
+
+    def write(self, folder, count):
+        folder.mkdir()
+        for number in range(1, count + 1):
+            head = self.whole[: self.header].replace(b"1.2.3.9000000", b"1.2.3.%07d" % (1000000 + number))
+            head = head.replace(b"9000000 ", b"%07d " % number).replace(b"+9000000.0", b"%+010.1f" % number)
+            (folder / f"{number}.dcm").write_bytes(head + self.whole[self.header :])
+        return folder
+
+
+def exports():
+    """Of a series that is exported as it is, a few slices are in memory, whatever the format and the compression."""
+    for name, side, count in (("few", 512, 120), ("many", 32, 2000)):
+        maker = SeriesMaker(side)
+        native = maker.write(WORK / name, count)
+        korvane("convert", native, WORK / f"{name}-rle", "--syntax", "rle")
+        jobs = 2
+        limit = 32 * MEGABYTE + 4 * jobs * maker.frame + 2 * count * maker.header
+        for folder in (native, WORK / f"{name}-rle"):
+            forms = ("vox", "nifti") if folder.name == "many-rle" else ("analyze", "vox", "bob", "nifti", "nrrd", "metaimage")
+            for form in forms:
+                took = peak("export", folder, "--format", form, "--to", WORK / f"{form}-{folder.name}", "--jobs", jobs)
+                assert took < limit, (folder.name, form, took, limit)
+        for path in WORK.glob(f"*-{name}-rle.*"):
+            assert path.read_bytes() == path.with_name(path.name.replace("-rle.", ".")).read_bytes(), path
+
+
 program = pathlib.Path(KORVANE[-1]).read_bytes()
 if WINDOWS or not sys.platform.startswith("linux") or b"__asan_init" in program or b"__tsan_init" in program:
     print("skipped: memory is measured where the system tells it, of programs without a sanitizer's")
     sys.exit(SKIPPED)
 own.idle = peak("--version")
-host_test.run(dumps)
+host_test.run(dumps, exports)

@@ -8,7 +8,13 @@
 #include <Korvane/kit/study/Find.h>
 #include <Korvane/kit/study/Load.h>
 
+#include <Korvane/export/CAnalyzeVolume.h>
+#include <Korvane/export/CCBobVolume.h>
+#include <Korvane/export/CRTVizVolume.h>
+
 #include <atomic>
+#include <fstream>
+#include <iterator>
 
 using namespace korvane;
 
@@ -94,6 +100,46 @@ TEST_F(ExportTest, FilesThatChangedSinceTheyWereFoundAreRefused) {
         }
         std::filesystem::remove(series.at(2));
         std::filesystem::rename(Path("kept"), series.at(2));
+    }
+}
+
+std::string BytesOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+template <class Exporter>
+void SaveByModule(const Volume& volume, const std::string& folder) {
+    std::filesystem::create_directories(folder);
+    Exporter exporter;
+    static_cast<CVolumeExport&>(exporter) = *volume.Module();
+    EXPECT_TRUE(exporter.Save(folder.c_str(), "volume"));
+}
+
+// Planes are read one after the other: each exporter must get each of them, and the range of all beforehand.
+TEST_F(ExportTest, FilesOfTheModulesFormatsAreThoseOfAVolumeOfTheModule) {
+    const std::vector<PhantomOptions> all = {{.slices = 130, .columns = 9, .rows = 7, .descending = true},
+                                             {.slices = 1, .columns = 64, .rows = 64, .isSigned = true},
+                                             {.slices = 12, .columns = 300, .rows = 300, .oblique = true}};
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const std::string series = Path("series" + std::to_string(i));
+        WritePhantom(series, all[i]);
+        const Found found = Find({series});
+        const Volume volume = Load(found.Only());
+        SaveByModule<CAnalyzeVolume>(volume, Path("analyze"));
+        SaveByModule<CCBobVolume>(volume, Path("bob"));
+        SaveByModule<CRTVizVolume>(volume, Path("vox"));
+        for (const char* const format : {"analyze", "bob", "vox"}) {
+            for (const unsigned jobs : {1U, 3U}) {
+                Export(found.Only(), format, "file:" + Path("out/volume"), {.jobs = jobs});
+                for (const auto& file : std::filesystem::directory_iterator(Path(format))) {
+                    const std::string name = file.path().filename().string();
+                    EXPECT_EQ(BytesOf(file.path().string()), BytesOf(Path("out/" + name))) << i << ' ' << name;
+                }
+                std::filesystem::remove_all(Path("out"));
+            }
+            std::filesystem::remove_all(Path(format));
+        }
     }
 }
 
