@@ -25,14 +25,14 @@ InputFile::~InputFile() {
 
 bool InputFile::Open(const char* path) {
     Close();
-    m_Handle = OpenToRead(path, m_Size);
+    m_Handle = OpenToRead(path, m_State);
     return m_Handle >= 0;
 }
 
 void InputFile::Close() {
     if (m_Handle >= 0) CloseFile(m_Handle);
     m_Handle = -1;
-    m_Size = 0;
+    m_State = {};
     m_Error = 0;
     m_Stop.Restart();
 }

@@ -51,7 +51,10 @@ public:
     void SetStopQuestion(StopQuestion stop) { m_Stop.SetQuestion(std::move(stop)); }
 
     /// Bytes in a regular file when it was opened; 0 for what has no size (a pipe, a device).
-    std::uint64_t GetSize() const { return m_Size; }
+    std::uint64_t GetSize() const { return m_State.size; }
+
+    /// The same with what else tells that it is still the file that it was.
+    const FileState& GetState() const { return m_State; }
 
     /// Reads up to `capacity` bytes and returns how many; fewer only at the end of the file and after an error, which
     /// leaves `errno` set. Being stopped is the error EINTR.
@@ -69,7 +72,7 @@ public:
 
 private:
     FileHandle m_Handle = -1;
-    std::uint64_t m_Size = 0;
+    FileState m_State;
     int m_Error = 0;
     StopCheck m_Stop;
 };

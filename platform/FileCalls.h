@@ -12,8 +12,17 @@ namespace platform {
 /// An open file; negative: none.
 using FileHandle = int;
 
-/// Opens a file to read from front to back. `size` is that of a regular file, 0 for what has none. EISDIR for a directory.
-FileHandle OpenToRead(const char* path, std::uint64_t& size);
+/// What changes when a file does.
+struct FileState {
+    std::uint64_t size = 0;    ///< of a regular file, 0 of what has none
+    bool isRegular = false;    ///< no pipe, no device
+    std::int64_t written = 0;  ///< when, in units of the system's own, from a beginning of its own
+
+    bool operator==(const FileState&) const = default;
+};
+
+/// Opens a file to read from front to back; `state` is its own as it is opened. EISDIR for a directory.
+FileHandle OpenToRead(const char* path, FileState& state);
 
 /// Creates a file to write to, or empties the one that is there.
 FileHandle OpenToWrite(const char* path);

@@ -269,8 +269,8 @@ DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watc
         SeekingBuffer buffer;
         buffer.SetStopQuestion(watch.GetStopQuestion());
         errno = 0;
-        const std::shared_ptr<LeftValues> left = LeftValues::Of(from, leaveLarger);
         if (!buffer.Open(from.place.c_str())) RefuseUnread(path, errno, watch);
+        const std::shared_ptr<LeftValues> left = LeftValues::Of(from, leaveLarger, buffer.GetState());
         file = ReadOnce(buffer, option, leniency, second, left);
         if (buffer.HasFailed()) RefuseUnread(path, buffer.GetError(), watch);
         // What has no known end, such as a pipe, cannot be read again.

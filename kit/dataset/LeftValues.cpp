@@ -1,7 +1,6 @@
 #include "LeftValues.h"
 
 #include "../core/Error.h"
-#include "../core/Paths.h"
 
 #include "base/Bytes.h"
 #include "platform/File.h"
@@ -9,11 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <system_error>
 
 namespace korvane {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -81,23 +77,13 @@ std::size_t SeekingBuffer::Fill(void* bytes, std::size_t capacity) {
     return got;
 }
 
-LeftValues::LeftValues(const NamedFile& file, std::uint32_t larger)
-    : m_Name(file.name), m_Place(file.place), m_Larger(std::max(larger, kLeastLeft)), m_State(StateOf(file.place)) {}
+LeftValues::LeftValues(const NamedFile& file, std::uint32_t larger, const platform::FileState& state)
+    : m_Name(file.name), m_Place(file.place), m_Larger(std::max(larger, kLeastLeft)), m_State(state) {}
 
-LeftValues::State LeftValues::StateOf(const std::string& path) {
-    std::error_code error;
-    const fs::path file = PathFromText(path);
-    State state;
-    if (!fs::is_regular_file(file, error)) return state;
-    state.size = fs::file_size(file, error);
-    if (!error) state.written = fs::last_write_time(file, error);
-    return error ? State() : state;
-}
-
-std::shared_ptr<LeftValues> LeftValues::Of(const NamedFile& file, std::uint32_t larger) {
-    if (larger == 0) return nullptr;
-    std::shared_ptr<LeftValues> values(new LeftValues(file, larger));
-    return values->m_State.size > 0 ? values : nullptr;
+std::shared_ptr<LeftValues> LeftValues::Of(const NamedFile& file, std::uint32_t larger,
+                                           const platform::FileState& state) {
+    if (larger == 0 || !state.isRegular || state.size == 0) return nullptr;
+    return std::shared_ptr<LeftValues>(new LeftValues(file, larger, state));
 }
 
 bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {
@@ -126,7 +112,7 @@ void LeftValueReader::Open(const VR& element) {
         const std::string reason = SystemText(errno);
         throw Error(ErrorKind::Disk, "cannot read " + name + ": " + reason + "; values were left in it").InFile(name);
     }
-    if (LeftValues::StateOf(source->m_Place) != source->m_State) {
+    if (m_File.GetState() != source->m_State) {
         throw Error(ErrorKind::Disk, name + ": has changed since it was read; values were left in it").InFile(name);
     }
     m_pSource = source;

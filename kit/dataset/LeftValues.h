@@ -10,7 +10,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <span>
@@ -39,6 +38,8 @@ class SeekingBuffer : public FileInputBuffer {
 public:
     /// Where the next byte stands in the file; there must be one.
     std::uint64_t GetPlace();
+    /// Of the file as it was opened.
+    const platform::FileState& GetState() { return GetFile().GetState(); }
     /// `Skip` without reading.
     bool PassOver(std::uint32_t count);
 
@@ -56,8 +57,9 @@ private:
 class LeftValues {
 public:
     /// `larger`: bytes from which a value is left. Texts never are: whether they are what their character set says must
-    /// be known when reading ends. Nothing when the path is no regular file.
-    static std::shared_ptr<LeftValues> Of(const NamedFile& file, std::uint32_t larger);
+    /// be known when reading ends. `state`: of the file, which is read now; nothing when it is no regular one.
+    static std::shared_ptr<LeftValues> Of(const NamedFile& file, std::uint32_t larger,
+                                          const platform::FileState& state);
 
     const std::string& GetName() const { return m_Name; }
 
@@ -74,21 +76,12 @@ private:
         unsigned unit;         // of numbers to be swapped; 1: none
     };
 
-    // What changes when a file does.
-    struct State {
-        std::uint64_t size = 0;
-        std::filesystem::file_time_type written{};
-
-        bool operator==(const State&) const = default;
-    };
-
-    LeftValues(const NamedFile& file, std::uint32_t larger);
-    static State StateOf(const std::string& path);
+    LeftValues(const NamedFile& file, std::uint32_t larger, const platform::FileState& state);
 
     std::string m_Name;
     std::string m_Place;
     std::uint32_t m_Larger;
-    State m_State;
+    platform::FileState m_State;
     std::deque<Value> m_Values;
 };
 

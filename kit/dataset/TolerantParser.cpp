@@ -5,6 +5,8 @@
 #include "base/Bytes.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 
@@ -20,6 +22,13 @@ constexpr int kDeepest = 256;
 constexpr const char* kTypes[] = {"AE", "AS", "AT", "CS", "DA", "DS", "DT", "FD", "FL", "IS", "LO", "LT",
                                   "OB", "OD", "OF", "OL", "OV", "OW", "PN", "SH", "SL", "SQ", "SS", "ST",
                                   "SV", "TM", "UC", "UI", "UL", "UN", "UR", "US", "UT", "UV"};
+
+constexpr std::size_t kLetters = 26;
+
+/// Of a capital letter in the alphabet; beyond it for anything else.
+constexpr std::size_t PlaceOf(int letter) {
+    return static_cast<std::size_t>(letter - 'A');
+}
 
 std::string TagText(std::uint16_t group, std::uint16_t element) {
     char text[16];
@@ -47,9 +56,15 @@ std::uint16_t TypeFromDictionary(std::uint16_t group, std::uint16_t element, boo
 }  // namespace
 
 bool IsKnownType(unsigned char first, unsigned char second) {
-    return std::any_of(std::begin(kTypes), std::end(kTypes), [&](const char* type) {
-        return static_cast<unsigned char>(type[0]) == first && static_cast<unsigned char>(type[1]) == second;
-    });
+    // A table by letters: this is asked of every element.
+    static constexpr auto kKnown = [] {
+        std::array<std::array<bool, kLetters>, kLetters> known{};
+        for (const char* const type : kTypes) known[PlaceOf(type[0])][PlaceOf(type[1])] = true;
+        return known;
+    }();
+    const std::size_t row = PlaceOf(first);
+    const std::size_t column = PlaceOf(second);
+    return row < kLetters && column < kLetters && kKnown[row][column];
 }
 
 void TolerantParser::Note(FindingKind kind, const std::string& text) {

@@ -51,8 +51,8 @@ VR* FindElement(const DICOMObject& dataSet, Tag tag) {
 }
 
 std::string FindText(const DICOMObject& dataSet, Tag tag) {
-    const std::string whole = TextOf(dataSet, tag);
-    return std::string(WithoutBlanks(whole));
+    const VR* const element = FindElement(dataSet, tag);
+    return element != nullptr ? std::string(WithoutBlanks(TextOf(*element))) : std::string();
 }
 
 int FindInteger(const DICOMObject& dataSet, Tag tag, int otherwise) {

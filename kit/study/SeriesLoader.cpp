@@ -22,6 +22,10 @@ namespace {
 // 128; other compressions do better on empty images.
 constexpr std::uint64_t kRunLengthRatio = 64;
 constexpr std::uint64_t kLargestRatio = 16384;
+// Slices that a thread reads in one go: waking the one that takes them costs, and so does waiting at the end for the last.
+constexpr std::size_t kGroupsOfEach = 16;
+constexpr std::size_t kMostAtOnce = 8;
+
 constexpr std::uint64_t kAnySize = 1024;  // bytes: so little may be claimed by any file
 
 // An empty value is none; the library would take it for 0.
@@ -243,18 +247,25 @@ void LoadedSlices::ReadHeaders(const FoundFiles& found, const std::vector<SliceR
 }
 
 MeasuredRange LoadedSlices::ReadPlanes(const std::function<std::span<std::byte>(std::size_t slice)>& placeOf) {
-    TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(m_Delayed.size()));
-    const std::size_t ahead = 2 * std::size_t{CountJobs(m_nJobs)};
+    const std::size_t count = m_Delayed.size();
+    TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(count));
     std::vector<std::string> bitsAbove;
     MeasuredRange range;
+    const auto take = [&](std::size_t i) {
+        range.Add(m_Delayed[i]->GetRange());
+        if (m_Delayed[i]->HadBitsAbove()) bitsAbove.push_back(m_Read[i].first);
+        m_Files.push_back(m_Delayed[i]->TakeDataSet());
+        progress.Step();
+    };
+    const unsigned jobs = CountJobs(m_nJobs);
+    const std::size_t atOnce = std::clamp<std::size_t>(count / (kGroupsOfEach * jobs), 1, kMostAtOnce);
+    const auto inGroup = [&](std::size_t group, const auto& body) {
+        for (std::size_t i = group * atOnce; i < std::min((group + 1) * atOnce, count); ++i) body(i);
+    };
     ForEachInOrder(
-        m_nJobs, m_Delayed.size(), ahead, m_Watch, [&](std::size_t i) { m_Delayed[i]->ReadInto(placeOf(i), m_Watch); },
-        [&](std::size_t i) {
-            range.Add(m_Delayed[i]->GetRange());
-            if (m_Delayed[i]->HadBitsAbove()) bitsAbove.push_back(m_Read[i].first);
-            m_Files.push_back(m_Delayed[i]->TakeDataSet());
-            progress.Step();
-        });
+        m_nJobs, (count + atOnce - 1) / atOnce, 2 * std::size_t{jobs}, m_Watch,
+        [&](std::size_t group) { inGroup(group, [&](std::size_t i) { m_Delayed[i]->ReadInto(placeOf(i), m_Watch); }); },
+        [&](std::size_t group) { inGroup(group, take); });
     if (!bitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(bitsAbove, m_Delayed.size()));
     m_Delayed.clear();
     return range;

@@ -37,9 +37,12 @@ std::vector<double> Textual(const VR& element) {
 
 PrivateBlock::PrivateBlock(const DICOMObject& dataSet, std::uint16_t group, std::string_view creator)
     : m_DataSet(dataSet), m_Group(group) {
-    for (std::uint16_t block = kFirstBlock; block <= kLastBlock; ++block) {
-        if (FindText(dataSet, MakeTag(group, block)) != creator) continue;
-        m_Block = block;
+    // Nearly all that are asked for are not there, so only what the file has is looked at.
+    for (const VR* element = dataSet.GetFrom(group, kFirstBlock);
+         element != nullptr && element->m_Group == group && element->m_Element <= kLastBlock;
+         element = dataSet.GetNext(element)) {
+        if (WithoutBlanks(TextOf(*element)) != creator) continue;
+        m_Block = element->m_Element;
         return;
     }
 }

@@ -9,7 +9,7 @@
 
 namespace platform {
 
-FileHandle SystemOpenToRead(const char* path, std::uint64_t& size);
+FileHandle SystemOpenToRead(const char* path, FileState& state);
 FileHandle SystemOpenToWrite(const char* path);
 FileHandle SystemOpenNew(const char* path);
 FileHandle SystemOpenToAppend(const char* path);
@@ -83,8 +83,8 @@ Faults::~Faults() {
     s_faults = nullptr;
 }
 
-FileHandle OpenToRead(const char* path, std::uint64_t& size) {
-    return Note(SystemOpenToRead(path, size), path, false);
+FileHandle OpenToRead(const char* path, FileState& state) {
+    return Note(SystemOpenToRead(path, state), path, false);
 }
 
 FileHandle OpenToWrite(const char* path) {

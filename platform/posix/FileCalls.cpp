@@ -17,7 +17,7 @@ constexpr mode_t kRights = 0666;  // less what the user's mask takes away
 
 }  // namespace
 
-FileHandle OpenToRead(const char* path, std::uint64_t& size) {
+FileHandle OpenToRead(const char* path, FileState& state) {
     const int file = open(NativePath(path).c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) return file;
     struct stat status;
@@ -26,7 +26,10 @@ FileHandle OpenToRead(const char* path, std::uint64_t& size) {
         errno = EISDIR;
         return -1;
     }
-    size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    constexpr std::int64_t kNanoseconds = 1'000'000'000;
+    state.isRegular = S_ISREG(status.st_mode);
+    state.size = state.isRegular ? static_cast<std::uint64_t>(status.st_size) : 0;
+    state.written = static_cast<std::int64_t>(status.st_mtim.tv_sec) * kNanoseconds + status.st_mtim.tv_nsec;
     return file;
 }
 

@@ -33,10 +33,17 @@ bool Rename(const char* from, const char* to, DWORD flags) {
 
 }  // namespace
 
-FileHandle OpenToRead(const char* path, std::uint64_t& size) {
+FileHandle OpenToRead(const char* path, FileState& state) {
     const int file = Open(path, _O_RDONLY | _O_SEQUENTIAL);
-    const long long length = file < 0 ? 0 : _filelengthi64(file);
-    size = length > 0 ? static_cast<std::uint64_t>(length) : 0;
+    state = {};
+    if (file < 0) return file;
+    auto* const handle = reinterpret_cast<HANDLE>(_get_osfhandle(file));
+    const long long length = _filelengthi64(file);
+    state.size = length > 0 ? static_cast<std::uint64_t>(length) : 0;
+    state.isRegular = GetFileType(handle) == FILE_TYPE_DISK;
+    FILETIME written{};
+    GetFileTime(handle, nullptr, nullptr, &written);
+    state.written = static_cast<std::int64_t>(std::uint64_t{written.dwHighDateTime} << 32 | written.dwLowDateTime);
     return file;
 }
 

@@ -62,8 +62,10 @@ public:
     /// Sum over the items added with `PushItemToLast`: 16 and the nested length each, and 16 for each sequence begun so.
     std::uint32_t GetNestedLength() const { return m_NestedLength; }
 
-    /// Walking without taking out: the first element and the one behind another, null at the end.
+    /// Walking without taking out: the first element, the first that does not stand before a tag, and the one behind
+    /// another; null at the end.
     VR* GetFirst() const { return m_Tree.GetFirst(); }
+    VR* GetFrom(std::uint16_t group, std::uint16_t element) const { return m_Tree.FindFrom(group, element); }
     VR* GetNext(const VR* element) const { return ElementTree::GetNext(element); }
 
 private:

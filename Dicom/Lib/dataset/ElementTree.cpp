@@ -42,6 +42,17 @@ VR* ElementTree::Find(std::uint16_t group, std::uint16_t element) const {
     return node;
 }
 
+VR* ElementTree::FindFrom(std::uint16_t group, std::uint16_t element) const {
+    const std::int32_t key = Key(group, element);
+    VR* from = nullptr;
+    for (VR* node = m_pRoot; node != nullptr;) {
+        const bool isBefore = KeyOf(node) < key;
+        if (!isBefore) from = node;
+        node = isBefore ? node->m_pRight : node->m_pLeft;
+    }
+    return from;
+}
+
 VR* ElementTree::GetFirst() const {
     VR* node = m_pRoot;
     while (node != nullptr && node->m_pLeft != nullptr) node = node->m_pLeft;

@@ -17,6 +17,8 @@ public:
     bool Insert(VR* node);
     void Remove(VR* node);
     VR* Find(std::uint16_t group, std::uint16_t element) const;
+    /// The first in order that does not stand before that tag.
+    VR* FindFrom(std::uint16_t group, std::uint16_t element) const;
 
     VR* GetFirst() const;
     static VR* GetNext(const VR* node);

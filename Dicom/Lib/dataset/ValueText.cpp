@@ -131,15 +131,27 @@ std::string Printable(std::string_view text) {
     return printable;
 }
 
+namespace {
+
+std::string_view Trimmed(std::string_view value) {
+    value = value.substr(0, value.find('\0'));
+    while (!value.empty() && value.back() == ' ') value.remove_suffix(1);
+    return value;
+}
+
+}  // namespace
+
 std::string TextOf(const DICOMObject& dataSet, tags::Tag tag) {
     const VR* const element = dataSet.GetVR(tag);
-    return element != nullptr ? TrimmedUid(element->GetText()) : std::string();
+    return element != nullptr ? std::string(TextOf(*element)) : std::string();
+}
+
+std::string_view TextOf(const VR& element) {
+    return Trimmed(element.GetText());
 }
 
 std::string TrimmedUid(std::string_view value) {
-    value = value.substr(0, value.find('\0'));
-    while (!value.empty() && value.back() == ' ') value.remove_suffix(1);
-    return std::string(value);
+    return std::string(Trimmed(value));
 }
 
 std::string_view WithoutPadding(std::string_view text) {

@@ -17,11 +17,14 @@ std::size_t GetValueCount(const VR& element);
 /// The value as characters up to its first zero byte, without the blanks at its end; empty where the element is absent.
 std::string TextOf(const DICOMObject& dataSet, tags::Tag tag);
 
-/// A text without the blanks and zero bytes at its end.
-std::string_view WithoutPadding(std::string_view text);
+/// The same of one element, where it stands: valid as long as the element's value.
+std::string_view TextOf(const VR& element);
 
 /// The same for a value at hand, such as a UID in a PDU.
 std::string TrimmedUid(std::string_view value);
+
+/// A text without the blanks and zero bytes at its end.
+std::string_view WithoutPadding(std::string_view text);
 
 /// A text with what is not printable ASCII shown as ".", as it may stand in a log.
 std::string Printable(std::string_view text);

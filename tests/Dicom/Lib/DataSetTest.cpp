@@ -31,6 +31,12 @@ TEST(DataSet, TheTreeAgreesWithAMapUnderRandomUse) {
         if (found != nullptr && found->m_Length == 4) {
             ASSERT_EQ(std::memcmp(found->m_pData, &expected->second, 4), 0);
         }
+        const VR* const from = set.GetFrom(group, element);
+        const auto next = model.lower_bound(static_cast<std::int32_t>(key));
+        ASSERT_EQ(from != nullptr, next != model.end());
+        if (from != nullptr) {
+            ASSERT_EQ(ElementTree::Key(from->m_Group, from->m_Element), next->first);
+        }
     }
     auto walk = model.begin();
     for (const VR* vr = set.GetFirst(); vr != nullptr; vr = set.GetNext(vr), ++walk) {
