@@ -33,6 +33,9 @@ void Fetch(const SliceView& view, const SliceRun& run, int count, Block<Pixel, N
         const Place<Number> plane = LocatePlane<kEven, Number>(view, z);
         const std::size_t offset = static_cast<std::size_t>(row.m_Low) * view.m_RowBytes +
                                    static_cast<std::size_t>(column.m_Low) * sizeof(Pixel);
+        const unsigned char* const voxel = view.m_pPlanes[static_cast<std::size_t>(plane.m_Low)] + offset;
+        FetchAhead(voxel, run.m_Ahead);
+        FetchAhead(voxel, run.m_Ahead + static_cast<std::ptrdiff_t>(nextColumn));
         for (std::size_t deep = 0; deep < 2; ++deep) {
             const unsigned char* const from = view.m_pPlanes[static_cast<std::size_t>(plane.m_Low) + deep] + offset;
             block.m_Voxels[4 * deep][i] = LoadVoxel<Pixel>(from);
@@ -83,6 +86,7 @@ void SampleNearest(const SliceView& view, const SliceRun& run, void* out) {
         const unsigned char* const address = view.m_pPlanes[plane] +
                                              static_cast<std::size_t>(y >> kFractionBits) * view.m_RowBytes +
                                              static_cast<std::size_t>(x >> kFractionBits) * sizeof(Pixel);
+        FetchAhead(address, run.m_Ahead);
         static_cast<Pixel*>(out)[i] = LoadVoxel<Pixel>(address);
         x += run.m_Step[0];
         y += run.m_Step[1];

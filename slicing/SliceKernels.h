@@ -3,6 +3,9 @@
 
 #include "SliceView.h"
 
+#include <cstddef>
+#include <cstdint>
+
 namespace korvane_detail {
 
 /// `m_Count` samples at m_Start + i * m_Step, fixed point along x, y, z. All of them within the volume, borders included.
@@ -10,12 +13,21 @@ struct SliceRun {
     std::int64_t m_Start[3];
     std::int64_t m_Step[3];
     int m_Count;
+    /// Bytes from a voxel to one that is wanted soon, which the processor is asked to fetch: speed alone depends on it, and any
+    /// number will do.
+    std::ptrdiff_t m_Ahead = 0;
 
     void Skip(int count) {
         for (int axis = 0; axis < 3; ++axis) m_Start[axis] += count * m_Step[axis];
         m_Count -= count;
     }
 };
+
+/// Asks for the cache line of an address, which may be beside all memory that there is.
+inline void FetchAhead(const unsigned char* address, std::ptrdiff_t ahead) {
+    __builtin_prefetch(
+        reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(address) + static_cast<std::uintptr_t>(ahead)));
+}
 
 /// Linear samples are floats for 8 and 16-bit voxels, which they hold exactly, and doubles for the others. Nearest ones
 /// are voxels as they are.
@@ -33,14 +45,24 @@ enum class Sampling {
 
 using SliceKernel = void (*)(const SliceView& view, const SliceRun& run, void* out);
 
+/// Samples kAbreast runs of the same count side by side: first the first samples of all, then the second ones. For pictures
+/// whose columns lie nearer together in memory than their rows do.
+constexpr int kAbreast = 8;
+using AbreastKernel = void (*)(const SliceView& view, const SliceRun* runs, void* out);
+
+struct WideKernels {
+    SliceKernel m_Along = nullptr;
+    AbreastKernel m_Abreast = nullptr;
+};
+
 /// The loop for this volume. `shaped`: the smoothed weights along z. The wide ones need AVX2 and take what is left of a
 /// run by the others, with the same results to the bit; null where the volume or the processor is not fit for them.
 SliceKernel GetNearestKernel(const SliceView& view);
 SliceKernel GetLinearKernel(const SliceView& view, bool shaped);
 /// Values beyond the range of integer voxels are held within it.
 SliceKernel GetCubicKernel(const SliceView& view);
-SliceKernel GetWideNearestKernel(const SliceView& view);
-SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped);
+WideKernels GetWideNearestKernels(const SliceView& view);
+WideKernels GetWideLinearKernels(const SliceView& view, bool shaped);
 
 /// Runs along a row of the volume: no steps along y and z, and none along x so long that most voxels would be in vain.
 /// They are sampled by rows in one piece instead of voxel by voxel.

@@ -31,16 +31,19 @@ KORVANE_WIDE_INLINE __m256i Load(const std::int32_t* values) {
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(values));
 }
 
+/// The low halves of four 64-bit numbers and of four more.
+KORVANE_WIDE_INLINE __m256i LowHalves(__m256i a, __m256i b) {
+    const __m256 mixed = _mm256_shuffle_ps(_mm256_castsi256_ps(a), _mm256_castsi256_ps(b), 0x88);
+    return _mm256_permute4x64_epi64(_mm256_castps_si256(mixed), 0xd8);
+}
+
 KORVANE_WIDE_INLINE Axis Begin(std::int64_t start, std::int64_t step) {
-    std::int32_t whole[kLanes];
-    std::int32_t fraction[kLanes];
-    for (int lane = 0; lane < kLanes; ++lane) {
-        const std::int64_t position = start + lane * step;
-        whole[lane] = static_cast<std::int32_t>(position >> kFractionBits);
-        fraction[lane] = static_cast<std::int32_t>(position & kFractionMask);
-    }
+    const __m256i low = _mm256_setr_epi64x(start, start + step, start + 2 * step, start + 3 * step);
+    const __m256i high = _mm256_add_epi64(low, _mm256_set1_epi64x(4 * step));
+    const __m256i whole = LowHalves(_mm256_srli_epi64(low, kFractionBits), _mm256_srli_epi64(high, kFractionBits));
     const std::int64_t wide = kLanes * step;
-    return {Load(whole), Load(fraction), Set(static_cast<std::int32_t>(wide >> kFractionBits)),
+    return {whole, _mm256_and_si256(LowHalves(low, high), Set(static_cast<std::int32_t>(kFractionMask))),
+            Set(static_cast<std::int32_t>(wide >> kFractionBits)),
             Set(static_cast<std::int32_t>(wide & kFractionMask))};
 }
 
@@ -52,7 +55,16 @@ KORVANE_WIDE_INLINE void Advance(Axis& axis) {
 }
 
 KORVANE_WIDE_INLINE __m256i Gather(const void* base, __m256i offsets) {
-    return _mm256_i32gather_epi32(static_cast<const int*>(base), offsets, 1);
+    // Eight loads: the instruction that gathers is no faster where it is good, and several times slower on processors whose
+    // firmware had to mend it.
+    alignas(32) std::int32_t at[kLanes];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(at), offsets);
+    const auto load = [&](int lane) {
+        std::int32_t value;
+        __builtin_memcpy(&value, static_cast<const unsigned char*>(base) + at[lane], 4);
+        return value;
+    };
+    return _mm256_setr_epi32(load(0), load(1), load(2), load(3), load(4), load(5), load(6), load(7));
 }
 
 KORVANE_WIDE_INLINE __m256i GatherTable(const std::int32_t* table, __m256i indices) {
@@ -310,32 +322,76 @@ KORVANE_WIDE void FinishLinear(const SliceView& view, const SliceRun& run, bool 
     if (rest.m_Count > 0) GetLinearKernel(view, shaped)(view, rest, static_cast<unsigned char*>(out) + done * bytes);
 }
 
+/// Eight positions.
+struct Axes {
+    Axis m_X;
+    Axis m_Y;
+    Axis m_Z;
+};
+
+KORVANE_WIDE_INLINE void Advance(Axes& axes) {
+    Advance(axes.m_X);
+    Advance(axes.m_Y);
+    Advance(axes.m_Z);
+}
+
+/// Eight samples of a run; `more` is added to each of its positions.
+KORVANE_WIDE_INLINE Axes BeginRun(const SliceRun& run, const std::int64_t (&more)[3]) {
+    const auto begin = [&](int axis) KORVANE_WIDE { return Begin(run.m_Start[axis] + more[axis], run.m_Step[axis]); };
+    return {begin(0), begin(1), begin(2)};
+}
+
+/// One sample of each of eight runs.
+KORVANE_WIDE_INLINE Axes BeginRuns(const SliceRun* runs, const std::int64_t (&more)[3]) {
+    const auto begin = [&](int axis) KORVANE_WIDE {
+        std::int32_t parts[4][kLanes];
+        for (int lane = 0; lane < kLanes; ++lane) {
+            const std::int64_t start = runs[lane].m_Start[axis] + more[axis];
+            const std::int64_t step = runs[lane].m_Step[axis];
+            parts[0][lane] = static_cast<std::int32_t>(start >> kFractionBits);
+            parts[1][lane] = static_cast<std::int32_t>(start & kFractionMask);
+            parts[2][lane] = static_cast<std::int32_t>(step >> kFractionBits);
+            parts[3][lane] = static_cast<std::int32_t>(step & kFractionMask);
+        }
+        return Axis{Load(parts[0]), Load(parts[1]), Load(parts[2]), Load(parts[3])};
+    };
+    return {begin(0), begin(1), begin(2)};
+}
+
+KORVANE_WIDE_INLINE void FetchAheadOf(const SliceView& view, __m256i offsets, std::ptrdiff_t ahead) {
+    alignas(32) std::int32_t at[kLanes];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(at), offsets);
+    for (const std::int32_t offset : at) FetchAhead(view.m_pBase, ahead + offset);
+}
+
 template <typename Voxels, Stack kStack, bool kShaped>
-KORVANE_WIDE void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
+class LinearSampler {
+public:
     using Numbers = typename Voxels::Numbers;
-    const __m256i lastColumn = Set(view.m_Columns - 2);
-    const __m256i lastRow = Set(view.m_Rows > 1 ? view.m_Rows - 2 : 0);
-    const __m256i lastPlane = Set(view.m_Planes > 1 ? view.m_Planes - 2 : 0);
-    const __m256i rowBytes = Set(static_cast<std::int32_t>(view.m_RowBytes));
-    const __m256i nextRow = view.m_Rows > 1 ? rowBytes : _mm256_setzero_si256();
-    const __m256i end = Set(LastOffset(view));
-    Axis x = Begin(run.m_Start[0], run.m_Step[0]);
-    Axis y = Begin(run.m_Start[1], run.m_Step[1]);
-    Axis z = Begin(run.m_Start[2] + (kStack == Stack::kUneven ? kOne / 2 : 0), run.m_Step[2]);
-    int i = 0;
-    for (; i + kLanes <= run.m_Count; i += kLanes) {
-        const Place<Numbers> column = Locate<Numbers>(x, lastColumn);
-        const Place<Numbers> row = Locate<Numbers>(y, lastRow);
-        const Place<Numbers> plane = LocatePlane<kStack, Numbers>(view, z, lastPlane);
-        const __m256i offset =
-            _mm256_add_epi32(_mm256_mullo_epi32(row.m_Low, rowBytes), _mm256_slli_epi32(column.m_Low, Voxels::kShift));
-        const __m256i below = _mm256_add_epi32(offset, nextRow);
-        const __m256i low = GetOffset<kStack>(view, plane.m_Low);
-        const __m256i high = GetNextOffset<kStack>(view, plane.m_Low, low);
-        const Pair<Numbers> v00 = Voxels::Fetch(view.m_pBase, low, offset, end);
-        const Pair<Numbers> v01 = Voxels::Fetch(view.m_pBase, low, below, end);
-        const Pair<Numbers> v10 = Voxels::Fetch(view.m_pBase, high, offset, end);
-        const Pair<Numbers> v11 = Voxels::Fetch(view.m_pBase, high, below, end);
+    static constexpr std::int64_t kMore[3] = {0, 0, kStack == Stack::kUneven ? kOne / 2 : 0};
+
+    KORVANE_WIDE_INLINE explicit LinearSampler(const SliceView& view)
+        : m_View(view), m_LastColumn(Set(view.m_Columns - 2)), m_LastRow(Set(view.m_Rows > 1 ? view.m_Rows - 2 : 0)),
+          m_LastPlane(Set(view.m_Planes > 1 ? view.m_Planes - 2 : 0)),
+          m_RowBytes(Set(static_cast<std::int32_t>(view.m_RowBytes))),
+          m_NextRow(view.m_Rows > 1 ? m_RowBytes : _mm256_setzero_si256()), m_End(Set(LastOffset(view))) {}
+
+    KORVANE_WIDE_INLINE void Sample(const Axes& axes, std::ptrdiff_t ahead, void* out, int i) const {
+        const Place<Numbers> column = Locate<Numbers>(axes.m_X, m_LastColumn);
+        const Place<Numbers> row = Locate<Numbers>(axes.m_Y, m_LastRow);
+        const Place<Numbers> plane = LocatePlane<kStack, Numbers>(m_View, axes.m_Z, m_LastPlane);
+        const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(row.m_Low, m_RowBytes),
+                                                _mm256_slli_epi32(column.m_Low, Voxels::kShift));
+        const __m256i below = _mm256_add_epi32(offset, m_NextRow);
+        const __m256i low = GetOffset<kStack>(m_View, plane.m_Low);
+        const __m256i high = GetNextOffset<kStack>(m_View, plane.m_Low, low);
+        const __m256i voxel = _mm256_add_epi32(low, offset);
+        FetchAheadOf(m_View, voxel, ahead);
+        FetchAheadOf(m_View, voxel, ahead + (2 << Voxels::kShift) - 1);  // its neighbour along x
+        const Pair<Numbers> v00 = Voxels::Fetch(m_View.m_pBase, low, offset, m_End);
+        const Pair<Numbers> v01 = Voxels::Fetch(m_View.m_pBase, low, below, m_End);
+        const Pair<Numbers> v10 = Voxels::Fetch(m_View.m_pBase, high, offset, m_End);
+        const Pair<Numbers> v11 = Voxels::Fetch(m_View.m_pBase, high, below, m_End);
         const Numbers inLow = Mix(Mix(v00.m_This, v00.m_Next, column.m_Weight),
                                   Mix(v01.m_This, v01.m_Next, column.m_Weight), row.m_Weight);
         const Numbers inHigh = Mix(Mix(v10.m_This, v10.m_Next, column.m_Weight),
@@ -343,11 +399,44 @@ KORVANE_WIDE void SampleLinear(const SliceView& view, const SliceRun& run, void*
         Numbers weight = plane.m_Weight;
         if constexpr (kShaped) weight = Shape(weight);
         Store(Mix(inLow, inHigh, weight), out, i);
-        Advance(x);
-        Advance(y);
-        Advance(z);
     }
-    FinishLinear(view, run, kShaped, i, out);
+
+private:
+    const SliceView& m_View;
+    __m256i m_LastColumn;
+    __m256i m_LastRow;
+    __m256i m_LastPlane;
+    __m256i m_RowBytes;
+    __m256i m_NextRow;
+    __m256i m_End;
+};
+
+template <typename Sampler>
+KORVANE_WIDE int SampleEights(const SliceView& view, const SliceRun& run, void* out) {
+    const Sampler sampler(view);
+    Axes axes = BeginRun(run, Sampler::kMore);
+    int i = 0;
+    for (; i + kLanes <= run.m_Count; i += kLanes) {
+        sampler.Sample(axes, run.m_Ahead, out, i);
+        Advance(axes);
+    }
+    return i;
+}
+
+template <typename Sampler>
+KORVANE_WIDE void SampleAbreast(const SliceView& view, const SliceRun* runs, void* out) {
+    const Sampler sampler(view);
+    Axes axes = BeginRuns(runs, Sampler::kMore);
+    for (int i = 0; i < runs->m_Count; ++i) {
+        sampler.Sample(axes, runs->m_Ahead, out, i * kLanes);
+        Advance(axes);
+    }
+}
+
+template <typename Voxels, Stack kStack, bool kShaped>
+KORVANE_WIDE void SampleLinear(const SliceView& view, const SliceRun& run, void* out) {
+    const int done = SampleEights<LinearSampler<Voxels, kStack, kShaped>>(view, run, out);
+    FinishLinear(view, run, kShaped, done, out);
 }
 
 template <int kSize>
@@ -367,37 +456,45 @@ KORVANE_WIDE_INLINE void StoreVoxels(__m256i voxels, void* out, int i) {
 }
 
 template <int kSize, Stack kStack>
-KORVANE_WIDE void SampleNearest(const SliceView& view, const SliceRun& run, void* out) {
-    constexpr std::int64_t kHalf = kOne / 2;
-    const __m256i lastPlane = Set(view.m_Planes > 1 ? view.m_Planes - 2 : 0);
-    const __m256i rowBytes = Set(static_cast<std::int32_t>(view.m_RowBytes));
-    const __m256i end = Set(LastOffset(view));
-    Axis x = Begin(run.m_Start[0] + kHalf, run.m_Step[0]);
-    Axis y = Begin(run.m_Start[1] + kHalf, run.m_Step[1]);
-    Axis z = Begin(run.m_Start[2] + kHalf, run.m_Step[2]);
-    int i = 0;
-    for (; i + kLanes <= run.m_Count; i += kLanes) {
-        __m256i plane = z.m_Whole;
+class NearestSampler {
+public:
+    static constexpr std::int64_t kMore[3] = {kOne / 2, kOne / 2, kOne / 2};
+
+    KORVANE_WIDE_INLINE explicit NearestSampler(const SliceView& view)
+        : m_View(view), m_LastPlane(Set(view.m_Planes > 1 ? view.m_Planes - 2 : 0)),
+          m_RowBytes(Set(static_cast<std::int32_t>(view.m_RowBytes))), m_End(Set(LastOffset(view))) {}
+
+    KORVANE_WIDE_INLINE void Sample(const Axes& axes, std::ptrdiff_t ahead, void* out, int i) const {
+        __m256i plane = axes.m_Z.m_Whole;
         if constexpr (kStack == Stack::kUneven) {
-            const Place<Floats> place = LocateByTicks<Floats>(view, z, lastPlane);
+            const Place<Floats> place = LocateByTicks<Floats>(m_View, axes.m_Z, m_LastPlane);
             const __m256 upper = _mm256_cmp_ps(place.m_Weight.m_Values, _mm256_set1_ps(0.5F), _CMP_GE_OQ);
             plane = _mm256_sub_epi32(place.m_Low, _mm256_castps_si256(upper));
         }
-        const __m256i offset =
-            _mm256_add_epi32(_mm256_mullo_epi32(y.m_Whole, rowBytes), _mm256_slli_epi32(x.m_Whole, kSize / 2));
-        const __m256i from = GetOffset<kStack>(view, plane);
+        const __m256i offset = _mm256_add_epi32(_mm256_mullo_epi32(axes.m_Y.m_Whole, m_RowBytes),
+                                                _mm256_slli_epi32(axes.m_X.m_Whole, kSize / 2));
+        const __m256i from = GetOffset<kStack>(m_View, plane);
+        FetchAheadOf(m_View, _mm256_add_epi32(from, offset), ahead);
         if constexpr (kSize == 4) {
-            StoreVoxels<kSize>(Gather(view.m_pBase, _mm256_add_epi32(from, offset)), out, i);
+            StoreVoxels<kSize>(Gather(m_View.m_pBase, _mm256_add_epi32(from, offset)), out, i);
         } else {
-            StoreVoxels<kSize>(GatherNarrow(view.m_pBase, from, offset, end), out, i);
+            StoreVoxels<kSize>(GatherNarrow(m_View.m_pBase, from, offset, m_End), out, i);
         }
-        Advance(x);
-        Advance(y);
-        Advance(z);
     }
+
+private:
+    const SliceView& m_View;
+    __m256i m_LastPlane;
+    __m256i m_RowBytes;
+    __m256i m_End;
+};
+
+template <int kSize, Stack kStack>
+KORVANE_WIDE void SampleNearest(const SliceView& view, const SliceRun& run, void* out) {
     SliceRun rest = run;
-    rest.Skip(i);
-    if (rest.m_Count > 0) GetNearestKernel(view)(view, rest, static_cast<unsigned char*>(out) + i * kSize);
+    rest.Skip(SampleEights<NearestSampler<kSize, kStack>>(view, run, out));
+    unsigned char* const to = static_cast<unsigned char*>(out) + (run.m_Count - rest.m_Count) * kSize;
+    if (rest.m_Count > 0) GetNearestKernel(view)(view, rest, to);
 }
 
 bool HasAvx2() {
@@ -424,12 +521,14 @@ bool CanGather(const SliceView& view) {
 }
 
 template <typename Voxels, Stack kStack>
-SliceKernel ChooseShape(bool shaped) {
-    return shaped ? SampleLinear<Voxels, kStack, true> : SampleLinear<Voxels, kStack, false>;
+WideKernels ChooseShape(bool shaped) {
+    return shaped
+               ? WideKernels{SampleLinear<Voxels, kStack, true>, SampleAbreast<LinearSampler<Voxels, kStack, true>>}
+               : WideKernels{SampleLinear<Voxels, kStack, false>, SampleAbreast<LinearSampler<Voxels, kStack, false>>};
 }
 
 template <typename Voxels>
-SliceKernel ChooseLinear(Stack stack, bool shaped) {
+WideKernels ChooseLinear(Stack stack, bool shaped) {
     switch (stack) {
     case Stack::kRegular: return ChooseShape<Voxels, Stack::kRegular>(shaped);
     case Stack::kEven: return ChooseShape<Voxels, Stack::kEven>(shaped);
@@ -438,14 +537,19 @@ SliceKernel ChooseLinear(Stack stack, bool shaped) {
     return ChooseShape<Voxels, Stack::kUneven>(shaped);
 }
 
+template <int kSize, Stack kStack>
+WideKernels NearestKernels() {
+    return {SampleNearest<kSize, kStack>, SampleAbreast<NearestSampler<kSize, kStack>>};
+}
+
 template <int kSize>
-SliceKernel ChooseNearest(Stack stack) {
+WideKernels ChooseNearest(Stack stack) {
     switch (stack) {
-    case Stack::kRegular: return SampleNearest<kSize, Stack::kRegular>;
-    case Stack::kEven: return SampleNearest<kSize, Stack::kEven>;
+    case Stack::kRegular: return NearestKernels<kSize, Stack::kRegular>();
+    case Stack::kEven: return NearestKernels<kSize, Stack::kEven>();
     case Stack::kUneven: break;
     }
-    return SampleNearest<kSize, Stack::kUneven>;
+    return NearestKernels<kSize, Stack::kUneven>();
 }
 
 }  // namespace
@@ -454,9 +558,9 @@ int MixColumnsWide(const float* mixed, std::int32_t last, const SliceRun& run, f
     return HasAvx2() ? MixColumns(mixed, last, run, out) : 0;
 }
 
-SliceKernel GetWideNearestKernel(const SliceView& view) {
+WideKernels GetWideNearestKernels(const SliceView& view) {
     if (!CanGather(view)) {
-        return nullptr;
+        return {};
     }
     switch (view.m_Size) {
     case 1: return ChooseNearest<1>(GetStack(view));
@@ -465,9 +569,9 @@ SliceKernel GetWideNearestKernel(const SliceView& view) {
     }
 }
 
-SliceKernel GetWideLinearKernel(const SliceView& view, bool shaped) {
+WideKernels GetWideLinearKernels(const SliceView& view, bool shaped) {
     if (!CanGather(view)) {
-        return nullptr;
+        return {};
     }
     const Stack stack = GetStack(view);
     switch (view.m_Type) {
@@ -491,12 +595,12 @@ int MixColumnsWide(const float* /*mixed*/, std::int32_t /*last*/, const SliceRun
     return 0;
 }
 
-SliceKernel GetWideNearestKernel(const SliceView& /*view*/) {
-    return nullptr;
+WideKernels GetWideNearestKernels(const SliceView& /*view*/) {
+    return {};
 }
 
-SliceKernel GetWideLinearKernel(const SliceView& /*view*/, bool /*shaped*/) {
-    return nullptr;
+WideKernels GetWideLinearKernels(const SliceView& /*view*/, bool /*shaped*/) {
+    return {};
 }
 
 }  // namespace korvane_detail

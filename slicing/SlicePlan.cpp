@@ -82,22 +82,15 @@ int SlicePlan::CountParts(const double (&step)[3]) const {
 }
 
 void SlicePlan::SetKernel(Sampling sampling, bool wide) {
-    const SliceView& view = m_Tables.GetView();
-    const bool shaped = sampling == Sampling::kShaped;
     m_Sampling = sampling;
-    m_bWide = wide;
-    m_Kernel = nullptr;
-    if (sampling == Sampling::kCubic) {
-        m_Kernel = GetCubicKernel(view);
-        return;
+    m_Sampler.SetKernel(m_Tables.GetView(), sampling, wide);
+    double along[3];
+    double across[3];
+    for (int axis = 0; axis < 3; ++axis) {
+        along[axis] = m_Grid.m_PerPixel[axis] / m_Tables.GetVoxel()[axis];
+        across[axis] = m_Grid.m_PerRow[axis] / m_Tables.GetVoxel()[axis];
     }
-    const bool nearest = sampling == Sampling::kNearest;
-    if (wide) {
-        m_Kernel = nearest ? GetWideNearestKernel(view) : GetWideLinearKernel(view, shaped);
-    }
-    if (m_Kernel == nullptr) {
-        m_Kernel = nearest ? GetNearestKernel(view) : GetLinearKernel(view, shaped);
-    }
+    m_Sampler.SetSteps(along, across);
 }
 
 void SlicePlan::SetBackground(double value) {
@@ -190,13 +183,6 @@ void SlicePlan::ForEachRun(const Line& line, int first, int count, Work work) co
     work(RunOf(line, from, last - from + 1), from - first);
 }
 
-void SlicePlan::Sample(const Line& line, int first, int count, void* out) const {
-    auto* const to = static_cast<unsigned char*>(out);
-    const int size = m_Tables.GetView().m_Size;
-    const int bytes = m_Sampling == Sampling::kNearest ? size : IsSampledInFloat(size) ? 4 : 8;
-    ForEachRun(line, first, count, [&](const SliceRun& run, int at) { SampleRun(run, to + at * bytes); });
-}
-
 // Both ends are held within the volume, and the step is rounded toward zero: no sample between them is outside.
 SliceRun SlicePlan::RunOf(const Line& line, int first, int count) const {
     SliceRun run;
@@ -211,71 +197,29 @@ SliceRun SlicePlan::RunOf(const Line& line, int first, int count) const {
     return run;
 }
 
-void SlicePlan::SampleRun(const SliceRun& run, void* out) const {
-    const SliceView& view = m_Tables.GetView();
-    if (m_Sampling == Sampling::kCubic || !IsAlongRow(run)) {
-        m_Kernel(view, run, out);
-    } else if (m_Sampling == Sampling::kNearest) {
-        SampleNearestAlongRow(view, run, out);
-    } else {
-        SampleLinearAlongRow(view, run, m_Sampling == Sampling::kShaped, m_bWide, out);
+/// Adds samples `begin` to `end` of a line, in picture row `row`, to m_Strips.
+void SlicePlan::FindStrips(const Line& line, int begin, int end, int row) {
+    for (int i = begin; i < end; i += kRun) {
+        ForEachRun(line, i, std::min(kRun, end - i), [&](const SliceRun& run, int from) {
+            m_Strips.push_back({run, row, i + from});
+        });
     }
-}
-
-void SlicePlan::SamplePixels(const Line& line, int first, int count, unsigned char* pixels) {
-    if (m_Sampling == Sampling::kNearest) {
-        Sample(line, first, count, pixels);
-    } else {
-        Sample(line, first, count, m_Samples);
-        StoreSamples(m_Samples, count, m_Tables.GetView().m_Type, pixels);
-    }
-}
-
-void SlicePlan::SampleSlab(int row, unsigned char* pixels) {
-    const auto part = [](int i, int count) { return (i - (count - 1) / 2.0) / count; };
-    const Line line = FindLine(row);
-    m_Slab->Clear();
-    for (int layer = 0; layer < m_Grid.m_Layers; ++layer) {
-        for (int down = 0; down < m_Grid.m_Down; ++down) {
-            for (int across = 0; across < m_Grid.m_Across; ++across) {
-                AddToSlab(Shift(line, part(across, m_Grid.m_Across), part(down, m_Grid.m_Down), layer));
-            }
-        }
-    }
-    m_Slab->Store(m_Tables.GetView().m_Type, m_Background, m_Padding, pixels);
-}
-
-void SlicePlan::AddToSlab(const Line& row) {
-    const SliceView& view = m_Tables.GetView();
-    ForEachPiece(row, [&](const Line& line, int first, int end) {
-        for (int i = first; i < end; i += kRun) {
-            const int count = std::min(kRun, end - i);
-            Sample(line, i, count, m_Samples);
-            if (m_PaddingRange) {
-                ForEachRun(line, i, count, [&](const SliceRun& run, int at) {
-                    FindMeasured(view, run, m_Sampling, *m_PaddingRange, m_Measured + at);
-                });
-            }
-            const unsigned char* const measured = m_PaddingRange ? m_Measured : nullptr;
-            if (m_Sampling == Sampling::kNearest) {
-                m_Slab->AddPixels(i, count, m_Samples, view.m_Type, measured);
-            } else {
-                m_Slab->AddSamples(i, count, m_Samples, IsSampledInFloat(view.m_Size), measured);
-            }
-        }
-    });
 }
 
 void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
-    const std::size_t size = static_cast<std::size_t>(m_Tables.GetView().m_Size);
+    const auto size = static_cast<std::size_t>(m_Tables.GetView().m_Size);
     const std::size_t rowBytes = static_cast<std::size_t>(m_Grid.m_Width) * size;
+    if (!m_Slab.empty()) {
+        for (int done = 0; done < count; done += kSlabBand) {
+            SampleSlab(first + done, std::min(kSlabBand, count - done),
+                       pixels + static_cast<std::size_t>(done) * rowBytes);
+        }
+        return;
+    }
     const auto at = [&](int row, int column) {
         return pixels + static_cast<std::size_t>(row) * rowBytes + static_cast<std::size_t>(column) * size;
     };
-    if (m_Slab) {
-        for (int j = 0; j < count; ++j) SampleSlab(first + j, at(j, 0));
-        return;
-    }
+    m_Strips.clear();
     for (int j = 0; j < count; ++j) {
         const auto fill = [&](int from, int to) {
             FillPixels(m_Background, static_cast<int>(size), static_cast<std::size_t>(to - from), at(j, from));
@@ -283,10 +227,64 @@ void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
         int filled = 0;
         ForEachPiece(FindLine(first + j), [&](const Line& line, int begin, int end) {
             fill(filled, begin);
-            for (int i = begin; i < end; i += kRun) SamplePixels(line, i, std::min(kRun, end - i), at(j, i));
+            FindStrips(line, begin, end, j);
             filled = end;
         });
         fill(filled, m_Grid.m_Width);
+    }
+    StripSampler::Sink sink;
+    if (m_Sampling == Sampling::kNearest) {
+        sink.m_Room = [&](const SliceStrip& part) { return at(part.m_Row, part.m_Column); };
+        sink.m_Take = [](const SliceStrip& /*part*/, const void* /*samples*/) {};
+    } else {
+        sink.m_Take = [&](const SliceStrip& part, const void* samples) {
+            StoreSamples(samples, part.m_Run.m_Count, m_Tables.GetView().m_Type, at(part.m_Row, part.m_Column));
+        };
+    }
+    m_Sampler.Sample(m_Strips, sink);
+}
+
+/// Layer by layer, so that each is sampled in an order that suits memory; a pixel gets its samples in the same order all the
+/// same.
+void SlicePlan::SampleSlab(int first, int count, unsigned char* pixels) {
+    const auto part = [](int i, int parts) { return (i - (parts - 1) / 2.0) / parts; };
+    const SliceView& view = m_Tables.GetView();
+    const StripSampler::Sink sink = {
+        {}, [this](const SliceStrip& strip, const void* samples) { AddToSlab(strip, samples); }};
+    for (SlabRow& row : m_Slab) row.Clear();
+    for (int layer = 0; layer < m_Grid.m_Layers; ++layer) {
+        for (int down = 0; down < m_Grid.m_Down; ++down) {
+            for (int across = 0; across < m_Grid.m_Across; ++across) {
+                m_Strips.clear();
+                for (int j = 0; j < count; ++j) {
+                    const Line line =
+                        Shift(FindLine(first + j), part(across, m_Grid.m_Across), part(down, m_Grid.m_Down), layer);
+                    ForEachPiece(line,
+                                 [&](const Line& piece, int begin, int end) { FindStrips(piece, begin, end, j); });
+                }
+                m_Sampler.Sample(m_Strips, sink);
+            }
+        }
+    }
+    const std::size_t rowBytes = static_cast<std::size_t>(m_Grid.m_Width) * static_cast<std::size_t>(view.m_Size);
+    for (int j = 0; j < count; ++j) {
+        m_Slab[static_cast<std::size_t>(j)].Store(view.m_Type, m_Background, m_Padding,
+                                                  pixels + static_cast<std::size_t>(j) * rowBytes);
+    }
+}
+
+void SlicePlan::AddToSlab(const SliceStrip& strip, const void* samples) {
+    const SliceView& view = m_Tables.GetView();
+    SlabRow& row = m_Slab[static_cast<std::size_t>(strip.m_Row)];
+    const unsigned char* measured = nullptr;
+    if (m_PaddingRange) {
+        FindMeasured(view, strip.m_Run, m_Sampling, *m_PaddingRange, m_Measured);
+        measured = m_Measured;
+    }
+    if (m_Sampling == Sampling::kNearest) {
+        row.AddPixels(strip.m_Column, strip.m_Run.m_Count, samples, view.m_Type, measured);
+    } else {
+        row.AddSamples(strip.m_Column, strip.m_Run.m_Count, samples, IsSampledInFloat(view.m_Size), measured);
     }
 }
 

@@ -2,9 +2,9 @@
 #pragma once
 
 #include "CClipLine.h"
-#include "SliceKernels.h"
 #include "SlicePadding.h"
 #include "SlicePixels.h"
+#include "StripSampler.h"
 
 #include <cstddef>
 #include <optional>
@@ -33,9 +33,10 @@ public:
     SlicePlan& operator=(const SlicePlan&) = delete;
 
     void SetGrid(const SliceGrid& grid);
+    /// After `SetGrid`.
     void SetKernel(Sampling sampling, bool wide);
     /// What becomes of the samples of a pixel where there are several: layers, or parts of its area.
-    void SetSlab(SlabRow::Mode mode) { m_Slab.emplace(mode, m_Grid.m_Width); }
+    void SetSlab(SlabRow::Mode mode) { m_Slab.assign(kSlabBand, SlabRow(mode, m_Grid.m_Width)); }
     /// How many samples leave no voxel out along a step of the grid (`SetGrid` first), 1 to kMostParts.
     int CountParts(const double (&step)[3]) const;
     static constexpr int kMostParts = 256;
@@ -69,14 +70,12 @@ private:
     template <typename Work>
     void ForEachPiece(const Line& line, Work work) const;
     bool IsBent(const Line& line, int end, int other) const;
-    void Sample(const Line& line, int first, int count, void* out) const;
     SliceRun RunOf(const Line& line, int first, int count) const;
-    void SampleRun(const SliceRun& run, void* out) const;
     template <typename Work>
     void ForEachRun(const Line& line, int first, int count, Work work) const;
-    void SamplePixels(const Line& line, int first, int count, unsigned char* pixels);
-    void SampleSlab(int row, unsigned char* pixels);
-    void AddToSlab(const Line& row);
+    void FindStrips(const Line& line, int begin, int end, int row);
+    void SampleSlab(int first, int count, unsigned char* pixels);
+    void AddToSlab(const SliceStrip& strip, const void* samples);
 
     const SliceTables& m_Tables;
     SliceGrid m_Grid = {};  // in positions
@@ -85,14 +84,14 @@ private:
     CClipLine m_Box;
     std::vector<Shear> m_Shears;  // of a stack whose planes are not on one line
     Sampling m_Sampling = Sampling::kLinear;
-    bool m_bWide = false;
-    SliceKernel m_Kernel = nullptr;
-    std::optional<SlabRow> m_Slab;
+    StripSampler m_Sampler;
+    std::vector<SliceStrip> m_Strips;  // of the rows at work
+    static constexpr int kSlabBand = 16;
+    std::vector<SlabRow> m_Slab;  // of so many rows; none where a pixel is one sample
     std::optional<PaddingRange> m_PaddingRange;
     unsigned char m_Background[4] = {};
     unsigned char m_Padding[4] = {};
     unsigned char m_Measured[kLongestRun] = {};
-    alignas(32) unsigned char m_Samples[kLongestRun * sizeof(double)];
 };
 
 }  // namespace korvane_detail
