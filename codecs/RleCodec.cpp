@@ -98,6 +98,7 @@ void RleCodec::Encode(DcmFrameFormat& format, std::span<const std::uint8_t> pixe
     const std::size_t count = SegmentCount(layout);
 
     std::vector<std::uint8_t> packed(kHeaderSize);
+    packed.reserve(kHeaderSize + pixels.size());  // seldom more, and not taken before it is written to
     StoreWord(packed.data(), count);
     std::vector<std::uint8_t> row(layout.Columns());
     for (std::size_t i = 0; i < count; ++i) {

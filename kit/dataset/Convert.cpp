@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <deque>
 #include <filesystem>
 #include <system_error>
 #include <utility>
@@ -46,7 +47,8 @@ struct Sink {
     std::string name;
 };
 
-// For one thread: its codecs, and the report of what it has converted, which whoever takes it tells.
+// For one thread at a time: its codecs, which are loaded once for all files that it converts, and the report of what it
+// has converted, which whoever takes it tells.
 class Conversion {
 public:
     explicit Conversion(const ConvertOptions& options);
@@ -55,7 +57,8 @@ public:
     // A file below `from` to its place below `to`. What fails, but for a stop, is told in the report.
     void ConvertListed(const std::string& path, const fs::path& from, const fs::path& to);
 
-    ConvertReport TakeReport() { return std::move(m_Report); }
+    /// Since the last one was taken.
+    ConvertReport TakeReport() { return std::exchange(m_Report, {}); }
 
 private:
     DataSetFile Read(const Source& from) const;
@@ -236,16 +239,13 @@ public:
         TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(m_Files.size()));
         constexpr std::size_t kAheadOfThread = 4;  // files
         const std::size_t ahead = kAheadOfThread * CountJobs(m_Options.jobs);
-        std::vector<ConvertReport> ring(ahead);
+        std::deque<Conversion> ring;  // as many as are under way
+        while (ring.size() < std::min(ahead, m_Files.size())) ring.emplace_back(m_Options);
         ForEachInOrder(
             m_Options.jobs, m_Files.size(), ahead, m_Watch,
+            [&](std::size_t i) { ring[i % ahead].ConvertListed(m_Files[i], m_From, m_To); },
             [&](std::size_t i) {
-                Conversion conversion(m_Options);
-                conversion.ConvertListed(m_Files[i], m_From, m_To);
-                ring[i % ahead] = conversion.TakeReport();
-            },
-            [&](std::size_t i) {
-                Take(std::move(ring[i % ahead]));
+                Take(ring[i % ahead].TakeReport());
                 progress.Step();
             });
         return std::move(m_Report);

@@ -192,11 +192,36 @@ def frames_and_lies():
         assert "frame 4" in err and not out and not list(WORK.glob("x.dcm*")), err
 
 
+def one_after_the_other():
+    """What is kept from file to file, codecs and buffers, changes none: each is what it is when converted alone, the failing ones
+    and those with loss are told, and no others."""
+    folder = WORK / "in"
+    folder.mkdir()
+    ds = image(numpy.arange(4 * 16 * 16, dtype="<u2").reshape(4, 16, 16))
+    ds.save_as(folder / "native")
+    packed = convert(folder / "native", "rle", "rle")
+    streams = list(pydicom.encaps.generate_pixel_data_frame(pydicom.dcmread(packed).PixelData, 4))
+    encapsulate(ds, "1.2.840.10008.1.2.5", [*streams[:3], streams[3][:66]]).save_as(WORK / "cut")
+    image(numpy.arange(256, dtype="u1").reshape(1, 16, 16)).save_as(WORK / "grey")
+    lossy = subprocess.run(["dcmcjpeg", "+eb", WORK / "grey", WORK / "lossy"], check=False, capture_output=True).returncode == 0
+    for round_ in range(4):
+        for kind in ("rle", "cut", "grey", *(["lossy"] if lossy else [])):
+            shutil.copy(WORK / kind, folder / f"{round_} {kind}")
+    for syntax in ("explicit", "jpegll"):
+        for jobs in (1, 3):
+            out = WORK / f"{syntax}{jobs}"
+            err = korvane("convert", folder, out, "--syntax", syntax, "--jobs", jobs, status=1)[1]
+            assert [f"{n} cut" in err for n in range(4)] == [True] * 4 and err.count("with loss") == 4 * lossy, err
+            assert {path.name for path in folder.iterdir()} == {path.name for path in out.iterdir()} | {f"{n} cut" for n in range(4)}
+            for path in out.iterdir():
+                assert path.read_bytes() == convert(folder / path.name, "alone", syntax).read_bytes(), path
+
+
 def interrupted():
     source = phantom("source", "--size", 512, "--slices", 60)
     host_test.interrupted(("convert", source, WORK / "out", "--syntax", "jpegll"), lambda: wait_for((WORK / "out").exists))
     assert not list((WORK / "out").glob("*.part"))
 
 
-host_test.run(lossless_round_trips, streams_and_refusals, folders_and_mixed_series, frames_and_lies,
+host_test.run(lossless_round_trips, streams_and_refusals, folders_and_mixed_series, frames_and_lies, one_after_the_other,
               *(() if WINDOWS else (special_files, interrupted)))

@@ -20,8 +20,9 @@ namespace {
 
 constexpr char kBundledModule[] = "DcmCodec.dll";
 constexpr char kListFile[] = "DcmCodecMgr.ini";
-constexpr std::size_t kLineLimit = 260;  // with the zero behind it
-constexpr int kMostCodecs = 1024;        // of one module: its count is not believed
+constexpr std::size_t kLineLimit = 260;                  // with the zero behind it
+constexpr int kMostCodecs = 1024;                        // of one module: its count is not believed
+constexpr std::size_t kMostKept = std::size_t{4} << 20;  // bytes of an encoded frame, until the next one
 
 using Registry = std::map<std::string, CodecEntry, std::less<>>;
 
@@ -275,8 +276,10 @@ bool CodecManager::ConvertTo(DICOMObject& dataSet, std::string_view target) {
     if (pixelData == nullptr) return SetSyntax(dataSet, target);
     DcmCodec* const codec = Use(target);
     if (codec == nullptr) return Fail("the codec module for " + std::string(target) + " cannot be loaded");
-    PixelTranscoder transcoder(*codec, m_Stop);
-    if (!transcoder.Encode(dataSet) || !transcoder.Apply(dataSet, target)) return Fail(transcoder.GetError());
+    PixelTranscoder transcoder(*codec, m_Stop, m_Scratch);
+    const bool done = transcoder.Encode(dataSet) && transcoder.Apply(dataSet, target);
+    if (m_Scratch.capacity() > kMostKept) std::vector<unsigned char>().swap(m_Scratch);
+    if (!done) return Fail(transcoder.GetError());
     return SetSyntax(dataSet, target);
 }
 
@@ -296,7 +299,7 @@ bool CodecManager::DecodeAll(DICOMObject& dataSet, bool isWritten) {
     const bool exact = (props->abilities & DCM_CODEC_LOSSY) == 0;
     std::vector<std::unique_ptr<PixelTranscoder>> transcoders;
     for (const DICOMObject* const image : images) {
-        PixelTranscoder& one = *transcoders.emplace_back(std::make_unique<PixelTranscoder>(*codec, m_Stop));
+        PixelTranscoder& one = *transcoders.emplace_back(std::make_unique<PixelTranscoder>(*codec, m_Stop, m_Scratch));
         const bool done = isWritten && image == &dataSet ? one.DecodeFirst(*image, exact) : one.Decode(*image);
         if (!done) return Fail((image == &dataSet ? "" : "an image in a sequence: ") + one.GetError());
     }

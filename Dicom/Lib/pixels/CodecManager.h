@@ -128,5 +128,6 @@ private:
     std::string m_Error;
     bool m_bLossy = false;
     std::function<bool()> m_Stop;
+    std::vector<unsigned char> m_Scratch;         // of frames that are encoded
     std::unique_ptr<PixelTranscoder> m_pToWrite;  // with the frames that `DecodeForWriting` left
 };

@@ -18,7 +18,7 @@ constexpr std::uint32_t kItemHeader = 8;
 
 /// Collects what a codec writes; hopeless encodings end early.
 struct Sink {
-    std::vector<unsigned char> bytes;
+    std::vector<unsigned char>& bytes;
     std::size_t limit = 0;
     bool isFull = false;
     bool outOfMemory = false;
@@ -146,7 +146,8 @@ bool PixelTranscoder::EncodeFrame(std::uint32_t index, const unsigned char* pixe
     if (m_Stop && m_Stop()) return Fail("stopped");
     DcmFrameFormat format = m_Format.frame;
     char error[kErrorBytes] = {};
-    Sink sink;
+    m_Scratch.clear();
+    Sink sink{m_Scratch};
     // More than any lossless coding needs, and far below what a fragment's length can say.
     sink.limit = static_cast<std::size_t>(std::min<std::uint64_t>(m_Format.frameBytes * 8 + 65536, 0x7FFFFFFF));
     const int encoded = m_Codec.EncodeFrame(&m_Codec, &format, pixels, static_cast<std::size_t>(m_Format.frameBytes),

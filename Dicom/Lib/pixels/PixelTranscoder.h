@@ -17,8 +17,10 @@
 /// May throw `std::bad_alloc`; what a module throws goes through.
 class PixelTranscoder {
 public:
-    /// `stop`, which may be empty, is asked before each frame; both must outlive this object.
-    PixelTranscoder(DcmCodec& codec, const std::function<bool()>& stop) : m_Codec(codec), m_Stop(stop) {}
+    /// `stop`, which may be empty, is asked before each frame. `scratch` holds a frame while it is encoded: kept from one
+    /// object to the next it saves taking fresh memory, which costs as much as the encoding. All must outlive this object.
+    PixelTranscoder(DcmCodec& codec, const std::function<bool()>& stop, std::vector<unsigned char>& scratch)
+        : m_Codec(codec), m_Stop(stop), m_Scratch(scratch) {}
 
     /// Takes a decoded frame, which it may change; false: no more.
     using FrameTaker = std::function<bool(std::span<unsigned char> frame)>;
@@ -58,6 +60,7 @@ private:
 
     DcmCodec& m_Codec;
     const std::function<bool()>& m_Stop;
+    std::vector<unsigned char>& m_Scratch;
     ImageFormat m_Format;             // what the data set says
     DcmFrameFormat m_NewFormat{};     // what the codec says, the same for all frames
     std::unique_ptr<VR> m_pResult;    // the new pixel data
