@@ -215,7 +215,7 @@ def many_at_once():
         start = time.monotonic()
         process.send_signal(signal.SIGINT)
         process.wait(timeout=10)
-        assert time.monotonic() - start < 1, "slow to stop"
+        assert time.monotonic() - start < host_test.SOON, "slow to stop"
     (stored,) = (WORK / "in").iterdir()
     assert WINDOWS or stored.stat().st_mode & 0o777 == 0o640 & ~os_umask(), oct(stored.stat().st_mode)
     with receiver(WORK / "allowed", "--allow", "10.1.2.3", status=0) as (port, said, process):
@@ -369,7 +369,7 @@ def stopped():
             start = time.monotonic()
             process.send_signal(signal.SIGINT)
             process.wait(timeout=10)
-            assert time.monotonic() - start < 0.6, "slow to stop"
+            assert time.monotonic() - start < host_test.SOON, "slow to stop"
         assert said[-1].endswith("not ended in order\n" if breaks_off else "stopped\n"), said
         assert not list((WORK / "in").iterdir())
     with receiver(WORK / "in") as (port, said, process):

@@ -91,11 +91,11 @@ def tried_again():
     port = free_port()
     start = time.monotonic()
     korvane("send", HERE, port, source, "--retry", 2, status=1)  # waits a second, then two
-    assert 3 <= time.monotonic() - start < 10
+    assert 3 <= time.monotonic() - start < 20
     with storescp("--refuse") as (port, _):  # final
         start = time.monotonic()
         korvane("send", HERE, port, source, "--retry", 9, status=1)
-        assert time.monotonic() - start < 5
+        assert time.monotonic() - start < 20
 
 
 def goes_on():
