@@ -19,7 +19,9 @@ namespace {
 
 using korvane_detail::Cross;
 using korvane_detail::Dot;
+using korvane_detail::GetSampleBytes;
 using korvane_detail::GreyWindow;
+using korvane_detail::KeptLayers;
 using korvane_detail::PatientFrame;
 using korvane_detail::PlaneOffset;
 using korvane_detail::PlaneOffsets;
@@ -39,6 +41,7 @@ constexpr double kParallel = 1e-6;
 // Of one pixel, through a slab and over its area.
 constexpr std::int64_t kMostSamples = 1 << 20;
 
+constexpr const char* kManyLayers = "slab of too many samples";
 constexpr const char* kNoRoom = "too little memory for the slice's pixels";
 
 /// a + s * b
@@ -178,8 +181,10 @@ struct Layers {
     int m_Count = 1;
     double m_Step = 0;
 
-    /// False where there would be too many.
-    bool Divide(double thickness, double step) {
+    /// False where there would be too many. A step of 0 is the volume's smallest spacing.
+    bool Divide(double thickness, double wanted, const SliceTables& tables) {
+        if (!(thickness > 0)) return true;
+        const double step = wanted > 0 ? wanted : tables.GetSmallestSpacing();
         const double steps = std::max(std::ceil(thickness / step - 1e-9), 1.0);
         if (steps > DcmObliqueSlice::kLargestSlab - 1) {
             return false;
@@ -189,6 +194,18 @@ struct Layers {
         return true;
     }
 };
+
+/// Of layers that `slice` samples from a usable volume.
+KeptLayers::Form FormOf(const DcmObliqueSlice& slice, const std::array<double, 3>& padding, int layers) {
+    const auto sampling = static_cast<Sampling>(slice.GetInterpolation());
+    return {slice.GetVolume(),
+            sampling,
+            {padding[0], padding[1]},
+            slice.GetWidth(),
+            slice.GetHeight(),
+            layers,
+            static_cast<std::size_t>(GetSampleBytes(sampling, slice.GetVolume()->GetTypeSize()))};
+}
 
 }  // namespace
 
@@ -411,7 +428,7 @@ Vector DcmObliqueSlice::DirectionToVol(const Vector& direction) const {
 //     unsigned char* GetRows(int first)              where rows from this one on are to go, counted from `firstRow`
 //     void TakeRows(int first, int count)            they are there
 template <typename Sink>
-bool DcmObliqueSlice::Sample(int firstRow, int rows, Sink sink) {
+bool DcmObliqueSlice::Sample(int firstRow, int rows, Sink sink, SlabLayers* layers) {
     if (m_pVolume == nullptr) {
         return Fail("slice without a volume");
     }
@@ -425,16 +442,14 @@ bool DcmObliqueSlice::Sample(int firstRow, int rows, Sink sink) {
         return Fail(failure);
     }
     Layers slab;
-    if (m_SlabMode != SM_NONE && m_SlabThickness > 0 &&
-        !slab.Divide(m_SlabThickness, m_SlabStep > 0 ? m_SlabStep : tables.GetSmallestSpacing())) {
-        return Fail("slab of too many samples");
+    if (m_SlabMode != SM_NONE && !slab.Divide(m_SlabThickness, m_SlabStep, tables)) {
+        return Fail(kManyLayers);
     }
-    const int layers = slab.m_Count;
     const double layerStep = slab.m_Step;
     const Vector normal = GetNormal();
     const Vector centre = Straighten(tables.GetOffsets(), m_Centre);
-    const Vector corner = Add(StraightPixel(centre, 0, 0), -layerStep * (layers - 1) / 2, normal);
-    SliceGrid grid = {{}, {}, {}, {}, m_Width, m_Height, layers};
+    const Vector corner = Add(StraightPixel(centre, 0, 0), -layerStep * (slab.m_Count - 1) / 2, normal);
+    SliceGrid grid = {{}, {}, {}, {}, m_Width, m_Height, slab.m_Count};
     SlicePlan plan(tables);
     for (std::size_t axis = 0; axis < 3; ++axis) {
         grid.m_Origin[axis] = corner[axis];
@@ -445,7 +460,7 @@ bool DcmObliqueSlice::Sample(int firstRow, int rows, Sink sink) {
     if (m_bAreaAverage) {
         grid.m_Across = plan.CountParts(grid.m_PerPixel);
         grid.m_Down = plan.CountParts(grid.m_PerRow);
-        if (std::int64_t{layers} * grid.m_Across * grid.m_Down > kMostSamples) {
+        if (std::int64_t{slab.m_Count} * grid.m_Across * grid.m_Down > kMostSamples) {
             return Fail("pixels of too many samples");
         }
     }
@@ -453,8 +468,12 @@ bool DcmObliqueSlice::Sample(int firstRow, int rows, Sink sink) {
     plan.SetKernel(static_cast<Sampling>(m_Interpolation), m_bWide);
     plan.SetBackground(m_Background);
     if (m_Padding[0] <= m_Padding[1]) plan.SetPadding({m_Padding[0], m_Padding[1]}, m_Padding[2]);
-    if (layers > 1) {
+    if (slab.m_Count > 1) {
         plan.SetSlab(static_cast<SlabRow::Mode>(m_SlabMode - SM_MEAN));
+        const bool isPlain = grid.m_Across == 1 && grid.m_Down == 1;
+        if (layers != nullptr && isPlain && layers->m_pKept->IsFor(FormOf(*this, m_Padding, slab.m_Count))) {
+            plan.SetKept(layers->m_pKept.get());
+        }
     } else if (grid.m_Across > 1 || grid.m_Down > 1) {
         plan.SetSlab(SlabRow::kMean);
     }
@@ -470,7 +489,36 @@ bool DcmObliqueSlice::GetPixels(void* pixels, std::size_t bytes) {
     return GetPixelRows(0, m_Height, pixels, bytes);
 }
 
-bool DcmObliqueSlice::GetPixelRows(int firstRow, int rows, void* pixels, std::size_t bytes) {
+bool DcmObliqueSlice::PrepareLayers(SlabLayers& layers) {
+    if (m_pVolume == nullptr) {
+        return Fail("slice without a volume");
+    }
+    SliceTables tables;
+    if (const char* failure = tables.Read(*m_pVolume)) {
+        return Fail(failure);
+    }
+    Layers slab;
+    if (m_SlabMode != SM_NONE && !slab.Divide(m_SlabThickness, m_SlabStep, tables)) {
+        return Fail(kManyLayers);
+    }
+    const KeptLayers::Form form = FormOf(*this, m_Padding, slab.m_Count);
+    if (slab.m_Count < 2 || m_bAreaAverage || KeptLayers::CountBytes(form) > static_cast<double>(layers.GetMost())) {
+        layers.Clear();
+    } else {
+        layers.m_pKept->Prepare(form, Straighten(tables.GetOffsets(), m_Centre), GetNormal(), slab.m_Step);
+    }
+    return true;
+}
+
+bool DcmObliqueSlice::GetPixelRows(int first, int count, void* pixels, std::size_t bytes) {
+    return SampleRows(first, count, pixels, bytes, nullptr);
+}
+
+bool DcmObliqueSlice::GetPixelRows(int first, int count, void* pixels, std::size_t bytes, SlabLayers& layers) {
+    return SampleRows(first, count, pixels, bytes, &layers);
+}
+
+bool DcmObliqueSlice::SampleRows(int firstRow, int rows, void* pixels, std::size_t bytes, SlabLayers* layers) {
     struct Sink {
         unsigned char* m_pPixels;
         std::size_t m_Bytes;
@@ -487,7 +535,8 @@ bool DcmObliqueSlice::GetPixelRows(int firstRow, int rows, void* pixels, std::si
     };
     return Sample(firstRow, rows,
                   Sink{static_cast<unsigned char*>(pixels), bytes, static_cast<std::size_t>(m_Width),
-                       static_cast<std::size_t>(rows), 0});
+                       static_cast<std::size_t>(rows), 0},
+                  layers);
 }
 
 bool DcmObliqueSlice::GetPixelStack(void* pixels, std::size_t bytes, int count, double step) {
@@ -520,8 +569,18 @@ bool DcmObliqueSlice::GetPicture(unsigned char* pixels, std::size_t bytes, doubl
     return GetPictureRows(0, m_Height, pixels, bytes, centre, width);
 }
 
-bool DcmObliqueSlice::GetPictureRows(int firstRow, int rows, unsigned char* pixels, std::size_t bytes, double centre,
+bool DcmObliqueSlice::GetPictureRows(int first, int count, unsigned char* pixels, std::size_t bytes, double centre,
                                      double width) {
+    return SamplePicture(first, count, pixels, bytes, centre, width, nullptr);
+}
+
+bool DcmObliqueSlice::GetPictureRows(int first, int count, unsigned char* pixels, std::size_t bytes, double centre,
+                                     double width, SlabLayers& layers) {
+    return SamplePicture(first, count, pixels, bytes, centre, width, &layers);
+}
+
+bool DcmObliqueSlice::SamplePicture(int firstRow, int rows, unsigned char* pixels, std::size_t bytes, double centre,
+                                    double width, SlabLayers* layers) {
     struct Sink {
         unsigned char* m_pPixels;
         std::size_t m_Width;
@@ -551,7 +610,7 @@ bool DcmObliqueSlice::GetPictureRows(int firstRow, int rows, unsigned char* pixe
             m_Window->Map(m_Band.data(), pixelCount, m_pPixels + static_cast<std::size_t>(first) * m_Width);
         }
     };
-    return Sample(
-        firstRow, rows,
-        Sink{pixels, static_cast<std::size_t>(m_Width), static_cast<std::size_t>(rows), bytes, centre, width});
+    return Sample(firstRow, rows,
+                  Sink{pixels, static_cast<std::size_t>(m_Width), static_cast<std::size_t>(rows), bytes, centre, width},
+                  layers);
 }

@@ -4,6 +4,7 @@
 #include "../base/Export.h"
 #include "../math/FPlane.h"
 #include "../volume/CVolume.h"
+#include "SlabLayers.h"
 
 #include <array>
 #include <cstddef>
@@ -192,6 +193,15 @@ public:
     bool GetPixelRows(int first, int count, void* pixels, std::size_t bytes);
     bool GetPictureRows(int first, int count, unsigned char* pixels, std::size_t bytes, double centre, double width);
 
+    /// Before the rows of a slab are asked for with `layers`: turns them to the plane, or makes room for them. Nothing is kept, and
+    /// all is sampled, without a slab, for means over areas, and where the layers would take more than they may. Fails as
+    /// `GetPixels` does.
+    bool PrepareLayers(SlabLayers& layers);
+    /// The same rows, to the bit, by what `layers` has (see `SlabLayers`). Threads may share it that ask for different rows.
+    bool GetPixelRows(int first, int count, void* pixels, std::size_t bytes, SlabLayers& layers);
+    bool GetPictureRows(int first, int count, unsigned char* pixels, std::size_t bytes, double centre, double width,
+                        SlabLayers& layers);
+
     /// Wide vector units of the processor are used where it has them. Switching them off changes the speed only.
     void AllowWideVectors(bool allow) { m_bWide = allow; }
 
@@ -202,7 +212,10 @@ private:
     bool Fail(const char* what);
     Vector StraightPixel(const Vector& centre, double column, double row) const;
     template <typename Sink>
-    bool Sample(int firstRow, int rows, Sink sink);
+    bool Sample(int firstRow, int rows, Sink sink, SlabLayers* layers);
+    bool SampleRows(int first, int count, void* pixels, std::size_t bytes, SlabLayers* layers);
+    bool SamplePicture(int first, int count, unsigned char* pixels, std::size_t bytes, double centre, double width,
+                       SlabLayers* layers);
 
     CVolume* m_pVolume = nullptr;
     Vector m_Centre = {0, 0, 0};

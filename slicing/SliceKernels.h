@@ -43,6 +43,10 @@ enum class Sampling {
     kCubic,   ///< Catmull-Rom, four voxels along each axis
 };
 
+inline int GetSampleBytes(Sampling sampling, int size) {
+    return sampling == Sampling::kNearest ? size : IsSampledInFloat(size) ? 4 : 8;
+}
+
 using SliceKernel = void (*)(const SliceView& view, const SliceRun& run, void* out);
 
 /// Samples kAbreast runs of the same count side by side: first the first samples of all, then the second ones. For pictures

@@ -249,8 +249,9 @@ void SlicePlan::SampleRows(int first, int count, unsigned char* pixels) {
 void SlicePlan::SampleSlab(int first, int count, unsigned char* pixels) {
     const auto part = [](int i, int parts) { return (i - (parts - 1) / 2.0) / parts; };
     const SliceView& view = m_Tables.GetView();
-    const StripSampler::Sink sink = {
-        {}, [this](const SliceStrip& strip, const void* samples) { AddToSlab(strip, samples); }};
+    const StripSampler::Sink sink = {{}, [this](const SliceStrip& strip, const void* samples) {
+                                         AddToSlab(strip, samples, FindPadding(strip, m_Measured));
+                                     }};
     for (SlabRow& row : m_Slab) row.Clear();
     for (int layer = 0; layer < m_Grid.m_Layers; ++layer) {
         for (int down = 0; down < m_Grid.m_Down; ++down) {
@@ -262,7 +263,11 @@ void SlicePlan::SampleSlab(int first, int count, unsigned char* pixels) {
                     ForEachPiece(line,
                                  [&](const Line& piece, int begin, int end) { FindStrips(piece, begin, end, j); });
                 }
-                m_Sampler.Sample(m_Strips, sink);
+                if (m_pKept != nullptr) {
+                    SampleKeptLayer(layer, first, count);
+                } else {
+                    m_Sampler.Sample(m_Strips, sink);
+                }
             }
         }
     }
@@ -273,14 +278,48 @@ void SlicePlan::SampleSlab(int first, int count, unsigned char* pixels) {
     }
 }
 
-void SlicePlan::AddToSlab(const SliceStrip& strip, const void* samples) {
+/// The strips of rows `first` to `first + count - 1`: those of the rows that are kept with the same positions are taken, the
+/// others sampled and kept.
+void SlicePlan::SampleKeptLayer(int layer, int first, int count) {
+    m_Fresh.clear();
+    std::size_t begin = 0;
+    for (int j = 0; j < count; ++j) {
+        std::size_t end = begin;
+        while (end < m_Strips.size() && m_Strips[end].m_Row == j) ++end;
+        KeptLayers::Row& kept = m_pKept->GetRow(layer, first + j);
+        kept.m_bKept = AreSame(m_Strips.data() + begin, end - begin, kept.m_Strips);
+        if (!kept.m_bKept) {
+            kept.m_Strips.clear();
+            m_Fresh.insert(m_Fresh.end(), m_Strips.begin() + static_cast<std::ptrdiff_t>(begin),
+                           m_Strips.begin() + static_cast<std::ptrdiff_t>(end));
+        }
+        begin = end;
+    }
+    const std::size_t bytes = m_pKept->GetForm().m_SampleBytes;
+    const auto samplesOf = [&](const SliceStrip& strip) {
+        return m_pKept->GetSamples(layer, first + strip.m_Row) + static_cast<std::size_t>(strip.m_Column) * bytes;
+    };
+    const auto measuredOf = [&](const SliceStrip& strip) {
+        unsigned char* const row = m_pKept->GetMeasured(layer, first + strip.m_Row);
+        return row != nullptr ? row + strip.m_Column : nullptr;
+    };
+    m_Sampler.Sample(m_Fresh, {samplesOf, [&](const SliceStrip& strip, const void* /*samples*/) {
+                                   FindPadding(strip, measuredOf(strip));
+                               }});
+    for (const SliceStrip& strip : m_Fresh) m_pKept->GetRow(layer, first + strip.m_Row).m_Strips.push_back(strip);
+    for (const SliceStrip& strip : m_Strips) AddToSlab(strip, samplesOf(strip), measuredOf(strip));
+}
+
+/// `measured`, with what `FindMeasured` finds; null without padding.
+const unsigned char* SlicePlan::FindPadding(const SliceStrip& strip, unsigned char* measured) const {
+    if (!m_PaddingRange) return nullptr;
+    FindMeasured(m_Tables.GetView(), strip.m_Run, m_Sampling, *m_PaddingRange, measured);
+    return measured;
+}
+
+void SlicePlan::AddToSlab(const SliceStrip& strip, const void* samples, const unsigned char* measured) {
     const SliceView& view = m_Tables.GetView();
     SlabRow& row = m_Slab[static_cast<std::size_t>(strip.m_Row)];
-    const unsigned char* measured = nullptr;
-    if (m_PaddingRange) {
-        FindMeasured(view, strip.m_Run, m_Sampling, *m_PaddingRange, m_Measured);
-        measured = m_Measured;
-    }
     if (m_Sampling == Sampling::kNearest) {
         row.AddPixels(strip.m_Column, strip.m_Run.m_Count, samples, view.m_Type, measured);
     } else {

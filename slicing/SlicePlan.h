@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CClipLine.h"
+#include "KeptLayers.h"
 #include "SlicePadding.h"
 #include "SlicePixels.h"
 #include "StripSampler.h"
@@ -37,6 +38,8 @@ public:
     void SetKernel(Sampling sampling, bool wide);
     /// What becomes of the samples of a pixel where there are several: layers, or parts of its area.
     void SetSlab(SlabRow::Mode mode) { m_Slab.assign(kSlabBand, SlabRow(mode, m_Grid.m_Width)); }
+    /// Takes layers from there where they are the same, and leaves them there. Null for none; not for parts of an area.
+    void SetKept(KeptLayers* kept) { m_pKept = kept; }
     /// How many samples leave no voxel out along a step of the grid (`SetGrid` first), 1 to kMostParts.
     int CountParts(const double (&step)[3]) const;
     static constexpr int kMostParts = 256;
@@ -75,7 +78,9 @@ private:
     void ForEachRun(const Line& line, int first, int count, Work work) const;
     void FindStrips(const Line& line, int begin, int end, int row);
     void SampleSlab(int first, int count, unsigned char* pixels);
-    void AddToSlab(const SliceStrip& strip, const void* samples);
+    void SampleKeptLayer(int layer, int first, int count);
+    void AddToSlab(const SliceStrip& strip, const void* samples, const unsigned char* measured);
+    const unsigned char* FindPadding(const SliceStrip& strip, unsigned char* measured) const;
 
     const SliceTables& m_Tables;
     SliceGrid m_Grid = {};  // in positions
@@ -87,7 +92,9 @@ private:
     StripSampler m_Sampler;
     std::vector<SliceStrip> m_Strips;  // of the rows at work
     static constexpr int kSlabBand = 16;
-    std::vector<SlabRow> m_Slab;  // of so many rows; none where a pixel is one sample
+    KeptLayers* m_pKept = nullptr;
+    std::vector<SliceStrip> m_Fresh;  // strips that no kept row has
+    std::vector<SlabRow> m_Slab;      // of so many rows; none where a pixel is one sample
     std::optional<PaddingRange> m_PaddingRange;
     unsigned char m_Background[4] = {};
     unsigned char m_Padding[4] = {};

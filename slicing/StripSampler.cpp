@@ -146,9 +146,7 @@ void StripSampler::SampleAbreast(const SliceStrip* group, int begin, int end, co
 }
 
 void StripSampler::PickLane(int lane, int count, void* out) const {
-    const int size = m_pView->m_Size;
-    const int bytes = m_Sampling == Sampling::kNearest ? size : IsSampledInFloat(size) ? 4 : 8;
-    switch (bytes) {
+    switch (GetSampleBytes(m_Sampling, m_pView->m_Size)) {
     case 1: return Pick<std::uint8_t>(m_Lanes, lane, count, out);
     case 2: return Pick<std::uint16_t>(m_Lanes, lane, count, out);
     case 4: return Pick<std::uint32_t>(m_Lanes, lane, count, out);
