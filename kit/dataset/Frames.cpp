@@ -55,6 +55,10 @@ struct FrameReader::State {
         codecs.SetStopQuestion(watch.GetStopQuestion());
         read = ReadDataSetFile(path, kParseAll, watch, options.leniency, kLeftInFile);
         if (read.dataSet == nullptr) Fail(ErrorKind::NotDicom, "not a DICOM file");
+        if (options.dropGroups) {
+            for (const Tag tag : {tags::PerFrameFunctionalGroupsSequence, tags::SharedFunctionalGroupsSequence})
+                DropElement(*read.dataSet, tag);
+        }
         findings = std::move(read.findings);
         pixels = FindPixels(*read.dataSet);
         if (pixels == nullptr) Fail(ErrorKind::Unsupported, "no pixel data");

@@ -20,6 +20,8 @@ namespace korvane {
 
 struct FrameOptions {
     Leniency leniency{};
+    /// Data sets of frames are without functional groups (PS3.3 C.7.6.16), which fill the memory where frames are many.
+    bool dropGroups = false;
     Watcher* watcher = nullptr;  ///< must outlive the reader
 };
 

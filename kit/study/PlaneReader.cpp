@@ -11,9 +11,14 @@ PlaneReader::PlaneReader(const Watch& watch) : m_Watch(watch) {
     m_Codecs.SetStopQuestion(watch.GetStopQuestion());
 }
 
-bool PlaneReader::KeepsForm(const ImageHeader& header) {
-    if (!header.encapsulated) return true;
-    m_File = ReadSliceFile(header, m_Codecs, m_Watch);
+void PlaneReader::ReadFile(const ImageHeader& header, const FramePixels* frames, int frame) {
+    m_File = {};  // its memory is wanted for the next one
+    m_File = frames != nullptr ? frames->Read(frame, m_Codecs) : ReadSliceFile(header, m_Codecs, m_Watch);
+}
+
+bool PlaneReader::KeepsForm(const ImageHeader& header, const FramePixels* frames) {
+    if (!header.encapsulated || !HasModuleForm(header.form)) return true;
+    ReadFile(header, frames, 0);
     return ReadPixelForm(m_File) == header.form;
 }
 
@@ -22,21 +27,35 @@ std::optional<std::string> PlaneReader::GetThickness() const {
     return TextOf(*m_File.dataSet, tags::SliceThickness);
 }
 
-std::span<const std::byte> PlaneReader::Read(const ImageHeader& header) {
-    m_File = {};  // its memory is wanted for the next one
-    m_File = ReadSliceFile(header, m_Codecs, m_Watch);
+std::span<const std::byte> PlaneReader::Read(const ImageHeader& header, const FramePixels* frames, int frame) {
+    ReadFile(header, frames, frame);
     m_bBitsAbove = HasFileBitsAbove(header, *m_File.dataSet, m_Watch);
+    m_Form = header.form;
+    if (!HasModuleForm(m_Form)) {
+        Put(header);
+        return m_Voxels;
+    }
     m_Form = ReadPixelForm(m_File);  // decoding may have changed it
     if (m_Form != header.form) RefuseFile(header, ErrorKind::Irregular, "the slices do not make a volume");
     const auto bytes = static_cast<std::size_t>(m_Form.FrameBytes());
     const VR& pixels = *FindElement(*m_File.dataSet, tags::PixelData);
+    if (pixels.m_Length < bytes) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
     // Words with nothing but the value in them need no second copy.
     const bool isLow = m_Form.highBit + 1 == m_Form.stored && std::endian::native == std::endian::little;
     if (isLow && (m_Form.stored == m_Form.allocated || (!m_Form.isSigned && !m_bBitsAbove)))
         return std::as_bytes(std::span(pixels.m_pData, bytes));
-    m_Voxels.resize(bytes);
-    StoredPixels(*m_File.dataSet, m_Form).Read(0, m_Voxels);
+    Put(header);
     return m_Voxels;
+}
+
+void PlaneReader::Put(const ImageHeader& header) {
+    m_Voxels.resize(static_cast<std::size_t>(m_Form.rows) * static_cast<std::size_t>(m_Form.columns) *
+                    SizeOf(VoxelTypeOf(m_Form).value()));
+    try {
+        StoredPixels(*m_File.dataSet, m_Form).Read(0, m_Voxels);
+    } catch (const Error& error) {
+        RefuseFile(header, error.GetKind(), error.what());
+    }
 }
 
 }  // namespace korvane

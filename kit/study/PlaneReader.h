@@ -3,6 +3,7 @@
 
 #include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
+#include "FramePixels.h"
 #include "ImageHeader.h"
 #include "Padding.h"
 
@@ -14,14 +15,15 @@
 
 namespace korvane {
 
-/// Reads files of one image each, in a form that the module has too (`HasModuleForm`); the values are those that it gives.
-/// For one thread at a time; its memory and its codec serve from one slice to the next.
+/// Reads images that are files, or frames of one; where the module has their form too (`HasModuleForm`) the values are those
+/// that it gives. For one thread at a time; its memory and its codec serve from one slice to the next.
 class PlaneReader {
 public:
     explicit PlaneReader(const Watch& watch);
 
-    /// Stored values, signs and bits as the header says, which stay until the next call. Throws `Error`.
-    std::span<const std::byte> Read(const ImageHeader& header);
+    /// Stored values, signs and bits as the header says, or colours, which stay until the next call. `frames`: of this file, to
+    /// read one of them, `frame`; null for a file of one image. Throws `Error`.
+    std::span<const std::byte> Read(const ImageHeader& header, const FramePixels* frames = nullptr, int frame = 0);
     /// Of the file that was read last: see `HasBitsAbove`.
     bool HadBitsAbove() const { return m_bBitsAbove; }
 
@@ -33,9 +35,12 @@ public:
     std::optional<std::string> GetThickness() const;
 
     /// Whether decoding leaves the file's pixels in the form that its header says. Throws `Error`.
-    bool KeepsForm(const ImageHeader& header);
+    bool KeepsForm(const ImageHeader& header, const FramePixels* frames = nullptr);
 
 private:
+    void ReadFile(const ImageHeader& header, const FramePixels* frames, int frame);
+    void Put(const ImageHeader& header);
+
     Watch m_Watch;
     CodecManager m_Codecs;
     DataSetFile m_File;

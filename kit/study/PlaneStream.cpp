@@ -36,9 +36,10 @@ void PlaneStream::Met::Add(const Met& other) {
 
 PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
                          const std::optional<Padding>& padding, unsigned jobs, const Watch& watch)
-    : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding),
+    : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding), m_Watch(watch),
       m_Type(VoxelTypeOf(HeaderOf(0).form).value()),
-      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.FrameBytes())),
+      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.rows) *
+                   static_cast<std::size_t>(HeaderOf(0).form.columns) * SizeOf(m_Type)),
       m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)), m_Thicknesses(m_Slices.size()) {
     const std::size_t batches = (m_Order.size() + m_InBatch - 1) / m_InBatch;
     const std::size_t ahead = std::min<std::size_t>(2 * std::size_t{CountJobs(jobs)}, batches);
@@ -49,8 +50,14 @@ PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& s
 
 PlaneStream::~PlaneStream() = default;
 
-const ImageHeader& PlaneStream::HeaderOf(std::size_t plane) const {
-    return m_Found.files[m_Slices[static_cast<std::size_t>(m_Order[plane])].file];
+/// Null for a file of one image.
+const FramePixels* PlaneStream::FramesOf(const SliceRef& slice) {
+    const ImageHeader& header = m_Found.files[slice.file];
+    if (header.frames < 2) return nullptr;
+    const std::lock_guard lock(m_Mutex);
+    std::unique_ptr<FramePixels>& frames = m_Frames[slice.file];
+    if (!frames) frames = std::make_unique<FramePixels>(header, m_Watch);
+    return frames.get();
 }
 
 std::size_t PlaneStream::CountIn(std::size_t batch) const {
@@ -73,7 +80,9 @@ void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) 
     batch.met = {};
     if (count > 1) batch.copies.resize(count * m_PlaneBytes);
     for (std::size_t k = 0; k < count; ++k) {
-        const std::span<const std::byte> voxels = batch.reader.Read(HeaderOf(first + k));
+        const SliceRef& slice = SliceOf(first + k);
+        const std::span<const std::byte> voxels =
+            batch.reader.Read(HeaderOf(first + k), FramesOf(slice), std::max(slice.frame, 0));
         NoteWhatIsMet(batch, first + k, voxels);
         batch.voxels = voxels;
         if (count == 1) return;
@@ -86,10 +95,13 @@ void PlaneStream::NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const
     if (batch.reader.HadBitsAbove()) batch.met.bitsAbove.push_back(m_Order[plane]);
     batch.met.otherPadding = batch.met.otherPadding || batch.reader.GetPadding() != m_Padding;
     batch.met.tables = batch.met.tables || batch.reader.HasModalityTable();
-    const MeasuredRange outside = RangeOutside(m_Type, voxels, m_Padding.value_or(kNoPadding));
+    // Colours have the range of their samples, and no padding.
+    const bool isColour = m_Type == VoxelType::Rgb24;
+    const VoxelType type = isColour ? VoxelType::UInt8 : m_Type;
+    const MeasuredRange outside = RangeOutside(type, voxels, isColour ? kNoPadding : m_Padding.value_or(kNoPadding));
     batch.met.outside.Add(outside);
-    if (outside.IsEmpty()) batch.met.inside.Add(RangeOutside(m_Type, voxels, kNoPadding));
-    batch.met.all.Add(outside.padding > 0 ? RangeOutside(m_Type, voxels, kNoPadding) : outside);
+    if (outside.IsEmpty()) batch.met.inside.Add(RangeOutside(type, voxels, kNoPadding));
+    batch.met.all.Add(outside.padding > 0 ? RangeOutside(type, voxels, kNoPadding) : outside);
     m_Thicknesses[static_cast<std::size_t>(m_Order[plane])] = batch.reader.GetThickness();  // each thread's own
 }
 
@@ -97,7 +109,12 @@ std::vector<std::string> PlaneStream::ListBitsAbove() const {
     std::vector<int> slices = m_Met.bitsAbove;
     std::sort(slices.begin(), slices.end());
     std::vector<std::string> names;
-    for (const int slice : slices) names.push_back(m_Found.files[m_Slices[static_cast<std::size_t>(slice)].file].path);
+    std::optional<std::size_t> last;
+    for (const int slice : slices) {
+        const std::size_t file = m_Slices[static_cast<std::size_t>(slice)].file;
+        if (last != file) names.push_back(m_Found.files[file].path);
+        last = file;
+    }
     return names;
 }
 

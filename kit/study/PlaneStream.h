@@ -4,11 +4,14 @@
 #include "../core/Threads.h"
 #include "../core/Watch.h"
 #include "FoundFiles.h"
+#include "FramePixels.h"
 #include "Padding.h"
 #include "Volume.h"
 
 #include <cstddef>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -16,11 +19,11 @@
 
 namespace korvane {
 
-/// Slices that are files of their own, in one form that the module has (`SeriesVolume::CanStream`). What it refers to must
-/// outlive it.
+/// Slices that are files of their own, or frames that can be read alone, in one form (`SeriesVolume::CanStream`). What it
+/// refers to must outlive it.
 class PlaneStream {
 public:
-    /// `order`: of each plane that will be read, one after the other, the index of its slice. Reads ahead on `jobs` threads
+    /// `slices`: each one image. `order`: of each plane that will be read, one after the other, the index of its slice. Reads ahead on `jobs` threads
     /// (see `CountJobs`).
     PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
                 const std::optional<Padding>& padding, unsigned jobs, const Watch& watch);
@@ -40,7 +43,7 @@ public:
     bool HasOtherPadding() const { return m_Met.otherPadding; }
     /// Whether a slice has a Modality LUT.
     bool HasTables() const { return m_Met.tables; }
-    /// Files with bits above the stored ones, in the order of slices.
+    /// Files with bits above the stored ones, in the order of slices, each once.
     std::vector<std::string> ListBitsAbove() const;
     /// The text of Slice Thickness of each slice, by its index; nothing where it has none.
     const std::vector<std::optional<std::string>>& GetThicknesses() const { return m_Thicknesses; }
@@ -60,7 +63,9 @@ private:
         void Add(const Met& other);
     };
 
-    const ImageHeader& HeaderOf(std::size_t plane) const;
+    const SliceRef& SliceOf(std::size_t plane) const { return m_Slices[static_cast<std::size_t>(m_Order[plane])]; }
+    const ImageHeader& HeaderOf(std::size_t plane) const { return m_Found.files[SliceOf(plane).file]; }
+    const FramePixels* FramesOf(const SliceRef& slice);
     std::size_t CountIn(std::size_t batch) const;
     void ReadBatch(Batch& batch, std::size_t first, std::size_t count);
     void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels);
@@ -69,14 +74,17 @@ private:
     const std::vector<SliceRef>& m_Slices;
     std::vector<int> m_Order;
     std::optional<Padding> m_Padding;
+    Watch m_Watch;
     VoxelType m_Type;
     std::size_t m_PlaneBytes;
     std::size_t m_InBatch;
     std::size_t m_Next = 0;
     Met m_Met;
     std::vector<std::optional<std::string>> m_Thicknesses;
-    std::vector<std::unique_ptr<Batch>> m_Ring;  // as many as are under way
-    std::optional<InOrder> m_Batches;            // ends before what it reads into
+    std::mutex m_Mutex;                                            // of the map
+    std::map<std::size_t, std::unique_ptr<FramePixels>> m_Frames;  // of each file with several
+    std::vector<std::unique_ptr<Batch>> m_Ring;                    // as many as are under way
+    std::optional<InOrder> m_Batches;                              // ends before what it reads into
 };
 
 }  // namespace korvane

@@ -177,7 +177,7 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
         m_StandIn.resize(static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns));
     }
     if (pixels == Pixels::Later) {
-        for (const SliceRef& slice : slices) AddPlace(found.files[slice.file], found.PlaceOf(slice));
+        AddPlaces(found, slices);
     } else if (pixels == Pixels::InPlace) {
         ReadHeaders(found, slices);
     } else {
@@ -281,6 +281,7 @@ void LoadedSlices::DropPixels() {
 
 void LoadedSlices::PutThicknesses(const std::vector<std::optional<std::string>>& texts) {
     for (std::size_t i = 0; i < texts.size(); ++i) {
+        if (m_Images[i].frame >= 0) continue;
         DropElement(*m_List[i], tags::SliceThickness);
         if (!texts[i]) continue;
         PutText(*m_List[i], tags::SliceThickness, *texts[i]);
@@ -288,27 +289,69 @@ void LoadedSlices::PutThicknesses(const std::vector<std::optional<std::string>>&
     }
 }
 
-DICOMDataObject& LoadedSlices::ReadHeader(const ImageHeader& header, const FramePlace& place) {
-    m_Files.push_back(ReadSliceHeader(header, m_Watch));
-    CheckUnchanged(header, *m_Files.back());
-    FitPlace(*m_Files.back(), place);
+DICOMDataObject& LoadedSlices::ReadHeader(const FoundFiles& found, std::size_t dataSet) {
+    const SliceRef& image = m_Images[dataSet];
+    const ImageHeader& header = found.files[image.file];
+    const auto whole = ReadSliceHeader(header, m_Watch);
+    CheckUnchanged(header, *whole);
+    m_Files.push_back(MakeHeader(header, image, whole.get()));
+    FitPlace(*m_Files.back(), m_Places[dataSet]);
     return *m_Files.back();
 }
 
+std::size_t LoadedSlices::CountFiles() const {
+    std::size_t files = 0;
+    for (std::size_t i = 0; i < m_Images.size(); ++i) files += i == 0 || m_Images[i].file != m_Images[i - 1].file;
+    return files;
+}
+
+void LoadedSlices::AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices) {
+    std::unique_ptr<DICOMDataObject> whole;
+    for (std::size_t i = 0; i < slices.size(); ++i) {
+        const ImageHeader& header = found.files[slices[i].file];
+        const bool isNew = i == 0 || slices[i].file != slices[i - 1].file;
+        if (isNew) whole = i == 0 || header.frames > 1 ? ReadSliceHeader(header, m_Watch) : nullptr;
+        const bool isAll = slices[i].frame < 0 && header.frames > 1;
+        for (int frame = 0; frame < (isAll ? header.frames : 1); ++frame) {
+            m_Places.push_back(found.PlaceOf(slices[i]));
+            m_Images.push_back({slices[i].file, isAll ? frame : slices[i].frame});
+            AddPlace(header, m_Images.back(), whole.get());
+        }
+    }
+}
+
+/// Of a frame, its own data set; `whole` is that of the file.
+std::unique_ptr<DICOMDataObject> LoadedSlices::MakeHeader(const ImageHeader& header, const SliceRef& image,
+                                                          const DICOMDataObject* whole) const {
+    const auto frame = image.frame < 0 ? nullptr : std::move(SplitFrames(*whole, header, {image.frame}).front());
+    const DICOMDataObject& from = frame ? *frame : *whole;
+    auto copy = std::make_unique<DICOMDataObject>();
+    for (const VR* element = from.GetFirst(); element != nullptr; element = from.GetNext(element)) {
+        std::unique_ptr<VR> own(element->Clone(true));
+        if (own == nullptr || copy->Push(own.get()) == 0) throw std::bad_alloc();
+        own.release();
+    }
+    return copy;
+}
+
 /// Nothing but what its place among the others follows from: the first one's header, of the others what was found.
-void LoadedSlices::AddPlace(const ImageHeader& header, const FramePlace& place) {
+void LoadedSlices::AddPlace(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole) {
     std::unique_ptr<DICOMDataObject> dataSet;
     if (m_List.empty()) {
-        dataSet = ReadSliceHeader(header, m_Watch);
+        dataSet = MakeHeader(header, image, whole);
     } else {
         dataSet = std::make_unique<DICOMDataObject>();
         PutNumber(*dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));
         PutNumber(*dataSet, tags::Columns, static_cast<unsigned>(header.form.columns));
-        PutText(*dataSet, tags::InstanceNumber, std::to_string(header.instance));
+        PutText(*dataSet, tags::InstanceNumber, std::to_string(image.frame < 0 ? header.instance : image.frame + 1));
+    }
+    if (image.frame >= 0) {
+        const DICOMObject* const holder =
+            FindHolder(*whole, image.frame, tags::PixelMeasuresSequence, tags::SliceThickness);
+        if (holder != nullptr) PutText(*dataSet, tags::SliceThickness, TextOf(*holder, tags::SliceThickness));
     }
     StandIn(header, *dataSet);
     m_List.push_back(dataSet.get());
-    m_Places.push_back(place);
     m_Files.push_back(std::move(dataSet));
 }
 

@@ -38,7 +38,7 @@ public:
     enum class Pixels {
         Now,
         InPlace,  ///< those of the data sets are zeros until `ReadPlanes` has read them to their place
-        Later,    ///< the data sets have none, and of the files that are single images the first alone is read
+        Later,    ///< the data sets have none; files of one image are not read, but for the first
     };
 
     /// `jobs`: threads, see `CountJobs`, where files are read one by one. Throws `Error`.
@@ -55,11 +55,15 @@ public:
     /// Before the memory goes that pixels were read to: the data sets are without any then.
     void DropPixels();
 
-    /// With `Later`: the texts of Slice Thickness, of each slice in list order; the data sets have none otherwise.
+    /// With `Later`: the texts of Slice Thickness, of each slice that is a file; the data sets have none otherwise. Frames have
+    /// theirs.
     void PutThicknesses(const std::vector<std::optional<std::string>>& texts);
-    /// The header of a file as loading it would leave it but for its pixels, which it has none of. Owned by this object.
+    /// The header of a slice as loading it would leave it but for its pixels, which it has none of. Owned by this object.
     /// Throws `Error`.
-    DICOMDataObject& ReadHeader(const ImageHeader& header, const FramePlace& place);
+    DICOMDataObject& ReadHeader(const FoundFiles& found, std::size_t dataSet);
+    /// What each data set is of: a file of one image, or a frame.
+    const std::vector<SliceRef>& GetImages() const { return m_Images; }
+    std::size_t CountFiles() const;
 
     /// Nothing where the pixels of the data sets are the voxels; always something with `Later`.
     const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }
@@ -82,7 +86,10 @@ public:
 private:
     void LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void ReadHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
-    void AddPlace(const ImageHeader& header, const FramePlace& place);
+    void AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    void AddPlace(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole);
+    std::unique_ptr<DICOMDataObject> MakeHeader(const ImageHeader& header, const SliceRef& image,
+                                                const DICOMDataObject* whole) const;
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
     void PlaceInOrder(const ImageHeader& header);
 
@@ -108,6 +115,7 @@ private:
     std::vector<DICOMDataObject*> m_List;
     std::vector<std::size_t> m_FileOf;  // of each of them, which of those read
     std::vector<FramePlace> m_Places;
+    std::vector<SliceRef> m_Images;  // with `Later`
 };
 
 }  // namespace korvane

@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "CommonScale.h"
+#include "FramePixels.h"
 #include "PlaceRescale.h"
 #include "PlaneReader.h"
 #include "PlaneStream.h"
@@ -19,6 +20,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <set>
 #include <utility>
 
 namespace korvane {
@@ -166,15 +168,28 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
 }
 
 bool SeriesVolume::CanStream(const std::vector<SliceRef>& slices) const {
+    constexpr std::size_t kMostOpen = 8;  // files with several frames are kept open
     const ImageHeader& first = GetFound().files[slices.front().file];
-    if (m_bUptake || !HasModuleForm(first.form)) return false;
-    const bool alike = std::all_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
+    if (m_bUptake || !VoxelTypeOf(first.form)) return false;
+    std::set<std::size_t> withFrames;
+    for (const SliceRef& slice : slices) {
         const ImageHeader& header = GetFound().files[slice.file];
         // The instance number chooses the slice that the module begins with; 0 is also what has none.
-        return slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.instance > 0 &&
-               header.form == first.form;
-    });
-    return alike && PlaneReader(m_Watch).KeepsForm(first);
+        const bool isImage = slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.instance > 0;
+        if (header.form != first.form || !(isImage || FramePixels::CanRead(header))) return false;
+        if (!isImage) withFrames.insert(slice.file);
+    }
+    if (withFrames.size() > kMostOpen) return false;
+    // What is wrong with a file is told by what reads it whole.
+    try {
+        const std::optional<FramePixels> frames = withFrames.contains(slices.front().file)
+                                                      ? std::optional<FramePixels>(std::in_place, first, m_Watch)
+                                                      : std::nullopt;
+        return PlaneReader(m_Watch).KeepsForm(first, frames ? &*frames : nullptr);
+    } catch (const Error& error) {
+        if (error.GetKind() == ErrorKind::Stopped || withFrames.empty()) throw;
+        return false;
+    }
 }
 
 void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
@@ -186,7 +201,8 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
 std::unique_ptr<PlaneStream> SeriesVolume::StreamPlanes(bool lastFirst) const {
     std::vector<int> order = m_Assembled.m_SliceToIndex;
     if (lastFirst) std::reverse(order.begin(), order.end());
-    return std::make_unique<PlaneStream>(GetFound(), m_Slices, std::move(order), GetPadding(), m_nJobs, m_Watch);
+    return std::make_unique<PlaneStream>(GetFound(), m_Loaded->GetImages(), std::move(order), GetPadding(), m_nJobs,
+                                         m_Watch);
 }
 
 void SeriesVolume::ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
@@ -194,12 +210,13 @@ void SeriesVolume::ReadPlanes(const std::function<void(int plane, std::span<cons
     const auto planes = static_cast<int>(m_Assembled.m_SliceToIndex.size());
     for (int plane = 0; plane < planes; ++plane) take(plane, stream->ReadNext());
     m_StreamedRange = stream->GetRange();
+    if (m_StreamedRange.IsEmpty()) m_StreamedRange = {0, 0};  // no voxel is a number
     m_WholeRange = stream->GetWholeRange();
     m_Thicknesses = stream->GetThicknesses();
     if (stream->HasOtherPadding()) TellOtherPadding();
     m_bTables = m_bTables || stream->HasTables();
     const std::vector<std::string> dirty = stream->ListBitsAbove();
-    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Slices.size()));
+    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Loaded->CountFiles()));
 }
 
 void SeriesVolume::FitForModule() {
@@ -208,10 +225,8 @@ void SeriesVolume::FitForModule() {
     volume.SetMin(m_WholeRange.smallest);
     volume.SetMax(m_WholeRange.largest);
     m_Loaded->PutThicknesses(m_Thicknesses);
-    const SliceRef& first = m_Slices[static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front())];
-    m_Assembled.GetDDOList().front() =
-        &m_Loaded->ReadHeader(GetFound().files[first.file],
-                              m_Loaded->GetPlaces()[static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front())]);
+    const auto first = static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front());
+    m_Assembled.GetDDOList().front() = &m_Loaded->ReadHeader(GetFound(), first);
 }
 
 void SeriesVolume::ApplyUptake() {

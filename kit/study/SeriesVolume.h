@@ -67,8 +67,8 @@ public:
     /// Throws `Error`.
     void Load(const std::vector<SliceRef>& slices);
 
-    /// Whether the slices can be read one after the other, so that memory never holds them all: each is a file of its own
-    /// with pixels in one form that the module has. Throws `Error`.
+    /// Whether the slices can be read one after the other, so that memory never holds them all: each is a file of its own, or
+    /// a frame that can be read alone, all in one form. Throws `Error`.
     bool CanStream(const std::vector<SliceRef>& slices) const;
     /// `Load` without voxels: `ReadPlanes` brings them. Throws `Error`.
     void Place(const std::vector<SliceRef>& slices);

@@ -119,9 +119,56 @@ def exports():
             assert path.read_bytes() == path.with_name(path.name.replace("-rle.", ".")).read_bytes(), path
 
 
+def enhanced(path, frames, side, samples):
+    """One object with all slices, from the top down; returns the planes as they ascend."""
+    ds = data_set()
+    ds.SOPClassUID = ds.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2.1"
+    ds.SeriesInstanceUID, ds.StudyInstanceUID, ds.Modality = generate_uid(), "1.2.5", "CT"
+    ds.Rows = ds.Columns = side
+    ds.NumberOfFrames, ds.InstanceNumber, ds.SamplesPerPixel = frames, 1, samples
+    ds.PhotometricInterpretation = "RGB" if samples == 3 else "MONOCHROME2"
+    ds.BitsAllocated, ds.PixelRepresentation = 8 if samples == 3 else 16, 0
+    ds.BitsStored, ds.HighBit = ds.BitsAllocated, ds.BitsAllocated - 1
+    if samples == 3:
+        ds.PlanarConfiguration = 0
+
+    def item(keyword, **values):
+        inner, outer = pydicom.Dataset(), pydicom.Dataset()
+        for name, value in values.items():
+            setattr(inner, name, value)
+        setattr(outer, keyword, [inner])
+        return outer
+
+    ds.SharedFunctionalGroupsSequence = [item("PlaneOrientationSequence", ImageOrientationPatient=[1, 0, 0, 0, 1, 0])]
+    ds.SharedFunctionalGroupsSequence[0].update(item("PixelMeasuresSequence", PixelSpacing=[1, 1], SliceThickness=2))
+    ds.PerFrameFunctionalGroupsSequence = [item("PlanePositionSequence", ImagePositionPatient=[0, 0, -2 * number])
+                                           for number in range(frames)]
+    values = numpy.arange(frames * side * side * samples, dtype="<u2") // 7
+    pixels = (values % 251).astype("u1") if samples == 3 else values
+    ds.add_new(0x7FE00010, "OB" if samples == 3 else "OW", pixels.tobytes())
+    ds.save_as(path, write_like_original=False)
+    return pixels.reshape(frames, -1)[::-1].tobytes()
+
+
+def frames():
+    """The same of one object with many frames, and of colours: neither its pixels nor the volume is in memory."""
+    for name, count, side, samples in (("grey", 120, 512, 1), ("colour", 60, 512, 3)):
+        expected = enhanced(WORK / f"{name}.dcm", count, side, samples)
+        korvane("convert", WORK / f"{name}.dcm", WORK / f"{name}-rle.dcm", "--syntax", "rle")
+        frame = side * side * (3 if samples == 3 else 2)
+        limit = 32 * MEGABYTE + 4 * 2 * frame
+        for source in (name, f"{name}-rle"):
+            few = samples == 3 or source.endswith("rle")
+            for form in ("nifti", "metaimage") if few else ("analyze", "vox", "bob", "nifti", "nrrd", "metaimage"):
+                took = peak("export", WORK / f"{source}.dcm", "--format", form, "--to", WORK / f"{form}-{source}",
+                            "--jobs", 2)
+                assert took < limit, (source, form, took, limit)
+            assert (WORK / f"nifti-{source}.nii").read_bytes()[352:] == expected, source
+
+
 program = pathlib.Path(KORVANE[-1]).read_bytes()
 if WINDOWS or not sys.platform.startswith("linux") or b"__asan_init" in program or b"__tsan_init" in program:
     print("skipped: memory is measured where the system tells it, of programs without a sanitizer's")
     sys.exit(SKIPPED)
 own.idle = peak("--version")
-host_test.run(dumps, exports)
+host_test.run(dumps, exports, frames)
