@@ -3,6 +3,8 @@
 // Vectors, matrices and numerical routines beside Eigen's dynamic types. Each round runs both one after the other, so
 // that what disturbs the machine disturbs both; ratios are medians over the rounds. Fails when
 // an aim is missed.
+#include "RowFile.h"
+
 #include <Korvane/Korvane.h>
 
 #include <benchmark/benchmark.h>
@@ -27,6 +29,7 @@ struct Row {
     Job ours;
     Job eigen;
     std::vector<double> seconds = {};
+    std::vector<double> peer = {};
     std::vector<double> ratios = {};
 };
 
@@ -136,8 +139,10 @@ int main(int argc, char** argv) {
     for (Row& row : rows) {
         for (int round = 0; round < std::max(rounds, 1); ++round) {
             row.seconds.push_back(Measure(row.ours));
-            row.ratios.push_back(row.seconds.back() / Measure(row.eigen));
+            row.peer.push_back(Measure(row.eigen));
+            row.ratios.push_back(row.seconds.back() / row.peer.back());
         }
+        TellRow({"bench_math", row.name, "", row.seconds, {}, {{"Eigen", row.peer}}});
         const double ratio = Median(row.ratios);
         std::printf("%-26s %12.1f %12.2f", row.name.c_str(), Median(row.seconds) * 1e9, ratio);
         if (row.most > 0) {

@@ -4,6 +4,8 @@
 // disturbs the machine disturbs both; ratios are medians over the rounds. A stored image is drawn from its file: the limit
 // reads the same bytes and maps each word by a plain loop. Views of a volume in memory: the limit is the sampler alone, with
 // the same plane, size and window. Fails when an aim is missed.
+#include "RowFile.h"
+
 #include <Korvane/kit/phantom/Phantom.h>
 #include <Korvane/kit/pictures/Draw.h>
 #include <Korvane/kit/study/Find.h>
@@ -13,7 +15,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -34,9 +35,9 @@ constexpr int kSize = 512;
 constexpr double kMillisecond = 1e3;
 
 double Seconds(const Job& job) {
-    const auto begin = std::chrono::steady_clock::now();
+    const double begin = ProcessorSeconds();
     job();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    return ProcessorSeconds() - begin;
 }
 
 double Median(std::vector<double> values) {
@@ -54,6 +55,7 @@ bool Measure(const char* name, int rounds, double most, const Job& limit, const 
         times.push_back(Seconds(ours));
         ratios.push_back(times.back() / limits.back());
     }
+    TellRow({"bench_picture", std::string("picture, ") + name, "a plain loop, or the sampler alone", times, limits});
     const double ratio = Median(ratios);
     std::printf("%-28s %9.3f ms  limit %9.3f ms  ratio %5.2f (at most %.1f)%s\n", name, Median(times) * kMillisecond,
                 Median(limits) * kMillisecond, ratio, most, ratio > most ? "  MISSED" : "");

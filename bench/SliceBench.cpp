@@ -7,13 +7,13 @@
 // even distances). Each round runs all sides one after the other, so that what disturbs the
 // machine disturbs all; ratios are medians over the rounds. Fails when an aim is missed or pixels differ.
 #include "ResliceBench.h"
+#include "RowFile.h"
 
 #include <Korvane/Dicom.h>
 #include <Korvane/Korvane.h>
 
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -49,9 +49,9 @@ double Median(std::vector<double> values) {
 }
 
 double Seconds(const Job& job) {
-    const auto begin = std::chrono::steady_clock::now();
+    const double begin = ProcessorSeconds();
     job();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    return ProcessorSeconds() - begin;
 }
 
 // A volume with a different structure in every direction, and noise.
@@ -208,6 +208,10 @@ int Measure(const Orientation& orientation, bool linear, CVolume& volume, double
                 orientation.name, Median(f.ours) * 1e3, Median(f.narrow) * 1e3, Median(f.limit) * 1e3,
                 lines * perLine * 1e3, Median(f.peer) * 1e3, Median(f.ofLimit), Median(f.ofPeer),
                 Median(f.narrowOfPeer));
+    RowOfTable row{"bench_slice", std::string(linear ? "slice, linear, " : "slice, nearest, ") + orientation.name,
+                   "the same voxels at known addresses", f.ours, f.limit};
+    if (ResliceBench::IsThere()) row.peers.emplace_back("VTK", f.peer);
+    TellRow(row);
     const Aim& aim = linear ? orientation.linear : orientation.nearest;
     const int missed = Judge("VTK", Median(f.ofPeer), aim.wide) + Judge("narrow", Median(f.narrowOfPeer), aim.narrow);
     std::printf("\n");

@@ -1,8 +1,10 @@
-// usage: bench_speed [--rounds=N] [--json=FILE] [NAME...]    all rows, or those whose names contain one of the texts
+// usage: bench_speed [--rounds=N] [--json=FILE] [--alone] [NAME...]    all rows, or those whose names contain one of the texts
+// --alone: without peers
 //
 // Each round runs the entries of a row one after the other (limit, this library, peers), so that what disturbs the
 // machine disturbs all of them alike. The JSON file is bench_speed.json beside the program, unless named.
 #include "Report.h"
+#include "RowFile.h"
 
 #include <Korvane/platform/memory/Memory.h>
 
@@ -20,6 +22,7 @@ namespace {
 struct Options {
     int rounds = 9;
     std::string json;
+    bool alone = false;
     std::vector<std::string_view> names;
 
     Options(int argc, char** argv) : json(std::string(argv[0]) + ".json") {
@@ -29,6 +32,8 @@ struct Options {
                 std::from_chars(argument.data() + 9, argument.data() + argument.size(), rounds);
             } else if (argument.starts_with("--json=")) {
                 json = argument.substr(7);
+            } else if (argument == "--alone") {
+                alone = true;
             } else {
                 names.push_back(argument);
             }
@@ -97,6 +102,14 @@ void RunRow(Row& row, int rounds) {
     }
 }
 
+RowOfTable ForTable(const Row& row) {
+    RowOfTable told{"bench_speed", row.name, row.limit, row.entries[1].seconds, row.entries[0].seconds};
+    for (auto peer = row.entries.begin() + 2; peer != row.entries.end(); ++peer) {
+        if (!peer->seconds.empty()) told.peers.emplace_back(peer->name, peer->seconds);
+    }
+    return told;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -107,10 +120,10 @@ int main(int argc, char** argv) {
         Readers readers;
         readers.push_back(MakeToolkitReader());
 #ifdef BENCH_DCMTK
-        readers.push_back(MakeDcmtkReader());
+        if (!options.alone) readers.push_back(MakeDcmtkReader());
 #endif
 #ifdef BENCH_GDCM
-        readers.push_back(MakeGdcmReader());
+        if (!options.alone) readers.push_back(MakeGdcmReader());
 #endif
         std::vector<Row> rows = MakeRows(series, readers);
         std::erase_if(rows, [&](const Row& row) { return !options.Wants(row); });
@@ -119,6 +132,7 @@ int main(int argc, char** argv) {
             RunRow(row, options.rounds);
         }
         PrintTable(std::cout, rows);
+        for (const Row& row : rows) TellRow(ForTable(row));
         std::ofstream file(options.json);
         PrintJson(file, rows);
         if (!file.flush()) throw std::runtime_error("cannot write " + options.json);

@@ -1,0 +1,23 @@
+// What a benchmark measured, for bench/table.py, which gathers the rows of all of them.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+/// One job: the seconds of each round.
+struct RowOfTable {
+    std::string bench;  ///< the program's name
+    std::string job;
+    std::string floor;  ///< what the floor does: the least that any library would have to do
+    std::vector<double> ours;
+    std::vector<double> floorSeconds;
+    std::vector<std::pair<std::string, std::vector<double>>> peers = {};
+};
+
+/// Appends the row as a line of JSON to the file that the environment names in KORVANE_BENCH_ROWS; does nothing where it
+/// names none. Texts need no escapes.
+void TellRow(const RowOfTable& row);
+
+/// Processor seconds of this process so far, which other load on the machine disturbs less than elapsed ones.
+double ProcessorSeconds();
