@@ -37,8 +37,8 @@ void ForEachReal(const ScaledPlanes& from, Take take) {
 }
 
 template <class T>
-void Put(std::vector<std::byte>& voxels, std::size_t index, T value) {
-    std::memcpy(voxels.data() + index * sizeof value, &value, sizeof value);
+void Put(VoxelBlock& voxels, std::size_t index, T value) {
+    std::memcpy(voxels.GetBytes().data() + index * sizeof value, &value, sizeof value);
 }
 
 template <class T>
@@ -129,7 +129,7 @@ CommonScale ToCommonIntegers(const ScaledPlanes& from) {
         const double least = std::round(std::min(measured.lowest, measured.highest) / common.rescale.slope);
         common.padding = std::isfinite(least) ? std::max(least, lowest) - 1 : 0;
     }
-    common.voxels.resize(from.voxels.size() / SizeOf(from.type) * sizeof(std::int16_t));
+    common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * sizeof(std::int16_t));
     ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
         if (!isMeasured) return Put(common.voxels, i, static_cast<std::int16_t>(*common.padding));
         const double value =
@@ -147,12 +147,12 @@ CommonScale ToCommonScale(const ScaledPlanes& from) {
         if (std::fabs(rescale.slope) > std::fabs(common.rescale.slope)) common.rescale = rescale;
     }
     common.paddingVoxels = measured.padding;
-    common.voxels.resize(from.voxels.size());
+    common.voxels = VoxelBlock(from.voxels.size());
     if (TryIntegers(from, measured, common)) return common;
     common = {.type = VoxelType::Float32, .paddingVoxels = measured.padding};
     const float padding = PaddingBelow(measured);
     if (measured.padding > 0) common.padding = static_cast<double>(padding);
-    common.voxels.resize(from.voxels.size() / SizeOf(from.type) * sizeof(float));
+    common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * sizeof(float));
     ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
         const float value = isMeasured ? static_cast<float>(real) : padding;
         if (isMeasured && std::isfinite(real))

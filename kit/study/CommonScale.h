@@ -3,6 +3,7 @@
 
 #include "Padding.h"
 #include "Volume.h"
+#include "VoxelBlock.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +18,7 @@ struct CommonScale {
     VoxelType type = VoxelType::Int16;
     Rescale rescale{};
     double error = 0;  ///< largest difference of a real value from what it was
-    std::vector<std::byte> voxels{};
+    VoxelBlock voxels{};
     std::optional<double> padding{};  ///< the value that all voxels of padding have now, and no other has
     std::uint64_t paddingVoxels = 0;
 };

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace korvane {
 
@@ -105,19 +106,23 @@ void VolumeData::CheckPlaces() const {
 void VolumeData::LoadTimes(const Watch& watch) {
     const std::vector<std::vector<SliceRef>>& volumes = m_pSeries->GetSets().volumes;
     TaskProgress progress(watch, "reading volumes", static_cast<std::int64_t>(volumes.size()));
+    std::size_t done = 0;
     for (const std::vector<SliceRef>& volume : volumes) {
         m_pSeries->Load(volume);
         if (places.empty()) TakeGeometry();
         CheckPlaces();
         TakePlanes();
         const std::span<const std::byte> read = m_pSeries->GetVoxels();
-        if (m_Times.empty()) m_Times.reserve(read.size() * volumes.size());
-        m_Times.insert(m_Times.end(), read.begin(), read.end());
+        if (m_Times.IsEmpty()) m_Times = VoxelBlock(read.size() * volumes.size());
+        const std::span<std::byte> left = m_Times.GetBytes().subspan(done);
+        if (read.size() > left.size()) throw Error(ErrorKind::Irregular, "the slices do not make a volume");
+        std::memcpy(left.data(), read.data(), read.size());
+        done += read.size();
         progress.Step();
     }
     size[3] = volumes.size();
     timeKeys = m_pSeries->GetSets().keys;
-    voxels = m_Times;
+    voxels = m_Times.GetBytes();
     TakeFindings();
     inModule = false;
 }

@@ -192,6 +192,13 @@ void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef
     m_bStoredDiffer = std::any_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
         return found.files[slice.file].form.stored != form.stored;
     });
+    if (m_OwnType) {
+        std::size_t planes = 0;
+        for (const SliceRef& slice : slices) {
+            planes += slice.frame < 0 ? static_cast<std::size_t>(found.files[slice.file].frames) : 1;
+        }
+        m_Voxels = VoxelBlock(planes * m_StandIn.size() * SizeOf(*m_OwnType));
+    }
     TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(slices.size()));
     std::size_t files = 0;
     for (std::size_t i = 0; i < slices.size(); ++files) {
@@ -399,10 +406,8 @@ void LoadedSlices::ReadVoxels(const ImageHeader& header, const DICOMDataObject& 
     const std::size_t plane = m_StandIn.size() * SizeOf(*m_OwnType);
     const StoredPixels pixels(dataSet, header.form);
     const std::size_t count = std::max<std::size_t>(frames.size(), 1);
-    const std::size_t before = m_Voxels.size();
-    m_Voxels.resize(before + count * plane);
-    for (std::size_t i = 0; i < count; ++i) {
-        pixels.Read(frames.empty() ? 0 : frames[i], std::span(m_Voxels).subspan(before + i * plane, plane));
+    for (std::size_t i = 0; i < count; ++i, m_nVoxelBytes += plane) {
+        pixels.Read(frames.empty() ? 0 : frames[i], m_Voxels.GetBytes().subspan(m_nVoxelBytes, plane));
         m_Watch.StopIfAsked();
     }
 }

@@ -7,6 +7,7 @@
 #include "DelayedSlice.h"
 #include "FoundFiles.h"
 #include "Volume.h"
+#include "VoxelBlock.h"
 
 #include <cstddef>
 #include <functional>
@@ -68,7 +69,7 @@ public:
     /// Nothing where the pixels of the data sets are the voxels; always something with `Later`.
     const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }
     /// The voxels of all slices, one plane behind the other in list order.
-    std::vector<std::byte> TakeVoxels() { return std::move(m_Voxels); }
+    VoxelBlock TakeVoxels() { return std::move(m_Voxels); }
     /// What was met while pixels were read.
     const std::vector<Finding>& GetFindings() const { return m_Findings; }
 
@@ -101,7 +102,8 @@ private:
     Watch m_Watch;
     unsigned m_nJobs;
     std::optional<VoxelType> m_OwnType;
-    std::vector<std::byte> m_Voxels;
+    VoxelBlock m_Voxels;
+    std::size_t m_nVoxelBytes = 0;         // read so far
     std::vector<unsigned char> m_StandIn;  // one plane of zeros
     std::vector<std::unique_ptr<DelayedSlice>> m_Delayed;
     bool m_bInPlace = false;

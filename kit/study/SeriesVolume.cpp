@@ -48,7 +48,7 @@ std::string DescribePadding(const CommonScale& common) {
 }
 
 /// Planes in memory that is the caller's, with the places that the volume's planes have.
-void PutPlanes(CVolume& volume, CVolume::PixelType type, std::vector<std::byte>& voxels) {
+void PutPlanes(CVolume& volume, CVolume::PixelType type, std::span<std::byte> voxels) {
     int dim[4];
     volume.GetDimensions(dim);
     std::vector<std::array<float, 3>> origins;
@@ -65,6 +65,25 @@ void PutPlanes(CVolume& volume, CVolume::PixelType type, std::vector<std::byte>&
         std::copy(origins[number].begin(), origins[number].end(), to.m_Org);
     }
     volume.UpdateZInterpArray();
+}
+
+/// Brings planes, of which `from` says for each place where the one that belongs there lies, to their places. A second
+/// volume's memory is not wanted: they go round in circles, each of which begins with a plane that is kept aside.
+void PutInOrder(std::span<std::byte> voxels, std::vector<int> from) {
+    const std::size_t bytes = voxels.size() / std::max<std::size_t>(from.size(), 1);
+    std::vector<std::byte> aside;
+    for (std::size_t begin = 0; begin < from.size(); ++begin) {
+        if (static_cast<std::size_t>(from[begin]) == begin) continue;
+        const auto plane = [&](std::size_t k) { return voxels.subspan(k * bytes, bytes); };
+        aside.assign(plane(begin).begin(), plane(begin).end());
+        std::size_t place = begin;
+        for (std::size_t next; (next = static_cast<std::size_t>(from[place])) != begin; place = next) {
+            std::memcpy(plane(place).data(), plane(next).data(), bytes);
+            from[place] = static_cast<int>(place);
+        }
+        std::memcpy(plane(place).data(), aside.data(), bytes);
+        from[place] = static_cast<int>(place);
+    }
 }
 
 }  // namespace
@@ -292,7 +311,7 @@ void SeriesVolume::BringToOneScale(bool integers, bool tell) {
                                      {VoxelType::UInt16, CVolume::PT_USHORT},
                                      {VoxelType::UInt8, CVolume::PT_BYTE},
                                      {VoxelType::Float32, CVolume::PT_FLOAT}}) {
-        if (type == common.type) PutPlanes(GetVolume(), kind, m_OwnVoxels);
+        if (type == common.type) PutPlanes(GetVolume(), kind, m_OwnVoxels.GetBytes());
     }
     SetTrueRange(GetVolume());
     // Exporters of integers undo the rescale of the data sets. These integers go into the file as they are, so there is none.
@@ -378,29 +397,31 @@ MeasuredRange SeriesVolume::GetMeasuredRange() {
 void SeriesVolume::MakeSliceable() {
     if (GetType() == VoxelType::Float64) {
         PutVoxelsAs<double, float>(VoxelType::Float32);
-        PutPlanes(GetVolume(), CVolume::PT_FLOAT, m_OwnVoxels);
+        PutPlanes(GetVolume(), CVolume::PT_FLOAT, m_OwnVoxels.GetBytes());
     } else if (GetType() == VoxelType::Int8) {
         PutVoxelsAs<std::int8_t, std::int16_t>(VoxelType::Int16);
-        PutPlanes(GetVolume(), CVolume::PT_SHORT, m_OwnVoxels);
+        PutPlanes(GetVolume(), CVolume::PT_SHORT, m_OwnVoxels.GetBytes());
         SetTrueRange(GetVolume());
     }
 }
 
 template <class From, class To>
 void SeriesVolume::PutVoxelsAs(VoxelType type) {
-    std::vector<std::byte> voxels(m_OwnVoxels.size() / sizeof(From) * sizeof(To));
-    for (std::size_t i = 0; i < m_OwnVoxels.size() / sizeof(From); ++i) {
+    const std::span<const std::byte> stored = m_OwnVoxels.GetBytes();
+    const std::size_t count = stored.size() / sizeof(From);
+    VoxelBlock voxels(count * sizeof(To));
+    for (std::size_t i = 0; i < count; ++i) {
         From from;
-        std::memcpy(&from, m_OwnVoxels.data() + i * sizeof from, sizeof from);
+        std::memcpy(&from, stored.data() + i * sizeof from, sizeof from);
         const auto to = static_cast<To>(static_cast<double>(from));
-        std::memcpy(voxels.data() + i * sizeof to, &to, sizeof to);
+        std::memcpy(voxels.GetBytes().data() + i * sizeof to, &to, sizeof to);
     }
     m_OwnVoxels = std::move(voxels);
     m_OwnType = type;
 }
 
 std::span<const std::byte> SeriesVolume::GetVoxels() const {
-    if (!m_OwnVoxels.empty()) return m_OwnVoxels;
+    if (!m_OwnVoxels.IsEmpty()) return m_OwnVoxels.GetBytes();
     CVolume& volume = *m_Assembled.GetVolume();
     int dim[4];
     volume.GetDimensions(dim);
@@ -505,18 +526,11 @@ void SeriesVolume::ReadInPlace() {
 /// Voxels come in list order; planes have one of their own.
 void SeriesVolume::PutOwnVoxels() {
     m_OwnVoxels = m_Loaded->TakeVoxels();
+    PutInOrder(m_OwnVoxels.GetBytes(), m_Assembled.m_SliceToIndex);
     CVolume& volume = GetVolume();
-    const auto planes = m_Assembled.m_SliceToIndex.size();
-    const std::size_t bytes = m_OwnVoxels.size() / planes;
-    std::vector<std::byte> inOrder(m_OwnVoxels.size());
-    for (std::size_t plane = 0; plane < planes; ++plane) {
-        const auto from = static_cast<std::size_t>(m_Assembled.m_SliceToIndex[plane]) * bytes;
-        std::memcpy(inOrder.data() + plane * bytes, m_OwnVoxels.data() + from, bytes);
-    }
-    m_OwnVoxels.swap(inOrder);
-    const MeasuredRange range = RangeOf(GetType(), m_OwnVoxels);
-    if (GetType() == VoxelType::Float32) PutPlanes(volume, CVolume::PT_FLOAT, m_OwnVoxels);
-    if (GetType() == VoxelType::Int32) PutPlanes(volume, CVolume::PT_LONG, m_OwnVoxels);
+    const MeasuredRange range = RangeOf(GetType(), m_OwnVoxels.GetBytes());
+    if (GetType() == VoxelType::Float32) PutPlanes(volume, CVolume::PT_FLOAT, m_OwnVoxels.GetBytes());
+    if (GetType() == VoxelType::Int32) PutPlanes(volume, CVolume::PT_LONG, m_OwnVoxels.GetBytes());
     volume.SetMin(range.smallest);
     volume.SetMax(range.largest);
 }

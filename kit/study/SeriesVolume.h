@@ -92,7 +92,7 @@ public:
     CDicomVolume& GetAssembled() { return m_Assembled; }
     /// Where the module has no type for the voxels, its planes have places and no pixels.
     CVolume& GetVolume() { return *m_Assembled.GetVolume(); }
-    bool IsInModule() const { return m_OwnVoxels.empty(); }  ///< assembled by it, as stored values
+    bool IsInModule() const { return m_OwnVoxels.IsEmpty(); }  ///< assembled by it, as stored values
     VoxelType GetType() const;
     /// Of one plane after the other, in plane order.
     std::span<const std::byte> GetVoxels() const;
@@ -161,7 +161,7 @@ private:
     std::optional<double> m_ScaleError;
     std::optional<double> m_ScaledPadding;
     bool m_bTables = false;
-    std::vector<std::byte> m_OwnVoxels;  // outlives the volume, whose planes may lie in it
+    VoxelBlock m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;
 };
 

@@ -54,7 +54,7 @@ private:
     void CheckPlaces() const;
 
     std::unique_ptr<SeriesVolume> m_pSeries;
-    std::vector<std::byte> m_Times;  // the voxels of all volumes, where there are several
+    VoxelBlock m_Times;  // the voxels of all volumes, where there are several
 };
 
 }  // namespace korvane

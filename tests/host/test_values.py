@@ -107,6 +107,7 @@ def real_numbers():
             values = (RANDOM.standard_normal((16, 16)) * 10.0 ** n).astype(dtype)
             values[0, :3] = numpy.nan, numpy.inf, -1e30
             floats(ds, values)
+            ds.InstanceNumber = (2, 4, 1, 3)[n]  # the order of files is not that of planes
             return values
 
         folder, expected = made(f"float{dtype[1:]}", make)
