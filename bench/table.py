@@ -10,8 +10,9 @@ are processor time of one thread, by the clock of the same process. Peers that a
 between the marks of a page.
 
 --quick takes a part of it, and compares the processor time beside that of the floors with the ratios in baseline.json, which
-belong to a kind of processor. A row that is more than 1.3 times its ratio is measured up to five times more, and fails when it is
-so each time; on a processor that no ratios belong to, at twice the least of all of them. --record puts this machine's ratios there.
+belong to a kind of processor. A row that is more than 1.3 times its ratio is measured up to five times more when all have been, and
+fails when it is so each time; on a processor that no ratios belong to, at twice the largest of all of them. --record puts this machine's
+ratios there.
 """
 
 import argparse
@@ -34,6 +35,7 @@ BASELINE = HERE / "baseline.json"
 BEGIN, END = "<!-- table: written by bench/table.py -->", "<!-- end of the table -->"
 SLOWER, STRANGER = 1.3, 2.0
 AGAIN = 5
+SHORTEST = 1e-3, 1e-4  # seconds of ours and of a floor: below, what else the machine does is seen more than what we do
 LONG = 2.0  # seconds: what a peer takes so long for is measured once
 # Each benchmark, what it is called with for the whole table and for the quick one.
 BENCHES = {"bench_speed": ((), ("--alone", "--rounds=3", "elements", "headers", "private", "export")),
@@ -208,15 +210,19 @@ def write(page, lines):
 # The quick comparison
 
 class Quick:
-    """Rows of one machine: the ratio of each, and how to measure it again."""
+    """Rows of one machine: the ratio of each, and how to measure it again. Rows too short to be compared are not among them."""
 
     def __init__(self, build, work):
         self.jobs = list(jobs.Jobs(build, work).quick())
         self.build = build
 
     def bench(self, name):
-        return {f"{name}: {row['job']}": min(row["ours"]) / min(row["floor_seconds"])
-                for row in bench_rows(self.build, name, BENCHES[name][1]) if row["floor_seconds"]}
+        ratios = {}
+        for row in bench_rows(self.build, name, BENCHES[name][1]):
+            ours, floor = min(row["ours"]), min(row["floor_seconds"], default=0)
+            if ours >= SHORTEST[0] and floor >= SHORTEST[1]:
+                ratios[f"{name}: {row['job']}"] = ours / floor
+        return ratios
 
     def job(self, job):
         best = measure(job, 5, with_peers=False)
@@ -242,26 +248,24 @@ def limits_of_here():
 def compare(quick):
     limits, is_known = limits_of_here()
     print(f"{processor()}: " + ("its own ratios" if is_known else "no ratios of its own, so twice those of others are allowed"))
-    slow, compared = [], 0
-    for part in quick.parts():
-        found = {row: ratio for row, ratio in part().items() if row in limits}
-        compared += len(found)
-        least = dict(found)
-        for _ in range(AGAIN):
-            if all(least[row] <= limits[row] for row in least):
-                break
-            for row, ratio in part().items():
-                if row in least:
-                    least[row] = min(least[row], ratio)
-        for row, ratio in least.items():
-            late = ratio > limits[row]
-            again = "" if least[row] == found[row] else f", first {found[row]:.2f}"
-            print(f"{'SLOWER' if late else 'ok    '} {row}: {ratio:.2f} of the floor, at most {limits[row]:.2f}{again}", flush=True)
-            slow += [row] if late else []
-    if compared == 0:
+    least = {}  # of each row
+    slow = {part: None for part in quick.parts()}  # parts to measure: all, then those with a row that seems slower
+    for again in range(AGAIN + 1):
+        for part in list(slow):
+            found = {row: ratio for row, ratio in part().items() if row in limits}
+            least.update((row, min(ratio, least.get(row, ratio))) for row, ratio in found.items())
+            slow[part] = [row for row in found if least[row] > limits[row]]
+            for row, ratio in found.items():
+                if again == 0 or ratio > limits[row]:
+                    print(f"{row}: {ratio:.2f} of the floor, at most {limits[row]:.2f}", flush=True)
+        slow = {part: rows for part, rows in slow.items() if rows}
+    if not least:
         sys.exit("no row was compared")
-    print(f"{compared} rows compared, {len(slow)} slower than they may be")
-    return 1 if slow else 0
+    rows = [row for part in slow.values() for row in part]
+    for row in rows:
+        print(f"SLOWER {row}: {least[row]:.2f} of the floor, at most {limits[row]:.2f}, measured {AGAIN + 1} times")
+    print(f"{len(least)} rows compared, {len(rows)} slower than they may be")
+    return 1 if rows else 0
 
 
 def record(quick, rounds=5):
