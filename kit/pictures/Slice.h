@@ -70,6 +70,8 @@ struct SliceOptions {
     /// plane's normal as it was given (against it where negative). All pictures are as large as the largest cut.
     int count = 1;
     double step = 0;
+    /// Millimetres that `plane` is moved along its normal as it was given, before anything else.
+    double shift = 0;
     std::optional<Window>
         window{};  ///< none: that of the series, else from the 1st to the 99th percentile of the values
     /// In place of `window`: the one of the series, or its table, that has this explanation (0028,1055), (0028,3003).
@@ -79,8 +81,11 @@ struct SliceOptions {
     /// a pixel of nothing else is black.
     double slab = 0;
     SlabMode slabMode = SlabMode::Mean;
-    bool uptake = false;    ///< standardized uptake values, see `LoadOptions`; not of stored images
-    double pixelSize = 0;   ///< millimetres; 0: the smaller of the voxel's two sides
+    bool uptake = false;   ///< standardized uptake values, see `LoadOptions`; not of stored images
+    double pixelSize = 0;  ///< millimetres; 0: the smaller of the voxel's two sides
+    /// Width and height of the picture in pixels of `pixelSize`, the plane's point (of a view the middle of its plane) in the middle,
+    /// whatever the cut through the volume is; none: as large as the cut. Not with `size`, `zoom` or a sheet.
+    std::optional<std::array<int, 2>> frame{};
     int size = 0;           ///< pixels of the longer side; 0: as many as `pixelSize` and `zoom` give
     double zoom = 0;        ///< times as large; 0: as it is, but small pictures grow when they are annotated
     bool annotate = false;  ///< directions at the edges, and a scale bar where the size of pixels is known

@@ -47,7 +47,15 @@ Vector UnitOf(const Vector& v) {
     return length > 1e-6 ? Vector{v[0] / length, v[1] / length, v[2] / length} : Vector{0, 0, 0};
 }
 
-void SetPixels(DcmObliqueSlice& slice, double width, double height, double pixelSize) {
+void SetPixels(DcmObliqueSlice& slice, double width, double height, double pixelSize, const SliceOptions& options) {
+    if (options.frame) {
+        width = (*options.frame)[0];
+        height = (*options.frame)[1];
+        if (width < 1 || height < 1 || options.size != 0 || options.zoom != 0) {
+            throw Error(ErrorKind::WrongArgument,
+                        "a frame has at least one pixel along each side, and neither a size nor a zoom beside it");
+        }
+    }
     if (width > kLargestSide || height > kLargestSide || width * height > kMostPixels) {
         throw Error(ErrorKind::Unsupported, "the picture would have " + ShortNumber(width) + " x " +
                                                 ShortNumber(height) + " pixels of " + ShortNumber(pixelSize) +
@@ -172,7 +180,7 @@ VolumeView FindView(CVolume& volume, View wanted) {
     return view;
 }
 
-void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double pixelSize) {
+void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, const SliceOptions& options) {
     if (!slice.SetOrthogonal(view.raw.m_Plane, index, view.raw.m_bFlip1, view.raw.m_bFlip2)) {
         throw Error(ErrorKind::WrongArgument, slice.GetError());
     }
@@ -193,10 +201,10 @@ void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double
         size[i] = isDepth ? box.high[2] - box.low[2] : ((i == 0 ? slice.GetWidth() : slice.GetHeight()) - 1) * pixel;
         if (size[i] > 0) smallest = std::min(smallest, isDepth ? size[i] / (dim[2] - 1) : pixel);
     }
-    if (pixelSize > 0) smallest = pixelSize;
+    if (options.pixelSize > 0) smallest = options.pixelSize;
     if (smallest == HUGE_VAL) smallest = slice.GetPixelSize()[0];
     SetPixels(slice, std::floor(size[0] / smallest + kRoundingOfPixels) + 1,
-              std::floor(size[1] / smallest + kRoundingOfPixels) + 1, smallest);
+              std::floor(size[1] / smallest + kRoundingOfPixels) + 1, smallest, options);
 }
 
 double PlacePlanes(DcmObliqueSlice& slice, const SliceOptions& options) {
@@ -222,6 +230,9 @@ double PlacePlanes(DcmObliqueSlice& slice, const SliceOptions& options) {
     }
     const bool isMirrored = Dot(slice.DirectionToDicom(slice.GetNormal()), options.plane.normal) < 0;
     const double step = isMirrored ? -options.step : options.step;
+    if (options.shift != 0 && !slice.Move(isMirrored ? -options.shift : options.shift)) {
+        throw Error(ErrorKind::WrongArgument, slice.GetError());
+    }
     double alongRow = -1;
     double alongColumn = -1;
     for (int n = 0; n < options.count; ++n) {
@@ -240,7 +251,7 @@ double PlacePlanes(DcmObliqueSlice& slice, const SliceOptions& options) {
     volume.GetSpacing(space);
     const double pixel = options.pixelSize > 0 ? options.pixelSize : static_cast<double>(std::min(space[0], space[1]));
     const auto side = [pixel](double reach) { return 2 * std::ceil(reach / pixel - kRoundingOfPixels) + 1; };
-    SetPixels(slice, side(alongRow), side(alongColumn), pixel);
+    SetPixels(slice, side(alongRow), side(alongColumn), pixel, options);
     return step;
 }
 

@@ -18,8 +18,8 @@ struct VolumeView {
 VolumeView FindView(CVolume& volume, View view);
 
 /// Picture `index` of a view, from the first voxel centre to the last, with square pixels: as large as the smaller of
-/// the picture's two spacings, unless `pixelSize` is above 0. Throws `Error`.
-void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, double pixelSize);
+/// the picture's two spacings, unless `pixelSize` is above 0, or with as many as the frame of `options`. Throws `Error`.
+void PlaceView(DcmObliqueSlice& slice, const VolumeView& view, int index, const SliceOptions& options);
 
 /// A picture of a plane, its point in the middle, large enough for the whole cut through the volume, and for those of the
 /// other planes of a stack. Pixels as large as those of the volume's planes, unless `pixelSize` is above 0. Returns how far

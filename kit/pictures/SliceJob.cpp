@@ -69,15 +69,21 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
 }
 
 SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output,
-                   const WindowChoice* window)
+                   const WindowChoice* window, SlabLayers* layers)
     : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Series(series), m_Slice(&series.GetVolume()),
-      m_Files(Destination{}, m_Watch) {
+      m_pLayers(layers), m_Files(Destination{}, m_Watch) {
     m_Slice.SetInterpolation(kInterpolations[static_cast<int>(options.interpolation)]);
     const DcmObliqueSlice::SlabMode mode =
         options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;
     if (!m_Slice.SetSlab(mode, options.slab)) throw Error(ErrorKind::WrongArgument, m_Slice.GetError());
     if (options.view && options.count != 1) {
         throw Error(ErrorKind::WrongArgument, "a view has its own planes: a stack is of planes with a normal");
+    }
+    if (options.view && options.shift != 0) {
+        throw Error(ErrorKind::WrongArgument, "a view has its own planes: a plane with a normal is moved along it");
+    }
+    if (options.frame && options.pictures == SliceOptions::Pictures::Sheet) {
+        throw Error(ErrorKind::WrongArgument, "a sheet has no frame");
     }
     if (options.view) {
         m_View = FindView(series.GetVolume(), *options.view);
@@ -159,6 +165,7 @@ void SliceJob::TellNotApplied() {
 
 /// Makes the picture as large as it is asked for; the means over the area where it becomes smaller than the voxels.
 void SliceJob::SetSize() {
+    if (m_Options.frame) return;
     const int width = m_Slice.GetWidth();
     const int height = m_Slice.GetHeight();
     const double zoom = FindZoom(width, height, m_Options);
@@ -219,6 +226,14 @@ SlicePicture SliceJob::Draw() {
     return {std::move(picture), std::move(m_Report)};
 }
 
+SliceValues SliceJob::TakeValues() {
+    PlaceOne();
+    SliceValues taken{m_Slice.GetWidth(), m_Slice.GetHeight(), TakeValues(m_Slice), {}};
+    m_Watch.StopIfAsked();
+    taken.report = std::move(m_Report);
+    return taken;
+}
+
 std::vector<SlicePicture> SliceJob::DrawAll() {
     if (m_Options.raw16 || m_Options.values) {
         throw Error(ErrorKind::WrongArgument, "pictures of values are written as files");
@@ -239,7 +254,7 @@ std::vector<SlicePicture> SliceJob::DrawAll() {
 
 void SliceJob::Place(int index) {
     if (m_Options.view) {
-        PlaceView(m_Slice, m_View, index, m_Options.pixelSize);
+        PlaceView(m_Slice, m_View, index, m_Options);
         return;
     }
     m_Slice = m_First;
@@ -355,6 +370,7 @@ void SliceJob::ForRows(Cut& cut, const std::function<bool(Cut& part, int first, 
     const double wanted = std::clamp(2.0 * CountJobs(m_Options.jobs), samples / kLargest, samples / kSmallest + 1);
     const int rows = std::max(1, static_cast<int>(std::ceil(cut.GetHeight() / std::max(wanted, 1.0))));
     const int pieces = (cut.GetHeight() + rows - 1) / rows;
+    if (m_pLayers != nullptr && !cut.PrepareLayers(*m_pLayers)) throw Error(ErrorKind::Unsupported, cut.GetError());
     // The volume's count is not atomic: copies are made by the thread that called the job, and by no other.
     std::vector<Cut> parts(IsInPool() ? std::size_t{0} : static_cast<std::size_t>(pieces), cut);
     ForEach(m_Options.jobs, static_cast<std::size_t>(pieces), m_Watch, [&](std::size_t i) {
@@ -374,6 +390,11 @@ std::vector<std::uint16_t> SliceJob::TakeStored(Cut& cut) const {
     return values;
 }
 
+bool SliceJob::SampleRows(Cut& part, int first, int count, void* values, std::size_t bytes) const {
+    return m_pLayers == nullptr ? part.GetPixelRows(first, count, values, bytes)
+                                : part.GetPixelRows(first, count, values, bytes, *m_pLayers);
+}
+
 /// The picture's values in the volume's type, each handed on with its place, on several threads.
 template <class Take>
 void SliceJob::ForSamples(Cut& cut, Take take) const {
@@ -381,7 +402,7 @@ void SliceJob::ForSamples(Cut& cut, Take take) const {
     const auto sample = [&]<class T>(T) {
         ForRows(cut, [&](Cut& part, int first, int count) {
             std::vector<T> values(width * static_cast<std::size_t>(count));
-            if (!part.GetPixelRows(first, count, values.data(), values.size() * sizeof(T))) return false;
+            if (!SampleRows(part, first, count, values.data(), values.size() * sizeof(T))) return false;
             std::size_t place = width * static_cast<std::size_t>(first);
             for (const T value : values) take(place++, value);
             return true;
@@ -416,8 +437,11 @@ Picture SliceJob::MakePicture(Cut& cut) const {
     const Window& window = m_Window.stored;
     const auto width = static_cast<std::size_t>(cut.GetWidth());
     ForRows(cut, [&](Cut& part, int first, int count) {
-        return part.GetPictureRows(first, count, out + width * static_cast<std::size_t>(first),
-                                   width * static_cast<std::size_t>(count), window.centre, window.width);
+        std::uint8_t* const to = out + width * static_cast<std::size_t>(first);
+        const std::size_t bytes = width * static_cast<std::size_t>(count);
+        return m_pLayers == nullptr
+                   ? part.GetPictureRows(first, count, to, bytes, window.centre, window.width)
+                   : part.GetPictureRows(first, count, to, bytes, window.centre, window.width, *m_pLayers);
     });
     if (m_Window.inverted) picture.Invert();
     return picture;

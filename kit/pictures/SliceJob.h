@@ -9,6 +9,7 @@
 #include "PictureFile.h"
 #include "Slice.h"
 #include "SliceGrid.h"
+#include "Slicer.h"
 #include "WindowChoice.h"
 
 #include <cstddef>
@@ -25,18 +26,22 @@ namespace korvane {
 class SliceJob {
 public:
     /// `output`: a file, or a folder for all pictures of a view. `window`: one that was found for the series, for several
-    /// jobs. Throws `Error`.
+    /// jobs. `layers`: of slabs, kept from picture to picture. Throws `Error`.
     SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output,
-             const WindowChoice* window = nullptr);
+             const WindowChoice* window = nullptr, SlabLayers* layers = nullptr);
 
     /// Writes all pictures or none. Throws `Error`.
     SliceReport Run();
     /// The one picture, or the sheet, without a file. Throws `Error`.
     SlicePicture Draw();
+    /// The values of the one picture. Throws `Error`.
+    SliceValues TakeValues();
     /// All pictures. Throws `Error`.
     std::vector<SlicePicture> DrawAll();
 
 private:
+    using Cut = DcmObliqueSlice;
+
     void SetPadding();
     void TellPadding();
     void TellOtherTables();
@@ -45,12 +50,12 @@ private:
     void Place(int index);
     std::string WhatIs(int index) const;
     void PlaceOne();
+    bool SampleRows(Cut& part, int first, int count, void* values, std::size_t bytes) const;
     void WriteFolder();
     Picture DrawSheet();
     void SetSize();
 
     // What follows runs on several threads, each with a cut of its own:
-    using Cut = DcmObliqueSlice;
     /// `make` of each cut on several threads, `take` of one after the other.
     void ForCuts(std::vector<Cut>& cuts, const std::function<void(std::size_t)>& make,
                  const std::function<void(std::size_t)>& take) const;
@@ -78,6 +83,7 @@ private:
     VolumeView m_View;
     DcmObliqueSlice m_First;  ///< of a stack
     double m_Step = 0;        ///< along its normal
+    SlabLayers* m_pLayers;
     WindowChoice m_Window;
     std::optional<ModalityTransform> m_Modality;  // of pictures of values
     ExportFiles m_Files;
