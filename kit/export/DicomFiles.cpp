@@ -14,7 +14,14 @@ namespace korvane {
 
 ExportedVolume DicomFiles::Write(const ExportPart& part, Resampling resample, CFileWriter& writer,
                                  const std::string& prefix, const char* label) {
-    m_Series.Load(part.slices);
+    m_bStreamed = !resample && m_Series.CanStream(part.slices);
+    if (m_bStreamed) {
+        m_Series.Place(part.slices);
+        TaskProgress progress(m_Watch, "reading", m_Series.GetVolume().GetPlaneCount());
+        m_Series.ReadPlanes([&](int, std::span<const std::byte>) { progress.Step(); });
+    } else {
+        m_Series.Load(part.slices);
+    }
     if (resample && m_Series.RescalesDiffer()) m_Series.BringToOneScale(false);
     if (resample && m_Series.GetVolume().GetPlane(0)->m_pData == nullptr) {
         throw Error(ErrorKind::Unsupported,
@@ -65,11 +72,23 @@ DerivedPlanes DicomFiles::ListPlanes(const ExportedVolume& entry, bool resampled
     }
     const std::size_t bytes = made.columns * made.rows * SizeOf(made.type);
     made.planeOf = [this, bytes](std::size_t plane) -> std::span<const std::byte> {
+        if (m_bStreamed) return ReadPlane(plane);
         const void* const stored = m_Series.GetVolume().GetPlane(static_cast<int>(plane))->m_pData;
         if (stored != nullptr) return {static_cast<const std::byte*>(stored), bytes};
         return m_Series.GetVoxels().subspan(plane * bytes, bytes);
     };
     return made;
+}
+
+/// They are asked for in their order, now and then from the first on again.
+std::span<const std::byte> DicomFiles::ReadPlane(std::size_t plane) {
+    if (!m_pStream || plane < m_nNext) {
+        m_pStream = m_Series.StreamPlanes(false);
+        m_nNext = 0;
+    }
+    std::span<const std::byte> voxels;
+    for (; m_nNext <= plane; ++m_nNext) voxels = m_pStream->ReadNext();
+    return voxels;
 }
 
 }  // namespace korvane

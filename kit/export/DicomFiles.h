@@ -3,9 +3,13 @@
 
 #include "../core/Watch.h"
 #include "../derived/DerivedSeries.h"
+#include "../study/PlaneStream.h"
 #include "Export.h"
 #include "IrregularPolicy.h"
 
+#include <cstddef>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -30,11 +34,15 @@ public:
 
 private:
     DerivedPlanes ListPlanes(const ExportedVolume& entry, bool resampled);
+    std::span<const std::byte> ReadPlane(std::size_t plane);
 
     SeriesVolume& m_Series;
     std::string m_Derivation;
     Watch m_Watch;
     std::vector<Finding> m_Findings;
+    bool m_bStreamed = false;  // planes are read when they are asked for
+    std::unique_ptr<PlaneStream> m_pStream;
+    std::size_t m_nNext = 0;
 };
 
 }  // namespace korvane

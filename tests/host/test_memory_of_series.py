@@ -1,0 +1,49 @@
+#!/usr/bin/env python3
+"""How much memory jobs take at their peak: of a series they hold a few slices, and of each file a few kilobytes."""
+
+import shutil
+
+import measured_runs
+from host_test import WORK, korvane
+from measured_runs import FORMATS, MEGABYTE, SeriesMaker, enhanced, peak
+
+
+def exports():
+    """Of a series that is exported as it is, a few slices are in memory, whatever the format and the compression."""
+    for name, side, count in (("few", 512, 120), ("many", 32, 1500)):
+        maker = SeriesMaker(side)
+        native = maker.write(WORK / name, count)
+        korvane("convert", native, WORK / f"{name}-rle", "--syntax", "rle")
+        jobs = 2
+        limit = 32 * MEGABYTE + 4 * jobs * maker.frame + 2 * count * maker.header
+        for folder in (native, WORK / f"{name}-rle"):
+            forms = ("vox", "nifti") if folder.name == "many-rle" else FORMATS[: 7 if name == "few" else 6]
+            for form in forms:
+                took = peak("export", folder, "--format", form, "--to", WORK / f"{form}-{folder.name}", "--jobs", jobs)
+                assert took < limit, (folder.name, form, took, limit)
+        for path in WORK.glob(f"[!d]*-{name}-rle.*"):  # derived images have UIDs of their own
+            assert path.read_bytes() == path.with_name(path.name.replace("-rle.", ".")).read_bytes(), path
+
+
+def growth():
+    """What each file, slice or frame more takes is no more than a few kilobytes: nothing is kept of it but what it tells."""
+    few, many = 300, 2300
+    maker = SeriesMaker(32)
+    for name, in_series in (("series", 1000000), ("archive", 50)):
+        for count in (few, many):
+            maker.write(WORK / f"{name}{count}", count, in_series)
+    for count in (few, many):
+        enhanced(WORK / f"object{count}", count, 32, 1)
+    jobs = {"find": (2600, "info", "--json", WORK / "archive"),
+            "medium": (11000, "media", "--link", WORK / "medium", WORK / "archive"),
+            "export": (8000, "export", "--format", "nifti", "--to", WORK / "v", WORK / "series"),
+            "export of frames": (8000, "export", "--format", "vox", "--to", WORK / "v", WORK / "object")}
+    for job, (limit, *arguments, source) in jobs.items():
+        took = {}
+        for count in (few, many):
+            shutil.rmtree(WORK / "medium", ignore_errors=True)
+            took[count] = peak(*arguments, f"{source}{count}") / (many - few)  # bytes each
+        assert took[many] - took[few] < limit, (job, took, limit)
+
+
+measured_runs.run(exports, growth)
