@@ -154,14 +154,11 @@ def bench_line(row):
             f"{ours / floor:.2f}" if floor else "–", "; ".join(peers) or "–", "–"]
 
 
-def missing_peers(all_jobs, rows):
+def missing_peers(all_jobs, rows, is_whole):
     missing = {peer.name.split(",")[0] for job in all_jobs for peer in job.peers if not jobs.is_there(peer)}
     measured = {name for row in rows for name in row["peers"]}
-    benches = {row["bench"] for row in rows}
-    for peer, bench in (("DCMTK", "bench_speed"), ("GDCM", "bench_speed"), ("ITK", "bench_speed"), ("VTK", "bench_slice"),
-                        ("Eigen", "bench_math")):
-        if peer not in measured and (bench in benches or peer == "Eigen"):
-            missing.add(f"{peer} (its library)")
+    if is_whole:
+        missing |= {f"{peer} (its library)" for peer in ("DCMTK", "GDCM", "VTK", "Eigen") if peer not in measured}
     return sorted(missing)
 
 
@@ -193,7 +190,7 @@ def whole_table(build, work, options):
         for row in bench_rows(build, name, words):
             rows.append(row)
             tell(bench_line(row))
-    lines += ["", "Not measured, since not installed: " + (", ".join(missing_peers(seen, rows)) or "none") + "."]
+    lines += ["", "Not measured, since not installed: " + (", ".join(missing_peers(seen, rows, not options.only)) or "none") + "."]
     print("\n".join(lines[-2:]))
     return lines
 
