@@ -278,6 +278,7 @@ MeasuredRange LoadedSlices::ReadPlanes(const std::function<std::span<std::byte>(
         [&](std::size_t group) { inGroup(group, take); });
     if (!bitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(bitsAbove, m_Delayed.size()));
     m_Delayed.clear();
+    m_StandIn = std::vector<unsigned char>();  // no data set points to it any more
     return range;
 }
 
