@@ -2,6 +2,7 @@
 #include "Calls.h"
 
 #include <array>
+#include <memory>
 #include <optional>
 
 #include <pybind11/numpy.h>
@@ -21,6 +22,10 @@ struct Wanted {
     std::optional<std::pair<double, double>> window;
     double slab, pixelSize;
     bool annotate;
+    // Of a slicer alone:
+    double shift = 0;
+    std::optional<std::array<int, 2>> frame{};
+    unsigned jobs = 0;
 };
 
 SliceOptions OptionsOf(const Wanted& wanted) {
@@ -39,6 +44,9 @@ SliceOptions OptionsOf(const Wanted& wanted) {
     options.slab = wanted.slab;
     options.pixelSize = wanted.pixelSize;
     options.annotate = wanted.annotate;
+    options.shift = wanted.shift;
+    options.frame = wanted.frame;
+    options.jobs = wanted.jobs;
     return options;
 }
 
@@ -49,6 +57,64 @@ SlicePicture SliceOf(const korvane::Volume& volume, const Wanted& wanted, const 
         own.watcher = &watcher;
         return korvane::Slice(volume, own);
     });
+}
+
+// The arguments of both calls of a slicer, for `take`.
+template <class Take>
+auto SlicerCall(Take take) {
+    return [take](korvane::Slicer& self, const std::string& view, std::optional<int> index,
+                  std::optional<std::array<double, 3>> normal, std::optional<std::array<double, 3>> point,
+                  std::optional<std::array<double, 3>> up, double shift, std::optional<std::array<int, 2>> frame,
+                  std::optional<std::pair<double, double>> window, const std::string& interpolation, double slab,
+                  const std::string& slabMode, double pixelSize, unsigned jobs) {
+        const SliceOptions options = OptionsOf({view, interpolation, slabMode, index, point, normal, up, window, slab,
+                                                pixelSize, false, shift, frame, jobs});
+        return take(self, options);
+    };
+}
+
+template <class Take>
+void AddSlicerCall(py::class_<korvane::Slicer>& slicer, const char* name, Take take, const char* text) {
+    slicer.def(name, SlicerCall(take), py::arg("view") = "axial", py::arg("index") = py::none(), py::kw_only(),
+               py::arg("normal") = py::none(), py::arg("point") = py::none(), py::arg("up") = py::none(),
+               py::arg("shift") = 0.0, py::arg("frame") = py::none(), py::arg("window") = py::none(),
+               py::arg("interpolation") = "linear", py::arg("slab") = 0.0, py::arg("slab_mode") = "mean",
+               py::arg("pixel_size") = 0.0, py::arg("jobs") = 0, text);
+}
+
+SlicePicture DrawWith(korvane::Slicer& slicer, const SliceOptions& options) {
+    const py::gil_scoped_release unlocked;
+    return slicer.Draw(options);
+}
+
+py::array_t<float> ValuesWith(korvane::Slicer& slicer, const SliceOptions& options) {
+    auto taken = std::make_unique<korvane::SliceValues>();
+    {
+        const py::gil_scoped_release unlocked;
+        *taken = slicer.TakeValues(options);
+    }
+    const std::array<py::ssize_t, 2> shape{taken->height, taken->width};
+    const float* const values = taken->values.data();
+    const py::capsule owner(taken.release(), [](void* last) { delete static_cast<korvane::SliceValues*>(last); });
+    return py::array_t<float>(shape, values, owner);
+}
+
+void BindSlicer(py::module_& module) {
+    py::class_<korvane::Slicer> slicer(module, "Slicer",
+                                       "Pictures and values of one plane after the other; see Volume.slicer.");
+    AddSlicerCall(slicer, "slice", DrawWith,
+                  R"(A Picture with the pixels of `Volume.slice`, sooner.
+
+frame: (width, height) in pixels, the plane's point in the middle; None: the whole cut. shift: millimetres that a plane with a
+normal is moved along it. Slabs keep their layers: moves by `slab_step` cost a layer.)");
+    AddSlicerCall(slicer, "values", ValuesWith,
+                  "(height, width) real values of 32 bits, with the arguments of `slice`.");
+    slicer.def_property_readonly(
+        "slab_step", [](const korvane::Slicer& self) { return self.GetFacts().slabStep; },
+        "Millimetres between the layers of the last slab; 0 where none were kept.");
+    slicer.def_property_readonly(
+        "layer_bytes", [](const korvane::Slicer& self) { return self.GetFacts().layerBytes; },
+        "Bytes that kept layers take.");
 }
 
 // An array that shares the picture's pixels and keeps the picture alive.
@@ -134,4 +200,19 @@ interpolation: 'nearest', 'linear', 'shaped'. slab: millimetres across the plane
 ('mean', 'maximum', 'minimum'). pixel_size: millimetres.
 
     volume.slice('coronal', window=(40, 400), slab=10, slab_mode='maximum').save('mip.png'))");
+    BindSlicer(module);
+    volume.def(
+        "slicer",
+        [](const std::shared_ptr<korvane::Volume>& self, std::size_t slabMemory) {
+            const py::gil_scoped_release unlocked;
+            return korvane::Slicer(std::shared_ptr<const korvane::Volume>(self), {.slabMemory = slabMemory});
+        },
+        py::kw_only(), py::arg("slab_memory") = korvane::SlicerOptions().slabMemory,
+        R"(A Slicer: for many planes of this volume one after the other, as in a view that follows the mouse.
+
+slab_memory: bytes that kept layers of slabs may take.
+
+    slicer = volume.slicer()
+    for n in range(100):
+        show(slicer.slice(normal=(0, -1, 1), shift=n, frame=(512, 512), window=(40, 400)).array))");
 }

@@ -36,6 +36,7 @@ from ._korvane import (
     Peer,
     Picture,
     Series,
+    Slicer,
     Tls,
     Volume,
     __version__,

@@ -106,6 +106,7 @@ class Volume:
         slab: float = 0, slab_mode: Literal["mean", "maximum", "minimum"] = "mean", pixel_size: float = 0,
         annotate: bool = False, progress: Progress = None,
     ) -> Picture: ...
+    def slicer(self, *, slab_memory: int = 268435456) -> Slicer: ...
     def export(
         self, format: str, to: Path, *, irregular: Policy = "keep", compress: bool = False, jobs: int = 0,
         progress: Progress = None,
@@ -127,6 +128,24 @@ class Picture:
     pixel_size: float
     def save(self, path: Path) -> None: ...
     def __array__(self, dtype: Any = None) -> NDArray[Any]: ...
+
+class Slicer:
+    slab_step: float
+    layer_bytes: int
+    def slice(
+        self, view: Literal["axial", "coronal", "sagittal"] = "axial", index: int | None = None, *,
+        normal: Vector | None = None, point: Vector | None = None, up: Vector | None = None, shift: float = 0,
+        frame: tuple[int, int] | None = None, window: tuple[float, float] | None = None,
+        interpolation: Literal["nearest", "linear", "shaped"] = "linear", slab: float = 0,
+        slab_mode: Literal["mean", "maximum", "minimum"] = "mean", pixel_size: float = 0, jobs: int = 0,
+    ) -> Picture: ...
+    def values(
+        self, view: Literal["axial", "coronal", "sagittal"] = "axial", index: int | None = None, *,
+        normal: Vector | None = None, point: Vector | None = None, up: Vector | None = None, shift: float = 0,
+        frame: tuple[int, int] | None = None, window: tuple[float, float] | None = None,
+        interpolation: Literal["nearest", "linear", "shaped"] = "linear", slab: float = 0,
+        slab_mode: Literal["mean", "maximum", "minimum"] = "mean", pixel_size: float = 0, jobs: int = 0,
+    ) -> NDArray[np.float32]: ...
 
 class DataSet:
     findings: list[Finding]

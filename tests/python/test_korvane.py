@@ -120,6 +120,26 @@ class Module(unittest.TestCase):
         with self.assertRaises(ValueError):
             volume.slice("upwards")
 
+    def test_slicer(self):
+        volume = self.load()
+        slicer = volume.slicer()
+        for arguments in ({"view": "coronal"}, {"normal": (0.2, -1, 1), "point": (3, 4, 5), "slab": 20, "window": (40, 400)}):
+            numpy.testing.assert_array_equal(slicer.slice(**arguments).array, volume.slice(**arguments).array)
+        values = slicer.values(index=3, interpolation="nearest")
+        self.assertEqual(values.dtype, numpy.float32)
+        real = volume.real()[3] if callable(volume.real) else volume.real[3]
+        views = (real, real[::-1], real[:, ::-1], real[::-1, ::-1])
+        self.assertTrue(any(values.shape == view.shape and (values == view).all() for view in views))
+        oblique = {"normal": (0, -1, 1), "frame": (40, 30), "slab": 12, "window": (40, 400)}
+        slicer.slice(**oblique)
+        self.assertGreater(slicer.layer_bytes, 0)
+        moved = slicer.slice(shift=slicer.slab_step, **oblique).array
+        self.assertEqual(moved.shape, (30, 40))
+        del volume
+        numpy.testing.assert_array_equal(moved, self.load().slicer(slab_memory=0).slice(shift=slicer.slab_step, **oblique).array)
+        with self.assertRaises(ValueError):
+            slicer.slice("coronal", shift=1)
+
     def test_data_sets(self):
         path = korvane.find(self.folder / "ct")[0].files[0]
         ours, theirs = korvane.read(path), pydicom.dcmread(path)
