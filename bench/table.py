@@ -41,6 +41,7 @@ LONG = 2.0  # seconds: what a peer takes so long for is measured once
 BENCHES = {"bench_speed": ((), ("--alone", "--rounds=3", "elements", "headers", "private", "export")),
            "bench_codec": ((), ("--alone", "--rounds=9", "--frames=60")),
            "bench_slice": ((), ("--rounds=15", "--planes=1")),
+           "bench_slicer": ((), None),
            "bench_reformat": ((), ("--rounds=5",)),
            "bench_picture": ((), ("--rounds=15",)),
            "bench_export": ((), ("--rounds=5",)),
