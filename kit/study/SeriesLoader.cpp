@@ -180,6 +180,8 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
         AddPlaces(found, slices);
     } else if (pixels == Pixels::InPlace) {
         ReadHeaders(found, slices);
+    } else if (pixels == Pixels::Frames) {
+        ReadFrameHeaders(found, slices);
     } else {
         LoadFiles(found, slices);
     }
@@ -221,11 +223,14 @@ void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef
     if (!m_BitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(m_BitsAbove, files));
 }
 
+bool LoadedSlices::FillsWords(const PixelForm& form) {
+    return HasModuleForm(form) && form.highBit + 1 == form.stored && (form.allocated != 32 || form.stored == 32);
+}
+
 bool LoadedSlices::CanReadInPlace(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch) {
     const ImageHeader& first = found.files[slices.front().file];
     const PixelForm& form = first.form;
-    if (!HasModuleForm(form) || form.highBit + 1 != form.stored || (form.allocated == 32 && form.stored != 32))
-        return false;
+    if (!FillsWords(form)) return false;
     const bool alike = std::all_of(slices.begin(), slices.end(), [&](const SliceRef& slice) {
         const ImageHeader& header = found.files[slice.file];
         return slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.form == form;
@@ -254,6 +259,40 @@ void LoadedSlices::ReadHeaders(const FoundFiles& found, const std::vector<SliceR
         m_Read.emplace_back(found.files[slices[i].file].path, &dataSet);
         m_FileOf.push_back(i);
     }
+}
+
+void LoadedSlices::ReadFrameHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices) {
+    m_bInPlace = true;
+    m_StandIn.resize(static_cast<std::size_t>(found.files[slices.front().file].form.FrameBytes()));
+    for (std::size_t i = 0; i < slices.size(); ++i) {
+        const ImageHeader& header = found.files[slices[i].file];
+        if (i == 0 || slices[i].file != slices[i - 1].file) {
+            m_Files.push_back(ReadSliceHeader(header, m_Watch));
+            m_Read.emplace_back(header.path, m_Files.back().get());
+        }
+        const bool isAll = slices[i].frame < 0;
+        for (int frame = 0; frame < (isAll ? header.frames : 1); ++frame) {
+            const int number = isAll ? frame : slices[i].frame;
+            m_Frames.push_back(std::move(SplitFrames(*m_Files.back(), header, {number}).front()));
+            m_List.push_back(m_Frames.back().get());
+            m_Images.push_back({slices[i].file, number});
+            m_Places.push_back(found.PlaceOf(slices[i]));
+            m_FileOf.push_back(m_Read.size() - 1);
+            PutPixels(m_List.size() - 1, std::as_writable_bytes(std::span(m_StandIn)));
+        }
+        m_Watch.StopIfAsked();
+    }
+}
+
+void LoadedSlices::PutPixels(std::size_t dataSet, std::span<std::byte> voxels) {
+    const bool isBytes = FindInteger(*m_List[dataSet], tags::BitsAllocated, 0) <= 8;
+    auto pixels = std::make_unique<VR>(tags::PixelData, 0U, 0);
+    pixels->m_TypeCode = TypeCode(isBytes ? "OB" : "OW");
+    pixels->m_Length = static_cast<std::uint32_t>(voxels.size());
+    pixels->m_pData = reinterpret_cast<unsigned char*>(voxels.data());
+    pixels->m_bOwnsData = 0;
+    DropElement(*m_List[dataSet], tags::PixelData);
+    m_List[dataSet]->Push(pixels.release());
 }
 
 MeasuredRange LoadedSlices::ReadPlanes(const std::function<std::span<std::byte>(std::size_t slice)>& placeOf) {

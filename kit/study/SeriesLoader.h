@@ -39,6 +39,7 @@ public:
     enum class Pixels {
         Now,
         InPlace,  ///< those of the data sets are zeros until `ReadPlanes` has read them to their place
+        Frames,   ///< the same of frames of larger objects; `PutPixels` tells their places
         Later,    ///< the data sets have none; files of one image are not read, but for the first
     };
 
@@ -50,6 +51,11 @@ public:
     /// values at the low end of their words. Throws `Error`.
     static bool CanReadInPlace(const FoundFiles& found, const std::vector<SliceRef>& slices, const Watch& watch);
 
+    /// Whether the values of a form that the module has stand at the low end of their words, which nothing else is in.
+    static bool FillsWords(const PixelForm& form);
+
+    /// With `Frames`: where the pixels of a slice are now.
+    void PutPixels(std::size_t dataSet, std::span<std::byte> voxels);
     /// With `InPlace`, once: reads the pixels of each slice to the plane that `placeOf` gives for its place in the list. The
     /// data sets point to them from then on, until `DropPixels`. Returns their range. Throws `Error`.
     MeasuredRange ReadPlanes(const std::function<std::span<std::byte>(std::size_t slice)>& placeOf);
@@ -62,7 +68,7 @@ public:
     /// The header of a slice as loading it would leave it but for its pixels, which it has none of. Owned by this object.
     /// Throws `Error`.
     DICOMDataObject& ReadHeader(const FoundFiles& found, std::size_t dataSet);
-    /// What each data set is of: a file of one image, or a frame.
+    /// With `Frames` and `Later`: what each data set is of, a file of one image, or a frame.
     const std::vector<SliceRef>& GetImages() const { return m_Images; }
     std::size_t CountFiles() const;
 
@@ -87,6 +93,7 @@ public:
 private:
     void LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void ReadHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    void ReadFrameHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void AddPlace(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole);
     std::unique_ptr<DICOMDataObject> MakeHeader(const ImageHeader& header, const SliceRef& image,
@@ -117,7 +124,7 @@ private:
     std::vector<DICOMDataObject*> m_List;
     std::vector<std::size_t> m_FileOf;  // of each of them, which of those read
     std::vector<FramePlace> m_Places;
-    std::vector<SliceRef> m_Images;  // with `Later`
+    std::vector<SliceRef> m_Images;
 };
 
 }  // namespace korvane

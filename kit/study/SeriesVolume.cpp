@@ -162,7 +162,8 @@ void SeriesVolume::TellWarnings() const {
 
 void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     using Pixels = LoadedSlices::Pixels;
-    Begin(slices, LoadedSlices::CanReadInPlace(GetFound(), slices, m_Watch) ? Pixels::InPlace : Pixels::Now);
+    const bool isInPlace = LoadedSlices::CanReadInPlace(GetFound(), slices, m_Watch);
+    Begin(slices, isInPlace ? Pixels::InPlace : CanReadFrames(slices) ? Pixels::Frames : Pixels::Now);
     if (m_bUptake) ApplyUptake();
     Assemble();
     const std::vector<Padding> paddings = GetPlanePaddings();
@@ -175,6 +176,7 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_OwnVoxels = {};
     m_bStreamed = pixels == LoadedSlices::Pixels::Later;
     m_bInPlace = pixels == LoadedSlices::Pixels::InPlace;
+    m_bFrames = pixels == LoadedSlices::Pixels::Frames;
     m_Loaded.emplace(GetFound(), slices, pixels, m_nJobs, m_Watch);
     m_OwnType = m_Loaded->GetOwnType();
     m_Scale.reset();
@@ -498,6 +500,10 @@ void SeriesVolume::Assemble() {
         ReadInPlace();
         return;
     }
+    if (m_bFrames) {
+        ReadFramesInPlace();
+        return;
+    }
     TaskProgress progress(m_Watch, "assembling", dim[2]);
     m_Assembled.SetCallback(&progress);
     m_Assembled.Alloc(true);
@@ -521,6 +527,31 @@ void SeriesVolume::ReadInPlace() {
     volume.SetMin(range.smallest);
     volume.SetMax(range.largest);
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
+}
+
+bool SeriesVolume::CanReadFrames(const std::vector<SliceRef>& slices) const {
+    const auto isFrame = [this](const SliceRef& slice) { return GetFound().files[slice.file].frames > 1; };
+    return LoadedSlices::FillsWords(GetFound().files[slices.front().file].form) &&
+           std::all_of(slices.begin(), slices.end(), isFrame) && CanStream(slices);
+}
+
+void SeriesVolume::ReadFramesInPlace() {
+    CVolume& volume = GetVolume();
+    volume.Alloc(true);
+    const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
+    TaskProgress progress(m_Watch, "reading", volume.GetPlaneCount());
+    for (int plane = 0; plane < volume.GetPlaneCount(); ++plane) {
+        const std::span<const std::byte> voxels = stream->ReadNext();
+        auto* const to = static_cast<std::byte*>(volume.GetPlane(plane)->m_pData);
+        std::copy(voxels.begin(), voxels.end(), to);
+        const int slice = m_Assembled.m_SliceToIndex[static_cast<std::size_t>(plane)];
+        m_Loaded->PutPixels(static_cast<std::size_t>(slice), {to, voxels.size()});
+        progress.Step();
+    }
+    volume.SetMin(stream->GetWholeRange().smallest);
+    volume.SetMax(stream->GetWholeRange().largest);
+    const std::vector<std::string> dirty = stream->ListBitsAbove();
+    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Loaded->CountFiles()));
 }
 
 /// Voxels come in list order; planes have one of their own.

@@ -136,7 +136,9 @@ private:
     void TellOtherPadding();
     void SetTrueSpacing();
     void ApplyUptake();
+    bool CanReadFrames(const std::vector<SliceRef>& slices) const;
     void ReadInPlace();
+    void ReadFramesInPlace();
     void PutOwnVoxels();
     template <class From, class To>
     void PutVoxelsAs(VoxelType type);
@@ -153,6 +155,7 @@ private:
     bool m_bUptake = false;
     bool m_bStreamed = false;
     bool m_bInPlace = false;
+    bool m_bFrames = false;  // which are read to their place one by one
     MeasuredRange m_StreamedRange{0, 0};
     MeasuredRange m_WholeRange{0, 0};
     std::vector<std::optional<std::string>> m_Thicknesses;  // of slices, in list order

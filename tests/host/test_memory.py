@@ -48,4 +48,13 @@ def frames():
             assert (WORK / f"nifti-{source}.nii").read_bytes()[352:] == expected, source
 
 
-measured_runs.run(dumps, frames)
+def volumes():
+    """Where a whole volume is needed, the object's own pixels are not in memory beside it."""
+    volume = len(enhanced(WORK / "grey.dcm", 120, 512, 1))
+    korvane("convert", WORK / "grey.dcm", WORK / "grey-rle.dcm", "--syntax", "rle")
+    for source in ("grey", "grey-rle"):
+        took = own("export", WORK / f"{source}.dcm", "--format", "nifti", "--preview", "--to", WORK / source, "--jobs", 2)
+        assert took < 1.1 * volume + 8 * MEGABYTE, (source, took, volume)
+
+
+measured_runs.run(dumps, frames, volumes)
