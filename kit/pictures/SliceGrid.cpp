@@ -72,6 +72,7 @@ struct Box {
     Vector low = {0, 0, 0};
     Vector high = {0, 0, 0};
     std::vector<double> levels;  // of all planes along z, ascending
+    bool isUpright = true;       // no plane lies sideways of another
 
     explicit Box(CVolume& volume) {
         int dim[4];
@@ -80,7 +81,10 @@ struct Box {
         volume.GetSpacing(space);
         high = {(dim[0] - 1) * static_cast<double>(space[0]), (dim[1] - 1) * static_cast<double>(space[1]), 0};
         for (int plane = 0; plane < dim[2]; ++plane) {
-            levels.push_back(static_cast<double>(volume.GetPlane(plane)->m_Org[2]) - volume.GetPlane(0)->m_Org[2]);
+            const float* const origin = volume.GetPlane(plane)->m_Org;
+            const float* const first = volume.GetPlane(0)->m_Org;
+            levels.push_back(static_cast<double>(origin[2]) - first[2]);
+            isUpright = isUpright && origin[0] == first[0] && origin[1] == first[1];
         }
         std::sort(levels.begin(), levels.end());
         low[2] = levels.front();
@@ -101,9 +105,14 @@ public:
     bool Find(const Box& box) {
         const Vector along = Times(m_Slice.DirectionToDicom({1, 0, 0}), box.high[0]);
         const Vector across = Times(m_Slice.DirectionToDicom({0, 1, 0}), box.high[1]);
+        // The slice's own map looks at all planes for each point.
+        const Vector corner = Minus(m_Slice.VolToDicom({0, 0, 0}), m_Centre);
+        const Vector upward = m_Slice.DirectionToDicom({0, 0, 1});
         std::array<Vector, 4> below;
         for (std::size_t level = 0; level < box.levels.size(); ++level) {
-            const Vector first = Minus(m_Slice.VolToDicom({0, 0, box.levels[level]}), m_Centre);
+            const double z = box.levels[level];
+            const Vector first =
+                box.isUpright ? Plus(corner, Times(upward, z)) : Minus(m_Slice.VolToDicom({0, 0, z}), m_Centre);
             const std::array<Vector, 4> corners = {first, Plus(first, along), Plus(Plus(first, along), across),
                                                    Plus(first, across)};
             for (std::size_t i = 0; i < 4; ++i) {
