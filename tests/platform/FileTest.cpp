@@ -4,6 +4,8 @@
 #include <Korvane/platform/FileTree.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <vector>
@@ -35,6 +37,29 @@ TEST_F(File, BothSeparatorsWorkAndDirectoriesAreRefused) {
     EXPECT_EQ(OpenFile(m_Folder.string().c_str(), "rb"), nullptr);
     EXPECT_FALSE(in.Open((m_Folder / "missing").string().c_str()));
     EXPECT_EQ(errno, ENOENT);
+}
+
+// Readers keep the state to know the file again: it is the same as long as nobody writes, and another by the time alone.
+TEST_F(File, TheStateOfAFileIsItsSizeAndWhenItWasWritten) {
+    const fs::path path = m_Folder / "state.bin";
+    const auto write = [&](const char* text) {
+        OutputFile out;
+        ASSERT_TRUE(out.Open(path.string().c_str()) && out.Write(text, std::strlen(text)) && out.Close());
+    };
+    const auto state = [&] {
+        InputFile in;
+        EXPECT_TRUE(in.Open(path.string().c_str()));
+        return in.GetState();
+    };
+    write("abcdef");
+    const FileState first = state();
+    EXPECT_TRUE(first.isRegular);
+    EXPECT_EQ(first.size, 6U);
+    EXPECT_EQ(state(), first);
+    write("ghijkl");
+    fs::last_write_time(path, fs::last_write_time(path) + std::chrono::seconds(2));
+    EXPECT_EQ(state().size, 6U);
+    EXPECT_NE(state(), first);
 }
 
 TEST_F(File, PathsAreUtf8OrElseInTheCodePage) {
