@@ -27,7 +27,7 @@ void TellRow(const RowOfTable& row) {
     for (const auto& [name, seconds] : row.peers) {
         out << (&name != &row.peers.front().first ? ", " : "") << '"' << name << "\": " << Listed(seconds);
     }
-    out << "}}\n";
+    out << "}, \"two_threads\": " << Listed(row.twoThreads) << "}\n";
 }
 
 double ProcessorSeconds() {

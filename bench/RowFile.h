@@ -13,6 +13,7 @@ struct RowOfTable {
     std::vector<double> ours;
     std::vector<double> floorSeconds;
     std::vector<std::pair<std::string, std::vector<double>>> peers = {};
+    std::vector<double> twoThreads = {};  ///< ours; none: the job runs on one
 };
 
 /// Appends the row as a line of JSON to the file that the environment names in KORVANE_BENCH_ROWS; does nothing where it

@@ -156,7 +156,12 @@ class Jobs:
                 self.floor("load", ct), "load plainly", out=self.out, is_folder=True)
 
     def media(self, count=2000):
-        files = self.many(count)
+        files = self.work / f"medium{count}"  # with names that a medium may have, which dcmmkdir wants
+        for n, path in enumerate(sorted(self.many(count).rglob("*.dcm"))):
+            target = files / f"S{n // 200}" / f"I{n}"
+            target.parent.mkdir(parents=True, exist_ok=True)
+            if not target.exists():
+                os.link(path, target)
         peer = [Peer("dcmmkdir, index alone", "dcmmkdir", ["dcmmkdir", "-q", "+r", "+id", files, "+D", self.out / "DICOMDIR"])]
         for text, words in (("copies", ()), ("links", ("--link",))):
             yield Job(f"medium of {count:,} small files, {text}", lambda n, words=words: [

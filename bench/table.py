@@ -66,7 +66,7 @@ def run(command, sink=subprocess.DEVNULL):
     process.returncode = os.waitstatus_to_exitcode(status)
     process.stderr.close()
     if process.returncode != 0:
-        sys.exit(f"{command[0]} {command[1]} failed: {error.decode(errors='replace')[-500:]}")
+        raise RuntimeError(f"{command[0]} {command[1]} failed: {error.decode(errors='replace')[-500:]}")
     return time.monotonic() - start, usage.ru_utime + usage.ru_stime, usage.ru_maxrss * 1024
 
 
@@ -101,7 +101,13 @@ def measure(job, rounds, threads=(1, 2), with_peers=True):
                 if round_ > 0 and key not in (*threads, "floor") and best[key].wall > LONG:
                     continue
                 clear(job, job.is_folder or key not in (*threads, "floor"))
-                best[key].add(run(command))
+                try:
+                    best[key].add(run(command))
+                except RuntimeError as error:
+                    if key in (*threads, "floor"):
+                        raise
+                    print(f"{key}: {error}", file=sys.stderr)
+                    best[key].wall = float("inf")
     clear(job, False)
     return best
 
@@ -140,7 +146,7 @@ def job_line(job, best):
              f"{time_text(best['floor'].wall)}: {job.floor_text}", f"{ours[0].wall / best['floor'].wall:.2f}"]
     peers = []
     for peer in job.peers:
-        if peer.name in best:
+        if peer.name in best and best[peer.name].wall < float("inf"):
             times = " / ".join(f"{best[peer.name].wall / each.wall:.1f}" for each in ours if each)
             peers.append(f"{peer.name} {time_text(best[peer.name].wall)}, {times} ×")
     peaks = " / ".join(f"{each.peak / 1e6:.0f}" for each in ours if each)
@@ -151,7 +157,8 @@ def bench_line(row):
     ours = min(row["ours"])
     floor = min(row["floor_seconds"], default=0)
     peers = [f"{name} {time_text(min(seconds))}, {min(seconds) / ours:.1f} ×" for name, seconds in row["peers"].items()]
-    return [row["job"], time_text(ours), "–", "–", f"{time_text(floor)}: {row['floor']}" if floor else "–",
+    second = min(row["two_threads"], default=0)
+    return [row["job"], time_text(ours), time_text(second) if second else "–", f"{ours / second:.2f}" if second else "–", f"{time_text(floor)}: {row['floor']}" if floor else "–",
             f"{ours / floor:.2f}" if floor else "–", "; ".join(peers) or "–", "–"]
 
 
