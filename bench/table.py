@@ -36,6 +36,7 @@ BEGIN, END = "<!-- table: written by bench/table.py -->", "<!-- end of the table
 SLOWER, STRANGER = 1.3, 2.0
 AGAIN = 5
 SHORTEST = 1e-3, 1e-4  # seconds of ours and of a floor: below, what else the machine does is seen more than what we do
+ROOM = 3 << 30  # bytes that the inputs and outputs of all jobs take at the most
 LONG = 2.0  # seconds: what a peer takes so long for is measured once
 # Each benchmark, what it is called with for the whole table and for the quick one.
 BENCHES = {"bench_speed": ((), ("--alone", "--rounds=3", "elements", "headers", "private", "export")),
@@ -127,8 +128,8 @@ def bench_rows(build, name, words):
 
 
 def memory():
-    """Where files lie in memory: the speed of disks varies from run to run."""
-    return "/dev/shm" if os.path.isdir("/dev/shm") else None
+    """Where files lie in memory, if there is room: the speed of disks varies from run to run."""
+    return "/dev/shm" if os.path.isdir("/dev/shm") and shutil.disk_usage("/dev/shm").free > ROOM else None
 
 
 # The table
