@@ -200,6 +200,27 @@ int CVolumeReformatter::GetPlaneCount(CVolume& source, VolumePlane plane) {
 }
 
 CVolume* CVolumeReformatter::Reformat(CVolume& source, VolumePlane plane, bool flip1, bool flip2) {
+    return Make(source, plane, flip1, flip2, [this](const Plan& plan, CVolume& from, CVolume& result) {
+        VolumePermuter permuter = plan.MakePermuter(from, result, m_bWide);
+        return MoveVoxels(permuter, plan.GetPlaneCount(), m_pCallback);
+    });
+}
+
+CVolume* CVolumeReformatter::ReformatInBlocks(CVolume& source, VolumePlane plane, bool flip1, bool flip2,
+                                              const Run& run) {
+    return Make(source, plane, flip1, flip2, [&](const Plan& plan, CVolume& from, CVolume& result) {
+        const auto work = [&](int first, int end) {
+            VolumePermuter permuter = plan.MakePermuter(from, result, m_bWide);
+            for (int step = first; step < end; ++step) permuter.DoStep(step);
+            VolumePermuter::Finish();
+        };
+        return run(plan.MakePermuter(from, result, m_bWide).GetSteps(), work);
+    });
+}
+
+// `move` fills the result; false where it was stopped.
+template <typename Move>
+CVolume* CVolumeReformatter::Make(CVolume& source, VolumePlane plane, bool flip1, bool flip2, Move move) {
     m_Error.clear();
     try {
         Plan plan;
@@ -210,8 +231,7 @@ CVolume* CVolumeReformatter::Reformat(CVolume& source, VolumePlane plane, bool f
         plan.Flip(flip1, flip2);
         VolumePointer result = plan.MakeResult(source, m_bContig);
         VolumePointer straight;
-        VolumePermuter permuter = plan.MakePermuter(plan.Straighten(source, straight), *result, m_bWide);
-        if (MoveVoxels(permuter, plan.GetPlaneCount(), m_pCallback)) {
+        if (move(plan, plan.Straighten(source, straight), *result)) {
             return result.release();
         }
         m_Error = "stopped";

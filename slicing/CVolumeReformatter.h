@@ -4,6 +4,7 @@
 #include "../base/Export.h"
 #include "../volume/CVolume.h"
 
+#include <functional>
 #include <string>
 
 class CPercent;
@@ -78,10 +79,20 @@ public:
     /// and maximum and an up-to-date z-interpolation table. Null on failure and when it was stopped.
     CVolume* Reformat(CVolume& source, VolumePlane plane, bool flip1, bool flip2);
 
+    /// The same by threads of the caller's, without the callback. `run` calls `work` for ranges of blocks, from the first to before the
+    /// end, that are all of 0 to `blocks` and each of them once, from any threads at the same time; it returns when all are done, or
+    /// false where it was told to stop. The result is that of one thread, to the bit.
+    using Work = std::function<void(int first, int end)>;
+    using Run = std::function<bool(int blocks, const Work& work)>;
+    CVolume* ReformatInBlocks(CVolume& source, VolumePlane plane, bool flip1, bool flip2, const Run& run);
+
     /// What the last operation that failed had to say; "" after one that did not.
     const std::string& GetError() const { return m_Error; }
 
 private:
+    template <typename Move>
+    CVolume* Make(CVolume& source, VolumePlane plane, bool flip1, bool flip2, Move move);
+
     CPercent* m_pCallback = nullptr;
     ZSampling m_ZSampling = ZS_UNEVEN;
     bool m_bContig = true;

@@ -1,6 +1,7 @@
 #include "IrregularPolicy.h"
 
 #include "../core/Error.h"
+#include "../core/Threads.h"
 #include "../study/SeriesFindings.h"
 #include "../study/SeriesGeometry.h"
 #include "../study/SeriesVolume.h"
@@ -13,6 +14,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 
 namespace korvane {
 
@@ -273,21 +276,37 @@ void EvenPlanes::PutInto(SeriesVolume& series, Resampling how, std::optional<dou
     if (how.sideways || series.GetPadding()) {  // which the reformatter does not know
         Straighten(series, how.along, fill, watch);
     } else {
-        Resample(series.GetVolume(), watch);
+        Resample(series, watch);
     }
     watch.StopIfAsked();
     series.DropPixels();
     Replace(series.GetAssembled());
 }
 
-void EvenPlanes::Resample(CVolume& volume, const Watch& watch) {
+/// Blocks of the result on all threads; a part of them is small enough for a stop to be soon seen.
+void EvenPlanes::Resample(SeriesVolume& series, const Watch& watch) {
+    constexpr int kParts = 64;
     CVolumeReformatter reformatter;
-    {
-        TaskProgress progress(watch, "resampling", reformatter.GetPlaneCount(volume, VP_XY));
-        reformatter.SetCallback(&progress);
-        m_pEven = reformatter.Reformat(volume, VP_XY, false, false);
-        if (progress.GetThrown() != nullptr) std::rethrow_exception(progress.GetThrown());
-    }
+    const int planes = reformatter.GetPlaneCount(series.GetVolume(), VP_XY);
+    const auto run = [&](int blocks, const CVolumeReformatter::Work& work) {
+        TaskProgress progress(watch, "resampling", planes);
+        const int parts = std::min(blocks, kParts);
+        const auto startOf = [parts](int part, int count) {
+            return static_cast<int>(std::int64_t{count} * part / parts);
+        };
+        const auto make = [&](std::size_t i) {
+            const int part = static_cast<int>(i);
+            work(startOf(part, blocks), startOf(part + 1, blocks));
+        };
+        const auto take = [&](std::size_t i) {
+            const int part = static_cast<int>(i);
+            progress.Step(startOf(part + 1, planes) - startOf(part, planes));
+        };
+        ForEachInOrder(series.GetJobs(), static_cast<std::size_t>(parts), static_cast<std::size_t>(parts), watch, make,
+                       take);
+        return true;
+    };
+    m_pEven = reformatter.ReformatInBlocks(series.GetVolume(), VP_XY, false, false, run);
     watch.StopIfAsked();
     if (m_pEven == nullptr) {
         throw Error(ErrorKind::Unsupported, "cannot resample the volume: " + reformatter.GetError());

@@ -64,7 +64,7 @@ public:
     double GetFill() const { return m_Fill; }
 
 private:
-    void Resample(CVolume& volume, const Watch& watch);
+    void Resample(SeriesVolume& series, const Watch& watch);
     void Straighten(SeriesVolume& series, bool along, std::optional<double> fill, const Watch& watch);
     void Replace(CDicomVolume& assembled) const;
 

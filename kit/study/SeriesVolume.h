@@ -60,6 +60,7 @@ public:
 
     /// Threads for what is read; see `CountJobs`. As it is made, one for each core.
     void SetJobs(unsigned jobs) { m_nJobs = jobs; }
+    unsigned GetJobs() const { return m_nJobs; }
 
     /// Tells the watcher what is odd about the series.
     void TellWarnings() const;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -91,6 +92,37 @@ TEST(CVolumeReformatter, PermutesEveryTypeBitForBit) {
     ExpectPermutation(CVolume::PT_FLOAT, 9, 5, 7);     // bits of all kinds, signalling NaN among them
     ExpectPermutation(CVolume::PT_LONG, 131, 97, 85);  // larger than caches
     ExpectPermutation(CVolume::PT_ULONG, 1, 1, 33);
+}
+
+// Parts from several threads, the last ones first.
+TEST(CVolumeReformatter, BlocksAreThoseOfOneThread) {
+    for (const std::vector<float>& stack : {Even(40, false), std::vector<float>{0, 1, 3, 3.5F, 9, 10}}) {
+        const Source source(CVolume::PT_SHORT, 61, 130, stack, true,
+                            [](int c, int r, int k) { return (c * 7919 + r * 104729 + k * 1299709) % 30011; });
+        for (int view = 0; view < 24; ++view) {
+            CVolumeReformatter reformatter;
+            const auto plane = static_cast<VolumePlane>(view / 4);
+            const bool flip1 = view % 2 == 1, flip2 = view % 4 > 1;
+            const VolumePointer expected(reformatter.Reformat(*source, plane, flip1, flip2));
+            const auto run = [](int blocks, const CVolumeReformatter::Work& work) {
+                std::thread upper([&] {
+                    for (int block = blocks - 1; block >= blocks / 2; --block) work(block, block + 1);
+                });
+                work(0, blocks / 2);
+                upper.join();
+                return true;
+            };
+            const VolumePointer result(reformatter.ReformatInBlocks(*source, plane, flip1, flip2, run));
+            ASSERT_NE(result, nullptr);
+            ForEach(*expected, [&](int c, int r, int k) {
+                ASSERT_EQ(Voxel(*result, c, r, k), Voxel(*expected, c, r, k)) << view;
+            });
+            EXPECT_EQ(reformatter.ReformatInBlocks(*source, plane, flip1, flip2,
+                                                   [](int, const CVolumeReformatter::Work&) { return false; }),
+                      nullptr);
+            EXPECT_EQ(reformatter.GetError(), "stopped");
+        }
+    }
 }
 
 TEST(CVolumeReformatter, NoVoxelMovesInThePatient) {
