@@ -21,7 +21,7 @@ namespace korvane {
 class ByteStream;
 
 /// One file: a header, then the voxels of one volume after the other. Only one volume is in memory at a time, of slices that
-/// are files of their own and are written as they are only a few.
+/// can be read one by one and are written as they are only a few.
 class VoxelFile {
 public:
     /// `remote`: the writer's files are on a server.
