@@ -28,16 +28,16 @@ def exports():
 def growth():
     """What each file, slice or frame more takes is no more than a few kilobytes: nothing is kept of it but what it tells."""
     few, many = 300, 2300
-    maker = SeriesMaker(32)
+    maker = SeriesMaker(16)  # so small that what is read ahead counts for little
     for name, in_series in (("series", 1000000), ("archive", 50)):
         for count in (few, many):
             maker.write(WORK / f"{name}{count}", count, in_series)
     for count in (few, many):
-        enhanced(WORK / f"object{count}", count, 32, 1)
-    jobs = {"find": (2600, "info", "--json", WORK / "archive"),
+        enhanced(WORK / f"object{count}", count, 16, 1)
+    jobs = {"find": (3500, "info", "--json", WORK / "archive"),
             "medium": (11000, "media", "--link", WORK / "medium", WORK / "archive"),
-            "export": (8000, "export", "--format", "nifti", "--to", WORK / "v", WORK / "series"),
-            "export of frames": (8000, "export", "--format", "vox", "--to", WORK / "v", WORK / "object")}
+            "export": (8000, "export", "--jobs", 2, "--format", "nifti", "--to", WORK / "v", WORK / "series"),
+            "export of frames": (8000, "export", "--jobs", 2, "--format", "vox", "--to", WORK / "v", WORK / "object")}
     for job, (limit, *arguments, source) in jobs.items():
         took = {}
         for count in (few, many):
