@@ -37,6 +37,7 @@ SLOWER, STRANGER = 1.3, 2.0
 AGAIN = 5
 SHORTEST = 1e-3, 1e-4  # seconds of ours and of a floor: below, what else the machine does is seen more than what we do
 ROOM = 3 << 30  # bytes that the inputs and outputs of all jobs take at the most
+BUSY = " Others used the machine meanwhile: processor time was shared, and the gain of a second thread says nothing."
 LONG = 2.0  # seconds: what a peer takes so long for is measured once
 # Each benchmark, what it is called with for the whole table and for the quick one.
 BENCHES = {"bench_speed": ((), ("--alone", "--rounds=3", "elements", "headers", "private", "export")),
@@ -179,7 +180,8 @@ def machine():
 
 
 def whole_table(build, work, options):
-    lines = [f"Measured {machine()}; the best of {options.rounds} rounds.", "",
+    note = BUSY if os.getloadavg()[0] > 0.5 else ""
+    lines = [f"Measured {machine()}; the best of {options.rounds} rounds.{note}", "",
              "| job | 1 thread | 2 threads | gain | floor | of the floor | peers: time, and times ours on 1 / 2 threads | peak MB |",
              "|---|---|---|---|---|---|---|---|"]
     seen, rows = [], []
