@@ -37,11 +37,15 @@ KORVANE_WIDE_INLINE __m256i LowHalves(__m256i a, __m256i b) {
     return _mm256_permute4x64_epi64(_mm256_castps_si256(mixed), 0xd8);
 }
 
+// Lanes beyond the end of a run may wrap around: they are worked out and not used.
 KORVANE_WIDE_INLINE Axis Begin(std::int64_t start, std::int64_t step) {
-    const __m256i low = _mm256_setr_epi64x(start, start + step, start + 2 * step, start + 3 * step);
-    const __m256i high = _mm256_add_epi64(low, _mm256_set1_epi64x(4 * step));
+    const auto lane = [start, step](std::uint64_t count) {
+        return static_cast<std::int64_t>(static_cast<std::uint64_t>(start) + count * static_cast<std::uint64_t>(step));
+    };
+    const __m256i low = _mm256_setr_epi64x(lane(0), lane(1), lane(2), lane(3));
+    const __m256i high = _mm256_setr_epi64x(lane(4), lane(5), lane(6), lane(7));
     const __m256i whole = LowHalves(_mm256_srli_epi64(low, kFractionBits), _mm256_srli_epi64(high, kFractionBits));
-    const std::int64_t wide = kLanes * step;
+    const auto wide = static_cast<std::int64_t>(kLanes * static_cast<std::uint64_t>(step));
     return {whole, _mm256_and_si256(LowHalves(low, high), Set(static_cast<std::int32_t>(kFractionMask))),
             Set(static_cast<std::int32_t>(wide >> kFractionBits)),
             Set(static_cast<std::int32_t>(wide & kFractionMask))};
