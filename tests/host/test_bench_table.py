@@ -49,6 +49,11 @@ status, times, text = compare(here, {"a": [3.0]}, {"b": [4], "unknown": [100]})
 assert status == 1 and times == [1 + table.AGAIN, 1] and "SLOWER a: 3.00" in text and "SLOWER b" not in text, text
 # Of two rows of a part each may have had its own good round.
 assert compare(here, {"a": [3, 2], "b": [4, 9]})[0] == 0
+# A machine on which all is slower by a fifth, and a row that is by more.
+many = {table.processor(): {row: 1.0 for row in "abcde"}}
+slower = {row: [1.2] for row in "bcde"}
+assert compare(many, {"a": [1.5], **slower})[0] == 0 and compare(many, {"a": [1.6], **slower})[0] == 1
+assert compare(many, {row: [1.8] for row in "abcde"})[0] == 1
 others = {"one": {"a": 2.0}, "another": {"a": 3.0, "b": 1.0}}
 assert compare(others, {"a": [5.9], "b": [1.9]})[0] == 0 and compare(others, {"a": [6.1]})[0] == 1
 try:
