@@ -105,8 +105,8 @@ def killed():
                 (WORK / "in" / name).unlink()
             stored += len(names)
             unheard += len(there - names)
-            if not names:  # a slow machine, on which a receiver hardly begins to listen in its life
-                receiver.life *= 2
+            # On a slow machine a receiver hardly begins to listen in its life.
+            receiver.life = 1.0 if names else receiver.life * 2
             for path in (WORK / "out").iterdir():
                 path.unlink()
             (WORK / "out").rmdir()
