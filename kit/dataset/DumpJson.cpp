@@ -156,7 +156,7 @@ private:
                 BeginValues();
                 Next();
                 DataSet(*element.GetItem(i), decoder);
-                m_bInValues = true;
+                m_bInValues = true;  // again: the item's elements had arrays of their own
             }
         } else if (GetValueKind(element.m_TypeCode) == ValueKind::Text) {
             Texts(element, decoder);

@@ -29,13 +29,16 @@ constexpr std::uint64_t kLargestPixels = 0xFFFFFFFEU;  // bytes of an element of
 constexpr std::size_t kLongestText = 64;               // characters of LO (PS3.5 6.2)
 
 /// Images in one place would count as taken at two times by those who read them.
-void CheckPlaces(std::vector<Volume::Vector> positions) {
+void CheckPlaces(const DerivedPlanes& planes) {
     constexpr double kNearest = 1e-5;  // millimetres: files hold some 16 characters of a number
-    std::sort(positions.begin(), positions.end());
-    const auto isSame = [](const Volume::Vector& one, const Volume::Vector& other) {
-        return std::hypot(one[0] - other[0], one[1] - other[1], one[2] - other[2]) < kNearest;
-    };
-    if (std::adjacent_find(positions.begin(), positions.end(), isSame) != positions.end())
+    const std::array<double, 6>& o = planes.orientation;
+    const Volume::Vector normal = {o[1] * o[5] - o[2] * o[4], o[2] * o[3] - o[0] * o[5], o[0] * o[4] - o[1] * o[3]};
+    std::vector<double> heights;
+    for (const Volume::Vector& p : planes.positions)
+        heights.push_back(p[0] * normal[0] + p[1] * normal[1] + p[2] * normal[2]);
+    std::sort(heights.begin(), heights.end());
+    const auto isSame = [](double one, double other) { return other - one < kNearest; };
+    if (std::adjacent_find(heights.begin(), heights.end(), isSame) != heights.end())
         throw Error(ErrorKind::WrongArgument, "two planes lie in the same place");
 }
 
@@ -55,7 +58,7 @@ void CheckPlanes(const DerivedPlanes& planes) {
         finite = finite && isFinite(rescale.slope) && isFinite(rescale.intercept) && rescale.slope != 0;
     if (!finite || !(planes.spacing[0] > 0) || !(planes.spacing[1] > 0))
         throw Error(ErrorKind::WrongArgument, "places, distances or rescales are no numbers to go by");
-    CheckPlaces(planes.positions);
+    CheckPlaces(planes);
 }
 
 /// What is no number would be compared with, or put into images, without a word.

@@ -4,10 +4,9 @@
 
 namespace korvane {
 
-std::shared_ptr<const DecodedCopy> DecodedCopy::Make(const StorageFile& file, bool lossy, const Watch& watch,
+std::shared_ptr<const DecodedCopy> DecodedCopy::Make(const StorageFile& file, SendDecoder& decoder, const Watch& watch,
                                                      std::string& why) {
     why.clear();
-    SendDecoder decoder(lossy, watch);
     if (!decoder.CanDecode(file.transferSyntax)) return nullptr;
     const auto dataSet = decoder.Read(file, why);
     watch.StopIfAsked();

@@ -11,12 +11,14 @@
 
 namespace korvane {
 
+class SendDecoder;
+
 /// A file in explicit VR little endian, which goes with its object.
 class DecodedCopy {
 public:
-    /// Null for a file that is not compressed, `why` being empty then, and for one that cannot be decoded, or may not be as
-    /// it was compressed with loss (`lossy` allows that). Throws `Error` when the copy cannot be written, or at a stop.
-    static std::shared_ptr<const DecodedCopy> Make(const StorageFile& file, bool lossy, const Watch& watch,
+    /// Null for a file that is not compressed, `why` being empty then, and for one that the decoder does not decode. Throws
+    /// `Error` when the copy cannot be written, or at a stop.
+    static std::shared_ptr<const DecodedCopy> Make(const StorageFile& file, SendDecoder& decoder, const Watch& watch,
                                                    std::string& why);
 
     const StorageFile& GetFile() const { return m_File; }

@@ -146,9 +146,8 @@ private:
         if (std::find(std::begin(kJudged), std::end(kJudged), type) == std::end(kJudged)) return false;
         if ((type == "UI" || type == "DA") && !IsSingleValue(key.value)) return false;
         if (key.value.find('\\') != std::string::npos) return false;  // a list
-        const auto isOther = [](char c) {
-            return static_cast<signed char>(c) < 0;
-        };  // than ASCII: cases and `?` differ
+        // Beyond ASCII services differ in cases, and in what one `?` stands for.
+        const auto isOther = [](char c) { return static_cast<signed char>(c) < 0; };
         return std::none_of(values.begin(), values.end(), [&](const std::string& value) {
             if (std::any_of(value.begin(), value.end(), isOther)) return true;
             return type == "DA" ? MatchesDates(value, key.value) : MatchesPattern(value, key.value);

@@ -5,6 +5,7 @@
 #include "../core/Watch.h"
 #include "../dataset/DataSetFile.h"
 #include "DecodedCopy.h"
+#include "SendDecoder.h"
 #include "SendList.h"
 #include "SendQueue.h"
 #include "StoreAnswer.h"
@@ -151,8 +152,9 @@ private:
             }
         }
         Results sent = SendBatch(*service, std::move(results));
+        SendDecoder decoder(m_Options.decodeLossy, m_Watch);
         for (FileResult& result : sent) {
-            if (result.syntaxRefused) SendDecoded(*service, result);
+            if (result.syntaxRefused) SendDecoded(*service, decoder, result);
         }
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_Free.push_back(std::move(service));
@@ -160,9 +162,14 @@ private:
     }
 
     // A file by itself that the service has refused as it is compressed.
-    void SendDecoded(WebService& service, FileResult& result) {
+    void SendDecoded(WebService& service, SendDecoder& decoder, FileResult& result) {
         std::string why;
-        result.decoded = DecodedCopy::Make(m_Files[result.file], m_Options.decodeLossy, m_Watch, why);
+        try {
+            result.decoded = DecodedCopy::Make(m_Files[result.file], decoder, m_Watch, why);
+        } catch (const Error& error) {
+            if (error.GetKind() == ErrorKind::Stopped) throw;
+            why = error.what();  // what is stored is still to be told
+        }
         if (!why.empty()) result.why += "; " + why;
         if (result.decoded == nullptr) return;
         result.syntaxRefused = false;
@@ -173,7 +180,10 @@ private:
         result.decoded.reset();
     }
 
-    bool IsCompressed(const FileResult& result) const { return !IsNativeTransferSyntax(FileOf(result).transferSyntax); }
+    bool IsCompressed(const FileResult& result) const {
+        const std::string& syntax = FileOf(result).transferSyntax;
+        return !IsNativeTransferSyntax(syntax) || IsDeflatedTransferSyntax(syntax);
+    }
 
     const StorageFile& FileOf(const FileResult& result) const {
         return result.decoded != nullptr ? result.decoded->GetFile() : m_Files[result.file];
