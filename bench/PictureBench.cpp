@@ -14,7 +14,6 @@
 #include <Korvane/Korvane.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -22,7 +21,6 @@
 #include <fstream>
 #include <functional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -108,15 +106,7 @@ bool MeasureView(const korvane::Volume& volume, const ViewRow& row, int rounds) 
 }  // namespace
 
 int main(int argc, char** argv) {
-    int rounds = 15;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view word = argv[i];
-        if (!word.starts_with("--rounds=")) {
-            std::puts("usage: bench_picture [--rounds=N]");
-            return 2;
-        }
-        std::from_chars(word.data() + 9, word.data() + word.size(), rounds);
-    }
+    const int rounds = RoundsFrom(argc, argv, 15);
     const fs::path folder = fs::temp_directory_path() / "korvane_bench_picture";
     const auto paths = korvane::WritePhantom(folder.string(), {.slices = kSize / 2, .columns = kSize, .rows = kSize});
     std::vector<unsigned char> grey(static_cast<std::size_t>(kSize) * kSize);

@@ -1,9 +1,12 @@
 #include "RowFile.h"
 
+#include <charconv>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 
 namespace {
 
@@ -28,6 +31,20 @@ void TellRow(const RowOfTable& row) {
         out << (&name != &row.peers.front().first ? ", " : "") << '"' << name << "\": " << Listed(seconds);
     }
     out << "}, \"two_threads\": " << Listed(row.twoThreads) << "}\n";
+}
+
+int RoundsFrom(int argc, char** argv, int otherwise) {
+    constexpr std::string_view kRounds = "--rounds=";
+    int rounds = otherwise;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        if (!word.starts_with(kRounds)) {
+            std::printf("usage: %s [--rounds=N]\n", argv[0]);
+            std::exit(2);
+        }
+        std::from_chars(word.data() + kRounds.size(), word.data() + word.size(), rounds);
+    }
+    return rounds;
 }
 
 double ProcessorSeconds() {

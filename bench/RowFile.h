@@ -20,5 +20,8 @@ struct RowOfTable {
 /// names none. Texts need no escapes.
 void TellRow(const RowOfTable& row);
 
+/// Of a benchmark that takes --rounds=N alone: N, or `otherwise`. Any other argument ends the program with how to call it.
+int RoundsFrom(int argc, char** argv, int otherwise);
+
 /// Processor seconds of this process so far, which other load on the machine disturbs less than elapsed ones.
 double ProcessorSeconds();

@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -19,7 +18,6 @@
 #include <random>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -152,15 +150,7 @@ bool MeasureSlab(Slicer& slicer, int rounds, korvane::SlabMode mode, const char*
 }  // namespace
 
 int main(int argc, char** argv) {
-    int rounds = 15;
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view word = argv[i];
-        if (!word.starts_with("--rounds=")) {
-            std::puts("usage: bench_slicer [--rounds=N]");
-            return 2;
-        }
-        std::from_chars(word.data() + 9, word.data() + word.size(), rounds);
-    }
+    const int rounds = RoundsFrom(argc, argv, 15);
     Slicer slicer(MakeNoise(600));
     bool met = MeasurePlanes(slicer, rounds);
     met = MeasureViews(slicer, rounds) && met;

@@ -43,11 +43,6 @@ bool IsOfAllFrames(const VR& element) {
     return element.m_Group == GroupOf(tags::PixelData) || element.GetTag() == tags::PerFrameFunctionalGroupsSequence;
 }
 
-void PushInto(DICOMObject& dataSet, std::unique_ptr<VR> element) {
-    if (dataSet.Push(element.get()) == 0) throw std::bad_alloc();
-    element.release();
-}
-
 }  // namespace
 
 struct FrameReader::State {

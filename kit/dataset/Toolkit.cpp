@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <memory>
 #include <new>
 #include <vector>
 
@@ -99,6 +98,11 @@ void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value) {
     if (ReplaceValue(dataSet, tag, TypeCode("US"), bytes, sizeof bytes) == 0) {
         throw std::bad_alloc();
     }
+}
+
+void PushInto(DICOMObject& dataSet, std::unique_ptr<VR> element) {
+    if (element == nullptr || dataSet.Push(element.get()) == 0) throw std::bad_alloc();
+    element.release();
 }
 
 void DropElement(DICOMObject& dataSet, Tag tag) {

@@ -17,6 +17,7 @@
 #include "../../Dicom/Lib/syntax/TransferSyntaxTable.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -57,6 +58,8 @@ DICOMObject* FindItem(const DICOMObject& dataSet, Tag tag);
 void PutText(DICOMObject& dataSet, Tag tag, std::string_view text);
 void PutReals(DICOMObject& dataSet, Tag tag, const double* values, std::size_t count);
 void PutNumber(DICOMObject& dataSet, Tag tag, unsigned value);  ///< US
+/// Puts an element in; null throws as well.
+void PushInto(DICOMObject& dataSet, std::unique_ptr<VR> element);
 /// Takes an element out and destroys it.
 void DropElement(DICOMObject& dataSet, Tag tag);
 

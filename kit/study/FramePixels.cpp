@@ -11,11 +11,6 @@ namespace korvane {
 
 namespace {
 
-void PushInto(DICOMObject& dataSet, std::unique_ptr<VR> element) {
-    if (dataSet.Push(element.get()) == 0) throw std::bad_alloc();
-    element.release();
-}
-
 Tag PixelTagOf(const PixelForm& form) {
     switch (form.kind) {
     case PixelForm::Kind::Float: return tags::FloatPixelData;

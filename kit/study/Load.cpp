@@ -114,9 +114,10 @@ void VolumeData::LoadTimes(const Watch& watch) {
         TakePlanes();
         const std::span<const std::byte> read = m_pSeries->GetVoxels();
         if (m_Times.IsEmpty()) m_Times = VoxelBlock(read.size() * volumes.size());
-        const std::span<std::byte> left = m_Times.GetBytes().subspan(done);
-        if (read.size() > left.size()) throw Error(ErrorKind::Irregular, "the slices do not make a volume");
-        std::memcpy(left.data(), read.data(), read.size());
+        const std::span<std::byte> all = m_Times.GetBytes();
+        if (read.size() * volumes.size() != all.size())
+            throw Error(ErrorKind::Irregular, "the slices do not make a volume");
+        std::memcpy(all.data() + done, read.data(), read.size());
         done += read.size();
         progress.Step();
     }

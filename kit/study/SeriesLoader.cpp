@@ -374,9 +374,7 @@ std::unique_ptr<DICOMDataObject> LoadedSlices::MakeHeader(const ImageHeader& hea
     const DICOMDataObject& from = frame ? *frame : *whole;
     auto copy = std::make_unique<DICOMDataObject>();
     for (const VR* element = from.GetFirst(); element != nullptr; element = from.GetNext(element)) {
-        std::unique_ptr<VR> own(element->Clone(true));
-        if (own == nullptr || copy->Push(own.get()) == 0) throw std::bad_alloc();
-        own.release();
+        PushInto(*copy, std::unique_ptr<VR>(element->Clone(true)));
     }
     return copy;
 }

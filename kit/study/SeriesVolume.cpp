@@ -174,9 +174,7 @@ void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
 void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels) {
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
     m_OwnVoxels = {};
-    m_bStreamed = pixels == LoadedSlices::Pixels::Later;
-    m_bInPlace = pixels == LoadedSlices::Pixels::InPlace;
-    m_bFrames = pixels == LoadedSlices::Pixels::Frames;
+    m_Pixels = pixels;
     m_Loaded.emplace(GetFound(), slices, pixels, m_nJobs, m_Watch);
     m_OwnType = m_Loaded->GetOwnType();
     m_Scale.reset();
@@ -375,7 +373,7 @@ std::optional<Padding> SeriesVolume::GetPadding() const {
 }
 
 MeasuredRange SeriesVolume::GetMeasuredRange() {
-    if (m_bStreamed) return m_StreamedRange;
+    if (IsStreamed()) return m_StreamedRange;
     CVolume& volume = GetVolume();
     const MeasuredRange all{volume.GetMin(), volume.GetMax()};
     const std::optional<Padding> padding = GetPadding();
@@ -491,16 +489,16 @@ void SeriesVolume::Assemble() {
         throw Error(ErrorKind::Irregular, "the slices do not make a volume");
     }
     SetTrueSpacing();
-    if (m_bStreamed) return;
+    if (IsStreamed()) return;
     if (m_Loaded->GetOwnType()) {
         PutOwnVoxels();
         return;
     }
-    if (m_bInPlace) {
+    if (m_Pixels == LoadedSlices::Pixels::InPlace) {
         ReadInPlace();
         return;
     }
-    if (m_bFrames) {
+    if (m_Pixels == LoadedSlices::Pixels::Frames) {
         ReadFramesInPlace();
         return;
     }

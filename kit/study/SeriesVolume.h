@@ -85,7 +85,7 @@ public:
     /// The range of all voxels, padding among them, that `ReadPlanes` met.
     const MeasuredRange& GetWholeRange() const { return m_WholeRange; }
     /// After `Place`, until the next `Load`.
-    bool IsStreamed() const { return m_bStreamed; }
+    bool IsStreamed() const { return m_Pixels == LoadedSlices::Pixels::Later; }
 
     // After Load:
     const std::vector<SliceRef>& GetSlices() const { return m_Slices; }  ///< in list order
@@ -154,9 +154,7 @@ private:
     std::optional<LoadedSlices> m_Loaded;
     std::vector<Finding> m_Read;
     bool m_bUptake = false;
-    bool m_bStreamed = false;
-    bool m_bInPlace = false;
-    bool m_bFrames = false;  // which are read to their place one by one
+    LoadedSlices::Pixels m_Pixels = LoadedSlices::Pixels::Now;
     MeasuredRange m_StreamedRange{0, 0};
     MeasuredRange m_WholeRange{0, 0};
     std::vector<std::optional<std::string>> m_Thicknesses;  // of slices, in list order
