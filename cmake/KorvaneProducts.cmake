@@ -181,7 +181,7 @@ function(korvane_kit_product)
     set_target_properties(KorvaneKit PROPERTIES
         LINKER_LANGUAGE CXX EXPORT_NAME Kit VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
     target_compile_features(KorvaneKit PUBLIC cxx_std_20)
-    target_link_libraries(KorvaneKit PUBLIC Korvane PRIVATE KorvaneDicom JPEG::JPEG PNG::PNG $<TARGET_NAME_IF_EXISTS:TIFF::TIFF> $<TARGET_NAME_IF_EXISTS:LibArchive::LibArchive> $<TARGET_NAME_IF_EXISTS:OpenSSL::SSL> $<$<BOOL:${KORVANE_KIT_WEB}>:CURL::libcurl> ZLIB::ZLIB Threads::Threads)
+    target_link_libraries(KorvaneKit PUBLIC Korvane PRIVATE KorvaneDicom JPEG::JPEG PNG::PNG ZLIB::ZLIB Threads::Threads)
     target_include_directories(KorvaneKit INTERFACE
         $<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include> $<INSTALL_INTERFACE:include>)
     add_dependencies(KorvaneKit DcmCodec) # loaded at run time, so nothing else makes the build wait for it

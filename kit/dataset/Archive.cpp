@@ -7,6 +7,7 @@
 #include <string_view>
 
 #ifdef KORVANE_KIT_ARCHIVES
+#include "../core/LateLibrary.h"
 #include "platform/File.h"
 
 #include <archive.h>
@@ -39,6 +40,24 @@ bool LooksLikeArchive(std::span<const unsigned char> head) {
 #ifdef KORVANE_KIT_ARCHIVES
 
 namespace {
+
+// Calls below find these in place of the library's own.
+constinit const LateLibrary kArchive(KORVANE_KIT_ARCHIVES);
+KORVANE_LATE(kArchive, archive_entry_filetype);
+KORVANE_LATE(kArchive, archive_entry_hardlink);
+KORVANE_LATE(kArchive, archive_entry_is_encrypted);
+KORVANE_LATE(kArchive, archive_entry_pathname);
+KORVANE_LATE(kArchive, archive_error_string);
+KORVANE_LATE(kArchive, archive_read_data);
+KORVANE_LATE(kArchive, archive_read_free);
+KORVANE_LATE(kArchive, archive_read_new);
+KORVANE_LATE(kArchive, archive_read_next_header);
+KORVANE_LATE(kArchive, archive_read_open_filename);
+KORVANE_LATE(kArchive, archive_read_support_filter_bzip2);
+KORVANE_LATE(kArchive, archive_read_support_filter_gzip);
+KORVANE_LATE(kArchive, archive_read_support_filter_xz);
+KORVANE_LATE(kArchive, archive_read_support_format_tar);
+KORVANE_LATE(kArchive, archive_read_support_format_zip);
 
 constexpr std::size_t kReadSize = std::size_t{1} << 16;
 constexpr std::size_t kLongestName = 1024;

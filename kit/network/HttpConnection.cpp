@@ -3,6 +3,8 @@
 #include "Connection.h"
 #include "HostLookUp.h"
 
+#include "../core/LateLibrary.h"
+
 #include "platform/File.h"
 #include "platform/Signals.h"
 
@@ -16,6 +18,7 @@
 
 #if defined(KORVANE_KIT_WEB)
 #include <curl/curl.h>
+#undef curl_easy_setopt  // macros that count arguments, in the way of a declaration by that name
 #endif
 
 namespace korvane {
@@ -57,6 +60,23 @@ std::string HttpAnswer::Header(const std::string& name) const {
 #if defined(KORVANE_KIT_WEB)
 
 namespace {
+
+// Calls below find these in place of the library's own.
+constinit const LateLibrary kCurl(KORVANE_KIT_WEB);
+KORVANE_LATE(kCurl, curl_easy_cleanup);
+KORVANE_LATE(kCurl, curl_easy_init);
+KORVANE_LATE(kCurl, curl_easy_setopt);
+KORVANE_LATE(kCurl, curl_easy_strerror);
+KORVANE_LATE(kCurl, curl_global_init);
+KORVANE_LATE(kCurl, curl_multi_add_handle);
+KORVANE_LATE(kCurl, curl_multi_cleanup);
+KORVANE_LATE(kCurl, curl_multi_info_read);
+KORVANE_LATE(kCurl, curl_multi_init);
+KORVANE_LATE(kCurl, curl_multi_perform);
+KORVANE_LATE(kCurl, curl_multi_poll);
+KORVANE_LATE(kCurl, curl_multi_remove_handle);
+KORVANE_LATE(kCurl, curl_slist_append);
+KORVANE_LATE(kCurl, curl_slist_free_all);
 
 using Clock = std::chrono::steady_clock;
 

@@ -1,6 +1,7 @@
 // Encryption by OpenSSL. The library gets and gives bytes in memory and never touches a socket, so that waiting, stopping
 // and broken connections are the same as without it.
 #include "../core/Error.h"
+#include "../core/LateLibrary.h"
 #include "Connection.h"
 
 #include "platform/File.h"
@@ -19,6 +20,58 @@
 namespace korvane {
 
 namespace {
+
+// Calls below find these in place of the library's own.
+constinit const LateLibrary kSsl(KORVANE_KIT_TLS);
+KORVANE_LATE(kSsl, BIO_ctrl);
+KORVANE_LATE(kSsl, BIO_ctrl_pending);
+KORVANE_LATE(kSsl, BIO_free);
+KORVANE_LATE(kSsl, BIO_new);
+KORVANE_LATE(kSsl, BIO_read);
+KORVANE_LATE(kSsl, BIO_s_mem);
+KORVANE_LATE(kSsl, BIO_write);
+KORVANE_LATE(kSsl, ERR_clear_error);
+KORVANE_LATE(kSsl, ERR_peek_last_error);
+KORVANE_LATE(kSsl, ERR_reason_error_string);
+KORVANE_LATE(kSsl, OPENSSL_sk_new_null);
+KORVANE_LATE(kSsl, SSL_CTX_clear_options);
+KORVANE_LATE(kSsl, SSL_CTX_ctrl);
+KORVANE_LATE(kSsl, SSL_CTX_free);
+KORVANE_LATE(kSsl, SSL_CTX_load_verify_locations);
+KORVANE_LATE(kSsl, SSL_CTX_new);
+KORVANE_LATE(kSsl, SSL_CTX_set_cipher_list);
+KORVANE_LATE(kSsl, SSL_CTX_set_ciphersuites);
+KORVANE_LATE(kSsl, SSL_CTX_set_client_CA_list);
+KORVANE_LATE(kSsl, SSL_CTX_set_default_passwd_cb);
+KORVANE_LATE(kSsl, SSL_CTX_set_default_verify_paths);
+KORVANE_LATE(kSsl, SSL_CTX_set_num_tickets);
+KORVANE_LATE(kSsl, SSL_CTX_set_options);
+KORVANE_LATE(kSsl, SSL_CTX_set_verify);
+KORVANE_LATE(kSsl, SSL_CTX_set_verify_depth);
+KORVANE_LATE(kSsl, SSL_CTX_use_PrivateKey_file);
+KORVANE_LATE(kSsl, SSL_CTX_use_certificate_chain_file);
+KORVANE_LATE(kSsl, SSL_add_file_cert_subjects_to_stack);
+KORVANE_LATE(kSsl, SSL_ctrl);
+KORVANE_LATE(kSsl, SSL_do_handshake);
+KORVANE_LATE(kSsl, SSL_free);
+KORVANE_LATE(kSsl, SSL_get0_param);
+KORVANE_LATE(kSsl, SSL_get_error);
+KORVANE_LATE(kSsl, SSL_get_rbio);
+KORVANE_LATE(kSsl, SSL_get_verify_result);
+KORVANE_LATE(kSsl, SSL_get_wbio);
+KORVANE_LATE(kSsl, SSL_new);
+KORVANE_LATE(kSsl, SSL_pending);
+KORVANE_LATE(kSsl, SSL_read);
+KORVANE_LATE(kSsl, SSL_set1_host);
+KORVANE_LATE(kSsl, SSL_set_accept_state);
+KORVANE_LATE(kSsl, SSL_set_bio);
+KORVANE_LATE(kSsl, SSL_set_connect_state);
+KORVANE_LATE(kSsl, SSL_shutdown);
+KORVANE_LATE(kSsl, SSL_write);
+KORVANE_LATE(kSsl, TLS_client_method);
+KORVANE_LATE(kSsl, TLS_server_method);
+KORVANE_LATE(kSsl, X509_VERIFY_PARAM_set1_ip_asc);
+KORVANE_LATE(kSsl, X509_verify_cert_error_string);
 
 using Clock = std::chrono::steady_clock;
 

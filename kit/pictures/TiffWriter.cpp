@@ -5,6 +5,7 @@
 #ifdef KORVANE_KIT_TIFF
 
 #include "../../platform/File.h"
+#include "../core/LateLibrary.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,14 @@
 namespace korvane {
 
 namespace {
+
+// Calls below find these in place of the library's own.
+constinit const LateLibrary kTiff(KORVANE_KIT_TIFF);
+KORVANE_LATE(kTiff, TIFFClientOpen);
+KORVANE_LATE(kTiff, TIFFClose);
+KORVANE_LATE(kTiff, TIFFFlush);
+KORVANE_LATE(kTiff, TIFFSetField);
+KORVANE_LATE(kTiff, TIFFWriteScanline);
 
 constexpr int kBand = 64;  // rows of a strip, and between two looks at the watcher
 
@@ -54,7 +63,11 @@ private:
     std::size_t m_At = 0;
 };
 
-using Tiff = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
+struct Close {
+    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
+};
+
+using Tiff = std::unique_ptr<TIFF, Close>;
 
 void SetFields(TIFF* tiff, int width, int height, double pixelSize) {
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<std::uint32_t>(width));
@@ -90,8 +103,7 @@ void WriteTiff(const std::vector<float>& values, int width, int height, double p
                const Watch& watch) {
     Bytes bytes;
     Tiff tiff(TIFFClientOpen("", "wm", &bytes, Bytes::Read, Bytes::Write, Bytes::Seek, Bytes::Close, Bytes::Size,
-                             nullptr, nullptr),
-              &TIFFClose);
+                             nullptr, nullptr));
     bool written = tiff != nullptr;
     if (written) {
         SetFields(tiff.get(), width, height, pixelSize);

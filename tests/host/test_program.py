@@ -4,6 +4,7 @@
 import os
 import re
 import resource
+import shutil
 import signal
 import subprocess
 import time
@@ -45,6 +46,28 @@ def usage():
     err = korvane("dump", series, "--only", "PatientNme", status=2)[1]
     assert "did you mean PatientName?" in err, err
     assert "did you mean" not in korvane("dump", series, "--only", "NothingLikeIt", status=2)[1]
+
+
+def libraries_when_needed():
+    """Libraries that few runs need are not there at the start; one that cannot be opened is told by name."""
+    if WINDOWS:
+        return
+    series = phantom("plain", *SMALL)
+    err = korvane("info", series, env={**os.environ, "LD_DEBUG": "libs"})[1]
+    opened = re.findall(r"calling init: (\S+)", err)
+    assert 5 < len(opened) < 20, opened  # a sanitizer's own among them
+    assert not re.search("lib(curl|ssl|crypto|archive|tiff|gnutls|icudata)", err), opened
+    broken = WORK / "broken-libraries"
+    broken.mkdir()
+    for name in ("libcurl.so.4", "libssl.so.3", "libarchive.so.13", "libtiff.so.6"):
+        (broken / name).write_text("no library")
+    packed = shutil.make_archive(str(WORK / "packed"), "zip", series)
+    for arguments, library in ((("info", packed), "libarchive"),
+                               (("slice", series, "--values", "-o", WORK / "x.tif"), "libtiff"),
+                               (("echo", "127.0.0.1", "1", "--tls"), "libssl"),
+                               (("find", "http://127.0.0.1:1/", "PatientID=x"), "libcurl")):
+        err = korvane(*arguments, status=1, env={**os.environ, "LD_LIBRARY_PATH": str(broken)})[1]
+        assert re.fullmatch(rf"korvane: .*the library {library}\.so\.\d+ cannot be opened: is it installed\?\n", err), err
 
 
 def several_series():
@@ -296,6 +319,6 @@ def balls_in_patient_space():
             assert abs(value - hounsfield) <= 8, (options, centre, value)
 
 
-host_test.run(usage, several_series, where_a_volume_may_be_wrong, refusals, not_dicom, nested, overwritten,
+host_test.run(usage, libraries_when_needed, several_series, where_a_volume_may_be_wrong, refusals, not_dicom, nested, overwritten,
               names_beyond_ascii, where_files_cannot_be_written, stopped,
               progress_on_terminals_only, balls_in_patient_space)
