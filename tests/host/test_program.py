@@ -59,7 +59,7 @@ def libraries_when_needed():
     assert not re.search("lib(curl|ssl|crypto|archive|tiff|gnutls|icudata)", err), opened
     broken = WORK / "broken-libraries"
     broken.mkdir()
-    for name in ("libcurl.so.4", "libssl.so.3", "libarchive.so.13", "libtiff.so.6"):
+    for name in ("libcurl.so.4", "libssl.so.3", "libarchive.so.13", "libtiff.so.5", "libtiff.so.6"):
         (broken / name).write_text("no library")
     packed = shutil.make_archive(str(WORK / "packed"), "zip", series)
     for arguments, library in ((("info", packed), "libarchive"),
