@@ -13,6 +13,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace korvane {
@@ -117,6 +118,7 @@ private:
         if (head == nullptr || head[0] != 2 || head[1] != 0) return false;
         DictionaryCodec codec;
         m_bMetaFaulty = codec.ParseMetaInformation(buffer, m_File.dataSet.get()) == 0;
+        if (codec.WasMemoryShort()) throw std::bad_alloc();
         return true;
     }
 
@@ -180,6 +182,7 @@ private:
         do {
             parsed = codec.ParseStream(syntax, buffer, m_File.dataSet.get(), m_iOption) != 0 && codec.WasWhole();
         } while (parsed && !codec.HasStopped() && buffer.HasData());
+        if (codec.WasMemoryShort()) throw std::bad_alloc();
         if (codec.HasStopped()) m_File.encapsulated = codec.GetStoppedLength() == kUndefinedLength;
         m_File.hasPixels = m_File.hasPixels || codec.HasStopped();
         // Letters that are no type were never letters: the parse has lost its way without meeting a fault.

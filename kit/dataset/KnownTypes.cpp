@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 namespace korvane {
 
@@ -79,6 +80,7 @@ private:
             MemoryInputBuffer bytes(element.m_pData, element.m_Length);
             bytes.SetByteOrder(Buffer::kLittleEndian);
             const bool parsed = codec.Implicit_ParseRawVRIntoDCM(bytes, &holder, 1) != 0 && codec.WasWhole();
+            if (codec.WasMemoryShort()) throw std::bad_alloc();
             const bool isAll = !bytes.HasData() && holder.GetFirst() == sequence && holder.GetNext(sequence) == nullptr;
             if (!parsed || !isAll || sequence->GetItemCount() == 0) return false;
         }

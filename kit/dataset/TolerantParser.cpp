@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <new>
 
 namespace korvane {
 
@@ -243,8 +244,8 @@ TolerantParser::End TolerantParser::ReadValue(Buffer& buffer, VR& element, std::
         element.m_Length = there;
         return there < length ? End::Fault : End::Data;
     }
-    if (there > 0 && (element.AllocateValue(there) == nullptr || !buffer.Read(element.m_pData, there)))
-        return End::Fault;
+    if (there > 0 && element.AllocateValue(there) == nullptr) throw std::bad_alloc();
+    if (there > 0 && !buffer.Read(element.m_pData, there)) return End::Fault;
     element.m_Length = there;
     if (m_bBig && there > 0) platform::SwapUnits(element.m_pData, there, GetSwapUnit(element.m_TypeCode));
     return there < length ? End::Fault : End::Data;

@@ -3,6 +3,7 @@
 
 import base64
 import json
+import resource
 
 import measured_runs
 import numpy
@@ -57,4 +58,19 @@ def volumes():
         assert took < 1.1 * volume + 8 * MEGABYTE, (source, took, volume)
 
 
-measured_runs.run(dumps, frames, volumes)
+def shortage():
+    """Where memory runs out the program says so: it does not take a sound file for a damaged one, or leave one out."""
+    measured_runs.SeriesMaker(512).write(WORK / "sound", 24)
+    said = set()
+    for megabytes in range(64, 480, 4):
+        limit = lambda most=megabytes * MEGABYTE: resource.setrlimit(resource.RLIMIT_AS, (most, most))
+        # The loader and the C library end the program by themselves where they have no memory.
+        _, err = korvane("export", WORK / "sound", "--format", "nifti", "--preview", "--to", WORK / "limited", "--jobs", 1,
+                         status=None, preexec_fn=limit)
+        said.add(err.removesuffix("\n") if err.startswith("korvane:") else "")
+        if (WORK / "limited.nii").exists():
+            break
+    assert said == {"", "korvane: out of memory"}, said
+
+
+measured_runs.run(dumps, frames, volumes, shortage)

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -29,15 +30,21 @@ bool IsBig(const Buffer& buffer) {
     return buffer.GetByteOrder() == Buffer::kBigEndian;
 }
 
+// A lack of memory must not pass for a stream that ends early.
+void Allocate(VR& element, std::uint32_t length) {
+    if (element.AllocateValue(length) == nullptr) throw std::bad_alloc();
+}
+
 // Where the stream's end is not known, a length is believed step by step: memory never exceeds twice what has come.
 bool ReadInSteps(Buffer& buffer, VR& element, std::uint32_t length) {
     std::uint32_t have = std::min(length, kFirstStep);
-    if (element.AllocateValue(have) == nullptr || !buffer.Read(element.m_pData, have)) return false;
+    Allocate(element, have);
+    if (!buffer.Read(element.m_pData, have)) return false;
     while (have < length) {
         const auto next = static_cast<std::uint32_t>(std::min<std::uint64_t>(length, std::uint64_t{have} * 2));
         VR grown(element.m_Group, element.m_Element, 0, 0);
         grown.m_TypeCode = element.m_TypeCode;
-        if (grown.AllocateValue(next) == nullptr) return false;
+        Allocate(grown, next);
         std::memcpy(grown.m_pData, element.m_pData, have);
         if (!buffer.Read(grown.m_pData + have, next - have)) return false;
         element.TakeValueFrom(&grown);
@@ -53,9 +60,10 @@ bool ReadValue(Buffer& buffer, VR& element, std::uint32_t length) {
     const std::uint64_t remaining = buffer.GetRemaining();
     if (remaining == Buffer::kUnknown) {
         if (!ReadInSteps(buffer, element, length)) return false;
-    } else if (length > remaining || element.AllocateValue(length) == nullptr ||
-               !buffer.Read(element.m_pData, length)) {
-        return false;
+    } else {
+        if (length > remaining) return false;
+        Allocate(element, length);
+        if (!buffer.Read(element.m_pData, length)) return false;
     }
     if (buffer.GetByteOrder() == Buffer::kBigEndian) {
         platform::SwapUnits(element.m_pData, length, GetSwapUnit(element.m_TypeCode));

@@ -90,9 +90,11 @@ int TransferSyntaxCodec::RunParse(Work&& work) {
     DataSetParse parse(*this, m_Option);
     DataSetParse* const outer = std::exchange(m_pParse, &parse);
     int result = 0;
+    m_bMemoryShort = false;
     try {
         result = work(parse);
     } catch (const std::bad_alloc&) {
+        m_bMemoryShort = true;
     }
     m_pParse = outer;
     m_Stopped = parse.GetStoppedLength();

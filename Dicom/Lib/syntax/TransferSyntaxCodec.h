@@ -98,6 +98,9 @@ public:
     /// element that has a value is dropped.
     bool WasWhole() const { return m_bWhole; }
 
+    /// Whether the last parse failed for want of memory, and not for what stands in the stream.
+    bool WasMemoryShort() const { return m_bMemoryShort; }
+
 private:
     int Parse(Buffer& buffer, DICOMObject* target, int depth, bool explicitVR);
     template <class Work>
@@ -114,5 +117,6 @@ private:
     DataSetParse* m_pParse = nullptr;  // the parse that is going on
     std::optional<std::uint32_t> m_Stopped;
     bool m_bWhole = true;
+    bool m_bMemoryShort = false;
     bool m_bSignedPixels = false;  // encoding: (0028,0103) of the data set at hand decides what is "US or SS"
 };
