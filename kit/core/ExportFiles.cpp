@@ -6,13 +6,17 @@
 
 #include "export/CFileWriter.h"
 #include "platform/FileTree.h"
+#include "platform/FolderLock.h"
 #include "platform/ReplacingFile.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 #include <system_error>
+#include <thread>
 #include <zlib.h>
 
 namespace korvane {
@@ -90,6 +94,24 @@ public:
 
 private:
     std::vector<std::pair<std::string, std::string>> m_Kept;  // the name of an old file, and the path where it is kept
+};
+
+// Two processes that give files the same names at the same moment would leave the header of one beside the image of the
+// other. Who holds the folder's lock for longer, as a receiver does, makes no such files: it is not waited for.
+class FilesBeingNamed {
+public:
+    explicit FilesBeingNamed(const std::string& file) {
+        constexpr auto kLook = std::chrono::milliseconds(5);
+        constexpr int kLooks = 100;
+        const std::string folder = TextFromPath(PathFromText(file).parent_path());
+        for (int look = 0; look < kLooks; ++look) {
+            if (m_Lock.TakeAlone(folder.empty() ? "." : folder) || errno != EBUSY) return;
+            std::this_thread::sleep_for(kLook);
+        }
+    }
+
+private:
+    platform::FolderLock m_Lock;
 };
 
 // What the operations of the two writers of the library return on success, for they differ.
@@ -284,6 +306,8 @@ std::vector<std::string> ExportFiles::GetNames() const {
 
 void ExportFiles::Commit() {
     using Existing = platform::ReplacingFile::Existing;
+    std::optional<FilesBeingNamed> alone;
+    if (m_Outputs.size() > 1 && m_Unfinished[0] != nullptr) alone.emplace(m_Outputs[0].name);
     ReplacedFiles replaced(m_Outputs.size() > 1 && !m_bKeep ? GetNames() : std::vector<std::string>());
     // The first file is the header, and it gets its name last, so that a reader who finds it finds the others. When an
     // image is in use, which Windows does not let replace, nothing has been replaced yet.
