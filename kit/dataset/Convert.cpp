@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <deque>
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <utility>
 
@@ -237,16 +238,26 @@ public:
 
     ConvertReport Run() {
         TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(m_Files.size()));
-        constexpr std::size_t kAheadOfThread = 4;  // files
-        const std::size_t ahead = kAheadOfThread * CountJobs(m_Options.jobs);
+        constexpr std::size_t kAheadOfThread = 4;
+        const std::size_t jobs = CountJobs(m_Options.jobs);
+        const std::size_t ahead = kAheadOfThread * jobs;
+        // Of many files several at a time, since each result wakes whoever takes it; so few that threads end together.
+        const std::size_t together = std::clamp<std::size_t>(m_Files.size() / (16 * jobs), 1, 8);
+        const std::size_t count = (m_Files.size() + together - 1) / together;
         std::deque<Conversion> ring;  // as many as are under way
-        while (ring.size() < std::min(ahead, m_Files.size())) ring.emplace_back(m_Options);
+        while (ring.size() < std::min(ahead, count)) ring.emplace_back(m_Options);
+        const auto files = [&](std::size_t i) {
+            const std::size_t from = i * together;
+            return std::span(m_Files).subspan(from, std::min(together, m_Files.size() - from));
+        };
         ForEachInOrder(
-            m_Options.jobs, m_Files.size(), ahead, m_Watch,
-            [&](std::size_t i) { ring[i % ahead].ConvertListed(m_Files[i], m_From, m_To); },
+            m_Options.jobs, count, ahead, m_Watch,
+            [&](std::size_t i) {
+                for (const std::string& file : files(i)) ring[i % ahead].ConvertListed(file, m_From, m_To);
+            },
             [&](std::size_t i) {
                 Take(ring[i % ahead].TakeReport());
-                progress.Step();
+                for (std::size_t k = files(i).size(); k > 0; --k) progress.Step();
             });
         return std::move(m_Report);
     }
