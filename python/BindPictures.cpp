@@ -67,8 +67,8 @@ auto SlicerCall(Take take) {
                   std::optional<std::array<double, 3>> up, double shift, std::optional<std::array<int, 2>> frame,
                   std::optional<std::pair<double, double>> window, const std::string& interpolation, double slab,
                   const std::string& slabMode, double pixelSize, unsigned jobs) {
-        const SliceOptions options = OptionsOf({view, interpolation, slabMode, index, point, normal, up, window, slab,
-                                                pixelSize, false, shift, frame, jobs});
+        SliceOptions options = OptionsOf({view, interpolation, slabMode, index, point, normal, up, window, slab,
+                                          pixelSize, false, shift, frame, jobs});
         return take(self, options);
     };
 }
@@ -82,17 +82,18 @@ void AddSlicerCall(py::class_<korvane::Slicer>& slicer, const char* name, Take t
                py::arg("pixel_size") = 0.0, py::arg("jobs") = 0, text);
 }
 
-SlicePicture DrawWith(korvane::Slicer& slicer, const SliceOptions& options) {
-    const py::gil_scoped_release unlocked;
-    return slicer.Draw(options);
+SlicePicture DrawWith(korvane::Slicer& slicer, SliceOptions& options) {
+    return RunHere([&](korvane::Watcher& watcher) {
+        options.watcher = &watcher;
+        return slicer.Draw(options);
+    });
 }
 
-py::array_t<float> ValuesWith(korvane::Slicer& slicer, const SliceOptions& options) {
-    auto taken = std::make_unique<korvane::SliceValues>();
-    {
-        const py::gil_scoped_release unlocked;
-        *taken = slicer.TakeValues(options);
-    }
+py::array_t<float> ValuesWith(korvane::Slicer& slicer, SliceOptions& options) {
+    auto taken = std::make_unique<korvane::SliceValues>(RunHere([&](korvane::Watcher& watcher) {
+        options.watcher = &watcher;
+        return slicer.TakeValues(options);
+    }));
     const std::array<py::ssize_t, 2> shape{taken->height, taken->width};
     const float* const values = taken->values.data();
     const py::capsule owner(taken.release(), [](void* last) { delete static_cast<korvane::SliceValues*>(last); });

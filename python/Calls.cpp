@@ -5,6 +5,7 @@ namespace py = pybind11;
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenCalls{50};
+constexpr std::chrono::milliseconds kBetweenLooks{20};
 
 }  // namespace
 
@@ -35,6 +36,16 @@ void CallWatcher::Call(std::int64_t done) {
     m_Told = std::chrono::steady_clock::now();
     const py::gil_scoped_acquire locked;
     m_Progress(m_Task.label, done, m_Task.total);
+}
+
+bool SignalWatcher::IsStopped() noexcept {
+    if (m_bRaised || std::this_thread::get_id() != m_Main) return m_bRaised;
+    const auto now = std::chrono::steady_clock::now();
+    if (now - m_Looked >= kBetweenLooks) {
+        m_Looked = now;
+        m_bRaised = SignalRaised();
+    }
+    return m_bRaised;
 }
 
 bool SignalRaised() {

@@ -42,6 +42,36 @@ bool SignalRaised();
 /// Whether this is the main thread, the only one that runs Python's signal handlers.
 bool IsMainThread();
 
+/// Stops a short call when Ctrl-C was pressed, without a thread for it: on the main thread it looks for signals when it is asked
+/// whether to stop, every 20 ms.
+class SignalWatcher : public korvane::Watcher {
+public:
+    bool IsStopped() noexcept override;
+    /// Whether a handler has raised an exception, which is Python's current one on the main thread then.
+    bool HasRaised() const { return m_bRaised; }
+
+private:
+    const std::thread::id m_Main = IsMainThread() ? std::this_thread::get_id() : std::thread::id();
+    std::chrono::steady_clock::time_point m_Looked = std::chrono::steady_clock::now();  // of the main thread alone
+    std::atomic<bool> m_bRaised = false;
+};
+
+/// Runs `job(watcher)` without the interpreter's lock on the calling thread, and returns its result: for calls of milliseconds,
+/// which a thread of their own would double. The exception that a signal's handler raised goes on to the caller.
+template <class Job>
+auto RunHere(Job job) {
+    SignalWatcher watcher;
+    const pybind11::gil_scoped_release unlocked;
+    try {
+        auto result = job(watcher);
+        if (!watcher.HasRaised()) return result;
+    } catch (const std::exception&) {
+        if (!watcher.HasRaised()) throw;
+    }
+    const pybind11::gil_scoped_acquire locked;
+    throw pybind11::error_already_set();
+}
+
 /// Runs `job(watcher)` without the interpreter's lock and returns its result. Called on the main thread, the job gets a
 /// thread of its own and this one looks for signals meanwhile, so that Ctrl-C stops the job however busy it is; the
 /// exception that the handler raised then goes on to the caller, once the job has ended.

@@ -83,10 +83,13 @@ const char* SliceTables::ReadPlanes(CVolume& volume, int count) {
     }
     const auto lower = [](const Plane& a, const Plane& b) { return a.m_Z < b.m_Z; };
     const auto coincide = [](const Plane& a, const Plane& b) { return b.m_Z - a.m_Z <= kSamePlane; };
-    std::stable_sort(m_Sorted.begin(), m_Sorted.end(), lower);
+    if (!std::is_sorted(m_Sorted.begin(), m_Sorted.end(), lower)) {
+        std::stable_sort(m_Sorted.begin(), m_Sorted.end(), lower);
+    }
     m_Sorted.erase(std::unique(m_Sorted.begin(), m_Sorted.end(), coincide), m_Sorted.end());
     m_View.m_Planes = static_cast<int>(m_Sorted.size());
     m_FirstZ = m_Sorted.front().m_Z;
+    m_Data.reserve(m_Sorted.size() + 1);
     for (std::size_t k = 0; k < m_Sorted.size(); ++k) {
         m_Data.push_back(m_Sorted[k].m_pData);
         if (k > 0) m_SmallestSpacing = std::min(m_SmallestSpacing, m_Sorted[k].m_Z - m_Sorted[k - 1].m_Z);
@@ -111,6 +114,7 @@ void SliceTables::MakeOffsets() {
         return;
     }
     const std::uint64_t base = address(*low) + span / 2;
+    m_Bytes.reserve(m_Data.size());
     for (const unsigned char* data : m_Data) {
         m_Bytes.push_back(static_cast<std::int32_t>(address(data) - base));
     }

@@ -1,6 +1,7 @@
 #include "Threads.h"
 
 #include "Error.h"
+#include "StandingThreads.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -166,6 +167,14 @@ void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::fu
         Threads others(crew, threads > 0 ? threads - 1 : 0, body);
         crew.Work(body);
     }
+    crew.Rethrow();
+}
+
+void ForEach(StandingThreads& threads, unsigned jobs, std::size_t count, const Watch& watch,
+             const std::function<void(std::size_t)>& body) {
+    const auto wanted = static_cast<unsigned>(std::min<std::size_t>(t_bInPool ? 1 : CountJobs(jobs), count));
+    Crew crew(count, count, watch);
+    threads.Run(wanted > 0 ? wanted - 1 : 0, [&] { crew.Work(body); });
     crew.Rethrow();
 }
 

@@ -10,6 +10,8 @@
 
 namespace korvane {
 
+class StandingThreads;
+
 /// How many threads a job may use: as many as asked for, or one for each core where `asked` is 0. At least 1, at most
 /// 256.
 unsigned CountJobs(unsigned asked);
@@ -22,6 +24,10 @@ bool IsInPool();
 /// job, no more are begun; the exception of the lowest index reaches the caller once all threads have ended. Called
 /// from within a body it runs on that thread alone: pools do not nest.
 void ForEach(unsigned jobs, std::size_t count, const Watch& watch, const std::function<void(std::size_t)>& body);
+
+/// The same with threads that stay for the next call; calls with the same ones come one after the other.
+void ForEach(StandingThreads& threads, unsigned jobs, std::size_t count, const Watch& watch,
+             const std::function<void(std::size_t)>& body);
 
 /// Makes results on all cores and takes them in order. `make(i)` runs on up to `jobs` threads, for at most `ahead`
 /// indices beyond the last one taken. `take(i)` runs on the calling thread, for 0 to `count - 1` in order, each after

@@ -43,7 +43,7 @@ std::string MakePreview(SeriesVolume& series, const Watch& watch) {
     for (const View view : {View::Axial, View::Coronal, View::Sagittal}) {
         watch.StopIfAsked();
         options.view = view;
-        pictures.push_back(SliceJob(series, options, "", &window).Draw().picture);
+        pictures.push_back(SliceJob(series, options, "", {.window = &window}).Draw().picture);
     }
     return PngWriter::Encode(SideBySide(pictures), watch);
 }

@@ -69,9 +69,10 @@ void CheckSlicing(const SeriesVolume& series, const SliceOptions& options) {
 }
 
 SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output,
-                   const WindowChoice* window, SlabLayers* layers)
-    : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Series(series), m_Slice(&series.GetVolume()),
-      m_pLayers(layers), m_Files(Destination{}, m_Watch) {
+                   const KeptForSlices& kept)
+    : m_Options(options), m_Output(output), m_Watch(options.watcher), m_Series(series),
+      m_Slice(kept.volume != nullptr ? kept.volume : &m_Borrowed.emplace(series.GetVolume())), m_Kept(kept),
+      m_Files(Destination{}, m_Watch) {
     m_Slice.SetInterpolation(kInterpolations[static_cast<int>(options.interpolation)]);
     const DcmObliqueSlice::SlabMode mode =
         options.slab > 0 ? kSlabModes[static_cast<int>(options.slabMode)] : DcmObliqueSlice::SM_NONE;
@@ -95,7 +96,9 @@ SliceJob::SliceJob(SeriesVolume& series, const SliceOptions& options, const std:
         throw Error(ErrorKind::Unsupported, "stored values of slices with rescales of their own are no values of one "
                                             "picture; --values takes real ones");
     }
-    if (!options.raw16 && !options.values) m_Window = window != nullptr ? *window : FindWindow(series, options);
+    if (!options.raw16 && !options.values) {
+        m_Window = kept.window != nullptr ? *kept.window : FindWindow(series, options);
+    }
     // What is outside is black.
     m_Slice.SetBackground(m_Window.inverted ? kBeyondAnyValue : -kBeyondAnyValue);
     // Data sets are read by one thread.
@@ -115,7 +118,7 @@ void SliceJob::SetPadding() {
 }
 
 void SliceJob::TellPadding() {
-    if (m_Watch.GetWatcher() == nullptr) return;
+    if (!m_Kept.tells || m_Watch.GetWatcher() == nullptr) return;
     const std::uint64_t count = m_Series.GetMeasuredRange().padding;
     if (count == 0) return;
     m_Watch.Tell({.kind = FindingKind::PaddingLeftOut,
@@ -156,6 +159,7 @@ void SliceJob::TellOtherTables() {
 }
 
 void SliceJob::TellNotApplied() {
+    if (!m_Kept.tells) return;
     TellOtherTables();
     if (m_Options.raw16 || m_Options.values || m_Watch.GetWatcher() == nullptr) return;
     PictureNotes notes;
@@ -361,24 +365,39 @@ Picture SliceJob::DrawSlice(Cut& cut) const {
     return picture;
 }
 
-/// Small pictures are one piece: a thread costs more than they do. Pieces of large ones are such that a stop is soon seen.
-void SliceJob::ForRows(Cut& cut, const std::function<bool(Cut& part, int first, int count)>& sample) const {
-    constexpr double kSmallest = 1 << 16;  // samples of a piece
+/// How many rows of a picture a thread takes at a time. Starting a thread costs more than small pictures do, waking one that
+/// stays is cheaper; large pieces are such that a stop is soon seen.
+int SliceJob::CountRowsOfPiece(const Cut& cut) const {
+    const double smallest = m_Kept.threads != nullptr ? 1 << 15 : 1 << 16;  // samples of a piece
     constexpr double kLargest = 1 << 22;
-    constexpr double kSlab = 16;  // about as many samples for each pixel
-    const double samples = static_cast<double>(cut.GetPixelCount()) * (m_Options.slab > 0 ? kSlab : 1);
-    const double wanted = std::clamp(2.0 * CountJobs(m_Options.jobs), samples / kLargest, samples / kSmallest + 1);
-    const int rows = std::max(1, static_cast<int>(std::ceil(cut.GetHeight() / std::max(wanted, 1.0))));
-    const int pieces = (cut.GetHeight() + rows - 1) / rows;
-    if (m_pLayers != nullptr && !cut.PrepareLayers(*m_pLayers)) throw Error(ErrorKind::Unsupported, cut.GetError());
+    constexpr double kSlab = 16;         // about as many samples for each pixel
+    constexpr double kOfEachThread = 4;  // the last ones to end leave the others idle for a part of one
+    const double samples = static_cast<double>(cut.GetWidth()) * (m_Options.slab > 0 ? kSlab : 1);  // of a row
+    const unsigned threads = IsInPool() ? 1 : CountJobs(m_Options.jobs);
+    const double shared = threads > 1 ? cut.GetHeight() / (kOfEachThread * threads) : cut.GetHeight();
+    const double rows = std::min(std::max(shared, smallest / samples), kLargest / samples);
+    return std::clamp(static_cast<int>(std::ceil(rows)), 1, cut.GetHeight());
+}
+
+void SliceJob::ForRows(Cut& cut, const std::function<bool(Cut& part, int first, int count)>& sample) const {
+    const int rows = CountRowsOfPiece(cut);
+    const std::size_t pieces = static_cast<std::size_t>(cut.GetHeight() - 1) / static_cast<std::size_t>(rows) + 1;
+    if (m_Kept.layers != nullptr && !cut.PrepareLayers(*m_Kept.layers)) {
+        throw Error(ErrorKind::Unsupported, cut.GetError());
+    }
     // The volume's count is not atomic: copies are made by the thread that called the job, and by no other.
-    std::vector<Cut> parts(IsInPool() ? std::size_t{0} : static_cast<std::size_t>(pieces), cut);
-    ForEach(m_Options.jobs, static_cast<std::size_t>(pieces), m_Watch, [&](std::size_t i) {
+    std::vector<Cut> parts(IsInPool() ? std::size_t{0} : pieces, cut);
+    const auto work = [&](std::size_t i) {
         Cut& part = parts.empty() ? cut : parts[i];
         const int first = static_cast<int>(i) * rows;
         if (sample(part, first, std::min(rows, cut.GetHeight() - first))) return;
         throw Error(ErrorKind::Unsupported, part.GetError());
-    });
+    };
+    if (m_Kept.threads != nullptr) {
+        ForEach(*m_Kept.threads, m_Options.jobs, pieces, m_Watch, work);
+    } else {
+        ForEach(m_Options.jobs, pieces, m_Watch, work);
+    }
 }
 
 std::vector<std::uint16_t> SliceJob::TakeStored(Cut& cut) const {
@@ -391,8 +410,8 @@ std::vector<std::uint16_t> SliceJob::TakeStored(Cut& cut) const {
 }
 
 bool SliceJob::SampleRows(Cut& part, int first, int count, void* values, std::size_t bytes) const {
-    return m_pLayers == nullptr ? part.GetPixelRows(first, count, values, bytes)
-                                : part.GetPixelRows(first, count, values, bytes, *m_pLayers);
+    return m_Kept.layers == nullptr ? part.GetPixelRows(first, count, values, bytes)
+                                    : part.GetPixelRows(first, count, values, bytes, *m_Kept.layers);
 }
 
 /// The picture's values in the volume's type, each handed on with its place, on several threads.
@@ -439,9 +458,9 @@ Picture SliceJob::MakePicture(Cut& cut) const {
     ForRows(cut, [&](Cut& part, int first, int count) {
         std::uint8_t* const to = out + width * static_cast<std::size_t>(first);
         const std::size_t bytes = width * static_cast<std::size_t>(count);
-        return m_pLayers == nullptr
+        return m_Kept.layers == nullptr
                    ? part.GetPictureRows(first, count, to, bytes, window.centre, window.width)
-                   : part.GetPictureRows(first, count, to, bytes, window.centre, window.width, *m_pLayers);
+                   : part.GetPictureRows(first, count, to, bytes, window.centre, window.width, *m_Kept.layers);
     });
     if (m_Window.inverted) picture.Invert();
     return picture;

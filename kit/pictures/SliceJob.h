@@ -22,13 +22,23 @@
 
 namespace korvane {
 
+class StandingThreads;
+
+/// What stays from job to job.
+struct KeptForSlices {
+    const WindowChoice* window = nullptr;  ///< one that was found for the series
+    SlabLayers* layers = nullptr;          ///< of slabs
+    StandingThreads* threads = nullptr;
+    CVolume* volume = nullptr;  ///< a copy of the series' one, whose count no other thread touches
+    bool tells = true;          ///< what pictures leave out; it is the same for all of them
+};
+
 /// Of a loaded series, whose spacing it sets to the true one.
 class SliceJob {
 public:
-    /// `output`: a file, or a folder for all pictures of a view. `window`: one that was found for the series, for several
-    /// jobs. `layers`: of slabs, kept from picture to picture. Throws `Error`.
+    /// `output`: a file, or a folder for all pictures of a view. Throws `Error`.
     SliceJob(SeriesVolume& series, const SliceOptions& options, const std::string& output,
-             const WindowChoice* window = nullptr, SlabLayers* layers = nullptr);
+             const KeptForSlices& kept = {});
 
     /// Writes all pictures or none. Throws `Error`.
     SliceReport Run();
@@ -59,6 +69,7 @@ private:
     /// `make` of each cut on several threads, `take` of one after the other.
     void ForCuts(std::vector<Cut>& cuts, const std::function<void(std::size_t)>& make,
                  const std::function<void(std::size_t)>& take) const;
+    int CountRowsOfPiece(const Cut& cut) const;
     void ForRows(Cut& cut, const std::function<bool(Cut& part, int first, int count)>& sample) const;
     Picture DrawSlice(Cut& cut) const;
     void WriteSlice(Cut& cut, PictureFile& file) const;
@@ -79,11 +90,12 @@ private:
     const std::string m_Output;
     Watch m_Watch;
     SeriesVolume& m_Series;
+    std::optional<CVolume> m_Borrowed;  // where no copy is kept: the series' own may be in use by another thread
     DcmObliqueSlice m_Slice;
     VolumeView m_View;
     DcmObliqueSlice m_First;  ///< of a stack
     double m_Step = 0;        ///< along its normal
-    SlabLayers* m_pLayers;
+    KeptForSlices m_Kept;
     WindowChoice m_Window;
     std::optional<ModalityTransform> m_Modality;  // of pictures of values
     ExportFiles m_Files;

@@ -1,6 +1,7 @@
 #include "Slicer.h"
 
 #include "../core/Error.h"
+#include "../core/StandingThreads.h"
 #include "../study/VolumeData.h"
 #include "SliceJob.h"
 #include "SliceableVolume.h"
@@ -17,7 +18,8 @@ namespace korvane {
 class Slicer::Parts {
 public:
     Parts(std::shared_ptr<const Volume> volume, const SlicerOptions& options)
-        : m_pVolume(std::move(volume)), m_nMost(options.slabMemory), m_Sliceable(*m_pVolume, SliceOptions{}) {}
+        : m_pVolume(std::move(volume)), m_nMost(options.slabMemory), m_Sliceable(*m_pVolume, SliceOptions{}),
+          m_Borrowed(m_Sliceable.Get().GetVolume()) {}
 
     const Volume& GetVolume() const { return *m_pVolume; }
 
@@ -31,7 +33,10 @@ public:
             window = &*m_Window;
         }
         m_pLast = options.slab > 0 ? &ChooseLayers(options) : nullptr;
-        SliceJob job(m_Sliceable.Get(), options, "", window, m_pLast);
+        // What pictures leave out is told once for pictures and for values, of slabs and of single planes.
+        bool& told = m_bTold[options.values ? 1 : 0][options.slab > 0 ? 1 : 0];
+        SliceJob job(m_Sliceable.Get(), options, "", {window, m_pLast, &m_Threads, &m_Borrowed, !told});
+        told = told || options.watcher != nullptr;
         return take(job);
     }
 
@@ -72,10 +77,13 @@ private:
     std::shared_ptr<const Volume> m_pVolume;
     std::size_t m_nMost;
     SliceableVolume m_Sliceable;
+    CVolume m_Borrowed;          // its voxels, with a count of its own: that of the volume is for one thread at a time
     mutable std::mutex m_Mutex;  // for what follows
     std::optional<WindowChoice> m_Window;
     std::array<SlabLayers, 4> m_Layers{SlabLayers(0), SlabLayers(0), SlabLayers(0), SlabLayers(0)};
     SlabLayers* m_pLast = nullptr;
+    bool m_bTold[2][2] = {};
+    StandingThreads m_Threads;
 };
 
 Slicer::Slicer(std::shared_ptr<const Volume> volume, const SlicerOptions& options) {

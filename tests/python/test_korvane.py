@@ -271,5 +271,34 @@ class Module(unittest.TestCase):
         self.assertEqual(list(target.iterdir()) if target.is_dir() else [], [])
 
 
+    def test_an_interrupt_ends_a_picture(self):
+        """Of a slab of many layers; the slicer goes on afterwards, in a child that was forked off too."""
+        code = (
+            "import korvane, os, sys\n"
+            f"slicer = korvane.load(korvane.find({str(self.folder / 'ct')!r})[0]).slicer(slab_memory=0)\n"
+            "plane = dict(normal=(0, -1, 1), window=(40, 400))\n"
+            "before = slicer.slice(frame=(400, 400), **plane).array\n"
+            "print('begins', flush=True)\n"
+            "try:\n"
+            "    while True: slicer.slice(frame=(2000, 2000), pixel_size=0.02, slab=40, **plane)\n"
+            "except KeyboardInterrupt:\n"
+            "    print('stopped', flush=True)\n"
+            "same = lambda: (slicer.slice(frame=(400, 400), **plane).array == before).all()\n"
+            "assert same()\n"
+            "if hasattr(os, 'fork') and os.fork() == 0:\n"
+            "    whole = same()\n"
+            "    del slicer\n"
+            "    os._exit(0 if whole else 1)\n"
+            "assert not hasattr(os, 'fork') or os.wait()[1] == 0\n"
+            "print('whole')\n"
+        )
+        process = subprocess.Popen([sys.executable, "-c", code], stdout=subprocess.PIPE, text=True,
+                                   env={**os.environ, "PYTHONPATH": sys.argv[1]})
+        self.assertEqual(process.stdout.readline().strip(), "begins")
+        time.sleep(0.1)  # into a picture; between two of them an interrupt is one as well
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.communicate(timeout=60)[0].split(), ["stopped", "whole"])
+
+
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
