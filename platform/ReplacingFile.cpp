@@ -59,12 +59,12 @@ bool ReplacingFile::Open(const std::string& path) {
     return false;
 }
 
-bool ReplacingFile::WriteAll(InputFile& input) {
+bool WriteRest(OutputFile& output, InputFile& input) {
     constexpr std::uint64_t kLargestBlock = 1 << 20;
     const auto size = static_cast<std::size_t>(std::clamp<std::uint64_t>(input.GetSize(), 1 << 12, kLargestBlock));
     const auto block = std::make_unique_for_overwrite<unsigned char[]>(size);
     while (const std::size_t count = input.Read(block.get(), size)) {
-        if (!Write(block.get(), count)) return false;
+        if (!output.Write(block.get(), count)) return false;
     }
     return !input.HasFailed();
 }

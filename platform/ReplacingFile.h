@@ -7,6 +7,10 @@
 
 namespace platform {
 
+/// Writes the rest of `input`, from where it stands, in steps of at most 1 MB. False, with `errno` set, when reading or writing
+/// failed.
+bool WriteRest(OutputFile& output, InputFile& input);
+
 /// Writes a file under a name that nobody has, in the folder where it shall stand, and gives it its own name when it is
 /// whole. Whoever looks meanwhile, or after a crash, finds what was there before.
 ///
@@ -43,9 +47,8 @@ public:
 
     bool Write(const void* bytes, std::size_t count) { return m_File.Write(bytes, count); }
 
-    /// Writes the rest of `input`, from where it stands, in steps of at most 1 MB. False, with `errno` set, when
-    /// reading or writing failed.
-    bool WriteAll(InputFile& input);
+    /// As `WriteRest`.
+    bool WriteAll(InputFile& input) { return WriteRest(m_File, input); }
 
     /// Ends the writing before the commit, so that the caller can look at the file before it gets its name.
     bool Close();

@@ -7,6 +7,7 @@
 #include "DirectoryTree.h"
 #include "MediaHeader.h"
 #include "Medium.h"
+#include "MediumCopies.h"
 #include "MediumFolders.h"
 #include "MediumProfile.h"
 #include "RecordIcons.h"
@@ -25,6 +26,7 @@
 #include <system_error>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 namespace korvane {
 
@@ -42,6 +44,11 @@ public:
         } catch (const std::string& message) {
             throw Error(ErrorKind::Disk, message);
         }
+    }
+
+    // Files get their names, and whoever asked copies them later. `SetHardLinks` ends it.
+    void LeaveCopies() {
+        m_pCopyFunction = [](const char*, const char*, void*) { return 1; };
     }
 };
 
@@ -72,7 +79,7 @@ class MediumJob {
 public:
     MediumJob(const std::string& root, const MediumOptions& options)
         : m_Root(root), m_Options(options), m_Watch(options.watcher), m_Profile(options.profile),
-          m_Sources(options, m_Profile), m_bLinks(options.link) {
+          m_Sources(options, m_Profile), m_Copies(m_Watch) {
         // The module's builder has one dictionary for all of its objects, so it is set once and for good.
         [[maybe_unused]] static const bool isSet = [] {
             static DictionaryCodec s_codec;
@@ -82,7 +89,7 @@ public:
         m_Builder.SetStopQuestion(m_Watch.GetStopQuestion());
         m_Builder.SetRoot(root);
         m_Builder.SetFileSetID(options.fileSetId);
-        m_Builder.SetHardLinks(options.link);
+        UseCopying(options.link ? Copying::Linked : Copying::Later);
         m_Report.profile = options.profile;
     }
 
@@ -94,6 +101,7 @@ public:
         if (m_Options.append) TakeEarlier(folders.GetDirectory());
         m_Sources.Begin(files, m_Root + "/" + folders.GetFileRoot());
         AddFiles(files, sources.front());
+        UseCopying(m_Options.link ? Copying::Linked : Copying::AtOnce);
         for (const std::string& path : m_Options.privateFiles) AddPrivate(path);
         m_Sources.End();
         WriteDirectory(folders);
@@ -156,30 +164,22 @@ private:
         });
     }
 
+    // Headers are read ahead on all threads, which copy meanwhile what has been given its name; names are given here, in order.
     void AddFiles(const std::vector<std::string>& files, const std::string& source) {
         TaskProgress progress(m_Watch, "writing", static_cast<std::int64_t>(files.size()));
-        constexpr std::size_t kAhead = 32;  // headers
-        std::vector<std::optional<MediaHeader>> ring(kAhead);
-        const auto read = [&](std::size_t i) { return m_Sources.ReadHeader(files[i]); };
-        ForEachInOrder(
-            m_Options.jobs, files.size(), kAhead, m_Watch,
-            [&](std::size_t i) {
-                // Opening a pipe may take for ever, which a signal ends on the calling thread alone.
-                std::error_code error;
-                if (fs::is_regular_file(PathFromText(files[i]), error)) ring[i % kAhead] = read(i);
-            },
-            [&](std::size_t i) {
-                std::optional<MediaHeader>& ahead = ring[i % kAhead];
-                const SourceFile file = m_Sources.Take(files[i], ahead ? std::move(*ahead) : read(i));
-                ahead.reset();
-                if (file.header.dataSet != nullptr) {
-                    AddFile(files[i], file);
-                } else {
-                    (file.header.IsFault() ? m_Report.faults : m_Report.notMeant)
-                        .push_back({files[i], file.header.why, file.header.isDirectory});
-                }
-                progress.Step();
-            });
+        try {
+            NameFiles(files, progress);
+            ForEachInOrder(
+                m_Options.jobs, m_Copies.CountWaiting(), kAhead, m_Watch, [this](std::size_t) { m_Copies.Work(1); },
+                [&](std::size_t) { StepCopied(progress); });
+            m_Copies.Rethrow();
+        } catch (...) {
+            // A copy of a file before is what would have failed first.
+            m_Watch.StopIfAsked();
+            m_Copies.Work(m_Copies.CountWaiting());
+            m_Copies.Rethrow();
+            throw;
+        }
         if (m_nAdded == 0) {
             const auto& why = m_Report.faults;
             throw Error(ErrorKind::NotFound, "no file for a medium under " + source +
@@ -187,35 +187,99 @@ private:
         }
     }
 
-    // The builder does not try links again where one has failed, unless it is told anew.
-    void UseLinks(bool link) {
-        if (link != m_bLinks) m_Builder.SetHardLinks(link);
-        m_bLinks = link;
+    void NameFiles(const std::vector<std::string>& files, TaskProgress& progress) {
+        // Of many files several at a time, since each result wakes whoever takes it.
+        const std::size_t together = std::clamp<std::size_t>(files.size() / (16 * CountJobs(m_Options.jobs)), 1, 4);
+        std::vector<std::optional<MediaHeader>> ring(kAhead);
+        const auto forEach = [&](std::size_t group, const auto& body) {
+            const std::size_t end = std::min((group + 1) * together, files.size());
+            for (std::size_t i = group * together; i < end; ++i) body(i);
+        };
+        const auto read = [&](std::size_t i) { return m_Sources.ReadHeader(files[i]); };
+        ForEachInOrder(
+            m_Options.jobs, (files.size() + together - 1) / together, kAhead / together, m_Watch,
+            [&](std::size_t group) {
+                forEach(group, [&](std::size_t i) {
+                    // Opening a pipe may take for ever, which a signal ends on the calling thread alone.
+                    std::error_code error;
+                    if (fs::is_regular_file(PathFromText(files[i]), error)) ring[i % kAhead] = read(i);
+                });
+                m_Copies.Work(2 * together);  // more than are added meanwhile
+            },
+            [&](std::size_t group) {
+                forEach(group, [&](std::size_t i) {
+                    std::optional<MediaHeader> ahead = std::exchange(ring[i % kAhead], std::nullopt);
+                    if (!ahead) m_Copies.Work(m_Copies.CountWaiting());  // nobody knows how long a pipe takes
+                    TakeFile(files[i], ahead ? std::move(*ahead) : read(i), progress);
+                });
+                if (m_Copies.CountWaiting() > kMostWaiting) m_Copies.Work(together);
+                StepCopied(progress);
+                m_Copies.Rethrow();
+            });
     }
 
-    void AddFile(const std::string& path, const SourceFile& file) {
+    void TakeFile(const std::string& path, MediaHeader header, TaskProgress& progress) {
+        const SourceFile file = m_Sources.Take(path, std::move(header));
+        bool isCopiedLater = false;
+        if (file.header.dataSet != nullptr) {
+            isCopiedLater = AddFile(path, file);
+        } else {
+            (file.header.IsFault() ? m_Report.faults : m_Report.notMeant)
+                .push_back({path, file.header.why, file.header.isDirectory});
+        }
+        if (!isCopiedLater) progress.Step();
+    }
+
+    void StepCopied(TaskProgress& progress) {
+        for (std::size_t done = m_Copies.TakeDone(); done > 0; --done) progress.Step();
+    }
+
+    enum class Copying { Linked, AtOnce, Later };
+
+    // The builder does not try links again where one has failed, unless it is told anew.
+    void UseCopying(Copying copying) {
+        if (copying == m_Copying) return;
+        m_Copying = copying;
+        m_Builder.SetHardLinks(copying == Copying::Linked);
+        if (copying == Copying::Later) m_Builder.LeaveCopies();
+    }
+
+    // Whether the builder writes a file that it decodes, in place of a copy.
+    bool IsTranscoded(const DICOMObject& dataSet) const {
+        const std::string syntax = TextOf(dataSet, tags::TransferSyntaxUID);
+        return m_Options.transcode && !m_Profile.IsNamed() && syntax != kExplicitLittleEndianUid &&
+               syntax != kImplicitLittleEndianUid;
+    }
+
+    /// Whether the file waits to be copied.
+    bool AddFile(const std::string& path, const SourceFile& file) {
         const auto [known, isNew] = m_Known.try_emplace(TextOf(*file.header.dataSet, tags::SOPInstanceUID), path);
         if (!isNew) {
             const bool isCopy = HaveSameBytes(file.path, known->second, m_Watch);
             const std::string relation = isCopy ? "the same as " : "another content, the same SOP Instance UID as ";
             (isCopy ? m_Report.copies : m_Report.faults).push_back({path, relation + known->second});
-            return;
+            return false;
         }
         errno = 0;
         try {
-            UseLinks(m_Options.link || file.isOwn);
-            m_Builder.AddIOD(file.path, *file.header.dataSet, m_Options.transcode && !m_Profile.IsNamed());
+            UseCopying(m_Options.link || file.isOwn ? Copying::Linked : Copying::Later);
+            const std::string place =
+                m_Builder.AddIOD(file.path, *file.header.dataSet, m_Options.transcode && !m_Profile.IsNamed());
             ++m_nAdded;
             CompareNames(path, *file.header.dataSet);
             if (!file.rewritten.empty()) m_Report.rewritten.push_back({path, file.rewritten});
+            if (m_Copying != Copying::Later || IsTranscoded(*file.header.dataSet)) return false;
+            m_Copies.Add(file.path, m_Root + "\\" + place);
+            return true;
         } catch (const std::string& message) {
             const int error = errno;
             m_Watch.StopIfAsked();
-            if (!IsAboutOneFile(message)) throw Error(ErrorKind::Disk, Explain(message, error)).InFile(path);
+            if (!IsAboutOneFile(message)) throw Error(ErrorKind::Disk, WithReason(message, error)).InFile(path);
             const std::string& reason = m_Builder.GetReason();
             const bool hasReason = message.starts_with("Error decoding") && !reason.empty();
             m_Report.faults.push_back({path, message + (hasReason ? ": " + reason : "")});
             m_Known.erase(known);
+            return false;
         }
     }
 
@@ -257,22 +321,22 @@ private:
         } catch (const std::string& message) {
             const int error = errno;
             m_Watch.StopIfAsked();
-            throw Error(ErrorKind::Disk, Explain(message, error)).InFile(path);
+            throw Error(ErrorKind::Disk, WithReason(message, error)).InFile(path);
         }
     }
 
-    static std::string Explain(const std::string& message, int error) {
-        const std::string reason = SystemText(error);
-        return error != 0 && !message.ends_with(reason) ? message + ": " + reason : message;
-    }
+    static constexpr std::size_t kAhead = 32;  // headers
+    static constexpr std::size_t kMostWaiting =
+        32;  // copies: more than are added before threads that wait for room are woken
 
     const std::string m_Root;
     const MediumOptions& m_Options;
     Watch m_Watch;
     MediumProfile m_Profile;
     SourceFiles m_Sources;
-    bool m_bLinks;
+    MediumCopies m_Copies;
     Builder m_Builder;
+    std::optional<Copying> m_Copying{};
     std::optional<DirectoryTree> m_Earlier;
     std::unordered_map<std::string, std::string> m_Known;  // SOP Instance UID, and the file that has it
     std::unordered_map<std::string, std::string> m_Names;  // by Patient ID

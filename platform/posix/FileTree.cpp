@@ -34,15 +34,17 @@ bool RemoveFolder(const char* path) {
     return rmdir(NativePath(path).c_str()) == 0;
 }
 
+void GiveRights(const char* source, const char* destination) {
+    struct stat status;
+    if (stat(NativePath(source).c_str(), &status) == 0) chmod(NativePath(destination).c_str(), status.st_mode & 0777);
+}
+
 bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop) {
     InputFile input;
     ReplacingFile output;
     input.SetStopQuestion(stop);
     if (!input.Open(source) || !output.Open(destination)) return false;
-    // The copy gets the access rights of its source.
-    struct stat status;
-    const std::string made = NativePath(output.GetUnfinished().c_str());
-    if (stat(NativePath(source).c_str(), &status) == 0) chmod(made.c_str(), status.st_mode & 0777);
+    GiveRights(source, output.GetUnfinished().c_str());
     return output.WriteAll(input) && output.Commit();
 }
 

@@ -55,6 +55,8 @@ bool RemoveFolder(const char* path) {
     return _wrmdir(Wide(path).c_str()) == 0;
 }
 
+void GiveRights(const char*, const char*) {}
+
 bool DuplicateFile(const char* source, const char* destination, const StopQuestion& stop) {
     if (!stop) return CopyFileW(Wide(source).c_str(), Wide(destination).c_str(), FALSE) != 0 || FailWithSystemError();
     // Copied piece by piece here: CopyFileEx may not call back between the pieces of a fast copy, so that a stop would

@@ -184,6 +184,38 @@ def broken_off():
     assert not (WORK / "stopped").exists()
 
 
+def side_by_side():
+    """Threads copy: medium, report and what is said are those of one thread, and of several failures the first in the order of
+    names is told."""
+    folder, first = sources()
+    korvane("phantom", folder, "--size", 16, "--slices", 150)
+    (folder / "0 notes").write_text("no DICOM")
+    (folder / "1 same").write_bytes(first.read_bytes())
+    (folder / "2 cut").write_bytes(first.read_bytes()[:-2])
+    korvane("convert", written("plain", first, SOPInstanceUID="9.4"), folder / "3 rle", "--syntax", "rle")
+    found = []
+    for jobs in (1, 2, 8):
+        root = WORK / f"medium{jobs}"
+        out, err = korvane("media", root, folder, "--transcode", "--json", "--jobs", jobs, status=1)
+        korvane("media", "--verify", root)
+        records = [(str(record.get("ReferencedFileID")), record.get("ReferencedSOPInstanceUIDInFile"), record.DirectoryRecordType)
+                   for record in pydicom.dcmread(root / "DICOMDIR").DirectoryRecordSequence]
+        files = same_files(root)
+        del files["DICOMDIR"]
+        found.append((files, records, json.loads(out.replace(root.name, "medium")), err.replace(root.name, "medium")))
+    assert len(found[0][0]) == 163 and found[0] == found[1] == found[2]
+    if WINDOWS:
+        return
+    for name in ("CT5", "CT9"):
+        written(f"in/{name} large", first, SOPInstanceUID=f"9.{name[2:]}", PixelData=bytes(100000))
+    signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+    small_disk = functools.partial(resource.setrlimit, resource.RLIMIT_FSIZE, (50000, 50000))
+    for jobs in (1, 2, 8, 2, 8, 2, 8):
+        err = korvane("media", WORK / "full", folder, "--jobs", jobs, status=1, preexec_fn=small_disk, restore_signals=False)[1]
+        assert "CT5 large to" in err and "File too large" in err and len(err.splitlines()) == 1, err
+        assert not (WORK / "full").exists()
+
+
 def same_files(folder):
     return {path.relative_to(folder).as_posix(): path.read_bytes() for path in folder.rglob("*") if path.is_file()}
 
@@ -341,4 +373,4 @@ def samples():
         korvane("media", "--verify", SAMPLES / "dicomdir")
 
 
-host_test.run(whole, left_out, transcoded, linked, broken_off, appended_and_removed, removal_stays_inside, profiles, invented, overlapping, built_at_once, samples)
+host_test.run(whole, left_out, transcoded, linked, broken_off, side_by_side, appended_and_removed, removal_stays_inside, profiles, invented, overlapping, built_at_once, samples)
