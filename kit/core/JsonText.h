@@ -3,6 +3,7 @@
 
 #include "TextEncoding.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -11,6 +12,7 @@ namespace korvane {
 
 /// The text with every byte that is not valid UTF-8 written as \xNN: texts from files and peers may hold any bytes.
 inline std::string JsonText(const std::string& text) {
+    if (std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; })) return text;
     return TextDecoder("ISO_IR 192").ToUtf8(text);
 }
 

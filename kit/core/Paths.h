@@ -19,9 +19,10 @@ std::string TextFromPath(const std::filesystem::path& path);
 /// The path of a folder without slashes and backslashes at its end, but for the root.
 std::string WithoutEndSlash(std::string folder);
 
-/// Appends the regular files in a folder and below it, and a line for each folder that cannot be read.
+/// Appends the regular files in a folder and below it, and a line for each folder that cannot be read. Links to folders
+/// are not followed. `jobs`: threads, see `CountJobs`.
 void ListFolder(const std::filesystem::path& folder, std::vector<std::string>& files,
-                std::vector<std::string>& unreadable, const Watch& watch = {});
+                std::vector<std::string>& unreadable, const Watch& watch = {}, unsigned jobs = 1);
 
 /// Creates a directory and those above it. Throws `Error`.
 void MakeDirectory(const std::string& directory);

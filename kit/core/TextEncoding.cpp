@@ -282,6 +282,11 @@ TextDecoder::State TextDecoder::Begin() const {
 
 // The number of bytes that are no characters.
 std::size_t TextDecoder::Decode(std::string_view bytes, TextForm form, Undecoded undecoded, std::string& out) const {
+    const bool isPlain = std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~'; });
+    if (isPlain && (m_bBeginsAscii || m_Sets.front()->kind == Kind::Utf8)) {
+        out += bytes;
+        return 0;
+    }
     out.reserve(out.size() + bytes.size());
     std::size_t faults = 0;
     if (!m_bBeginsAscii && m_Sets.front()->kind == Kind::Utf8) {

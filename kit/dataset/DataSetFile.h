@@ -19,7 +19,7 @@ class LeftValues;
 
 /// A file as messages call it, and where its bytes lie: elsewhere for what came out of an archive or a stream.
 struct NamedFile {
-    NamedFile(const std::string& path) : name(path), place(path) {}
+    NamedFile(std::string path) : name(path), place(std::move(path)) {}
     NamedFile(const char* path) : name(path), place(path) {}
     NamedFile(std::string called, std::string path) : name(std::move(called)), place(std::move(path)) {}
 

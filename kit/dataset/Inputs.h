@@ -29,7 +29,9 @@ struct Inputs {
 
 /// Folders are searched with all below them; a DICOMDIR leads to the files that it references; of zip and tar archives the
 /// data sets are unpacked, as is what comes from a stream. Files in folders are taken as they are. Throws `Error`:
-/// `NotFound` when a path does not exist, `Unsupported` for an archive where this build reads none.
-Inputs FindInputs(const std::vector<std::string>& paths, const InputOptions& options, const Watch& watch);
+/// `NotFound` when a path does not exist, `Unsupported` for an archive where this build reads none. `jobs`: threads, see
+/// `CountJobs`, for folders.
+Inputs FindInputs(const std::vector<std::string>& paths, const InputOptions& options, unsigned jobs,
+                  const Watch& watch);
 
 }  // namespace korvane

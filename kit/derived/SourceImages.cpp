@@ -173,7 +173,7 @@ const std::string& SourceImages::GetSopClass() const {
 }
 
 const std::string& SourceImages::GetUnit() const {
-    return m_Series.GetFiles().PlaceOf(m_Series.GetFound().slices.front()).unit;
+    return m_Series.GetFiles().PlaneOf(m_Series.GetFound().slices.front()).unit;
 }
 
 std::optional<std::size_t> SourceImages::FindAt(const Volume::Vector& position,
@@ -229,7 +229,7 @@ void SourceImages::PutReferences(DataSet& dataSet, std::optional<std::size_t> im
 
 void SourceImages::PutInstance(DataSet& dataSet, const Image& image, const std::string& item) const {
     const ImageHeader& header = m_Series.GetFiles().files[image.file];
-    dataSet.SetUnchecked(item + "ReferencedSOPClassUID", header.sopClass);
+    dataSet.SetUnchecked(item + "ReferencedSOPClassUID", header.common->sopClass);
     dataSet.SetUnchecked(item + "ReferencedSOPInstanceUID", header.sopInstance);
 }
 

@@ -52,7 +52,7 @@ public:
 
     BidsPlace Classify() {
         const ImageHeader& first = m_Series.GetFiles().FirstFile(m_Series.GetFound());
-        if (first.modality != "MR") return Unclear("no MR images");
+        if (first.common->modality != "MR") return Unclear("no MR images");
         if (Has({"localizer", "localiser", "scout", "survey", "aahscout"})) return Unclear("a localizer");
         if (KindOf(m_Series) >= kFirstDerived) return Unclear("derived images");
         if (IsWeighted()) return ClassifyDiffusion();
@@ -70,7 +70,7 @@ private:
         return std::any_of(words.begin(), words.end(), [this](const char* word) { return m_Set.contains(word); });
     }
 
-    static const FrameKeys& FirstKeys(const Series& series) {
+    static FrameKeys FirstKeys(const Series& series) {
         return series.GetFiles().KeysOf(series.GetFound().slices.front());
     }
     static double KindOf(const Series& series) {

@@ -50,7 +50,7 @@ std::vector<ExportReport::LeftOut> FindLeftOut(const SeriesVolume& series, const
     for (const FoundSeries& other : found.series) {
         if (&other == &series.GetSeries()) continue;
         for (const SliceRef& slice : other.slices) {
-            add(found.NameOf(slice), "of another series, UID " + found.FirstFile(other).seriesUid);
+            add(found.NameOf(slice), "of another series, UID " + found.FirstFile(other).common->seriesUid);
         }
     }
     return list;
@@ -159,9 +159,9 @@ void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPla
     report.hasSeries = true;
     report.found = plan.found;
     report.done = plan.done;
-    report.uid = header.seriesUid;
-    report.modality = header.modality;
-    report.description = header.description;
+    report.uid = header.common->seriesUid;
+    report.modality = header.common->modality;
+    report.description = header.common->description;
     for (const Finding& finding : series.GetSeries().findings) report.warnings.push_back(finding.text);
     report.findings = series.GetSeries().findings;
     report.findings.insert(report.findings.end(), plan.errors.begin(), plan.errors.end());

@@ -86,7 +86,7 @@ public:
     }
 
 private:
-    const FrameKeys& KeysOf(const SliceRef& slice) const { return m_Series.GetFound().KeysOf(slice); }
+    FrameKeys KeysOf(const SliceRef& slice) const { return m_Series.GetFound().KeysOf(slice); }
 
     std::shared_ptr<const DICOMDataObject> ReadHeader(const SliceRef& slice) const {
         DataSetFile file =
@@ -120,7 +120,7 @@ private:
     }
 
     std::vector<double> ReadTimes() const {
-        if (m_Planes.empty() || m_Series.GetHeader().modality != "MR") return {};
+        if (m_Planes.empty() || m_Series.GetHeader().common->modality != "MR") return {};
         std::vector<double> times;
         const ImageHeader& header = m_Series.GetHeader();
         if (header.IsTiled()) {

@@ -14,11 +14,16 @@ namespace korvane {
 
 ImageFile::ImageFile(const NamedFile& from, const Watch& watch) : m_File(ReadDataSetFile(from, kParseAll, watch)) {
     if (m_File.dataSet == nullptr) throw Error(ErrorKind::NotDicom, from.name + ": not a DICOM file").InFile(from.name);
-    m_Header = ReadImageHeader(from, m_File);
+    TakeHeader(from);
     if (m_Header.form.kind == PixelForm::Kind::None) Fail(ErrorKind::Unsupported, "no pixel data");
     if (m_File.encapsulated) Decode(watch);
     CheckForm();
     FindPixels();
+}
+
+void ImageFile::TakeHeader(const NamedFile& from) {
+    m_Header = ReadImageHeader(from.place, m_File);
+    m_Header.SetFile(from);
 }
 
 void ImageFile::Fail(ErrorKind kind, const std::string& why) const {
@@ -32,16 +37,16 @@ void ImageFile::Decode(const Watch& watch) {
     const bool decoded = m_File.complete && codecs.Decode(m_File.dataSet.get()) != 0;
     watch.StopIfAsked();
     if (!decoded) {
-        Fail(ErrorKind::Damaged,
-             m_File.complete ? "cannot decode " + DescribeSyntax(m_Header.transferSyntax) + ": " + codecs.GetError()
-                             : "the data ends early or is damaged");
+        Fail(ErrorKind::Damaged, m_File.complete ? "cannot decode " + DescribeSyntax(m_Header.common->transferSyntax) +
+                                                       ": " + codecs.GetError()
+                                                 : "the data ends early or is damaged");
     }
     if (codecs.WasLossy()) {
         watch.Tell({.kind = FindingKind::Lossy,
                     .files = {GetPath()},
                     .text = GetPath() + ": the pixels were compressed with loss"});
     }
-    m_Header = ReadImageHeader(m_Header.GetFile(), m_File);  // codecs may have changed what it says of the pixels
+    TakeHeader(m_Header.GetFile());  // codecs may have changed what it says of the pixels
 }
 
 void ImageFile::CheckForm() const {

@@ -36,6 +36,7 @@ public:
     std::size_t CountBitsAbove(int frame) const;
 
 private:
+    void TakeHeader(const NamedFile& from);
     void Decode(const Watch& watch);
     void CheckForm() const;
     void FindPixels();

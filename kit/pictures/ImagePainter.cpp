@@ -168,9 +168,10 @@ void ImagePainter::ForRows(Take take) const {
     }
 }
 
-const FramePlace& ImagePainter::GetPlace() const {
-    const std::vector<FramePlace>& places = m_File.GetHeader().places;
-    return places[static_cast<std::size_t>(m_Frame) < places.size() ? static_cast<std::size_t>(m_Frame) : 0];
+FramePlace ImagePainter::GetPlace() const {
+    const FramePlaces& places = m_File.GetHeader().places;
+    const auto frame = static_cast<std::size_t>(m_Frame);
+    return places.Get(frame < places.GetCount() ? frame : 0);
 }
 
 std::optional<std::array<double, 2>> ImagePainter::GetSpacing() const {

@@ -46,7 +46,7 @@ private:
     GreyScale FindScale();
     std::array<double, 2> GetAspect() const;
     void Annotate(Picture& picture, SliceReport& report) const;
-    const FramePlace& GetPlace() const;
+    FramePlace GetPlace() const;
     void CheckGrey() const;
     template <class Take>
     void ForRows(Take take) const;

@@ -483,7 +483,7 @@ std::pair<std::string, std::string> SliceJob::FindEdges(const Cut& cut) const {
     if (m_Series.GetPlace().hasOrientation) {
         return {LabelOf(cut.DirectionToDicom(cut.GetRow()), 1), LabelOf(cut.DirectionToDicom(cut.GetColumn()), 1)};
     }
-    const std::string& stated = m_Series.GetHeader().patientOrientation;
+    const std::string& stated = m_Series.GetHeader().common->patientOrientation;
     const std::size_t middle = stated.find('\\');
     const bool isPlain = stated.find_first_not_of("LRAPHF\\") == stated.npos && stated.size() <= 7;
     if (m_Options.view != View::Axial || middle == stated.npos || !isPlain) return {};

@@ -7,6 +7,7 @@
 #include "ImageHeader.h"
 #include "SeriesGeometry.h"
 
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -58,10 +59,13 @@ struct FoundFiles {
     const ImageHeader& FirstFile(const FoundSeries& of) const { return files[of.slices.front().file]; }
     /// Whether the slices are times of one plane, of which nothing tells where it lies.
     bool AreTimesAlone(const FoundSeries& of) const;
-    const FramePlace& PlaceOf(const SliceRef& slice) const;
+    FramePlace PlaceOf(const SliceRef& slice) const;
+    /// The same but for its position, which is that of no slice: without a copy.
+    const FramePlace& PlaneOf(const SliceRef& slice) const;
+    const std::array<double, 3>& PositionOf(const SliceRef& slice) const;
     /// The first of them whose pixels have a known size, else the first: what is used where slices differ.
-    const FramePlace& SizedPlaceOf(const std::vector<SliceRef>& slices) const;
-    const FrameKeys& KeysOf(const SliceRef& slice) const;
+    FramePlace SizedPlaceOf(const std::vector<SliceRef>& slices) const;
+    FrameKeys KeysOf(const SliceRef& slice) const;
     /// The file, and the frame of it.
     std::string NameOf(const SliceRef& slice) const;
 };

@@ -299,8 +299,8 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
             if (const VR* const element = FindElement(*window, tag); element != nullptr) PushShared(*frame, *element);
         }
     }
-    if (header.framesPlaced && header.places.front().hasPosition && !HasFrameGroups(source)) {
-        const auto& position = header.places[static_cast<std::size_t>(number)].position;
+    if (header.framesPlaced && header.places.GetPlane(0).hasPosition && !HasFrameGroups(source)) {
+        const auto& position = header.places.GetPosition(static_cast<std::size_t>(number));
         PutReals(*frame, tags::ImagePositionPatient, position.data(), position.size());
     }
     PutText(*frame, tags::InstanceNumber, std::to_string(number + 1));
@@ -320,7 +320,7 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
 
 /// Milliseconds from the first frame; numbers of frames where nothing tells how long each takes.
 std::vector<FrameKeys> TimesOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header, const FrameKeys& own) {
-    std::vector<FrameKeys> keys(header.places.size(), own);
+    std::vector<FrameKeys> keys(header.places.GetCount(), own);
     std::vector<double> steps(keys.size(), 1);
     double step = 0;
     const VR* const vector = FindElement(dataSet, tags::FrameTimeVector);
@@ -388,15 +388,15 @@ bool AreTimes(const DICOMDataObject& dataSet, const ImageHeader& header) {
 }
 
 bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) {
-    return header.frames > 1 && header.places.size() == 1 && header.HoldsFrames() &&
+    return header.frames > 1 && header.places.GetCount() == 1 && header.HoldsFrames() &&
            FindElement(dataSet, tags::GridFrameOffsetVector) != nullptr;
 }
 
 std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
     const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
-    const bool each = groups != nullptr && groups->GetItemCount() == header.places.size();
+    const bool each = groups != nullptr && groups->GetItemCount() == header.places.GetCount();
     const auto nuclear = NuclearFrames::Read(dataSet, header);
-    if (nuclear && header.places.size() > 1) return nuclear->KeysOf(Frame(dataSet, 0).Keys());
+    if (nuclear && header.places.GetCount() > 1) return nuclear->KeysOf(Frame(dataSet, 0).Keys());
     if (header.framesAreTimes) return TimesOfFrames(dataSet, header, Frame(dataSet, 0).Keys());
     std::vector<FrameKeys> keys;
     for (std::uint32_t i = 0; i < (each ? groups->GetItemCount() : 1); ++i) keys.push_back(Frame(dataSet, i).Keys());

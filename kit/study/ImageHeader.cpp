@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <limits>
 #include <system_error>
+#include <utility>
 
 namespace korvane {
 
@@ -23,23 +24,27 @@ PixelForm::Kind KindOfPixels(const DataSetFile& file) {
     return PixelForm::Kind::None;
 }
 
-void ReadNames(const DICOMDataObject& dataSet, ImageHeader& header) {
-    header.modality = FindText(dataSet, tags::Modality);
-    header.sopClass = FindText(dataSet, tags::SOPClassUID);
-    header.sopInstance = FindText(dataSet, tags::SOPInstanceUID);
-    header.seriesUid = FindText(dataSet, tags::SeriesInstanceUID);
-    header.seriesNumber = FindInteger(dataSet, tags::SeriesNumber, 0);
-    header.instance = FindInteger(dataSet, tags::InstanceNumber, 0);
-    header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
+std::shared_ptr<const CommonHeader> ReadCommon(const DICOMDataObject& dataSet, const std::string& transferSyntax) {
+    const auto common = std::make_shared<CommonHeader>();
     const TextDecoder decoder(FindText(dataSet, tags::SpecificCharacterSet));
     const auto text = [&](Tag tag) { return decoder.ToUtf8(FindText(dataSet, tag)); };
-    header.corrected = FindText(dataSet, tags::CorrectedImage);
-    header.decayCorrection = FindText(dataSet, tags::DecayCorrection);
-    header.description = text(tags::SeriesDescription);
-    header.protocol = text(tags::ProtocolName);
-    header.study = std::make_shared<const StudyTexts>(
-        StudyTexts{text(tags::PatientName), text(tags::PatientID), FindText(dataSet, tags::StudyInstanceUID),
-                   FindText(dataSet, tags::StudyDate), text(tags::StudyDescription)});
+    common->transferSyntax = transferSyntax;
+    common->modality = FindText(dataSet, tags::Modality);
+    common->sopClass = FindText(dataSet, tags::SOPClassUID);
+    common->seriesUid = FindText(dataSet, tags::SeriesInstanceUID);
+    common->seriesNumber = FindInteger(dataSet, tags::SeriesNumber, 0);
+    common->description = text(tags::SeriesDescription);
+    common->protocol = text(tags::ProtocolName);
+    common->patientName = text(tags::PatientName);
+    common->patientId = text(tags::PatientID);
+    common->studyUid = FindText(dataSet, tags::StudyInstanceUID);
+    common->studyDate = FindText(dataSet, tags::StudyDate);
+    common->studyDescription = text(tags::StudyDescription);
+    common->calibration = FindText(dataSet, tags::PixelSpacingCalibrationType);
+    common->corrected = FindText(dataSet, tags::CorrectedImage);
+    common->decayCorrection = FindText(dataSet, tags::DecayCorrection);
+    common->patientOrientation = FindText(dataSet, tags::PatientOrientation);
+    return common;
 }
 
 }  // namespace
@@ -67,6 +72,11 @@ bool ImageHeader::HoldsFrames() const {
     return present >= static_cast<std::uint64_t>(frames);
 }
 
+void ImageHeader::SetFile(NamedFile file) {
+    unpacked = file.place != file.name ? std::move(file.place) : std::string();
+    path = std::move(file.name);
+}
+
 PixelForm ReadPixelForm(const DataSetFile& file) {
     const DICOMDataObject& dataSet = *file.dataSet;
     PixelForm form;
@@ -83,21 +93,21 @@ PixelForm ReadPixelForm(const DataSetFile& file) {
     return form;
 }
 
-ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file) {
+ImageHeader ReadImageHeader(const std::string& place, const DataSetFile& file) {
     const DICOMDataObject& dataSet = *file.dataSet;
     ImageHeader header;
-    header.path = from.name;
-    if (from.place != from.name) header.unpacked = from.place;
-    header.transferSyntax = file.transferSyntax;
     header.encapsulated = file.encapsulated;
     header.pixelsPresent = file.pixelsPresent;
     if (file.encapsulated) {
         std::error_code error;
-        const std::uintmax_t size = std::filesystem::file_size(PathFromText(from.place), error);
+        const std::uintmax_t size = std::filesystem::file_size(PathFromText(place), error);
         if (!error) header.encapsulatedRoom = size;
     }
     header.truncated = !file.complete || file.pixelsPresent < file.pixelLength;
-    ReadNames(dataSet, header);
+    header.common = ReadCommon(dataSet, file.transferSyntax);
+    header.sopInstance = FindText(dataSet, tags::SOPInstanceUID);
+    header.instance = FindInteger(dataSet, tags::InstanceNumber, 0);
+    header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
     header.form = ReadPixelForm(file);
     for (const Tag tag : {tags::FloatPixelData, tags::DoubleFloatPixelData}) {
         const VR* const pixels = FindElement(dataSet, tag);
@@ -107,13 +117,11 @@ ImageHeader ReadImageHeader(const NamedFile& from, const DataSetFile& file) {
     FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
     header.frames = std::max(FindInteger(dataSet, tags::NumberOfFrames, 1), 1);
     FindReals(dataSet, tags::ImagerPixelSpacing, header.detectorSpacing.data(), 2);
-    header.patientOrientation = FindText(dataSet, tags::PatientOrientation);
-    header.calibration = FindText(dataSet, tags::PixelSpacingCalibrationType);
-    header.places = ReadFramePlaces(dataSet, header);
-    header.framesAreTimes = header.places.size() > 1 && AreTimes(dataSet, header);
+    header.places = FramePlaces(ReadFramePlaces(dataSet, header));
+    header.framesAreTimes = header.places.GetCount() > 1 && AreTimes(dataSet, header);
     header.offsetsWrong = HasWrongOffsets(dataSet, header);
-    header.keys = ReadKeysOfFrames(dataSet, header);
-    header.framesPlaced = header.places.size() == static_cast<std::size_t>(header.frames) &&
+    header.keys = FrameKeyList(ReadKeysOfFrames(dataSet, header));
+    header.framesPlaced = header.places.GetCount() == static_cast<std::size_t>(header.frames) &&
                           (header.frames > 1 || HasFrameGroups(dataSet));
     TakeTiles(dataSet, header);
     return header;

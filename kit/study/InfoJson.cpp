@@ -5,10 +5,13 @@
 #include "FoundFiles.h"
 #include "SeriesText.h"
 
+#include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace korvane {
 
@@ -65,9 +68,23 @@ void AddValues(const FoundFiles& found, const FoundSeries& series, Json& json) {
     Json values;
     const std::string& unit = found.PlaceOf(series.slices.front()).unit;
     if (!unit.empty()) values["unit"] = JsonText(unit);
-    if (!header.corrected.empty()) values["corrected"] = JsonText(header.corrected);
-    if (!header.decayCorrection.empty()) values["decayCorrection"] = JsonText(header.decayCorrection);
+    if (!header.common->corrected.empty()) values["corrected"] = JsonText(header.common->corrected);
+    if (!header.common->decayCorrection.empty()) values["decayCorrection"] = JsonText(header.common->decayCorrection);
     if (!values.is_null()) json["values"] = std::move(values);
+}
+
+/// By their paths, none twice.
+Json FilesOf(const FoundFiles& found, const FoundSeries& series) {
+    std::vector<const std::string*> paths;
+    paths.reserve(series.slices.size());
+    for (const SliceRef& slice : series.slices) paths.push_back(&found.files[slice.file].path);
+    std::sort(paths.begin(), paths.end(), [](const auto* a, const auto* b) { return *a < *b; });
+    paths.erase(std::unique(paths.begin(), paths.end(), [](const auto* a, const auto* b) { return *a == *b; }),
+                paths.end());
+    Json::array_t files;
+    files.reserve(paths.size());
+    for (const std::string* const path : paths) files.emplace_back(JsonText(*path));
+    return files;
 }
 
 Json OneSeries(const Series& of) {
@@ -77,9 +94,9 @@ Json OneSeries(const Series& of) {
     const ImageHeader& first = found.FirstFile(series);
     Json json;
     json["number"] = index + 1;
-    json["uid"] = JsonText(first.seriesUid);
-    json["modality"] = JsonText(first.modality);
-    json["description"] = JsonText(first.description);
+    json["uid"] = JsonText(first.common->seriesUid);
+    json["modality"] = JsonText(first.common->modality);
+    json["description"] = JsonText(first.common->description);
     json["seriesNumber"] = of.GetNumber();
     json["protocol"] = JsonText(of.GetProtocol());
     json["patient"] = Json{{"name", JsonText(of.GetPatientName())}, {"id", JsonText(of.GetPatientId())}};
@@ -87,7 +104,7 @@ Json OneSeries(const Series& of) {
                          {"date", JsonText(of.GetStudyDate())},
                          {"description", JsonText(of.GetStudyDescription())}};
     if (!of.GetEchoNumbers().empty()) json["echoNumbers"] = of.GetEchoNumbers();
-    json["sopClass"] = JsonText(first.sopClass);
+    json["sopClass"] = JsonText(first.common->sopClass);
     json["slices"] = CountImages(found, series);
     if (first.form.kind != PixelForm::Kind::None) {
         json["columns"] = first.form.columns;
@@ -97,10 +114,10 @@ Json OneSeries(const Series& of) {
         AddGeometry(found, series, json);
     }
     std::set<std::string> syntaxes;
-    std::set<std::string> files;
+    const CommonHeader* last = nullptr;  // most files share it
     for (const SliceRef& slice : series.slices) {
-        syntaxes.insert(found.files[slice.file].transferSyntax);
-        files.insert(found.files[slice.file].path);
+        const CommonHeader* const common = found.files[slice.file].common.get();
+        if (std::exchange(last, common) != common) syntaxes.insert(common->transferSyntax);
     }
     json["transferSyntaxes"] = JsonTexts(syntaxes);
     Json warnings = Json::array();
@@ -111,7 +128,7 @@ Json OneSeries(const Series& of) {
     }
     json["warnings"] = std::move(warnings);
     json["findings"] = std::move(findings);
-    json["files"] = JsonTexts(files);
+    json["files"] = FilesOf(found, series);
     return json;
 }
 

@@ -41,7 +41,7 @@ bool IsNamed(const DICOMDataObject& dataSet, Tag wanted) {
 }  // namespace
 
 std::optional<NuclearFrames> NuclearFrames::Read(const DICOMDataObject& dataSet, const ImageHeader& header) {
-    if (header.modality != "NM" || header.frames < 2 || !header.HoldsFrames()) return std::nullopt;
+    if (header.common->modality != "NM" || header.frames < 2 || !header.HoldsFrames()) return std::nullopt;
     const auto count = static_cast<std::uint32_t>(header.frames);
     NuclearFrames frames;
     bool isTold = false;

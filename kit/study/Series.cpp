@@ -30,19 +30,19 @@ const FoundSeries& Series::GetFound() const {
 }
 
 const std::string& Series::GetUid() const {
-    return FirstOf(*this).seriesUid;
+    return FirstOf(*this).common->seriesUid;
 }
 int Series::GetNumber() const {
-    return FirstOf(*this).seriesNumber;
+    return FirstOf(*this).common->seriesNumber;
 }
 const std::string& Series::GetModality() const {
-    return FirstOf(*this).modality;
+    return FirstOf(*this).common->modality;
 }
 const std::string& Series::GetDescription() const {
-    return FirstOf(*this).description;
+    return FirstOf(*this).common->description;
 }
 const std::string& Series::GetProtocol() const {
-    return FirstOf(*this).protocol;
+    return FirstOf(*this).common->protocol;
 }
 
 std::vector<int> Series::GetEchoNumbers() const {
@@ -56,22 +56,22 @@ std::vector<int> Series::GetEchoNumbers() const {
 }
 
 const std::string& Series::GetSopClass() const {
-    return FirstOf(*this).sopClass;
+    return FirstOf(*this).common->sopClass;
 }
 const std::string& Series::GetPatientName() const {
-    return FirstOf(*this).study->patientName;
+    return FirstOf(*this).common->patientName;
 }
 const std::string& Series::GetPatientId() const {
-    return FirstOf(*this).study->patientId;
+    return FirstOf(*this).common->patientId;
 }
 const std::string& Series::GetStudyUid() const {
-    return FirstOf(*this).study->uid;
+    return FirstOf(*this).common->studyUid;
 }
 const std::string& Series::GetStudyDate() const {
-    return FirstOf(*this).study->date;
+    return FirstOf(*this).common->studyDate;
 }
 const std::string& Series::GetStudyDescription() const {
-    return FirstOf(*this).study->description;
+    return FirstOf(*this).common->studyDescription;
 }
 
 bool Series::HasPixels() const {

@@ -5,15 +5,18 @@
 #include "../dataset/Inputs.h"
 #include "SeriesFindings.h"
 #include "SeriesLoader.h"
+#include "SharedHeaders.h"
 #include "VolumeSets.h"
 
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <tuple>
-#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 namespace korvane {
@@ -24,8 +27,9 @@ namespace {
 // more than these is compared with the last ones only.
 constexpr std::size_t kOrientationsCompared = 64;
 
-constexpr std::size_t kAtOnce = 16;     // headers that a thread reads in one go
-constexpr std::size_t kReadAhead = 16;  // of those
+// Headers that a thread reads in one go: waking the one that takes them costs, and so does waiting at the end for the last.
+constexpr std::size_t kMostAtOnce = 64;
+constexpr std::size_t kGroupsOfEach = 16;
 
 /// What one file gave: a header, or why there is none.
 struct ReadFile {
@@ -33,11 +37,14 @@ struct ReadFile {
     std::optional<Finding> failure;
 };
 
-ReadFile ReadHeader(const NamedFile& from, const Watch& watch) {
+ReadFile ReadHeader(NamedFile& from, SharedHeaders& shared, const Watch& watch) {
     ReadFile result;
     try {
         const DataSetFile file = ReadDataSetFile(from, kStopBeforePixelData, watch);
-        if (file.dataSet != nullptr) result.header = ReadImageHeader(from, file);
+        if (file.dataSet == nullptr) return result;
+        result.header = ReadImageHeader(from.place, file);
+        result.header->SetFile(std::move(from));
+        shared.Share(*result.header);
     } catch (const Error& error) {
         if (error.GetKind() == ErrorKind::Stopped) throw;
         watch.StopIfAsked();
@@ -46,44 +53,74 @@ ReadFile ReadHeader(const NamedFile& from, const Watch& watch) {
     return result;
 }
 
-/// Files of one study share its texts; they mostly come one behind the other.
-void ShareStudy(ImageHeader& header, const std::shared_ptr<const StudyTexts>& before) {
-    if (before != nullptr && *before == *header.study) header.study = before;
-}
+/// Reads headers of files on several threads, and takes them in the files' order.
+class HeaderReading {
+public:
+    /// Names are taken out of `files` as they are read.
+    HeaderReading(std::vector<NamedFile>& files, unsigned jobs, const Watch& watch, FoundFiles& found)
+        : m_Files(files), m_Found(found), m_Watch(watch), m_nJobs(jobs),
+          m_nAtOnce(std::clamp<std::size_t>(files.size() / (kGroupsOfEach * CountJobs(jobs)), 1, kMostAtOnce)),
+          m_nAhead(2 * std::size_t{CountJobs(jobs)}), m_Ring(m_nAhead * m_nAtOnce) {}
 
-void ReadHeaders(const std::vector<NamedFile>& files, unsigned jobs, const Watch& watch, FoundFiles& found) {
-    TaskProgress progress(watch, "reading headers", static_cast<std::int64_t>(files.size()));
-    std::vector<ReadFile> ring(kReadAhead * kAtOnce);
-    const auto endOf = [&](std::size_t group) { return std::min((group + 1) * kAtOnce, files.size()); };
-    const auto make = [&](std::size_t group) {
-        std::shared_ptr<const StudyTexts> study;
-        for (std::size_t i = group * kAtOnce; i < endOf(group); ++i) {
-            watch.StopIfAsked();
-            ReadFile& read = ring[i % ring.size()];
-            read = ReadHeader(files[i], watch);
-            if (!read.header) continue;
-            ShareStudy(*read.header, study);
-            study = read.header->study;
+    void Run() {
+        TaskProgress progress(m_Watch, "reading headers", static_cast<std::int64_t>(m_Files.size()));
+        m_Found.files.reserve(m_Files.size());
+        const std::size_t groups = (m_Files.size() + m_nAtOnce - 1) / m_nAtOnce;
+        const auto take = [&](std::size_t group) {
+            for (std::size_t i = group * m_nAtOnce; i < EndOf(group); ++i) {
+                TakeOne(i);
+                progress.Step();
+            }
+        };
+        ForEachInOrder(
+            m_nJobs, groups, m_nAhead, m_Watch, [&](std::size_t group) { Read(group); }, take);
+    }
+
+private:
+    std::size_t EndOf(std::size_t group) const { return std::min((group + 1) * m_nAtOnce, m_Files.size()); }
+
+    void Read(std::size_t group) {
+        std::unique_ptr<SharedHeaders> shared = BorrowShared();
+        for (std::size_t i = group * m_nAtOnce; i < EndOf(group); ++i) {
+            m_Watch.StopIfAsked();
+            m_Ring[i % m_Ring.size()] = ReadHeader(m_Files[i], *shared, m_Watch);
         }
-    };
-    const auto takeOne = [&](std::size_t i) {
-        ReadFile& read = ring[i % ring.size()];
+        const std::lock_guard lock(m_Mutex);
+        m_Shared.push_back(std::move(shared));
+    }
+
+    /// As many of them come to be as threads work.
+    std::unique_ptr<SharedHeaders> BorrowShared() {
+        const std::lock_guard lock(m_Mutex);
+        if (m_Shared.empty()) return std::make_unique<SharedHeaders>();
+        std::unique_ptr<SharedHeaders> shared = std::move(m_Shared.back());
+        m_Shared.pop_back();
+        return shared;
+    }
+
+    void TakeOne(std::size_t i) {
+        ReadFile& read = m_Ring[i % m_Ring.size()];
         if (read.header) {
-            if (!found.files.empty()) ShareStudy(*read.header, found.files.back().study);
-            found.files.push_back(std::move(*read.header));
+            m_Found.files.push_back(std::move(*read.header));
         } else if (read.failure) {
-            found.unreadable.push_back(std::move(*read.failure));
+            m_Found.unreadable.push_back(std::move(*read.failure));
         } else {
-            ++found.ignored;
-            found.leftOut.push_back({files[i].name, "not a DICOM file"});
+            ++m_Found.ignored;
+            m_Found.leftOut.push_back({std::move(m_Files[i].name), "not a DICOM file"});
         }
-        progress.Step();
-    };
-    const auto take = [&](std::size_t group) {
-        for (std::size_t i = group * kAtOnce; i < endOf(group); ++i) takeOne(i);
-    };
-    ForEachInOrder(jobs, (files.size() + kAtOnce - 1) / kAtOnce, kReadAhead, watch, make, take);
-}
+        const NamedFile done = std::move(m_Files[i]);  // its memory is given back
+    }
+
+    std::vector<NamedFile>& m_Files;
+    FoundFiles& m_Found;
+    Watch m_Watch;
+    unsigned m_nJobs;
+    std::size_t m_nAtOnce;
+    std::size_t m_nAhead;  // groups
+    std::vector<ReadFile> m_Ring;
+    std::mutex m_Mutex;
+    std::vector<std::unique_ptr<SharedHeaders>> m_Shared;
+};
 
 /// The pixel data of a file as it would be loaded; null where that cannot be had.
 std::unique_ptr<DICOMDataObject> ReadPixels(const ImageHeader& header, const Watch& watch) {
@@ -106,8 +143,8 @@ bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& wat
     if (a.form.kind != PixelForm::Kind::Integer || b.form.kind != PixelForm::Kind::Integer) return true;
     if (a.form.FrameBytes() != b.form.FrameBytes()) return false;
     // Lossy compression changes every value: that is the same image all the same.
-    if (a.transferSyntax != b.transferSyntax &&
-        (IsLossyTransferSyntax(a.transferSyntax) || IsLossyTransferSyntax(b.transferSyntax))) {
+    if (a.common->transferSyntax != b.common->transferSyntax &&
+        (IsLossyTransferSyntax(a.common->transferSyntax) || IsLossyTransferSyntax(b.common->transferSyntax))) {
         return true;
     }
     const auto first = ReadPixels(a, watch);
@@ -122,14 +159,14 @@ bool HaveSamePixels(const ImageHeader& a, const ImageHeader& b, const Watch& wat
 /// Files under other names that hold the same image. Of two the one that is whole and not compressed stays.
 class CopyFinder {
 public:
-    CopyFinder(FoundFiles& found, const Watch& watch) : m_Found(found), m_Watch(watch) {}
+    CopyFinder(FoundFiles& found, const Watch& watch)
+        : m_Found(found), m_Watch(watch), m_Seen(found.files.size(), ByUid{found.files}, ByUid{found.files}) {}
 
     void DropCopies() {
         std::vector<ImageHeader>& files = m_Found.files;
         for (std::size_t i = 0; i < files.size(); ++i) {
-            if (IsCopy(files[i])) continue;
             if (i != m_nKept) files[m_nKept] = std::move(files[i]);
-            ++m_nKept;
+            if (!IsCopy(m_nKept)) ++m_nKept;
         }
         files.erase(files.begin() + static_cast<std::ptrdiff_t>(m_nKept), files.end());
     }
@@ -138,19 +175,19 @@ private:
     using Identity = std::tuple<std::string, std::string, int, int, std::array<double, 3>>;
 
     static Identity IdentityOf(const ImageHeader& header) {
-        return {header.sopInstance, header.seriesUid, header.instance, header.frames, header.places.front().position};
+        return {header.sopInstance, header.common->seriesUid, header.instance, header.frames,
+                header.places.GetPosition(0)};
     }
 
     static int DamageOf(const ImageHeader& header) { return header.truncated ? 2 : (header.encapsulated ? 1 : 0); }
 
-    /// What is no copy goes to place `m_nKept`. Nearly all files are the only ones with their UID.
-    bool IsCopy(ImageHeader& header) {
+    /// Nearly all files are the only ones with their UID.
+    bool IsCopy(std::size_t place) {
+        ImageHeader& header = m_Found.files[place];
         if (header.sopInstance.empty()) return false;
-        const auto [seen, isNew] = m_Seen.try_emplace(header.sopInstance, m_nKept);
+        const auto [first, isNew] = m_Seen.insert(place);
         if (isNew) return false;
-        if (const std::size_t first = std::exchange(seen->second, kListed); first != kListed) {
-            List(m_Found.files[first], first);
-        }
+        if (m_Listed.insert(*first).second) List(m_Found.files[*first], *first);
         const auto same = m_Known.find(IdentityOf(header));
         if (same != m_Known.end()) {
             for (const std::size_t other : same->second) {
@@ -160,12 +197,12 @@ private:
                 }
             }
         }
-        List(header, m_nKept);
+        List(header, place);
         return false;
     }
 
     void List(ImageHeader& header, std::size_t place) {
-        const auto [other, isNew] = m_First.try_emplace({header.seriesUid, header.sopInstance}, place);
+        const auto [other, isNew] = m_First.try_emplace({header.common->seriesUid, header.sopInstance}, place);
         if (!isNew) m_Found.files[other->second].sharesUid = header.sharesUid = true;
         m_Known[IdentityOf(header)].push_back(place);
     }
@@ -176,12 +213,20 @@ private:
         m_Found.leftOut.push_back({header.path, "the same image as " + present.path});
     }
 
-    static constexpr std::size_t kListed = std::numeric_limits<std::size_t>::max();
+    /// Places are known by the UIDs of the images there.
+    struct ByUid {
+        const std::vector<ImageHeader>& files;
+        std::size_t operator()(std::size_t place) const {
+            return std::hash<std::string_view>()(files[place].sopInstance);
+        }
+        bool operator()(std::size_t a, std::size_t b) const { return files[a].sopInstance == files[b].sopInstance; }
+    };
 
     FoundFiles& m_Found;
     Watch m_Watch;
     std::size_t m_nKept = 0;
-    std::unordered_map<std::string, std::size_t> m_Seen;  // of each image's UID the first place, or that it is listed
+    std::unordered_set<std::size_t, ByUid, ByUid> m_Seen;  // of each UID the first place
+    std::set<std::size_t> m_Listed;                        // those of them that are not the only ones
     // Of those that are listed:
     std::map<std::pair<std::string, std::string>, std::size_t> m_First;  // of each UID within its series
     std::map<Identity, std::vector<std::size_t>> m_Known;
@@ -193,18 +238,12 @@ public:
     explicit Grouping(FoundFiles& found) : m_Found(found) {}
 
     void Add(const SliceRef& slice) {
-        const ImageHeader& header = m_Found.files[slice.file];
-        const FramePlace& place = m_Found.PlaceOf(slice);
-        const bool alone = header.frames > 1 && !(header.framesPlaced && place.hasPosition);
-        PixelForm form = header.form;
-        if (form.highBit + 1 == form.stored)
-            form.stored = form.highBit = 0;  // how many of the bits may be set is no format
-        const Key key{header.seriesUid, header.seriesNumber, form, alone ? slice.file + 1 : 0};
-        std::vector<std::size_t>& candidates = m_Series[key];
+        const FramePlace& plane = m_Found.PlaneOf(slice);
+        std::vector<std::size_t>& candidates = CandidatesFor(slice);
         const std::size_t from = candidates.size() - std::min(candidates.size(), kOrientationsCompared);
         for (std::size_t i = from; i < candidates.size(); ++i) {
             FoundSeries& series = m_Found.series[candidates[i]];
-            if (SameOrientation(m_Found.PlaceOf(series.slices.front()), place)) {
+            if (SameOrientation(m_Found.PlaneOf(series.slices.front()), plane)) {
                 series.slices.push_back(slice);
                 return;
             }
@@ -231,6 +270,22 @@ public:
     }
 
 private:
+    /// The series of the slice's UID, number and form.
+    std::vector<std::size_t>& CandidatesFor(const SliceRef& slice) {
+        const ImageHeader& header = m_Found.files[slice.file];
+        const bool alone = header.frames > 1 && !(header.framesPlaced && m_Found.PlaneOf(slice).hasPosition);
+        // Most files have what the one before them has.
+        if (m_pLast != nullptr && !alone && m_pLast->common == header.common && m_pLast->form == header.form)
+            return *m_pCandidates;
+        PixelForm form = header.form;
+        if (form.highBit + 1 == form.stored)
+            form.stored = form.highBit = 0;  // how many of the bits may be set is no format
+        m_pCandidates =
+            &m_Series[{header.common->seriesUid, header.common->seriesNumber, form, alone ? slice.file + 1 : 0}];
+        m_pLast = alone ? nullptr : &header;
+        return *m_pCandidates;
+    }
+
     struct Key {
         std::string uid;
         int number;  // some scanners give several runs one UID
@@ -242,6 +297,8 @@ private:
 
     FoundFiles& m_Found;
     std::map<Key, std::vector<std::size_t>> m_Series;
+    const ImageHeader* m_pLast = nullptr;  // what `m_pCandidates` were found for
+    std::vector<std::size_t>* m_pCandidates = nullptr;
 };
 
 void SortSlices(const FoundFiles& found, std::vector<SliceRef>& slices) {
@@ -267,10 +324,13 @@ void GroupFiles(FoundFiles& found) {
 
 void StudySeries(const FoundFiles& found, FoundSeries& series) {
     SortSlices(found, series.slices);
-    std::vector<FramePlace> places;
-    places.reserve(series.slices.size());
-    for (const SliceRef& slice : series.slices) places.push_back(found.PlaceOf(slice));
-    series.geometry = StudyGeometry(places);
+    std::vector<std::optional<std::array<double, 3>>> positions;
+    positions.reserve(series.slices.size());
+    for (const SliceRef& slice : series.slices) {
+        positions.emplace_back();
+        if (found.PlaneOf(slice).hasPosition) positions.back() = found.PositionOf(slice);
+    }
+    series.geometry = StudyGeometry(found.PlaneOf(series.slices.front()).orientation, positions);
     if (found.AreTimesAlone(series)) series.geometry.volumes = series.slices.size();
     series.sets = FindVolumes(found, series);
     series.findings = StudyFindings(found, series);
@@ -278,15 +338,29 @@ void StudySeries(const FoundFiles& found, FoundSeries& series) {
 
 }  // namespace
 
-const FramePlace& FoundFiles::PlaceOf(const SliceRef& slice) const {
-    const ImageHeader& header = files[slice.file];
-    return header.framesPlaced && slice.frame >= 0 ? header.places[static_cast<std::size_t>(slice.frame)]
-                                                   : header.places.front();
+namespace {
+
+std::size_t EntryOf(const ImageHeader& header, const SliceRef& slice) {
+    return header.framesPlaced && slice.frame >= 0 ? static_cast<std::size_t>(slice.frame) : 0;
 }
 
-const FramePlace& FoundFiles::SizedPlaceOf(const std::vector<SliceRef>& slices) const {
+}  // namespace
+
+FramePlace FoundFiles::PlaceOf(const SliceRef& slice) const {
+    return files[slice.file].places.Get(EntryOf(files[slice.file], slice));
+}
+
+const FramePlace& FoundFiles::PlaneOf(const SliceRef& slice) const {
+    return files[slice.file].places.GetPlane(EntryOf(files[slice.file], slice));
+}
+
+const std::array<double, 3>& FoundFiles::PositionOf(const SliceRef& slice) const {
+    return files[slice.file].places.GetPosition(EntryOf(files[slice.file], slice));
+}
+
+FramePlace FoundFiles::SizedPlaceOf(const std::vector<SliceRef>& slices) const {
     const auto sized =
-        std::find_if(slices.begin(), slices.end(), [this](const SliceRef& slice) { return PlaceOf(slice).hasSpacing; });
+        std::find_if(slices.begin(), slices.end(), [this](const SliceRef& slice) { return PlaneOf(slice).hasSpacing; });
     return PlaceOf(sized != slices.end() ? *sized : slices.front());
 }
 
@@ -294,9 +368,9 @@ bool FoundFiles::AreTimesAlone(const FoundSeries& of) const {
     return of.geometry.stacks.empty() && FirstFile(of).framesAreTimes;
 }
 
-const FrameKeys& FoundFiles::KeysOf(const SliceRef& slice) const {
-    const std::vector<FrameKeys>& keys = files[slice.file].keys;
-    return keys.size() > 1 && slice.frame >= 0 ? keys[static_cast<std::size_t>(slice.frame)] : keys.front();
+FrameKeys FoundFiles::KeysOf(const SliceRef& slice) const {
+    const FrameKeyList& keys = files[slice.file].keys;
+    return keys.Get(keys.GetCount() > 1 && slice.frame >= 0 ? static_cast<std::size_t>(slice.frame) : 0);
 }
 
 std::string FoundFiles::NameOf(const SliceRef& slice) const {
@@ -308,18 +382,19 @@ FoundFiles FindSeries(const std::vector<std::string>& paths, const InputOptions&
                       const Watch& watch) {
     FoundFiles found;
     found.paths = paths;
-    Inputs inputs = FindInputs(paths, input, watch);
+    Inputs inputs = FindInputs(paths, input, jobs, watch);
     found.unpacked = inputs.unpacked;
     found.unreadable = std::move(inputs.unreadable);
     for (Inputs::PassedOver& entry : inputs.passedOver)
         found.leftOut.push_back({std::move(entry.name), std::move(entry.why)});
     found.ignored = found.leftOut.size();
-    ReadHeaders(inputs.files, jobs, watch, found);
+    HeaderReading(inputs.files, jobs, watch, found).Run();
+    inputs.files = {};
     CopyFinder(found, watch).DropCopies();
     GroupFiles(found);
     const auto key = [&](const FoundSeries& series) {
         const ImageHeader& header = found.FirstFile(series);
-        return std::tie(header.seriesNumber, header.seriesUid, header.path);
+        return std::tie(header.common->seriesNumber, header.common->seriesUid, header.path);
     };
     ForEach(jobs, found.series.size(), watch, [&](std::size_t i) { StudySeries(found, found.series[i]); });
     std::sort(found.series.begin(), found.series.end(),

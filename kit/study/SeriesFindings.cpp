@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <set>
+#include <utility>
 
 namespace korvane {
 
@@ -73,15 +73,18 @@ private:
 
     /// "what in 3 of 20 files: a, b, c" for the files that have it.
     void AddFiles(FindingKind kind, const std::string& what, const std::function<bool(const ImageHeader&)>& has) {
-        std::set<std::size_t> all;
         std::vector<std::string> names;
+        std::size_t all = 0;
+        const ImageHeader* last = nullptr;  // the slices of a file stand together
         for (const SliceRef& slice : m_Series.slices) {
-            const bool isNew = all.insert(slice.file).second;
-            if (isNew && has(m_Found.files[slice.file])) names.push_back(m_Found.files[slice.file].path);
+            const ImageHeader& file = m_Found.files[slice.file];
+            if (std::exchange(last, &file) == &file) continue;
+            ++all;
+            if (has(file)) names.push_back(file.path);
         }
         if (!names.empty()) {
-            Finding& finding = Add(kind, what + " in " + std::to_string(names.size()) + " of " +
-                                             Count(all.size(), "file") + ": " + List(names));
+            Finding& finding = Add(kind, what + " in " + std::to_string(names.size()) + " of " + Count(all, "file") +
+                                             ": " + List(names));
             finding.count = names.size();
             finding.files = std::move(names);
         }
@@ -95,7 +98,7 @@ private:
 
     void Data() {
         AddFiles(FindingKind::NoCodec, "compressed pixel data without a codec", [](const ImageHeader& header) {
-            return header.encapsulated && !CodecManager::CanDecode(header.transferSyntax);
+            return header.encapsulated && !CodecManager::CanDecode(header.common->transferSyntax);
         });
         AddFiles(FindingKind::SameUid, "several images with different pixels under one SOP Instance UID, all kept",
                  [](const ImageHeader& header) { return header.sharesUid; });
@@ -120,7 +123,7 @@ private:
         AddFiles(FindingKind::FramesUnplaced, "frames without positions, taken in stored order",
                  [](const ImageHeader& header) {
                      return header.frames > 1 && !header.framesAreTimes &&
-                            !(header.framesPlaced && header.places.front().hasPosition);
+                            !(header.framesPlaced && header.places.GetPlane(0).hasPosition);
                  });
     }
 
@@ -130,7 +133,7 @@ private:
         const SeriesGeometry& geometry = m_Series.geometry;
         if (m_Found.AreTimesAlone(m_Series)) {
             Add(FindingKind::FramesAreTimes,
-                std::string(m_Found.FirstFile(m_Series).modality == "NM"
+                std::string(m_Found.FirstFile(m_Series).common->modality == "NM"
                                 ? "frames without positions are told apart by their vectors: "
                                 : "frames without positions follow each other in time: ") +
                     Count(m_Series.slices.size(), "volume") + " of one slice")
@@ -294,7 +297,7 @@ private:
             finding.slices = {geometry.shifted};
             finding.lengths = {geometry.shift};
         }
-        const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
+        const FramePlace& first = m_Found.PlaneOf(m_Series.slices.front());
         if (first.axesChanged) ChangedAxes(first);
     }
 
@@ -332,7 +335,7 @@ private:
         std::vector<std::size_t> unknown;
         std::vector<std::size_t> different;
         for (std::size_t i = 0; i < m_Series.slices.size(); ++i) {
-            const FramePlace& place = m_Found.PlaceOf(m_Series.slices[i]);
+            const FramePlace& place = m_Found.PlaneOf(m_Series.slices[i]);
             if (!place.hasSpacing) {
                 unknown.push_back(i);
             } else if (!IsSame(place.spacing[0], used.spacing[0]) || !IsSame(place.spacing[1], used.spacing[1])) {
@@ -372,9 +375,9 @@ private:
             Add(FindingKind::SpacingCalibrated,
                 "the size of pixels is that of the ultrasound regions: " + BetweenRowsAndColumns(used.spacing))
                 .lengths = {used.spacing[0], used.spacing[1]};
-        } else if (!header.calibration.empty()) {
-            Add(FindingKind::SpacingCalibrated, "the size of pixels is calibrated by " + header.calibration + ": " +
-                                                    BetweenRowsAndColumns(used.spacing) +
+        } else if (!header.common->calibration.empty()) {
+            Add(FindingKind::SpacingCalibrated, "the size of pixels is calibrated by " + header.common->calibration +
+                                                    ": " + BetweenRowsAndColumns(used.spacing) +
                                                     "; it holds at that depth alone")
                 .lengths = {used.spacing[0], used.spacing[1]};
         }
@@ -407,9 +410,9 @@ private:
     }
 
     void Rescale() {
-        const FramePlace& first = m_Found.PlaceOf(m_Series.slices.front());
+        const FramePlace& first = m_Found.PlaneOf(m_Series.slices.front());
         const bool differs = std::any_of(m_Series.slices.begin(), m_Series.slices.end(), [&](const SliceRef& slice) {
-            const FramePlace& place = m_Found.PlaceOf(slice);
+            const FramePlace& place = m_Found.PlaneOf(slice);
             return place.slope != first.slope || place.intercept != first.intercept;
         });
         TellUnusable();
@@ -430,7 +433,7 @@ private:
         }
         const bool unitsDiffer =
             std::any_of(m_Series.slices.begin(), m_Series.slices.end(),
-                        [&](const SliceRef& slice) { return m_Found.PlaceOf(slice).unit != first.unit; });
+                        [&](const SliceRef& slice) { return m_Found.PlaneOf(slice).unit != first.unit; });
         if (unitsDiffer) Add(FindingKind::UnitsDiffer, "the units of real values differ from slice to slice");
         const FramePlace& sized = m_Found.SizedPlaceOf(m_Series.slices);
         if (sized.hasSpacing && !IsSame(sized.spacing[0], sized.spacing[1])) {
@@ -442,10 +445,10 @@ private:
     void TellUnusable() {
         std::vector<std::size_t> slices;
         for (std::size_t i = 0; i < m_Series.slices.size(); ++i) {
-            if (!IsRescaleUsable(m_Found.PlaceOf(m_Series.slices[i]))) slices.push_back(i);
+            if (!IsRescaleUsable(m_Found.PlaneOf(m_Series.slices[i]))) slices.push_back(i);
         }
         if (slices.empty()) return;
-        const FramePlace& place = m_Found.PlaceOf(m_Series.slices[slices.front()]);
+        const FramePlace& place = m_Found.PlaneOf(m_Series.slices[slices.front()]);
         const auto quoted = [](const std::string& text) { return text.empty() ? "missing" : "\"" + text + "\""; };
         Add(FindingKind::RescaleUnusable, "Rescale Slope is " + quoted(place.slope) + " and Rescale Intercept " +
                                               quoted(place.intercept) + OfSlices(slices) +

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 namespace korvane {
@@ -20,6 +21,7 @@ constexpr double kDwarfing = 20;  // times the next smaller distance
 constexpr double kDegrees = 180 / 3.14159265358979323846;
 
 using Vector = std::array<double, 3>;
+using Positions = std::vector<std::optional<Vector>>;
 
 double Dot(const Vector& a, const Vector& b) {
     return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
@@ -52,12 +54,12 @@ double ExtentOf(const std::vector<std::pair<double, std::size_t>>& order) {
     return extent;
 }
 
-void BuildStacks(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
+void BuildStacks(const Positions& slices, SeriesGeometry& geometry) {
     std::vector<double>& along = geometry.along;
     std::vector<std::pair<double, std::size_t>> order;
     for (std::size_t i = 0; i < slices.size(); ++i) {
-        if (slices[i].hasPosition) {
-            order.emplace_back(Dot(slices[i].position, geometry.normal), i);
+        if (slices[i]) {
+            order.emplace_back(Dot(*slices[i], geometry.normal), i);
         } else {
             geometry.unplaced.push_back(i);
         }
@@ -111,8 +113,7 @@ void MeasureGaps(SeriesGeometry& geometry) {
 }
 
 /// The diagonal of the box of the positions in the planes: exact where they lie on a line.
-void MeasureSideways(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
-    const auto& o = slices.front().orientation;
+void MeasureSideways(const std::array<double, 6>& o, const Positions& slices, SeriesGeometry& geometry) {
     const Vector row{o[0], o[1], o[2]};
     const Vector& n = geometry.normal;
     const Vector column{n[1] * row[2] - n[2] * row[1], n[2] * row[0] - n[0] * row[2], n[0] * row[1] - n[1] * row[0]};
@@ -122,7 +123,7 @@ void MeasureSideways(const std::vector<FramePlace>& slices, SeriesGeometry& geom
         double high = -HUGE_VAL;
         for (const auto& stack : geometry.stacks) {
             for (const std::size_t index : stack) {
-                const double at = Dot(slices[index].position, axis == 0 ? row : column);
+                const double at = Dot(*slices[index], axis == 0 ? row : column);
                 low = std::min(low, at);
                 high = std::max(high, at);
             }
@@ -132,16 +133,16 @@ void MeasureSideways(const std::vector<FramePlace>& slices, SeriesGeometry& geom
     geometry.sideways = std::hypot(extents[0], extents[1]);
 }
 
-void MeasureTilt(const std::vector<FramePlace>& slices, SeriesGeometry& geometry) {
+void MeasureTilt(const Positions& slices, SeriesGeometry& geometry) {
     if (geometry.stacks.size() < 2) return;
-    const Vector& first = slices[geometry.stacks.front().front()].position;
-    const Vector& last = slices[geometry.stacks.back().front()].position;
+    const Vector& first = *slices[geometry.stacks.front().front()];
+    const Vector& last = *slices[geometry.stacks.back().front()];
     const Vector line{last[0] - first[0], last[1] - first[1], last[2] - first[2]};
     const double cosine = Dot(line, geometry.normal) / Length(line);
     geometry.tilt = std::acos(std::clamp(cosine, -1.0, 1.0)) * kDegrees;
     for (const auto& stack : geometry.stacks) {
         for (const std::size_t index : stack) {
-            const Vector& p = slices[index].position;
+            const Vector& p = *slices[index];
             const Vector q{p[0] - first[0], p[1] - first[1], p[2] - first[2]};
             const double along = Dot(q, geometry.normal) / Dot(line, geometry.normal);
             const Vector off{q[0] - along * line[0], q[1] - along * line[1], q[2] - along * line[2]};
@@ -156,14 +157,23 @@ void MeasureTilt(const std::vector<FramePlace>& slices, SeriesGeometry& geometry
 }  // namespace
 
 SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices) {
+    if (slices.empty()) return {};
+    Positions positions;
+    positions.reserve(slices.size());
+    for (const FramePlace& slice : slices)
+        positions.push_back(slice.hasPosition ? std::optional(slice.position) : std::nullopt);
+    return StudyGeometry(slices.front().orientation, positions);
+}
+
+SeriesGeometry StudyGeometry(const std::array<double, 6>& orientation,
+                             const std::vector<std::optional<std::array<double, 3>>>& positions) {
     SeriesGeometry geometry;
-    if (slices.empty()) return geometry;
-    geometry.normal = NormalOf(slices.front().orientation);
-    BuildStacks(slices, geometry);
+    geometry.normal = NormalOf(orientation);
+    BuildStacks(positions, geometry);
     CountVolumes(geometry);
     MeasureGaps(geometry);
-    MeasureTilt(slices, geometry);
-    MeasureSideways(slices, geometry);
+    MeasureTilt(positions, geometry);
+    MeasureSideways(orientation, positions, geometry);
     return geometry;
 }
 

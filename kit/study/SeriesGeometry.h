@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,6 +52,9 @@ KORVANE_KIT bool IsUneven(const SeriesGeometry& geometry);
 
 /// Studies slices that share an orientation, that of the first. Slices without a position are in no stack.
 KORVANE_KIT SeriesGeometry StudyGeometry(const std::vector<FramePlace>& slices);
+/// The same of positions; nothing for a slice that has none.
+SeriesGeometry StudyGeometry(const std::array<double, 6>& orientation,
+                             const std::vector<std::optional<std::array<double, 3>>>& positions);
 
 /// Cuts ascending positions into runs of even distances, as few as there can be, and of these cuts the one with the
 /// longest runs: first and last index of each. Any two positions are even.

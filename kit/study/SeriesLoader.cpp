@@ -33,9 +33,9 @@ constexpr Tag kNoneWhenEmpty[] = {tags::SliceThickness, tags::SpacingBetweenSlic
                                   tags::PixelSpacing};
 
 void CheckCodec(const ImageHeader& header) {
-    if (header.encapsulated && !CodecManager::CanDecode(header.transferSyntax)) {
+    if (header.encapsulated && !CodecManager::CanDecode(header.common->transferSyntax)) {
         RefuseFile(header, ErrorKind::Unsupported,
-                   "compressed pixel data, no codec for " + DescribeSyntax(header.transferSyntax));
+                   "compressed pixel data, no codec for " + DescribeSyntax(header.common->transferSyntax));
     }
 }
 
@@ -135,7 +135,7 @@ void CheckClaims(const ImageHeader& header) {
                        std::to_string(header.frames) + " frames");
     }
     const std::uint64_t needed = header.PixelBytes();
-    const bool isRunLength = header.transferSyntax == kRleUid;
+    const bool isRunLength = header.common->transferSyntax == kRleUid;
     if (needed / (isRunLength ? kRunLengthRatio : kLargestRatio) > header.encapsulatedRoom + kAnySize) {
         RefuseFile(header, ErrorKind::Damaged,
                    "compressed pixel data of " + std::to_string(header.encapsulatedRoom) + " bytes cannot hold the " +
@@ -243,7 +243,7 @@ void LoadedSlices::ReadHeaders(const FoundFiles& found, const std::vector<SliceR
     m_bInPlace = true;
     // One use for all of them: the codec's module would else be loaded for each slice anew, one thread after the other.
     const ImageHeader& first = found.files[slices.front().file];
-    if (first.encapsulated) m_Codecs.GetCodec(first.transferSyntax);
+    if (first.encapsulated) m_Codecs.GetCodec(first.common->transferSyntax);
     m_StandIn.resize(static_cast<std::size_t>(found.files[slices.front().file].form.FrameBytes()));
     m_Delayed.resize(slices.size());
     ForEach(m_nJobs, slices.size(), m_Watch, [&](std::size_t i) {

@@ -20,8 +20,9 @@ std::string Title(const FoundFiles& found, std::size_t index) {
     const FoundSeries& series = found.series[index];
     const ImageHeader& first = found.FirstFile(series);
     const std::size_t images = CountImages(found, series);
-    std::string text = std::to_string(index + 1) + ": " + (first.modality.empty() ? "?" : first.modality);
-    if (!first.description.empty()) text += " \"" + first.description + "\"";
+    std::string text =
+        std::to_string(index + 1) + ": " + (first.common->modality.empty() ? "?" : first.common->modality);
+    if (!first.common->description.empty()) text += " \"" + first.common->description + "\"";
     text += ", " + std::to_string(images);
     if (first.form.kind == PixelForm::Kind::None) {
         return text + (images == 1 ? " object" : " objects") + " without pixels";
@@ -57,8 +58,8 @@ std::string DescribeValues(const FoundFiles& found, const FoundSeries& series) {
         for (std::size_t at = 0; (at = value.find('\\', at)) != value.npos; ++at) value.replace(at, 1, ", ");
         text += (text.empty() ? "" : ", ") + std::string(words) + value;
     };
-    add("corrected for ", header.corrected);
-    add("decay correction to ", header.decayCorrection);
+    add("corrected for ", header.common->corrected);
+    add("decay correction to ", header.common->decayCorrection);
     return text;
 }
 
@@ -105,8 +106,9 @@ std::string List(const Found& all) {
     std::string text;
     for (std::size_t i = 0; i < found.series.size(); ++i) {
         const ImageHeader& first = found.FirstFile(found.series[i]);
-        text +=
-            "  " + Visible(Title(found, i) + ", " + KnownBy(all.GetSeries()[i]) + ", UID " + first.seriesUid) + "\n";
+        text += "  " +
+                Visible(Title(found, i) + ", " + KnownBy(all.GetSeries()[i]) + ", UID " + first.common->seriesUid) +
+                "\n";
     }
     return text;
 }
@@ -116,7 +118,7 @@ std::string Describe(const Series& of) {
     const FoundSeries& series = of.GetFound();
     const ImageHeader& first = found.FirstFile(series);
     Lines lines;
-    lines.Add("UID", first.seriesUid);
+    lines.Add("UID", first.common->seriesUid);
     lines.Add("series number", std::to_string(of.GetNumber()));
     const std::string patient = of.GetPatientName() + (of.GetPatientId().empty() ? "" : ", ID " + of.GetPatientId());
     const std::string study =
@@ -132,10 +134,10 @@ std::string Describe(const Series& of) {
         if (!values.empty()) lines.Add("values", values);
         AddGeometry(lines, found, series);
     } else {
-        lines.Add("class", first.sopClass);
+        lines.Add("class", first.common->sopClass);
     }
     std::set<std::string> syntaxes;
-    for (const SliceRef& slice : series.slices) syntaxes.insert(found.files[slice.file].transferSyntax);
+    for (const SliceRef& slice : series.slices) syntaxes.insert(found.files[slice.file].common->transferSyntax);
     for (const std::string& syntax : syntaxes) lines.Add("transfer syntax", DescribeSyntax(syntax));
     if (series.slices.size() == 1) lines.Add("file", first.path);
     for (const Finding& finding : series.findings) lines.Add("warning", finding.text);

@@ -36,7 +36,7 @@ void DecodeSlice(const ImageHeader& header, DICOMDataObject& dataSet, CodecManag
     if (codecs.Decode(&dataSet) != 0) return;
     watch.StopIfAsked();
     RefuseFile(header, ErrorKind::Damaged,
-               "cannot decode " + DescribeSyntax(header.transferSyntax) + ": " + codecs.GetError());
+               "cannot decode " + DescribeSyntax(header.common->transferSyntax) + ": " + codecs.GetError());
 }
 
 DataSetFile ReadSliceFile(const ImageHeader& header, CodecManager& codecs, const Watch& watch) {

@@ -2,8 +2,10 @@
 
 #include "../vendors/VendorFacts.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace korvane {
 
@@ -23,13 +25,11 @@ void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.tileColumns = tiles.columns;
     header.tileRows = tiles.rows;
     // The position of the whole image, a corner of all tiles together, is that of none of the slices.
-    const FramePlace first = header.places.front();
-    header.places.assign(tiles.positions.empty() ? 1 : tiles.positions.size(), first);
-    header.places.front().hasPosition = false;
-    for (std::size_t i = 0; i < tiles.positions.size(); ++i) {
-        header.places[i].hasPosition = true;
-        header.places[i].position = tiles.positions[i];
-    }
+    FramePlace place = header.places.Get(0);
+    place.hasPosition = !tiles.positions.empty();
+    std::vector<FramePlace> places(std::max<std::size_t>(tiles.positions.size(), 1), place);
+    for (std::size_t i = 0; i < tiles.positions.size(); ++i) places[i].position = tiles.positions[i];
+    header.places = FramePlaces(places);
     header.framesPlaced = !tiles.positions.empty();
 }
 

@@ -35,7 +35,10 @@ bool Buffer::Refill(std::size_t wanted) {
     std::size_t kept = static_cast<std::size_t>(m_pFilled - m_pCursor);
     if (kept > 0) std::memmove(m_pReadArea.get(), m_pCursor, kept);
     while (kept < wanted) {
-        const std::size_t got = Fill(m_pReadArea.get() + kept, kReadArea - kept);
+        // No more is asked for than there can be: a file would be asked in vain once more for its end.
+        const auto room =
+            static_cast<std::size_t>(std::min<std::uint64_t>(kReadArea - kept, m_StreamEnd - m_EndOffset));
+        const std::size_t got = Fill(m_pReadArea.get() + kept, room);
         if (got == 0) break;
         kept += got;
         m_EndOffset += got;

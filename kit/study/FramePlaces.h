@@ -1,0 +1,42 @@
+// Where the frames of one file lie, small enough to be kept for each of many thousand files.
+#pragma once
+
+#include "FramePlace.h"
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace korvane {
+
+/// One place at least, but for an object that waits for its value. What is the same in several of them but for the
+/// position is held once.
+class FramePlaces {
+public:
+    FramePlaces() = default;
+    /// `places` is not empty.
+    explicit FramePlaces(const std::vector<FramePlace>& places);
+
+    std::size_t GetCount() const { return m_Others.size() + 1; }
+    FramePlace Get(std::size_t frame) const;
+    const std::array<double, 3>& GetPosition(std::size_t frame) const { return EntryOf(frame).position; }
+    /// All but the position, which is that of no frame. Valid as long as this object, or one that shares it.
+    const FramePlace& GetPlane(std::size_t frame) const { return *EntryOf(frame).plane; }
+
+    /// Holds what is the same in the first place of `met` together with it; false where it is not the same.
+    bool ShareWith(const FramePlaces& met);
+
+private:
+    struct Entry {
+        std::array<double, 3> position{};
+        std::shared_ptr<const FramePlace> plane;
+    };
+
+    const Entry& EntryOf(std::size_t frame) const { return frame == 0 ? m_First : m_Others[frame - 1]; }
+
+    Entry m_First;
+    std::vector<Entry> m_Others;
+};
+
+}  // namespace korvane
