@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <set>
 #include <sstream>
 
 using namespace korvane;
@@ -39,7 +41,7 @@ Inputs Read(const std::string& bytes, InputOptions options = {}) {
     std::istringstream stream(bytes);
     options.stream = &stream;
     options.temporaryFolder = testing::TempDir();
-    return FindInputs({"-"}, options, {});
+    return FindInputs({"-"}, options, 1, {});
 }
 
 }  // namespace
@@ -77,8 +79,42 @@ TEST(Inputs, ArchivesAreBoundedAndLeaveNothing) {
     ASSERT_EQ(std::fwrite(tar.data(), 1, tar.size(), out), tar.size());
     std::fclose(out);
     small.temporaryFolder = testing::TempDir();
-    const Inputs bounded = FindInputs({file.string()}, small, {});
+    const Inputs bounded = FindInputs({file.string()}, small, 1, {});
     EXPECT_EQ(bounded.files.size(), 2U);
     EXPECT_EQ(bounded.unreadable.size(), 1U);
     fs::remove(file);
+}
+
+// Folders are read side by side: what is listed, and in which order, does not depend on that. Names tell themselves apart
+// early, late, by their length, by bytes beyond ASCII, and by what sorts before a slash.
+TEST(Inputs, FoldersAreListedByNameWhateverTheThreads) {
+    const fs::path root = fs::path(testing::TempDir()) / "listed";
+    fs::remove_all(root);
+    std::set<std::string> expected;
+    const auto make = [&](const fs::path& path) {
+        fs::create_directories(path.parent_path());
+        std::ofstream(path) << 'x';
+        expected.insert(path.generic_string());
+    };
+    for (int folder = 0; folder < 30; ++folder) {
+        const fs::path below = root / ("f" + std::to_string(folder));
+        for (const char* const name : {"IM000012345", "IM000012344", "IM", "I", "\xC3\xA4", "a b", "a-b"})
+            make(below / name);
+        make(root / ("f" + std::to_string(folder) + "-x"));
+        make(below / "deep" / "er" / "IM000012345");
+        fs::create_directories(below / "empty");
+    }
+    std::error_code unsupported;
+    fs::create_directory_symlink(root, root / "f1" / "loop", unsupported);
+    for (const unsigned jobs : {1U, 4U}) {
+        const Inputs all = FindInputs({root.string(), (root / "f3").string()}, {}, jobs, {});
+        std::vector<std::string> names;
+        for (const NamedFile& file : all.files) {
+            names.push_back(file.name);
+            EXPECT_EQ(file.place, file.name);
+        }
+        EXPECT_EQ(names, std::vector<std::string>(expected.begin(), expected.end()));
+        EXPECT_TRUE(all.unreadable.empty());
+    }
+    fs::remove_all(root);
 }
