@@ -14,6 +14,7 @@ struct RowOfTable {
     std::vector<double> floorSeconds;
     std::vector<std::pair<std::string, std::vector<double>>> peers = {};
     std::vector<double> twoThreads = {};  ///< ours; none: the job runs on one
+    double bytes = 0;                     ///< read and written, where GB/s are to be told
 };
 
 /// Appends the row as a line of JSON to the file that the environment names in KORVANE_BENCH_ROWS; does nothing where it

@@ -163,7 +163,8 @@ def bench_line(row):
     floor = min(row["floor_seconds"], default=0)
     peers = [f"{name} {time_text(min(seconds))}, {min(seconds) / ours:.1f} ×" for name, seconds in row["peers"].items()]
     second = min(row["two_threads"], default=0)
-    return [row["job"], time_text(ours), time_text(second) if second else "–", f"{ours / second:.2f}" if second else "–", f"{time_text(floor)}: {row['floor']}" if floor else "–",
+    rates = " / ".join(f"{row['bytes'] / seconds / 1e9:.0f}" for seconds in (ours, second) if row.get("bytes") and seconds)
+    return [row["job"] + (f", {rates} GB/s" if rates else ""), time_text(ours), time_text(second) if second else "–", f"{ours / second:.2f}" if second else "–", f"{time_text(floor)}: {row['floor']}" if floor else "–",
             f"{ours / floor:.2f}" if floor else "–", "; ".join(peers) or "–", "–"]
 
 

@@ -128,18 +128,18 @@ void TransposeRest(const unsigned char* const* rows, std::size_t count, std::siz
     }
 }
 
-// In bands of rows: the lines that a band reads stay in the first-level cache until all their columns are taken, and an
-// output row's lines are filled before the next rows' are begun, so that rows at a power of two apart do not push each
-// other out.
+// In bands of few rows: their lines, which lie in a few sets of the first-level cache where rows are a power of two apart,
+// stay there until all their columns are taken. Meanwhile the lines of the next columns are on their way.
 template <typename T, std::size_t kLanes>
 [[gnu::always_inline]] inline void TransposeLoop(const unsigned char* const* rows, std::size_t count, std::size_t first,
                                                  std::size_t width, unsigned char* out, std::ptrdiff_t stride) {
     using V = Vector<T, kLanes>;
-    constexpr std::size_t kBand = 64;
+    constexpr std::size_t kBand = std::max<std::size_t>(16, V::kAll);
     const std::size_t wholeRows = count - count % V::kAll;
     const std::size_t wholeColumns = width - width % V::kCount;
     for (std::size_t band = 0; band < wholeRows; band += kBand) {
         const std::size_t end = std::min(band + kBand, wholeRows);
+        for (std::size_t i = band; i < end; ++i) __builtin_prefetch(rows[i] + (first + width) * sizeof(T));
         for (std::size_t x = 0; x < wholeColumns; x += V::kCount) {
             unsigned char* const to = out + static_cast<std::ptrdiff_t>(x) * stride;
             for (std::size_t i = band; i < end; i += V::kAll) {
@@ -152,18 +152,19 @@ template <typename T, std::size_t kLanes>
                      out + static_cast<std::ptrdiff_t>(wholeColumns) * stride, stride);
 }
 
+// Reads upward, as the processor looks ahead; what is written stays in the first-level cache.
 template <typename T, std::size_t kLanes>
 [[gnu::always_inline]] inline void ReverseLoop(const unsigned char* in, unsigned char* out, std::size_t count) {
     using V = Vector<T, kLanes>;
     std::size_t i = 0;
     for (; i + V::kAll <= count; i += V::kAll) {
         typename V::Type lanes;
-        std::memcpy(&lanes, in + (count - i - V::kAll) * sizeof(T), sizeof lanes);
+        std::memcpy(&lanes, in + i * sizeof(T), sizeof lanes);
         Reverse<T, kLanes>(lanes, typename V::Indices());
-        std::memcpy(out + i * sizeof(T), &lanes, sizeof lanes);
+        std::memcpy(out + (count - i - V::kAll) * sizeof(T), &lanes, sizeof lanes);
     }
     for (; i < count; ++i) {
-        StoreAt(out, i, LoadAt<T>(in, count - 1 - i));
+        StoreAt(out, count - 1 - i, LoadAt<T>(in, i));
     }
 }
 

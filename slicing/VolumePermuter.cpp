@@ -23,8 +23,15 @@ constexpr std::size_t kScratchBytes = std::size_t{1} << 20;
 // Results below are likely to be read from the caches soon.
 constexpr std::size_t kStreamBytes = std::size_t{4} << 20;
 
-// Source rows of this many y positions are copied together: they lie side by side, and pages are changed less often.
-constexpr int kLineGroup = 16;
+// Source rows of this many y positions are copied together: they lie side by side, and pages are changed less often. Those
+// that are blended are read several times.
+constexpr int kLineGroup = 8;
+constexpr int kBlendedGroup = 64;
+
+// Rows that lie planes apart are asked for so many rows ahead, groups of them so many planes ahead: the processor foresees no
+// such steps.
+constexpr int kRowsAhead = 8;
+constexpr int kPlanesAhead = 2;
 
 }  // namespace
 
@@ -53,10 +60,14 @@ VolumePermuter::VolumePermuter(CVolume& source, CVolume& result, const ZSampler&
     }
 }
 
+bool VolumePermuter::IsBlended() const {
+    return std::any_of(m_Samples.begin(), m_Samples.end(), [](const ZSample& sample) { return sample.m_Weight > 0; });
+}
+
 // The result's rows are rows of the source.
 void VolumePermuter::PlanLines() {
     m_Across = m_Turn.m_Axes.m_Slice;
-    m_Group = m_Across == 1 ? kLineGroup : 1;
+    m_Group = m_Across != 1 ? 1 : IsBlended() ? kBlendedGroup : kLineGroup;
     m_Scratch.resize(2 * m_RowBytes);
 }
 
@@ -65,18 +76,17 @@ void VolumePermuter::PlanTiles() {
     m_Across = 3 - m_Turn.m_Axes.m_Horizontal;
     const std::size_t lineBytes = GetLineBytes();
     const std::size_t blockBytes = lineBytes / m_Size * m_RowBytes;
-    const bool blended = m_Across == 1 || std::any_of(m_Samples.begin(), m_Samples.end(),
-                                                      [](const ZSample& sample) { return sample.m_Weight > 0; });
+    const bool gathered = m_Across == 1 || IsBlended();
     if (m_Turn.m_Axes.m_Vertical == m_Across) {
         const std::size_t most =
-            std::max<std::size_t>(blended ? kScratchBytes / std::max<std::size_t>(blockBytes, 1) : kRunBytes, 1);
+            std::max<std::size_t>(gathered ? kScratchBytes / std::max<std::size_t>(blockBytes, 1) : kRunBytes, 1);
         m_Group = static_cast<int>(std::min((kRunBytes + lineBytes - 1) / lineBytes, most));
         m_TileStride = static_cast<std::size_t>(m_Group) * lineBytes + kTileRowBytes;  // not at powers of two
     } else {
         m_TileStride = lineBytes;
     }
     m_Rows.resize(static_cast<std::size_t>(m_Group) * (lineBytes / m_Size));
-    m_Scratch.resize(blended ? static_cast<std::size_t>(m_Group) * blockBytes : 0);
+    m_Scratch.resize(gathered ? static_cast<std::size_t>(m_Group) * blockBytes : 0);
     m_Tile.resize(static_cast<std::size_t>(GetTileColumns()) * m_TileStride);
 }
 
@@ -124,6 +134,14 @@ const unsigned char* VolumePermuter::GetRow(int y, int z, unsigned char* scratch
     return scratch;
 }
 
+void VolumePermuter::AskForRow(int y, int z) const {
+    constexpr std::size_t kLine = 64;
+    const ZSample& sample = m_Samples[static_cast<std::size_t>(z)];
+    const unsigned char* const row =
+        m_Source[static_cast<std::size_t>(sample.m_Low)] + static_cast<std::size_t>(y) * m_RowBytes;
+    for (std::size_t at = 0; at < m_RowBytes; at += kLine) __builtin_prefetch(row + at);
+}
+
 // ---- Rows to rows
 
 void VolumePermuter::CopyLines(int begin, int end) {
@@ -133,6 +151,7 @@ void VolumePermuter::CopyLines(int begin, int end) {
     const int zEnd = m_Across == 2 ? end : GetCount(2);
     for (int z = zBegin; z < zEnd; ++z) {
         for (int y = yBegin; y < yEnd; ++y) {
+            if (m_Across == 1 && z < zEnd - kPlanesAhead) AskForRow(y, z + kPlanesAhead);
             CopyLine(y, z);
         }
     }
@@ -156,8 +175,10 @@ void VolumePermuter::GatherRows(int begin, int end) {
     const int count = GetCount(m_Turn.m_Axes.m_Horizontal);
     std::size_t index = 0;
     for (int across = begin; across < end; ++across) {
+        const auto alongOf = [&](int i) { return m_Turn.m_Flips[0] ? count - 1 - i : i; };
         for (int i = 0; i < count; ++i, ++index) {
-            const int along = m_Turn.m_Flips[0] ? count - 1 - i : i;
+            const int along = alongOf(i);
+            if (m_Across == 1 && i < count - kRowsAhead) AskForRow(across, alongOf(i + kRowsAhead));
             const int y = m_Across == 1 ? across : along;
             const int z = m_Across == 1 ? along : across;
             unsigned char* const scratch = m_Scratch.data() + (m_Scratch.empty() ? 0 : index * m_RowBytes);
@@ -199,15 +220,15 @@ void VolumePermuter::WriteTilesAcross(int begin, int end, int first, int width) 
     }
 }
 
-// x is the vertical axis: the columns are lines side by side in one plane.
+// x is the vertical axis: the columns are lines side by side in one plane, whose pages the system has just cleared in a cache.
 void VolumePermuter::WriteTilesDown(int across, int first, int width) {
     const bool upward = m_Turn.m_Flips[1];
     const auto stride = static_cast<std::ptrdiff_t>(m_TileStride);
     TransposeRows(static_cast<int>(m_Size), m_Rows.data(), m_Rows.size(), static_cast<std::size_t>(first),
                   static_cast<std::size_t>(width), m_Tile.data() + (upward ? (width - 1) * stride : 0),
                   upward ? -stride : stride, m_bWide);
-    Move(GetLine(upward ? first + width - 1 : first, across), m_Tile.data(),
-         static_cast<std::size_t>(width) * m_TileStride);
+    std::memcpy(GetLine(upward ? first + width - 1 : first, across), m_Tile.data(),
+                static_cast<std::size_t>(width) * m_TileStride);
 }
 
 void VolumePermuter::Move(unsigned char* out, const unsigned char* in, std::size_t bytes) const {

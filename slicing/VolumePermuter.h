@@ -31,9 +31,11 @@ public:
 
 private:
     int GetCount(int axis) const { return m_Counts[axis]; }
+    bool IsBlended() const;
     std::size_t GetLineBytes() const;
     unsigned char* GetLine(int vertical, int slice) const;
     const unsigned char* GetRow(int y, int z, unsigned char* scratch) const;
+    void AskForRow(int y, int z) const;
     void PlanLines();
     void PlanTiles();
     int GetTileColumns() const;
