@@ -273,7 +273,8 @@ ExportedVolume ExportJob::WriteByModule(SeriesVolume& series, const ExportPart& 
     std::optional<PlaneFeeder> feeder;
     if (!resample && PlaneFeeder::CanFeed(series, part.slices)) {
         series.Place(part.slices);
-        if (!series.RescalesDiffer()) feeder.emplace(series, m_Format, m_Watch);
+        feeder.emplace(series, m_Format, m_Watch);
+        if (!feeder->Measure()) feeder.reset();
     }
     if (!feeder) {
         series.Load(part.slices);
@@ -318,7 +319,7 @@ void ExportJob::Save(CVolume& volume, const std::string& name, PlaneFeeder* feed
     if (saved && m_Files->GetFailure().empty() && !m_Watch.IsStopped() && thrown == nullptr) {
         if (feeder == nullptr) return;
         try {
-            return feeder->CheckSame();
+            return feeder->Finish();
         } catch (const Error&) {
             thrown = std::current_exception();
         }

@@ -16,17 +16,26 @@ bool PlaneFeeder::CanFeed(const SeriesVolume& series, const std::vector<SliceRef
 }
 
 PlaneFeeder::PlaneFeeder(SeriesVolume& series, const ExportFormat& format, const Watch& watch)
-    : m_Series(series), m_Format(format), m_Watch(watch), m_nPlanes(series.GetVolume().GetPlaneCount()) {
+    : m_Series(series), m_Format(format), m_Watch(watch), m_bScaled(series.HasUptake() || series.RescalesDiffer()),
+      m_nPlanes(series.GetVolume().GetPlaneCount()) {}
+
+bool PlaneFeeder::Measure() {
     {
-        TaskProgress progress(watch, "reading", m_nPlanes);
-        series.ReadPlanes([&](int, std::span<const std::byte>) { progress.Step(); });
+        TaskProgress progress(m_Watch, "reading", m_nPlanes);
+        if (!m_bScaled) {
+            m_Series.ReadPlanes([&](int, std::span<const std::byte>) { progress.Step(); });
+        } else if (!m_Series.ScalePlanes([&] { progress.Step(); })) {
+            return false;
+        }
     }
-    series.FitForModule();
+    m_Series.FitForModule();
     FillRange();
-    for (int plane = 0; plane < m_nPlanes; ++plane) series.GetVolume().GetPlane(plane)->Alloc(m_Range.data());
+    for (int plane = 0; plane < m_nPlanes; ++plane) m_Series.GetVolume().GetPlane(plane)->Alloc(m_Range.data());
+    return true;
 }
 
 PlaneFeeder::~PlaneFeeder() {
+    if (m_Range.empty()) return;
     for (int plane = 0; plane < m_nPlanes; ++plane) m_Series.GetVolume().GetPlane(plane)->Alloc(nullptr);
 }
 
@@ -81,10 +90,13 @@ std::exception_ptr PlaneFeeder::GetThrown() const {
     return m_Watch.IsStopped() ? nullptr : m_Thrown;
 }
 
-void PlaneFeeder::CheckSame() const {
+void PlaneFeeder::Finish() {
     const MeasuredRange range = m_pStream->GetWholeRange();
     const MeasuredRange& before = m_Series.GetWholeRange();
-    if (m_nGiven == m_nPlanes && range.smallest == before.smallest && range.largest == before.largest) return;
+    if (m_nGiven == m_nPlanes && range.smallest == before.smallest && range.largest == before.largest) {
+        if (m_bScaled) m_Series.TellScale(m_pStream->GetScaleError());
+        return;
+    }
     throw Error(ErrorKind::Damaged, "files of the series have changed while they were exported");
 }
 

@@ -13,27 +13,42 @@ namespace korvane {
 namespace {
 
 constexpr double kRounding = 1e-7;  // of a step: slopes are decimal texts
+constexpr double kHighest = std::numeric_limits<std::int16_t>::max();
 
-/// Calls `take(index, real value, whether it is measured)` for each voxel, plane after plane.
+/// Calls `take(index, real value, whether it is measured)` for each voxel.
 template <class Take>
-void ForEachReal(const ScaledPlanes& from, Take take) {
-    WithVoxelType(from.type, [&](auto zero) {
+void ForEachReal(const ScaledPlane& plane, Take take) {
+    WithVoxelType(plane.type, [&](auto zero) {
         auto stored = zero;
-        const std::size_t inPlane = from.voxels.size() / sizeof stored / from.rescales.size();
-        const std::byte* at = from.voxels.data();
-        std::size_t index = 0;
-        for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
-            // Copies: what `take` writes might be these otherwise, for all that the compiler knows.
-            const Rescale rescale = from.rescales[plane];
-            const Padding padding = from.paddings.empty() ? kNoPadding : from.paddings[plane];
-            for (const std::size_t end = index + inPlane; index < end; ++index, at += sizeof stored) {
-                std::memcpy(&stored, at, sizeof stored);
-                const auto value = static_cast<double>(stored);
-                const bool isPadding = value >= padding.first && value <= padding.second;
-                take(index, value * rescale.slope + rescale.intercept, !isPadding);
-            }
+        // Copies: what `take` writes might be these otherwise, for all that the compiler knows.
+        const Rescale rescale = plane.rescale;
+        const Padding padding = plane.padding;
+        const std::size_t count = plane.voxels.size() / sizeof stored;
+        const std::byte* at = plane.voxels.data();
+        for (std::size_t index = 0; index < count; ++index, at += sizeof stored) {
+            std::memcpy(&stored, at, sizeof stored);
+            const auto value = static_cast<double>(stored);
+            const bool isPadding = value >= padding.first && value <= padding.second;
+            take(index, value * rescale.slope + rescale.intercept, !isPadding);
         }
     });
+}
+
+ScaledPlane PlaneOf(const ScaledPlanes& from, std::size_t plane) {
+    const std::size_t bytes = from.voxels.size() / from.rescales.size();
+    return {from.type, from.voxels.subspan(plane * bytes, bytes), from.rescales[plane],
+            from.paddings.empty() ? kNoPadding : from.paddings[plane]};
+}
+
+/// Plane after plane.
+template <class Take>
+void ForEachReal(const ScaledPlanes& from, Take take) {
+    const std::size_t inPlane = from.voxels.size() / SizeOf(from.type) / from.rescales.size();
+    for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
+        ForEachReal(PlaneOf(from, plane), [&, first = plane * inPlane](std::size_t i, double real, bool isMeasured) {
+            take(first + i, real, isMeasured);
+        });
+    }
 }
 
 template <class T>
@@ -47,21 +62,11 @@ bool FitsInto(double value) {
            value <= static_cast<double>(std::numeric_limits<T>::max());
 }
 
-/// Real values that stand for a measurement, and are numbers.
-struct Measured {
-    double lowest = HUGE_VAL;
-    double highest = -HUGE_VAL;
-    std::uint64_t padding = 0;
-};
+using Measured = MeasuredReals;
 
 Measured Measure(const ScaledPlanes& from) {
     Measured measured;
-    ForEachReal(from, [&](std::size_t, double real, bool isMeasured) {
-        measured.padding += isMeasured ? 0 : 1;
-        if (!isMeasured || !std::isfinite(real)) return;
-        measured.lowest = std::min(measured.lowest, real);
-        measured.highest = std::max(measured.highest, real);
-    });
+    for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) measured.Add(MeasureReals(PlaneOf(from, plane)));
     return measured;
 }
 
@@ -115,28 +120,71 @@ bool TryIntegers(const ScaledPlanes& from, const Measured& measured, CommonScale
 
 }  // namespace
 
+void MeasuredReals::Add(const MeasuredReals& other) {
+    lowest = std::min(lowest, other.lowest);
+    highest = std::max(highest, other.highest);
+    padding += other.padding;
+    finite = finite && other.finite;
+}
+
+MeasuredReals MeasureReals(const ScaledPlane& plane) {
+    MeasuredReals measured;
+    ForEachReal(plane, [&](std::size_t, double real, bool isMeasured) {
+        measured.padding += isMeasured ? 0 : 1;
+        if (!isMeasured) return;
+        if (!std::isfinite(real)) {
+            measured.finite = false;
+            return;
+        }
+        measured.lowest = std::min(measured.lowest, real);
+        measured.highest = std::max(measured.highest, real);
+    });
+    return measured;
+}
+
+IntegerScale::IntegerScale(const MeasuredReals& measured)
+    : m_Lowest(std::numeric_limits<std::int16_t>::min() + (measured.padding > 0 ? 1 : 0)) {  // for the value of padding
+    m_Rescale.slope = std::max(std::min(measured.lowest, 0.0) / m_Lowest, std::max(measured.highest, 0.0) / kHighest);
+    if (!(m_Rescale.slope > 0)) m_Rescale.slope = 1;
+    if (measured.padding == 0) return;
+    const double least = std::round(std::min(measured.lowest, measured.highest) / m_Rescale.slope);
+    m_Padding = std::isfinite(least) ? std::max(least, m_Lowest) - 1 : 0;
+}
+
+std::int16_t IntegerScale::ValueOf(double real) const {
+    return static_cast<std::int16_t>(
+        std::isnan(real) ? 0 : std::clamp(std::round(real / m_Rescale.slope), m_Lowest, kHighest));
+}
+
+MeasuredRange IntegerScale::RangeOf(const MeasuredReals& measured) const {
+    if (!(measured.lowest <= measured.highest)) return {};
+    return {ValueOf(measured.lowest), ValueOf(measured.highest)};
+}
+
+double IntegerScale::Convert(const ScaledPlane& plane, std::span<std::byte> to) const {
+    double error = 0;
+    const auto padding = static_cast<std::int16_t>(m_Padding.value_or(0));
+    ForEachReal(plane, [&](std::size_t i, double real, bool isMeasured) {
+        const std::int16_t value = isMeasured ? ValueOf(real) : padding;
+        if (isMeasured && std::isfinite(real))
+            error = std::max(error, std::fabs(static_cast<double>(value) * m_Rescale.slope - real));
+        std::memcpy(to.data() + i * sizeof value, &value, sizeof value);
+    });
+    return error;
+}
+
 CommonScale ToCommonIntegers(const ScaledPlanes& from) {
     const Measured measured = Measure(from);
-    constexpr double kHighest = std::numeric_limits<std::int16_t>::max();
-    const double room = measured.padding > 0 ? 1 : 0;  // for the value of padding
-    const double lowest = std::numeric_limits<std::int16_t>::min() + room;
-    CommonScale common;
-    common.rescale.slope =
-        std::max(std::min(measured.lowest, 0.0) / lowest, std::max(measured.highest, 0.0) / kHighest);
-    if (!(common.rescale.slope > 0)) common.rescale.slope = 1;
-    common.paddingVoxels = measured.padding;
-    if (measured.padding > 0) {
-        const double least = std::round(std::min(measured.lowest, measured.highest) / common.rescale.slope);
-        common.padding = std::isfinite(least) ? std::max(least, lowest) - 1 : 0;
-    }
+    const IntegerScale scale(measured);
+    CommonScale common{
+        .rescale = scale.GetRescale(), .padding = scale.GetPadding(), .paddingVoxels = measured.padding};
     common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * sizeof(std::int16_t));
-    ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
-        if (!isMeasured) return Put(common.voxels, i, static_cast<std::int16_t>(*common.padding));
-        const double value =
-            std::isnan(real) ? 0 : std::clamp(std::round(real / common.rescale.slope), lowest, kHighest);
-        if (std::isfinite(real)) common.error = std::max(common.error, std::fabs(value * common.rescale.slope - real));
-        Put(common.voxels, i, static_cast<std::int16_t>(value));
-    });
+    const std::size_t bytes = common.voxels.GetBytes().size() / from.rescales.size();
+    for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
+        const double error =
+            scale.Convert(PlaneOf(from, plane), common.voxels.GetBytes().subspan(plane * bytes, bytes));
+        common.error = std::max(common.error, error);
+    }
     return common;
 }
 

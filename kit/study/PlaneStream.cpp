@@ -11,6 +11,7 @@ namespace korvane {
 
 namespace {
 
+constexpr std::size_t kMostOpen = 32;                      // files with several frames: each is open, and has its table
 constexpr std::size_t kBatchBytes = std::size_t{1} << 20;  // small planes are not worth a thread's waking each
 
 }  // namespace
@@ -29,15 +30,19 @@ void PlaneStream::Met::Add(const Met& other) {
     outside.Add(other.outside);
     inside.Add(other.inside);
     all.Add(other.all);
+    reals.Add(other.reals);
+    scaleError = std::max(scaleError, other.scaleError);
     otherPadding = otherPadding || other.otherPadding;
     tables = tables || other.tables;
     bitsAbove.insert(bitsAbove.end(), other.bitsAbove.begin(), other.bitsAbove.end());
 }
 
 PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
-                         const std::optional<Padding>& padding, unsigned jobs, const Watch& watch)
-    : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding), m_Watch(watch),
-      m_Type(VoxelTypeOf(HeaderOf(0).form).value()),
+                         const std::optional<Padding>& padding, const PlaneScaling* scaling, unsigned jobs,
+                         const Watch& watch)
+    : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding), m_pScaling(scaling),
+      m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(0).form).value()),
+      m_Type(scaling != nullptr && scaling->scale ? VoxelType::Int16 : m_Stored),
       m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.rows) *
                    static_cast<std::size_t>(HeaderOf(0).form.columns) * SizeOf(m_Type)),
       m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)), m_Thicknesses(m_Slices.size()) {
@@ -51,13 +56,24 @@ PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& s
 PlaneStream::~PlaneStream() = default;
 
 /// Null for a file of one image.
-const FramePixels* PlaneStream::FramesOf(const SliceRef& slice) {
+std::shared_ptr<const FramePixels> PlaneStream::FramesOf(const SliceRef& slice) {
     const ImageHeader& header = m_Found.files[slice.file];
     if (header.frames < 2) return nullptr;
     const std::lock_guard lock(m_Mutex);
-    std::unique_ptr<FramePixels>& frames = m_Frames[slice.file];
-    if (!frames) frames = std::make_unique<FramePixels>(header, m_Watch);
-    return frames.get();
+    OpenFrames& open = m_Frames[slice.file];
+    open.lastUse = ++m_nUses;
+    if (open.frames == nullptr) {
+        open.frames = std::make_shared<const FramePixels>(header, m_Watch);
+        if (m_Frames.size() > kMostOpen) CloseLeastUsed();
+    }
+    return m_Frames[slice.file].frames;
+}
+
+/// Whoever still reads of it keeps it.
+void PlaneStream::CloseLeastUsed() {
+    m_Frames.erase(std::min_element(m_Frames.begin(), m_Frames.end(), [](const auto& a, const auto& b) {
+        return a.second.lastUse < b.second.lastUse;
+    }));
 }
 
 std::size_t PlaneStream::CountIn(std::size_t batch) const {
@@ -78,17 +94,36 @@ std::span<const std::byte> PlaneStream::ReadNext() {
 
 void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) {
     batch.met = {};
-    if (count > 1) batch.copies.resize(count * m_PlaneBytes);
+    const bool isScaled = m_pScaling != nullptr && m_pScaling->scale;
+    if (count > 1 || isScaled) batch.copies.resize(count * m_PlaneBytes);
     for (std::size_t k = 0; k < count; ++k) {
         const SliceRef& slice = SliceOf(first + k);
         const std::span<const std::byte> voxels =
-            batch.reader.Read(HeaderOf(first + k), FramesOf(slice), std::max(slice.frame, 0));
+            batch.reader.Read(HeaderOf(first + k), FramesOf(slice).get(), std::max(slice.frame, 0));
+        const auto copy = [&] { return std::span(batch.copies).subspan(k * m_PlaneBytes, m_PlaneBytes); };
+        if (isScaled) {
+            Convert(batch, first + k, voxels, copy());
+            NoteWhatIsMet(batch, first + k, copy());
+            continue;
+        }
+        if (m_pScaling != nullptr) batch.met.reals.Add(MeasureReals(ScaledPlaneOf(batch, first + k, voxels)));
         NoteWhatIsMet(batch, first + k, voxels);
         batch.voxels = voxels;
         if (count == 1) return;
-        std::memcpy(batch.copies.data() + k * m_PlaneBytes, voxels.data(), m_PlaneBytes);
+        std::memcpy(copy().data(), voxels.data(), m_PlaneBytes);
     }
     batch.voxels = batch.copies;
+}
+
+ScaledPlane PlaneStream::ScaledPlaneOf(const Batch& batch, std::size_t plane, std::span<const std::byte> stored) const {
+    return {m_Stored, stored, m_pScaling->rescales[static_cast<std::size_t>(m_Order[plane])],
+            batch.reader.GetPadding().value_or(kNoPadding)};
+}
+
+void PlaneStream::Convert(Batch& batch, std::size_t plane, std::span<const std::byte> stored,
+                          std::span<std::byte> to) const {
+    const double error = m_pScaling->scale->Convert(ScaledPlaneOf(batch, plane, stored), to);
+    batch.met.scaleError = std::max(batch.met.scaleError, error);
 }
 
 void PlaneStream::NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels) {

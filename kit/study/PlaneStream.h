@@ -3,6 +3,7 @@
 
 #include "../core/Threads.h"
 #include "../core/Watch.h"
+#include "CommonScale.h"
 #include "FoundFiles.h"
 #include "FramePixels.h"
 #include "Padding.h"
@@ -19,14 +20,21 @@
 
 namespace korvane {
 
+/// What becomes of stored values that have a rescale of their own in each slice.
+struct PlaneScaling {
+    std::vector<Rescale> rescales;        ///< of slices, by their index
+    std::optional<IntegerScale> scale{};  ///< values are brought to it; nothing: they stay, and real ones are measured
+    MeasuredReals measured{};             ///< which the scale is made for
+};
+
 /// Slices that are files of their own, or frames that can be read alone, in one form (`SeriesVolume::CanStream`). What it
 /// refers to must outlive it.
 class PlaneStream {
 public:
     /// `slices`: each one image. `order`: of each plane that will be read, one after the other, the index of its slice. Reads ahead on `jobs` threads
-    /// (see `CountJobs`).
+    /// (see `CountJobs`). `padding`: of the values that are handed over. `scaling`: null without.
     PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
-                const std::optional<Padding>& padding, unsigned jobs, const Watch& watch);
+                const std::optional<Padding>& padding, const PlaneScaling* scaling, unsigned jobs, const Watch& watch);
     ~PlaneStream();
     PlaneStream(const PlaneStream&) = delete;
     PlaneStream& operator=(const PlaneStream&) = delete;
@@ -39,6 +47,10 @@ public:
     MeasuredRange GetRange() const { return m_Met.outside.IsEmpty() ? m_Met.inside : m_Met.outside; }
     /// With padding.
     MeasuredRange GetWholeRange() const { return m_Met.all; }
+    /// Of real values, with a scaling that only measures them.
+    const MeasuredReals& GetReals() const { return m_Met.reals; }
+    /// The largest difference of a real value from what it was, with a scaling.
+    double GetScaleError() const { return m_Met.scaleError; }
     /// Whether a slice names other padding than the one that counts.
     bool HasOtherPadding() const { return m_Met.otherPadding; }
     /// Whether a slice has a Modality LUT.
@@ -51,11 +63,18 @@ public:
 private:
     struct Batch;
 
+    struct OpenFrames {
+        std::shared_ptr<const FramePixels> frames;
+        std::size_t lastUse = 0;
+    };
+
     /// What planes that were read have.
     struct Met {
         MeasuredRange outside;  // of all voxels but padding
         MeasuredRange inside;   // of planes with nothing but padding
         MeasuredRange all;
+        MeasuredReals reals;
+        double scaleError = 0;
         bool otherPadding = false;
         bool tables = false;
         std::vector<int> bitsAbove;  // indices of slices
@@ -65,8 +84,11 @@ private:
 
     const SliceRef& SliceOf(std::size_t plane) const { return m_Slices[static_cast<std::size_t>(m_Order[plane])]; }
     const ImageHeader& HeaderOf(std::size_t plane) const { return m_Found.files[SliceOf(plane).file]; }
-    const FramePixels* FramesOf(const SliceRef& slice);
+    std::shared_ptr<const FramePixels> FramesOf(const SliceRef& slice);
+    void CloseLeastUsed();
     std::size_t CountIn(std::size_t batch) const;
+    ScaledPlane ScaledPlaneOf(const Batch& batch, std::size_t plane, std::span<const std::byte> stored) const;
+    void Convert(Batch& batch, std::size_t plane, std::span<const std::byte> stored, std::span<std::byte> to) const;
     void ReadBatch(Batch& batch, std::size_t first, std::size_t count);
     void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels);
 
@@ -74,15 +96,18 @@ private:
     const std::vector<SliceRef>& m_Slices;
     std::vector<int> m_Order;
     std::optional<Padding> m_Padding;
+    const PlaneScaling* m_pScaling;
     Watch m_Watch;
-    VoxelType m_Type;
+    VoxelType m_Stored;
+    VoxelType m_Type;  // of what is handed over
     std::size_t m_PlaneBytes;
     std::size_t m_InBatch;
     std::size_t m_Next = 0;
     Met m_Met;
     std::vector<std::optional<std::string>> m_Thicknesses;
     std::mutex m_Mutex;                                            // of the map
-    std::map<std::size_t, std::unique_ptr<FramePixels>> m_Frames;  // of each file with several
+    std::map<std::size_t, OpenFrames> m_Frames;                    // of files with several
+    std::size_t m_nUses = 0;                                       // of them
     std::vector<std::unique_ptr<Batch>> m_Ring;                    // as many as are under way
     std::optional<InOrder> m_Batches;                              // ends before what it reads into
 };

@@ -346,10 +346,28 @@ DICOMDataObject& LoadedSlices::ReadHeader(const FoundFiles& found, std::size_t d
     return *m_Files.back();
 }
 
-std::size_t LoadedSlices::CountFiles() const {
-    std::size_t files = 0;
-    for (std::size_t i = 0; i < m_Images.size(); ++i) files += i == 0 || m_Images[i].file != m_Images[i - 1].file;
+std::vector<std::size_t> LoadedSlices::ListFiles() const {
+    std::vector<std::size_t> files;
+    for (const SliceRef& image : m_Images) {
+        if (files.empty() || files.back() != image.file) files.push_back(image.file);
+    }
     return files;
+}
+
+std::size_t LoadedSlices::CountFiles() const {
+    return ListFiles().size();
+}
+
+void LoadedSlices::ReadFileHeaders(
+    const FoundFiles& found,
+    const std::function<void(const std::string& path, const DICOMDataObject& header)>& take) const {
+    const std::vector<std::size_t> files = ListFiles();
+    std::vector<std::unique_ptr<DICOMDataObject>> ahead(2 * std::size_t{CountJobs(m_nJobs)});
+    const auto headerOf = [&](std::size_t i) -> auto& { return ahead[i % ahead.size()]; };
+    ForEachInOrder(
+        m_nJobs, files.size(), ahead.size() - 1, m_Watch,
+        [&](std::size_t i) { headerOf(i) = ReadSliceHeader(found.files[files[i]], m_Watch); },
+        [&](std::size_t i) { take(found.files[files[i]].path, *headerOf(i)); });
 }
 
 void LoadedSlices::AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices) {

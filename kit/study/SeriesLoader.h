@@ -68,6 +68,9 @@ public:
     /// The header of a slice as loading it would leave it but for its pixels, which it has none of. Owned by this object.
     /// Throws `Error`.
     DICOMDataObject& ReadHeader(const FoundFiles& found, std::size_t dataSet);
+    /// With `Later`: reads the header of each file; `take` gets one after the other. Throws `Error`.
+    void ReadFileHeaders(const FoundFiles& found,
+                         const std::function<void(const std::string& path, const DICOMDataObject& header)>& take) const;
     /// With `Frames` and `Later`: what each data set is of, a file of one image, or a frame.
     const std::vector<SliceRef>& GetImages() const { return m_Images; }
     std::size_t CountFiles() const;
@@ -94,6 +97,7 @@ private:
     void LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void ReadHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void ReadFrameHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    std::vector<std::size_t> ListFiles() const;
     void AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices);
     void AddPlace(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole);
     std::unique_ptr<DICOMDataObject> MakeHeader(const ImageHeader& header, const SliceRef& image,

@@ -41,10 +41,24 @@ MeasuredRange RangeOf(VoxelType type, std::span<const std::byte> voxels) {
     return range.IsEmpty() ? MeasuredRange{0, 0} : range;
 }
 
-std::string DescribePadding(const CommonScale& common) {
-    if (!common.padding) return "";
-    return ", and the " + std::to_string(common.paddingVoxels) + " voxels of padding have the value " +
-           platform::FormatReal(*common.padding) + ", which no other has";
+std::string DescribePadding(const std::optional<double>& padding, std::uint64_t voxels) {
+    if (!padding) return "";
+    return ", and the " + std::to_string(voxels) + " voxels of padding have the value " +
+           platform::FormatReal(*padding) + ", which no other has";
+}
+
+/// The windows of a data set are over activity, and would show uptake all black.
+void PutUptake(DICOMDataObject& dataSet, const FramePlace& place) {
+    PutText(dataSet, tags::RescaleSlope, place.slope);
+    PutText(dataSet, tags::RescaleIntercept, place.intercept);
+    PutText(dataSet, tags::Units, "GML");
+    for (const Tag tag : {tags::WindowCenter, tags::WindowWidth, tags::VOILUTSequence}) DropElement(dataSet, tag);
+}
+
+void DropScale(DICOMDataObject& dataSet) {
+    for (const Tag tag :
+         {tags::RescaleSlope, tags::RescaleIntercept, tags::PixelPaddingValue, tags::PixelPaddingRangeLimit})
+        DropElement(dataSet, tag);
 }
 
 /// Planes in memory that is the caller's, with the places that the volume's planes have.
@@ -133,6 +147,8 @@ void SeriesVolume::TakeSlices(const std::vector<SliceRef>& slices) {
     m_Place.spacing = sized.spacing;
 }
 
+SeriesVolume::~SeriesVolume() = default;
+
 std::size_t SeriesVolume::GetSliceCount() const {
     return GetSeries().geometry.volumes > 1 ? m_Slices.size() : CountImages(GetFound(), GetSeries());
 }
@@ -180,6 +196,7 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_Scale.reset();
     m_ScaleError.reset();
     m_ScaledPadding.reset();
+    m_pScaling.reset();
     const auto hasTable = [](const auto& file) { return FindItem(*file.second, tags::ModalityLUTSequence) != nullptr; };
     m_bTables = m_bTables || std::any_of(GetFiles().begin(), GetFiles().end(), hasTable);
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
@@ -187,32 +204,30 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
 }
 
 bool SeriesVolume::CanStream(const std::vector<SliceRef>& slices) const {
-    constexpr std::size_t kMostOpen = 8;  // files with several frames are kept open
     const ImageHeader& first = GetFound().files[slices.front().file];
-    if (m_bUptake || !VoxelTypeOf(first.form)) return false;
-    std::set<std::size_t> withFrames;
+    if (!VoxelTypeOf(first.form)) return false;
+    bool isAnyOfFrames = false;
     for (const SliceRef& slice : slices) {
         const ImageHeader& header = GetFound().files[slice.file];
         // The instance number chooses the slice that the module begins with; 0 is also what has none.
         const bool isImage = slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.instance > 0;
         if (header.form != first.form || !(isImage || FramePixels::CanRead(header))) return false;
-        if (!isImage) withFrames.insert(slice.file);
+        isAnyOfFrames = isAnyOfFrames || !isImage;
     }
-    if (withFrames.size() > kMostOpen) return false;
     // What is wrong with a file is told by what reads it whole.
     try {
-        const std::optional<FramePixels> frames = withFrames.contains(slices.front().file)
-                                                      ? std::optional<FramePixels>(std::in_place, first, m_Watch)
-                                                      : std::nullopt;
+        const std::optional<FramePixels> frames =
+            first.frames > 1 ? std::optional<FramePixels>(std::in_place, first, m_Watch) : std::nullopt;
         return PlaneReader(m_Watch).KeepsForm(first, frames ? &*frames : nullptr);
     } catch (const Error& error) {
-        if (error.GetKind() == ErrorKind::Stopped || withFrames.empty()) throw;
+        if (error.GetKind() == ErrorKind::Stopped || !isAnyOfFrames) throw;
         return false;
     }
 }
 
 void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
     Begin(slices, LoadedSlices::Pixels::Later);
+    if (m_bUptake) ApplyUptake();
     m_StreamedRange = {0, 0};
     Assemble();
 }
@@ -220,22 +235,65 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
 std::unique_ptr<PlaneStream> SeriesVolume::StreamPlanes(bool lastFirst) const {
     std::vector<int> order = m_Assembled.m_SliceToIndex;
     if (lastFirst) std::reverse(order.begin(), order.end());
-    return std::make_unique<PlaneStream>(GetFound(), m_Loaded->GetImages(), std::move(order), GetPadding(), m_nJobs,
-                                         m_Watch);
+    return std::make_unique<PlaneStream>(GetFound(), m_Loaded->GetImages(), std::move(order), GetPadding(),
+                                         m_pScaling.get(), m_nJobs, m_Watch);
 }
 
 void SeriesVolume::ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
     const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
     const auto planes = static_cast<int>(m_Assembled.m_SliceToIndex.size());
     for (int plane = 0; plane < planes; ++plane) take(plane, stream->ReadNext());
-    m_StreamedRange = stream->GetRange();
+    TakeRead(*stream);
+}
+
+void SeriesVolume::TakeRead(const PlaneStream& stream) {
+    m_StreamedRange = stream.GetRange();
     if (m_StreamedRange.IsEmpty()) m_StreamedRange = {0, 0};  // no voxel is a number
-    m_WholeRange = stream->GetWholeRange();
-    m_Thicknesses = stream->GetThicknesses();
-    if (stream->HasOtherPadding()) TellOtherPadding();
-    m_bTables = m_bTables || stream->HasTables();
-    const std::vector<std::string> dirty = stream->ListBitsAbove();
+    m_WholeRange = stream.GetWholeRange();
+    m_Thicknesses = stream.GetThicknesses();
+    if (stream.HasOtherPadding()) TellOtherPadding();
+    m_bTables = m_bTables || stream.HasTables();
+    const std::vector<std::string> dirty = stream.ListBitsAbove();
     if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Loaded->CountFiles()));
+}
+
+bool SeriesVolume::ScalePlanes(const std::function<void()>& step) {
+    auto scaling = std::make_unique<PlaneScaling>();
+    for (const FramePlace& place : m_Loaded->GetPlaces()) scaling->rescales.push_back(RealRescaleOf(place));
+    m_pScaling = std::move(scaling);
+    const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
+    for (std::size_t i = 0; i < m_pScaling->rescales.size(); ++i, step()) stream->ReadNext();
+    const MeasuredReals& reals = stream->GetReals();
+    if (!reals.finite) {
+        m_pScaling.reset();
+        return false;
+    }
+    TakeRead(*stream);
+    m_pScaling->measured = reals;
+    const IntegerScale& scale = m_pScaling->scale.emplace(reals);
+    m_OwnType = VoxelType::Int16;
+    m_Scale = scale.GetRescale();
+    m_ScaledPadding = scale.GetPadding();
+    m_StreamedRange = m_WholeRange = scale.RangeOf(reals);
+    if (m_ScaledPadding) {
+        const auto padding = static_cast<long long>(*m_ScaledPadding);
+        m_WholeRange.Add({padding, padding});
+        if (m_StreamedRange.IsEmpty()) {
+            m_StreamedRange = m_WholeRange;
+        } else {
+            m_StreamedRange.padding = reals.padding;
+        }
+    }
+    m_Place.slope = platform::FormatReal(m_Scale->slope);
+    m_Place.intercept = platform::FormatReal(m_Scale->intercept);
+    return true;
+}
+
+void SeriesVolume::TellScale(double error) {
+    m_ScaleError = error;
+    const std::vector<Rescale>& own = m_pScaling->rescales;
+    const bool differ = std::any_of(own.begin(), own.end(), [&](const Rescale& other) { return other != own.front(); });
+    TellOneScale(differ, error, m_pScaling->measured.padding);
 }
 
 void SeriesVolume::FitForModule() {
@@ -245,11 +303,25 @@ void SeriesVolume::FitForModule() {
     volume.SetMax(m_WholeRange.largest);
     m_Loaded->PutThicknesses(m_Thicknesses);
     const auto first = static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front());
-    m_Assembled.GetDDOList().front() = &m_Loaded->ReadHeader(GetFound(), first);
+    DICOMDataObject& header = m_Loaded->ReadHeader(GetFound(), first);
+    if (m_bUptake) PutUptake(header, m_Loaded->GetPlaces()[first]);
+    if (m_pScaling) DropScale(header);
+    m_Assembled.GetDDOList().front() = &header;
+}
+
+double SeriesVolume::FindUptakeFactor() {
+    UptakeFactor factor;
+    const auto add = [&](const std::string& path, const DICOMDataObject& dataSet) { factor.Add(path, dataSet); };
+    if (IsStreamed()) {
+        m_Loaded->ReadFileHeaders(GetFound(), add);
+    } else {
+        for (const auto& [path, dataSet] : GetFiles()) add(path, *dataSet);
+    }
+    return factor.Get();
 }
 
 void SeriesVolume::ApplyUptake() {
-    const double factor = UptakeFactorOf(m_Loaded->GetFiles());
+    const double factor = FindUptakeFactor();
     const auto apply = [factor](FramePlace& place) {
         const Rescale rescale = RealRescaleOf(place);
         place.slope = platform::FormatReal(rescale.slope * factor);
@@ -260,12 +332,8 @@ void SeriesVolume::ApplyUptake() {
     std::vector<FramePlace>& places = m_Loaded->GetPlaces();
     for (std::size_t i = 0; i < places.size(); ++i) {
         apply(places[i]);
-        DICOMDataObject& dataSet = *m_Loaded->GetDataSets()[i];
-        PutText(dataSet, tags::RescaleSlope, places[i].slope);
-        PutText(dataSet, tags::RescaleIntercept, places[i].intercept);
-        PutText(dataSet, tags::Units, "GML");
-        // The windows of the data set are over activity, and would show uptake all black.
-        for (const Tag tag : {tags::WindowCenter, tags::WindowWidth, tags::VOILUTSequence}) DropElement(dataSet, tag);
+        // Of slices that are streamed the others have none of it.
+        if (i == 0 || !IsStreamed()) PutUptake(*m_Loaded->GetDataSets()[i], places[i]);
     }
     Tell({.kind = FindingKind::UptakeValues,
           .lengths = {factor},
@@ -316,22 +384,23 @@ void SeriesVolume::BringToOneScale(bool integers, bool tell) {
     SetTrueRange(GetVolume());
     // Exporters of integers undo the rescale of the data sets. These integers go into the file as they are, so there is none.
     for (DICOMDataObject* const dataSet : m_Loaded->GetDataSets()) {
-        for (const Tag tag :
-             {tags::RescaleSlope, tags::RescaleIntercept, tags::PixelPaddingValue, tags::PixelPaddingRangeLimit})
-            DropElement(*dataSet, tag);
+        DropScale(*dataSet);
         if (integers) continue;
         PutReals(*dataSet, tags::RescaleSlope, &common.rescale.slope, 1);
         PutReals(*dataSet, tags::RescaleIntercept, &common.rescale.intercept, 1);
     }
     m_Place.slope = platform::FormatReal(common.rescale.slope);
     m_Place.intercept = platform::FormatReal(common.rescale.intercept);
-    if (!tell) return;
+    if (tell) TellOneScale(differ, common.error, common.paddingVoxels);
+}
+
+void SeriesVolume::TellOneScale(bool differ, double error, std::uint64_t paddingVoxels) {
     Tell({.kind = FindingKind::OneScale,
-          .lengths = {common.rescale.slope, common.error},
+          .lengths = {m_Scale->slope, error},
           .text = std::string(differ ? "slices have rescales of their own: " : "") +
-                  "values are brought to one scale, " + std::string(WordOf(common.type)) + " with slope " +
+                  "values are brought to one scale, " + std::string(WordOf(GetType())) + " with slope " +
                   m_Place.slope + " and intercept " + m_Place.intercept + ", rounded by at most " +
-                  platform::FormatReal(common.error) + DescribePadding(common)});
+                  platform::FormatReal(error) + DescribePadding(m_ScaledPadding, paddingVoxels)});
 }
 
 /// Of each plane, in plane order; nothing where no slice has any.

@@ -21,6 +21,7 @@
 namespace korvane {
 
 class PlaneStream;
+struct PlaneScaling;
 
 /// The module's voxel types in the Kit's words.
 VoxelType TypeOf(CVolume::PixelType type);
@@ -30,6 +31,7 @@ class SeriesVolume {
 public:
     /// Finds and chooses the series by its headers. Throws `Error`.
     explicit SeriesVolume(const SeriesChoice& choice);
+    ~SeriesVolume();
     /// `volume`: from 1; 0: not asked for, which is the first. Throws `Error`.
     SeriesVolume(const Series& series, int volume, const Watch& watch);
 
@@ -77,6 +79,12 @@ public:
     /// that `Load` would have found. `take` runs on the calling thread. The range is known afterwards, and so is what was met.
     /// Throws `Error`.
     void ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
+    /// The same where slices have rescales of their own, or uptake is asked for: planes that are streamed from now on are
+    /// brought to one scale of integers (see `CommonScale.h`), as by `BringToOneScale`. `step`: after each plane. False, and
+    /// nothing is changed, where real values are beyond any number. Throws `Error`.
+    bool ScalePlanes(const std::function<void()>& step);
+    /// When all of those were read again: tells of the scale, with its rounding error.
+    void TellScale(double error);
     /// After `ReadPlanes`: what the module's exporters read of a volume and of data sets is as after `Load`, but for the
     /// pixels, of which no plane has any. Throws `Error`.
     void FitForModule();
@@ -135,7 +143,10 @@ private:
     void Assemble();
     std::vector<Padding> GetPlanePaddings() const;
     void TellOtherPadding();
+    void TellOneScale(bool differ, double error, std::uint64_t paddingVoxels);
+    void TakeRead(const PlaneStream& stream);
     void SetTrueSpacing();
+    double FindUptakeFactor();
     void ApplyUptake();
     bool CanReadFrames(const std::vector<SliceRef>& slices) const;
     void ReadInPlace();
@@ -162,6 +173,7 @@ private:
     std::optional<Rescale> m_Scale;  // of all planes, in place of their own
     std::optional<double> m_ScaleError;
     std::optional<double> m_ScaledPadding;
+    std::unique_ptr<PlaneScaling> m_pScaling;  // of planes that are streamed
     bool m_bTables = false;
     VoxelBlock m_OwnVoxels;  // outlives the volume, whose planes may lie in it
     CDicomVolume m_Assembled;

@@ -147,22 +147,22 @@ private:
 
 }  // namespace
 
-double UptakeFactorOf(const std::vector<std::pair<std::string, const DICOMDataObject*>>& files) {
-    std::optional<double> factor;
-    for (const auto& [path, dataSet] : files) {
-        const double own = UptakeReader(path, *dataSet).Factor();
-        if (factor && std::fabs(own / *factor - 1) > kSame) {
-            throw Error(ErrorKind::Unsupported,
-                        path +
-                            ": no uptake values: weight, dose, times or half-life are others than "
-                            "those of " +
-                            files.front().first)
-                .InFile(path);
-        }
-        factor = own;
+void UptakeFactor::Add(const std::string& path, const DICOMDataObject& dataSet) {
+    const double own = UptakeReader(path, dataSet).Factor();
+    if (m_Factor && std::fabs(own / *m_Factor - 1) > kSame) {
+        throw Error(
+            ErrorKind::Unsupported,
+            path + ": no uptake values: weight, dose, times or half-life are others than those of " + m_First)
+            .InFile(path);
     }
-    if (!factor || !std::isfinite(*factor)) throw Error(ErrorKind::Unsupported, "no uptake values: there is no image");
-    return *factor;
+    if (!m_Factor) m_First = path;
+    m_Factor = own;
+}
+
+double UptakeFactor::Get() const {
+    if (!m_Factor || !std::isfinite(*m_Factor))
+        throw Error(ErrorKind::Unsupported, "no uptake values: there is no image");
+    return *m_Factor;
 }
 
 }  // namespace korvane
