@@ -238,7 +238,7 @@ ExportedVolume ExportJob::WriteVoxels(SeriesVolume& series, const ExportPart& pa
     if (m_Options.sidecar) {
         for (const auto& [extension, text] : file.MakeSidecars(m_Extras)) WriteText(path + extension, text);
     }
-    if (m_Options.preview) WritePreview(series, part, path);
+    if (m_Options.preview) WritePreview(series, part, path, file.GetPreviewPlanes());
     if (!m_Files->GetFailure().empty() || m_Watch.IsStopped()) ThrowUnsaved(*m_pWriter);
     return volume;
 }
@@ -251,11 +251,17 @@ ExportedVolume ExportJob::WriteImages(SeriesVolume& series, const ExportPart& pa
     return volume;
 }
 
-void ExportJob::WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path) {
+void ExportJob::WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path,
+                             PreviewPlanes* planes) {
     if (!m_Files->GetFailure().empty()) return;
     try {
-        if (!part.later.empty()) series.Load(part.slices);  // the last one is there
-        WriteText(path + ".png", MakePreview(series, m_Watch));
+        CheckPreview(series);
+        if (planes != nullptr) {
+            if (!part.later.empty()) series.Place(part.slices);  // the last one is there
+        } else if (series.IsStreamed() || !part.later.empty()) {
+            series.Load(part.slices);
+        }
+        WriteText(path + ".png", MakePreview(series, planes, m_Watch));
     } catch (const Error& error) {
         if (error.GetKind() != ErrorKind::Unsupported) throw;
         Tell({.kind = FindingKind::NotApplied, .text = std::string("no preview: ") + error.what()});

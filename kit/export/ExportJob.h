@@ -18,6 +18,7 @@
 namespace korvane {
 
 class PlaneFeeder;
+class PreviewPlanes;
 
 class ExportJob {
 public:
@@ -52,7 +53,7 @@ private:
     void TellFilled(const ExportedVolume& volume, bool isPadding);
     void TellNotApplied(SeriesVolume& series);
     void TellPadding(const ExportedVolume& volume, bool resampled);
-    void WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path);
+    void WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path, PreviewPlanes* planes);
     void WriteText(const std::string& path, std::string text);
     /// `thrown`: what the caller's watcher threw, if that ended the job.
     [[noreturn]] void ThrowUnsaved(CFileWriter& writer, const std::exception_ptr& thrown = nullptr);

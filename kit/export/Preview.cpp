@@ -1,10 +1,14 @@
 #include "Preview.h"
 
 #include "../pictures/PngWriter.h"
+#include "../pictures/SliceGrid.h"
 #include "../pictures/SliceJob.h"
+#include "../study/PlaneStream.h"
 #include "../study/SeriesVolume.h"
+#include "PreviewPlanes.h"
 
 #include <algorithm>
+#include <memory>
 #include <vector>
 
 namespace korvane {
@@ -30,20 +34,43 @@ Picture SideBySide(const std::vector<Picture>& pictures) {
     return all;
 }
 
-}  // namespace
-
-std::string MakePreview(SeriesVolume& series, const Watch& watch) {
+SliceOptions OptionsOfView(View view) {
     SliceOptions options;
     options.size = kSide;
-    CheckSlicing(series, options);
-    if (series.RescalesDiffer()) series.BringToOneScale(false, false);  // the file holds values at another one
-    series.MakeSliceable();
-    const WindowChoice window = FindWindow(series, options);
+    options.view = view;
+    return options;
+}
+
+/// All planes of a volume that is in no memory, read once more.
+PlanesOfValues ReadAgain(const SeriesVolume& series) {
+    const VoxelType type = series.GetType();
+    return [&series, type](const auto& take) {
+        const std::unique_ptr<PlaneStream> stream = series.StreamPlanes(false);
+        for (std::size_t i = series.GetPlanePlaces().size(); i > 0; --i) take(type, stream->ReadNext());
+    };
+}
+
+}  // namespace
+
+void CheckPreview(const SeriesVolume& series) {
+    CheckSlicing(series, OptionsOfView(View::Axial));
+}
+
+std::string MakePreview(SeriesVolume& series, PreviewPlanes* planes, const Watch& watch) {
+    PlanesOfValues values;
+    if (planes != nullptr) {
+        values = ReadAgain(series);
+        planes->Show(series, 2);
+    } else {
+        if (series.RescalesDiffer()) series.BringToOneScale(false, false);  // the file holds values at another one
+        series.MakeSliceable();
+    }
+    const WindowChoice window = FindWindow(series, OptionsOfView(View::Axial), values);
     std::vector<Picture> pictures;
     for (const View view : {View::Axial, View::Coronal, View::Sagittal}) {
         watch.StopIfAsked();
-        options.view = view;
-        pictures.push_back(SliceJob(series, options, "", {.window = &window}).Draw().picture);
+        if (planes != nullptr) planes->Show(series, FindView(series.GetVolume(), view).axis);
+        pictures.push_back(SliceJob(series, OptionsOfView(view), "", {.window = &window}).Draw().picture);
     }
     return PngWriter::Encode(SideBySide(pictures), watch);
 }

@@ -7,10 +7,14 @@
 
 namespace korvane {
 
+class PreviewPlanes;
 class SeriesVolume;
 
-/// The bytes of a PNG file with the middle axial, coronal and sagittal plane of a loaded volume side by side. Changes the
-/// volume's spacing and its values to what pictures need. Throws `Error`: `Unsupported` for what makes no such planes.
-std::string MakePreview(SeriesVolume& series, const Watch& watch);
+/// Throws `Error` of kind `Unsupported` for what makes no such planes.
+void CheckPreview(const SeriesVolume& series);
+
+/// The bytes of a PNG file with the middle axial, coronal and sagittal plane of a volume side by side. It was loaded, or
+/// placed, with `planes` of it. Changes the volume's spacing and its values to what pictures need. Throws `Error`.
+std::string MakePreview(SeriesVolume& series, PreviewPlanes* planes, const Watch& watch);
 
 }  // namespace korvane

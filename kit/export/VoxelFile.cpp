@@ -105,7 +105,9 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
             ByteStream& headerStream = m_Format.IsHeaderCompressed() ? *stream : plain;
             written = headerStream.Write(std::as_bytes(std::span(header)));
         }
-        written = written && WriteVolume(*stream);
+        if (time == 0 && isStreamed && m_Options.preview && PreviewPlanes::CanTake(m_Series))
+            m_Preview.emplace(m_Series);
+        written = written && WriteVolume(*stream, time == 0);
         AddRange(entry, time == 0);
     }
     if (written) stream->End();
@@ -128,7 +130,6 @@ void VoxelFile::CheckSlices(const ExportPart& part) {
 }
 
 bool VoxelFile::CanStream(const ExportPart& part) const {
-    if (m_Options.preview) return false;
     std::vector<SliceRef> slices = part.slices;
     for (const std::vector<SliceRef>& time : part.later) slices.insert(slices.end(), time.begin(), time.end());
     return m_Series.CanStream(slices);
@@ -211,7 +212,7 @@ std::span<const std::byte> VoxelFile::PlaneOf(int plane) const {
     return m_Series.GetVoxels().subspan(static_cast<std::size_t>(plane) * bytes, bytes);
 }
 
-bool VoxelFile::WriteVolume(ByteStream& stream) {
+bool VoxelFile::WriteVolume(ByteStream& stream, bool first) {
     const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * SizeOf(m_Series.GetType());
     const auto planes = static_cast<int>(m_Grid.size[2]);
     TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", planes, static_cast<double>(bytes));
@@ -227,9 +228,11 @@ bool VoxelFile::WriteVolume(ByteStream& stream) {
     };
     if (m_Series.IsStreamed()) {
         m_Series.ReadPlanes([&](int plane, std::span<const std::byte> stored) {
+            if (first && m_Preview) m_Preview->Take(plane, stored);
             // No more is read for a file that cannot be written; its writer knows why.
             if (!write(plane, stored)) throw Error(ErrorKind::Disk, "the file cannot be written");
         });
+        if (first && m_Preview) m_Preview->SetRange(m_Series.GetWholeRange());
         return true;
     }
     for (int plane = 0; plane < planes; ++plane) {

@@ -5,6 +5,7 @@
 #include "../core/Watch.h"
 #include "ExportFormat.h"
 #include "IrregularPolicy.h"
+#include "PreviewPlanes.h"
 #include "ScanFacts.h"
 #include "VoxelGrid.h"
 
@@ -31,6 +32,9 @@ public:
     /// its files. Throws `Error`.
     ExportedVolume Write(const ExportPart& part, Resampling resample, CFileWriter& writer, const std::string& path);
 
+    /// After `Write`: what a preview of the first volume is made of, where one is asked for and it was not in memory; null
+    /// otherwise.
+    PreviewPlanes* GetPreviewPlanes() { return m_Preview ? &*m_Preview : nullptr; }
     /// After `Write`, of a format that holds times or where a sidecar was asked for: the texts beside the file, their
     /// extensions first.
     std::vector<std::pair<std::string, std::string>> MakeSidecars(const SidecarExtras& extras) const;
@@ -42,7 +46,7 @@ private:
     void ReadFacts(const ExportPart& part);
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
     void ReadPlace(const ExportedVolume& entry);
-    bool WriteVolume(ByteStream& stream);
+    bool WriteVolume(ByteStream& stream, bool first);
     std::span<const std::byte> PlaneOf(int plane) const;
     std::span<const std::byte> RealValues(std::span<const std::byte> stored, const Rescale& rescale);
     ValueMapping DescribeValues() const;
@@ -52,6 +56,7 @@ private:
     const ExportOptions& m_Options;
     Watch m_Watch;
     bool m_bRemote;
+    std::optional<PreviewPlanes> m_Preview;  // of the first volume
     VoxelGrid m_Grid;
     Rescale m_Rescale;  // of all planes; the header's may not hold it
     std::optional<ScanFacts> m_Facts;

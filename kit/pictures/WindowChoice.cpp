@@ -2,14 +2,17 @@
 
 #include "../study/PlaceRescale.h"
 #include "../study/SeriesFindings.h"
+#include "../study/VoxelDispatch.h"
 #include "Histogram.h"
 #include "ImageFile.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
-#include <iterator>
+#include <cstring>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -17,65 +20,105 @@ namespace korvane {
 
 namespace {
 
-template <typename T>
-void AddValues(Histogram& histogram, const void* values, std::size_t count, const std::optional<Padding>& padding) {
-    const auto* const first = static_cast<const T*>(values);
-    if (padding) {
-        histogram.AddOutside(first, count, padding->first, padding->second);
-    } else {
-        histogram.Add(first, count);
-    }
-}
-
-void AddPlane(Histogram& histogram, CVolume::PixelType type, const void* values, std::size_t count,
-              const std::optional<Padding>& padding) {
-    switch (type) {
-    case CVolume::PT_SHORT: return AddValues<std::int16_t>(histogram, values, count, padding);
-    case CVolume::PT_USHORT: return AddValues<std::uint16_t>(histogram, values, count, padding);
-    case CVolume::PT_BYTE: return AddValues<std::uint8_t>(histogram, values, count, padding);
-    case CVolume::PT_FLOAT: return;  // these have a function of their own
-    case CVolume::PT_LONG: return AddValues<std::int32_t>(histogram, values, count, padding);
-    case CVolume::PT_ULONG: return AddValues<std::uint32_t>(histogram, values, count, padding);
-    }
-}
-
-Window PercentileWindowOfReals(CVolume& volume, const Padding& padding) {
-    int dim[4];
-    volume.GetDimensions(dim);
-    std::vector<float> values;
-    for (int plane = 0; plane < dim[2]; ++plane) {
-        const auto* const first = static_cast<const float*>(volume.GetPlane(plane)->m_pData);
-        const std::size_t count = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]);
-        std::copy_if(first, first + count, std::back_inserter(values), [&](float value) {
-            const auto real = static_cast<double>(value);
-            return std::isfinite(value) && !(real >= padding.first && real <= padding.second);
-        });
-    }
-    if (values.empty()) return {};
-    const auto at = [&](double part) {
-        const auto rank = static_cast<std::ptrdiff_t>(part * static_cast<double>(values.size() - 1));
-        std::nth_element(values.begin(), values.begin() + rank, values.end());
-        return static_cast<double>(values[static_cast<std::size_t>(rank)]);
+PlanesOfValues PlanesOf(CVolume& volume) {
+    return [&volume](const auto& take) {
+        int dim[4];
+        volume.GetDimensions(dim);
+        const VoxelType type = TypeOf(volume.GetType());
+        const std::size_t bytes = static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]) * SizeOf(type);
+        for (int plane = 0; plane < dim[2]; ++plane)
+            take(type, {static_cast<const std::byte*>(volume.GetPlane(plane)->m_pData), bytes});
     };
-    const double low = at(0.01);
-    const double high = at(0.99);
+}
+
+/// A number that is larger where the value is.
+std::uint32_t KeyOf(float value) {
+    const auto bits = std::bit_cast<std::uint32_t>(value);
+    return (bits >> 31) != 0 ? ~bits : bits | 0x80000000U;
+}
+
+float ValueOf(std::uint32_t key) {
+    return std::bit_cast<float>((key >> 31) != 0 ? key & 0x7FFFFFFFU : ~key);
+}
+
+/// Counts of 16 bits of keys.
+using KeyCounts = std::vector<std::uint64_t>;
+constexpr std::size_t kHalves = 65536;
+
+/// Which of the counted has a rank, that becomes the rank within it.
+std::uint32_t FindRank(const KeyCounts& counts, std::uint64_t& rank) {
+    std::size_t bin = 0;
+    for (; bin + 1 < counts.size() && rank >= counts[bin]; ++bin) rank -= counts[bin];
+    return static_cast<std::uint32_t>(bin);
+}
+
+/// Keys of the finite values outside of padding, as the 32-bit floats that they are drawn as.
+template <class Take>
+void ForEachKey(const PlanesOfValues& values, const Padding& padding, Take take) {
+    values([&](VoxelType type, std::span<const std::byte> plane) {
+        WithVoxelType(type, [&](auto zero) {
+            for (std::size_t at = 0; at < plane.size(); at += sizeof zero) {
+                std::memcpy(&zero, plane.data() + at, sizeof zero);
+                const auto value = static_cast<float>(zero);
+                const auto real = static_cast<double>(value);
+                if (std::isfinite(value) && !(real >= padding.first && real <= padding.second)) take(KeyOf(value));
+            }
+        });
+    });
+}
+
+/// The upper halves of all keys are counted, then the lower ones of those that the two wanted are among.
+Window PercentileWindowOfReals(const PlanesOfValues& values, const Padding& padding) {
+    KeyCounts upper(kHalves);
+    std::uint64_t total = 0;
+    ForEachKey(values, padding, [&](std::uint32_t key) {
+        ++upper[key >> 16];
+        ++total;
+    });
+    if (total == 0) return {};
+    std::uint64_t ranks[2];
+    std::uint32_t halves[2];
+    KeyCounts lower[2] = {KeyCounts(kHalves), KeyCounts(kHalves)};
+    constexpr double kParts[2] = {0.01, 0.99};
+    for (std::size_t i = 0; i < 2; ++i) {
+        ranks[i] = static_cast<std::uint64_t>(kParts[i] * static_cast<double>(total - 1));
+        halves[i] = FindRank(upper, ranks[i]);
+    }
+    ForEachKey(values, padding, [&](std::uint32_t key) {
+        for (std::size_t i = 0; i < 2; ++i) {
+            if (key >> 16 == halves[i]) ++lower[i][key & 0xFFFFU];
+        }
+    });
+    double ends[2];
+    for (std::size_t i = 0; i < 2; ++i)
+        ends[i] = static_cast<double>(ValueOf(halves[i] << 16 | FindRank(lower[i], ranks[i])));
+    const auto [low, high] = ends;
     if (low == high) return {low + 0.5, 1 + std::max(std::fabs(low), 1.0)};  // all the same: grey
     return {(low + high + 1) / 2, high - low + 1};
 }
 
-/// Stored values.
-Window PercentileWindow(CVolume& volume, const std::optional<Padding>& padding) {
-    int dim[4];
-    volume.GetDimensions(dim);
-    if (volume.GetType() == CVolume::PT_FLOAT) {
-        return PercentileWindowOfReals(volume, padding.value_or(kNoPadding));
-    }
+/// Of whole numbers.
+Histogram CountValues(CVolume& volume, const PlanesOfValues& values, const Padding& padding) {
     Histogram histogram(volume.GetMin(), volume.GetMax());
-    for (int plane = 0; plane < dim[2]; ++plane) {
-        AddPlane(histogram, volume.GetType(), volume.GetPlane(plane)->m_pData,
-                 static_cast<std::size_t>(dim[0]) * static_cast<std::size_t>(dim[1]), padding);
-    }
-    if (histogram.IsEmpty() && padding) return PercentileWindow(volume, std::nullopt);
+    values([&](VoxelType type, std::span<const std::byte> plane) {
+        WithVoxelType(type, [&](auto zero) {
+            using T = decltype(zero);
+            const auto* const first = reinterpret_cast<const T*>(plane.data());
+            const std::size_t count = plane.size() / sizeof(T);
+            if constexpr (std::is_integral_v<T>) {
+                if (padding == kNoPadding) return histogram.Add(first, count);
+                histogram.AddOutside(first, count, padding.first, padding.second);
+            }
+        });
+    });
+    return histogram;
+}
+
+/// Stored values.
+Window PercentileWindow(CVolume& volume, const PlanesOfValues& values, const std::optional<Padding>& padding) {
+    if (volume.GetType() == CVolume::PT_FLOAT) return PercentileWindowOfReals(values, padding.value_or(kNoPadding));
+    Histogram histogram = CountValues(volume, values, padding.value_or(kNoPadding));
+    if (histogram.IsEmpty() && padding) histogram = CountValues(volume, values, kNoPadding);
     const double low = histogram.Percentile(0.01);
     const double high = histogram.Percentile(0.99);
     if (low == high) return {low + 0.5, 2};         // all the same: grey
@@ -107,7 +150,7 @@ ModalityTransform ModalityOf(SeriesVolume& series) {
     return modality;
 }
 
-WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options) {
+WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options, const PlanesOfValues& values) {
     const DICOMDataObject& dataSet = series.GetFirstDataSet();
     const PixelForm& form = series.GetHeader().form;
     GreyScale scale{.modality = ModalityOf(series), .inverse = IsInverse(dataSet, form)};
@@ -121,7 +164,8 @@ WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options) {
     } else if (own) {
         scale.interest = std::move(*own);
     } else {
-        const Window stored = PercentileWindow(series.GetVolume(), series.GetPadding());
+        const Window stored =
+            PercentileWindow(series.GetVolume(), values ? values : PlanesOf(series.GetVolume()), series.GetPadding());
         scale.interest = InterestOf(stored, scale.modality);
     }
     // A line between the same two values: centre - 0.5 in its middle, width - 1 long.

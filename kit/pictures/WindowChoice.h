@@ -5,7 +5,10 @@
 #include "GreyScale.h"
 #include "Slice.h"
 
+#include <cstddef>
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 
 namespace korvane {
@@ -18,9 +21,14 @@ struct WindowChoice {
     std::string origin;              ///< where it comes from, with its numbers: for the user
 };
 
+/// Hands over the stored values of a volume, plane after plane.
+using PlanesOfValues =
+    std::function<void(const std::function<void(VoxelType type, std::span<const std::byte> values)>& take)>;
+
 /// The window asked for, else what the series' first data set states, else from the 1st to the 99th percentile of the
 /// volume, without padding. The photometric interpretation, an inverse shape and a negative slope go in.
-WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options);
+/// `values`: where the volume's planes do not have them; asked for as often as they are needed, if at all.
+WindowChoice FindWindow(SeriesVolume& series, const SliceOptions& options, const PlanesOfValues& values = {});
 
 /// Stored values of a volume to real ones.
 ModalityTransform ModalityOf(SeriesVolume& series);

@@ -176,8 +176,7 @@ double IntegerScale::Convert(const ScaledPlane& plane, std::span<std::byte> to) 
 CommonScale ToCommonIntegers(const ScaledPlanes& from) {
     const Measured measured = Measure(from);
     const IntegerScale scale(measured);
-    CommonScale common{
-        .rescale = scale.GetRescale(), .padding = scale.GetPadding(), .paddingVoxels = measured.padding};
+    CommonScale common{.rescale = scale.GetRescale(), .padding = scale.GetPadding(), .paddingVoxels = measured.padding};
     common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * sizeof(std::int16_t));
     const std::size_t bytes = common.voxels.GetBytes().size() / from.rescales.size();
     for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {

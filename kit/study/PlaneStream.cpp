@@ -71,9 +71,8 @@ std::shared_ptr<const FramePixels> PlaneStream::FramesOf(const SliceRef& slice) 
 
 /// Whoever still reads of it keeps it.
 void PlaneStream::CloseLeastUsed() {
-    m_Frames.erase(std::min_element(m_Frames.begin(), m_Frames.end(), [](const auto& a, const auto& b) {
-        return a.second.lastUse < b.second.lastUse;
-    }));
+    m_Frames.erase(std::min_element(m_Frames.begin(), m_Frames.end(),
+                                    [](const auto& a, const auto& b) { return a.second.lastUse < b.second.lastUse; }));
 }
 
 std::size_t PlaneStream::CountIn(std::size_t batch) const {

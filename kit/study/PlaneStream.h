@@ -105,11 +105,11 @@ private:
     std::size_t m_Next = 0;
     Met m_Met;
     std::vector<std::optional<std::string>> m_Thicknesses;
-    std::mutex m_Mutex;                                            // of the map
-    std::map<std::size_t, OpenFrames> m_Frames;                    // of files with several
-    std::size_t m_nUses = 0;                                       // of them
-    std::vector<std::unique_ptr<Batch>> m_Ring;                    // as many as are under way
-    std::optional<InOrder> m_Batches;                              // ends before what it reads into
+    std::mutex m_Mutex;                          // of the map
+    std::map<std::size_t, OpenFrames> m_Frames;  // of files with several
+    std::size_t m_nUses = 0;                     // of them
+    std::vector<std::unique_ptr<Batch>> m_Ring;  // as many as are under way
+    std::optional<InOrder> m_Batches;            // ends before what it reads into
 };
 
 }  // namespace korvane

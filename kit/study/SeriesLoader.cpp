@@ -363,7 +363,9 @@ void LoadedSlices::ReadFileHeaders(
     const std::function<void(const std::string& path, const DICOMDataObject& header)>& take) const {
     const std::vector<std::size_t> files = ListFiles();
     std::vector<std::unique_ptr<DICOMDataObject>> ahead(2 * std::size_t{CountJobs(m_nJobs)});
-    const auto headerOf = [&](std::size_t i) -> auto& { return ahead[i % ahead.size()]; };
+    const auto headerOf = [&](std::size_t i) -> auto& {
+        return ahead[i % ahead.size()];
+    };
     ForEachInOrder(
         m_nJobs, files.size(), ahead.size() - 1, m_Watch,
         [&](std::size_t i) { headerOf(i) = ReadSliceHeader(found.files[files[i]], m_Watch); },

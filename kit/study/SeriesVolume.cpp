@@ -62,7 +62,7 @@ void DropScale(DICOMDataObject& dataSet) {
 }
 
 /// Planes in memory that is the caller's, with the places that the volume's planes have.
-void PutPlanes(CVolume& volume, CVolume::PixelType type, std::span<std::byte> voxels) {
+void PutPlanes(CVolume& volume, CVolume::PixelType type, const std::vector<std::byte*>& planes) {
     int dim[4];
     volume.GetDimensions(dim);
     std::vector<std::array<float, 3>> origins;
@@ -71,14 +71,23 @@ void PutPlanes(CVolume& volume, CVolume::PixelType type, std::span<std::byte> vo
         origins.push_back({org[0], org[1], org[2]});
     }
     volume.Init(type, dim[0], dim[1], dim[2], dim[3]);
-    const std::size_t bytes = voxels.size() / origins.size();
     for (int plane = 0; plane < dim[2]; ++plane) {
         const auto number = static_cast<std::size_t>(plane);
         CImagePlane& to = *volume.GetPlane(plane);
-        to.Alloc(voxels.data() + number * bytes);
+        to.Alloc(planes[number]);
         std::copy(origins[number].begin(), origins[number].end(), to.m_Org);
     }
     volume.UpdateZInterpArray();
+}
+
+/// One behind the other.
+void PutPlanes(CVolume& volume, CVolume::PixelType type, std::span<std::byte> voxels) {
+    int dim[4];
+    volume.GetDimensions(dim);
+    std::vector<std::byte*> planes;
+    const std::size_t bytes = voxels.size() / static_cast<std::size_t>(dim[2]);
+    for (std::size_t at = 0; at + bytes <= voxels.size(); at += bytes) planes.push_back(voxels.data() + at);
+    PutPlanes(volume, type, planes);
 }
 
 /// Brings planes, of which `from` says for each place where the one that belongs there lies, to their places. A second
@@ -472,6 +481,13 @@ void SeriesVolume::MakeSliceable() {
         PutPlanes(GetVolume(), CVolume::PT_SHORT, m_OwnVoxels.GetBytes());
         SetTrueRange(GetVolume());
     }
+}
+
+void SeriesVolume::ShowPlanes(VoxelType type, const std::vector<std::byte*>& planes, const MeasuredRange& range) {
+    m_OwnType = type;
+    PutPlanes(GetVolume(), ModuleTypeOf(type), planes);
+    GetVolume().SetMin(range.smallest);
+    GetVolume().SetMax(range.largest);
 }
 
 template <class From, class To>

@@ -135,6 +135,9 @@ public:
     /// Voxels of types that no plane of the module's has, 64-bit floats and signed 8 bits, as 32-bit floats and signed 16
     /// bits: for pictures.
     void MakeSliceable();
+    /// After `Place` and `ReadPlanes`: the volume's planes are these, of a type that the module has, in the caller's memory.
+    /// They are the module's from then on; `range` is that of all voxels.
+    void ShowPlanes(VoxelType type, const std::vector<std::byte*>& planes, const MeasuredRange& range);
 
 private:
     void Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels);

@@ -150,9 +150,8 @@ private:
 void UptakeFactor::Add(const std::string& path, const DICOMDataObject& dataSet) {
     const double own = UptakeReader(path, dataSet).Factor();
     if (m_Factor && std::fabs(own / *m_Factor - 1) > kSame) {
-        throw Error(
-            ErrorKind::Unsupported,
-            path + ": no uptake values: weight, dose, times or half-life are others than those of " + m_First)
+        throw Error(ErrorKind::Unsupported,
+                    path + ": no uptake values: weight, dose, times or half-life are others than those of " + m_First)
             .InFile(path);
     }
     if (!m_Factor) m_First = path;

@@ -49,7 +49,7 @@ def data_set():
 class SeriesMaker:
     """Many slices quickly: all have the bytes of one, but for what tells them apart."""
 
-    def __init__(self, side):
+    def __init__(self, side, pet=False):
         ds = data_set()
         ds.SOPClassUID = ds.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2"
         ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = "1.2.3.9000000"
@@ -62,6 +62,12 @@ class SeriesMaker:
         ds.Rows = ds.Columns = side
         ds.SamplesPerPixel, ds.PhotometricInterpretation = 1, "MONOCHROME2"
         ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = 16, 12, 11, 0
+        if pet:  # with another slope in each slice
+            ds.Units, ds.CorrectedImage, ds.DecayCorrection = "BQML", ["ATTN", "DECY"], "ADMIN"
+            drug = pydicom.Dataset()
+            drug.RadionuclideTotalDose = ds.PatientWeight = "70"
+            ds.RadiopharmaceuticalInformationSequence = [drug]
+            ds.RescaleSlope, ds.RescaleIntercept = "9.000000", "0"
         ds.ImageComments = "x" * 2000  # real headers have some kilobytes
         ds.PixelData = (numpy.arange(side * side, dtype="<u2") % 4000 & 0xFF0).tobytes()
         ds.save_as(WORK / "one.dcm", write_like_original=False)
@@ -78,6 +84,7 @@ class SeriesMaker:
             head = self.whole[: self.header].replace(b"1.2.4.9000000", series)
             head = head.replace(b"1.2.3.9000000", b"1.2.3.%07d" % (1000000 + number))
             head = head.replace(b"9000000 ", b"%07d " % number).replace(b"+9000000.0", b"%+010.1f" % number)
+            head = head.replace(b"9.000000", b"%.6f" % (1 + number % 8))
             (folder / f"{number}.dcm").write_bytes(head + self.whole[self.header :])
         return folder
 

@@ -25,6 +25,19 @@ def exports():
             assert path.read_bytes() == path.with_name(path.name.replace("-rle.", ".")).read_bytes(), path
 
 
+def scales():
+    """So it is where slices have rescales of their own, with uptake values, and with a preview beside the file."""
+    maker = SeriesMaker(512, pet=True)
+    folder = maker.write(WORK / "pet", 120)
+    limit = 32 * MEGABYTE + 4 * 2 * maker.frame + 2 * 120 * maker.header
+    for form, *options in (("vox",), ("bob", "--suv"), ("nifti", "--suv"), ("dicom", "--suv")):
+        took = peak("export", folder, "--format", form, "--to", WORK / f"pet-{form}", "--jobs", 2, *options)
+        assert took < limit, (form, took, limit)
+    native = SeriesMaker(512).write(WORK / "previewed", 120)
+    took = peak("export", native, "--format", "nifti", "--preview", "--to", WORK / "previewed", "--jobs", 2)
+    assert took < limit, (took, limit)
+
+
 def growth():
     """What each file, slice or frame more takes is no more than a few kilobytes: nothing is kept of it but what it tells."""
     few, many = 300, 2300
@@ -46,4 +59,4 @@ def growth():
         assert took[many] - took[few] < limit, (job, took, limit)
 
 
-measured_runs.run(exports, growth)
+measured_runs.run(exports, scales, growth)

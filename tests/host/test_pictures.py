@@ -348,7 +348,7 @@ def modality():
             ds.ModalityLUTSequence = table(0, lut)
 
     times = edited(phantom("times", "--slices", 3, "--size", 16, "--volumes", 2), "early", early)
-    for source, options in ((path, ()), (times, ()), (times, ("--preview",))):  # preview: a whole volume at once
+    for source, options in ((path, ()), (times, ()), (times, ("--preview",))):
         err = korvane("export", source, "--format", "nrrd", *options, "--to", WORK / "vol")[1]
         assert err.count("Modality LUT is not applied") == 1, (source, err)
 
