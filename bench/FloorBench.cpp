@@ -3,6 +3,8 @@
 //        bench_floor load FOLDER              all files' bytes into fresh memory of huge pages
 //        bench_floor join FOLDER FILE BYTES   all files read, and so many bytes written into one file
 //        bench_floor copy FOLDER OUT          each file read and written as one in OUT
+//        bench_floor read2|heads2|load2|join2|copy2 ...   the same by two threads: each has every second file, but for join2, where one
+//                                                         reads the files and the other writes
 //        bench_floor memcpy|plain|huge        200 MB copied; into memory that is at hand, fresh memory, fresh huge pages
 //
 // What jobs of the program are measured beside: the work that none of them can do without, as plain as it can be written,
@@ -18,6 +20,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -58,30 +61,55 @@ std::size_t Largest(const std::vector<fs::path>& paths) {
     return most;
 }
 
-void Load(const std::vector<fs::path>& paths) {
-    std::size_t all = 0;
-    for (const fs::path& path : paths) all += static_cast<std::size_t>(fs::file_size(path));
-    auto* const bytes = static_cast<unsigned char*>(platform::AllocateBuffer(all));
+// `work` with the numbers of all files, or with those of every second one on two threads.
+template <class Work>
+void ForFiles(std::size_t count, bool two, const Work& work) {
+    const auto half = [&](std::size_t first) {
+        for (std::size_t i = first; i < count; i += 2) work(i);
+    };
+    if (!two) {
+        for (std::size_t i = 0; i < count; ++i) work(i);
+        return;
+    }
+    std::thread other(half, 1);
+    half(0);
+    other.join();
+}
+
+void ReadAll(const std::vector<fs::path>& paths, std::size_t most, bool two) {
+    ForFiles(paths.size(), two, [&](std::size_t i) {
+        thread_local std::vector<unsigned char> bytes(most);
+        Read(paths[i], bytes.data(), bytes.size());
+    });
+}
+
+void Load(const std::vector<fs::path>& paths, bool two) {
+    std::vector<std::size_t> places(1);
+    for (const fs::path& path : paths) places.push_back(places.back() + static_cast<std::size_t>(fs::file_size(path)));
+    auto* const bytes = static_cast<unsigned char*>(platform::AllocateBuffer(places.back()));
     if (bytes == nullptr) throw std::runtime_error("no memory");
-    std::size_t at = 0;
-    for (const fs::path& path : paths) at += Read(path, bytes + at, all - at);
+    ForFiles(paths.size(), two, [&](std::size_t i) { Read(paths[i], bytes + places[i], places[i + 1] - places[i]); });
     platform::FreeBuffer(bytes);
 }
 
-void Join(const std::vector<fs::path>& paths, const fs::path& out, std::size_t left) {
-    std::vector<unsigned char> bytes(std::max(Largest(paths), kBlock));
+void Join(const std::vector<fs::path>& paths, const fs::path& out, std::size_t left, bool two) {
+    const std::vector<unsigned char> bytes(kBlock, 1);
+    const auto read = [&] { ReadAll(paths, Largest(paths), false); };
+    std::thread reader = two ? std::thread(read) : std::thread();
+    if (!two) read();
     const File file = Open(out, "wb");
-    for (const fs::path& path : paths) Read(path, bytes.data(), bytes.size());
     for (; left > 0; left -= std::min(left, kBlock)) Write(file.get(), bytes.data(), std::min(left, kBlock));
+    if (two) reader.join();
 }
 
-void CopyFiles(const std::vector<fs::path>& paths, const fs::path& out) {
-    std::vector<unsigned char> bytes(Largest(paths));
+void CopyFiles(const std::vector<fs::path>& paths, const fs::path& out, bool two) {
+    const std::size_t most = Largest(paths);
     fs::create_directories(out);
-    for (const fs::path& path : paths) {
-        const std::size_t size = Read(path, bytes.data(), bytes.size());
-        Write(Open(out / path.filename(), "wb").get(), bytes.data(), size);
-    }
+    ForFiles(paths.size(), two, [&](std::size_t i) {
+        thread_local std::vector<unsigned char> bytes(most);
+        const std::size_t size = Read(paths[i], bytes.data(), bytes.size());
+        Write(Open(out / paths[i].filename(), "wb").get(), bytes.data(), size);
+    });
 }
 
 void CopyMemory(std::string_view how) {
@@ -99,14 +127,15 @@ void CopyMemory(std::string_view how) {
 }
 
 void Run(const std::vector<std::string>& words) {
-    const std::string& what = words[0];
+    std::string what = words[0];
     if (words.size() == 1) return CopyMemory(what);
+    const bool two = what.ends_with('2');
+    if (two) what.pop_back();
     const std::vector<fs::path> paths = FilesBelow(words[1]);
-    if (what == "load") return Load(paths);
-    if (what == "join") return Join(paths, words.at(2), std::stoull(words.at(3)));
-    if (what == "copy") return CopyFiles(paths, words.at(2));
-    std::vector<unsigned char> bytes(what == "heads" ? kHead : Largest(paths));
-    for (const fs::path& path : paths) Read(path, bytes.data(), bytes.size());
+    if (what == "load") return Load(paths, two);
+    if (what == "join") return Join(paths, words.at(2), std::stoull(words.at(3)), two);
+    if (what == "copy") return CopyFiles(paths, words.at(2), two);
+    ReadAll(paths, what == "heads" ? kHead : Largest(paths), two);
 }
 
 }  // namespace

@@ -54,6 +54,11 @@ class Job:
     is_folder: bool = False  # of `out`: whether peers want it made
     around: typing.Callable = contextlib.nullcontext
 
+    def floor_on_two(self):
+        """The same work on two threads."""
+        program, what, *words = self.floor
+        return [program, what + "2", *words]
+
 
 def is_there(peer):
     program, _, module = peer.needs.partition(" ")

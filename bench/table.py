@@ -98,18 +98,20 @@ def measure(job, rounds, threads=(1, 2), with_peers=True):
     """A `Best` for each number of threads, for "floor" and for each peer that is there."""
     commands = {n: job.ours(n) for n in threads if job.ours(n) is not None}
     commands["floor"] = job.floor
+    if with_peers and 2 in commands:
+        commands["floor on two"] = job.floor_on_two()
     commands.update((peer.name, peer.command) for peer in job.peers if with_peers and jobs.is_there(peer))
-    best = {key: Best() for key in commands}
+    best, own = {key: Best() for key in commands}, (*threads, "floor", "floor on two")
     with job.around():
         for round_ in range(rounds):
             for key, command in commands.items():
-                if round_ > 0 and key not in (*threads, "floor") and best[key].wall > LONG:
+                if round_ > 0 and key not in own and best[key].wall > LONG:
                     continue
-                clear(job, job.is_folder or key not in (*threads, "floor"))
+                clear(job, job.is_folder or key not in own)
                 try:
                     best[key].add(run(command))
                 except RuntimeError as error:
-                    if key in (*threads, "floor"):
+                    if key in own:
                         raise
                     print(f"{key}: {error}", file=sys.stderr)
                     best[key].wall = float("inf")
@@ -144,11 +146,20 @@ def time_text(seconds):
     return f"{seconds * 1e3:.1f} ms" if seconds >= 1e-3 else f"{seconds * 1e6:.1f} µs"
 
 
+def floor_text(job, best):
+    """The floor's time, and what a second thread gives the floor: no gain of ours can be much more."""
+    text = time_text(best["floor"].wall)
+    if "floor on two" in best:
+        second = best["floor on two"].wall
+        text += f" / {time_text(second)}, gain {best['floor'].wall / second:.2f}"
+    return f"{text}: {job.floor_text}"
+
+
 def job_line(job, best):
     ours = [best.get(n) for n in (1, 2)]
     cells = [job.name, *(time_text(each.wall) if each else "–" for each in ours),
              f"{ours[0].wall / ours[1].wall:.2f}" if all(ours) else "–",
-             f"{time_text(best['floor'].wall)}: {job.floor_text}", f"{ours[0].wall / best['floor'].wall:.2f}"]
+             floor_text(job, best), f"{ours[0].wall / best['floor'].wall:.2f}"]
     peers = []
     for peer in job.peers:
         if peer.name in best and best[peer.name].wall < float("inf"):
