@@ -8,6 +8,7 @@
 
 #include <Korvane/platform/memory/Memory.h>
 #include <Korvane/slicing/CVolumeReformatter.h>
+#include <Korvane/slicing/StraightStack.h>
 
 #include <algorithm>
 #include <atomic>
@@ -51,6 +52,8 @@ void InParts(int threads, int count, int parts, const std::function<void(int fir
     for (std::thread& other : others) other.join();
 }
 
+constexpr int kParts = 64;  // of a result, as the Kit has it
+
 struct Sizes {
     int rounds = 9;
     int size = 512;
@@ -63,8 +66,9 @@ Holder Share(CVolume* volume) {
     return {volume, [](CVolume* last) { last->Delete(); }};
 }
 
-// Makes a volume with 0.7 mm between voxels. Planes are 1 mm apart (`even`), or 0.5 and 1.5 mm in turn.
-CVolume* MakeSource(const Sizes& sizes, bool even) {
+// Makes a volume with 0.7 mm between voxels. Planes are 1 mm apart (`even`), or 0.5 and 1.5 mm in turn, and each lies `tilt` mm
+// further along its columns than the one before.
+CVolume* MakeSource(const Sizes& sizes, bool even, float tilt = 0) {
     CVolume* const volume = CVolume::New();
     volume->Init(CVolume::PT_SHORT, sizes.size, sizes.size, sizes.slices, 1);
     volume->Alloc(true);
@@ -73,6 +77,7 @@ CVolume* MakeSource(const Sizes& sizes, bool even) {
     auto* voxel = static_cast<std::int16_t*>(volume->GetVolumePt());
     std::uint32_t noise = 1;
     for (int k = 0; k < sizes.slices; ++k) {
+        volume->GetPlane(k)->m_Org[1] = tilt * static_cast<float>(k);
         volume->GetPlane(k)->m_Org[2] = static_cast<float>(k) + (even || k % 2 == 0 ? 0 : -0.5F);
         for (int i = 0; i < sizes.size * sizes.size; ++i) {
             noise = noise * 1664525U + 1013904223U;
@@ -142,7 +147,6 @@ void AddViews(std::vector<Row>& rows, CVolume& source, bool resampled, bool wide
         reformatter.AllowWideVectors(wide);
         if (resampled) reformatter.SetZSampling(CVolumeReformatter::ZS_ALWAYS);
         auto job = [&source, &view, reformatter](int threads) mutable {
-            static constexpr int kParts = 64;  // as the Kit has it
             const auto run = [threads](int blocks, const CVolumeReformatter::Work& work) {
                 InParts(threads, blocks, std::min(blocks, kParts), work);
                 return true;
@@ -155,6 +159,20 @@ void AddViews(std::vector<Row>& rows, CVolume& source, bool resampled, bool wide
         rows.push_back({view.name + std::string(resampled ? ", z resampled" : ""), resampled ? 3 : view.most, job,
                         bytes, GetBytes(source) + bytes});
     }
+}
+
+/// A tilted stack made straight.
+void AddStraightening(std::vector<Row>& rows, CVolume& tilted, const std::string& name) {
+    const auto job = [&tilted](int threads) {
+        const auto run = [threads](int planes, const StraightenWork& work) {
+            InParts(threads, planes, std::min(planes, kParts), work);
+        };
+        StraightenReport report;
+        return Share(StraightenStackInBlocks(tilted, {}, report, run));
+    };
+    const Holder result = job(1);
+    const std::size_t bytes = GetBytes(*static_cast<CVolume*>(result.get()));
+    rows.push_back({name, 0, job, bytes, GetBytes(tilted) + bytes});
 }
 
 /// Of what is read and written, in the best round.
@@ -222,6 +240,10 @@ int main(int argc, char** argv) {
     constexpr std::size_t kCopies = 3;  // the first rows
     AddViews(rows, source, false, sizes.wide != 0);
     AddViews(rows, *static_cast<CVolume*>(uneven.get()), true, sizes.wide != 0);
+    const Holder tilted = Share(MakeSource(sizes, true, 0.3F));
+    const Holder tiltedUneven = Share(MakeSource(sizes, false, 0.3F));
+    AddStraightening(rows, *static_cast<CVolume*>(tilted.get()), "tilted stack made straight");
+    AddStraightening(rows, *static_cast<CVolume*>(tiltedUneven.get()), "tilted stack made straight, z resampled");
     for (int round = 0; round < std::max(sizes.rounds, 1); ++round) {
         for (Row& row : rows) {
             const double begin = ProcessorSeconds();

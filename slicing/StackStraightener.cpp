@@ -10,6 +10,7 @@
 #include "volume/VoxelRange.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -35,17 +36,25 @@ void Add(const unsigned char* row, double weight, int count, Number* sums) {
 
 }  // namespace
 
-double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop) {
-    double lowest = std::numeric_limits<double>::infinity();
+void RunOnThisThread(int planes, const PlaneWork& work) {
+    work(0, planes);
+}
+
+double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop, const PlaneRun& run) {
     int dim[4];
     volume.GetDimensions(dim);
     const std::size_t voxels = BufferSize({dim[0], dim[1]});
-    for (int k = 0; k < dim[2]; ++k) {
-        if (stop && stop()) return 0;
-        const VoxelRange range = FindVoxelRange(volume.GetPlane(k)->m_pData, voxels, volume.GetType());
-        if (range.m_Low <= range.m_High) lowest = std::min(lowest, range.m_Low);
-    }
-    return std::isfinite(lowest) ? lowest : 0;
+    std::vector<double> lowest(static_cast<std::size_t>(dim[2]), std::numeric_limits<double>::infinity());
+    std::atomic<bool> stopped = false;
+    run(dim[2], [&](int first, int end) {
+        for (int k = first; k < end && !stopped; ++k) {
+            if (stop && stop()) stopped = true;
+            const VoxelRange range = FindVoxelRange(volume.GetPlane(k)->m_pData, voxels, volume.GetType());
+            if (range.m_Low <= range.m_High) lowest[static_cast<std::size_t>(k)] = range.m_Low;
+        }
+    });
+    const auto least = std::min_element(lowest.begin(), lowest.end());
+    return !stopped && least != lowest.end() && std::isfinite(*least) ? *least : 0;
 }
 
 StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
@@ -69,7 +78,7 @@ StackStraightener::StackStraightener(CVolume& source, const ZSampler& sampler)
     }
 }
 
-VolumePointer StackStraightener::Make(double fill, const StraightenOptions& options) {
+VolumePointer StackStraightener::Make(double fill, const StraightenOptions& options, const PlaneRun& run) {
     const CVolume::PixelType type = m_Source.GetType();
     VolumePointer result(CVolume::New());
     const int planes = static_cast<int>(m_Samples.size());
@@ -82,17 +91,27 @@ VolumePointer StackStraightener::Make(double fill, const StraightenOptions& opti
     m_Fill = stored.m_Low <= stored.m_High ? stored.m_Low : fill;
     m_Filled = 0;
     m_bPaddingFilled = false;
-    m_Memory.resize(static_cast<std::size_t>(m_Count[0]) * 2 * sizeof(double));
-    m_Padded.resize(static_cast<std::size_t>(m_Count[0]));
-    for (int k = 0; k < planes; ++k) {
-        auto* const out = static_cast<unsigned char*>(result->GetPlane(k)->m_pData);
-        if (!FillPlane(m_Samples[static_cast<std::size_t>(k)], out)) return nullptr;
-    }
+    m_bStopped = false;
+    run(planes, [&](int first, int end) { FillPlanes(*result, first, end); });
+    if (m_bStopped) return nullptr;
     if (m_Filled > 0 || m_bPaddingFilled) {
         result->SetMin(std::min<long long>(m_Source.GetMin(), platform::TruncateToInt64(m_Fill)));
         result->SetMax(std::max<long long>(m_Source.GetMax(), platform::TruncateToInt64(m_Fill)));
     }
     return result;
+}
+
+// Threads of the caller's each have their own ranges.
+void StackStraightener::FillPlanes(CVolume& result, int first, int end) {
+    Bench bench;
+    bench.m_Memory.resize(static_cast<std::size_t>(m_Count[0]) * 2 * sizeof(double));
+    bench.m_Padded.resize(static_cast<std::size_t>(m_Count[0]));
+    for (int k = first; k < end && !m_bStopped; ++k) {
+        auto* const out = static_cast<unsigned char*>(result.GetPlane(k)->m_pData);
+        if (!FillPlane(m_Samples[static_cast<std::size_t>(k)], out, bench)) m_bStopped = true;
+    }
+    m_Filled += bench.m_Filled;
+    if (bench.m_bPaddingFilled) m_bPaddingFilled = true;
 }
 
 // The origin moves to the canvas' first voxel, and the planes' z, which count from it, with it.
@@ -135,29 +154,29 @@ StackStraightener::Shift StackStraightener::FindShift(int axis, double offset) c
     return found;
 }
 
-bool StackStraightener::IsStopped(std::size_t voxels) {
+bool StackStraightener::IsStopped(std::size_t voxels, Bench& bench) const {
     constexpr std::size_t kEvery = 1 << 18;  // voxels, of a millisecond or so
-    m_nUnasked += voxels;
-    if (m_nUnasked < kEvery) return false;
-    m_nUnasked = 0;
+    bench.m_nUnasked += voxels;
+    if (bench.m_nUnasked < kEvery) return false;
+    bench.m_nUnasked = 0;
     return m_pOptions->m_Stop && m_pOptions->m_Stop();
 }
 
 // False where it was stopped.
-bool StackStraightener::FillPlane(const ZSample& sample, unsigned char* out) {
+bool StackStraightener::FillPlane(const ZSample& sample, unsigned char* out, Bench& bench) const {
     switch (m_Source.GetType()) {
-    case CVolume::PT_BYTE: return FillPlaneAs<std::uint8_t, float>(sample, out);
-    case CVolume::PT_SHORT: return FillPlaneAs<std::int16_t, float>(sample, out);
-    case CVolume::PT_USHORT: return FillPlaneAs<std::uint16_t, float>(sample, out);
-    case CVolume::PT_FLOAT: return FillPlaneAs<float, double>(sample, out);
-    case CVolume::PT_LONG: return FillPlaneAs<std::int32_t, double>(sample, out);
-    case CVolume::PT_ULONG: return FillPlaneAs<std::uint32_t, double>(sample, out);
+    case CVolume::PT_BYTE: return FillPlaneAs<std::uint8_t, float>(sample, out, bench);
+    case CVolume::PT_SHORT: return FillPlaneAs<std::int16_t, float>(sample, out, bench);
+    case CVolume::PT_USHORT: return FillPlaneAs<std::uint16_t, float>(sample, out, bench);
+    case CVolume::PT_FLOAT: return FillPlaneAs<float, double>(sample, out, bench);
+    case CVolume::PT_LONG: return FillPlaneAs<std::int32_t, double>(sample, out, bench);
+    case CVolume::PT_ULONG: return FillPlaneAs<std::uint32_t, double>(sample, out, bench);
     }
     return true;
 }
 
 template <typename Pixel, typename Number>
-bool StackStraightener::FillPlaneAs(const ZSample& sample, unsigned char* out) {
+bool StackStraightener::FillPlaneAs(const ZSample& sample, unsigned char* out, Bench& bench) const {
     constexpr int kSize = sizeof(Pixel);
     const Shift x = FindShift(0, sample.m_X);
     const Shift y = FindShift(1, sample.m_Y);
@@ -166,25 +185,25 @@ bool StackStraightener::FillPlaneAs(const ZSample& sample, unsigned char* out) {
     const auto count = static_cast<std::size_t>(x.m_End - x.m_Begin);
     const auto* const low = static_cast<const unsigned char*>(m_Source.GetPlane(sample.m_Low)->m_pData);
     const auto from = static_cast<std::size_t>(std::int64_t{x.m_Begin} + x.m_Whole);
-    auto* const mixed = reinterpret_cast<Number*>(m_Memory.data());
+    auto* const mixed = reinterpret_cast<Number*>(bench.m_Memory.data());
     auto* const moved = mixed + m_Count[0];
     for (int r = 0; r < m_Canvas.m_Count[1]; ++r, out += width * kSize) {
-        if (IsStopped(width)) return false;
+        if (IsStopped(width, bench)) return false;
         if (r < y.m_Begin || r >= y.m_End) {
             FillPixels(m_FillPixel, kSize, width, out);
-            m_Filled += width;
+            bench.m_Filled += width;
             continue;
         }
         FillPixels(m_FillPixel, kSize, first, out);
         FillPixels(m_FillPixel, kSize, width - first - count, out + (first + count) * kSize);
-        m_Filled += width - count;
+        bench.m_Filled += width - count;
         const int row = r + y.m_Whole;
         if (x.m_Part == 0 && y.m_Part == 0 && !(sample.m_Weight > 0)) {
             std::memcpy(out + first * kSize, low + (static_cast<std::size_t>(row) * m_Count[0] + from) * kSize,
                         count * kSize);
             continue;
         }
-        MixRow<Pixel, Number>(sample, row, y.m_Part);
+        MixRow<Pixel, Number>(sample, row, y.m_Part, bench);
         const Number* samples = mixed + from;
         if (x.m_Part > 0) {
             const auto part = static_cast<Number>(x.m_Part);
@@ -193,7 +212,7 @@ bool StackStraightener::FillPlaneAs(const ZSample& sample, unsigned char* out) {
         }
         StoreSamples(samples, static_cast<int>(count), m_Source.GetType(), out + first * kSize);
         if (m_pOptions->m_Padding)
-            FillPadded<Pixel>(sample, row, y.m_Part > 0, x.m_Part > 0, from, count, out + first * kSize);
+            FillPadded<Pixel>(sample, row, y.m_Part > 0, x.m_Part > 0, from, count, out + first * kSize, bench);
     }
     return true;
 }
@@ -201,16 +220,16 @@ bool StackStraightener::FillPlaneAs(const ZSample& sample, unsigned char* out) {
 // What padding has a weight in becomes the fill value.
 template <typename Pixel>
 void StackStraightener::FillPadded(const ZSample& sample, int row, bool isBetweenRows, bool isBetweenColumns,
-                                   std::size_t from, std::size_t count, unsigned char* out) {
+                                   std::size_t from, std::size_t count, unsigned char* out, Bench& bench) const {
     const auto range = *m_pOptions->m_Padding;
-    const std::size_t columns = m_Padded.size();
-    std::fill(m_Padded.begin(), m_Padded.end(), 0);
+    const std::size_t columns = bench.m_Padded.size();
+    std::fill(bench.m_Padded.begin(), bench.m_Padded.end(), 0);
     const auto mark = [&](int plane, int at) {
         const auto* const data = static_cast<const unsigned char*>(m_Source.GetPlane(plane)->m_pData);
         const unsigned char* const voxels = data + static_cast<std::size_t>(at) * columns * sizeof(Pixel);
         for (std::size_t i = 0; i < columns; ++i) {
             const auto value = static_cast<double>(platform::LoadAt<Pixel>(voxels, i));
-            if (value >= range.first && value <= range.second) m_Padded[i] = 1;
+            if (value >= range.first && value <= range.second) bench.m_Padded[i] = 1;
         }
     };
     const auto markRows = [&](int plane) {
@@ -220,16 +239,16 @@ void StackStraightener::FillPadded(const ZSample& sample, int row, bool isBetwee
     markRows(sample.m_Low);
     if (sample.m_Weight > 0) markRows(sample.m_High);
     for (std::size_t i = 0; i < count; ++i) {
-        if (m_Padded[from + i] == 0 && (!isBetweenColumns || m_Padded[from + i + 1] == 0)) continue;
+        if (bench.m_Padded[from + i] == 0 && (!isBetweenColumns || bench.m_Padded[from + i + 1] == 0)) continue;
         std::memcpy(out + i * sizeof(Pixel), m_FillPixel, sizeof(Pixel));
-        m_bPaddingFilled = true;
+        bench.m_bPaddingFilled = true;
     }
 }
 
 // A row between two rows of the source, `part` of the way, mixed across the sample's two planes.
 template <typename Pixel, typename Number>
-void StackStraightener::MixRow(const ZSample& sample, int row, double part) {
-    auto* const mixed = reinterpret_cast<Number*>(m_Memory.data());
+void StackStraightener::MixRow(const ZSample& sample, int row, double part, Bench& bench) const {
+    auto* const mixed = reinterpret_cast<Number*>(bench.m_Memory.data());
     std::fill_n(mixed, m_Count[0], Number{0});
     const std::size_t rowBytes = static_cast<std::size_t>(m_Count[0]) * sizeof(Pixel);
     const auto add = [&](int plane, double weight) {

@@ -5,14 +5,20 @@
 #include "StraightStack.h"
 #include "ZSampler.h"
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <vector>
 
 namespace korvane_detail {
 
+/// Calls `work` for ranges of planes, each of 0 to `planes` once.
+using PlaneWork = std::function<void(int first, int end)>;
+using PlaneRun = std::function<void(int planes, const PlaneWork& work)>;
+void RunOnThisThread(int planes, const PlaneWork& work);
+
 /// The lowest voxel of a volume that has pixels; 0 where there is none but NaN and infinity, or where `stop` said so.
-double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop = {});
+double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop = {}, const PlaneRun& run = RunOnThisThread);
 
 struct VolumeDeleter {
     void operator()(CVolume* volume) const { volume->Delete(); }
@@ -34,9 +40,9 @@ public:
     const StraightCanvas& GetCanvas() const { return m_Canvas; }
 
     /// One plane for each sample, at its z: voxels are linear in x and y within the planes, and mixed across two planes by the
-    /// sample's weight. Voxels without data are `fill`, held within the range of the type. Null where it was stopped. Throws
-    /// `std::bad_alloc`.
-    VolumePointer Make(double fill, const StraightenOptions& options);
+    /// sample's weight. Voxels without data are `fill`, held within the range of the type. Null where it was stopped, by an answer of
+    /// the options' question that stays so. `run` may call from several threads. Throws `std::bad_alloc`.
+    VolumePointer Make(double fill, const StraightenOptions& options, const PlaneRun& run = RunOnThisThread);
 
     /// Of the last `Make`: voxels without data, and the value that they have.
     unsigned long long CountFilled() const { return m_Filled; }
@@ -51,17 +57,27 @@ private:
         int m_End;
     };
 
+    /// What one thread has at hand, and what it met.
+    struct Bench {
+        std::vector<unsigned char> m_Memory;  // of one mixed row and one moved row, as floats or doubles
+        std::vector<unsigned char> m_Padded;  // of one row: voxels that padding goes into
+        std::size_t m_nUnasked = 0;           // voxels since the last question whether to stop
+        unsigned long long m_Filled = 0;
+        bool m_bPaddingFilled = false;
+    };
+
     Shift FindShift(int axis, double offset) const;
     void PlaceResult(CVolume& result) const;
-    bool IsStopped(std::size_t voxels);
-    bool FillPlane(const ZSample& sample, unsigned char* out);
+    bool IsStopped(std::size_t voxels, Bench& bench) const;
+    void FillPlanes(CVolume& result, int first, int end);
+    bool FillPlane(const ZSample& sample, unsigned char* out, Bench& bench) const;
     template <typename Pixel, typename Number>
-    bool FillPlaneAs(const ZSample& sample, unsigned char* out);
+    bool FillPlaneAs(const ZSample& sample, unsigned char* out, Bench& bench) const;
     template <typename Pixel>
     void FillPadded(const ZSample& sample, int row, bool isBetweenRows, bool isBetweenColumns, std::size_t from,
-                    std::size_t count, unsigned char* out);
+                    std::size_t count, unsigned char* out, Bench& bench) const;
     template <typename Pixel, typename Number>
-    void MixRow(const ZSample& sample, int row, double part);
+    void MixRow(const ZSample& sample, int row, double part, Bench& bench) const;
 
     CVolume& m_Source;
     const std::vector<ZSample>& m_Samples;
@@ -70,12 +86,10 @@ private:
     StraightCanvas m_Canvas;
     unsigned char m_FillPixel[4] = {};
     double m_Fill = 0;
-    unsigned long long m_Filled = 0;                // voxels without data
-    bool m_bPaddingFilled = false;                  // others have the fill value, for padding was in them
-    std::vector<unsigned char> m_Memory;            // of one mixed row and one moved row, as floats or doubles
-    std::vector<unsigned char> m_Padded;            // of one row: voxels that padding goes into
     const StraightenOptions* m_pOptions = nullptr;  // of `Make`
-    std::size_t m_nUnasked = 0;                     // voxels since the last question whether to stop
+    std::atomic<unsigned long long> m_Filled = 0;   // voxels without data
+    std::atomic<bool> m_bPaddingFilled = false;     // others have the fill value, for padding was in them
+    std::atomic<bool> m_bStopped = false;
 };
 
 }  // namespace korvane_detail

@@ -4,12 +4,18 @@
 #include "StackStraightener.h"
 
 #include <algorithm>
+#include <atomic>
 #include <new>
 #include <stdexcept>
 
 using namespace korvane_detail;
 
 CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, StraightenReport& report) {
+    return StraightenStackInBlocks(source, options, report, RunOnThisThread);
+}
+
+CVolume* StraightenStackInBlocks(CVolume& source, const StraightenOptions& options, StraightenReport& report,
+                                 const StraightenRun& run) {
     report = StraightenReport();
     try {
         ZSampler sampler;
@@ -21,11 +27,14 @@ CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, Stra
         if (options.m_bEvenZ && !sampler.IsEven()) sampler.UseTable(source);
         StackStraightener straightener(source, sampler);
         // Once the answer was yes it stays so: half a search for the lowest voxel is none.
-        bool stopped = false;
+        std::atomic<bool> stopped = false;
         StraightenOptions stoppable = options;
-        stoppable.m_Stop = [&] { return stopped = stopped || (options.m_Stop && options.m_Stop()); };
-        const double fill = options.m_Fill ? *options.m_Fill : FindLowestVoxel(source, stoppable.m_Stop);
-        VolumePointer straight = stopped ? nullptr : straightener.Make(fill, stoppable);
+        stoppable.m_Stop = [&] {
+            if (!stopped && options.m_Stop && options.m_Stop()) stopped = true;
+            return stopped.load();
+        };
+        const double fill = options.m_Fill ? *options.m_Fill : FindLowestVoxel(source, stoppable.m_Stop, run);
+        VolumePointer straight = stopped ? nullptr : straightener.Make(fill, stoppable, run);
         if (straight == nullptr) {
             report.m_Error = "stopped";
             return nullptr;

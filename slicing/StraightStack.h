@@ -41,3 +41,11 @@ struct StraightenReport {
 /// the report, for what `CVolumeReformatter` refuses, for too little memory, and where it was stopped. The source keeps its voxels; its
 /// z-interpolation table is brought up to date where planes are uneven.
 KORVANE_API CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, StraightenReport& report);
+
+/// The same by threads of the caller's. `run` calls `work` for ranges of planes, from the first to before the end, that are all of
+/// 0 to `planes` and each of them once, from any threads at the same time, and returns when all are done; it is called for each step of
+/// the work. `m_Stop` is asked by these threads. What `work` or `run` throws goes on to the caller. The result is that of one thread, to the bit.
+using StraightenWork = std::function<void(int first, int end)>;
+using StraightenRun = std::function<void(int planes, const StraightenWork& work)>;
+KORVANE_API CVolume* StraightenStackInBlocks(CVolume& source, const StraightenOptions& options,
+                                             StraightenReport& report, const StraightenRun& run);

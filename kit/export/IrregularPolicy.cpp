@@ -314,11 +314,19 @@ void EvenPlanes::Resample(SeriesVolume& series, const Watch& watch) {
 }
 
 void EvenPlanes::Straighten(SeriesVolume& series, bool along, std::optional<double> fill, const Watch& watch) {
+    constexpr int kPlanes = 4;  // that a thread takes at a time
+    const auto run = [&](int planes, const StraightenWork& work) {
+        ForEach(series.GetJobs(), static_cast<std::size_t>((planes + kPlanes - 1) / kPlanes), watch,
+                [&](std::size_t i) {
+                    const int first = static_cast<int>(i) * kPlanes;
+                    work(first, std::min(first + kPlanes, planes));
+                });
+    };
     StraightenReport report;
-    m_pEven = StraightenStack(
+    m_pEven = StraightenStackInBlocks(
         series.GetVolume(),
         {.m_Fill = fill, .m_bEvenZ = along, .m_Stop = watch.GetStopQuestion(), .m_Padding = series.GetPadding()},
-        report);
+        report, run);
     watch.StopIfAsked();
     if (m_pEven == nullptr) {
         throw Error(ErrorKind::Unsupported, "cannot straighten the volume: " + report.m_Error);

@@ -374,6 +374,35 @@ TEST(StraightenStack, LosesNothingAndTellsWhatItFilled) {
     EXPECT_EQ(report.m_Error, "volume with a position that is not finite");
 }
 
+TEST(StraightenStack, ByThreadsIsTheSame) {
+    const auto run = [](int planes, const StraightenWork& work) {
+        std::thread upper([&] {
+            for (int plane = planes - 1; plane >= planes / 2; --plane) work(plane, plane + 1);
+        });
+        work(0, planes / 2);
+        upper.join();
+    };
+    for (const CVolume::PixelType type : {CVolume::PT_SHORT, CVolume::PT_BYTE, CVolume::PT_FLOAT, CVolume::PT_ULONG}) {
+        for (const int form : {0, 1, 2, 3}) {
+            const Leaning source(type, form % 2 == 0, type == CVolume::PT_BYTE ? 0.5 : 100);
+            StraightenOptions options;
+            if (form > 1) options.m_Padding = {0, 40};
+            StraightenReport report, other;
+            const VolumePointer expected(StraightenStack(*source, options, report));
+            const VolumePointer straight(StraightenStackInBlocks(*source, options, other, run));
+            ASSERT_TRUE(expected != nullptr && straight != nullptr) << report.m_Error << other.m_Error;
+            ForEach(*expected, [&](int i, int j, int k) {
+                ASSERT_EQ(Voxel(*straight, i, j, k), Voxel(*expected, i, j, k)) << form;
+            });
+            EXPECT_TRUE(report.m_Fill == other.m_Fill && report.m_nFilled == other.m_nFilled && report.m_nFilled > 0);
+            EXPECT_TRUE(straight->GetMin() == expected->GetMin() && straight->GetMax() == expected->GetMax());
+            options.m_Stop = [] { return true; };
+            EXPECT_EQ(StraightenStackInBlocks(*source, options, other, run), nullptr);
+            EXPECT_EQ(other.m_Error, "stopped");
+        }
+    }
+}
+
 // Few voxels are moved between two questions, however large a plane is.
 TEST(StraightenStack, AsksOftenWhetherToStop) {
     constexpr int kSide = 1500, kPlanes = 3;
