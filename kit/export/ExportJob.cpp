@@ -254,13 +254,16 @@ ExportedVolume ExportJob::WriteImages(SeriesVolume& series, const ExportPart& pa
 void ExportJob::WritePreview(SeriesVolume& series, const ExportPart& part, const std::string& path,
                              PreviewPlanes* planes) {
     if (!m_Files->GetFailure().empty()) return;
+    const bool isStreamed = series.IsStreamed();
     try {
         CheckPreview(series);
-        if (planes != nullptr) {
-            if (!part.later.empty()) series.Place(part.slices);  // the last one is there
-        } else if (series.IsStreamed() || !part.later.empty()) {
-            series.Load(part.slices);
+        std::optional<PreviewPlanes> again;
+        if (!isStreamed) {
+            if (!part.later.empty()) series.Load(part.slices);  // the last one is there
+        } else if (planes == nullptr || !part.later.empty()) {
+            series.Place(part.slices);
         }
+        if (isStreamed && planes == nullptr) planes = &again.emplace(ReadForPreview(series));
         WriteText(path + ".png", MakePreview(series, planes, m_Watch));
     } catch (const Error& error) {
         if (error.GetKind() != ErrorKind::Unsupported) throw;

@@ -24,7 +24,7 @@ bool PlaneFeeder::Measure() {
         TaskProgress progress(m_Watch, "reading", m_nPlanes);
         if (!m_bScaled) {
             m_Series.ReadPlanes([&](int, std::span<const std::byte>) { progress.Step(); });
-        } else if (!m_Series.ScalePlanes([&] { progress.Step(); })) {
+        } else if (!m_Series.ScalePlanes(true, [&] { progress.Step(); })) {
             return false;
         }
     }

@@ -56,6 +56,14 @@ void CheckPreview(const SeriesVolume& series) {
     CheckSlicing(series, OptionsOfView(View::Axial));
 }
 
+PreviewPlanes ReadForPreview(SeriesVolume& series) {
+    series.ScalePlanes(false, [] {});
+    PreviewPlanes planes(series);
+    series.ReadPlanes([&](int plane, std::span<const std::byte> voxels) { planes.Take(plane, voxels); });
+    planes.SetRange(series.GetWholeRange());
+    return planes;
+}
+
 std::string MakePreview(SeriesVolume& series, PreviewPlanes* planes, const Watch& watch) {
     PlanesOfValues values;
     if (planes != nullptr) {

@@ -14,8 +14,8 @@ namespace korvane {
 /// in its place.
 class PreviewPlanes {
 public:
-    /// Whether a preview of a series that was placed can be made so: slices with rescales of their own need all voxels for
-    /// what brings them to one.
+    /// Whether the planes of a series that was placed can be taken when they pass by: those of slices with rescales of their
+    /// own are to be brought to one first (`SeriesVolume::ScalePlanes`).
     static bool CanTake(const SeriesVolume& series);
 
     /// `series`: placed.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace korvane {
 
@@ -40,39 +41,21 @@ ScaledPlane PlaneOf(const ScaledPlanes& from, std::size_t plane) {
             from.paddings.empty() ? kNoPadding : from.paddings[plane]};
 }
 
-/// Plane after plane.
-template <class Take>
-void ForEachReal(const ScaledPlanes& from, Take take) {
-    const std::size_t inPlane = from.voxels.size() / SizeOf(from.type) / from.rescales.size();
-    for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
-        ForEachReal(PlaneOf(from, plane), [&, first = plane * inPlane](std::size_t i, double real, bool isMeasured) {
-            take(first + i, real, isMeasured);
-        });
-    }
-}
-
-template <class T>
-void Put(VoxelBlock& voxels, std::size_t index, T value) {
-    std::memcpy(voxels.GetBytes().data() + index * sizeof value, &value, sizeof value);
-}
-
 template <class T>
 bool FitsInto(double value) {
     return value >= static_cast<double>(std::numeric_limits<T>::min()) &&
            value <= static_cast<double>(std::numeric_limits<T>::max());
 }
 
-using Measured = MeasuredReals;
-
-Measured Measure(const ScaledPlanes& from) {
-    Measured measured;
+MeasuredReals Measure(const ScaledPlanes& from) {
+    MeasuredReals measured;
     for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) measured.Add(MeasureReals(PlaneOf(from, plane)));
     return measured;
 }
 
 /// Below, or where that does not fit above, all that is measured: whole numbers of the common scale.
 template <class T>
-std::optional<double> PaddingBeside(const Measured& measured, const Rescale& common) {
+std::optional<double> PaddingBeside(const MeasuredReals& measured, const Rescale& common) {
     if (!(measured.lowest <= measured.highest)) return 0;
     const auto [low, high] = std::minmax(
         {(measured.lowest - common.intercept) / common.slope, (measured.highest - common.intercept) / common.slope});
@@ -82,40 +65,35 @@ std::optional<double> PaddingBeside(const Measured& measured, const Rescale& com
     return std::nullopt;
 }
 
-float PaddingBelow(const Measured& measured) {
+float PaddingBelow(const MeasuredReals& measured) {
     if (!(measured.lowest <= measured.highest)) return 0;
     const auto lowest = static_cast<float>(measured.lowest);
     return std::min(static_cast<float>(std::floor(measured.lowest) - 1),
                     std::nextafter(lowest, -std::numeric_limits<float>::infinity()));
 }
 
-/// False where a value at the common scale is no whole number, or is beyond the range of the type.
-template <class T>
-bool TryIntegersOf(const ScaledPlanes& from, const Measured& measured, CommonScale& common) {
-    if (measured.padding > 0) common.padding = PaddingBeside<T>(measured, common.rescale);
-    bool exact = measured.padding == 0 || common.padding;
-    const double padding = common.padding.value_or(0);
-    // A slope far below the common one would make a small part of a step of what is a step of its own.
-    double least = std::fabs(common.rescale.slope);
-    for (const Rescale& rescale : from.rescales) least = std::min(least, std::fabs(rescale.slope));
-    const double most = kRounding * least / std::fabs(common.rescale.slope);
-    ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
-        if (!exact) return;
-        const double value = isMeasured ? (real - common.rescale.intercept) / common.rescale.slope : padding;
-        exact = std::fabs(value - std::round(value)) < most && FitsInto<T>(std::round(value));
-        if (exact) Put(common.voxels, i, static_cast<T>(std::round(value)));
+/// Calls `work` with a zero of the type, of those whose integers may stay: of 32 bits and floats 32-bit floats do as well.
+template <class Work>
+void WithSmallType(VoxelType type, Work work) {
+    WithVoxelType(type, [&](auto zero) {
+        using T = decltype(zero);
+        if constexpr (std::is_integral_v<T> && sizeof(T) <= 2) work(zero);
     });
-    return exact;
 }
 
-bool TryIntegers(const ScaledPlanes& from, const Measured& measured, CommonScale& common) {
-    switch (from.type) {
-    case VoxelType::Int8: return TryIntegersOf<std::int8_t>(from, measured, common);
-    case VoxelType::UInt8: return TryIntegersOf<std::uint8_t>(from, measured, common);
-    case VoxelType::Int16: return TryIntegersOf<std::int16_t>(from, measured, common);
-    case VoxelType::UInt16: return TryIntegersOf<std::uint16_t>(from, measured, common);
-    default: return false;  // of 32 bits and floats: 32-bit floats do as well
+CommonScale Convert(const ScaledPlanes& from, const MeasuredReals& measured, const ScaleTarget& target) {
+    CommonScale common{.type = target.GetType(),
+                       .rescale = target.GetRescale(),
+                       .padding = target.GetPadding(),
+                       .paddingVoxels = measured.padding};
+    common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * SizeOf(common.type));
+    const std::size_t bytes = common.voxels.GetBytes().size() / from.rescales.size();
+    for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
+        const double error =
+            target.Convert(PlaneOf(from, plane), common.voxels.GetBytes().subspan(plane * bytes, bytes));
+        common.error = std::max(common.error, error);
     }
+    return common;
 }
 
 }  // namespace
@@ -173,40 +151,79 @@ double IntegerScale::Convert(const ScaledPlane& plane, std::span<std::byte> to) 
     return error;
 }
 
-CommonScale ToCommonIntegers(const ScaledPlanes& from) {
-    const Measured measured = Measure(from);
-    const IntegerScale scale(measured);
-    CommonScale common{.rescale = scale.GetRescale(), .padding = scale.GetPadding(), .paddingVoxels = measured.padding};
-    common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * sizeof(std::int16_t));
-    const std::size_t bytes = common.voxels.GetBytes().size() / from.rescales.size();
-    for (std::size_t plane = 0; plane < from.rescales.size(); ++plane) {
-        const double error =
-            scale.Convert(PlaneOf(from, plane), common.voxels.GetBytes().subspan(plane * bytes, bytes));
-        common.error = std::max(common.error, error);
+ExactScale::ExactScale(VoxelType stored, const std::vector<Rescale>& rescales) : m_Type(stored) {
+    m_Rescale = rescales.front();
+    for (const Rescale& rescale : rescales) {
+        if (std::fabs(rescale.slope) > std::fabs(m_Rescale.slope)) m_Rescale = rescale;
     }
-    return common;
+    // A slope far below the common one would make a small part of a step of what is a step of its own.
+    double least = std::fabs(m_Rescale.slope);
+    for (const Rescale& rescale : rescales) least = std::min(least, std::fabs(rescale.slope));
+    m_Most = kRounding * least / std::fabs(m_Rescale.slope);
+}
+
+bool ExactScale::IsExact(const ScaledPlane& plane) const {
+    bool exact = false;
+    WithSmallType(m_Type, [&](auto zero) {
+        exact = true;
+        ForEachReal(plane, [&](std::size_t, double real, bool isMeasured) {
+            if (!exact || !isMeasured) return;
+            const double value = (real - m_Rescale.intercept) / m_Rescale.slope;
+            exact = std::fabs(value - std::round(value)) < m_Most && FitsInto<decltype(zero)>(std::round(value));
+        });
+    });
+    return exact;
+}
+
+void ExactScale::Choose(const MeasuredReals& measured, bool exact) {
+    if (exact && measured.padding > 0) {
+        WithSmallType(m_Type, [&](auto zero) { m_Padding = PaddingBeside<decltype(zero)>(measured, m_Rescale); });
+    }
+    if (exact && (measured.padding == 0 || m_Padding)) return;
+    m_Type = VoxelType::Float32;
+    m_Rescale = {};
+    m_RealPadding = PaddingBelow(measured);
+    m_Padding = measured.padding > 0 ? std::optional(static_cast<double>(m_RealPadding)) : std::nullopt;
+}
+
+double ExactScale::Convert(const ScaledPlane& plane, std::span<std::byte> to) const {
+    double error = 0;
+    const auto put = [&](std::size_t i, auto value) {
+        std::memcpy(to.data() + i * sizeof value, &value, sizeof value);
+    };
+    if (m_Type == VoxelType::Float32) {
+        ForEachReal(plane, [&](std::size_t i, double real, bool isMeasured) {
+            const float value = isMeasured ? static_cast<float>(real) : m_RealPadding;
+            if (isMeasured && std::isfinite(real))
+                error = std::max(error, std::fabs(static_cast<double>(value) - real));
+            put(i, value);
+        });
+        return error;
+    }
+    WithSmallType(m_Type, [&](auto zero) {
+        using T = decltype(zero);
+        const auto padding = static_cast<T>(m_Padding.value_or(0));
+        ForEachReal(plane, [&](std::size_t i, double real, bool isMeasured) {
+            const double value = std::round((real - m_Rescale.intercept) / m_Rescale.slope);
+            put(i, isMeasured ? static_cast<T>(value) : padding);
+        });
+    });
+    return error;
+}
+
+CommonScale ToCommonIntegers(const ScaledPlanes& from) {
+    const MeasuredReals measured = Measure(from);
+    return Convert(from, measured, IntegerScale(measured));
 }
 
 CommonScale ToCommonScale(const ScaledPlanes& from) {
-    const Measured measured = Measure(from);
-    CommonScale common{.type = from.type, .rescale = from.rescales.front()};
-    for (const Rescale& rescale : from.rescales) {
-        if (std::fabs(rescale.slope) > std::fabs(common.rescale.slope)) common.rescale = rescale;
-    }
-    common.paddingVoxels = measured.padding;
-    common.voxels = VoxelBlock(from.voxels.size());
-    if (TryIntegers(from, measured, common)) return common;
-    common = {.type = VoxelType::Float32, .paddingVoxels = measured.padding};
-    const float padding = PaddingBelow(measured);
-    if (measured.padding > 0) common.padding = static_cast<double>(padding);
-    common.voxels = VoxelBlock(from.voxels.size() / SizeOf(from.type) * sizeof(float));
-    ForEachReal(from, [&](std::size_t i, double real, bool isMeasured) {
-        const float value = isMeasured ? static_cast<float>(real) : padding;
-        if (isMeasured && std::isfinite(real))
-            common.error = std::max(common.error, std::fabs(static_cast<double>(value) - real));
-        Put(common.voxels, i, value);
-    });
-    return common;
+    const MeasuredReals measured = Measure(from);
+    ExactScale scale(from.type, from.rescales);
+    bool exact = true;
+    for (std::size_t plane = 0; exact && plane < from.rescales.size(); ++plane)
+        exact = scale.IsExact(PlaneOf(from, plane));
+    scale.Choose(measured, exact);
+    return Convert(from, measured, scale);
 }
 
 }  // namespace korvane

@@ -54,32 +54,60 @@ struct ScaledPlane {
 
 MeasuredReals MeasureReals(const ScaledPlane& plane);
 
-/// For files that hold integers alone: signed 16 bits at the smallest slope at which all values fit. Planes may be converted
-/// by several threads.
-class IntegerScale {
+/// What planes are brought to, one by one. Several threads may convert.
+class ScaleTarget {
 public:
-    explicit IntegerScale(const MeasuredReals& measured);
+    virtual ~ScaleTarget() = default;
 
+    virtual VoxelType GetType() const = 0;
     const Rescale& GetRescale() const { return m_Rescale; }
     /// As in `CommonScale`; nothing where there is none.
     const std::optional<double>& GetPadding() const { return m_Padding; }
+    /// Puts as many values of the type. Returns the largest difference of a real value from what it was.
+    virtual double Convert(const ScaledPlane& plane, std::span<std::byte> to) const = 0;
+
+protected:
+    Rescale m_Rescale{};
+    std::optional<double> m_Padding{};
+};
+
+/// For files that hold integers alone: signed 16 bits at the smallest slope at which all values fit.
+class IntegerScale final : public ScaleTarget {
+public:
+    explicit IntegerScale(const MeasuredReals& measured);
+
+    VoxelType GetType() const override { return VoxelType::Int16; }
     /// Of what was measured, where all is finite, which is `measured`; without padding.
     MeasuredRange RangeOf(const MeasuredReals& measured) const;
-    /// Puts as many 16-bit values. Returns the largest difference of a real value from what it was.
-    double Convert(const ScaledPlane& plane, std::span<std::byte> to) const;
+    double Convert(const ScaledPlane& plane, std::span<std::byte> to) const override;
 
 private:
     std::int16_t ValueOf(double real) const;
 
-    Rescale m_Rescale{};
     double m_Lowest;
-    std::optional<double> m_Padding;
 };
-
-CommonScale ToCommonIntegers(const ScaledPlanes& planes);
 
 /// The integers that they are, at the largest of the slopes, where no value changes by that; else real values in 32-bit
 /// floats.
-CommonScale ToCommonScale(const ScaledPlanes& planes);
+class ExactScale final : public ScaleTarget {
+public:
+    ExactScale(VoxelType stored, const std::vector<Rescale>& rescales);
+
+    /// Whether no measured value of a plane changes where they stay integers.
+    bool IsExact(const ScaledPlane& plane) const;
+    /// `exact`: of all planes. Before anything is converted.
+    void Choose(const MeasuredReals& measured, bool exact);
+
+    VoxelType GetType() const override { return m_Type; }
+    double Convert(const ScaledPlane& plane, std::span<std::byte> to) const override;
+
+private:
+    VoxelType m_Type;
+    double m_Most;  // that a whole number may seem to be none by
+    float m_RealPadding = 0;
+};
+
+CommonScale ToCommonIntegers(const ScaledPlanes& planes);  ///< by an `IntegerScale`
+CommonScale ToCommonScale(const ScaledPlanes& planes);     ///< by an `ExactScale`
 
 }  // namespace korvane

@@ -1,5 +1,6 @@
 #include "FramePixels.h"
 
+#include "../core/Error.h"
 #include "SliceFile.h"
 
 #include <algorithm>
@@ -33,8 +34,21 @@ std::unique_ptr<DICOMDataObject> CopyOf(const DICOMDataObject& dataSet) {
 }  // namespace
 
 bool FramePixels::CanRead(const ImageHeader& header) {
-    // Files that are damaged, or come out of an archive, are read whole.
-    return header.frames > 1 && !header.IsTiled() && !header.truncated && header.unpacked.empty();
+    // Files that are damaged are read whole.
+    return header.frames > 1 && !header.IsTiled() && !header.truncated;
+}
+
+/// The reader knows where a file lies that comes out of an archive, and people what it is called there.
+template <class Work>
+void FramePixels::WithName(const Work& work) const {
+    try {
+        work();
+    } catch (const Error& error) {
+        const std::string& place = m_Header.unpacked;
+        std::string text = error.what();
+        if (place.empty() || !text.starts_with(place)) throw;
+        throw Error(error.GetKind(), text.replace(0, place.size(), m_Header.path)).InFile(m_Header.path);
+    }
 }
 
 FramePixels::FramePixels(const ImageHeader& header, const Watch& watch) : m_Header(header), m_Watch(watch) {
@@ -48,7 +62,8 @@ FramePixels::FramePixels(const ImageHeader& header, const Watch& watch) : m_Head
     if (FindElement(*m_Image.dataSet, tags::NumberOfFrames) != nullptr)
         PutText(*m_Image.dataSet, tags::NumberOfFrames, "1");
     whole = {};  // the reader has one of its own
-    m_pFrames = std::make_unique<FrameReader>(header.path, FrameOptions{.dropGroups = true});
+    WithName(
+        [&] { m_pFrames = std::make_unique<FrameReader>(header.GetFile().place, FrameOptions{.dropGroups = true}); });
     if (m_pFrames->GetCount() < static_cast<std::size_t>(header.frames))
         RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
 }
@@ -68,7 +83,7 @@ void FramePixels::PushPixels(int frame, DICOMDataObject& dataSet) const {
     std::vector<unsigned char> bytes;
     {
         const std::lock_guard lock(m_Mutex);
-        bytes = m_pFrames->ReadStored(static_cast<std::size_t>(frame));
+        WithName([&] { bytes = m_pFrames->ReadStored(static_cast<std::size_t>(frame)); });
     }
     auto pixels = std::make_unique<VR>(PixelTagOf(m_Header.form), 0, 0);
     const auto length = static_cast<std::uint32_t>(bytes.size());

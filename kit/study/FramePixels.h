@@ -25,6 +25,8 @@ public:
     DataSetFile Read(int frame, CodecManager& codecs) const;
 
 private:
+    template <class Work>
+    void WithName(const Work& work) const;
     void PushPixels(int frame, DICOMDataObject& dataSet) const;
 
     const ImageHeader& m_Header;

@@ -32,6 +32,7 @@ void PlaneStream::Met::Add(const Met& other) {
     all.Add(other.all);
     reals.Add(other.reals);
     scaleError = std::max(scaleError, other.scaleError);
+    exact = exact && other.exact;
     otherPadding = otherPadding || other.otherPadding;
     tables = tables || other.tables;
     bitsAbove.insert(bitsAbove.end(), other.bitsAbove.begin(), other.bitsAbove.end());
@@ -42,7 +43,7 @@ PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& s
                          const Watch& watch)
     : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding), m_pScaling(scaling),
       m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(0).form).value()),
-      m_Type(scaling != nullptr && scaling->scale ? VoxelType::Int16 : m_Stored),
+      m_Type(scaling != nullptr && scaling->target ? scaling->target->GetType() : m_Stored),
       m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.rows) *
                    static_cast<std::size_t>(HeaderOf(0).form.columns) * SizeOf(m_Type)),
       m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)), m_Thicknesses(m_Slices.size()) {
@@ -93,7 +94,7 @@ std::span<const std::byte> PlaneStream::ReadNext() {
 
 void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) {
     batch.met = {};
-    const bool isScaled = m_pScaling != nullptr && m_pScaling->scale;
+    const bool isScaled = m_pScaling != nullptr && m_pScaling->target != nullptr;
     if (count > 1 || isScaled) batch.copies.resize(count * m_PlaneBytes);
     for (std::size_t k = 0; k < count; ++k) {
         const SliceRef& slice = SliceOf(first + k);
@@ -105,7 +106,7 @@ void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) 
             NoteWhatIsMet(batch, first + k, copy());
             continue;
         }
-        if (m_pScaling != nullptr) batch.met.reals.Add(MeasureReals(ScaledPlaneOf(batch, first + k, voxels)));
+        if (m_pScaling != nullptr) Measure(batch, first + k, voxels);
         NoteWhatIsMet(batch, first + k, voxels);
         batch.voxels = voxels;
         if (count == 1) return;
@@ -119,9 +120,15 @@ ScaledPlane PlaneStream::ScaledPlaneOf(const Batch& batch, std::size_t plane, st
             batch.reader.GetPadding().value_or(kNoPadding)};
 }
 
+void PlaneStream::Measure(Batch& batch, std::size_t plane, std::span<const std::byte> stored) const {
+    const ScaledPlane scaled = ScaledPlaneOf(batch, plane, stored);
+    batch.met.reals.Add(MeasureReals(scaled));
+    if (m_pScaling->exact) batch.met.exact = batch.met.exact && m_pScaling->exact->IsExact(scaled);
+}
+
 void PlaneStream::Convert(Batch& batch, std::size_t plane, std::span<const std::byte> stored,
                           std::span<std::byte> to) const {
-    const double error = m_pScaling->scale->Convert(ScaledPlaneOf(batch, plane, stored), to);
+    const double error = m_pScaling->target->Convert(ScaledPlaneOf(batch, plane, stored), to);
     batch.met.scaleError = std::max(batch.met.scaleError, error);
 }
 

@@ -22,9 +22,11 @@ namespace korvane {
 
 /// What becomes of stored values that have a rescale of their own in each slice.
 struct PlaneScaling {
-    std::vector<Rescale> rescales;        ///< of slices, by their index
-    std::optional<IntegerScale> scale{};  ///< values are brought to it; nothing: they stay, and real ones are measured
-    MeasuredReals measured{};             ///< which the scale is made for
+    std::vector<Rescale> rescales;  ///< of slices, by their index
+    std::shared_ptr<const ScaleTarget>
+        target{};                       ///< values are brought to it; null: they stay, and real ones are measured
+    std::optional<ExactScale> exact{};  ///< that is tried meanwhile
+    MeasuredReals measured{};           ///< which the target is made for
 };
 
 /// Slices that are files of their own, or frames that can be read alone, in one form (`SeriesVolume::CanStream`). What it
@@ -49,6 +51,8 @@ public:
     MeasuredRange GetWholeRange() const { return m_Met.all; }
     /// Of real values, with a scaling that only measures them.
     const MeasuredReals& GetReals() const { return m_Met.reals; }
+    /// And whether the scale that was tried keeps all of them.
+    bool IsExact() const { return m_Met.exact; }
     /// The largest difference of a real value from what it was, with a scaling.
     double GetScaleError() const { return m_Met.scaleError; }
     /// Whether a slice names other padding than the one that counts.
@@ -75,6 +79,7 @@ private:
         MeasuredRange all;
         MeasuredReals reals;
         double scaleError = 0;
+        bool exact = true;
         bool otherPadding = false;
         bool tables = false;
         std::vector<int> bitsAbove;  // indices of slices
@@ -88,6 +93,7 @@ private:
     void CloseLeastUsed();
     std::size_t CountIn(std::size_t batch) const;
     ScaledPlane ScaledPlaneOf(const Batch& batch, std::size_t plane, std::span<const std::byte> stored) const;
+    void Measure(Batch& batch, std::size_t plane, std::span<const std::byte> stored) const;
     void Convert(Batch& batch, std::size_t plane, std::span<const std::byte> stored, std::span<std::byte> to) const;
     void ReadBatch(Batch& batch, std::size_t first, std::size_t count);
     void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels);

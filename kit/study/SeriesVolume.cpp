@@ -260,42 +260,54 @@ void SeriesVolume::TakeRead(const PlaneStream& stream) {
     if (m_StreamedRange.IsEmpty()) m_StreamedRange = {0, 0};  // no voxel is a number
     m_WholeRange = stream.GetWholeRange();
     m_Thicknesses = stream.GetThicknesses();
-    if (stream.HasOtherPadding()) TellOtherPadding();
+    const bool isScaled = m_pScaling != nullptr && m_pScaling->target != nullptr;  // with one padding for all
+    if (stream.HasOtherPadding() && !isScaled) TellOtherPadding();
     m_bTables = m_bTables || stream.HasTables();
     const std::vector<std::string> dirty = stream.ListBitsAbove();
     if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Loaded->CountFiles()));
 }
 
-bool SeriesVolume::ScalePlanes(const std::function<void()>& step) {
+bool SeriesVolume::ScalePlanes(bool integers, const std::function<void()>& step) {
     auto scaling = std::make_unique<PlaneScaling>();
     for (const FramePlace& place : m_Loaded->GetPlaces()) scaling->rescales.push_back(RealRescaleOf(place));
+    if (!integers) scaling->exact.emplace(GetType(), scaling->rescales);
     m_pScaling = std::move(scaling);
     const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
     for (std::size_t i = 0; i < m_pScaling->rescales.size(); ++i, step()) stream->ReadNext();
     const MeasuredReals& reals = stream->GetReals();
-    if (!reals.finite) {
+    if (integers && !reals.finite) {
         m_pScaling.reset();
         return false;
     }
     TakeRead(*stream);
     m_pScaling->measured = reals;
-    const IntegerScale& scale = m_pScaling->scale.emplace(reals);
-    m_OwnType = VoxelType::Int16;
-    m_Scale = scale.GetRescale();
-    m_ScaledPadding = scale.GetPadding();
-    m_StreamedRange = m_WholeRange = scale.RangeOf(reals);
-    if (m_ScaledPadding) {
-        const auto padding = static_cast<long long>(*m_ScaledPadding);
-        m_WholeRange.Add({padding, padding});
-        if (m_StreamedRange.IsEmpty()) {
-            m_StreamedRange = m_WholeRange;
-        } else {
-            m_StreamedRange.padding = reals.padding;
-        }
+    if (integers) {
+        const auto scale = std::make_shared<const IntegerScale>(reals);
+        TakeScaledRange(*scale, reals);
+        m_pScaling->target = scale;
+    } else {
+        m_pScaling->exact->Choose(reals, stream->IsExact());
+        m_pScaling->target = std::make_shared<const ExactScale>(*m_pScaling->exact);
     }
+    const ScaleTarget& target = *m_pScaling->target;
+    m_OwnType = target.GetType();
+    m_Scale = target.GetRescale();
+    m_ScaledPadding = target.GetPadding();
     m_Place.slope = platform::FormatReal(m_Scale->slope);
     m_Place.intercept = platform::FormatReal(m_Scale->intercept);
     return true;
+}
+
+void SeriesVolume::TakeScaledRange(const IntegerScale& scale, const MeasuredReals& reals) {
+    m_StreamedRange = m_WholeRange = scale.RangeOf(reals);
+    if (!scale.GetPadding()) return;
+    const auto padding = static_cast<long long>(*scale.GetPadding());
+    m_WholeRange.Add({padding, padding});
+    if (m_StreamedRange.IsEmpty()) {
+        m_StreamedRange = m_WholeRange;
+    } else {
+        m_StreamedRange.padding = reals.padding;
+    }
 }
 
 void SeriesVolume::TellScale(double error) {

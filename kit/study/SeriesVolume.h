@@ -20,7 +20,9 @@
 
 namespace korvane {
 
+class IntegerScale;
 class PlaneStream;
+struct MeasuredReals;
 struct PlaneScaling;
 
 /// The module's voxel types in the Kit's words.
@@ -80,10 +82,11 @@ public:
     /// Throws `Error`.
     void ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
     /// The same where slices have rescales of their own, or uptake is asked for: planes that are streamed from now on are
-    /// brought to one scale of integers (see `CommonScale.h`), as by `BringToOneScale`. `step`: after each plane. False, and
-    /// nothing is changed, where real values are beyond any number. Throws `Error`.
-    bool ScalePlanes(const std::function<void()>& step);
-    /// When all of those were read again: tells of the scale, with its rounding error.
+    /// brought to one scale (see `CommonScale.h`), as by `BringToOneScale`, which tells nothing. `step`: after each plane.
+    /// False, and nothing is changed, where real values are beyond any number. Not of integers, the range is known after
+    /// `ReadPlanes`. Throws `Error`.
+    bool ScalePlanes(bool integers, const std::function<void()>& step);
+    /// When all of those were read again as integers: tells of the scale, with its rounding error.
     void TellScale(double error);
     /// After `ReadPlanes`: what the module's exporters read of a volume and of data sets is as after `Load`, but for the
     /// pixels, of which no plane has any. Throws `Error`.
@@ -147,6 +150,7 @@ private:
     std::vector<Padding> GetPlanePaddings() const;
     void TellOtherPadding();
     void TellOneScale(bool differ, double error, std::uint64_t paddingVoxels);
+    void TakeScaledRange(const IntegerScale& scale, const MeasuredReals& reals);
     void TakeRead(const PlaneStream& stream);
     void SetTrueSpacing();
     double FindUptakeFactor();
