@@ -102,6 +102,9 @@ class Jobs:
             self.made["many", count] = self.work / f"many{count}"
         return self.made["many", count]
 
+    def itk(self, *words):
+        return Peer("ITK", str(self.bin / "bench_itk"), [self.bin / "bench_itk", *words])
+
     def find(self, count):
         files = self.many(count)
         return Job(f"find {count:,} files", lambda n: [self.korvane, "info", files, "--json", "--jobs", n],
@@ -113,7 +116,8 @@ class Jobs:
         ct = self.ct()
         return Job(f"load {FILES} slices", lambda n: [self.bin / "find_and_load", ct, 1, n],
                    self.floor("load", ct), "read into fresh huge pages",
-                   [Peer("pydicom", f"{sys.executable} pydicom", [sys.executable, "-c", PYDICOM_VOLUME, ct])])
+                   [Peer("pydicom", f"{sys.executable} pydicom", [sys.executable, "-c", PYDICOM_VOLUME, ct]),
+                    self.itk("load", ct)])
 
     def export(self, name, source, kind, extra=(), suffix="", peers=()):
         target = self.out / f"v{suffix}"
@@ -121,7 +125,8 @@ class Jobs:
         return Job(name, lambda n: [self.korvane, "export", source, "--format", kind, "--to", target, "--jobs", n, "-q", *extra],
                    self.floor("join", source, target, FILES * 512 * 512 * 2), "read, write as many bytes plainly",
                    [Peer(peer, needs, ["dcm2niix", *words, "-x", "i", "-f", "v", "-o", self.out, source])
-                    for peer, needs, words in peers], out=self.out, is_folder=True)
+                    for peer, needs, words in peers] + ([self.itk("export", source, self.out / f"itk{suffix}")] if peers else []),
+                   out=self.out, is_folder=True)
 
     def exports(self):
         ct = self.ct()
