@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <numeric>
 #include <utility>
 
 using korvane_detail::DecimalValues;
@@ -130,11 +131,28 @@ void CDicomVolume::SetIODList(std::vector<DICOMDataObject*>& list, std::vector<b
     const std::size_t entries = Select(list, mask);
     m_nFrames = static_cast<int>(m_Selected.size());
     FindReference(list);
-    if (m_nFrames == 0) {
+    if (m_nFrames != 0) {
+        Arrange(list, nullptr, entries);
+    }
+}
+
+void CDicomVolume::SetAlikeSlices(DICOMDataObject& first, const std::vector<std::array<float, 3>>& positions) {
+    Restart();
+    if (positions.empty()) {
         return;
     }
+    m_Selected.resize(positions.size());
+    std::iota(m_Selected.begin(), m_Selected.end(), 0);
+    m_nFrames = static_cast<int>(positions.size());
+    m_pRefDDO = &first;
+    Arrange({&first}, &positions, positions.size());
+}
+
+// `positions`: of slices that all have the first of the list for their data set; null: each has its own.
+void CDicomVolume::Arrange(const std::vector<DICOMDataObject*>& list,
+                           const std::vector<std::array<float, 3>>* positions, std::size_t entries) {
     const Placement placement = ReadPlacement(list.front());
-    std::vector<SliceRecord> records = MakeRecords(list, placement);
+    std::vector<SliceRecord> records = MakeRecords(list, positions, placement);
 
     // A z that is no number comes last, so that the order stays one.
     const bool descending = placement.m_bDescending;
@@ -273,6 +291,7 @@ void CDicomVolume::ReadPitch(Placement& placement) const {
 }
 
 std::vector<CDicomVolume::SliceRecord> CDicomVolume::MakeRecords(const std::vector<DICOMDataObject*>& list,
+                                                                 const std::vector<std::array<float, 3>>* positions,
                                                                  const Placement& placement) const {
     static char noImagePlane[] = "Cannor find Image Plane";  // spelled so; thrown as char*
     const float* r = placement.m_Reference;
@@ -280,6 +299,8 @@ std::vector<CDicomVolume::SliceRecord> CDicomVolume::MakeRecords(const std::vect
     records.reserve(m_Selected.size());
     for (std::size_t k = 0; k < m_Selected.size(); ++k) {
         const int index = m_Selected[k];
+        const bool isOwn = !m_bMultiframe && positions == nullptr;
+        DICOMDataObject* const slice = isOwn ? list[static_cast<std::size_t>(index)] : m_pRefDDO;
         double p[3] = {0, 0, 0};
         if (m_bMultiframe) {
             // The object is its own reference, so its frames differ in z only.
@@ -287,7 +308,9 @@ std::vector<CDicomVolume::SliceRecord> CDicomVolume::MakeRecords(const std::vect
                 placement.m_Offsets.empty() ? double{placement.m_Pitch} * index - r[2] : double{placement.m_Offsets[k]};
         } else if (placement.m_bHasPosition) {
             float position[3] = {0, 0, 0};
-            if (!ReadPosition(list[static_cast<std::size_t>(index)], position)) {
+            if (positions != nullptr) {
+                std::copy((*positions)[k].begin(), (*positions)[k].end(), position);
+            } else if (!ReadPosition(slice, position)) {
                 throw static_cast<char*>(noImagePlane);
             }
             for (int axis = 0; axis < 3; ++axis) {
@@ -297,7 +320,7 @@ std::vector<CDicomVolume::SliceRecord> CDicomVolume::MakeRecords(const std::vect
             p[2] = double{placement.m_Pitch} * static_cast<double>(k);
         }
         SliceRecord record = Place(p, placement);
-        record.m_pDDO = m_bMultiframe ? m_pRefDDO : list[static_cast<std::size_t>(index)];
+        record.m_pDDO = slice;
         record.m_nIndex = index;
         records.push_back(record);
     }
@@ -371,7 +394,11 @@ bool CDicomVolume::SlicesFit(const CDicomPixelStream& reference) const {
     if (m_bMultiframe) {
         return true;  // counted when the frames were selected
     }
-    const auto fits = [&reference](DICOMDataObject* slice) {
+    const DICOMDataObject* last = nullptr;  // slices that are alike have one
+    const auto fits = [&reference, &last](DICOMDataObject* slice) {
+        if (std::exchange(last, slice) == slice) {
+            return true;
+        }
         CDicomPixelStream stream;
         return stream.ReadLayout(slice) && stream.m_nRows == reference.m_nRows && stream.m_nCols == reference.m_nCols &&
                stream.m_nBytesPerPixel == reference.m_nBytesPerPixel && stream.m_bSigned == reference.m_bSigned &&

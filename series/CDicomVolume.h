@@ -4,6 +4,7 @@
 #include "../base/Export.h"
 #include "../volume/CVolume.h"
 
+#include <array>
 #include <cstddef>
 #include <vector>
 
@@ -52,6 +53,12 @@ public:
     /// The reference is the first data set, unless some selected one has an Instance Number below 1: then the lowest.
     /// The volume's minimum and maximum start at 4294967295 and 4026531839 and are changed by Alloc only.
     void SetIODList(std::vector<DICOMDataObject*>& list, std::vector<bool>* mask);
+
+    /// The same for slices that are all as `first`, which is the reference, but for their positions (PS3.3 C.7.6.2.1.1), of
+    /// which the first is its own. Without Image Position (Patient) in `first` their number alone counts. The list of data
+    /// sets is then `first` alone, for each slice: many slices need no data sets of their own. The pixels are the caller's
+    /// to put into the planes.
+    void SetAlikeSlices(DICOMDataObject& first, const std::vector<std::array<float, 3>>& positions);
 
     /// Allocates the volume's pixels (one block, or one a plane) and reads them: the stored values with their sign, not
     /// rescaled. A colour image becomes 255 * hue. The callback advances by one unit before each slice; when it asks to
@@ -126,7 +133,11 @@ private:
     bool ReadPosition(DICOMDataObject* slice, float (&position)[3]) const;
     void ReadOffsets(Placement& placement) const;
     void ReadPitch(Placement& placement) const;
-    std::vector<SliceRecord> MakeRecords(const std::vector<DICOMDataObject*>& list, const Placement& placement) const;
+    void Arrange(const std::vector<DICOMDataObject*>& list, const std::vector<std::array<float, 3>>* positions,
+                 std::size_t entries);
+    std::vector<SliceRecord> MakeRecords(const std::vector<DICOMDataObject*>& list,
+                                         const std::vector<std::array<float, 3>>* positions,
+                                         const Placement& placement) const;
     SliceRecord Place(const double (&p)[3], const Placement& placement) const;
     void SetSpacing(const std::vector<SliceRecord>& records);
     void TakeOrder(const std::vector<SliceRecord>& records, std::size_t entries);

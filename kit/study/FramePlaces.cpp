@@ -25,14 +25,28 @@ bool IsSamePlane(const FramePlace& a, const FramePlace& b) {
 
 }  // namespace
 
-FramePlaces::FramePlaces(const std::vector<FramePlace>& places)
-    : m_First{places.front().position, std::make_shared<const FramePlace>(places.front())} {
-    m_Others.reserve(places.size() - 1);
-    for (std::size_t i = 1; i < places.size(); ++i) {
-        const std::shared_ptr<const FramePlace>& before = EntryOf(i - 1).plane;
-        m_Others.push_back({places[i].position,
-                            IsSamePlane(*before, places[i]) ? before : std::make_shared<const FramePlace>(places[i])});
+FramePlaces::FramePlaces(const std::vector<FramePlace>& places) {
+    if (places.size() > 1) m_Others.reserve(places.size() - 1);
+    for (const FramePlace& place : places) Add(place);
+}
+
+void FramePlaces::Add(const Entry& entry) {
+    if (m_First.plane == nullptr) {
+        m_First = entry;
+    } else {
+        m_Others.push_back(entry);
     }
+}
+
+void FramePlaces::Add(const FramePlace& place) {
+    const std::shared_ptr<const FramePlace> before = GetCount() == 0 ? nullptr : EntryOf(GetCount() - 1).plane;
+    const bool isSame = before != nullptr && IsSamePlane(*before, place);
+    Add(Entry{place.position, isSame ? before : std::make_shared<const FramePlace>(place)});
+}
+
+void FramePlaces::Set(std::size_t frame, const FramePlace& place) {
+    const bool isSame = frame > 0 && IsSamePlane(GetPlane(frame - 1), place);
+    EntryOf(frame) = {place.position, isSame ? EntryOf(frame - 1).plane : std::make_shared<const FramePlace>(place)};
 }
 
 FramePlace FramePlaces::Get(std::size_t frame) const {

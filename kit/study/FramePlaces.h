@@ -10,15 +10,21 @@
 
 namespace korvane {
 
-/// One place at least, but for an object that waits for its value. What is the same in several of them but for the
-/// position is held once.
+/// What is the same in several places but for the position is held once. What an empty object does not have must not be
+/// asked for.
 class FramePlaces {
 public:
     FramePlaces() = default;
-    /// `places` is not empty.
     explicit FramePlaces(const std::vector<FramePlace>& places);
 
-    std::size_t GetCount() const { return m_Others.size() + 1; }
+    void Add(const FramePlace& place);
+    /// A place of another file, together with it.
+    void Add(const FramePlaces& from, std::size_t frame) { Add(from.EntryOf(frame)); }
+    void Reserve(std::size_t count) { m_Others.reserve(count); }
+    void Set(std::size_t frame, const FramePlace& place);
+    void SetPosition(std::size_t frame, const std::array<double, 3>& position) { EntryOf(frame).position = position; }
+
+    std::size_t GetCount() const { return m_First.plane == nullptr ? 0 : m_Others.size() + 1; }
     FramePlace Get(std::size_t frame) const;
     const std::array<double, 3>& GetPosition(std::size_t frame) const { return EntryOf(frame).position; }
     /// All but the position, which is that of no frame. Valid as long as this object, or one that shares it.
@@ -34,6 +40,8 @@ private:
     };
 
     const Entry& EntryOf(std::size_t frame) const { return frame == 0 ? m_First : m_Others[frame - 1]; }
+    Entry& EntryOf(std::size_t frame) { return frame == 0 ? m_First : m_Others[frame - 1]; }
+    void Add(const Entry& entry);
 
     Entry m_First;
     std::vector<Entry> m_Others;

@@ -13,6 +13,7 @@
 #include "base/Number.h"
 
 #include <algorithm>
+#include <map>
 
 namespace korvane {
 
@@ -186,7 +187,7 @@ LoadedSlices::LoadedSlices(const FoundFiles& found, const std::vector<SliceRef>&
         LoadFiles(found, slices);
     }
     PlaceInOrder(found.files[slices.front().file]);
-    for (std::size_t i = 0; i < m_List.size(); ++i) FitPlace(*m_List[i], m_Places[i]);
+    for (std::size_t i = 0; i < m_List.size(); ++i) FitPlace(*m_List[i], m_Places.Get(i));
 }
 
 void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices) {
@@ -212,12 +213,12 @@ void LoadedSlices::LoadFiles(const FoundFiles& found, const std::vector<SliceRef
         std::size_t next = i;
         for (; next < slices.size() && slices[next].file == slices[i].file; ++next) {
             if (slices[next].frame >= 0) frames.push_back(slices[next].frame);
-            m_Places.push_back(found.PlaceOf(slices[next]));
+            m_Places.Add(found.PlaceOf(slices[next]));
             progress.Step();
         }
         LoadFile(header, frames);
         m_FileOf.resize(m_List.size(), m_Read.size() - 1);
-        m_Places.resize(m_List.size(), m_Places.back());
+        while (m_Places.GetCount() < m_List.size()) m_Places.Add(m_Places, m_Places.GetCount() - 1);
         i = next;
     }
     if (!m_BitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(m_BitsAbove, files));
@@ -255,7 +256,7 @@ void LoadedSlices::ReadHeaders(const FoundFiles& found, const std::vector<SliceR
     for (std::size_t i = 0; i < slices.size(); ++i) {
         DICOMDataObject& dataSet = m_Delayed[i]->GetDataSet();
         m_List.push_back(&dataSet);
-        m_Places.push_back(found.PlaceOf(slices[i]));
+        m_Places.Add(found.PlaceOf(slices[i]));
         m_Read.emplace_back(found.files[slices[i].file].path, &dataSet);
         m_FileOf.push_back(i);
     }
@@ -276,7 +277,7 @@ void LoadedSlices::ReadFrameHeaders(const FoundFiles& found, const std::vector<S
             m_Frames.push_back(std::move(SplitFrames(*m_Files.back(), header, {number}).front()));
             m_List.push_back(m_Frames.back().get());
             m_Images.push_back({slices[i].file, number});
-            m_Places.push_back(found.PlaceOf(slices[i]));
+            m_Places.Add(found.PlaceOf(slices[i]));
             m_FileOf.push_back(m_Read.size() - 1);
             PutPixels(m_List.size() - 1, std::as_writable_bytes(std::span(m_StandIn)));
         }
@@ -326,14 +327,33 @@ void LoadedSlices::DropPixels() {
     for (DICOMDataObject* const dataSet : m_List) DropElement(*dataSet, tags::PixelData);
 }
 
-void LoadedSlices::PutThicknesses(const std::vector<std::optional<std::string>>& texts) {
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        if (m_Images[i].frame >= 0) continue;
-        DropElement(*m_List[i], tags::SliceThickness);
-        if (!texts[i]) continue;
-        PutText(*m_List[i], tags::SliceThickness, *texts[i]);
-        FitReal(*m_List[i], tags::SliceThickness);
+std::vector<DICOMDataObject*> LoadedSlices::MakeThicknesses(const std::vector<std::optional<std::string>>& texts) {
+    std::vector<DICOMDataObject*> sets(m_Images.size());
+    std::map<std::optional<std::string>, DICOMDataObject*> made;
+    for (std::size_t i = 0; i < sets.size(); ++i) {
+        const std::optional<std::string>& text = m_Images[i].frame < 0 ? texts[i] : m_FrameThicknesses[i];
+        DICOMDataObject*& dataSet = made[text];
+        if (dataSet == nullptr) {
+            m_Files.push_back(std::make_unique<DICOMDataObject>());
+            dataSet = m_Files.back().get();
+            if (text) PutText(*dataSet, tags::SliceThickness, *text);
+            FitReal(*dataSet, tags::SliceThickness);
+        }
+        sets[i] = dataSet;
     }
+    return sets;
+}
+
+/// By way of the texts that data sets of their own would have.
+std::vector<std::array<float, 3>> LoadedSlices::ListPositions() const {
+    std::vector<std::array<float, 3>> positions(m_Places.GetCount());
+    for (std::size_t i = 0; i < positions.size(); ++i) {
+        std::string text = i == 0 ? TextOf(*m_List.front(), tags::ImagePositionPatient) : std::string();
+        for (std::size_t axis = 0; axis < 3 && i > 0; ++axis)
+            text += (axis == 0 ? "" : "\\") + platform::FormatReal(m_Places.GetPosition(i)[axis]);
+        platform::ScanReals(text, positions[i].data(), positions[i].size());
+    }
+    return positions;
 }
 
 DICOMDataObject& LoadedSlices::ReadHeader(const FoundFiles& found, std::size_t dataSet) {
@@ -342,7 +362,7 @@ DICOMDataObject& LoadedSlices::ReadHeader(const FoundFiles& found, std::size_t d
     const auto whole = ReadSliceHeader(header, m_Watch);
     CheckUnchanged(header, *whole);
     m_Files.push_back(MakeHeader(header, image, whole.get()));
-    FitPlace(*m_Files.back(), m_Places[dataSet]);
+    FitPlace(*m_Files.back(), m_Places.Get(dataSet));
     return *m_Files.back();
 }
 
@@ -380,9 +400,15 @@ void LoadedSlices::AddPlaces(const FoundFiles& found, const std::vector<SliceRef
         if (isNew) whole = i == 0 || header.frames > 1 ? ReadSliceHeader(header, m_Watch) : nullptr;
         const bool isAll = slices[i].frame < 0 && header.frames > 1;
         for (int frame = 0; frame < (isAll ? header.frames : 1); ++frame) {
-            m_Places.push_back(found.PlaceOf(slices[i]));
-            m_Images.push_back({slices[i].file, isAll ? frame : slices[i].frame});
-            AddPlace(header, m_Images.back(), whole.get());
+            m_Places.Add(found.PlaceOf(slices[i]));
+            const SliceRef image{slices[i].file, isAll ? frame : slices[i].frame};
+            m_Images.push_back(image);
+            if (m_List.empty()) AddFirst(header, image, whole.get());
+            if (image.frame < 0) continue;
+            const DICOMObject* const holder =
+                FindHolder(*whole, image.frame, tags::PixelMeasuresSequence, tags::SliceThickness);
+            m_FrameThicknesses.resize(m_Images.size());
+            if (holder != nullptr) m_FrameThicknesses.back() = TextOf(*holder, tags::SliceThickness);
         }
     }
 }
@@ -399,17 +425,9 @@ std::unique_ptr<DICOMDataObject> LoadedSlices::MakeHeader(const ImageHeader& hea
     return copy;
 }
 
-/// Nothing but what its place among the others follows from: the first one's header, of the others what was found.
-void LoadedSlices::AddPlace(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole) {
-    std::unique_ptr<DICOMDataObject> dataSet;
-    if (m_List.empty()) {
-        dataSet = MakeHeader(header, image, whole);
-    } else {
-        dataSet = std::make_unique<DICOMDataObject>();
-        PutNumber(*dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));
-        PutNumber(*dataSet, tags::Columns, static_cast<unsigned>(header.form.columns));
-        PutText(*dataSet, tags::InstanceNumber, std::to_string(image.frame < 0 ? header.instance : image.frame + 1));
-    }
+/// The data set that stands for all.
+void LoadedSlices::AddFirst(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole) {
+    std::unique_ptr<DICOMDataObject> dataSet = MakeHeader(header, image, whole);
     if (image.frame >= 0) {
         const DICOMObject* const holder =
             FindHolder(*whole, image.frame, tags::PixelMeasuresSequence, tags::SliceThickness);
@@ -423,17 +441,19 @@ void LoadedSlices::AddPlace(const ImageHeader& header, const SliceRef& image, co
 /// Slices with an orientation and no positions: the library would lay them out along the patient's z axis, whatever way
 /// they face, so they get positions along their normal.
 void LoadedSlices::PlaceInOrder(const ImageHeader& header) {
-    const FramePlace first = m_Places.front();
+    const FramePlace first = m_Places.Get(0);
     const bool oneForAll = header.frames > 1 && !header.framesPlaced;
     if (first.hasPosition && !oneForAll) return;
     const std::array<double, 3> normal = StudyGeometry({first}).normal;
     const double known = header.sliceSpacing != 0 ? header.sliceSpacing : header.sliceThickness;
     const double distance = known != 0 ? known : first.spacing[0];
-    for (std::size_t i = 0; i < m_List.size(); ++i) {
-        std::array<double, 3>& position = m_Places[i].position;
+    for (std::size_t i = 0; i < m_Places.GetCount(); ++i) {
+        std::array<double, 3> position{};
         for (std::size_t axis = 0; axis < 3; ++axis)
             position[axis] = first.position[axis] + distance * static_cast<double>(i) * normal[axis];
-        if (first.hasOrientation) PutReals(*m_List[i], tags::ImagePositionPatient, position.data(), position.size());
+        m_Places.SetPosition(i, position);
+        if (first.hasOrientation && i < m_List.size())
+            PutReals(*m_List[i], tags::ImagePositionPatient, position.data(), position.size());
     }
 }
 

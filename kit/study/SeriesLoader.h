@@ -9,6 +9,7 @@
 #include "Volume.h"
 #include "VoxelBlock.h"
 
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -40,7 +41,7 @@ public:
         Now,
         InPlace,  ///< those of the data sets are zeros until `ReadPlanes` has read them to their place
         Frames,   ///< the same of frames of larger objects; `PutPixels` tells their places
-        Later,    ///< the data sets have none; files of one image are not read, but for the first
+        Later,    ///< no slice has a data set but the first; other files of one image are not read
     };
 
     /// `jobs`: threads, see `CountJobs`, where files are read one by one. Throws `Error`.
@@ -62,9 +63,11 @@ public:
     /// Before the memory goes that pixels were read to: the data sets are without any then.
     void DropPixels();
 
-    /// With `Later`: the texts of Slice Thickness, of each slice that is a file; the data sets have none otherwise. Frames have
-    /// theirs.
-    void PutThicknesses(const std::vector<std::optional<std::string>>& texts);
+    /// With `Later`: a data set for each slice that has its Slice Thickness, and nothing else; `texts` has those of slices
+    /// that are files, frames have theirs. Owned by this object.
+    std::vector<DICOMDataObject*> MakeThicknesses(const std::vector<std::optional<std::string>>& texts);
+    /// With `Later`: positions as the module would read them.
+    std::vector<std::array<float, 3>> ListPositions() const;
     /// The header of a slice as loading it would leave it but for its pixels, which it has none of. Owned by this object.
     /// Throws `Error`.
     DICOMDataObject& ReadHeader(const FoundFiles& found, std::size_t dataSet);
@@ -82,7 +85,7 @@ public:
     /// What was met while pixels were read.
     const std::vector<Finding>& GetFindings() const { return m_Findings; }
 
-    /// Owned by this object.
+    /// Owned by this object. With `Later` one for all.
     std::vector<DICOMDataObject*>& GetDataSets() { return m_List; }
     const std::vector<DICOMDataObject*>& GetDataSets() const { return m_List; }
     /// Whole files, as they were read but for their pixels, with their paths.
@@ -90,8 +93,8 @@ public:
     /// The path of the file that a data set, by its index, is of; not with `Later`.
     const std::string& PathOf(std::size_t dataSet) const { return m_Read[m_FileOf[dataSet]].first; }
     /// Where each lies; without a position of its own, one behind the other along the normal.
-    std::vector<FramePlace>& GetPlaces() { return m_Places; }
-    const std::vector<FramePlace>& GetPlaces() const { return m_Places; }
+    FramePlaces& GetPlaces() { return m_Places; }
+    const FramePlaces& GetPlaces() const { return m_Places; }
 
 private:
     void LoadFiles(const FoundFiles& found, const std::vector<SliceRef>& slices);
@@ -99,7 +102,7 @@ private:
     void ReadFrameHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
     std::vector<std::size_t> ListFiles() const;
     void AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices);
-    void AddPlace(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole);
+    void AddFirst(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole);
     std::unique_ptr<DICOMDataObject> MakeHeader(const ImageHeader& header, const SliceRef& image,
                                                 const DICOMDataObject* whole) const;
     void LoadFile(const ImageHeader& header, const std::vector<int>& frames);
@@ -127,8 +130,9 @@ private:
     std::vector<std::unique_ptr<DICOMDataObject>> m_Frames;  // gone before the files whose bytes they share
     std::vector<DICOMDataObject*> m_List;
     std::vector<std::size_t> m_FileOf;  // of each of them, which of those read
-    std::vector<FramePlace> m_Places;
+    FramePlaces m_Places;
     std::vector<SliceRef> m_Images;
+    std::vector<std::optional<std::string>> m_FrameThicknesses;  // texts, of images that are frames; empty without any
 };
 
 }  // namespace korvane

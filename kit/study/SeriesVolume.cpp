@@ -269,7 +269,8 @@ void SeriesVolume::TakeRead(const PlaneStream& stream) {
 
 bool SeriesVolume::ScalePlanes(bool integers, const std::function<void()>& step) {
     auto scaling = std::make_unique<PlaneScaling>();
-    for (const FramePlace& place : m_Loaded->GetPlaces()) scaling->rescales.push_back(RealRescaleOf(place));
+    const FramePlaces& places = m_Loaded->GetPlaces();
+    for (std::size_t i = 0; i < places.GetCount(); ++i) scaling->rescales.push_back(RealRescaleOf(places.GetPlane(i)));
     if (!integers) scaling->exact.emplace(GetType(), scaling->rescales);
     m_pScaling = std::move(scaling);
     const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
@@ -322,12 +323,15 @@ void SeriesVolume::FitForModule() {
     volume.SetType(ModuleTypeOf(GetType()));
     volume.SetMin(m_WholeRange.smallest);
     volume.SetMax(m_WholeRange.largest);
-    m_Loaded->PutThicknesses(m_Thicknesses);
+    const std::vector<DICOMDataObject*> thicknesses = m_Loaded->MakeThicknesses(m_Thicknesses);
+    std::vector<DICOMDataObject*>& list = m_Assembled.GetDDOList();
+    for (std::size_t plane = 0; plane < list.size(); ++plane)
+        list[plane] = thicknesses[static_cast<std::size_t>(m_Assembled.m_SliceToIndex[plane])];
     const auto first = static_cast<std::size_t>(m_Assembled.m_SliceToIndex.front());
     DICOMDataObject& header = m_Loaded->ReadHeader(GetFound(), first);
-    if (m_bUptake) PutUptake(header, m_Loaded->GetPlaces()[first]);
+    if (m_bUptake) PutUptake(header, m_Loaded->GetPlaces().Get(first));
     if (m_pScaling) DropScale(header);
-    m_Assembled.GetDDOList().front() = &header;
+    list.front() = &header;
 }
 
 double SeriesVolume::FindUptakeFactor() {
@@ -350,11 +354,12 @@ void SeriesVolume::ApplyUptake() {
         place.unit = "g/ml";
     };
     apply(m_Place);
-    std::vector<FramePlace>& places = m_Loaded->GetPlaces();
-    for (std::size_t i = 0; i < places.size(); ++i) {
-        apply(places[i]);
-        // Of slices that are streamed the others have none of it.
-        if (i == 0 || !IsStreamed()) PutUptake(*m_Loaded->GetDataSets()[i], places[i]);
+    FramePlaces& places = m_Loaded->GetPlaces();
+    for (std::size_t i = 0; i < places.GetCount(); ++i) {
+        FramePlace place = places.Get(i);
+        apply(place);
+        places.Set(i, place);
+        if (i < m_Loaded->GetDataSets().size()) PutUptake(*m_Loaded->GetDataSets()[i], place);
     }
     Tell({.kind = FindingKind::UptakeValues,
           .lengths = {factor},
@@ -376,11 +381,15 @@ void SeriesVolume::Tell(Finding finding) {
 }
 
 bool SeriesVolume::RescalesDiffer() const {
-    if (GetType() == VoxelType::Rgb24) return false;
-    const std::vector<FramePlace> places = GetPlanePlaces();
-    const Rescale first = RealRescaleOf(places.front());
-    return std::any_of(places.begin(), places.end(),
-                       [&](const FramePlace& place) { return RealRescaleOf(place) != first; });
+    if (GetType() == VoxelType::Rgb24 || m_Scale) return false;
+    const FramePlaces& places = m_Loaded->GetPlaces();
+    const Rescale first = RealRescaleOf(places.GetPlane(0));
+    const FramePlace* last = nullptr;  // most slices share it
+    for (std::size_t i = 0; i < places.GetCount(); ++i) {
+        const FramePlace& plane = places.GetPlane(i);
+        if (std::exchange(last, &plane) != &plane && RealRescaleOf(plane) != first) return true;
+    }
+    return false;
 }
 
 void SeriesVolume::BringToOneScale(bool integers, bool tell) {
@@ -537,7 +546,7 @@ std::vector<std::pair<std::string, const DICOMDataObject*>> SeriesVolume::ListDa
 std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
     std::vector<FramePlace> places;
     for (const int index : m_Assembled.m_SliceToIndex) {
-        places.push_back(m_Loaded->GetPlaces()[static_cast<std::size_t>(index)]);
+        places.push_back(m_Loaded->GetPlaces().Get(static_cast<std::size_t>(index)));
         if (!m_Scale) continue;
         places.back().slope = m_Place.slope;
         places.back().intercept = m_Place.intercept;
@@ -562,8 +571,8 @@ void SeriesVolume::CheckExtent() const {
         const std::array<double, 3> normal = StudyGeometry({m_Place}).normal;
         double lowest = HUGE_VAL;
         double highest = -HUGE_VAL;
-        for (const FramePlace& place : m_Loaded->GetPlaces()) {
-            const std::array<double, 3>& at = place.position;
+        for (std::size_t i = 0; i < m_Loaded->GetPlaces().GetCount(); ++i) {
+            const std::array<double, 3>& at = m_Loaded->GetPlaces().GetPosition(i);
             const double height = at[0] * normal[0] + at[1] * normal[1] + at[2] * normal[2];
             lowest = std::min(lowest, height);
             highest = std::max(highest, height);
@@ -579,10 +588,14 @@ void SeriesVolume::CheckExtent() const {
 void SeriesVolume::Assemble() {
     CheckExtent();
     std::vector<DICOMDataObject*>& list = m_Loaded->GetDataSets();
-    m_Assembled.SetIODList(list, nullptr);
+    if (IsStreamed()) {
+        m_Assembled.SetAlikeSlices(*list.front(), m_Loaded->ListPositions());
+    } else {
+        m_Assembled.SetIODList(list, nullptr);
+    }
     int dim[4];
     GetVolume().GetDimensions(dim);
-    if (static_cast<std::size_t>(dim[2]) != list.size()) {
+    if (static_cast<std::size_t>(dim[2]) != m_Loaded->GetPlaces().GetCount()) {
         throw Error(ErrorKind::Irregular, "the slices do not make a volume");
     }
     SetTrueSpacing();

@@ -49,7 +49,7 @@ def data_set():
 class SeriesMaker:
     """Many slices quickly: all have the bytes of one, but for what tells them apart."""
 
-    def __init__(self, side, pet=False):
+    def __init__(self, side, pet=False, comments=2000):
         ds = data_set()
         ds.SOPClassUID = ds.file_meta.MediaStorageSOPClassUID = "1.2.840.10008.5.1.4.1.1.2"
         ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = "1.2.3.9000000"
@@ -68,7 +68,7 @@ class SeriesMaker:
             drug.RadionuclideTotalDose = ds.PatientWeight = "70"
             ds.RadiopharmaceuticalInformationSequence = [drug]
             ds.RescaleSlope, ds.RescaleIntercept = "9.000000", "0"
-        ds.ImageComments = "x" * 2000  # real headers have some kilobytes
+        ds.ImageComments = "x" * comments  # real headers have some kilobytes
         ds.PixelData = (numpy.arange(side * side, dtype="<u2") % 4000 & 0xFF0).tobytes()
         ds.save_as(WORK / "one.dcm", write_like_original=False)
         whole = (WORK / "one.dcm").read_bytes()

@@ -38,6 +38,19 @@ def scales():
     assert took < limit, (took, limit)
 
 
+def small_headers():
+    """The bound holds where headers are as small as they can be: what is kept of a slice is less than its header twice."""
+    count, jobs = 12000, 2
+    maker = SeriesMaker(16, comments=0)
+    folder = maker.write(WORK / "small", count)
+    for form in ("nifti", "bob"):
+        took = peak("export", folder, "--format", form, "--to", WORK / f"{form}-small", "--jobs", jobs)
+        limit = 32 * MEGABYTE + 4 * jobs * maker.frame + 2 * count * maker.header
+        assert maker.header < 800 and took < limit, (form, took, limit, maker.header)
+        # Of the bound, most is there for what does not grow.
+        assert took - peak("--version") < 8 * MEGABYTE + 2 * count * maker.header, (form, took)
+
+
 def growth():
     """What each file, slice or frame more takes is no more than a few kilobytes: nothing is kept of it but what it tells."""
     few, many = 300, 2300
@@ -47,9 +60,9 @@ def growth():
             maker.write(WORK / f"{name}{count}", count, in_series)
     for count in (few, many):
         enhanced(WORK / f"object{count}", count, 16, 1)
-    jobs = {"find": (3500, "info", "--json", WORK / "archive"),
+    jobs = {"find": (1500, "info", "--json", WORK / "archive"),
             "medium": (11000, "media", "--link", WORK / "medium", WORK / "archive"),
-            "export": (8000, "export", "--jobs", 2, "--format", "nifti", "--to", WORK / "v", WORK / "series"),
+            "export": (2500, "export", "--jobs", 2, "--format", "nifti", "--to", WORK / "v", WORK / "series"),
             "export of frames": (8000, "export", "--jobs", 2, "--format", "vox", "--to", WORK / "v", WORK / "object")}
     for job, (limit, *arguments, source) in jobs.items():
         took = {}
@@ -59,4 +72,4 @@ def growth():
         assert took[many] - took[few] < limit, (job, took, limit)
 
 
-measured_runs.run(exports, scales, growth)
+measured_runs.run(exports, small_headers, scales, growth)

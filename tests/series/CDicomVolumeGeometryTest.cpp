@@ -176,3 +176,42 @@ TEST_F(CDicomVolumeGeometry, WhatCannotBecomeAVolumeLeavesItEmpty) {
     m_Series.Alloc(true);
     EXPECT_EQ(Dimensions()[2], 0);
 }
+
+// What is laid out by places alone is as data sets of their own would be; equal and unordered heights among them.
+TEST_F(CDicomVolumeGeometry, AlikeSlicesLieAsThoseOfDataSetsOfTheirOwn) {
+    const std::vector<std::array<float, 3>> positions = {
+        {-120.5F, 33, 700.25F}, {1.5F, -2, 710}, {-120.5F, 33, 690}, {7, 8, 690}, {0, 0, 1e6F}};
+    const auto expect = [&](const std::string& directions, bool hasPositions) {
+        std::vector<DataSet> slices;
+        for (const auto& p : positions) {
+            slices.push_back(Image().Text(0x00200037, directions).Text(0x00180088, "2.5"));
+            if (hasPositions) slices.back().Text(0x00200032, Numbers({p[0], p[1], p[2]}));
+        }
+        const auto described = [](CDicomVolume& series) {
+            std::vector<Floats> all;
+            float values[4];
+            for (int k = 0; k < static_cast<int>(series.m_SliceToIndex.size()); ++k) {
+                const float* const org = series.GetVolume()->GetPlane(k)->m_Org;
+                all.emplace_back(org, org + 3);
+            }
+            series.GetVolume()->GetSpacing(values);
+            all.emplace_back(values, values + 3);
+            series.GetVolume()->GetOrigin(values);
+            all.emplace_back(values, values + 3);
+            return all;
+        };
+        const auto own = described(Assemble(slices));
+        CDicomVolume alike;
+        alike.m_bReverse = m_Series.m_bReverse;
+        alike.SetAlikeSlices(*m_List.front(), positions);
+        EXPECT_EQ(described(alike), own) << directions;
+        EXPECT_EQ(alike.m_SliceToIndex, m_Series.m_SliceToIndex);
+        EXPECT_EQ(alike.m_IndexToSlice, m_Series.m_IndexToSlice);
+        EXPECT_EQ(alike.GetDDOList(), std::vector<DICOMDataObject*>(positions.size(), m_List.front()));
+    };
+    expect("1\\0\\0\\0\\1\\0", true);
+    expect("0.8\\0.6\\0\\-0.36\\0.48\\0.8", true);
+    expect("0.8\\0.6\\0\\-0.36\\0.48\\0.8", false);
+    m_Series.m_bReverse = true;
+    expect("0\\1\\0\\0\\0\\-1", true);
+}
