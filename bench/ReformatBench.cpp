@@ -257,9 +257,11 @@ int main(int argc, char** argv) {
     }
     for (std::size_t i = 1; i < rows.size(); ++i) {
         const Row& row = rows[i];
-        std::vector<double> floor;  // of as many bytes as the result has
-        for (const double seconds : rows[1].seconds) {
-            if (i >= kCopies) floor.push_back(seconds * static_cast<double>(row.bytes) / static_cast<double>(bytes));
+        std::vector<double> floor, floorOfTwo;  // of as many bytes as the result has
+        const double share = static_cast<double>(row.bytes) / static_cast<double>(bytes);
+        for (std::size_t round = 0; i >= kCopies && round < row.seconds.size(); ++round) {
+            floor.push_back(rows[1].seconds[round] * share);
+            floorOfTwo.push_back(rows[1].secondsOfTwo[round] * share);
         }
         TellRow({.bench = "bench_reformat",
                  .job = (i < kCopies ? "" : "reformat, ") + row.name,
@@ -267,6 +269,7 @@ int main(int argc, char** argv) {
                  .ours = row.seconds,
                  .floorSeconds = floor,
                  .twoThreads = row.secondsOfTwo,
+                 .floorOfTwo = floorOfTwo,
                  .bytes = static_cast<double>(row.moved)});
     }
     int missed = 0;

@@ -30,7 +30,8 @@ void TellRow(const RowOfTable& row) {
     for (const auto& [name, seconds] : row.peers) {
         out << (&name != &row.peers.front().first ? ", " : "") << '"' << name << "\": " << Listed(seconds);
     }
-    out << "}, \"two_threads\": " << Listed(row.twoThreads) << ", \"bytes\": " << row.bytes << "}\n";
+    out << "}, \"two_threads\": " << Listed(row.twoThreads) << ", \"floor_of_two\": " << Listed(row.floorOfTwo)
+        << ", \"bytes\": " << row.bytes << "}\n";
 }
 
 int RoundsFrom(int argc, char** argv, int otherwise) {

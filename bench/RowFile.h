@@ -14,6 +14,7 @@ struct RowOfTable {
     std::vector<double> floorSeconds;
     std::vector<std::pair<std::string, std::vector<double>>> peers = {};
     std::vector<double> twoThreads = {};  ///< ours; none: the job runs on one
+    std::vector<double> floorOfTwo = {};  ///< the floor's on two threads
     double bytes = 0;                     ///< read and written, where GB/s are to be told
 };
 

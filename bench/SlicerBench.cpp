@@ -107,7 +107,13 @@ bool Measure(const Work& work, int rounds, Slicer (&slicers)[3]) {
         beside.push_back(SecondsOfBoth(work, slicers[0], slicers[1]));
     }
     TellRow({"bench_slicer", "slicer, " + work.name, "", alone, {}, {}, together});
-    TellRow({"bench_slicer", "limit of that: two slicers at once, volumes of their own", "", alone, {}, {}, apart});
+    TellRow({"bench_slicer",
+             "slicer, limit of the row above: two at once, volumes of their own",
+             "",
+             alone,
+             {},
+             {},
+             apart});
     TellRow({"bench_slicer", "slicer, the same: two at once of one volume", "", alone, {}, {}, beside});
     const double gain = Least(alone) / Least(together), limit = Least(alone) / Least(apart);
     const bool met = 1 / Least(together) >= work.perSecond && gain >= std::min(kGain, kOfLimit * limit);
@@ -178,7 +184,8 @@ int main(int argc, char** argv) {
     for (const Work& work :
          {TenPlanes("double oblique", {-0.6, 0.48, 0.64}), TenPlanes("near sagittal", {1, -0.02, -0.03}),
           TenViews("three views, ten moves", {View::Axial, View::Coronal, View::Sagittal}),
-          TenViews("axial and coronal, ten moves", {View::Axial, View::Coronal})}) {
+          TenViews("axial and coronal, ten moves", {View::Axial, View::Coronal}),
+          TenViews("sagittal, ten moves", {View::Sagittal})}) {
         met = Measure(work, rounds, slicers) && met;
     }
     met = MeasureSlab(slicers[0], rounds, korvane::SlabMode::Mean, "mean of 14 mm") && met;

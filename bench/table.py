@@ -175,7 +175,10 @@ def bench_line(row):
     peers = [f"{name} {time_text(min(seconds))}, {min(seconds) / ours:.1f} ×" for name, seconds in row["peers"].items()]
     second = min(row["two_threads"], default=0)
     rates = " / ".join(f"{row['bytes'] / seconds / 1e9:.0f}" for seconds in (ours, second) if row.get("bytes") and seconds)
-    return [row["job"] + (f", {rates} GB/s" if rates else ""), time_text(ours), time_text(second) if second else "–", f"{ours / second:.2f}" if second else "–", f"{time_text(floor)}: {row['floor']}" if floor else "–",
+    of_two = min(row.get("floor_of_two", []), default=0)
+    floor_cell = time_text(floor) + (f" / {time_text(of_two)}, gain {floor / of_two:.2f}" if of_two else "")
+    return [row["job"] + (f", {rates} GB/s" if rates else ""), time_text(ours), time_text(second) if second else "–",
+            f"{ours / second:.2f}" if second else "–", f"{floor_cell}: {row['floor']}" if floor else "–",
             f"{ours / floor:.2f}" if floor else "–", "; ".join(peers) or "–", "–"]
 
 
