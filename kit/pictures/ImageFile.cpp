@@ -1,6 +1,7 @@
 #include "ImageFile.h"
 
 #include "../core/Error.h"
+#include "../dataset/LeftValues.h"
 #include "../study/SeriesLoader.h"
 #include "../study/StoredPixels.h"
 
@@ -17,6 +18,15 @@ ImageFile::ImageFile(const NamedFile& from, const Watch& watch) : m_File(ReadDat
     TakeHeader(from);
     if (m_Header.form.kind == PixelForm::Kind::None) Fail(ErrorKind::Unsupported, "no pixel data");
     if (m_File.encapsulated) Decode(watch);
+    CheckForm();
+    FindPixels();
+}
+
+ImageFile::ImageFile(const NamedFile& from, DataSet frame) {
+    m_File.dataSet = DataSetParts::Take(frame);
+    m_File.complete = true;
+    m_File.hasPixels = true;
+    TakeHeader(from);
     CheckForm();
     FindPixels();
 }

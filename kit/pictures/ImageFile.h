@@ -3,6 +3,7 @@
 
 #include "../core/Error.h"
 #include "../core/Watch.h"
+#include "../dataset/DataSet.h"
 #include "../study/ImageHeader.h"
 #include "../study/Padding.h"
 
@@ -19,6 +20,8 @@ class ImageFile {
 public:
     /// Reads and decodes all frames. Throws `Error`.
     explicit ImageFile(const NamedFile& from, const Watch& watch = {});
+    /// One frame alone, as `FrameReader` gives it. Throws `Error`.
+    ImageFile(const NamedFile& from, DataSet frame);
 
     const std::string& GetPath() const { return m_Header.path; }
     const ImageHeader& GetHeader() const { return m_Header; }  ///< of the decoded pixels

@@ -8,6 +8,7 @@
 #include "PictureFile.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -39,7 +40,8 @@ ImageJob::ImageJob(const Series& series, int volume, const SliceOptions& options
         const ImageHeader& header = found.files[slice.file];
         const bool isWhole = slice.frame < 0;
         m_Images.push_back({header.GetFile(), isWhole ? 0 : slice.frame,
-                            isWhole ? static_cast<std::size_t>(header.frames) : std::size_t{1}});
+                            isWhole ? static_cast<std::size_t>(header.frames) : std::size_t{1},
+                            header.PixelBytes() > std::numeric_limits<std::uint32_t>::max() && !header.IsTiled()});
     }
 }
 
@@ -68,6 +70,7 @@ std::size_t ImageJob::ChooseIndex() const {
 ImagePainter ImageJob::PainterOf(std::size_t index) {
     auto images = m_Images.begin();
     for (; index >= images->count; ++images) index -= images->count;
+    if (images->isTooLarge) return PainterOfFrame(images->file, images->firstFrame + static_cast<int>(index));
     if (m_pFile == nullptr || m_pFile->GetHeader().GetFile().place != images->file.place) {
         m_pFile.reset();  // its memory is wanted for the next one
         m_pFile = std::make_unique<ImageFile>(images->file, m_Watch);
@@ -78,6 +81,16 @@ ImagePainter ImageJob::PainterOf(std::size_t index) {
             .InFile(images->file.name);
     }
     return {*m_pFile, frame, m_Options, m_Notes};
+}
+
+ImagePainter ImageJob::PainterOfFrame(const NamedFile& file, int frame) {
+    if (m_pFrames == nullptr || m_FramesOf != file.place) {
+        m_pFrames.reset();
+        m_pFrames = std::make_unique<FrameReader>(file.place, FrameOptions{.watcher = m_Watch.GetWatcher()});
+        m_FramesOf = file.place;
+    }
+    m_pFile = std::make_unique<ImageFile>(file, m_pFrames->Read(static_cast<std::size_t>(frame)));
+    return {*m_pFile, 0, m_Options, m_Notes};
 }
 
 SliceReport ImageJob::WriteOne(std::size_t index, const std::string& path) {

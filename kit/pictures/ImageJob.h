@@ -3,6 +3,7 @@
 
 #include "../core/ExportFiles.h"
 #include "../core/Watch.h"
+#include "../dataset/Frames.h"
 #include "../study/Series.h"
 #include "ImagePainter.h"
 #include "Slice.h"
@@ -31,11 +32,13 @@ private:
         NamedFile file;
         int firstFrame;
         std::size_t count;
+        bool isTooLarge = false;  ///< for all its frames to be decoded at once
     };
 
     std::size_t CountImages() const;
     std::size_t ChooseIndex() const;
     ImagePainter PainterOf(std::size_t index);
+    ImagePainter PainterOfFrame(const NamedFile& file, int frame);
     SliceReport WriteOne(std::size_t index, const std::string& path);
     SliceReport WriteFolder();
     SlicePicture DrawSheet();
@@ -45,7 +48,9 @@ private:
     const std::string m_Output;
     Watch m_Watch;
     std::vector<Images> m_Images;
-    std::unique_ptr<ImageFile> m_pFile;  // the last one read: frames of a file follow each other
+    std::unique_ptr<ImageFile> m_pFile;      // the last one read: frames of a file follow each other
+    std::unique_ptr<FrameReader> m_pFrames;  // of one that is too large
+    std::string m_FramesOf;                  // path
     PictureNotes m_Notes;
     ExportFiles m_Files;
 };

@@ -4,11 +4,14 @@
 import base64
 import json
 import resource
+import struct
 
 import measured_runs
 import numpy
+import PIL.Image
 from host_test import WORK, korvane
 from measured_runs import FORMATS, MEGABYTE, data_set, enhanced, own, peak
+from pydicom.encaps import encapsulate
 
 
 def dumps():
@@ -49,6 +52,27 @@ def frames():
             assert (WORK / f"nifti-{source}.nii").read_bytes()[352:] == expected, source
 
 
+def pictures():
+    """A frame is drawn alone where all of them, decoded, are more than a value can have."""
+    side, count = 1024, 4100
+    ds = data_set()
+    ds.Rows = ds.Columns = side
+    ds.NumberOfFrames, ds.SamplesPerPixel, ds.PhotometricInterpretation = count, 1, "MONOCHROME2"
+    ds.BitsAllocated, ds.BitsStored, ds.HighBit, ds.PixelRepresentation = 8, 8, 7, 0
+
+    def frame(value):  # run-length encoded
+        return struct.pack("<16I", 1, 64, *[0] * 14) + bytes([129, value]) * (side * side // 128)
+
+    ds.file_meta.TransferSyntaxUID = "1.2.840.10008.1.2.5"
+    ds.PixelData = encapsulate([frame(77 if number == 4000 else 5) for number in range(count)])
+    ds["PixelData"].VR, ds["PixelData"].is_undefined_length = "OB", True
+    ds.save_as(WORK / "huge.dcm", write_like_original=False)
+    took = own("slice", WORK / "huge.dcm", "--frame", 4000, "--raw16", "-o", WORK / "huge.png")
+    with PIL.Image.open(WORK / "huge.png") as picture:
+        assert picture.size == (side, side) and picture.getextrema() == (77, 77), picture.getextrema()
+    assert took < 32 * MEGABYTE, took
+
+
 def volumes():
     """Where a whole volume is needed, the object's own pixels are not in memory beside it."""
     volume = len(enhanced(WORK / "grey.dcm", 120, 512, 1))
@@ -73,4 +97,4 @@ def shortage():
     assert said == {"", "korvane: out of memory"}, said
 
 
-measured_runs.run(dumps, frames, volumes, shortage)
+measured_runs.run(dumps, frames, pictures, volumes, shortage)
