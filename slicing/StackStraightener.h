@@ -15,10 +15,14 @@ namespace korvane_detail {
 /// Calls `work` for ranges of planes, each of 0 to `planes` once.
 using PlaneWork = std::function<void(int first, int end)>;
 using PlaneRun = std::function<void(int planes, const PlaneWork& work)>;
-void RunOnThisThread(int planes, const PlaneWork& work);
+/// All of them at once.
+struct RunOnThisThread {
+    void operator()(int planes, const PlaneWork& work) const { work(0, planes); }
+};
 
 /// The lowest voxel of a volume that has pixels; 0 where there is none but NaN and infinity, or where `stop` said so.
-double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop = {}, const PlaneRun& run = RunOnThisThread);
+double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop = {},
+                       const PlaneRun& run = RunOnThisThread());
 
 struct VolumeDeleter {
     void operator()(CVolume* volume) const { volume->Delete(); }
@@ -42,7 +46,7 @@ public:
     /// One plane for each sample, at its z: voxels are linear in x and y within the planes, and mixed across two planes by the
     /// sample's weight. Voxels without data are `fill`, held within the range of the type. Null where it was stopped, by an answer of
     /// the options' question that stays so. `run` may call from several threads. Throws `std::bad_alloc`.
-    VolumePointer Make(double fill, const StraightenOptions& options, const PlaneRun& run = RunOnThisThread);
+    VolumePointer Make(double fill, const StraightenOptions& options, const PlaneRun& run = RunOnThisThread());
 
     /// Of the last `Make`: voxels without data, and the value that they have.
     unsigned long long CountFilled() const { return m_Filled; }

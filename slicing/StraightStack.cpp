@@ -11,7 +11,7 @@
 using namespace korvane_detail;
 
 CVolume* StraightenStack(CVolume& source, const StraightenOptions& options, StraightenReport& report) {
-    return StraightenStackInBlocks(source, options, report, RunOnThisThread);
+    return StraightenStackInBlocks(source, options, report, RunOnThisThread());
 }
 
 CVolume* StraightenStackInBlocks(CVolume& source, const StraightenOptions& options, StraightenReport& report,

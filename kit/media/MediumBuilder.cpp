@@ -209,13 +209,20 @@ private:
             [&](std::size_t group) {
                 forEach(group, [&](std::size_t i) {
                     std::optional<MediaHeader> ahead = std::exchange(ring[i % kAhead], std::nullopt);
-                    if (!ahead) m_Copies.Work(m_Copies.CountWaiting());  // nobody knows how long a pipe takes
+                    if (!ahead) BeforePipe();
                     TakeFile(files[i], ahead ? std::move(*ahead) : read(i), progress);
                 });
                 if (m_Copies.CountWaiting() > kMostWaiting) m_Copies.Work(together);
                 StepCopied(progress);
                 m_Copies.Rethrow();
             });
+    }
+
+    // Nobody knows how long a pipe takes, nor does a stop that came before it was opened end the waiting for it.
+    void BeforePipe() {
+        m_Copies.Work(m_Copies.CountWaiting());
+        m_Copies.Rethrow();
+        m_Watch.StopIfAsked();
     }
 
     void TakeFile(const std::string& path, MediaHeader header, TaskProgress& progress) {

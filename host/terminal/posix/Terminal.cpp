@@ -6,6 +6,7 @@
 
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -15,9 +16,15 @@ namespace {
 
 volatile std::sig_atomic_t s_interrupted = 0;
 
+// A wait that begins between the question whether to stop and the system call would miss the signal, and have no end: from
+// the first one on, calls that wait are interrupted again and again.
 void OnSignal(int number) {
     s_interrupted = number;
+    const itimerval often{.it_interval = {.tv_sec = 0, .tv_usec = 50000}, .it_value = {.tv_sec = 0, .tv_usec = 50000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
 }
+
+void OnTimer(int) {}
 
 }  // namespace
 
@@ -63,6 +70,10 @@ bool ReadPassword(const std::string& prompt, std::string& password) {
 }
 
 void CatchInterrupts() {
+    struct sigaction tick {};
+    tick.sa_handler = OnTimer;
+    sigemptyset(&tick.sa_mask);
+    sigaction(SIGALRM, &tick, nullptr);
     // A signal that is ignored already (nohup, a background job of a shell script) stays ignored.
     for (const int number : {SIGINT, SIGTERM}) {
         struct sigaction before {};
