@@ -36,6 +36,10 @@ void Add(const unsigned char* row, double weight, int count, Number* sums) {
 
 }  // namespace
 
+PlaneRun RunOnThisThread() {
+    return [](int planes, const PlaneWork& work) { work(0, planes); };
+}
+
 double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop, const PlaneRun& run) {
     int dim[4];
     volume.GetDimensions(dim);

@@ -15,10 +15,8 @@ namespace korvane_detail {
 /// Calls `work` for ranges of planes, each of 0 to `planes` once.
 using PlaneWork = std::function<void(int first, int end)>;
 using PlaneRun = std::function<void(int planes, const PlaneWork& work)>;
-/// All of them at once.
-struct RunOnThisThread {
-    void operator()(int planes, const PlaneWork& work) const { work(0, planes); }
-};
+/// One that calls it for all of them at once.
+PlaneRun RunOnThisThread();
 
 /// The lowest voxel of a volume that has pixels; 0 where there is none but NaN and infinity, or where `stop` said so.
 double FindLowestVoxel(CVolume& volume, const std::function<bool()>& stop = {},
