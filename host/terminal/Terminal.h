@@ -19,7 +19,7 @@ int GetTerminalWidth();
 bool ReadPassword(const std::string& prompt, std::string& password);
 
 /// From now on the first Ctrl-C (SIGINT) or request to end (SIGTERM) only sets a flag, and makes system calls that wait
-/// return with an error. The second one ends the program as usual.
+/// return with an error, those too that begin later. The second one ends the program as usual.
 void CatchInterrupts();
 
 /// Whether Ctrl-C or a request to end has come since `CatchInterrupts`.

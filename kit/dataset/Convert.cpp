@@ -3,6 +3,7 @@
 #include "../core/Error.h"
 #include "../core/Paths.h"
 #include "../core/Threads.h"
+#include "../core/WorkGroups.h"
 #include "DataSet.h"
 #include "DataSetFile.h"
 #include "DataSetOutput.h"
@@ -238,20 +239,17 @@ public:
 
     ConvertReport Run() {
         TaskProgress progress(m_Watch, "converting", static_cast<std::int64_t>(m_Files.size()));
-        constexpr std::size_t kAheadOfThread = 4;
-        const std::size_t jobs = CountJobs(m_Options.jobs);
-        const std::size_t ahead = kAheadOfThread * jobs;
-        // Of many files several at a time, since each result wakes whoever takes it; so few that threads end together.
-        const std::size_t together = std::clamp<std::size_t>(m_Files.size() / (16 * jobs), 1, 8);
-        const std::size_t count = (m_Files.size() + together - 1) / together;
+        constexpr std::size_t kMostTogether = 8;   // files
+        constexpr std::size_t kAheadOfThread = 4;  // groups of them
+        const std::size_t ahead = kAheadOfThread * CountJobs(m_Options.jobs);
+        const WorkGroups groups(m_Files.size(), m_Options.jobs, kMostTogether);
         std::deque<Conversion> ring;  // as many as are under way
-        while (ring.size() < std::min(ahead, count)) ring.emplace_back(m_Options);
+        while (ring.size() < std::min(ahead, groups.GetCount())) ring.emplace_back(m_Options);
         const auto files = [&](std::size_t i) {
-            const std::size_t from = i * together;
-            return std::span(m_Files).subspan(from, std::min(together, m_Files.size() - from));
+            return std::span(m_Files).subspan(groups.BeginOf(i), groups.EndOf(i) - groups.BeginOf(i));
         };
         ForEachInOrder(
-            m_Options.jobs, count, ahead, m_Watch,
+            m_Options.jobs, groups.GetCount(), ahead, m_Watch,
             [&](std::size_t i) {
                 for (const std::string& file : files(i)) ring[i % ahead].ConvertListed(file, m_From, m_To);
             },

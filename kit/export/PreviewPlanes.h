@@ -10,8 +10,9 @@
 namespace korvane {
 
 /// Keeps of each plane of a volume that is streamed the few rows and columns that the middle planes of three views are
-/// sampled from, and shows them to the slicer as a volume: its planes lie in one another, each with what is wanted of it
-/// in its place.
+/// sampled from, and shows them to the slicer as a volume. A plane of that volume needs addresses for all its voxels, but
+/// memory for few of them: planes overlap. Each begins a few rows, or columns, behind the one before it, so that the wanted ones
+/// of all planes lie side by side, where each plane looks for its own.
 class PreviewPlanes {
 public:
     /// Whether the planes of a series that was placed can be taken when they pass by: those of slices with rescales of their
@@ -27,8 +28,8 @@ public:
     void SetRange(const MeasuredRange& range) { m_Range = range; }
     const MeasuredRange& GetRange() const { return m_Range; }
 
-    /// What lies in the plane `index` of an axis of the volume is read of its voxels after this, of others something else.
-    /// Throws `Error`.
+    /// After this the series' volume has the right voxels in its middle layer across `axis` (0: columns, 1: rows, 2: planes)
+    /// and in those beside it; others have values of other planes. Throws `Error`.
     void Show(SeriesVolume& series, int axis);
 
 private:

@@ -3,6 +3,7 @@
 #include "../core/Paths.h"
 #include "../core/Threads.h"
 #include "../core/Watch.h"
+#include "../core/WorkGroups.h"
 #include "DirectoryCheck.h"
 #include "DirectoryTree.h"
 #include "MediaHeader.h"
@@ -188,23 +189,21 @@ private:
     }
 
     void NameFiles(const std::vector<std::string>& files, TaskProgress& progress) {
-        // Of many files several at a time, since each result wakes whoever takes it.
-        const std::size_t together = std::clamp<std::size_t>(files.size() / (16 * CountJobs(m_Options.jobs)), 1, 4);
+        const WorkGroups groups(files.size(), m_Options.jobs, kMostTogether);
         std::vector<std::optional<MediaHeader>> ring(kAhead);
         const auto forEach = [&](std::size_t group, const auto& body) {
-            const std::size_t end = std::min((group + 1) * together, files.size());
-            for (std::size_t i = group * together; i < end; ++i) body(i);
+            for (std::size_t i = groups.BeginOf(group); i < groups.EndOf(group); ++i) body(i);
         };
         const auto read = [&](std::size_t i) { return m_Sources.ReadHeader(files[i]); };
         ForEachInOrder(
-            m_Options.jobs, (files.size() + together - 1) / together, kAhead / together, m_Watch,
+            m_Options.jobs, groups.GetCount(), kAhead / groups.GetSize(), m_Watch,
             [&](std::size_t group) {
                 forEach(group, [&](std::size_t i) {
                     // Opening a pipe may take for ever, which a signal ends on the calling thread alone.
                     std::error_code error;
                     if (fs::is_regular_file(PathFromText(files[i]), error)) ring[i % kAhead] = read(i);
                 });
-                m_Copies.Work(2 * together);  // more than are added meanwhile
+                m_Copies.Work(2 * groups.GetSize());  // more than are added meanwhile
             },
             [&](std::size_t group) {
                 forEach(group, [&](std::size_t i) {
@@ -212,7 +211,7 @@ private:
                     if (!ahead) BeforePipe();
                     TakeFile(files[i], ahead ? std::move(*ahead) : read(i), progress);
                 });
-                if (m_Copies.CountWaiting() > kMostWaiting) m_Copies.Work(together);
+                if (m_Copies.CountWaiting() > kMostWaiting) m_Copies.Work(groups.GetSize());
                 StepCopied(progress);
                 m_Copies.Rethrow();
             });
@@ -332,7 +331,8 @@ private:
         }
     }
 
-    static constexpr std::size_t kAhead = 32;  // headers
+    static constexpr std::size_t kAhead = 32;        // headers
+    static constexpr std::size_t kMostTogether = 4;  // of those, that a thread reads at a time
     static constexpr std::size_t kMostWaiting =
         32;  // copies: more than are added before threads that wait for room are woken
 

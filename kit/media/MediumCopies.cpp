@@ -55,11 +55,6 @@ std::size_t MediumCopies::CountWaiting() const {
     return m_Failure ? 0 : m_Waiting.size();
 }
 
-bool MediumCopies::HasFailed() const {
-    const std::lock_guard lock(m_Mutex);
-    return m_Failure != nullptr;
-}
-
 std::size_t MediumCopies::TakeDone() {
     const std::lock_guard lock(m_Mutex);
     return std::exchange(m_nDone, 0);

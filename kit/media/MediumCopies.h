@@ -24,7 +24,6 @@ public:
 
     /// Those that no thread has begun; 0 after a failure.
     std::size_t CountWaiting() const;
-    bool HasFailed() const;
     /// How many were made since the last call.
     std::size_t TakeDone();
 

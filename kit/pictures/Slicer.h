@@ -54,9 +54,8 @@ struct SlicerFacts {
 /// A slab that needs more than `SlicerOptions::slabMemory` is sampled as a whole each time.
 ///
 /// THREADS. A picture is made on all cores (`SliceOptions::jobs`); threads for it stay between pictures, and end when no more are
-/// asked for. Several threads may ask one slicer: they are served one after
-/// the other. Slicers, and calls of `Slice`, may work on one volume at the same time. Its voxels are read and must stay as they
-/// are: let no other thread export or end it meanwhile.
+/// asked for. Several threads may ask one slicer: they are served one after the other. Slicers, and calls of `Slice`, may work on
+/// one volume at the same time. Its voxels are read and must stay as they are: let no other thread export or end it meanwhile.
 ///
 /// WATCHER. What is odd about the series and not shown, a slicer tells with the first picture that has a watcher.
 class KORVANE_KIT Slicer {

@@ -37,7 +37,7 @@ struct VolumeSets {
 /// Images with one Series Instance UID, one orientation, one matrix and one pixel format. A multi-frame object without
 /// geometry is a series of its own. Objects without pixels are series too.
 struct FoundSeries {
-    std::vector<SliceRef> slices;  ///< by instance number, acquisition number, UID, frame
+    std::vector<SliceRef> slices;  ///< by instance number, acquisition number, UID, file, frame
     SeriesGeometry geometry{};
     std::size_t orientations = 1;  ///< series with the same UID, told apart by orientation
     std::size_t numbers = 1;       ///< by Series Number

@@ -66,7 +66,7 @@ void AddGeometry(const FoundFiles& found, const FoundSeries& series, Json& json)
 void AddValues(const FoundFiles& found, const FoundSeries& series, Json& json) {
     const ImageHeader& header = found.FirstFile(series);
     Json values;
-    const std::string& unit = found.PlaceOf(series.slices.front()).unit;
+    const std::string& unit = found.PlaneOf(series.slices.front()).unit;
     if (!unit.empty()) values["unit"] = JsonText(unit);
     if (!header.common->corrected.empty()) values["corrected"] = JsonText(header.common->corrected);
     if (!header.common->decayCorrection.empty()) values["decayCorrection"] = JsonText(header.common->decayCorrection);

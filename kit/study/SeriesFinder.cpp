@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../core/Threads.h"
+#include "../core/WorkGroups.h"
 #include "../dataset/Inputs.h"
 #include "SeriesFindings.h"
 #include "SeriesLoader.h"
@@ -27,9 +28,7 @@ namespace {
 // more than these is compared with the last ones only.
 constexpr std::size_t kOrientationsCompared = 64;
 
-// Headers that a thread reads in one go: waking the one that takes them costs, and so does waiting at the end for the last.
-constexpr std::size_t kMostAtOnce = 64;
-constexpr std::size_t kGroupsOfEach = 16;
+constexpr std::size_t kMostAtOnce = 64;  // headers that a thread reads in one go
 
 /// What one file gave: a header, or why there is none.
 struct ReadFile {
@@ -58,30 +57,26 @@ class HeaderReading {
 public:
     /// Names are taken out of `files` as they are read.
     HeaderReading(std::vector<NamedFile>& files, unsigned jobs, const Watch& watch, FoundFiles& found)
-        : m_Files(files), m_Found(found), m_Watch(watch), m_nJobs(jobs),
-          m_nAtOnce(std::clamp<std::size_t>(files.size() / (kGroupsOfEach * CountJobs(jobs)), 1, kMostAtOnce)),
-          m_nAhead(2 * std::size_t{CountJobs(jobs)}), m_Ring(m_nAhead * m_nAtOnce) {}
+        : m_Files(files), m_Found(found), m_Watch(watch), m_nJobs(jobs), m_Groups(files.size(), jobs, kMostAtOnce),
+          m_nAhead(2 * std::size_t{CountJobs(jobs)}), m_Ring(m_nAhead * m_Groups.GetSize()) {}
 
     void Run() {
         TaskProgress progress(m_Watch, "reading headers", static_cast<std::int64_t>(m_Files.size()));
         m_Found.files.reserve(m_Files.size());
-        const std::size_t groups = (m_Files.size() + m_nAtOnce - 1) / m_nAtOnce;
         const auto take = [&](std::size_t group) {
-            for (std::size_t i = group * m_nAtOnce; i < EndOf(group); ++i) {
+            for (std::size_t i = m_Groups.BeginOf(group); i < m_Groups.EndOf(group); ++i) {
                 TakeOne(i);
                 progress.Step();
             }
         };
         ForEachInOrder(
-            m_nJobs, groups, m_nAhead, m_Watch, [&](std::size_t group) { Read(group); }, take);
+            m_nJobs, m_Groups.GetCount(), m_nAhead, m_Watch, [&](std::size_t group) { Read(group); }, take);
     }
 
 private:
-    std::size_t EndOf(std::size_t group) const { return std::min((group + 1) * m_nAtOnce, m_Files.size()); }
-
     void Read(std::size_t group) {
         std::unique_ptr<SharedHeaders> shared = BorrowShared();
-        for (std::size_t i = group * m_nAtOnce; i < EndOf(group); ++i) {
+        for (std::size_t i = m_Groups.BeginOf(group); i < m_Groups.EndOf(group); ++i) {
             m_Watch.StopIfAsked();
             m_Ring[i % m_Ring.size()] = ReadHeader(m_Files[i], *shared, m_Watch);
         }
@@ -115,7 +110,7 @@ private:
     FoundFiles& m_Found;
     Watch m_Watch;
     unsigned m_nJobs;
-    std::size_t m_nAtOnce;
+    WorkGroups m_Groups;
     std::size_t m_nAhead;  // groups
     std::vector<ReadFile> m_Ring;
     std::mutex m_Mutex;
@@ -304,7 +299,7 @@ private:
 void SortSlices(const FoundFiles& found, std::vector<SliceRef>& slices) {
     const auto key = [&](const SliceRef& slice) {
         const ImageHeader& header = found.files[slice.file];
-        return std::tie(header.instance, header.acquisition, header.sopInstance, header.path, slice.frame);
+        return std::tie(header.instance, header.acquisition, header.sopInstance, header.path, slice.file, slice.frame);
     };
     std::sort(slices.begin(), slices.end(), [&](const SliceRef& a, const SliceRef& b) { return key(a) < key(b); });
 }

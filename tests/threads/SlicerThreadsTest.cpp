@@ -1,5 +1,6 @@
 // Slicers on several threads, and several slicers of one volume.
 #include "FolderTest.h"
+#include "GreyOf.h"
 #include "kit/Refuses.h"
 
 #include <Korvane/Kit.h>
@@ -15,10 +16,6 @@
 using namespace korvane;
 
 namespace {
-
-std::vector<std::uint8_t> GreyOf(const SlicePicture& drawn) {
-    return {drawn.picture.GetPixels(), drawn.picture.GetPixels() + drawn.picture.GetSize()};
-}
 
 class SlicerThreads : public FolderTest {
 protected:

@@ -1,5 +1,6 @@
 // A slicer's pictures and values are those of `Slice` and of files of values, whatever it keeps.
 #include "../../FolderTest.h"
+#include "../../GreyOf.h"
 #include "../Refuses.h"
 
 #include <Korvane/kit/dataset/DataSet.h>
@@ -18,10 +19,6 @@
 using namespace korvane;
 
 namespace {
-
-std::vector<std::uint8_t> GreyOf(const SlicePicture& drawn) {
-    return {drawn.picture.GetPixels(), drawn.picture.GetPixels() + drawn.picture.GetSize()};
-}
 
 class SlicerTest : public FolderTest {
 protected:
