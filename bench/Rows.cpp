@@ -56,6 +56,30 @@ void ReadFirstPages(const Series& series) {
     }
 }
 
+// Steps from header to header, into every item.
+std::size_t CountElements(const unsigned char* bytes, std::size_t size) {
+    constexpr std::size_t kPreamble = 132;
+    const ElementHeaderReader reader(true, false);
+    std::size_t count = 0;
+    for (std::size_t at = kPreamble; at + ElementHeaderReader::kShortest <= size;) {
+        const ElementHeader header = reader.Decode(bytes + at);
+        at += header.size + (header.HasUndefinedLength() || header.IsDelimiter() ? 0 : header.length);
+        if (!header.IsDelimiter()) ++count;
+    }
+    return count;
+}
+
+std::size_t ReadAndStep(const std::vector<std::string>& files) {
+    unsigned char bytes[64 * 1024];
+    std::size_t count = 0;
+    for (const std::string& path : files) {
+        platform::InputFile input;
+        if (!input.Open(path.c_str())) throw std::runtime_error("cannot open " + path);
+        count += CountElements(bytes, input.Read(bytes, sizeof bytes));
+    }
+    return count;
+}
+
 void SwapAndWrite(const std::uint16_t* volume, const std::string& path) {
     std::FILE* const file = std::fopen(path.c_str(), "wb");
     if (file == nullptr) throw std::runtime_error("cannot open " + path);
@@ -124,6 +148,29 @@ Row MakeHeadersRow(const Series& series, const Readers& readers) {
         };
         AddReader(row, reader, check, Whole(work));
     }
+    return row;
+}
+
+// Small files, with their pixels.
+Row MakeWholeFilesRow(const Series& series) {
+    constexpr std::size_t kFiles = 150;
+    const auto files = std::make_shared<std::vector<std::string>>();
+    const std::string bytes = MakeSmallFile();
+    for (std::size_t i = 0; i < kFiles; ++i) {
+        files->push_back((series.GetFolder() / ("small" + std::to_string(1000 + i))).string());
+        std::ofstream(files->back(), std::ios::binary) << bytes;
+    }
+    Row row{"whole small files", "read, step from element to element", kFiles, {.mostOfLimit = 2.5}, {}};
+    row.entries.push_back({"limit", Whole([files] { ReadAndStep(*files); })});
+    const auto load = [files] {
+        TransferSyntaxCodec codec;
+        DICOMFileReader reader(codec);
+        for (const std::string& path : *files) {
+            if (reader.Load(path.c_str()) == nullptr || !reader.IsComplete())
+                throw std::runtime_error("cannot load " + path);
+        }
+    };
+    row.entries.push_back({"Korvane", Whole(load)});
     return row;
 }
 
@@ -209,6 +256,7 @@ std::vector<Row> MakeRows(const Series& series, const Readers& readers) {
     rows.push_back(MakeRoadRow(series, readers, false));
     rows.push_back(MakeRoadRow(series, readers, true));
     rows.push_back(MakeHeadersRow(series, readers));
+    rows.push_back(MakeWholeFilesRow(series));
     rows.push_back(
         MakeParseRow("elements, explicit", MakeNestedStream(kElements, true), kElements, kElements / 200, readers));
     rows.back().aim = {.leastOfDcmtk = 7, .leastOfGdcm = 4, .leastPerSecond = 6e6};
@@ -219,7 +267,7 @@ std::vector<Row> MakeRows(const Series& series, const Readers& readers) {
     rows.push_back(MakeParseRow("private, ascending", MakePrivateStream(kPrivate, false), kPrivate, kPrivate, readers));
     rows.push_back(MakeParseRow("private, descending", MakePrivateStream(kPrivate, true), kPrivate, kPrivate, readers));
     rows.push_back(MakeLinearRow("elements, 20k to 200k", 200'000, *readers.front()));
-    rows.back().aim.mostOfLimit = 13;  // the smaller one fits into the memory that a thread keeps
+    rows.back().aim.mostOfLimit = 16;  // the smaller one fits into the memory that a thread keeps
     rows.push_back(MakeLinearRow("elements, 200k to 2M", 2'000'000, *readers.front()));
     const auto source = std::make_shared<ExportSource>(series);
     rows.push_back(MakeExportRow("export, signed", CVolume::PT_SHORT, source, *readers.front()));

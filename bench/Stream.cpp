@@ -30,6 +30,12 @@ public:
         m_Bytes += value;
     }
 
+    void PutPixels(std::uint32_t bytes) {
+        PutTag(0x7FE00010);
+        m_Bytes += std::string_view("OW\0\0", 4);
+        m_Bytes += Word32(bytes) + std::string(bytes, '\7');
+    }
+
     // A sequence of undefined length; `putItem(i)` writes what is in item i.
     template <class PutItem>
     void PutSequence(std::uint32_t tag, std::size_t items, PutItem putItem) {
@@ -150,6 +156,19 @@ std::string MakeNestedStream(std::size_t elements, bool explicitVR) {
 std::string MakeReportStream(std::size_t elements) {
     Writer out(true);
     out.PutSequence(0x0040A730, elements / 200, [&](std::size_t) { PutContainer(out); });
+    return out.Take();
+}
+
+std::string MakeSmallFile() {
+    constexpr std::uint32_t kPrivate = 150;
+    Writer out(true);
+    PutGroup(out);
+    const std::string number = "12.345678 ";
+    for (std::uint32_t i = 0; i < kPrivate; ++i) {
+        const std::uint32_t tag = 0x00511000 + i;
+        i % 4 == 0 ? out.Put(tag, "US", Writer::Word16(512)) : out.Put(tag, i % 4 == 1 ? "LO" : "DS", number);
+    }
+    out.PutPixels(2 * 64 * 64);
     return out.Take();
 }
 

@@ -11,5 +11,9 @@ std::string MakeNestedStream(std::size_t elements, bool explicitVR);
 /// The same with three elements to an item, like the measurements of a structured report. Explicit VR little endian.
 std::string MakeReportStream(std::size_t elements);
 
+/// A whole file as MR scanners write them: 350 elements, many of them private or in items, and 64 x 64 16-bit pixels behind
+/// them. Explicit VR little endian.
+std::string MakeSmallFile();
+
 /// Private elements without nesting, by ascending or descending tag. Implicit VR little endian.
 std::string MakePrivateStream(std::size_t elements, bool descending);

@@ -40,7 +40,7 @@ ROOM = 3 << 30  # bytes that the inputs and outputs of all jobs take at the most
 BUSY = " Others used the machine meanwhile: processor time was shared, and the gain of a second thread says nothing."
 LONG = 2.0  # seconds: what a peer takes so long for is measured once
 # Each benchmark, what it is called with for the whole table and for the quick one.
-BENCHES = {"bench_speed": ((), ("--alone", "--rounds=3", "elements", "headers", "private", "export")),
+BENCHES = {"bench_speed": ((), ("--alone", "--rounds=3", "elements", "headers", "whole", "private", "export")),
            "bench_codec": ((), ("--alone", "--rounds=9", "--frames=60")),
            "bench_slice": ((), ("--rounds=15", "--planes=1")),
            "bench_slicer": ((), None),

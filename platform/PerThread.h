@@ -37,8 +37,17 @@ template <typename T>
 class PerThread {
 public:
     static T& Get() {
+        // In a shared library each mention of a thread's object is a call, and one with a destructor is mentioned twice.
+        static thread_local T* s_pOwn = nullptr;
+        if (s_pOwn == nullptr) [[unlikely]]
+            s_pOwn = Make();
+        return *s_pOwn;
+    }
+
+private:
+    [[gnu::noinline, gnu::cold]] static T* Make() {
         static thread_local T s_own;
-        return s_own;
+        return &s_own;
     }
 };
 

@@ -16,6 +16,8 @@ namespace {
 constexpr std::uint32_t kLeastLeft = 256;       // what is shorter costs less to hold than to find again
 constexpr std::uint32_t kLeastFragment = 1024;  // there may be very many
 
+constexpr std::size_t kBehindValue = 4096;  // that was passed over: what stands there is mostly another one
+
 template <class Visit>
 bool AnyElement(const DICOMObject& dataSet, const Visit& visit) {
     for (VR* element = dataSet.GetFirst(); element != nullptr; element = dataSet.GetNext(element)) {
@@ -69,6 +71,7 @@ std::size_t SeekingBuffer::Fill(void* bytes, std::size_t capacity) {
         m_bSeek = true;
     } else {
         const bool stands = !m_bSeek || GetFile().Seek(m_Place);
+        if (m_bSeek) capacity = std::min(capacity, kBehindValue);
         m_bSeek = false;
         if (stands) got = FileInputBuffer::Fill(bytes, capacity);
     }
@@ -87,14 +90,14 @@ std::shared_ptr<LeftValues> LeftValues::Of(const NamedFile& file, std::uint32_t 
 }
 
 bool LeftValues::Leave(Buffer& buffer, VR& element, std::uint32_t length) {
-    auto* const file = dynamic_cast<SeekingBuffer*>(&buffer);  // what was inflated lies nowhere
     const bool isFragment = element.m_Group == ElementHeader::kDelimiters;
+    if (length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger)) return false;
+    auto* const file = dynamic_cast<SeekingBuffer*>(&buffer);  // what was inflated lies nowhere
     const bool isText = GetValueKind(element.m_TypeCode) == ValueKind::Text;
     // Meta information is written in one piece, and some of it is made of what identifies the instance.
     const bool isOfMeta = element.m_Group == 0x0002 || element.GetTag() == tags::SOPClassUID ||
                           element.GetTag() == tags::SOPInstanceUID || element.GetTag() == tags::SpecificCharacterSet;
-    if (file == nullptr || isText || isOfMeta || length < (isFragment ? std::min(m_Larger, kLeastFragment) : m_Larger))
-        return false;
+    if (file == nullptr || isText || isOfMeta) return false;
     if (length >= ElementHeader::kUndefinedLength - 1 || length > buffer.GetRemaining()) return false;
     const bool isBig = buffer.GetByteOrder() == Buffer::kBigEndian;
     m_Values.push_back({this, file->GetPlace(), length, isBig ? GetSwapUnit(element.m_TypeCode) : 1});

@@ -108,13 +108,9 @@ class Filling {
 public:
     void* Cut(std::size_t bytes, FreedPages& freed) {
         const std::size_t step = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-        if (static_cast<std::size_t>(m_pPageEnd - m_pNext) < step) BeginPage(freed);
-        unsigned char* const block = m_pNext;
-        m_pNext += step;
-        ++m_Given;
-        __builtin_prefetch(block + kPrefetchBytes, 1);  // fresh memory: most of the cost is waiting for it
-        __builtin_prefetch(block + kPrefetchBytes + 64, 1);
-        return block;
+        if (static_cast<std::size_t>(m_pPageEnd - m_pNext) < step) [[unlikely]]
+            return CutFromNext(step, freed);
+        return CutHere(step);
     }
 
     /// Gives everything back.
@@ -135,7 +131,21 @@ public:
     }
 
 private:
-    [[gnu::noinline]] void BeginPage(FreedPages& freed) {
+    void* CutHere(std::size_t step) {
+        unsigned char* const block = m_pNext;
+        m_pNext += step;
+        ++m_Given;
+        __builtin_prefetch(block + kPrefetchBytes, 1);  // fresh memory: most of the cost is waiting for it
+        __builtin_prefetch(block + kPrefetchBytes + 64, 1);
+        return block;
+    }
+
+    [[gnu::noinline]] void* CutFromNext(std::size_t step, FreedPages& freed) {
+        BeginPage(freed);
+        return CutHere(step);
+    }
+
+    void BeginPage(FreedPages& freed) {
         LeavePage(freed);
         if (m_Taken == m_TakenEnd) TakeBatch(freed);
         m_Page = m_Batch[m_Taken++];

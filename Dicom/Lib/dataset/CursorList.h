@@ -25,20 +25,18 @@ public:
         ++m_Count;
     }
 
-    /// The element at an index, which is also where the cursor then stands: a step from the cursor when the index is the
-    /// next one, else a walk from the nearer end. Null at or beyond the count.
+    /// The element at an index, which is also where the cursor then stands: a walk from the cursor or from an end, whichever
+    /// is nearest. Null at or beyond the count.
     T* At(std::uint32_t index) {
         if (index >= m_Count) return nullptr;
-        if (m_pCursor != nullptr && index == m_CursorIndex + 1) {
-            m_pCursor = m_pCursor->m_pNext;
-        } else if (index < m_Count / 2) {
-            m_pCursor = m_pHead;
-            for (std::uint32_t i = 0; i < index; ++i) m_pCursor = m_pCursor->m_pNext;
-        } else {
-            m_pCursor = m_pTail;
-            for (std::uint32_t i = m_Count - 1; i > index; --i) m_pCursor = m_pCursor->m_pPrevious;
+        const std::uint32_t fromEnd = m_Count - 1 - index;
+        const std::uint32_t fromCursor = index > m_CursorIndex ? index - m_CursorIndex : m_CursorIndex - index;
+        if (m_pCursor == nullptr || fromCursor > index || fromCursor > fromEnd) {
+            m_pCursor = index < fromEnd ? m_pHead : m_pTail;
+            m_CursorIndex = index < fromEnd ? 0 : m_Count - 1;
         }
-        m_CursorIndex = index;
+        for (; m_CursorIndex < index; ++m_CursorIndex) m_pCursor = m_pCursor->m_pNext;
+        for (; m_CursorIndex > index; --m_CursorIndex) m_pCursor = m_pCursor->m_pPrevious;
         return m_pCursor->m_pObject;
     }
 

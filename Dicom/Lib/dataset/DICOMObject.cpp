@@ -12,17 +12,20 @@ DICOMObject::~DICOMObject() {
 int DICOMObject::Push(VR* element) {
     if (element->m_Length == 0xFFFFFFFFu) element->m_Length = 0;
     if (m_pPushTarget != nullptr) return m_pPushTarget->Push(element);
-    if (!m_Tree.Insert(element)) {
-        try {
-            if (m_pRejected == nullptr) m_pRejected = std::make_unique<CursorList<VR>>();
-            m_pRejected->Append(element);
-        } catch (const std::bad_alloc&) {
-            return 0;
-        }
-    }
+    if (!m_Tree.Insert(element) && !KeepAside(element)) return 0;
     m_pLastPushed = element;
     m_bIterating = 0;
     return 1;
+}
+
+bool DICOMObject::KeepAside(VR* element) {
+    try {
+        if (m_pRejected == nullptr) m_pRejected = std::make_unique<CursorList<VR>>();
+        m_pRejected->Append(element);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
 }
 
 int DICOMObject::PushItemToLast(DICOMObject* item) {

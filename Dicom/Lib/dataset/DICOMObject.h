@@ -13,7 +13,7 @@
 /// Results are 1 and 0 or null; only `Clone` may throw `std::bad_alloc`.
 class DICOMObject : public platform::SmallObject {
 public:
-    DICOMObject() = default;
+    DICOMObject();
     DICOMObject(const DICOMObject&) = delete;
     DICOMObject& operator=(const DICOMObject&) = delete;
 
@@ -70,6 +70,7 @@ public:
 
 private:
     void Remove(VR* element);
+    [[gnu::noinline]] bool KeepAside(VR* element);
 
     VR* m_pLastPushed = nullptr;
     std::uint32_t m_NestedLength = 0;
@@ -79,6 +80,8 @@ private:
     ElementTree m_Tree;
     VR* m_pWalk = nullptr;
 };
+
+inline DICOMObject::DICOMObject() = default;  // see `VR`
 
 /// A whole data set, or one item of a sequence.
 class DICOMDataObject : public DICOMObject {};

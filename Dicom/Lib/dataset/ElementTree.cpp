@@ -2,24 +2,43 @@
 
 #include "DICOMObject.h"
 
-bool ElementTree::Insert(VR* node) {
+/// One that does not come behind all others, or where the tree was not only appended to.
+bool ElementTree::InsertElsewhere(VR* node) {
     const std::int32_t key = KeyOf(node);
-    if (m_pLast != nullptr && key > KeyOf(m_pLast)) {
-        Attach(node, m_pLast, &m_pLast->m_pRight);
-        m_pLast = node;
+    const bool isLast = m_pLast == nullptr || key > KeyOf(m_pLast);
+    if (!isLast && Find(node->m_Group, node->m_Element) != nullptr) return false;
+    if (m_Shape != Shape::RedBlack) Colour();
+    if (isLast) {
+        AttachLast(node);
         return true;
     }
     VR* parent = nullptr;
     VR** link = &m_pRoot;
     while (*link != nullptr) {
         parent = *link;
-        const std::int32_t parentKey = KeyOf(parent);
-        if (key == parentKey) return false;
-        link = key < parentKey ? &parent->m_pLeft : &parent->m_pRight;
+        link = key < KeyOf(parent) ? &parent->m_pLeft : &parent->m_pRight;
     }
     Attach(node, parent, link);
-    if (m_pLast == nullptr) m_pLast = node;
     return true;
+}
+
+void ElementTree::BeginAnew() {
+    m_pRoot = nullptr;
+    m_pLast = nullptr;
+    m_nAppended = 0;
+    m_Shape = Shape::InOrder;
+}
+
+void ElementTree::Colour() {
+    VR* const root = m_pRoot;
+    BeginAnew();
+    m_Shape = Shape::RedBlack;
+    TakeApart(root, [this](VR* node) { AttachLast(node); });
+}
+
+void ElementTree::AttachLast(VR* node) {
+    Attach(node, m_pLast, m_pLast != nullptr ? &m_pLast->m_pRight : &m_pRoot);
+    m_pLast = node;
 }
 
 void ElementTree::Attach(VR* node, VR* parent, VR** link) {
@@ -126,6 +145,7 @@ void ElementTree::MendAfterInsert(VR* node) {
 }
 
 void ElementTree::Remove(VR* node) {
+    if (m_Shape == Shape::InOrder) m_Shape = Shape::Loose;
     if (node == m_pLast) {
         m_pLast = node->m_pLeft;  // without a left subtree the parent is the next smaller one
         if (m_pLast == nullptr) m_pLast = node->m_pParent;
@@ -156,7 +176,8 @@ void ElementTree::Remove(VR* node) {
         next->m_pLeft->m_pParent = next;
         next->m_bRed = node->m_bRed;
     }
-    if (!removedRed) MendAfterRemove(child, childParent);
+    if (m_Shape == Shape::RedBlack && !removedRed) MendAfterRemove(child, childParent);
+    if (m_pRoot == nullptr) BeginAnew();
     node->m_pParent = nullptr;
     node->m_pLeft = nullptr;
     node->m_pRight = nullptr;
@@ -197,20 +218,19 @@ void ElementTree::MendAfterRemove(VR* node, VR* parent) {
 
 // NOLINTEND(clang-analyzer-core.NullDereference)
 
-void ElementTree::DestroyAll() {
-    VR* node = m_pRoot;
-    m_pRoot = nullptr;
-    m_pLast = nullptr;
-    // Left children are rotated up until there is none: in order, without a stack that would cost an allocation a tree.
+/// Calls `take` with each node in order, which is not looked at again. No tree is deep.
+template <class Take>
+void ElementTree::TakeApart(VR* node, const Take& take) {
     while (node != nullptr) {
-        if (VR* const left = node->m_pLeft; left != nullptr) {
-            node->m_pLeft = left->m_pRight;
-            left->m_pRight = node;
-            node = left;
-        } else {
-            VR* const right = node->m_pRight;
-            delete node;
-            node = right;
-        }
+        if (node->m_pLeft != nullptr) TakeApart(node->m_pLeft, take);
+        VR* const right = node->m_pRight;
+        take(node);
+        node = right;
     }
+}
+
+void ElementTree::DestroyAll() {
+    VR* const root = m_pRoot;
+    BeginAnew();
+    TakeApart(root, [](VR* node) { delete node; });
 }

@@ -1,9 +1,15 @@
-// The red-black tree that keeps a data set's elements in order, one for each tag.
+// The balanced tree that keeps a data set's elements in order, one for each tag.
 #pragma once
 
 #include "VR.h"
 
+#include <bit>
+#include <cstdint>
+
 /// Its nodes are the elements themselves; an element is in one tree at most. The tree owns nothing.
+///
+/// Streams bring elements in order. As long as each comes behind all others, the shape follows from their number alone, and
+/// nothing is coloured or turned. It becomes a red-black tree with the first element that belongs elsewhere.
 ///
 /// The key is the signed 32-bit number (group << 16 | element): groups 0x8000 and up therefore come before group 0. The
 /// encoders write in this order, and callers rely on it.
@@ -14,7 +20,12 @@ public:
     }
 
     /// False, with nothing changed, when an element of that tag is there already.
-    bool Insert(VR* node);
+    bool Insert(VR* node) {
+        if (m_Shape != Shape::InOrder || (m_pLast != nullptr && KeyOf(node) <= KeyOf(m_pLast)))
+            return InsertElsewhere(node);
+        Append(node);
+        return true;
+    }
     void Remove(VR* node);
     VR* Find(std::uint16_t group, std::uint16_t element) const;
     /// The first in order that does not stand before that tag.
@@ -28,8 +39,21 @@ public:
     void DestroyAll();
 
 private:
+    enum class Shape : std::uint8_t {
+        InOrder,  ///< only appended to
+        Loose,    ///< and then removed from: no deeper than it was
+        RedBlack
+    };
+
     static std::int32_t KeyOf(const VR* node) { return Key(node->m_Group, node->m_Element); }
     static bool IsRed(const VR* node) { return node != nullptr && node->m_bRed; }
+    bool InsertElsewhere(VR* node);
+    void Append(VR* node);
+    void AttachLast(VR* node);
+    void BeginAnew();
+    void Colour();
+    template <class Take>
+    static void TakeApart(VR* node, const Take& take);
     void Attach(VR* node, VR* parent, VR** link);
     void Rotate(VR* node, VR* VR::*down, VR* VR::*up);
     void Replace(const VR* node, VR* by);
@@ -38,4 +62,23 @@ private:
 
     VR* m_pRoot = nullptr;
     VR* m_pLast = nullptr;  // the largest key: streams come in order, so most insertions go right behind it
+    std::uint32_t m_nAppended = 0;
+    Shape m_Shape = Shape::InOrder;
 };
+
+// The n-th element stands as many levels high as n has zeros at its binary end, above all lower ones since the last that is
+// higher: 4 above 2 and 3, 2 above 1. No way down is longer than the binary digits of their number.
+inline void ElementTree::Append(VR* node) {
+    VR* below = nullptr;
+    VR* above = m_pLast;
+    for (int height = std::countr_zero(++m_nAppended); height > 0; --height) {
+        below = above;
+        above = above->m_pParent;
+    }
+    node->m_pLeft = below;
+    node->m_pRight = nullptr;
+    node->m_pParent = above;
+    if (below != nullptr) below->m_pParent = node;
+    (above != nullptr ? above->m_pRight : m_pRoot) = node;
+    m_pLast = node;
+}

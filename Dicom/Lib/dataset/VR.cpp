@@ -58,8 +58,9 @@ VR::~VR() {
                                         offsetof(VR, m_pData), offsetof(VR, m_bOwnsData), offsetof(VR, m_bValueMoved),
                                         offsetof(VR, m_pSequence), offsetof(VR, m_pReference), offsetof(VR, m_TypeCode),
                                         offsetof(VR, m_StreamOffset)}));
-    FreeValue();
-    FreeSequence();
+    // Of most elements nothing is outside.
+    if (m_pData != nullptr && m_pData != m_Inline) FreeValue();
+    if (m_pSequence != nullptr) FreeSequence();
 }
 
 /// Whether `m_pData` is still what `AllocateOutside` made: a host may have put memory of its own there.
@@ -68,7 +69,7 @@ bool VR::IsOwnAllocation() const {
 }
 
 void VR::FreeValue() {
-    if (m_pData == nullptr || m_bOwnsData == 0 || m_pData == m_Inline) return;
+    if (m_bOwnsData == 0 || m_pData == m_Inline) return;
     const bool isPooled = m_Storage == Storage::Small || m_Storage == Storage::Buffer;
     if (!isPooled || !IsOwnAllocation()) {
         std::free(m_pData);
@@ -85,7 +86,7 @@ void VR::FreeSequence() {
 }
 
 void VR::ClearValue() {
-    FreeValue();
+    if (m_pData != nullptr) FreeValue();
     FreeSequence();
     m_pData = nullptr;
     m_Length = 0;
@@ -113,7 +114,7 @@ void VR::AllocateOutside(std::uint32_t bytes) {
 }
 
 unsigned char* VR::AllocateValue(std::uint32_t length) {
-    FreeValue();
+    if (m_pData != nullptr) FreeValue();
     m_pData = nullptr;
     m_bOwnsData = 1;
     m_Length = 0;

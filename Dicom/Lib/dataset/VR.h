@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 class DICOMObject;
@@ -18,7 +19,7 @@ class DICOMObject;
 /// Elements belong to the data set that they are pushed into. Nothing is thrown but `std::bad_alloc`.
 class VR : public platform::SmallObject {
 public:
-    VR() = default;
+    VR();
 
     /// An odd length is raised by one, in 32 bits: 0xFFFFFFFF gives 0. With `allocate` non-zero the value memory is made, uninitialised but for the byte
     /// that an odd length adds, which is 0.
@@ -55,6 +56,9 @@ public:
     /// Gives the element value memory for `length` bytes (an odd one raised by one, the last byte then 0) in place of
     /// what it had. Returns it; null when memory runs out, the element then being empty.
     unsigned char* AllocateValue(std::uint32_t length);
+
+    /// The same with a copy of those bytes, of which there is one at least; false when memory runs out.
+    bool CopyValue(const unsigned char* bytes, std::uint32_t length);
 
     /// Destroys value and items: length 0, no data.
     void ClearValue();
@@ -101,3 +105,35 @@ private:
     VR* m_pLeft = nullptr;
     VR* m_pRight = nullptr;
 };
+
+// Not in the class: `new VR()` would clear all of the element first, which takes longer than the rest.
+inline VR::VR() = default;
+
+// Inlined for those that fit into the element, which most of a stream's do. Pieces of a fixed size overlap: a call to copy a
+// few bytes costs more than they do.
+inline bool VR::CopyValue(const unsigned char* bytes, std::uint32_t length) {
+    if (length > kInlineBytes || m_pData != nullptr) {
+        if (AllocateValue(length) == nullptr) return false;
+        std::memcpy(m_pData, bytes, length);
+        return true;
+    }
+    static_assert(kInlineBytes <= 3 * 8);
+    if (length >= 8) {
+        if (length > 2 * 8) std::memcpy(m_Inline + 8, bytes + 8, 8);
+        std::memcpy(m_Inline, bytes, 8);
+        std::memcpy(m_Inline + length - 8, bytes + length - 8, 8);
+    } else if (length >= 4) {
+        std::memcpy(m_Inline, bytes, 4);
+        std::memcpy(m_Inline + length - 4, bytes + length - 4, 4);
+    } else {
+        m_Inline[0] = bytes[0];
+        m_Inline[length / 2] = bytes[length / 2];
+        m_Inline[length - 1] = bytes[length - 1];
+    }
+    if ((length & 1U) != 0) m_Inline[length] = 0;
+    m_pData = m_Inline;
+    m_bOwnsData = 1;
+    m_Storage = Storage::Inline;
+    m_Length = length + (length & 1U);
+    return true;
+}

@@ -24,20 +24,31 @@ void Buffer::ClipToWindow() {
     m_pEnd = m_pFilled - std::min(beyond, here);
 }
 
+/// Brings what was not read yet to the beginning of the area, and returns how much that is.
+std::size_t Buffer::MoveToReadArea() {
+    const auto kept = static_cast<std::size_t>(m_pFilled - m_pCursor);
+    const std::size_t bytes = m_EndOffset == 0 ? kReadArea : kLargerArea;
+    if (m_ReadAreaBytes >= bytes) {
+        if (kept > 0) std::memmove(m_pReadArea.get(), m_pCursor, kept);
+        return kept;
+    }
+    auto area = std::make_unique_for_overwrite<unsigned char[]>(bytes);
+    if (kept > 0) std::memcpy(area.get(), m_pCursor, kept);
+    m_pReadArea = std::move(area);
+    m_ReadAreaBytes = bytes;
+    return kept;
+}
+
 /// Makes at least `wanted` bytes (no more than the area holds) readable in one piece; false when the stream or the
 /// window has fewer.
 bool Buffer::Refill(std::size_t wanted) {
     if (GetRemaining() < wanted) return false;
-    if (m_pReadArea == nullptr) {
-        if (m_pFilled != nullptr) return false;  // the whole stream lies in memory
-        m_pReadArea = std::make_unique_for_overwrite<unsigned char[]>(kReadArea);
-    }
-    std::size_t kept = static_cast<std::size_t>(m_pFilled - m_pCursor);
-    if (kept > 0) std::memmove(m_pReadArea.get(), m_pCursor, kept);
+    if (m_pReadArea == nullptr && m_pFilled != nullptr) return false;  // the whole stream lies in memory
+    std::size_t kept = MoveToReadArea();
     while (kept < wanted) {
         // No more is asked for than there can be: a file would be asked in vain once more for its end.
         const auto room =
-            static_cast<std::size_t>(std::min<std::uint64_t>(kReadArea - kept, m_StreamEnd - m_EndOffset));
+            static_cast<std::size_t>(std::min<std::uint64_t>(m_ReadAreaBytes - kept, m_StreamEnd - m_EndOffset));
         const std::size_t got = Fill(m_pReadArea.get() + kept, room);
         if (got == 0) break;
         kept += got;

@@ -30,6 +30,8 @@ public:
 
     /// Whether bytes wait in the read area: then `HasData` is true, without a call.
     bool HasUnread() const { return m_pCursor != m_pEnd; }
+    /// At least so many.
+    bool HasUnread(std::size_t count) const { return static_cast<std::size_t>(m_pEnd - m_pCursor) >= count; }
 
     bool ReadUINT8(std::uint8_t& value) { return Read(&value, 1); }
     bool ReadUINT16(std::uint16_t& value) { return ReadNumber(value); }
@@ -41,6 +43,14 @@ public:
         if (count > 0) std::memcpy(bytes, m_pCursor, count);
         m_pCursor += count;
         return true;
+    }
+    /// The same without a copy, where they wait in the read area in one piece: they stay there until the next operation. Null,
+    /// with nothing taken, where they do not.
+    const unsigned char* Take(std::size_t count) {
+        if (static_cast<std::size_t>(m_pEnd - m_pCursor) < count) return nullptr;
+        const unsigned char* const bytes = m_pCursor;
+        m_pCursor += count;
+        return bytes;
     }
     bool Skip(std::uint64_t count) {
         if (static_cast<std::uint64_t>(m_pEnd - m_pCursor) < count) return SkipAcross(count);
@@ -109,7 +119,8 @@ protected:
     void Forget();
 
 private:
-    static constexpr std::size_t kReadArea = 4096;
+    static constexpr std::size_t kReadArea = 4096;         // most headers end within it
+    static constexpr std::size_t kLargerArea = 16 * 1024;  // of a stream that goes on behind that
     static constexpr std::size_t kWriteArea = 64 * 1024;
 
     std::uint64_t GetOffset() const { return m_EndOffset - static_cast<std::size_t>(m_pFilled - m_pCursor); }
@@ -117,6 +128,7 @@ private:
     bool ReadAcross(void* bytes, std::size_t count);
     bool SkipAcross(std::uint64_t count);
     void ClipToWindow();
+    std::size_t MoveToReadArea();
     template <class T>
     bool ReadNumber(T& value) {
         if (static_cast<std::size_t>(m_pEnd - m_pCursor) < sizeof(T) && !Refill(sizeof(T))) return false;
@@ -137,6 +149,7 @@ private:
     std::uint64_t m_WindowStart = 0;
     std::uint64_t m_WindowEnd = kUnknown;
     std::unique_ptr<unsigned char[]> m_pReadArea;
+    std::size_t m_ReadAreaBytes = 0;
 
     std::unique_ptr<unsigned char[]> m_pWriteArea;
     std::size_t m_WriteUsed = 0;

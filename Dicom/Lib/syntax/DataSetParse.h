@@ -45,10 +45,11 @@ private:
     int ParseNested(const Level& level, DICOMObject& target, bool isExplicit, bool delimited);
     int ParseWindow(const Level& level, DICOMObject& target, std::uint32_t length);
     Outcome ParseElement(const Level& level, const ElementHeader& header, std::uint32_t offset);
-    Outcome ParseDelimiter(const Level& level, const ElementHeader& header);
+    Outcome ParseDelimiter(const Level& level, std::uint16_t element, std::uint32_t length);
     Outcome ParseItem(const Level& level, std::uint32_t length);
-    Outcome ParseUndefinedLength(const Level& level, std::unique_ptr<VR> element);
-    Outcome ParseValue(const Level& level, std::unique_ptr<VR> element, std::uint32_t length, bool traced);
+    Outcome ParseSequence(const Level& level, VR* begun, std::uint32_t length);
+    Outcome ParseUndefinedLength(const Level& level, VR* begun);
+    Outcome ParseValue(const Level& level, VR* begun, const ElementHeader& header, bool traced);
     void CompleteType(VR& element);
 
     TransferSyntaxCodec& m_Codec;

@@ -1,6 +1,7 @@
 // How data elements begin (PS3.5 7.1, 7.5). Parsers, walkers and checks all read tags, types, lengths and delimiters here.
 #pragma once
 
+#include "../dataset/Tag.h"
 #include "../dataset/TypeCode.h"
 #include "../stream/Buffer.h"
 
@@ -23,6 +24,7 @@ struct ElementHeader {
     std::uint8_t size = 0;   ///< bytes of the header itself: 8 or 12
     std::uint32_t length = 0;
 
+    tags::Tag GetTag() const { return tags::MakeTag(group, element); }
     bool IsDelimiter() const { return group == kDelimiters; }
     bool HasUndefinedLength() const { return length == kUndefinedLength; }
 };
@@ -60,6 +62,11 @@ public:
     /// Takes the next header off a stream. False when it does not come whole. Inlined so that a parser asks once what kind
     /// of header it is.
     [[gnu::always_inline]] bool Read(Buffer& buffer, ElementHeader& header) const {
+        if (buffer.HasUnread(kLongest)) [[likely]] {
+            const unsigned char* const here = buffer.Peek(kLongest);
+            if (!DecodeShort(here, header)) DecodeLong(here, header);
+            return buffer.Skip(header.size);
+        }
         const unsigned char* begin = buffer.Peek(kShortest);  // no more than that may ever come
         if (begin == nullptr) return false;
         if (DecodeShort(begin, header)) return buffer.Skip(kShortest);

@@ -45,6 +45,43 @@ TEST(DataSet, TheTreeAgreesWithAMapUnderRandomUse) {
     EXPECT_TRUE(walk == model.end());
 }
 
+// Streams come in order, which shapes the tree another way than what is put in or taken out afterwards.
+TEST(DataSet, TheTreeHoldsWhatCameInOrderAndWasChangedThen) {
+    std::mt19937 random(11);
+    for (std::uint32_t count = 0; count < 70; ++count) {
+        DICOMDataObject set;
+        std::map<std::uint32_t, const VR*> model;
+        const auto push = [&](std::uint32_t key) {
+            auto* const vr = new VR(static_cast<std::uint16_t>(key), 1, 0, 0);
+            set.Push(vr);
+            model.emplace(key, vr);
+        };
+        const auto check = [&] {
+            auto next = model.begin();
+            for (const VR* vr = set.GetFirst(); vr != nullptr; vr = set.GetNext(vr), ++next) {
+                ASSERT_TRUE(next != model.end());
+                ASSERT_EQ(vr, next->second) << count;
+                ASSERT_EQ(set.GetVR(vr->m_Group, 1), vr) << count;
+            }
+            ASSERT_TRUE(next == model.end()) << count;
+        };
+        for (std::uint32_t key = 0; key < count; ++key) push(10 * key);
+        check();
+        for (unsigned step = 0; step < 12; ++step) {
+            const auto key = static_cast<std::uint32_t>(random() % (10 * count + 20));
+            const auto at = model.lower_bound(key);
+            // Some are only taken from, some are appended to after that, and some are emptied and begin anew.
+            if (count % 3 == 0 ? at != model.end() : random() % 2 == 0 && at != model.end()) {
+                EXPECT_EQ(set.Take(static_cast<std::uint16_t>(at->first), 1).get(), at->second);
+                model.erase(at);
+            } else if (!model.contains(key)) {
+                push(count % 3 == 1 ? 10 * count + 20 + step : key);
+            }
+            check();
+        }
+    }
+}
+
 TEST(DataSet, TheFirstElementOfATagStaysAndItemsOfARejectedOneHaveAHome) {
     DICOMDataObject set;
     set.Push(MakeText(0x0008, 0x0016, "UI", "1.2"));
