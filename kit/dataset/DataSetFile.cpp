@@ -47,6 +47,22 @@ private:
     DataSetFile& m_File;
 };
 
+bool IsOfFrameGroups(const VR& element) {
+    return element.GetTag() == tags::PerFrameFunctionalGroupsSequence ||
+           element.GetTag() == tags::SharedFunctionalGroupsSequence;
+}
+
+// Has no items where those sequences stand.
+class WithoutFrameGroups : public DICOMDataObject {
+public:
+    int PushItemToLast(DICOMObject* item) override {
+        if (GetLastPushed() == nullptr || !IsOfFrameGroups(*GetLastPushed()))
+            return DICOMDataObject::PushItemToLast(item);
+        delete item;
+        return 1;
+    }
+};
+
 enum class Beginning { NotDicom, Preamble, Marker, Bare };
 
 // A data set without a preamble is known by its first group; in big endian, by the letters of its first type too.
@@ -89,7 +105,8 @@ public:
         if (beginning == Beginning::NotDicom) return false;
         m_File.hasPreamble = SkipPreamble(buffer);
         if (beginning == Beginning::Marker) buffer.Skip(4);
-        m_File.dataSet = std::make_unique<DICOMDataObject>();
+        const bool withGroups = (m_iOption & kWithoutFrameGroups) == 0;
+        m_File.dataSet = withGroups ? std::make_unique<DICOMDataObject>() : std::make_unique<WithoutFrameGroups>();
         const bool hasMeta = ReadMeta(buffer);
         if (!m_File.hasPreamble || !hasMeta) {
             Note(FindingKind::NoMeta, m_File.hasPreamble ? "no meta information (group 0002)" : "no preamble");

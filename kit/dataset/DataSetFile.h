@@ -42,6 +42,10 @@ struct DataSetFile {
     std::uint64_t pixelsPresent = 0;  ///< how many of them the file can hold
 };
 
+/// Beside the toolkit's `ParseOption`: functional groups (PS3.3 C.7.6.16), which fill the memory where frames are many, are
+/// passed over as they come. Of damaged data sets they stay.
+constexpr int kWithoutFrameGroups = 1 << 8;
+
 /// The bytes that show whether something is a data set.
 constexpr std::size_t kHeadOfDataSet = 132;
 

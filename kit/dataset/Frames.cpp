@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <new>
+#include <span>
 #include <utility>
 
 namespace korvane {
@@ -37,6 +38,13 @@ VR* FindPixels(const DICOMObject& dataSet) {
     return nullptr;
 }
 
+// Of compressed pixel data: in memory, or left in the file.
+struct Fragment {
+    const VR* held = nullptr;
+    void* left = nullptr;  // what the element referred to (`LeftValueReader`)
+    std::uint32_t length = 0;
+};
+
 // Not for the data set of one frame.
 bool IsOfAllFrames(const VR& element) {
     // Tables of offsets are of the pixels' group too.
@@ -48,7 +56,8 @@ bool IsOfAllFrames(const VR& element) {
 struct FrameReader::State {
     State(const std::string& file, const FrameOptions& options) : path(file), watch(options.watcher), left(watch) {
         codecs.SetStopQuestion(watch.GetStopQuestion());
-        read = ReadDataSetFile(path, kParseAll, watch, options.leniency, kLeftInFile);
+        const int option = options.dropGroups ? kParseAll | kWithoutFrameGroups : kParseAll;
+        read = ReadDataSetFile(path, option, watch, options.leniency, kLeftInFile);
         if (read.dataSet == nullptr) Fail(ErrorKind::NotDicom, "not a DICOM file");
         if (options.dropGroups) {
             for (const Tag tag : {tags::PerFrameFunctionalGroupsSequence, tags::SharedFunctionalGroupsSequence})
@@ -84,16 +93,21 @@ struct FrameReader::State {
 
     void FindCompressed(std::uint32_t said) {
         FrameIndex::Fragments fragments;
+        Bytes basic;
+        AppendTo(basic, FragmentAt(0), UINT32_MAX);
+        bool isAnyHeld = false;
         for (std::uint32_t i = 1; i < pixels->GetItemCount(); ++i) {
-            const VR* const fragment = GetFragment(*pixels, i);
-            fragments.sizes.push_back(fragment != nullptr ? fragment->m_Length : 0);
+            items.push_back(FragmentAt(i));
+            fragments.sizes.push_back(items.back().length);
+            isAnyHeld = isAnyHeld || items.back().held != nullptr;
         }
+        if (!isAnyHeld) pixels->ClearValue();  // where each lies is known; there may be very many
         Bytes head;
         fragments.getHead = [&](std::uint32_t i) {
-            head = BytesOfFragment(i + 1, FrameIndex::Fragments::kHead);
+            head.clear();
+            AppendTo(head, items[i], FrameIndex::Fragments::kHead);
             return FrameIndex::Bytes(head);
         };
-        const Bytes basic = BytesOfFragment(0, UINT32_MAX);
         fragments.basicTable = basic;
         fragments.extendedTable = Loaded(FindElement(*read.dataSet, tags::ExtendedOffsetTable));
         FrameIndex index;
@@ -110,12 +124,38 @@ struct FrameReader::State {
                                            : FrameIndex::Bytes();
     }
 
-    Bytes BytesOfFragment(std::uint32_t item, std::uint32_t most) {
-        const VR* const fragment = GetFragment(*pixels, item);
-        if (fragment == nullptr) return {};
-        const WithValue value(*fragment, left, most);
-        const std::string_view bytes = value->GetText().substr(0, most);
-        return {bytes.begin(), bytes.end()};
+    Fragment FragmentAt(std::uint32_t item) const {
+        const VR* const element = GetFragment(*pixels, item);
+        if (element == nullptr) return {};
+        return {IsLeft(*element) ? nullptr : element, element->m_pReference, element->m_Length};
+    }
+
+    // No more than `most` bytes of it.
+    void AppendTo(Bytes& bytes, const Fragment& fragment, std::uint32_t most) {
+        const std::uint32_t wanted = std::min(fragment.length, most);
+        if (wanted == 0) return;
+        if (fragment.held != nullptr) {
+            const unsigned char* const data = fragment.held->m_pData;
+            if (data != nullptr) bytes.insert(bytes.end(), data, data + wanted);
+            return;
+        }
+        VR element(pixels->GetTag(), 0, 0);
+        element.m_Length = fragment.length;
+        element.m_pReference = fragment.left;
+        const std::size_t before = bytes.size();
+        bytes.resize(before + wanted);
+        left.Read(element, 0, std::span(bytes).subspan(before));
+    }
+
+    // All fragments of a frame, as they come.
+    Bytes StreamOf(std::size_t frame) {
+        Bytes stream;
+        std::size_t size = 0;
+        const auto fragments = std::span(items).subspan(begins[frame], begins[frame + 1] - begins[frame]);
+        for (const Fragment& fragment : fragments) size += fragment.length;
+        stream.reserve(size);
+        for (const Fragment& fragment : fragments) AppendTo(stream, fragment, UINT32_MAX);
+        return stream;
     }
 
     void Check(std::size_t frame) const {
@@ -164,7 +204,8 @@ struct FrameReader::State {
         }
         bool done = AppendFragment(*made, nullptr, 0) != 0;
         for (std::uint32_t i = begins[frame]; i < begins[frame + 1]; ++i) {
-            const Bytes bytes = BytesOfFragment(i + 1, UINT32_MAX);
+            Bytes bytes;
+            AppendTo(bytes, items[i], UINT32_MAX);
             done = done && AppendFragment(*made, bytes.data(), static_cast<std::uint32_t>(bytes.size())) != 0;
         }
         if (!done) throw std::bad_alloc();
@@ -198,6 +239,7 @@ struct FrameReader::State {
     VR* pixels = nullptr;
     std::uint64_t count = 0;
     std::uint64_t frameBits = 0;        // of native pixels
+    std::vector<Fragment> items;        // of compressed ones: all behind the first item
     std::vector<std::uint32_t> begins;  // of compressed ones: see FrameIndex
     LeftValueReader left;
     CodecManager codecs;
@@ -222,11 +264,7 @@ std::vector<unsigned char> FrameReader::ReadStored(std::size_t frame) const {
     State& state = *m_pState;
     state.Check(frame);
     if (state.begins.empty()) return state.ReadNative(frame);
-    Bytes stream;
-    for (std::uint32_t i = state.begins[frame]; i < state.begins[frame + 1]; ++i) {
-        const Bytes part = state.BytesOfFragment(i + 1, UINT32_MAX);
-        stream.insert(stream.end(), part.begin(), part.end());
-    }
+    Bytes stream = state.StreamOf(frame);
     state.TrimAsTold(frame, stream);
     return stream;
 }

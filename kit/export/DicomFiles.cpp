@@ -62,12 +62,12 @@ DerivedPlanes DicomFiles::ListPlanes(const ExportedVolume& entry, bool resampled
     made.isAsRead = true;
     made.padding = m_Series.GetPadding();
     made.isInverted = m_Series.GetHeader().form.photometric == "MONOCHROME1";
-    const std::vector<FramePlace> planes = m_Series.GetPlanePlaces();
-    if (!resampled && planes.size() == made.positions.size()) {
+    const FramePlaces planes = m_Series.GetPlanePlaces();
+    if (!resampled && planes.GetCount() == made.positions.size()) {
         made.rescales.clear();
-        for (std::size_t k = 0; k < planes.size(); ++k) {
-            if (made.isPlaced) made.positions[k] = planes[k].position;
-            made.rescales.push_back(RealRescaleOf(planes[k]));
+        for (std::size_t k = 0; k < planes.GetCount(); ++k) {
+            if (made.isPlaced) made.positions[k] = planes.GetPosition(k);
+            made.rescales.push_back(RealRescaleOf(planes.GetPlane(k)));
         }
     }
     const std::size_t bytes = made.columns * made.rows * SizeOf(made.type);

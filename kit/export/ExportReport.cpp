@@ -70,6 +70,7 @@ void AddGeometry(ExportedVolume& entry, const SeriesVolume& series, CDicomVolume
     float reference[4];
     volume.GetOrigin(reference);
     const float firstZ = dim[2] > 0 ? assembled.GetVolume()->GetPlane(0)->m_Org[2] : 0;
+    entry.positions.reserve(static_cast<std::size_t>(std::max(dim[2], 0)));
     for (int k = 0; k < dim[2]; ++k) {
         // A plane's origin is its position along rows and columns, the reference's own position added.
         const float* const plane = assembled.GetVolume()->GetPlane(k)->m_Org;
@@ -171,6 +172,7 @@ void AddSeries(ExportReport& report, const SeriesVolume& series, const ExportPla
 ExportedVolume DescribeVolume(SeriesVolume& series, const ExportPart& part, bool lastFirst) {
     ExportedVolume entry;
     entry.what = part.what;
+    entry.inputs.reserve(part.slices.size());
     for (const SliceRef& slice : part.slices) entry.inputs.push_back(series.GetFound().NameOf(slice));
     for (const std::vector<SliceRef>& time : part.later) {
         for (const SliceRef& slice : time) entry.inputs.push_back(series.GetFound().NameOf(slice));

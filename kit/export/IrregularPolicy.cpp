@@ -23,13 +23,6 @@ namespace {
 
 constexpr double kOnLine = 0.05;  // millimetres; rounded positions stay below
 
-SeriesGeometry StudySlices(const FoundFiles& found, const std::vector<SliceRef>& slices) {
-    std::vector<FramePlace> places;
-    places.reserve(slices.size());
-    for (const SliceRef& slice : slices) places.push_back(found.PlaceOf(slice));
-    return StudyGeometry(places);
-}
-
 std::string DescribeGap(const FoundFiles& found, const std::vector<SliceRef>& slices, const SeriesGeometry& geometry,
                         const SeriesGeometry::Gap& gap) {
     const auto name = [&](std::size_t stack) { return found.NameOf(slices[geometry.stacks[stack].front()]); };
@@ -113,7 +106,7 @@ private:
     }
 
     SeriesGeometry Judge(const std::vector<SliceRef>& slices) {
-        SeriesGeometry geometry = StudySlices(m_Series.GetFound(), slices);
+        SeriesGeometry geometry = m_Series.GetFound().GeometryOf(slices);
         for (const SeriesGeometry::Gap& gap : geometry.uneven) {
             m_Plan.found.push_back(DescribeGap(m_Series.GetFound(), slices, geometry, gap));
         }
@@ -207,7 +200,7 @@ private:
 
     std::vector<std::array<double, 3>> PositionsOf(const std::vector<SliceRef>& set) const {
         std::vector<std::array<double, 3>> positions;
-        for (const auto& stack : StudySlices(m_Series.GetFound(), set).stacks) {
+        for (const auto& stack : m_Series.GetFound().GeometryOf(set).stacks) {
             positions.push_back(m_Series.GetFound().PlaceOf(set[stack.front()]).position);
         }
         return positions;

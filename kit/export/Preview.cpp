@@ -46,7 +46,7 @@ PlanesOfValues ReadAgain(const SeriesVolume& series) {
     const VoxelType type = series.GetType();
     return [&series, type](const auto& take) {
         const std::unique_ptr<PlaneStream> stream = series.StreamPlanes(false);
-        for (std::size_t i = series.GetPlanePlaces().size(); i > 0; --i) take(type, stream->ReadNext());
+        for (std::size_t i = series.GetPlanePlaces().GetCount(); i > 0; --i) take(type, stream->ReadNext());
     };
 }
 

@@ -66,6 +66,21 @@ std::vector<double> FromEarliest(std::vector<double> times, double repetitionTim
     return span > 0 && fits ? times : std::vector<double>();
 }
 
+/// Functional groups of all frames but one would fill the memory where frames are many. True when they are gone: the frame is
+/// the first one then.
+bool KeepGroupsOf(int frame, DICOMDataObject& dataSet) {
+    const DICOMObject* const own = GroupsOfFrame(dataSet, frame);
+    if (own == nullptr) return false;
+    auto groups = std::make_unique<VR>(tags::PerFrameFunctionalGroupsSequence, 0, 0);
+    groups->m_TypeCode = TypeCode("SQ");
+    std::unique_ptr<DICOMObject> item(own->Clone(true));
+    if (groups->AddItem(item.get()) == 0) throw std::bad_alloc();
+    item.release();
+    DropElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
+    PushInto(dataSet, std::move(groups));
+    return true;
+}
+
 class Reader {
 public:
     Reader(SeriesVolume& series, const ExportPart& part, const Vector3& step, const Watch& watch)
@@ -73,8 +88,10 @@ public:
 
     ScanFacts Read() {
         const SliceRef first = m_Planes.empty() ? m_Part.slices.front() : m_Planes.front();
-        m_Facts.header = ReadHeader(first);
+        std::unique_ptr<DICOMDataObject> header = ReadHeader(first);
         m_Facts.frame = std::max(first.frame, 0);
+        if (KeepGroupsOf(m_Facts.frame, *header)) m_Facts.frame = 0;
+        m_Facts.header = std::move(header);
         m_Facts.acquisition = ReadPrivateAcquisition(*m_Facts.header, GroupsOfFrame(*m_Facts.header, m_Facts.frame));
         m_Facts.repetitionTime =
             NumberOf(TextOfScan(m_Facts, tags::MRTimingAndRelatedParametersSequence, tags::RepetitionTime)) / 1000;
@@ -88,7 +105,7 @@ public:
 private:
     FrameKeys KeysOf(const SliceRef& slice) const { return m_Series.GetFound().KeysOf(slice); }
 
-    std::shared_ptr<const DICOMDataObject> ReadHeader(const SliceRef& slice) const {
+    std::unique_ptr<DICOMDataObject> ReadHeader(const SliceRef& slice) const {
         DataSetFile file =
             ReadDataSetFile(m_Series.GetFound().files[slice.file].GetFile(), kStopBeforePixelData, m_Watch);
         if (file.dataSet == nullptr) file.dataSet = std::make_unique<DICOMDataObject>();  // it has gone meanwhile

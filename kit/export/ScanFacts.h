@@ -23,8 +23,9 @@ struct Weighting {
 /// What a volume file says beside its grid. Times are seconds; axes of the file are 0 along rows, 1 along columns, 2
 /// from plane to plane. Planes are in the file's order.
 struct ScanFacts {
-    std::shared_ptr<const DICOMDataObject> header;  ///< of the first file, without its pixels
-    int frame = 0;                                  ///< of that file, from 0: the first plane's
+    std::shared_ptr<const DICOMDataObject>
+        header;     ///< of the first file, without pixels and other frames' functional groups
+    int frame = 0;  ///< of that header, from 0: the first plane's
     AcquisitionFacts acquisition{};
     double repetitionTime = 0;            ///< 0: not told
     double measuredInterval = 0;          ///< from volume to volume, by their clocks; 0: not known

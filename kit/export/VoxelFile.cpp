@@ -186,11 +186,12 @@ void VoxelFile::ReadPlace(const ExportedVolume& entry) {
     const Vector column = {place.orientation[3], place.orientation[4], place.orientation[5]};
     const Vector normal = StudyGeometry({place}).normal;
     std::vector<Vector> positions = entry.positions;
-    const std::vector<FramePlace> planes = m_Series.GetPlanePlaces();
-    m_Grid.isPlaced = place.hasPosition && !planes.empty();
-    if (!m_Grid.isResampled && m_Grid.isPlaced && planes.size() == positions.size() &&
-        (planes.size() < 2 || planes.front().position != planes.back().position)) {
-        for (std::size_t k = 0; k < planes.size(); ++k) positions[k] = planes[k].position;
+    const FramePlaces planes = m_Series.GetPlanePlaces();
+    const std::size_t count = planes.GetCount();
+    m_Grid.isPlaced = place.hasPosition && count > 0;
+    if (!m_Grid.isResampled && m_Grid.isPlaced && count == positions.size() &&
+        (count < 2 || planes.GetPosition(0) != planes.GetPosition(count - 1))) {
+        for (std::size_t k = 0; k < count; ++k) positions[k] = planes.GetPosition(k);
     }
     m_Grid.origin = positions.front();
     m_Grid.steps = {Times(row, place.spacing[1]), Times(column, place.spacing[0]), Times(normal, entry.spacing[2])};
@@ -216,11 +217,11 @@ bool VoxelFile::WriteVolume(ByteStream& stream, bool first) {
     const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * SizeOf(m_Series.GetType());
     const auto planes = static_cast<int>(m_Grid.size[2]);
     TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", planes, static_cast<double>(bytes));
-    const std::vector<FramePlace> places = m_bReal ? m_Series.GetPlanePlaces() : std::vector<FramePlace>();
+    const FramePlaces places = m_bReal ? m_Series.GetPlanePlaces() : FramePlaces();
     const auto write = [&](int plane, std::span<const std::byte> stored) {
         if (m_bReal) {
-            const std::size_t place = std::min(static_cast<std::size_t>(plane), places.size() - 1);
-            stored = RealValues(stored, RealRescaleOf(places.at(place)));
+            const std::size_t place = std::min(static_cast<std::size_t>(plane), places.GetCount() - 1);
+            stored = RealValues(stored, RealRescaleOf(places.GetPlane(place)));
         }
         const bool written = stream.Write(stored);
         progress.Step();

@@ -247,16 +247,18 @@ bool AreOffsets(const std::vector<double>& offsets, const FramePlace& first) {
 }
 
 /// One place for each offset, the first frame's alone without any.
-std::vector<FramePlace> PlaceByOffsets(const FramePlace& first, const std::vector<double>& offsets) {
+FramePlaces PlaceByOffsets(const FramePlace& first, const std::vector<double>& offsets) {
     const auto& o = first.orientation;
     const double normal[] = {o[1] * o[5] - o[2] * o[4], o[2] * o[3] - o[0] * o[5], o[0] * o[4] - o[1] * o[3]};
-    std::vector<FramePlace> places(std::max<std::size_t>(offsets.size(), 1), first);
+    FramePlaces places(first, std::max<std::size_t>(offsets.size(), 1));
     for (std::size_t i = 0; i < offsets.size(); ++i) {
+        std::array<double, 3> position = first.position;
         if (offsets[0] != 0) {
-            places[i].position[2] = offsets[i];
-            continue;
+            position[2] = offsets[i];
+        } else {
+            for (std::size_t axis = 0; axis < 3; ++axis) position[axis] += offsets[i] * normal[axis];
         }
-        for (std::size_t axis = 0; axis < 3; ++axis) places[i].position[axis] += offsets[i] * normal[axis];
+        places.SetPosition(i, position);
     }
     return places;
 }
@@ -319,20 +321,21 @@ std::unique_ptr<DICOMDataObject> MakeFrame(const DICOMDataObject& source, const 
 }
 
 /// Milliseconds from the first frame; numbers of frames where nothing tells how long each takes.
-std::vector<FrameKeys> TimesOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header, const FrameKeys& own) {
-    std::vector<FrameKeys> keys(header.places.GetCount(), own);
-    std::vector<double> steps(keys.size(), 1);
+FrameKeyList TimesOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header, FrameKeys own) {
+    std::vector<double> steps(header.places.GetCount(), 1);
     double step = 0;
     const VR* const vector = FindElement(dataSet, tags::FrameTimeVector);
     if (vector != nullptr && FindReals(dataSet, tags::FrameTimeVector, steps.data(), steps.size())) {
         steps[0] = 0;
     } else if (FindReals(dataSet, tags::FrameTime, &step, 1) && step > 0) {
-        steps.assign(keys.size(), step);
+        steps.assign(steps.size(), step);
     }
+    FrameKeyList keys;
     double time = 0;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
+    for (std::size_t i = 0; i < steps.size(); ++i) {
         if (i > 0) time += std::max(steps[i], 1e-3);
-        keys[i].values[FrameKeys::kFrameTime] = time;
+        own.values[FrameKeys::kFrameTime] = time;
+        keys.Add(own);
     }
     return keys;
 }
@@ -352,24 +355,22 @@ bool HasFrameGroups(const DICOMDataObject& dataSet) {
            FindElement(dataSet, tags::SharedFunctionalGroupsSequence) != nullptr;
 }
 
-std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header) {
+FramePlaces ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header) {
     const FramePlace first = ReadPlace(Frame(dataSet, 0));
-    if (header.frames > kMostFrames) return {first};
+    if (header.frames > kMostFrames) return FramePlaces(first, 1);
+    const auto frames = static_cast<std::uint32_t>(header.frames);
     const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
-    if (groups != nullptr && groups->GetItemCount() == static_cast<std::uint32_t>(header.frames)) {
-        std::vector<FramePlace> places;
-        for (std::uint32_t i = 0; i < groups->GetItemCount(); ++i) places.push_back(ReadPlace(Frame(dataSet, i)));
-        return places;
+    const bool isEach = groups != nullptr && groups->GetItemCount() == frames;
+    const auto nuclear = isEach || frames == 1 ? std::nullopt : NuclearFrames::Read(dataSet, header);
+    if (isEach || nuclear) {
+        FramePlaces places;
+        places.Reserve(frames);
+        for (std::uint32_t i = 0; i < frames; ++i) places.Add(ReadPlace(Frame(dataSet, i)));
+        return isEach ? places : nuclear->PlacesOf(places, header.sliceSpacing);
     }
-    if (header.frames == 1) return {first};
-    if (const auto nuclear = NuclearFrames::Read(dataSet, header)) {
-        std::vector<FramePlace> detectors;
-        for (int i = 0; i < header.frames; ++i)
-            detectors.push_back(ReadPlace(Frame(dataSet, static_cast<std::uint32_t>(i))));
-        return nuclear->PlacesOf(std::move(detectors), header.sliceSpacing);
-    }
-    if (AreTimes(dataSet, header)) return std::vector<FramePlace>(static_cast<std::size_t>(header.frames), first);
-    if (!first.hasPosition || !first.hasOrientation) return {first};
+    if (frames == 1) return FramePlaces(first, 1);
+    if (AreTimes(dataSet, header)) return FramePlaces(first, frames);
+    if (!first.hasPosition || !first.hasOrientation) return FramePlaces(first, 1);
     return PlaceByOffsets(first, ReadFrameOffsets(dataSet, header, first));
 }
 
@@ -392,14 +393,14 @@ bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header) 
            FindElement(dataSet, tags::GridFrameOffsetVector) != nullptr;
 }
 
-std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
+FrameKeyList ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header) {
     const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
     const bool each = groups != nullptr && groups->GetItemCount() == header.places.GetCount();
     const auto nuclear = NuclearFrames::Read(dataSet, header);
     if (nuclear && header.places.GetCount() > 1) return nuclear->KeysOf(Frame(dataSet, 0).Keys());
     if (header.framesAreTimes) return TimesOfFrames(dataSet, header, Frame(dataSet, 0).Keys());
-    std::vector<FrameKeys> keys;
-    for (std::uint32_t i = 0; i < (each ? groups->GetItemCount() : 1); ++i) keys.push_back(Frame(dataSet, i).Keys());
+    FrameKeyList keys;
+    for (std::uint32_t i = 0; i < (each ? groups->GetItemCount() : 1); ++i) keys.Add(Frame(dataSet, i).Keys());
     return keys;
 }
 

@@ -12,7 +12,7 @@ namespace korvane {
 /// per-frame group counts, then the shared one, then the data set itself. Older objects place their first frame only: the
 /// others follow along the normal by Grid Frame Offset Vector (3004,000C), else by the distance of slices.
 /// Of `header`, the fields up to `frames` must have been read.
-std::vector<FramePlace> ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header);
+FramePlaces ReadFramePlaces(const DICOMDataObject& dataSet, const ImageHeader& header);
 
 /// Whether the frames of an older object follow each other in time, at one place.
 bool AreTimes(const DICOMDataObject& dataSet, const ImageHeader& header);
@@ -22,7 +22,7 @@ bool HasWrongOffsets(const DICOMDataObject& dataSet, const ImageHeader& header);
 
 /// What tells the frames apart: one entry for each place of a per-frame functional group, and for each
 /// time, else a single one.
-std::vector<FrameKeys> ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header);
+FrameKeyList ReadKeysOfFrames(const DICOMDataObject& dataSet, const ImageHeader& header);
 
 /// The data set that holds an element for a frame, by the same rule: an item of the group, or the data set itself; null
 /// when nothing does. `frame`: from 0.

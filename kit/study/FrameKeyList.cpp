@@ -2,31 +2,46 @@
 
 #include <bit>
 #include <cmath>
+#include <utility>
 
 namespace korvane {
 
 static_assert(FrameKeys::kCount <= 32);
 
-FrameKeyList::FrameKeyList(const std::vector<FrameKeys>& keys) : m_nCount(static_cast<std::uint32_t>(keys.size())) {
-    for (const FrameKeys& key : keys) {
-        for (std::size_t i = 0; i < FrameKeys::kCount; ++i) {
-            if (!std::isnan(key.values[i])) m_Told |= 1U << i;
-        }
+namespace {
+
+template <class Visit>
+void ForEachBit(std::uint32_t bits, const Visit& visit) {
+    for (; bits != 0; bits &= bits - 1) visit(static_cast<std::size_t>(std::countr_zero(bits)));
+}
+
+}  // namespace
+
+void FrameKeyList::Add(const FrameKeys& keys) {
+    std::uint32_t told = m_Told;
+    for (std::size_t i = 0; i < FrameKeys::kCount; ++i) {
+        if (!std::isnan(keys.values[i])) told |= 1U << i;
     }
-    m_Values.reserve(static_cast<std::size_t>(std::popcount(m_Told)) * keys.size());
-    for (const FrameKeys& key : keys) {
-        for (std::uint32_t rest = m_Told; rest != 0; rest &= rest - 1) {
-            m_Values.push_back(key.values[static_cast<std::size_t>(std::countr_zero(rest))]);
-        }
+    if (told != m_Told) Widen(told);
+    ForEachBit(m_Told, [&](std::size_t i) { m_Values.push_back(keys.values[i]); });
+    ++m_nCount;
+}
+
+/// Makes room for what the frames before did not tell: the first few frames mostly tell all that any does.
+void FrameKeyList::Widen(std::uint32_t told) {
+    std::vector<double> values;
+    for (std::size_t frame = 0; frame < m_nCount; ++frame) {
+        const FrameKeys keys = Get(frame);
+        ForEachBit(told, [&](std::size_t i) { values.push_back(keys.values[i]); });
     }
+    m_Values = std::move(values);
+    m_Told = told;
 }
 
 FrameKeys FrameKeyList::Get(std::size_t frame) const {
     FrameKeys keys;
     std::size_t at = frame * static_cast<std::size_t>(std::popcount(m_Told));
-    for (std::uint32_t rest = m_Told; rest != 0; rest &= rest - 1) {
-        keys.values[static_cast<std::size_t>(std::countr_zero(rest))] = m_Values[at++];
-    }
+    ForEachBit(m_Told, [&](std::size_t i) { keys.values[i] = m_Values[at++]; });
     return keys;
 }
 

@@ -9,19 +9,19 @@
 
 namespace korvane {
 
-/// One entry at least. What no frame tells takes no room.
+/// What no frame tells takes no room.
 class FrameKeyList {
 public:
-    FrameKeyList() = default;
-    /// `keys` is not empty.
-    explicit FrameKeyList(const std::vector<FrameKeys>& keys);
+    void Add(const FrameKeys& keys);
 
     std::size_t GetCount() const { return m_nCount; }
     FrameKeys Get(std::size_t frame) const;
 
 private:
+    void Widen(std::uint32_t told);
+
     std::uint32_t m_Told = 0;  // a bit for each value that some frame has
-    std::uint32_t m_nCount = 1;
+    std::uint32_t m_nCount = 0;
     std::vector<double> m_Values;  // of each frame those, in their order
 };
 

@@ -25,10 +25,8 @@ bool IsSamePlane(const FramePlace& a, const FramePlace& b) {
 
 }  // namespace
 
-FramePlaces::FramePlaces(const std::vector<FramePlace>& places) {
-    if (places.size() > 1) m_Others.reserve(places.size() - 1);
-    for (const FramePlace& place : places) Add(place);
-}
+FramePlaces::FramePlaces(const FramePlace& place, std::size_t count)
+    : m_First{place.position, std::make_shared<const FramePlace>(place)}, m_Others(count - 1, m_First) {}
 
 void FramePlaces::Add(const Entry& entry) {
     if (m_First.plane == nullptr) {

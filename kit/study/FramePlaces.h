@@ -15,7 +15,8 @@ namespace korvane {
 class FramePlaces {
 public:
     FramePlaces() = default;
-    explicit FramePlaces(const std::vector<FramePlace>& places);
+    /// As often as that, which is at least once.
+    FramePlaces(const FramePlace& place, std::size_t count);
 
     void Add(const FramePlace& place);
     /// A place of another file, together with it.

@@ -117,10 +117,10 @@ ImageHeader ReadImageHeader(const std::string& place, const DataSetFile& file) {
     FindReals(dataSet, tags::SliceThickness, &header.sliceThickness, 1);
     header.frames = std::max(FindInteger(dataSet, tags::NumberOfFrames, 1), 1);
     FindReals(dataSet, tags::ImagerPixelSpacing, header.detectorSpacing.data(), 2);
-    header.places = FramePlaces(ReadFramePlaces(dataSet, header));
+    header.places = ReadFramePlaces(dataSet, header);
     header.framesAreTimes = header.places.GetCount() > 1 && AreTimes(dataSet, header);
     header.offsetsWrong = HasWrongOffsets(dataSet, header);
-    header.keys = FrameKeyList(ReadKeysOfFrames(dataSet, header));
+    header.keys = ReadKeysOfFrames(dataSet, header);
     header.framesPlaced = header.places.GetCount() == static_cast<std::size_t>(header.frames) &&
                           (header.frames > 1 || HasFrameGroups(dataSet));
     TakeTiles(dataSet, header);

@@ -57,12 +57,15 @@ void VolumeData::TakeGeometry() {
     type = m_pSeries->GetType();
     distance = static_cast<double>(space[2]);
     inModule = m_pSeries->IsInModule();
-    for (const FramePlace& place : m_pSeries->GetPlanePlaces()) positions.push_back(place.position);
+    const FramePlaces placed = m_pSeries->GetPlanePlaces();
+    for (std::size_t k = 0; k < placed.GetCount(); ++k) positions.push_back(placed.GetPosition(k));
 }
 
 /// Those of the volume that is loaded, behind those of the times before.
 void VolumeData::TakePlanes() {
-    for (const FramePlace& place : m_pSeries->GetPlanePlaces()) {
+    const FramePlaces placed = m_pSeries->GetPlanePlaces();
+    for (std::size_t k = 0; k < placed.GetCount(); ++k) {
+        const FramePlace place = placed.Get(k);
         if (!places.empty() && place.unit != unit) unit.clear();
         if (places.empty()) unit = place.unit;
         places.push_back(place);
@@ -88,17 +91,18 @@ void VolumeData::Load(bool oneScale) {
 }
 
 void VolumeData::CheckPlaces() const {
-    const std::vector<FramePlace> now = m_pSeries->GetPlanePlaces();
-    const bool same = std::equal(now.begin(), now.end(), positions.begin(), positions.end(),
-                                 [](const FramePlace& place, const Volume::Vector& position) {
-                                     return std::hypot(place.position[0] - position[0], place.position[1] - position[1],
-                                                       place.position[2] - position[2]) < kSamePlace;
-                                 });
+    const FramePlaces now = m_pSeries->GetPlanePlaces();
+    bool same = now.GetCount() == positions.size();
+    for (std::size_t k = 0; same && k < now.GetCount(); ++k) {
+        const Volume::Vector& place = now.GetPosition(k);
+        same =
+            std::hypot(place[0] - positions[k][0], place[1] - positions[k][1], place[2] - positions[k][2]) < kSamePlace;
+    }
     if (same) return;
     const std::size_t time = places.size() / positions.size() + 1;
     throw Error(ErrorKind::Irregular,
                 "volume " + std::to_string(time) + " of " + std::to_string(m_pSeries->GetSets().volumes.size()) +
-                    " has " + std::to_string(now.size()) + " slices that do not lie where the " +
+                    " has " + std::to_string(now.GetCount()) + " slices that do not lie where the " +
                     std::to_string(positions.size()) +
                     " of the first do: volumes of one series are times only where they lie alike");
 }

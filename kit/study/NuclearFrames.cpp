@@ -74,27 +74,33 @@ const DICOMObject* NuclearFrames::FindDetector(const DICOMDataObject& dataSet, s
     return number >= 1 && number <= detectors->GetItemCount() ? detectors->GetItem(number - 1) : nullptr;
 }
 
-std::vector<FramePlace> NuclearFrames::PlacesOf(std::vector<FramePlace> detectors, double sliceSpacing) const {
-    for (std::size_t frame = 0; frame < detectors.size(); ++frame) {
-        FramePlace& place = detectors[frame];
+FramePlaces NuclearFrames::PlacesOf(const FramePlaces& detectors, double sliceSpacing) const {
+    FramePlaces places;
+    places.Reserve(detectors.GetCount());
+    for (std::size_t frame = 0; frame < detectors.GetCount(); ++frame) {
+        FramePlace place = detectors.Get(frame);
         if (m_bTurns && !HasSlices()) place.hasPosition = place.hasOrientation = false;
-        if (!HasSlices()) continue;
-        if (sliceSpacing == 0 || !place.hasPosition || !place.hasOrientation) return {detectors.front()};
-        const auto& o = place.orientation;
-        const double normal[] = {o[1] * o[5] - o[2] * o[4], o[2] * o[3] - o[0] * o[5], o[0] * o[4] - o[1] * o[3]};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            place.position[axis] += (m_Slices[frame] - 1) * sliceSpacing * normal[axis];
+        if (HasSlices()) {
+            if (sliceSpacing == 0 || !place.hasPosition || !place.hasOrientation)
+                return FramePlaces(detectors.Get(0), 1);
+            const auto& o = place.orientation;
+            const double normal[] = {o[1] * o[5] - o[2] * o[4], o[2] * o[3] - o[0] * o[5], o[0] * o[4] - o[1] * o[3]};
+            for (std::size_t axis = 0; axis < 3; ++axis) {
+                place.position[axis] += (m_Slices[frame] - 1) * sliceSpacing * normal[axis];
+            }
         }
+        places.Add(place);
     }
-    return detectors;
+    return places;
 }
 
-std::vector<FrameKeys> NuclearFrames::KeysOf(const FrameKeys& own) const {
-    std::vector<FrameKeys> keys = m_Keys;
-    for (FrameKeys& key : keys) {
-        std::copy_n(own.values.begin(), FrameKeys::kNuclear, key.values.begin());
+FrameKeyList NuclearFrames::KeysOf(const FrameKeys& own) const {
+    FrameKeyList list;
+    for (FrameKeys keys : m_Keys) {
+        std::copy_n(own.values.begin(), FrameKeys::kNuclear, keys.values.begin());
+        list.Add(keys);
     }
-    return keys;
+    return list;
 }
 
 }  // namespace korvane

@@ -23,9 +23,9 @@ public:
     bool HasSlices() const { return !m_Slices.empty(); }
 
     /// Of each frame; a single one where slices have no distance. `detectors`: of each frame, as its detector lies.
-    std::vector<FramePlace> PlacesOf(std::vector<FramePlace> detectors, double sliceSpacing) const;
+    FramePlaces PlacesOf(const FramePlaces& detectors, double sliceSpacing) const;
     /// `own`: what the data set says of all of them.
-    std::vector<FrameKeys> KeysOf(const FrameKeys& own) const;
+    FrameKeyList KeysOf(const FrameKeys& own) const;
 
 private:
     std::vector<FrameKeys> m_Keys;        // only those of the vectors

@@ -12,7 +12,11 @@ namespace korvane {
 namespace {
 
 constexpr std::size_t kMostOpen = 32;                      // files with several frames: each is open, and has its table
-constexpr std::size_t kBatchBytes = std::size_t{1} << 20;  // small planes are not worth a thread's waking each
+constexpr std::size_t kBatchBytes = std::size_t{1} << 19;  // small planes are not worth a thread's waking each
+
+bool AreAnyFiles(const std::vector<SliceRef>& slices) {
+    return std::any_of(slices.begin(), slices.end(), [](const SliceRef& slice) { return slice.frame < 0; });
+}
 
 }  // namespace
 
@@ -46,7 +50,8 @@ PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& s
       m_Type(scaling != nullptr && scaling->target ? scaling->target->GetType() : m_Stored),
       m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.rows) *
                    static_cast<std::size_t>(HeaderOf(0).form.columns) * SizeOf(m_Type)),
-      m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)), m_Thicknesses(m_Slices.size()) {
+      m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)),
+      m_Thicknesses(AreAnyFiles(m_Slices) ? m_Slices.size() : 0) {
     const std::size_t batches = (m_Order.size() + m_InBatch - 1) / m_InBatch;
     const std::size_t ahead = std::min<std::size_t>(2 * std::size_t{CountJobs(jobs)}, batches);
     for (std::size_t i = 0; i < ahead; ++i) m_Ring.push_back(std::make_unique<Batch>(watch));
@@ -143,6 +148,7 @@ void PlaneStream::NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const
     batch.met.outside.Add(outside);
     if (outside.IsEmpty()) batch.met.inside.Add(RangeOutside(type, voxels, kNoPadding));
     batch.met.all.Add(outside.padding > 0 ? RangeOutside(type, voxels, kNoPadding) : outside);
+    if (m_Thicknesses.empty()) return;
     m_Thicknesses[static_cast<std::size_t>(m_Order[plane])] = batch.reader.GetThickness();  // each thread's own
 }
 

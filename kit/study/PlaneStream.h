@@ -61,7 +61,8 @@ public:
     bool HasTables() const { return m_Met.tables; }
     /// Files with bits above the stored ones, in the order of slices, each once.
     std::vector<std::string> ListBitsAbove() const;
-    /// The text of Slice Thickness of each slice, by its index; nothing where it has none.
+    /// The text of Slice Thickness of each slice, by its index; nothing where it has none. Empty where all slices are frames,
+    /// whose thickness their headers have told.
     const std::vector<std::optional<std::string>>& GetThicknesses() const { return m_Thicknesses; }
 
 private:

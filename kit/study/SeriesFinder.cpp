@@ -319,13 +319,7 @@ void GroupFiles(FoundFiles& found) {
 
 void StudySeries(const FoundFiles& found, FoundSeries& series) {
     SortSlices(found, series.slices);
-    std::vector<std::optional<std::array<double, 3>>> positions;
-    positions.reserve(series.slices.size());
-    for (const SliceRef& slice : series.slices) {
-        positions.emplace_back();
-        if (found.PlaneOf(slice).hasPosition) positions.back() = found.PositionOf(slice);
-    }
-    series.geometry = StudyGeometry(found.PlaneOf(series.slices.front()).orientation, positions);
+    series.geometry = found.GeometryOf(series.slices);
     if (found.AreTimesAlone(series)) series.geometry.volumes = series.slices.size();
     series.sets = FindVolumes(found, series);
     series.findings = StudyFindings(found, series);
@@ -357,6 +351,17 @@ FramePlace FoundFiles::SizedPlaceOf(const std::vector<SliceRef>& slices) const {
     const auto sized =
         std::find_if(slices.begin(), slices.end(), [this](const SliceRef& slice) { return PlaneOf(slice).hasSpacing; });
     return PlaceOf(sized != slices.end() ? *sized : slices.front());
+}
+
+SeriesGeometry FoundFiles::GeometryOf(const std::vector<SliceRef>& slices) const {
+    if (slices.empty()) return {};
+    std::vector<std::optional<std::array<double, 3>>> positions;
+    positions.reserve(slices.size());
+    for (const SliceRef& slice : slices) {
+        positions.emplace_back();
+        if (PlaneOf(slice).hasPosition) positions.back() = PositionOf(slice);
+    }
+    return StudyGeometry(PlaneOf(slices.front()).orientation, positions);
 }
 
 bool FoundFiles::AreTimesAlone(const FoundSeries& of) const {

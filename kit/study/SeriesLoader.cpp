@@ -331,7 +331,12 @@ std::vector<DICOMDataObject*> LoadedSlices::MakeThicknesses(const std::vector<st
     std::vector<DICOMDataObject*> sets(m_Images.size());
     std::map<std::optional<std::string>, DICOMDataObject*> made;
     for (std::size_t i = 0; i < sets.size(); ++i) {
-        const std::optional<std::string>& text = m_Images[i].frame < 0 ? texts[i] : m_FrameThicknesses[i];
+        std::optional<std::string> text;
+        if (m_Images[i].frame < 0) {
+            text = texts[i];
+        } else if (m_FrameThicknesses[i] != nullptr) {
+            text = *m_FrameThicknesses[i];
+        }
         DICOMDataObject*& dataSet = made[text];
         if (dataSet == nullptr) {
             m_Files.push_back(std::make_unique<DICOMDataObject>());
@@ -394,6 +399,8 @@ void LoadedSlices::ReadFileHeaders(
 
 void LoadedSlices::AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices) {
     std::unique_ptr<DICOMDataObject> whole;
+    m_Places.Reserve(slices.size());
+    m_Images.reserve(slices.size());
     for (std::size_t i = 0; i < slices.size(); ++i) {
         const ImageHeader& header = found.files[slices[i].file];
         const bool isNew = i == 0 || slices[i].file != slices[i - 1].file;
@@ -407,10 +414,18 @@ void LoadedSlices::AddPlaces(const FoundFiles& found, const std::vector<SliceRef
             if (image.frame < 0) continue;
             const DICOMObject* const holder =
                 FindHolder(*whole, image.frame, tags::PixelMeasuresSequence, tags::SliceThickness);
-            m_FrameThicknesses.resize(m_Images.size());
-            if (holder != nullptr) m_FrameThicknesses.back() = TextOf(*holder, tags::SliceThickness);
+            AddFrameThickness(holder != nullptr ? TextOf(*holder, tags::SliceThickness) : std::optional<std::string>());
         }
     }
+}
+
+/// Of the image added last. Neighbours mostly have the same, and share it.
+void LoadedSlices::AddFrameThickness(const std::optional<std::string>& text) {
+    const auto before = m_FrameThicknesses.empty() ? nullptr : m_FrameThicknesses.back();
+    m_FrameThicknesses.resize(m_Images.size());
+    if (!text) return;
+    const bool isSame = before != nullptr && *before == *text;
+    m_FrameThicknesses.back() = isSame ? before : std::make_shared<const std::string>(*text);
 }
 
 /// Of a frame, its own data set; `whole` is that of the file.

@@ -102,6 +102,7 @@ private:
     void ReadFrameHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices);
     std::vector<std::size_t> ListFiles() const;
     void AddPlaces(const FoundFiles& found, const std::vector<SliceRef>& slices);
+    void AddFrameThickness(const std::optional<std::string>& text);
     void AddFirst(const ImageHeader& header, const SliceRef& image, const DICOMDataObject* whole);
     std::unique_ptr<DICOMDataObject> MakeHeader(const ImageHeader& header, const SliceRef& image,
                                                 const DICOMDataObject* whole) const;
@@ -132,7 +133,7 @@ private:
     std::vector<std::size_t> m_FileOf;  // of each of them, which of those read
     FramePlaces m_Places;
     std::vector<SliceRef> m_Images;
-    std::vector<std::optional<std::string>> m_FrameThicknesses;  // texts, of images that are frames; empty without any
+    std::vector<std::shared_ptr<const std::string>> m_FrameThicknesses;  // of images that are frames; empty without any
 };
 
 }  // namespace korvane

@@ -395,7 +395,8 @@ bool SeriesVolume::RescalesDiffer() const {
 void SeriesVolume::BringToOneScale(bool integers, bool tell) {
     const bool differ = RescalesDiffer();
     std::vector<Rescale> rescales;
-    for (const FramePlace& place : GetPlanePlaces()) rescales.push_back(RealRescaleOf(place));
+    const FramePlaces places = GetPlanePlaces();
+    for (std::size_t k = 0; k < places.GetCount(); ++k) rescales.push_back(RealRescaleOf(places.GetPlane(k)));
     const std::vector<Padding> paddings = GetPlanePaddings();
     const ScaledPlanes planes{GetType(), GetVoxels(), rescales, paddings};
     CommonScale common = integers ? ToCommonIntegers(planes) : ToCommonScale(planes);
@@ -543,13 +544,20 @@ std::vector<std::pair<std::string, const DICOMDataObject*>> SeriesVolume::ListDa
     return list;
 }
 
-std::vector<FramePlace> SeriesVolume::GetPlanePlaces() const {
-    std::vector<FramePlace> places;
+FramePlaces SeriesVolume::GetPlanePlaces() const {
+    const FramePlaces& loaded = m_Loaded->GetPlaces();
+    FramePlaces places;
+    places.Reserve(m_Assembled.m_SliceToIndex.size());
     for (const int index : m_Assembled.m_SliceToIndex) {
-        places.push_back(m_Loaded->GetPlaces().Get(static_cast<std::size_t>(index)));
-        if (!m_Scale) continue;
-        places.back().slope = m_Place.slope;
-        places.back().intercept = m_Place.intercept;
+        const auto slice = static_cast<std::size_t>(index);
+        if (!m_Scale) {
+            places.Add(loaded, slice);
+            continue;
+        }
+        FramePlace place = loaded.Get(slice);
+        place.slope = m_Place.slope;
+        place.intercept = m_Place.intercept;
+        places.Add(place);
     }
     return places;
 }

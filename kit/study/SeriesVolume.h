@@ -100,7 +100,7 @@ public:
 
     // After Load:
     const std::vector<SliceRef>& GetSlices() const { return m_Slices; }  ///< in list order
-    std::vector<FramePlace> GetPlanePlaces() const;                      ///< in plane order
+    FramePlaces GetPlanePlaces() const;                                  ///< in plane order
     CDicomVolume& GetAssembled() { return m_Assembled; }
     /// Where the module has no type for the voxels, its planes have places and no pixels.
     CVolume& GetVolume() { return *m_Assembled.GetVolume(); }

@@ -27,9 +27,8 @@ void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
     // The position of the whole image, a corner of all tiles together, is that of none of the slices.
     FramePlace place = header.places.Get(0);
     place.hasPosition = !tiles.positions.empty();
-    std::vector<FramePlace> places(std::max<std::size_t>(tiles.positions.size(), 1), place);
-    for (std::size_t i = 0; i < tiles.positions.size(); ++i) places[i].position = tiles.positions[i];
-    header.places = FramePlaces(places);
+    header.places = FramePlaces(place, std::max<std::size_t>(tiles.positions.size(), 1));
+    for (std::size_t i = 0; i < tiles.positions.size(); ++i) header.places.SetPosition(i, tiles.positions[i]);
     header.framesPlaced = !tiles.positions.empty();
 }
 

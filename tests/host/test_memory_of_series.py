@@ -51,6 +51,17 @@ def small_headers():
         assert took - peak("--version") < 8 * MEGABYTE + 2 * count * maker.header, (form, took)
 
 
+def small_frames():
+    """And for one object of very many frames, whose functional groups are read and not kept."""
+    count, jobs, source = 12000, 2, WORK / "frames"
+    pixels = len(enhanced(source, count, 16, 1))
+    header = source.stat().st_size - pixels
+    for form in ("nrrd", "vox"):
+        took = peak("export", source, "--format", form, "--to", WORK / f"{form}-frames", "--jobs", jobs)
+        assert took < 32 * MEGABYTE + 2 * header, (form, took)
+        assert took - peak("--version") < 17 * MEGABYTE + 2 * header, (form, took)
+
+
 def growth():
     """What each file, slice or frame more takes is no more than a few kilobytes: nothing is kept of it but what it tells."""
     few, many = 300, 2300
@@ -63,7 +74,7 @@ def growth():
     jobs = {"find": (1500, "info", "--json", WORK / "archive"),
             "medium": (11000, "media", "--link", WORK / "medium", WORK / "archive"),
             "export": (2500, "export", "--jobs", 2, "--format", "nifti", "--to", WORK / "v", WORK / "series"),
-            "export of frames": (8000, "export", "--jobs", 2, "--format", "vox", "--to", WORK / "v", WORK / "object")}
+            "export of frames": (2500, "export", "--jobs", 2, "--format", "vox", "--to", WORK / "v", WORK / "object")}
     for job, (limit, *arguments, source) in jobs.items():
         took = {}
         for count in (few, many):
@@ -72,4 +83,4 @@ def growth():
         assert took[many] - took[few] < limit, (job, took, limit)
 
 
-measured_runs.run(exports, small_headers, scales, growth)
+measured_runs.run(exports, small_headers, small_frames, scales, growth)

@@ -22,7 +22,7 @@ ImageHeader MakeHeader(const std::string& series, double x, double row) {
     other.position[0] = x + 1;
     FramePlace last = other;
     last.slope = "2";
-    header.places = FramePlaces({place, other, last});
+    for (const FramePlace& each : {place, other, last}) header.places.Add(each);
     return header;
 }
 
@@ -58,7 +58,8 @@ TEST(FrameKeyList, GivesBackWhatEachFrameTells) {
     keys[1].values[FrameKeys::kCount - 1] = -0.0;
     keys[2].values[0] = INFINITY;
     for (const auto& given : {keys, std::vector<FrameKeys>(1)}) {
-        const FrameKeyList list(given);
+        FrameKeyList list;
+        for (const FrameKeys& each : given) list.Add(each);
         ASSERT_EQ(list.GetCount(), given.size());
         for (std::size_t i = 0; i < given.size(); ++i) {
             using Bits = std::array<std::uint64_t, FrameKeys::kCount>;
