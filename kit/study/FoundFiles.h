@@ -65,6 +65,7 @@ struct FoundFiles {
     const std::array<double, 3>& PositionOf(const SliceRef& slice) const;
     /// The first of them whose pixels have a known size, else the first: what is used where slices differ.
     FramePlace SizedPlaceOf(const std::vector<SliceRef>& slices) const;
+    /// How they lie, by their positions and the first one's orientation.
     SeriesGeometry GeometryOf(const std::vector<SliceRef>& slices) const;
     FrameKeys KeysOf(const SliceRef& slice) const;
     /// The file, and the frame of it.

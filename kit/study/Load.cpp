@@ -65,11 +65,10 @@ void VolumeData::TakeGeometry() {
 void VolumeData::TakePlanes() {
     const FramePlaces placed = m_pSeries->GetPlanePlaces();
     for (std::size_t k = 0; k < placed.GetCount(); ++k) {
-        const FramePlace place = placed.Get(k);
-        if (!places.empty() && place.unit != unit) unit.clear();
-        if (places.empty()) unit = place.unit;
-        places.push_back(place);
-        rescales.push_back(RealRescaleOf(place));
+        if (!places.empty() && placed.GetPlane(k).unit != unit) unit.clear();
+        if (places.empty()) unit = placed.GetPlane(k).unit;
+        places.push_back(placed.Get(k));
+        rescales.push_back(RealRescaleOf(placed.GetPlane(k)));
     }
 }
 

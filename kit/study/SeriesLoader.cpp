@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 #include "../core/Threads.h"
+#include "../core/WorkGroups.h"
 #include "FrameGroups.h"
 #include "PlaneReader.h"
 #include "SeriesText.h"
@@ -23,9 +24,7 @@ namespace {
 // 128; other compressions do better on empty images.
 constexpr std::uint64_t kRunLengthRatio = 64;
 constexpr std::uint64_t kLargestRatio = 16384;
-// Slices that a thread reads in one go: waking the one that takes them costs, and so does waiting at the end for the last.
-constexpr std::size_t kGroupsOfEach = 16;
-constexpr std::size_t kMostAtOnce = 8;
+constexpr std::size_t kMostAtOnce = 8;  // slices that a thread reads in one go
 
 constexpr std::uint64_t kAnySize = 1024;  // bytes: so little may be claimed by any file
 
@@ -308,12 +307,12 @@ MeasuredRange LoadedSlices::ReadPlanes(const std::function<std::span<std::byte>(
         progress.Step();
     };
     const unsigned jobs = CountJobs(m_nJobs);
-    const std::size_t atOnce = std::clamp<std::size_t>(count / (kGroupsOfEach * jobs), 1, kMostAtOnce);
+    const WorkGroups groups(count, m_nJobs, kMostAtOnce);
     const auto inGroup = [&](std::size_t group, const auto& body) {
-        for (std::size_t i = group * atOnce; i < std::min((group + 1) * atOnce, count); ++i) body(i);
+        for (std::size_t i = groups.BeginOf(group); i < groups.EndOf(group); ++i) body(i);
     };
     ForEachInOrder(
-        m_nJobs, (count + atOnce - 1) / atOnce, 2 * std::size_t{jobs}, m_Watch,
+        m_nJobs, groups.GetCount(), 2 * std::size_t{jobs}, m_Watch,
         [&](std::size_t group) { inGroup(group, [&](std::size_t i) { m_Delayed[i]->ReadInto(placeOf(i), m_Watch); }); },
         [&](std::size_t group) { inGroup(group, take); });
     if (!bitsAbove.empty()) m_Findings.push_back(DescribeBitsAbove(bitsAbove, m_Delayed.size()));

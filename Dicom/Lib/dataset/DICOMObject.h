@@ -70,7 +70,8 @@ public:
 
 private:
     void Remove(VR* element);
-    [[gnu::noinline]] bool KeepAside(VR* element);
+    [[gnu::noinline]] bool
+    KeepAside(VR* element);  // rarely called: inlined, it would make each `Push` save more registers
 
     VR* m_pLastPushed = nullptr;
     std::uint32_t m_NestedLength = 0;

@@ -218,7 +218,8 @@ void ElementTree::MendAfterRemove(VR* node, VR* parent) {
 
 // NOLINTEND(clang-analyzer-core.NullDereference)
 
-/// Calls `take` with each node in order, which is not looked at again. No tree is deep.
+/// Calls `take` with each node in order, and does not look at the node again. Trees of either shape are balanced, so that the calls
+/// nest as deep as their number has binary digits, or twice that.
 template <class Take>
 void ElementTree::TakeApart(VR* node, const Take& take) {
     while (node != nullptr) {

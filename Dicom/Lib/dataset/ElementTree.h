@@ -61,13 +61,14 @@ private:
     void MendAfterRemove(VR* node, VR* parent);
 
     VR* m_pRoot = nullptr;
-    VR* m_pLast = nullptr;  // the largest key: streams come in order, so most insertions go right behind it
-    std::uint32_t m_nAppended = 0;
+    VR* m_pLast = nullptr;          // the largest key: streams come in order, so most insertions go right behind it
+    std::uint32_t m_nAppended = 0;  // nodes, while the shape follows from it
     Shape m_Shape = Shape::InOrder;
 };
 
-// The n-th element stands as many levels high as n has zeros at its binary end, above all lower ones since the last that is
-// higher: 4 above 2 and 3, 2 above 1. No way down is longer than the binary digits of their number.
+// The n-th element stands as many levels high as n has zeros at its binary end, and takes what is lower, back to the last that
+// is higher, as its left subtree: 2 takes 1, and 4 takes 2 with 1 and 3. No way down is longer than the binary digits of their
+// number.
 inline void ElementTree::Append(VR* node) {
     VR* below = nullptr;
     VR* above = m_pLast;

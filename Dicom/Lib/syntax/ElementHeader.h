@@ -62,6 +62,7 @@ public:
     /// Takes the next header off a stream. False when it does not come whole. Inlined so that a parser asks once what kind
     /// of header it is.
     [[gnu::always_inline]] bool Read(Buffer& buffer, ElementHeader& header) const {
+        // In front of all but the last bytes either form can be read without asking again.
         if (buffer.HasUnread(kLongest)) [[likely]] {
             const unsigned char* const here = buffer.Peek(kLongest);
             if (!DecodeShort(here, header)) DecodeLong(here, header);
