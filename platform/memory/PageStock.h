@@ -2,6 +2,7 @@
 // a pool have some. What small blocks and large ones have in common.
 #pragma once
 
+#include "../Fork.h"
 #include "Pages.h"
 
 #include <cstddef>
@@ -44,7 +45,12 @@ struct PagePool {
     PageStock<Pages, Bytes>* first = nullptr;  ///< of those that are listed: free pages to be had
     std::size_t kept = 0;
 
-    explicit PagePool(std::size_t most) : mostKept(most) {}
+    /// Never freed.
+    static PagePool* Make(std::size_t mostKept) {
+        auto* const pool = new PagePool(mostKept);
+        HoldWhileForking(pool->mutex, 0);
+        return pool;
+    }
 
     /// Pages came back to a stock of which others are out. What is freed as a whole is freed stock by stock, and goes back to
     /// the system so: giving it back in pieces takes huge pages apart, which costs more than reading a data set. So it is
@@ -55,6 +61,9 @@ struct PagePool {
             if (stock != current) stock->Drop();
         }
     }
+
+private:
+    explicit PagePool(std::size_t most) : mostKept(most) {}
 };
 
 /// Stands at the start of its pages, of `Bytes` each, of which it takes the first; all are mapped as one piece. Everything

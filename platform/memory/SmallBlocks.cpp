@@ -57,9 +57,12 @@ struct Slab : PageStock<kPages, kCutBytes> {
 static_assert(sizeof(Slab) <= kCutBytes);
 
 Pool& OwnPool() {
-    static Pool* const pool = new Pool(kMostKept);
+    static Pool* const pool = Pool::Make(kMostKept);
     return *pool;
 }
+
+/// Made while the library is loaded: a process that is forked off while another thread makes it could never have it.
+[[maybe_unused]] const Pool& s_madeEarly = OwnPool();
 
 /// Pages have come back to a slab that nobody fills. True when it is empty: the caller unmaps it, without the lock.
 bool Settle(Slab* slab) noexcept {

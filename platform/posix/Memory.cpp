@@ -49,9 +49,12 @@ struct alignas(kAlignment) Header {
 };
 
 Pool& OwnPool() {
-    static Pool* const pool = new Pool(kPages);
+    static Pool* const pool = Pool::Make(kPages);
     return *pool;
 }
+
+/// Made while the library is loaded: a process that is forked off while another thread makes it could never have it.
+[[maybe_unused]] const Pool& s_madeEarly = OwnPool();
 
 std::size_t RoundUp(std::size_t value, std::size_t unit) {
     return (value + unit - 1) / unit * unit;

@@ -208,6 +208,8 @@ class Module(unittest.TestCase):
         folder, wanted = str(self.folder / "ct"), sum_of(self.folder / "ct")
         kept, stop = self.load(), threading.Event()
         busy = threading.Thread(target=lambda: [sum_of(folder) for _ in iter(stop.is_set, True)])
+        if "libasan" in os.environ.get("LD_PRELOAD", ""):
+            stop.set()  # its heap, unlike the C library's and ours, stays locked in a child when another thread was in it
         busy.start()  # a fork in the middle of another thread's call
         try:
             for _ in range(5):

@@ -9,6 +9,7 @@
 #include "PixelTranscoder.h"
 #include "platform/DynamicModule.h"
 #include "platform/File.h"
+#include "platform/Fork.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -36,7 +37,10 @@ bool s_initialised = false;
 /// Held while registry and use counts are read or changed: managers of several threads share them. Registering comes
 /// back to looking up, so one thread may take it again.
 std::recursive_mutex& Lock() {
-    static std::recursive_mutex lock;
+    struct Held : std::recursive_mutex {
+        Held() { platform::HoldWhileForking(*this, platform::kLoadsLibraries); }
+    };
+    static Held lock;
     return lock;
 }
 

@@ -1,5 +1,7 @@
 #include "TransferSyntaxTable.h"
 
+#include "platform/Fork.h"
+
 #include <algorithm>
 #include <cstring>
 #include <deque>
@@ -25,7 +27,10 @@ namespace {
 
 /// Threads with readers of their own look entries up while a codec manager adds some: the caller holds the lock.
 std::mutex& Lock() {
-    static std::mutex lock;
+    struct Held : std::mutex {
+        Held() { platform::HoldWhileForking(*this, 1); }
+    };
+    static Held lock;
     return lock;
 }
 
