@@ -47,20 +47,24 @@ private:
     DataSetFile& m_File;
 };
 
-bool IsOfFrameGroups(const VR& element) {
-    return element.GetTag() == tags::PerFrameFunctionalGroupsSequence ||
-           element.GetTag() == tags::SharedFunctionalGroupsSequence;
-}
-
-// Has no items where those sequences stand.
-class WithoutFrameGroups : public DICOMDataObject {
+// Takes no functional groups but some.
+class WithSomeGroups : public DICOMDataObject {
 public:
+    explicit WithSomeGroups(const KeptGroups& kept) : m_Kept(kept) {}
+
     int PushItemToLast(DICOMObject* item) override {
-        if (GetLastPushed() == nullptr || !IsOfFrameGroups(*GetLastPushed()))
-            return DICOMDataObject::PushItemToLast(item);
+        const VR* const sequence = GetLastPushed();
+        if (sequence != m_pSequence) m_nItems = 0;
+        m_pSequence = sequence;
+        if (sequence == nullptr || m_Kept.Keeps(*sequence, m_nItems++)) return DICOMDataObject::PushItemToLast(item);
         delete item;
         return 1;
     }
+
+private:
+    KeptGroups m_Kept;
+    const VR* m_pSequence = nullptr;  // whose items come
+    std::uint32_t m_nItems = 0;       // of it, so far
 };
 
 enum class Beginning { NotDicom, Preamble, Marker, Bare };
@@ -96,8 +100,8 @@ const char* NameOfEncoding(int syntax) {
 // Reads a stream in steps, by the toolkit or, a second time, by the tolerant parser.
 class Reading {
 public:
-    Reading(DataSetFile& file, int option, const Leniency& leniency, bool second)
-        : m_File(file), m_iOption(option), m_Leniency(leniency), m_bSecond(second) {}
+    Reading(DataSetFile& file, int option, const Leniency& leniency, bool second, const KeptGroups& groups)
+        : m_File(file), m_iOption(option), m_Leniency(leniency), m_bSecond(second), m_Groups(groups) {}
 
     // False when the stream is not DICOM.
     bool Read(Buffer& buffer) {
@@ -105,8 +109,8 @@ public:
         if (beginning == Beginning::NotDicom) return false;
         m_File.hasPreamble = SkipPreamble(buffer);
         if (beginning == Beginning::Marker) buffer.Skip(4);
-        const bool withGroups = (m_iOption & kWithoutFrameGroups) == 0;
-        m_File.dataSet = withGroups ? std::make_unique<DICOMDataObject>() : std::make_unique<WithoutFrameGroups>();
+        m_File.dataSet = m_Groups.AreAll() || m_bSecond ? std::make_unique<DICOMDataObject>()
+                                                        : std::make_unique<WithSomeGroups>(m_Groups);
         const bool hasMeta = ReadMeta(buffer);
         if (!m_File.hasPreamble || !hasMeta) {
             Note(FindingKind::NoMeta, m_File.hasPreamble ? "no meta information (group 0002)" : "no preamble");
@@ -236,14 +240,16 @@ private:
     int m_iOption;
     Leniency m_Leniency;
     bool m_bSecond;
+    KeptGroups m_Groups;
     bool m_bMetaFaulty = false;
 };
 
 DataSetFile ReadOnce(Buffer& buffer, int option, const Leniency& leniency, bool second,
-                     std::shared_ptr<LeftValues> left = {}) {
+                     std::shared_ptr<LeftValues> left = {}, const KeptGroups& groups = KeptGroups::All()) {
     DataSetFile file;
     file.left = std::move(left);
-    if (!Reading(file, option, leniency, second).Read(buffer)) return {};
+    if (!Reading(file, option, leniency, second, groups).Read(buffer)) return {};
+    groups.Trim(*file.dataSet, second);
     if (const VR* const pixels = FindElement(*file.dataSet, tags::PixelData); pixels != nullptr) {
         file.hasPixels = true;
         file.encapsulated = IsEncapsulated(pixels);
@@ -252,6 +258,28 @@ DataSetFile ReadOnce(Buffer& buffer, int option, const Leniency& leniency, bool 
 }
 
 }  // namespace
+
+bool KeptGroups::Keeps(const VR& sequence, std::uint32_t item) const {
+    if (sequence.GetTag() == tags::SharedFunctionalGroupsSequence) return m_bShared;
+    if (sequence.GetTag() != tags::PerFrameFunctionalGroupsSequence) return true;
+    return m_bPerFrame && (m_Frame == kEvery || item == m_Frame);
+}
+
+void KeptGroups::Trim(DICOMDataObject& dataSet, bool hasAll) const {
+    if (!m_bShared) DropElement(dataSet, tags::SharedFunctionalGroupsSequence);
+    if (!m_bPerFrame) DropElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
+    const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
+    if (!hasAll || groups == nullptr || m_Frame == kEvery) return;
+    auto kept = std::make_unique<VR>(tags::PerFrameFunctionalGroupsSequence, 0, 0);
+    kept->m_TypeCode = TypeCode("SQ");
+    if (m_Frame < groups->GetItemCount()) {
+        std::unique_ptr<DICOMObject> item(groups->GetItem(m_Frame)->Clone(true));
+        if (kept->AddItem(item.get()) == 0) throw std::bad_alloc();
+        item.release();
+    }
+    DropElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
+    PushInto(dataSet, std::move(kept));
+}
 
 DataSetFile ReadDataSet(Buffer& buffer, int option) {
     return ReadOnce(buffer, option, {}, false);
@@ -282,7 +310,7 @@ namespace {
 }  // namespace
 
 DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch, const Leniency& leniency,
-                            std::uint32_t leaveLarger) {
+                            std::uint32_t leaveLarger, const KeptGroups& groups) {
     const std::string& path = from.name;
     DataSetFile file;
     for (const bool second : {false, true}) {
@@ -291,7 +319,7 @@ DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watc
         errno = 0;
         if (!buffer.Open(from.place.c_str())) RefuseUnread(path, errno, watch);
         const std::shared_ptr<LeftValues> left = LeftValues::Of(from, leaveLarger, buffer.GetState());
-        file = ReadOnce(buffer, option, leniency, second, left);
+        file = ReadOnce(buffer, option, leniency, second, left, groups);
         if (buffer.HasFailed()) RefuseUnread(path, buffer.GetError(), watch);
         // What has no known end, such as a pipe, cannot be read again.
         if (file.dataSet == nullptr || file.complete || buffer.GetRemaining() == Buffer::kUnknown) break;

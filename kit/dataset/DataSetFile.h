@@ -42,9 +42,30 @@ struct DataSetFile {
     std::uint64_t pixelsPresent = 0;  ///< how many of them the file can hold
 };
 
-/// Beside the toolkit's `ParseOption`: functional groups (PS3.3 C.7.6.16), which fill the memory where frames are many, are
-/// passed over as they come. Of damaged data sets they stay.
-constexpr int kWithoutFrameGroups = 1 << 8;
+/// Which functional groups (PS3.3 C.7.6.16) a data set is read with. Where frames are many they fill the memory, so that what
+/// is not kept is passed over as it comes.
+class KeptGroups {
+public:
+    static KeptGroups All() { return {true, true, kEvery}; }
+    static KeptGroups None() { return {false, false, 0}; }
+    /// The shared ones and, as the only item of the others, those of one frame, counted from 0; no others where it has none.
+    static KeptGroups OfFrame(int frame) { return {true, true, static_cast<std::uint32_t>(frame)}; }
+
+    bool AreAll() const { return m_bShared && m_Frame == kEvery; }
+    /// Whether an item of such a sequence is kept, counted from 0.
+    bool Keeps(const VR& sequence, std::uint32_t item) const;
+    /// Takes what is not kept out of a data set with all groups, and sequences that are not kept out of any.
+    void Trim(DICOMDataObject& dataSet, bool hasAll) const;
+
+private:
+    static constexpr std::uint32_t kEvery = UINT32_MAX;
+    KeptGroups(bool shared, bool perFrame, std::uint32_t frame)
+        : m_bShared(shared), m_bPerFrame(perFrame), m_Frame(frame) {}
+
+    bool m_bShared;
+    bool m_bPerFrame;
+    std::uint32_t m_Frame;
+};
 
 /// The bytes that show whether something is a data set.
 constexpr std::size_t kHeadOfDataSet = 132;
@@ -65,8 +86,9 @@ constexpr std::uint32_t kLeftInFile = 64 * 1024;
 
 /// The same of a file, whose name findings and errors bear. Throws `Error` when it cannot be read. `leaveLarger`: values
 /// of so many bytes and more stay in the file (`LeftValues.h`), and only those may ask for it who expect them there; 0: none.
+/// `groups`: those that the data set is to have.
 DataSetFile ReadDataSetFile(const NamedFile& from, int option, const Watch& watch = {}, const Leniency& leniency = {},
-                            std::uint32_t leaveLarger = 0);
+                            std::uint32_t leaveLarger = 0, const KeptGroups& groups = KeptGroups::All());
 
 /// The name of a transfer syntax with its UID behind it; the UID alone when the name is not known.
 std::string DescribeSyntax(const std::string& uid);

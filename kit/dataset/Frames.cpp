@@ -56,13 +56,9 @@ bool IsOfAllFrames(const VR& element) {
 struct FrameReader::State {
     State(const std::string& file, const FrameOptions& options) : path(file), watch(options.watcher), left(watch) {
         codecs.SetStopQuestion(watch.GetStopQuestion());
-        const int option = options.dropGroups ? kParseAll | kWithoutFrameGroups : kParseAll;
-        read = ReadDataSetFile(path, option, watch, options.leniency, kLeftInFile);
+        const KeptGroups groups = options.dropGroups ? KeptGroups::None() : KeptGroups::All();
+        read = ReadDataSetFile(path, kParseAll, watch, options.leniency, kLeftInFile, groups);
         if (read.dataSet == nullptr) Fail(ErrorKind::NotDicom, "not a DICOM file");
-        if (options.dropGroups) {
-            for (const Tag tag : {tags::PerFrameFunctionalGroupsSequence, tags::SharedFunctionalGroupsSequence})
-                DropElement(*read.dataSet, tag);
-        }
         findings = std::move(read.findings);
         pixels = FindPixels(*read.dataSet);
         if (pixels == nullptr) Fail(ErrorKind::Unsupported, "no pixel data");

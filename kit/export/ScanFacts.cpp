@@ -20,10 +20,9 @@ constexpr std::size_t kTriggerTime = 18;      // milliseconds
 constexpr std::size_t kAcquisitionTime = 19;  // seconds
 constexpr double kHalfDay = 43200;
 
-const DICOMObject* GroupsOfFrame(const DICOMDataObject& dataSet, int frame) {
+const DICOMObject* FirstGroups(const DICOMDataObject& dataSet) {
     const VR* const groups = FindElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
-    const auto number = static_cast<std::uint32_t>(frame);
-    return groups != nullptr && number < groups->GetItemCount() ? groups->GetItem(number) : nullptr;
+    return groups != nullptr && groups->GetItemCount() > 0 ? groups->GetItem(0) : nullptr;
 }
 
 double NumberOf(const std::string& text) {
@@ -66,21 +65,6 @@ std::vector<double> FromEarliest(std::vector<double> times, double repetitionTim
     return span > 0 && fits ? times : std::vector<double>();
 }
 
-/// Functional groups of all frames but one would fill the memory where frames are many. True when they are gone: the frame is
-/// the first one then.
-bool KeepGroupsOf(int frame, DICOMDataObject& dataSet) {
-    const DICOMObject* const own = GroupsOfFrame(dataSet, frame);
-    if (own == nullptr) return false;
-    auto groups = std::make_unique<VR>(tags::PerFrameFunctionalGroupsSequence, 0, 0);
-    groups->m_TypeCode = TypeCode("SQ");
-    std::unique_ptr<DICOMObject> item(own->Clone(true));
-    if (groups->AddItem(item.get()) == 0) throw std::bad_alloc();
-    item.release();
-    DropElement(dataSet, tags::PerFrameFunctionalGroupsSequence);
-    PushInto(dataSet, std::move(groups));
-    return true;
-}
-
 class Reader {
 public:
     Reader(SeriesVolume& series, const ExportPart& part, const Vector3& step, const Watch& watch)
@@ -88,11 +72,8 @@ public:
 
     ScanFacts Read() {
         const SliceRef first = m_Planes.empty() ? m_Part.slices.front() : m_Planes.front();
-        std::unique_ptr<DICOMDataObject> header = ReadHeader(first);
-        m_Facts.frame = std::max(first.frame, 0);
-        if (KeepGroupsOf(m_Facts.frame, *header)) m_Facts.frame = 0;
-        m_Facts.header = std::move(header);
-        m_Facts.acquisition = ReadPrivateAcquisition(*m_Facts.header, GroupsOfFrame(*m_Facts.header, m_Facts.frame));
+        m_Facts.header = ReadHeader(first);
+        m_Facts.acquisition = ReadPrivateAcquisition(*m_Facts.header, FirstGroups(*m_Facts.header));
         m_Facts.repetitionTime =
             NumberOf(TextOfScan(m_Facts, tags::MRTimingAndRelatedParametersSequence, tags::RepetitionTime)) / 1000;
         ReadPhase();
@@ -105,9 +86,11 @@ public:
 private:
     FrameKeys KeysOf(const SliceRef& slice) const { return m_Series.GetFound().KeysOf(slice); }
 
+    /// Of functional groups it has those of the slice alone, as if it were the first frame.
     std::unique_ptr<DICOMDataObject> ReadHeader(const SliceRef& slice) const {
-        DataSetFile file =
-            ReadDataSetFile(m_Series.GetFound().files[slice.file].GetFile(), kStopBeforePixelData, m_Watch);
+        const KeptGroups groups = KeptGroups::OfFrame(std::max(slice.frame, 0));
+        DataSetFile file = ReadDataSetFile(m_Series.GetFound().files[slice.file].GetFile(), kStopBeforePixelData,
+                                           m_Watch, {}, 0, groups);
         if (file.dataSet == nullptr) file.dataSet = std::make_unique<DICOMDataObject>();  // it has gone meanwhile
         return std::move(file.dataSet);
     }
@@ -254,7 +237,7 @@ ScanFacts ReadScanFacts(SeriesVolume& series, const ExportPart& part, const Vect
 }
 
 std::string TextOfScan(const ScanFacts& facts, Tag group, Tag element) {
-    const DICOMObject* const holder = FindHolder(*facts.header, facts.frame, group, element);
+    const DICOMObject* const holder = FindHolder(*facts.header, 0, group, element);
     return holder != nullptr ? FindText(*holder, element) : std::string();
 }
 

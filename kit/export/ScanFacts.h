@@ -24,8 +24,7 @@ struct Weighting {
 /// from plane to plane. Planes are in the file's order.
 struct ScanFacts {
     std::shared_ptr<const DICOMDataObject>
-        header;     ///< of the first file, without pixels and other frames' functional groups
-    int frame = 0;  ///< of that header, from 0: the first plane's
+        header;  ///< of the first file, without pixels and functional groups but those of the first plane
     AcquisitionFacts acquisition{};
     double repetitionTime = 0;            ///< 0: not told
     double measuredInterval = 0;          ///< from volume to volume, by their clocks; 0: not known

@@ -134,7 +134,7 @@ private:
     }
 
     const DICOMObject* HolderOf(const Field& field) const {
-        return FindHolder(*m_Facts.header, m_Facts.frame, field.group, field.element);
+        return FindHolder(*m_Facts.header, 0, field.group, field.element);
     }
 
     /// The maker by its usual name, however it is spelled.

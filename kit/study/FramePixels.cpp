@@ -52,7 +52,7 @@ void FramePixels::WithName(const Work& work) const {
 }
 
 FramePixels::FramePixels(const ImageHeader& header, const Watch& watch) : m_Header(header), m_Watch(watch) {
-    DataSetFile whole = ReadDataSetFile(header.GetFile(), kStopBeforePixelData | kWithoutFrameGroups, watch);
+    DataSetFile whole = ReadDataSetFile(header.GetFile(), kStopBeforePixelData, watch, {}, 0, KeptGroups::None());
     if (whole.dataSet == nullptr) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
     CheckUnchanged(header, *whole.dataSet);
     m_Image.dataSet = CopyOf(*whole.dataSet);
