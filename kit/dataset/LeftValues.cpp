@@ -2,6 +2,7 @@
 
 #include "../core/Error.h"
 
+#include "Dicom/Lib/syntax/ValueLeaver.h"
 #include "base/Bytes.h"
 #include "platform/File.h"
 
@@ -13,7 +14,6 @@ namespace korvane {
 
 namespace {
 
-constexpr std::uint32_t kLeastLeft = 256;       // what is shorter costs less to hold than to find again
 constexpr std::uint32_t kLeastFragment = 1024;  // there may be very many
 
 constexpr std::size_t kBehindValue = 4096;  // that was passed over: what stands there is mostly another one
@@ -81,7 +81,7 @@ std::size_t SeekingBuffer::Fill(void* bytes, std::size_t capacity) {
 }
 
 LeftValues::LeftValues(const NamedFile& file, std::uint32_t larger, const platform::FileState& state)
-    : m_Name(file.name), m_Place(file.place), m_Larger(std::max(larger, kLeastLeft)), m_State(state) {}
+    : m_Name(file.name), m_Place(file.place), m_Larger(std::max(larger, ValueLeaver::kLeast)), m_State(state) {}
 
 std::shared_ptr<LeftValues> LeftValues::Of(const NamedFile& file, std::uint32_t larger,
                                            const platform::FileState& state) {

@@ -20,6 +20,11 @@ void* AllocateSmall(std::size_t bytes) {
     return block;
 }
 
+SmallCut& OwnSmallCut() {
+    static thread_local SmallCut s_empty;
+    return s_empty;
+}
+
 void FreeSmall(void* block) noexcept {
     std::free(block);
 }
@@ -28,8 +33,7 @@ void FreeSmall(void* block) noexcept {
 
 namespace {
 
-constexpr std::size_t kAlignment = 8;
-constexpr std::size_t kPrefetchBytes = 1024;
+constexpr std::size_t kPrefetchBytes = SmallCut::kPrefetchBytes;
 // What blocks are cut from, and what goes back as a whole. Each is counted twice with an atomic operation, when it is full
 // and when it has come back: smaller ones cost time, larger ones are kept by fewer survivors.
 constexpr std::size_t kCutBytes = 2 * kPageBytes;
@@ -110,11 +114,13 @@ void TakeOff(Slab* slab, std::size_t page, std::uint32_t count, FreedPages& free
 class Filling {
 public:
     void* Cut(std::size_t bytes, FreedPages& freed) {
-        const std::size_t step = (bytes + kAlignment - 1) / kAlignment * kAlignment;
-        if (static_cast<std::size_t>(m_pPageEnd - m_pNext) < step) [[unlikely]]
-            return CutFromNext(step, freed);
-        return CutHere(step);
+        const std::size_t step = SmallCut::StepOf(bytes);
+        if (!m_Cut.Has(step)) [[unlikely]]
+            BeginPage(freed);
+        return m_Cut.Take(step);
     }
+
+    SmallCut& GetCut() { return m_Cut; }
 
     /// Gives everything back.
     void Retire(FreedPages& freed) noexcept {
@@ -134,34 +140,19 @@ public:
     }
 
 private:
-    void* CutHere(std::size_t step) {
-        unsigned char* const block = m_pNext;
-        m_pNext += step;
-        ++m_Given;
-        __builtin_prefetch(block + kPrefetchBytes, 1);  // fresh memory: most of the cost is waiting for it
-        __builtin_prefetch(block + kPrefetchBytes + 64, 1);
-        return block;
-    }
-
-    [[gnu::noinline]] void* CutFromNext(std::size_t step, FreedPages& freed) {
-        BeginPage(freed);
-        return CutHere(step);
-    }
-
-    void BeginPage(FreedPages& freed) {
+    [[gnu::noinline]] void BeginPage(FreedPages& freed) {
         LeavePage(freed);
         if (m_Taken == m_TakenEnd) TakeBatch(freed);
         m_Page = m_Batch[m_Taken++];
         m_pSlab->counts[m_Page].store(Slab::kBias, std::memory_order_relaxed);
-        m_Given = 0;
-        m_pNext = m_pSlab->GetPage(m_Page);
-        m_pPageEnd = m_pNext + kCutBytes;
+        unsigned char* const begin = m_pSlab->GetPage(m_Page);
+        m_Cut = {begin, begin + kCutBytes, 0};
     }
 
     void LeavePage(FreedPages& freed) noexcept {
-        if (m_pNext == nullptr) return;
-        m_pNext = m_pPageEnd = nullptr;
-        TakeOff(m_pSlab, m_Page, Slab::kBias - m_Given, freed);
+        if (m_Cut.next == nullptr) return;
+        TakeOff(m_pSlab, m_Page, Slab::kBias - m_Cut.given, freed);
+        m_Cut = {};
     }
 
     void TakeBatch(FreedPages& freed) {
@@ -198,10 +189,8 @@ private:
     }
 
     Slab* m_pSlab = nullptr;
-    unsigned char* m_pNext = nullptr;
-    unsigned char* m_pPageEnd = nullptr;
+    SmallCut m_Cut;  // of a page
     std::size_t m_Page = 0;
-    std::uint32_t m_Given = 0;
     bool m_bFilledOne = false;
     std::size_t m_Taken = 0;
     std::size_t m_TakenEnd = 0;
@@ -261,6 +250,10 @@ struct ThreadBlocks {
 void* AllocateSmall(std::size_t bytes) {
     ThreadBlocks& own = PerThread<ThreadBlocks>::Get();
     return own.filling.Cut(bytes, own.freed);
+}
+
+SmallCut& OwnSmallCut() {
+    return PerThread<ThreadBlocks>::Get().filling.GetCut();
 }
 
 void FreeSmall(void* block) noexcept {

@@ -49,7 +49,7 @@ constexpr bool kMayWaitForLoading = true;
 
 void Add(const Held& added) {
     if (!kMayWaitForLoading && added.rank >= kLoadsLibraries) return;
-    [[maybe_unused]] static const int s_isCalled = pthread_atfork(BeforeFork, InParent, InChild);
+    [[maybe_unused]] static const int isCalled = pthread_atfork(BeforeFork, InParent, InChild);
     const std::lock_guard guard(s_mutex);
     if (s_count == s_held.size()) std::abort();
     const auto end = s_held.begin() + static_cast<std::ptrdiff_t>(s_count);

@@ -31,6 +31,15 @@ public:
     /// on that: a tag that a damaged stream repeats cannot replace what came first. To change a value in place use `VR::TakeValueFrom`.
     virtual int Push(VR* element);
 
+    /// What `Push` does, without a virtual call, with an element of known length that comes behind all others; else false,
+    /// and nothing was done.
+    bool Append(VR* element) {
+        if (m_pPushTarget != nullptr || !m_Tree.InsertLast(element)) return false;
+        m_pLastPushed = element;
+        m_bIterating = 0;
+        return true;
+    }
+
     /// Takes the elements out one by one in tag order; null when none is left. The caller owns what it gets. A `Push` in
     /// between starts over at the smallest tag.
     virtual VR* Pop();

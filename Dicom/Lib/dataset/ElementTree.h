@@ -20,9 +20,10 @@ public:
     }
 
     /// False, with nothing changed, when an element of that tag is there already.
-    bool Insert(VR* node) {
-        if (m_Shape != Shape::InOrder || (m_pLast != nullptr && KeyOf(node) <= KeyOf(m_pLast)))
-            return InsertElsewhere(node);
+    bool Insert(VR* node) { return InsertLast(node) || InsertElsewhere(node); }
+    /// True when it came behind all others, as a stream's do; else nothing was done.
+    bool InsertLast(VR* node) {
+        if (m_Shape != Shape::InOrder || (m_pLast != nullptr && KeyOf(node) <= KeyOf(m_pLast))) return false;
         Append(node);
         return true;
     }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <span>
 
 /// Reading: every operation returns false, with nothing more to be had, at the end of the stream or of the innermost
 /// window. Writing: bytes collect in the write area until `Flush`, or until it is full; a failure is kept.
@@ -30,6 +31,8 @@ public:
 
     /// Whether bytes wait in the read area: then `HasData` is true, without a call.
     bool HasUnread() const { return m_pCursor != m_pEnd; }
+    /// They stay there until the next operation.
+    std::span<const unsigned char> GetUnread() const { return {m_pCursor, m_pEnd}; }
     /// At least so many.
     bool HasUnread(std::size_t count) const { return static_cast<std::size_t>(m_pEnd - m_pCursor) >= count; }
 

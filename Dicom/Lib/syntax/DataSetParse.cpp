@@ -8,12 +8,16 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <span>
+#include <typeinfo>
 #include <utility>
 
 namespace {
 
 constexpr std::uint32_t kUndefinedLength = ElementHeader::kUndefinedLength;
 constexpr std::uint32_t kFirstStep = 1u << 20;
+constexpr std::uint16_t kMeta = 0x0002;
+constexpr std::uint16_t kBeforePixels = 0x7FDF;
 constexpr std::uint16_t kItem = ElementHeader::kItem;
 constexpr std::uint16_t kItemEnds = ElementHeader::kItemEnds;
 constexpr std::uint16_t kSequenceEnds = ElementHeader::kSequenceEnds;
@@ -80,7 +84,8 @@ bool ReadAcross(Buffer& buffer, VR& element, std::uint32_t length) {
 
 [[gnu::always_inline]] inline bool LeaveOrReadValue(ValueLeaver* leaver, Buffer& buffer, VR& element,
                                                     std::uint32_t length) {
-    const bool isLeft = leaver != nullptr && length != 0 && leaver->LeaveValue(buffer, element, length);
+    const bool isLeft =
+        leaver != nullptr && length >= ValueLeaver::kLeast && leaver->LeaveValue(buffer, element, length);
     return isLeft || ReadValue(buffer, element, length);
 }
 
@@ -204,7 +209,7 @@ DataSetParse::Outcome DataSetParse::ParseItem(const Level& level, std::uint32_t 
 [[gnu::always_inline]] inline DataSetParse::Outcome
 DataSetParse::ParseElement(const Level& level, const ElementHeader& header, std::uint32_t offset) {
     auto element = MakeElement(header, offset);
-    const bool isMeta = header.group == 0x0002;  // written with explicit types in every syntax
+    const bool isMeta = header.group == kMeta;  // written with explicit types in every syntax
     if (!level.isExplicit && !isMeta) CompleteType(*element);
     if (!isMeta) {
         if (header.HasUndefinedLength()) return ParseUndefinedLength(level, element.release());
@@ -215,10 +220,60 @@ DataSetParse::ParseElement(const Level& level, const ElementHeader& header, std:
     return ParseValue(level, element.release(), header, m_bTracing && (level.isExplicit || !isMeta));
 }
 
+// What overrides `Push` sees each element.
+bool DataSetParse::MayParsePlain(const Level& level) const {
+    return level.isExplicit && !m_bTracing && !IsBig(level.buffer) && typeid(level.target) == typeid(DICOMDataObject);
+}
+
+// Most elements of a stream have a short header, no items, and lie whole in the read area: those that stand next are parsed
+// here, with nothing asked about them that can be known before, and in registers. What `ParseElement` does with them is the
+// same. Ends before an element of another group. False when memory runs out.
+bool DataSetParse::ParsePlain(const Level& level, std::uint16_t firstGroup, std::uint16_t lastGroup) {
+    constexpr std::size_t kHeader = ElementHeaderReader::kShortest;
+    const std::span<const unsigned char> unread = level.buffer.GetUnread();
+    if (unread.size() < kHeader + VR::kShortValue) return true;
+    const unsigned char* here = unread.data();
+    const unsigned char* const last = here + unread.size() - kHeader - VR::kShortValue;
+    const std::uint32_t begin = level.buffer.GetPosition();
+    platform::SmallCut& blocks = platform::OwnSmallCut();
+    bool isDone = true;
+    while (isDone && here <= last) {
+        const auto group = platform::LoadLittle<std::uint16_t>(here);
+        const auto number = platform::LoadLittle<std::uint16_t>(here + 2);
+        const auto type = static_cast<std::uint16_t>(here[4] << 8 | here[5]);
+        const std::uint32_t length = platform::LoadLittle<std::uint16_t>(here + 6);
+        const bool isSpecial =
+            group < firstGroup || group > lastGroup || tags::MakeTag(group, number) == tags::PixelRepresentation;
+        if (isSpecial || HasLongLength(type)) break;
+        if (length > VR::kShortValue) {
+            const auto beyond = static_cast<std::ptrdiff_t>(length - VR::kShortValue);
+            if (length >= ValueLeaver::kLeast || beyond > last - here) break;
+        }
+        std::unique_ptr<VR> element(::new (platform::AllocateSmallFrom(blocks, sizeof(VR))) VR());
+        element->m_Group = group;
+        element->m_Element = number;
+        element->m_TypeCode = type;
+        element->m_StreamOffset = begin + static_cast<std::uint32_t>(here - unread.data());
+        if (length <= VR::kShortValue) {
+            element->TakeShortValue(here + kHeader, length);
+        } else if (!element->CopyValue(here + kHeader, length)) {
+            throw std::bad_alloc();
+        }
+        here += kHeader + length;
+        isDone = level.target.Append(element.get()) || level.target.Push(element.get()) != 0;
+        if (isDone) element.release();
+    }
+    level.buffer.Skip(static_cast<std::size_t>(here - unread.data()));
+    return isDone;
+}
+
 int DataSetParse::ParseLevel(const Level& level) {
     const bool delimited = std::exchange(m_bDelimited, false);
+    const bool mayBePlain = MayParsePlain(level);
     const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
     while (level.buffer.HasUnread() || level.buffer.HasData()) {
+        if (mayBePlain && !ParsePlain(level, 0, kBeforePixels)) return 0;
+        if (!level.buffer.HasUnread() && !level.buffer.HasData()) break;
         const std::uint32_t offset = level.buffer.GetPosition();
         ElementHeader header;
         if (!reader.Read(level.buffer, header)) return 0;
@@ -232,7 +287,10 @@ int DataSetParse::ParseLevel(const Level& level) {
 
 int DataSetParse::ParseMetaInformation(const Level& level) {
     const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
-    for (const unsigned char* next; (next = level.buffer.Peek(2)) != nullptr && next[0] == 0x02 && next[1] == 0x00;) {
+    const bool mayBePlain = MayParsePlain(level);
+    for (const unsigned char* next; (next = level.buffer.Peek(2)) != nullptr && next[0] == kMeta && next[1] == 0x00;) {
+        if (mayBePlain && !ParsePlain(level, kMeta, kMeta)) return 0;
+        if ((next = level.buffer.Peek(2)) == nullptr || next[0] != kMeta || next[1] != 0x00) break;
         const std::uint32_t offset = level.buffer.GetPosition();
         ElementHeader header;
         if (!reader.Read(level.buffer, header) || ParseElement(level, header, offset) != Outcome::GoOn) return 0;

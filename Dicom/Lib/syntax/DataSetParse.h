@@ -44,6 +44,8 @@ private:
 
     int ParseNested(const Level& level, DICOMObject& target, bool isExplicit, bool delimited);
     int ParseWindow(const Level& level, DICOMObject& target, std::uint32_t length);
+    bool MayParsePlain(const Level& level) const;
+    bool ParsePlain(const Level& level, std::uint16_t firstGroup, std::uint16_t lastGroup);
     Outcome ParseElement(const Level& level, const ElementHeader& header, std::uint32_t offset);
     Outcome ParseDelimiter(const Level& level, std::uint16_t element, std::uint32_t length);
     Outcome ParseItem(const Level& level, std::uint32_t length);

@@ -1,6 +1,7 @@
 #include "DataSetBytes.h"
 
 #include <gtest/gtest.h>
+#include <random>
 
 namespace {
 
@@ -28,7 +29,61 @@ protected:
     std::uint64_t m_Left = 0;
 };
 
+// Sees each element: the parser must hand them over one by one.
+struct Watching : DICOMDataObject {
+    int Push(VR* element) override {
+        ++seen;
+        return DICOMDataObject::Push(element);
+    }
+    int seen = 0;
+};
+
+void ExpectSame(const DICOMObject& one, const DICOMObject& other) {
+    const VR* b = other.GetFirst();
+    for (const VR* a = one.GetFirst(); a != nullptr; a = one.GetNext(a), b = other.GetNext(b)) {
+        ASSERT_NE(b, nullptr);
+        ASSERT_EQ(a->GetTag(), b->GetTag());
+        EXPECT_EQ(a->m_TypeCode, b->m_TypeCode);
+        EXPECT_EQ(a->m_StreamOffset, b->m_StreamOffset);
+        EXPECT_EQ(a->m_Length, b->m_Length);
+        EXPECT_EQ(a->m_bOwnsData, b->m_bOwnsData);
+        EXPECT_EQ(a->m_pData == nullptr, b->m_pData == nullptr);
+        EXPECT_EQ(a->GetText(), b->GetText());
+    }
+    EXPECT_EQ(b, nullptr);
+}
+
+// Elements of all lengths with some that come twice, out of order, with long headers, or decide about others.
+Bytes MixedStream(std::mt19937& random) {
+    Bytes bytes = le.Short(0x0002, 0x0010, "UI", "1.2.840.10008.1.2.1");
+    for (unsigned i = 0; i < 60; ++i) {
+        const unsigned group = i % 19 == 18 ? 0x0008 : 0x0010 + i / 7 * 2;
+        const std::string value(random() % 5 == 0 ? random() % 600 : random() % 25, static_cast<char>('a' + i % 26));
+        bytes = i % 11 == 10 ? Join({bytes, le.Long(group, i, "OB", static_cast<unsigned>(value.size())), Text(value)})
+                             : Join({bytes, le.Short(group, i, "LO", value)});
+    }
+    return Join(
+        {bytes, le.Short(0x0028, 0x0103, "US", std::string("\1\0", 2)), le.Short(0x8001, 0x0010, "LO", "high")});
+}
+
 }  // namespace
+
+TEST_F(TransferSyntax, PlainElementsAreParsedAsOthersAre) {
+    std::mt19937 random(19);
+    for (int round = 0; round < 20; ++round) {
+        const Bytes whole = MixedStream(random);
+        for (std::size_t cut = 0; cut < 80; ++cut) {
+            const Bytes bytes(whole.begin(), whole.end() - static_cast<std::ptrdiff_t>(cut));
+            const int plain = Parse(kExplicitLittleEndian, bytes);
+            Watching watching;
+            MemoryInputBuffer buffer(bytes.data(), bytes.size());
+            ASSERT_EQ(m_Codec.ParseStream(kExplicitLittleEndian, buffer, &watching, kParseAll), plain);
+            ASSERT_EQ(buffer.GetRemaining(), m_Left);
+            EXPECT_GT(watching.seen, 50);
+            ExpectSame(m_Set, watching);
+        }
+    }
+}
 
 TEST_F(TransferSyntax, NestedSequencesOfBothLengthFormsRoundTripInEverySyntax) {
     const Bytes inner = Join({le.Short(0x0008, 0x0100, "SH", "T-11501 ")});
