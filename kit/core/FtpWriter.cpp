@@ -57,7 +57,7 @@ void FtpWriter::Session::Run() {
 }
 
 FtpWriter::FtpWriter(std::function<bool()> stop) : m_pSession(std::make_shared<Session>()), m_Stop(std::move(stop)) {
-    std::thread([session = m_pSession] { session->Run(); }).detach();
+    m_Thread = std::thread([session = m_pSession] { session->Run(); });
 }
 
 FtpWriter::~FtpWriter() {
@@ -65,7 +65,8 @@ FtpWriter::~FtpWriter() {
     m_pSession->isOver = true;
     m_pSession->changed.notify_all();
     lock.unlock();
-    WaitForThread();
+    // Detached only where it hangs: MinGW's threads now and then lose the next one when one is detached just as it ends.
+    WaitForThread() ? m_Thread.join() : m_Thread.detach();
 }
 
 // Waits until the thread has finished its call, or has ended where the session is over. False when it was given up.

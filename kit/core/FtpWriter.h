@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace korvane {
 
@@ -40,6 +41,7 @@ private:
     bool WaitForThread();
 
     std::shared_ptr<Session> m_pSession;
+    std::thread m_Thread;
     std::function<bool()> m_Stop;
     std::string m_Reply;
     bool m_bStopping = false;
