@@ -2,6 +2,7 @@
 
 import contextlib
 import json
+import random
 import shutil
 import socket
 import struct
@@ -15,10 +16,18 @@ PEERS = all(map(shutil.which, ("storescp", "storescu", "echoscu", "dcmsend")))
 ORTHANC = shutil.which("Orthanc")
 
 
+GIVEN_PORTS = set()
+
+
 def free_port():
-    with socket.socket() as listener:
-        listener.bind((HERE, 0))
-        return listener.getsockname()[1]
+    """None twice, and none that an outgoing connection may take meanwhile: those begin at 32768."""
+    while True:
+        port = random.randrange(20000, 32768)
+        with socket.socket() as listener, contextlib.suppress(OSError):
+            listener.bind((HERE, port))
+            if port not in GIVEN_PORTS:
+                GIVEN_PORTS.add(port)
+                return port
 
 
 @contextlib.contextmanager

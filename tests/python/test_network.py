@@ -8,6 +8,7 @@ import contextlib
 import gc
 import os
 import pathlib
+import random
 import shutil
 import socket
 import statistics
@@ -28,10 +29,18 @@ HERE = "127.0.0.1"
 SLOW = "libasan" in os.environ.get("LD_PRELOAD", "")
 
 
+GIVEN_PORTS = set()
+
+
 def free_port():
-    with socket.socket() as listener:
-        listener.bind((HERE, 0))
-        return listener.getsockname()[1]
+    """None twice, and none that an outgoing connection may take meanwhile: those begin at 32768."""
+    while True:
+        port = random.randrange(20000, 32768)
+        with socket.socket() as listener, contextlib.suppress(OSError):
+            listener.bind((HERE, port))
+            if port not in GIVEN_PORTS:
+                GIVEN_PORTS.add(port)
+                return port
 
 
 @unittest.skipUnless(shutil.which("storescu") and shutil.which("dcmqrscp"), "dcmtk is not installed")

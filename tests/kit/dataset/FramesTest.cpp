@@ -5,11 +5,14 @@
 
 #include <Korvane/kit/dataset/Convert.h>
 #include <Korvane/kit/dataset/Frames.h>
+#include <Korvane/kit/dataset/LeftValues.h>
 #include <Korvane/kit/dataset/Toolkit.h>
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 using namespace korvane;
 
@@ -150,6 +153,38 @@ TEST_F(FramesTest, ADecodedFrameIsThatOfTheWhole) {
         EXPECT_EQ(frame.Text("PerFrameFunctionalGroupsSequence[0].FrameContentSequence[0].StackID"), std::to_string(i));
         EXPECT_EQ(frame.Items("PerFrameFunctionalGroupsSequence").size(), 1U);
         EXPECT_EQ(frame.Text("TransferSyntaxUID"), "1.2.840.10008.1.2.1");
+    }
+}
+
+// Also of a data set that is read a second time since a type in it is none.
+TEST_F(FramesTest, GroupsThatAreNotWantedAreNotThere) {
+    const std::string frames = "PerFrameFunctionalGroupsSequence";
+    DataSet set = Image(4, 4, 16, 3);
+    set.SetBytes("PixelData", Pattern(4 * 4 * 2 * 3), "OW");
+    set.Set("ImageComments", "type");
+    set.Set("SharedFunctionalGroupsSequence[0].FrameAnatomySequence[0].FrameLaterality", "L");
+    for (int i = 0; i < 3; ++i) {
+        set.Set(frames + "[" + std::to_string(i) + "].FrameContentSequence[0].StackID", std::to_string(i));
+    }
+    set.Save(Path("whole"));
+    std::ifstream in(Path("whole"), std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    bytes.replace(bytes.find(std::string("LT\4\0type", 8)), 2, "l?");
+    std::ofstream(Path("damaged"), std::ios::binary) << bytes;
+    for (const char* const name : {"whole", "damaged"}) {
+        const auto read = [&](const KeptGroups& groups) {
+            DataSetFile file = ReadDataSetFile(Path(name), kStopBeforePixelData, {}, {}, 0, groups);
+            return DataSetParts::Join(file);
+        };
+        EXPECT_EQ(read(KeptGroups::All()).Items(frames).size(), 3U);
+        const DataSet second = read(KeptGroups::OfFrame(1));
+        EXPECT_EQ(second.Items("SharedFunctionalGroupsSequence").size(), 1U);
+        ASSERT_EQ(second.Items(frames).size(), 1U);
+        EXPECT_EQ(second.Text(frames + "[0].FrameContentSequence[0].StackID"), "1");
+        EXPECT_TRUE(read(KeptGroups::OfFrame(3)).Items(frames).empty());
+        const DataSet none = read(KeptGroups::None());
+        EXPECT_FALSE(none.Has(frames) || none.Has("SharedFunctionalGroupsSequence"));
+        EXPECT_EQ(none.Text("Rows"), "4");
     }
 }
 
