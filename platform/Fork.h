@@ -15,4 +15,10 @@ constexpr unsigned kLoadsLibraries = 100;
 void HoldWhileForking(std::mutex& lock, unsigned rank);
 void HoldWhileForking(std::recursive_mutex& lock, unsigned rank);
 
+/// A lock that is held so from the beginning.
+template <class Lock, unsigned Rank>
+struct HeldWhileForking : Lock {
+    HeldWhileForking() { HoldWhileForking(*this, Rank); }
+};
+
 }  // namespace platform

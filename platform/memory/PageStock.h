@@ -41,16 +41,11 @@ struct PageStock;
 template <std::size_t Pages, std::size_t Bytes>
 struct PagePool {
     const std::size_t mostKept;  ///< free pages of listed stocks whose memory is not given back to the system
-    std::mutex mutex;
+    HeldWhileForking<std::mutex, 0> mutex;
     PageStock<Pages, Bytes>* first = nullptr;  ///< of those that are listed: free pages to be had
     std::size_t kept = 0;
 
-    /// Never freed.
-    static PagePool* Make(std::size_t mostKept) {
-        auto* const pool = new PagePool(mostKept);
-        HoldWhileForking(pool->mutex, 0);
-        return pool;
-    }
+    explicit PagePool(std::size_t most) : mostKept(most) {}
 
     /// Pages came back to a stock of which others are out. What is freed as a whole is freed stock by stock, and goes back to
     /// the system so: giving it back in pieces takes huge pages apart, which costs more than reading a data set. So it is
@@ -61,9 +56,6 @@ struct PagePool {
             if (stock != current) stock->Drop();
         }
     }
-
-private:
-    explicit PagePool(std::size_t most) : mostKept(most) {}
 };
 
 /// Stands at the start of its pages, of `Bytes` each, of which it takes the first; all are mapped as one piece. Everything

@@ -61,7 +61,7 @@ struct Slab : PageStock<kPages, kCutBytes> {
 static_assert(sizeof(Slab) <= kCutBytes);
 
 Pool& OwnPool() {
-    static Pool* const pool = Pool::Make(kMostKept);
+    static Pool* const pool = new Pool(kMostKept);
     return *pool;
 }
 

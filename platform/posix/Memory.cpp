@@ -49,7 +49,7 @@ struct alignas(kAlignment) Header {
 };
 
 Pool& OwnPool() {
-    static Pool* const pool = Pool::Make(kPages);
+    static Pool* const pool = new Pool(kPages);
     return *pool;
 }
 

@@ -2,32 +2,17 @@
 
 import contextlib
 import json
-import random
 import shutil
 import socket
 import struct
 import subprocess
 import time
 
+from free_port import HERE, free_port
 from host_test import KORVANE, WORK
 
-HERE = "127.0.0.1"
 PEERS = all(map(shutil.which, ("storescp", "storescu", "echoscu", "dcmsend")))
 ORTHANC = shutil.which("Orthanc")
-
-
-GIVEN_PORTS = set()
-
-
-def free_port():
-    """None twice, and none that an outgoing connection may take meanwhile: those begin at 32768."""
-    while True:
-        port = random.randrange(20000, 32768)
-        with socket.socket() as listener, contextlib.suppress(OSError):
-            listener.bind((HERE, port))
-            if port not in GIVEN_PORTS:
-                GIVEN_PORTS.add(port)
-                return port
 
 
 @contextlib.contextmanager

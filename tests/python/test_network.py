@@ -8,7 +8,6 @@ import contextlib
 import gc
 import os
 import pathlib
-import random
 import shutil
 import socket
 import statistics
@@ -20,27 +19,14 @@ import unittest
 import weakref
 
 sys.path.insert(0, sys.argv[1])
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "host"))
 
 import pydicom
 
 import korvane
+from free_port import HERE, free_port
 
-HERE = "127.0.0.1"
 SLOW = "libasan" in os.environ.get("LD_PRELOAD", "")
-
-
-GIVEN_PORTS = set()
-
-
-def free_port():
-    """None twice, and none that an outgoing connection may take meanwhile: those begin at 32768."""
-    while True:
-        port = random.randrange(20000, 32768)
-        with socket.socket() as listener, contextlib.suppress(OSError):
-            listener.bind((HERE, port))
-            if port not in GIVEN_PORTS:
-                GIVEN_PORTS.add(port)
-                return port
 
 
 @unittest.skipUnless(shutil.which("storescu") and shutil.which("dcmqrscp"), "dcmtk is not installed")

@@ -37,10 +37,7 @@ bool s_initialised = false;
 /// Held while registry and use counts are read or changed: managers of several threads share them. Registering comes
 /// back to looking up, so one thread may take it again.
 std::recursive_mutex& Lock() {
-    struct Held : std::recursive_mutex {
-        Held() { platform::HoldWhileForking(*this, platform::kLoadsLibraries); }
-    };
-    static Held lock;
+    static platform::HeldWhileForking<std::recursive_mutex, platform::kLoadsLibraries> lock;
     return lock;
 }
 

@@ -227,7 +227,7 @@ bool DataSetParse::MayParsePlain(const Level& level) const {
 
 // Most elements of a stream have a short header, no items, and lie whole in the read area: those that stand next are parsed
 // here, with nothing asked about them that can be known before, and in registers. What `ParseElement` does with them is the
-// same. Ends before an element of another group. False when memory runs out.
+// same. Ends before an element of a group that is not among these. False when memory runs out.
 bool DataSetParse::ParsePlain(const Level& level, std::uint16_t firstGroup, std::uint16_t lastGroup) {
     constexpr std::size_t kHeader = ElementHeaderReader::kShortest;
     const std::span<const unsigned char> unread = level.buffer.GetUnread();
@@ -271,7 +271,7 @@ int DataSetParse::ParseLevel(const Level& level) {
     const bool delimited = std::exchange(m_bDelimited, false);
     const bool mayBePlain = MayParsePlain(level);
     const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
-    while (level.buffer.HasUnread() || level.buffer.HasData()) {
+    for (;;) {
         if (mayBePlain && !ParsePlain(level, 0, kBeforePixels)) return 0;
         if (!level.buffer.HasUnread() && !level.buffer.HasData()) break;
         const std::uint32_t offset = level.buffer.GetPosition();
@@ -288,14 +288,14 @@ int DataSetParse::ParseLevel(const Level& level) {
 int DataSetParse::ParseMetaInformation(const Level& level) {
     const ElementHeaderReader reader(level.isExplicit, IsBig(level.buffer));
     const bool mayBePlain = MayParsePlain(level);
-    for (const unsigned char* next; (next = level.buffer.Peek(2)) != nullptr && next[0] == kMeta && next[1] == 0x00;) {
+    for (;;) {
         if (mayBePlain && !ParsePlain(level, kMeta, kMeta)) return 0;
-        if ((next = level.buffer.Peek(2)) == nullptr || next[0] != kMeta || next[1] != 0x00) break;
+        const unsigned char* const next = level.buffer.Peek(2);
+        if (next == nullptr || next[0] != kMeta || next[1] != 0x00) return 1;
         const std::uint32_t offset = level.buffer.GetPosition();
         ElementHeader header;
         if (!reader.Read(level.buffer, header) || ParseElement(level, header, offset) != Outcome::GoOn) return 0;
     }
-    return 1;
 }
 
 // A sequence of known length; takes the element over.

@@ -27,10 +27,7 @@ namespace {
 
 /// Threads with readers of their own look entries up while a codec manager adds some: the caller holds the lock.
 std::mutex& Lock() {
-    struct Held : std::mutex {
-        Held() { platform::HoldWhileForking(*this, 1); }
-    };
-    static Held lock;
+    static platform::HeldWhileForking<std::mutex, 1> lock;
     return lock;
 }
 
