@@ -75,7 +75,7 @@ inline void ElementTree::Append(VR* node) {
     VR* above = m_pLast;
     for (int height = std::countr_zero(++m_nAppended); height > 0; --height) {
         below = above;
-        above = above->m_pParent;
+        above = above->m_pParent;  // NOLINT(clang-analyzer-core.NullDereference): so many stand above the last
     }
     node->m_pLeft = below;
     node->m_pRight = nullptr;
