@@ -79,6 +79,6 @@ void AddMediaVerb(CLI::App& program) {
                                    "--fileset-id", "--profile", "--private"})
         remove->excludes(verb->get_option(made));
     verb->add_flag("--json", arguments->json, "For programs");
-    verb->add_option("--jobs", medium.jobs, "Threads that read headers ahead (one for each core)");
+    verb->add_option("--jobs", medium.jobs, "Threads that read, decode and copy (one for each core)");
     verb->callback([arguments] { Media(*arguments); });
 }

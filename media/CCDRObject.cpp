@@ -1,5 +1,7 @@
 #include "CCDRObject.h"
 
+#include "StoredSyntax.h"
+
 #include "Dicom/Lib/dataset/ValueText.h"
 #include "Dicom/Lib/dictionary/Tags.generated.h"
 #include "Dicom/Lib/dictionary/TypeCompletion.h"
@@ -16,23 +18,6 @@
 #include <vector>
 
 namespace {
-
-// Where the files of a SOP class are stored otherwise than explicit VR little endian.
-constexpr std::pair<std::string_view, std::string_view> kStoredSyntaxes[] = {
-    {"1.2.840.10008.5.1.4.1.1.481.1", kImplicitLittleEndianUid},
-    {"1.2.840.10008.5.1.4.1.1.481.2", kImplicitLittleEndianUid},
-    {"1.2.840.10008.5.1.4.1.1.481.3", kImplicitLittleEndianUid},
-    {"1.2.840.10008.5.1.4.1.1.481.4", kImplicitLittleEndianUid},
-    {"1.2.840.10008.5.1.4.1.1.481.5", kImplicitLittleEndianUid},
-    {"1.2.840.10008.5.1.4.1.1.481.6", kImplicitLittleEndianUid},
-    {"1.2.840.10008.5.1.4.1.1.481.7", kImplicitLittleEndianUid}};
-
-std::string_view StoredSyntax(std::string_view sopClass) {
-    for (const auto& [known, syntax] : kStoredSyntaxes) {
-        if (sopClass == known) return syntax;
-    }
-    return kExplicitLittleEndianUid;
-}
 
 // `MyCopyFunc`, which may be stopped.
 int Duplicate(const char* destination, const char* source, const platform::StopQuestion& stop) {

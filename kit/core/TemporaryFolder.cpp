@@ -39,7 +39,7 @@ TemporaryFolder::TemporaryFolder(const std::string& under) : m_nMaker(platform::
 }
 
 TemporaryFolder::~TemporaryFolder() {
-    if (m_nMaker != platform::ProcessNumber()) return;  // a fork's copy: the files are still the parent's
+    if (!IsMine()) return;
     while (m_nFiles > 0) DropLastFile();
     platform::RemoveFolder(m_Path.c_str());
 }
@@ -47,6 +47,15 @@ TemporaryFolder::~TemporaryFolder() {
 void TemporaryFolder::DropLastFile() {
     RemoveFile(NameOf(m_nFiles));
     --m_nFiles;
+}
+
+void TemporaryFolder::RemoveEarly(const std::string& path) const noexcept {
+    if (IsMine()) RemoveFile(path);
+}
+
+// A fork's copy is not: the files are still the parent's.
+bool TemporaryFolder::IsMine() const {
+    return m_nMaker == platform::ProcessNumber();
 }
 
 }  // namespace korvane

@@ -1,6 +1,7 @@
 // A folder for bytes that must lie in files for a while.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,16 +18,19 @@ public:
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-    /// The path of a file that is not there yet.
+    /// The path of a file that is not there yet. On any thread.
     std::string NewFile() { return NameOf(++m_nFiles); }
-    /// Takes back the name that was given last, and the file if there is one.
+    /// Takes back the name that was given last, and the file if there is one. Not while another thread asks for a name.
     void DropLastFile();
+    /// Removes a file before the folder goes. On any thread.
+    void RemoveEarly(const std::string& path) const noexcept;
 
 private:
+    bool IsMine() const;
     std::string NameOf(std::size_t number) const { return m_Path + "/" + std::to_string(number); }
 
     std::string m_Path;
-    std::size_t m_nFiles = 0;
+    std::atomic<std::size_t> m_nFiles = 0;
     std::uint32_t m_nMaker;
 };
 

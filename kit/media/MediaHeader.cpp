@@ -30,16 +30,11 @@ MediaHeader CannotBeRead(int error, const Watch& watch) {
 std::string FindFault(const DataSetFile& file, std::uint64_t beyond, const MediaRules& rules) {
     const DICOMObject& dataSet = *file.dataSet;
     const bool hasMeta = !FindText(dataSet, tags::TransferSyntaxUID).empty();
-    const bool transcode = rules.transcode && !rules.rewrite;
-    if (transcode && IsDeflatedTransferSyntax(file.transferSyntax)) return "its data set is deflated";
     if (!file.complete) return "its data set ends early or is damaged";
     if (file.pixelsPresent + beyond < file.pixelLength) return "its pixel data ends early";
     if (!rules.rewrite) {
         if (hasMeta && !file.hasPreamble) return "it has no preamble";
-        // The medium builder's test for the encoding does not recognise such files.
-        if (!hasMeta && file.transferSyntax == kExplicitBigEndianUid)
-            return "it is big endian, without meta information";
-        if (!hasMeta && !transcode) return "it has no meta information (--transcode writes it)";
+        if (!hasMeta) return "it has no meta information (--transcode writes it)";
     }
     static constexpr std::pair<Tag, const char*> kNeeded[] = {{tags::PatientID, "Patient ID"},
                                                               {tags::StudyInstanceUID, "Study Instance UID"},

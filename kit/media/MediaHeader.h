@@ -25,8 +25,7 @@ struct MediaHeader {
 
 /// What is done with files that cannot lie on a medium as they are.
 struct MediaRules {
-    bool transcode = false;  ///< the module's builder decodes them
-    bool rewrite = false;    ///< they are written anew before
+    bool rewrite = false;  ///< they are written anew
     bool inventPatientId = false;
 };
 

@@ -28,7 +28,7 @@ struct MediumOptions {
     /// Gives files without a Patient ID that of their study's other files, or one made from the Study Instance UID, which is
     /// the same every time. Files are written anew for it.
     bool inventPatientId = false;
-    unsigned jobs = 0;           ///< threads that read headers ahead; 0: one for each core
+    unsigned jobs = 0;           ///< threads that read, decode and copy; 0: one for each core
     Watcher* watcher = nullptr;  ///< stays the caller's; null: no reports, no stop
 };
 

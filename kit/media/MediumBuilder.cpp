@@ -16,6 +16,7 @@
 
 #include "media/CCDRObject.h"
 #include "platform/File.h"
+#include "platform/FileCalls.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -51,6 +52,11 @@ public:
     void LeaveCopies() {
         m_pCopyFunction = [](const char*, const char*, void*) { return 1; };
     }
+
+    // Files are moved to their places, and copied where that fails. `SetHardLinks` ends it.
+    void MoveFiles() {
+        m_pCopyFunction = [](const char* to, const char* from, void*) { return platform::RenameNew(from, to) ? 1 : 0; };
+    }
 };
 
 bool HaveSameBytes(const std::string& a, const std::string& b, const Watch& watch) {
@@ -70,10 +76,7 @@ bool HaveSameBytes(const std::string& a, const std::string& b, const Watch& watc
 
 // Whether the message that `AddIOD` threw is about one file only, so that the others can still be added.
 bool IsAboutOneFile(const std::string& message) {
-    constexpr const char* kBeginnings[] = {"CCDRObject::AddIOD: error loading", "CDRSRDocRecord::", "Error decoding",
-                                           "Error encoding"};
-    return std::any_of(std::begin(kBeginnings), std::end(kBeginnings),
-                       [&](const char* beginning) { return message.starts_with(beginning); });
+    return message.starts_with("CDRSRDocRecord::");
 }
 
 class MediumJob {
@@ -165,7 +168,8 @@ private:
         });
     }
 
-    // Headers are read ahead on all threads, which copy meanwhile what has been given its name; names are given here, in order.
+    // Headers are read ahead on all threads, which decode what must be, and copy meanwhile what has been given its name; names
+    // are given here, in order.
     void AddFiles(const std::vector<std::string>& files, const std::string& source) {
         TaskProgress progress(m_Watch, "writing", static_cast<std::int64_t>(files.size()));
         try {
@@ -182,7 +186,7 @@ private:
             throw;
         }
         if (m_nAdded == 0) {
-            const auto& why = m_Report.faults;
+            const auto& why = m_Report.faults.empty() ? m_Report.copies : m_Report.faults;
             throw Error(ErrorKind::NotFound, "no file for a medium under " + source +
                                                  (why.empty() ? "" : "; " + why.front().path + ": " + why.front().why));
         }
@@ -190,26 +194,28 @@ private:
 
     void NameFiles(const std::vector<std::string>& files, TaskProgress& progress) {
         const WorkGroups groups(files.size(), m_Options.jobs, kMostTogether);
-        std::vector<std::optional<MediaHeader>> ring(kAhead);
+        std::vector<std::optional<SourceFile>> ring(kAhead);
         const auto forEach = [&](std::size_t group, const auto& body) {
             for (std::size_t i = groups.BeginOf(group); i < groups.EndOf(group); ++i) body(i);
         };
-        const auto read = [&](std::size_t i) { return m_Sources.ReadHeader(files[i]); };
         ForEachInOrder(
             m_Options.jobs, groups.GetCount(), kAhead / groups.GetSize(), m_Watch,
             [&](std::size_t group) {
                 forEach(group, [&](std::size_t i) {
                     // Opening a pipe may take for ever, which a signal ends on the calling thread alone.
                     std::error_code error;
-                    if (fs::is_regular_file(PathFromText(files[i]), error)) ring[i % kAhead] = read(i);
+                    if (fs::is_regular_file(PathFromText(files[i]), error)) ring[i % kAhead] = m_Sources.Take(files[i]);
                 });
                 m_Copies.Work(2 * groups.GetSize());  // more than are added meanwhile
             },
             [&](std::size_t group) {
                 forEach(group, [&](std::size_t i) {
-                    std::optional<MediaHeader> ahead = std::exchange(ring[i % kAhead], std::nullopt);
-                    if (!ahead) BeforePipe();
-                    TakeFile(files[i], ahead ? std::move(*ahead) : read(i), progress);
+                    std::optional<SourceFile> file = std::exchange(ring[i % kAhead], std::nullopt);
+                    if (!file) {
+                        BeforePipe();
+                        file = m_Sources.Take(files[i]);
+                    }
+                    TakeFile(files[i], *file, progress);
                 });
                 if (m_Copies.CountWaiting() > kMostWaiting) m_Copies.Work(groups.GetSize());
                 StepCopied(progress);
@@ -224,8 +230,7 @@ private:
         m_Watch.StopIfAsked();
     }
 
-    void TakeFile(const std::string& path, MediaHeader header, TaskProgress& progress) {
-        const SourceFile file = m_Sources.Take(path, std::move(header));
+    void TakeFile(const std::string& path, const SourceFile& file, TaskProgress& progress) {
         bool isCopiedLater = false;
         if (file.header.dataSet != nullptr) {
             isCopiedLater = AddFile(path, file);
@@ -240,7 +245,7 @@ private:
         for (std::size_t done = m_Copies.TakeDone(); done > 0; --done) progress.Step();
     }
 
-    enum class Copying { Linked, AtOnce, Later };
+    enum class Copying { Linked, AtOnce, Later, Moved };
 
     // The builder does not try links again where one has failed, unless it is told anew.
     void UseCopying(Copying copying) {
@@ -248,42 +253,36 @@ private:
         m_Copying = copying;
         m_Builder.SetHardLinks(copying == Copying::Linked);
         if (copying == Copying::Later) m_Builder.LeaveCopies();
-    }
-
-    // Whether the builder writes a file that it decodes, in place of a copy.
-    bool IsTranscoded(const DICOMObject& dataSet) const {
-        const std::string syntax = TextOf(dataSet, tags::TransferSyntaxUID);
-        return m_Options.transcode && !m_Profile.IsNamed() && syntax != kExplicitLittleEndianUid &&
-               syntax != kImplicitLittleEndianUid;
+        if (copying == Copying::Moved) m_Builder.MoveFiles();
     }
 
     /// Whether the file waits to be copied.
     bool AddFile(const std::string& path, const SourceFile& file) {
         const auto [known, isNew] = m_Known.try_emplace(TextOf(*file.header.dataSet, tags::SOPInstanceUID), path);
         if (!isNew) {
-            const bool isCopy = HaveSameBytes(file.path, known->second, m_Watch);
+            // Two files that were both written anew, or one that is on the medium in that form.
+            const bool isCopy = HaveSameBytes(path, known->second, m_Watch) ||
+                                (file.made && HaveSameBytes(file.path, known->second, m_Watch));
             const std::string relation = isCopy ? "the same as " : "another content, the same SOP Instance UID as ";
             (isCopy ? m_Report.copies : m_Report.faults).push_back({path, relation + known->second});
             return false;
         }
         errno = 0;
         try {
-            UseCopying(m_Options.link || file.isOwn ? Copying::Linked : Copying::Later);
-            const std::string place =
-                m_Builder.AddIOD(file.path, *file.header.dataSet, m_Options.transcode && !m_Profile.IsNamed());
+            const Copying ofOthers = m_Options.link ? Copying::Linked : Copying::Later;
+            UseCopying(file.made ? Copying::Moved : ofOthers);
+            const std::string place = m_Builder.AddIOD(file.path, *file.header.dataSet, false);
             ++m_nAdded;
             CompareNames(path, *file.header.dataSet);
             if (!file.rewritten.empty()) m_Report.rewritten.push_back({path, file.rewritten});
-            if (m_Copying != Copying::Later || IsTranscoded(*file.header.dataSet)) return false;
+            if (m_Copying != Copying::Later) return false;
             m_Copies.Add(file.path, m_Root + "\\" + place);
             return true;
         } catch (const std::string& message) {
             const int error = errno;
             m_Watch.StopIfAsked();
             if (!IsAboutOneFile(message)) throw Error(ErrorKind::Disk, WithReason(message, error)).InFile(path);
-            const std::string& reason = m_Builder.GetReason();
-            const bool hasReason = message.starts_with("Error decoding") && !reason.empty();
-            m_Report.faults.push_back({path, message + (hasReason ? ": " + reason : "")});
+            m_Report.faults.push_back({path, message});
             m_Known.erase(known);
             return false;
         }

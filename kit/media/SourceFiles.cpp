@@ -5,6 +5,8 @@
 #include "../dataset/DataSet.h"
 #include "../dataset/DataSetFile.h"
 
+#include "media/StoredSyntax.h"
+
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -20,11 +22,14 @@ std::string InventedId(const std::string& study) {
     return std::string("INVENTED-") + digits.data();
 }
 
+bool IsPlain(std::string_view syntax) {
+    return syntax == kExplicitLittleEndianUid || syntax == kImplicitLittleEndianUid;
+}
+
 }  // namespace
 
 SourceFiles::SourceFiles(const MediumOptions& options, const MediumProfile& profile)
-    : m_Options(options), m_Profile(profile), m_Rules{.transcode = options.transcode,
-                                                      .rewrite = profile.IsNamed(),
+    : m_Options(options), m_Profile(profile), m_Rules{.rewrite = profile.IsNamed() || options.transcode,
                                                       .inventPatientId = options.inventPatientId},
       m_Watch(options.watcher) {}
 
@@ -44,10 +49,8 @@ void SourceFiles::Begin(const std::vector<std::string>& files, const std::string
     }
 }
 
-SourceFile SourceFiles::Take(const std::string& path, MediaHeader header) {
-    if (m_bFileLeft) m_Folder->DropLastFile();
-    m_bFileLeft = false;
-    SourceFile file{.path = path, .header = std::move(header)};
+SourceFile SourceFiles::Take(const std::string& path) {
+    SourceFile file{.path = path, .header = ReadHeader(path)};
     if (file.header.dataSet == nullptr) return file;
     file.header.why = m_Profile.FaultOf(*file.header.dataSet);
     file.rewritten = WhyRewritten(file.header);
@@ -57,42 +60,64 @@ SourceFile SourceFiles::Take(const std::string& path, MediaHeader header) {
 }
 
 void SourceFiles::End() {
-    m_bFileLeft = false;
     m_Folder.reset();
 }
 
 std::string SourceFiles::WhyRewritten(const MediaHeader& header) const {
     std::string why;
     const auto add = [&](const std::string& reason) { why += (why.empty() ? "" : "; ") + reason; };
-    if (!m_Profile.Allows(header.transferSyntax))
+    if (m_Profile.IsNamed() && !m_Profile.Allows(header.transferSyntax))
         add(DescribeSyntax(header.transferSyntax) + " is not of " + m_Profile.GetName() + ", decoded");
-    if (m_Profile.IsNamed() && !header.isPartTen) add("it has no preamble or no meta information");
+    if (!m_Profile.IsNamed() && m_Options.transcode && !IsPlain(header.transferSyntax))
+        add(DescribeSyntax(header.transferSyntax) + ", decoded");
+    if (m_Rules.rewrite && !header.isPartTen) add("it has no preamble or no meta information");
     if (m_Rules.inventPatientId && TextOf(*header.dataSet, tags::PatientID).empty()) add("it has no Patient ID");
     return why;
 }
 
+// "" for the file's own.
+std::string_view SourceFiles::SyntaxToWrite(const MediaHeader& header) const {
+    if (m_Profile.IsNamed()) return m_Profile.Allows(header.transferSyntax) ? "" : kExplicitLittleEndianUid;
+    const bool stays = !m_Options.transcode || (header.isPartTen && IsPlain(header.transferSyntax));
+    return stays ? "" : StoredSyntax(TextOf(*header.dataSet, tags::SOPClassUID));
+}
+
 void SourceFiles::Rewrite(SourceFile& file) {
-    if (!m_Folder) m_Folder.emplace(m_FolderOfOwn);
-    const std::string written = m_Folder->NewFile();
-    m_bFileLeft = true;
+    file.made = MakeFile();
+    KeepCodecOf(file.header.transferSyntax);
+    const std::string& written = file.made->GetPath();
     try {
         DataSet dataSet = DataSet::Read(file.path, {.leaveLarger = kLeftInFile, .watcher = m_Options.watcher});
         if (dataSet.Text(tags::PatientID).empty()) {
             const std::string study = dataSet.Text(tags::StudyInstanceUID);
-            const auto [known, isNew] = m_PatientIds.try_emplace(study, InventedId(study));
-            dataSet.Set(tags::PatientID, known->second);
-            file.rewritten += ", now " + known->second;
+            const auto known = m_PatientIds.find(study);
+            const std::string id = known != m_PatientIds.end() ? known->second : InventedId(study);
+            dataSet.Set(tags::PatientID, id);
+            file.rewritten += ", now " + id;
         }
-        const bool isAllowed = m_Profile.Allows(file.header.transferSyntax);
-        dataSet.Save(written, {.syntax = isAllowed ? "" : "explicit", .watcher = m_Options.watcher});
+        const std::string syntax(SyntaxToWrite(file.header));
+        dataSet.Save(written, {.syntax = syntax, .watcher = m_Options.watcher});
     } catch (const Error& error) {
-        if (error.GetKind() == ErrorKind::Stopped || error.GetFile() == written) throw;
+        if (error.GetKind() == ErrorKind::Stopped) throw;
+        if (error.GetFile() == written) throw Error(error.GetKind(), file.path + ": " + error.what()).InFile(file.path);
         file.header.why = error.what();
         return;
     }
     file.header = ReadMediaHeader(written, {}, m_Watch);
     file.path = written;
-    file.isOwn = true;
+}
+
+// The folder is there once it is needed.
+std::unique_ptr<TemporaryFile> SourceFiles::MakeFile() {
+    const std::lock_guard lock(m_Mutex);
+    if (!m_Folder) m_Folder.emplace(m_FolderOfOwn);
+    return std::make_unique<TemporaryFile>(*m_Folder);
+}
+
+// The module of a codec would be loaded anew for each file.
+void SourceFiles::KeepCodecOf(const std::string& transferSyntax) {
+    const std::lock_guard lock(m_Mutex);
+    if (m_Kept.insert(transferSyntax).second) m_Codecs.GetCodec(transferSyntax);
 }
 
 }  // namespace korvane

@@ -1,23 +1,29 @@
 // The files that go onto a medium, written anew where they cannot lie there as they are.
 #pragma once
 
+#include "../core/TemporaryFile.h"
 #include "../core/TemporaryFolder.h"
+#include "../dataset/Toolkit.h"
 #include "MediaHeader.h"
 #include "Medium.h"
 #include "MediumProfile.h"
 
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace korvane {
 
 struct SourceFile {
-    std::string path;         ///< what is to be copied
-    MediaHeader header{};     ///< of that file
-    bool isOwn = false;       ///< it was written anew, and is gone when the next one is taken
-    std::string rewritten{};  ///< why
+    std::string path;                       ///< what is to be put onto the medium
+    MediaHeader header{};                   ///< of that file
+    std::unique_ptr<TemporaryFile> made{};  ///< the file, where it was written anew; to be moved before it goes
+    std::string rewritten{};                ///< why
 };
 
 class SourceFiles {
@@ -31,18 +37,20 @@ public:
     /// Where IDs are to be invented this learns from all files. `folder`: where files can be written anew.
     void Begin(const std::vector<std::string>& files, const std::string& folder);
 
-    /// Of a file as it is. On any thread. Throws `Error` of kind `Stopped`.
-    MediaHeader ReadHeader(const std::string& path) const { return ReadMediaHeader(path, m_Rules, m_Watch); }
+    /// The file as it is, or written anew where it must be. On any thread. Throws `Error` of kind `Stopped`, and `Disk` where
+    /// it cannot be written.
+    SourceFile Take(const std::string& path);
 
-    /// The file with that header, written anew where it must be. Throws `Error` of kind `Stopped`, and `Disk` where it cannot be.
-    SourceFile Take(const std::string& path, MediaHeader header);
-
-    /// Removes what was written anew.
+    /// Once all that were taken are gone.
     void End();
 
 private:
+    MediaHeader ReadHeader(const std::string& path) const { return ReadMediaHeader(path, m_Rules, m_Watch); }
     std::string WhyRewritten(const MediaHeader& header) const;
+    std::string_view SyntaxToWrite(const MediaHeader& header) const;
     void Rewrite(SourceFile& file);
+    std::unique_ptr<TemporaryFile> MakeFile();
+    void KeepCodecOf(const std::string& transferSyntax);
 
     const MediumOptions& m_Options;
     const MediumProfile& m_Profile;
@@ -50,8 +58,10 @@ private:
     Watch m_Watch;
     std::unordered_map<std::string, std::string> m_PatientIds;  // by Study Instance UID
     std::string m_FolderOfOwn;
+    std::mutex m_Mutex;  // for those below
     std::optional<TemporaryFolder> m_Folder;
-    bool m_bFileLeft = false;  // the last one that was written anew
+    std::unordered_set<std::string> m_Kept;  // transfer syntaxes
+    CodecManager m_Codecs;                   // has their codecs in use
 };
 
 }  // namespace korvane
