@@ -76,7 +76,7 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     bool written = true;
     std::optional<double> fill;
     unsigned long long filled = 0;
-    const bool isStreamed = !resample && CanStream(part);
+    const bool isStreamed = !resample && m_Series.CanStream(part.slices, part.later);
     // A server would keep a part of a file of which a slice cannot be read.
     if (isStreamed && m_bRemote) CheckSlices(part);
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
@@ -127,12 +127,6 @@ void VoxelFile::CheckSlices(const ExportPart& part) {
     };
     for (const std::vector<SliceRef>& time : part.later) check(time);
     check(part.slices);
-}
-
-bool VoxelFile::CanStream(const ExportPart& part) const {
-    std::vector<SliceRef> slices = part.slices;
-    for (const std::vector<SliceRef>& time : part.later) slices.insert(slices.end(), time.begin(), time.end());
-    return m_Series.CanStream(slices);
 }
 
 void VoxelFile::AddRange(ExportedVolume& entry, bool first) const {

@@ -40,7 +40,6 @@ public:
     std::vector<std::pair<std::string, std::string>> MakeSidecars(const SidecarExtras& extras) const;
 
 private:
-    bool CanStream(const ExportPart& part) const;
     void CheckSlices(const ExportPart& part);
     void AddRange(ExportedVolume& entry, bool first) const;
     void ReadFacts(const ExportPart& part);

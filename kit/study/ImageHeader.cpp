@@ -5,6 +5,8 @@
 #include "FrameGroups.h"
 #include "Tiles.h"
 
+#include "base/Number.h"
+
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -107,6 +109,8 @@ ImageHeader ReadImageHeader(const std::string& place, const DataSetFile& file) {
     header.common = ReadCommon(dataSet, file.transferSyntax);
     header.sopInstance = FindText(dataSet, tags::SOPInstanceUID);
     header.instance = FindInteger(dataSet, tags::InstanceNumber, 0);
+    if (const VR* const number = FindElement(dataSet, tags::InstanceNumber))
+        header.numberToBeginWith = std::min(platform::ParseInteger(number->GetText()), 1);  // an empty one is 0
     header.acquisition = FindInteger(dataSet, tags::AcquisitionNumber, 0);
     header.form = ReadPixelForm(file);
     for (const Tag tag : {tags::FloatPixelData, tags::DoubleFloatPixelData}) {

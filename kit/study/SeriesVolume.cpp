@@ -212,17 +212,28 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     TakeSlices(slices);
 }
 
-bool SeriesVolume::CanStream(const std::vector<SliceRef>& slices) const {
+bool SeriesVolume::CanStream(const std::vector<SliceRef>& slices,
+                             const std::vector<std::vector<SliceRef>>& later) const {
     const ImageHeader& first = GetFound().files[slices.front().file];
     if (!VoxelTypeOf(first.form)) return false;
     bool isAnyOfFrames = false;
-    for (const SliceRef& slice : slices) {
+    const auto isImage = [this](const SliceRef& slice) {
         const ImageHeader& header = GetFound().files[slice.file];
-        // The instance number chooses the slice that the module begins with; 0 is also what has none.
-        const bool isImage = slice.frame < 0 && header.frames == 1 && !header.IsTiled() && header.instance > 0;
-        if (header.form != first.form || !(isImage || FramePixels::CanRead(header))) return false;
-        isAnyOfFrames = isAnyOfFrames || !isImage;
-    }
+        return slice.frame < 0 && header.frames == 1 && !header.IsTiled();
+    };
+    const auto numberOf = [&](const SliceRef& slice) {
+        return isImage(slice) ? GetFound().files[slice.file].numberToBeginWith : 1;
+    };
+    const auto canStream = [&](const std::vector<SliceRef>& volume) {
+        const int lowest = numberOf(volume.front());
+        return std::all_of(volume.begin(), volume.end(), [&](const SliceRef& slice) {
+            const ImageHeader& header = GetFound().files[slice.file];
+            isAnyOfFrames = isAnyOfFrames || !isImage(slice);
+            return header.form == first.form && numberOf(slice) >= lowest &&
+                   (isImage(slice) || FramePixels::CanRead(header));
+        });
+    };
+    if (!canStream(slices) || !std::all_of(later.begin(), later.end(), canStream)) return false;
     // What is wrong with a file is told by what reads it whole.
     try {
         const std::optional<FramePixels> frames =

@@ -73,8 +73,9 @@ public:
     void Load(const std::vector<SliceRef>& slices);
 
     /// Whether the slices can be read one after the other, so that memory never holds them all: each is a file of its own, or
-    /// a frame that can be read alone, all in one form. Throws `Error`.
-    bool CanStream(const std::vector<SliceRef>& slices) const;
+    /// a frame that can be read alone, all in one form. The module must begin with the first of them, too: one with an Instance
+    /// Number below 1 goes before. `later`: volumes that are read after this one, in the same form. Throws `Error`.
+    bool CanStream(const std::vector<SliceRef>& slices, const std::vector<std::vector<SliceRef>>& later = {}) const;
     /// `Load` without voxels: `ReadPlanes` brings them. Throws `Error`.
     void Place(const std::vector<SliceRef>& slices);
     /// After `Place`: reads the planes, and hands them over in their order, the values

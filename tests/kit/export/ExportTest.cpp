@@ -3,6 +3,7 @@
 
 #include <Korvane/kit/core/Error.h>
 #include <Korvane/kit/core/Watcher.h>
+#include <Korvane/kit/dataset/DataSet.h>
 #include <Korvane/kit/export/Export.h>
 #include <Korvane/kit/phantom/Phantom.h>
 #include <Korvane/kit/study/Find.h>
@@ -12,8 +13,10 @@
 #include <Korvane/export/CCBobVolume.h>
 #include <Korvane/export/CRTVizVolume.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
+#include <functional>
 #include <iterator>
 
 using namespace korvane;
@@ -116,14 +119,40 @@ void SaveByModule(const Volume& volume, const std::string& folder) {
     EXPECT_TRUE(exporter.Save(folder.c_str(), "volume"));
 }
 
+// Takes places from slices, and numbers them: an Instance Number below 1 says which the module takes the pitch from.
+void Number(const std::string& folder, const std::function<void(DataSet&, int slice)>& number) {
+    std::vector<std::string> files;
+    for (const auto& file : std::filesystem::directory_iterator(folder)) files.push_back(file.path().string());
+    std::sort(files.begin(), files.end());
+    for (int i = 0; i < static_cast<int>(files.size()); ++i) {
+        DataSet dataSet = DataSet::Read(files[static_cast<std::size_t>(i)]);
+        for (const char* const place : {"ImagePositionPatient", "ImageOrientationPatient", "SpacingBetweenSlices"})
+            dataSet.Delete(std::string(place));
+        dataSet.Set("SliceThickness", std::to_string(i + 2));
+        number(dataSet, i);
+        dataSet.Save(files[static_cast<std::size_t>(i)]);
+    }
+}
+
 // Planes are read one after the other: each exporter must get each of them, and the range of all beforehand.
 TEST_F(ExportTest, FilesOfTheModulesFormatsAreThoseOfAVolumeOfTheModule) {
     const std::vector<PhantomOptions> all = {{.slices = 130, .columns = 9, .rows = 7, .descending = true},
                                              {.slices = 1, .columns = 64, .rows = 64, .isSigned = true},
-                                             {.slices = 12, .columns = 300, .rows = 300, .oblique = true}};
-    for (std::size_t i = 0; i < all.size(); ++i) {
+                                             {.slices = 12, .columns = 300, .rows = 300, .oblique = true},
+                                             {.slices = 12, .columns = 9, .rows = 7}};
+    const std::vector<std::function<void(DataSet&, int)>> numbers = {
+        [](DataSet& dataSet, int) { dataSet.Delete("InstanceNumber"); },
+        [](DataSet& dataSet, int) { dataSet.Set("InstanceNumber", "0"); },
+        [](DataSet& dataSet, int slice) { dataSet.Set("InstanceNumber", std::to_string(slice - 3)); },
+        [](DataSet& dataSet, int slice) { dataSet.Set("InstanceNumber", slice == 5 ? "" : "3"); },
+        [](DataSet& dataSet, int slice) {
+            if (slice == 6) dataSet.Set("InstanceNumber", "0");
+            if (slice < 6) dataSet.Delete("InstanceNumber");
+        }};
+    for (std::size_t i = 0; i < all.size() + numbers.size(); ++i) {
         const std::string series = Path("series" + std::to_string(i));
-        WritePhantom(series, all[i]);
+        WritePhantom(series, all[std::min(i, all.size() - 1)]);
+        if (i >= all.size()) Number(series, numbers[i - all.size()]);
         const Found found = Find({series});
         const Volume volume = Load(found.Only());
         SaveByModule<CAnalyzeVolume>(volume, Path("analyze"));
