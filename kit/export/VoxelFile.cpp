@@ -77,6 +77,7 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
     std::optional<double> fill;
     unsigned long long filled = 0;
     const bool isStreamed = !resample && m_Series.CanStream(part.slices, part.later);
+    std::vector<StreamedVolume> streamed;
     // A server would keep a part of a file of which a slice cannot be read.
     if (isStreamed && m_bRemote) CheckSlices(part);
     for (std::size_t time = 0; written && time <= part.later.size(); ++time) {
@@ -107,9 +108,15 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
         }
         if (time == 0 && isStreamed && m_Options.preview && PreviewPlanes::CanTake(m_Series))
             m_Preview.emplace(m_Series);
-        written = written && WriteVolume(*stream, time == 0);
-        AddRange(entry, time == 0);
+        m_Rescales.push_back(ListRescales());
+        if (isStreamed) {
+            streamed.push_back(m_Series.GetStreamed());
+        } else {
+            written = written && WriteVolume(*stream, time);
+            AddRange(entry, time == 0);
+        }
     }
+    if (written && isStreamed) WriteStreamed(*stream, std::move(streamed), entry);
     if (written) stream->End();
     writer.Close();
     entry.times = m_Grid.size[3];
@@ -120,13 +127,17 @@ ExportedVolume VoxelFile::Write(const ExportPart& part, Resampling resample, CFi
 
 /// Reads all once, so that what is wrong with a slice is known before a file is begun.
 void VoxelFile::CheckSlices(const ExportPart& part) {
-    const auto check = [this](const std::vector<SliceRef>& slices) {
+    std::vector<StreamedVolume> volumes;
+    const auto place = [&](const std::vector<SliceRef>& slices) {
         m_Series.Place(slices);
-        TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(slices.size()));
-        m_Series.ReadPlanes([&](int, std::span<const std::byte>) { progress.Step(); });
+        volumes.push_back(m_Series.GetStreamed());
     };
-    for (const std::vector<SliceRef>& time : part.later) check(time);
-    check(part.slices);
+    place(part.slices);
+    for (const std::vector<SliceRef>& time : part.later) place(time);
+    const std::size_t planes = volumes.size() * volumes.front().order.size();
+    TaskProgress progress(m_Watch, "reading", static_cast<std::int64_t>(planes));
+    m_Series.ReadVolumes(
+        std::move(volumes), [&](std::size_t, int, std::span<const std::byte>) { progress.Step(); }, [](std::size_t) {});
 }
 
 void VoxelFile::AddRange(ExportedVolume& entry, bool first) const {
@@ -207,33 +218,54 @@ std::span<const std::byte> VoxelFile::PlaneOf(int plane) const {
     return m_Series.GetVoxels().subspan(static_cast<std::size_t>(plane) * bytes, bytes);
 }
 
-bool VoxelFile::WriteVolume(ByteStream& stream, bool first) {
+/// Of the planes of the volume that was placed or loaded last; none where values are written as they are.
+std::vector<Rescale> VoxelFile::ListRescales() const {
+    std::vector<Rescale> rescales;
+    if (!m_bReal) return rescales;
+    const FramePlaces places = m_Series.GetPlanePlaces();
+    for (std::size_t i = 0; i < places.GetCount(); ++i) rescales.push_back(RealRescaleOf(places.GetPlane(i)));
+    return rescales;
+}
+
+std::unique_ptr<TaskProgress> VoxelFile::BeginVolume() const {
     const std::size_t bytes = m_Grid.size[0] * m_Grid.size[1] * SizeOf(m_Series.GetType());
-    const auto planes = static_cast<int>(m_Grid.size[2]);
-    TaskProgress progress(m_Watch, m_Options.dryRun ? "converting" : "writing", planes, static_cast<double>(bytes));
-    const FramePlaces places = m_bReal ? m_Series.GetPlanePlaces() : FramePlaces();
-    const auto write = [&](int plane, std::span<const std::byte> stored) {
-        if (m_bReal) {
-            const std::size_t place = std::min(static_cast<std::size_t>(plane), places.GetCount() - 1);
-            stored = RealValues(stored, RealRescaleOf(places.GetPlane(place)));
-        }
-        const bool written = stream.Write(stored);
-        progress.Step();
-        return written;
-    };
-    if (m_Series.IsStreamed()) {
-        m_Series.ReadPlanes([&](int plane, std::span<const std::byte> stored) {
-            if (first && m_Preview) m_Preview->Take(plane, stored);
-            // No more is read for a file that cannot be written; its writer knows why.
-            if (!write(plane, stored)) throw Error(ErrorKind::Disk, "the file cannot be written");
-        });
-        if (first && m_Preview) m_Preview->SetRange(m_Series.GetWholeRange());
-        return true;
-    }
-    for (int plane = 0; plane < planes; ++plane) {
-        if (!write(plane, PlaneOf(plane))) return false;
+    return std::make_unique<TaskProgress>(m_Watch, m_Options.dryRun ? "converting" : "writing",
+                                          static_cast<std::int64_t>(m_Grid.size[2]), static_cast<double>(bytes));
+}
+
+bool VoxelFile::WritePlane(ByteStream& stream, std::size_t time, int plane, std::span<const std::byte> stored) {
+    if (!m_bReal) return stream.Write(stored);
+    const std::vector<Rescale>& rescales = m_Rescales[time];
+    return stream.Write(RealValues(stored, rescales[std::min(static_cast<std::size_t>(plane), rescales.size() - 1)]));
+}
+
+bool VoxelFile::WriteVolume(ByteStream& stream, std::size_t time) {
+    const std::unique_ptr<TaskProgress> progress = BeginVolume();
+    for (int plane = 0; plane < static_cast<int>(m_Grid.size[2]); ++plane) {
+        const bool written = WritePlane(stream, time, plane, PlaneOf(plane));
+        progress->Step();  // a stop is why it was not
+        if (!written) return false;
     }
     return true;
+}
+
+void VoxelFile::WriteStreamed(ByteStream& stream, std::vector<StreamedVolume> volumes, ExportedVolume& entry) {
+    std::unique_ptr<TaskProgress> progress;
+    m_Series.ReadVolumes(
+        std::move(volumes),
+        [&](std::size_t time, int plane, std::span<const std::byte> stored) {
+            if (plane == 0) progress = BeginVolume();
+            if (time == 0 && m_Preview) m_Preview->Take(plane, stored);
+            const bool written = WritePlane(stream, time, plane, stored);
+            progress->Step();  // a stop is why it was not
+            // No more is read for a file that cannot be written; its writer knows why.
+            if (!written) throw Error(ErrorKind::Disk, "the file cannot be written");
+        },
+        [&](std::size_t time) {
+            progress.reset();
+            if (time == 0 && m_Preview) m_Preview->SetRange(m_Series.GetWholeRange());
+            AddRange(entry, time == 0);
+        });
 }
 
 std::span<const std::byte> VoxelFile::RealValues(std::span<const std::byte> stored, const Rescale& rescale) {

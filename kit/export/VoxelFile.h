@@ -3,6 +3,7 @@
 
 #include "../core/ExportFiles.h"
 #include "../core/Watch.h"
+#include "../study/PlaneStream.h"
 #include "ExportFormat.h"
 #include "IrregularPolicy.h"
 #include "PreviewPlanes.h"
@@ -45,7 +46,11 @@ private:
     void ReadFacts(const ExportPart& part);
     void ReadGrid(const ExportPart& part, bool resample, const ExportedVolume& entry);
     void ReadPlace(const ExportedVolume& entry);
-    bool WriteVolume(ByteStream& stream, bool first);
+    std::vector<Rescale> ListRescales() const;
+    std::unique_ptr<TaskProgress> BeginVolume() const;
+    bool WritePlane(ByteStream& stream, std::size_t time, int plane, std::span<const std::byte> stored);
+    bool WriteVolume(ByteStream& stream, std::size_t time);
+    void WriteStreamed(ByteStream& stream, std::vector<StreamedVolume> volumes, ExportedVolume& entry);
     std::span<const std::byte> PlaneOf(int plane) const;
     std::span<const std::byte> RealValues(std::span<const std::byte> stored, const Rescale& rescale);
     ValueMapping DescribeValues() const;
@@ -59,8 +64,9 @@ private:
     VoxelGrid m_Grid;
     Rescale m_Rescale;  // of all planes; the header's may not hold it
     std::optional<ScanFacts> m_Facts;
-    std::vector<std::byte> m_Reals;  // of one plane
-    bool m_bReal = false;            // 32-bit floats of real values, since slices have rescales of their own
+    std::vector<std::byte> m_Reals;                // of one plane
+    std::vector<std::vector<Rescale>> m_Rescales;  // of planes, one for each volume
+    bool m_bReal = false;  // 32-bit floats of real values, since slices have rescales of their own
 };
 
 }  // namespace korvane

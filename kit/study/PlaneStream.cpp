@@ -18,6 +18,10 @@ bool AreAnyFiles(const std::vector<SliceRef>& slices) {
     return std::any_of(slices.begin(), slices.end(), [](const SliceRef& slice) { return slice.frame < 0; });
 }
 
+std::size_t BytesOfPlane(const PixelForm& form, VoxelType type) {
+    return static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns) * SizeOf(type);
+}
+
 }  // namespace
 
 /// Planes that one thread reads in one go.
@@ -42,21 +46,20 @@ void PlaneStream::Met::Add(const Met& other) {
     bitsAbove.insert(bitsAbove.end(), other.bitsAbove.begin(), other.bitsAbove.end());
 }
 
-PlaneStream::PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
-                         const std::optional<Padding>& padding, const PlaneScaling* scaling, unsigned jobs,
-                         const Watch& watch)
-    : m_Found(found), m_Slices(slices), m_Order(std::move(order)), m_Padding(padding), m_pScaling(scaling),
-      m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(0).form).value()),
+PlaneStream::PlaneStream(const FoundFiles& found, std::vector<StreamedVolume> volumes, const PlaneScaling* scaling,
+                         unsigned jobs, const Watch& watch)
+    : m_Found(found), m_Volumes(std::move(volumes)), m_nPlanes(m_Volumes.front().order.size()), m_pScaling(scaling),
+      m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(m_Volumes.front().slices.front()).form).value()),
       m_Type(scaling != nullptr && scaling->target ? scaling->target->GetType() : m_Stored),
-      m_PlaneBytes(static_cast<std::size_t>(HeaderOf(0).form.rows) *
-                   static_cast<std::size_t>(HeaderOf(0).form.columns) * SizeOf(m_Type)),
+      m_PlaneBytes(BytesOfPlane(HeaderOf(m_Volumes.front().slices.front()).form, m_Type)),
       m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)),
-      m_Thicknesses(AreAnyFiles(m_Slices) ? m_Slices.size() : 0) {
-    const std::size_t batches = (m_Order.size() + m_InBatch - 1) / m_InBatch;
+      m_nBatches((m_nPlanes + m_InBatch - 1) / m_InBatch) {
+    const std::vector<SliceRef>& slices = m_Volumes.front().slices;
+    if (m_Volumes.size() == 1 && AreAnyFiles(slices)) m_Thicknesses.resize(slices.size());
+    const std::size_t batches = m_nBatches * m_Volumes.size();
     const std::size_t ahead = std::min<std::size_t>(2 * std::size_t{CountJobs(jobs)}, batches);
     for (std::size_t i = 0; i < ahead; ++i) m_Ring.push_back(std::make_unique<Batch>(watch));
-    m_Batches.emplace(jobs, batches, ahead, watch,
-                      [this](std::size_t i) { ReadBatch(*m_Ring[i % m_Ring.size()], i * m_InBatch, CountIn(i)); });
+    m_Batches.emplace(jobs, batches, ahead, watch, [this](std::size_t i) { ReadBatch(*m_Ring[i % m_Ring.size()], i); });
 }
 
 PlaneStream::~PlaneStream() = default;
@@ -81,38 +84,40 @@ void PlaneStream::CloseLeastUsed() {
                                     [](const auto& a, const auto& b) { return a.second.lastUse < b.second.lastUse; }));
 }
 
-std::size_t PlaneStream::CountIn(std::size_t batch) const {
-    return std::min(m_InBatch, m_Order.size() - batch * m_InBatch);
-}
-
 std::span<const std::byte> PlaneStream::ReadNext() {
-    const std::size_t number = m_Next / m_InBatch;
-    const std::size_t within = m_Next % m_InBatch;
+    const std::size_t plane = m_Next % m_nPlanes;
+    m_LastVolume = m_Next / m_nPlanes;
+    const std::size_t number = m_LastVolume * m_nBatches + plane / m_InBatch;
     const Batch& batch = *m_Ring[number % m_Ring.size()];
-    if (within == 0) {
+    if (plane == 0) m_Met = {};
+    if (plane % m_InBatch == 0) {
         m_Batches->Await(number);
         m_Met.Add(batch.met);
     }
     ++m_Next;
-    return batch.voxels.subspan(within * m_PlaneBytes, m_PlaneBytes);
+    return batch.voxels.subspan(plane % m_InBatch * m_PlaneBytes, m_PlaneBytes);
 }
 
-void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) {
+void PlaneStream::ReadBatch(Batch& batch, std::size_t number) {
     batch.met = {};
+    const StreamedVolume& volume = m_Volumes[number / m_nBatches];
+    const std::size_t first = number % m_nBatches * m_InBatch;
+    const std::size_t count = std::min(m_InBatch, m_nPlanes - first);
     const bool isScaled = m_pScaling != nullptr && m_pScaling->target != nullptr;
     if (count > 1 || isScaled) batch.copies.resize(count * m_PlaneBytes);
     for (std::size_t k = 0; k < count; ++k) {
-        const SliceRef& slice = SliceOf(first + k);
+        const Plane plane{volume, volume.order[first + k]};
+        const SliceRef& slice = plane.GetRef();
         const std::span<const std::byte> voxels =
-            batch.reader.Read(HeaderOf(first + k), FramesOf(slice).get(), std::max(slice.frame, 0));
+            batch.reader.Read(HeaderOf(slice), FramesOf(slice).get(), std::max(slice.frame, 0));
         const auto copy = [&] { return std::span(batch.copies).subspan(k * m_PlaneBytes, m_PlaneBytes); };
         if (isScaled) {
-            Convert(batch, first + k, voxels, copy());
-            NoteWhatIsMet(batch, first + k, copy());
+            Convert(batch, plane, voxels, copy());
+            NoteWhatIsMet(batch, plane, copy());
             continue;
         }
-        if (m_pScaling != nullptr) Measure(batch, first + k, voxels);
-        NoteWhatIsMet(batch, first + k, voxels);
+        if (m_pScaling != nullptr) Measure(batch, plane, voxels);
+        NoteWhatIsMet(batch, plane, voxels);
         batch.voxels = voxels;
         if (count == 1) return;
         std::memcpy(copy().data(), voxels.data(), m_PlaneBytes);
@@ -120,36 +125,38 @@ void PlaneStream::ReadBatch(Batch& batch, std::size_t first, std::size_t count) 
     batch.voxels = batch.copies;
 }
 
-ScaledPlane PlaneStream::ScaledPlaneOf(const Batch& batch, std::size_t plane, std::span<const std::byte> stored) const {
-    return {m_Stored, stored, m_pScaling->rescales[static_cast<std::size_t>(m_Order[plane])],
+ScaledPlane PlaneStream::ScaledPlaneOf(const Batch& batch, const Plane& plane,
+                                       std::span<const std::byte> stored) const {
+    return {m_Stored, stored, m_pScaling->rescales[static_cast<std::size_t>(plane.slice)],
             batch.reader.GetPadding().value_or(kNoPadding)};
 }
 
-void PlaneStream::Measure(Batch& batch, std::size_t plane, std::span<const std::byte> stored) const {
+void PlaneStream::Measure(Batch& batch, const Plane& plane, std::span<const std::byte> stored) const {
     const ScaledPlane scaled = ScaledPlaneOf(batch, plane, stored);
     batch.met.reals.Add(MeasureReals(scaled));
     if (m_pScaling->exact) batch.met.exact = batch.met.exact && m_pScaling->exact->IsExact(scaled);
 }
 
-void PlaneStream::Convert(Batch& batch, std::size_t plane, std::span<const std::byte> stored,
+void PlaneStream::Convert(Batch& batch, const Plane& plane, std::span<const std::byte> stored,
                           std::span<std::byte> to) const {
     const double error = m_pScaling->target->Convert(ScaledPlaneOf(batch, plane, stored), to);
     batch.met.scaleError = std::max(batch.met.scaleError, error);
 }
 
-void PlaneStream::NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels) {
-    if (batch.reader.HadBitsAbove()) batch.met.bitsAbove.push_back(m_Order[plane]);
-    batch.met.otherPadding = batch.met.otherPadding || batch.reader.GetPadding() != m_Padding;
+void PlaneStream::NoteWhatIsMet(Batch& batch, const Plane& plane, std::span<const std::byte> voxels) {
+    if (batch.reader.HadBitsAbove()) batch.met.bitsAbove.push_back(plane.slice);
+    batch.met.otherPadding = batch.met.otherPadding || batch.reader.GetPadding() != plane.of.padding;
     batch.met.tables = batch.met.tables || batch.reader.HasModalityTable();
     // Colours have the range of their samples, and no padding.
     const bool isColour = m_Type == VoxelType::Rgb24;
     const VoxelType type = isColour ? VoxelType::UInt8 : m_Type;
-    const MeasuredRange outside = RangeOutside(type, voxels, isColour ? kNoPadding : m_Padding.value_or(kNoPadding));
+    const MeasuredRange outside =
+        RangeOutside(type, voxels, isColour ? kNoPadding : plane.of.padding.value_or(kNoPadding));
     batch.met.outside.Add(outside);
     if (outside.IsEmpty()) batch.met.inside.Add(RangeOutside(type, voxels, kNoPadding));
     batch.met.all.Add(outside.padding > 0 ? RangeOutside(type, voxels, kNoPadding) : outside);
     if (m_Thicknesses.empty()) return;
-    m_Thicknesses[static_cast<std::size_t>(m_Order[plane])] = batch.reader.GetThickness();  // each thread's own
+    m_Thicknesses[static_cast<std::size_t>(plane.slice)] = batch.reader.GetThickness();  // each thread's own
 }
 
 std::vector<std::string> PlaneStream::ListBitsAbove() const {
@@ -158,11 +165,21 @@ std::vector<std::string> PlaneStream::ListBitsAbove() const {
     std::vector<std::string> names;
     std::optional<std::size_t> last;
     for (const int slice : slices) {
-        const std::size_t file = m_Slices[static_cast<std::size_t>(slice)].file;
+        const std::size_t file = Plane{m_Volumes[m_LastVolume], slice}.GetRef().file;
         if (last != file) names.push_back(m_Found.files[file].path);
         last = file;
     }
     return names;
+}
+
+std::size_t PlaneStream::CountFiles() const {
+    std::size_t count = 0;
+    std::optional<std::size_t> last;
+    for (const SliceRef& slice : m_Volumes[m_LastVolume].slices) {
+        if (last != slice.file) ++count;
+        last = slice.file;
+    }
+    return count;
 }
 
 }  // namespace korvane

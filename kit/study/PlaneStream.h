@@ -1,4 +1,4 @@
-// The planes of a volume, one after the other.
+// The planes of volumes, one after the other.
 #pragma once
 
 #include "../core/Threads.h"
@@ -29,14 +29,21 @@ struct PlaneScaling {
     MeasuredReals measured{};           ///< which the target is made for
 };
 
+/// What is read of a volume.
+struct StreamedVolume {
+    std::vector<SliceRef> slices;    ///< each one image
+    std::vector<int> order;          ///< of each plane, one after the other, the index of its slice
+    std::optional<Padding> padding;  ///< of the values that are handed over
+};
+
 /// Slices that are files of their own, or frames that can be read alone, in one form (`SeriesVolume::CanStream`). What it
 /// refers to must outlive it.
 class PlaneStream {
 public:
-    /// `slices`: each one image. `order`: of each plane that will be read, one after the other, the index of its slice. Reads ahead on `jobs` threads
-    /// (see `CountJobs`). `padding`: of the values that are handed over. `scaling`: null without.
-    PlaneStream(const FoundFiles& found, const std::vector<SliceRef>& slices, std::vector<int> order,
-                const std::optional<Padding>& padding, const PlaneScaling* scaling, unsigned jobs, const Watch& watch);
+    /// Volumes of as many planes each, one behind the other. Reads ahead on `jobs` threads (see `CountJobs`), beyond the end of a
+    /// volume too. `scaling`: null without, and where there are several volumes.
+    PlaneStream(const FoundFiles& found, std::vector<StreamedVolume> volumes, const PlaneScaling* scaling,
+                unsigned jobs, const Watch& watch);
     ~PlaneStream();
     PlaneStream(const PlaneStream&) = delete;
     PlaneStream& operator=(const PlaneStream&) = delete;
@@ -44,7 +51,7 @@ public:
     /// The voxels of the next plane, until the next call. Throws `Error`; not to be called once more afterwards.
     std::span<const std::byte> ReadNext();
 
-    // Afterwards:
+    // After the last plane of a volume, of that one:
     /// As `SeriesVolume::GetMeasuredRange`.
     MeasuredRange GetRange() const { return m_Met.outside.IsEmpty() ? m_Met.inside : m_Met.outside; }
     /// With padding.
@@ -61,8 +68,10 @@ public:
     bool HasTables() const { return m_Met.tables; }
     /// Files with bits above the stored ones, in the order of slices, each once.
     std::vector<std::string> ListBitsAbove() const;
+    const std::optional<Padding>& GetPadding() const { return m_Volumes[m_LastVolume].padding; }
+    std::size_t CountFiles() const;
     /// The text of Slice Thickness of each slice, by its index; nothing where it has none. Empty where all slices are frames,
-    /// whose thickness their headers have told.
+    /// whose thickness their headers have told, and where there are several volumes.
     const std::vector<std::optional<std::string>>& GetThicknesses() const { return m_Thicknesses; }
 
 private:
@@ -88,28 +97,35 @@ private:
         void Add(const Met& other);
     };
 
-    const SliceRef& SliceOf(std::size_t plane) const { return m_Slices[static_cast<std::size_t>(m_Order[plane])]; }
-    const ImageHeader& HeaderOf(std::size_t plane) const { return m_Found.files[SliceOf(plane).file]; }
+    /// A plane that is read, of the volume `of`.
+    struct Plane {
+        const StreamedVolume& of;
+        int slice;  // its index
+
+        const SliceRef& GetRef() const { return of.slices[static_cast<std::size_t>(slice)]; }
+    };
+
+    const ImageHeader& HeaderOf(const SliceRef& slice) const { return m_Found.files[slice.file]; }
     std::shared_ptr<const FramePixels> FramesOf(const SliceRef& slice);
     void CloseLeastUsed();
-    std::size_t CountIn(std::size_t batch) const;
-    ScaledPlane ScaledPlaneOf(const Batch& batch, std::size_t plane, std::span<const std::byte> stored) const;
-    void Measure(Batch& batch, std::size_t plane, std::span<const std::byte> stored) const;
-    void Convert(Batch& batch, std::size_t plane, std::span<const std::byte> stored, std::span<std::byte> to) const;
-    void ReadBatch(Batch& batch, std::size_t first, std::size_t count);
-    void NoteWhatIsMet(Batch& batch, std::size_t plane, std::span<const std::byte> voxels);
+    ScaledPlane ScaledPlaneOf(const Batch& batch, const Plane& plane, std::span<const std::byte> stored) const;
+    void Measure(Batch& batch, const Plane& plane, std::span<const std::byte> stored) const;
+    void Convert(Batch& batch, const Plane& plane, std::span<const std::byte> stored, std::span<std::byte> to) const;
+    void ReadBatch(Batch& batch, std::size_t number);
+    void NoteWhatIsMet(Batch& batch, const Plane& plane, std::span<const std::byte> voxels);
 
     const FoundFiles& m_Found;
-    const std::vector<SliceRef>& m_Slices;
-    std::vector<int> m_Order;
-    std::optional<Padding> m_Padding;
+    std::vector<StreamedVolume> m_Volumes;
+    std::size_t m_nPlanes;  // of each
     const PlaneScaling* m_pScaling;
     Watch m_Watch;
     VoxelType m_Stored;
     VoxelType m_Type;  // of what is handed over
     std::size_t m_PlaneBytes;
-    std::size_t m_InBatch;
-    std::size_t m_Next = 0;
+    std::size_t m_InBatch;         // planes, of one volume
+    std::size_t m_nBatches;        // of each volume
+    std::size_t m_Next = 0;        // plane of all
+    std::size_t m_LastVolume = 0;  // the one that was read of last
     Met m_Met;
     std::vector<std::optional<std::string>> m_Thicknesses;
     std::mutex m_Mutex;                          // of the map

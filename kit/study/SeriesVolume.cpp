@@ -193,7 +193,7 @@ void SeriesVolume::Load(const std::vector<SliceRef>& slices) {
     Assemble();
     const std::vector<Padding> paddings = GetPlanePaddings();
     if (std::adjacent_find(paddings.begin(), paddings.end(), std::not_equal_to<>()) != paddings.end())
-        TellOtherPadding();
+        TellOtherPadding(GetPadding());
 }
 
 void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels) {
@@ -252,18 +252,42 @@ void SeriesVolume::Place(const std::vector<SliceRef>& slices) {
     Assemble();
 }
 
+StreamedVolume SeriesVolume::GetStreamed() const {
+    return {m_Loaded->GetImages(), m_Assembled.m_SliceToIndex, GetPadding()};
+}
+
 std::unique_ptr<PlaneStream> SeriesVolume::StreamPlanes(bool lastFirst) const {
-    std::vector<int> order = m_Assembled.m_SliceToIndex;
-    if (lastFirst) std::reverse(order.begin(), order.end());
-    return std::make_unique<PlaneStream>(GetFound(), m_Loaded->GetImages(), std::move(order), GetPadding(),
-                                         m_pScaling.get(), m_nJobs, m_Watch);
+    StreamedVolume volume = GetStreamed();
+    if (lastFirst) std::reverse(volume.order.begin(), volume.order.end());
+    return StreamVolumes({std::move(volume)});
+}
+
+std::unique_ptr<PlaneStream> SeriesVolume::StreamVolumes(std::vector<StreamedVolume> volumes) const {
+    return std::make_unique<PlaneStream>(GetFound(), std::move(volumes), m_pScaling.get(), m_nJobs, m_Watch);
 }
 
 void SeriesVolume::ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
     const std::unique_ptr<PlaneStream> stream = StreamPlanes(false);
-    const auto planes = static_cast<int>(m_Assembled.m_SliceToIndex.size());
-    for (int plane = 0; plane < planes; ++plane) take(plane, stream->ReadNext());
-    TakeRead(*stream);
+    ReadPlanes(*stream, static_cast<int>(m_Assembled.m_SliceToIndex.size()), take);
+}
+
+void SeriesVolume::ReadVolumes(
+    std::vector<StreamedVolume> volumes,
+    const std::function<void(std::size_t volume, int plane, std::span<const std::byte> voxels)>& take,
+    const std::function<void(std::size_t volume)>& end) {
+    const auto planes = static_cast<int>(volumes.front().order.size());
+    const std::size_t count = volumes.size();
+    const std::unique_ptr<PlaneStream> stream = StreamVolumes(std::move(volumes));
+    for (std::size_t volume = 0; volume < count; ++volume) {
+        ReadPlanes(*stream, planes, [&](int plane, std::span<const std::byte> voxels) { take(volume, plane, voxels); });
+        end(volume);
+    }
+}
+
+void SeriesVolume::ReadPlanes(PlaneStream& stream, int planes,
+                              const std::function<void(int plane, std::span<const std::byte> voxels)>& take) {
+    for (int plane = 0; plane < planes; ++plane) take(plane, stream.ReadNext());
+    TakeRead(stream);
 }
 
 void SeriesVolume::TakeRead(const PlaneStream& stream) {
@@ -272,10 +296,10 @@ void SeriesVolume::TakeRead(const PlaneStream& stream) {
     m_WholeRange = stream.GetWholeRange();
     m_Thicknesses = stream.GetThicknesses();
     const bool isScaled = m_pScaling != nullptr && m_pScaling->target != nullptr;  // with one padding for all
-    if (stream.HasOtherPadding() && !isScaled) TellOtherPadding();
+    if (stream.HasOtherPadding() && !isScaled) TellOtherPadding(stream.GetPadding());
     m_bTables = m_bTables || stream.HasTables();
     const std::vector<std::string> dirty = stream.ListBitsAbove();
-    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Loaded->CountFiles()));
+    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, stream.CountFiles()));
 }
 
 bool SeriesVolume::ScalePlanes(bool integers, const std::function<void()>& step) {
@@ -459,8 +483,7 @@ std::vector<Padding> SeriesVolume::GetPlanePaddings() const {
     return paddings;
 }
 
-void SeriesVolume::TellOtherPadding() {
-    const std::optional<Padding> first = GetPadding();
+void SeriesVolume::TellOtherPadding(const std::optional<Padding>& first) {
     Tell({.kind = FindingKind::PaddingDiffers,
           .text =
               "slices name different values for padding: " +

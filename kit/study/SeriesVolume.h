@@ -24,6 +24,7 @@ class IntegerScale;
 class PlaneStream;
 struct MeasuredReals;
 struct PlaneScaling;
+struct StreamedVolume;
 
 /// The module's voxel types in the Kit's words.
 VoxelType TypeOf(CVolume::PixelType type);
@@ -82,7 +83,14 @@ public:
     /// that `Load` would have found. `take` runs on the calling thread. The range is known afterwards, and so is what was met.
     /// Throws `Error`.
     void ReadPlanes(const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
-    /// The same where slices have rescales of their own, or uptake is asked for: planes that are streamed from now on are
+    /// After `Place`: what is to be read of this volume, for `ReadVolumes`.
+    StreamedVolume GetStreamed() const;
+    /// The planes of several volumes of as many planes, which `Place` has had: as `ReadPlanes` of one after the other, but small
+    /// volumes are read side by side. `end`: after the last plane of each, when its range is known. Throws `Error`.
+    void ReadVolumes(std::vector<StreamedVolume> volumes,
+                     const std::function<void(std::size_t volume, int plane, std::span<const std::byte> voxels)>& take,
+                     const std::function<void(std::size_t volume)>& end);
+    /// `ReadPlanes` where slices have rescales of their own, or uptake is asked for: planes that are streamed from now on are
     /// brought to one scale (see `CommonScale.h`), as by `BringToOneScale`, which tells nothing. `step`: after each plane.
     /// False, and nothing is changed, where real values are beyond any number. Not of integers, the range is known after
     /// `ReadPlanes`. Throws `Error`.
@@ -149,10 +157,13 @@ private:
     void CheckExtent() const;
     void Assemble();
     std::vector<Padding> GetPlanePaddings() const;
-    void TellOtherPadding();
+    void TellOtherPadding(const std::optional<Padding>& first);
     void TellOneScale(bool differ, double error, std::uint64_t paddingVoxels);
     void TakeScaledRange(const IntegerScale& scale, const MeasuredReals& reals);
+    void ReadPlanes(PlaneStream& stream, int planes,
+                    const std::function<void(int plane, std::span<const std::byte> voxels)>& take);
     void TakeRead(const PlaneStream& stream);
+    std::unique_ptr<PlaneStream> StreamVolumes(std::vector<StreamedVolume> volumes) const;
     void SetTrueSpacing();
     double FindUptakeFactor();
     void ApplyUptake();
