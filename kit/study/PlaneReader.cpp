@@ -2,6 +2,7 @@
 
 #include "SliceFile.h"
 #include "StoredPixels.h"
+#include "Tiles.h"
 
 #include <bit>
 
@@ -12,8 +13,14 @@ PlaneReader::PlaneReader(const Watch& watch) : m_Watch(watch) {
 }
 
 void PlaneReader::ReadFile(const ImageHeader& header, const FramePixels* frames, int frame) {
+    if (m_pTiled == &header) return;  // all of its tiles are there
+    m_pTiled = nullptr;
     m_File = {};  // its memory is wanted for the next one
     m_File = frames != nullptr ? frames->Read(frame, m_Codecs) : ReadSliceFile(header, m_Codecs, m_Watch);
+    m_bBitsAbove = HasFileBitsAbove(header, *m_File.dataSet, m_Watch);
+    if (!header.IsTiled()) return;
+    Untile(header, *m_File.dataSet);
+    m_pTiled = &header;
 }
 
 bool PlaneReader::KeepsForm(const ImageHeader& header, const FramePixels* frames) {
@@ -29,30 +36,31 @@ std::optional<std::string> PlaneReader::GetThickness() const {
 
 std::span<const std::byte> PlaneReader::Read(const ImageHeader& header, const FramePixels* frames, int frame) {
     ReadFile(header, frames, frame);
-    m_bBitsAbove = HasFileBitsAbove(header, *m_File.dataSet, m_Watch);
+    const int inFile = header.IsTiled() ? frame : 0;  // others have been read alone
     m_Form = header.form;
     if (!HasModuleForm(m_Form)) {
-        Put(header);
+        Put(header, inFile);
         return m_Voxels;
     }
     m_Form = ReadPixelForm(m_File);  // decoding may have changed it
     if (m_Form != header.form) RefuseFile(header, ErrorKind::Irregular, "the slices do not make a volume");
     const auto bytes = static_cast<std::size_t>(m_Form.FrameBytes());
+    const std::size_t at = bytes * static_cast<std::size_t>(inFile);
     const VR& pixels = *FindElement(*m_File.dataSet, tags::PixelData);
-    if (pixels.m_Length < bytes) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
+    if (pixels.m_Length < at + bytes) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
     // Words with nothing but the value in them need no second copy.
     const bool isLow = m_Form.highBit + 1 == m_Form.stored && std::endian::native == std::endian::little;
     if (isLow && (m_Form.stored == m_Form.allocated || (!m_Form.isSigned && !m_bBitsAbove)))
-        return std::as_bytes(std::span(pixels.m_pData, bytes));
-    Put(header);
+        return std::as_bytes(std::span(pixels.m_pData + at, bytes));
+    Put(header, inFile);
     return m_Voxels;
 }
 
-void PlaneReader::Put(const ImageHeader& header) {
+void PlaneReader::Put(const ImageHeader& header, int frame) {
     m_Voxels.resize(static_cast<std::size_t>(m_Form.rows) * static_cast<std::size_t>(m_Form.columns) *
                     SizeOf(VoxelTypeOf(m_Form).value()));
     try {
-        StoredPixels(*m_File.dataSet, m_Form).Read(0, m_Voxels);
+        StoredPixels(*m_File.dataSet, m_Form).Read(frame, m_Voxels);
     } catch (const Error& error) {
         RefuseFile(header, error.GetKind(), error.what());
     }

@@ -22,7 +22,8 @@ public:
     explicit PlaneReader(const Watch& watch);
 
     /// Stored values, signs and bits as the header says, or colours, which stay until the next call. `frames`: of this file, to
-    /// read one of them, `frame`; null for a file of one image. Throws `Error`.
+    /// read one of them, `frame`; null for a file of one image, or of tiles: of those it is one, and the file is read once for
+    /// all that are asked for in a row. `header` must stay where it is. Throws `Error`.
     std::span<const std::byte> Read(const ImageHeader& header, const FramePixels* frames = nullptr, int frame = 0);
     /// Of the file that was read last: see `HasBitsAbove`.
     bool HadBitsAbove() const { return m_bBitsAbove; }
@@ -39,12 +40,13 @@ public:
 
 private:
     void ReadFile(const ImageHeader& header, const FramePixels* frames, int frame);
-    void Put(const ImageHeader& header);
+    void Put(const ImageHeader& header, int frame);
 
     Watch m_Watch;
     CodecManager m_Codecs;
     DataSetFile m_File;
-    PixelForm m_Form;  // of the file that was read last
+    const ImageHeader* m_pTiled = nullptr;  // of that file, where its tiles lie one behind the other
+    PixelForm m_Form;                       // of the file that was read last
     std::vector<std::byte> m_Voxels;
     bool m_bBitsAbove = false;
 };

@@ -22,6 +22,12 @@ std::size_t BytesOfPlane(const PixelForm& form, VoxelType type) {
     return static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns) * SizeOf(type);
 }
 
+// All of an image that is made of tiles, which is read once then.
+std::size_t PlanesOfBatch(const ImageHeader& header, std::size_t planeBytes) {
+    const std::size_t together = std::max<std::size_t>(kBatchBytes / planeBytes, 1);
+    return header.IsTiled() ? std::max(together, static_cast<std::size_t>(header.frames)) : together;
+}
+
 }  // namespace
 
 /// Planes that one thread reads in one go.
@@ -52,7 +58,7 @@ PlaneStream::PlaneStream(const FoundFiles& found, std::vector<StreamedVolume> vo
       m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(m_Volumes.front().slices.front()).form).value()),
       m_Type(scaling != nullptr && scaling->target ? scaling->target->GetType() : m_Stored),
       m_PlaneBytes(BytesOfPlane(HeaderOf(m_Volumes.front().slices.front()).form, m_Type)),
-      m_InBatch(std::max<std::size_t>(kBatchBytes / m_PlaneBytes, 1)),
+      m_InBatch(PlanesOfBatch(HeaderOf(m_Volumes.front().slices.front()), m_PlaneBytes)),
       m_nBatches((m_nPlanes + m_InBatch - 1) / m_InBatch) {
     const std::vector<SliceRef>& slices = m_Volumes.front().slices;
     if (m_Volumes.size() == 1 && AreAnyFiles(slices)) m_Thicknesses.resize(slices.size());
@@ -64,10 +70,10 @@ PlaneStream::PlaneStream(const FoundFiles& found, std::vector<StreamedVolume> vo
 
 PlaneStream::~PlaneStream() = default;
 
-/// Null for a file of one image.
+/// Null for a file of one image, of tiles too.
 std::shared_ptr<const FramePixels> PlaneStream::FramesOf(const SliceRef& slice) {
     const ImageHeader& header = m_Found.files[slice.file];
-    if (header.frames < 2) return nullptr;
+    if (header.frames < 2 || header.IsTiled()) return nullptr;
     const std::lock_guard lock(m_Mutex);
     OpenFrames& open = m_Frames[slice.file];
     open.lastUse = ++m_nUses;

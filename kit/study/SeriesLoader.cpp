@@ -91,8 +91,10 @@ void DropEmpty(DICOMDataObject& dataSet) {
 std::unique_ptr<DICOMDataObject> ReadSliceHeader(const ImageHeader& header, const Watch& watch) {
     auto dataSet = ReadDataSetFile(header.GetFile(), kStopBeforePixelData, watch).dataSet;
     if (dataSet == nullptr) RefuseFile(header, ErrorKind::Damaged, "the pixel data cannot be read");
+    CheckUnchanged(header, *dataSet);
     DropEmpty(*dataSet);
     DropElement(*dataSet, tags::NumberOfFrames);
+    if (header.IsTiled()) PutTileSize(header, *dataSet);
     return dataSet;
 }
 
@@ -364,7 +366,6 @@ DICOMDataObject& LoadedSlices::ReadHeader(const FoundFiles& found, std::size_t d
     const SliceRef& image = m_Images[dataSet];
     const ImageHeader& header = found.files[image.file];
     const auto whole = ReadSliceHeader(header, m_Watch);
-    CheckUnchanged(header, *whole);
     m_Files.push_back(MakeHeader(header, image, whole.get()));
     FitPlace(*m_Files.back(), m_Places.Get(dataSet));
     return *m_Files.back();

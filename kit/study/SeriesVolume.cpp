@@ -229,15 +229,17 @@ bool SeriesVolume::CanStream(const std::vector<SliceRef>& slices,
         return std::all_of(volume.begin(), volume.end(), [&](const SliceRef& slice) {
             const ImageHeader& header = GetFound().files[slice.file];
             isAnyOfFrames = isAnyOfFrames || !isImage(slice);
+            const bool isTile = header.IsTiled() && !header.truncated && slice.file == volume.front().file;
             return header.form == first.form && numberOf(slice) >= lowest &&
-                   (isImage(slice) || FramePixels::CanRead(header));
+                   (isImage(slice) || isTile || FramePixels::CanRead(header));
         });
     };
     if (!canStream(slices) || !std::all_of(later.begin(), later.end(), canStream)) return false;
     // What is wrong with a file is told by what reads it whole.
     try {
-        const std::optional<FramePixels> frames =
-            first.frames > 1 ? std::optional<FramePixels>(std::in_place, first, m_Watch) : std::nullopt;
+        const std::optional<FramePixels> frames = first.frames > 1 && !first.IsTiled()
+                                                      ? std::optional<FramePixels>(std::in_place, first, m_Watch)
+                                                      : std::nullopt;
         return PlaneReader(m_Watch).KeepsForm(first, frames ? &*frames : nullptr);
     } catch (const Error& error) {
         if (error.GetKind() == ErrorKind::Stopped || !isAnyOfFrames) throw;
@@ -680,7 +682,10 @@ void SeriesVolume::ReadInPlace() {
 }
 
 bool SeriesVolume::CanReadFrames(const std::vector<SliceRef>& slices) const {
-    const auto isFrame = [this](const SliceRef& slice) { return GetFound().files[slice.file].frames > 1; };
+    const auto isFrame = [this](const SliceRef& slice) {
+        const ImageHeader& header = GetFound().files[slice.file];
+        return header.frames > 1 && !header.IsTiled();
+    };
     return LoadedSlices::FillsWords(GetFound().files[slices.front().file].form) &&
            std::all_of(slices.begin(), slices.end(), isFrame) && CanStream(slices);
 }

@@ -24,9 +24,10 @@ void RefuseFile(const ImageHeader& header, ErrorKind kind, const std::string& wh
 }
 
 void CheckUnchanged(const ImageHeader& header, const DICOMDataObject& dataSet) {
+    const int rows = header.form.rows * header.tileRows;
+    const int columns = header.form.columns * header.tileColumns;
     if (FindText(dataSet, tags::SOPInstanceUID) == header.sopInstance &&
-        FindInteger(dataSet, tags::Rows, header.form.rows) == header.form.rows &&
-        FindInteger(dataSet, tags::Columns, header.form.columns) == header.form.columns) {
+        FindInteger(dataSet, tags::Rows, rows) == rows && FindInteger(dataSet, tags::Columns, columns) == columns) {
         return;
     }
     RefuseFile(header, ErrorKind::Damaged, "the file has changed since it was found");
@@ -41,7 +42,7 @@ void DecodeSlice(const ImageHeader& header, DICOMDataObject& dataSet, CodecManag
 
 DataSetFile ReadSliceFile(const ImageHeader& header, CodecManager& codecs, const Watch& watch) {
     DataSetFile file = ReadDataSetFile(header.GetFile(), kParseAll, watch);
-    if (file.dataSet != nullptr && !header.IsTiled()) CheckUnchanged(header, *file.dataSet);
+    if (file.dataSet != nullptr) CheckUnchanged(header, *file.dataSet);
     if (file.encapsulated) {
         if (!file.complete) RefuseFile(header, ErrorKind::Damaged, "the data ends early or is damaged");
         DecodeSlice(header, *file.dataSet, codecs, watch);

@@ -32,6 +32,11 @@ void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header) {
     header.framesPlaced = !tiles.positions.empty();
 }
 
+void PutTileSize(const ImageHeader& header, DICOMDataObject& dataSet) {
+    PutNumber(dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));
+    PutNumber(dataSet, tags::Columns, static_cast<unsigned>(header.form.columns));
+}
+
 void Untile(const ImageHeader& header, DICOMDataObject& dataSet) {
     VR& pixels = *FindElement(dataSet, tags::PixelData);
     const auto line = static_cast<std::size_t>(header.form.FrameBytes() / static_cast<std::uint64_t>(header.form.rows));
@@ -48,8 +53,7 @@ void Untile(const ImageHeader& header, DICOMDataObject& dataSet) {
     }
     std::memcpy(pixels.m_pData, frames.data(), frames.size());
     pixels.m_Length = static_cast<std::uint32_t>(frames.size());
-    PutNumber(dataSet, tags::Rows, static_cast<unsigned>(header.form.rows));
-    PutNumber(dataSet, tags::Columns, static_cast<unsigned>(header.form.columns));
+    PutTileSize(header, dataSet);
 }
 
 }  // namespace korvane

@@ -10,6 +10,9 @@ namespace korvane {
 /// read. An image whose sides are no multiple of the tiles stays as it is.
 void TakeTiles(const DICOMDataObject& dataSet, ImageHeader& header);
 
+/// Gives a data set with such an image the rows and columns of one tile.
+void PutTileSize(const ImageHeader& header, DICOMDataObject& dataSet);
+
 /// Puts the tiles of a data set's native pixels one behind the other, as frames, and takes those that hold no slice away.
 /// The pixel data must have the bytes of `ImageHeader::PixelBytes`. Throws `std::bad_alloc`.
 void Untile(const ImageHeader& header, DICOMDataObject& dataSet);

@@ -114,7 +114,11 @@ def tilted():
 
 def streamed():
     """Planes that are read one after the other make the files, reports and previews that whole volumes make."""
-    source = phantom("streamed", *SMALL, "--signed", "--oblique", "--volumes", 2)
+    def numbered(ds, n):  # slices without a number are in the order of these
+        ds.SOPInstanceUID = ds.file_meta.MediaStorageSOPInstanceUID = f"2.25.{n + 1000}"
+
+    source = edited(phantom("streamed", *SMALL, "--signed", "--volumes", 2), "in order", numbered)
+    many = edited(phantom("many", "--size", 64, "--slices", 300), "many in order", numbered)
 
     def raw(change):
         def edit(ds, n):
@@ -134,7 +138,7 @@ def streamed():
     def other_padding(ds, n):
         padded(-900 if n % 2 else -901, -1024)(ds, n)
 
-    sources = [source, phantom("many", "--size", 64, "--slices", 300)] + [edited(source, name, change) for name, change in (
+    sources = [source, many] + [edited(source, name, change) for name, change in (
         ("dirty", raw(lambda words, n: words & 0xFFF | (0x5000 if n % 5 == 1 else 0))),
         ("padded", padded(-900, -1024)), ("padding alone", padded(-2048, 2047)), ("paddings", other_padding), ("left", left_justified),
         ("scales", lambda ds, n: setattr(ds, "RescaleSlope", str(n % 3 + 1))),
@@ -146,12 +150,14 @@ def streamed():
         made = []
         alone = [("one by one", ("--jobs", 1))] if path in sources[:2] else []
         for name, options in (*alone, ("ahead", ("--jobs", 3)), ("whole", ())):
-            if name == "whole":  # what a slice without a number needs
-                first = min(path.iterdir(), key=lambda file: pydicom.dcmread(file).get("InstanceNumber") or 0)
-                ds = pydicom.dcmread(first)
-                if ds.get("InstanceNumber"):
-                    ds.InstanceNumber = 0
-                    ds.save_as(first)
+            if name == "whole":  # the module begins with a slice that has 0, which is not the first
+                first, second = sorted(path.iterdir(), key=lambda file: pydicom.dcmread(file).SOPInstanceUID)[:2]
+                for file in (first, second):
+                    ds = pydicom.dcmread(file)
+                    ds.InstanceNumber = None if file == first else 0
+                    if file == first:
+                        del ds.InstanceNumber
+                    ds.save_as(file)
             report = WORK / "report.json"
             _, err = run_export(path, "nifti", "streamed", "--report", report, "--sidecar", "--preview", *options)
             facts = json.loads(report.read_text("utf-8"))
@@ -204,18 +210,56 @@ def traces():
     assert not vectors.exists() or set(vectors.read_text("utf-8").split()) == {"0"}, vectors.read_text("utf-8")
 
 
+def tiled(source, name):
+    """Each volume of a series as the tiles of one image, the way a maker writes it."""
+    volumes = {}
+    for path in source.iterdir():
+        ds = pydicom.dcmread(path)
+        volumes.setdefault(int(ds.AcquisitionNumber), []).append(ds)
+    (WORK / name).mkdir()
+    for time, sets in sorted(volumes.items()):
+        sets.sort(key=lambda ds: float(ds.ImagePositionPatient[2]))
+        image = numpy.zeros((3 * 24, 3 * 24), "<u2")
+        items = []
+        for n, ds in enumerate(sets):
+            down, along = 24 * (n // 3), 24 * (n % 3)
+            image[down:down + 24, along:along + 24] = numpy.frombuffer(ds.PixelData, "<u2").reshape(24, 24)
+            items.append(pydicom.Dataset())
+            items[-1].ImagePositionPatient = ds.ImagePositionPatient
+        one = sets[0]
+        one.Rows = one.Columns = 3 * 24
+        one.ImageType = ["ORIGINAL", "PRIMARY", "M", "VFRAME"]
+        one.InstanceNumber = time
+        one.PixelData = image.tobytes()
+        block = one.private_block(0x0065, "Image Private Header", create=True)
+        block.add_new(0x50, "DS", str(len(sets)))
+        block.add_new(0x51, "SQ", pydicom.Sequence(items))
+        one.save_as(WORK / name / f"{time:02}.dcm")
+    return WORK / name
+
+
 def times():
-    source = phantom("series", *SMALL, "--volumes", 3)
+    """Volumes, read side by side, lie in the file one behind the other: slices, compressed ones, and tiles of one image each."""
+    source = phantom("series", *SMALL, "--volumes", 12)
     report = WORK / "report.json"
     out, err = run_export(source, "nifti", "times.nii.gz", "--report", report)
     image = nibabel.load(WORK / "times.nii.gz")
-    assert image.shape == (24, 24, 7, 3) and "7 x 3 voxels" in out and "volume 1" not in err, (out, err)
-    for volume in range(3):
+    assert image.shape == (24, 24, 7, 12) and "7 x 12 voxels" in out and "volume 1" not in err, (out, err)
+    for volume in range(0, 12, 5):
         run_export(source, "nifti", "one", "--volume", volume + 1)
         alone = nibabel.load(WORK / "one.nii")
         assert (numpy.asarray(image.dataobj)[..., volume] == numpy.asarray(alone.dataobj)).all(), volume
     (volume,) = json.loads(report.read_text("utf-8"))["volumes"]
-    assert volume["times"] == 3 and len(volume["inputs"]) == 21
+    assert volume["times"] == 12 and len(volume["inputs"]) == 84
+    tiles = tiled(source, "tiles")
+    for number, path in enumerate((source, tiles)):
+        korvane("convert", "--syntax", "jpegll", path, WORK / f"jpegll{number}")
+        for folder in (path, WORK / f"jpegll{number}"):
+            for jobs in (1, 3):
+                run_export(folder, "nifti", "again", "--jobs", jobs)
+                again = nibabel.load(WORK / "again.nii")
+                assert (numpy.asarray(again.dataobj) == numpy.asarray(image.dataobj)).all(), (folder, jobs)
+                assert abs(again.affine - image.affine).max() < 1e-4, (folder, jobs)
 
 
 def images():
