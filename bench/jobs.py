@@ -119,13 +119,14 @@ class Jobs:
                    [Peer("pydicom", f"{sys.executable} pydicom", [sys.executable, "-c", PYDICOM_VOLUME, ct]),
                     self.itk("load", ct)])
 
-    def export(self, name, source, kind, extra=(), suffix="", peers=()):
+    def export(self, name, source, kind, size=FILES * 512 * 512 * 2, suffix="", peers=(), itk=False):
+        """`size`: bytes of its voxels."""
         target = self.out / f"v{suffix}"
         # Elsewhere a folder stands for the set of files; only NIfTI and the like are told their name.
-        return Job(name, lambda n: [self.korvane, "export", source, "--format", kind, "--to", target, "--jobs", n, "-q", *extra],
-                   self.floor("join", source, target, FILES * 512 * 512 * 2), "read, write as many bytes plainly",
+        return Job(name, lambda n: [self.korvane, "export", source, "--format", kind, "--to", target, "--jobs", n, "-q"],
+                   self.floor("join", source, target, size), "read, write as many bytes plainly",
                    [Peer(peer, needs, ["dcm2niix", *words, "-x", "i", "-f", "v", "-o", self.out, source])
-                    for peer, needs, words in peers] + ([self.itk("export", source, self.out / f"itk{suffix}")] if peers else []),
+                    for peer, needs, words in peers] + ([self.itk("export", source, self.out / f"itk{suffix}")] if itk else []),
                    out=self.out, is_folder=True)
 
     def exports(self):
@@ -133,10 +134,14 @@ class Jobs:
         plain = [("dcm2niix", "dcm2niix", ("-z", "n"))]
         packed = [("dcm2niix", "dcm2niix", ("-z", "i")), ("dcm2niix with pigz", "pigz", ("-z", "y"))]
         rle, jll = self.series("rle", syntax="rle", of=ct), self.series("jll", syntax="jpegll", of=ct)
-        yield self.export(f"export {FILES} slices to .nii", ct, "nifti", suffix=".nii", peers=plain)
-        yield self.export(f"export {FILES} slices to .nii.gz", ct, "nifti", suffix=".nii.gz", peers=packed)
-        yield self.export(f"export {FILES} RLE slices to .nii", rle, "nifti", suffix=".nii", peers=plain)
-        yield self.export(f"export {FILES} lossless JPEG slices to .nii", jll, "nifti", suffix=".nii", peers=plain)
+        yield self.export(f"export {FILES} slices to .nii", ct, "nifti", suffix=".nii", peers=plain, itk=True)
+        yield self.export(f"export {FILES} slices to .nii.gz", ct, "nifti", suffix=".nii.gz", peers=packed, itk=True)
+        yield self.export(f"export {FILES} RLE slices to .nii", rle, "nifti", suffix=".nii", peers=plain, itk=True)
+        yield self.export(f"export {FILES} lossless JPEG slices to .nii", jll, "nifti", suffix=".nii", peers=plain, itk=True)
+        times = self.series("times", "--slices", 30, "--size", 64, "--volumes", 200)
+        packed_times = self.series("times jll", syntax="jpegll", of=times)
+        for text, source in (("", times), ("lossless JPEG ", packed_times)):
+            yield self.export(f"export 200 {text}volumes of 30 x 64 x 64 to .nii", source, "nifti", 200 * 30 * 64 * 64 * 2, ".nii", plain)
         for kind in ("analyze", "vox"):
             yield self.export(f"export {FILES} slices to {kind}", ct, kind, suffix=".vox" if kind == "vox" else "")
 
@@ -181,6 +186,10 @@ class Jobs:
         ct = self.ct()
         yield Job(f"medium of {FILES} slices, copies", lambda n: [self.korvane, "media", self.out, ct, "--jobs", n, "-q"],
                   self.floor("copy", ct, self.out), "copy the files", out=self.out)
+        jll = self.series("jll", syntax="jpegll", of=ct)
+        yield Job(f"medium of {FILES} lossless JPEG slices, decoded", lambda n: [
+            self.korvane, "media", self.out, jll, "--transcode", "--jobs", n, "-q"],
+            self.floor("copy", ct, self.out), "copy the decoded files", out=self.out)
 
     def dumps(self, count=2000):
         files = self.many(count)
