@@ -77,13 +77,13 @@ class SeriesMaker:
         self.frame = len(ds.PixelData)
         self.whole = whole
 
-    def write(self, folder, count, in_series=1000000):
+    def write(self, folder, count, in_series=1000000, numbered=True):
         folder.mkdir()
         for number in range(1, count + 1):
             series = b"1.2.4.%07d" % (1000000 + number // in_series)
             head = self.whole[: self.header].replace(b"1.2.4.9000000", series)
             head = head.replace(b"1.2.3.9000000", b"1.2.3.%07d" % (1000000 + number))
-            head = head.replace(b"9000000 ", b"%07d " % number).replace(b"+9000000.0", b"%+010.1f" % number)
+            head = head.replace(b"9000000 ", b"%07d " % (number if numbered else 0)).replace(b"+9000000.0", b"%+010.1f" % number)
             head = head.replace(b"9.000000", b"%.6f" % (1 + number % 8))
             (folder / f"{number}.dcm").write_bytes(head + self.whole[self.header :])
         return folder
