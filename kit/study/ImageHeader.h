@@ -43,8 +43,8 @@ struct ImageHeader {
     std::shared_ptr<const CommonHeader> common;  ///< never null
     int instance = 0;
     int acquisition = 0;
-    int numberToBeginWith =
-        1;  ///< Instance Number as the module reads it, where that is below 1 (see `SeriesVolume::CanStream`)
+    /// Instance Number as the module reads it, but at most 1: it begins with the lowest below that (`SeriesVolume::CanStream`).
+    int numberToBeginWith = 1;
 
     bool encapsulated = false;
     bool sharesUid = false;  ///< another file has the same SOP Instance UID and other pixels

@@ -125,7 +125,7 @@ private:
     std::size_t m_InBatch;         // planes, of one volume
     std::size_t m_nBatches;        // of each volume
     std::size_t m_Next = 0;        // plane of all
-    std::size_t m_LastVolume = 0;  // the one that was read of last
+    std::size_t m_LastVolume = 0;  // whose plane was read last
     Met m_Met;
     std::vector<std::optional<std::string>> m_Thicknesses;
     std::mutex m_Mutex;                          // of the map

@@ -147,19 +147,24 @@ TEST_F(KitJobs, Converting) {
 
 TEST_F(KitJobs, BuildingMedia) {
     Damage("packed");
-    ExpectSame([&](unsigned jobs, Watcher* watcher) {
-        MediumOptions options;
-        options.jobs = jobs;
-        options.watcher = watcher;
-        const MediumReport report = BuildMedium(Path("out/medium"), {Path("packed"), Path("series")}, options);
-        fs::remove(Path("out/medium/DICOMDIR"));  // has a UID of its own
-        return ToJson(report);
-    });
+    for (const bool decoded : {false, true}) {
+        ExpectSame([&](unsigned jobs, Watcher* watcher) {
+            MediumOptions options;
+            options.transcode = decoded;
+            options.jobs = jobs;
+            options.watcher = watcher;
+            const MediumReport report = BuildMedium(Path("out/medium"), {Path("packed"), Path("series")}, options);
+            EXPECT_EQ(report.rewritten.empty(), !decoded);
+            fs::remove(Path("out/medium/DICOMDIR"));  // has a UID of its own
+            return ToJson(report);
+        });
+    }
 }
 
 TEST_F(KitJobs, Exporting) {
+    WritePhantom(Path("times"), {.slices = 5, .columns = 16, .rows = 16, .volumes = 12});
     for (const char* const format : {"analyze", "vox", "bob", "nifti"}) {
-        for (const char* const name : {"series", "packed"}) {
+        for (const char* const name : {"series", "packed", "times"}) {
             for (const Irregular policy : {Irregular::Keep, Irregular::Resample}) {
                 ExpectSame([&](unsigned jobs, Watcher* watcher) {
                     ExportOptions options;
