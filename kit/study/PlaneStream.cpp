@@ -11,8 +11,10 @@ namespace korvane {
 
 namespace {
 
-constexpr std::size_t kMostOpen = 32;                      // files with several frames: each is open, and has its table
-constexpr std::size_t kBatchBytes = std::size_t{1} << 19;  // small planes are not worth a thread's waking each
+constexpr std::size_t kMostOpen = 32;  // files with several frames: each is open, and has its table
+// Of a batch: small planes are not worth a thread's waking each.
+constexpr std::size_t kLeastBytes = std::size_t{1} << 17;
+constexpr std::size_t kMostBytes = std::size_t{1} << 19;
 
 bool AreAnyFiles(const std::vector<SliceRef>& slices) {
     return std::any_of(slices.begin(), slices.end(), [](const SliceRef& slice) { return slice.frame < 0; });
@@ -22,9 +24,11 @@ std::size_t BytesOfPlane(const PixelForm& form, VoxelType type) {
     return static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns) * SizeOf(type);
 }
 
-// All of an image that is made of tiles, which is read once then.
-std::size_t PlanesOfBatch(const ImageHeader& header, std::size_t planeBytes) {
-    const std::size_t together = std::max<std::size_t>(kBatchBytes / planeBytes, 1);
+// So that each thread has several where there are few bytes in all. All of an image that is made of tiles, which is read once
+// then.
+std::size_t PlanesOfBatch(const ImageHeader& header, std::size_t planeBytes, std::size_t planes, unsigned threads) {
+    const std::size_t share = threads > 1 ? planes * planeBytes / (4 * std::size_t{threads}) : kMostBytes;
+    const std::size_t together = std::max<std::size_t>(std::clamp(share, kLeastBytes, kMostBytes) / planeBytes, 1);
     return header.IsTiled() ? std::max(together, static_cast<std::size_t>(header.frames)) : together;
 }
 
@@ -58,7 +62,8 @@ PlaneStream::PlaneStream(const FoundFiles& found, std::vector<StreamedVolume> vo
       m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(m_Volumes.front().slices.front()).form).value()),
       m_Type(scaling != nullptr && scaling->target ? scaling->target->GetType() : m_Stored),
       m_PlaneBytes(BytesOfPlane(HeaderOf(m_Volumes.front().slices.front()).form, m_Type)),
-      m_InBatch(PlanesOfBatch(HeaderOf(m_Volumes.front().slices.front()), m_PlaneBytes)),
+      m_InBatch(PlanesOfBatch(HeaderOf(m_Volumes.front().slices.front()), m_PlaneBytes, m_nPlanes * m_Volumes.size(),
+                              CountJobs(jobs))),
       m_nBatches((m_nPlanes + m_InBatch - 1) / m_InBatch) {
     const std::vector<SliceRef>& slices = m_Volumes.front().slices;
     if (m_Volumes.size() == 1 && AreAnyFiles(slices)) m_Thicknesses.resize(slices.size());

@@ -196,6 +196,7 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_Assembled = CDicomVolume();  // its memory is wanted for the next one
     m_OwnVoxels = {};
     m_Pixels = pixels;
+    KeepCodecOf(GetFound().files[slices.front().file]);
     m_Loaded.emplace(GetFound(), slices, pixels, m_nJobs, m_Watch);
     m_OwnType = m_Loaded->GetOwnType();
     m_Scale.reset();
@@ -206,6 +207,13 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     m_bTables = m_bTables || std::any_of(GetFiles().begin(), GetFiles().end(), hasTable);
     for (const Finding& finding : m_Loaded->GetFindings()) Tell(finding);
     TakeSlices(slices);
+}
+
+// Its module would be loaded anew for each volume.
+void SeriesVolume::KeepCodecOf(const ImageHeader& header) {
+    if (!header.encapsulated || header.common->transferSyntax == m_KeptSyntax) return;
+    m_KeptSyntax = header.common->transferSyntax;
+    m_Codecs.GetCodec(m_KeptSyntax);
 }
 
 void SeriesVolume::FitForModule() {

@@ -153,6 +153,7 @@ public:
 
 private:
     void Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixels pixels);
+    void KeepCodecOf(const ImageHeader& header);
     void TakeSlices(const std::vector<SliceRef>& slices);
     void CheckExtent() const;
     void Assemble();
@@ -179,6 +180,8 @@ private:
     Watch m_Watch;
     int m_nVolume;
     unsigned m_nJobs = 0;
+    CodecManager m_Codecs;  // has that of the transfer syntax in use
+    std::string m_KeptSyntax;
     std::vector<SliceRef> m_Slices;
     FramePlace m_Place;
     std::optional<LoadedSlices> m_Loaded;
