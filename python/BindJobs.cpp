@@ -93,7 +93,7 @@ in 'findings'.
         py::arg("icons") = false, py::arg("invent_patient_id") = false, progress,
         R"(Builds a file-set with its DICOMDIR (PS3.10) in the folder `root`, of files and all below folders, or adds to one (append).
 
-fileset_id: up to 16 capital letters, digits and underscores. transcode: what no medium may hold is decoded. link: files are
+fileset_id: up to 16 capital letters, digits and underscores. transcode: what is compressed, deflated or big endian is decoded. link: files are
 linked, not copied, where that does. profile: an application profile such as "STD-GEN-CD"; what it does not allow is
 decoded, told in 'rewritten'. What could not be taken is in 'faults'.
 

@@ -15,8 +15,10 @@ namespace korvane {
 struct MediumOptions {
     std::vector<std::string> privateFiles{};  ///< files of any kind, to lie beside the last one that was added
     std::string fileSetId{};                  ///< name of the file-set: at most 16 of A-Z, 0-9, _ and space
-    bool transcode = false;  ///< decode what is compressed or big endian; write explicit VR little endian
-    bool link = false;       ///< hard links instead of copies where the file system can
+    /// Decodes what is compressed, deflated or big endian, and writes it explicit VR little endian, of the RT classes implicit;
+    /// what has no meta information too. Not with a profile, which says itself what is written.
+    bool transcode = false;
+    bool link = false;  ///< hard links instead of copies where the file system can
     /// An application profile of `GetMediumProfiles` (PS3.11): what it does not allow, and what is no whole file, is decoded and
     /// written explicit VR little endian, or left out where that cannot be; the directory has the standard's types of elements
     /// and records. "": the medium claims none, and the directory is as the module's builder makes it.
