@@ -22,10 +22,6 @@ std::string InventedId(const std::string& study) {
     return std::string("INVENTED-") + digits.data();
 }
 
-bool IsPlain(std::string_view syntax) {
-    return syntax == kExplicitLittleEndianUid || syntax == kImplicitLittleEndianUid;
-}
-
 }  // namespace
 
 SourceFiles::SourceFiles(const MediumOptions& options, const MediumProfile& profile)
@@ -63,22 +59,29 @@ void SourceFiles::End() {
     m_Folder.reset();
 }
 
+bool SourceFiles::IsAllowed(std::string_view transferSyntax) const {
+    if (m_Profile.IsNamed()) return m_Profile.Allows(transferSyntax);
+    return !m_Options.transcode || transferSyntax == kExplicitLittleEndianUid ||
+           transferSyntax == kImplicitLittleEndianUid;
+}
+
 std::string SourceFiles::WhyRewritten(const MediaHeader& header) const {
     std::string why;
     const auto add = [&](const std::string& reason) { why += (why.empty() ? "" : "; ") + reason; };
-    if (m_Profile.IsNamed() && !m_Profile.Allows(header.transferSyntax))
-        add(DescribeSyntax(header.transferSyntax) + " is not of " + m_Profile.GetName() + ", decoded");
-    if (!m_Profile.IsNamed() && m_Options.transcode && !IsPlain(header.transferSyntax))
-        add(DescribeSyntax(header.transferSyntax) + ", decoded");
+    if (!IsAllowed(header.transferSyntax)) {
+        const std::string notOf = m_Profile.IsNamed() ? " is not of " + m_Profile.GetName() : "";
+        add(DescribeSyntax(header.transferSyntax) + notOf + ", decoded");
+    }
     if (m_Rules.rewrite && !header.isPartTen) add("it has no preamble or no meta information");
     if (m_Rules.inventPatientId && TextOf(*header.dataSet, tags::PatientID).empty()) add("it has no Patient ID");
     return why;
 }
 
-// "" for the file's own.
+// "" for the file's own, which a file without meta information does not name.
 std::string_view SourceFiles::SyntaxToWrite(const MediaHeader& header) const {
-    if (m_Profile.IsNamed()) return m_Profile.Allows(header.transferSyntax) ? "" : kExplicitLittleEndianUid;
-    const bool stays = !m_Options.transcode || (header.isPartTen && IsPlain(header.transferSyntax));
+    const bool isAllowed = IsAllowed(header.transferSyntax);
+    if (m_Profile.IsNamed()) return isAllowed ? "" : kExplicitLittleEndianUid;
+    const bool stays = isAllowed && (header.isPartTen || !m_Options.transcode);
     return stays ? "" : StoredSyntax(TextOf(*header.dataSet, tags::SOPClassUID));
 }
 

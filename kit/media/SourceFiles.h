@@ -46,6 +46,7 @@ public:
 
 private:
     MediaHeader ReadHeader(const std::string& path) const { return ReadMediaHeader(path, m_Rules, m_Watch); }
+    bool IsAllowed(std::string_view transferSyntax) const;
     std::string WhyRewritten(const MediaHeader& header) const;
     std::string_view SyntaxToWrite(const MediaHeader& header) const;
     void Rewrite(SourceFile& file);

@@ -18,15 +18,17 @@ void PlaneReader::ReadFile(const ImageHeader& header, const FramePixels* frames,
     m_File = {};  // its memory is wanted for the next one
     m_File = frames != nullptr ? frames->Read(frame, m_Codecs) : ReadSliceFile(header, m_Codecs, m_Watch);
     m_bBitsAbove = HasFileBitsAbove(header, *m_File.dataSet, m_Watch);
-    if (!header.IsTiled()) return;
-    Untile(header, *m_File.dataSet);
-    m_pTiled = &header;
+    if (header.IsTiled()) {
+        Untile(header, *m_File.dataSet);
+        m_pTiled = &header;
+    }
+    m_Form = HasModuleForm(header.form) ? ReadPixelForm(m_File) : header.form;  // decoding may have changed it
 }
 
 bool PlaneReader::KeepsForm(const ImageHeader& header, const FramePixels* frames) {
     if (!header.encapsulated || !HasModuleForm(header.form)) return true;
     ReadFile(header, frames, 0);
-    return ReadPixelForm(m_File) == header.form;
+    return m_Form == header.form;
 }
 
 std::optional<std::string> PlaneReader::GetThickness() const {
@@ -37,12 +39,10 @@ std::optional<std::string> PlaneReader::GetThickness() const {
 std::span<const std::byte> PlaneReader::Read(const ImageHeader& header, const FramePixels* frames, int frame) {
     ReadFile(header, frames, frame);
     const int inFile = header.IsTiled() ? frame : 0;  // others have been read alone
-    m_Form = header.form;
-    if (!HasModuleForm(m_Form)) {
+    if (!HasModuleForm(header.form)) {
         Put(header, inFile);
         return m_Voxels;
     }
-    m_Form = ReadPixelForm(m_File);  // decoding may have changed it
     if (m_Form != header.form) RefuseFile(header, ErrorKind::Irregular, "the slices do not make a volume");
     const auto bytes = static_cast<std::size_t>(m_Form.FrameBytes());
     const std::size_t at = bytes * static_cast<std::size_t>(inFile);

@@ -24,8 +24,7 @@ std::size_t BytesOfPlane(const PixelForm& form, VoxelType type) {
     return static_cast<std::size_t>(form.rows) * static_cast<std::size_t>(form.columns) * SizeOf(type);
 }
 
-// So that each thread has several where there are few bytes in all. All of an image that is made of tiles, which is read once
-// then.
+// Few enough that each thread has several batches. An image that is made of tiles is one batch, so that it is read once.
 std::size_t PlanesOfBatch(const ImageHeader& header, std::size_t planeBytes, std::size_t planes, unsigned threads) {
     const std::size_t share = threads > 1 ? planes * planeBytes / (4 * std::size_t{threads}) : kMostBytes;
     const std::size_t together = std::max<std::size_t>(std::clamp(share, kLeastBytes, kMostBytes) / planeBytes, 1);
@@ -59,11 +58,10 @@ void PlaneStream::Met::Add(const Met& other) {
 PlaneStream::PlaneStream(const FoundFiles& found, std::vector<StreamedVolume> volumes, const PlaneScaling* scaling,
                          unsigned jobs, const Watch& watch)
     : m_Found(found), m_Volumes(std::move(volumes)), m_nPlanes(m_Volumes.front().order.size()), m_pScaling(scaling),
-      m_Watch(watch), m_Stored(VoxelTypeOf(HeaderOf(m_Volumes.front().slices.front()).form).value()),
+      m_Watch(watch), m_Stored(VoxelTypeOf(FirstHeader().form).value()),
       m_Type(scaling != nullptr && scaling->target ? scaling->target->GetType() : m_Stored),
-      m_PlaneBytes(BytesOfPlane(HeaderOf(m_Volumes.front().slices.front()).form, m_Type)),
-      m_InBatch(PlanesOfBatch(HeaderOf(m_Volumes.front().slices.front()), m_PlaneBytes, m_nPlanes * m_Volumes.size(),
-                              CountJobs(jobs))),
+      m_PlaneBytes(BytesOfPlane(FirstHeader().form, m_Type)),
+      m_InBatch(PlanesOfBatch(FirstHeader(), m_PlaneBytes, m_nPlanes * m_Volumes.size(), CountJobs(jobs))),
       m_nBatches((m_nPlanes + m_InBatch - 1) / m_InBatch) {
     const std::vector<SliceRef>& slices = m_Volumes.front().slices;
     if (m_Volumes.size() == 1 && AreAnyFiles(slices)) m_Thicknesses.resize(slices.size());
@@ -97,8 +95,7 @@ void PlaneStream::CloseLeastUsed() {
 
 std::span<const std::byte> PlaneStream::ReadNext() {
     const std::size_t plane = m_Next % m_nPlanes;
-    m_LastVolume = m_Next / m_nPlanes;
-    const std::size_t number = m_LastVolume * m_nBatches + plane / m_InBatch;
+    const std::size_t number = m_Next / m_nPlanes * m_nBatches + plane / m_InBatch;
     const Batch& batch = *m_Ring[number % m_Ring.size()];
     if (plane == 0) m_Met = {};
     if (plane % m_InBatch == 0) {
@@ -176,7 +173,7 @@ std::vector<std::string> PlaneStream::ListBitsAbove() const {
     std::vector<std::string> names;
     std::optional<std::size_t> last;
     for (const int slice : slices) {
-        const std::size_t file = Plane{m_Volumes[m_LastVolume], slice}.GetRef().file;
+        const std::size_t file = Plane{LastVolume(), slice}.GetRef().file;
         if (last != file) names.push_back(m_Found.files[file].path);
         last = file;
     }
@@ -186,7 +183,7 @@ std::vector<std::string> PlaneStream::ListBitsAbove() const {
 std::size_t PlaneStream::CountFiles() const {
     std::size_t count = 0;
     std::optional<std::size_t> last;
-    for (const SliceRef& slice : m_Volumes[m_LastVolume].slices) {
+    for (const SliceRef& slice : LastVolume().slices) {
         if (last != slice.file) ++count;
         last = slice.file;
     }

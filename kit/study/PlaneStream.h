@@ -68,7 +68,7 @@ public:
     bool HasTables() const { return m_Met.tables; }
     /// Files with bits above the stored ones, in the order of slices, each once.
     std::vector<std::string> ListBitsAbove() const;
-    const std::optional<Padding>& GetPadding() const { return m_Volumes[m_LastVolume].padding; }
+    const std::optional<Padding>& GetPadding() const { return LastVolume().padding; }
     std::size_t CountFiles() const;
     /// The text of Slice Thickness of each slice, by its index; nothing where it has none. Empty where all slices are frames,
     /// whose thickness their headers have told, and where there are several volumes.
@@ -106,6 +106,8 @@ private:
     };
 
     const ImageHeader& HeaderOf(const SliceRef& slice) const { return m_Found.files[slice.file]; }
+    const ImageHeader& FirstHeader() const { return HeaderOf(m_Volumes.front().slices.front()); }
+    const StreamedVolume& LastVolume() const { return m_Volumes[(m_Next - 1) / m_nPlanes]; }
     std::shared_ptr<const FramePixels> FramesOf(const SliceRef& slice);
     void CloseLeastUsed();
     ScaledPlane ScaledPlaneOf(const Batch& batch, const Plane& plane, std::span<const std::byte> stored) const;
@@ -122,10 +124,9 @@ private:
     VoxelType m_Stored;
     VoxelType m_Type;  // of what is handed over
     std::size_t m_PlaneBytes;
-    std::size_t m_InBatch;         // planes, of one volume
-    std::size_t m_nBatches;        // of each volume
-    std::size_t m_Next = 0;        // plane of all
-    std::size_t m_LastVolume = 0;  // whose plane was read last
+    std::size_t m_InBatch;   // planes, of one volume
+    std::size_t m_nBatches;  // of each volume
+    std::size_t m_Next = 0;  // plane of all
     Met m_Met;
     std::vector<std::optional<std::string>> m_Thicknesses;
     std::mutex m_Mutex;                          // of the map

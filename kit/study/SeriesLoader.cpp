@@ -243,9 +243,6 @@ bool LoadedSlices::CanReadInPlace(const FoundFiles& found, const std::vector<Sli
 
 void LoadedSlices::ReadHeaders(const FoundFiles& found, const std::vector<SliceRef>& slices) {
     m_bInPlace = true;
-    // One use for all of them: the codec's module would else be loaded for each slice anew, one thread after the other.
-    const ImageHeader& first = found.files[slices.front().file];
-    if (first.encapsulated) m_Codecs.GetCodec(first.common->transferSyntax);
     m_StandIn.resize(static_cast<std::size_t>(found.files[slices.front().file].form.FrameBytes()));
     m_Delayed.resize(slices.size());
     ForEach(m_nJobs, slices.size(), m_Watch, [&](std::size_t i) {
@@ -377,10 +374,6 @@ std::vector<std::size_t> LoadedSlices::ListFiles() const {
         if (files.empty() || files.back() != image.file) files.push_back(image.file);
     }
     return files;
-}
-
-std::size_t LoadedSlices::CountFiles() const {
-    return ListFiles().size();
 }
 
 void LoadedSlices::ReadFileHeaders(

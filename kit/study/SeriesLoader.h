@@ -76,7 +76,6 @@ public:
                          const std::function<void(const std::string& path, const DICOMDataObject& header)>& take) const;
     /// With `Frames` and `Later`: what each data set is of, a file of one image, or a frame.
     const std::vector<SliceRef>& GetImages() const { return m_Images; }
-    std::size_t CountFiles() const;
 
     /// Nothing where the pixels of the data sets are the voxels; always something with `Later`.
     const std::optional<VoxelType>& GetOwnType() const { return m_OwnType; }

@@ -209,7 +209,7 @@ void SeriesVolume::Begin(const std::vector<SliceRef>& slices, LoadedSlices::Pixe
     TakeSlices(slices);
 }
 
-// Its module would be loaded anew for each volume.
+// Its module would be loaded anew for each slice that is read alone, by one thread after the other, and for each volume.
 void SeriesVolume::KeepCodecOf(const ImageHeader& header) {
     if (!header.encapsulated || header.common->transferSyntax == m_KeptSyntax) return;
     m_KeptSyntax = header.common->transferSyntax;
@@ -567,7 +567,7 @@ void SeriesVolume::ReadFramesInPlace() {
     volume.SetMin(stream->GetWholeRange().smallest);
     volume.SetMax(stream->GetWholeRange().largest);
     const std::vector<std::string> dirty = stream->ListBitsAbove();
-    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, m_Loaded->CountFiles()));
+    if (!dirty.empty()) Tell(DescribeBitsAbove(dirty, stream->CountFiles()));
 }
 
 /// Voxels come in list order; planes have one of their own.

@@ -154,7 +154,7 @@ def streamed():
                 first, second = sorted(path.iterdir(), key=lambda file: pydicom.dcmread(file).SOPInstanceUID)[:2]
                 for file in (first, second):
                     ds = pydicom.dcmread(file)
-                    ds.InstanceNumber = None if file == first else 0
+                    ds.InstanceNumber = 0
                     if file == first:
                         del ds.InstanceNumber
                     ds.save_as(file)
